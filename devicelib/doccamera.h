@@ -1,0 +1,359 @@
+// SPDX-License-Identifier: MIT
+/**
+ * \file
+ * The document camera library: preview, settings, capture, documents, scanning, recording,
+ * printing, barcodes, upload, status and files. The shared library `doccamera` implements this
+ * header and biometrics.h. Unless a function says otherwise, these rules hold for all of them.
+ *
+ * Texts in     NUL-terminated UTF-8, never null, valid for the length of the call: the library
+ *              copies what it keeps. "Local text" is in the local 8-bit encoding instead.
+ * Texts out    UTF-8; null stands for an empty text. A `char *` is allocated with malloc, and the
+ *              caller releases it with free. A `const char *` belongs to the library and is valid
+ *              until the same function is called again. Lists of names are joined with "|".
+ * Outputs      Pointers and references to fill in are never null. Images and matrices share their
+ *              pixels by reference counting: once handed out, the library never writes to them.
+ * Failure      bool false, number 0, text null or empty, outputs emptied. The reason goes to the
+ *              library's own log. No exception leaves the library.
+ * Arguments    Stem from a web page: any value may come and must do no harm.
+ * Threads      Every function may be called from any thread at any time, with or without an open
+ *              camera; starts and stops, frames, settings, captures and recording are concurrent.
+ *              One call may wait for another to finish, but settings and queries never wait for
+ *              the camera to deliver. No function needs the event loop of the calling thread.
+ * Listeners    Are never null. The library calls them on a thread of its own, or by a queued call
+ *              on the main thread, while it holds no lock, and not any more once main() has
+ *              returned. A listener returns soon, calls no function of this interface and copies
+ *              what it is given, which is valid during the call only. Its `context` is the pointer
+ *              that came with the listener, or null where none did.
+ *
+ * "The library's choice" marks what differs from maker to maker: the server passes such values
+ * between page and library as they are.
+ */
+#pragma once
+
+#include <QtGlobal>
+
+#include <utility>
+#include <vector>
+
+class QImage;
+class QObject;
+class QString;
+namespace cv {
+class Mat;
+}
+
+extern "C" {
+
+/**
+ * \name Preview
+ *
+ * One source is the main preview; beside it the fourth one may be open. Which camera stands behind
+ * a number is the library's choice, but 1 is the document camera. `rotation` turns this preview
+ * clockwise by 0, 90, 180 or 270 degrees; 0 means the angle of vSetRotate, and others fail.
+ *
+ * A start takes the place of a main preview that is open and returns true once the camera has been
+ * opened. After a failed one no main preview is open, and the start may be tried again at once.
+ */
+///@{
+bool bStartPlay(short rotation); ///< Main camera, source 1.
+bool bStartPlay2(short rotation); ///< Source 2.
+bool bStartPlay3(short rotation); ///< Source 3.
+bool bStartPlay5(short rotation); ///< Source 5.
+bool bStartPlay6(short rotation); ///< Source 6.
+bool bStartPlay8(short rotation); ///< Source 8.
+bool bStartPlay9(short rotation); ///< Source 9.
+
+/** The dual camera: main and second camera side by side in one picture. */
+bool bStartPlayOpen();
+
+/** Ends the main preview. \return true when none is open any more, also when none was */
+bool bStopPlay();
+
+/** Opens the fourth source; the main preview goes on beside it. */
+bool bStartPlay4();
+
+/** Closes the fourth source. \return true when it is not open any more, also when it was not */
+bool bStopPlay4();
+
+/**
+ * Hands out a frame of the main preview, rotated and flipped, in any format of QImage. Blocks until
+ * there is one newer than the last that this function handed out, and so paces the preview.
+ * \return false, with a null image, when no preview is open, it was stopped meanwhile, or the
+ *         camera delivers nothing
+ */
+bool getVideoFrame(QImage &frame);
+
+/**
+ * One current frame of the main preview, rotated and flipped, 8-bit BGR (CV_8UC3). Does not wait
+ * for a newer one, nor take it from getVideoFrame.
+ */
+bool getVideoFrameMat(cv::Mat &frame);
+
+/** As getVideoFrameMat, for single pictures: a library may give a finer one here. */
+bool getVideoFrameMatEx(cv::Mat &frame);
+
+/**
+ * Runs an audio and video preview of the library's own; after true the caller starts the main
+ * preview anew. What the numbers mean is the library's choice.
+ */
+bool bAVPreview(qint64 first, qint64 second);
+
+/** Switches the image display of the library, where it has one. */
+void vSetImageDispFlag(bool on);
+///@}
+
+/**
+ * \name Settings
+ *
+ * Hold while the process runs, and may be made before a camera is open. A value out of range
+ * changes nothing. `camera` counts the sources, 1 being the main one; sizes are in pixels,
+ * before rotation.
+ */
+///@{
+
+/** \param mode  0 whole picture, 1 crop area, 2 automatic page detection with deskew */
+bool bSetMode(int mode);
+
+/** Working mode of the camera; the values are the library's choice. */
+void vSetCamaraMode(short mode);
+
+/** \param index  of a size in the list of getResolutionIndex, from 0 */
+void vSetResolutionEx(int camera, int index);
+
+/** Asks for a size; the camera takes this or the nearest it has. */
+void setResolution(int camera, int width, int height);
+
+int iGetResolutionX(int camera); ///< Width in use; 0 for a camera that is not there.
+int iGetResolutionY(int camera); ///< Height in use; 0 for a camera that is not there.
+
+/** Replaces `sizes` by the (width, height) pairs of the camera, in the library's order. */
+void getResolutionIndex(int camera, std::vector<std::pair<double, double>> &sizes);
+
+/** \param angle  of preview and captures, degrees clockwise: 0, 90, 180 or 270 */
+void vSetRotate(short angle);
+short iGetRotate(); ///< The angle of vSetRotate; 0 at first.
+
+/** \param mode  of the turned picture: 0 none, 1 left-right, 2 upside-down, 3 both */
+void vSetFlip(short mode);
+short iGetFlip(); ///< The mode of vSetFlip; 0 at first.
+
+bool vSetExposure(int value); ///< Unit and range are the library's choice.
+bool vSetBrightness(int value); ///< As vSetExposure.
+bool vSetContrast(int value); ///< As vSetExposure.
+
+/** Focuses once. \return true when that was begun: the outcome is not awaited */
+bool AutoFocus();
+
+/** Dots per inch of saved pictures and of pages. */
+bool vSetDPI(qint64 x, qint64 y);
+void vGetDPI(int *x, int *y); ///< The values of vSetDPI.
+
+/** Crop area for mode 1: top left and bottom right corner in pixels of the turned picture. */
+bool bSetImageArea(int x1, int y1, int x2, int y2);
+long lGetImageAreaX1(); ///< As bSetImageArea; all four 0 while none is set.
+long lGetImageAreaY1(); ///< As lGetImageAreaX1.
+long lGetImageAreaX2(); ///< As lGetImageAreaX1.
+long lGetImageAreaY2(); ///< As lGetImageAreaX1.
+
+/** \param quality  of JPEG files, 1 to 100 */
+bool vSetImageQuality(int quality);
+short sGetImageQuality(); ///< The quality of vSetImageQuality.
+
+/** How bBookScanner works; the values are the library's choice. */
+bool bSetBookScannerMode(int mode);
+int igetBookScannerMode(); ///< The mode of bSetBookScannerMode.
+
+/**
+ * Hears of the capture button of the camera, in place of a former listener.
+ * \param listener  first argument 1 when it was pressed; the others are the library's choice
+ */
+void vSetCapturePin(void (*listener)(int, int, int, unsigned int, int, void *));
+///@}
+
+/**
+ * \name Capture
+ *
+ * Saving takes the current picture at full resolution, as bSetMode says, with the watermark, and
+ * writes it into a directory under a name, to which the library adds the extension. It is true once
+ * the file is whole, and false without an open preview.
+ */
+///@{
+bool bSaveJPG(const char *directory, const char *name); ///< Colour JPEG.
+bool bSaveTifJPG(const char *directory, const char *name); ///< Colour TIFF with JPEG inside.
+bool bSaveGray(const char *directory, const char *name); ///< Grey picture.
+bool bSaveTIF(const char *directory, const char *name); ///< Bilevel TIFF.
+bool bSaveBMP(const char *directory, const char *name); ///< Colour bitmap.
+bool bSavePNG(const char *directory, const char *name); ///< Colour PNG.
+
+/** One picture twice: directory and name of the grey file, directory and name of the TIFF. */
+bool bSaveGrayAndTIF(const char *p1, const char *p2, const char *p3, const char *p4);
+
+/** Splits a picture; what the texts mean is the library's choice. */
+bool SplitPic(const char *p1, const char *p2);
+
+/** The current picture as base64 of an image file. \param number  0 colour, 1 grey, 2 bilevel */
+const char *sGetImageBase64_Byte(int number);
+
+/** \return base64, without line breaks, of the file at the path `text` */
+char *Base64Encode(const char *text);
+
+/**
+ * \param first   local text: base64
+ * \param second  local text: the file to write the decoded bytes to
+ */
+bool Base64Decode(const char *first, const char *second);
+///@}
+
+/**
+ * \name Documents
+ *
+ * One PDF, one OFD and one merged picture may be under way at a time, each from its start to its
+ * end; pages and ends without a start are false. A page without an image is the current picture, as
+ * in Capture, and a BW page is bilevel. `number` is where the page goes, counted from 1; -1.0
+ * appends, and so does 1.0 in an OFD.
+ */
+///@{
+
+/** \param p1  directory  \param p2  name without extension */
+bool bSavePDFStart(const char *p1, const char *p2);
+bool bSavePDFColorPage(); ///< The current picture in colour.
+bool bSavePDFBWPage(); ///< The current picture, bilevel.
+bool bSavePDFEnd(); ///< Writes the file: true once it is whole.
+bool bAddPDFColorPage(const char *image, float number); ///< An image file, local text.
+bool bAddPDFBWPage(const char *image, float number); ///< An image file, local text.
+bool bAddPDFBase64ColorPage(const char *base64); ///< Appends an image file.
+
+bool bSaveOFDStart(const char *p1, const char *p2); ///< As bSavePDFStart.
+bool bSaveOFDColorPage(); ///< The current picture in colour.
+bool bSaveOFDBWPage(); ///< The current picture, bilevel.
+bool bSaveOFDEnd(); ///< Writes the file: true once it is whole.
+bool bAddOFDPage(const char *image, float number); ///< An image file.
+bool bAddOFDBase64ColorPage(const char *base64); ///< Appends an image file.
+
+/** Begins a picture that several are merged into; the arguments are the library's choice. */
+bool bSaveMergeStart(const char *p1, const char *p2, short p3, short p4, qint64 p5, qint64 p6);
+bool bSaveMergePage(); ///< The current picture.
+bool bSaveMergeEnd(); ///< Writes the file: true once it is whole.
+///@}
+
+/**
+ * \name Scanning
+ *
+ * The library captures by itself, beside the preview. Numbers and texts (mode, directory, prefix of
+ * the names, interval) are the library's choice; results are negative for failure.
+ */
+///@{
+
+/**
+ * Who hears of the events of an automatic scan, in place of a former receiver.
+ * \param receiver  its slot is invoked through Qt's meta-object system, queued into its thread
+ * \param slot      as the macro SLOT writes it, "1name(int)"; the number is the library's choice
+ */
+void iAutoScan_observr(QObject *receiver, const char *slot);
+
+/** Captures whenever a document lies ready. */
+int iAutoScan(int number, const char *text1, const char *text2);
+
+/** Captures at a fixed interval. */
+int iTimerScan(int number1, const char *text1, const char *text2, int number2);
+
+/** Captures an open book. \param t3OrNull  may be null */
+bool bBookScanner(const char *t1, const char *t2, const char *t3OrNull);
+///@}
+
+/** \name Recording of the main preview */
+///@{
+bool bStartRec(const char *path); ///< Into this file; false while another is being made.
+bool bStartRecMp3(const char *path); ///< The same in the second format.
+
+/**
+ * Asks the recording to end and returns at once: isRecording turns false when the file is whole.
+ * \return false when there is none, which is no fault: it is asked at the end of every preview
+ */
+bool bStopRec();
+bool bPauseRec(); ///< What comes until bResumeRec is left out.
+bool bResumeRec(); ///< False when it is not paused.
+bool isRecording(); ///< True from the start until the file is whole, also while paused.
+
+/** Frame size of later recordings, in pixels. */
+void vSetRecSize(qint64 width, qint64 height);
+///@}
+
+/**
+ * \name Printing, watermark, barcode
+ *
+ * The printer and the numbers of printing are the library's choice; true means the job is queued.
+ * The watermark goes on later captures.
+ */
+///@{
+bool bPrint(int number); ///< The current picture.
+bool bPrintImage(short a, const char *image, short b); ///< An image file, local text.
+bool bPrintImageFile(const char *image, int number); ///< An image file.
+
+/** \param text  local text; what `a` and `b` mean is the library's choice */
+void vSetWaterPrint(short a, const char *text, short b);
+void vSetWaterPrintFont(const char *font); ///< Font family, local text.
+void vSetWaterPrintFontSize(short size); ///< In points.
+void vSetWaterPrintFontColor(long colour); ///< Its byte order is the library's choice.
+void vSetWaterPrintPos(short x, short y); ///< Top left corner in the capture, pixels.
+
+char *sGetBarCode(const char *image); ///< The codes in an image file, local text.
+
+/** The same for one kind of code; the kinds are the library's choice. */
+char *sGetBarCodeEx(long kind, const char *image);
+
+char *sGetBarCodeOnline(); ///< The codes in the current picture. In Latin-1.
+///@}
+
+/**
+ * \name Upload
+ *
+ * Sends an image file to a web server, and returns when that has answered or the library gave up.
+ * The arguments and the transfer are the library's choice. Texts out are the server's answer.
+ */
+///@{
+char *sUpLoadImage(const char *p1, const char *p2, const char *p3, bool flag, const char *p4);
+char *sUpLoadImageEx2(const char *p1, const char *p2, long p3, const char *p4);
+bool bUpLoadImage(const char *p1, const char *p2, long p3, const char *p4);
+
+/** \param answer  the server's answer, where there was one also on failure */
+bool sUpLoadImageEx5(const char *p1, const char *p2, long p3, const char *p4, const char *p6,
+                     const char *p7, QString *answer);
+///@}
+
+/** \name Status */
+///@{
+
+/** The USB devices present, each with an identifier like "usb#vid_2b19&pid_0200", in lower case. */
+char *sGetDevicesId();
+char *sEnumUSBDevice(); ///< The USB devices present; the form is the library's choice.
+char *sGetSerialNum(); ///< Serial number of the document camera.
+
+/** Fills in the version of the library: at most `capacity` bytes with the NUL at the end. */
+void doccameraVeriosn(char *buffer, int capacity);
+///@}
+
+/**
+ * \name Files
+ *
+ * Whether a target that exists is replaced, and which programs open and display, is the library's
+ * choice.
+ */
+///@{
+bool bDeleteFile(const char *path); ///< Into the recycle bin, if the library has one.
+bool bDeleteFileForever(const char *path); ///< Past any recycle bin.
+bool bCopyFile(const char *from, const char *to);
+bool bMoveFile(const char *from, const char *to);
+bool bReNameFile(const char *from, const char *to);
+bool bFileIsExist(const char *path); ///< True for a file, not for a directory.
+bool bDirIsExist(const char *path); ///< True for a directory, not for a file.
+bool bCreateDir(const char *path); ///< True also when it exists already.
+bool OpenFile(const char *path); ///< Opens a file on the screen.
+bool bDispPath(const char *path); ///< Shows a directory on the screen.
+bool IsExeExist(); ///< Whether the program that the library looks for is there.
+
+/** Names of the files of a format in a directory; formats are named by the library's choice. */
+const char *sGetAllFormatFiles(const char *directory, const char *format);
+///@}
+
+} // extern "C"
