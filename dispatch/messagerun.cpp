@@ -1,0 +1,106 @@
+// SPDX-License-Identifier: MIT
+#include "dispatch/messagerun.h"
+
+#include <QCoreApplication>
+#include <QDebug>
+#include <QThread>
+#include <QTimer>
+#include <QWebSocket>
+
+QPointer<QWebSocket> gpWebSocket;
+
+MessageRun::MessageRun(QObject *parent)
+    : QObject(parent)
+    , m_previewTimer(new QTimer(this))
+{
+    connect(m_previewTimer, &QTimer::timeout, this, &MessageRun::OnSengImgMessage);
+    connect(this, &MessageRun::handle_msg_signal, this, &MessageRun::handle_msg_slot);
+    connect(this, &MessageRun::sig_sendmsg, this, &MessageRun::send_msg);
+    InitCallBackMap();
+}
+
+void MessageRun::InitCallBackMap()
+{
+#define COMMAND(command)                                                                           \
+    m_commands.insert(QStringLiteral(#command), &MessageRun::command##_callback);
+#include "dispatch/commandlist.h"
+}
+
+void MessageRun::recv_msg(QString msg, QWebSocket *)
+{
+    Q_EMIT handle_msg_signal(msg, nullptr);
+}
+
+void MessageRun::handle_msg_slot(QString msg, QObject *)
+{
+    qDebug() << msg;
+    QString name = msg;
+    QString args;
+    const int open = msg.indexOf(QLatin1Char('('));
+    if (open >= 0) {
+        // The last character is dropped whatever it is: it need not be ")".
+        args = msg.mid(open + 1, qMax(0, msg.size() - open - 2));
+        name = msg.left(open);
+    }
+    if (const Callback callback = m_commands.value(name))
+        callback(name, args, this);
+}
+
+void MessageRun::send_msg(QString text)
+{
+    Q_ASSERT(QThread::currentThread() == QCoreApplication::instance()->thread());
+    if (gpWebSocket)
+        gpWebSocket->sendTextMessage(text);
+}
+
+void MessageRun::send_json_msg(bool ok, QString funcname, QString data)
+{
+    send_msg(QStringLiteral("{\"code\":\"%1\",\"funcname\":\"%2\",\"data\":\"%3\"}")
+                 .arg(ok ? QStringLiteral("1") : QStringLiteral("0"))
+                 .arg(funcname)
+                 .arg(data));
+}
+
+void MessageRun::sendmsg_thread(QString text)
+{
+    Q_EMIT sig_sendmsg(text);
+}
+
+QString MessageRun::framed(const QString &name, const QString &result)
+{
+    return QLatin1String("Begin") + name + result + QLatin1String("End") + name;
+}
+
+QString MessageRun::truth(bool value)
+{
+    return value ? QStringLiteral("true") : QStringLiteral("false");
+}
+
+QString MessageRun::reply(const QString &name, const QString &result)
+{
+    const QString text = framed(name, result);
+    send_msg(text);
+    return text;
+}
+
+QString MessageRun::reply(const QString &name, bool result)
+{
+    return reply(name, truth(result));
+}
+
+QString MessageRun::reply(const QString &name)
+{
+    return reply(name, QString());
+}
+
+void MessageRun::http_reply_slot(int, QString text)
+{
+    reply(QStringLiteral("sUpLoadImageEx2"), text);
+}
+
+void MessageRun::slot_iAutoshot(int pagenum)
+{
+    reply(QStringLiteral("iAutoScan"), QString::number(pagenum));
+}
+
+void MessageRun::slot_zazfpRead(bool, QString) { }
