@@ -1,0 +1,89 @@
+// SPDX-License-Identifier: MIT
+#include "transport/clientlink.h"
+
+#include <QDebug>
+#include <QTcpSocket>
+#include <QThread>
+#include <QWebSocket>
+#include <QWebSocketServer>
+#include <QtEndian>
+
+#include <cstring>
+
+namespace {
+
+/// QWebSocket hides its TCP socket. It is a child of the server's listening socket.
+QTcpSocket *findTcpSocket(const QWebSocketServer *server, const QWebSocket *socket)
+{
+    const auto candidates = server->findChildren<QTcpSocket *>();
+    for (QTcpSocket *candidate : candidates) {
+        if (candidate->peerPort() == socket->peerPort()
+            && candidate->peerAddress() == socket->peerAddress())
+            return candidate;
+    }
+    qWarning() << "transport: no TCP socket found for the page at port" << socket->peerPort()
+               << "- its preview is slower, its replies may be delayed";
+    return nullptr;
+}
+
+} // namespace
+
+ClientLink::ClientLink(QWebSocket *socket, QWebSocketServer *server)
+    : QObject(socket)
+    , m_socket(socket)
+    , m_tcp(findTcpSocket(server, socket))
+{
+    if (m_tcp)
+        m_tcp->setSocketOption(QAbstractSocket::LowDelayOption, 1);
+    connect(socket, &QWebSocket::bytesWritten, this, &ClientLink::forgetWritten);
+}
+
+void ClientLink::sendFrame(const QByteArray &text, const QByteArray &frame)
+{
+    Q_ASSERT(QThread::currentThread() == thread());
+    if (m_socket->state() != QAbstractSocket::ConnectedState)
+        return;
+    if (m_socket->bytesToWrite() == 0) {
+        m_waiting.clear();
+        m_written = 0;
+    }
+    if (m_waiting.size() >= frameLimit)
+        return;
+    if (m_tcp)
+        m_tcp->write(frame);
+    else
+        m_socket->sendTextMessage(QString::fromLatin1(text));
+    m_waiting.enqueue(m_written + m_socket->bytesToWrite());
+    m_socket->flush(); // now, not after a turn of the event loop
+}
+
+void ClientLink::forgetWritten(qint64 bytes)
+{
+    m_written += bytes;
+    while (!m_waiting.isEmpty() && m_waiting.head() <= m_written)
+        m_waiting.dequeue();
+}
+
+void ClientLink::webSocketTextFrame(const QByteArray &text, QByteArray &buffer)
+{
+    constexpr uchar finalText = 0x81; // FIN, opcode 1
+    uchar header[10] = {finalText};
+    int headerLength = 2;
+    if (text.size() < 126) {
+        header[1] = static_cast<uchar>(text.size());
+    } else if (text.size() <= 0xFFFF) {
+        header[1] = 126;
+        qToBigEndian(static_cast<quint16>(text.size()), header + 2);
+        headerLength = 4;
+    } else {
+        header[1] = 127;
+        qToBigEndian(static_cast<quint64>(text.size()), header + 2);
+        headerLength = 10;
+    }
+    if (!buffer.isDetached())
+        buffer = QByteArray();
+    buffer.resize(headerLength + text.size());
+    std::memcpy(buffer.data(), header, static_cast<std::size_t>(headerLength));
+    std::memcpy(buffer.data() + headerLength, text.constData(),
+                static_cast<std::size_t>(text.size()));
+}

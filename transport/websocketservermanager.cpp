@@ -1,0 +1,260 @@
+// SPDX-License-Identifier: MIT
+#include "transport/websocketservermanager.h"
+
+#include "camera/captureimgthread.h"
+#include "companion/webbrowser.h"
+#include "dispatch/messagerun.h"
+#include "log/trace.h"
+#include "transport/clientlink.h"
+
+#include <QThread>
+#include <QWebSocket>
+
+#include <functional>
+#include <numeric>
+#include <utility>
+
+namespace {
+
+QString clientKey(const QString &ip, int port)
+{
+    return QStringLiteral("%1-%2").arg(ip).arg(port);
+}
+
+QString clientKey(const QWebSocket *socket)
+{
+    return clientKey(socket->peerAddress().toString(), socket->peerPort());
+}
+
+/// Base64 of the bytes FF D8 FF, with which every JPEG file begins.
+bool isJpegText(const QByteArray &text)
+{
+    return text.startsWith("/9j/");
+}
+
+/// Without an early end, so that the compiler looks at many characters at once.
+bool isAscii(const QByteArray &text)
+{
+    const auto bytes = reinterpret_cast<const uchar *>(text.constData());
+    return std::accumulate(bytes, bytes + text.size(), 0U, std::bit_or<>()) < 0x80;
+}
+
+/// Messages end at the first NUL byte: some device libraries count one in.
+QByteArray upToNul(const QByteArray &bytes)
+{
+    const int nul = bytes.indexOf('\0');
+    return nul < 0 ? bytes : bytes.left(nul);
+}
+
+} // namespace
+
+WebSocketServerManager::WebSocketServerManager(QString serverName, QWebSocketServer::SslMode mode,
+                                               QObject *parent)
+    : QObject(parent)
+    , m_serverName(std::move(serverName))
+    , m_sslMode(mode)
+    , m_messageRun(new MessageRun(this))
+{
+    connect(this, &WebSocketServerManager::send_recv_msg, m_messageRun, &MessageRun::recv_msg);
+    connect(CaptureImgThread::instance(), &CaptureImgThread::sig_msg, this,
+            &WebSocketServerManager::slot_captureImgThread);
+}
+
+WebSocketServerManager::~WebSocketServerManager()
+{
+    if (m_server)
+        m_server->deleteLater();
+}
+
+void WebSocketServerManager::websocke_server_start(QHostAddress address, quint16 port)
+{
+    if (m_running) {
+        TRACE << "Failed to" << __func__ << "it's already running...";
+        return;
+    }
+    if (!m_server) {
+        m_server = new QWebSocketServer(m_serverName, m_sslMode, this);
+        connect(m_server, &QWebSocketServer::newConnection, this,
+                &WebSocketServerManager::slot_newConnection);
+        connect(m_server, &QWebSocketServer::closed, this, &WebSocketServerManager::slot_closed);
+        connect(m_server, &QWebSocketServer::serverError, this,
+                &WebSocketServerManager::slot_serverError);
+    }
+    m_listenAddress = address;
+    m_listenPort = port;
+    m_running = m_server->listen(address, port);
+    if (!m_running)
+        qWarning() << "transport: can't listen on port" << port << "-" << m_server->errorString();
+}
+
+void WebSocketServerManager::websocke_server_stop()
+{
+    if (!m_running) {
+        TRACE << "Failed to" << __func__ << ", it's not running...";
+        return;
+    }
+    m_running = false;
+    m_server->close();
+}
+
+quint16 WebSocketServerManager::port() const
+{
+    return m_running ? m_server->serverPort() : quint16{0};
+}
+
+void WebSocketServerManager::slot_newConnection()
+{
+    QWebSocket *socket = m_server->nextPendingConnection();
+    if (!socket)
+        return;
+    socket->setParent(m_server);
+    TRACE << socket->peerAddress().toString() << socket->peerPort()
+          << (socket->peerAddress().isLoopback() ? "true" : "false") << socket->peerName();
+
+    connect(socket, &QWebSocket::disconnected, this, &WebSocketServerManager::slot_disconnected);
+    connect(socket, QOverload<QAbstractSocket::SocketError>::of(&QWebSocket::error), this,
+            &WebSocketServerManager::slot_error);
+    connect(socket, &QWebSocket::textMessageReceived, this,
+            &WebSocketServerManager::slot_textMessageReceived);
+    // Made anew for every page, so that a message goes out once for each that ever connected:
+    // listeners of these signals reckon with it.
+    connect(this, &WebSocketServerManager::signal_thread_MessageReceived, this,
+            &WebSocketServerManager::slot_thread_MessageReceived);
+    connect(this, &WebSocketServerManager::signal_thread_MessageReceived_binary, this,
+            &WebSocketServerManager::slot_thread_MessageReceived_binary);
+
+    m_clients.insert(clientKey(socket), socket);
+    m_links.insert(socket, new ClientLink(socket, m_server));
+}
+
+void WebSocketServerManager::slot_textMessageReceived(const QString &message)
+{
+    TRACE << message;
+    auto *socket = qobject_cast<QWebSocket *>(sender());
+    if (message.startsWith(QLatin1Char('@'))) {
+        WebBrowser::instance()->recvMessage(message, socket);
+    } else if (message.startsWith(QLatin1Char('#'))) {
+        MessageRun::send_msg(message.mid(1));
+    } else {
+        m_currentSocket = socket;
+        if (!socket)
+            return;
+        gpWebSocket = socket;
+        m_messageRun->recv_msg(message, socket);
+    }
+}
+
+void WebSocketServerManager::slot_disconnected()
+{
+    TRACE;
+    auto *socket = qobject_cast<QWebSocket *>(sender());
+    if (!socket)
+        return;
+    gpWebSocket = nullptr; // whichever page has left
+    stopPreviews();
+    m_clients.remove(m_clients.key(socket));
+    m_links.remove(socket);
+    socket->abort();
+    socket->close(QWebSocketProtocol::CloseCodeNormal, QString());
+    socket->deleteLater();
+}
+
+void WebSocketServerManager::slot_closed()
+{
+    const auto clients = std::exchange(m_clients, {});
+    m_links.clear();
+    for (QWebSocket *socket : clients)
+        socket->close(QWebSocketProtocol::CloseCodeNormal, QString());
+    stopPreviews();
+    Q_EMIT signal_close();
+}
+
+/// The preview never outlives the page that started it. No page is current: the answers are lost.
+void WebSocketServerManager::stopPreviews()
+{
+    Q_EMIT send_recv_msg(QStringLiteral("bStopPlay"), nullptr);
+    Q_EMIT send_recv_msg(QStringLiteral("bStopPlay4"), nullptr);
+}
+
+void WebSocketServerManager::slot_error(QAbstractSocket::SocketError)
+{
+    if (auto *socket = qobject_cast<QWebSocket *>(sender()))
+        Q_EMIT signal_error(socket->peerAddress().toString(), socket->peerPort(),
+                            socket->errorString());
+}
+
+void WebSocketServerManager::slot_serverError(QWebSocketProtocol::CloseCode)
+{
+    // signal_error speaks of pages: the listening socket's errors go to the log alone. That it
+    // could not listen at all is told by who tried.
+    if (m_running)
+        qWarning() << "transport:" << m_server->errorString();
+}
+
+void WebSocketServerManager::slot_textFrameReceived(const QString &frame, bool isLastFrame)
+{
+    auto *socket = qobject_cast<QWebSocket *>(sender());
+    if (!socket)
+        return;
+    TRACE << frame << (isLastFrame ? "true" : "false");
+    Q_EMIT signal_textFrameReceived(socket->peerAddress().toString(), socket->peerPort(), frame,
+                                    isLastFrame);
+}
+
+void WebSocketServerManager::slot_captureImgThread(QByteArray byte)
+{
+    Q_ASSERT(QThread::currentThread() == thread());
+    if (sender() == CaptureImgThread::instance() && isJpegText(byte)) {
+        const QByteArray text = upToNul(byte);
+        if (isAscii(text)) {
+            broadcastFrame(text);
+            return;
+        }
+    }
+    const QString message = QString::fromUtf8(upToNul(byte));
+    const auto clients = m_clients; // a page may leave the table while it is written to
+    for (QWebSocket *socket : clients)
+        socket->sendTextMessage(message);
+}
+
+void WebSocketServerManager::broadcastFrame(const QByteArray &text)
+{
+    QByteArray &frame = m_frames[m_nextFrame++ % m_frames.size()];
+    ClientLink::webSocketTextFrame(text, frame);
+    const auto links = m_links;
+    for (ClientLink *link : links)
+        link->sendFrame(text, frame);
+}
+
+QWebSocket *WebSocketServerManager::client(const QString &ip, int port) const
+{
+    return m_clients.value(clientKey(ip, port));
+}
+
+void WebSocketServerManager::websocke_server_sendData(QString ip, int port, QString message)
+{
+    if (QWebSocket *socket = client(ip, port))
+        socket->sendTextMessage(message);
+}
+
+void WebSocketServerManager::websocke_server_sendData_binary(QString ip, int port, QByteArray data)
+{
+    if (QWebSocket *socket = client(ip, port))
+        socket->sendBinaryMessage(data);
+}
+
+void WebSocketServerManager::slot_thread_MessageReceived(const QString &message)
+{
+    if (m_currentSocket)
+        websocke_server_sendData(m_currentSocket->peerAddress().toString(),
+                                 m_currentSocket->peerPort(), message);
+    TRACE << "thread send data..........";
+}
+
+void WebSocketServerManager::slot_thread_MessageReceived_binary(const QByteArray &data)
+{
+    if (m_currentSocket)
+        websocke_server_sendData_binary(m_currentSocket->peerAddress().toString(),
+                                        m_currentSocket->peerPort(), data);
+    TRACE << "thread send data..........binary";
+}

@@ -1,0 +1,109 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <QAbstractSocket>
+#include <QHash>
+#include <QHostAddress>
+#include <QObject>
+#include <QPointer>
+#include <QWebSocket>
+#include <QWebSocketProtocol>
+#include <QWebSocketServer>
+
+#include <array>
+
+class ClientLink;
+class MessageRun;
+
+/**
+ * The server's endpoint: listens for pages, keeps the table of those connected, routes what they
+ * send, and broadcasts what workers and companions produce.
+ *
+ * Everything here runs in the main thread; nothing else touches a page's socket but
+ * MessageRun::send_msg in the same thread.
+ */
+class WebSocketServerManager : public QObject
+{
+    Q_OBJECT
+
+public:
+    /**
+     * Makes the dispatcher and connects the workers' messages (which makes the workers). Nothing
+     * listens yet.
+     */
+    WebSocketServerManager(QString serverName, QWebSocketServer::SslMode mode,
+                           QObject *parent = nullptr);
+    ~WebSocketServerManager() override;
+
+    /**
+     * Starts listening; does nothing but a debug line when it runs already. When it can't listen,
+     * running() stays false, a log line says why, and the process goes on.
+     */
+    void websocke_server_start(QHostAddress address, quint16 port);
+
+    /** Stops listening and closes every page's connection; a debug line when it does not run. */
+    void websocke_server_stop();
+
+    /** Whether the server listens. */
+    bool running() const { return m_running; }
+
+    /** The port listened on, 0 when it does not run; for a start at port 0. */
+    quint16 port() const;
+
+    /** The dispatcher, owned by this object. */
+    MessageRun *dispatcher() const { return m_messageRun; }
+
+    /** Sends to the page at that address and port; nothing when there is none. */
+    void websocke_server_sendData(QString ip, int port, QString message);
+    void websocke_server_sendData_binary(QString ip, int port, QByteArray data);
+
+Q_SIGNALS:
+    // Declared for listeners; of these only signal_error, signal_textFrameReceived, signal_close
+    // and send_recv_msg are ever emitted.
+    void signal_conncted(QString ip, int port);
+    void signal_disconncted(QString ip, int port);
+    void signal_sendTextMessageResult(QString ip, quint32 port, bool result);
+    void signal_sendBinaryMessageResult(QString ip, quint32 port, bool result);
+    void signal_error(QString ip, quint32 port, QString errorString);
+    void signal_textFrameReceived(QString ip, quint32 port, QString frame, bool isLastFrame);
+    void signal_textMessageReceived(QString ip, quint32 port, QString message);
+    void signal_close();
+    /** A way for any thread to reach the current page; see slot_thread_MessageReceived. */
+    void signal_thread_MessageReceived(const QString &message);
+    void signal_thread_MessageReceived_binary(const QByteArray &data);
+    /** A command text for the dispatcher, with the page that sent it (null: the server itself). */
+    void send_recv_msg(QString message, QWebSocket *);
+
+public Q_SLOTS:
+    void slot_newConnection();
+    void slot_serverError(QWebSocketProtocol::CloseCode closeCode);
+    void slot_closed();
+    void slot_disconnected();
+    void slot_error(QAbstractSocket::SocketError error);
+    void slot_textFrameReceived(const QString &frame, bool isLastFrame);
+    /** Routes one text of a page: "@" to the counter pages, "#" to the current page, a command. */
+    void slot_textMessageReceived(const QString &message);
+    void slot_thread_MessageReceived(const QString &message);
+    void slot_thread_MessageReceived_binary(const QByteArray &data);
+    /** Broadcasts a worker's message (a preview frame, a late result) to every page. */
+    void slot_captureImgThread(QByteArray byte);
+
+private:
+    QWebSocket *client(const QString &ip, int port) const;
+    void broadcastFrame(const QByteArray &text);
+    void stopPreviews();
+
+    QPointer<QWebSocket> m_currentSocket; // the page that sent the latest command, gone or not
+    QString m_serverName;
+    QWebSocketServer::SslMode m_sslMode;
+    bool m_running = false; // what the last listen said
+    QWebSocketServer *m_server = nullptr;
+    QHash<QString, QWebSocket *> m_clients; // by "address-port"
+    QHostAddress m_listenAddress;
+    quint16 m_listenPort = 1818;
+    MessageRun *m_messageRun;
+
+    QHash<QWebSocket *, ClientLink *> m_links; // of the pages in m_clients
+    std::array<QByteArray, 4> m_frames; // ready frames; those still being written are in use
+    std::size_t m_nextFrame = 0;
+};
