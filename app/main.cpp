@@ -1,0 +1,66 @@
+// SPDX-License-Identifier: MIT
+//
+// Start-up, in its order; the rest of the program's life is the event loop.
+
+#include "app/singleinstance.h"
+#include "devicelib/doccamera.h"
+#include "log/qlog.h"
+#include "transport/websocketservermanager.h"
+
+#include <QApplication>
+#include <QDateTime>
+#include <QDebug>
+
+#include <cstdlib>
+
+namespace {
+
+constexpr quint16 port = 1818; // pages know no other
+
+/// Begins a start-up line: the log facility adds no time of its own.
+QDebug startLine()
+{
+    const QString time =
+        QDateTime::currentDateTime().toString(QStringLiteral("yyyy-MM-dd HH:mm:ss"));
+    return qInfo() << QStringLiteral("[%1] ").arg(time).toLocal8Bit().constData();
+}
+
+void logVersions()
+{
+    startLine() << "版本编译时间" << __DATE__ << __TIME__;
+    char library[1000] = {};
+    doccameraVeriosn(library, sizeof library);
+    startLine() << library;
+}
+
+void exitIfAnotherRuns()
+{
+    const InstanceCount instances = countInstances();
+    startLine() << instances.line.constData();
+    if (!instances.anotherRuns())
+        return;
+    startLine() << "process[rvowebSocketServer] is already running!!!";
+    exit(EXIT_SUCCESS);
+}
+
+} // namespace
+
+int main(int argc, char *argv[])
+{
+    static char loggingRules[] = "QT_LOGGING_RULES=\"*.debug=true\""; // putenv keeps the memory
+    putenv(loggingRules);
+    QApplication application(argc, argv);
+    logVersions();
+    exitIfAnotherRuns();
+
+    QLog::instance()->handler(QLog::LogToFile);
+    startLine() << "boreaTcp：系统启动";
+    logVersions();
+
+    // Never deleted: pages are served until the process ends.
+    auto *manager =
+        new WebSocketServerManager(QStringLiteral("boreaTcp"), QWebSocketServer::NonSecureMode);
+    manager->websocke_server_start(QHostAddress::Any, port);
+    QGuiApplication::setQuitOnLastWindowClosed(false);
+    return QApplication::exec();
+}
