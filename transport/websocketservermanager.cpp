@@ -83,7 +83,9 @@ void WebSocketServerManager::websocke_server_start(QHostAddress address, quint16
     m_listenAddress = address;
     m_listenPort = port;
     m_running = m_server->listen(address, port);
-    if (!m_running)
+    if (m_running)
+        qInfo() << "transport: listening on port" << m_server->serverPort();
+    else
         qWarning() << "transport: can't listen on port" << port << "-" << m_server->errorString();
 }
 
