@@ -1,0 +1,169 @@
+// SPDX-License-Identifier: MIT
+#include "portable/cameras.h"
+
+#include "portable/deviceconfig.h"
+
+#include <QCoreApplication>
+#include <QDebug>
+#include <opencv2/core/utils/logger.hpp>
+
+namespace portable {
+
+namespace {
+
+std::unique_ptr<FrameSource> configuredSource(int camera, QString *error)
+{
+    const QString path = QCoreApplication::applicationDirPath() + QStringLiteral("/devices.ini");
+    return makeSource(camera, readDeviceConfig(path), listV4l2Devices, error);
+}
+
+/** We say ourselves what is wrong with a camera; OpenCV's guesses go to stderr, beside the log. */
+void silenceOpenCv()
+{
+    if (!qEnvironmentVariableIsSet("OPENCV_LOG_LEVEL")) {
+        cv::utils::logging::setLogLevel(cv::utils::logging::LOG_LEVEL_FATAL);
+    }
+}
+
+} // namespace
+
+Cameras &Cameras::instance()
+{
+    static Cameras cameras(configuredSource);
+    static const bool once = [] {
+        silenceOpenCv();
+        // Sources paint and read files: not without the application.
+        qAddPostRoutine([] {
+            cameras.stopMain();
+            cameras.stopFourth();
+        });
+        return true;
+    }();
+    Q_UNUSED(once)
+    return cameras;
+}
+
+Cameras::Cameras(SourceFactory factory, CameraTimes times)
+    : m_factory(std::move(factory))
+    , m_times(times)
+{
+}
+
+Cameras::~Cameras()
+{
+    stopMain();
+    stopFourth();
+}
+
+bool Cameras::start(int camera, int rotation)
+{
+    const std::lock_guard<std::mutex> changing(m_changing);
+    Slot &slot = camera == 4 ? m_fourth : m_main;
+    replace(slot, nullptr);
+    if (!isRotation(rotation)) {
+        qWarning().noquote() << "portable:" << cameraName(camera)
+                             << "doesn't start: there is no rotation by" << rotation << "degrees";
+        return false;
+    }
+    if (rotation != 0) {
+        m_settings.setRotation(rotation);
+    }
+    QString error;
+    auto source = m_factory(camera, &error);
+    if (!source) {
+        qWarning().noquote() << "portable:" << cameraName(camera) << "doesn't start:" << error;
+        return false;
+    }
+    const auto started = std::make_shared<Camera>(camera, std::move(source), m_settings, m_times);
+    if (!started->start()) {
+        return false;
+    }
+    replace(slot, started);
+    return true;
+}
+
+void Cameras::stopMain()
+{
+    const std::lock_guard<std::mutex> changing(m_changing);
+    replace(m_main, nullptr);
+}
+
+void Cameras::stopFourth()
+{
+    const std::lock_guard<std::mutex> changing(m_changing);
+    replace(m_fourth, nullptr);
+}
+
+std::shared_ptr<Camera> Cameras::mainCamera() const
+{
+    return get(m_main);
+}
+
+bool Cameras::nextPreviewFrame(cv::Mat &frame)
+{
+    const Slot camera = get(m_main);
+    quint64 place = m_previewPlace;
+    if (!camera || !camera->nextFrame(place, frame)) {
+        frame.release();
+        return false;
+    }
+    m_previewPlace = place;
+    return true;
+}
+
+bool Cameras::currentFrame(cv::Mat &frame) const
+{
+    const Slot main = get(m_main);
+    const Slot camera = main ? main : get(m_fourth);
+    if (!camera) {
+        frame.release();
+        return false;
+    }
+    return camera->currentFrame(frame);
+}
+
+std::vector<cv::Size> Cameras::sizes(int camera) const
+{
+    const auto source = this->source(camera);
+    return source ? source->sizes() : std::vector<cv::Size>();
+}
+
+cv::Size Cameras::size(int camera) const
+{
+    for (const Slot &open : {get(m_main), get(m_fourth)}) {
+        if (open && open->number() == camera) {
+            return open->size();
+        }
+    }
+    const auto source = this->source(camera);
+    return source ? source->sizeFor(m_settings.view(camera).resolution) : cv::Size();
+}
+
+/** Ends the camera in the slot, if any, and puts `camera` there. */
+void Cameras::replace(Slot &slot, const Slot &camera)
+{
+    Slot former;
+    {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        former = slot;
+        slot = camera;
+    }
+    if (former) {
+        former->stop();
+    }
+}
+
+Cameras::Slot Cameras::get(const Slot &slot) const
+{
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    return slot;
+}
+
+/** A camera's source to ask, without opening it; null for one that isn't there. */
+std::unique_ptr<FrameSource> Cameras::source(int camera) const
+{
+    QString unused;
+    return m_factory(camera, &unused);
+}
+
+} // namespace portable

@@ -1,0 +1,37 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include "portable/framepool.h"
+#include "portable/framesource.h"
+#include "portable/v4l2devices.h"
+
+#include <opencv2/videoio.hpp>
+
+namespace portable {
+
+/** A camera of this machine, by way of V4L2. */
+class V4l2Source : public FrameSource
+{
+public:
+    /** \param text  which one, as findV4l2Device understands it; sought anew at each open */
+    explicit V4l2Source(const QString &text, V4l2Lister lister = listV4l2Devices);
+
+    QString name() const override;
+    bool open(const cv::Size &wanted, QString *error) override;
+    void close() override;
+    bool read(cv::Mat &frame, QString *error) override;
+    double framesPerSecond() const override { return 0; }
+    std::vector<cv::Size> sizes() const override;
+
+private:
+    V4l2Device find(const V4l2Devices &devices) const;
+
+    const QString m_text;
+    const V4l2Lister m_lister;
+    V4l2Device m_device; // the one opened last; no path before
+    cv::VideoCapture m_capture;
+    bool m_hasDelivered = false; // since it was opened
+    FramePool m_pool;
+};
+
+} // namespace portable
