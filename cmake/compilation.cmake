@@ -1,0 +1,27 @@
+# SPDX-License-Identifier: MIT
+# The target `warnings` carries what our own code is compiled with; link it PRIVATE.
+add_library(warnings INTERFACE)
+target_compile_options(warnings INTERFACE
+    -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wnon-virtual-dtor -Wold-style-cast
+    -Woverloaded-virtual -Wcast-align -Wformat=2 -Werror
+    -fmacro-prefix-map=${PROJECT_SOURCE_DIR}/=)
+target_compile_definitions(warnings INTERFACE
+    QT_MESSAGELOGCONTEXT
+    QT_NO_CAST_FROM_ASCII
+    QT_NO_CAST_FROM_BYTEARRAY
+    QT_NO_CAST_TO_ASCII
+    QT_NO_FOREACH
+    QT_NO_KEYWORDS
+    QT_NO_NARROWING_CONVERSIONS_IN_CONNECT
+    QT_NO_URL_CAST_FROM_STRING
+    QT_DISABLE_DEPRECATED_BEFORE=0x050C00)
+
+if(SANITIZE)
+    # Everything of ours is built with the sanitizer, the tests' fakes included.
+    add_compile_options(-fsanitize=${SANITIZE} -fno-omit-frame-pointer -O1)
+    add_link_options(-fsanitize=${SANITIZE})
+    if(SANITIZE STREQUAL "address")
+        add_compile_options(-fsanitize=undefined -fno-sanitize-recover=undefined)
+        add_link_options(-fsanitize=undefined)
+    endif()
+endif()

@@ -1,0 +1,34 @@
+# SPDX-License-Identifier: MIT
+# The server: one static library that tests link too, and the program around it.
+add_library(server_core STATIC
+    app/singleinstance.cpp
+    camera/captureimgthread.cpp
+    camera/frameencoder.cpp
+    camera/mat2base64.cpp
+    camera/previewcommands.cpp
+    companion/configini.cpp
+    companion/webbrowser.cpp
+    dispatch/arguments.cpp
+    dispatch/base64.cpp
+    dispatch/messagerun.cpp
+    log/qlog.cpp
+    log/qlogtonet.cpp
+    log/trace.cpp
+    transport/clientlink.cpp
+    transport/websocketservermanager.cpp)
+target_include_directories(server_core PUBLIC ${PROJECT_SOURCE_DIR})
+target_link_libraries(server_core
+    PUBLIC devicelib Qt5::Core Qt5::Gui Qt5::Network Qt5::WebSockets Qt5::Widgets
+    PRIVATE warnings OpenCV::imgproc OpenCV::imgcodecs JPEG::JPEG Threads::Threads)
+
+add_executable(rvowebSocketServer app/main.cpp app/icons.qrc)
+target_link_libraries(rvowebSocketServer PRIVATE server_core warnings)
+if(DEVICE_LIBRARIES)
+    target_link_libraries(rvowebSocketServer PRIVATE ${DEVICE_LIBRARIES})
+else()
+    target_link_libraries(rvowebSocketServer PRIVATE doccamera cardreader)
+endif()
+# Libraries beside the program are found there; LD_LIBRARY_PATH comes before (DT_RUNPATH).
+set_target_properties(rvowebSocketServer PROPERTIES
+    BUILD_RPATH "\$ORIGIN" INSTALL_RPATH "\$ORIGIN" BUILD_RPATH_USE_ORIGIN ON)
+target_link_options(rvowebSocketServer PRIVATE -Wl,--enable-new-dtags)

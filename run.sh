@@ -1,0 +1,47 @@
+#!/usr/bin/env bash
+# SPDX-License-Identifier: MIT
+# Installs what is missing, builds, starts the server.
+cd "$(dirname "$0")"
+. scripts/common.sh
+
+usage() {
+    cat <<'TEXT'
+usage: ./run.sh [option]
+
+Installs missing Debian packages (as root or with sudo), builds the server into build/release/
+and starts it. It runs until it is ended with Ctrl-C.
+
+  --build-only   install and build, do not start
+  --no-install   never touch the system's packages
+  --help         this text
+
+With a device library of a maker:
+  cmake -S . -B build/release -G Ninja -DDEVICE_LIBRARIES="/path/libdoccamera.so;/path/libcardreader.so"
+or start the built program with LD_LIBRARY_PATH set to the folder of theirs.
+TEXT
+}
+
+start=yes
+install=yes
+for option in "$@"; do
+    case "$option" in
+    --build-only) start=no ;;
+    --no-install) install=no ;;
+    --help | -h) usage; exit 0 ;;
+    *) usage >&2; exit 2 ;;
+    esac
+done
+
+[ "$install" = no ] || install_packages build run
+build release rvowebSocketServer
+program=$PWD/build/release/rvowebSocketServer
+if [ "$start" = no ]; then
+    say "built: $program"
+    exit 0
+fi
+
+choose_platform
+say "server:       ws://127.0.0.1:1818 (all addresses)"
+say "console page: file://$PWD/console/index.html"
+say "log:          $PWD/build/release/log/vx_log_$(date +%F).txt"
+exec "$program"

@@ -1,0 +1,52 @@
+# SPDX-License-Identifier: MIT
+# What run.sh, test.sh and bench.sh share; they source it from the root of the tree.
+set -eu
+
+say() { printf '==> %s\n' "$*"; }
+fail() { printf 'error: %s\n' "$*" >&2; exit 1; }
+
+# Installs the Debian packages of the groups named that are not installed yet.
+install_packages() {
+    local group package missing=''
+    command -v dpkg-query >/dev/null || fail "this needs a Debian-family system (no dpkg-query found)"
+    for group in "$@"; do
+        for package in $(awk -v group="$group" '$1 == group { print $2 }' scripts/packages.txt); do
+            dpkg-query -W -f='${db:Status-Status}\n' "$package" 2>/dev/null | grep -qx installed \
+                || missing="$missing $package"
+        done
+    done
+    [ -n "$missing" ] || return 0
+
+    say "installing packages:$missing"
+    local root=''
+    if [ "$(id -u)" -ne 0 ]; then
+        command -v sudo >/dev/null || fail "not root, and no sudo: install them by hand, then run this again"
+        root=sudo
+    fi
+    $root apt-get -q update
+    # shellcheck disable=SC2086 # a list of words
+    $root env DEBIAN_FRONTEND=noninteractive apt-get -q install -y --no-install-recommends $missing
+}
+
+# Without a display Qt draws into memory; with one it uses it.
+choose_platform() {
+    if [ -z "${DISPLAY:-}" ] && [ -z "${WAYLAND_DISPLAY:-}" ]; then
+        say "no display: running headless"
+        export QT_QPA_PLATFORM="${QT_QPA_PLATFORM:-offscreen}"
+    fi
+    if [ -z "${XDG_RUNTIME_DIR:-}" ]; then
+        XDG_RUNTIME_DIR="${TMPDIR:-/tmp}/runtime-$(id -u)"
+        mkdir -p -m 700 "$XDG_RUNTIME_DIR"
+        export XDG_RUNTIME_DIR
+    fi
+}
+
+# build NAME TARGET [cmake option ...]: builds the target in build/NAME.
+build() {
+    local name=$1 target=$2 type=Debug
+    shift 2
+    [ "$name" != release ] || type=Release
+    say "building $target in build/$name"
+    cmake -S . -B "build/$name" -G Ninja -DCMAKE_BUILD_TYPE="$type" --log-level=WARNING "$@"
+    cmake --build "build/$name" --target "$target"
+}

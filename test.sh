@@ -1,0 +1,42 @@
+#!/usr/bin/env bash
+# SPDX-License-Identifier: MIT
+# Installs what is missing, builds, runs every test.
+cd "$(dirname "$0")"
+. scripts/common.sh
+
+usage() {
+    cat <<'TEXT'
+usage: ./test.sh [option]
+
+Installs missing Debian packages (as root or with sudo), builds, and runs the tests.
+
+  --sanitizers   run them under the address and the thread sanitizer as well
+  --no-install   never touch the system's packages
+  --help         this text
+
+One test:  build/release/tests/tst_log [function]   (QT_QPA_PLATFORM=offscreen without a display)
+TEXT
+}
+
+install=yes
+builds=release
+for option in "$@"; do
+    case "$option" in
+    --sanitizers) builds="release asan tsan" ;;
+    --no-install) install=no ;;
+    --help | -h) usage; exit 0 ;;
+    *) usage >&2; exit 2 ;;
+    esac
+done
+
+[ "$install" = no ] || install_packages build run
+choose_platform
+for name in $builds; do
+    case "$name" in
+    release) build release all ;;
+    asan) build asan all -DSANITIZE=address ;;
+    tsan) build tsan all -DSANITIZE=thread ;;
+    esac
+    say "testing build/$name"
+    (cd "build/$name" && ctest --output-on-failure)
+done
