@@ -1,0 +1,162 @@
+// SPDX-License-Identifier: MIT
+/** \file A camera for tests of the portable library, and its log. */
+#pragma once
+
+#include "portable/framesource.h"
+
+#include <QStringList>
+
+#include <chrono>
+#include <condition_variable>
+#include <memory>
+#include <mutex>
+#include <vector>
+
+/** The hardware behind a FakeSource: a test plugs it in and out and lets its frames come. */
+class FakeDevice
+{
+public:
+    /** Its frames come only from deliver() from now on, and not at 1000 in a second. */
+    void holdFrames()
+    {
+        change([this] { m_free = 0; });
+    }
+    void deliver(int frames)
+    {
+        change([=] { m_free += frames; });
+    }
+
+    /** Fails with this from now on; an empty reason: works again. */
+    void fail(const QString &reason)
+    {
+        change([=] { m_failure = reason; });
+    }
+
+    std::vector<cv::Size> opened() const
+    {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        return m_opened;
+    }
+
+    bool open(const cv::Size &size, QString *error)
+    {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        *error = m_failure;
+        if (!m_failure.isEmpty()) {
+            return false;
+        }
+        m_opened.push_back(size);
+        return true;
+    }
+
+    /** The frame's number, from 1; 0 on failure, also when the test lets none come for seconds. */
+    int next(QString *error)
+    {
+        std::unique_lock<std::mutex> lock(m_mutex);
+        m_changed.wait_for(lock, std::chrono::seconds(10),
+                           [this] { return m_free != 0 || !m_failure.isEmpty(); });
+        *error = m_failure;
+        if (m_free == 0 || !m_failure.isEmpty()) {
+            return 0;
+        }
+        m_free -= m_free > 0 ? 1 : 0;
+        return ++m_number;
+    }
+
+private:
+    template <class Change> void change(Change apply)
+    {
+        {
+            const std::lock_guard<std::mutex> lock(m_mutex);
+            apply();
+        }
+        m_changed.notify_all();
+    }
+
+    mutable std::mutex m_mutex;
+    std::condition_variable m_changed;
+    int m_free = -1; // frames that may come; -1: any number. Guarded by m_mutex, as all below
+    int m_number = 0;
+    QString m_failure;
+    std::vector<cv::Size> m_opened; // size of each successful open
+};
+
+/** Frames of 40 x 30 (or the size asked for) whose pixels are all their number modulo 256. */
+class FakeSource : public portable::FrameSource
+{
+public:
+    explicit FakeSource(std::shared_ptr<FakeDevice> device, double framesPerSecond = 1000)
+        : m_device(std::move(device))
+        , m_framesPerSecond(framesPerSecond)
+    {
+    }
+
+    QString name() const override { return QStringLiteral("/dev/fake (Fake)"); }
+    bool open(const cv::Size &wanted, QString *error) override
+    {
+        m_size = sizeFor(wanted);
+        return m_device->open(m_size, error);
+    }
+    void close() override { }
+    bool read(cv::Mat &frame, QString *error) override
+    {
+        const int number = m_device->next(error);
+        frame = cv::Mat(m_size, CV_8UC3, cv::Scalar::all(number % 256));
+        return number > 0;
+    }
+    double framesPerSecond() const override { return m_framesPerSecond; }
+    std::vector<cv::Size> sizes() const override { return {{80, 60}, {40, 30}}; }
+    cv::Size sizeFor(const cv::Size &wanted) const override
+    {
+        return wanted.empty() ? cv::Size(40, 30) : portable::chooseSize(sizes(), wanted);
+    }
+
+private:
+    const std::shared_ptr<FakeDevice> m_device;
+    const double m_framesPerSecond;
+    cv::Size m_size;
+};
+
+/** While it lives, the lines of the portable library go here. */
+class PortableLog
+{
+public:
+    PortableLog()
+    {
+        takeLines();
+        s_before = qInstallMessageHandler(&PortableLog::write);
+    }
+    ~PortableLog() { qInstallMessageHandler(s_before); }
+    PortableLog(const PortableLog &) = delete;
+    PortableLog &operator=(const PortableLog &) = delete;
+
+    /** The lines since the last call. */
+    static QStringList takeLines()
+    {
+        const std::lock_guard<std::mutex> lock(s_mutex);
+        QStringList lines;
+        lines.swap(s_lines);
+        return lines;
+    }
+
+    static QStringList lines()
+    {
+        const std::lock_guard<std::mutex> lock(s_mutex);
+        return s_lines;
+    }
+
+private:
+    static void write(QtMsgType type, const QMessageLogContext &context, const QString &line)
+    {
+        if (!line.startsWith(QLatin1String("portable: "))) {
+            s_before(type, context, line);
+            return;
+        }
+        const std::lock_guard<std::mutex> lock(s_mutex);
+        s_lines << line.mid(int(qstrlen("portable: ")));
+    }
+
+    static inline QtMessageHandler s_before = nullptr;
+    static inline std::mutex s_mutex;
+    static inline QStringList s_lines; // guarded by s_mutex
+};

@@ -1,0 +1,42 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <QByteArray>
+#include <QList>
+#include <QObject>
+#include <QtTest>
+
+/**
+ * Keeps what a worker thread emits, as the server's transport would get it: by its event loop.
+ * (A QSignalSpy would be written to by the worker.)
+ */
+class Messages : public QObject
+{
+public:
+    template <class Worker> explicit Messages(Worker *worker)
+    {
+        connect(worker, &Worker::sig_msg, this, [this](const QByteArray &text) { m_list << text; });
+    }
+
+    const QList<QByteArray> &list() const { return m_list; }
+    void clear() { m_list.clear(); }
+
+    /** The next message, waited for; "nothing" when none comes. */
+    QByteArray next()
+    {
+        const bool came = QTest::qWaitFor([this] { return !m_list.isEmpty(); }, 10000);
+        return came ? m_list.takeFirst() : QByteArray("nothing");
+    }
+
+    /** The next message that is no preview frame. */
+    QByteArray nextReply()
+    {
+        QByteArray text = next();
+        while (text.startsWith("/9j/"))
+            text = next();
+        return text;
+    }
+
+private:
+    QList<QByteArray> m_list;
+};

@@ -1,0 +1,92 @@
+// SPDX-License-Identifier: MIT
+/** \file What the functions of the recording device library are written with; not for tests. */
+#pragma once
+
+#include "tests/recordingdevice.h"
+
+#include <QObject>
+
+#include <cstring>
+#include <type_traits>
+
+namespace recording {
+
+struct Answer
+{
+    QVariant result;
+    QVariant output;
+};
+
+/** Writes a call down, waits at its gate, runs its hook and takes its answer. */
+Answer take(const char *function, const QStringList &arguments, bool answerNeeded);
+
+/** Keeps a text that belongs to the library until the next one of the same function. */
+const char *keepText(const char *function, const QByteArray &text);
+void keepListener(const char *function, const std::any &listener);
+void keepContext(const char *function, void *context);
+void keepObserver(QObject *receiver, const char *slot);
+
+/** Bytes of unknown length, up to the first zero byte. */
+struct Bytes
+{
+    const char *data;
+};
+
+QString textOf(const char *text);
+QString textOf(Bytes bytes);
+QString textOf(bool value);
+QString textOf(const QObject *object);
+QString textOf(const void *context);
+template <class Number>
+std::enable_if_t<std::is_arithmetic_v<Number>, QString> textOf(Number number)
+{
+    return QString::number(number);
+}
+template <class... Parameters> QString textOf(void (*listener)(Parameters...))
+{
+    return listener ? QStringLiteral("listener") : QStringLiteral("null");
+}
+
+template <class Argument> void keep(const char *, const Argument &) { }
+template <class... Parameters>
+void keep(const char *function, void (*const &listener)(Parameters...))
+{
+    keepListener(function, listener ? std::any(listener) : std::any());
+}
+inline void keep(const char *function, void *const &context)
+{
+    keepContext(function, context);
+}
+
+template <class Type> Type converted(const char *function, const QVariant &value)
+{
+    if constexpr (std::is_same_v<Type, char *>)
+        return value.isValid() ? strdup(value.toByteArray().constData()) : nullptr;
+    else if constexpr (std::is_same_v<Type, const char *>)
+        return value.isValid() ? keepText(function, value.toByteArray()) : nullptr;
+    else if constexpr (std::is_same_v<Type, short>)
+        return static_cast<short>(value.toInt());
+    else if constexpr (!std::is_void_v<Type>)
+        return value.value<Type>();
+}
+
+/** Carries out a function with these arguments: one line for each function. */
+template <class Result = void, class... Arguments>
+Result call(const char *function, const Arguments &...arguments)
+{
+    (keep(function, arguments), ...);
+    const Answer answer = take(function, {textOf(arguments)...}, !std::is_void_v<Result>);
+    return converted<Result>(function, answer.result);
+}
+
+/** The same for a function that fills something in. */
+template <class Result = void, class Output, class... Arguments>
+Result fill(const char *function, Output &output, const Arguments &...arguments)
+{
+    (keep(function, arguments), ...);
+    const Answer answer = take(function, {textOf(arguments)...}, true);
+    output = converted<Output>(function, answer.output);
+    return converted<Result>(function, answer.result);
+}
+
+} // namespace recording

@@ -1,0 +1,157 @@
+// SPDX-License-Identifier: MIT
+#include "camera/frameencoder.h"
+
+#include <QBuffer>
+#include <QRandomGenerator>
+#include <QtTest>
+
+namespace {
+
+/// Noise upon a gradient: a pixel taken from one place aside shows in the file.
+QImage picture(QSize size, QImage::Format format)
+{
+    QImage image(size, QImage::Format_RGB32);
+    QRandomGenerator random(7);
+    for (int y = 0; y < size.height(); ++y) {
+        auto *line = reinterpret_cast<QRgb *>(image.scanLine(y));
+        for (int x = 0; x < size.width(); ++x) {
+            const int noise = random.bounded(64);
+            line[x] = qRgb(x * 190 / size.width() + noise, y * 190 / size.height() + noise,
+                           (x + y) % 190 + noise);
+        }
+    }
+    return image.convertToFormat(format);
+}
+
+/// What pages were always sent.
+QByteArray expected(const QImage &frame, QSize size)
+{
+    QBuffer file;
+    file.open(QIODevice::WriteOnly);
+    frame.scaled(size, Qt::IgnoreAspectRatio, Qt::FastTransformation).save(&file, "jpg", -1);
+    return file.data().toBase64();
+}
+
+} // namespace
+
+class TestFrameEncoder : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void sameBytesAsQt_data();
+    void sameBytesAsQt();
+    void sameBytesAsQtAtAnySize();
+    void densityIsThePictures();
+    void otherPicturesGoByQt();
+    void whatHasNoJpeg();
+    void textsInUseAreLeftAlone();
+};
+
+void TestFrameEncoder::sameBytesAsQt_data()
+{
+    QTest::addColumn<QSize>("source");
+    QTest::addColumn<QSize>("target");
+    // clang-format off
+    QTest::newRow("the usual way down")        << QSize(1920, 1080) << QSize(800, 600);
+    QTest::newRow("a document camera")         << QSize(2592, 1944) << QSize(800, 600);
+    QTest::newRow("same size")                 << QSize(800, 600)   << QSize(800, 600);
+    QTest::newRow("up")                        << QSize(640, 480)   << QSize(1024, 768);
+    QTest::newRow("tenfold")                   << QSize(100, 80)    << QSize(1000, 800);
+    QTest::newRow("narrower and higher")       << QSize(1280, 720)  << QSize(407, 1013);
+    QTest::newRow("odd sizes")                 << QSize(333, 251)   << QSize(401, 303);
+    QTest::newRow("one pixel more")            << QSize(800, 600)   << QSize(801, 601);
+    QTest::newRow("one pixel less")            << QSize(800, 600)   << QSize(799, 599);
+    QTest::newRow("one column")                << QSize(1, 480)     << QSize(10, 600);
+    QTest::newRow("very wide")                 << QSize(641, 48)    << QSize(7001, 301);
+    QTest::newRow("smallest preview")          << QSize(1600, 1200) << QSize(400, 300);
+    // clang-format on
+}
+
+void TestFrameEncoder::sameBytesAsQt()
+{
+    QFETCH(QSize, source);
+    QFETCH(QSize, target);
+    FrameEncoder encoder;
+    QList<QImage::Format> formats{QImage::Format_RGB32, QImage::Format_RGB888};
+#if QT_VERSION >= QT_VERSION_CHECK(5, 14, 0)
+    formats << QImage::Format_BGR888;
+#endif
+    for (const QImage::Format format : qAsConst(formats)) {
+        const QImage frame = picture(source, format);
+        QVERIFY2(encoder.encode(frame, target) == expected(frame, target),
+                 qPrintable(QStringLiteral("format %1").arg(format)));
+    }
+}
+
+void TestFrameEncoder::sameBytesAsQtAtAnySize()
+{
+    FrameEncoder encoder;
+    QRandomGenerator random(1818);
+    const auto size = [&random](int most) {
+        return QSize(1 + random.bounded(most), 1 + random.bounded(most));
+    };
+    for (int i = 0; i < 300; ++i) {
+        const QSize source = size(200);
+        const QSize target = size(400);
+        const auto format = i % 2 == 0 ? QImage::Format_RGB32 : QImage::Format_RGB888;
+        const QImage frame = picture(source, format);
+        if (encoder.encode(frame, target) != expected(frame, target)) {
+            qWarning() << source << target << format;
+            QFAIL("another picture than Qt's");
+        }
+    }
+}
+
+void TestFrameEncoder::densityIsThePictures()
+{
+    FrameEncoder encoder;
+    QImage frame = picture({320, 240}, QImage::Format_RGB888);
+    for (const int perMetre : {3780, 7874, 11811, 10000, 2835, 1}) {
+        frame.setDotsPerMeterX(perMetre);
+        frame.setDotsPerMeterY(perMetre / 2);
+        QVERIFY2(encoder.encode(frame, {400, 300}) == expected(frame, {400, 300}),
+                 qPrintable(QString::number(perMetre)));
+    }
+}
+
+void TestFrameEncoder::otherPicturesGoByQt()
+{
+    FrameEncoder encoder;
+    for (const QImage::Format format :
+         {QImage::Format_Grayscale8, QImage::Format_ARGB32, QImage::Format_Mono}) {
+        const QImage frame = picture({640, 480}, format);
+        QVERIFY(encoder.encode(frame, {400, 300}) == expected(frame, {400, 300}));
+    }
+    QImage commented = picture({640, 480}, QImage::Format_RGB32);
+    commented.setText(QStringLiteral("Camera"), QStringLiteral("main"));
+    QVERIFY(encoder.encode(commented, {400, 300}) == expected(commented, {400, 300}));
+}
+
+void TestFrameEncoder::whatHasNoJpeg()
+{
+    FrameEncoder encoder;
+    const QImage frame = picture({64, 48}, QImage::Format_RGB32);
+    QVERIFY(encoder.encode(QImage(), {400, 300}).isEmpty());
+    QVERIFY(encoder.encode(frame, {-800, 600}).isEmpty());
+    QVERIFY(encoder.encode(frame, {400, 0}).isEmpty());
+    QVERIFY(encoder.encode(frame, {65501, 1}).isEmpty());
+    QVERIFY(encoder.encode(frame, {65500, 1}) == expected(frame, {65500, 1}));
+}
+
+void TestFrameEncoder::textsInUseAreLeftAlone()
+{
+    FrameEncoder encoder;
+    const QSize size{400, 300};
+    QList<QByteArray> kept;
+    QList<QByteArray> copies;
+    for (int width = 40; width < 60; ++width) {
+        const QImage frame = picture({width, 48}, QImage::Format_RGB888);
+        kept << encoder.encode(frame, size);
+        copies << expected(frame, size);
+    }
+    QVERIFY(kept == copies);
+}
+
+QTEST_GUILESS_MAIN(TestFrameEncoder)
+#include "tst_frameencoder.moc"

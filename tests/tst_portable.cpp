@@ -1,0 +1,490 @@
+// SPDX-License-Identifier: MIT
+// The portable library's sources, its devices.ini, and its exported functions.
+#include "devicelib/doccamera.h"
+#include "portable/deviceconfig.h"
+#include "portable/images.h"
+#include "portable/orientation.h"
+#include "portable/scenesource.h"
+#include "portable/v4l2source.h"
+#include "tests/fakesource.h"
+
+#include <QtTest>
+
+#define ZX_USE_UTF8 1
+#include <ZXing/ReadBarcode.h>
+#include <opencv2/imgproc.hpp>
+#include <opencv2/videoio.hpp>
+
+#include <set>
+
+using namespace portable;
+
+namespace {
+
+QString line(const char *text)
+{
+    return QString::fromUtf8(text);
+}
+
+void writeFile(const QString &path, const QByteArray &content)
+{
+    QFile file(path);
+    QVERIFY(file.open(QIODevice::WriteOnly));
+    file.write(content);
+}
+
+/** This many cameras: "/dev/video0 (Camera 0, 0c45:6360)" and so on. */
+V4l2Devices machineWith(int cameras)
+{
+    V4l2Devices devices;
+    for (int i = 0; i < cameras; ++i) {
+        devices.push_back({QStringLiteral("/dev/video%1").arg(i),
+                           QStringLiteral("Camera %1").arg(i),
+                           QStringLiteral("0c45:636%1").arg(i),
+                           {}});
+    }
+    return devices;
+}
+
+std::string readCode(const cv::Mat &frame, ZXing::BarcodeFormat format)
+{
+    cv::Mat grey;
+    cv::cvtColor(frame, grey, cv::COLOR_BGR2GRAY);
+    const ZXing::ImageView view(grey.data, grey.cols, grey.rows, ZXing::ImageFormat::Lum,
+                                int(grey.step));
+    const auto hints =
+        ZXing::DecodeHints().setTryHarder(true).setTryRotate(true).setFormats(format);
+    return ZXing::ReadBarcode(view, hints).text();
+}
+
+/** `frame` turned by a quarter clockwise, pixel by pixel. */
+cv::Mat quarterTurn(const cv::Mat &frame)
+{
+    cv::Mat result(frame.cols, frame.rows, CV_8UC3);
+    for (int y = 0; y < frame.rows; ++y) {
+        for (int x = 0; x < frame.cols; ++x) {
+            result.at<cv::Vec3b>(x, frame.rows - 1 - y) = frame.at<cv::Vec3b>(y, x);
+        }
+    }
+    return result;
+}
+
+/** `frame` mirrored, pixel by pixel. */
+cv::Mat mirrored(const cv::Mat &frame, bool leftRight, bool upsideDown)
+{
+    cv::Mat result(frame.size(), CV_8UC3);
+    for (int y = 0; y < frame.rows; ++y) {
+        for (int x = 0; x < frame.cols; ++x) {
+            result.at<cv::Vec3b>(upsideDown ? frame.rows - 1 - y : y,
+                                 leftRight ? frame.cols - 1 - x : x) = frame.at<cv::Vec3b>(y, x);
+        }
+    }
+    return result;
+}
+
+bool equal(const cv::Mat &a, const cv::Mat &b)
+{
+    return a.size() == b.size() && cv::norm(a, b, cv::NORM_INF) == 0;
+}
+
+/** Reads a frame and gives its first blue value, -1 on failure. */
+int blueOf(FrameSource &source)
+{
+    cv::Mat frame;
+    QString error;
+    return source.read(frame, &error) ? frame.at<cv::Vec3b>(0, 0)[0] : -1;
+}
+
+} // namespace
+
+class TestPortable : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void init()
+    {
+        m_log = std::make_unique<PortableLog>();
+        m_folder = std::make_unique<QTemporaryDir>();
+    }
+
+    void cleanup()
+    {
+        m_log.reset();
+        QFile::remove(iniBesideProgram());
+    }
+
+    void sourceOfACamera_data()
+    {
+        QTest::addColumn<QByteArray>("ini");
+        QTest::addColumn<int>("machine");
+        QTest::addColumn<int>("camera");
+        QTest::addColumn<QString>("expected"); // the source's name, or the reason after "!"
+        const auto row = [](const char *title, const char *ini, int machine, int camera,
+                            const char *expected) {
+            QTest::newRow(title) << QByteArray(ini) << machine << camera << line(expected);
+        };
+        // clang-format off
+        //   what                            [cameras]            machine camera  source
+        row("no hardware: the scene",        "",                        0,  3,    "desk scene");
+        row("no hardware: two scenes",       "",                        0, 25,    "desk scene beside desk scene");
+        row("1 is the first",                "",                        2,  1,    "/dev/video0");
+        row("9 is the first too",            "",                        2,  9,    "/dev/video0");
+        row("2 is the second",               "",                        2,  2,    "/dev/video1");
+        row("4 is the second too",           "4=auto",                  2,  4,    "/dev/video1");
+        row("3 is the third",                "",                        3,  3,    "/dev/video2");
+        row("the third isn't there",         "",                        2,  3,    "!this machine has 2 of the 3 cameras it needs: /dev/video0 (Camera 0, 0c45:6360), /dev/video1 (Camera 1, 0c45:6361)");
+        row("dual of first and second",      "",                        2, 25,    "/dev/video0 beside /dev/video1");
+        row("dual needs two",                "",                        1, 25,    "!this machine has 1 of the 2 cameras it needs: /dev/video0 (Camera 0, 0c45:6360)");
+        row("dual of anything",              "dual=scene | v4l2:HD",    0, 25,    "desk scene beside HD");
+        row("dual of one",                   "dual=scene",              0, 25,    "!devices.ini must give it two sources joined by |, not \"scene\"");
+        row("scene beside hardware",         "1=scene",                 1,  1,    "desk scene");
+        row("another camera's key",          "2=scene",                 1,  1,    "/dev/video0");
+        row("part of a name",                "5=v4l2: Camera 1",        1,  5,    "Camera 1");
+        row("Chinese path with a comma",     "1=\"image:/扫描/甲, 乙.png\"", 0,  1,    "/扫描/甲, 乙.png");
+        row("folder",                        "1=folder:/tmp",           0,  1,    "/tmp");
+        row("video",                         "8=video:/a.avi",          0,  8,    "/a.avi");
+        row("switched off",                  "6=none",                  1,  6,    "!it is switched off in devices.ini");
+        row("dual switched off",             "dual=none",               1, 25,    "!it is switched off in devices.ini");
+        row("slip of the pen",               "1=scenery",               1,  1,    "!devices.ini gives it a source that doesn't exist: \"scenery\"");
+        row("nothing behind the colon",      "1=v4l2:",                 1,  1,    "!devices.ini gives it a source that doesn't exist: \"v4l2:\"");
+        row("no camera of that number",      "7=scene",                 1,  7,    "!there is no such camera");
+        // clang-format on
+    }
+
+    void sourceOfACamera()
+    {
+        QFETCH(QByteArray, ini);
+        QFETCH(int, machine);
+        QFETCH(int, camera);
+        writeFile(path("devices.ini"), "[cameras]\n" + ini + '\n');
+        QString error;
+        const auto source = makeSource(
+            camera, readDeviceConfig(path("devices.ini")),
+            [machine] { return machineWith(machine); }, &error);
+        QTEST(source ? source->name() : QLatin1Char('!') + error, "expected");
+    }
+
+    void valuesOfDevicesIni()
+    {
+        writeFile(path("devices.ini"),
+                  "[cameras]\n7=scene\n[scene]\nsize=800x600\nframesPerSecond=many\n"
+                  "[playback]\nsecondsPerPicture=0.5\nframesPerSecond=1000\n");
+        const DeviceConfig config = readDeviceConfig(path("devices.ini"));
+        QCOMPARE(config.sceneSize, cv::Size(800, 600));
+        QCOMPARE(config.sceneFramesPerSecond, 30.0);
+        QCOMPARE(config.playback.framesPerSecond, 30.0);
+        QCOMPARE(config.playback.secondsPerPicture, 0.5);
+        const QString file = path("devices.ini") + QStringLiteral(": ");
+        QCOMPARE(
+            m_log->takeLines(),
+            (QStringList{file + line("there is no camera \"7\""),
+                         file + line("scene/framesPerSecond must be a number from 1 to 60"),
+                         file + line("playback/framesPerSecond must be a number from 1 to 60")}));
+
+        // The sample says what holds without it.
+        const DeviceConfig sample =
+            readDeviceConfig(line(SOURCE_DIR "/portable/devices.ini.sample"));
+        QCOMPARE(sample.sources.size(), size_t(9));
+        for (const auto &source : sample.sources) {
+            QCOMPARE(source.second, line("auto"));
+        }
+        QCOMPARE(sample.sceneSize, DeviceConfig().sceneSize);
+        QCOMPARE(m_log->takeLines(), QStringList());
+    }
+
+    void cameraOfTheMachine_data()
+    {
+        QTest::addColumn<QString>("text");
+        QTest::addColumn<QString>("expected");
+        QTest::newRow("path") << line("/dev/video1") << line("/dev/video1");
+        QTest::newRow("path that is the start of another") << line("/dev/video") << QString();
+        QTest::newRow("name, in any case") << line("cAMERA 2") << line("/dev/video2");
+        QTest::newRow("first of several") << line("Camera") << line("/dev/video0");
+        QTest::newRow("vid:pid") << line("0C45:6361") << line("/dev/video1");
+        QTest::newRow("none") << line("Scanner") << QString();
+    }
+
+    void cameraOfTheMachine()
+    {
+        QFETCH(QString, text);
+        const V4l2Devices devices = machineWith(3);
+        const V4l2Device *found = findV4l2Device(devices, text);
+        QTEST(found ? found->path : QString(), "expected");
+    }
+
+    void hardwareThatCannotBeUsed()
+    {
+        writeFile(path("file"), "no camera");
+        QCOMPARE(v4l2Obstacle(path("absent")), line("it is not there (unplugged?)"));
+        QCOMPARE(v4l2Obstacle(path("file")), line("it is not a camera"));
+        V4l2Source absent(line("Scanner"), [] { return machineWith(1); });
+        QString error;
+        QVERIFY(!absent.open({}, &error));
+        QCOMPARE(error, line("there is no such camera; found: /dev/video0 (Camera 0, 0c45:6360)"));
+        const QString gone = path("video0");
+        V4l2Source unplugged(gone, [&] { return V4l2Devices{{gone, line("HD"), {}, {}}}; });
+        QVERIFY(!unplugged.open({}, &error));
+        QCOMPARE(unplugged.name(), gone + line(" (HD)"));
+        QCOMPARE(error, line("it is not there (unplugged?)"));
+    }
+
+    void choiceOfASize()
+    {
+        std::vector<cv::Size> sizes{{640, 480}, {2592, 1944}, {640, 480}, {1920, 1080}};
+        sortSizes(sizes);
+        QCOMPARE(sizes, (std::vector<cv::Size>{{2592, 1944}, {1920, 1080}, {640, 480}}));
+        QCOMPARE(chooseSize(sizes, {}), cv::Size(1920, 1080));
+        QCOMPARE(chooseSize(sizes, {700, 500}), cv::Size(640, 480));
+        QCOMPARE(chooseSize(sizes, {INT_MAX, INT_MAX}), cv::Size(2592, 1944));
+        QCOMPARE(chooseSize({{4000, 3000}}, {}), cv::Size(4000, 3000));
+        QCOMPARE(chooseSize({}, {640, 480}), cv::Size());
+    }
+
+    void sceneMovesInItsClockAlone()
+    {
+        const DeskScene scene({1920, 1080});
+        cv::Mat early = scene.background().clone();
+        cv::Mat late = scene.background().clone();
+        scene.drawClock(early, QTime(10, 9, 30, 0));
+        scene.drawClock(late, QTime(10, 9, 30, 100));
+        QVERIFY(!equal(early(scene.clockArea()), late(scene.clockArea())));
+        for (cv::Mat *frame : {&early, &late}) {
+            (*frame)(scene.clockArea()).setTo(0);
+        }
+        QVERIFY(equal(early, late));
+        scene.drawClock(early, QTime(10, 9, 30, 100));
+        scene.drawClock(late, QTime(4, 40, 2)); // over another time's hands
+        scene.drawClock(late, QTime(10, 9, 30, 100));
+        QVERIFY(equal(early, late));
+    }
+
+    void sceneCodesCanBeRead()
+    {
+        SceneSource scene({1920, 1080}, 30);
+        cv::Mat frame;
+        QString error;
+        QVERIFY(scene.open({}, &error) && scene.read(frame, &error));
+        QCOMPARE(frame.size(), cv::Size(1920, 1080));
+        QCOMPARE(readCode(frame, ZXing::BarcodeFormat::QRCode), sceneQrText().toStdString());
+        QCOMPARE(readCode(frame, ZXing::BarcodeFormat::Code128), sceneCode128Text().toStdString());
+    }
+
+    void sceneReusesFramesThatNobodyHolds()
+    {
+        SceneSource scene({640, 480}, 30);
+        QString error;
+        cv::Mat frame;
+        QVERIFY(scene.open({}, &error) && scene.read(frame, &error));
+        const cv::Mat held = frame;
+        const cv::Mat before = held.clone();
+        std::set<const uchar *> places;
+        for (int i = 0; i < 20; ++i) {
+            frame.release();
+            QVERIFY(scene.read(frame, &error));
+            QVERIFY(frame.data != held.data);
+            places.insert(frame.data);
+        }
+        QCOMPARE(places.size(), size_t(1));
+        QVERIFY(equal(held, before));
+    }
+
+    void orientations()
+    {
+        cv::Mat frame(2, 3, CV_8UC3);
+        for (int i = 0; i < 6; ++i) {
+            frame.at<cv::Vec3b>(i / 3, i % 3) = cv::Vec3b(uchar(i), uchar(10 * i), 1);
+        }
+        const cv::Mat original = frame.clone();
+        FramePool pool;
+        cv::Mat rotated = frame;
+        for (int rotation = 0; rotation < 360; rotation += 90) {
+            for (int flip = 0; flip <= 3; ++flip) {
+                const cv::Mat expected = mirrored(rotated, flip == 1 || flip == 3, flip >= 2);
+                QVERIFY2(equal(turned(frame, {rotation, flip}, pool), expected),
+                         qPrintable(QStringLiteral("%1 %2").arg(rotation).arg(flip)));
+            }
+            rotated = quarterTurn(rotated);
+        }
+        QVERIFY(equal(frame, original));
+    }
+
+    void picturesOfAFolder()
+    {
+        int blue = 10;
+        for (const char *name : {"a.png", "b.bmp", "d.jpg"}) {
+            QImage image(4, 4, QImage::Format_RGB32);
+            image.fill(QColor(0, 0, blue));
+            QVERIFY(image.save(path(name)));
+            blue += 100;
+        }
+        writeFile(path("c.png"), "broken");
+        writeFile(path("readme.txt"), "no picture");
+        PictureSource folder(m_folder->path(), {30, 0});
+        QString error;
+        QVERIFY(folder.open({}, &error));
+        QCOMPARE(blueOf(folder), 110);
+        QCOMPARE(m_log->takeLines(), QStringList());
+        QVERIFY(qAbs(blueOf(folder) - 210) < 5); // JPEG is not exact
+        QCOMPARE(m_log->takeLines().size(), 1); // c.png
+        QCOMPARE(blueOf(folder), 10);
+
+        PictureSource single(path("b.bmp"), {30, 0});
+        QVERIFY(single.open({}, &error));
+        QCOMPARE(blueOf(single), 110);
+        QCOMPARE(blueOf(single), 110);
+        QCOMPARE(single.sizes(), (std::vector<cv::Size>{{4, 4}}));
+        for (const char *bad : {"c.png", "absent.png"}) {
+            PictureSource source(path(bad), {30, 5});
+            QVERIFY(!source.open({}, &error));
+            QVERIFY(!error.isEmpty());
+        }
+    }
+
+    void videoPlaysAgainFromItsStart()
+    {
+        const std::string file = path("video.avi").toStdString();
+        cv::VideoWriter writer(file, cv::CAP_OPENCV_MJPEG,
+                               cv::VideoWriter::fourcc('M', 'J', 'P', 'G'), 12, {64, 48});
+        for (int level : {20, 120, 220}) {
+            writer.write(cv::Mat(48, 64, CV_8UC3, cv::Scalar::all(level)));
+        }
+        writer.release();
+        VideoSource video(path("video.avi"));
+        QString error;
+        QVERIFY2(video.open({}, &error), qPrintable(error));
+        QCOMPARE(video.framesPerSecond(), 12.0);
+        QCOMPARE(video.sizes(), (std::vector<cv::Size>{{64, 48}}));
+        for (int level : {20, 120, 220, 20, 120, 220, 20}) {
+            QVERIFY(qAbs(blueOf(video) - level) < 5);
+        }
+        VideoSource absent(path("absent.avi"));
+        QVERIFY(!absent.open({}, &error));
+        writeFile(path("broken.avi"), "no video");
+        VideoSource broken(path("broken.avi"));
+        QVERIFY(!broken.open({}, &error));
+        QCOMPARE(error, line("not a video that can be read here"));
+    }
+
+    void pairIsAsHighAsItsLeftHalf()
+    {
+        QString error;
+        DeviceConfig config;
+        config.sources[dualCamera] = QStringLiteral("scene|image:") + path("right.png");
+        QImage right(100, 50, QImage::Format_RGB32);
+        right.fill(QColor(1, 2, 3));
+        QVERIFY(right.save(path("right.png")));
+        const auto pair = makeSource(dualCamera, config, {}, &error);
+        cv::Mat frame;
+        QVERIFY(pair->open({}, &error) && pair->read(frame, &error));
+        QCOMPARE(frame.size(), cv::Size(1920 + 2160, 1080));
+        QCOMPARE(pair->sizes(), (std::vector<cv::Size>{frame.size()}));
+        QCOMPARE(frame.at<cv::Vec3b>(1079, 1920), cv::Vec3b(3, 2, 1));
+        pair->close();
+        QFile::remove(path("right.png"));
+        QVERIFY(!pair->open({}, &error));
+        QVERIFY(error.startsWith(path("right.png")));
+    }
+
+    void imagesKeepTheirPixels()
+    {
+        cv::Mat pixels(3, 5, CV_8UC3, cv::Scalar(10, 20, 30));
+        QImage image = toImage(pixels);
+        pixels.release();
+        QCOMPARE(image.pixelColor(4, 2), QColor(30, 20, 10));
+        QVERIFY(equal(toMat(image), cv::Mat(3, 5, CV_8UC3, cv::Scalar(10, 20, 30))));
+        QImage clear(1, 1, QImage::Format_ARGB32);
+        clear.fill(Qt::transparent);
+        QCOMPARE(toMat(clear).at<cv::Vec3b>(0, 0), cv::Vec3b(255, 255, 255));
+    }
+
+    void exportedPreview()
+    {
+        writeFile(iniBesideProgram(),
+                  "[cameras]\n1=scene\n2=none\ndual=scene|scene\n"
+                  "[scene]\nsize=640x480\n");
+        QImage image;
+        QVERIFY(!getVideoFrame(image));
+        QVERIFY(bStopPlay()); // nothing was open
+        QVERIFY(bStartPlay(0));
+        QVERIFY(getVideoFrame(image));
+        QCOMPARE(image.size(), QSize(640, 480));
+        QCOMPARE(iGetResolutionX(1), 640);
+        cv::Mat pixels;
+        QVERIFY(getVideoFrameMat(pixels) && getVideoFrameMatEx(pixels));
+
+        vSetRotate(90);
+        vSetRotate(45);
+        QCOMPARE(int(iGetRotate()), 90);
+        QVERIFY(getVideoFrameMat(pixels));
+        QCOMPARE(pixels.size(), cv::Size(480, 640));
+        vSetFlip(3);
+        vSetFlip(4);
+        QCOMPARE(int(iGetFlip()), 3);
+        QVERIFY(!bStartPlay2(0));
+        QVERIFY(!getVideoFrame(image) && image.isNull());
+
+        // The file is read at each start.
+        writeFile(iniBesideProgram(),
+                  "[cameras]\n1=none\n2=scene\n4=scene\ndual=scene|scene\n"
+                  "[scene]\nsize=1024x768\n");
+        vSetRotate(0);
+        vSetFlip(0);
+        QVERIFY(!bStartPlay(0));
+        QVERIFY(bStartPlay2(180));
+        QCOMPARE(int(iGetRotate()), 180);
+        QVERIFY(bStartPlay4());
+        QVERIFY(bStartPlayOpen());
+        QVERIFY(getVideoFrame(image));
+        QVERIFY(bStopPlay() && bStopPlay4());
+        QCOMPARE(image.copy().size(), QSize(2048, 768)); // its pixels outlive the camera
+        QVERIFY(!getVideoFrameMat(pixels) && pixels.empty());
+    }
+
+    void exportedSizes()
+    {
+        writeFile(iniBesideProgram(), "[cameras]\n1=scene\n2=none\n");
+        std::vector<std::pair<double, double>> sizes;
+        getResolutionIndex(1, sizes);
+        QCOMPARE(sizes.front(), std::make_pair(2592.0, 1944.0));
+        QCOMPARE(iGetResolutionX(1), 1920);
+        QCOMPARE(iGetResolutionY(1), 1080);
+        for (int absent : {2, 0, 7, -3, 26, INT_MAX}) {
+            getResolutionIndex(absent, sizes);
+            QVERIFY(sizes.empty());
+            QCOMPARE(iGetResolutionX(absent), 0);
+        }
+    }
+
+    void versionStaysWithinItsBuffer()
+    {
+        char buffer[64];
+        doccameraVeriosn(buffer, sizeof buffer);
+        const QByteArray whole = buffer;
+        QVERIFY(whole.startsWith("portable device library "));
+        for (const int capacity : {-1, 0, 1, 5, whole.size(), whole.size() + 1}) {
+            std::fill(std::begin(buffer), std::end(buffer), '#');
+            doccameraVeriosn(buffer, capacity);
+            if (capacity > 0) {
+                QCOMPARE(QByteArray(buffer), whole.left(capacity - 1));
+            }
+            QVERIFY(std::all_of(buffer + qMax(capacity, 0), std::end(buffer),
+                                [](char c) { return c == '#'; }));
+        }
+        doccameraVeriosn(nullptr, 10);
+    }
+
+private:
+    QString path(const char *name) const { return m_folder->filePath(line(name)); }
+
+    static QString iniBesideProgram()
+    {
+        return QCoreApplication::applicationDirPath() + QStringLiteral("/devices.ini");
+    }
+
+    std::unique_ptr<PortableLog> m_log;
+    std::unique_ptr<QTemporaryDir> m_folder;
+};
+
+QTEST_MAIN(TestPortable)
+#include "tst_portable.moc"

@@ -1,0 +1,105 @@
+// SPDX-License-Identifier: MIT
+#include "app/singleinstance.h"
+#include "companion/configini.h"
+
+#include <QCoreApplication>
+#include <QFile>
+#include <QSettings>
+#include <QtTest>
+
+namespace {
+
+QString settingsFile()
+{
+    return QCoreApplication::applicationDirPath() + QLatin1String("/server.ini");
+}
+
+QByteArray contents(const QString &path)
+{
+    QFile file(path);
+    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+}
+
+void write(const QString &path, const QByteArray &text)
+{
+    QFile file(path);
+    QVERIFY(file.open(QIODevice::WriteOnly));
+    file.write(text);
+}
+
+} // namespace
+
+class TestStartup : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void init() { QFile::remove(settingsFile()); }
+    void cleanup() { QFile::remove(settingsFile()); }
+
+    void settingsAreMadeWhenMissing();
+    void settingsAreReadAndWrittenBack_data();
+    void settingsAreReadAndWrittenBack();
+    void countingLeavesTheLibraryPathAlone();
+};
+
+void TestStartup::settingsAreMadeWhenMissing()
+{
+    const ConfigIni settings;
+    QCOMPARE(settings.port, quint16{1818});
+    QCOMPARE(settings.browser, QStringLiteral("gnome-www-browser"));
+    QCOMPARE(settings.padsize, QSize(1280, 800));
+    QCOMPARE(contents(settingsFile()),
+             QByteArray("[General]\n"
+                        "browser=gnome-www-browser\n"
+                        "padsize=@Size(1280 800)\n"
+                        "port=1818\n"));
+}
+
+void TestStartup::settingsAreReadAndWrittenBack_data()
+{
+    QTest::addColumn<QByteArray>("file");
+    QTest::addColumn<int>("port");
+    QTest::addColumn<QSize>("padsize");
+    // clang-format off
+    QTest::newRow("another browser")  << QByteArray("[General]\nbrowser=uos-browser\n")         << 1818 << QSize(1280, 800);
+    QTest::newRow("own values")       << QByteArray("[General]\nport=99\npadsize=@Size(1 2)\n") << 99   << QSize(1, 2);
+    QTest::newRow("port of no number")<< QByteArray("[General]\nport=abc\n")                    << 0    << QSize(1280, 800);
+    QTest::newRow("port of 17 bits")  << QByteArray("[General]\nport=65537\n")                  << 1    << QSize(1280, 800);
+    QTest::newRow("size of no size")  << QByteArray("[General]\npadsize=wide\n")                << 1818 << QSize();
+    // clang-format on
+}
+
+void TestStartup::settingsAreReadAndWrittenBack()
+{
+    QFETCH(QByteArray, file);
+    write(settingsFile(), file);
+    const ConfigIni settings;
+    QTEST(int{settings.port}, "port");
+    QTEST(settings.padsize, "padsize");
+    QCOMPARE(settings.browser, QStringLiteral("gnome-www-browser"));
+
+    const QSettings back(settingsFile(), QSettings::IniFormat);
+    QCOMPARE(back.value(QStringLiteral("browser")).toString(), settings.browser);
+    QCOMPARE(back.value(QStringLiteral("port")).toInt(), int{settings.port});
+    QCOMPARE(back.value(QStringLiteral("padsize")).toSize(), settings.padsize);
+}
+
+// That a second process ends is tested on the real program.
+void TestStartup::countingLeavesTheLibraryPathAlone()
+{
+    const QByteArray before = qgetenv("LD_LIBRARY_PATH");
+    qputenv("LD_LIBRARY_PATH", "/some/where");
+    const InstanceCount instances = countInstances();
+    QCOMPARE(qgetenv("LD_LIBRARY_PATH"), QByteArray("/some/where"));
+    QCOMPARE(QByteArray::number(qlonglong{instances.count}), instances.line);
+
+    qunsetenv("LD_LIBRARY_PATH");
+    countInstances();
+    QVERIFY(!qEnvironmentVariableIsSet("LD_LIBRARY_PATH"));
+    if (!before.isNull())
+        qputenv("LD_LIBRARY_PATH", before);
+}
+
+QTEST_GUILESS_MAIN(TestStartup)
+#include "tst_startup.moc"
