@@ -1,0 +1,242 @@
+// SPDX-License-Identifier: MIT
+// What a preview frame costs from the camera's picture to the sockets, against what it can't do
+// without: one JPEG compression, one write to each page's socket.
+#include "bench/ratios.h"
+#include "camera/captureimgthread.h"
+#include "camera/frameencoder.h"
+#include "transport/clientlink.h"
+#include "transport/websocketservermanager.h"
+
+#include <QCoreApplication>
+#include <QImage>
+#include <QTcpServer>
+#include <QTcpSocket>
+#include <jpeglib.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cstdio>
+#include <memory>
+#include <thread>
+
+namespace {
+
+constexpr QSize previewSize{800, 600};
+
+/// A page of text with a photograph on it, roughly: what document cameras look at.
+QImage cameraPicture(QImage::Format format)
+{
+    QImage picture(1920, 1080, QImage::Format_RGB32);
+    unsigned random = 1818;
+    for (int y = 0; y < picture.height(); ++y) {
+        auto *line = reinterpret_cast<QRgb *>(picture.scanLine(y));
+        for (int x = 0; x < picture.width(); ++x) {
+            random = random * 1664525U + 1013904223U;
+            const int noise = static_cast<int>(random >> 28U);
+            const bool photo = x > 1300 && y < 600;
+            const bool ink = !photo && (y / 12) % 2 == 0 && (x / 5 + x / 37 + y / 24) % 3 == 0;
+            line[x] = photo ? qRgb((x * y) % 200 + noise, (x + y) % 200 + noise, y % 200 + noise)
+                : ink       ? qRgb(40 + noise, 40 + noise, 50 + noise)
+                            : qRgb(225 + noise, 225 + noise, 220 + noise);
+        }
+    }
+    return picture.convertToFormat(format);
+}
+
+/// Pages that do nothing but read: plain sockets, all served by one thread.
+class Readers
+{
+public:
+    Readers(quint16 port, int count, const QByteArray &greeting)
+    {
+        for (int i = 0; i < count; ++i) {
+            auto socket = std::make_unique<QTcpSocket>();
+            socket->connectToHost(QHostAddress::LocalHost, port);
+            socket->waitForConnected();
+            socket->write(greeting);
+            socket->waitForBytesWritten(100);
+            m_descriptors.push_back(dup(static_cast<int>(socket->socketDescriptor())));
+        }
+        m_thread = std::thread([this] { read(); });
+    }
+    ~Readers()
+    {
+        m_end = true;
+        m_thread.join();
+        for (const int descriptor : m_descriptors)
+            close(descriptor);
+    }
+    Readers(const Readers &) = delete;
+    Readers &operator=(const Readers &) = delete;
+
+private:
+    void read()
+    {
+        std::vector<pollfd> polled;
+        for (const int descriptor : m_descriptors)
+            polled.push_back({descriptor, POLLIN, 0});
+        std::vector<char> buffer(1 << 20);
+        while (!m_end) {
+            poll(polled.data(), polled.size(), 20);
+            for (const pollfd &one : polled) {
+                if (one.revents != 0)
+                    recv(one.fd, buffer.data(), buffer.size(), MSG_DONTWAIT);
+            }
+        }
+    }
+
+    std::vector<int> m_descriptors;
+    std::atomic<bool> m_end{false};
+    std::thread m_thread;
+};
+
+/// The server with pages that only read.
+class Server
+{
+public:
+    explicit Server(int pages)
+    {
+        m_manager.websocke_server_start(QHostAddress::LocalHost, 0);
+        m_readers = std::make_unique<Readers>(
+            m_manager.port(), pages,
+            "GET / HTTP/1.1\r\nHost: localhost\r\nUpgrade: websocket\r\nConnection: Upgrade\r\n"
+            "Sec-WebSocket-Key: dGhlIHNhbXBsZSBub25jZQ==\r\nSec-WebSocket-Version: 13\r\n\r\n");
+        while (m_manager.findChildren<ClientLink *>().size() < pages)
+            QCoreApplication::processEvents();
+        m_sockets = m_manager.findChildren<QTcpSocket *>();
+    }
+
+    void pushFrame(const QByteArray &text)
+    {
+        Q_EMIT CaptureImgThread::instance()->sig_msg(text);
+        waitUntilWritten(m_sockets);
+    }
+
+    static void waitUntilWritten(const QList<QTcpSocket *> &sockets)
+    {
+        while (std::any_of(sockets.begin(), sockets.end(),
+                           [](const QTcpSocket *socket) { return socket->bytesToWrite() > 0; }))
+            QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents);
+    }
+
+private:
+    WebSocketServerManager m_manager{QStringLiteral("bench"), QWebSocketServer::NonSecureMode};
+    std::unique_ptr<Readers> m_readers;
+    QList<QTcpSocket *> m_sockets;
+};
+
+void BM_compress(benchmark::State &state)
+{
+    const QImage picture = cameraPicture(QImage::Format_RGB32)
+                               .scaled(previewSize, Qt::IgnoreAspectRatio, Qt::FastTransformation);
+    jpeg_error_mgr error{};
+    jpeg_compress_struct jpeg{};
+    jpeg.err = jpeg_std_error(&error);
+    jpeg_create_compress(&jpeg);
+    std::vector<unsigned char> memory(1 << 20);
+    for (auto _ : state) {
+        unsigned char *data = memory.data();
+        unsigned long size = memory.size();
+        jpeg_mem_dest(&jpeg, &data, &size);
+        jpeg.image_width = static_cast<JDIMENSION>(picture.width());
+        jpeg.image_height = static_cast<JDIMENSION>(picture.height());
+        jpeg.input_components = 4;
+        jpeg.in_color_space = JCS_EXT_BGRX;
+        jpeg_set_defaults(&jpeg);
+        jpeg_set_quality(&jpeg, 75, TRUE);
+        jpeg_start_compress(&jpeg, TRUE);
+        while (jpeg.next_scanline < jpeg.image_height) {
+            auto *row =
+                const_cast<JSAMPROW>(picture.constScanLine(static_cast<int>(jpeg.next_scanline)));
+            jpeg_write_scanlines(&jpeg, &row, 1);
+        }
+        jpeg_finish_compress(&jpeg);
+    }
+    jpeg_destroy_compress(&jpeg);
+}
+BENCHMARK(BM_compress);
+
+void frameToOnePage(benchmark::State &state, QImage::Format format)
+{
+    const QImage picture = cameraPicture(format);
+    FrameEncoder encoder;
+    Server server(1);
+    for (auto _ : state)
+        server.pushFrame(encoder.encode(picture, previewSize));
+}
+
+void BM_encode(benchmark::State &state)
+{
+    const QImage picture = cameraPicture(QImage::Format_RGB32);
+    FrameEncoder encoder;
+    for (auto _ : state)
+        benchmark::DoNotOptimize(encoder.encode(picture, previewSize).size());
+}
+BENCHMARK(BM_encode);
+
+void BM_frameRgb32(benchmark::State &state)
+{
+    frameToOnePage(state, QImage::Format_RGB32);
+}
+BENCHMARK(BM_frameRgb32);
+
+void BM_frameRgb888(benchmark::State &state)
+{
+    frameToOnePage(state, QImage::Format_RGB888);
+}
+BENCHMARK(BM_frameRgb888);
+
+QByteArray frameText()
+{
+    return FrameEncoder().encode(cameraPicture(QImage::Format_RGB32), previewSize);
+}
+
+void BM_pages(benchmark::State &state)
+{
+    const QByteArray text = frameText();
+    Server server(static_cast<int>(state.range(0)));
+    for (auto _ : state)
+        server.pushFrame(text);
+}
+BENCHMARK(BM_pages)->Arg(8)->Arg(50);
+
+void BM_plainWrites(benchmark::State &state)
+{
+    const QByteArray text = frameText();
+    QTcpServer listener;
+    listener.listen(QHostAddress::LocalHost);
+    const int count = static_cast<int>(state.range(0));
+    const Readers readers(listener.serverPort(), count, "x");
+    QList<QTcpSocket *> sockets;
+    while (sockets.size() < count) {
+        QCoreApplication::processEvents();
+        while (QTcpSocket *socket = listener.nextPendingConnection())
+            sockets << socket;
+    }
+    for (auto _ : state) {
+        for (QTcpSocket *socket : qAsConst(sockets)) {
+            socket->write(text);
+            socket->flush();
+        }
+        Server::waitUntilWritten(sockets);
+    }
+}
+BENCHMARK(BM_plainWrites)->Arg(8)->Arg(50);
+
+} // namespace
+
+int main(int argc, char **argv)
+{
+    const QCoreApplication application(argc, argv);
+    qInstallMessageHandler([](QtMsgType, const QMessageLogContext &, const QString &) {});
+    CaptureImgThread::instance()->setPause(true);
+    const RatioRun run(argc, argv);
+    run.printRatio("RGB32 frame to one page / compression", "BM_frameRgb32", "BM_compress", 1.6);
+    run.printRatio("RGB888 frame to one page / compression", "BM_frameRgb888", "BM_compress", 1.6);
+    run.printRatio("8 pages / 8 plain writes", "BM_pages/8", "BM_plainWrites/8", 1.5);
+    run.printRatio("50 pages / 50 plain writes", "BM_pages/50", "BM_plainWrites/50", 1.5);
+    return 0;
+}

@@ -1,0 +1,88 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <benchmark/benchmark.h>
+
+#include <cstdio>
+#include <map>
+#include <string>
+#include <vector>
+
+/**
+ * Compares benchmarks of one run. These machines are noisy, so what counts is the ratio of two
+ * medians whose repetitions took turns, not the time of either:
+ *
+ *     int main(int argc, char **argv)
+ *     {
+ *         RatioRun run(argc, argv);
+ *         run.printRatio("log line: ours / text stream", "BM_logLine", "BM_textStream", 0.25);
+ *     }
+ *
+ * prints, after the table, "log line: ours / text stream = 0.21 (limit 0.25)".
+ */
+class RatioRun
+{
+public:
+    /// Runs every benchmark of the program; Google Benchmark's options overrule what is set here.
+    RatioRun(int argc, char **argv)
+    {
+        std::vector<std::string> options{argv[0], "--benchmark_repetitions=9",
+                                         "--benchmark_min_time=0.1",
+                                         "--benchmark_enable_random_interleaving=true",
+                                         "--benchmark_display_aggregates_only=true"};
+        options.insert(options.end(), argv + 1, argv + argc);
+        std::vector<char *> pointers;
+        for (std::string &option : options)
+            pointers.push_back(&option[0]);
+        int count = static_cast<int>(pointers.size());
+        benchmark::Initialize(&count, pointers.data());
+        benchmark::RunSpecifiedBenchmarks(&m_reporter);
+        benchmark::Shutdown();
+    }
+
+    /// Prints the ratio of the medians of two benchmarks (wall-clock time if they use it, else CPU
+    /// time), or why there is none: one of them was filtered out or failed.
+    void printRatio(const std::string &what, const std::string &ours, const std::string &plain,
+                    double limit) const
+    {
+        const auto our = m_reporter.medians.find(ours);
+        const auto other = m_reporter.medians.find(plain);
+        if (our == m_reporter.medians.end() || other == m_reporter.medians.end()) {
+            std::printf("%s: not measured\n", what.c_str());
+            return;
+        }
+        std::printf("%s = %.2f (limit %.2f)\n", what.c_str(), our->second / other->second, limit);
+    }
+
+private:
+    /// The usual table; keeps the medians, in seconds, by the benchmarks' names.
+    struct Reporter : benchmark::ConsoleReporter
+    {
+        std::map<std::string, double> medians;
+
+        void ReportRuns(const std::vector<Run> &runs) override
+        {
+            for (const Run &run : runs) {
+                if (run.aggregate_name == "median")
+                    medians[nameOf(run)] = secondsOf(run);
+            }
+            ConsoleReporter::ReportRuns(runs);
+        }
+
+        /// "BM_frame/8", without what the options add to it.
+        static std::string nameOf(const Run &run)
+        {
+            const std::string &arguments = run.run_name.args;
+            return run.run_name.function_name + (arguments.empty() ? "" : "/" + arguments);
+        }
+
+        static double secondsOf(const Run &run)
+        {
+            const bool wallClock = !run.run_name.time_type.empty();
+            return (wallClock ? run.GetAdjustedRealTime() : run.GetAdjustedCPUTime())
+                / benchmark::GetTimeUnitMultiplier(run.time_unit);
+        }
+    };
+
+    Reporter m_reporter;
+};
