@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "dispatch/messagerun.h"
 
+#include "dispatch/arguments.h"
+
 #include <QCoreApplication>
 #include <QDebug>
 #include <QThread>
@@ -66,6 +68,12 @@ void MessageRun::sendmsg_thread(QString text)
     Q_EMIT sig_sendmsg(text);
 }
 
+void MessageRun::sendFromAnyThread(const QString &text)
+{
+    QMetaObject::invokeMethod(
+        QCoreApplication::instance(), [text] { send_msg(text); }, Qt::QueuedConnection);
+}
+
 QString MessageRun::framed(const QString &name, const QString &result)
 {
     return QLatin1String("Begin") + name + result + QLatin1String("End") + name;
@@ -93,14 +101,16 @@ QString MessageRun::reply(const QString &name)
     return reply(name, QString());
 }
 
+QString MessageRun::replyTwoTexts(const QString &name, const QString &args,
+                                  bool (*call)(const char *first, const char *second))
+{
+    const Arguments fields(args);
+    return reply(name, fields.count() >= 2 && call(fields.utf8(0), fields.utf8(1)));
+}
+
 void MessageRun::http_reply_slot(int, QString text)
 {
     reply(QStringLiteral("sUpLoadImageEx2"), text);
-}
-
-void MessageRun::slot_iAutoshot(int pagenum)
-{
-    reply(QStringLiteral("iAutoScan"), QString::number(pagenum));
 }
 
 void MessageRun::slot_zazfpRead(bool, QString) { }

@@ -6,6 +6,8 @@
 #include <QPointer>
 #include <QString>
 
+#include <type_traits>
+
 class QTimer;
 class QWebSocket;
 
@@ -53,12 +55,31 @@ public:
     /** send_msg from any thread: the text is sent by the main thread, later. */
     void sendmsg_thread(QString text);
 
+    /**
+     * The same without a dispatcher at hand: for listeners of the device library that are called
+     * on its threads and get no context. The page that is current at delivery gets it.
+     */
+    static void sendFromAnyThread(const QString &text);
+
     /// \name Replies: compose the framed text, send it to the current client, return it.
     /// @{
     static QString reply(const QString &name, const QString &result);
     static QString reply(const QString &name, bool result);
     static QString reply(const QString &name); ///< the bare acknowledgement, no result
+    template <class Number, class = std::enable_if_t<std::is_integral_v<Number>>>
+    static QString reply(const QString &name, Number result)
+    {
+        return reply(name, QString::number(result));
+    }
+    static QString reply(const QString &name, const char *) = delete; // it would be a truth value
     /// @}
+
+    /**
+     * The reply of the many commands that hand two UTF-8 texts on: false, without the call, with
+     * fewer than two fields; further fields are ignored.
+     */
+    static QString replyTwoTexts(const QString &name, const QString &args,
+                                 bool (*call)(const char *first, const char *second));
 
     /** The framed text itself, "Begin<name><result>End<name>". */
     static QString framed(const QString &name, const QString &result);
