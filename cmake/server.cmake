@@ -2,14 +2,22 @@
 # The server: one static library that tests link too, and the program around it.
 add_library(server_core STATIC
     app/singleinstance.cpp
+    camera/capturecommands.cpp
     camera/captureimgthread.cpp
+    camera/documentcommands.cpp
     camera/frameencoder.cpp
     camera/mat2base64.cpp
+    camera/outputcommands.cpp
     camera/previewcommands.cpp
+    camera/recordingcommands.cpp
+    camera/scancommands.cpp
+    camera/settingscommands.cpp
+    camera/stoprecthread.cpp
     companion/configini.cpp
     companion/webbrowser.cpp
     dispatch/arguments.cpp
     dispatch/base64.cpp
+    dispatch/base64commands.cpp
     dispatch/messagerun.cpp
     log/qlog.cpp
     log/qlogtonet.cpp

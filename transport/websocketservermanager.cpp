@@ -2,6 +2,7 @@
 #include "transport/websocketservermanager.h"
 
 #include "camera/captureimgthread.h"
+#include "camera/stoprecthread.h"
 #include "companion/webbrowser.h"
 #include "dispatch/messagerun.h"
 #include "log/trace.h"
@@ -57,6 +58,8 @@ WebSocketServerManager::WebSocketServerManager(QString serverName, QWebSocketSer
 {
     connect(this, &WebSocketServerManager::send_recv_msg, m_messageRun, &MessageRun::recv_msg);
     connect(CaptureImgThread::instance(), &CaptureImgThread::sig_msg, this,
+            &WebSocketServerManager::slot_captureImgThread);
+    connect(StopRecThread::instance(), &StopRecThread::sig_msg, this,
             &WebSocketServerManager::slot_captureImgThread);
 }
 

@@ -1,0 +1,103 @@
+// SPDX-License-Identifier: MIT
+//
+// Printing, the watermark, barcodes. Paths and watermark texts go out in the local 8-bit encoding,
+// but for bPrintImageFile.
+
+#include "devicelib/doccamera.h"
+#include "dispatch/arguments.h"
+#include "dispatch/devicetext.h"
+#include "dispatch/messagerun.h"
+
+namespace {
+
+/// "0x..." or "0X..." is hexadecimal, another text decimal if it can be, else hexadecimal, else 0.
+long colourFrom(const QString &text)
+{
+    const bool prefixed =
+        text.startsWith(QLatin1String("0x")) || text.startsWith(QLatin1String("0X"));
+    bool ok = false;
+    const long colour = text.toLong(&ok, prefixed ? 16 : 10);
+    return ok ? colour : text.toLong(nullptr, 16);
+}
+
+} // namespace
+
+QString MessageRun::bPrint_callback(QString name, QString args, MessageRun *)
+{
+    return reply(name, bPrint(Arguments(args).number<int>(0)));
+}
+
+QString MessageRun::bPrintImage_callback(QString name, QString args, MessageRun *)
+{
+    const Arguments fields(args);
+    return reply(
+        name,
+        fields.count() >= 3
+            && bPrintImage(fields.number<short>(0), fields.local8Bit(1), fields.number<short>(2)));
+}
+
+QString MessageRun::bPrintImageFile_callback(QString name, QString args, MessageRun *)
+{
+    const Arguments fields(args);
+    return reply(name, bPrintImageFile(fields.utf8(0), fields.number<int>(1)));
+}
+
+// The watermark commands answer "true" whether or not there was enough to make the call.
+QString MessageRun::vSetWaterPrint_callback(QString name, QString args, MessageRun *)
+{
+    const Arguments fields(args);
+    if (fields.count() >= 3)
+        vSetWaterPrint(fields.number<short>(0), fields.local8Bit(1), fields.number<short>(2));
+    return reply(name, true);
+}
+
+QString MessageRun::vSetWaitePrintFont_callback(QString name, QString args, MessageRun *)
+{
+    vSetWaterPrintFont(Arguments(args).local8Bit(0));
+    return reply(name, true);
+}
+
+QString MessageRun::vSetWaterPrintFontSize_callback(QString name, QString args, MessageRun *)
+{
+    vSetWaterPrintFontSize(Arguments(args).number<short>(0));
+    return reply(name, true);
+}
+
+QString MessageRun::vSetWaterPrintFontColor_callback(QString name, QString args, MessageRun *)
+{
+    vSetWaterPrintFontColor(colourFrom(Arguments(args).text(0)));
+    return reply(name, true);
+}
+
+QString MessageRun::vSetWaterPrintPos_callback(QString name, QString args, MessageRun *)
+{
+    const Arguments fields(args);
+    vSetWaterPrintPos(fields.number<short>(0), fields.number<short>(1));
+    return reply(name, true);
+}
+
+QString MessageRun::sGetBarCode_callback(QString name, QString args, MessageRun *)
+{
+    return reply(name, utf8Of(DeviceText(sGetBarCode(Arguments(args).local8Bit(0)))));
+}
+
+QString MessageRun::sGetBarCodeEx_callback(QString name, QString args, MessageRun *)
+{
+    const Arguments fields(args);
+    if (fields.count() < 2)
+        return reply(name);
+    return reply(name,
+                 utf8Of(DeviceText(sGetBarCodeEx(fields.number<long>(0), fields.local8Bit(1)))));
+}
+
+// Read byte for byte, unlike the other barcode texts.
+QString MessageRun::sGetBarCodeOnline_callback(QString name, QString, MessageRun *)
+{
+    return reply(name, latin1Of(DeviceText(sGetBarCodeOnline())));
+}
+
+// Not offered.
+QString MessageRun::sOCRToString_callback(QString name, QString, MessageRun *)
+{
+    return reply(name, false);
+}

@@ -1,0 +1,51 @@
+// SPDX-License-Identifier: MIT
+//
+// Recording of the preview. The state is the device library's; it is asked whenever it is needed.
+
+#include "camera/stoprecthread.h"
+#include "devicelib/doccamera.h"
+#include "dispatch/arguments.h"
+#include "dispatch/messagerun.h"
+
+// A path may hold ",": the text is not parted.
+QString MessageRun::bStartRec_callback(QString name, QString args, MessageRun *)
+{
+    return reply(name, bStartRec(args.toUtf8().constData()));
+}
+
+QString MessageRun::bStartRecMp3_callback(QString name, QString args, MessageRun *)
+{
+    return reply(name, bStartRecMp3(args.toUtf8().constData()));
+}
+
+// The answer to a stop that was taken comes when the file is whole.
+QString MessageRun::bStopRec_callback(QString name, QString, MessageRun *)
+{
+    if (!bStopRec())
+        return reply(name, false);
+    StopRecThread::instance()->waitForEnd();
+    return QStringLiteral(" ");
+}
+
+QString MessageRun::bPauseRec_callback(QString name, QString, MessageRun *)
+{
+    return reply(name, bPauseRec());
+}
+
+QString MessageRun::bResumeRec_callback(QString name, QString, MessageRun *)
+{
+    return reply(name, bResumeRec());
+}
+
+QString MessageRun::isRecording_callback(QString name, QString, MessageRun *)
+{
+    return reply(name, isRecording());
+}
+
+QString MessageRun::vSetRecSize_callback(QString name, QString args, MessageRun *)
+{
+    const Arguments fields(args);
+    if (fields.count() >= 2)
+        vSetRecSize(fields.number<int>(0), fields.number<int>(1));
+    return reply(name);
+}
