@@ -105,9 +105,8 @@ void Camera::run()
 /** Opens the source and takes a frame, for some devices only then show that they can't. */
 bool Camera::open(QString *error)
 {
-    m_wanted = m_settings.view(m_number).resolution;
     try {
-        if (!m_source->open(m_wanted, error)) {
+        if (!openSource(m_settings.view(m_number), error)) {
             return false;
         }
     } catch (const std::exception &failure) {
@@ -121,6 +120,31 @@ bool Camera::open(QString *error)
     return true;
 }
 
+bool Camera::openSource(const Settings::View &settings, QString *error)
+{
+    m_wanted = settings.resolution;
+    m_adjusted = {};
+    m_tones.release();
+    m_focusing = settings.focusing;
+    return m_source->open(m_wanted, error);
+}
+
+/** Does what was asked for since the last frame. */
+void Camera::adjustSource(const Settings::View &settings)
+{
+    if (settings.adjustments != m_adjusted) {
+        m_adjusted = settings.adjustments;
+        m_tones = toneTable(m_source->adjust(m_adjusted));
+    }
+    if (settings.focusing != m_focusing) {
+        m_focusing = settings.focusing;
+        if (!m_source->focus()) {
+            qInfo().noquote() << "portable:" << cameraName(m_number)
+                              << "has no focus to set:" << m_source->name();
+        }
+    }
+}
+
 /** Takes one frame from the source and publishes it. */
 bool Camera::grab(QString *error)
 {
@@ -130,7 +154,7 @@ bool Camera::grab(QString *error)
         if (!read(settings, frame, error)) {
             return false;
         }
-        publish(turned(frame, settings.orientation, m_pool), frame.size(), settings.revision);
+        publish(finished(frame, settings.orientation), frame.size(), settings.revision);
         return true;
     } catch (const std::exception &failure) { // OpenCV's, or too little memory
         *error = QString::fromLocal8Bit(failure.what());
@@ -142,12 +166,24 @@ bool Camera::read(const Settings::View &settings, cv::Mat &frame, QString *error
 {
     if (settings.resolution != m_wanted) {
         m_source->close();
-        m_wanted = settings.resolution;
-        if (!m_source->open(m_wanted, error)) {
+        if (!openSource(settings, error)) {
             return false;
         }
     }
+    adjustSource(settings);
     return m_source->read(frame, error);
+}
+
+/** The source's frame as readers get it. */
+cv::Mat Camera::finished(const cv::Mat &frame, const Orientation &orientation)
+{
+    const cv::Mat picture = turned(frame, orientation, m_pool);
+    if (m_tones.empty()) {
+        return picture;
+    }
+    cv::Mat result = picture.data == frame.data ? m_pool.take(picture.size()) : picture;
+    cv::LUT(picture, m_tones, result);
+    return result;
 }
 
 void Camera::publish(const cv::Mat &frame, const cv::Size &size, quint64 revision)

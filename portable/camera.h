@@ -74,8 +74,11 @@ private:
 
     void run();
     bool open(QString *error);
+    bool openSource(const Settings::View &settings, QString *error);
+    void adjustSource(const Settings::View &settings);
     bool grab(QString *error);
     bool read(const Settings::View &settings, cv::Mat &frame, QString *error);
+    cv::Mat finished(const cv::Mat &frame, const Orientation &orientation);
     void publish(const cv::Mat &frame, const cv::Size &size, quint64 revision);
     void withdraw();
     bool recover(const QString &why);
@@ -89,6 +92,9 @@ private:
     // Of the thread, and of start() and stop() while it doesn't run.
     const std::unique_ptr<FrameSource> m_source;
     cv::Size m_wanted; // size the source was opened with
+    Adjustments m_adjusted; // of the source since it was opened
+    quint64 m_focusing = 0; // what it was asked to focus for last
+    cv::Mat m_tones; // a toneTable: what it can't adjust by itself
     FramePool m_pool;
 
     mutable std::mutex m_mutex;

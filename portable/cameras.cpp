@@ -13,8 +13,7 @@ namespace {
 
 std::unique_ptr<FrameSource> configuredSource(int camera, QString *error)
 {
-    const QString path = QCoreApplication::applicationDirPath() + QStringLiteral("/devices.ini");
-    return makeSource(camera, readDeviceConfig(path), listV4l2Devices, error);
+    return makeSource(camera, readDeviceConfig(deviceConfigPath()), listV4l2Devices, error);
 }
 
 /** We say ourselves what is wrong with a camera; OpenCV's guesses go to stderr, beside the log. */
@@ -92,6 +91,11 @@ void Cameras::stopFourth()
 {
     const std::lock_guard<std::mutex> changing(m_changing);
     replace(m_fourth, nullptr);
+}
+
+bool Cameras::isOpen() const
+{
+    return get(m_main) || get(m_fourth);
 }
 
 std::shared_ptr<Camera> Cameras::mainCamera() const

@@ -39,6 +39,9 @@ public:
     void stopMain();
     void stopFourth();
 
+    /** Whether a camera is open, camera 4 counts too. */
+    bool isOpen() const;
+
     /** The camera of the main preview, for a reader with a place of its own; null without one. */
     std::shared_ptr<Camera> mainCamera() const;
 

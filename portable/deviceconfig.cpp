@@ -5,6 +5,7 @@
 #include "portable/scenesource.h"
 #include "portable/v4l2source.h"
 
+#include <QCoreApplication>
 #include <QDebug>
 #include <QRegularExpression>
 #include <QSettings>
@@ -158,6 +159,11 @@ QString cameraName(int camera)
                                 : QStringLiteral("camera %1").arg(camera);
 }
 
+QString deviceConfigPath()
+{
+    return QCoreApplication::applicationDirPath() + QStringLiteral("/devices.ini");
+}
+
 DeviceConfig readDeviceConfig(const QString &path)
 {
     Ini ini(path);
@@ -178,6 +184,7 @@ DeviceConfig readDeviceConfig(const QString &path)
                    &config.playback.framesPerSecond);
     ini.readNumber(QStringLiteral("playback/secondsPerPicture"), 0.1, 86400,
                    &config.playback.secondsPerPicture);
+    config.printer = ini.text(QStringLiteral("printing/printer"));
     return config;
 }
 

@@ -29,7 +29,11 @@ struct DeviceConfig
     cv::Size sceneSize{1920, 1080};
     double sceneFramesPerSecond = 30;
     Playback playback;
+    QString printer; ///< A CUPS destination; empty: the default one.
 };
+
+/** That of devices.ini: beside the program. */
+QString deviceConfigPath();
 
 /** Reads a devices.ini. What can't be understood is said in the log, and left as it is without. */
 DeviceConfig readDeviceConfig(const QString &path);

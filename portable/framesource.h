@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include "portable/adjustments.h"
+
 #include <QString>
 #include <opencv2/core.hpp>
 
@@ -46,6 +48,15 @@ public:
 
     /** Possible sizes in pixels, the largest first; also while closed. Empty when not to be had. */
     virtual std::vector<cv::Size> sizes() const = 0;
+
+    /**
+     * Adjusts the open source, as far as its hardware can be. It opens unadjusted.
+     * \return what is left to be done to its pictures
+     */
+    virtual Adjustments adjust(const Adjustments &wanted) { return wanted; }
+
+    /** Lets the open source focus once. \return false when it has no focus to set */
+    virtual bool focus() { return false; }
 
     /** The size that open(wanted) asks for; empty when not to be had. */
     virtual cv::Size sizeFor(const cv::Size &wanted) const;

@@ -87,4 +87,10 @@ std::vector<cv::Size> PairSource::sizes() const
     return {{left.width + atHeight(right, left.height).width, left.height}};
 }
 
+bool PairSource::focus()
+{
+    const bool left = m_left->focus();
+    return m_right->focus() || left;
+}
+
 } // namespace portable

@@ -20,6 +20,7 @@ public:
     bool read(cv::Mat &frame, QString *error) override;
     double framesPerSecond() const override;
     std::vector<cv::Size> sizes() const override;
+    bool focus() override;
 
 private:
     const std::unique_ptr<FrameSource> m_left;

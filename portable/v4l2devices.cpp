@@ -3,15 +3,13 @@
 #include "portable/v4l2devices.h"
 
 #include "portable/framesource.h"
+#include "portable/v4l2node.h"
 
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
 #include <QStringList>
-#include <fcntl.h>
 #include <linux/videodev2.h>
-#include <sys/ioctl.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -21,47 +19,6 @@
 namespace portable {
 
 namespace {
-
-/** An open device node. */
-class Node
-{
-public:
-    explicit Node(const QString &path)
-        : m_fd(::open(QFile::encodeName(path).constData(), O_RDWR | O_NONBLOCK | O_CLOEXEC))
-    {
-    }
-    ~Node()
-    {
-        if (isOpen()) {
-            ::close(m_fd);
-        }
-    }
-    Node(const Node &) = delete;
-    Node &operator=(const Node &) = delete;
-
-    bool isOpen() const { return m_fd >= 0; }
-
-    /** \return false with errno set */
-    template <class Argument> bool ask(unsigned long request, Argument &argument) const
-    {
-        int result;
-        do {
-            result = ::ioctl(m_fd, request, &argument);
-        } while (result < 0 && errno == EINTR);
-        return result >= 0;
-    }
-
-private:
-    const int m_fd;
-};
-
-/** A zeroed argument of an ioctl; the kernel wants the reserved fields so. */
-template <class Argument> Argument zeroed()
-{
-    Argument argument;
-    std::memset(&argument, 0, sizeof argument);
-    return argument;
-}
 
 template <size_t size> QString text(const __u8 (&field)[size])
 {
@@ -93,7 +50,7 @@ bool describe(V4l2Device &device)
     const QString classFolder =
         QStringLiteral("/sys/class/video4linux/") + QFileInfo(device.path).fileName();
     device.usbIds = usbIds(classFolder);
-    const Node node(device.path);
+    const V4l2Node node(device.path);
     if (!node.isOpen()) {
         // What it can do remains unknown, but a camera's first node is the one for its pictures.
         device.name = sysfs(classFolder + QStringLiteral("/name"));
@@ -136,7 +93,7 @@ void addSteps(std::vector<cv::Size> &sizes, const v4l2_frmsize_stepwise &range)
     sizes.emplace_back(int(range.max_width), int(range.max_height));
 }
 
-void addSizes(std::vector<cv::Size> &sizes, const Node &node, __u32 pixelFormat)
+void addSizes(std::vector<cv::Size> &sizes, const V4l2Node &node, __u32 pixelFormat)
 {
     auto entry = zeroed<v4l2_frmsizeenum>();
     entry.pixel_format = pixelFormat;
@@ -218,7 +175,7 @@ QString v4l2Labels(const V4l2Devices &devices)
 V4l2Formats v4l2Formats(const QString &path)
 {
     V4l2Formats formats;
-    const Node node(path);
+    const V4l2Node node(path);
     std::vector<cv::Size> mjpegSizes;
     auto format = zeroed<v4l2_fmtdesc>();
     format.type = V4L2_BUF_TYPE_VIDEO_CAPTURE;
@@ -236,7 +193,7 @@ V4l2Formats v4l2Formats(const QString &path)
 
 QString v4l2Obstacle(const QString &path)
 {
-    const Node node(path);
+    const V4l2Node node(path);
     if (!node.isOpen()) {
         return errorText(errno);
     }

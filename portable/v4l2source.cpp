@@ -88,6 +88,7 @@ bool V4l2Source::open(const cv::Size &wanted, QString *error)
 
 void V4l2Source::close()
 {
+    m_controls.reset();
     m_capture.release();
     m_pool.clear();
 }
@@ -116,6 +117,24 @@ std::vector<cv::Size> V4l2Source::sizes() const
 {
     const V4l2Device device = find(m_lister());
     return device.path.isEmpty() ? std::vector<cv::Size>() : v4l2Formats(device.path).sizes;
+}
+
+Adjustments V4l2Source::adjust(const Adjustments &wanted)
+{
+    return controls().adjust(wanted);
+}
+
+bool V4l2Source::focus()
+{
+    return controls().focus();
+}
+
+V4l2Controls &V4l2Source::controls()
+{
+    if (!m_controls) {
+        m_controls = std::make_unique<V4l2Controls>(m_device.path);
+    }
+    return *m_controls;
 }
 
 } // namespace portable

@@ -3,9 +3,12 @@
 
 #include "portable/framepool.h"
 #include "portable/framesource.h"
+#include "portable/v4l2controls.h"
 #include "portable/v4l2devices.h"
 
 #include <opencv2/videoio.hpp>
+
+#include <memory>
 
 namespace portable {
 
@@ -22,14 +25,18 @@ public:
     bool read(cv::Mat &frame, QString *error) override;
     double framesPerSecond() const override { return 0; }
     std::vector<cv::Size> sizes() const override;
+    Adjustments adjust(const Adjustments &wanted) override;
+    bool focus() override;
 
 private:
     V4l2Device find(const V4l2Devices &devices) const;
+    V4l2Controls &controls();
 
     const QString m_text;
     const V4l2Lister m_lister;
     V4l2Device m_device; // the one opened last; no path before
     cv::VideoCapture m_capture;
+    std::unique_ptr<V4l2Controls> m_controls; // while open, once something was set
     bool m_hasDelivered = false; // since it was opened
     FramePool m_pool;
 };
