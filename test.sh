@@ -29,7 +29,7 @@ for option in "$@"; do
     esac
 done
 
-[ "$install" = no ] || install_packages build run
+[ "$install" = no ] || install_packages build run test
 choose_platform
 for name in $builds; do
     case "$name" in

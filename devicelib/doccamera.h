@@ -111,10 +111,13 @@ void vSetImageDispFlag(bool on);
  */
 ///@{
 
-/** \param mode  0 whole picture, 1 crop area, 2 automatic page detection with deskew */
+/**
+ * \param mode  0 whole picture, 1 crop area, 2 automatic page detection with deskew; captures only.
+ *              The portable library: where no page is found, the whole picture
+ */
 bool bSetMode(int mode);
 
-/** Working mode of the camera; the values are the library's choice. */
+/** Working mode of the camera; the values are the library's choice. The portable one has none. */
 void vSetCamaraMode(short mode);
 
 /** \param index  of a size in the list of getResolutionIndex, from 0 */
@@ -137,34 +140,47 @@ short iGetRotate(); ///< The angle of vSetRotate; 0 at first.
 void vSetFlip(short mode);
 short iGetFlip(); ///< The mode of vSetFlip; 0 at first.
 
-bool vSetExposure(int value); ///< Unit and range are the library's choice.
+/**
+ * Unit and range are the library's choice. The portable library, for all three: -100 to 100, 0
+ * being how the camera is by itself, -100 and 100 the ends of its range; where it has no such
+ * control the pictures are changed instead.
+ */
+bool vSetExposure(int value);
 bool vSetBrightness(int value); ///< As vSetExposure.
 bool vSetContrast(int value); ///< As vSetExposure.
 
-/** Focuses once. \return true when that was begun: the outcome is not awaited */
+/**
+ * Focuses once. \return true when that was begun: the outcome is not awaited. The portable library:
+ * also for a camera that has no focus to set, which the log says
+ */
 bool AutoFocus();
 
-/** Dots per inch of saved pictures and of pages. */
+/** Dots per inch of saved pictures and of pages. The portable library: 50 to 1200, 300 at first. */
 bool vSetDPI(qint64 x, qint64 y);
 void vGetDPI(int *x, int *y); ///< The values of vSetDPI.
 
-/** Crop area for mode 1: top left and bottom right corner in pixels of the turned picture. */
+/**
+ * Crop area for mode 1: top left and bottom right corner in pixels of the turned picture. The
+ * portable library: what lies outside the picture is cut off, the bottom right corner is itself
+ * outside the area, and four times 0 is the whole picture.
+ */
 bool bSetImageArea(int x1, int y1, int x2, int y2);
 long lGetImageAreaX1(); ///< As bSetImageArea; all four 0 while none is set.
 long lGetImageAreaY1(); ///< As lGetImageAreaX1.
 long lGetImageAreaX2(); ///< As lGetImageAreaX1.
 long lGetImageAreaY2(); ///< As lGetImageAreaX1.
 
-/** \param quality  of JPEG files, 1 to 100 */
+/** \param quality  of JPEG files, 1 to 100. The portable library: 85 at first */
 bool vSetImageQuality(int quality);
 short sGetImageQuality(); ///< The quality of vSetImageQuality.
 
-/** How bBookScanner works; the values are the library's choice. */
+/** How bBookScanner works; the values are the library's choice. The portable library: 0 to 2. */
 bool bSetBookScannerMode(int mode);
 int igetBookScannerMode(); ///< The mode of bSetBookScannerMode.
 
 /**
- * Hears of the capture button of the camera, in place of a former listener.
+ * Hears of the capture button of the camera, in place of a former listener. The portable library
+ * knows of no buttons, and never calls it.
  * \param listener  first argument 1 when it was pressed; the others are the library's choice
  */
 void vSetCapturePin(void (*listener)(int, int, int, unsigned int, int, void *));
@@ -188,10 +204,17 @@ bool bSavePNG(const char *directory, const char *name); ///< Colour PNG.
 /** One picture twice: directory and name of the grey file, directory and name of the TIFF. */
 bool bSaveGrayAndTIF(const char *p1, const char *p2, const char *p3, const char *p4);
 
-/** Splits a picture; what the texts mean is the library's choice. */
+/**
+ * Splits a picture; what the texts mean is the library's choice. The portable library: p1 is the
+ * picture file of an open book, p2 the directory that gets its halves, <name>_left.jpg and
+ * <name>_right.jpg. They meet at the fold, or in the middle where none is seen.
+ */
 bool SplitPic(const char *p1, const char *p2);
 
-/** The current picture as base64 of an image file. \param number  0 colour, 1 grey, 2 bilevel */
+/**
+ * The current picture as base64 of an image file. The portable library: JPEG, and PNG for 2.
+ * \param number  0 colour, 1 grey, 2 bilevel
+ */
 const char *sGetImageBase64_Byte(int number);
 
 /** \return base64, without line breaks, of the file at the path `text` */
@@ -211,6 +234,23 @@ bool Base64Decode(const char *first, const char *second);
  * end; pages and ends without a start are false. A page without an image is the current picture, as
  * in Capture, and a BW page is bilevel. `number` is where the page goes, counted from 1; -1.0
  * appends, and so does 1.0 in an OFD.
+ *
+ * The portable library keeps pages on disk, in $TMPDIR or else /var/tmp. Its rules:
+ *
+ * Places       A start fails where no file could be made. Nothing stands there before the end,
+ *              which makes missing directories and replaces an existing file. A name that has the
+ *              extension (".pdf", ".ofd", ".jpg") doesn't get it twice.
+ * Ends         An end without a page is false and writes nothing. One that can't write leaves the
+ *              document as it is, to be ended again. A start ends a document that was not ended,
+ *              and says so in the log.
+ * Numbers      A whole number N from 2 on makes the page the Nth; those behind it move by one. All
+ *              others append: 1, and what lies beyond the end.
+ * Pictures     A JPEG goes in as it is, unless it needs turning (EXIF) or is of a kind that viewers
+ *              may fail at (CMYK, arithmetic coding); other image files become JPEGs. A BW page is
+ *              CCITT group 4 in a PDF, a PNG of one bit a pixel in an OFD. What isn't a whole image
+ *              fails and leaves the document as it was.
+ * Size         A page is as large as its pixels at the resolution that the image file tells, if
+ *              that is one from 50 to 4800 dpi, or else at that of vSetDPI.
  */
 ///@{
 
@@ -221,16 +261,28 @@ bool bSavePDFBWPage(); ///< The current picture, bilevel.
 bool bSavePDFEnd(); ///< Writes the file: true once it is whole.
 bool bAddPDFColorPage(const char *image, float number); ///< An image file, local text.
 bool bAddPDFBWPage(const char *image, float number); ///< An image file, local text.
-bool bAddPDFBase64ColorPage(const char *base64); ///< Appends an image file.
+
+/** Appends an image file. \param base64  "data:image/...;base64," may stand before it */
+bool bAddPDFBase64ColorPage(const char *base64);
 
 bool bSaveOFDStart(const char *p1, const char *p2); ///< As bSavePDFStart.
 bool bSaveOFDColorPage(); ///< The current picture in colour.
 bool bSaveOFDBWPage(); ///< The current picture, bilevel.
 bool bSaveOFDEnd(); ///< Writes the file: true once it is whole.
 bool bAddOFDPage(const char *image, float number); ///< An image file.
-bool bAddOFDBase64ColorPage(const char *base64); ///< Appends an image file.
+bool bAddOFDBase64ColorPage(const char *base64); ///< As bAddPDFBase64ColorPage.
 
-/** Begins a picture that several are merged into; the arguments are the library's choice. */
+/**
+ * Begins a picture that several are merged into; the arguments are the library's choice. The
+ * portable library writes a JPEG, white where no picture is. One larger than p5, p6 or the 65500
+ * pixels of a JPEG is scaled down as a whole. Other arguments than these fail.
+ * \param p1  the portable library: directory
+ * \param p2  the portable library: name without extension
+ * \param p3  the portable library: 0 one under another, 1 side by side
+ * \param p4  the portable library: gap between two, 0 to 1000 pixels
+ * \param p5  the portable library: largest width of the result in pixels, 0 for no limit
+ * \param p6  the portable library: largest height of the result in pixels, 0 for no limit
+ */
 bool bSaveMergeStart(const char *p1, const char *p2, short p3, short p4, qint64 p5, qint64 p6);
 bool bSaveMergePage(); ///< The current picture.
 bool bSaveMergeEnd(); ///< Writes the file: true once it is whole.
@@ -241,30 +293,74 @@ bool bSaveMergeEnd(); ///< Writes the file: true once it is whole.
  *
  * The library captures by itself, beside the preview. Numbers and texts (mode, directory, prefix of
  * the names, interval) are the library's choice; results are negative for failure.
+ *
+ * The portable library: one scan runs at a time, a start ends the one before. It needs the main
+ * preview and ends with it. A shot is what Capture saves, as <directory>/<prefix>001.jpg, 002 and
+ * so on; numbers begin with 1 for each scan, existing files are replaced, and the number of a shot
+ * that fails goes to the next one. A missing directory is made; the prefix is no path.
  */
 ///@{
 
 /**
  * Who hears of the events of an automatic scan, in place of a former receiver.
  * \param receiver  its slot is invoked through Qt's meta-object system, queued into its thread
- * \param slot      as the macro SLOT writes it, "1name(int)"; the number is the library's choice
+ * \param slot      as the macro SLOT writes it, "1name(int)"; the number is the library's choice.
+ *                  The portable library: that of the shot, once its file is whole
  */
 void iAutoScan_observr(QObject *receiver, const char *slot);
 
-/** Captures whenever a document lies ready. */
+/**
+ * Captures whenever a document lies ready. The portable library: whenever something has moved
+ * before the camera and then nothing does for 0.7 s, thus not what lies there at the start.
+ * \param number  the portable library: 0 ends any scan, a positive one starts
+ * \param text1   the portable library: directory
+ * \param text2   the portable library: prefix
+ * \return the portable library: 0 once it runs or has ended
+ */
 int iAutoScan(int number, const char *text1, const char *text2);
 
-/** Captures at a fixed interval. */
+/**
+ * Captures at a fixed interval; the observer hears nothing of it.
+ * \param number1  the portable library: interval in seconds, before the first shot too; 0 ends any
+ *                 scan
+ * \param text1    the portable library: directory
+ * \param text2    the portable library: prefix
+ * \param number2  the portable library: so many shots, 0 for no end
+ * \return as iAutoScan
+ */
 int iTimerScan(int number1, const char *text1, const char *text2, int number2);
 
-/** Captures an open book. \param t3OrNull  may be null */
+/**
+ * Captures an open book. The portable library: as iAutoScan, but each shot is parted at the fold
+ * into two files, first the left page, then the right one; the observer hears nothing of it.
+ * \param t1        the portable library: directory; empty ends any scan
+ * \param t2        the portable library: prefix
+ * \param t3OrNull  may be null. The portable library: "jpg", also without a text, "png" or "tif"
+ */
 bool bBookScanner(const char *t1, const char *t2, const char *t3OrNull);
 ///@}
 
-/** \name Recording of the main preview */
+/**
+ * \name Recording of the main preview
+ *
+ * The portable library: 25 pictures a second, without sound. While cameras change the last picture
+ * stands, and with the preview the recording ends. Missing directories are made, an existing file
+ * is replaced. Should the process be killed, the file plays up to its last second.
+ */
 ///@{
-bool bStartRec(const char *path); ///< Into this file; false while another is being made.
-bool bStartRecMp3(const char *path); ///< The same in the second format.
+
+/**
+ * Records into this file; false while another is being made. The portable library: a path that ends
+ * in .mp4, .avi or .mkv is taken as it is, any other gets ".mp4". The pictures are H.264, but
+ * MPEG-4 in an AVI.
+ */
+bool bStartRec(const char *path);
+
+/**
+ * The same in the second format. The portable library: MPEG-4 pictures, for players that know no
+ * H.264; a path without one of the three extensions gets ".avi".
+ */
+bool bStartRecMp3(const char *path);
 
 /**
  * Asks the recording to end and returns at once: isRecording turns false when the file is whole.
@@ -275,7 +371,11 @@ bool bPauseRec(); ///< What comes until bResumeRec is left out.
 bool bResumeRec(); ///< False when it is not paused.
 bool isRecording(); ///< True from the start until the file is whole, also while paused.
 
-/** Frame size of later recordings, in pixels. */
+/**
+ * Frame size of later recordings, in pixels. The portable library: made even and kept within 16 to
+ * 4096; pictures of another shape get bars. With 0 or less on a side, as at first, it is the
+ * picture's own size.
+ */
 void vSetRecSize(qint64 width, qint64 height);
 ///@}
 
@@ -284,25 +384,66 @@ void vSetRecSize(qint64 width, qint64 height);
  *
  * The printer and the numbers of printing are the library's choice; true means the job is queued.
  * The watermark goes on later captures.
+ *
+ * The portable library prints with CUPS, on its default printer or the one of devices.ini, and on
+ * that printer's default paper: one page, the picture as large as it fits, turned by a quarter
+ * where that makes it larger. Copies are 1 to 99; 0 stands for 1, others fail. True once CUPS has
+ * taken the job, even when the printer is stopped. A print server that hangs delays the answer by
+ * some seconds.
  */
 ///@{
-bool bPrint(int number); ///< The current picture.
-bool bPrintImage(short a, const char *image, short b); ///< An image file, local text.
-bool bPrintImageFile(const char *image, int number); ///< An image file.
+/** A capture of the current picture. \param number  the portable library: copies */
+bool bPrint(int number);
 
-/** \param text  local text; what `a` and `b` mean is the library's choice */
+/**
+ * An image file.
+ * \param a      the portable library: copies
+ * \param image  local text
+ * \param b      the portable library: 0 in colour, 1 in grey, others fail
+ */
+bool bPrintImage(short a, const char *image, short b);
+
+/** An image file. \param number  the portable library: copies, in colour */
+bool bPrintImageFile(const char *image, int number);
+
+/**
+ * \param text  local text; what `a` and `b` mean is the library's choice. The portable library: a 0
+ *              is off, others on; b is the opacity in percent, 0 being 100
+ */
 void vSetWaterPrint(short a, const char *text, short b);
 void vSetWaterPrintFont(const char *font); ///< Font family, local text.
-void vSetWaterPrintFontSize(short size); ///< In points.
-void vSetWaterPrintFontColor(long colour); ///< Its byte order is the library's choice.
-void vSetWaterPrintPos(short x, short y); ///< Top left corner in the capture, pixels.
+void vSetWaterPrintFontSize(short size); ///< In points, at the resolution of vSetDPI.
 
-char *sGetBarCode(const char *image); ///< The codes in an image file, local text.
+/** Its byte order is the library's choice. The portable library: 0xRRGGBB. */
+void vSetWaterPrintFontColor(long colour);
 
-/** The same for one kind of code; the kinds are the library's choice. */
+/**
+ * Top left corner in the capture, pixels. The portable library: negative values are the distance of
+ * the text's end from the right or bottom edge; text is moved into the picture.
+ */
+void vSetWaterPrintPos(short x, short y);
+
+/**
+ * The codes in an image file, each type and text once. Empty when it has none, null when the file
+ * can't be read. The portable library reads them however they lie; a text whose encoding the code
+ * doesn't tell it takes for UTF-8 or else GB18030.
+ * \param image  local text
+ */
+char *sGetBarCode(const char *image);
+
+/**
+ * The same for one kind of code; the kinds are the library's choice.
+ * \param kind  the portable library: 0 all, 1 QR and Micro QR, 2 Data Matrix, 3 PDF417, 4 Code 128,
+ *              5 Code 39, 6 EAN and UPC, 7 Code 93, 8 Codabar, 9 ITF, 10 Aztec, 11 GS1 DataBar;
+ *              null for others
+ */
 char *sGetBarCodeEx(long kind, const char *image);
 
-char *sGetBarCodeOnline(); ///< The codes in the current picture. In Latin-1.
+/**
+ * The codes in the current picture. The server hands the bytes to the page as Latin-1; the portable
+ * library's are UTF-8 here too, so that nothing is lost and a page can put them together again.
+ */
+char *sGetBarCodeOnline();
 ///@}
 
 /**

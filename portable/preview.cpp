@@ -95,48 +95,6 @@ void vSetImageDispFlag(bool)
     // There is no display of its own to switch.
 }
 
-void vSetRotate(short angle)
-{
-    if (!Cameras::instance().settings().setRotation(angle)) {
-        qWarning() << "portable: vSetRotate: there is no rotation by" << angle << "degrees";
-    }
-}
-
-short iGetRotate()
-{
-    return short(Cameras::instance().settings().orientation().rotation);
-}
-
-void vSetFlip(short mode)
-{
-    if (!Cameras::instance().settings().setFlip(mode)) {
-        qWarning() << "portable: vSetFlip: there is no mode" << mode;
-    }
-}
-
-short iGetFlip()
-{
-    return short(Cameras::instance().settings().orientation().flip);
-}
-
-void getResolutionIndex(int camera, std::vector<std::pair<double, double>> &sizes)
-{
-    sizes.clear();
-    for (const cv::Size &size : Cameras::instance().sizes(camera)) {
-        sizes.emplace_back(size.width, size.height);
-    }
-}
-
-int iGetResolutionX(int camera)
-{
-    return Cameras::instance().size(camera).width;
-}
-
-int iGetResolutionY(int camera)
-{
-    return Cameras::instance().size(camera).height;
-}
-
 void doccameraVeriosn(char *buffer, int capacity)
 {
     if (buffer && capacity > 0) {
