@@ -1,0 +1,117 @@
+// SPDX-License-Identifier: MIT
+// What saving the camera's picture costs, against what it can't do without: one JPEG compression
+// and one write of the file.
+#include "bench/ratios.h"
+#include "devicelib/doccamera.h"
+#include "portable/pagefinder.h"
+
+#include <QFile>
+#include <QGuiApplication>
+#include <QTemporaryDir>
+#include <opencv2/core.hpp>
+
+#include <cstdio>
+#include <cstdlib>
+// After <cstdio>, whose types it uses without including it.
+#include <jpeglib.h>
+
+namespace {
+
+/// The desk scene, 1920 x 1080.
+cv::Mat cameraPicture()
+{
+    cv::Mat frame;
+    if (!getVideoFrameMat(frame)) {
+        std::fputs("the scene doesn't start\n", stderr);
+        std::exit(1);
+    }
+    return frame;
+}
+
+/// libjpeg-turbo and nothing else; the memory is malloc's.
+unsigned long compress(const cv::Mat &picture, unsigned char **memory)
+{
+    jpeg_error_mgr error{};
+    jpeg_compress_struct jpeg{};
+    jpeg.err = jpeg_std_error(&error);
+    jpeg_create_compress(&jpeg);
+    unsigned long size = 0;
+    jpeg_mem_dest(&jpeg, memory, &size);
+    jpeg.image_width = static_cast<JDIMENSION>(picture.cols);
+    jpeg.image_height = static_cast<JDIMENSION>(picture.rows);
+    jpeg.input_components = 3;
+    jpeg.in_color_space = JCS_EXT_BGR;
+    jpeg_set_defaults(&jpeg);
+    jpeg_set_quality(&jpeg, sGetImageQuality(), TRUE);
+    jpeg_start_compress(&jpeg, TRUE);
+    while (jpeg.next_scanline < jpeg.image_height) {
+        auto *row = const_cast<JSAMPROW>(picture.ptr(static_cast<int>(jpeg.next_scanline)));
+        jpeg_write_scanlines(&jpeg, &row, 1);
+    }
+    jpeg_finish_compress(&jpeg);
+    jpeg_destroy_compress(&jpeg);
+    return size;
+}
+
+void BM_compress(benchmark::State &state)
+{
+    const cv::Mat picture = cameraPicture();
+    for (auto _ : state) {
+        unsigned char *memory = nullptr;
+        benchmark::DoNotOptimize(compress(picture, &memory));
+        std::free(memory);
+    }
+}
+BENCHMARK(BM_compress)->UseRealTime();
+
+void BM_compressAndWrite(benchmark::State &state)
+{
+    const cv::Mat picture = cameraPicture();
+    const QTemporaryDir folder;
+    for (auto _ : state) {
+        unsigned char *memory = nullptr;
+        const unsigned long size = compress(picture, &memory);
+        QFile file(folder.filePath(QStringLiteral("plain.jpg")));
+        file.open(QIODevice::WriteOnly | QIODevice::Unbuffered);
+        file.write(reinterpret_cast<const char *>(memory), static_cast<qint64>(size));
+        std::free(memory);
+    }
+}
+BENCHMARK(BM_compressAndWrite)->UseRealTime();
+
+void BM_bSaveJPG(benchmark::State &state)
+{
+    const QTemporaryDir folder;
+    const QByteArray path = folder.path().toUtf8();
+    for (auto _ : state) {
+        if (!bSaveJPG(path.constData(), "ours"))
+            state.SkipWithError("not saved");
+    }
+}
+BENCHMARK(BM_bSaveJPG)->UseRealTime();
+
+void BM_findAndStraighten(benchmark::State &state)
+{
+    const cv::Mat picture = cameraPicture();
+    for (auto _ : state) {
+        if (portable::straightenedPage(picture).empty())
+            state.SkipWithError("no page");
+    }
+}
+BENCHMARK(BM_findAndStraighten)->UseRealTime();
+
+} // namespace
+
+int main(int argc, char **argv)
+{
+    qputenv("QT_QPA_PLATFORM", "offscreen");
+    const QGuiApplication application(argc, argv);
+    if (!bStartPlay(0))
+        return 1;
+    const RatioRun run(argc, argv);
+    run.printRatio("bSaveJPG / compression and plain write", "BM_bSaveJPG", "BM_compressAndWrite",
+                   1.3);
+    run.printRatio("finding and straightening a page / compression", "BM_findAndStraighten",
+                   "BM_compress", 2);
+    return 0;
+}

@@ -1,0 +1,117 @@
+// SPDX-License-Identifier: MIT
+// A load program: the preview of camera 1 as the server makes it, alone and beside a recording of
+// the same pictures. Both take frames of the camera at once; neither may starve the other.
+#include "camera/frameencoder.h"
+#include "devicelib/doccamera.h"
+
+#include <QElapsedTimer>
+#include <QFile>
+#include <QGuiApplication>
+#include <QTemporaryDir>
+#include <QThread>
+
+#include <atomic>
+#include <cstdio>
+#include <ctime>
+#include <thread>
+
+namespace {
+
+constexpr QSize previewSize{800, 600};
+constexpr int seconds = 4;
+
+/// What this process has computed so far, in seconds of a core.
+double cpuTime()
+{
+    timespec time{};
+    clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &time);
+    return double(time.tv_sec) + double(time.tv_nsec) / 1e9;
+}
+
+/// Fetches and encodes each frame, as the capture thread does.
+class Preview
+{
+public:
+    Preview()
+        : m_thread([this] { run(); })
+    {
+    }
+    ~Preview()
+    {
+        m_end = true;
+        m_thread.join();
+    }
+    Preview(const Preview &) = delete;
+    Preview &operator=(const Preview &) = delete;
+
+    /// Prints how many frames a second there are, and what everything costs.
+    void measure(const char *what)
+    {
+        const int framesBefore = m_frames;
+        const double cpuBefore = cpuTime();
+        QElapsedTimer time;
+        time.start();
+        QThread::sleep(seconds);
+        const double passed = double(time.nsecsElapsed()) / 1e9;
+        std::printf("  %-22s preview %4.1f frames/s, %3.0f %% of a core\n", what,
+                    (m_frames - framesBefore) / passed, 100 * (cpuTime() - cpuBefore) / passed);
+    }
+
+private:
+    void run()
+    {
+        FrameEncoder encoder;
+        QImage frame;
+        while (!m_end) {
+            if (getVideoFrame(frame) && !encoder.encode(frame, previewSize).isEmpty())
+                ++m_frames;
+        }
+    }
+
+    std::atomic<bool> m_end{false};
+    std::atomic<int> m_frames{0};
+    std::thread m_thread;
+};
+
+/// Passes on what the library says about recordings, "..., 4.0 s, 100 different pictures" at the
+/// end.
+void printRecordingLines(QtMsgType, const QMessageLogContext &, const QString &line)
+{
+    if (line.contains(QLatin1String("record")))
+        std::printf("    %s\n", qUtf8Printable(line));
+}
+
+void record(const char *what, bool (*start)(const char *), const QString &path, Preview &preview)
+{
+    if (!start(QFile::encodeName(path).constData()))
+        return; // the library has said why
+    preview.measure(what);
+    bStopRec();
+    while (isRecording())
+        QThread::msleep(1);
+}
+
+} // namespace
+
+int main(int argc, char **argv)
+{
+    qputenv("QT_QPA_PLATFORM", "offscreen");
+    const QGuiApplication application(argc, argv);
+    const QTemporaryDir directory;
+    qInstallMessageHandler(printRecordingLines);
+    for (const QSize size : {QSize(1280, 720), QSize(1920, 1080)}) {
+        setResolution(1, size.width(), size.height());
+        if (!bStartPlay(0)) {
+            std::printf("camera 1 doesn't start\n");
+            return 1;
+        }
+        std::printf("%d x %d\n", iGetResolutionX(1), iGetResolutionY(1));
+        Preview preview;
+        preview.measure("alone");
+        record("beside H.264 in MP4", bStartRec, directory.filePath(QStringLiteral("a")), preview);
+        record("beside MPEG-4 in AVI", bStartRecMp3, directory.filePath(QStringLiteral("b")),
+               preview);
+        bStopPlay();
+    }
+    return 0;
+}

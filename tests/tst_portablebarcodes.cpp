@@ -1,0 +1,286 @@
+// SPDX-License-Identifier: MIT
+// What the portable library reads in codes that another program (zint) has made.
+#include "devicelib/doccamera.h"
+#include "portable/deskscene.h"
+#include "tests/fakesource.h"
+
+#include <QImage>
+#include <QPainter>
+#include <QProcess>
+#include <QStandardPaths>
+#include <QtTest>
+
+#include <cstdlib>
+
+namespace {
+
+/** zint's numbers of the types of codes ("zint -t"). */
+enum Type { itf = 3, code39 = 8, ean = 13, codabar = 18, code128 = 20, code93 = 25, dataBar = 29 };
+enum MatrixType { pdf417 = 55, qr = 58, dataMatrix = 71, aztec = 92 };
+
+/** A text of the library as the server reads it; a null one as "(null)". */
+QString taken(char *text)
+{
+    const QString result = text ? QString::fromUtf8(text) : QStringLiteral("(null)");
+    std::free(text);
+    return result;
+}
+
+QStringList sorted(const QString &texts)
+{
+    QStringList list = texts.split(QLatin1Char('|'));
+    list.sort();
+    return list;
+}
+
+} // namespace
+
+class TestPortableBarcodes : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void initTestCase()
+    {
+        if (QStandardPaths::findExecutable(QStringLiteral("zint")).isEmpty()) {
+            QSKIP("the package zint is not installed");
+        }
+    }
+
+    void init()
+    {
+        m_folder = std::make_unique<QTemporaryDir>();
+        m_page = emptyPage(900, 700);
+        m_log = std::make_unique<PortableLog>();
+    }
+
+    void cleanup()
+    {
+        m_log.reset();
+        bStopPlay();
+        QFile::remove(iniBesideProgram());
+    }
+
+    void kinds_data()
+    {
+        QTest::addColumn<int>("type");
+        QTest::addColumn<QByteArray>("content");
+        QTest::addColumn<int>("kind");
+        const auto row = [](const char *title, int type, const char *content, int kind) {
+            QTest::newRow(title) << type << QByteArray(content) << kind;
+        };
+        // clang-format off
+        row("QR",          qr,         "https://example.com/?a=1&b=2", 1);
+        row("Data Matrix", dataMatrix, "LOT 4711",                     2);
+        row("PDF417",      pdf417,     "ID 110101198001011234",        3);
+        row("Code 128",    code128,    "SAMPLE-000128",                4);
+        row("Code 39",     code39,     "A-39",                         5);
+        row("EAN-13",      ean,        "5901234123457",                6);
+        row("Code 93",     code93,     "CODE 93",                      7);
+        row("Codabar",     codabar,    "A123456B",                     8);
+        row("ITF",         itf,        "12345678",                     9);
+        row("Aztec",       aztec,      "TICKET 12",                   10);
+        row("GS1 DataBar", dataBar,    "03612345678904",               11);
+        // clang-format on
+    }
+
+    void kinds()
+    {
+        QFETCH(int, type);
+        QFETCH(QByteArray, content);
+        QFETCH(int, kind);
+        QString expected = QString::fromLatin1(content);
+        if (type == codabar) {
+            expected = expected.mid(1, 6); // its start and stop letters are no text
+        }
+        place(code(type, content), {600, 500});
+        const QByteArray file = savedPage();
+        QCOMPARE(taken(sGetBarCode(file.constData())), expected);
+        QCOMPARE(taken(sGetBarCodeEx(0, file.constData())), expected);
+        QCOMPARE(taken(sGetBarCodeEx(kind, file.constData())), expected);
+        QCOMPARE(taken(sGetBarCodeEx(kind % 11 + 1, file.constData())), QString());
+        QCOMPARE(m_log->takeLines(), QStringList());
+    }
+
+    void turnedCodes_data()
+    {
+        QTest::addColumn<int>("type");
+        QTest::addColumn<int>("angle");
+        for (int angle : {90, 180, 24, -37, 223}) {
+            for (int type : {int(qr), int(dataMatrix), int(pdf417), int(code128), int(code39)}) {
+                QTest::addRow("zint %d by %d degrees", type, angle) << type << angle;
+            }
+        }
+    }
+
+    void turnedCodes()
+    {
+        QFETCH(int, type);
+        QFETCH(int, angle);
+        place(code(type, "ASKEW 123"), {350, 380}, angle);
+        QCOMPARE(taken(sGetBarCode(savedPage().constData())), QStringLiteral("ASKEW 123"));
+    }
+
+    void severalCodes_data()
+    {
+        QTest::addColumn<int>("angle");
+        QTest::newRow("upright") << 0;
+        QTest::newRow("page askew") << 14;
+        QTest::newRow("page far askew") << -28;
+    }
+
+    void severalCodes()
+    {
+        QFETCH(int, angle);
+        m_page = emptyPage(1600, 1000);
+        place(code(code128, "ONE", 60), {250, 150});
+        place(code(code128, "TWO", 60), {250, 350});
+        place(code(code128, "ONE", 60), {250, 550}); // said once
+        place(code(code39, "HIGH", 250), {1200, 300}); // one that many scan lines cross
+        place(code(qr, "FOUR"), {700, 200});
+        place(code(dataMatrix, "FIVE"), {700, 500});
+        place(code(pdf417, "SIX SIX SIX SIX"), {600, 850});
+        QImage desk(2000, 2000, QImage::Format_RGB32);
+        desk.fill(QColor(120, 90, 60));
+        QPainter painter(&desk);
+        painter.setRenderHint(QPainter::SmoothPixmapTransform);
+        painter.translate(desk.rect().center());
+        painter.rotate(angle);
+        painter.drawImage(-m_page.rect().center(), m_page);
+        painter.end();
+        m_page = desk;
+        QCOMPARE(sorted(taken(sGetBarCode(savedPage().constData()))),
+                 sorted(QStringLiteral("ONE|TWO|HIGH|FOUR|FIVE|SIX SIX SIX SIX")));
+        QCOMPARE(sorted(taken(sGetBarCodeEx(4, savedPage().constData()))),
+                 sorted(QStringLiteral("ONE|TWO")));
+    }
+
+    void encodings_data()
+    {
+        QTest::addColumn<QByteArray>("content");
+        QTest::addColumn<QString>("expected");
+        const QString chinese = QStringLiteral("张三|业务办理 3号柜台");
+        QTest::newRow("UTF-8") << chinese.toUtf8() << chinese;
+        QTest::newRow("GBK") << QTextCodec::codecForName("GBK")->fromUnicode(chinese) << chinese;
+        QTest::newRow("accents") << QByteArray("Caf\xc3\xa9 Z\xc3\xbcrich")
+                                 << QStringLiteral("Café Zürich");
+        QTest::newRow("zero byte")
+            << QByteArray("before\0after", 12) << QStringLiteral("beforeafter");
+    }
+
+    void encodings()
+    {
+        QFETCH(QByteArray, content);
+        place(code(qr, content), {500, 350});
+        const QByteArray file = savedPage("二维码.png");
+        QTEST(taken(sGetBarCode(file.constData())), "expected");
+    }
+
+    void pictureWithoutCode()
+    {
+        QPainter painter(&m_page);
+        for (int line = 0; line < 30; ++line) {
+            painter.drawText(100, 100 + 25 * line, QStringLiteral("||| I1I1I1 lllll 业务办理 |||"));
+        }
+        painter.end();
+        QCOMPARE(taken(sGetBarCode(savedPage().constData())), QString());
+        for (const QSize &size : {QSize(1, 1), QSize(9000, 1), QSize(2, 9000)}) {
+            m_page = emptyPage(size.width(), size.height());
+            QCOMPARE(taken(sGetBarCode(savedPage().constData())), QString());
+        }
+        QCOMPARE(m_log->takeLines(), QStringList());
+    }
+
+    void whatIsNoPicture()
+    {
+        place(code(qr, "CUT"), {500, 350});
+        const QByteArray whole = savedPage("whole.png");
+        QFile file(QFile::decodeName(whole));
+        QVERIFY(file.open(QIODevice::ReadWrite) && file.resize(60));
+        const QByteArray absent = QFile::encodeName(m_folder->filePath(QStringLiteral("absent")));
+        const QByteArray folder = QFile::encodeName(m_folder->path());
+        for (const QByteArray &path : {whole, absent, folder, QByteArray()}) {
+            QCOMPARE(taken(sGetBarCode(path.constData())), QStringLiteral("(null)"));
+            const QStringList lines = m_log->takeLines();
+            QVERIFY2(lines.size() == 1
+                         && lines[0].startsWith(QStringLiteral("sGetBarCode: ")
+                                                + QFile::decodeName(path) + QLatin1Char(':')),
+                     qPrintable(lines.join(QLatin1Char('\n'))));
+        }
+        for (const long kind : {-1L, 12L, LONG_MAX}) {
+            QCOMPARE(taken(sGetBarCodeEx(kind, absent.constData())), QStringLiteral("(null)"));
+            QCOMPARE(m_log->takeLines(),
+                     QStringList(QStringLiteral("sGetBarCodeEx: there is no kind %1").arg(kind)));
+        }
+    }
+
+    void codesBeforeTheCamera()
+    {
+        QCOMPARE(taken(sGetBarCodeOnline()), QStringLiteral("(null)"));
+        QCOMPARE(m_log->takeLines().size(), 1);
+        QFile ini(iniBesideProgram());
+        QVERIFY(ini.open(QIODevice::WriteOnly));
+        ini.write("[cameras]\n1=scene\n");
+        ini.close();
+        QVERIFY(bStartPlay(0));
+        QCOMPARE(sorted(taken(sGetBarCodeOnline())),
+                 sorted(portable::sceneQrText() + QLatin1Char('|') + portable::sceneCode128Text()));
+    }
+
+private:
+    static QImage emptyPage(int width, int height)
+    {
+        QImage page(width, height, QImage::Format_RGB32);
+        page.fill(QColor(244, 242, 236));
+        return page;
+    }
+
+    /** A code as zint draws it. \param height  of a linear one, in modules */
+    QImage code(int type, const QByteArray &content, int height = 50)
+    {
+        const QString input = m_folder->filePath(QStringLiteral("content"));
+        const QString output = m_folder->filePath(QStringLiteral("code.png"));
+        QFile file(input);
+        file.open(QIODevice::WriteOnly);
+        file.write(content);
+        file.close();
+        QProcess zint;
+        zint.start(QStringLiteral("zint"),
+                   {QStringLiteral("-b"), QString::number(type), QStringLiteral("--binary"),
+                    QStringLiteral("-i"), input, QStringLiteral("-o"), output,
+                    QStringLiteral("--scale"), QStringLiteral("1.5"), QStringLiteral("--height"),
+                    QString::number(height), QStringLiteral("--notext"),
+                    QStringLiteral("--quietzones")});
+        zint.waitForFinished();
+        return QImage(output);
+    }
+
+    /** Draws a code on the page around a point, turned clockwise. */
+    void place(const QImage &code, const QPoint &middle, int angle = 0)
+    {
+        QVERIFY2(!code.isNull(), "zint has made no code");
+        QPainter painter(&m_page);
+        painter.setRenderHint(QPainter::SmoothPixmapTransform);
+        painter.translate(middle);
+        painter.rotate(angle);
+        painter.drawImage(-code.rect().center(), code);
+    }
+
+    QByteArray savedPage(const char *name = "page.png")
+    {
+        const QString path = m_folder->filePath(QString::fromUtf8(name));
+        return m_page.save(path) ? path.toLocal8Bit() : QByteArray();
+    }
+
+    static QString iniBesideProgram()
+    {
+        return QCoreApplication::applicationDirPath() + QStringLiteral("/devices.ini");
+    }
+
+    std::unique_ptr<QTemporaryDir> m_folder;
+    QImage m_page;
+    std::unique_ptr<PortableLog> m_log;
+};
+
+QTEST_MAIN(TestPortableBarcodes)
+#include "tst_portablebarcodes.moc"

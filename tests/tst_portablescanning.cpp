@@ -1,0 +1,411 @@
+// SPDX-License-Identifier: MIT
+// The portable library's scans: when they take a shot, what they write, and who hears of it.
+#include "devicelib/doccamera.h"
+#include "portable/deskscene.h"
+#include "portable/picturefile.h"
+#include "portable/scanner.h"
+#include "portable/stillness.h"
+#include "tests/fakesource.h"
+
+#include <QtTest>
+#include <opencv2/imgproc.hpp>
+
+#include <atomic>
+#include <thread>
+
+using namespace portable;
+using namespace std::chrono_literals;
+
+namespace {
+
+QString line(const char *text)
+{
+    return QString::fromUtf8(text);
+}
+
+/** A picture with something in it that lies at `x`. */
+cv::Mat deskWithPage(int x)
+{
+    cv::Mat picture(240, 320, CV_8UC3, cv::Scalar(60, 70, 80));
+    cv::rectangle(picture, {x, 60, 120, 120}, cv::Scalar(230, 235, 235), cv::FILLED);
+    return picture;
+}
+
+/** A desk whose page the test moves. */
+class Desk
+{
+public:
+    void put(int x) { m_x = x; }
+    /** Moves the page with each frame. */
+    void shake(bool on) { m_shaken = on; }
+
+    cv::Mat frame()
+    {
+        const int frame = ++m_frames;
+        return deskWithPage(m_shaken ? 10 + frame % 7 * 20 : int(m_x));
+    }
+    int frames() const { return m_frames; }
+
+private:
+    std::atomic<int> m_x{10};
+    std::atomic<bool> m_shaken{false};
+    std::atomic<int> m_frames{0};
+};
+
+class DeskSource : public FrameSource
+{
+public:
+    explicit DeskSource(std::shared_ptr<Desk> desk)
+        : m_desk(std::move(desk))
+    {
+    }
+    QString name() const override { return line("desk"); }
+    bool open(const cv::Size & /*wanted*/, QString * /*error*/) override { return true; }
+    void close() override { }
+    bool read(cv::Mat &frame, QString * /*error*/) override
+    {
+        frame = m_desk->frame();
+        return true;
+    }
+    double framesPerSecond() const override { return 200; }
+    std::vector<cv::Size> sizes() const override { return {{320, 240}}; }
+
+private:
+    const std::shared_ptr<Desk> m_desk;
+};
+
+/** Cameras that all look at one desk, number 1 open, and a scanner that waits little. */
+struct Office
+{
+    Office() { cameras.start(1); }
+
+    std::shared_ptr<Desk> desk = std::make_shared<Desk>();
+    Cameras cameras{[this](int, QString *) { return std::make_unique<DeskSource>(desk); }};
+    Scanner scanner{cameras,
+                    [this] {
+                        cv::Mat frame;
+                        cameras.currentFrame(frame);
+                        return frame;
+                    },
+                    {10ms, 100ms, 200ms}};
+};
+
+class Observer : public QObject
+{
+    Q_OBJECT
+
+public:
+    QList<int> numbers;
+    QThread *calledIn = nullptr;
+
+public Q_SLOTS:
+    void slot_iAutoshot(int number)
+    {
+        numbers << number;
+        calledIn = QThread::currentThread();
+    }
+};
+
+} // namespace
+
+class TestPortableScanning : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void init()
+    {
+        m_log = std::make_unique<PortableLog>();
+        m_directory = std::make_unique<QTemporaryDir>();
+    }
+    void cleanup()
+    {
+        m_log.reset();
+        m_directory.reset();
+    }
+
+    void stillness_data()
+    {
+        QTest::addColumn<QVector<int>>("places"); // of the page, 0.1 s apart
+        QTest::addColumn<QVector<int>>("shots"); // at which of them
+        // clang-format off
+        QTest::newRow("nothing moves")         << QVector<int>{10, 10, 10, 10, 10, 10, 10} << QVector<int>{};
+        QTest::newRow("moved once")            << QVector<int>{10, 10, 90, 90, 90, 90, 90, 90, 90, 90} << QVector<int>{5};
+        QTest::newRow("always moving")         << QVector<int>{10, 50, 90, 50, 10, 50, 90, 50, 10} << QVector<int>{};
+        QTest::newRow("moved before the rest") << QVector<int>{10, 90, 90, 90, 50, 50, 50, 50, 50} << QVector<int>{7};
+        QTest::newRow("two pages")             << QVector<int>{10, 90, 90, 90, 90, 50, 50, 50, 50} << QVector<int>{4, 8};
+        QTest::newRow("creeps")                << QVector<int>{10, 14, 18, 22, 26, 30, 34, 38, 42, 46} << QVector<int>{};
+        // clang-format on
+    }
+
+    void stillness()
+    {
+        QFETCH(QVector<int>, places);
+        QVector<int> shots;
+        Stillness stillness(300ms);
+        Stillness::Clock::time_point time;
+        for (int i = 0; i < places.size(); ++i) {
+            if (stillness.look(deskWithPage(places[i]), time + i * 100ms)) {
+                shots << i;
+            }
+        }
+        QTEST(shots, "shots");
+    }
+
+    void smallChangesAreNoMovement()
+    {
+        const DeskScene scene({1280, 720});
+        Stillness stillness(1s);
+        Stillness::Clock::time_point time;
+        cv::Mat noise(scene.background().size(), CV_16SC3);
+        cv::setRNGSeed(1);
+        for (int i = 0; i < 200; ++i) { // the clock, the light and the noise of a dim room
+            cv::Mat frame = scene.background().clone();
+            scene.drawClock(frame, QTime(0, 0).addSecs(i * 211));
+            cv::randn(noise, i / 10, 6);
+            frame.convertTo(frame, CV_16S);
+            frame += noise;
+            frame.convertTo(frame, CV_8U);
+            QVERIFY(!stillness.look(frame, time += 1s));
+        }
+        cv::Mat card = scene.background().clone(); // as small as documents are
+        cv::rectangle(card, {100, 500, 180, 113}, cv::Scalar(200, 180, 160), cv::FILLED);
+        QVERIFY(!stillness.look(card, time += 1s));
+        QVERIFY(stillness.look(card, time += 1s));
+    }
+
+    void automaticScan()
+    {
+        Office office;
+        Observer observer;
+        QVERIFY(office.scanner.observe(&observer, "1slot_iAutoshot(int)"));
+        QVERIFY(office.scanner.startAutomatic({path("扫描/a"), line("页")}));
+        office.desk->shake(true);
+        waitForFrames(office, 60);
+        QVERIFY(observer.numbers.isEmpty());
+        office.desk->shake(false);
+        QTRY_COMPARE(observer.numbers, (QList<int>{1}));
+        QCOMPARE(observer.calledIn, QThread::currentThread());
+        waitForFrames(office, 60);
+        QCOMPARE(observer.numbers, (QList<int>{1})); // it is the same page
+        office.desk->put(100);
+        QTRY_COMPARE(observer.numbers, (QList<int>{1, 2}));
+        office.scanner.stop();
+        QCOMPARE(entries("扫描/a"), (QStringList{line("页001.jpg"), line("页002.jpg")}));
+        QString error;
+        const cv::Mat page = readPicture(path("扫描/a/页002.jpg"), &error);
+        QVERIFY(cv::norm(page, deskWithPage(100), cv::NORM_INF) < 60);
+    }
+
+    void observersComeAndGo()
+    {
+        Office office;
+        Observer second;
+        auto first = std::make_unique<Observer>();
+        QVERIFY(office.scanner.observe(first.get(), "1slot_iAutoshot(int)"));
+        QVERIFY(!office.scanner.observe(first.get(), "1slot_none(int)"));
+        QCOMPARE(m_log->takeLines().last(),
+                 line("nobody hears of the automatic scan: there is no slot \"1slot_none(int)\""));
+        QVERIFY(!office.scanner.observe(first.get(), nullptr));
+        QVERIFY(!office.scanner.observe(first.get(), ""));
+        QVERIFY(!office.scanner.observe(first.get(), "2destroyed()"));
+        QVERIFY(office.scanner.observe(nullptr, nullptr));
+        QVERIFY(office.scanner.observe(&second, "1slot_iAutoshot(int)"));
+        QVERIFY(office.scanner.observe(first.get(), "1slot_iAutoshot(int)"));
+        QVERIFY(office.scanner.startAutomatic({m_directory->path(), {}}));
+        // One that dies with a message under way, and again and again while others are sent.
+        for (int shot = 1; shot <= 3; ++shot) {
+            waitForFrames(office, 10);
+            office.desk->put(shot * 40);
+            QTRY_VERIFY(QFile::exists(path("00%1.jpg").arg(shot)));
+            first = std::make_unique<Observer>();
+            office.scanner.observe(first.get(), "1slot_iAutoshot(int)");
+        }
+        office.desk->put(160);
+        QTRY_COMPARE(first->numbers.value(first->numbers.size() - 1), 4);
+        QVERIFY(second.numbers.isEmpty());
+    }
+
+    void timedScan()
+    {
+        Office office;
+        Observer observer;
+        QVERIFY(office.scanner.observe(&observer, "1slot_iAutoshot(int)"));
+        QElapsedTimer time;
+        time.start();
+        QVERIFY(office.scanner.startTimed({m_directory->path(), line("t")}, 1s, 2));
+        QTRY_VERIFY(m_log->lines().contains(line("timed scan has ended, with shots: 2")));
+        QVERIFY(time.elapsed() >= 2000);
+        QCOMPARE(entries(""), (QStringList{line("t001.jpg"), line("t002.jpg")}));
+        QCoreApplication::processEvents();
+        QVERIFY(observer.numbers.isEmpty());
+    }
+
+    void bookScan_data()
+    {
+        QTest::addColumn<QString>("extension");
+        QTest::newRow("JPEG") << line("jpg");
+        QTest::newRow("PNG") << line("png");
+        QTest::newRow("TIFF") << line("tif");
+    }
+
+    void bookScan()
+    {
+        QFETCH(QString, extension);
+        Office office;
+        QVERIFY(office.scanner.startBook({m_directory->path(), line("b"), extension}));
+        waitForFrames(office, 10);
+        office.desk->put(180);
+        QTRY_COMPARE(entries("").size(), 2);
+        office.scanner.stop();
+        QCOMPARE(entries(""), (QStringList{line("b001.") + extension, line("b002.") + extension}));
+        QString error;
+        const cv::Mat left = readPicture(path("b001.") + extension, &error);
+        const cv::Mat right = readPicture(path("b002.") + extension, &error);
+        QCOMPARE(left.cols + right.cols, 320);
+        cv::Mat whole;
+        cv::hconcat(left, right, whole);
+        QVERIFY(cv::norm(whole, deskWithPage(180), cv::NORM_INF) < 60);
+    }
+
+    void refusals_data()
+    {
+        QTest::addColumn<QString>("directory");
+        QTest::addColumn<QString>("prefix");
+        QTest::addColumn<QString>("reason");
+        QTest::newRow("no directory") << QString() << QString() << line("it needs a directory");
+        QTest::newRow("path as prefix")
+            << line("%1") << line("../a") << line("it needs a directory");
+        QTest::newRow("below a file") << line("%1/file/x") << QString() << line("Not a directory");
+        QTest::newRow("too long") << line("%1/") + QString(100000, QLatin1Char('x')) << QString()
+                                  << line("File name too long");
+    }
+
+    void refusals()
+    {
+        QFETCH(QString, directory);
+        QFETCH(QString, prefix);
+        QFETCH(QString, reason);
+        QFile file(path("file"));
+        QVERIFY(file.open(QIODevice::WriteOnly));
+        Office office;
+        m_log->takeLines();
+        directory.replace(line("%1"), m_directory->path());
+        QVERIFY(!office.scanner.startAutomatic({directory, prefix}));
+        const QStringList lines = m_log->takeLines();
+        QCOMPARE(lines.size(), 1);
+        QVERIFY2(lines[0].contains(reason) && lines[0].size() < 1000,
+                 qPrintable(lines[0].left(1000)));
+        QCOMPARE(entries(""), QStringList{line("file")});
+    }
+
+    void endsWithThePreview()
+    {
+        Office office;
+        QVERIFY(office.scanner.startAutomatic({m_directory->path(), {}}));
+        waitForFrames(office, 10);
+        office.desk->put(100);
+        QVERIFY(office.cameras.start(2)); // a change of cameras isn't the end
+        QTRY_COMPARE(entries("").size(), 1);
+        office.cameras.stopMain();
+        QTRY_VERIFY(m_log->lines().contains(line("automatic scan ends with the preview")));
+        m_log->takeLines();
+        QVERIFY(!office.scanner.startTimed({m_directory->path(), {}}, 1s, 0));
+        QCOMPARE(m_log->takeLines(),
+                 QStringList{line("timed scan doesn't start: there is no preview")});
+    }
+
+    void failedShotDoesNotEndTheScan()
+    {
+        Office office;
+        Observer observer;
+        QVERIFY(office.scanner.observe(&observer, "1slot_iAutoshot(int)"));
+        QVERIFY(office.scanner.startAutomatic({m_directory->path(), {}}));
+        QVERIFY(QDir().mkdir(path("001.jpg"))); // in the way
+        waitForFrames(office, 10);
+        office.desk->put(100);
+        QTRY_VERIFY(m_log->lines().last().contains(path("001.jpg")));
+        QVERIFY(QDir().rmdir(path("001.jpg")));
+        office.desk->put(50);
+        QTRY_COMPARE(observer.numbers, (QList<int>{1}));
+    }
+
+    void manyCallersAtOnce()
+    {
+        Office office;
+        std::atomic<bool> done{false};
+        std::vector<std::thread> callers;
+        const auto repeat = [&](auto call) {
+            callers.emplace_back([&done, call] {
+                while (!done) {
+                    call();
+                }
+            });
+        };
+        std::atomic<int> calls{0};
+        const ScanFiles files{m_directory->path(), line("m")};
+        repeat([&] {
+            office.scanner.startAutomatic(files);
+            ++calls;
+        });
+        repeat([&] {
+            office.scanner.startTimed(files, 1s, 3);
+            office.scanner.stop();
+            ++calls;
+        });
+        repeat([&] {
+            Observer observer;
+            office.scanner.observe(&observer, "1slot_iAutoshot(int)");
+        });
+        repeat([&] {
+            office.cameras.start(2);
+            std::this_thread::sleep_for(20ms); // or there would hardly ever be a preview
+        });
+        QTRY_VERIFY_WITH_TIMEOUT(calls >= 50, 60000);
+        done = true;
+        for (std::thread &caller : callers) {
+            caller.join();
+        }
+        office.scanner.stop();
+    }
+
+    void numbersOfTheInterface()
+    {
+        const std::string text = m_directory->path().toStdString();
+        const char *directory = text.c_str();
+        // Without a preview, so whatever starts fails: what ends is no failure even so.
+        QCOMPARE(iAutoScan(1, directory, "a"), -1);
+        QCOMPARE(iAutoScan(-1, directory, "a"), -1);
+        QCOMPARE(iAutoScan(0, "", ""), 0);
+        QCOMPARE(iTimerScan(1, directory, "a", 0), -1);
+        QCOMPARE(iTimerScan(1, directory, "a", -1), -1);
+        QCOMPARE(iTimerScan(-1, directory, "a", 0), -1);
+        QCOMPARE(iTimerScan(0, "", "", 0), 0);
+        QVERIFY(!bBookScanner(directory, "a", nullptr));
+        QVERIFY(!bBookScanner(directory, "a", "gif"));
+        QVERIFY(bBookScanner("", "", nullptr));
+    }
+
+private:
+    QString path(const char *name) const { return m_directory->path() + line("/") + line(name); }
+
+    QStringList entries(const char *directory) const
+    {
+        return QDir(path(directory))
+            .entryList(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot);
+    }
+
+    /** Lets the camera deliver so many more. */
+    static void waitForFrames(const Office &office, int frames)
+    {
+        const int last = office.desk->frames() + frames;
+        QTRY_VERIFY(office.desk->frames() >= last);
+    }
+
+    std::unique_ptr<PortableLog> m_log;
+    std::unique_ptr<QTemporaryDir> m_directory;
+};
+
+QTEST_MAIN(TestPortableScanning)
+
+#include "tst_portablescanning.moc"
