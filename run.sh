@@ -15,6 +15,8 @@ and starts it. It runs until it is ended with Ctrl-C.
   --no-install   never touch the system's packages
   --help         this text
 
+Without a display, or with one that can't be reached: QT_QPA_PLATFORM=offscreen ./run.sh
+
 With a device library of a maker:
   cmake -S . -B build/release -G Ninja -DDEVICE_LIBRARIES="/path/libdoccamera.so;/path/libcardreader.so"
 or start the built program with LD_LIBRARY_PATH set to the folder of theirs.
@@ -43,5 +45,5 @@ fi
 choose_platform
 say "server:       ws://127.0.0.1:1818 (all addresses)"
 say "console page: file://$PWD/console/index.html"
-say "log:          $PWD/build/release/log/vx_log_$(date +%F).txt"
+say "log:          $PWD/build/release/log/vx_log_$(date +%F).txt (why, when pages can't connect)"
 exec "$program"

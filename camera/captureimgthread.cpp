@@ -209,13 +209,13 @@ void CaptureImgThread::silenceClose()
 void CaptureImgThread::destory()
 {
     {
-        const std::lock_guard<std::mutex> lock(d->pauseMutex);
-        d->ending = true;
-        d->pauseWake.notify_one();
+        const std::lock_guard<std::mutex> lock(d->mutex);
+        d->running = false;
+        d->wake.notify_one();
     }
-    const std::lock_guard<std::mutex> lock(d->mutex);
-    d->running = false;
-    d->wake.notify_one();
+    const std::lock_guard<std::mutex> lock(d->pauseMutex);
+    d->ending = true;
+    d->pauseWake.notify_one();
 }
 
 void CaptureImgThread::setPause(bool pause)

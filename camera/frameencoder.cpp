@@ -22,7 +22,7 @@ constexpr int rowsAtATime = 16; // one row of blocks of a 4:2:0 JPEG
 constexpr int maximumDimension = 65500; // JPEG_MAX_DIMENSION of libjpeg
 constexpr int defaultQuality = 75; // what Qt takes for its quality of -1
 constexpr int engineBuffer = 2048; // pixels that Qt's raster engine handles at a time
-constexpr int engineLimit = 32767; // beyond it draws nothing
+constexpr int engineLimit = 32766; // beyond it does not draw all
 
 /// How the bytes of a picture lie, as libjpeg-turbo names it; JCS_UNKNOWN when it has to be
 /// converted first.
@@ -213,7 +213,7 @@ void FrameEncoder::Compressor::setDensity(const QImage &frame)
     const int y = frame.dotsPerMeterY();
     const auto fromWhole = [](double value) { return qAbs(value - qRound(value)); };
     const double inches = fromWhole(x * 2.54 / 100) + fromWhole(y * 2.54 / 100);
-    const double centimetres = fromWhole(x / 100.0) + fromWhole(y / 100.0);
+    const double centimetres = (fromWhole(x / 100.0) + fromWhole(y / 100.0)) * 2.54;
     if (inches < centimetres) {
         m_jpeg.density_unit = 1;
         m_jpeg.X_density = static_cast<UINT16>(qRound(x * 2.54 / 100));

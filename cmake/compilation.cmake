@@ -4,6 +4,8 @@ add_library(warnings INTERFACE)
 target_compile_options(warnings INTERFACE
     -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wnon-virtual-dtor -Wold-style-cast
     -Woverloaded-virtual -Wcast-align -Wformat=2 -Werror
+    # The same rounding on every processor: pages see zoomed sizes and scaled pixels.
+    -ffp-contract=off
     -fmacro-prefix-map=${PROJECT_SOURCE_DIR}/=)
 target_compile_definitions(warnings INTERFACE
     QT_MESSAGELOGCONTEXT

@@ -45,7 +45,7 @@ const COMMANDS = [
 const KNOWN_NAMES = COMMANDS.map(([example]) => commandName(example));
 
 /** Answers that come under another name than the command's. */
-const ANSWER_ALIASES = { bDualCameraOpen: 'bStartPlayOpen' };
+const ANSWER_ALIASES = new Map([['bDualCameraOpen', 'bStartPlayOpen']]);
 
 /** Every JPEG file begins with the bytes FF D8 FF, and so every frame with these characters. */
 const FRAME_START = '/9j/';
@@ -260,7 +260,8 @@ class Exchanges {
   }
 
   /**
-   * @param told  called with 'answered', 'late' (perhaps 'answered' follows) or 'lost'
+   * @param told  called with 'answered', 'late' (perhaps 'answered' follows), or 'lost' when it is
+   *              given up before it was late
    */
   sent(name, told) {
     const exchange = { name, sent: performance.now(), late: false, timer: 0, told };
@@ -270,13 +271,13 @@ class Exchanges {
     }, LATE_MILLISECONDS);
     this.waiting.push(exchange);
     if (this.waiting.length > WAITING_LIMIT)
-      clearTimeout(this.waiting.shift().timer);
+      this.giveUp(this.waiting.splice(0, 1));
   }
 
   /** @returns milliseconds since the command was sent; null when none waits for this name */
   answered(answerName) {
-    const name = ANSWER_ALIASES[answerName] || answerName;
-    const ofName = (exchange) => exchange.name === name || exchange.name === answerName;
+    const name = ANSWER_ALIASES.get(answerName) || answerName;
+    const ofName = (exchange) => exchange.name === name;
     // One whose answer went to another page must not take the answers of all that follow.
     const exchange = this.waiting.find((each) => ofName(each) && !each.late)
         || this.waiting.find(ofName);
@@ -289,10 +290,15 @@ class Exchanges {
   }
 
   /** The connection is gone, and with it every answer. */
-  giveUp() {
-    for (const exchange of this.waiting.splice(0)) {
+  giveUpAll() {
+    this.giveUp(this.waiting.splice(0));
+  }
+
+  giveUp(given) {
+    for (const exchange of given) {
       clearTimeout(exchange.timer);
-      exchange.told('lost');
+      if (!exchange.late)
+        exchange.told('lost');
     }
   }
 }
@@ -311,7 +317,7 @@ class Preview {
     this.brokenFrame = brokenFrame;
     this.waiting = null; // base64 text of the frame to draw next
     this.decoding = false;
-    this.shown = null; // { bytes: Uint8Array, width, height, time: Date } of the frame on the canvas
+    this.shown = null; // of the frame on the canvas: { bytes (Uint8Array), width, height, time }
     this.lastBroken = false;
     this.received = 0;
     this.skipped = 0;
@@ -388,6 +394,9 @@ const LOG_CHARACTERS = 32e6;
 /** Longer texts are shortened in the list. */
 const LOG_TEXT = 160;
 
+/** Results that stand out. */
+const RESULT_CLASSES = new Map([['true', 'true'], ['false', 'false'], ['', 'nothing']]);
+
 const DIRECTIONS = { sent: '→', answer: '←', pushed: '←', note: '•' };
 
 /** The last entries, newest at the bottom; stays at the bottom unless someone scrolled up. */
@@ -411,7 +420,7 @@ class Log {
   /**
    * @param kind  sent, answer, pushed (nobody here asked for it) or note
    * @param parts  name: of the answer or event; text: the rest; raw: as sent or received;
-   *               status: for the last column; statusHelp: its tooltip
+   *               status: for the last column; statusHelp: its tooltip; hint: a line of advice
    */
   add(kind, parts) {
     const entry = { kind, time: new Date(), name: '', raw: parts.text, status: '', hint: '',
@@ -428,7 +437,7 @@ class Log {
     return entry;
   }
 
-  /** Changes the last column of an entry and its line of advice below; '' for none. */
+  /** Changes the last column of an entry and its line of advice; '' for none. */
   update(entry, status, hint) {
     entry.status = status;
     entry.hint = hint;
@@ -456,6 +465,8 @@ class Log {
     const entry = this.entries.shift();
     entry.dropped = true;
     this.characters -= entry.raw.length;
+    entry.raw = ''; // while the page is hidden, changes to make keep the entry itself for long
+    entry.text = '';
     if (entry.row)
       this.change(() => entry.row.remove());
   }
@@ -501,9 +512,9 @@ class Log {
     if (entry.name)
       body.append(element('b', 'name', entry.name), ' ');
     const shown = shorten(entry.text);
-    const text = element('span', 'text', shown);
-    if (entry.name && ['true', 'false'].includes(entry.text))
-      text.classList.add(entry.text);
+    const text = element('span', 'text', shown || '(empty)');
+    if (entry.name && RESULT_CLASSES.has(entry.text))
+      text.classList.add(RESULT_CLASSES.get(entry.text));
     body.append(text);
     if (shown !== entry.text) {
       const button = element('button', 'whole', `Show all ${count(entry.text.length)} characters`);
@@ -601,13 +612,16 @@ function saveFile(name, content, type) {
 const connection = new Connection({
   changed(note) {
     if (connection.state !== 'open')
-      exchanges.giveUp();
+      exchanges.giveUpAll();
     if (note)
       log.add('note', { text: note });
     showConnection();
   },
   received,
 });
+
+/** Buttons that send their data-command as it stands. */
+const commandButtons = document.querySelectorAll('[data-command]');
 
 function showConnection() {
   const { state, unreachable } = connection;
@@ -622,7 +636,8 @@ function showConnection() {
   byId('connect').textContent = {
     closed: 'Connect', connecting: 'Cancel', open: 'Disconnect', waiting: 'Stop trying',
   }[state];
-  byId('controls').disabled = state !== 'open';
+  for (const button of commandButtons)
+    button.disabled = state !== 'open';
   byId('trouble').hidden = state === 'open' || !unreachable;
   setText('trouble-address', connection.address);
   setText('trouble-reason', connection.reason);
@@ -645,7 +660,8 @@ function setText(id, text) {
 function openTyped() {
   const field = byId('address');
   const address = completeAddress(field.value);
-  field.setCustomValidity(address ? '' : `This is no WebSocket address, such as ${DEFAULT_ADDRESS}`);
+  field.setCustomValidity(
+    address ? '' : `This is no WebSocket address, such as ${DEFAULT_ADDRESS}`);
   if (!field.reportValidity())
     return;
   field.value = address;
@@ -673,15 +689,16 @@ function send(text) {
   if (!connection.send(text))
     return false;
   const name = commandName(text);
-  const entry = log.add('sent', { text, status: name ? 'waiting' : '' });
+  const hint = typingHint(text);
+  const entry = log.add('sent', { text, hint, status: name ? 'waiting' : '' });
   if (name)
     exchanges.sent(name, (what) => {
       if (what === 'answered')
-        log.update(entry, '', '');
+        log.update(entry, '', hint);
       else if (what === 'late')
         log.update(entry, 'no answer', noAnswerHint(name));
       else
-        log.update(entry, 'no answer', 'The connection ended before it came.');
+        log.update(entry, 'no answer', 'The connection ended before one came.');
     });
   return true;
 }
@@ -719,12 +736,14 @@ const preview = new Preview(byId('picture'), (base64, error) => {
 
 function showPicture() {
   const { shown, received: frames } = preview;
-  const live = preview.isLive();
+  const connected = connection.state === 'open';
+  const live = connected && preview.isLive();
+  const still = shown ? `still since ${clock(shown.time).slice(0, 8)}` : 'no picture';
   byId('live').className = `badge ${live ? 'live' : ''}`;
-  setText('live', live ? 'live' : shown ? `still since ${clock(shown.time).slice(0, 8)}` : 'no picture');
+  setText('live', live ? 'live' : still);
   byId('picture').hidden = !shown;
   byId('no-picture').hidden = Boolean(shown);
-  setText('no-picture', connection.state === 'open' ? 'No picture yet: start a camera' : 'No picture');
+  setText('no-picture', connected ? 'No picture yet: start a camera' : 'No picture');
   byId('save-frame').disabled = !shown;
   byId('actual-size').disabled = !shown;
   setText('figure-rate', frames ? `${preview.rate.toFixed(live ? 1 : 0)} fps` : '');
@@ -740,7 +759,7 @@ function entryCount() {
   return length < LOG_ENTRIES ? counted(length, 'entry', 'entries') : `the last ${length} entries`;
 }
 
-for (const button of document.querySelectorAll('[data-command]')) {
+for (const button of commandButtons) {
   const { command, about } = button.dataset;
   button.title = about ? `${command}: ${about}` : command;
   button.addEventListener('click', () => send(command));
@@ -761,7 +780,8 @@ const log = new Log({ list: byId('log'), latest: byId('log-latest'), empty: byId
                     showWhole);
 
 function showWhole(entry) {
-  setText('whole-title', `${DIRECTIONS[entry.kind]} ${entry.name || commandName(entry.text).slice(0, NAME_LIMIT)}`);
+  const name = entry.name || commandName(entry.text).slice(0, NAME_LIMIT);
+  setText('whole-title', `${DIRECTIONS[entry.kind]} ${name}`);
   setText('whole-size', `${clock(entry.time)} · ${counted(entry.text.length, 'character')}`);
   byId('whole-copy').textContent = 'Copy';
   byId('whole-text').value = entry.text;
@@ -845,7 +865,7 @@ byId('command').addEventListener('input', () => {
 });
 byId('command').addEventListener('keydown', (event) => {
   const by = { ArrowUp: -1, ArrowDown: 1 }[event.key];
-  if (!by || event.ctrlKey || event.altKey || event.shiftKey || event.metaKey)
+  if (!by || event.isComposing || event.ctrlKey || event.altKey || event.shiftKey || event.metaKey)
     return;
   event.preventDefault();
   const field = event.target;

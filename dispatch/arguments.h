@@ -4,7 +4,6 @@
 #include <QByteArray>
 #include <QString>
 #include <QStringRef>
-#include <QVector>
 
 #include <deque>
 #include <type_traits>
@@ -38,13 +37,20 @@ template <class Number> Number numberFrom(const QString &text)
 /**
  * The fields of an argument text: parted at ",", empty fields kept, so an empty text is one
  * empty field. Every reader is total: a missing field is an empty text or 0, never a crash.
+ *
+ * Fields are looked for when they are asked for: commands have few, and a text of nothing but ","
+ * must not cost more memory than it has itself.
  */
 class Arguments
 {
 public:
-    explicit Arguments(const QString &text);
+    explicit Arguments(const QString &text)
+        : m_text(text)
+    {
+    }
+    Q_DISABLE_COPY(Arguments)
 
-    int count() const { return m_fields.size(); }
+    int count() const { return m_text.count(QLatin1Char(',')) + 1; }
 
     /** A field as it was sent. */
     QString text(int index) const { return field(index).toString(); }
@@ -62,10 +68,9 @@ public:
     }
 
 private:
-    QStringRef field(int index) const { return m_fields.value(index); }
+    QStringRef field(int index) const;
     const char *keep(QByteArray text) const;
 
-    QString m_text; // what m_fields refers to
-    QVector<QStringRef> m_fields;
+    const QString m_text;
     mutable std::deque<QByteArray> m_kept;
 };

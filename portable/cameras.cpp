@@ -28,7 +28,8 @@ void silenceOpenCv()
 
 Cameras &Cameras::instance()
 {
-    static Cameras cameras(configuredSource);
+    // Never destroyed: an exit() in the middle of things must not take them from under a reader.
+    static Cameras &cameras = *new Cameras(configuredSource);
     static const bool once = [] {
         silenceOpenCv();
         // Sources paint and read files: not without the application.

@@ -18,6 +18,9 @@ bool isFree(const cv::Mat &frame)
 
 cv::Mat FramePool::take(const cv::Size &size, bool *fresh)
 {
+    if (size.empty()) {
+        return cv::Mat();
+    }
     if (!m_frames.empty() && m_frames.front().size() != size) {
         m_frames.clear();
     }

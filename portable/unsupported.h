@@ -13,7 +13,7 @@ namespace portable {
 /** Says in the log that a function is missing: one line that names it. */
 inline void unsupported(const char *function)
 {
-    qWarning("%s: not supported by the portable library", function);
+    qWarning("portable: %s: not supported by the portable library", function);
 }
 
 /**

@@ -30,8 +30,8 @@ install_packages() {
 
 # Without a display Qt draws into memory; with one it uses it.
 choose_platform() {
-    if [ -z "${DISPLAY:-}" ] && [ -z "${WAYLAND_DISPLAY:-}" ]; then
-        say "no display: running headless"
+    if [ -z "${DISPLAY:-}" ]; then
+        say "no X display: running headless"
         export QT_QPA_PLATFORM="${QT_QPA_PLATFORM:-offscreen}"
     fi
     if [ -z "${XDG_RUNTIME_DIR:-}" ]; then

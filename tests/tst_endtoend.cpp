@@ -2,6 +2,7 @@
 //
 // The real program with the portable device library: it needs port 1818 for itself.
 
+#include "app/singleinstance.h"
 #include "tests/pages.h"
 
 #include <QDateTime>
@@ -50,6 +51,9 @@ private:
 void TestEndToEnd::initTestCase()
 {
     QVERIFY2(!somebodyListens(), "port 1818 is taken: end the server that runs, then try again");
+    QVERIFY2(
+        countInstances().count == 0,
+        "a process with the server's name on its command line runs (ps -ef): it would not start");
     // A folder of its own, for settings and log. Its name must not hold "sh": such processes are
     // not counted as instances.
     m_folder = QStringLiteral("/tmp/rvo-e2e-%1").arg(QCoreApplication::applicationPid());

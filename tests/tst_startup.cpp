@@ -5,6 +5,7 @@
 #include <QCoreApplication>
 #include <QFile>
 #include <QSettings>
+#include <QTemporaryDir>
 #include <QtTest>
 
 namespace {
@@ -40,7 +41,7 @@ private Q_SLOTS:
     void settingsAreMadeWhenMissing();
     void settingsAreReadAndWrittenBack_data();
     void settingsAreReadAndWrittenBack();
-    void countingLeavesTheLibraryPathAlone();
+    void countingRunsWithoutTheLibraryPath();
 };
 
 void TestStartup::settingsAreMadeWhenMissing()
@@ -86,13 +87,27 @@ void TestStartup::settingsAreReadAndWrittenBack()
 }
 
 // That a second process ends is tested on the real program.
-void TestStartup::countingLeavesTheLibraryPathAlone()
+void TestStartup::countingRunsWithoutTheLibraryPath()
 {
+    // A process list of our own, which looks at its environment.
+    const QTemporaryDir folder;
+    const QString ps = folder.filePath(QStringLiteral("ps"));
+    write(
+        ps,
+        "#!/bin/sh\n"
+        "echo 1 rvowebSocketServer; echo 2 /a/rvowebSocketServer -x; echo 3 sh rvowebSocketServer\n"
+        "echo 4 RVOWEBSOCKETSERVER; echo 5 vi rvowebSocketServer.txt; echo 6 other\n"
+        "[ -z \"$LD_LIBRARY_PATH\" ] || echo 7 rvowebSocketServer \"$LD_LIBRARY_PATH\"\n");
+    QVERIFY(QFile::setPermissions(ps, QFile::ReadOwner | QFile::ExeOwner));
+    const QByteArray path = qgetenv("PATH");
+    qputenv("PATH", folder.path().toLocal8Bit() + ':' + path);
     const QByteArray before = qgetenv("LD_LIBRARY_PATH");
     qputenv("LD_LIBRARY_PATH", "/some/where");
     const InstanceCount instances = countInstances();
+    qputenv("PATH", path);
     QCOMPARE(qgetenv("LD_LIBRARY_PATH"), QByteArray("/some/where"));
-    QCOMPARE(QByteArray::number(qlonglong{instances.count}), instances.line);
+    QCOMPARE(instances.line, QByteArray("2"));
+    QVERIFY(instances.anotherRuns());
 
     qunsetenv("LD_LIBRARY_PATH");
     countInstances();

@@ -180,6 +180,8 @@ void TestTransport::badTexts_data()
     QTest::newRow("line ends") << QStringLiteral("\r\nbStartPlay4()\r\n");
     QTest::newRow("16 MB without a name") << QString(16 << 20, QLatin1Char('('));
     QTest::newRow("16 MB of a name") << QString(16 << 20, QLatin1Char('x'));
+    QTest::newRow("16 million fields")
+        << QStringLiteral("bAVPreview(") + QString(16 << 20, QLatin1Char(','));
 }
 
 void TestTransport::badTexts()
@@ -187,9 +189,11 @@ void TestTransport::badTexts()
     QFETCH(QString, text);
     Page page(port());
     page.send(text);
+    if (text.startsWith(QLatin1String("bAVPreview")))
+        QCOMPARE(page.next(), QStringLiteral("BeginbAVPreviewfalseEndbAVPreview"));
     page.send(QStringLiteral("bStopPlay4()"));
     QCOMPARE(page.next(), QStringLiteral("BeginbStopPlay4falseEndbStopPlay4"));
-    QCOMPARE(recording::takeText(), QStringLiteral("bStopPlay4()"));
+    QVERIFY(recording::takeText().endsWith(QLatin1String("bStopPlay4()")));
 }
 
 void TestTransport::binaryMessagesAreIgnored()

@@ -33,8 +33,10 @@ ClientLink::ClientLink(QWebSocket *socket, QWebSocketServer *server)
     , m_socket(socket)
     , m_tcp(findTcpSocket(server, socket))
 {
-    if (m_tcp)
+    if (m_tcp) {
         m_tcp->setSocketOption(QAbstractSocket::LowDelayOption, 1);
+        m_tcp->setSocketOption(QAbstractSocket::SendBufferSizeSocketOption, kernelBuffer);
+    }
     connect(socket, &QWebSocket::bytesWritten, this, &ClientLink::forgetWritten);
 }
 

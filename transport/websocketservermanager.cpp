@@ -17,6 +17,10 @@
 
 namespace {
 
+/// Of a page's text, in bytes; a page that sends a longer one is disconnected. Documents in base64
+/// are far below, and what is above would use up the machine's memory.
+constexpr quint64 longestMessage = 256 * 1024 * 1024;
+
 QString clientKey(const QString &ip, int port)
 {
     return QStringLiteral("%1-%2").arg(ip).arg(port);
@@ -113,6 +117,10 @@ void WebSocketServerManager::slot_newConnection()
     if (!socket)
         return;
     socket->setParent(m_server);
+#if QT_VERSION >= QT_VERSION_CHECK(5, 15, 0)
+    socket->setMaxAllowedIncomingFrameSize(longestMessage);
+    socket->setMaxAllowedIncomingMessageSize(longestMessage);
+#endif
     TRACE << socket->peerAddress().toString() << socket->peerPort()
           << (socket->peerAddress().isLoopback() ? "true" : "false") << socket->peerName();
 
