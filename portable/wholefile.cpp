@@ -207,8 +207,8 @@ QByteArray readWholeFile(const QString &path, QString *error)
     // A device or a pipe would never end, or never begin.
     const QFileInfo info(path);
     if (!info.isFile()) {
-        *error = path
-            + (info.exists() ? QStringLiteral(": not a file") : QStringLiteral(": not there"));
+        *error =
+            path + (info.exists() ? QStringLiteral(": not a file") : QStringLiteral(": not there"));
     } else if (!file.open(QIODevice::ReadOnly)) {
         *error = path + QStringLiteral(": ") + file.errorString();
     } else if (file.size() > largestFileRead) {
