@@ -5,7 +5,9 @@
 #include "portable/scenesource.h"
 #include "portable/v4l2source.h"
 
+#include <QCoreApplication>
 #include <QDebug>
+#include <QDir>
 #include <QRegularExpression>
 #include <QSettings>
 #include <QStringList>
@@ -179,6 +181,19 @@ DeviceConfig readDeviceConfig(const QString &path)
     ini.readNumber(QStringLiteral("playback/secondsPerPicture"), 0.1, 86400,
                    &config.playback.secondsPerPicture);
     return config;
+}
+
+QString deviceSetting(const QString &key)
+{
+    const QDir folder(QCoreApplication::applicationDirPath());
+    return Ini(folder.filePath(QStringLiteral("devices.ini"))).text(key);
+}
+
+QString deviceFolder(const QString &key, const QString &usual)
+{
+    const QString folder = deviceSetting(key);
+    return QDir(QCoreApplication::applicationDirPath())
+        .absoluteFilePath(folder.isEmpty() ? usual : folder);
 }
 
 QString autoSource(int camera, const V4l2Devices &devices, QString *error)
