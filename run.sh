@@ -36,6 +36,7 @@ done
 
 [ "$install" = no ] || install_packages build run
 build release rvowebSocketServer
+scripts/fetch-face-models.sh build/release/models || true # the rest works without
 program=$PWD/build/release/rvowebSocketServer
 if [ "$start" = no ]; then
     say "built: $program"

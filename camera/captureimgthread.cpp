@@ -271,6 +271,15 @@ QSize CaptureImgThread::previewSize() const
     return {d->previewWidth, d->previewHeight};
 }
 
+void CaptureImgThread::pushFrame(const QByteArray &text)
+{
+    if (d->framesUnderWay >= framesUnderWayLimit)
+        return;
+    ++d->framesUnderWay;
+    Q_EMIT sig_msg(text);
+    Q_EMIT frameEmitted(QPrivateSignal());
+}
+
 void CaptureImgThread::run()
 {
     Loop loop(*this);
@@ -377,9 +386,7 @@ void CaptureImgThread::Loop::push(const QImage &frame)
         return;
     }
     m_refusedSize = QSize();
-    ++d.framesUnderWay;
-    Q_EMIT m_thread.sig_msg(text);
-    Q_EMIT m_thread.frameEmitted(QPrivateSignal());
+    m_thread.pushFrame(text);
 }
 
 void CaptureImgThread::Loop::recoverFromFailure()

@@ -95,6 +95,12 @@ public:
     /** Back to 800 x 600 and steps of a tenth. */
     void vZoomOriginal();
 
+    /**
+     * Pushes a ready frame of another component that has the camera (liveness): base64 of a JPEG.
+     * Dropped like one of its own while the main thread is busy.
+     */
+    void pushFrame(const QByteArray &text);
+
     /** The size of the pushed frames as set, in pixels. */
     QSize previewSize() const;
 

@@ -19,6 +19,13 @@ add_library(server_core STATIC
     dispatch/base64.cpp
     dispatch/base64commands.cpp
     dispatch/messagerun.cpp
+    identity/cardcommands.cpp
+    identity/facecommands.cpp
+    identity/facematchthread.cpp
+    identity/fingerprintcommands.cpp
+    identity/livingbodydetectthread.cpp
+    identity/readidcardthread.cpp
+    identity/requestthread.cpp
     log/qlog.cpp
     log/qlogtonet.cpp
     log/trace.cpp

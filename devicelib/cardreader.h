@@ -9,7 +9,8 @@
  *              null, which stands for an empty text. A `QString *` is never null; what it held
  *              before is replaced.
  * Card data    Fields, order and photo encoding are the library's choice: the page receives the
- *              text as it is. So are the types of cards and readers.
+ *              text as it is. So are the types of cards and readers. The portable library:
+ *              docs/cards.md; type 2 tries contactless cards first, any other those with contacts.
  * Failure      bool false, number 0, text null or empty (or an error text that is the library's
  *              choice). The reason goes to the library's own log, card data never does. No
  *              exception leaves the library.
@@ -37,7 +38,7 @@ void ReadSFZCardBas_VX(QString *text);
 /**
  * In UTF-8, a JSON object; its "result" is a number, other than 0 for success.
  * \param reserved   null
- * \param parameter  the library's choice; null for none
+ * \param parameter  the library's choice; null for none. The portable library doesn't look at it.
  */
 char *ReadCard(void *reserved, const char *parameter);
 void ReadSFZCardBas_DK(QString *text); ///< On the second reader family.
@@ -51,24 +52,33 @@ void ReadCardBasExVX(QString *text, int type);
 /** Whether the social security module of the second reader family is connected; fast. */
 bool GetDeviceStatus_dc();
 
-bool ReadSBKCardBas_DK(int type, QString *text); ///< On that module; true when a card was read.
+/**
+ * On that module; true when a card was read. The server sets the text between quotes in a JSON
+ * object as it is: the portable library gives the inside of a JSON string.
+ */
+bool ReadSBKCardBas_DK(int type, QString *text);
 ///@}
 
 /** \name Bank and IC cards */
 ///@{
 bool GetBankCardInfoVX(QString *text, int type); ///< True when a card was read.
-int iReadICCardSnr(); ///< The serial number of an IC card.
+
+/**
+ * The serial number of an IC card. The portable library: the last four bytes of its chip's number,
+ * the first of them the highest, without the sign bit.
+ */
+int iReadICCardSnr();
 ///@}
 
 /** \name The reader itself */
 ///@{
-bool bOpenIDCardUSBPort(const char *port); ///< A name of the library's choice.
+bool bOpenIDCardUSBPort(const char *port); ///< A name; the portable library ignores it.
 bool openIDCardSerialPort(const char *port); ///< A device like "/dev/ttyS0".
 bool bCloseIDCardDevie(); ///< True when none is open any more.
 bool bgetSAMStatus(); ///< Whether the security module (SAM) answers.
 char *GetSAMID(); ///< In Latin-1. The number of the security module.
 char *sReadIDCardSnr(); ///< In Latin-1. The serial number of an identity card's chip.
-bool bPlayVoice(int number); ///< Speaks a prompt; the numbers are the library's choice.
+bool bPlayVoice(int number); ///< Speaks a prompt; the portable library's numbers: docs/cards.md.
 ///@}
 
 } // extern "C"

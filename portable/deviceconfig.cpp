@@ -7,6 +7,7 @@
 
 #include <QCoreApplication>
 #include <QDebug>
+#include <QDir>
 #include <QRegularExpression>
 #include <QSettings>
 #include <QStringList>
@@ -186,6 +187,19 @@ DeviceConfig readDeviceConfig(const QString &path)
                    &config.playback.secondsPerPicture);
     config.printer = ini.text(QStringLiteral("printing/printer"));
     return config;
+}
+
+QString deviceSetting(const QString &key)
+{
+    const QDir folder(QCoreApplication::applicationDirPath());
+    return Ini(folder.filePath(QStringLiteral("devices.ini"))).text(key);
+}
+
+QString deviceFolder(const QString &key, const QString &usual)
+{
+    const QString folder = deviceSetting(key);
+    return QDir(QCoreApplication::applicationDirPath())
+        .absoluteFilePath(folder.isEmpty() ? usual : folder);
 }
 
 QString autoSource(int camera, const V4l2Devices &devices, QString *error)

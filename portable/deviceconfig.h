@@ -39,6 +39,17 @@ QString deviceConfigPath();
 DeviceConfig readDeviceConfig(const QString &path);
 
 /**
+ * One value of the devices.ini beside the program as it stands there, read anew each time.
+ * \param key  "group/key"
+ * \return empty when it isn't there
+ */
+QString deviceSetting(const QString &key);
+
+/** The folder that deviceSetting() gives, or the `usual` one; relative ones begin at the program's.
+ */
+QString deviceFolder(const QString &key, const QString &usual);
+
+/**
  * The source text that "auto" stands for.
  * \return empty, with a reason for the log, when this machine has too few cameras
  */

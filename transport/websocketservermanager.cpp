@@ -5,6 +5,9 @@
 #include "camera/stoprecthread.h"
 #include "companion/webbrowser.h"
 #include "dispatch/messagerun.h"
+#include "identity/facematchthread.h"
+#include "identity/livingbodydetectthread.h"
+#include "identity/readidcardthread.h"
 #include "log/trace.h"
 #include "transport/clientlink.h"
 
@@ -61,10 +64,16 @@ WebSocketServerManager::WebSocketServerManager(QString serverName, QWebSocketSer
     , m_messageRun(new MessageRun(this))
 {
     connect(this, &WebSocketServerManager::send_recv_msg, m_messageRun, &MessageRun::recv_msg);
-    connect(CaptureImgThread::instance(), &CaptureImgThread::sig_msg, this,
-            &WebSocketServerManager::slot_captureImgThread);
-    connect(StopRecThread::instance(), &StopRecThread::sig_msg, this,
-            &WebSocketServerManager::slot_captureImgThread);
+    broadcastMessagesOf(CaptureImgThread::instance());
+    broadcastMessagesOf(ReadIdCardThread::instance());
+    broadcastMessagesOf(FaceMatchThread::instance());
+    broadcastMessagesOf(LivingBodyDetectThread::instance());
+    broadcastMessagesOf(StopRecThread::instance());
+}
+
+template <class Worker> void WebSocketServerManager::broadcastMessagesOf(Worker *worker)
+{
+    connect(worker, &Worker::sig_msg, this, &WebSocketServerManager::slot_captureImgThread);
 }
 
 WebSocketServerManager::~WebSocketServerManager()

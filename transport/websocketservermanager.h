@@ -89,6 +89,7 @@ public Q_SLOTS:
     void slot_captureImgThread(QByteArray byte);
 
 private:
+    template <class Worker> void broadcastMessagesOf(Worker *worker);
     QWebSocket *client(const QString &ip, int port) const;
     void broadcastFrame(const QByteArray &text);
     void stopPreviews();

@@ -1,0 +1,55 @@
+// SPDX-License-Identifier: MIT
+#include "identity/facematchthread.h"
+
+#include "devicelib/biometrics.h"
+#include "dispatch/messagerun.h"
+
+FaceMatchThread *FaceMatchThread::instance()
+{
+    static FaceMatchThread thread;
+    return &thread;
+}
+
+FaceMatchThread::FaceMatchThread()
+{
+    setObjectName(QStringLiteral("face match"));
+    start();
+}
+
+FaceMatchThread::~FaceMatchThread()
+{
+    {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        m_running = false;
+    }
+    m_wake.notify_one();
+    wait();
+    // The thread is gone; the thread sanitizer, which doesn't know QThread::wait, learns it here.
+    const std::lock_guard<std::mutex> lock(m_mutex);
+}
+
+void FaceMatchThread::match(const QString &path1, const QString &path2)
+{
+    {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        m_queue.emplace_back(path1, path2);
+    }
+    m_wake.notify_one();
+}
+
+void FaceMatchThread::run()
+{
+    for (;;) {
+        std::unique_lock<std::mutex> lock(m_mutex);
+        m_wake.wait(lock, [this] { return !m_queue.empty() || !m_running; });
+        if (!m_running)
+            return;
+        const auto [path1, path2] = std::move(m_queue.back());
+        m_queue.clear();
+        lock.unlock();
+
+        const int score = lImageMatch(path1.toUtf8().constData(), path2.toUtf8().constData());
+        Q_EMIT sig_msg(
+            MessageRun::framed(QStringLiteral("lImageMatch"), QString::number(score)).toUtf8());
+    }
+}

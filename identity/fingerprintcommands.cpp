@@ -1,0 +1,64 @@
+// SPDX-License-Identifier: MIT
+//
+// Fingerprints.
+
+#include "devicelib/biometrics.h"
+#include "dispatch/arguments.h"
+#include "dispatch/messagerun.h"
+#include "log/trace.h"
+
+#include <QJsonDocument>
+#include <QJsonObject>
+
+namespace {
+
+/// The library's thread; the context is the dispatcher. A capture that failed shows no finger.
+void onCapture(QByteArray image, QByteArray feature, int score, const char *message, void *context)
+{
+    const bool captured = score >= 0;
+    const QJsonObject result{
+        {QStringLiteral("image"), captured ? QString::fromUtf8(image) : QString()},
+        {QStringLiteral("feature"), captured ? QString::fromUtf8(feature) : QString()},
+        {QStringLiteral("score"), score},
+        {QStringLiteral("msg"), QString::fromUtf8(message)},
+    };
+    const QByteArray json = QJsonDocument(result).toJson(QJsonDocument::Compact);
+    static_cast<MessageRun *>(context)->sendmsg_thread(
+        MessageRun::framed(QStringLiteral("fingerCaptureRawData"), QString::fromUtf8(json)));
+}
+
+} // namespace
+
+QString MessageRun::fingerCaptureRawData_callback(QString, QString args, MessageRun *self)
+{
+    const qint64 timeoutMs = qint64{numberFrom<int>(args)} * 1000;
+    fingerCaptureRawData(static_cast<int>(qBound<qint64>(INT_MIN, timeoutMs, INT_MAX)), onCapture,
+                         self);
+    return QStringLiteral(" ");
+}
+
+QString MessageRun::lFingerMatch_callback(QString name, QString args, MessageRun *)
+{
+    const Arguments fields(args);
+    if (fields.count() < 4)
+        return reply(name, 0);
+    const QByteArray probe = QByteArray::fromHex(fields.text(1).toLatin1());
+    const int count = fields.number<int>(2);
+    QByteArray stored;
+    for (int i = 3; i < fields.count(); ++i)
+        stored += QByteArray::fromHex(fields.text(i).toLatin1());
+    traceLine("messagerun", __LINE__, __func__) << probe.size() << count << stored.size();
+    return reply(name,
+                 lFingerMatch(fields.number<int>(0), probe.constData(), count, stored.constData()));
+}
+
+// Accepted, not supported.
+QString MessageRun::bSaveZAZFPBMPBase64_callback(QString name, QString, MessageRun *)
+{
+    return reply(name, false);
+}
+
+QString MessageRun::bSaveZAZFPBMP_callback(QString name, QString, MessageRun *)
+{
+    return reply(name, false);
+}

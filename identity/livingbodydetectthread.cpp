@@ -1,0 +1,28 @@
+// SPDX-License-Identifier: MIT
+#include "identity/livingbodydetectthread.h"
+
+#include "devicelib/biometrics.h"
+#include "dispatch/messagerun.h"
+
+LivingBodyDetectThread *LivingBodyDetectThread::instance()
+{
+    static LivingBodyDetectThread thread;
+    return &thread;
+}
+
+LivingBodyDetectThread::LivingBodyDetectThread()
+{
+    setObjectName(QStringLiteral("liveness"));
+    start();
+}
+
+LivingBodyDetectThread::~LivingBodyDetectThread()
+{
+    end();
+}
+
+QString LivingBodyDetectThread::serve()
+{
+    return MessageRun::framed(QStringLiteral("bLivingBodyDetect"),
+                              MessageRun::truth(bLivingBodyDetect()));
+}

@@ -1,0 +1,45 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <QByteArray>
+#include <QThread>
+
+#include <condition_variable>
+#include <mutex>
+
+/**
+ * A worker that serves counted requests, one after another: none is merged or dropped, each gets a
+ * reply of its own. It runs from its start to the end of the program.
+ *
+ * It holds its mutex for a whole batch, so a request that comes meanwhile blocks its caller until
+ * the batch is done.
+ *
+ * A derived class starts the thread in its constructor and calls end() in its destructor.
+ */
+class RequestThread : public QThread
+{
+    Q_OBJECT
+
+public:
+    /** Counts a request and wakes the thread. Any thread. */
+    void request();
+
+Q_SIGNALS:
+    /** The framed reply to one request, in the local 8-bit encoding. Emitted by this thread. */
+    void sig_msg(QByteArray text);
+
+protected:
+    /** Serves one request: calls the device, returns the framed reply. This thread. */
+    virtual QString serve() = 0;
+
+    /** Ends the thread after the request under way, and waits for it. */
+    void end();
+
+    void run() override;
+
+private:
+    std::mutex m_mutex;
+    std::condition_variable m_wake;
+    int m_requests = 0; // guarded by m_mutex
+    bool m_running = true; // guarded by m_mutex
+};

@@ -1,0 +1,773 @@
+// SPDX-License-Identifier: MIT
+// The portable card library: simulated cards, scripted real ones, and its exported functions.
+#include "devicelib/cardreader.h"
+#include "portable/cardreaders.h"
+#include "portable/emv.h"
+#include "portable/socialcard.h"
+#include "portable/tlv.h"
+#include "tests/fakesource.h"
+#include "tests/scriptedcard.h"
+
+#include <QtTest>
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cstdlib>
+#include <random>
+#include <thread>
+
+using namespace portable;
+
+namespace {
+
+QString line(const char *text)
+{
+    return QString::fromUtf8(text);
+}
+
+void writeFile(const QString &path, const QByteArray &content)
+{
+    QFile file(path);
+    QVERIFY(file.open(QIODevice::WriteOnly));
+    file.write(content);
+}
+
+QByteArray contentOf(const QString &path)
+{
+    QFile file(path);
+    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+}
+
+QJsonObject parsed(const QByteArray &json)
+{
+    return QJsonDocument::fromJson(json).object();
+}
+
+QByteArray taken(char *text)
+{
+    const QByteArray result = text;
+    std::free(text);
+    return result;
+}
+
+/** A card that answers as its script says, and counts the commands. */
+class ScriptedCard : public CardConnection
+{
+public:
+    explicit ScriptedCard(CardScript script)
+        : m_script(std::move(script))
+    {
+    }
+
+    QByteArray transmit(const QByteArray &command, QString *) override
+    {
+        ++commands;
+        return m_script.answer(command);
+    }
+
+    int commands = 0;
+
+private:
+    const CardScript m_script;
+};
+
+/** The same with T=0: a command with data brings the answer's length, a second one the answer. */
+class T0Card : public ScriptedCard
+{
+public:
+    using ScriptedCard::ScriptedCard;
+
+    bool isT0() const override { return true; }
+
+    QByteArray transmit(const QByteArray &command, QString *error) override
+    {
+        if (command == QByteArray::fromHex("00C00000").append(char(m_kept.size() - 2))) {
+            return m_kept;
+        }
+        if (command.size() == 5) {
+            return ScriptedCard::transmit(command, error);
+        }
+        m_kept = ScriptedCard::transmit(command + '\0', error);
+        return m_kept.size() == 2 ? m_kept
+                                  : QByteArray::fromHex("61").append(char(m_kept.size() - 2));
+    }
+
+private:
+    QByteArray m_kept;
+};
+
+/** A card that gives one answer to everything. */
+class StubbornCard : public CardConnection
+{
+public:
+    explicit StubbornCard(const QByteArray &answer)
+        : m_answer(QByteArray::fromHex(answer))
+    {
+    }
+
+    QByteArray transmit(const QByteArray &, QString *error) override
+    {
+        ++commands;
+        *error = m_answer.isEmpty() ? line("it was pulled out") : QString();
+        return m_answer;
+    }
+
+    int commands = 0;
+
+private:
+    const QByteArray m_answer;
+};
+
+/** A machine with as many readers and cards as a test wants. */
+class FakeCards : public SmartCards
+{
+public:
+    bool hasReader(QString *reason) override
+    {
+        *reason = presence == CardPresence::NoReader ? line("no reader here") : QString();
+        return reason->isEmpty();
+    }
+
+    CardPresence visit(bool, const Read &read, QString *reason) override
+    {
+        if (isInUse.exchange(true)) {
+            qFatal("two reads at once");
+        }
+        while (hangs) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+        }
+        if (presence != CardPresence::Card) {
+            *reason = line("no card here");
+        }
+        for (const CardScript &script : cards) {
+            ScriptedCard card(script);
+            if (read(card)) {
+                break;
+            }
+        }
+        isInUse = false;
+        return presence;
+    }
+
+    void insert(std::vector<CardScript> inserted)
+    {
+        cards = std::move(inserted);
+        presence = CardPresence::Card;
+    }
+
+    std::vector<CardScript> cards;
+    CardPresence presence = CardPresence::NoReader;
+    std::atomic<bool> hangs{false};
+    std::atomic<bool> isInUse{false};
+};
+
+const auto soon = CardChannel::Clock::now() + std::chrono::hours(1);
+
+/** What a social security or bank card tells, "key=value" by key; or the reason after "!". */
+QString toldBy(CardConnection &connection, bool contactlessFirst = false)
+{
+    QString error;
+    CardChannel channel(connection, soon);
+    QJsonObject fields = readBankCard(channel, contactlessFirst, &error);
+    if (fields.isEmpty() && error == line("it has no payment application")) {
+        fields = readSocialCard(channel, &error);
+    }
+    QStringList told;
+    for (auto field = fields.begin(); field != fields.end(); ++field) {
+        told << field.key() + QLatin1Char('=') + field.value().toString();
+    }
+    return fields.isEmpty() ? QLatin1Char('!') + error : told.join(QLatin1Char(' '));
+}
+
+const QByteArray idCard = "{\"type\":\"idcard\",\"name\":\"甲\",\"sex\":\"男\",\"nation\":\"汉\","
+                          "\"birthDate\":\"1990-01-01\",\"address\":\"某地\",\"number\":\"0001\","
+                          "\"authority\":\"某局\",\"validFrom\":\"2020-01-01\","
+                          "\"validTo\":\"长期\",\"photo\":\"face.jpg\"}";
+const QByteArray bankCard = "{\"type\":\"bankcard\",\"number\":\"0002\",\"expiry\":\"2030-01\"}";
+
+} // namespace
+
+Q_DECLARE_METATYPE(CardScript)
+
+class TestPortableCards : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void init()
+    {
+        m_log = std::make_unique<PortableLog>();
+        m_folder = std::make_unique<QTemporaryDir>();
+        QVERIFY(QDir(m_folder->path()).mkdir(line("cards")));
+        auto real = std::make_unique<FakeCards>();
+        m_real = real.get();
+        m_readers = std::make_unique<CardReaders>(m_folder->path(), std::move(real),
+                                                  std::chrono::milliseconds(200));
+    }
+
+    void cleanup()
+    {
+        m_readers.reset();
+        m_log.reset();
+        QFile::remove(besideProgram("devices.ini"));
+    }
+
+    void cardOnTheReader_data()
+    {
+        QTest::addColumn<QByteArray>("ini");
+        QTest::addColumn<int>("kind");
+        QTest::addColumn<QString>("expected"); // the card's number, or the status after "!"
+        const auto row = [](const char *title, const char *ini, CardKind kind,
+                            const char *expected) {
+            QTest::newRow(title) << QByteArray(ini) << int(kind) << line(expected);
+        };
+        constexpr CardKind id = CardKind::Identity;
+        constexpr CardKind bank = CardKind::Bank;
+        constexpr CardKind ic = CardKind::Ic;
+        // clang-format off
+        //   what                              [cards]                             kind  number
+        row("the first of its kind",           "",                                 id,   "b");
+        row("another kind",                    "",                                 bank, "0002");
+        row("none of its kind",                "",                                 ic,   "!2");
+        row("named",                           "idcard=c.json",                    id,   "c");
+        row("auto",                            "idcard=auto\ncard=auto",           id,   "b");
+        row("named for another kind",          "bankcard=none",                    id,   "b");
+        row("taken away",                      "idcard=none",                      id,   "!2");
+        row("common card",                     "card=c.json",                      id,   "c");
+        row("common card of another kind",     "card=c.json",                      bank, "!2");
+        row("common card taken away",          "card=none",                        bank, "!2");
+        row("a kind's own line goes first",    "card=none\nbankcard=d.json",       bank, "0002");
+        row("named, of another kind",          "idcard=d.json",                    id,   "!2");
+        row("no such file",                    "idcard=absent.json",               id,   "!3");
+        row("broken, and named",               "idcard=a.json",                    id,   "!3");
+        row("outside of the folder",           "idcard=../outside.json",           id,   "!3");
+        row("outside by an absolute path",     "idcard=/etc/passwd",               id,   "!3");
+        row("outside by a link",               "idcard=link.json",                 id,   "!3");
+        row("the folder itself",               "idcard=.",                         id,   "!3");
+        row("Chinese name with a comma",       "bankcard=\"卡, 乙.json\"",         bank, "0003");
+        row("no reader",                       "reader=none",                      id,   "!1");
+        row("an ID card on PC/SC",             "reader=pcsc",                      id,   "!1");
+        row("slip of the pen",                 "reader=smart",                     id,   "b");
+        // clang-format on
+    }
+
+    void cardOnTheReader()
+    {
+        QFETCH(QByteArray, ini);
+        QFETCH(int, kind);
+        writeCard("a.json", "{");
+        writeCard("b.json", QByteArray(idCard).replace("0001", "b"));
+        writeCard("c.json", QByteArray(idCard).replace("0001", "c"));
+        writeCard("d.json", bankCard);
+        writeCard("卡, 乙.json", QByteArray(bankCard).replace("0002", "0003"));
+        writeCard("face.jpg", "JPEG");
+        writeFile(m_folder->filePath(line("outside.json")), idCard);
+        QFile::link(m_folder->filePath(line("outside.json")), cardPath("link.json"));
+        writeIni(ini);
+        const CardResult result = m_readers->read(CardKind(kind));
+        QTEST(result.isRead() ? result.fields.value(line("number")).toString()
+                              : QStringLiteral("!%1").arg(int(result.status)),
+              "expected");
+        QVERIFY(result.isRead() || !PortableLog::lines().isEmpty());
+    }
+
+    void badCardFiles_data()
+    {
+        QTest::addColumn<QByteArray>("content");
+        QTest::addColumn<QString>("said"); // part of the line
+        const auto row = [](const char *title, const QByteArray &content, const char *said) {
+            QTest::newRow(title) << content << line(said);
+        };
+        const auto with = [](const char *before, const char *after) {
+            return QByteArray(idCard).replace(before, after);
+        };
+        // clang-format off
+        row("empty",                    "",                                     "it is empty");
+        row("broken",                   idCard.left(100),                       "broken JSON at byte");
+        row("no object",                "[1]",                                  "it is no JSON object");
+        row("nested without end",       QByteArray(100000, '['),                "broken JSON at byte");
+        row("no kind",                  with("idcard", "passport"),             "\"type\" is none");
+        row("field missing",            with("address", "street"),              "\"address\" is missing");
+        row("field is no text",         with("\"0001\"", "1"),                  "\"number\" is missing");
+        row("photo not there",          with("face.jpg", "absent.jpg"),         "absent.jpg: there is no such file");
+        row("photo is empty",           with("face.jpg", "empty.jpg"),          "empty.jpg: it is empty");
+        row("photo outside",            with("face.jpg", "../devices.ini"),     "it is no file of the folder");
+        row("serial is no number",      with("{", "{\"serial\":\"12x45678\","), "\"serial\" is not");
+        row("serial is too short",      with("{", "{\"serial\":\"123456\","),   "\"serial\" is not");
+        row("too large",                QByteArray(2 << 20, ' '),               "it is larger than");
+        // clang-format on
+    }
+
+    void badCardFiles()
+    {
+        QFETCH(QByteArray, content);
+        QFETCH(QString, said);
+        writeIni("idcard=bad.json");
+        writeCard("bad.json", content);
+        writeCard("face.jpg", "JPEG");
+        writeCard("empty.jpg", "");
+        const CardResult result = m_readers->read(CardKind::Identity);
+        QCOMPARE(result.status, CardStatus::Unreadable);
+        QCOMPARE(result.fields, QJsonObject());
+        const QString log = PortableLog::lines().join(QLatin1Char('\n'));
+        QCOMPARE(PortableLog::lines().size(), 1);
+        QVERIFY2(log.contains(said) && log.contains(line("/cards/")), qPrintable(log));
+        QVERIFY2(!log.contains(line("某地")), qPrintable(log));
+    }
+
+    void cardIsSwappedWithoutARestart()
+    {
+        const auto number = [this] {
+            return m_readers->read(CardKind::Bank).fields.value(line("number")).toString();
+        };
+        QCOMPARE(number(), QString());
+        writeCard("b.json", bankCard);
+        QCOMPARE(number(), line("0002"));
+        writeCard("a.json", QByteArray(bankCard).replace("0002", "0003"));
+        QCOMPARE(number(), line("0003"));
+        writeIni("bankcard=b.json");
+        QCOMPARE(number(), line("0002"));
+        writeIni("bankcard=none");
+        QCOMPARE(number(), QString());
+    }
+
+    void textsOfAResult()
+    {
+        const CardResult read{CardStatus::Read,
+                              {{line("name"), line("中\"\\𠮷é")}, {line("code"), line("forged")}}};
+        QJsonObject expected{{line("name"), line("中\"\\𠮷é")},
+                             {line("code"), line("0")},
+                             {line("result"), 1},
+                             {line("message"), QString()}};
+        QCOMPARE(parsed(cardText(read)), expected);
+        const QByteArray ascii = asciiCardText(read);
+        QVERIFY(std::all_of(ascii.begin(), ascii.end(), [](char c) { return c > 0; }));
+        QCOMPARE(parsed(ascii), expected);
+        const QString framed = QStringLiteral("{\"text\":\"%1\"}").arg(quotedCardText(read));
+        const QString inner = parsed(framed.toUtf8()).value(line("text")).toString();
+        QCOMPARE(parsed(inner.toUtf8()), expected);
+
+        const QJsonObject failure = parsed(cardText({CardStatus::NoCard, {}}));
+        QCOMPARE(failure.value(line("code")), QJsonValue(line("2")));
+        QCOMPARE(failure.value(line("result")), QJsonValue(0));
+    }
+
+    void tlvObjects_data()
+    {
+        QTest::addColumn<QByteArray>("bytes");
+        QTest::addColumn<QByteArray>("expected"); // values of tag 5A, separated by blanks
+        const auto row = [](const char *title, const char *bytes, const char *expected) {
+            QTest::newRow(title) << QByteArray(bytes) << QByteArray(expected);
+        };
+        // clang-format off
+        row("nothing",                        "",                                   "");
+        row("one",                            "5A0112",                             "12");
+        row("inside of constructed ones",     "6F077005A5035A01125A0134",           "12 34");
+        row("padding around it",              "00005A01120000",                     "12");
+        row("not inside of a primitive one",  "57035A0112",                         "");
+        row("a tag of three bytes",           "9F810101FF5A0112",                   "12");
+        row("length of two bytes",            "5A810112",                           "12");
+        row("length of four bytes",           "5A8300000112",                       "12");
+        row("ends in the tag",                "5A01129F",                           "");
+        row("endless tag",                    "5A01129FFFFFFFFFFFFF0100",           "");
+        row("ends before the length",         "5A01125A",                           "");
+        row("ends in the length",             "5A01125A82FF",                       "");
+        row("value beyond the end",           "5A01125A0212",                       "");
+        row("huge length",                    "5A84FFFFFFFF12",                     "");
+        row("largest length",                 "5A83FFFFFF12",                       "");
+        row("indefinite length",              "5A8012340000",                       "");
+        row("only the malformed one is lost", "70045A0512345A0199",                 "99");
+        row("nested too deep",                "7010700E700C700A70087006700470025A00", "");
+        // clang-format on
+    }
+
+    void tlvObjects()
+    {
+        QFETCH(QByteArray, bytes);
+        QByteArrayList values;
+        for (const QByteArray &value : findAllTlv(QByteArray::fromHex(bytes), 0x5A)) {
+            values << value.toHex();
+        }
+        QTEST(values.join(' '), "expected");
+    }
+
+    /** Under the address sanitizer: nothing is read past the end, whatever a card says. */
+    void tlvOfAnyBytes()
+    {
+        std::mt19937 random(1);
+        for (int round = 0; round < 20000; ++round) {
+            QByteArray bytes(int(random() % 40), '\0');
+            for (char &byte : bytes) {
+                const char likely[] = {'\x70', '\x5A', '\x81', '\x02', '\x00', '\x1F'};
+                byte = round % 2 ? char(random()) : likely[random() % sizeof likely];
+            }
+            std::vector<DolEntry> entries;
+            parseDol(bytes, &entries);
+            for (const QByteArray &value : findAllTlv(bytes, 0x5A)) {
+                QVERIFY(value.size() < bytes.size());
+            }
+        }
+    }
+
+    void realCards_data()
+    {
+        QTest::addColumn<CardScript>("script");
+        QTest::addColumn<QString>("expected");
+        const auto row = [](const char *title, CardScript script, const char *expected) {
+            QTest::newRow(title) << script << line(expected);
+        };
+        const auto with = [](CardScript script, const QByteArray &command,
+                             const QByteArray &answer) {
+            script.set(command, answer);
+            return script;
+        };
+        const CardScript contact = contactBankCard();
+        const CardScript contactless = contactlessBankCard();
+        const CardScript social = socialSecurityCard();
+        const QByteArray start = "80A8000002830000";
+        const QByteArray select = selectCommand(debit);
+        const QByteArray pan = recordCommand(1, 3);
+        const auto wanting = [](const QByteArray &list) {
+            return tlv("6F", tlv("A5", tlv("9F38", list))) + "9000";
+        };
+        const char *const bankTold = "expiry=2031-07 number=0000001234567897";
+        const char *const socialTold =
+            "birthDate=1995-12-31 cardNumber=X12345678 name=李明 nation=蒙古 "
+            "number=000000199512310016 sex=男 validFrom=2021-03-04 validTo=2031-03-04";
+        // clang-format off
+        row("contact, by its directory",  contact,                                            bankTold);
+        row("contactless, by track 2",    contactless,                                        "expiry=2029-02 number=0000001234567890123");
+        row("without a directory",        with(contact, selectCommand(contactDirectory), "6A82"), bankTold);
+        row("length told by the card",    with(with(contact, pan, "6C0F"), pan.left(8) + "0F", tlv("70", tlv("5A", "0000001234567897") + "5F2403310731") + "9000"), bankTold);
+        row("in two parts",               with(with(contact, pan, "70105A08610E"), "00C000000E", "00000012345678975F24033107319000"), bankTold);
+        row("no expiry",                  with(contact, pan, tlv("70", tlv("5A", "00000012345678")) + "9000"), "number=00000012345678");
+        row("a month that isn't there",   with(contact, pan, tlv("70", tlv("5A", "00000012345678") + "5F2403311331") + "9000"), "number=00000012345678");
+        row("no digits",                  with(contact, pan, tlv("70", tlv("5A", "00000A1234567897")) + "9000"), "!none of its records has a card number");
+        row("records refused",            with(contact, pan, "6982"),                         "!none of its records has a card number");
+        row("start refused",              with(contactless, start, "6985"),                   "!its payment application doesn't start (6985)");
+        row("locator is cut off",         with(with(contact, select, "9000"), start, "80057C00100102" "9000"), "!none of its records has a card number");
+        row("locator of file 0 and 31",   with(with(contact, select, "9000"), start, "800A7C000001FF00F801FF009000"), "!none of its records has a card number");
+        row("wants more than there is",   with(contact, select, wanting("9F0281FF")),         "!its list of data for a start is malformed");
+        row("list is cut off",            with(contact, select, wanting("9F029F")),           "!its list of data for a start is malformed");
+        row("social security",            social,                                             socialTold);
+        row("holder's file refused",      with(social, "00A4000002EF0600", "6982"),           "!it doesn't give its basic data without a key (6982)");
+        row("number's length is wrong",   with(social, "00B2080000", "08123132339000"),       "!its holder's number is missing");
+        row("another record",             with(social, "00B2080000", "070130" "9000"),        "!its holder's number is missing");
+        row("neither",                    {},                                                 "!it has no social security application (6A82)");
+        // clang-format on
+    }
+
+    void realCards()
+    {
+        QFETCH(CardScript, script);
+        ScriptedCard card(script);
+        QTEST(toldBy(card), "expected");
+        QVERIFY(card.commands < 40);
+        T0Card another(script);
+        QTEST(toldBy(another), "expected");
+    }
+
+    /** Whatever one answer a card repeats, a read of it ends. */
+    void hostileCards_data()
+    {
+        QTest::addColumn<QByteArray>("answer");
+        QTest::addColumn<int>("mostCommands");
+        // clang-format off
+        QTest::newRow("more and more")         << QByteArray("00006100") << 16;
+        QTest::newRow("another length")        << QByteArray("6C01")     << 40;
+        QTest::newRow("pulled out")            << QByteArray("")         << 1;
+        QTest::newRow("half a status")         << QByteArray("90")       << 1;
+        QTest::newRow("directory of itself")   << tlv("6F", tlv("61", tlv("4F", debit)) + "88010194044001FF00") + "9000" << 1000;
+        QTest::newRow("every record is there") << QByteArray("6F0E8801019404F801FF00940408") + "01FF00" + "9000" << 1000;
+        // clang-format on
+    }
+
+    void hostileCards()
+    {
+        QFETCH(QByteArray, answer);
+        QFETCH(int, mostCommands);
+        StubbornCard card(answer);
+        const QString told = toldBy(card);
+        QVERIFY2(told.startsWith(QLatin1Char('!')), qPrintable(told));
+        QVERIFY2(card.commands <= mostCommands, qPrintable(QString::number(card.commands)));
+    }
+
+    void slowCard()
+    {
+        StubbornCard card("6A82");
+        CardChannel late(card, CardChannel::Clock::now() - std::chrono::seconds(1));
+        QString error;
+        QVERIFY(readBankCard(late, false, &error).isEmpty());
+        QCOMPARE(error, line("it takes too long"));
+        QCOMPARE(card.commands, 0);
+    }
+
+    void realOrSimulated_data()
+    {
+        QTest::addColumn<QByteArray>("ini");
+        QTest::addColumn<int>("presence");
+        QTest::addColumn<bool>("isBankCard");
+        QTest::addColumn<QString>("expected"); // number, or the status after "!"
+        const auto row = [](const char *title, const char *ini, CardPresence presence,
+                            bool isBankCard, const char *expected) {
+            QTest::newRow(title) << QByteArray(ini) << int(presence) << isBankCard
+                                 << line(expected);
+        };
+        constexpr auto noReader = CardPresence::NoReader;
+        constexpr auto noCard = CardPresence::NoCard;
+        constexpr auto present = CardPresence::Card;
+        // clang-format off
+        //   what                          [cards]             reader    bank   number
+        row("a real card wins",            "",                 present,  true,  "0000001234567897");
+        row("also over another",           "",                 present,  false, "!3");
+        row("no card: the simulated one",  "",                 noCard,   true,  "0002");
+        row("no reader: likewise",         "reader=auto",      noReader, true,  "0002");
+        row("real ones only",              "reader=pcsc",      present,  true,  "0000001234567897");
+        row("real ones only: no card",     "reader=pcsc",      noCard,   true,  "!2");
+        row("real ones only: no reader",   "reader=pcsc",      noReader, true,  "!1");
+        row("simulated ones only",         "reader=simulated", present,  true,  "0002");
+        row("no reader at all",            "reader=none",      present,  true,  "!1");
+        // clang-format on
+    }
+
+    void realOrSimulated()
+    {
+        QFETCH(QByteArray, ini);
+        QFETCH(int, presence);
+        QFETCH(bool, isBankCard);
+        writeIni(ini);
+        writeCard("bank.json", bankCard);
+        if (CardPresence(presence) == CardPresence::Card) {
+            // The first one isn't the right one: the next is tried.
+            m_real->insert({socialSecurityCard(), isBankCard ? contactBankCard() : CardScript()});
+        }
+        m_real->presence = CardPresence(presence);
+        const CardResult result = m_readers->read(CardKind::Bank);
+        QTEST(result.isRead() ? result.fields.value(line("number")).toString()
+                              : QStringLiteral("!%1").arg(int(result.status)),
+              "expected");
+        const int lines = PortableLog::takeLines().size();
+        QVERIFY(result.isRead() || lines == 1);
+        if (result.isRead()) { // that the card is simulated is said once
+            m_readers->read(CardKind::Bank);
+            QCOMPARE(PortableLog::lines(), QStringList());
+        }
+    }
+
+    void serialNumbers()
+    {
+        writeCard("ic.json", "{\"type\":\"iccard\",\"serial\":\"0a0b0C0d\"}");
+        QCOMPARE(m_readers->readSerial(CardKind::Ic).toHex(), QByteArray("0a0b0c0d"));
+        QCOMPARE(m_readers->readSerial(CardKind::Identity), QByteArray());
+        m_real->insert({contactBankCard()});
+        QCOMPARE(m_readers->readSerial(CardKind::Ic).toHex(), QByteArray("04a1b2c3d4e580"));
+        QCOMPARE(m_readers->readSerial(CardKind::Identity).toHex(), QByteArray("04a1b2c3d4e580"));
+        for (const char *answer : {"6A81", "9000", "0102039000", "01020304050607080910119000"}) {
+            m_real->insert({CardScript{{"FFCA000000", answer}}});
+            QCOMPARE(m_readers->readSerial(CardKind::Ic), QByteArray());
+        }
+    }
+
+    void hangingReaderEndsTheWaitOnly()
+    {
+        m_real->insert({contactBankCard()});
+        m_real->hangs = true;
+        for (int i = 0; i < 2; ++i) {
+            QCOMPARE(m_readers->read(CardKind::Bank).status, CardStatus::Unreadable);
+            QCOMPARE(PortableLog::takeLines(),
+                     QStringList{line("no bank card was read: the reader doesn't answer")});
+        }
+        m_real->hangs = false;
+        QTRY_VERIFY(m_readers->read(CardKind::Bank).isRead());
+
+        // One that hangs for ever outlives its owner.
+        m_real->hangs = true;
+        m_readers->read(CardKind::Bank);
+        FakeCards *const forgotten = m_real;
+        m_readers.reset();
+        forgotten->hangs = false;
+    }
+
+    void manyThreadsRead()
+    {
+        writeCard("id.json", idCard);
+        writeCard("face.jpg", "JPEG");
+        m_real->insert({contactBankCard()});
+        std::atomic<int> read{0};
+        std::vector<std::thread> threads;
+        for (int i = 0; i < 4; ++i) {
+            threads.emplace_back([&] {
+                for (int round = 0; round < 10; ++round) {
+                    read += m_readers->read(CardKind::Identity).isRead() ? 1 : 0;
+                    read += m_readers->read(CardKind::Bank).isRead() ? 1 : 0;
+                    m_readers->openUsb();
+                    m_readers->hasModule();
+                    m_readers->close();
+                }
+            });
+        }
+        for (std::thread &thread : threads) {
+            thread.join();
+        }
+        QCOMPARE(read.load(), 80);
+    }
+
+    void stateOfTheReader()
+    {
+        QVERIFY(m_readers->isConnected());
+        QVERIFY(!m_readers->hasModule());
+        QVERIFY(m_readers->openUsb() && m_readers->hasModule());
+        m_readers->close();
+        QVERIFY(!m_readers->hasModule());
+        QVERIFY(!m_readers->moduleNumber().isEmpty());
+
+        writeIni("reader=pcsc");
+        QVERIFY(!m_readers->openUsb() && !m_readers->isConnected());
+        m_real->presence = CardPresence::NoCard;
+        QVERIFY(m_readers->openUsb() && m_readers->isConnected());
+        QVERIFY(!m_readers->hasModule() && m_readers->moduleNumber().isNull());
+        writeIni("reader=none");
+        QVERIFY(!m_readers->openUsb() && !m_readers->isConnected());
+    }
+
+    void serialDevices()
+    {
+        const int terminal = ::posix_openpt(O_RDWR | O_NOCTTY);
+        QVERIFY(terminal >= 0 && ::grantpt(terminal) == 0 && ::unlockpt(terminal) == 0);
+        QVERIFY(m_readers->openSerial(line(::ptsname(terminal))));
+        QVERIFY(m_readers->hasModule());
+        ::close(terminal);
+        PortableLog::takeLines();
+        for (const char *port : {"", "ttyS0", "/dev/absent", "/dev/null", "/dev", "/etc/passwd",
+                                 "/dev/../etc/passwd", "/dev/a\nforged line"}) {
+            QVERIFY(!m_readers->openSerial(line(port)));
+            QCOMPARE(PortableLog::lines().size(), 1);
+            QVERIFY(!PortableLog::takeLines().first().contains(QLatin1Char('\n')));
+        }
+        QVERIFY(!m_readers->hasModule()); // a failed opening leaves none open
+    }
+
+    void exportedFunctions()
+    {
+        const QDir samples(line(SOURCE_DIR "/portable/cards"));
+        const QString folder = besideProgram("cards");
+        QDir(folder).removeRecursively();
+        QVERIFY(QDir().mkpath(folder));
+        for (const QString &name : samples.entryList(QDir::Files)) {
+            QVERIFY(QFile::copy(samples.filePath(name), folder + QLatin1Char('/') + name));
+        }
+        writeFile(besideProgram("devices.ini"),
+                  "[cards]\nreader=simulated\nidcard=zhangsan.json\n");
+
+        const QByteArray ascii = taken(sIDCardReader());
+        const QJsonObject id = parsed(ascii);
+        QCOMPARE(id.value(line("name")), QJsonValue(line("张三")));
+        QCOMPARE(id.value(line("code")), QJsonValue(line("0")));
+        QCOMPARE(id.value(line("result")), QJsonValue(1));
+        QCOMPARE(QByteArray::fromBase64(id.value(line("photo")).toString().toLatin1()),
+                 contentOf(samples.filePath(line("zhangsan.jpg"))));
+        QVERIFY(std::all_of(ascii.begin(), ascii.end(), [](char c) { return c > 0; }));
+        for (const auto read :
+             {ReadSFZCardVX, readIDMsg_qt, readIDMsgVX_qt, ReadSFZCardBas_VX, ReadSFZCardBas_DK}) {
+            QString text = line("before");
+            read(&text);
+            QCOMPARE(parsed(text.toUtf8()), id);
+        }
+        QCOMPARE(parsed(taken(ReadCard(nullptr, nullptr))), id);
+        QCOMPARE(parsed(taken(ReadCard(nullptr, "x"))), id);
+        QCOMPARE(taken(sReadIDCardSnr()), QByteArray("0000000000000001"));
+
+        QString text;
+        iReadCardBas_noPasam_qt(1, &text);
+        const QJsonObject social = parsed(text.toUtf8());
+        QCOMPARE(social.value(line("cardNumber")), QJsonValue(line("S00000001")));
+        ReadCardBasExVX(&text, -1);
+        QCOMPARE(parsed(text.toUtf8()), social);
+        QVERIFY(GetDeviceStatus_dc() && ReadSBKCardBas_DK(7, &text));
+        const QByteArray framed = "{\"lRet\":0,\"outInfo\":\"" + text.toUtf8() + "\"}";
+        QCOMPARE(parsed(parsed(framed).value(line("outInfo")).toString().toUtf8()), social);
+
+        QVERIFY(GetBankCardInfoVX(&text, 2));
+        QCOMPARE(parsed(text.toUtf8()).value(line("expiry")), QJsonValue(line("2035-12")));
+        QCOMPARE(iReadICCardSnr(), 0x42);
+        QVERIFY(bOpenIDCardUSBPort("USB1") && bgetSAMStatus() && bCloseIDCardDevie());
+        QVERIFY(!bgetSAMStatus() && bCloseIDCardDevie());
+        QVERIFY(taken(GetSAMID()).startsWith("00.00-"));
+        QVERIFY(!openIDCardSerialPort("/dev/absent"));
+
+        writeFile(besideProgram("devices.ini"), "[cards]\nreader=none\n");
+        QCOMPARE(parsed(taken(sIDCardReader())).value(line("code")), QJsonValue(line("1")));
+        QVERIFY(!GetBankCardInfoVX(&text, 2) && !ReadSBKCardBas_DK(1, &text));
+        QCOMPARE(iReadICCardSnr(), 0);
+        QCOMPARE(sReadIDCardSnr(), nullptr);
+        QCOMPARE(GetSAMID(), nullptr);
+        QVERIFY(!GetDeviceStatus_dc());
+    }
+
+    void serialOfAnIcCardIsNotNegative()
+    {
+        const QString folder = besideProgram("cards");
+        QVERIFY(QDir().mkpath(folder));
+        writeFile(folder + line("/0.json"), "{\"type\":\"iccard\",\"serial\":\"0102FFFEFDFC\"}");
+        writeFile(besideProgram("devices.ini"), "[cards]\nreader=simulated\niccard=0.json\n");
+        QCOMPARE(iReadICCardSnr(), 0x7FFEFDFC);
+        QFile::remove(folder + line("/0.json"));
+    }
+
+    void voicePrompts()
+    {
+        const QByteArray searchPath = qgetenv("PATH");
+        const QString said = m_folder->filePath(line("said"));
+        const QString program = m_folder->filePath(line("espeak-ng"));
+        qputenv("PATH", m_folder->path().toUtf8());
+        QVERIFY(!bPlayVoice(1)); // no program
+        writeFile(program,
+                  "#!/bin/sh\necho \"$@\" > " + said.toUtf8() + ".part\n" + "PATH=" + searchPath
+                      + "\nmv " + said.toUtf8() + ".part " + said.toUtf8() + "\nexec sleep 1\n");
+        QFile::setPermissions(program, QFile::ReadOwner | QFile::ExeOwner);
+        for (int absent : {0, -1, 13, INT_MAX, INT_MIN}) {
+            QVERIFY(!bPlayVoice(absent));
+        }
+        PortableLog::takeLines();
+        QVERIFY(bPlayVoice(5));
+        QVERIFY(!bPlayVoice(6)); // one at a time
+        QCOMPARE(PortableLog::lines().size(), 1);
+        QTRY_COMPARE(contentOf(said), QByteArray("-v cmn 读卡成功\n"));
+        bool isSpokenToo = false;
+        QTRY_VERIFY(isSpokenToo = isSpokenToo || bPlayVoice(6));
+        qputenv("PATH", searchPath);
+    }
+
+private:
+    QString cardPath(const char *name) const
+    {
+        return m_folder->filePath(line("cards/") + line(name));
+    }
+
+    void writeCard(const char *name, const QByteArray &content) const
+    {
+        writeFile(cardPath(name), content);
+    }
+
+    /** Longer each time: a change of neither size nor time, which is coarse, isn't seen. */
+    void writeIni(const QByteArray &cards)
+    {
+        writeFile(m_folder->filePath(line("devices.ini")),
+                  "[cards]\n" + cards + QByteArray(100 + ++m_edits * 100 - cards.size(), '\n'));
+    }
+
+    static QString besideProgram(const char *name)
+    {
+        return QCoreApplication::applicationDirPath() + QLatin1Char('/') + line(name);
+    }
+
+    std::unique_ptr<PortableLog> m_log;
+    std::unique_ptr<QTemporaryDir> m_folder;
+    std::unique_ptr<CardReaders> m_readers;
+    FakeCards *m_real = nullptr; // m_readers owns it
+    int m_edits = 0; // of devices.ini
+};
+
+QTEST_GUILESS_MAIN(TestPortableCards)
+#include "tst_portablecards.moc"

@@ -1,0 +1,316 @@
+// SPDX-License-Identifier: MIT
+// The portable library's fingerprints: what is read from a print, the comparison, the simulated
+// sensor and the exported functions.
+#include "devicelib/biometrics.h"
+#include "portable/fingerprint.h"
+#include "portable/fingersensor.h"
+#include "tests/besideprogram.h"
+#include "tests/drawnfinger.h"
+#include "tests/fakesource.h"
+
+#include <QtTest>
+
+#include <deque>
+
+using namespace portable;
+
+namespace {
+
+constexpr int sameFinger = 40; // at least
+constexpr int otherFinger = 25; // at most
+
+QString line(const char *text)
+{
+    return QString::fromUtf8(text);
+}
+
+/** What the listener of a capture has got. */
+struct Captured
+{
+    QByteArray image;
+    QByteArray feature;
+    int score = INT_MIN;
+    QString message;
+    int calls = 0;
+};
+
+void onCapture(QByteArray image, QByteArray feature, int score, const char *message, void *context)
+{
+    auto *captured = static_cast<Captured *>(context);
+    *captured = {image, feature, score, QString::fromUtf8(message), captured->calls + 1};
+}
+
+void saveGrey(const cv::Mat &grey, const QString &path)
+{
+    const uchar *pixels = grey.data;
+    QVERIFY(
+        QImage(pixels, grey.cols, grey.rows, int(grey.step), QImage::Format_Grayscale8).save(path));
+}
+
+/** \param finger  the value of the line; none when null */
+QString iniWith(const QString &folder, const char *finger)
+{
+    return QStringLiteral("[fingers]\nfolder=") + folder
+        + (finger ? QStringLiteral("\nfinger=") + line(finger) : QString()) + QLatin1Char('\n');
+}
+
+} // namespace
+
+class TestPortableFingers : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void initTestCase()
+    {
+        for (const unsigned number : {4U, 6U}) {
+            m_fingers.push_back(drawFinger(number));
+        }
+    }
+
+    void init()
+    {
+        m_log = std::make_unique<PortableLog>();
+        m_folder = std::make_unique<QTemporaryDir>();
+        m_ini = std::make_unique<DevicesIni>();
+    }
+
+    void cleanup()
+    {
+        m_ini.reset();
+        m_log.reset();
+    }
+
+    void sameAndOtherFingers_data()
+    {
+        QTest::addColumn<double>("turn");
+        QTest::addColumn<double>("shift");
+        QTest::addColumn<double>("noise");
+        QTest::addColumn<double>("pressure");
+        QTest::newRow("as it was") << 0. << 0. << 0. << 0.;
+        QTest::newRow("turned, dry") << 25. << 10. << 6. << -0.6;
+        QTest::newRow("shifted, wet") << -8. << 30. << 6. << 0.6;
+        QTest::newRow("noisy") << -20. << -15. << 24. << 0.;
+    }
+
+    void sameAndOtherFingers()
+    {
+        QFETCH(double, turn);
+        QFETCH(double, shift);
+        QFETCH(double, noise);
+        QFETCH(double, pressure);
+        const Impression impression{turn, {float(shift), float(-shift)}, noise, pressure};
+        std::vector<Fingerprint> stored;
+        for (const cv::Mat &finger : m_fingers) {
+            stored.push_back(readFingerprint(pressFinger(finger, {0, {}, 4, 0}, 9)));
+        }
+        for (size_t i = 0; i < m_fingers.size(); ++i) {
+            const Fingerprint print = readFingerprint(pressFinger(m_fingers[i], impression, 5));
+            QVERIFY(print.quality >= 80);
+            for (size_t k = 0; k < stored.size(); ++k) {
+                const int score = fingerScore(print.minutiae, stored[k].minutiae);
+                QVERIFY2(i == k ? score >= sameFinger : score <= otherFinger,
+                         qPrintable(QStringLiteral("%1 of %2 and %3").arg(score).arg(i).arg(k)));
+            }
+        }
+    }
+
+    void qualityFallsWithThePicture()
+    {
+        const auto qualityOf = [this](const Impression &impression) {
+            return readFingerprint(pressFinger(m_fingers[0], impression)).quality;
+        };
+        const int clear = qualityOf({});
+        const int blurred = qualityOf({0, {}, 150, 0});
+        const int corner = qualityOf({0, {120, 180}, 0, 0});
+        QVERIFY2(clear > 90 && blurred < 75 && corner < 75,
+                 qPrintable(QStringLiteral("%1 %2 %3").arg(clear).arg(blurred).arg(corner)));
+    }
+
+    void picturesWithoutFinger()
+    {
+        cv::Mat noise(400, 300, CV_8U);
+        cv::randu(noise, 0, 256);
+        cv::Mat stripes(400, 300, CV_8U);
+        for (int y = 0; y < stripes.rows; ++y) {
+            stripes.row(y).setTo(y / 5 % 2 == 0 ? 40 : 220);
+        }
+        for (const cv::Mat &picture :
+             {noise, stripes, cv::Mat(400, 300, CV_8U, cv::Scalar(255)),
+              cv::Mat(3, 5, CV_8U, cv::Scalar(0)), cv::Mat(40, 3000, CV_8U, cv::Scalar(90))}) {
+            const Fingerprint print = readFingerprint(picture);
+            QCOMPARE(print.quality, 0);
+            QVERIFY(print.minutiae.empty());
+        }
+        QCOMPARE(fingerScore({}, {}), 0);
+    }
+
+    void featuresSurviveTheirText()
+    {
+        Minutiae minutiae;
+        for (int i = 0; i < 5; ++i) {
+            minutiae.push_back({{float(100 * i), float(7 * i)}, float(i) * 1.2F, i % 2 == 1});
+        }
+        const QByteArray text = fingerFeature(minutiae);
+        QVERIFY(!text.contains('\0'));
+        const QByteArray two = text + fingerFeature({});
+        const char *at = two.constData();
+        Minutiae read;
+        QVERIFY(readFingerFeature(&at, &read));
+        QCOMPARE(read.size(), minutiae.size());
+        for (size_t i = 0; i < read.size(); ++i) {
+            QCOMPARE(read[i].place, minutiae[i].place);
+            QVERIFY(std::abs(read[i].direction - minutiae[i].direction) < 0.01F);
+            QCOMPARE(read[i].isFork, minutiae[i].isFork);
+        }
+        QVERIFY(readFingerFeature(&at, &read) && read.empty());
+        QVERIFY(!readFingerFeature(&at, &read));
+        QCOMPARE(*at, '\0');
+    }
+
+    void brokenFeatures()
+    {
+        const QByteArray good = fingerFeature({{{10, 20}, 1, false}, {{30, 40}, 2, true}});
+        QCOMPARE(lFingerMatch(0, good.constData(), 1, good.constData()), 0); // too few to compare
+        QList<QByteArray> broken{"",
+                                 "FIN1",
+                                 "FIN1//",
+                                 "FAC1AAAA",
+                                 QByteArray(1000, 'A'),
+                                 QByteArray("FIN1") + QByteArray(5000, '/'),
+                                 QByteArray::fromHex("aabbccddeeff")};
+        for (int length = 0; length < good.size(); ++length) {
+            broken << good.left(length); // a copy that ends there, which the sanitizer watches
+            QByteArray changed = good;
+            changed[length] = changed[length] == 'B' ? 'C' : 'B';
+            broken << changed;
+        }
+        m_log->takeLines();
+        for (const QByteArray &feature : qAsConst(broken)) {
+            QCOMPARE(lFingerMatch(0, feature.constData(), 1, good.constData()), -1);
+            QCOMPARE(lFingerMatch(0, good.constData(), 9, feature.constData()), -2);
+            QCOMPARE(m_log->takeLines(),
+                     (QStringList{
+                         line("lFingerMatch failed: the feature is none of this library"),
+                         line("lFingerMatch failed: there is no stored feature of this library")}));
+        }
+        QCOMPARE(lFingerMatch(0, good.constData(), 0, good.constData()), -2);
+        QCOMPARE(lFingerMatch(0, good.constData(), INT_MIN, good.constData()), -2);
+        QCOMPARE(lFingerMatch(0, nullptr, 1, nullptr), -1);
+    }
+
+    void capturesAndCompares()
+    {
+        const QString samples = line(SOURCE_DIR "/portable/fingers");
+        const Captured first = capture(iniWith(samples, nullptr), 5000);
+        QVERIFY2(first.score >= 80, qPrintable(first.message));
+        QCOMPARE(first.message, line("采集成功"));
+        QImage image;
+        QVERIFY(image.loadFromData(QByteArray::fromBase64(first.image), "PNG"));
+        QCOMPARE(image.size(), QSize(300, 380));
+
+        // The first by name is finger1-again; the others are told by name.
+        const auto featureOf = [&](const char *file) {
+            return QByteArray::fromHex(capture(iniWith(samples, file), 0).feature);
+        };
+        const QByteArray again = QByteArray::fromHex(first.feature);
+        const QByteArray same = featureOf("finger1.png");
+        const QByteArray other = featureOf("finger2.png");
+        QVERIFY(lFingerMatch(0, again.constData(), 1, same.constData()) >= sameFinger);
+        QVERIFY(lFingerMatch(0, again.constData(), 1, other.constData()) <= otherFinger);
+
+        // The best of several; no more than `count` of them, and no more than there are.
+        const QByteArray both = other + same;
+        const int best = lFingerMatch(0, again.constData(), 2, both.constData());
+        QCOMPARE(best, lFingerMatch(0, again.constData(), 1, same.constData()));
+        QCOMPARE(lFingerMatch(1, again.constData(), INT_MAX, both.constData()), best);
+        QVERIFY(lFingerMatch(0, again.constData(), 1, both.constData()) <= otherFinger);
+        const QByteArray andGarbage = same + "FIN1garbage";
+        QCOMPARE(lFingerMatch(0, again.constData(), 2, andGarbage.constData()), best);
+    }
+
+    void captureWithoutFinger_data()
+    {
+        QTest::addColumn<QString>("finger");
+        QTest::addColumn<int>("score");
+        QTest::addColumn<QString>("message");
+        QTest::addColumn<QString>("log");
+        const auto row = [](const char *title, const char *finger, int score, const char *message,
+                            const char *log) {
+            QTest::newRow(title) << line(finger) << score << line(message) << line(log);
+        };
+        // clang-format off
+        row("nobody there",  "none",       -1, "未检测到手指",     "no finger: devices.ini says \"none\"");
+        row("no such file",  "absent.png", -1, "未检测到手指",     "no finger: FOLDER/absent.png is not there");
+        row("no picture",    "text.png",   -2, "指纹图像无法识别", "no finger: FOLDER/text.png: it is no image that can be read: Unsupported image format");
+        row("no finger",     "white.png",  -2, "指纹图像无法识别", "FOLDER/white.png shows no finger");
+        // clang-format on
+    }
+
+    void captureWithoutFinger()
+    {
+        QFETCH(QString, finger);
+        QFile text(m_folder->filePath(line("text.png")));
+        QVERIFY(text.open(QIODevice::WriteOnly) && text.write("no picture") > 0);
+        text.close();
+        saveGrey(cv::Mat(300, 300, CV_8U, cv::Scalar(255)), m_folder->filePath(line("white.png")));
+        const Captured captured =
+            capture(iniWith(m_folder->path(), finger.toUtf8().constData()), 50);
+        QTEST(captured.score, "score");
+        QTEST(captured.message, "message");
+        QVERIFY(captured.image.isEmpty() && captured.feature.isEmpty());
+        QFETCH(QString, log);
+        log.replace(line("FOLDER"), m_folder->path());
+        QCOMPARE(m_log->takeLines(), QStringList{line("fingerprint sensor: ") + log});
+    }
+
+    void fingerComesWhileItWaits()
+    {
+        QVERIFY(DevicesIni::write(iniWith(m_folder->path(), nullptr)));
+        Captured waiting;
+        fingerCaptureRawData(60000, onCapture, &waiting);
+        Captured refused;
+        fingerCaptureRawData(60000, onCapture, &refused);
+        QTRY_COMPARE(refused.calls, 1);
+        QCOMPARE(refused.score, -3);
+        QCOMPARE(refused.message, line("指纹仪正在采集"));
+        QCOMPARE(waiting.calls, 0);
+        // Put there in one go: half a picture would be waited for, too, but not judged.
+        saveGrey(pressFinger(m_fingers[0]), m_folder->filePath(line("finger.png")));
+        QTRY_COMPARE_WITH_TIMEOUT(waiting.calls, 1, 20000);
+        QVERIFY2(waiting.score > 80, qPrintable(waiting.message));
+        QTest::qWait(20);
+        QCOMPARE(waiting.calls, 1);
+    }
+
+    // Last: what waits when the program ends is ended, without its listener.
+    void captureUnderWayAtTheEnd()
+    {
+        static Captured never;
+        QVERIFY(DevicesIni::write(iniWith(m_folder->path(), "none")));
+        fingerCaptureRawData(60000, onCapture, &never);
+    }
+
+private:
+    /** Captures with this devices.ini. */
+    Captured capture(const QString &ini, int timeoutMs)
+    {
+        m_captured.emplace_back(); // outlives a wait that fails
+        Captured &captured = m_captured.back();
+        const bool done = DevicesIni::write(ini);
+        fingerCaptureRawData(timeoutMs, onCapture, &captured);
+        if (!done || !QTest::qWaitFor([&captured] { return captured.calls > 0; }, 30000)) {
+            QTest::qFail("no answer", __FILE__, __LINE__);
+        }
+        return captured;
+    }
+
+    std::deque<Captured> m_captured;
+    std::vector<cv::Mat> m_fingers;
+    std::unique_ptr<PortableLog> m_log;
+    std::unique_ptr<QTemporaryDir> m_folder;
+    std::unique_ptr<DevicesIni> m_ini;
+};
+
+QTEST_MAIN(TestPortableFingers)
+#include "tst_portablefingers.moc"

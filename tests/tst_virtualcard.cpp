@@ -1,0 +1,211 @@
+// SPDX-License-Identifier: MIT
+// Cards through the real PC/SC service: its virtual reader (Debian's vsmartcard-vpcd), whose card
+// is a TCP client. Skipped where pcscd and that reader aren't installed or can't be started.
+#include "portable/cardreaders.h"
+#include "tests/fakesource.h"
+#include "tests/scriptedcard.h"
+
+#include <QTcpServer>
+#include <QTcpSocket>
+#include <QtTest>
+#include <unistd.h>
+
+#include <atomic>
+#include <thread>
+
+using namespace portable;
+
+namespace {
+
+constexpr quint16 readerPort = 35963;
+
+/** A card on the virtual reader as long as it lives; answers on a thread of its own. */
+class VirtualCard
+{
+public:
+    /** \param atr  what it says when it gets power, in hexadecimal digits */
+    VirtualCard(CardScript script, const QByteArray &atr)
+        : m_script(std::move(script))
+        , m_atr(QByteArray::fromHex(atr))
+        , m_thread([this] { run(); })
+    {
+    }
+    ~VirtualCard()
+    {
+        m_isPulled = true;
+        m_thread.join();
+    }
+
+private:
+    // Messages both ways: the length in two bytes, then data. One byte from the reader is no
+    // command: 0 power off, 1 power on, 2 reset, 4 the ATR is wanted.
+    void run()
+    {
+        QTcpSocket socket;
+        socket.connectToHost(QStringLiteral("127.0.0.1"), readerPort);
+        socket.waitForConnected(1000);
+        while (!m_isPulled) {
+            if (socket.bytesAvailable() < 2 && !socket.waitForReadyRead(20)) {
+                continue;
+            }
+            const QByteArray message = read(socket, length(read(socket, 2)));
+            if (message == "\x04") {
+                write(socket, m_atr);
+            } else if (message.size() > 1) {
+                write(socket, m_script.answer(message));
+            }
+        }
+    }
+
+    static int length(const QByteArray &bytes) { return quint8(bytes[0]) << 8 | quint8(bytes[1]); }
+
+    QByteArray read(QTcpSocket &socket, int size)
+    {
+        while (socket.bytesAvailable() < size && !m_isPulled) {
+            socket.waitForReadyRead(20);
+        }
+        return socket.read(size).leftJustified(size, '\0');
+    }
+
+    static void write(QTcpSocket &socket, const QByteArray &data)
+    {
+        socket.write(QByteArray(1, char(data.size() >> 8)) + char(data.size()) + data);
+        socket.flush();
+    }
+
+    const CardScript m_script;
+    const QByteArray m_atr;
+    std::atomic<bool> m_isPulled{false};
+    std::thread m_thread;
+};
+
+} // namespace
+
+class TestVirtualCard : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void initTestCase()
+    {
+        m_folder = std::make_unique<QTemporaryDir>();
+        QFile ini(m_folder->filePath(QStringLiteral("devices.ini")));
+        QVERIFY(ini.open(QIODevice::WriteOnly));
+        ini.write("[cards]\nreader=pcsc\n");
+        ini.close();
+        m_readers = std::make_unique<CardReaders>(m_folder->path(), std::make_unique<PcscCards>());
+
+        QString reason;
+        if (!PcscCards().hasReader(&reason)) {
+            withoutReader();
+            startService();
+        } else if (QTcpServer().listen(QHostAddress::Any, readerPort)) {
+            QSKIP("pcscd runs without the virtual reader (vsmartcard-vpcd)");
+        }
+    }
+
+    void init()
+    {
+        m_log = std::make_unique<PortableLog>();
+        QTRY_COMPARE(m_readers->read(CardKind::Bank).status, CardStatus::NoCard);
+    }
+
+    void cleanup() { m_log.reset(); }
+
+    void cleanupTestCase()
+    {
+        m_service.terminate();
+        m_service.waitForFinished(5000);
+        if (m_service.processId() != 0) {
+            m_service.kill();
+            m_service.waitForFinished();
+        }
+    }
+
+    void bankCards()
+    {
+        {
+            const VirtualCard card(contactBankCard(), "3B800181");
+            QCOMPARE(number(CardKind::Bank), QStringLiteral("0000001234567897"));
+            QCOMPARE(m_readers->readSerial(CardKind::Ic).toHex(), QByteArray("04a1b2c3d4e580"));
+            QVERIFY(m_readers->isConnected() && m_readers->openUsb());
+            QCOMPARE(m_readers->read(CardKind::SocialSecurity).status, CardStatus::Unreadable);
+        }
+        const VirtualCard card(contactlessBankCard(), "3B80800101");
+        QCOMPARE(number(CardKind::Bank), QStringLiteral("0000001234567890123"));
+        QCOMPARE(m_readers->readSerial(CardKind::Identity).toHex(), QByteArray("0011223344"));
+    }
+
+    void socialSecurityCards()
+    {
+        const VirtualCard card(socialSecurityCard(), "3B800181");
+        QCOMPARE(number(CardKind::SocialSecurity), QStringLiteral("000000199512310016"));
+    }
+
+    /** Pulled out in the middle of a read, which takes about 400 ms here. */
+    void cardIsPulled()
+    {
+        for (int wait = 0; wait < 400; wait += 100) {
+            auto card = std::make_unique<VirtualCard>(contactBankCard(), "3B800181");
+            QTRY_VERIFY(m_readers->read(CardKind::Bank).isRead());
+            std::thread hand([&] {
+                std::this_thread::sleep_for(std::chrono::milliseconds(wait));
+                card.reset();
+            });
+            m_readers->read(CardKind::Bank); // whatever it gives, it comes back
+            hand.join();
+            QTRY_COMPARE(m_readers->read(CardKind::Bank).status, CardStatus::NoCard);
+        }
+    }
+
+private:
+    /** The number on the card; the reader needs a moment to see it. */
+    QString number(CardKind kind)
+    {
+        const auto read = [&] {
+            return m_readers->read(kind).fields.value(QLatin1String("number")).toString();
+        };
+        QString result = read();
+        for (int tries = 0; tries < 100 && result.isEmpty(); ++tries) {
+            QTest::qWait(50);
+            result = read();
+        }
+        return result;
+    }
+
+    void startService()
+    {
+        const QString service = QStringLiteral("/usr/sbin/pcscd");
+        if (!QFile::exists(service) || !QFile::exists(QStringLiteral("/etc/reader.conf.d/vpcd"))) {
+            QSKIP("pcscd and vsmartcard-vpcd aren't installed");
+        }
+        if (::geteuid() != 0) {
+            QSKIP("pcscd isn't running, and only root can start it");
+        }
+        QVERIFY(QDir().mkpath(QStringLiteral("/run/pcscd")));
+        m_service.start(service, {QStringLiteral("--foreground")});
+        QString reason;
+        if (!QTest::qWaitFor([&] { return PcscCards().hasReader(&reason); }, 5000)) {
+            QSKIP(qPrintable(QStringLiteral("pcscd doesn't run here: ") + reason));
+        }
+    }
+
+    /** Without the service a read fails at once, and says why. */
+    void withoutReader()
+    {
+        const PortableLog log;
+        QElapsedTimer timer;
+        timer.start();
+        QCOMPARE(m_readers->read(CardKind::Bank).status, CardStatus::NoReader);
+        QVERIFY(timer.elapsed() < 2000);
+        QCOMPARE(log.takeLines().size(), 1);
+    }
+
+    std::unique_ptr<PortableLog> m_log;
+    std::unique_ptr<QTemporaryDir> m_folder;
+    std::unique_ptr<CardReaders> m_readers;
+    QProcess m_service;
+};
+
+QTEST_GUILESS_MAIN(TestVirtualCard)
+#include "tst_virtualcard.moc"
