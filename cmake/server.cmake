@@ -15,10 +15,14 @@ add_library(server_core STATIC
     camera/stoprecthread.cpp
     companion/configini.cpp
     companion/webbrowser.cpp
+    device/statuscommands.cpp
+    device/upload.cpp
+    device/uploadcommands.cpp
     dispatch/arguments.cpp
     dispatch/base64.cpp
     dispatch/base64commands.cpp
     dispatch/messagerun.cpp
+    files/filecommands.cpp
     identity/cardcommands.cpp
     identity/facecommands.cpp
     identity/facematchthread.cpp

@@ -452,13 +452,38 @@ char *sGetBarCodeOnline();
  *
  * Sends an image file to a web server, and returns when that has answered or the library gave up.
  * The arguments and the transfer are the library's choice. Texts out are the server's answer.
+ *
+ * The portable library: a form (multipart/form-data) by POST, see docs/upload.md. A status other
+ * than 2xx is a failure. Extra fields are "key=value&key=value", percent-encoded.
  */
 ///@{
-char *sUpLoadImage(const char *p1, const char *p2, const char *p3, bool flag, const char *p4);
-char *sUpLoadImageEx2(const char *p1, const char *p2, long p3, const char *p4);
-bool bUpLoadImage(const char *p1, const char *p2, long p3, const char *p4);
 
-/** \param answer  the server's answer, where there was one also on failure */
+/**
+ * The portable library:
+ * \param p1    address of http or https
+ * \param p2    path of the file
+ * \param p3    name of the form field for the file; empty: "file"
+ * \param flag  removes the file once the server has accepted it
+ * \param p4    extra fields
+ */
+char *sUpLoadImage(const char *p1, const char *p2, const char *p3, bool flag, const char *p4);
+
+/**
+ * The portable library:
+ * \param p1  host, or address of http or https
+ * \param p2  page on the server: path, and query if need be; it goes behind the path of p1
+ * \param p3  port; 0: that of p1, or the usual one
+ * \param p4  path of the file
+ */
+char *sUpLoadImageEx2(const char *p1, const char *p2, long p3, const char *p4);
+bool bUpLoadImage(const char *p1, const char *p2, long p3, const char *p4); ///< As sUpLoadImageEx2.
+
+/**
+ * The portable library: p1 to p4 as for sUpLoadImageEx2.
+ * \param p6      extra fields
+ * \param p7      name of the form field for the file; empty: "file"
+ * \param answer  the server's answer, where there was one also on failure
+ */
 bool sUpLoadImageEx5(const char *p1, const char *p2, long p3, const char *p4, const char *p6,
                      const char *p7, QString *answer);
 ///@}
@@ -468,8 +493,18 @@ bool sUpLoadImageEx5(const char *p1, const char *p2, long p3, const char *p4, co
 
 /** The USB devices present, each with an identifier like "usb#vid_2b19&pid_0200", in lower case. */
 char *sGetDevicesId();
-char *sEnumUSBDevice(); ///< The USB devices present; the form is the library's choice.
-char *sGetSerialNum(); ///< Serial number of the document camera.
+
+/**
+ * The USB devices present; the form is the library's choice. The portable library: as
+ * sGetDevicesId, with a blank and the device's name behind each that has one.
+ */
+char *sEnumUSBDevice();
+
+/**
+ * Serial number of the document camera. The portable library: what the camera of the main preview
+ * says of itself by USB, or camera 1 while there is none; many cameras say nothing.
+ */
+char *sGetSerialNum();
 
 /** Fills in the version of the library: at most `capacity` bytes with the NUL at the end. */
 void doccameraVeriosn(char *buffer, int capacity);
@@ -479,22 +514,35 @@ void doccameraVeriosn(char *buffer, int capacity);
  * \name Files
  *
  * Whether a target that exists is replaced, and which programs open and display, is the library's
- * choice.
+ * choice. Files are regular files: directories and devices are left alone. Where a file is deleted
+ * or moved, a link is not followed: the link itself goes.
+ *
+ * The portable library: nothing that exists is replaced, and directories for a target are not made;
+ * the desktop's own programs open and display, by way of xdg-open.
  */
 ///@{
-bool bDeleteFile(const char *path); ///< Into the recycle bin, if the library has one.
+bool bDeleteFile(const char *path); ///< Into the recycle bin if there is one, else for ever.
 bool bDeleteFileForever(const char *path); ///< Past any recycle bin.
 bool bCopyFile(const char *from, const char *to);
-bool bMoveFile(const char *from, const char *to);
+bool bMoveFile(const char *from, const char *to); ///< Also to another file system.
+
+/** The portable library: as bMoveFile, but a name without "/" means the same directory. */
 bool bReNameFile(const char *from, const char *to);
+
 bool bFileIsExist(const char *path); ///< True for a file, not for a directory.
 bool bDirIsExist(const char *path); ///< True for a directory, not for a file.
-bool bCreateDir(const char *path); ///< True also when it exists already.
-bool OpenFile(const char *path); ///< Opens a file on the screen.
-bool bDispPath(const char *path); ///< Shows a directory on the screen.
-bool IsExeExist(); ///< Whether the program that the library looks for is there.
+bool bCreateDir(const char *path); ///< With its parents. True also when it exists already.
+bool OpenFile(const char *path); ///< Opens a file on the screen: true once that was asked for.
+bool bDispPath(const char *path); ///< Shows a directory on the screen, likewise.
 
-/** Names of the files of a format in a directory; formats are named by the library's choice. */
+/** Whether the program that the library looks for is there. The portable library: xdg-open. */
+bool IsExeExist();
+
+/**
+ * Names of the files of a format in a directory; formats are named by the library's choice. The
+ * portable library: an extension ("jpg") or a pattern ("*.jp*g"), in any case, several joined with
+ * ";"; empty or "*.*" for all. The names come without the directory, sorted; hidden files don't.
+ */
 const char *sGetAllFormatFiles(const char *directory, const char *format);
 ///@}
 

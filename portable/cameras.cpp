@@ -133,6 +133,12 @@ std::vector<cv::Size> Cameras::sizes(int camera) const
     return source ? source->sizes() : std::vector<cv::Size>();
 }
 
+QString Cameras::devicePath(int camera) const
+{
+    const auto source = this->source(camera);
+    return source ? source->devicePath() : QString();
+}
+
 cv::Size Cameras::size(int camera) const
 {
     for (const Slot &open : {get(m_main), get(m_fourth)}) {

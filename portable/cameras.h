@@ -56,6 +56,9 @@ public:
     /** What a camera offers, open or not: the largest first, empty when it isn't there. */
     std::vector<cv::Size> sizes(int camera) const;
 
+    /** The node of a camera, open or not; empty when it isn't there or no hardware. */
+    QString devicePath(int camera) const;
+
     /** The size in use, or that a start would ask for; empty for a camera that isn't there. */
     cv::Size size(int camera) const;
 

@@ -27,6 +27,9 @@ public:
     /** What the log calls it: a device with its name, a path, "desk scene". */
     virtual QString name() const = 0;
 
+    /** Of hardware: its node, "/dev/video0", open or not; empty when it isn't there. */
+    virtual QString devicePath() const { return {}; }
+
     /**
      * Makes ready to read. A closed source may be opened again; what is not there now may have come
      * by then. A failed open leaves it closed.

@@ -15,6 +15,7 @@ public:
     PairSource(std::unique_ptr<FrameSource> left, std::unique_ptr<FrameSource> right);
 
     QString name() const override;
+    QString devicePath() const override { return m_left->devicePath(); }
     bool open(const cv::Size &wanted, QString *error) override;
     void close() override;
     bool read(cv::Mat &frame, QString *error) override;

@@ -44,6 +44,11 @@ QString V4l2Source::name() const
     return m_device.path.isEmpty() ? m_text : m_device.label();
 }
 
+QString V4l2Source::devicePath() const
+{
+    return find(m_lister()).path;
+}
+
 /** The camera opened before, though its node may be another now; else the one that is meant. */
 V4l2Device V4l2Source::find(const V4l2Devices &devices) const
 {

@@ -20,6 +20,7 @@ public:
     explicit V4l2Source(const QString &text, V4l2Lister lister = listV4l2Devices);
 
     QString name() const override;
+    QString devicePath() const override;
     bool open(const cv::Size &wanted, QString *error) override;
     void close() override;
     bool read(cv::Mat &frame, QString *error) override;

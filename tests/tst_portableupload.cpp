@@ -1,0 +1,514 @@
+// SPDX-License-Identifier: MIT
+// The portable library's uploads, against a web server in this process.
+#include "devicelib/doccamera.h"
+#include "portable/uploader.h"
+#include "tests/fakesource.h"
+
+#include <QSslSocket>
+#include <QTcpServer>
+#include <QtTest>
+
+#include <atomic>
+#include <cstdlib>
+#include <future>
+#include <map>
+
+using namespace portable;
+using namespace std::chrono_literals;
+
+namespace {
+
+QString line(const char *text)
+{
+    return QString::fromUtf8(text);
+}
+
+/** A text for the device interface. */
+struct Utf8
+{
+    explicit Utf8(const QString &text)
+        : bytes(text.toUtf8())
+    {
+    }
+    operator const char *() const { return bytes.constData(); }
+    const QByteArray bytes;
+};
+
+QByteArray httpAnswer(const QByteArray &status, const QByteArray &body,
+                      const QByteArray &headers = {})
+{
+    return "HTTP/1.1 " + status + "\r\nContent-Length: " + QByteArray::number(body.size())
+        + "\r\nConnection: close\r\n" + headers + "\r\n" + body;
+}
+
+struct Request
+{
+    QByteArray head; ///< First line and headers.
+    QByteArray body;
+
+    bool isWhole() const
+    {
+        static const QRegularExpression length(QStringLiteral("\r\nContent-Length: (\\d+)\r\n"));
+        const auto match = length.match(QString::fromLatin1(head));
+        return match.hasMatch() && body.size() == match.captured(1).toInt();
+    }
+    QByteArray path() const { return head.split(' ').value(1); }
+};
+
+/** Takes requests and gives each path the answer that a test has put there; else none at all. */
+class WebServer : public QTcpServer
+{
+public:
+    WebServer() { listen(QHostAddress::LocalHost); }
+
+    std::map<QByteArray, QByteArray> answers;
+    std::vector<Request> requests; ///< The whole ones.
+
+    QString address(const char *path) const
+    {
+        return QStringLiteral("http://127.0.0.1:%1%2").arg(serverPort()).arg(line(path));
+    }
+
+protected:
+    void incomingConnection(qintptr handle) override
+    {
+        auto *socket = newSocket();
+        socket->setParent(this);
+        socket->setSocketDescriptor(handle);
+        auto received = std::make_shared<QByteArray>();
+        connect(socket, &QTcpSocket::readyRead, this, [=] {
+            *received += socket->readAll();
+            const int end = received->indexOf("\r\n\r\n");
+            const Request request{received->left(end + 2), received->mid(end + 4)};
+            if (end >= 0 && request.isWhole()) {
+                requests.push_back(request);
+                answer(socket, request.path());
+            }
+        });
+        start(socket);
+    }
+
+    virtual QTcpSocket *newSocket() { return new QTcpSocket; }
+    virtual void start(QTcpSocket *) { }
+
+private:
+    void answer(QTcpSocket *socket, const QByteArray &path)
+    {
+        const auto found = answers.find(path);
+        if (found != answers.end()) {
+            socket->write(found->second);
+            socket->disconnectFromHost();
+        }
+    }
+};
+
+/** The same by TLS, with a certificate that nobody vouches for. */
+class TlsServer : public WebServer
+{
+public:
+    explicit TlsServer(const QString &pem)
+        : m_pem(pem)
+    {
+    }
+
+protected:
+    QTcpSocket *newSocket() override
+    {
+        auto *socket = new QSslSocket;
+        socket->setLocalCertificate(m_pem);
+        socket->setPrivateKey(m_pem);
+        return socket;
+    }
+    void start(QTcpSocket *socket) override
+    {
+        static_cast<QSslSocket *>(socket)->startServerEncryption();
+    }
+
+private:
+    const QString m_pem;
+};
+
+/** Runs it on a thread, while this one serves. */
+template <class Call> auto served(Call call)
+{
+    auto result = std::async(std::launch::async, call);
+    while (result.wait_for(0s) != std::future_status::ready) {
+        QTest::qWait(1);
+    }
+    return result.get();
+}
+
+/** A text of the library: its content, or null. */
+QString taken(char *text)
+{
+    const QString result = QString::fromUtf8(text);
+    std::free(text);
+    return result;
+}
+
+} // namespace
+
+Q_DECLARE_METATYPE(portable::UploadLimits)
+
+class TestPortableUpload : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void initTestCase()
+    {
+        for (const char *name :
+             {"http_proxy", "https_proxy", "all_proxy", "HTTPS_PROXY", "ALL_PROXY"}) {
+            qunsetenv(name);
+        }
+    }
+
+    void init()
+    {
+        m_log = std::make_unique<PortableLog>();
+        m_folder = std::make_unique<QTemporaryDir>();
+        m_server = std::make_unique<WebServer>();
+        m_server->answers["/up"] = httpAnswer("200 OK", "收到");
+        m_server->answers["/broken"] = httpAnswer("500 Internal Server Error", "数据库");
+        m_file = m_folder->path() + line("/身份证 正面.jpg");
+        m_content.resize(300'000);
+        for (int i = 0; i < m_content.size(); ++i) {
+            m_content[i] = char(i * 7 + i / 256);
+        }
+        QFile file(m_file);
+        QVERIFY(file.open(QIODevice::WriteOnly));
+        QCOMPARE(file.write(m_content), m_content.size());
+    }
+
+    void cleanup() { m_log.reset(); }
+
+    void sendsAFormWithTheFile()
+    {
+        const Utf8 address(m_server->address("/up"));
+        const QString answer = served([&] {
+            return taken(sUpLoadImage(address, Utf8(m_file), "image", false,
+                                      "no=12%263&name=%E5%BC%A0+三&=x&empty="));
+        });
+        QCOMPARE(answer, line("收到"));
+        QCOMPARE(m_server->requests.size(), size_t(1));
+        const Request &request = m_server->requests.front();
+        QVERIFY(request.head.startsWith("POST /up HTTP/1.1\r\n"));
+        QCOMPARE(
+            parts(request),
+            (std::vector<QByteArray>{
+                "Content-Disposition: form-data; name=\"no\"\r\n\r\n12&3",
+                "Content-Disposition: form-data; name=\"name\"\r\n\r\n张+三",
+                "Content-Disposition: form-data; name=\"empty\"\r\n\r\n",
+                "Content-Disposition: form-data; name=\"image\"; filename=\"身份证 正面.jpg\"\r\n"
+                "Content-Type: image/jpeg\r\n\r\n"
+                    + m_content}));
+        QVERIFY(QFile::exists(m_file));
+        QCOMPARE(PortableLog::takeLines(), QStringList());
+    }
+
+    void functionsWithHostPageAndPort()
+    {
+        const Utf8 file(m_file);
+        const long port = m_server->serverPort();
+        m_server->answers["/app/up.do?branch=7"] = httpAnswer("200 OK", "ok");
+        QCOMPARE(served([&] {
+                     return taken(sUpLoadImageEx2("127.0.0.1", "app/up.do?branch=7", port, file));
+                 }),
+                 line("ok"));
+        QVERIFY(served([&] { return bUpLoadImage("http://127.0.0.1/", "/up", port, file); }));
+        QString answer;
+        QVERIFY(served(
+            [&] { return sUpLoadImageEx5("127.0.0.1", "up", port, file, "a=1", "pic", &answer); }));
+        QCOMPARE(answer, line("收到"));
+        const auto last = parts(m_server->requests.back());
+        QCOMPARE(last.size(), size_t(2));
+        QCOMPARE(last[0], QByteArray("Content-Disposition: form-data; name=\"a\"\r\n\r\n1"));
+        QVERIFY(last[1].startsWith("Content-Disposition: form-data; name=\"pic\"; "));
+        QVERIFY(parts(m_server->requests[1])[0].startsWith(
+            "Content-Disposition: form-data; name=\"file\"; "));
+    }
+
+    void refusedByTheServer()
+    {
+        const Utf8 file(m_file);
+        const long port = m_server->serverPort();
+        const Utf8 address(m_server->address("/broken?token=secret"));
+        m_server->answers["/broken?token=secret"] = m_server->answers["/broken"];
+        QVERIFY(served([&] { return taken(sUpLoadImage(address, file, "", true, "")); }).isNull());
+        QVERIFY(QFile::exists(m_file));
+        QCOMPARE(PortableLog::takeLines(),
+                 QStringList{line("sUpLoadImage: \"%1\" to \"http://127.0.0.1:%2/broken\": the "
+                                  "server answered with HTTP status 500")
+                                 .arg(m_file)
+                                 .arg(port)});
+        QVERIFY(served([&] {
+                    return taken(sUpLoadImageEx2("127.0.0.1", "broken", port, file));
+                }).isNull());
+        QVERIFY(!served([&] { return bUpLoadImage("127.0.0.1", "broken", port, file); }));
+        QString answer;
+        QVERIFY(!served(
+            [&] { return sUpLoadImageEx5("127.0.0.1", "broken", port, file, "", "", &answer); }));
+        QCOMPARE(answer, line("数据库"));
+        QCOMPARE(PortableLog::takeLines().size(), 3);
+    }
+
+    void withoutAnAnswer_data()
+    {
+        QTest::addColumn<QString>("path");
+        QTest::addColumn<UploadLimits>("limits");
+        QTest::addColumn<QString>("reason");
+        UploadLimits soonOver;
+        soonOver.whole = 200ms;
+        UploadLimits stalled;
+        stalled.stall = 1s;
+        UploadLimits shortAnswer;
+        shortAnswer.answerBytes = 5;
+        // clang-format off
+        QTest::newRow("slow server")     << line("/silent") << soonOver       << line("timed out");
+        QTest::newRow("stalled server")  << line("/half")   << stalled        << line("too slow");
+        QTest::newRow("half an answer")  << line("/cut")    << UploadLimits() << line("closed");
+        QTest::newRow("no web server")   << line("/noise")  << UploadLimits() << line("HTTP/0.9");
+        QTest::newRow("endless answer")  << line("/up")     << shortAnswer    << line("longer than 5 bytes");
+        // clang-format on
+    }
+
+    void withoutAnAnswer()
+    {
+        QFETCH(QString, path);
+        QFETCH(UploadLimits, limits);
+        QFETCH(QString, reason);
+        m_server->answers["/cut"] = httpAnswer("200 OK", "0123456789").chopped(5);
+        m_server->answers["/noise"] = "SSH-2.0-OpenSSH_9.2\r\n";
+        UploadRequest request = requestTo(path);
+        request.removeFile = true;
+        const UploadResult result = served([&] { return upload(request, limits); });
+        QVERIFY(!result.accepted);
+        QCOMPARE(result.answer, QString());
+        QVERIFY2(result.error.contains(reason), qPrintable(result.error));
+        QVERIFY(QFile::exists(m_file));
+    }
+
+    void refusedConnection()
+    {
+        const Utf8 address(m_server->address("/up"));
+        m_server->close();
+        QVERIFY(taken(sUpLoadImage(address, Utf8(m_file), "", true, "")).isNull());
+        QVERIFY(QFile::exists(m_file));
+        const QStringList lines = PortableLog::takeLines();
+        QCOMPARE(lines.size(), 1);
+        QVERIFY2(lines.first().contains(line("Failed to connect")), qPrintable(lines.first()));
+    }
+
+    void nothingIsSentWithoutFileOrAddress_data()
+    {
+        QTest::addColumn<QString>("address");
+        QTest::addColumn<QString>("file");
+        const QString good = line("http://127.0.0.1:%1/up");
+        // clang-format off
+        QTest::newRow("no file")          << good                              << line("/absent.jpg");
+        QTest::newRow("folder")           << good                              << line("/tmp");
+        QTest::newRow("device")           << good                              << line("/dev/zero");
+        QTest::newRow("resource")         << good                              << line(":/qt-project.org/qmime/packages/freedesktop.org.xml");
+        QTest::newRow("empty path")       << good                              << line("");
+        QTest::newRow("long path")        << good                              << QString(5000, QLatin1Char('x'));
+        QTest::newRow("no address")       << line("")                          << QString();
+        QTest::newRow("other scheme")     << line("ftp://127.0.0.1:%1/up")     << QString();
+        QTest::newRow("local file")       << line("file:///etc/passwd")        << QString();
+        QTest::newRow("no port")          << line("http://127.0.0.1:99999/up") << QString();
+        QTest::newRow("line break")       << line("http://127.0.0.1:%1\r\nX: y/up") << QString();
+        // clang-format on
+    }
+
+    void nothingIsSentWithoutFileOrAddress()
+    {
+        QFETCH(QString, address);
+        QFETCH(QString, file); // null: the good one
+        const Utf8 to(address.replace(line("%1"), QString::number(m_server->serverPort())));
+        const Utf8 path(file.isNull() ? m_file : file);
+        QVERIFY(served([&] { return taken(sUpLoadImage(to, path, "", true, "")); }).isNull());
+        QCOMPARE(PortableLog::takeLines().size(), 1);
+        QVERIFY(m_server->requests.empty());
+        QVERIFY(QFile::exists(m_file));
+    }
+
+    void longAnswer()
+    {
+        const QByteArray text = QByteArray("0123456789").repeated(500'000);
+        m_server->answers["/up"] = httpAnswer("200 OK", text);
+        const UploadResult result = served([&] { return upload(requestTo(line("/up"))); });
+        QVERIFY(result.accepted);
+        QVERIFY(result.answer.toUtf8() == text);
+    }
+
+    void answerInAnotherEncoding()
+    {
+        m_server->answers["/up"] = httpAnswer("201 Created", "\xca\xd5\xb5\xbd",
+                                              "Content-Type: text/plain; charset=GBK\r\n");
+        const UploadResult result = served([&] { return upload(requestTo(line("/up"))); });
+        QCOMPARE(result.answer, line("收到"));
+    }
+
+    void fileGoesOnceTheServerHasIt()
+    {
+        const Utf8 address(m_server->address("/up"));
+        QCOMPARE(served([&] { return taken(sUpLoadImage(address, Utf8(m_file), "", true, "")); }),
+                 line("收到"));
+        QVERIFY(!QFile::exists(m_file));
+    }
+
+    void redirections_data()
+    {
+        QTest::addColumn<QString>("status");
+        QTest::addColumn<QString>("to");
+        QTest::addColumn<int>("posts");
+        QTest::addColumn<bool>("accepted");
+        // clang-format off
+        QTest::newRow("moved")                << line("301") << line("/up")            << 2 << true;
+        QTest::newRow("for now")              << line("307") << line("/up")            << 2 << true;
+        QTest::newRow("for good")             << line("308") << line("/broken")        << 2 << false;
+        QTest::newRow("in a circle")          << line("308") << line("/moved")         << 6 << false;
+        QTest::newRow("to a login, perhaps")  << line("302") << line("/up")            << 1 << false;
+        QTest::newRow("to a local file")      << line("307") << line("file:///etc/passwd") << 1 << false;
+        // clang-format on
+    }
+
+    void redirections()
+    {
+        QFETCH(QString, status);
+        QFETCH(QString, to);
+        QFETCH(int, posts);
+        QFETCH(bool, accepted);
+        m_server->answers["/moved"] =
+            httpAnswer(status.toLatin1() + " Moved", "there", "Location: " + to.toUtf8() + "\r\n");
+        const UploadResult result = served([&] { return upload(requestTo(line("/moved"))); });
+        QCOMPARE(result.accepted, accepted);
+        QCOMPARE(int(m_server->requests.size()), posts);
+        for (const Request &request : m_server->requests) {
+            QVERIFY(request.head.startsWith("POST "));
+            QVERIFY(request.body.contains(m_content));
+        }
+    }
+
+    void severalAtOnce()
+    {
+        constexpr int uploads = 8;
+        std::vector<std::future<QString>> results;
+        std::atomic<int> running{uploads};
+        for (int i = 0; i < uploads; ++i) {
+            const QByteArray page = "/up" + QByteArray::number(i);
+            m_server->answers[page] = httpAnswer("200 OK", page);
+            results.push_back(std::async(std::launch::async, [&, page] {
+                const QString answer = taken(sUpLoadImageEx2("127.0.0.1", page.constData(),
+                                                             m_server->serverPort(), Utf8(m_file)));
+                --running;
+                return answer;
+            }));
+        }
+        QTRY_COMPARE_WITH_TIMEOUT(running.load(), 0, 60000);
+        for (int i = 0; i < uploads; ++i) {
+            QCOMPARE(results[size_t(i)].get(), line("/up%1").arg(i));
+        }
+        QCOMPARE(m_server->requests.size(), size_t(uploads));
+    }
+
+    void strangersCertificateIsRefused()
+    {
+        const QString pem = m_folder->path() + line("/server.pem");
+        QProcess openssl;
+        openssl.start(line("openssl"),
+                      line("req -x509 -newkey rsa:2048 -nodes -days 2 -subj /CN=127.0.0.1 -addext "
+                           "subjectAltName=IP:127.0.0.1 -keyout %1 -out %1")
+                          .arg(pem)
+                          .split(QLatin1Char(' ')));
+        if (!openssl.waitForFinished() || openssl.exitCode() != 0 || !QSslSocket::supportsSsl()) {
+            QSKIP("no openssl to make a certificate with");
+        }
+        TlsServer server(pem);
+        server.answers["/up"] = m_server->answers["/up"];
+        UploadRequest request = requestTo(line("/up"));
+        request.address.setScheme(line("https"));
+        request.address.setPort(server.serverPort());
+        const UploadResult result = served([&] { return upload(request); });
+        QVERIFY(!result.accepted);
+        QVERIFY2(result.error.contains(line("certificate")), qPrintable(result.error));
+        QVERIFY(server.requests.empty());
+    }
+
+    void addresses_data()
+    {
+        QTest::addColumn<QString>("host");
+        QTest::addColumn<QString>("page");
+        QTest::addColumn<int>("port");
+        QTest::addColumn<QString>("address"); // empty: none
+        // clang-format off
+        QTest::newRow("whole")          << line("https://h/a?b=c#d")   << line("")        << 0     << line("https://h/a?b=c");
+        QTest::newRow("bare host")      << line(" h ")                 << line("p.jsp")   << 0     << line("http://h/p.jsp");
+        QTest::newRow("host:port")      << line("h:8080")              << line("/p")      << 0     << line("http://h:8080/p");
+        QTest::newRow("port replaced")  << line("http://h:8080")       << line("")        << 81    << line("http://h:81");
+        QTest::newRow("below a path")   << line("https://h/app/")      << line("//p?x=1") << 444   << line("https://h:444/app/p?x=1");
+        QTest::newRow("not a host")     << line("http://h")            << line("//evil/p")<< 0     << line("http://h/evil/p");
+        QTest::newRow("Chinese")        << line("http://h")            << line("上传 页")  << 0     << line("http://h/%E4%B8%8A%E4%BC%A0%20%E9%A1%B5");
+        QTest::newRow("encoded")        << line("http://h/%2Fa")       << line("b%20c")   << 0     << line("http://h/%2Fa/b%20c");
+        QTest::newRow("IPv6")           << line("[::1]")               << line("p")       << 8000  << line("http://[::1]:8000/p");
+        QTest::newRow("address inside") << line("h/p?to=http://x/")    << line("")        << 0     << line("http://h/p?to=http://x/");
+        QTest::newRow("negative port")  << line("h")                   << line("p")       << -1    << QString();
+        QTest::newRow("large port")     << line("h")                   << line("p")       << 65536 << QString();
+        QTest::newRow("no host")        << line("http:///p")           << line("p")       << 80    << QString();
+        QTest::newRow("other scheme")   << line("gopher://h")          << line("p")       << 0     << QString();
+        // clang-format on
+    }
+
+    void addresses()
+    {
+        QFETCH(QString, host);
+        QFETCH(QString, page);
+        QFETCH(int, port);
+        QFETCH(QString, address);
+        QString error;
+        const QUrl url = uploadAddress(host, page, port, &error);
+        QCOMPARE(QString::fromLatin1(url.toEncoded()), address);
+        QCOMPARE(error.isEmpty(), !address.isEmpty());
+    }
+
+    void logShowsNoSecrets()
+    {
+        QCOMPARE(uploadLabel(QUrl(line("https://user:pw@h:8443/a?token=x#y"))),
+                 line("\"https://h:8443/a\""));
+    }
+
+private:
+    UploadRequest requestTo(const QString &path) const
+    {
+        UploadRequest request;
+        request.address = QUrl(m_server->address("") + path);
+        request.file = m_file;
+        return request;
+    }
+
+    /** The parts of a form (RFC 2046, 5.1.1), headers and content. */
+    static std::vector<QByteArray> parts(const Request &request)
+    {
+        const QByteArray key = "Content-Type: multipart/form-data; boundary=";
+        const int start = request.head.indexOf(key) + key.size();
+        const QByteArray boundary =
+            request.head.mid(start, request.head.indexOf("\r\n", start) - start);
+        std::vector<QByteArray> result;
+        QByteArray rest = "\r\n" + request.body;
+        const QByteArray delimiter = "\r\n--" + boundary;
+        int from = delimiter.size() + 2;
+        for (int to = rest.indexOf(delimiter, from); to >= 0; to = rest.indexOf(delimiter, from)) {
+            result.push_back(rest.mid(from, to - from));
+            from = to + delimiter.size() + 2;
+        }
+        return result;
+    }
+
+    std::unique_ptr<PortableLog> m_log;
+    std::unique_ptr<QTemporaryDir> m_folder;
+    std::unique_ptr<WebServer> m_server;
+    QString m_file;
+    QByteArray m_content;
+};
+
+QTEST_GUILESS_MAIN(TestPortableUpload)
+#include "tst_portableupload.moc"
