@@ -13,8 +13,12 @@ add_library(server_core STATIC
     camera/scancommands.cpp
     camera/settingscommands.cpp
     camera/stoprecthread.cpp
+    companion/companionclient.cpp
+    companion/companioncommands.cpp
     companion/configini.cpp
+    companion/signsouthinterface.cpp
     companion/webbrowser.cpp
+    companion/webbrowsersouthinterface.cpp
     device/statuscommands.cpp
     device/upload.cpp
     device/uploadcommands.cpp

@@ -3,6 +3,7 @@
 
 #include "camera/captureimgthread.h"
 #include "camera/stoprecthread.h"
+#include "companion/signsouthinterface.h"
 #include "companion/webbrowser.h"
 #include "dispatch/messagerun.h"
 #include "identity/facematchthread.h"
@@ -65,6 +66,7 @@ WebSocketServerManager::WebSocketServerManager(QString serverName, QWebSocketSer
 {
     connect(this, &WebSocketServerManager::send_recv_msg, m_messageRun, &MessageRun::recv_msg);
     broadcastMessagesOf(CaptureImgThread::instance());
+    broadcastMessagesOf(SignSouthInterface::instance());
     broadcastMessagesOf(ReadIdCardThread::instance());
     broadcastMessagesOf(FaceMatchThread::instance());
     broadcastMessagesOf(LivingBodyDetectThread::instance());
