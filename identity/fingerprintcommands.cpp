@@ -45,8 +45,9 @@ QString MessageRun::lFingerMatch_callback(QString name, QString args, MessageRun
     const QByteArray probe = QByteArray::fromHex(fields.text(1).toLatin1());
     const int count = fields.number<int>(2);
     QByteArray stored;
-    for (int i = 3; i < fields.count(); ++i)
-        stored += QByteArray::fromHex(fields.text(i).toLatin1());
+    const auto features = args.splitRef(QLatin1Char(',')).mid(3);
+    for (const QStringRef &feature : features)
+        stored += QByteArray::fromHex(feature.toLatin1());
     traceLine("messagerun", __LINE__, __func__) << probe.size() << count << stored.size();
     return reply(name,
                  lFingerMatch(fields.number<int>(0), probe.constData(), count, stored.constData()));
