@@ -399,11 +399,10 @@ double distinctness(const std::vector<cv::Point> &ink, int height, double slope)
     return sum;
 }
 
-} // namespace
-
-std::optional<PageCorners> findPage(const cv::Mat &picture)
+/** \param middle  the picture or a shrunken one: halving it once serves both steps */
+std::optional<PageCorners> findPageBy(const cv::Mat &middle, const cv::Mat &picture)
 {
-    const cv::Mat small = shrunken(picture, finderSide);
+    const cv::Mat small = shrunken(middle, finderSide);
     if (std::min(small.cols, small.rows) < 8 * ringWidth) {
         return {};
     }
@@ -414,13 +413,13 @@ std::optional<PageCorners> findPage(const cv::Mat &picture)
     return sharpened(picture, small, refitted(contour, roughCorners(contour)));
 }
 
-cv::Mat straightened(const cv::Mat &picture, const PageCorners &corners)
+cv::Mat straightenedBy(const cv::Mat &middle, const cv::Mat &picture, const PageCorners &corners)
 {
     const cv::Size size = straightSize(corners, picture.size());
     cv::Mat transform = transformation(corners, size);
 
     // The slope is measured on a small page, so that the large one is interpolated only once.
-    const cv::Mat small = greyOf(shrunken(picture, 2 * slopeSide));
+    const cv::Mat small = greyOf(middle);
     const double shrink = std::min(1.0, double(slopeSide) / std::max(size.width, size.height));
     const cv::Size smallSize(std::max(1, cvRound(size.width * shrink)),
                              std::max(1, cvRound(size.height * shrink)));
@@ -433,10 +432,23 @@ cv::Mat straightened(const cv::Mat &picture, const PageCorners &corners)
     return warped(picture, transform, size);
 }
 
+} // namespace
+
+std::optional<PageCorners> findPage(const cv::Mat &picture)
+{
+    return findPageBy(picture, picture);
+}
+
+cv::Mat straightened(const cv::Mat &picture, const PageCorners &corners)
+{
+    return straightenedBy(shrunken(picture, 2 * slopeSide), picture, corners);
+}
+
 cv::Mat straightenedPage(const cv::Mat &picture)
 {
-    const auto corners = findPage(picture);
-    return corners ? straightened(picture, *corners) : cv::Mat();
+    const cv::Mat middle = shrunken(picture, 2 * slopeSide);
+    const auto corners = findPageBy(middle, picture);
+    return corners ? straightenedBy(middle, picture, *corners) : cv::Mat();
 }
 
 double textSlope(const cv::Mat &page)
