@@ -15,7 +15,7 @@ Dpi ofDotsPerMetre(quint32 x, quint32 y)
     return {qRound(x * metresPerInch), qRound(y * metresPerInch)};
 }
 
-/** The chunk pHYs, which lies before the first IDAT (PNG specification, 11.3.5.3). */
+/** The chunk pHYs, which lies before the first IDAT (ISO/IEC 15948, 11.3.5.3). */
 std::optional<Dpi> ofPng(const QByteArray &file)
 {
     constexpr qint64 frame = 12; // length, type and checksum of a chunk
