@@ -75,8 +75,8 @@ private:
 constexpr int samePersonScore = 60;
 
 /**
- * How alike two faces are, 0 to 100: 100 for a distance of 0, samePersonScore for 0.6, which is
- * the limit that the descriptor was trained for, 0 from 1.2 on; linear in between.
+ * How alike two faces are, 0 to 100: 100 for a distance of 0, samePersonScore for 0.5, 0 from 1.2
+ * on; linear in between.
  */
 int faceScore(const FaceDescriptor &a, const FaceDescriptor &b);
 

@@ -28,6 +28,7 @@ constexpr std::array<std::array<float, 2>, 5> anchors{{{1.603231F, 2.094468F},
 constexpr int valuesPerAnchor = 5; // x, y, width, height, certainty
 constexpr float leastCertainty = 0.5F;
 constexpr float sameFace = 0.4F; // overlap above which two boxes are one face
+constexpr double toUnit = 1.0 / 255; // colours
 constexpr int pointsSize = 112;
 constexpr int chipSize = 150;
 
@@ -285,7 +286,7 @@ float sigmoid(float value)
 /** As a network takes it: RGB, less the mean, around -0.5 to 0.5. */
 cv::Mat networkInput(const cv::Mat &picture, int size, const cv::Scalar &mean)
 {
-    return cv::dnn::blobFromImage(picture, 1.0 / 255, {size, size}, mean, true);
+    return cv::dnn::blobFromImage(picture, toUnit, {size, size}, mean, true);
 }
 
 float overlap(const cv::Rect2f &a, const cv::Rect2f &b)
@@ -424,13 +425,18 @@ FacePoints FaceNets::points(const cv::Mat &picture, const FaceBox &face)
 
 FaceDescriptor FaceNets::describe(const cv::Mat &picture, const FacePoints &points)
 {
-    cv::Mat chip;
-    cv::warpAffine(picture, chip, chipTransform(points), {chipSize, chipSize});
-    m_descriptor.setInput(networkInput(chip, chipSize, faceMean));
+    // The mean with the mirrored face is steadier than either: light and turn count less.
+    std::array<cv::Mat, 2> chips;
+    cv::warpAffine(picture, chips[0], chipTransform(points), {chipSize, chipSize});
+    cv::flip(chips[0], chips[1], 1);
+    m_descriptor.setInput(
+        cv::dnn::blobFromImages(chips, toUnit, {chipSize, chipSize}, faceMean, true));
     const cv::Mat output = m_descriptor.forward();
     FaceDescriptor descriptor;
-    CV_Assert(output.total() == descriptor.size());
-    std::copy_n(output.ptr<float>(), descriptor.size(), descriptor.begin());
+    CV_Assert(output.total() == chips.size() * descriptor.size());
+    for (int i = 0; i < int(descriptor.size()); ++i) {
+        descriptor[size_t(i)] = (output.ptr<float>(0)[i] + output.ptr<float>(1)[i]) / 2;
+    }
     return descriptor;
 }
 

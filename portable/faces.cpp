@@ -3,10 +3,10 @@
 // Faces and liveness. docs/faces.md tells pages what numbers and texts mean.
 
 #include "devicelib/biometrics.h"
+#include "portable/answerlater.h"
 #include "portable/facewatch.h"
 #include "portable/imagefile.h"
 #include "portable/images.h"
-#include "portable/unsupported.h"
 
 #include <QBuffer>
 #include <QDebug>
@@ -21,6 +21,7 @@ using namespace portable;
 namespace {
 
 constexpr int usualSeconds = 10;
+constexpr int blockingSeconds = 8; // the caller's thread waits
 constexpr int mostSeconds = 60;
 constexpr int autoLivingBodySeconds = 15;
 constexpr int shownSide = 800; // pixels, of the pictures that AutoLivingBody sends
@@ -273,7 +274,7 @@ bool bLivingBodyDetect()
     bool lives = false;
     const char *const function = __func__;
     if (!cameraJob().run([&](const BackgroundJob::Stop &stop) {
-            lives = livesBeforeCamera(function, usualSeconds, stop);
+            lives = livesBeforeCamera(function, blockingSeconds, stop);
         })) {
         complain(function, failureText(FaceFailure::busy));
     }

@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: MIT
 #include "devicelib/biometrics.h"
+#include "portable/answerlater.h"
 #include "portable/deviceconfig.h"
 #include "portable/fingerprint.h"
 #include "portable/fingersensor.h"
-#include "portable/unsupported.h"
 
 #include <QByteArray>
 #include <QDebug>

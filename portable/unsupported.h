@@ -2,11 +2,7 @@
 /** \file How a function fails that the portable library doesn't have. */
 #pragma once
 
-#include <QCoreApplication>
-#include <QMetaObject>
 #include <QtDebug>
-
-#include <utility>
 
 namespace portable {
 
@@ -24,15 +20,6 @@ template <class Result> Result unsupported(const char *function, Result failure 
 {
     unsupported(function);
     return failure;
-}
-
-/**
- * Calls a listener that must be called even so: queued on the main thread, after the function that
- * was given it has returned. No thread is left behind, and none is called while the process exits.
- */
-template <class Call> void answerLater(Call call)
-{
-    QMetaObject::invokeMethod(QCoreApplication::instance(), std::move(call), Qt::QueuedConnection);
 }
 
 } // namespace portable

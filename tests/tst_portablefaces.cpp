@@ -262,7 +262,7 @@ private Q_SLOTS:
         QVERIFY(feature.size() > 100 && !feature.contains('\0'));
         QCOMPARE(int(lFaceFeatureMatch(feature.constData(), feature.constData())), 100);
         for (const auto &[apart, score] :
-             {std::pair<float, int>(0.3F, 80), {0.61F, 59}, {2.F, 0}}) {
+             {std::pair<float, int>(0.25F, 80), {0.51F, 59}, {2.F, 0}}) {
             other[7] = one[7] - apart;
             QVERIFY(std::abs(faceScore(one, other) - score) <= 1);
             QVERIFY(
