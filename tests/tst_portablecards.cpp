@@ -634,7 +634,9 @@ private Q_SLOTS:
     void serialDevices()
     {
         const int terminal = ::posix_openpt(O_RDWR | O_NOCTTY);
-        QVERIFY(terminal >= 0 && ::grantpt(terminal) == 0 && ::unlockpt(terminal) == 0);
+        if (terminal < 0 || ::grantpt(terminal) != 0 || ::unlockpt(terminal) != 0) {
+        QSKIP("there are no pseudo terminals here (/dev/pts is not mounted)");
+    }
         QVERIFY(m_readers->openSerial(line(::ptsname(terminal))));
         QVERIFY(m_readers->hasModule());
         ::close(terminal);
