@@ -29,10 +29,10 @@ public:
     static constexpr int frameLimit = 2;
 
     /**
-     * What the kernel may keep of a connection, in bytes (it takes twice as much): about two
+     * What the kernel may keep of a connection, in bytes (it takes twice as much): a few
      * frames. Its own choice, up to 4 MB, makes the preview of a slow page seconds old.
      */
-    static constexpr int kernelBuffer = 128 * 1024;
+    static constexpr int kernelBuffer = 384 * 1024;
 
     /**
      * Takes charge of a new connection of the server. Limits its kernel buffer, and switches
