@@ -255,6 +255,13 @@ void TestCompanions::withoutAService()
 {
     QCOMPARE(run(QStringLiteral("DoGWQ_StartSign(a,b,1.2.3.4,1,30)")), QStringLiteral("false"));
     QTRY_COMPARE(starts("run-elecsign.sh"), 4); // the first, and one after each attempt
+    // Without its script it is the same.
+    const QString away = script("run-elecsign.sh") + QLatin1String(".away");
+    QVERIFY(QFile::rename(script("run-elecsign.sh"), away));
+    const QString result = run(QStringLiteral("DoGWQ_StartSign(a,b,1.2.3.4,1,30)"));
+    QVERIFY(QFile::rename(away, script("run-elecsign.sh")));
+    QCOMPARE(result, QStringLiteral("false"));
+    QCOMPARE(starts("run-elecsign.sh"), 4);
     // Asked directly it sends nothing, and does no harm.
     SignSouthInterface::instance()->DoGWQ_StartSign({}, {}, {}, {}, 0);
 }
