@@ -11,6 +11,7 @@
 namespace {
 
 constexpr int longestDroppedReply = 100;
+constexpr int longestReply = 256 * 1024 * 1024; // bytes; no page could take more
 
 /// Markers on standard output, for whoever starts the server by hand.
 void mark(const char *marker)
@@ -118,6 +119,7 @@ void SignSouthInterface::slot_readyRead()
 }
 
 /// The length must be met exactly: more than that runs on as less does, until the service is gone.
+/// What then comes is not kept: a service that talks on must not use up the memory.
 bool SignSouthInterface::readPayload(int length, QByteArray *payload)
 {
     *payload = m_socket.readAll();
@@ -125,7 +127,9 @@ bool SignSouthInterface::readPayload(int length, QByteArray *payload)
         if (length < 0 || !isConnected())
             return false;
         m_socket.waitForReadyRead(static_cast<int>(m_waits.read.count()));
-        *payload += m_socket.readAll();
+        const QByteArray more = m_socket.readAll();
+        if (payload->size() < qMin(length, longestReply))
+            *payload += more;
     }
     return true;
 }

@@ -14,6 +14,7 @@
 
 #include <functional>
 #include <mutex>
+#include <utility>
 
 namespace {
 
@@ -59,7 +60,7 @@ private:
 struct Upload::Outcome
 {
     std::mutex mutex;
-    bool done = false; // guarded by mutex, as all below
+    bool done = false; // and not answered yet; guarded by mutex, as all below
     bool success = false;
     QString answer;
 };
@@ -111,12 +112,12 @@ void Upload::finishIfDone()
     QString answer;
     {
         const std::lock_guard<std::mutex> lock(m_outcome->mutex);
-        if (!m_outcome->done)
+        // Once: with several uploads the signal comes again before this object is gone.
+        if (!std::exchange(m_outcome->done, false))
             return;
         success = m_outcome->success;
         answer = m_outcome->answer;
     }
-    disconnect(); // further signals are other uploads'
     if (m_progress)
         m_progress->close();
     MessageRun::reply(m_name, answer);

@@ -49,6 +49,16 @@ QString forQt(const QString &path)
     return path.startsWith(QLatin1Char(':')) ? QStringLiteral("./") + path : path;
 }
 
+/**
+ * An absolute path without "..": where Qt makes a path absolute, "link/.." is nothing to it, and
+ * another file would be meant than by the system. A link at the end stays one.
+ */
+QString resolved(const QFileInfo &file)
+{
+    const QString directory = QFileInfo(file.path()).canonicalFilePath();
+    return QDir::cleanPath(directory + QLatin1Char('/') + file.fileName());
+}
+
 /** That there is a file to read; else why not. */
 bool requireFile(const QFileInfo &file, QString *error)
 {
@@ -100,14 +110,14 @@ bool moveLink(const QString &from, const QString &to, QString *error)
     return !code || fail(QString::fromStdString(code.message()), error);
 }
 
-bool moveToTrash(const QString &path)
+bool moveToTrash(const QFileInfo &file)
 {
 #if QT_VERSION >= QT_VERSION_CHECK(5, 15, 0)
     // Without this directory Qt moves the file into the folder "files" of the current one.
     const QString data = QStandardPaths::writableLocation(QStandardPaths::GenericDataLocation);
-    return !data.isEmpty() && QDir().mkpath(data) && QFile::moveToTrash(path);
+    return !data.isEmpty() && QDir().mkpath(data) && QFile::moveToTrash(resolved(file));
 #else
-    Q_UNUSED(path)
+    Q_UNUSED(file)
     return false;
 #endif
 }
@@ -132,7 +142,7 @@ bool openOnDesktop(const QFileInfo &file, QString *error)
     QProcess process;
     process.setProgram(program);
     // Absolute: whatever its name, it is neither an option nor a URL.
-    process.setArguments({file.absoluteFilePath()});
+    process.setArguments({resolved(file)});
     process.setStandardInputFile(QProcess::nullDevice());
     process.setStandardOutputFile(QProcess::nullDevice());
     process.setStandardErrorFile(QProcess::nullDevice());
@@ -167,7 +177,7 @@ bool deleteFile(const QString &path, QString *error)
     if (!isUsable(path, error) || !requireFileOrLink(file, error)) {
         return false;
     }
-    return moveToTrash(file.filePath()) || deleteForever(path, error);
+    return moveToTrash(file) || deleteForever(path, error);
 }
 
 bool deleteForever(const QString &path, QString *error)
@@ -227,10 +237,13 @@ bool createDirectory(const QString &path, QString *error)
     if (!isUsable(path, error)) {
         return false;
     }
-    const QString absolute = QDir::cleanPath(QFileInfo(forQt(path)).absoluteFilePath());
     std::error_code code;
-    std::filesystem::create_directories(native(absolute), code);
-    if (QFileInfo(absolute).isDir()) {
+    const std::filesystem::path place = std::filesystem::weakly_canonical(native(path), code);
+    if (!code) {
+        std::filesystem::create_directories(place, code);
+    }
+    std::error_code ignored;
+    if (std::filesystem::is_directory(place, ignored)) {
         return true;
     }
     return fail(code ? QString::fromStdString(code.message())

@@ -122,6 +122,7 @@ private Q_SLOTS:
     void neverBothAtATime();
 
     void launcherArguments();
+    void launcherShowsOnePageAtATime();
 
 private:
     QString run(const QString &command);
@@ -254,6 +255,13 @@ void TestCompanions::withoutAService()
 {
     QCOMPARE(run(QStringLiteral("DoGWQ_StartSign(a,b,1.2.3.4,1,30)")), QStringLiteral("false"));
     QTRY_COMPARE(starts("run-elecsign.sh"), 4); // the first, and one after each attempt
+    // Without its script it is the same.
+    const QString away = script("run-elecsign.sh") + QLatin1String(".away");
+    QVERIFY(QFile::rename(script("run-elecsign.sh"), away));
+    const QString result = run(QStringLiteral("DoGWQ_StartSign(a,b,1.2.3.4,1,30)"));
+    QVERIFY(QFile::rename(away, script("run-elecsign.sh")));
+    QCOMPARE(result, QStringLiteral("false"));
+    QCOMPARE(starts("run-elecsign.sh"), 4);
     // Asked directly it sends nothing, and does no harm.
     SignSouthInterface::instance()->DoGWQ_StartSign({}, {}, {}, {}, 0);
 }
@@ -429,6 +437,37 @@ void TestCompanions::launcherArguments()
     QCOMPARE(WebBrowser::arguments(url, screens, {800, 600}).mid(0, 3),
              QStringList({QStringLiteral("--kiosk"), QStringLiteral("--window-position=1920,0"),
                           QStringLiteral("--window-size=800,600")}));
+}
+
+void TestCompanions::launcherShowsOnePageAtATime()
+{
+    // A browser that writes down its life: what it is given, and that it was told to end.
+    QFile program(m_folder.filePath(QStringLiteral("gnome-www-browser")));
+    QVERIFY(program.open(QIODevice::WriteOnly));
+    program.write("#!/bin/bash\ntrap 'echo ended >>\"$TMPDIR/shown\"; kill $!; exit' TERM\n"
+                  "echo \"$3\" >>\"$TMPDIR/shown\"\nsleep 60 & wait\n");
+    program.close();
+    QVERIFY(program.setPermissions(QFile::ReadOwner | QFile::ExeOwner));
+    const QByteArray path = qgetenv("PATH");
+    qputenv("PATH", m_folder.path().toLocal8Bit() + ':' + path);
+    const auto shown = [this] {
+        QFile file(m_folder.filePath(QStringLiteral("shown")));
+        return file.open(QIODevice::ReadOnly) ? QString::fromUtf8(file.readAll()) : QString();
+    };
+    const auto asked = [this](const char *question) {
+        WebBrowser::instance()->recvMessage(QString::fromUtf8(question), m_pair->serverSide());
+        return m_pair->page().next();
+    };
+    WebBrowser::instance()->openURL(QStringLiteral("a.html"), QStringLiteral("no=12,张"));
+    QTRY_COMPARE(shown(), QStringLiteral("a.html\n"));
+    QCOMPARE(asked("@"), QStringLiteral("no=12,张"));
+    WebBrowser::instance()->openURL(QStringLiteral("b.html"), QStringLiteral("next"));
+    QTRY_COMPARE(shown(), QStringLiteral("a.html\nended\nb.html\n"));
+    QCOMPARE(asked("@x"), QStringLiteral("next"));
+    WebBrowser::instance()->closeURL();
+    QCOMPARE(shown().count(QStringLiteral("ended")), 2);
+    QCOMPARE(asked("@"), QStringLiteral("next")); // kept until the next page
+    qputenv("PATH", path);
 }
 
 QTEST_GUILESS_MAIN(TestCompanions)

@@ -8,6 +8,7 @@
 #include <QDialog>
 #include <QLabel>
 #include <QMessageBox>
+#include <QThreadPool>
 
 class TestFileCommands : public QObject
 {
@@ -24,6 +25,7 @@ private Q_SLOTS:
     void upload();
     void uploadShowsItsBoxes();
     void uploadsEndInAnyOrder();
+    void uploadsThatEndTogether();
     void pageLeavesDuringTheUpload();
 
 private:
@@ -212,6 +214,25 @@ void TestFileCommands::uploadsEndInAnyOrder()
     recording::release("sUpLoadImageEx5");
     QCOMPARE(pair.page().next(), QStringLiteral("BeginsUpLoadImageEx5firstEndsUpLoadImageEx5"));
     QTRY_VERIFY(!box<QDialog>());
+}
+
+void TestFileCommands::uploadsThatEndTogether()
+{
+    PagePair pair;
+    gpWebSocket = pair.serverSide();
+    QStringList expected;
+    for (const char *answer : {"first", "second", "third"}) {
+        recording::answerOnce("sUpLoadImageEx5", true, answer);
+        send(QStringLiteral("sUpLoadImageEx5(a,b,1,d,0,f,g,1,0)"));
+        QThreadPool::globalInstance()->waitForDone(); // and this thread has heard of none yet
+        expected << MessageRun::framed(QStringLiteral("sUpLoadImageEx5"),
+                                       QString::fromUtf8(answer));
+    }
+    QTRY_VERIFY(!box<QDialog>());
+    send(QStringLiteral("version()"));
+    expected << QStringLiteral("Beginversionlinux_kylin_arm64Endversion");
+    for (const QString &reply : qAsConst(expected))
+        QCOMPARE(pair.page().next(), reply);
 }
 
 void TestFileCommands::pageLeavesDuringTheUpload()

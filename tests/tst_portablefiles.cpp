@@ -396,6 +396,24 @@ private Q_SLOTS:
                                  .arg(at("a.pdf"))});
     }
 
+    void twoDotsBehindALinkAreThoseOfItsTarget()
+    {
+        writeFile(at("a.jpg"));
+        writeFile(at("far/a.jpg"));
+        writeFile(at("far/b.pdf"));
+        link(at("far/data"), at("link"));
+        QVERIFY(QDir().mkpath(at("far/data")));
+        QVERIFY(bDeleteFile(utf8("link/../a.jpg")));
+        QVERIFY(QFile::exists(at("a.jpg")));
+        QVERIFY(!QFile::exists(at("far/a.jpg")));
+        QVERIFY(bCreateDir(utf8("link/../made/x")));
+        QVERIFY(QFileInfo(at("far/made/x")).isDir());
+        installOpener();
+        qputenv("DISPLAY", ":99");
+        QVERIFY(OpenFile(utf8("link/../b.pdf")));
+        QTRY_COMPARE(readFile(at("opened")), utf8("far/b.pdf").bytes + "\n");
+    }
+
     void usbDevicesAsSysfsHasThem()
     {
         const QString host = at("sys/devices/pci0000:00/usb1");
