@@ -24,7 +24,6 @@ const LABELS = new Map([
   ['business', ['业务', 'Service']],
   ['waiting', ['等候人数', 'Waiting']],
   ['payee', ['收款单位', 'Payee']],
-  ['order', ['订单号', 'Order no.']],
   ['amount', ['金额', 'Amount']],
   ['idno', ['身份证号', 'ID number']],
   ['phone', ['手机号码', 'Phone number']],
@@ -246,10 +245,12 @@ function labelOf(key) {
   return LABELS.get(key.toLowerCase()) || [key, key];
 }
 
-/** One row each for pairs of the data. */
-function fillRows(pairs) {
-  for (const [key, value] of pairs)
-    byId('rows').append(say(element('dt'), ...labelOf(key)), element('dd', '', value));
+/** One row each for pairs of the data. @param labelOfNo what "no" is called on this page */
+function fillRows(pairs, labelOfNo) {
+  for (const [key, value] of pairs) {
+    const label = labelOfNo && key.toLowerCase() === 'no' ? labelOfNo : labelOf(key);
+    byId('rows').append(say(element('dt'), ...label), element('dd', '', value));
+  }
 }
 
 /** Shows a picture of the data inside an element, once it could be loaded. */
@@ -336,7 +337,7 @@ function showTeller(data) {
   byId('name').textContent = data.get('name');
   byId('position').textContent = [data.get('title'), data.get('dept')].filter(Boolean).join(' · ');
   fill('text', data.get('text'));
-  fillRows(data.others(['name', 'title', 'dept', 'photo']));
+  fillRows(data.others(['name', 'title', 'dept', 'photo']), ['工号', 'Staff no.']);
 }
 
 function showCall(data) {
@@ -348,7 +349,10 @@ function showCall(data) {
         (words) => say(element('span'), ...words));
     byId('go').append(parts[0], element('b', '', counter), parts[1]);
   }
-  document.querySelector('main').classList.toggle('wordy', !number);
+  if (!number) {
+    document.querySelector('main').classList.add('wordy');
+    say(byId('text'), '请等候叫号', 'Please wait until your number is called');
+  }
   fill('text', data.get('text'));
   fillRows(data.others(['no', 'window']));
 }
@@ -365,6 +369,8 @@ function showPayment(data) {
   const amount = data.get('amount');
   if (amount)
     byId('amount').append(element('small', '', data.get('currency') || '¥'), moneyText(amount));
+  else
+    document.querySelector('main').classList.add('wordy');
   for (const item of data.all('item')) {
     const parts = /^(.*)[:：](.*)$/.exec(item) || [item, item, ''];
     const row = byId('items').insertRow();
@@ -373,9 +379,7 @@ function showPayment(data) {
   }
   showPicture(byId('code'), data.get('qr'));
   fill('text', data.get('text'));
-  const order = data.others(['amount', 'currency', 'item', 'qr']).map(
-      ([key, value]) => [key.toLowerCase() === 'no' ? 'order' : key, value]);
-  fillRows(order);
+  fillRows(data.others(['amount', 'currency', 'item', 'qr']), ['订单号', 'Order no.']);
 }
 
 /**
