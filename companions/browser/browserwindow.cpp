@@ -12,6 +12,7 @@
 #include <unistd.h>
 
 #include <csignal>
+#include <utility>
 
 namespace {
 
@@ -171,7 +172,7 @@ void BrowserWindow::close()
     if (m_group != 0) {
         const auto group = static_cast<pid_t>(std::exchange(m_group, 0));
         ::kill(-group, SIGTERM);
-        if (!m_browser.waitForFinished(politeMs))
+        if (m_browser.state() != QProcess::NotRunning && !m_browser.waitForFinished(politeMs))
             qWarning() << "the browser does not end, killing it";
         ::kill(-group, SIGKILL); // what the browser left behind as well
         m_browser.waitForFinished(killedMs);
