@@ -35,6 +35,11 @@ for option in "$@"; do
 done
 
 [ "$install" = no ] || install_packages build run
+# Not every system has the package, and another browser does as well.
+if [ "$install" = yes ] && ! command -v chromium chromium-browser uos-browser \
+    google-chrome-stable google-chrome microsoft-edge-stable >/dev/null; then
+    (install_packages browser) || say "no browser: the pages on the customer's screen will fail"
+fi
 build release product
 scripts/fetch-face-models.sh build/release/models || true # the rest works without
 program=$PWD/build/release/rvowebSocketServer
