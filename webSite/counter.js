@@ -380,6 +380,8 @@ function showPayment(data) {
   showPicture(byId('code'), data.get('qr'));
   fill('text', data.get('text'));
   fillRows(data.others(['amount', 'currency', 'item', 'qr']), ['订单号', 'Order no.']);
+  const hasBill = byId('rows').hasChildNodes() || byId('items').rows.length > 0;
+  document.querySelector('main').classList.toggle('alone', !hasBill);
 }
 
 /**

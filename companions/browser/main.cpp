@@ -19,7 +19,8 @@ int main(int argc, char *argv[])
                          [] { return hasDisplay() ? screenGeometries() : QVector<QRect>(); });
     if (!hasDisplay()) {
         // A display that comes later is only found by a new instance.
-        qWarning() << "no display: every page will fail; DISPLAY is" << qgetenv("DISPLAY");
+        qWarning() << "no display: every page will fail; DISPLAY is" << qgetenv("DISPLAY")
+                   << "and Qt's platform" << QGuiApplication::platformName();
         QObject::connect(&helper, &BrowserHelper::idle, &application, &QCoreApplication::quit);
     }
     switch (helper.start()) {
