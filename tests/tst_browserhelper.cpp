@@ -259,10 +259,14 @@ void TestBrowserHelper::aPageLivesAsLongAsItsClient()
     QCOMPARE(QFile::permissions(file) & (QFile::ReadGroup | QFile::ReadOther),
              QFile::Permissions());
 
-    // The server probes before each request: that takes nothing away.
+    // The server probes, and starts another helper before each request: neither takes anything
+    // away.
     Client().send(QByteArray());
+    QCOMPARE(BrowserHelper([this] { return m_settings; }, [this] { return m_screens; }).start(),
+             RequestServer::Start::AnotherRuns);
     QTest::qWait(50);
     QVERIFY(runs(started()[0]));
+    QVERIFY(QFile::exists(file));
 
     client.reset();
     QTRY_VERIFY(!runs(started()[0]));
@@ -319,7 +323,7 @@ void TestBrowserHelper::whatCannotWorkIsTold_data()
     QTest::newRow("no display")   << text("browser")  << QString()       << false << 1 << text("failed no display");
     QTest::newRow("no browser")   << text("/nowhere") << QString()       << true  << 1 << text("failed no browser is installed, looked for /nowhere");
     QTest::newRow("ends at once") << text("browser")  << text("--quick") << true  << 1 << text("failed browser ended with status 3");
-    QTest::newRow("too much")     << text("browser")  << QString()       << true  << 3000000 << text("failed the page's data are too long");
+    QTest::newRow("too much")     << text("browser")  << QString()       << true  << 3000000 << text("failed the address with its data is too long");
     // clang-format on
 }
 

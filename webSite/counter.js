@@ -425,7 +425,7 @@ function showInfo(data, server) {
  */
 function showEntry(ask, data) {
   const field = byId('entry-value');
-  const length = Math.min(Number(data.get('asklength')) || 0, field.maxLength);
+  const length = Math.min(parseInt(data.get('asklength'), 10) || 0, field.maxLength);
   const update = () => {
     const typed = field.value.trim().length;
     byId('ok').disabled = length > 0 ? typed !== length : typed === 0;

@@ -7,6 +7,7 @@
 #include <QDir>
 #include <QFile>
 #include <QStandardPaths>
+#include <QTemporaryDir>
 #include <QUrl>
 #include <sys/prctl.h>
 #include <unistd.h>
@@ -21,10 +22,15 @@ constexpr int killedMs = 5000; // for the system to clear a killed one away
 constexpr int keptOutput = 2000; // bytes of what the browser said last
 constexpr int longestAddress = 2 * 1024 * 1024; // bytes; Chromium drops longer ones
 
+/// The user's own folder for them; where that is another user's (sudo), a temporary one.
 QString folderForRunTimeFiles()
 {
-    return QStandardPaths::writableLocation(QStandardPaths::RuntimeLocation)
-        + QStringLiteral("/webbrowser");
+    const QString folder = QStandardPaths::writableLocation(QStandardPaths::RuntimeLocation);
+    if (!folder.isEmpty())
+        return folder + QStringLiteral("/webbrowser");
+    static const QTemporaryDir temporary(
+        QDir::temp().filePath(QStringLiteral("webbrowser-XXXXXX")));
+    return temporary.path();
 }
 
 /// An address as a JavaScript text inside a page: nothing in it can end the text or the script.
@@ -74,6 +80,7 @@ void BrowserProcess::setupChildProcess()
 
 BrowserWindow::BrowserWindow(int settleTime)
     : m_folder(folderForRunTimeFiles())
+    , m_leadingFile(m_folder + QStringLiteral("/page.html"))
 {
     m_settling.setSingleShot(true);
     m_settling.setInterval(settleTime);
@@ -135,7 +142,7 @@ void BrowserWindow::open(const QByteArray &address, const QVector<QRect> &screen
         return;
     }
     if (address.size() > longestAddress) {
-        Q_EMIT failed(QStringLiteral("the page's data are too long"));
+        Q_EMIT failed(QStringLiteral("the address with its data is too long"));
         return;
     }
     const QString program = findProgram(settings.browsers);
@@ -144,13 +151,13 @@ void BrowserWindow::open(const QByteArray &address, const QVector<QRect> &screen
                       + settings.browsers.join(QStringLiteral(", ")));
         return;
     }
-    const QString file = m_folder + QStringLiteral("/page.html");
-    const QString why = writeLeadingFile(file, address);
+    const QString why = writeLeadingFile(m_leadingFile, address);
     if (!why.isEmpty()) {
-        Q_EMIT failed(QStringLiteral("can't write ") + file + QStringLiteral(": ") + why);
+        Q_EMIT failed(QStringLiteral("can't write %1: %2").arg(m_leadingFile, why));
         return;
     }
-    start(program, arguments(settings, screens, m_folder + QStringLiteral("/profile"), file));
+    const QString profile = m_folder + QStringLiteral("/profile");
+    start(program, arguments(settings, screens, profile, m_leadingFile));
 }
 
 void BrowserWindow::start(const QString &program, const QStringList &options)
@@ -159,6 +166,7 @@ void BrowserWindow::start(const QString &program, const QStringList &options)
     m_lastOutput.clear();
     m_browser.start(program, options);
     if (!m_browser.waitForStarted()) {
+        removeLeadingFile();
         Q_EMIT failed(program + QStringLiteral(": ") + m_browser.errorString());
         return;
     }
@@ -176,8 +184,14 @@ void BrowserWindow::close()
             qWarning() << "the browser does not end, killing it";
         ::kill(-group, SIGKILL); // what the browser left behind as well
         m_browser.waitForFinished(killedMs);
+        removeLeadingFile();
     }
-    QFile::remove(m_folder + QStringLiteral("/page.html")); // it holds what the page was told
+}
+
+/// It holds what the page was told. Only ever our own: another instance may show a page.
+void BrowserWindow::removeLeadingFile()
+{
+    QFile::remove(m_leadingFile);
 }
 
 /// The browser has ended: from here, then there is nothing to tell, or by itself.

@@ -63,8 +63,10 @@ private:
     void start(const QString &program, const QStringList &options);
     void ended();
     void keepLastOutput();
+    void removeLeadingFile();
 
     const QString m_folder; ///< for run-time files
+    const QString m_leadingFile; ///< leads the browser to the page
     BrowserProcess m_browser;
     qint64 m_group = 0; ///< the browser's process group; 0 without one
     QTimer m_settling; ///< runs until the window counts as opened
