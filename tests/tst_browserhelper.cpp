@@ -223,6 +223,8 @@ void TestBrowserHelper::theScreenIsTheCustomers()
     QCOMPARE(line(2).last(), QStringLiteral("--app=file:///x%20y.html"));
     QVERIFY(!line(1).contains(kiosk));
     QVERIFY(line(1).contains(QStringLiteral("--window-size=1280,800")));
+    m_screens[0].setSize({1024, 1024}); // no window is larger than the screen
+    QVERIFY(line(1).contains(QStringLiteral("--window-size=1024,800")));
 
     QFile file(path("server.ini"));
     QVERIFY(file.open(QIODevice::WriteOnly));

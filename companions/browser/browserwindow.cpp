@@ -22,7 +22,7 @@ constexpr int killedMs = 5000; // for the system to clear a killed one away
 constexpr int keptOutput = 2000; // bytes of what the browser said last
 constexpr int longestAddress = 2 * 1024 * 1024; // bytes; Chromium drops longer ones
 
-/// The user's own folder for them; where that is another user's (sudo), a temporary one.
+/// The user's own folder for them; a temporary one where Qt finds none that is nobody else's.
 QString folderForRunTimeFiles()
 {
     const QString folder = QStandardPaths::writableLocation(QStandardPaths::RuntimeLocation);
@@ -104,7 +104,7 @@ QStringList BrowserWindow::arguments(const BrowserSettings &settings, const QVec
     const QRect screen = screens[smallestScreen(screens)];
     const bool fills = settings.fullScreen == FullScreen::Always
         || (settings.fullScreen == FullScreen::Auto && screens.size() > 1);
-    const QSize size = fills ? screen.size() : settings.windowSize;
+    const QSize size = fills ? screen.size() : settings.windowSize.boundedTo(screen.size());
 
     QStringList options{
         QStringLiteral("--window-position=%1,%2").arg(screen.left()).arg(screen.top()),
