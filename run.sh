@@ -8,8 +8,8 @@ usage() {
     cat <<'TEXT'
 usage: ./run.sh [option]
 
-Installs missing Debian packages (as root or with sudo), builds the server into build/release/
-and starts it. It runs until it is ended with Ctrl-C.
+Installs missing Debian packages (as root or with sudo), builds the server and its companions into
+build/release/ and starts the server. It runs until it is ended with Ctrl-C.
 
   --build-only   install and build, do not start
   --no-install   never touch the system's packages
@@ -35,7 +35,12 @@ for option in "$@"; do
 done
 
 [ "$install" = no ] || install_packages build run
-build release rvowebSocketServer
+# Not every system has the package, and another browser does as well.
+if [ "$install" = yes ] && ! command -v chromium chromium-browser uos-browser \
+    google-chrome-stable google-chrome microsoft-edge-stable >/dev/null; then
+    (install_packages browser) || say "no browser: the pages on the customer's screen will fail"
+fi
+build release product
 scripts/fetch-face-models.sh build/release/models || true # the rest works without
 program=$PWD/build/release/rvowebSocketServer
 if [ "$start" = no ]; then

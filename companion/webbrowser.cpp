@@ -1,35 +1,14 @@
 // SPDX-License-Identifier: MIT
 #include "companion/webbrowser.h"
 
+#include "companions/common/customerscreen.h"
+
 #include <QDebug>
-#include <QGuiApplication>
-#include <QScreen>
 #include <QWebSocket>
 
 namespace {
 
 constexpr int browserWaitMs = 30000;
-
-QVector<QRect> screenGeometries()
-{
-    QVector<QRect> geometries;
-    const auto screens = QGuiApplication::screens();
-    for (const QScreen *screen : screens)
-        geometries << screen->geometry();
-    return geometries;
-}
-
-/// The one that is both narrower and lower than those before it.
-int smallestScreen(const QVector<QRect> &screens)
-{
-    int smallest = 0;
-    for (int i = 1; i < screens.size(); ++i) {
-        if (screens[i].width() < screens[smallest].width()
-            && screens[i].height() < screens[smallest].height())
-            smallest = i;
-    }
-    return smallest;
-}
 
 } // namespace
 

@@ -1,0 +1,65 @@
+// SPDX-License-Identifier: MIT
+#include "companions/common/framereader.h"
+
+#include <cstring>
+
+FrameReader::FrameReader(const QMap<int, int> &partsOfType)
+    : m_partsOfType(partsOfType)
+{
+}
+
+QList<Request> FrameReader::feed(const QByteArray &bytes)
+{
+    QList<Request> complete;
+    if (!m_error.isEmpty())
+        return complete;
+    m_bytes += bytes;
+    while (m_partsToCome > 0 ? takePart() : takeType()) {
+        if (m_partsToCome == 0)
+            complete << m_request;
+    }
+    return complete;
+}
+
+bool FrameReader::takeNumber(int *number)
+{
+    qint32 value = 0;
+    if (m_bytes.size() < static_cast<int>(sizeof value))
+        return false;
+    std::memcpy(&value, m_bytes.constData(), sizeof value);
+    *number = value;
+    return true;
+}
+
+bool FrameReader::takeType()
+{
+    int type = 0;
+    if (!takeNumber(&type))
+        return false;
+    if (!m_partsOfType.contains(type)) {
+        m_error = QStringLiteral("a request of the unknown type %1").arg(type);
+        return false;
+    }
+    m_bytes.remove(0, sizeof(qint32));
+    m_request = Request{type, {}};
+    m_partsToCome = m_partsOfType.value(type);
+    return true;
+}
+
+bool FrameReader::takePart()
+{
+    constexpr int header = sizeof(qint32);
+    int length = 0;
+    if (!takeNumber(&length))
+        return false;
+    if (length < 0 || length > longestPart) {
+        m_error = QStringLiteral("a length of %1 bytes").arg(length);
+        return false;
+    }
+    if (m_bytes.size() - header < length)
+        return false;
+    m_request.parts << m_bytes.mid(header, length);
+    m_bytes.remove(0, header + length);
+    --m_partsToCome;
+    return true;
+}

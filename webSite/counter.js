@@ -1,0 +1,533 @@
+// SPDX-License-Identifier: MIT
+//
+// The counter pages on the customer's screen. docs/counterpages.md tells what data each takes.
+//
+//   Data      the text "no=12,name=Li" that a page is given
+//   Server    asks the device server for the text, and hands it the customer's answer
+//   View      elements in two languages, notices
+//   Pages     what each page makes of its data
+//
+// Runs from file:// and in Chromium 80: a plain script, no newer syntax, no newer functions.
+// The data are shown through textContent only, never read as HTML.
+
+'use strict';
+
+// ---- Data ---------------------------------------------------------------------------------------
+
+/** What the pages know by name: key, Chinese, English. Other keys are shown as they stand. */
+const LABELS = new Map([
+  ['no', ['编号', 'No.']],
+  ['name', ['姓名', 'Name']],
+  ['title', ['职务', 'Position']],
+  ['dept', ['部门', 'Department']],
+  ['window', ['窗口', 'Counter']],
+  ['business', ['业务', 'Service']],
+  ['waiting', ['等候人数', 'Waiting']],
+  ['payee', ['收款单位', 'Payee']],
+  ['amount', ['金额', 'Amount']],
+  ['idno', ['身份证号', 'ID number']],
+  ['phone', ['手机号码', 'Phone number']],
+  ['card', ['银行卡号', 'Card number']],
+  ['account', ['账号', 'Account']],
+  ['address', ['地址', 'Address']],
+  ['sex', ['性别', 'Sex']],
+  ['birth', ['出生日期', 'Date of birth']],
+  ['date', ['日期', 'Date']],
+]);
+
+/** Keys that every page takes for itself: none of them becomes a row. */
+const COMMON_KEYS = ['lang', 'theme', 'text', 'id'];
+
+const ESCAPES = { '%2c': ',', '%25': '%', '%0a': '\n' };
+
+/** A value that may hold "," or "%", written so that it can stand between others. */
+function escapeValue(value) {
+  return value.replace(/%/g, '%25').replace(/,/g, '%2C').replace(/\n/g, '%0A');
+}
+
+/**
+ * A data text, taken apart: pairs "key=value" parted by ",".
+ *
+ * A part without "=" belongs to the value before it, as in "text=Hello, please wait"; before the
+ * first pair it is the text itself. Keys are compared in small letters.
+ */
+class Data {
+  constructor(source) {
+    this.pairs = [];
+    let text = null;
+    for (const part of source.split(',')) {
+      const equals = part.indexOf('=');
+      const key = equals > 0 ? part.slice(0, equals).trim() : '';
+      if (key)
+        this.pairs.push([key, part.slice(equals + 1)]);
+      else if (this.pairs.length > 0)
+        this.pairs[this.pairs.length - 1][1] += ',' + part;
+      else
+        text = text === null ? part : text + ',' + part;
+    }
+    if (text)
+      this.pairs.unshift(['text', text]);
+    for (const pair of this.pairs)
+      pair[1] = pair[1].replace(/%(2c|25|0a)/gi, (escape) => ESCAPES[escape.toLowerCase()]).trim();
+  }
+
+  /** Every value of a key, in their order. */
+  all(key) {
+    return this.pairs.filter((pair) => pair[0].toLowerCase() === key).map((pair) => pair[1]);
+  }
+
+  /** The first value of a key; '' when there is none. */
+  get(key) {
+    return this.all(key)[0] || '';
+  }
+
+  /** The pairs that the page has no place of its own for. */
+  others(keys) {
+    const taken = COMMON_KEYS.concat(keys);
+    return this.pairs.filter((pair) => !taken.includes(pair[0].toLowerCase()));
+  }
+}
+
+/** The data text in the page's address, after "#data=", as percent-encoded UTF-8; null: none. */
+function dataOfAddress() {
+  const match = /^#(?:[^]*&)?data=([^&]*)/.exec(location.hash);
+  if (!match)
+    return null;
+  try {
+    return decodeURIComponent(match[1]);
+  } catch (error) {
+    return match[1]; // not percent-encoded: better shown as it is than not at all
+  }
+}
+
+/**
+ * The address of a picture on this machine: an absolute path, file:///... or a name beside the
+ * page; '' for anything else: data never make a page reach into the network.
+ */
+function pictureAddress(path) {
+  if (/^file:\/\/\/[^/\\]/i.test(path))
+    return path;
+  if (path === '' || path.startsWith('//') || /^[a-z][a-z0-9+.-]*:/i.test(path))
+    return '';
+  const encoded = path.split('/').map(encodeURIComponent).join('/');
+  return path.startsWith('/') ? 'file://' + encoded : encoded;
+}
+
+// ---- Server -------------------------------------------------------------------------------------
+
+const SERVER_ADDRESS = 'ws://127.0.0.1:1818';
+
+/** Seconds from one try to the next; the last one repeats. */
+const RETRY_SECONDS = [1, 2, 4, 5];
+
+/**
+ * The device server.
+ *
+ * Whenever a page leaves it, the server stops the preview and forgets whose page is the current
+ * one. So a counter page connects only when it must, and leaves as soon as the server has its
+ * answer: before the teller's page can have sent its next command.
+ */
+class Server {
+  /** @param onTrouble called with true when the server can't be reached, with false afterwards */
+  constructor(onTrouble) {
+    this.onTrouble = onTrouble;
+    this.socket = null;
+  }
+
+  /** The data text of the page that the server opened last. */
+  async ask() {
+    for (;;) {
+      const socket = await this.connect();
+      socket.send('@');
+      const text = await new Promise((resolve) => {
+        socket.onmessage = (event) => {
+          const isOther = typeof event.data !== 'string' // preview frames and answers to others
+              || event.data.startsWith('/9j/') || event.data.startsWith('Begin');
+          if (!isOther)
+            resolve(event.data);
+        };
+        socket.onclose = () => resolve(null);
+      });
+      socket.onmessage = null;
+      if (text !== null)
+        return text;
+    }
+  }
+
+  /**
+   * Hands a text to the page that sent the latest command, and leaves. The clean end of the
+   * connection proves that the server has read it; without it the text is sent once more.
+   */
+  async deliver(text) {
+    for (;;) {
+      const socket = await this.connect();
+      socket.send('#' + text);
+      if (await this.leave())
+        return;
+      this.onTrouble(true);
+      await pause(RETRY_SECONDS[0]);
+    }
+  }
+
+  /** @returns whether the server took its leave as well */
+  leave() {
+    const socket = this.socket;
+    this.socket = null;
+    return new Promise((resolve) => {
+      socket.onclose = (event) => resolve(event.wasClean);
+      socket.close();
+    });
+  }
+
+  /** An open connection: the one there is, or a new one, however long that takes. */
+  async connect() {
+    for (let tries = 0; !this.socket || this.socket.readyState !== WebSocket.OPEN; tries++) {
+      this.socket = await openSocket();
+      if (!this.socket) {
+        this.onTrouble(true);
+        await pause(RETRY_SECONDS[Math.min(tries, RETRY_SECONDS.length - 1)]);
+      }
+    }
+    this.onTrouble(false);
+    return this.socket;
+  }
+}
+
+/** @returns an open socket, or null when the server can't be reached */
+function openSocket() {
+  return new Promise((resolve) => {
+    const socket = new WebSocket(SERVER_ADDRESS);
+    socket.onopen = () => resolve(socket);
+    socket.onclose = () => resolve(null);
+  });
+}
+
+function pause(seconds) {
+  return new Promise((resolve) => setTimeout(resolve, seconds * 1000));
+}
+
+// ---- View ---------------------------------------------------------------------------------------
+
+function byId(id) {
+  return document.getElementById(id);
+}
+
+/** An element with a class and text. */
+function element(name, className, text) {
+  const made = document.createElement(name);
+  if (className)
+    made.className = className;
+  if (text !== undefined)
+    made.textContent = text;
+  return made;
+}
+
+/** Puts a text in both languages into an element; the style sheet shows one of them. */
+function say(target, chinese, english) {
+  target.textContent = '';
+  for (const [lang, text] of [['zh', chinese], ['en', english]]) {
+    const span = element('span', '', text);
+    span.lang = lang;
+    target.append(span);
+  }
+  return target;
+}
+
+/** Puts a text of the data in place of what stands there; without one that stays. */
+function fill(id, text) {
+  if (!text)
+    return;
+  byId(id).textContent = text;
+  byId(id).classList.add('given');
+}
+
+function labelOf(key) {
+  return LABELS.get(key.toLowerCase()) || [key, key];
+}
+
+/** One row each for pairs of the data. @param labelOfNo what "no" is called on this page */
+function fillRows(pairs, labelOfNo) {
+  for (const [key, value] of pairs) {
+    const label = labelOfNo && key.toLowerCase() === 'no' ? labelOfNo : labelOf(key);
+    byId('rows').append(say(element('dt'), ...label), element('dd', '', value));
+  }
+}
+
+/** Shows a picture of the data inside an element, once it could be loaded. */
+function showPicture(target, path) {
+  const address = pictureAddress(path);
+  if (!address)
+    return;
+  const picture = element('img');
+  picture.alt = '';
+  picture.onload = () => {
+    target.textContent = '';
+    target.append(picture);
+    target.hidden = false;
+  };
+  picture.src = address;
+}
+
+/** Content for an SVG element; only ever drawings of this file. */
+function drawing(content) {
+  const svg = document.createElementNS('http://www.w3.org/2000/svg', 'svg');
+  svg.setAttribute('viewBox', '0 0 100 100');
+  svg.setAttribute('aria-hidden', 'true');
+  svg.innerHTML = content;
+  return svg;
+}
+
+const CHECK_MARK = '<circle cx="50" cy="50" r="46"></circle><path d="M28 52l16 16 30-34"></path>';
+
+/** Puts a closing word in place of the page's content. */
+function showEnd(picture, chinese, english) {
+  const end = element('div', 'end');
+  end.append(picture, say(element('p', 'question'), ...chinese), say(element('p', 'lead'), ...english));
+  const main = document.querySelector('main');
+  main.className = '';
+  main.textContent = '';
+  main.append(end);
+  const actions = document.querySelector('.actions');
+  if (actions)
+    actions.remove();
+}
+
+/** The line at the foot of the page; nothing hides it. */
+function notice(kind, chinese, english) {
+  const line = byId('notice');
+  line.className = kind;
+  say(line, chinese, english);
+  line.hidden = !chinese;
+}
+
+function showTrouble(isTrouble) {
+  if (isTrouble)
+    notice('trouble', '与柜台的连接中断，正在重新连接，请稍候…',
+           'The connection to the counter is lost. Trying again, please wait…');
+  else
+    notice('', '', '');
+}
+
+/** The two buttons of the header, and the line for notices. */
+function addTools(root) {
+  const tools = element('div', 'tools');
+  const language = element('button');
+  const contrast = element('button');
+  say(language, 'English', '中文');
+  say(contrast, '高对比度', 'Contrast');
+  for (const button of [contrast, language]) {
+    button.type = 'button';
+    tools.append(button);
+  }
+  language.onclick = () => { root.lang = root.lang === 'zh' ? 'en' : 'zh'; };
+  contrast.onclick = () => { root.classList.toggle('contrast'); };
+  document.querySelector('header').append(tools);
+
+  const line = element('p');
+  line.id = 'notice';
+  line.setAttribute('role', 'status');
+  line.hidden = true;
+  document.body.append(line);
+}
+
+// ---- Pages --------------------------------------------------------------------------------------
+
+function showTeller(data) {
+  showPicture(byId('portrait'), data.get('photo'));
+  byId('name').textContent = data.get('name');
+  byId('position').textContent = [data.get('title'), data.get('dept')].filter(Boolean).join(' · ');
+  fill('text', data.get('text'));
+  fillRows(data.others(['name', 'title', 'dept', 'photo']), ['工号', 'Staff no.']);
+}
+
+function showCall(data) {
+  const number = data.get('no');
+  byId('number').textContent = number;
+  const counter = data.get('window');
+  if (counter) {
+    const parts = [['请到 ', 'Please go to counter '], [' 号窗口', '']].map(
+        (words) => say(element('span'), ...words));
+    byId('go').append(parts[0], element('b', '', counter), parts[1]);
+  }
+  if (!number) {
+    document.querySelector('main').classList.add('wordy');
+    say(byId('text'), '请等候叫号', 'Please wait until your number is called');
+  }
+  fill('text', data.get('text'));
+  fillRows(data.others(['no', 'window']));
+}
+
+/** "1234.5" as an amount of money, "1,234.50"; a text that is no plain number stays as it is. */
+function moneyText(text) {
+  if (!/^-?\d{1,15}(\.\d{1,2})?$/.test(text))
+    return text;
+  const [whole, cents] = text.split('.');
+  return whole.replace(/\B(?=(\d{3})+$)/g, ',') + '.' + (cents || '').padEnd(2, '0');
+}
+
+function showPayment(data) {
+  const amount = data.get('amount');
+  if (amount)
+    byId('amount').append(element('small', '', data.get('currency') || '¥'), moneyText(amount));
+  else
+    document.querySelector('main').classList.add('wordy');
+  for (const item of data.all('item')) {
+    const parts = /^(.*)[:：](.*)$/.exec(item) || [item, item, ''];
+    const row = byId('items').insertRow();
+    row.insertCell().textContent = parts[1].trim();
+    row.insertCell().textContent = moneyText(parts[2].trim());
+  }
+  showPicture(byId('code'), data.get('qr'));
+  fill('text', data.get('text'));
+  fillRows(data.others(['amount', 'currency', 'item', 'qr']), ['订单号', 'Order no.']);
+  const hasBill = byId('rows').hasChildNodes() || byId('items').rows.length > 0;
+  document.querySelector('main').classList.toggle('alone', !hasBill);
+}
+
+/**
+ * Sends the customer's answer to the teller's page, as an answer of the server would come.
+ * @param pairs what it says: keys and values
+ */
+async function sendAnswer(server, name, data, pairs) {
+  for (const button of document.querySelectorAll('main button, .actions button, main input'))
+    button.disabled = true;
+  notice('', '正在发送…', 'Sending…');
+  const id = data.get('id');
+  const answer = (id ? pairs.concat([['id', id]]) : pairs)
+                     .map(([key, value]) => `${key}=${escapeValue(value)}`).join(',');
+  await server.deliver(`BeginAfter${name}${answer}EndAfter${name}`);
+  notice('', '', '');
+}
+
+function showInfo(data, server) {
+  fill('text', data.get('text'));
+  const heading = data.get('title');
+  if (heading)
+    document.querySelector('h1').textContent = heading;
+  const ask = data.get('ask');
+  fillRows(data.others(['title', 'ask', 'asklength', ask.toLowerCase()]));
+  const answerOf = ask ? showEntry(ask, data) : () => [];
+
+  const answer = async (result, chinese, english) => {
+    await sendAnswer(server, 'DoGWQ_StartInfo', data,
+                     [['result', result]].concat(result === 'ok' ? answerOf() : []));
+    showEnd(drawing(CHECK_MARK), ...chinese.concat(english));
+  };
+  byId('ok').onclick = () => answer('ok', [['已确认，谢谢！', 'Confirmed, thank you!']],
+                                    [['请稍候，柜员正在为您办理', 'One moment, please.']]);
+  byId('wrong').onclick = () => answer('wrong', [['已告知柜员', 'Your teller has been told']],
+                                       [['请向柜员说明有误之处', 'Please say what is not correct.']]);
+}
+
+/**
+ * The field the customer types into, with its keys.
+ * @returns a function that gives the field as a pair
+ */
+function showEntry(ask, data) {
+  const field = byId('entry-value');
+  const length = Math.min(parseInt(data.get('asklength'), 10) || 0, field.maxLength);
+  const update = () => {
+    const typed = field.value.trim().length;
+    byId('ok').disabled = length > 0 ? typed !== length : typed === 0;
+  };
+  const type = (key) => {
+    if (field.value.length < (length > 0 ? length : field.maxLength))
+      field.value += key;
+    update();
+  };
+
+  const [chinese, english] = labelOf(ask);
+  say(byId('entry-label'), `请输入${chinese}`, `Please enter: ${english}`);
+  field.value = data.get(ask.toLowerCase());
+  field.oninput = update;
+  const extra = { idno: 'X', amount: '.' }[ask.toLowerCase()] || '';
+  for (const key of ['1', '2', '3', '4', '5', '6', '7', '8', '9', extra, '0']) {
+    const button = element('button', '', key);
+    button.type = 'button';
+    button.onclick = () => type(key);
+    button.hidden = !key;
+    byId('pad').append(button);
+  }
+  const back = element('button', 'back', '⌫');
+  back.type = 'button';
+  back.setAttribute('aria-label', '删除 Delete');
+  back.onclick = () => { field.value = field.value.slice(0, -1); update(); };
+  byId('pad').append(back);
+  byId('entry').hidden = false;
+  document.querySelector('main').classList.add('asking');
+  say(byId('ok'), '确认提交', 'Confirm');
+  update();
+  return () => [[ask, field.value.trim()]];
+}
+
+/** The five grades: number sent, Chinese, English, how the mouth is drawn. */
+const GRADES = [
+  ['5', '非常满意', 'Very satisfied', 'M26 56q24 34 48 0z'],
+  ['4', '满意', 'Satisfied', 'M28 60q22 20 44 0'],
+  ['3', '基本满意', 'Fairly satisfied', 'M30 66h40'],
+  ['2', '不满意', 'Dissatisfied', 'M30 72q20 -16 40 0'],
+  ['1', '非常不满意', 'Very dissatisfied', 'M28 76q22 -28 44 0'],
+];
+
+function face(mouth) {
+  return drawing('<circle cx="50" cy="50" r="46"></circle><circle class="eye" cx="34" cy="40" r="5">'
+                 + '</circle><circle class="eye" cx="66" cy="40" r="5"></circle>'
+                 + `<path d="${mouth}"></path>`);
+}
+
+function showEvaluation(data, server) {
+  fill('text', data.get('text'));
+  const teller = [data.get('name'), data.get('no')].filter(Boolean).join(' · ');
+  if (teller)
+    say(byId('whom'), `为您服务的柜员：${teller}`, `You were served by ${teller}`);
+  fillRows(data.others(['name', 'no']));
+  for (const [value, chinese, english, mouth] of GRADES) {
+    const button = element('button', `grade grade-${value}`);
+    button.type = 'button';
+    button.append(face(mouth), say(element('span'), chinese, english));
+    button.onclick = async () => {
+      button.classList.add('chosen');
+      await sendAnswer(server, 'DoGWQ_StartEvaluator', data, [['value', value], ['text', chinese]]);
+      const picture = face(mouth);
+      picture.setAttribute('class', `grade-${value}`);
+      showEnd(picture, ['感谢您的评价！', 'Thank you!'],
+              ['您的意见是我们改进的动力', 'Your opinion helps us to do better.']);
+    };
+    byId('grades').append(button);
+  }
+}
+
+const PAGES = new Map([
+  ['teller', showTeller],
+  ['callNo', showCall],
+  ['pay', showPayment],
+  ['infoExchange', showInfo],
+  ['evaluate', showEvaluation],
+]);
+
+async function start() {
+  const root = document.documentElement;
+  const page = document.body.dataset.page;
+  addTools(root);
+  window.onhashchange = () => location.reload();
+  document.oncontextmenu = (event) => event.preventDefault(); // a finger that stays too long
+
+  const server = new Server(showTrouble);
+  let source = dataOfAddress();
+  if (source === null) {
+    notice('', '请稍候…', 'One moment, please…');
+    source = await server.ask();
+    if (page !== 'infoExchange' && page !== 'evaluate')
+      server.leave();
+    notice('', '', '');
+  }
+  const data = new Data(source);
+  if (['zh', 'en'].includes(data.get('lang')))
+    root.lang = data.get('lang');
+  if (data.get('theme') === 'contrast')
+    root.classList.add('contrast');
+  PAGES.get(page)(data, server);
+  document.body.classList.add('ready');
+}
+
+start();
