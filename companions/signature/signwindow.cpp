@@ -46,7 +46,7 @@ QString styleFor(int unit)
                                    font-weight: bold; }
         QPushButton[role="main"]:pressed { background: %4; border-color: %4; }
         QPushButton[role="main"]:disabled { background: %7; border-color: %7; }
-        QPushButton[role="small"] { border-width: 1px; padding: %11px %1px; }
+        QPushButton[role="small"] { border-width: 1px; padding: %11px; font-size: %12px; }
         QScrollArea { background: transparent; }
         )")
         .arg(unit)
@@ -55,7 +55,8 @@ QString styleFor(int unit)
         .arg(look::quiet.name(), look::line.name())
         .arg(unit * 7 / 10)
         .arg(look::placeholder.name(), look::accent.name())
-        .arg(unit * 4 / 10);
+        .arg(unit * 3 / 10)
+        .arg(unit * 8 / 10);
 }
 
 } // namespace
@@ -88,10 +89,14 @@ void SignWindow::arrange(const QSize &screen)
     auto *pages = makePages();
     auto *signing = makeSigning();
     auto *all = new QVBoxLayout(this);
+    all->setSizeConstraint(QLayout::SetNoConstraint); // never larger than the screen
     all->setContentsMargins(0, 0, 0, 0);
     all->setSpacing(0);
     all->addWidget(header);
     const bool wide = screen.width() > screen.height();
+    const int room = wide ? screen.height() * 6 / 10 : screen.height() * 3 / 10;
+    const int width = wide ? screen.width() * 11 / 20 : screen.width();
+    m_pad->setMaximumHeight(std::min(room, int(width / m_pad->aspect())));
     auto *body = new QBoxLayout(wide ? QBoxLayout::LeftToRight : QBoxLayout::TopToBottom);
     const int margin = std::min(screen.width(), screen.height()) / 40;
     body->setContentsMargins(margin, margin, margin, margin);
@@ -174,16 +179,18 @@ QWidget *SignWindow::makeSigning()
     auto *column = new QVBoxLayout(signing);
     column->setContentsMargins(0, 0, 0, 0);
     column->setSpacing(16);
+    column->addStretch(1);
     column->addWidget(hint);
-    column->addWidget(m_pad, 1);
+    column->addWidget(m_pad, 1000); // as high as it may
     column->addLayout(buttons);
+    column->addStretch(1);
     return signing;
 }
 
 QPushButton *SignWindow::makeButton(const QString &chinese, const QString &english,
                                     const char *role)
 {
-    auto *button = new QPushButton(chinese + QLatin1Char(' ') + english);
+    auto *button = new QPushButton(chinese + QLatin1Char('\n') + english);
     button->setProperty("role", QString::fromLatin1(role));
     button->setFocusPolicy(Qt::NoFocus);
     return button;
@@ -193,8 +200,8 @@ void SignWindow::open()
 {
     if (QScreen *screen = customerScreen())
         setGeometry(screen->geometry());
-    showFullScreen();
-    raise();
+    setWindowState(Qt::WindowFullScreen);
+    show(); // showFullScreen() would take the keyboard
     tick();
     if (m_request.timeoutSeconds > 0)
         m_seconds.start();
@@ -210,7 +217,7 @@ void SignWindow::tick()
         end(&SignWindow::timedOut);
         return;
     }
-    m_time->setText(QStringLiteral("剩余 %1 秒  %1 s").arg(m_secondsLeft));
+    m_time->setText(QStringLiteral("剩余时间 Time left  %1 s").arg(m_secondsLeft));
     if (m_secondsLeft <= urgentSeconds)
         m_time->setStyleSheet(QStringLiteral("color: %1").arg(look::urgent.name()));
 }
