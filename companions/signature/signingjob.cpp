@@ -18,6 +18,7 @@
 #include <QJsonDocument>
 #include <QXmlStreamWriter>
 
+#include <cmath>
 #include <new>
 
 namespace {
@@ -54,6 +55,12 @@ void checkPlace(const QRectF &place, const QSizeF &page)
                 .arg(place.height())
                 .arg(page.width())
                 .arg(page.height())};
+}
+
+/// Whether two sizes are one but for their scale.
+bool isAlike(const QSizeF &a, const QSizeF &b)
+{
+    return std::abs(a.width() * b.height() / (a.height() * b.width()) - 1) < 0.01;
 }
 
 QByteArray pngOf(const Ink &ink, double aspect)
@@ -151,6 +158,12 @@ void SigningJob::pageDrawn(int page, const QImage &image)
 {
     if (m_finished)
         return;
+    // pdftoppm takes a crop box that goes beyond the page otherwise than other viewers do.
+    if (!isAlike(m_document->pageSize(page), image.size())) {
+        fail(SigningFailure::NotShown,
+             QStringLiteral("the page's box is odd: it can't be shown where it will be signed"));
+        return;
+    }
     m_window->showPage(page, image);
     if (m_opened)
         return;

@@ -30,7 +30,7 @@ QVector<double> numbers(const QString &text)
     for (const QString &field : fields) {
         bool isNumber = false;
         numbers << field.trimmed().toDouble(&isNumber);
-        if (!isNumber || std::abs(numbers.last()) > largestPage)
+        if (!isNumber || !(std::abs(numbers.last()) <= largestPage)) // nor NaN
             throw bad(QStringLiteral("the location holds something that is no sensible number: ")
                       + field.left(40));
     }

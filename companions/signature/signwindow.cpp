@@ -138,8 +138,11 @@ QWidget *SignWindow::makePages()
     connect(m_back, &QPushButton::clicked, this, [this] { turnTo(m_page - 1); });
     connect(m_forth, &QPushButton::clicked, this, [this] { turnTo(m_page + 1); });
     connect(m_toPlace, &QPushButton::clicked, this, [this] { turnTo(m_request.page); });
-    connect(m_enlarge, &QPushButton::clicked, this,
-            [this] { m_view->setEnlarged(!m_view->isEnlarged()); });
+    connect(m_enlarge, &QPushButton::clicked, this, [this] {
+        m_view->setEnlarged(!m_view->isEnlarged());
+        m_enlarge->setText(m_view->isEnlarged() ? QStringLiteral("缩小\nFit")
+                                                : QStringLiteral("放大\nZoom"));
+    });
     auto *row = new QHBoxLayout;
     row->addWidget(m_back);
     row->addWidget(m_pageNumber, 1, Qt::AlignCenter);
