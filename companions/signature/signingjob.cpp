@@ -109,8 +109,14 @@ SigningJob::~SigningJob() = default;
 
 void SigningJob::start()
 {
+    attempt([this] { open(); });
+}
+
+/// Nothing gets past here: it is called by the event loop.
+void SigningJob::attempt(const std::function<void()> &step)
+{
     try {
-        open();
+        step();
     } catch (const SigningFailure &failure) {
         fail(failure.code, failure.message);
     } catch (const std::bad_alloc &) {
@@ -140,11 +146,16 @@ void SigningJob::open()
 
     m_renderer = std::make_unique<PageRenderer>(m_original);
     m_window = std::make_unique<SignWindow>(m_request, m_document->pageCount(), pageSize);
-    connect(m_renderer.get(), &PageRenderer::rendered, this, &SigningJob::pageDrawn);
+    connect(m_renderer.get(), &PageRenderer::rendered, this,
+            [this](int page, const QImage &image) { attempt([&] { pageDrawn(page, image); }); });
     connect(m_renderer.get(), &PageRenderer::failed, this,
             [this](int, const QString &reason) { fail(SigningFailure::NotShown, reason); });
     connect(m_window.get(), &SignWindow::pageWanted, m_renderer.get(), &PageRenderer::render);
-    connect(m_window.get(), &SignWindow::confirmed, this, &SigningJob::sign);
+    connect(m_window.get(), &SignWindow::confirmed, this, [this] {
+        attempt([this] {
+            finish(QStringLiteral("signed"), 0, QStringLiteral("signed"), writeSigned());
+        });
+    });
     connect(m_window.get(), &SignWindow::cancelled, this, [this] {
         finish(QStringLiteral("cancelled"), 1, QStringLiteral("the customer does not sign"));
     });
@@ -159,11 +170,10 @@ void SigningJob::pageDrawn(int page, const QImage &image)
     if (m_finished)
         return;
     // pdftoppm takes a crop box that goes beyond the page otherwise than other viewers do.
-    if (!isAlike(m_document->pageSize(page), image.size())) {
-        fail(SigningFailure::NotShown,
-             QStringLiteral("the page's box is odd: it can't be shown where it will be signed"));
-        return;
-    }
+    if (!isAlike(m_document->pageSize(page), image.size()))
+        throw SigningFailure{
+            SigningFailure::NotShown,
+            QStringLiteral("the page's box is odd: it can't be shown where it will be signed")};
     m_window->showPage(page, image);
     if (m_opened)
         return;
@@ -201,17 +211,6 @@ void SigningJob::playUpTo(double seconds)
         m_window->confirm();
     else
         m_window->cancel();
-}
-
-void SigningJob::sign()
-{
-    try {
-        finish(QStringLiteral("signed"), 0, QStringLiteral("signed"), writeSigned());
-    } catch (const SigningFailure &failure) {
-        fail(failure.code, failure.message);
-    } catch (const std::bad_alloc &) {
-        fail(SigningFailure::Broken, QStringLiteral("the document takes more memory than it may"));
-    }
 }
 
 /// \return what the reply says beyond the status

@@ -9,6 +9,7 @@
 #include <QObject>
 #include <QTimer>
 
+#include <functional>
 #include <memory>
 #include <optional>
 
@@ -47,11 +48,11 @@ Q_SIGNALS:
     void finished(const QJsonObject &reply);
 
 private:
+    void attempt(const std::function<void()> &step);
     void open();
     void pageDrawn(int page, const QImage &image);
     void playScript();
     void playUpTo(double seconds);
-    void sign();
     QJsonObject writeSigned();
     QByteArray record(const QByteArray &signedBytes, const QString &signedPath) const;
     void fail(int code, const QString &message);
