@@ -218,7 +218,8 @@ Ink Ink::fromJson(const QByteArray &json)
 void drawInk(QPainter *painter, const QVector<InkLine> &lines)
 {
     for (const InkLine &line : lines) {
-        painter->setPen(QPen(Ink::color, line.width, Qt::SolidLine, Qt::RoundCap, Qt::RoundJoin));
+        painter->setPen(QPen(Ink::color, std::max(line.width, 1.0), Qt::SolidLine, Qt::RoundCap,
+                             Qt::RoundJoin));
         if (line.points.size() == 1)
             painter->drawPoint(line.points.first());
         else

@@ -22,6 +22,8 @@ namespace {
 // Annex C.2: the highest object number that readers have to take.
 constexpr long long highestObject = 8388607;
 
+constexpr double finestPen = 0.8; // points: small signatures stay legible in print
+
 /// How a page's content leaves the graphics state behind.
 class Balance : public QPDFObjectHandle::ParserCallbacks
 {
@@ -119,7 +121,7 @@ QByteArray inkOperators(const QVector<InkLine> &lines, const QRectF &place,
     QByteArray text = "1 J 1 j [] 0 d " + number(Ink::color.redF()) + ' '
         + number(Ink::color.greenF()) + ' ' + number(Ink::color.blueF()) + " RG\n";
     for (const InkLine &line : lines) {
-        text += number(line.width) + " w";
+        text += number(std::max(line.width, finestPen)) + " w";
         for (int i = 0; i < std::max(line.points.size(), 2); ++i) {
             const QPointF &inked = line.points[std::min(i, line.points.size() - 1)];
             const QPointF point = toUser.map(
