@@ -15,9 +15,11 @@
 #include <QLocalSocket>
 #include <QProcess>
 #include <QPushButton>
+#include <QScopeGuard>
 #include <QSignalSpy>
 #include <QTemporaryDir>
 #include <QTemporaryFile>
+#include <signal.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <unistd.h>
@@ -148,6 +150,11 @@ int failureCode(const std::function<void()> &attempt)
     }
 }
 
+QString beside(const char *name)
+{
+    return QCoreApplication::applicationDirPath() + QLatin1Char('/') + QLatin1String(name);
+}
+
 } // namespace
 
 class TestSignature : public QObject
@@ -163,6 +170,7 @@ private Q_SLOTS:
     void frames();
     void theLatestRequestHasTheClient();
     void oneInstance();
+    void theScriptStartsOne();
 
     void requests_data();
     void requests();
@@ -191,12 +199,8 @@ private:
 void TestSignature::initTestCase()
 {
     SignSouthInterface::instance()->setWaits({10000ms, 1000ms, 5ms, 1ms, 1ms});
-    const QString here = QCoreApplication::applicationDirPath() + QLatin1Char('/');
-    for (const char *name : {"elecsign", "run-elecsign.sh"}) {
-        QFile::remove(here + QLatin1String(name));
-        QVERIFY(QFile::copy(here + QLatin1String("../../") + QLatin1String(name),
-                            here + QLatin1String(name)));
-    }
+    QFile::remove(beside("elecsign"));
+    QVERIFY(QFile::copy(beside("../../elecsign"), beside("elecsign")));
 }
 
 void TestSignature::init()
@@ -307,6 +311,33 @@ void TestSignature::oneInstance()
     QLocalSocket client;
     client.connectToServer(socketName);
     QVERIFY(client.waitForConnected());
+}
+
+void TestSignature::theScriptStartsOne()
+{
+    QFile::remove(beside("log/elecsign.log"));
+    QFile::remove(beside("run-elecsign.sh"));
+    QVERIFY(QFile::copy(beside("../../run-elecsign.sh"), beside("run-elecsign.sh")));
+    // Away again at the end: the server's client would start it in other tests, for good.
+    const auto remove = qScopeGuard([] { QFile::remove(beside("run-elecsign.sh")); });
+    const auto logged = [](const char *text) {
+        QFile log(beside("log/elecsign.log"));
+        return log.open(QIODevice::ReadOnly) && log.readAll().contains(text);
+    };
+    for (const char *text : {"listening on", "another instance listens"}) {
+        QVERIFY(!run(QStringLiteral("/bin/bash"), {beside("run-elecsign.sh")}).isNull());
+        QTRY_VERIFY_WITH_TIMEOUT(logged(text), 20000);
+    }
+    QLocalSocket client;
+    client.connectToServer(socketName);
+    QVERIFY(client.waitForConnected());
+    ucred service{};
+    socklen_t size = sizeof service;
+    QCOMPARE(::getsockopt(int(client.socketDescriptor()), SOL_SOCKET, SO_PEERCRED, &service, &size),
+             0);
+    QCOMPARE(QFile::symLinkTarget(QStringLiteral("/proc/%1/exe").arg(service.pid)),
+             beside("elecsign"));
+    QCOMPARE(::kill(service.pid, SIGTERM), 0);
 }
 
 void TestSignature::requests_data()
@@ -502,7 +533,7 @@ void TestSignature::startService(const QByteArray &strokes)
     document.write(pdf());
     document.close();
     m_service.setProcessChannelMode(QProcess::ForwardedChannels);
-    m_service.start(QCoreApplication::applicationDirPath() + QLatin1String("/elecsign"), arguments);
+    m_service.start(beside("elecsign"), arguments);
     QVERIFY(m_service.waitForStarted());
     QTRY_VERIFY_WITH_TIMEOUT(QFile::exists(inFolder(socketName)), 20000);
 }
@@ -537,7 +568,7 @@ void TestSignature::service()
     startService(strokes);
     auto *client = SignSouthInterface::instance();
     Messages replies(client);
-    QVERIFY(client->start()); // its script finds the service running
+    QVERIFY(client->start());
     client->DoGWQ_StartSign(inFolder(document), inFolder(QStringLiteral("b.xml")), location,
                             QStringLiteral("1"), 2);
     const QJsonObject reply = QJsonDocument::fromJson(replies.next()).object();
