@@ -3,21 +3,75 @@
 // The signature service.
 
 #include "companions/common/companionprogram.h"
-#include "companions/common/requestserver.h"
+#include "companions/signature/signatureservice.h"
 
 #include <QApplication>
+#include <QCommandLineParser>
+#include <QDebug>
+#include <QDir>
+#include <QFile>
+#include <sys/resource.h>
+
+namespace {
+
+/// A document that unpacks to no end must not take the machine along.
+void limitMemory()
+{
+#ifndef __SANITIZE_ADDRESS__ // it reserves more for itself
+    const rlimit limit{rlim_t(3) << 30, rlim_t(3) << 30};
+    setrlimit(RLIMIT_DATA, &limit);
+#endif
+}
+
+QString strokesFile()
+{
+    QCommandLineParser parser;
+    parser.setApplicationDescription(
+        QStringLiteral("The signature service, see docs/signature.md."));
+    parser.addHelpOption();
+    const QCommandLineOption strokes(
+        QStringLiteral("strokes"),
+        QStringLiteral("Sign by the strokes of this file instead of a customer's, for tests. The "
+                       "variable ELECSIGN_STROKES does the same."),
+        QStringLiteral("file"), qEnvironmentVariable("ELECSIGN_STROKES"));
+    parser.addOption(strokes);
+    parser.process(*QCoreApplication::instance());
+    return parser.value(strokes);
+}
+
+/// \throws QString
+std::optional<Ink> script(const QString &path)
+{
+    if (path.isEmpty())
+        return {};
+    QFile file(path);
+    if (!file.open(QIODevice::ReadOnly))
+        throw file.errorString();
+    return Ink::fromJson(file.readAll());
+}
+
+} // namespace
 
 int main(int argc, char *argv[])
 {
+    limitMemory();
     prepareCompanion();
     QApplication application(argc, argv);
-    RequestServer server(QStringLiteral("SOUTHINTERFACE_ELECSIGNSERVER"), {{1, 1}, {2, 1}});
-    switch (server.start()) {
-    case RequestServer::Start::Listening:
-        return QApplication::exec();
-    case RequestServer::Start::AnotherRuns:
-        return 0;
-    case RequestServer::Start::Failed:
-        return 1;
+    QGuiApplication::setQuitOnLastWindowClosed(false);
+    const QString strokes = strokesFile();
+    try {
+        SignatureService service(script(strokes));
+        QDir::setCurrent(QCoreApplication::applicationDirPath()); // relative paths of requests
+        switch (service.start()) {
+        case RequestServer::Start::Listening:
+            return QApplication::exec();
+        case RequestServer::Start::AnotherRuns:
+            return 0;
+        case RequestServer::Start::Failed:
+            break;
+        }
+    } catch (const QString &error) {
+        qCritical() << "the strokes file" << strokes << "-" << error;
     }
+    return 1;
 }

@@ -1,0 +1,97 @@
+// SPDX-License-Identifier: MIT
+#include "companions/signature/pagerenderer.h"
+
+#include <sys/resource.h>
+
+namespace {
+
+constexpr int longSide = 2200; // pixels: enough to zoom in on a customer's screen
+constexpr int timeLimitMs = 20000;
+constexpr rlim_t memoryLimit = 1024L * 1024 * 1024;
+constexpr int mostImages = 4;
+
+class LimitedProcess : public QProcess
+{
+protected:
+    void setupChildProcess() override // between fork and exec
+    {
+        const rlimit memory{memoryLimit, memoryLimit};
+        setrlimit(RLIMIT_DATA, &memory);
+        const rlimit seconds{timeLimitMs / 1000, timeLimitMs / 1000};
+        setrlimit(RLIMIT_CPU, &seconds);
+    }
+};
+
+} // namespace
+
+PageRenderer::PageRenderer(const QByteArray &document, QObject *parent)
+    : QObject(parent)
+    , m_document(document)
+{
+    m_limit.setSingleShot(true);
+    m_limit.setInterval(timeLimitMs);
+    connect(&m_limit, &QTimer::timeout, this, [this] {
+        if (m_process)
+            m_process->kill();
+    });
+}
+
+PageRenderer::~PageRenderer()
+{
+    drop();
+}
+
+void PageRenderer::drop()
+{
+    m_limit.stop();
+    if (!m_process)
+        return;
+    m_process->disconnect(this);
+    m_process->kill();
+    m_process->waitForFinished(1000);
+    m_process.reset();
+}
+
+void PageRenderer::render(int page)
+{
+    drop();
+    if (m_images.contains(page)) {
+        Q_EMIT rendered(page, m_images.value(page));
+        return;
+    }
+    m_process = std::make_unique<LimitedProcess>();
+    const QString number = QString::number(page);
+    connect(m_process.get(), &QProcess::errorOccurred, this, [this, page](auto error) {
+        if (error == QProcess::FailedToStart)
+            finish(page, false);
+    });
+    connect(m_process.get(), QOverload<int, QProcess::ExitStatus>::of(&QProcess::finished), this,
+            [this, page] { finish(page, true); });
+    // The document comes by standard input: its path stays out of the process list, where the
+    // server looks for its own name.
+    m_process->start(QStringLiteral("pdftoppm"),
+                     {QStringLiteral("-f"), number, QStringLiteral("-l"), number,
+                      QStringLiteral("-cropbox"), QStringLiteral("-scale-to"),
+                      QString::number(longSide), QStringLiteral("-")});
+    m_limit.start();
+    m_process->write(m_document);
+    m_process->closeWriteChannel();
+}
+
+void PageRenderer::finish(int page, bool ended)
+{
+    m_limit.stop();
+    const QByteArray output = ended ? m_process->readAllStandardOutput() : QByteArray();
+    const QString said = ended ? QString::fromLocal8Bit(m_process->readAllStandardError().left(300))
+                               : m_process->errorString();
+    m_process.release()->deleteLater(); // its signal is being handled
+    const QImage image = QImage::fromData(output, "PPM");
+    if (image.isNull()) {
+        Q_EMIT failed(page, QStringLiteral("pdftoppm drew nothing: ") + said);
+        return;
+    }
+    if (m_images.size() >= mostImages)
+        m_images.erase(m_images.begin());
+    m_images.insert(page, image);
+    Q_EMIT rendered(page, image);
+}

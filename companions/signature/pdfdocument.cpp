@@ -1,0 +1,278 @@
+// SPDX-License-Identifier: MIT
+// Section numbers are those of ISO 32000-1 (PDF 1.7).
+#include "companions/signature/pdfdocument.h"
+
+#include "companions/signature/failure.h"
+#include "companions/signature/pdfupdate.h"
+
+// Silences what qpdf 11 says about the pointers of its earlier versions.
+#define POINTERHOLDER_TRANSITION 0
+#include <QUuid>
+#include <qpdf/QPDF.hh>
+#include <qpdf/QPDFExc.hh>
+#include <qpdf/QPDFObjectHandle.hh>
+#include <qpdf/QPDFPageObjectHelper.hh>
+
+#include <algorithm>
+#include <exception>
+#include <vector>
+
+namespace {
+
+// Annex C.2: the highest object number that readers have to take.
+constexpr long long highestObject = 8388607;
+
+constexpr double finestPen = 0.8; // points: small signatures stay legible in print
+
+/// How a page's content leaves the graphics state behind.
+class Balance : public QPDFObjectHandle::ParserCallbacks
+{
+public:
+    using ParserCallbacks::handleObject;
+    void handleObject(QPDFObjectHandle object) override
+    {
+        if (!object.isOperator())
+            return;
+        const std::string name = object.getOperatorValue();
+        if (name == "q")
+            ++m_depth;
+        else if (name == "Q")
+            m_lowest = std::min(m_lowest, --m_depth);
+        else if (name == "BT" || name == "ET")
+            m_inText = name == "BT";
+    }
+    void handleEOF() override { }
+
+    /// So many states must be saved before the content, for it restores more than it saves.
+    int before() const { return 1 - m_lowest; }
+    /// So many are to be restored after it.
+    int after() const { return before() + m_depth; }
+    bool endsInText() const { return m_inText; }
+
+private:
+    int m_depth = 0;
+    int m_lowest = 0;
+    bool m_inText = false;
+};
+
+struct PageGeometry
+{
+    QRectF box; ///< in user space; top() is the lower edge
+    int rotation; ///< clockwise: 0, 90, 180, 270
+
+    QSizeF shownSize() const { return rotation % 180 == 0 ? box.size() : box.size().transposed(); }
+
+    /// From the page as shown to user space.
+    QTransform fromShown() const
+    {
+        switch (rotation) {
+        case 90:
+            return QTransform(0, 1, -1, 0, box.right(), box.top());
+        case 180:
+            return QTransform(-1, 0, 0, -1, box.right(), box.bottom());
+        case 270:
+            return QTransform(0, -1, 1, 0, box.left(), box.bottom());
+        default:
+            return QTransform(1, 0, 0, 1, box.left(), box.top());
+        }
+    }
+};
+
+/// A null rectangle where there is no usable one.
+QRectF rectangle(QPDFObjectHandle array)
+{
+    if (!array.isArray() || array.getArrayNItems() != 4)
+        return {};
+    double numbers[4] = {};
+    for (int i = 0; i < 4; ++i) {
+        const QPDFObjectHandle item = array.getArrayItem(i);
+        if (!QPDFObjectHandle(item).isNumber())
+            return {};
+        numbers[i] = QPDFObjectHandle(item).getNumericValue();
+    }
+    return QRectF(QPointF(numbers[0], numbers[1]), QPointF(numbers[2], numbers[3])).normalized();
+}
+
+PageGeometry geometryOf(QPDFObjectHandle page)
+{
+    QPDFPageObjectHelper helper(page);
+    PageGeometry geometry{rectangle(helper.getAttribute("/MediaBox", false)), 0};
+    const QRectF crop = rectangle(helper.getAttribute("/CropBox", false));
+    if (crop.isValid() && geometry.box.intersects(crop))
+        geometry.box &= crop; // 14.11.2.1
+    const QPDFObjectHandle rotate = helper.getAttribute("/Rotate", false);
+    if (QPDFObjectHandle(rotate).isInteger())
+        geometry.rotation = int((QPDFObjectHandle(rotate).getIntValue() % 360 + 360) % 360);
+    if (!geometry.box.isValid() || geometry.rotation % 90 != 0)
+        throw SigningFailure{SigningFailure::Broken,
+                             QStringLiteral("the page has no usable size or rotation")};
+    return geometry;
+}
+
+QByteArray number(double value)
+{
+    return QByteArray::number(value, 'f', 3);
+}
+
+/// The operators that draw the ink (8.4.4, 8.5.2, 8.5.3).
+QByteArray inkOperators(const QVector<InkLine> &lines, const QRectF &place,
+                        const QTransform &toUser)
+{
+    QByteArray text = "1 J 1 j [] 0 d " + number(Ink::color.redF()) + ' '
+        + number(Ink::color.greenF()) + ' ' + number(Ink::color.blueF()) + " RG\n";
+    for (const InkLine &line : lines) {
+        text += number(std::max(line.width, finestPen)) + " w";
+        for (int i = 0; i < std::max(line.points.size(), 2); ++i) {
+            const QPointF &inked = line.points[std::min(i, line.points.size() - 1)];
+            const QPointF point = toUser.map(
+                QPointF(place.left() + inked.x(), place.top() + place.height() - inked.y()));
+            text += ' ' + number(point.x()) + ' ' + number(point.y()) + (i == 0 ? " m" : " l");
+        }
+        text += " S\n";
+    }
+    return text;
+}
+
+QByteArray unparsed(QPDFObjectHandle object)
+{
+    return QByteArray::fromStdString(object.unparse());
+}
+
+SigningFailure broken(const std::exception &error)
+{
+    return {SigningFailure::Broken,
+            QStringLiteral("not a sound PDF: ") + QString::fromUtf8(error.what())};
+}
+
+} // namespace
+
+struct PdfDocument::Parsed
+{
+    QPDF pdf;
+    long long highestInFile = 0; ///< object number
+    std::vector<QPDFObjectHandle> pages;
+
+    explicit Parsed(const QByteArray &bytes)
+    {
+        pdf.setSuppressWarnings(true);
+        pdf.setAttemptRecovery(false);
+        pdf.processMemoryFile("document", bytes.constData(), std::size_t(bytes.size()));
+        const QPDFObjectHandle size = pdf.getTrailer().getKey("/Size");
+        if (!QPDFObjectHandle(size).isInteger())
+            throw std::runtime_error("no /Size in its trailer");
+        highestInFile = std::max(static_cast<long long>(pdf.getObjectCount()),
+                                 QPDFObjectHandle(size).getIntValue() - 1);
+        if (highestInFile > highestObject - 3)
+            throw std::runtime_error("too many objects");
+        pages = pdf.getAllPages();
+    }
+
+    QPDFObjectHandle page(int number) const
+    {
+        if (number < 1 || number > int(pages.size()))
+            throw SigningFailure{SigningFailure::Place,
+                                 QStringLiteral("there is no page %1: the document has %2")
+                                     .arg(number)
+                                     .arg(pages.size())};
+        const QPDFObjectHandle page = pages[std::size_t(number - 1)];
+        // qpdf makes up numbers for pages that stand twice in the tree, or have none.
+        if (QPDFObjectHandle(page).getObjectID() > highestInFile)
+            throw SigningFailure{SigningFailure::Broken,
+                                 QStringLiteral("the page stands in the document in an odd way")};
+        return page;
+    }
+
+    /// 14.4: of the two identifiers the first stays, the second is this revision's.
+    QByteArray trailerOfUpdate()
+    {
+        QPDFObjectHandle old = pdf.getTrailer();
+        QByteArray entries = "/Root " + unparsed(old.getKey("/Root"));
+        if (old.hasKey("/Info"))
+            entries += " /Info " + unparsed(old.getKey("/Info"));
+        QPDFObjectHandle id = old.getKey("/ID");
+        if (id.isArray() && id.getArrayNItems() == 2)
+            entries += " /ID [ " + unparsed(id.getArrayItem(0)) + " <"
+                + QUuid::createUuid().toRfc4122().toHex() + "> ]";
+        return entries;
+    }
+
+    bool hasContents(int number, const QByteArray &references)
+    {
+        return unparsed(page(number).getKey("/Contents")) == "[ " + references + " ]";
+    }
+};
+
+PdfDocument::PdfDocument(const QByteArray &bytes)
+    : m_bytes(bytes)
+    , m_parsed([this] {
+        try {
+            auto parsed = std::make_unique<Parsed>(m_bytes);
+            if (parsed->pdf.isEncrypted())
+                throw SigningFailure{SigningFailure::Encrypted,
+                                     QStringLiteral("the PDF is encrypted")};
+            return parsed;
+        } catch (const QPDFExc &error) {
+            if (error.getErrorCode() == qpdf_e_password)
+                throw SigningFailure{SigningFailure::Encrypted,
+                                     QStringLiteral("the PDF is encrypted")};
+            throw broken(error);
+        } catch (const std::exception &error) {
+            throw broken(error);
+        }
+    }())
+{
+}
+
+PdfDocument::~PdfDocument() = default;
+
+int PdfDocument::pageCount() const
+{
+    return int(m_parsed->pages.size());
+}
+
+QSizeF PdfDocument::pageSize(int page) const
+{
+    try {
+        return geometryOf(m_parsed->page(page)).shownSize();
+    } catch (const std::exception &error) {
+        throw broken(error);
+    }
+}
+
+QByteArray PdfDocument::withInk(int pageNumber, const QRectF &place, const Ink &ink) const
+{
+    try {
+        QPDFObjectHandle page = m_parsed->page(pageNumber);
+        const PageGeometry geometry = geometryOf(page);
+        Balance balance;
+        page.parsePageContents(&balance);
+
+        PdfUpdate update(m_bytes, m_parsed->highestInFile);
+        const QByteArray before = QByteArray("q ").repeated(balance.before()) + '\n';
+        const QByteArray after = (balance.endsInText() ? "\nET " : "\n")
+            + QByteArray("Q ").repeated(balance.after()) + "q\n"
+            + inkOperators(ink.lines(place.size()), place, geometry.fromShown()) + "Q\n";
+        QByteArray contents = update.addStream(before) + ' ';
+        QPDFObjectHandle old = page.getKey("/Contents");
+        for (QPDFObjectHandle stream :
+             old.isArray() ? old.getArrayAsVector() : std::vector<QPDFObjectHandle>{old}) {
+            if (stream.isStream())
+                contents += unparsed(stream) + ' ';
+        }
+        contents += update.addStream(after);
+
+        QPDFObjectHandle dictionary = page.shallowCopy();
+        dictionary.removeKey("/Contents");
+        QByteArray text = QByteArray::fromStdString(dictionary.unparseResolved());
+        text.chop(2); // ">>"
+        update.replace(page.getObjectID(), page.getGeneration(),
+                       text + "/Contents [ " + contents + " ] >>");
+
+        const QByteArray signedBytes = update.finish(m_parsed->trailerOfUpdate());
+        if (!Parsed(signedBytes).hasContents(pageNumber, contents))
+            throw std::runtime_error("what was appended can't be read back");
+        return signedBytes;
+    } catch (const std::exception &error) {
+        throw broken(error);
+    }
+}

@@ -1,0 +1,83 @@
+// SPDX-License-Identifier: MIT
+#include "companions/signature/signingrequest.h"
+
+#include "companions/signature/failure.h"
+
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QStringList>
+#include <QVector>
+
+#include <algorithm>
+#include <cmath>
+
+namespace {
+
+constexpr int longestTimeout = 24 * 3600; // seconds
+constexpr double flattestPad = 6; // width : height
+constexpr double tallestPad = 0.6;
+constexpr double largestPage = 14400; // points: ISO 32000-1, Annex C.2
+
+SigningFailure bad(const QString &message)
+{
+    return {SigningFailure::BadRequest, message};
+}
+
+QVector<double> numbers(const QString &text)
+{
+    QVector<double> numbers;
+    const QStringList fields = text.split(QLatin1Char(','));
+    for (const QString &field : fields) {
+        bool isNumber = false;
+        numbers << field.trimmed().toDouble(&isNumber);
+        if (!isNumber || !(std::abs(numbers.last()) <= largestPage)) // nor NaN
+            throw bad(QStringLiteral("the location holds something that is no sensible number: ")
+                      + field.left(40));
+    }
+    return numbers;
+}
+
+} // namespace
+
+SigningRequest SigningRequest::fromJson(int type, const QByteArray &json)
+{
+    const QJsonDocument document = QJsonDocument::fromJson(json);
+    if (!document.isObject())
+        throw bad(QStringLiteral("the request is no JSON object"));
+    const QJsonObject object = document.object();
+
+    SigningRequest request;
+    request.pdfPath = object.value(QLatin1String("pdfpath")).toString();
+    request.xmlPath = object.value(QLatin1String("xmlpath")).toString();
+    request.retain = object.value(QLatin1String("retain")).toString() == QLatin1String("1");
+    request.timeoutSeconds =
+        std::clamp(object.value(QLatin1String("timeout")).toInt(), 0, longestTimeout);
+    request.wholeDocument = type == 2;
+    if (request.pdfPath.isEmpty())
+        throw bad(QStringLiteral("the request names no PDF"));
+
+    const QVector<double> place = numbers(object.value(QLatin1String("location")).toString());
+    if (place.size() != 4 && place.size() != 5)
+        throw bad(QStringLiteral("the location has %1 numbers: it takes page, x, y, width and, if "
+                                 "wanted, height")
+                      .arg(place.size()));
+    request.page = int(place[0]);
+    const double height = place.size() == 5 ? place[4] : place[3] / usualAspect;
+    request.place = QRectF(place[1], place[2], place[3], height);
+    if (request.page != place[0] || request.page < 1 || request.place.isEmpty())
+        throw bad(QStringLiteral("the location's page is no page number, or its rectangle empty"));
+    return request;
+}
+
+double SigningRequest::padAspect() const
+{
+    return std::clamp(place.width() / place.height(), tallestPad, flattestPad);
+}
+
+QRectF SigningRequest::inkPlace() const
+{
+    const double width = std::min(place.width(), place.height() * padAspect());
+    QRectF fitted(0, 0, width, width / padAspect());
+    fitted.moveCenter(place.center());
+    return fitted;
+}
