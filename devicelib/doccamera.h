@@ -218,7 +218,10 @@ bool SplitPic(const char *p1, const char *p2);
  */
 const char *sGetImageBase64_Byte(int number);
 
-/** \return base64, without line breaks, of the file at the path `text` */
+/**
+ * \return base64, without line breaks, of the file at the path `text`. The portable library: of a
+ *         file of 256 MB at most
+ */
 char *Base64Encode(const char *text);
 
 /**
