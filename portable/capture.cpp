@@ -17,7 +17,7 @@ namespace {
 
 // On its way to a page a text is there several times, in two bytes a character; a QString ends at
 // 2^30 characters.
-constexpr qint64 largestFileEncoded = 256 << 20;
+constexpr qint64 largestFileEncoded = 128 << 20;
 
 using Encoder = QByteArray (*)(const cv::Mat &shot);
 
