@@ -34,7 +34,7 @@ using Clock = std::chrono::steady_clock;
 
 constexpr auto timeLimit = std::chrono::seconds(3);
 constexpr auto lastLook = std::chrono::seconds(2); // what one that has begun by then may take
-constexpr int searchesAtMost = 3;
+constexpr int searchesAtMost = 2; // one that was given up and another
 constexpr size_t codesAtMost = 32;
 constexpr int repeatsAtMost = 8; // in a row, before a code that won't go away ends the search
 
