@@ -434,7 +434,8 @@ void vSetWaterPrintPos(short x, short y);
 /**
  * The codes in an image file, each type and text once. Empty when it has none, null when the file
  * can't be read. The portable library reads them however they lie; a text whose encoding the code
- * doesn't tell it takes for UTF-8 or else GB18030.
+ * doesn't tell it takes for UTF-8 or else GB18030. A picture that takes longer than five seconds it
+ * gives up, and answers with what it has found.
  * \param image  local text
  */
 char *sGetBarCode(const char *image);
