@@ -175,7 +175,11 @@ long lGetImageAreaY2(); ///< As lGetImageAreaX1.
 bool vSetImageQuality(int quality);
 short sGetImageQuality(); ///< The quality of vSetImageQuality.
 
-/** How bBookScanner works; the values are the library's choice. The portable library: 0 to 2. */
+/**
+ * How bBookScanner works; the values are the library's choice. The portable library, for scans that
+ * start from now on: 0 first the left page, then the right one; 1 the other way round, for books
+ * that are read from right to left; 2 both pages in one file. 0 at first.
+ */
 bool bSetBookScannerMode(int mode);
 int igetBookScannerMode(); ///< The mode of bSetBookScannerMode.
 
@@ -218,7 +222,10 @@ bool SplitPic(const char *p1, const char *p2);
  */
 const char *sGetImageBase64_Byte(int number);
 
-/** \return base64, without line breaks, of the file at the path `text` */
+/**
+ * \return base64, without line breaks, of the file at the path `text`. The portable library: of a
+ *         file of 128 MB at most
+ */
 char *Base64Encode(const char *text);
 
 /**
@@ -333,7 +340,7 @@ int iTimerScan(int number1, const char *text1, const char *text2, int number2);
 
 /**
  * Captures an open book. The portable library: as iAutoScan, but each shot is parted at the fold
- * into two files, first the left page, then the right one; the observer hears nothing of it.
+ * into two files, as bSetBookScannerMode says; the observer hears nothing of it.
  * \param t1        the portable library: directory; empty ends any scan
  * \param t2        the portable library: prefix
  * \param t3OrNull  may be null. The portable library: "jpg", also without a text, "png" or "tif"
@@ -427,7 +434,8 @@ void vSetWaterPrintPos(short x, short y);
 /**
  * The codes in an image file, each type and text once. Empty when it has none, null when the file
  * can't be read. The portable library reads them however they lie; a text whose encoding the code
- * doesn't tell it takes for UTF-8 or else GB18030.
+ * doesn't tell it takes for UTF-8 or else GB18030. A picture that takes longer than five seconds it
+ * gives up, and answers with what it has found.
  * \param image  local text
  */
 char *sGetBarCode(const char *image);

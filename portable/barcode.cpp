@@ -6,7 +6,6 @@
 #include "portable/shot.h"
 
 #include <cstring>
-#include <exception>
 
 using portable::failed;
 
@@ -19,25 +18,13 @@ char *codesIn(const cv::Mat &picture, long kind = portable::anyBarcode)
     return ::strdup(texts.join(QLatin1Char('|')).toUtf8().constData());
 }
 
-/** Runs `read`, whose failure is an exception. \return null then, with a line in the log */
-template <class Read> char *guarded(const char *function, Read read)
-{
-    try {
-        return read();
-    } catch (const std::exception &failure) { // OpenCV's and ZXing's, or too little memory
-        failed(function, QString::fromLocal8Bit(failure.what()));
-        return nullptr;
-    }
-}
-
 char *codesInFile(const char *function, const char *localPath, long kind)
 {
-    return guarded(function, [&]() -> char * {
-        const QString path = QString::fromLocal8Bit(localPath);
+    return portable::guarded(function, [&]() -> char * {
         QString error;
-        const cv::Mat picture = portable::readPicture(path, &error);
+        const cv::Mat picture = portable::readPicture(QString::fromLocal8Bit(localPath), &error);
         if (picture.empty()) {
-            failed(function, path + QStringLiteral(": ") + error);
+            failed(function, error);
             return nullptr;
         }
         return codesIn(picture, kind);
@@ -62,7 +49,7 @@ char *sGetBarCodeEx(long kind, const char *image)
 
 char *sGetBarCodeOnline()
 {
-    return guarded(__func__, []() -> char * {
+    return portable::guarded(__func__, []() -> char * {
         const cv::Mat picture = portable::takePlainShot();
         return picture.empty() ? nullptr : codesIn(picture);
     });

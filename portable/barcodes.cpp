@@ -11,9 +11,16 @@
 #include <opencv2/imgproc.hpp>
 
 #include <algorithm>
+#include <atomic>
 #include <chrono>
 #include <cmath>
+#include <condition_variable>
+#include <exception>
+#include <memory>
+#include <mutex>
 #include <set>
+#include <stdexcept>
+#include <thread>
 #include <utility>
 #include <vector>
 
@@ -26,6 +33,8 @@ using ZXing::BarcodeFormats;
 using Clock = std::chrono::steady_clock;
 
 constexpr auto timeLimit = std::chrono::seconds(3);
+constexpr auto lastLook = std::chrono::seconds(2); // what one that has begun by then may take
+constexpr int searchesAtMost = 2; // one that was given up and another
 constexpr size_t codesAtMost = 32;
 constexpr int repeatsAtMost = 8; // in a row, before a code that won't go away ends the search
 
@@ -155,11 +164,9 @@ cv::Mat reduced(const cv::Mat &grey, double scale)
     return smaller;
 }
 
-/** `grey` itself, or smaller: looking at it turned takes several looks at more pixels. */
-cv::Mat sizedForTurning(const cv::Mat &grey)
+/** `grey` itself, or smaller. */
+cv::Mat limited(const cv::Mat &grey, double pixelsAtMost, double longestSide)
 {
-    constexpr double pixelsAtMost = 4e6;
-    constexpr double longestSide = 3000; // a long strip turned becomes a large square
     const double scale = std::min(std::sqrt(pixelsAtMost / double(grey.total())),
                                   longestSide / std::max(grey.cols, grey.rows));
     return scale < 1 ? reduced(grey, scale) : grey;
@@ -229,7 +236,7 @@ QString textOf(const ZXing::Result &code)
     return text;
 }
 
-/** What several looks at one picture have found. */
+/** A search for the codes in one picture. It is let alone when it takes much too long. */
 class Search
 {
 public:
@@ -238,10 +245,14 @@ public:
     {
     }
 
-    const QStringList &texts() const { return m_texts; }
+    /** Finds what there is, in the thread that may take its time. */
+    void run(const cv::Mat &picture);
 
-    /** How askew the first code lay in the picture that it was found in. */
-    double tilt() const { return m_tilt; }
+    /** Waits for run(), but not for ever. \return what was found until then */
+    QStringList result();
+
+private:
+    void lookFromAllSides(const cv::Mat &grey);
 
     /** Reads all codes that can be read without turning the picture, which it paints on. */
     void look(cv::Mat grey)
@@ -257,7 +268,6 @@ public:
         }
     }
 
-private:
     /**
      * Reads one code at a time, painting over what was read: ZXing's function for several aborts
      * the process on ordinary linear codes.
@@ -285,10 +295,12 @@ private:
         if (!m_found.emplace(code.format(), code.text()).second) {
             return false;
         }
-        if (m_texts.isEmpty()) {
+        if (m_found.size() == 1) {
             m_tilt = tiltOf(grey, code);
         }
-        m_texts << textOf(code);
+        const QString text = textOf(code);
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        m_texts << text;
         return true;
     }
 
@@ -307,9 +319,65 @@ private:
     const Clock::time_point m_end = Clock::now() + timeLimit;
     bool m_isLate = false;
     std::set<std::pair<BarcodeFormat, std::string>> m_found;
+    double m_tilt = 0; // how askew the first code lay in the picture that it was found in
+
+    std::mutex m_mutex;
+    std::condition_variable m_ended;
+    bool m_hasEnded = false; // guarded by m_mutex, as all below
+    std::exception_ptr m_failure;
     QStringList m_texts;
-    double m_tilt = 0;
 };
+
+void Search::run(const cv::Mat &picture)
+{
+    std::exception_ptr failure;
+    try {
+        // Codes are read at 200 dpi and less: an A4 page of 600 dpi has 35 million pixels.
+        lookFromAllSides(limited(greyOf(picture), 36e6, 10000));
+    } catch (...) { // for the one who waits
+        failure = std::current_exception();
+    }
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    m_failure = failure;
+    m_hasEnded = true;
+    m_ended.notify_all();
+}
+
+void Search::lookFromAllSides(const cv::Mat &grey)
+{
+    // How far a code may lie askew: PDF417 5 to 10 degrees, linear ones 10 to 30, QR codes 45.
+    constexpr double otherAngles[] = {15, -15, 30, -30, 45};
+    constexpr double askew = 3;
+
+    look(grey.clone());
+    // Looking at it turned takes several looks at more pixels; a long strip becomes a large square.
+    const cv::Mat toTurn = limited(grey, 4e6, 3000);
+    double angle = 0;
+    for (const double other : otherAngles) {
+        if (m_found.empty()) {
+            angle = other;
+            look(turnedBy(angle, toTurn));
+        }
+    }
+    // What lies beside a code that was found, but can't be read as far askew as that one.
+    if (!m_found.empty() && std::abs(m_tilt) > askew) {
+        look(turnedBy(angle + m_tilt, toTurn));
+    }
+}
+
+QStringList Search::result()
+{
+    std::unique_lock<std::mutex> lock(m_mutex);
+    if (!m_ended.wait_until(lock, m_end + lastLook, [this] { return m_hasEnded; })) {
+        qWarning("portable: barcodes: the picture takes far too long and is given up");
+    }
+    if (m_failure) {
+        std::rethrow_exception(m_failure);
+    }
+    return m_texts;
+}
+
+std::atomic<int> searchesRunning{0};
 
 } // namespace
 
@@ -318,28 +386,18 @@ bool isBarcodeKind(long kind)
     return !formatsOf(kind).empty();
 }
 
+// ZXing can't be stopped, and picks QR codes from all triples of what looks like their corners: a
+// picture full of those takes it hours.
 QStringList readBarcodes(const cv::Mat &picture, long kind)
 {
-    // How far a code may lie askew: PDF417 5 to 10 degrees, linear ones 10 to 30, QR codes 45.
-    constexpr double otherAngles[] = {15, -15, 30, -30, 45};
-    constexpr double askew = 3;
-
-    Search search(formatsOf(kind));
-    const cv::Mat grey = greyOf(picture);
-    search.look(grey.clone());
-    const cv::Mat toTurn = sizedForTurning(grey);
-    double angle = 0;
-    for (const double other : otherAngles) {
-        if (search.texts().isEmpty()) {
-            angle = other;
-            search.look(turnedBy(angle, toTurn));
-        }
+    const int running = ++searchesRunning;
+    const std::shared_ptr<void> place(nullptr, [](void *) { --searchesRunning; });
+    if (running > searchesAtMost) {
+        throw std::runtime_error("pictures that were given up are still being searched");
     }
-    // What lies beside a code that was found, but can't be read as far askew as that one.
-    if (!search.texts().isEmpty() && std::abs(search.tilt()) > askew) {
-        search.look(turnedBy(angle + search.tilt(), toTurn));
-    }
-    return search.texts();
+    const auto search = std::make_shared<Search>(formatsOf(kind));
+    std::thread([search, picture, place] { search->run(picture); }).detach();
+    return search->result();
 }
 
 } // namespace portable

@@ -50,7 +50,9 @@ int foldColumn(const cv::Mat &picture)
     }
     cv::Mat grey = greyOf(picture(band));
     const double scale = std::min(1.0, double(searchWidth) / area.width);
-    cv::resize(grey, grey, {}, scale, scale, cv::INTER_AREA);
+    const cv::Size size(std::max(1, cvRound(grey.cols * scale)),
+                        std::max(1, cvRound(grey.rows * scale)));
+    cv::resize(grey, grey, size, 0, 0, cv::INTER_AREA);
 
     // Paper is light and text is uneven: the fold's columns are dark, or at least even.
     std::vector<double> costs;

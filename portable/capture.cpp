@@ -15,6 +15,10 @@ using namespace portable;
 
 namespace {
 
+// On its way to a page a text is there several times, in two bytes a character; a QString ends at
+// 2^30 characters.
+constexpr qint64 largestFileEncoded = 128 << 20;
+
 using Encoder = QByteArray (*)(const cv::Mat &shot);
 
 QByteArray colourJpeg(const cv::Mat &shot)
@@ -87,23 +91,25 @@ struct Target
 /** Takes a picture and writes all of the files or none. */
 bool capture(const char *function, std::initializer_list<Target> targets)
 {
-    std::vector<QString> paths;
-    for (const Target &target : targets) {
-        paths.push_back(targetPath(function, target.directory, target.name, target.extension));
-        if (paths.back().isEmpty()) {
-            return false;
+    return guarded(function, [&] {
+        std::vector<QString> paths;
+        for (const Target &target : targets) {
+            paths.push_back(targetPath(function, target.directory, target.name, target.extension));
+            if (paths.back().isEmpty()) {
+                return false;
+            }
         }
-    }
-    const cv::Mat shot = takeShot();
-    if (shot.empty()) {
-        return false; // it said why
-    }
-    std::vector<FileContent> files;
-    auto path = paths.begin();
-    for (const Target &target : targets) {
-        files.emplace_back(*path++, target.encode(shot));
-    }
-    return writeAll(function, files);
+        const cv::Mat shot = takeShot();
+        if (shot.empty()) {
+            return false; // it said why
+        }
+        std::vector<FileContent> files;
+        auto path = paths.begin();
+        for (const Target &target : targets) {
+            files.emplace_back(*path++, target.encode(shot));
+        }
+        return writeAll(function, files);
+    });
 }
 
 char *mallocText(const QByteArray &text)
@@ -155,24 +161,28 @@ bool bSaveGrayAndTIF(const char *p1, const char *p2, const char *p3, const char 
 
 bool SplitPic(const char *p1, const char *p2)
 {
-    const QString folder = pathOf(p2);
-    if (folder.isEmpty()) {
-        return failed(__func__, QStringLiteral("it needs a directory for the halves"));
-    }
-    QString error;
-    const cv::Mat picture = readPicture(pathOf(p1), &error);
-    if (picture.empty()) {
-        return failed(__func__, error);
-    }
-    if (picture.cols < 2) {
-        return failed(__func__, pathOf(p1) + QStringLiteral(": too narrow to be split"));
-    }
-    const int fold = foldColumn(picture);
-    const QString base = folder + QLatin1Char('/') + QFileInfo(pathOf(p1)).completeBaseName();
-    return writeAll(
-        __func__,
-        {{base + QStringLiteral("_left.jpg"), colourJpeg(picture.colRange(0, fold))},
-         {base + QStringLiteral("_right.jpg"), colourJpeg(picture.colRange(fold, picture.cols))}});
+    const char *const function = __func__;
+    return guarded(function, [&] {
+        const QString folder = pathOf(p2);
+        if (folder.isEmpty()) {
+            return failed(function, QStringLiteral("it needs a directory for the halves"));
+        }
+        QString error;
+        const cv::Mat picture = readPicture(pathOf(p1), &error);
+        if (picture.empty()) {
+            return failed(function, error);
+        }
+        if (picture.cols < 2) {
+            return failed(function, pathOf(p1) + QStringLiteral(": too narrow to be split"));
+        }
+        const int fold = foldColumn(picture);
+        const QString base = folder + QLatin1Char('/') + QFileInfo(pathOf(p1)).completeBaseName();
+        return writeAll(
+            function,
+            {{base + QStringLiteral("_left.jpg"), colourJpeg(picture.colRange(0, fold))},
+             {base + QStringLiteral("_right.jpg"),
+              colourJpeg(picture.colRange(fold, picture.cols))}});
+    });
 }
 
 const char *sGetImageBase64_Byte(int number)
@@ -184,33 +194,47 @@ const char *sGetImageBase64_Byte(int number)
         failed(__func__, QStringLiteral("%1 is not a number from 0 to 2").arg(number));
         return nullptr;
     }
-    const cv::Mat shot = takeShot();
-    if (shot.empty()) {
-        return nullptr; // it said why
-    }
-    // Of the calling thread: the text of another one's call is still being read.
-    thread_local QByteArray text;
-    text = encoders[number](shot).toBase64();
-    return text.constData();
+    return guarded(__func__, [&]() -> const char * {
+        const cv::Mat shot = takeShot();
+        if (shot.empty()) {
+            return nullptr; // it said why
+        }
+        // Of the calling thread: the text of another one's call is still being read.
+        thread_local QByteArray text;
+        text = encoders[number](shot).toBase64();
+        return text.constData();
+    });
 }
 
 char *Base64Encode(const char *text)
 {
-    QString error;
-    const QByteArray bytes = readWholeFile(pathOf(text), &error);
-    if (bytes.isNull()) {
-        failed(__func__, error);
-        return nullptr;
-    }
-    return mallocText(bytes.toBase64());
+    const char *const function = __func__;
+    return guarded(function, [&]() -> char * {
+        const QString path = pathOf(text);
+        if (QFileInfo(path).size() > largestFileEncoded) {
+            failed(function, path + QStringLiteral(": too large to be told as a text"));
+            return nullptr;
+        }
+        QString error;
+        const QByteArray bytes = readWholeFile(path, &error);
+        if (bytes.isNull()) {
+            failed(function, error);
+            return nullptr;
+        }
+        return mallocText(bytes.toBase64());
+    });
 }
 
 bool Base64Decode(const char *first, const char *second)
 {
-    QString error;
-    const QByteArray bytes = bytesOfBase64(first, &error);
-    if (bytes.isEmpty()) {
-        return failed(__func__, error);
-    }
-    return writeWholeFile(QString::fromLocal8Bit(second), bytes, &error) || failed(__func__, error);
+    const char *const function = __func__;
+    return guarded(function, [&] {
+        QString error;
+        const QByteArray bytes = bytesOfBase64(first, &error);
+        if (bytes.isEmpty()) {
+            return failed(function, error);
+        }
+        return writeWholeFile(QString::fromLocal8Bit(second), bytes, &error)
+            || failed(function, error);
+    });
 }

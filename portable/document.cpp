@@ -50,57 +50,68 @@ Document::Document(QString extension)
 {
 }
 
-bool Document::start(const char *function, const char *directory, const char *name, Writer writer)
+/** Runs `body` while nobody else works on the document; no exception leaves it. */
+template <class Body> bool Document::exclusively(const char *function, Body body)
 {
     const std::lock_guard<std::mutex> lock(m_mutex);
-    QString error;
-    const QString path = placeOf(directory, name, m_extension, &error);
-    if (path.isEmpty()) {
-        return fail(function, error);
-    }
-    if (m_work && !m_work->pages.pages().empty()) {
-        const bool written = m_work->write(m_work->pages, m_work->path, &error);
-        fail(function,
-             QStringLiteral("%1 was not ended; its %2 pages are %3")
-                 .arg(m_work->path)
-                 .arg(m_work->pages.pages().size())
-                 .arg(written ? QStringLiteral("written now") : QStringLiteral("lost: ") + error));
-    }
-    m_work = std::make_unique<Work>();
-    m_work->path = path;
-    m_work->write = std::move(writer);
-    return true;
+    return guarded(function, body);
+}
+
+bool Document::start(const char *function, const char *directory, const char *name, Writer writer)
+{
+    return exclusively(function, [&] {
+        QString error;
+        const QString path = placeOf(directory, name, m_extension, &error);
+        if (path.isEmpty()) {
+            return fail(function, error);
+        }
+        if (m_work && !m_work->pages.pages().empty()) {
+            const bool written = m_work->write(m_work->pages, m_work->path, &error);
+            fail(function,
+                 QStringLiteral("%1 was not ended; its %2 pages are %3")
+                     .arg(m_work->path)
+                     .arg(m_work->pages.pages().size())
+                     .arg(written ? QStringLiteral("written now")
+                                  : QStringLiteral("lost: ") + error));
+        }
+        m_work = std::make_unique<Work>();
+        m_work->path = path;
+        m_work->write = std::move(writer);
+        return true;
+    });
 }
 
 bool Document::addPage(const char *function, const PageMaker &make, float number)
 {
-    const std::lock_guard<std::mutex> lock(m_mutex);
-    if (!m_work) {
-        return fail(function, QStringLiteral("no document was started"));
-    }
-    QString error;
-    PageSpool &pages = m_work->pages;
-    const std::optional<PageImage> image = make(&error);
-    if (image && pages.insert(pageIndex(number, pages.pages().size()), *image, &error)) {
-        return true;
-    }
-    return !error.isEmpty() && fail(function, error);
+    return exclusively(function, [&] {
+        if (!m_work) {
+            return fail(function, QStringLiteral("no document was started"));
+        }
+        QString error;
+        PageSpool &pages = m_work->pages;
+        const std::optional<PageImage> image = make(&error);
+        if (image && pages.insert(pageIndex(number, pages.pages().size()), *image, &error)) {
+            return true;
+        }
+        return !error.isEmpty() && fail(function, error);
+    });
 }
 
 bool Document::end(const char *function)
 {
-    const std::lock_guard<std::mutex> lock(m_mutex);
-    if (!m_work) {
-        return fail(function, QStringLiteral("no document was started"));
-    }
-    QString error;
-    if (m_work->pages.pages().empty()) {
-        error = m_work->path + QStringLiteral(": not written, for it has no page");
-    } else if (!m_work->write(m_work->pages, m_work->path, &error)) {
-        return fail(function, error);
-    }
-    m_work.reset();
-    return error.isEmpty() || fail(function, error);
+    return exclusively(function, [&] {
+        if (!m_work) {
+            return fail(function, QStringLiteral("no document was started"));
+        }
+        QString error;
+        if (m_work->pages.pages().empty()) {
+            error = m_work->path + QStringLiteral(": not written, for it has no page");
+        } else if (!m_work->write(m_work->pages, m_work->path, &error)) {
+            return fail(function, error);
+        }
+        m_work.reset();
+        return error.isEmpty() || fail(function, error);
+    });
 }
 
 } // namespace portable

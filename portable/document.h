@@ -62,6 +62,8 @@ private:
         PageSpool pages;
     };
 
+    template <class Body> bool exclusively(const char *function, Body body);
+
     const QString m_extension;
     std::mutex m_mutex;
     std::unique_ptr<Work> m_work; // guarded by m_mutex; null while none is under way

@@ -8,8 +8,6 @@
 
 #include <QFileInfo>
 
-#include <exception>
-
 using portable::failed;
 using portable::PrintJob;
 
@@ -21,7 +19,7 @@ template <class MakeJob> bool printCopies(const char *function, int copies, Make
     if (copies < 0 || copies > portable::copiesAtMost) {
         return failed(function, QStringLiteral("%1 copies are none or too many").arg(copies));
     }
-    try {
+    return portable::guarded(function, [&] {
         PrintJob job;
         job.copies = copies > 0 ? copies : 1;
         if (!makeJob(job)) {
@@ -31,9 +29,7 @@ template <class MakeJob> bool printCopies(const char *function, int copies, Make
         const QString printer = portable::readDeviceConfig(portable::deviceConfigPath()).printer;
         return portable::print(job, printer, &error)
             || failed(function, job.title + QStringLiteral(": ") + error);
-    } catch (const std::exception &failure) { // OpenCV's, or too little memory
-        return failed(function, QString::fromLocal8Bit(failure.what()));
-    }
+    });
 }
 
 bool printFile(const char *function, const QString &path, int copies, bool isGrey)
@@ -43,7 +39,7 @@ bool printFile(const char *function, const QString &path, int copies, bool isGre
         job.picture = portable::readPicture(path, &error);
         job.title = QFileInfo(path).fileName();
         job.isGrey = isGrey;
-        return !job.picture.empty() || failed(function, path + QStringLiteral(": ") + error);
+        return !job.picture.empty() || failed(function, error);
     });
 }
 

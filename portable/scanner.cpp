@@ -41,11 +41,17 @@ bool hasSlot(const QObject &receiver, const char *slot)
         && QMetaObject::checkConnectArgs("shot(int)", signature.constData());
 }
 
-/** The left and the right page of an open book. */
-std::vector<cv::Mat> pagesOf(const cv::Mat &book)
+/** What of an open book goes into a file each. */
+std::vector<cv::Mat> pagesOf(const cv::Mat &book, BookMode mode)
 {
+    if (mode == BookMode::BothInOne) {
+        return {book};
+    }
     const int fold = foldColumn(book);
-    return {book.colRange(0, fold), book.colRange(fold, book.cols)};
+    const cv::Mat left = book.colRange(0, fold);
+    const cv::Mat right = book.colRange(fold, book.cols);
+    return mode == BookMode::LeftFirst ? std::vector<cv::Mat>{left, right}
+                                       : std::vector<cv::Mat>{right, left};
 }
 
 } // namespace
@@ -57,7 +63,7 @@ struct Scanner::Scan
     ScanFiles files;
     std::function<bool(Camera &camera)> isDue;
     int shots = 0; // then it ends; 0: never
-    bool isOfBook = false;
+    BookMode bookMode = BookMode::BothInOne; // for what is no book, too
     bool isObserved = false;
 };
 
@@ -130,10 +136,10 @@ bool Scanner::startTimed(const ScanFiles &files, std::chrono::seconds interval, 
     return start(std::move(scan));
 }
 
-bool Scanner::startBook(const ScanFiles &files)
+bool Scanner::startBook(const ScanFiles &files, BookMode mode)
 {
     Scan scan = pageScan(QStringLiteral("book scan"), files);
-    scan.isOfBook = true;
+    scan.bookMode = mode;
     return start(std::move(scan));
 }
 
@@ -218,15 +224,17 @@ bool Scanner::save(const Scan &scan, int shot)
     if (picture.empty()) {
         return false; // it said why
     }
-    const std::vector<cv::Mat> pages =
-        scan.isOfBook ? pagesOf(picture) : std::vector<cv::Mat>{picture};
+    const std::vector<cv::Mat> pages = pagesOf(picture, scan.bookMode);
     int number = (shot - 1) * int(pages.size());
     std::vector<FileContent> files;
+    QString error;
     for (const cv::Mat &page : pages) {
         files.emplace_back(scan.files.path(++number), encoded(page, scan.files.extension));
+        if (files.back().second.isEmpty()) {
+            error = files.back().first + QStringLiteral(": can't be encoded");
+        }
     }
-    QString error;
-    if (!writeWholeFiles(files, &error)) {
+    if (!error.isEmpty() || !writeWholeFiles(files, &error)) {
         qWarning().noquote() << "portable:" << scan.name + QLatin1Char(':') << error;
         return false;
     }

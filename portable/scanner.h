@@ -82,8 +82,8 @@ public:
      */
     bool startTimed(const ScanFiles &files, std::chrono::seconds interval, int shots);
 
-    /** As startAutomatic, with two files a shot: the left page and the right one. */
-    bool startBook(const ScanFiles &files);
+    /** As startAutomatic, but nobody hears of it and a shot has as many files as the mode says. */
+    bool startBook(const ScanFiles &files, BookMode mode);
 
     /** Ends the scan, if there is one; a shot under way is finished before. */
     void stop();

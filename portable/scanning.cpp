@@ -5,6 +5,7 @@
 
 #include <QDebug>
 
+using portable::Cameras;
 using portable::pathOf;
 using portable::ScanFiles;
 using portable::Scanner;
@@ -76,5 +77,6 @@ bool bBookScanner(const char *t1, const char *t2, const char *t3OrNull)
         qWarning("portable: bBookScanner: the format is none of jpg, png, tif");
         return false;
     }
-    return Scanner::instance().startBook({directory, pathOf(t2), extension});
+    return Scanner::instance().startBook({directory, pathOf(t2), extension},
+                                         Cameras::instance().settings().bookMode());
 }

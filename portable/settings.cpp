@@ -99,20 +99,20 @@ void Settings::changeWatermark(const std::function<void(Watermark &)> &change)
     change(m_capture.watermark);
 }
 
-bool Settings::setBookScannerMode(int mode)
+bool Settings::setBookMode(int mode)
 {
-    if (!isWithin(mode, 0, 2)) {
+    if (!isWithin(mode, int(BookMode::LeftFirst), int(BookMode::BothInOne))) {
         return false;
     }
     const std::lock_guard<std::mutex> lock(m_mutex);
-    m_bookScannerMode = mode;
+    m_bookMode = BookMode(mode);
     return true;
 }
 
-int Settings::bookScannerMode() const
+BookMode Settings::bookMode() const
 {
     const std::lock_guard<std::mutex> lock(m_mutex);
-    return m_bookScannerMode;
+    return m_bookMode;
 }
 
 Settings::View Settings::view(int camera) const

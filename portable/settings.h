@@ -16,6 +16,9 @@ namespace portable {
 
 enum class ShotMode { Whole, Area, Page };
 
+/** The files of an open book: one for each page, in the order in which it is read, or one. */
+enum class BookMode { LeftFirst, RightFirst, BothInOne };
+
 /** What becomes of a frame that is captured. */
 struct CaptureSettings
 {
@@ -73,9 +76,9 @@ public:
 
     void changeWatermark(const std::function<void(Watermark &)> &change);
 
-    /** A number that is only kept; \return false, with nothing changed, unless from 0 to 2 */
-    bool setBookScannerMode(int mode);
-    int bookScannerMode() const;
+    /** \return false, with nothing changed, unless 0 left first, 1 right first or 2 both in one */
+    bool setBookMode(int mode);
+    BookMode bookMode() const;
 
     View view(int camera) const;
     Orientation orientation() const;
@@ -92,7 +95,7 @@ private:
     quint64 m_focusing = 0;
     quint64 m_revision = 0;
     CaptureSettings m_capture;
-    int m_bookScannerMode = 0;
+    BookMode m_bookMode = BookMode::LeftFirst;
 };
 
 } // namespace portable

@@ -189,13 +189,13 @@ short sGetImageQuality()
 
 bool bSetBookScannerMode(int mode)
 {
-    return settings().setBookScannerMode(mode)
+    return settings().setBookMode(mode)
         || failed(__func__, QStringLiteral("%1 is not a mode from 0 to 2").arg(mode));
 }
 
 int igetBookScannerMode()
 {
-    return settings().bookScannerMode();
+    return int(settings().bookMode());
 }
 
 void vSetCapturePin(void (*)(int, int, int, unsigned int, int, void *))

@@ -830,6 +830,9 @@ private Q_SLOTS:
         QCOMPARE(contentOf(path("新/out")), content);
         QVERIFY(!Base64Encode(path("absent").toUtf8().constData()) && !Base64Encode(""));
         QVERIFY(!Base64Encode(m_folder->path().toUtf8().constData()));
+        writeFile(path("huge"), {});
+        QVERIFY(QFile::resize(path("huge"), 900LL << 20)); // no text could hold it
+        QVERIFY(!Base64Encode(path("huge").toUtf8().constData()));
         for (const char *garbage : {"", "A", "no base64!", "AAAA=AAA", "AAA====", "===="}) {
             QVERIFY2(!Base64Decode(garbage, path("never").toLocal8Bit().constData()), garbage);
         }
@@ -869,6 +872,10 @@ private Q_SLOTS:
         cv::Mat both;
         cv::hconcat(left, right, both);
         QVERIFY(meanDifference(both, book) < 3);
+        // So narrow that reduced it would vanish.
+        QVERIFY(toImage(cv::Mat(24, 40000, CV_8UC3, cv::Scalar::all(200))).save(path("strip.png")));
+        QVERIFY(
+            SplitPic(path("strip.png").toUtf8().constData(), path("halves").toUtf8().constData()));
         QVERIFY(!SplitPic(path("absent.png").toUtf8().constData(), path("x").toUtf8().constData()));
         QVERIFY(!SplitPic(path("书 1.v2.png").toUtf8().constData(), "")
                 && !SplitPic(path("书 1.v2.png").toUtf8().constData(),

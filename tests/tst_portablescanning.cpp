@@ -10,11 +10,14 @@
 #include <QtTest>
 #include <opencv2/imgproc.hpp>
 
+#include <array>
 #include <atomic>
 #include <thread>
 
 using namespace portable;
 using namespace std::chrono_literals;
+
+Q_DECLARE_METATYPE(portable::BookMode)
 
 namespace {
 
@@ -244,27 +247,36 @@ private Q_SLOTS:
     void bookScan_data()
     {
         QTest::addColumn<QString>("extension");
-        QTest::newRow("JPEG") << line("jpg");
-        QTest::newRow("PNG") << line("png");
-        QTest::newRow("TIFF") << line("tif");
+        QTest::addColumn<BookMode>("mode");
+        QTest::newRow("JPEG") << line("jpg") << BookMode::LeftFirst;
+        QTest::newRow("PNG, right to left") << line("png") << BookMode::RightFirst;
+        QTest::newRow("TIFF, both in one") << line("tif") << BookMode::BothInOne;
     }
 
     void bookScan()
     {
         QFETCH(QString, extension);
+        QFETCH(BookMode, mode);
         Office office;
-        QVERIFY(office.scanner.startBook({m_directory->path(), line("b"), extension}));
+        QVERIFY(office.scanner.startBook({m_directory->path(), line("b"), extension}, mode));
         waitForFrames(office, 10);
         office.desk->put(180);
-        QTRY_COMPARE(entries("").size(), 2);
+        QStringList names{line("b001.") + extension};
+        if (mode != BookMode::BothInOne) {
+            names << line("b002.") + extension;
+        }
+        QTRY_COMPARE(entries(""), names);
         office.scanner.stop();
-        QCOMPARE(entries(""), (QStringList{line("b001.") + extension, line("b002.") + extension}));
         QString error;
-        const cv::Mat left = readPicture(path("b001.") + extension, &error);
-        const cv::Mat right = readPicture(path("b002.") + extension, &error);
-        QCOMPARE(left.cols + right.cols, 320);
-        cv::Mat whole;
-        cv::hconcat(left, right, whole);
+        cv::Mat whole = readPicture(path("b001.") + extension, &error);
+        if (mode != BookMode::BothInOne) {
+            std::array<cv::Mat, 2> pages{whole, readPicture(path("b002.") + extension, &error)};
+            if (mode == BookMode::RightFirst) {
+                std::swap(pages[0], pages[1]);
+            }
+            cv::hconcat(pages[0], pages[1], whole);
+        }
+        QCOMPARE(whole.cols, 320);
         QVERIFY(cv::norm(whole, deskWithPage(180), cv::NORM_INF) < 60);
     }
 
