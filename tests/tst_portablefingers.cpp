@@ -225,8 +225,14 @@ private Q_SLOTS:
         QCOMPARE(best, lFingerMatch(0, again.constData(), 1, same.constData()));
         QCOMPARE(lFingerMatch(1, again.constData(), INT_MAX, both.constData()), best);
         QVERIFY(lFingerMatch(0, again.constData(), 1, both.constData()) <= otherFinger);
-        const QByteArray andGarbage = same + "FIN1garbage";
-        QCOMPARE(lFingerMatch(0, again.constData(), 2, andGarbage.constData()), best);
+        m_log->takeLines();
+        for (const QByteArray &withGarbage :
+             QList<QByteArray>{same + "FIN1garbage", "garbage" + same, other.left(50) + same,
+                               other.chopped(1) + same}) {
+            QCOMPARE(lFingerMatch(0, again.constData(), 2, withGarbage.constData()), best);
+            QCOMPARE(m_log->takeLines(),
+                     QStringList{line("lFingerMatch: a stored feature is none of this library")});
+        }
     }
 
     void captureWithoutFinger_data()
