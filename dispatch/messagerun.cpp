@@ -9,6 +9,10 @@
 #include <QTimer>
 #include <QWebSocket>
 
+#include <deque>
+#include <mutex>
+#include <utility>
+
 QPointer<QWebSocket> gpWebSocket;
 
 MessageRun::MessageRun(QObject *parent)
@@ -70,8 +74,23 @@ void MessageRun::sendmsg_thread(QString text)
 
 void MessageRun::sendFromAnyThread(const QString &text)
 {
-    QMetaObject::invokeMethod(
-        QCoreApplication::instance(), [text] { send_msg(text); }, Qt::QueuedConnection);
+    // A queue of our own, whose lock the thread sanitizer understands; Qt's event carries nothing.
+    static std::mutex mutex;
+    static std::deque<QString> texts;
+    {
+        const std::lock_guard<std::mutex> lock(mutex);
+        texts.push_back(text);
+    }
+    const auto sendNext = [] {
+        QString next;
+        {
+            const std::lock_guard<std::mutex> lock(mutex);
+            next = std::move(texts.front());
+            texts.pop_front();
+        }
+        send_msg(next);
+    };
+    QMetaObject::invokeMethod(QCoreApplication::instance(), sendNext, Qt::QueuedConnection);
 }
 
 QString MessageRun::framed(const QString &name, const QString &result)

@@ -14,6 +14,8 @@
 #include <QJsonObject>
 #include <QThread>
 
+#include <climits>
+
 namespace {
 
 /// Readers need a moment between two reads.
@@ -49,7 +51,7 @@ int codeOf(const QString &json)
 /// The "result" of a card text; 0, no success, unless it is there as a number.
 int resultOf(const QString &json)
 {
-    return static_cast<int>(memberOf(json, "result").toDouble());
+    return static_cast<int>(qBound<double>(INT_MIN, memberOf(json, "result").toDouble(), INT_MAX));
 }
 
 } // namespace

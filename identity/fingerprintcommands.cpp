@@ -10,6 +10,8 @@
 #include <QJsonDocument>
 #include <QJsonObject>
 
+#include <climits>
+
 namespace {
 
 /// The library's thread; the context is the dispatcher. A capture that failed shows no finger.
@@ -25,6 +27,22 @@ void onCapture(QByteArray image, QByteArray feature, int score, const char *mess
     const QByteArray json = QJsonDocument(result).toJson(QJsonDocument::Compact);
     static_cast<MessageRun *>(context)->sendmsg_thread(
         MessageRun::framed(QStringLiteral("fingerCaptureRawData"), QString::fromUtf8(json)));
+}
+
+/// The bytes of the hexadecimal fields from one on, joined. Goes over the text once: there may be
+/// as many fields as it has characters.
+QByteArray bytesFrom(const QString &args, int first)
+{
+    QByteArray bytes;
+    int begin = 0;
+    for (int field = 0; begin <= args.size(); ++field) {
+        const int comma = args.indexOf(QLatin1Char(','), begin);
+        const int end = comma < 0 ? args.size() : comma;
+        if (field >= first)
+            bytes += QByteArray::fromHex(args.midRef(begin, end - begin).toLatin1());
+        begin = end + 1;
+    }
+    return bytes;
 }
 
 } // namespace
@@ -44,10 +62,7 @@ QString MessageRun::lFingerMatch_callback(QString name, QString args, MessageRun
         return reply(name, 0);
     const QByteArray probe = QByteArray::fromHex(fields.text(1).toLatin1());
     const int count = fields.number<int>(2);
-    QByteArray stored;
-    const auto features = args.splitRef(QLatin1Char(',')).mid(3);
-    for (const QStringRef &feature : features)
-        stored += QByteArray::fromHex(feature.toLatin1());
+    const QByteArray stored = bytesFrom(args, 3);
     traceLine("messagerun", __LINE__, __func__) << probe.size() << count << stored.size();
     return reply(name,
                  lFingerMatch(fields.number<int>(0), probe.constData(), count, stored.constData()));

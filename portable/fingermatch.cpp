@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cmath>
 #include <complex>
+#include <cstring>
 #include <unordered_map>
 
 namespace portable {
@@ -242,6 +243,11 @@ bool readFingerFeature(const char **text, Minutiae *minutiae)
     }
     *text = reader.end();
     return true;
+}
+
+const char *nextFingerFeature(const char *text)
+{
+    return std::strstr(text + 1, featureMark);
 }
 
 } // namespace portable

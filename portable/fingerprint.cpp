@@ -21,6 +21,8 @@ constexpr float leastCoherence = 0.25F;
 constexpr int edgeMargin = 14; // ridges end at the edge of the print without being minutiae
 constexpr double leastPeriod = 6; // of the ridges
 constexpr double mostPeriod = 14;
+constexpr double evenSigma = 20; // what is wider is uneven pressure or light
+constexpr double leastShare = 0.5; // of the ridges; the noisiest prints 0.6, noise and texts 0.4
 constexpr int traceLength = 12; // along the ridge, for the direction of a minutia
 constexpr int shortestRidge = 8; // shorter ones are spurs and specks
 constexpr float leastApart = 7; // nearer ones are a break or a bridge, not minutiae
@@ -77,11 +79,20 @@ Flow ridgeFlow(const cv::Mat &picture)
     return flow;
 }
 
-/** The strongest period of the picture within what ridges can have, by its spectrum. */
-double ridgePeriod(const cv::Mat &picture, const cv::Mat &mask)
+struct Waves
+{
+    double period = 0; ///< The strongest within what ridges can have.
+    double share = 0; ///< Of those that ridges can have, in all that there are; 0 to 1.
+};
+
+/** The waves of the picture, by its spectrum. */
+Waves ridgeWaves(const cv::Mat &picture, const cv::Mat &mask)
 {
     cv::Mat values;
     picture.convertTo(values, CV_32F);
+    cv::Mat uneven;
+    cv::GaussianBlur(values, uneven, {}, evenSigma);
+    values -= uneven;
     values -= cv::mean(values, mask);
     values.setTo(0, mask == 0);
     const int side = cv::getOptimalDFTSize(std::max(values.rows, values.cols));
@@ -91,25 +102,28 @@ double ridgePeriod(const cv::Mat &picture, const cv::Mat &mask)
     cv::dft(values, spectrum, cv::DFT_COMPLEX_OUTPUT);
     const int first = cvCeil(side / mostPeriod);
     const int last = cvFloor(side / leastPeriod);
-    std::vector<double> power(size_t(last) + 2);
+    std::vector<double> power(size_t(side), 0.0);
+    double allPower = 1e-9;
     for (int y = 0; y < side; ++y) {
         const double fy = std::min(y, side - y);
         for (int x = 0; x <= side / 2; ++x) {
+            const cv::Vec2f value = spectrum.at<cv::Vec2f>(y, x);
             const auto ring = size_t(cvRound(std::hypot(fy, x)));
-            if (ring < power.size()) {
-                const cv::Vec2f value = spectrum.at<cv::Vec2f>(y, x);
-                power[ring] += double(value.dot(value));
-            }
+            power[ring] += double(value.dot(value));
+            allPower += double(value.dot(value));
         }
     }
+    double ridgePower = 0;
     double weighted = 0;
     double sum = 1e-9;
     for (int ring = first; ring <= last; ++ring) {
+        ridgePower += power[size_t(ring)];
         const double weight = power[size_t(ring)] * power[size_t(ring)]; // the peak counts most
         weighted += weight * ring;
         sum += weight;
     }
-    return std::clamp(weighted > 0 ? side * sum / weighted : 9.0, leastPeriod, mostPeriod);
+    return {std::clamp(weighted > 0 ? side * sum / weighted : 9.0, leastPeriod, mostPeriod),
+            ridgePower / allPower};
 }
 
 /** A wave across `angle` with an even middle, longer along it. */
@@ -334,7 +348,11 @@ Fingerprint readFingerprint(const cv::Mat &picture)
     if (area < smallestSide * smallestSide) {
         return print;
     }
-    cv::Mat lines = ridges(grey, flow, ridgePeriod(grey, flow.mask));
+    const Waves waves = ridgeWaves(grey, flow.mask);
+    if (waves.share < leastShare) { // clear lines, but no ridges: a text, a photograph
+        return print;
+    }
+    cv::Mat lines = ridges(grey, flow, waves.period);
     thin(lines);
 
     cv::Mat inner;

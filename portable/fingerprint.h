@@ -51,4 +51,11 @@ QByteArray fingerFeature(const Minutiae &minutiae);
  */
 bool readFingerFeature(const char **text, Minutiae *minutiae);
 
+/**
+ * Passes over one that can't be read.
+ * \param text  not empty; ends with a NUL
+ * \return where another may begin; null without one
+ */
+const char *nextFingerFeature(const char *text);
+
 } // namespace portable

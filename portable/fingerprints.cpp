@@ -83,9 +83,20 @@ int lFingerMatch(int, const char *feature, int count, const char *storedFeatures
     }
     int best = noStoredFeature;
     Minutiae stored;
-    for (int i = 0; i < count && readFingerFeature(&storedFeatures, &stored); ++i) {
-        best = std::max(best, fingerScore(finger, stored));
+    bool isBroken = false; // one of them
+    for (int i = 0; i < count && storedFeatures && *storedFeatures != '\0'; ++i) {
+        if (readFingerFeature(&storedFeatures, &stored)) {
+            best = std::max(best, fingerScore(finger, stored));
+        } else {
+            isBroken = true;
+            storedFeatures = nextFingerFeature(storedFeatures);
+        }
     }
-    return best >= 0 ? best
-                     : failMatch("there is no stored feature of this library", noStoredFeature);
+    if (best < 0) {
+        return failMatch("there is no stored feature of this library", noStoredFeature);
+    }
+    if (isBroken) {
+        qWarning("portable: lFingerMatch: a stored feature is none of this library");
+    }
+    return best;
 }

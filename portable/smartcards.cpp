@@ -122,8 +122,9 @@ public:
         DWORD size = sizeof answer;
         const LONG code =
             SCardTransmit(m_handle, protocol, bytes, DWORD(command.size()), nullptr, answer, &size);
+        // Some drivers call it success that a card that was pulled out says nothing.
+        m_isGone = code != SCARD_S_SUCCESS || size < 2;
         if (code != SCARD_S_SUCCESS) {
-            m_isGone = true;
             *error = reasonOf("it doesn't answer", code);
             return {};
         }

@@ -77,6 +77,7 @@ void TestFaceCommands::commands_data()
     commandRow("no number",            "fingerCaptureRawData",   "",            {},      "fingerCaptureRawData(0,listener,context)",      nullptr);
     commandRow("a month and more",     "fingerCaptureRawData",   "2147483647",  {},      "fingerCaptureRawData(2147483647,listener,context)", nullptr);
     commandRow("features joined",      "lFingerMatch",           "1,AABB,2,CC,DD", 80,   "lFingerMatch(1,aabb,2,ccdd)",      "80");
+    commandRow("each by itself",       "lFingerMatch",           "1,AABB,2,C,,DD,E", 0,  "lFingerMatch(1,aabb,2,0cdd0e)",    "0");
     commandRow("no hex",               "lFingerMatch",           "x,zz,-1,",    -5,      "lFingerMatch(0,,-1,)",             "-5");
     commandRow("three fields",         "lFingerMatch",           "1,AABB,2",    {},      "",                                 "0");
     commandRow("not supported",        "bSaveZAZFPBMP",          "anything",    {},      "",                                 "false");

@@ -9,6 +9,7 @@
 #include "tests/fakesource.h"
 
 #include <QtTest>
+#include <opencv2/imgproc.hpp>
 
 #include <deque>
 
@@ -135,8 +136,13 @@ private Q_SLOTS:
         for (int y = 0; y < stripes.rows; ++y) {
             stripes.row(y).setTo(y / 5 % 2 == 0 ? 40 : 220);
         }
+        cv::Mat text(400, 300, CV_8U, cv::Scalar(255));
+        for (int y = 20; y < text.rows; y += 18) {
+            cv::putText(text, "No ridges but letters " + std::to_string(y), {5, y},
+                        cv::FONT_HERSHEY_SIMPLEX, 0.7, 0, 2);
+        }
         for (const cv::Mat &picture :
-             {noise, stripes, cv::Mat(400, 300, CV_8U, cv::Scalar(255)),
+             {noise, stripes, text, cv::Mat(400, 300, CV_8U, cv::Scalar(255)),
               cv::Mat(3, 5, CV_8U, cv::Scalar(0)), cv::Mat(40, 3000, CV_8U, cv::Scalar(90))}) {
             const Fingerprint print = readFingerprint(picture);
             QCOMPARE(print.quality, 0);
@@ -225,8 +231,14 @@ private Q_SLOTS:
         QCOMPARE(best, lFingerMatch(0, again.constData(), 1, same.constData()));
         QCOMPARE(lFingerMatch(1, again.constData(), INT_MAX, both.constData()), best);
         QVERIFY(lFingerMatch(0, again.constData(), 1, both.constData()) <= otherFinger);
-        const QByteArray andGarbage = same + "FIN1garbage";
-        QCOMPARE(lFingerMatch(0, again.constData(), 2, andGarbage.constData()), best);
+        m_log->takeLines();
+        for (const QByteArray &withGarbage :
+             QList<QByteArray>{same + "FIN1garbage", "garbage" + same, other.left(50) + same,
+                               other.chopped(1) + same}) {
+            QCOMPARE(lFingerMatch(0, again.constData(), 2, withGarbage.constData()), best);
+            QCOMPARE(m_log->takeLines(),
+                     QStringList{line("lFingerMatch: a stored feature is none of this library")});
+        }
     }
 
     void captureWithoutFinger_data()
