@@ -1,0 +1,643 @@
+// SPDX-License-Identifier: MIT
+//
+// The client of the device server: commands as promises, pushed texts as events, and a preview.
+//
+//   Errors        what can go wrong, by name
+//   Texts         commands and answers as they go over the wire
+//   DeviceClient  the connection, the calls that wait, the events
+//   Preview       draws the newest frame
+//
+// For Chromium 80 and newer, and for Node with a WebSocket class of its own or handed over.
+import { commands, events } from './commands.js';
+
+// ---- Errors -------------------------------------------------------------------------------------
+
+/** What all errors of this client have in common: a name, and a code that stays. */
+export class DeviceError extends Error {
+  constructor(code, message) {
+    super(message);
+    this.name = new.target.name;
+    this.code = code;
+  }
+}
+
+/** There is no such command; the server would not answer. */
+export class UnknownCommandError extends DeviceError {
+  constructor(name) {
+    const meant = Object.keys(commands).find((each) => each.toLowerCase() === name.trim().toLowerCase());
+    super('UNKNOWN_COMMAND', meant ? `there is no command ${name}; is ${meant} meant?`
+      : `there is no command ${name}`);
+  }
+}
+
+/** The command can't take these arguments, or the protocol can't carry them. */
+export class ArgumentError extends DeviceError {
+  constructor(name, what) {
+    super('BAD_ARGUMENT', `${name}: ${what}`);
+  }
+}
+
+/** Nobody listens at the address. */
+export class ServerNotRunningError extends DeviceError {
+  constructor(url) {
+    super('SERVER_NOT_RUNNING', `no connection to ${url}: the device server is not running there`);
+  }
+}
+
+/**
+ * The browser keeps this page from the server, as far as a page can tell: see docs/integration.md.
+ */
+export class RefusedByBrowserError extends DeviceError {
+  constructor(url, why) {
+    super('REFUSED_BY_BROWSER', `the browser refuses the connection to ${url}: ${why}`);
+  }
+}
+
+/** The connection ended; of a call: before its answer came. */
+export class ConnectionLostError extends DeviceError {
+  constructor(name) {
+    super('CONNECTION_LOST', 'the connection to the device server was lost'
+        + (name ? ` before ${name} was answered` : ''));
+  }
+}
+
+/** No answer came in time. */
+export class CallTimeoutError extends DeviceError {
+  constructor(name, milliseconds, fact) {
+    const taken = fact.late && !fact.to
+      ? 'another page may have sent a command meanwhile and got it, or one has left, which drops it'
+      : 'the server may be busy, with another page too';
+    super('TIMED_OUT', `no answer to ${name} within ${milliseconds / 1000} s: ${taken}`);
+  }
+}
+
+/** close() was called. */
+export class ClosedError extends DeviceError {
+  constructor() {
+    super('CLOSED', 'this client was closed');
+  }
+}
+
+// ---- Texts --------------------------------------------------------------------------------------
+
+/** Every JPEG file begins with the bytes FF D8 FF, and so every frame with these characters. */
+const frameStart = '/9j/';
+
+/** The server ends the connection of a page that sends more bytes. */
+const longestMessage = 256 * 1024 * 1024;
+
+/** Room for the longest name: the search for the end of an answer looks no further back. */
+const nameLimit = 100;
+
+const frameNames = new Map();
+for (const [name, { otherFrames }] of Object.entries(commands)) {
+  for (const other of otherFrames || [])
+    frameNames.set(other, name);
+}
+
+/**
+ * Takes "Begin<name><result>End<name>" apart. Nothing parts the name from the result, so the end of
+ * the text tells it; results may hold "End" and names may end with it.
+ *
+ * @returns {{name: string, result: string}|null} null when the text is not framed
+ */
+export function parseAnswer(text) {
+  if (!text.startsWith('Begin'))
+    return null;
+  const nameStart = 'Begin'.length;
+  let other = null;
+  let end = text.lastIndexOf('End');
+  while (end >= nameStart && text.length - end < nameLimit) {
+    const name = text.slice(end + 'End'.length);
+    const resultStart = nameStart + name.length;
+    if (name && resultStart <= end && text.startsWith(name, nameStart)) {
+      const answer = { name, result: text.slice(resultStart, end) };
+      if (name in commands || name in events || frameNames.has(name))
+        return answer;
+      other = other || answer;
+    }
+    end = text.lastIndexOf('End', end - 1);
+  }
+  return other;
+}
+
+/** How the types of arguments look on the wire; an empty number is what the server takes for none. */
+const forms = {
+  integer: [/^([+-]?\d+)?$/, 'a whole number'],
+  number: [/^([+-]?\d+(\.\d+)?)?$/, 'a number'],
+  boolean: [/^[01]$/, 'true or false, 1 or 0'],
+};
+
+/** One argument on the wire, or what is wrong with it: { text } or { fault }. */
+function fieldOf(type, value, parted) {
+  const sent = type === 'boolean' && typeof value === 'boolean' ? Number(value) : value;
+  if (typeof sent !== 'string' && typeof sent !== 'number')
+    return { fault: `must be a text or a number, not ${sent === null ? 'null' : typeof sent}` };
+  const text = String(sent);
+  const [form, what] = forms[type] || [];
+  if (form && !form.test(text))
+    return { fault: `must be ${what}, not ${JSON.stringify(text)}: the server would read 0` };
+  if (text.includes('\0'))
+    return { fault: 'holds a NUL character, where the text would end for the device library' };
+  if (parted && text.includes(','))
+    return { fault: 'holds a ",", which the protocol can’t carry here: it parts the arguments' };
+  return { text };
+}
+
+/**
+ * The text to send for a call: what call() does before it sends.
+ *
+ * @throws UnknownCommandError, ArgumentError
+ */
+export function commandText(name, args) {
+  if (!Object.prototype.hasOwnProperty.call(commands, name))
+    throw new UnknownCommandError(String(name));
+  const { split, fields = {}, repeat, required } = commands[name];
+  const names = Object.keys(fields);
+  const given = args.slice();
+  while (given.length > 0 && given[given.length - 1] === undefined)
+    given.pop(); // as if it had been left out
+  const least = required === undefined ? names.length : required;
+  if (given.length < least)
+    throw new ArgumentError(name, `needs ${least} arguments (${names.join(', ')}), got ${given.length}`);
+  if (given.length > names.length && !repeat)
+    throw new ArgumentError(name, `takes ${names.length || 'no'} arguments, got ${given.length}`);
+  const texts = given.map((value, index) => {
+    const field = names[Math.min(index, names.length - 1)];
+    const { text, fault } = fieldOf(fields[field], value === undefined ? '' : value, split === 'comma');
+    if (fault)
+      throw new ArgumentError(name, `${field} ${fault}`);
+    return text;
+  });
+  const text = `${name}(${texts.join(',')})`;
+  if (text.length > longestMessage)
+    throw new ArgumentError(name, 'longer than the 256 MiB that the server accepts');
+  return text;
+}
+
+function jsonOr(text) {
+  try {
+    return JSON.parse(text);
+  } catch {
+    return text || null; // a maker's library may have texts of its own
+  }
+}
+
+/** Bytes that came as one character each, read as UTF-8 where they are. */
+function utf8Of(latin1) {
+  try {
+    return new TextDecoder('utf-8', { fatal: true })
+        .decode(Uint8Array.from(latin1, (character) => character.charCodeAt(0)));
+  } catch {
+    return latin1;
+  }
+}
+
+const results = {
+  boolean: (text) => text === 'true',
+  number: (text) => Number(text),
+  text: (text) => text,
+  json: jsonOr,
+  list: (text) => (text === '' ? [] : text.split('|')),
+  pair: (text) => text.slice(1, -1).split(',').map(Number),
+  empty: () => undefined,
+};
+
+/** The result of an answer or event of this name, as its kind says; of an unknown one the text. */
+function resultOf(name, text) {
+  const fact = commands[name] || {};
+  const kind = fact.reply && fact.reply !== 'none' ? fact.reply : events[name] || 'text';
+  return results[kind](fact.latin1 ? utf8Of(text) : text);
+}
+
+// ---- DeviceClient -------------------------------------------------------------------------------
+
+const defaults = {
+  url: 'ws://127.0.0.1:1818',
+  /** How long a call waits for its answer, unless more is known of its command. */
+  timeout: 10000,
+  /** How long a try to connect may take; longer while the browser asks its user. */
+  connectTimeout: 15000,
+  /** Pauses before the tries to connect again; the last one repeats. Empty: none are made. */
+  retryDelays: [500, 1000, 2000, 4000, 8000, 15000],
+};
+
+/** What is known of a command that is sent as it is. */
+const rawFact = { reply: 'text', late: true };
+
+/** A connection that ends sooner counts as a failed try, so that the tries slow down. */
+const stableMilliseconds = 5000;
+
+/**
+ * A page's connection to the device server.
+ *
+ * Events, heard with on():
+ *   open                 connected, also anew; the server has stopped the preview meanwhile
+ *   close    error       the connection was lost, or a try failed; retryIn is set on the error
+ *   frame    base64      a preview frame, JPEG
+ *   <name>   result      a framed text that no call waits for: vSetCapturePin, iAutoScan, ...
+ *   text     text, json  a text without a frame: the signature service's, the browser helper's
+ *   late     {name, result}  an answer whose call had timed out
+ *   message  text        every text as it came
+ *   drawn    preview     a Preview has drawn a frame
+ */
+export class DeviceClient {
+  /**
+   * @param options  url, timeout, connectTimeout, retryDelays (all in milliseconds), and WebSocket:
+   *                 the class to use where there is no global one
+   */
+  constructor(options = {}) {
+    this.options = { ...defaults, ...options };
+    this.listeners = new Map();
+    this.waiting = new Map(); // by name: the calls that were sent, oldest first
+    this.queues = new Map(); // by name: the end of the queue of commands that go one by one
+    this.socket = null;
+    this.state = 'closed'; // closed, connecting, open, waiting (for the next try)
+    this.lastError = null;
+    this.failures = 0; // tries in a row without a stable connection
+    this.everOpen = false;
+    this.closings = 0; // how often close() was called
+    this.connection = null; // the promise of the latest try
+    this.abandonTry = null; // rejects it
+    this.retryTimer = 0;
+  }
+
+  /** Hears of an event. @returns a function that ends it */
+  on(event, listener) {
+    if (!this.listeners.has(event))
+      this.listeners.set(event, new Set());
+    this.listeners.get(event).add(listener);
+    return () => this.off(event, listener);
+  }
+
+  off(event, listener) {
+    const listeners = this.listeners.get(event);
+    if (listeners)
+      listeners.delete(listener);
+  }
+
+  /** A listener that fails is reported like any error of the page, and disturbs nobody. */
+  emit(event, ...values) {
+    for (const listener of Array.from(this.listeners.get(event) || [])) {
+      try {
+        listener(...values);
+      } catch (error) {
+        setTimeout(() => { throw error; });
+      }
+    }
+  }
+
+  /**
+   * Connects, and goes on trying when it fails or the connection is lost, until close().
+   *
+   * @returns a promise that settles with the first try: rejected with ServerNotRunningError or
+   *          RefusedByBrowserError
+   */
+  connect() {
+    if (this.state === 'open')
+      return Promise.resolve();
+    if (this.state !== 'connecting')
+      this.tryToConnect();
+    return this.connection;
+  }
+
+  /** Ends the connection and all tries; calls that wait are rejected. */
+  close() {
+    this.closings += 1;
+    clearTimeout(this.retryTimer);
+    const socket = this.socket;
+    this.socket = null;
+    this.state = 'closed';
+    this.failures = 0;
+    if (socket)
+      socket.close();
+    if (this.abandonTry)
+      this.abandonTry(new ClosedError()); // without effect once the try has settled
+    this.rejectAll(() => new ClosedError());
+  }
+
+  /**
+   * Sends a command.
+   *
+   * @returns a promise of its result, in the kind of the command; undefined, at once, for commands
+   *          that are never answered
+   */
+  call(name, ...args) {
+    return this.callWith({}, name, ...args);
+  }
+
+  /**
+   * The same with options: timeout, in milliseconds; raw: sends the arguments as they are, under any
+   * name, and gives the result as a text.
+   */
+  async callWith({ timeout, raw }, name, ...args) {
+    const text = raw ? `${name}(${args.join(',')})` : commandText(name, args);
+    const fact = raw ? rawFact : commands[name];
+    const limit = timeout || Math.max(fact.timeout || 0, this.options.timeout);
+    if (fact.alone)
+      return this.inTurn(name, () => this.sendCall(name, fact, text, limit));
+    return this.sendCall(name, fact, text, limit);
+  }
+
+  /** Sends a text as it is: "@..." asks for the shown page's data, "#..." goes to the current page. */
+  async send(text) {
+    if (this.state !== 'open')
+      await this.whenOpen();
+    this.socket.send(text);
+  }
+
+  /** Draws the frames; see Preview. */
+  preview(target) {
+    return new Preview(this, target);
+  }
+
+  // -- Calls --
+
+  /** Runs one call of a name after the other: the server would mix up their answers. */
+  inTurn(name, run) {
+    const { closings } = this;
+    const turn = (this.queues.get(name) || Promise.resolve()).then(() => {
+      if (closings !== this.closings)
+        throw new ClosedError();
+      return run();
+    });
+    this.queues.set(name, turn.catch(() => {}));
+    return turn;
+  }
+
+  async sendCall(name, fact, text, limit) {
+    if (this.state !== 'open')
+      await this.whenOpen();
+    if (fact.reply === 'none') {
+      this.socket.send(text);
+      return undefined;
+    }
+    return new Promise((resolve, reject) => {
+      const call = { name, fact, resolve, reject, timedOut: false, timer: 0 };
+      call.timer = setTimeout(() => this.timeOut(call, limit), limit);
+      if (!this.waiting.has(name))
+        this.waiting.set(name, []);
+      this.waiting.get(name).push(call);
+      this.socket.send(text);
+    });
+  }
+
+  /**
+   * The call stays in line where its answer is sure to come, so that a later call of the name is not
+   * given it. It is not sure where it can go to another page, and for names nobody knows.
+   */
+  timeOut(call, limit) {
+    call.timedOut = true;
+    if (call.fact.late && call.fact.to !== 'all') {
+      const calls = this.waiting.get(call.name);
+      calls.splice(calls.indexOf(call), 1);
+    }
+    call.reject(new CallTimeoutError(call.name, limit, call.fact));
+  }
+
+  rejectAll(errorFor) {
+    const calls = Array.from(this.waiting.values()).flat();
+    this.waiting.clear();
+    for (const call of calls) {
+      clearTimeout(call.timer);
+      call.reject(errorFor(call));
+    }
+  }
+
+  // -- Texts that come --
+
+  received(text) {
+    this.emit('message', text);
+    if (text.startsWith(frameStart)) {
+      this.emit('frame', text);
+      return;
+    }
+    const answer = parseAnswer(text);
+    if (!answer) {
+      const value = jsonOr(text);
+      this.emit('text', text, value !== null && typeof value === 'object' ? value : undefined);
+      return;
+    }
+    const name = frameNames.get(answer.name) || answer.name;
+    const result = resultOf(name, answer.result);
+    const call = (this.waiting.get(name) || []).shift();
+    if (!call) {
+      this.emit(name, result);
+    } else if (call.timedOut) {
+      this.emit('late', { name, result });
+    } else {
+      clearTimeout(call.timer);
+      call.resolve(call.fact === rawFact ? answer.result : result);
+    }
+  }
+
+  // -- The connection --
+
+  /** Connects where nothing has been tried yet. */
+  async whenOpen() {
+    if (this.state === 'waiting')
+      throw this.lastError;
+    await this.connect();
+    if (this.state !== 'open')
+      throw new ClosedError(); // by somebody who heard of it first
+  }
+
+  tryToConnect() {
+    clearTimeout(this.retryTimer);
+    this.state = 'connecting';
+    this.connection = new Promise((resolve, reject) => {
+      this.abandonTry = reject;
+      this.openSocket(resolve, reject);
+    });
+    this.connection.catch(() => {}); // whoever wants to know has connect()
+  }
+
+  openSocket(resolve, reject) {
+    const { url, connectTimeout } = this.options;
+    const WebSocketClass = this.options.WebSocket || globalThis.WebSocket;
+    let socket;
+    try {
+      socket = new WebSocketClass(url);
+    } catch (error) { // no address, or one that a page from https may not use
+      this.state = 'closed';
+      reject(new RefusedByBrowserError(url, error.message));
+      return;
+    }
+    this.socket = socket;
+    let openedAt = 0;
+    const giveUpWhenNobodyIsAsked = async () => {
+      if (await permissionState() === 'prompt')
+        timer = setTimeout(giveUpWhenNobodyIsAsked, connectTimeout);
+      else
+        socket.close();
+    };
+    let timer = setTimeout(giveUpWhenNobodyIsAsked, connectTimeout);
+    socket.onopen = () => {
+      clearTimeout(timer);
+      if (socket !== this.socket)
+        return;
+      openedAt = Date.now();
+      this.everOpen = true;
+      this.state = 'open';
+      resolve();
+      this.emit('open');
+    };
+    socket.onmessage = ({ data }) => {
+      if (socket === this.socket)
+        this.received(String(data));
+    };
+    socket.onerror = () => {}; // says nothing that onclose doesn't; in Node it must be heard
+    socket.onclose = async () => {
+      clearTimeout(timer);
+      if (socket !== this.socket)
+        return;
+      if (openedAt) {
+        if (Date.now() - openedAt >= stableMilliseconds)
+          this.failures = 0;
+        this.rejectAll((call) => new ConnectionLostError(call.name));
+        this.retryLater(new ConnectionLostError());
+        return;
+      }
+      const error = await whyNoConnection(url, this.everOpen);
+      if (socket !== this.socket)
+        return; // closed meanwhile
+      this.retryLater(error);
+      reject(error);
+    };
+  }
+
+  retryLater(error) {
+    const { retryDelays } = this.options;
+    this.socket = null;
+    this.lastError = error;
+    if (retryDelays.length === 0) {
+      this.state = 'closed';
+    } else {
+      this.state = 'waiting';
+      error.retryIn = retryDelays[Math.min(this.failures, retryDelays.length - 1)];
+      this.failures += 1;
+      this.retryTimer = setTimeout(() => this.tryToConnect(), error.retryIn);
+    }
+    this.emit('close', error);
+  }
+}
+
+/** What the browser says about this page and the local machine: granted, denied, prompt; or ''. */
+async function permissionState() {
+  const permissions = globalThis.navigator && globalThis.navigator.permissions;
+  if (!permissions)
+    return '';
+  for (const name of ['loopback-network', 'local-network-access']) {
+    try {
+      return (await permissions.query({ name })).state;
+    } catch {
+      // a browser that doesn't know this one
+    }
+  }
+  return '';
+}
+
+/**
+ * A browser tells no reason: the permission is the only hint, and says nothing where none is needed,
+ * as between a page and a server of the same machine.
+ */
+async function whyNoConnection(url, everOpen) {
+  const { protocol, hostname } = globalThis.location || {};
+  const isLocalPage = protocol === 'file:' || /^(localhost|127\..*|\[::1\])$/.test(hostname);
+  if (!everOpen && !isLocalPage && await permissionState() === 'denied')
+    return new RefusedByBrowserError(url, 'this page has no permission to reach this machine, '
+        + 'unless it needs none and the device server is not running');
+  return new ServerNotRunningError(url);
+}
+
+// ---- Preview ------------------------------------------------------------------------------------
+
+/**
+ * Draws the newest frame on an <img> or <canvas>. While one is being decoded only the newest of
+ * those after it waits; a hidden page decodes nothing.
+ */
+export class Preview {
+  constructor(client, target) {
+    this.client = client;
+    this.target = target;
+    this.received = 0;
+    this.drawn = 0;
+    this.dropped = 0; // overtaken by a newer one
+    this.broken = 0; // no readable JPEG
+    this.waiting = null;
+    this.drawing = false;
+    this.drawWaiting = this.drawWaiting.bind(this);
+    this.end = client.on('frame', (base64) => this.frame(base64));
+    document.addEventListener('visibilitychange', this.drawWaiting);
+  }
+
+  /** Draws no more; the last frame stays. */
+  stop() {
+    this.end();
+    this.waiting = null;
+    document.removeEventListener('visibilitychange', this.drawWaiting);
+  }
+
+  frame(base64) {
+    this.received += 1;
+    if (this.waiting !== null)
+      this.dropped += 1;
+    this.waiting = base64;
+    this.drawWaiting();
+  }
+
+  async drawWaiting() {
+    if (this.drawing)
+      return;
+    this.drawing = true;
+    while (this.waiting !== null && !document.hidden) {
+      const base64 = this.waiting;
+      this.waiting = null;
+      try {
+        await this.draw(new Blob([bytesOf(base64)], { type: 'image/jpeg' }));
+      } catch {
+        this.broken += 1;
+      }
+    }
+    this.drawing = false;
+  }
+
+  async draw(blob) {
+    if (this.target instanceof HTMLCanvasElement)
+      await drawOnCanvas(this.target, blob);
+    else
+      await showInImage(this.target, blob);
+    this.drawn += 1;
+    this.client.emit('drawn', this);
+  }
+}
+
+function bytesOf(base64) {
+  const characters = atob(base64);
+  const bytes = new Uint8Array(characters.length);
+  for (let i = 0; i < characters.length; i += 1)
+    bytes[i] = characters.charCodeAt(i);
+  return bytes;
+}
+
+async function drawOnCanvas(canvas, blob) {
+  const picture = globalThis.createImageBitmap ? await createImageBitmap(blob)
+    : await showInImage(new Image(), blob);
+  if (canvas.width !== picture.width || canvas.height !== picture.height) {
+    canvas.width = picture.width;
+    canvas.height = picture.height;
+  }
+  canvas.getContext('2d').drawImage(picture, 0, 0);
+  if (picture.close)
+    picture.close();
+}
+
+/** @returns a promise of the element, once it has the picture */
+function showInImage(image, blob) {
+  const url = URL.createObjectURL(blob);
+  return new Promise((resolve, reject) => {
+    image.onload = () => resolve(image);
+    image.onerror = reject;
+    image.src = url;
+  }).finally(() => URL.revokeObjectURL(url));
+}

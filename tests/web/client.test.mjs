@@ -1,0 +1,207 @@
+// SPDX-License-Identifier: MIT
+//
+// The JavaScript client against the real server.
+import assert from 'node:assert/strict';
+import { readFileSync, writeFileSync } from 'node:fs';
+import { join } from 'node:path';
+import { after, afterEach, before, test } from 'node:test';
+import { setTimeout as sleep } from 'node:timers/promises';
+import WebSocket from 'ws';
+import { DeviceClient, commandText, parseAnswer } from '../../client/deviceclient.js';
+import { startServer } from './server.mjs';
+
+const facts = JSON.parse(readFileSync(new URL('../../docs/commands.json', import.meta.url)));
+
+let server;
+before(async () => { server = await startServer(); });
+after(() => server.end());
+
+let clients = [];
+afterEach(() => {
+  for (const client of clients)
+    client.close();
+  clients = [];
+});
+
+function page(options) {
+  const client = new DeviceClient({ WebSocket, ...options });
+  clients.push(client);
+  return client;
+}
+
+/** The value of the next event, waited for. */
+function next(client, event, milliseconds = 15000) {
+  return new Promise((resolve, reject) => {
+    const timer = setTimeout(() => reject(new Error(`no event ${event}`)), milliseconds);
+    const end = client.on(event, (value) => {
+      end();
+      clearTimeout(timer);
+      resolve(value);
+    });
+  });
+}
+
+const code = (value) => ({ code: value });
+
+test('results come in the kind of their command', async () => {
+  const client = page();
+  assert.equal(await client.call('getVersion'), 'V1.0.2');
+  assert.equal(await client.call('vSetDPI', 200, 300), true);
+  assert.deepEqual(await client.call('vGetDPI'), [200, 300]);
+  assert.equal(await client.call('setResolutionXY', 1280, 720), true);
+  assert.equal(await client.call('iGetResolutionX', 1), 1280);
+  const sizes = await client.call('getAllResolutions', 1);
+  assert.ok(sizes.some(({ width, height }) => width === 1280 && height === 720));
+  assert.equal(await client.call('vSetPreviewEnable', true), true);
+  assert.equal(await client.call('vZoomIn'), undefined);
+  assert.equal((await client.call('readIDMsg')).code, '0');
+  assert.deepEqual(await client.call('sGetAllFormatFiles', server.folder, 'png'), []);
+  assert.deepEqual(await client.call('sGetAllFormatFiles', server.folder, 'ini'), ['devices.ini']);
+  assert.equal((await client.call('GetDeviceStatus')).length, 2);
+  assert.equal(await client.callWith({ raw: true }, 'vGetDPI'), '(200,300)');
+});
+
+test('every command answers its example in the kind that is told of it', async () => {
+  // They would print, speak, open windows, look for companions that are not there, or take long.
+  const passedOver = ['bPrint', 'bPrintImage', 'bPrintImageFile', 'bPlayVoice', 'OpenFile', 'bDispPath',
+    'bLivingBodyDetect'];
+  const types = { boolean: 'boolean', number: 'number', text: 'string', empty: 'undefined', none: 'undefined' };
+  const client = page();
+  await client.call('bStartPlay');
+  for (const { name, family, reply, arguments: fields } of facts.commands) {
+    if (passedOver.includes(name) || family === 'companion')
+      continue;
+    const values = fields.map((field) => field.example.replace('/tmp', server.folder));
+    const result = await client.call(name, ...values);
+    if (reply.kind === 'list' || reply.kind === 'pair')
+      assert.ok(Array.isArray(result), name);
+    else if (reply.kind === 'json')
+      assert.equal(typeof result, 'object', name);
+    else
+      assert.equal(typeof result, types[reply.kind], name);
+    if (reply.always)
+      assert.equal(String(result), reply.example, name);
+  }
+});
+
+test('calls of one name are answered in their order', async () => {
+  const client = page();
+  const paths = Array.from({ length: 60 }, (_, i) => (i % 3 ? server.folder : '/nowhere'));
+  const there = await Promise.all(paths.map((path) => client.call('bDirIsExist', path)));
+  assert.deepEqual(there, paths.map((path) => path === server.folder));
+});
+
+test('requests that would cut each other short go one by one', async () => {
+  const client = page();
+  const picture = join(server.folder, 'fingers/finger1.png');
+  const scores = await Promise.all([1, 2, 3, 4].map(() => client.call('lImageMatch', picture, picture)));
+  assert.ok(scores.every((score) => score < 0), 'no face in it');
+});
+
+test('what the protocol can’t carry is refused before it is sent', async () => {
+  const client = page();
+  const told = [];
+  client.on('message', (text) => told.push(text));
+  for (const [name, ...args] of [
+    ['bSaveJPG', '/tmp', 'a,b'], ['bSaveJPG', '/tmp'], ['bSaveJPG', '/tmp', 'a', 'b'], ['bStopPlay', 1],
+    ['bDirIsExist', 'a\0b'], ['bDirIsExist', null], ['bDirIsExist', {}], ['vSetRotate', 'ninety'],
+    ['vSetRotate', 1.5], ['vSetRotate', NaN], ['vSetPreviewEnable', 2], ['lFingerMatch', 0, 'AA', 1],
+  ])
+    await assert.rejects(client.call(name, ...args), code('BAD_ARGUMENT'), `${name} ${args}`);
+  await assert.rejects(client.call('bstartplay'), { code: 'UNKNOWN_COMMAND', message: /bStartPlay/ });
+  await assert.rejects(client.call('constructor'), code('UNKNOWN_COMMAND'));
+  assert.deepEqual(told, []);
+  assert.equal(client.state, 'closed');
+
+  const file = join(server.folder, 'a, (b).txt');
+  writeFileSync(file, '');
+  assert.equal(await client.call('bFileIsExist', file), true);
+  assert.equal(commandText('sUpLoadImage', ['a', 'b', undefined, undefined, true]), 'sUpLoadImage(a,b,,,1)');
+  assert.equal(commandText('ReadCard', ['', undefined]), 'ReadCard()');
+});
+
+test('answers are found where names and results look alike', () => {
+  for (const [text, name, result] of [
+    ['BeginbSavePDFEndtrueEndbSavePDFEnd', 'bSavePDFEnd', 'true'],
+    ['BeginbSavePDFEndEndbSavePDFEnd', 'bSavePDFEnd', ''],
+    ['BegingetVersionEndgetVersionEndgetVersion', 'getVersion', 'EndgetVersion'],
+    ['BeginbStartPlay2trueEndbStartPlay2', 'bStartPlay2', 'true'],
+    ['BeginanyEventxEndanyEvent', 'anyEvent', 'x'],
+  ])
+    assert.deepEqual(parseAnswer(text), { name, result });
+  for (const text of ['', 'Begin', 'BeginEnd', 'BeginaEndb', 'xBeginaEnda'])
+    assert.equal(parseAnswer(text), null, text);
+});
+
+test('a call without an answer times out, and its late answer goes to no other call', async () => {
+  const client = page();
+  await assert.rejects(client.callWith({ raw: true, timeout: 100 }, 'noSuchCommand'), code('TIMED_OUT'));
+  const late = next(client, 'late'); // this one takes a second
+  await assert.rejects(client.callWith({ timeout: 200 }, 'WReadCardBasEx'), code('TIMED_OUT'));
+  const started = Date.now();
+  assert.equal((await client.call('WReadCardBasEx')).lRet, 0);
+  assert.ok(Date.now() - started > 1000, 'the answer was the first one’s');
+  assert.equal((await late).name, 'WReadCardBasEx');
+});
+
+test('commands that are never answered are done at once', async () => {
+  const client = page();
+  assert.equal(await client.call('iAutoScan', 0, server.folder, 'auto'), undefined);
+  assert.equal(await client.call('vSetCapturePin'), undefined);
+});
+
+test('what is pushed comes as events', async () => {
+  const client = page();
+  const other = page();
+  await other.connect();
+  assert.equal(await client.call('bStartPlay'), true);
+  const bytes = Buffer.from(await next(client, 'frame'), 'base64');
+  assert.deepEqual([...bytes.subarray(0, 3)], [0xff, 0xd8, 0xff]);
+
+  const score = next(client, 'AfterbImageMatchOnline');
+  assert.equal(await client.call('bImageMatchOnline', '/nowhere.jpg', 1, 0, 0), true);
+  assert.ok(await score < 0);
+
+  const text = next(client, 'text');
+  await other.send('#{"from": "another page"}');
+  assert.equal(await text, '{"from": "another page"}');
+
+  const stopped = next(client, 'bStopPlay'); // by the server, for a page has left
+  other.close();
+  assert.equal(await stopped, true);
+});
+
+test('without a server the client says so, tries again, and comes back', async () => {
+  const client = page({ retryDelays: [100, 200] });
+  await client.connect();
+  const lost = next(client, 'close');
+  const call = assert.rejects(client.call('bLivingBodyDetect'), code('CONNECTION_LOST'));
+  await server.kill();
+  await call;
+  assert.equal((await lost).code, 'CONNECTION_LOST');
+
+  const failed = await next(client, 'close');
+  assert.equal(failed.code, 'SERVER_NOT_RUNNING');
+  assert.equal(failed.retryIn, 200);
+  await assert.rejects(page().call('getVersion'), code('SERVER_NOT_RUNNING'));
+  await assert.rejects(page({ retryDelays: [] }).connect(), code('SERVER_NOT_RUNNING'));
+
+  const back = next(client, 'open');
+  await server.start();
+  await back;
+  assert.equal(await client.call('getVersion'), 'V1.0.2');
+});
+
+test('a closed client rejects what waits and tries no more', async () => {
+  const client = page();
+  await client.connect();
+  const calls = ['bLivingBodyDetect', 'fingerCaptureRawData', 'fingerCaptureRawData']
+      .map((name) => assert.rejects(client.call(name), code('CLOSED')));
+  const opened = [];
+  client.on('open', () => opened.push('again'));
+  client.close();
+  await Promise.all(calls);
+  await sleep(800);
+  assert.deepEqual(opened, []);
+  assert.equal(await client.call('getVersion'), 'V1.0.2', 'a call opens it again');
+});

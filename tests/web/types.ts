@@ -1,0 +1,25 @@
+// SPDX-License-Identifier: MIT
+//
+// Compiled, never run: what pages in TypeScript rely on, and what must be refused.
+import { DeviceClient, CallTimeoutError } from '../../client/deviceclient.js';
+
+export async function page(client: DeviceClient, canvas: HTMLCanvasElement) {
+  const saved: boolean = await client.call('bSaveJPG', '/tmp', 'scan1');
+  const width: number = await client.call('iGetResolutionX', 1);
+  const [x, y]: [number, number] = await client.call('vGetDPI');
+  const sizes: { width: number; height: number }[] = await client.call('getAllResolutions', 1);
+  const names: string[] = await client.call('sGetAllFormatFiles', '/tmp', 'jpg');
+  const version: string = await client.callWith({ raw: true }, 'getVersion');
+  await client.callWith({ timeout: 1000 }, 'lFingerMatch', 0, 'AA', 2, 'BB', 'CC');
+  client.on('iAutoScan', (shot: number) => shot + width + x + y);
+  client.on('close', (error) => error instanceof CallTimeoutError || error.retryIn);
+  client.on('text', (text, json) => [text, json]);
+  client.preview(canvas).stop();
+  // @ts-expect-error: an argument is missing
+  await client.call('bSaveJPG', '/tmp');
+  // @ts-expect-error: no such command
+  await client.call('bSaveJPEG', '/tmp', 'scan1');
+  // @ts-expect-error: its result is a boolean
+  const wrong: number = await client.call('bStopPlay');
+  return { saved, sizes, names, version, wrong };
+}
