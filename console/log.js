@@ -183,6 +183,7 @@ class Log {
     const row = element('li', entry.kind);
     entry.row = row;
     row.id = `entry-${Log.lastId += 1}`;
+    row.setAttribute('role', 'option');
     row.addEventListener('click', () => this.select(entry));
     row.addEventListener('dblclick', () => this.actions.showWhole(entry));
     const direction = element('span', 'direction', DIRECTIONS[entry.kind]);
@@ -196,7 +197,7 @@ class Log {
       acts.append(rowButton('again', 'log.again', () => this.actions.again(entry)));
     acts.append(rowButton('copy', 'log.copy.one', () => copyText(entry.raw || entry.say())));
     row.append(acts);
-    row.classList.toggle('selected', entry === this.selected);
+    row.setAttribute('aria-selected', String(entry === this.selected));
     return row;
   }
 
@@ -223,10 +224,10 @@ class Log {
 
   select(entry) {
     if (this.selected && this.selected.row)
-      this.selected.row.classList.remove('selected');
+      this.selected.row.setAttribute('aria-selected', 'false');
     this.selected = entry;
     if (entry && entry.row) {
-      entry.row.classList.add('selected');
+      entry.row.setAttribute('aria-selected', 'true');
       entry.row.scrollIntoView({ block: 'nearest' });
       this.view.list.setAttribute('aria-activedescendant', entry.row.id);
     } else {

@@ -120,9 +120,6 @@ function ask(text) {
   });
 }
 
-/** Commands whose exchange isn't listed. */
-const quietAnswers = new Set();
-
 /** Asks without a trace in the log. */
 function askQuietly(text) {
   return new Promise((resolve) => {
@@ -131,12 +128,7 @@ function askQuietly(text) {
       told('offline');
       return;
     }
-    const name = commandName(text);
-    quietAnswers.add(name);
-    exchanges.sent(name, (...what) => {
-      told(...what);
-      quietAnswers.delete(name);
-    });
+    exchanges.sent(commandName(text), told, true);
   });
 }
 
@@ -148,13 +140,12 @@ function received(raw) {
     log.add('pushed', { text: raw, status: () => t('status.unframed') });
     return;
   }
-  const quiet = quietAnswers.has(answer.name);
-  const milliseconds = exchanges.answered(answer.name, answer.result);
-  if (quiet && milliseconds !== null)
+  const exchange = exchanges.answered(answer.name, answer.result);
+  if (exchange && exchange.quiet)
     return;
-  log.add(milliseconds === null ? 'pushed' : 'answer', {
+  log.add(exchange ? 'answer' : 'pushed', {
     name: answer.name, text: answer.result, raw, error: answer.result === 'false',
-    status: milliseconds === null ? null : () => duration(milliseconds),
+    status: exchange ? () => duration(exchange.milliseconds) : null,
   });
 }
 
@@ -267,7 +258,11 @@ byId('whole-save').addEventListener('click', () => {
   });
 });
 byId('whole-close').addEventListener('click', () => byId('whole').close());
-byId('whole').addEventListener('close', () => { byId('whole-text').value = ''; });
+byId('whole').addEventListener('close', () => { // which may have held megabytes
+  byId('whole-text').value = '';
+  removeChildren(byId('whole-pictures'));
+  wholePictures = [];
+});
 byId('log-clear').addEventListener('click', () => log.clear());
 byId('log-copy').addEventListener('click', () => copyText(log.asText()));
 byId('log-save').addEventListener('click', () => {

@@ -89,16 +89,17 @@ const WAITING_LIMIT = 500;
 /** Finds the command that an answer belongs to; the protocol has nothing but the name for it. */
 class Exchanges {
   constructor() {
-    this.waiting = []; // { name, sent, late, timer, told }, oldest first
+    this.waiting = []; // { name, quiet, sent, late, timer, told }, oldest first
   }
 
   /**
    * @param told  called with ('answered', result, milliseconds), ('late') (perhaps 'answered'
    *              follows), or ('lost') when it is given up before it was late
+   * @param quiet whether the answer isn't to be listed
    */
-  sent(name, told) {
+  sent(name, told, quiet = false) {
     const known = facts.byName.get(name);
-    const exchange = { name, sent: performance.now(), late: false, timer: 0, told };
+    const exchange = { name, quiet, sent: performance.now(), late: false, timer: 0, told };
     exchange.timer = setTimeout(() => {
       exchange.late = true;
       told('late');
@@ -108,7 +109,7 @@ class Exchanges {
       this.giveUp(this.waiting.splice(0, 1));
   }
 
-  /** @returns milliseconds since the command was sent; null when none waits for this name */
+  /** @returns { milliseconds, quiet } of the command; null when none waits for this name */
   answered(answerName, result) {
     const name = facts.byFrame.get(answerName) || answerName;
     const ofName = (exchange) => exchange.name === answerName || exchange.name === name;
@@ -121,7 +122,7 @@ class Exchanges {
     clearTimeout(exchange.timer);
     this.waiting.splice(this.waiting.indexOf(exchange), 1);
     exchange.told('answered', result, milliseconds);
-    return milliseconds;
+    return { milliseconds, quiet: exchange.quiet };
   }
 
   /** The connection is gone, and with it every answer. */
