@@ -10,6 +10,8 @@ const DEFAULT_PORT = 1818;
 /** A typed address as a URL text, with what was left out; '' when it is none. */
 function completeAddress(typed) {
   let text = typed.trim();
+  if (/\s/.test(text))
+    return '';
   if (/^[\w.-]+$/.test(text))
     text += `:${DEFAULT_PORT}`;
   if (!text.includes('://'))

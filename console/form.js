@@ -14,7 +14,7 @@ class CommandForm {
     this.send = sent;
     this.command = null;
     this.inputs = []; // of the arguments, in their order
-    this.history = settings.get('history', []);
+    this.history = session.get('history', []);
     this.place = this.history.length; // history.length: the text being typed
     this.typed = '';
     this.raw = byId('command');
@@ -76,7 +76,7 @@ class CommandForm {
     if (this.history[this.history.length - 1] !== text && text.length < 10000)
       this.history = [...this.history, text].slice(-HISTORY_LIMIT);
     this.place = this.history.length;
-    settings.set('history', this.history);
+    session.set('history', this.history);
     this.showHint('');
   }
 

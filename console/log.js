@@ -192,7 +192,8 @@ class Log {
     row.append(element('time', '', clock(entry.time)), direction, this.bodyOf(entry),
                element('span', 'status'));
     fillStatus(entry);
-    const acts = element('span', 'acts');
+    const acts = element('span', 'acts'); // for the mouse; the list has keys for them
+    acts.setAttribute('aria-hidden', 'true');
     if (entry.kind === 'sent')
       acts.append(rowButton('again', 'log.again', () => this.actions.again(entry)));
     acts.append(rowButton('copy', 'log.copy.one', () => copyText(entry.raw || entry.say())));
@@ -212,9 +213,11 @@ class Log {
     if (entry.name && ['true', 'false', ''].includes(entry.text))
       text.classList.add(entry.text || 'nothing');
     body.append(text);
-    if (shown !== whole)
-      body.append(' ', button('whole', t('log.whole', count(whole.length)),
-                              () => this.actions.showWhole(entry)));
+    if (shown !== whole) {
+      const more = element('span', 'whole', t('log.whole', count(whole.length)));
+      more.addEventListener('click', () => this.actions.showWhole(entry)); // key: Enter
+      body.append(' ', more);
+    }
     for (const url of pictures)
       body.append(pictureOf(url, () => this.actions.showWhole(entry)));
     return body;
@@ -268,8 +271,7 @@ function rowButton(text, key, pressed) {
     pressed();
   });
   made.title = t(key);
-  made.setAttribute('aria-label', t(key));
-  made.tabIndex = -1; // the list has keys for it
+  made.tabIndex = -1;
   return made;
 }
 

@@ -4,33 +4,42 @@
 
 'use strict';
 
-/** Values kept from visit to visit. A browser may refuse storage to a file page: then for this visit. */
-const settings = {
-  prefix: 'console.',
-  kept: new Map(),
+/** Values that outlive the page. A browser may refuse storage to a file page: then they don't. */
+class Settings {
+  /** @param storage  gives the browser's storage, which may throw */
+  constructor(storage) {
+    this.storage = storage;
+    this.kept = new Map();
+  }
 
   /** @returns the value stored under `key`, or `fallback` when there is none that can be read */
   get(key, fallback) {
     if (this.kept.has(key))
       return this.kept.get(key);
     try {
-      const text = localStorage.getItem(this.prefix + key);
+      const text = this.storage().getItem(`console.${key}`);
       return text === null ? fallback : JSON.parse(text);
     } catch {
       return fallback;
     }
-  },
+  }
 
   /** @param value  anything that JSON can hold */
   set(key, value) {
     this.kept.set(key, value);
     try {
-      localStorage.setItem(this.prefix + key, JSON.stringify(value));
+      this.storage().setItem(`console.${key}`, JSON.stringify(value));
     } catch (error) {
       console.info(`"${key}" lasts only until the page is left:`, error.message);
     }
-  },
-};
+  }
+}
+
+/** From visit to visit. */
+const settings = new Settings(() => localStorage);
+
+/** Until the tab is closed: what may hold names and numbers of customers. */
+const session = new Settings(() => sessionStorage);
 
 /** Light, dark or as the desktop has it; the style sheet knows the first two only. */
 const theme = {

@@ -239,7 +239,7 @@ test('texts from the server stay texts', { skip }, async () => {
   writeFileSync(join(server.folder, hostile), '');
   await send(page, `sGetAllFormatFiles(${server.folder},ini)`);
   assert.ok((await answerOf(page, 'sGetAllFormatFiles')).includes(hostile));
-  await page.dblclick('#log li.answer:last-child');
+  await page.locator('#log li.answer').last().dblclick();
   assert.ok((await page.inputValue('#whole-text')).includes(hostile));
   await page.keyboard.press('Escape');
   assert.equal(await page.locator('#planted, img[src=x]').count(), 0);
