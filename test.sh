@@ -8,10 +8,11 @@ usage() {
     cat <<'TEXT'
 usage: ./test.sh [option]
 
-Installs missing Debian packages (as root or with sudo), builds, and runs the tests.
+Installs missing Debian packages (as root or with sudo) and the npm packages of the web tests
+(tests/web/), builds, and runs the tests.
 
   --sanitizers   run them under the address and the thread sanitizer as well
-  --no-install   never touch the system's packages
+  --no-install   never touch the system's packages, nor npm's
   --help         this text
 
 One test:  build/release/tests/tst_log [function]   (QT_QPA_PLATFORM=offscreen without a display)
@@ -29,7 +30,10 @@ for option in "$@"; do
     esac
 done
 
-[ "$install" = no ] || install_packages build run test
+if [ "$install" = yes ]; then
+    install_packages build run test
+    install_npm_packages
+fi
 choose_platform
 for name in $builds; do
     case "$name" in

@@ -426,6 +426,9 @@ const defaults = {
 /** What is known of a command that is sent as it is. */
 const rawFact = { reply: 'text', late: true };
 
+/** The events that are no pushed text's: what another page relays must not pass for one. */
+const ownEvents = new Set(['open', 'close', 'frame', 'text', 'late', 'message', 'drawn']);
+
 /** A connection that ends sooner counts as a failed try, so that the tries slow down. */
 const stableMilliseconds = 5000;
 
@@ -614,7 +617,7 @@ class DeviceClient {
       return;
     }
     const answer = parseAnswer(text);
-    if (!answer) {
+    if (!answer || ownEvents.has(answer.name)) {
       const value = jsonOr(text);
       this.emit('text', text, value !== null && typeof value === 'object' ? value : undefined);
       return;
@@ -659,9 +662,10 @@ class DeviceClient {
     let socket;
     try {
       socket = new WebSocketClass(url);
-    } catch (error) { // no address, or one that a page from https may not use
+    } catch (error) {
       this.state = 'closed';
-      reject(new RefusedByBrowserError(url, error.message));
+      reject(error.name === 'SecurityError' ? new RefusedByBrowserError(url, error.message)
+        : new ArgumentError('url', error.message));
       return;
     }
     this.socket = socket;

@@ -7,13 +7,14 @@ fail() { printf 'error: %s\n' "$*" >&2; exit 1; }
 
 # Installs the Debian packages of the groups named that are not installed yet.
 install_packages() {
-    local group package missing=''
+    local group package program missing=''
     command -v dpkg-query >/dev/null || fail "this needs a Debian-family system (no dpkg-query found)"
     for group in "$@"; do
-        for package in $(awk -v group="$group" '$1 == group { print $2 }' scripts/packages.txt); do
+        while read -r package program; do
+            [ -z "$program" ] || ! command -v "$program" >/dev/null || continue
             dpkg-query -W -f='${db:Status-Status}\n' "$package" 2>/dev/null | grep -qx installed \
                 || missing="$missing $package"
-        done
+        done < <(awk -v group="$group" '$1 == group { print $2, $3 }' scripts/packages.txt)
     done
     [ -n "$missing" ] || return 0
 
@@ -26,6 +27,15 @@ install_packages() {
     $root apt-get -q update
     # shellcheck disable=SC2086 # a list of words
     $root env DEBIAN_FRONTEND=noninteractive apt-get -q install -y --no-install-recommends $missing
+}
+
+# Installs the npm packages of the web tests beside them, as their lock file says.
+install_npm_packages() {
+    local lock=tests/web/package-lock.json installed=tests/web/node_modules/.installed-lock.json
+    ! cmp -s "$lock" "$installed" || return 0
+    say "installing the npm packages of the web tests"
+    (cd tests/web && npm ci --no-audit --no-fund) || fail "npm could not install them (--no-install: the web tests are skipped)"
+    cp "$lock" "$installed"
 }
 
 # Without a display Qt draws into memory; with one it uses it.

@@ -261,7 +261,8 @@ function argumentRow(argument) {
     : argument.default ? ` May be left out: ${code(argument.default)}.` : ' May be left out.';
   const repeat = argument.repeat ? ' As many as there are.' : '';
   const example = argument.example ? code(cell(argument.example)) : '';
-  return `| ${argument.name} | ${argument.type} | ${cell(argument.about.en + choices + missing + repeat)} | ${example} |\n`;
+  const type = argument.type === 'boolean' ? 'switch' : argument.type;
+  return `| ${argument.name} | ${type} | ${cell(argument.about.en + choices + missing + repeat)} | ${example} |\n`;
 }
 
 function commandSection(command) {

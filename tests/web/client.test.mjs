@@ -162,9 +162,11 @@ test('what is pushed comes as events', async () => {
   assert.equal(await client.call('bImageMatchOnline', '/nowhere.jpg', 1, 0, 0), true);
   assert.ok(await score < 0);
 
-  const text = next(client, 'text');
-  await other.send('#{"from": "another page"}');
-  assert.equal(await text, '{"from": "another page"}');
+  for (const text of ['{"from": "another page"}', 'BeginclosexEndclose']) {
+    const relayed = next(client, 'text');
+    await other.send(`#${text}`);
+    assert.equal(await relayed, text);
+  }
 
   const stopped = next(client, 'bStopPlay'); // by the server, for a page has left
   other.close();
@@ -184,6 +186,7 @@ test('without a server the client says so, tries again, and comes back', async (
   assert.equal(failed.code, 'SERVER_NOT_RUNNING');
   assert.equal(failed.retryIn, 200);
   await assert.rejects(page().call('getVersion'), code('SERVER_NOT_RUNNING'));
+  await assert.rejects(page({ url: 'no address' }).connect(), code('BAD_ARGUMENT'));
   await assert.rejects(page({ retryDelays: [] }).connect(), code('SERVER_NOT_RUNNING'));
 
   const back = next(client, 'open');
