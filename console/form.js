@@ -26,8 +26,10 @@ class CommandForm {
     this.raw.addEventListener('keydown', (event) => this.key(event));
     byId('examples').addEventListener('click', () => this.fillExamples());
     byId('favourite').addEventListener('click', () => {
-      this.tree.toggleFavourite(this.command.name);
-      this.showFavourite();
+      if (this.command) {
+        this.tree.toggleFavourite(this.command.name);
+        this.showFavourite();
+      }
     });
   }
 

@@ -208,7 +208,7 @@ class Log {
       body.append(element('b', 'name', entry.name), ' ');
     const whole = entry.say ? entry.say() : entry.text;
     const pictures = entry.kind !== 'sent' && whole.length <= PICTURE_TEXT ? picturesIn(whole) : [];
-    const shown = shorten(whole, pictures.length ? 40 : LOG_TEXT);
+    const shown = shorten(pictures.length ? withoutPictures(whole) : whole, LOG_TEXT);
     const text = element('span', 'text', shown || (entry.name ? t('result.empty') : ''));
     if (entry.name && ['true', 'false', ''].includes(entry.text))
       text.classList.add(entry.text || 'nothing');

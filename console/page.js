@@ -57,6 +57,10 @@ function showConnectionState() {
 }
 
 function openTyped() {
+  if (!window.DeviceClient) {
+    log.add('note', { say: () => t('client.missing'), error: true });
+    return;
+  }
   const field = byId('address');
   const address = completeAddress(field.value);
   field.setCustomValidity(address ? '' : t('address.bad', DEFAULT_ADDRESS));
@@ -225,13 +229,16 @@ const log = new Log(
   { showWhole, again: (entry) => { showTab('command'); form.bringBack(entry.text); } });
 
 let wholePictures = [];
+let wholeForms = ['', '']; // the text as it came, and its JSON formatted
 
 function showWhole(entry) {
   const text = entry.raw || (entry.say ? entry.say() : '');
   setText('whole-title', `${DIRECTIONS[entry.kind]} ${entry.name || commandName(text).slice(0, NAME_LIMIT)}`);
   setText('whole-size', `${clock(entry.time)} · ${t('characters', count(text.length))}`);
   setText('whole-copy', t('copy'));
-  byId('whole-text').value = text;
+  wholeForms = [text, formattedJson(entry.text)];
+  byId('whole-format').hidden = !wholeForms[1];
+  formatWhole(Boolean(wholeForms[1]));
   wholePictures = entry.kind === 'sent' ? [] : picturesIn(text);
   removeChildren(byId('whole-pictures'));
   for (const url of wholePictures) {
@@ -243,9 +250,19 @@ function showWhole(entry) {
   byId('whole-pictures').hidden = !wholePictures.length;
   byId('whole-save').hidden = !wholePictures.length;
   byId('whole').showModal();
+  byId('whole-text').focus();
+  byId('whole-text').setSelectionRange(0, 0);
   byId('whole-text').scrollTop = 0;
 }
 
+function formatWhole(formatted) {
+  byId('whole-text').value = wholeForms[formatted ? 1 : 0];
+  byId('whole-format').setAttribute('aria-pressed', String(formatted));
+}
+
+byId('whole-format').addEventListener('click', () => {
+  formatWhole(byId('whole-format').getAttribute('aria-pressed') === 'false');
+});
 byId('whole-copy').addEventListener('click', () => {
   byId('whole-text').select();
   setText('whole-copy', t(document.execCommand('copy') ? 'copied' : 'copy.failed'));
@@ -262,6 +279,7 @@ byId('whole').addEventListener('close', () => { // which may have held megabytes
   byId('whole-text').value = '';
   removeChildren(byId('whole-pictures'));
   wholePictures = [];
+  wholeForms = ['', ''];
 });
 byId('log-clear').addEventListener('click', () => log.clear());
 byId('log-copy').addEventListener('click', () => copyText(log.asText()));

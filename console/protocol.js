@@ -59,6 +59,21 @@ function picturesIn(text) {
   });
 }
 
+/** The same text with the beginnings of its pictures only. */
+function withoutPictures(text) {
+  return text.replace(PICTURES, (base64) => `${base64.slice(0, 16)}…`);
+}
+
+/** @returns a result as JSON with line breaks; '' when it is none that gains by it */
+function formattedJson(text) {
+  try {
+    const value = JSON.parse(text);
+    return value !== null && typeof value === 'object' ? JSON.stringify(value, null, 2) : '';
+  } catch {
+    return '';
+  }
+}
+
 /** What may be wrong with a command that got no answer. */
 function noAnswerHint(name) {
   if (name !== name.trim())

@@ -49,6 +49,8 @@ const TEXTS = {
   // Commands
   'commands': ['Commands', '命令'],
   'commands.missing': ['The list of commands (commands.js) is missing', '缺少命令列表 (commands.js)'],
+  'client.missing': ['../client/deviceclient.global.js is missing: no connection without it',
+    '缺少 ../client/deviceclient.global.js，无法连接'],
   'search.commands': ['Search name or text', '搜索名称或说明'],
   'search.nothing': ['No command has all these words.', '没有符合的命令。'],
   'search.count': ['{0} of {1}', '{0} / {1}'],
@@ -254,6 +256,7 @@ const TEXTS = {
   'copied': ['Copied', '已复制'],
   'copy.failed': ['Can’t copy', '无法复制'],
   'save': ['Save', '保存'],
+  'format': ['Formatted', '格式化'],
   'save.picture': ['Save picture', '保存图片'],
   'load': ['Load', '打开'],
   'clear': ['Clear', '清空'],

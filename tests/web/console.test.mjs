@@ -2,7 +2,7 @@
 //
 // The console in Chromium, from file://, against the real server.
 import assert from 'node:assert/strict';
-import { existsSync, readFileSync, writeFileSync } from 'node:fs';
+import { existsSync, readFileSync, readdirSync, writeFileSync } from 'node:fs';
 import { join } from 'node:path';
 import { after, afterEach, before, test } from 'node:test';
 import { chromium } from 'playwright-core';
@@ -94,6 +94,19 @@ async function pictureMoves(page, selector) {
   };
   await page.waitForFunction(look, selector, { polling: 200 });
 }
+
+test('needs nothing newer than Chromium 80 has', () => {
+  const folder = new URL('../../console/', import.meta.url);
+  const newer = {
+    js: /\.(at|replaceAll|replaceChildren|findLast|toSorted)\(|structuredClone|Object\.hasOwn|\?\?=|\|\|=|&&=|this\.#/,
+    css: /:(is|where|has)\(|\b(inset|aspect-ratio|accent-color|inset-inline)\s*:|@container|@layer|^\s*gap:/m,
+  };
+  for (const name of readdirSync(folder)) {
+    const pattern = newer[name.split('.').pop()];
+    if (pattern)
+      assert.doesNotMatch(readFileSync(new URL(name, folder), 'utf8'), pattern, name);
+  }
+});
 
 test('connects and reads the state of the device', { skip }, async () => {
   const page = await openConnected();
