@@ -228,59 +228,6 @@ const log = new Log(
   { list: byId('log'), latest: byId('log-latest'), empty: byId('log-empty'), count: byId('log-count') },
   { showWhole, again: (entry) => { showTab('command'); form.bringBack(entry.text); } });
 
-let wholePictures = [];
-let wholeForms = ['', '']; // the text as it came, and its JSON formatted
-
-function showWhole(entry) {
-  const text = entry.raw || (entry.say ? entry.say() : '');
-  setText('whole-title', `${DIRECTIONS[entry.kind]} ${entry.name || commandName(text).slice(0, NAME_LIMIT)}`);
-  setText('whole-size', `${clock(entry.time)} · ${t('characters', count(text.length))}`);
-  setText('whole-copy', t('copy'));
-  wholeForms = [text, formattedJson(entry.text)];
-  byId('whole-format').hidden = !wholeForms[1];
-  formatWhole(Boolean(wholeForms[1]));
-  wholePictures = entry.kind === 'sent' ? [] : picturesIn(text);
-  removeChildren(byId('whole-pictures'));
-  for (const url of wholePictures) {
-    const image = element('img');
-    image.alt = t('log.picture');
-    image.src = url;
-    byId('whole-pictures').append(image);
-  }
-  byId('whole-pictures').hidden = !wholePictures.length;
-  byId('whole-save').hidden = !wholePictures.length;
-  byId('whole').showModal();
-  byId('whole-text').focus();
-  byId('whole-text').setSelectionRange(0, 0);
-  byId('whole-text').scrollTop = 0;
-}
-
-function formatWhole(formatted) {
-  byId('whole-text').value = wholeForms[formatted ? 1 : 0];
-  byId('whole-format').setAttribute('aria-pressed', String(formatted));
-}
-
-byId('whole-format').addEventListener('click', () => {
-  formatWhole(byId('whole-format').getAttribute('aria-pressed') === 'false');
-});
-byId('whole-copy').addEventListener('click', () => {
-  byId('whole-text').select();
-  setText('whole-copy', t(document.execCommand('copy') ? 'copied' : 'copy.failed'));
-});
-byId('whole-save').addEventListener('click', () => {
-  wholePictures.forEach((url, index) => {
-    const type = /image\/(\w+)/.exec(url)[1];
-    saveFile(`result-${fileStamp(new Date())}-${index + 1}.${type === 'jpeg' ? 'jpg' : type}`,
-             bytesOf(url.slice(url.indexOf(',') + 1)), `image/${type}`);
-  });
-});
-byId('whole-close').addEventListener('click', () => byId('whole').close());
-byId('whole').addEventListener('close', () => { // which may have held megabytes
-  byId('whole-text').value = '';
-  removeChildren(byId('whole-pictures'));
-  wholePictures = [];
-  wholeForms = ['', ''];
-});
 byId('log-clear').addEventListener('click', () => log.clear());
 byId('log-copy').addEventListener('click', () => copyText(log.asText()));
 byId('log-save').addEventListener('click', () => {
@@ -365,7 +312,7 @@ function foldDevice(open) {
 
 byId('device-fold').addEventListener('click', () => foldDevice(byId('device-facts').hidden));
 
-// ---- Language, colours, keys --------------------------------------------------------------------
+// ---- Language and colours -----------------------------------------------------------------------
 
 const languageButtons = document.querySelectorAll('[data-language]');
 const themeButtons = document.querySelectorAll('[data-theme-choice]');
@@ -377,65 +324,6 @@ for (const each of themeButtons) {
     press(themeButtons, 'themeChoice', theme.choice);
   });
 }
-
-const HELP_KEYS = [
-  ['/   Ctrl+K', 'help.search'], ['↑ ↓ ← →', 'help.tree'], ['Enter', 'help.enter'],
-  ['F', 'help.favourite'], ['Ctrl+Enter', 'help.send'], ['Alt+1  2  3  4', 'help.tabs'],
-  ['+  −  0  1  ↑ ↓ ← →', 'help.preview'], ['↑ ↓  Enter  C  R', 'help.log'],
-  ['← → ↑ ↓  Home', 'help.split'], ['Esc', 'help.escape'], ['?   F1', 'help.here'],
-];
-
-function showHelp() {
-  removeChildren(byId('help-keys'));
-  for (const [keys, what] of HELP_KEYS) {
-    const pair = element('div');
-    const term = element('dt');
-    for (const key of keys.split(/\s+/))
-      term.append(element('kbd', '', key), ' ');
-    pair.append(term, element('dd', '', t(what)));
-    byId('help-keys').append(pair);
-  }
-  if (!byId('help-box').open)
-    byId('help-box').showModal();
-}
-
-byId('help').addEventListener('click', showHelp);
-byId('help-close').addEventListener('click', () => byId('help-box').close());
-
-function focusSearch() {
-  byId('search').focus();
-  byId('search').select();
-}
-
-const PANE_KEYS = {
-  1: () => { showTab('command'); byId('command').focus(); },
-  2: () => { showTab('script'); byId('script').focus(); },
-  3: () => byId('log').focus(),
-  4: () => byId('stage').focus(),
-};
-
-document.addEventListener('keydown', (event) => {
-  if (event.isComposing || document.querySelector('dialog[open]'))
-    return;
-  const typing = /^(INPUT|TEXTAREA|SELECT)$/.test(event.target.tagName);
-  let act = null;
-  if (event.ctrlKey && event.key === 'Enter')
-    act = byId('pane-command').hidden ? () => script.run() : () => form.submit();
-  else if (event.ctrlKey && event.key === 'k')
-    act = focusSearch;
-  else if (event.altKey && PANE_KEYS[event.key])
-    act = PANE_KEYS[event.key];
-  else if (event.key === 'F1' || (event.key === '?' && !typing))
-    act = showHelp;
-  else if (event.key === '/' && !typing)
-    act = focusSearch;
-  else if (event.key === 'Escape' && script.running)
-    act = () => script.stop();
-  if (act) {
-    event.preventDefault();
-    act();
-  }
-});
 
 // ---- Start --------------------------------------------------------------------------------------
 

@@ -40,9 +40,18 @@ function press(group, attribute, value) {
     each.setAttribute('aria-pressed', String(each.dataset[attribute] === value));
 }
 
-/** Tells a screen reader what sighted people see happen. */
+/** How long a short message is seen. */
+const MESSAGE_MILLISECONDS = 1800;
+
+let messageTimer = 0;
+
+/** Says for a moment that something was done, to a screen reader too. */
 function speak(text) {
-  byId('spoken').textContent = text;
+  const message = byId('spoken');
+  message.textContent = text;
+  message.classList.add('shown');
+  clearTimeout(messageTimer);
+  messageTimer = setTimeout(() => message.classList.remove('shown'), MESSAGE_MILLISECONDS);
 }
 
 function hasModifier(event) {
@@ -107,13 +116,23 @@ function saveFile(name, content, type) {
   setTimeout(() => URL.revokeObjectURL(link.href), 60000); // the browser reads it a little later
 }
 
-/**
- * Unlike navigator.clipboard this works on plain http pages too.
- * @returns whether the browser took it
- */
-function copyText(text) {
+/** @returns a promise of whether the browser took the text */
+async function copyText(text) {
+  let done = false;
+  try {
+    await navigator.clipboard.writeText(text);
+    done = true;
+  } catch { // pages from plain http have no clipboard, and a user may have refused it
+    done = copySelected(text);
+  }
+  speak(t(done ? 'copied' : 'copy.failed'));
+  return done;
+}
+
+/** The old way, which needs an element; megabytes take it seconds. */
+function copySelected(text) {
   const focused = document.activeElement;
-  const carrier = element('textarea', 'spoken');
+  const carrier = element('textarea', 'unseen');
   carrier.value = text;
   (document.querySelector('dialog[open]') || document.body).append(carrier);
   carrier.select();
@@ -121,6 +140,5 @@ function copyText(text) {
   carrier.remove();
   if (focused)
     focused.focus({ preventScroll: true });
-  speak(t(done ? 'copied' : 'copy.failed'));
   return done;
 }

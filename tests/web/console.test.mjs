@@ -8,7 +8,7 @@ import { after, afterEach, before, test } from 'node:test';
 import { chromium } from 'playwright-core';
 import { startServer } from './server.mjs';
 
-const consoleUrl = new URL('../../console/index.html', import.meta.url).href;
+const consoleFolder = new URL('../../console/', import.meta.url);
 const executablePath = process.env.CHROMIUM || '/usr/bin/chromium';
 const skip = existsSync(executablePath) ? false : `no ${executablePath}`;
 
@@ -40,9 +40,8 @@ afterEach(async () => {
 });
 
 /** A page as at a first visit. */
-async function open(url = consoleUrl, options = {}) {
-  context = await browser.newContext({ viewport: { width: 1280, height: 800 }, locale: 'en-US',
-    colorScheme: 'light', acceptDownloads: true, ...options });
+async function openConnected() {
+  context = await browser.newContext({ viewport: { width: 1280, height: 800 }, locale: 'en-US', colorScheme: 'light' });
   faults = [];
   outside = [];
   const page = await context.newPage();
@@ -56,12 +55,7 @@ async function open(url = consoleUrl, options = {}) {
     if (!/^(file|data|blob):/.test(request.url()))
       outside.push(request.url());
   });
-  await page.goto(url);
-  return page;
-}
-
-async function openConnected(options) {
-  const page = await open(consoleUrl, options);
+  await page.goto(new URL('index.html', consoleFolder).href);
   await page.waitForSelector('#state.open');
   return page;
 }
@@ -73,38 +67,29 @@ async function send(page, text) {
 
 /** The result that the log shows for the latest answer of a command. */
 async function answerOf(page, name) {
-  const answer = page.locator('#log li.answer', { has: page.locator('b.name', { hasText: new RegExp(`^${name}$`) }) });
+  const title = page.locator('b.name', { hasText: new RegExp(`^${name}$`) });
+  const answer = page.locator('#log li.answer', { has: title });
   await answer.last().waitFor();
   return answer.last().locator('.text').innerText();
 }
 
-/** Waits until a canvas or image shows another picture, twice. */
-async function pictureMoves(page, selector) {
-  const look = (wanted) => {
-    const element = document.querySelector(wanted);
-    const canvas = document.createElement('canvas');
-    canvas.width = element.naturalWidth || element.width;
-    canvas.height = element.naturalHeight || element.height;
-    if (!canvas.width || element.complete === false)
-      return null;
-    canvas.getContext('2d').drawImage(element, 0, 0);
-    const url = canvas.toDataURL();
-    window.seenPictures = (window.seenPictures || new Set()).add(url);
+/** Waits until the canvas has shown three different pictures. */
+async function pictureMoves(page) {
+  await page.waitForFunction(() => {
+    window.seenPictures = (window.seenPictures || new Set()).add(document.querySelector('#picture').toDataURL());
     return window.seenPictures.size >= 3;
-  };
-  await page.waitForFunction(look, selector, { polling: 200 });
+  }, null, { polling: 200 });
 }
 
 test('needs nothing newer than Chromium 80 has', () => {
-  const folder = new URL('../../console/', import.meta.url);
   const newer = {
     js: /\.(at|replaceAll|replaceChildren|findLast|toSorted)\(|structuredClone|Object\.hasOwn|\?\?=|\|\|=|&&=|this\.#/,
     css: /:(is|where|has)\(|\b(inset|aspect-ratio|accent-color|inset-inline)\s*:|@container|@layer|^\s*gap:/m,
   };
-  for (const name of readdirSync(folder)) {
+  for (const name of readdirSync(consoleFolder)) {
     const pattern = newer[name.split('.').pop()];
     if (pattern)
-      assert.doesNotMatch(readFileSync(new URL(name, folder), 'utf8'), pattern, name);
+      assert.doesNotMatch(readFileSync(new URL(name, consoleFolder), 'utf8'), pattern, name);
   }
 });
 
@@ -119,7 +104,7 @@ test('shows a moving preview and saves its frame', { skip }, async () => {
   const page = await openConnected();
   await page.click('#start');
   assert.equal(await answerOf(page, 'bStartPlay'), 'true');
-  await pictureMoves(page, '#picture');
+  await pictureMoves(page);
   await page.locator('#live', { hasText: 'live' }).waitFor();
   assert.match(await page.innerText('#figure-size'), /^800×600$/);
 
