@@ -1,0 +1,307 @@
+// SPDX-License-Identifier: MIT
+//
+// The log: what was sent and what came back. Texts from the server become text nodes, never markup.
+
+'use strict';
+
+const LOG_ENTRIES = 500;
+
+/** Answers may be whole pictures: beyond so many characters in all, the oldest entries go. */
+const LOG_CHARACTERS = 32e6;
+
+/** Longer texts are shortened in the list. */
+const LOG_TEXT = 160;
+
+/** Longer texts aren't looked through for pictures. */
+const PICTURE_TEXT = 16e6;
+
+const DIRECTIONS = { sent: '→', answer: '←', pushed: '⇐', note: '•' };
+
+/** The last entries, newest at the bottom; stays at the bottom unless someone scrolled up. */
+class Log {
+  /**
+   * @param view  elements: list, latest (button), empty (shown without entries), count
+   * @param actions  showWhole(entry); again(entry): a sent command is wanted once more
+   */
+  constructor(view, actions) {
+    this.view = view;
+    this.actions = actions;
+    this.entries = [];
+    this.characters = 0;
+    this.fresh = []; // entries without a row yet; they get one before the next picture of the page
+    this.drawing = false;
+    this.filter = { kind: 'all', words: '' };
+    this.paused = false;
+    this.selected = null;
+    this.atEnd = true;
+    view.list.addEventListener('scroll', () => this.setAtEnd(this.isAtEnd()));
+    view.list.addEventListener('keydown', (event) => this.key(event));
+    view.latest.addEventListener('click', () => this.goToEnd());
+    new ResizeObserver(() => this.atEnd && this.goToEnd()).observe(view.list);
+  }
+
+  /**
+   * @param kind  sent, answer, pushed (nobody here asked for it) or note
+   * @param parts  name: of the answer or event; text: the rest; raw: as sent or received;
+   *               say: instead of text, a function that gives it in the page's language;
+   *               status, hint: functions too, for the last column and a line of advice;
+   *               error: something went wrong
+   */
+  add(kind, parts) {
+    const entry = { kind, time: new Date(), name: '', text: '', say: null, status: null, hint: null,
+      error: false, row: null, ...parts };
+    if (entry.raw === undefined)
+      entry.raw = entry.text;
+    this.entries.push(entry);
+    this.characters += entry.raw.length;
+    while (this.entries.length > LOG_ENTRIES
+        || (this.characters > LOG_CHARACTERS && this.entries.length > 1))
+      this.dropOldest();
+    this.fresh.push(entry);
+    if (this.fresh.length > 2 * LOG_ENTRIES) // a hidden page draws no picture for hours
+      this.fresh.splice(0, LOG_ENTRIES);
+    this.drawSoon();
+    return entry;
+  }
+
+  /** Changes the last column of an entry and its line of advice. */
+  update(entry, changes) {
+    Object.assign(entry, changes);
+    if (entry.row)
+      fillStatus(entry);
+    else if (changes.error && !this.fresh.includes(entry) && this.entries.includes(entry))
+      this.draw(); // only now the filter lets it through
+  }
+
+  clear() {
+    while (this.entries.length)
+      this.dropOldest();
+    this.select(null);
+    this.draw();
+  }
+
+  /** @param changes  kind: all, sent, answer, pushed or error; words: what a text must hold */
+  show(changes) {
+    Object.assign(this.filter, changes);
+    this.draw();
+  }
+
+  pause(paused) {
+    this.paused = paused;
+    this.drawSoon();
+  }
+
+  /** The listed entries as text, one line each, fields parted by tabs. */
+  asText() {
+    return this.entries.filter((entry) => this.matches(entry)).map(lineOf).join('');
+  }
+
+  matches(entry) {
+    const { kind, words } = this.filter;
+    if (kind === 'error' ? !entry.error : kind !== 'all' && kind !== entry.kind)
+      return false;
+    const text = entry.say ? entry.say() : entry.raw;
+    return !words || text.toLowerCase().includes(words.toLowerCase());
+  }
+
+  dropOldest() {
+    const entry = this.entries.shift();
+    this.characters -= entry.raw.length;
+    if (entry.row)
+      entry.row.remove();
+    entry.row = null;
+    entry.raw = ''; // a late answer may keep the entry itself for long
+    entry.text = '';
+    entry.dropped = true;
+  }
+
+  drawSoon() {
+    if (this.drawing)
+      return;
+    this.drawing = true;
+    requestAnimationFrame(() => {
+      this.drawing = false;
+      this.drawFresh();
+    });
+  }
+
+  drawFresh() {
+    if (!this.paused) {
+      for (const entry of this.fresh.splice(0)) {
+        if (!entry.dropped && this.matches(entry))
+          this.view.list.append(this.rowOf(entry));
+      }
+    }
+    this.drawn();
+  }
+
+  /** Makes the list anew, as after another filter or language. */
+  draw() {
+    removeChildren(this.view.list);
+    const waiting = this.paused ? this.fresh : [];
+    for (const entry of this.entries) {
+      entry.row = null;
+      if (!waiting.includes(entry) && this.matches(entry))
+        this.view.list.append(this.rowOf(entry));
+    }
+    if (!this.paused)
+      this.fresh = [];
+    this.drawn();
+  }
+
+  drawn() {
+    const listed = this.view.list.childElementCount;
+    this.view.empty.hidden = listed > 0;
+    this.view.empty.textContent = t(this.entries.length ? 'log.nothing' : 'log.empty');
+    const waiting = this.paused ? ` · ${t('log.waiting', this.fresh.length)}` : '';
+    this.view.count.textContent = (listed === this.entries.length ? t('log.count', listed)
+      : t('log.count.of', listed, this.entries.length)) + waiting;
+    if (this.atEnd)
+      this.goToEnd();
+    else
+      this.setAtEnd(this.isAtEnd());
+  }
+
+  isAtEnd() {
+    const list = this.view.list;
+    return list.scrollHeight - list.scrollTop - list.clientHeight < 8;
+  }
+
+  setAtEnd(atEnd) {
+    this.atEnd = atEnd;
+    this.view.latest.hidden = atEnd;
+  }
+
+  goToEnd() {
+    this.view.list.scrollTop = this.view.list.scrollHeight;
+    this.setAtEnd(true);
+  }
+
+  // ---- One row ----
+
+  rowOf(entry) {
+    const row = element('li', entry.kind);
+    entry.row = row;
+    row.id = `entry-${Log.lastId += 1}`;
+    row.setAttribute('role', 'option');
+    row.addEventListener('click', () => this.select(entry));
+    row.addEventListener('dblclick', () => this.actions.showWhole(entry));
+    const direction = element('span', 'direction', DIRECTIONS[entry.kind]);
+    const event = entry.kind === 'pushed' && facts.events.get(entry.name);
+    direction.title = event ? said(event.summary) : t(`direction.${entry.kind}`);
+    row.append(element('time', '', clock(entry.time)), direction, this.bodyOf(entry),
+               element('span', 'status'));
+    fillStatus(entry);
+    const acts = element('span', 'acts'); // for the mouse; the list has keys for them
+    acts.setAttribute('aria-hidden', 'true');
+    if (entry.kind === 'sent')
+      acts.append(rowButton('again', 'log.again', () => this.actions.again(entry)));
+    acts.append(rowButton('copy', 'log.copy.one', () => copyText(entry.raw || entry.say())));
+    row.append(acts);
+    row.setAttribute('aria-selected', String(entry === this.selected));
+    return row;
+  }
+
+  bodyOf(entry) {
+    const body = element('span', 'body');
+    if (entry.name)
+      body.append(element('b', 'name', entry.name), ' ');
+    const whole = entry.say ? entry.say() : entry.text;
+    const pictures = entry.kind !== 'sent' && whole.length <= PICTURE_TEXT ? picturesIn(whole) : [];
+    const shown = shorten(pictures.length ? withoutPictures(whole) : whole, LOG_TEXT);
+    const text = element('span', 'text', shown || (entry.name ? t('result.empty') : ''));
+    if (entry.name && ['true', 'false', ''].includes(entry.text))
+      text.classList.add(entry.text || 'nothing');
+    body.append(text);
+    if (shown !== whole) {
+      const more = element('span', 'whole', t('log.whole', count(whole.length)));
+      more.addEventListener('click', () => this.actions.showWhole(entry)); // key: Enter
+      body.append(' ', more);
+    }
+    for (const url of pictures)
+      body.append(pictureOf(url, () => this.actions.showWhole(entry)));
+    return body;
+  }
+
+  // ---- Selection ----
+
+  select(entry) {
+    if (this.selected && this.selected.row)
+      this.selected.row.setAttribute('aria-selected', 'false');
+    this.selected = entry;
+    if (entry && entry.row) {
+      entry.row.setAttribute('aria-selected', 'true');
+      entry.row.scrollIntoView({ block: 'nearest' });
+      this.view.list.setAttribute('aria-activedescendant', entry.row.id);
+    } else {
+      this.view.list.removeAttribute('aria-activedescendant');
+    }
+  }
+
+  key(event) {
+    if (event.target !== this.view.list || event.altKey || event.metaKey)
+      return;
+    const listed = this.entries.filter((entry) => entry.row);
+    const place = listed.indexOf(this.selected);
+    const last = listed.length - 1;
+    const act = event.ctrlKey ? {
+      c: () => String(window.getSelection()) || (this.selected && copyText(this.selected.raw)),
+    } : {
+      ArrowUp: () => this.select(listed[place < 0 ? last : Math.max(place - 1, 0)] || null),
+      ArrowDown: () => this.select(listed[Math.min(place + 1, last)] || null),
+      Home: () => this.select(listed[0] || null),
+      End: () => this.select(listed[last] || null),
+      Enter: () => this.selected && this.actions.showWhole(this.selected),
+      c: () => this.selected && copyText(this.selected.raw || this.selected.say()),
+      r: () => this.selected && this.selected.kind === 'sent' && this.actions.again(this.selected),
+    };
+    if (!act[event.key])
+      return;
+    if (!event.ctrlKey)
+      event.preventDefault();
+    act[event.key]();
+  }
+}
+
+Log.lastId = 0;
+
+function rowButton(text, key, pressed) {
+  const made = button('act', t(text), (event) => {
+    event.stopPropagation();
+    pressed();
+  });
+  made.title = t(key);
+  made.tabIndex = -1;
+  return made;
+}
+
+function pictureOf(url, pressed) {
+  const picture = element('img', 'thumbnail');
+  picture.alt = t('log.picture');
+  picture.addEventListener('error', () => picture.remove()); // looked like one only
+  picture.addEventListener('click', pressed);
+  picture.src = url;
+  return picture;
+}
+
+function fillStatus(entry) {
+  const status = entry.row.querySelector('.status');
+  status.textContent = entry.status ? entry.status() : '';
+  entry.row.classList.toggle('error', entry.error);
+  const old = entry.row.querySelector('.advice');
+  if (old)
+    old.remove();
+  if (entry.hint)
+    entry.row.append(element('span', 'advice', entry.hint()));
+}
+
+function lineOf(entry) {
+  const more = [entry.status, entry.hint].filter(Boolean).map((say) => say());
+  const line = [
+    `${day(entry.time)} ${clock(entry.time)}`,
+    { sent: '->', answer: '<-', pushed: '<=', note: '--' }[entry.kind],
+    (entry.say ? entry.say() : entry.raw).replace(/\r?\n/g, '\\n'),
+    more.filter(Boolean).join('. '),
+  ].join('\t').trimEnd();
+  return `${line}\n`;
+}

@@ -1,0 +1,209 @@
+// SPDX-License-Identifier: MIT
+//
+// The commands by family, with search, favourites and those used last.
+
+'use strict';
+
+const RECENT_COMMANDS = 8;
+
+/** A tree of two levels. Keys act on it as a whole; the row in use is its active descendant. */
+class CommandTree {
+  /**
+   * @param view    elements: tree, search, empty, count
+   * @param chosen  called with a command of the facts, and whether its fields are wanted next
+   */
+  constructor(view, chosen) {
+    this.view = view;
+    this.chosen = chosen;
+    this.favourites = settings.get('favourites', []);
+    this.recent = settings.get('recent', []);
+    this.open = new Set(settings.get('families', ['favourites', 'preview']));
+    this.current = ''; // name of the command that is shown
+    this.rows = []; // visible ones, { element, group, command }
+    this.active = -1;
+    view.tree.tabIndex = 0;
+    view.tree.addEventListener('keydown', (event) => this.key(event));
+    view.tree.addEventListener('focus', () => this.activate(Math.max(this.active, 0)));
+    view.search.addEventListener('input', () => this.draw());
+    view.search.addEventListener('keydown', (event) => this.searchKey(event));
+  }
+
+  /** Notes that a command was sent. */
+  used(name) {
+    if (!facts.byName.has(name) || this.recent[0] === name)
+      return;
+    this.recent = [name, ...this.recent.filter((each) => each !== name)].slice(0, RECENT_COMMANDS);
+    settings.set('recent', this.recent);
+    this.draw();
+  }
+
+  isFavourite(name) {
+    return this.favourites.includes(name);
+  }
+
+  toggleFavourite(name) {
+    this.favourites = this.isFavourite(name) ? this.favourites.filter((each) => each !== name)
+      : [...this.favourites, name];
+    settings.set('favourites', this.favourites);
+    this.draw();
+  }
+
+  /** Shows which command is in use. */
+  mark(name) {
+    this.current = name;
+    for (const row of this.rows)
+      row.element.setAttribute('aria-selected', String(Boolean(row.command) && row.command.name === name));
+  }
+
+  groups() {
+    const named = (names) => names.map((name) => facts.byName.get(name)).filter(Boolean);
+    return [
+      { id: 'favourites', title: t('favourites'), commands: named(this.favourites) },
+      { id: 'recent', title: t('recent'), commands: named(this.recent) },
+      ...facts.families.map((family) => ({
+        id: family.id,
+        title: said(family.title),
+        commands: facts.commands.filter((command) => command.family === family.id),
+      })),
+    ].filter((group) => group.commands.length);
+  }
+
+  draw() {
+    const words = this.view.search.value.toLowerCase().split(/\s+/).filter(Boolean);
+    const before = this.rows[this.active];
+    const scroll = this.view.tree.scrollTop;
+    removeChildren(this.view.tree);
+    this.rows = [];
+    let found = 0;
+    for (const group of this.groups()) {
+      const own = ['favourites', 'recent'].includes(group.id);
+      const commands = words.length ? group.commands.filter((each) => fits(each, words))
+        : group.commands;
+      if (words.length && (own || !commands.length))
+        continue; // the same commands follow in their families
+      if (!own)
+        found += commands.length;
+      this.drawGroup(group, commands, words.length > 0 || this.open.has(group.id));
+    }
+    this.view.empty.hidden = found > 0;
+    this.view.empty.textContent = t(facts.commands.length ? 'search.nothing' : 'commands.missing');
+    this.view.count.textContent = words.length ? t('search.count', found, facts.commands.length)
+      : facts.commands.length;
+    this.view.tree.scrollTop = scroll;
+    const again = before ? this.rows.findIndex((row) => row.group.id === before.group.id
+      && row.command === before.command) : -1;
+    this.active = -1;
+    if (again >= 0)
+      this.activate(again, false);
+    this.mark(this.current);
+  }
+
+  drawGroup(group, commands, open) {
+    const item = element('li', 'group');
+    item.setAttribute('role', 'treeitem');
+    item.setAttribute('aria-expanded', String(open));
+    const head = element('div', 'family');
+    head.append(element('span', 'turn', open ? '▾' : '▸'), element('span', 'family-title', group.title),
+                element('span', 'dim', String(commands.length)));
+    head.addEventListener('click', () => this.toggle(group.id));
+    item.append(head);
+    this.addRow(item, head, group, null);
+    if (open) {
+      const list = element('ul');
+      list.setAttribute('role', 'group');
+      for (const command of commands)
+        list.append(this.commandRow(group, command));
+      item.append(list);
+    }
+    this.view.tree.append(item);
+  }
+
+  commandRow(group, command) {
+    const row = element('li', 'command');
+    row.setAttribute('role', 'treeitem');
+    row.append(element('span', 'command-name', command.name));
+    if (this.isFavourite(command.name))
+      row.append(element('span', 'starred', '★'));
+    row.append(element('span', 'command-about', said(command.summary)));
+    row.title = `${command.name}\n${said(command.summary)}`;
+    row.addEventListener('click', () => {
+      this.activate(this.rows.findIndex((each) => each.element === row));
+      this.chosen(command, false);
+    });
+    this.addRow(row, row, group, command);
+    return row;
+  }
+
+  addRow(item, shown, group, command) {
+    item.id = `row-${this.rows.length}`;
+    this.rows.push({ element: item, shown, group, command });
+  }
+
+  toggle(id) {
+    if (!this.open.delete(id))
+      this.open.add(id);
+    settings.set('families', [...this.open]);
+    this.draw();
+  }
+
+  /** Makes a row the one that keys act on. */
+  activate(index, scroll = true) {
+    if (this.rows[this.active])
+      this.rows[this.active].shown.classList.remove('active');
+    this.active = Math.min(index, this.rows.length - 1);
+    const row = this.rows[this.active];
+    if (!row)
+      return;
+    row.shown.classList.add('active');
+    this.view.tree.setAttribute('aria-activedescendant', row.element.id);
+    if (scroll)
+      row.shown.scrollIntoView({ block: 'nearest' });
+  }
+
+  key(event) {
+    const row = this.rows[this.active];
+    if (hasModifier(event) || !row)
+      return;
+    const isOpen = !row.command && row.element.getAttribute('aria-expanded') === 'true';
+    const act = {
+      ArrowDown: () => this.activate(this.active + 1),
+      ArrowUp: () => (this.active > 0 ? this.activate(this.active - 1) : this.view.search.focus()),
+      Home: () => this.activate(0),
+      End: () => this.activate(this.rows.length - 1),
+      ArrowRight: () => (row.command || isOpen ? this.activate(this.active + 1)
+        : this.toggle(row.group.id)),
+      ArrowLeft: () => (isOpen ? this.toggle(row.group.id)
+        : this.activate(this.rows.findIndex((each) => each.group.id === row.group.id))),
+      Enter: () => (row.command ? this.chosen(row.command, true) : this.toggle(row.group.id)),
+      ' ': () => (row.command ? this.chosen(row.command, false) : this.toggle(row.group.id)),
+      f: () => row.command && this.toggleFavourite(row.command.name),
+    }[event.key];
+    if (!act)
+      return;
+    event.preventDefault();
+    act();
+  }
+
+  /** From the search field down into the list; Enter takes the first command found. */
+  searchKey(event) {
+    if (event.isComposing)
+      return;
+    if (event.key === 'ArrowDown') {
+      event.preventDefault();
+      this.view.tree.focus();
+    } else if (event.key === 'Enter') {
+      const first = this.rows.find((row) => row.command);
+      if (first && this.view.search.value)
+        this.chosen(first.command, true);
+    } else if (event.key === 'Escape') {
+      this.view.search.value = '';
+      this.draw();
+    }
+  }
+}
+
+function fits(command, words) {
+  const text = [command.name, command.summary.en, command.summary.zh,
+    ...command.arguments.map((each) => each.name)].join(' ').toLowerCase();
+  return words.every((word) => text.includes(word));
+}
