@@ -82,8 +82,11 @@ void PageRenderer::finish(int page, bool ended)
 {
     m_limit.stop();
     const QByteArray output = ended ? m_process->readAllStandardOutput() : QByteArray();
-    const QString said = ended ? QString::fromLocal8Bit(m_process->readAllStandardError().left(300))
-                               : m_process->errorString();
+    QString said = m_process->errorString(); // when it has not even started
+    if (ended && m_process->exitStatus() == QProcess::CrashExit)
+        said = QStringLiteral("it was ended, after 20 s or by itself");
+    else if (ended)
+        said = QString::fromLocal8Bit(m_process->readAllStandardError().left(300));
     m_process.release()->deleteLater(); // its signal is being handled
     const QImage image = QImage::fromData(output, "PPM");
     if (image.isNull()) {

@@ -3,8 +3,9 @@
 
 #include "companions/signature/look.h"
 
+#include <QMouseEvent>
 #include <QPainter>
-#include <QScroller>
+#include <QScrollBar>
 
 #include <algorithm>
 
@@ -69,7 +70,6 @@ PageView::PageView(QWidget *parent)
     setSizePolicy(QSizePolicy::Expanding, QSizePolicy::Expanding);
     setHorizontalScrollBarPolicy(Qt::ScrollBarAlwaysOff); // it is dragged
     setVerticalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
-    QScroller::grabGesture(viewport(), QScroller::LeftMouseButtonGesture);
 }
 
 PageView::~PageView() = default;
@@ -124,4 +124,18 @@ void PageView::resizeEvent(QResizeEvent *event)
 {
     QScrollArea::resizeEvent(event);
     layOut();
+}
+
+// A finger comes as a mouse, too. (QScroller would keep something of each window for good.)
+void PageView::mousePressEvent(QMouseEvent *event)
+{
+    m_draggedFrom = event->globalPos();
+}
+
+void PageView::mouseMoveEvent(QMouseEvent *event)
+{
+    const QPoint moved = event->globalPos() - m_draggedFrom;
+    m_draggedFrom = event->globalPos();
+    horizontalScrollBar()->setValue(horizontalScrollBar()->value() - moved.x());
+    verticalScrollBar()->setValue(verticalScrollBar()->value() - moved.y());
 }

@@ -3,6 +3,7 @@
 
 #include "companions/signature/ink.h"
 
+#include <QPoint>
 #include <QScrollArea>
 
 /**
@@ -33,6 +34,8 @@ public:
 
 protected:
     void resizeEvent(QResizeEvent *event) override;
+    void mousePressEvent(QMouseEvent *event) override;
+    void mouseMoveEvent(QMouseEvent *event) override;
 
 private:
     class Canvas;
@@ -41,4 +44,5 @@ private:
 
     Canvas *m_canvas; ///< owned by the scroll area
     bool m_enlarged = false;
+    QPoint m_draggedFrom; ///< on the screen
 };

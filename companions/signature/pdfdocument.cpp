@@ -15,6 +15,8 @@
 
 #include <algorithm>
 #include <exception>
+#include <stdexcept>
+#include <string>
 #include <vector>
 
 namespace {
@@ -85,10 +87,10 @@ QRectF rectangle(QPDFObjectHandle array)
         return {};
     double numbers[4] = {};
     for (int i = 0; i < 4; ++i) {
-        const QPDFObjectHandle item = array.getArrayItem(i);
-        if (!QPDFObjectHandle(item).isNumber())
+        QPDFObjectHandle item = array.getArrayItem(i);
+        if (!item.isNumber())
             return {};
-        numbers[i] = QPDFObjectHandle(item).getNumericValue();
+        numbers[i] = item.getNumericValue();
     }
     return QRectF(QPointF(numbers[0], numbers[1]), QPointF(numbers[2], numbers[3])).normalized();
 }
@@ -100,9 +102,9 @@ PageGeometry geometryOf(QPDFObjectHandle page)
     const QRectF crop = rectangle(helper.getAttribute("/CropBox", false));
     if (crop.isValid() && geometry.box.intersects(crop))
         geometry.box &= crop; // 14.11.2.1
-    const QPDFObjectHandle rotate = helper.getAttribute("/Rotate", false);
-    if (QPDFObjectHandle(rotate).isInteger())
-        geometry.rotation = int((QPDFObjectHandle(rotate).getIntValue() % 360 + 360) % 360);
+    QPDFObjectHandle rotate = helper.getAttribute("/Rotate", false);
+    if (rotate.isInteger())
+        geometry.rotation = int((rotate.getIntValue() % 360 + 360) % 360);
     if (!geometry.box.isValid() || geometry.rotation % 90 != 0)
         throw SigningFailure{SigningFailure::Broken,
                              QStringLiteral("the page has no usable size or rotation")};
@@ -157,11 +159,11 @@ struct PdfDocument::Parsed
         pdf.setSuppressWarnings(true);
         pdf.setAttemptRecovery(false);
         pdf.processMemoryFile("document", bytes.constData(), std::size_t(bytes.size()));
-        const QPDFObjectHandle size = pdf.getTrailer().getKey("/Size");
-        if (!QPDFObjectHandle(size).isInteger())
+        QPDFObjectHandle size = pdf.getTrailer().getKey("/Size");
+        if (!size.isInteger())
             throw std::runtime_error("no /Size in its trailer");
-        highestInFile = std::max(static_cast<long long>(pdf.getObjectCount()),
-                                 QPDFObjectHandle(size).getIntValue() - 1);
+        highestInFile =
+            std::max(static_cast<long long>(pdf.getObjectCount()), size.getIntValue() - 1);
         if (highestInFile > highestObject - 3)
             throw std::runtime_error("too many objects");
         pages = pdf.getAllPages();
@@ -174,9 +176,9 @@ struct PdfDocument::Parsed
                                  QStringLiteral("there is no page %1: the document has %2")
                                      .arg(number)
                                      .arg(pages.size())};
-        const QPDFObjectHandle page = pages[std::size_t(number - 1)];
+        QPDFObjectHandle page = pages[std::size_t(number - 1)];
         // qpdf makes up numbers for pages that stand twice in the tree, or have none.
-        if (QPDFObjectHandle(page).getObjectID() > highestInFile)
+        if (page.getObjectID() > highestInFile)
             throw SigningFailure{SigningFailure::Broken,
                                  QStringLiteral("the page stands in the document in an odd way")};
         return page;
