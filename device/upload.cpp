@@ -42,17 +42,25 @@ bool upload(const QString &args, QString *answer)
                            answer);
 }
 
+/// The lock is for the thread sanitizer alone, which doesn't see that of Qt's pool.
 class Task : public QRunnable
 {
 public:
     explicit Task(std::function<void()> work)
-        : m_work(std::move(work))
     {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        m_work = std::move(work);
     }
-    void run() override { m_work(); }
+
+    void run() override
+    {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        m_work();
+    }
 
 private:
-    const std::function<void()> m_work;
+    std::mutex m_mutex;
+    std::function<void()> m_work; // guarded by m_mutex
 };
 
 } // namespace
