@@ -12,7 +12,11 @@
 #include <QFile>
 #include <opencv2/core.hpp>
 
+#include <algorithm>
+
 namespace {
+
+constexpr int mostPartsLogged = 100; // SplitPic takes two; a text of nothing but "," fills no log
 
 /// The running camera's picture as base64 of a JPEG; empty without one.
 QString currentFrame()
@@ -72,7 +76,10 @@ QString MessageRun::bSaveTIF24Bit_callback(QString name, QString, MessageRun *)
 
 QString MessageRun::SplitPic_callback(QString name, QString args, MessageRun *)
 {
-    const QStringList parts = args.split(QLatin1Char(','));
+    const Arguments fields(args);
+    QStringList parts;
+    for (int i = 0; i < std::min(fields.count(), mostPartsLogged); ++i)
+        parts << fields.text(i);
     if (parts.size() >= 2)
         traceLine("messagerun", __LINE__, __func__) << parts;
     return replyTwoTexts(name, args, SplitPic);
