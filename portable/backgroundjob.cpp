@@ -2,7 +2,9 @@
 #include "portable/backgroundjob.h"
 
 #include <QCoreApplication>
+#include <QtDebug>
 
+#include <system_error>
 #include <vector>
 
 namespace portable {
@@ -47,14 +49,20 @@ bool BackgroundJob::begin(Work work)
     if (m_thread.joinable()) {
         m_thread.join(); // the former one has released the job, so this takes no time
     }
-    m_thread = std::thread([this, work = std::move(work)]() mutable {
-        const Answer answer = work(Stop(*this));
-        work = {}; // what it holds goes before others may begin
-        release();
-        if (answer) {
-            answer();
-        }
-    });
+    try {
+        m_thread = std::thread([this, work = std::move(work)]() mutable {
+            const Answer answer = work(Stop(*this));
+            work = {}; // what it holds goes before others may begin
+            release();
+            if (answer) {
+                answer();
+            }
+        });
+    } catch (const std::system_error &failure) {
+        qWarning("portable: no thread can be started: %s", failure.what());
+        m_busy = false;
+        return false;
+    }
     return true;
 }
 
