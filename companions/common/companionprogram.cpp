@@ -5,6 +5,7 @@
 
 void prepareCompanion()
 {
+    qunsetenv("QT_LOGGING_RULES"); // the server's, which Qt takes for malformed and says so
     qSetMessagePattern(QStringLiteral("[%{time yyyy-MM-dd HH:mm:ss.zzz}] %{message}"));
     if (qEnvironmentVariableIsSet("QT_QPA_PLATFORM"))
         return;
