@@ -12,6 +12,7 @@
 #include <QThreadPool>
 #include <QVBoxLayout>
 
+#include <deque>
 #include <functional>
 #include <mutex>
 #include <utility>
@@ -42,25 +43,37 @@ bool upload(const QString &args, QString *answer)
                            answer);
 }
 
-/// The lock is for the thread sanitizer alone, which doesn't see that of Qt's pool.
-class Task : public QRunnable
+/// What the pool's threads do: each time the next of the works that were queued. One for all, with
+/// a queue of its own, since the thread sanitizer doesn't see the lock by which Qt hands tasks
+/// over.
+class Tasks : public QRunnable
 {
 public:
-    explicit Task(std::function<void()> work)
+    Tasks() { setAutoDelete(false); }
+
+    void start(std::function<void()> work)
     {
-        const std::lock_guard<std::mutex> lock(m_mutex);
-        m_work = std::move(work);
+        {
+            const std::lock_guard<std::mutex> lock(m_mutex);
+            m_works.push_back(std::move(work));
+        }
+        QThreadPool::globalInstance()->start(this);
     }
 
     void run() override
     {
-        const std::lock_guard<std::mutex> lock(m_mutex);
-        m_work();
+        std::function<void()> work;
+        {
+            const std::lock_guard<std::mutex> lock(m_mutex);
+            work = std::move(m_works.front());
+            m_works.pop_front();
+        }
+        work();
     }
 
 private:
     std::mutex m_mutex;
-    std::function<void()> m_work; // guarded by m_mutex
+    std::deque<std::function<void()>> m_works; // guarded by m_mutex
 };
 
 } // namespace
@@ -76,7 +89,8 @@ struct Upload::Outcome
 void Upload::start(const QString &name, const QString &args, MessageRun *dispatcher)
 {
     auto *upload = new Upload(name, args, dispatcher);
-    QThreadPool::globalInstance()->start(new Task([outcome = upload->m_outcome, args, dispatcher] {
+    static Tasks tasks;
+    tasks.start([outcome = upload->m_outcome, args, dispatcher] {
         QString answer;
         const bool success = ::upload(args, &answer);
         {
@@ -86,7 +100,7 @@ void Upload::start(const QString &name, const QString &args, MessageRun *dispatc
             outcome->done = true;
         }
         Q_EMIT dispatcher->sig_sync_close();
-    }));
+    });
 }
 
 Upload::Upload(const QString &name, const QString &args, MessageRun *dispatcher)
