@@ -14,7 +14,7 @@ Installs missing Debian packages (as root or with sudo), builds, and runs the te
   --no-install   never touch the system's packages
   --help         this text
 
-One test:  build/release/tests/tst_log [function]   (QT_QPA_PLATFORM=offscreen without a display)
+One test:  build/release/tests/log/tst_log [function]   (QT_QPA_PLATFORM=offscreen without a display)
 TEXT
 }
 

@@ -2,7 +2,7 @@
 // Cards through the real PC/SC service: its virtual reader (Debian's vsmartcard-vpcd), whose card
 // is a TCP client. Skipped where pcscd and that reader aren't installed or can't be started.
 #include "portable/cardreaders.h"
-#include "tests/fakesource.h"
+#include "tests/portabletest.h"
 #include "tests/scriptedcard.h"
 
 #include <QTcpServer>
