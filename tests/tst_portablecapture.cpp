@@ -321,13 +321,13 @@ private Q_SLOTS:
 
     void fullDiskKeepsTheFormerFile()
     {
-        QVERIFY(bSaveJPG(Utf8(m_folder->path()), "a"));
+        QVERIFY(bSaveJPG(here(), "a"));
         const QByteArray former = contentOf(path("a.jpg"));
         const QStringList before = everythingIn(m_folder->path());
         vSetImageQuality(50);
         {
             const FileSizeLimit limit(2000);
-            QVERIFY(!bSaveJPG(Utf8(m_folder->path()), "a"));
+            QVERIFY(!bSaveJPG(here(), "a"));
             QVERIFY(!bSaveGrayAndTIF(utf8("x"), "g", utf8("x"), "t"));
         }
         QCOMPARE(everythingIn(m_folder->path()), before);
@@ -733,7 +733,7 @@ private Q_SLOTS:
         }
         bStopPlay();
         QVERIFY(!sGetImageBase64_Byte(0));
-        QVERIFY(!bSaveJPG(Utf8(m_folder->path()), "none"));
+        QVERIFY(!bSaveJPG(here(), "none"));
     }
 
     void base64OfFiles()
@@ -747,7 +747,7 @@ private Q_SLOTS:
         QVERIFY(Base64Decode(encoded.constData(), utf8("新/out")));
         QCOMPARE(contentOf(path("新/out")), content);
         QVERIFY(!Base64Encode(utf8("absent")) && !Base64Encode(""));
-        QVERIFY(!Base64Encode(Utf8(m_folder->path())));
+        QVERIFY(!Base64Encode(here()));
         for (const char *garbage : {"", "A", "no base64!", "AAAA=AAA", "AAA====", "===="}) {
             QVERIFY2(!Base64Decode(garbage, utf8("never")), garbage);
         }
@@ -801,7 +801,7 @@ private Q_SLOTS:
                     vSetWaterPrint(1, QByteArray::number(i).constData(), 50);
                     bSetMode(i % 3);
                     vSetBrightness(i);
-                    failed += bSaveJPG(Utf8(m_folder->path()), name.constData()) ? 0 : 1;
+                    failed += bSaveJPG(here(), name.constData()) ? 0 : 1;
                     failed += sGetImageBase64_Byte(i % 3) ? 0 : 1;
                 }
             });
@@ -815,12 +815,13 @@ private Q_SLOTS:
     }
 
 private:
+    Utf8 here() const { return Utf8(m_folder->path()); }
+
     /** What a capture gives just now. */
     cv::Mat saved()
     {
         QString error;
-        return bSavePNG(Utf8(m_folder->path()), "shot") ? readPicture(path("shot.png"), &error)
-                                                        : cv::Mat();
+        return bSavePNG(here(), "shot") ? readPicture(path("shot.png"), &error) : cv::Mat();
     }
 };
 
