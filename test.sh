@@ -15,7 +15,7 @@ Installs missing Debian packages (as root or with sudo) and the npm packages of 
   --no-install   never touch the system's packages, nor npm's
   --help         this text
 
-One test:  build/release/tests/tst_log [function]   (QT_QPA_PLATFORM=offscreen without a display)
+One test:  build/release/tests/log/tst_log [function]   (QT_QPA_PLATFORM=offscreen without a display)
 TEXT
 }
 

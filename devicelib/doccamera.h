@@ -302,10 +302,10 @@ bool bSaveMergeEnd(); ///< Writes the file: true once it is whole.
  * The library captures by itself, beside the preview. Numbers and texts (mode, directory, prefix of
  * the names, interval) are the library's choice; results are negative for failure.
  *
- * The portable library: one scan runs at a time, a start ends the one before. It needs the main
- * preview and ends with it. A shot is what Capture saves, as <directory>/<prefix>001.jpg, 002 and
- * so on; numbers begin with 1 for each scan, existing files are replaced, and the number of a shot
- * that fails goes to the next one. A missing directory is made; the prefix is no path.
+ * The portable library: one scan runs at a time, a start ends the one before. It ends with the main
+ * preview: at once when bStopRec was called first, or in 5 s. A shot is what Capture saves, as
+ * <directory>/<prefix>001.jpg, 002 and so on, from 1 in each scan; existing files are replaced, and
+ * the number of a shot that fails is the next one's. Directories are made; the prefix is no path.
  */
 ///@{
 

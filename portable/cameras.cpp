@@ -55,15 +55,20 @@ Cameras::~Cameras()
     stopFourth();
 }
 
-bool Cameras::start(int camera, int rotation)
+std::shared_ptr<Camera> Cameras::open(int camera, int rotation)
 {
     const std::lock_guard<std::mutex> changing(m_changing);
     Slot &slot = camera == 4 ? m_fourth : m_main;
+    if (&slot == &m_main) {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        m_endAnnounced = {};
+        m_ended = false;
+    }
     replace(slot, nullptr);
     if (!isRotation(rotation)) {
         qWarning().noquote() << "portable:" << cameraName(camera)
                              << "doesn't start: there is no rotation by" << rotation << "degrees";
-        return false;
+        return nullptr;
     }
     if (rotation != 0) {
         m_settings.setRotation(rotation);
@@ -72,19 +77,25 @@ bool Cameras::start(int camera, int rotation)
     auto source = m_factory(camera, &error);
     if (!source) {
         qWarning().noquote() << "portable:" << cameraName(camera) << "doesn't start:" << error;
-        return false;
+        return nullptr;
     }
     const auto started = std::make_shared<Camera>(camera, std::move(source), m_settings, m_times);
     if (!started->start()) {
-        return false;
+        return nullptr;
     }
     replace(slot, started);
-    return true;
+    return started;
 }
 
 void Cameras::stopMain()
 {
     const std::lock_guard<std::mutex> changing(m_changing);
+    {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        const bool isAnnounced = m_endAnnounced != Clock::time_point()
+            && Clock::now() - m_endAnnounced < usualCameraChange;
+        m_ended = m_ended || isAnnounced;
+    }
     replace(m_main, nullptr);
 }
 
@@ -92,6 +103,28 @@ void Cameras::stopFourth()
 {
     const std::lock_guard<std::mutex> changing(m_changing);
     replace(m_fourth, nullptr);
+}
+
+void Cameras::stop(const std::shared_ptr<Camera> &camera)
+{
+    const std::lock_guard<std::mutex> changing(m_changing);
+    for (Slot *slot : {&m_main, &m_fourth}) {
+        if (camera && get(*slot) == camera) {
+            replace(*slot, nullptr);
+        }
+    }
+}
+
+void Cameras::announceEnd()
+{
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    m_endAnnounced = Clock::now();
+}
+
+bool Cameras::hasEnded() const
+{
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    return m_ended;
 }
 
 bool Cameras::isOpen() const

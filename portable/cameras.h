@@ -5,12 +5,16 @@
 #include "portable/settings.h"
 
 #include <atomic>
+#include <chrono>
 #include <functional>
 #include <memory>
 #include <mutex>
 #include <vector>
 
 namespace portable {
+
+/** How long it may take to open a camera in place of another. */
+constexpr std::chrono::milliseconds usualCameraChange{5000};
 
 /** Makes a camera's source; null with a reason for the log when it has none. */
 using SourceFactory = std::function<std::unique_ptr<FrameSource>(int camera, QString *error)>;
@@ -34,10 +38,25 @@ public:
      * \param rotation  0 as set; 90, 180 or 270 sets the rotation, any other fails
      * \return false, with one line in the log, when it delivers no frames; then none is open
      */
-    bool start(int camera, int rotation = 0);
+    bool start(int camera, int rotation = 0) { return open(camera, rotation) != nullptr; }
+
+    /** As start(). \return the camera, whatever takes its place meanwhile; null when it fails */
+    std::shared_ptr<Camera> open(int camera, int rotation = 0);
 
     void stopMain();
     void stopFourth();
+
+    /** Stops this camera, unless another is open in its stead. */
+    void stop(const std::shared_ptr<Camera> &camera);
+
+    /**
+     * Tells that a stopMain() that comes soon is the end of the preview and no change of cameras:
+     * the server asks for the end of the recording before the one and not before the other.
+     */
+    void announceEnd();
+
+    /** Whether the main preview has ended so, and none has been started since. */
+    bool hasEnded() const;
 
     /** Whether a camera is open, camera 4 counts too. */
     bool isOpen() const;
@@ -64,6 +83,7 @@ public:
 
 private:
     using Slot = std::shared_ptr<Camera>;
+    using Clock = std::chrono::steady_clock;
 
     void replace(Slot &slot, const Slot &camera);
     Slot get(const Slot &slot) const;
@@ -76,8 +96,10 @@ private:
 
     std::mutex m_changing; // held for a whole start or stop
     mutable std::mutex m_mutex; // never held while something waits
-    Slot m_main; // guarded by m_mutex, as is m_fourth
+    Slot m_main; // guarded by m_mutex, as all below
     Slot m_fourth;
+    Clock::time_point m_endAnnounced; // its default: not
+    bool m_ended = false;
 };
 
 } // namespace portable

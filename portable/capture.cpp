@@ -1,8 +1,9 @@
 // SPDX-License-Identifier: MIT
 #include "devicelib/doccamera.h"
+#include "portable/base64text.h"
 #include "portable/bookfold.h"
 #include "portable/failure.h"
-#include "portable/pageimage.h"
+#include "portable/picturefile.h"
 #include "portable/shot.h"
 #include "portable/wholefile.h"
 

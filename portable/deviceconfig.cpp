@@ -1,15 +1,14 @@
 // SPDX-License-Identifier: MIT
 #include "portable/deviceconfig.h"
 
+#include "portable/inifile.h"
 #include "portable/pairsource.h"
 #include "portable/scenesource.h"
 #include "portable/v4l2source.h"
 
 #include <QCoreApplication>
-#include <QDebug>
 #include <QDir>
 #include <QRegularExpression>
-#include <QSettings>
 #include <QStringList>
 
 #include <algorithm>
@@ -21,74 +20,37 @@ namespace {
 
 constexpr int cameras[] = {1, 2, 3, 4, 5, 6, 8, 9, dualCamera};
 
-/** The settings file with the reading of its values; complains in the log. */
-class Ini
+void readNumber(const IniFile &ini, const QString &key, double smallest, double largest,
+                double *value)
 {
-public:
-    explicit Ini(const QString &path)
-        : m_settings(path, QSettings::IniFormat)
-    {
-        m_settings.setIniCodec("UTF-8");
-        if (m_settings.status() == QSettings::AccessError) {
-            complain(QStringLiteral("it can't be read"));
-        } else if (m_settings.status() == QSettings::FormatError) {
-            complain(QStringLiteral("there are lines in it without \"=\""));
-        }
+    if (!ini.contains(key)) {
+        return;
     }
-
-    QStringList keys(const QString &group)
-    {
-        m_settings.beginGroup(group);
-        const QStringList result = m_settings.childKeys();
-        m_settings.endGroup();
-        return result;
-    }
-
-    /** As it stands there; an unquoted comma makes a list for QSettings, but not for us. */
-    QString text(const QString &key) const
-    {
-        return m_settings.value(key).toStringList().join(QLatin1Char(',')).trimmed();
-    }
-
-    void readNumber(const QString &key, double smallest, double largest, double *value) const
-    {
-        if (!m_settings.contains(key)) {
-            return;
-        }
-        bool isNumber = false;
-        const double number = text(key).toDouble(&isNumber);
-        if (isNumber && number >= smallest && number <= largest) {
-            *value = number;
-        } else {
-            complain(QStringLiteral("%1 must be a number from %2 to %3")
+    bool isNumber = false;
+    const double number = ini.text(key).toDouble(&isNumber);
+    if (isNumber && number >= smallest && number <= largest) {
+        *value = number;
+    } else {
+        ini.complain(QStringLiteral("%1 must be a number from %2 to %3")
                          .arg(key)
                          .arg(smallest)
                          .arg(largest));
-        }
     }
+}
 
-    void readSize(const QString &key, cv::Size *value) const
-    {
-        if (!m_settings.contains(key)) {
-            return;
-        }
-        static const QRegularExpression form(QStringLiteral("^(\\d{1,5})\\s*x\\s*(\\d{1,5})$"));
-        const QRegularExpressionMatch match = form.match(text(key));
-        if (match.hasMatch()) {
-            *value = {match.captured(1).toInt(), match.captured(2).toInt()};
-        } else {
-            complain(key + QStringLiteral(" must be a size such as 1920x1080"));
-        }
+void readSize(const IniFile &ini, const QString &key, cv::Size *value)
+{
+    if (!ini.contains(key)) {
+        return;
     }
-
-    void complain(const QString &what) const
-    {
-        qWarning().noquote() << "portable:" << m_settings.fileName() + QLatin1Char(':') << what;
+    static const QRegularExpression form(QStringLiteral("^(\\d{1,5})\\s*x\\s*(\\d{1,5})$"));
+    const QRegularExpressionMatch match = form.match(ini.text(key));
+    if (match.hasMatch()) {
+        *value = {match.captured(1).toInt(), match.captured(2).toInt()};
+    } else {
+        ini.complain(key + QStringLiteral(" must be a size such as 1920x1080"));
     }
-
-private:
-    QSettings m_settings;
-};
+}
 
 /** Which camera of the machine "auto" takes for a number, counted from 1. */
 int autoPosition(int camera)
@@ -167,7 +129,7 @@ QString deviceConfigPath()
 
 DeviceConfig readDeviceConfig(const QString &path)
 {
-    Ini ini(path);
+    IniFile ini(path);
     DeviceConfig config;
     QStringList keys = ini.keys(QStringLiteral("cameras"));
     for (const int camera : cameras) {
@@ -179,20 +141,19 @@ DeviceConfig readDeviceConfig(const QString &path)
     for (const QString &key : qAsConst(keys)) {
         ini.complain(QStringLiteral("there is no camera \"%1\"").arg(key));
     }
-    ini.readSize(QStringLiteral("scene/size"), &config.sceneSize);
-    ini.readNumber(QStringLiteral("scene/framesPerSecond"), 1, 60, &config.sceneFramesPerSecond);
-    ini.readNumber(QStringLiteral("playback/framesPerSecond"), 1, 60,
-                   &config.playback.framesPerSecond);
-    ini.readNumber(QStringLiteral("playback/secondsPerPicture"), 0.1, 86400,
-                   &config.playback.secondsPerPicture);
+    readSize(ini, QStringLiteral("scene/size"), &config.sceneSize);
+    readNumber(ini, QStringLiteral("scene/framesPerSecond"), 1, 60, &config.sceneFramesPerSecond);
+    readNumber(ini, QStringLiteral("playback/framesPerSecond"), 1, 60,
+               &config.playback.framesPerSecond);
+    readNumber(ini, QStringLiteral("playback/secondsPerPicture"), 0.1, 86400,
+               &config.playback.secondsPerPicture);
     config.printer = ini.text(QStringLiteral("printing/printer"));
     return config;
 }
 
 QString deviceSetting(const QString &key)
 {
-    const QDir folder(QCoreApplication::applicationDirPath());
-    return Ini(folder.filePath(QStringLiteral("devices.ini"))).text(key);
+    return IniFile(deviceConfigPath()).text(key);
 }
 
 QString deviceFolder(const QString &key, const QString &usual)

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include "devicelib/doccamera.h"
+#include "portable/base64text.h"
 #include "portable/document.h"
 #include "portable/failure.h"
 #include "portable/mergedimage.h"

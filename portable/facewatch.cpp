@@ -26,16 +26,17 @@ FaceCamera::FaceCamera(Cameras &cameras, Former former)
     const auto open = cameras.mainCamera();
     if (open || cameras.currentFrame(frame)) {
         m_closed = former == Former::isClosed ? open : nullptr;
-    } else if (cameras.start(faceCamera) || cameras.start(onlyCamera)) {
-        m_closed = cameras.mainCamera();
+    } else {
+        m_closed = cameras.open(faceCamera);
+        if (!m_closed) {
+            m_closed = cameras.open(onlyCamera);
+        }
     }
 }
 
 FaceCamera::~FaceCamera()
 {
-    if (m_closed && m_cameras.mainCamera() == m_closed) { // no other has taken its place
-        m_cameras.stopMain();
-    }
+    m_cameras.stop(m_closed);
 }
 
 bool FaceCamera::next(cv::Mat &frame, Clock::time_point deadline, const BackgroundJob::Stop &stop)

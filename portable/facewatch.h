@@ -34,7 +34,7 @@ public:
 
 private:
     Cameras &m_cameras;
-    std::shared_ptr<Camera> m_closed; // when this object goes; null for none
+    std::shared_ptr<Camera> m_closed; // when this object goes, if it still is open; null for none
     BackgroundJob::Clock::time_point m_due; // of the next picture
 };
 

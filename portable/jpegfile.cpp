@@ -137,15 +137,15 @@ public:
 
     // What calls libjpeg makes no object with a destructor between setjmp and its end.
 
-    bool start(const cv::Size &size, int quality, Dpi dpi)
+    bool start(const cv::Size &size, Pixels pixels, int quality, Dpi dpi)
     {
         if (setjmp(m_failure.back) != 0) {
             return false;
         }
         m_jpeg.image_width = JDIMENSION(size.width);
         m_jpeg.image_height = JDIMENSION(size.height);
-        m_jpeg.in_color_space = JCS_EXT_BGR;
-        m_jpeg.input_components = 3;
+        m_jpeg.in_color_space = pixels == Pixels::Grey ? JCS_GRAYSCALE : JCS_EXT_BGR;
+        m_jpeg.input_components = int(pixels);
         jpeg_set_defaults(&m_jpeg);
         jpeg_set_quality(&m_jpeg, quality, TRUE);
         m_jpeg.density_unit = dotsPerInch;
@@ -216,11 +216,11 @@ std::optional<JpegHead> proveJpeg(const QByteArray &bytes, qint64 mostPixels, QS
     return head;
 }
 
-QByteArray jpegOfRows(const cv::Size &size, int quality, Dpi dpi, const RowSource &rows,
-                      QString *error)
+QByteArray jpegOfRows(const cv::Size &size, Pixels pixels, int quality, Dpi dpi,
+                      const RowSource &rows, QString *error)
 {
     Writer writer;
-    bool ok = writer.start(size, quality, dpi);
+    bool ok = writer.start(size, pixels, quality, dpi);
     for (int y = 0; ok && y < size.height; ++y) {
         const uchar *row = rows(y, error);
         if (!row) {

@@ -14,6 +14,9 @@ namespace portable {
 
 constexpr int largestJpegSide = 65500; ///< In pixels: JPEG_MAX_DIMENSION of libjpeg.
 
+/** How a JPEG's pixels lie in memory before it is one. */
+enum class Pixels { Grey = 1, Bgr = 3 }; ///< The value: bytes of a pixel.
+
 /** What stands in the head of a JPEG. */
 struct JpegHead
 {
@@ -33,11 +36,10 @@ std::optional<JpegHead> proveJpeg(const QByteArray &bytes, qint64 mostPixels, QS
 using RowSource = std::function<const uchar *(int y, QString *error)>;
 
 /**
- * A JPEG file, 4:2:0, of a picture whose rows come one by one, from the top: 8-bit BGR.
- * \param size  neither side above largestJpegSide
- * \return empty, with a reason, when it can't be made
+ * A JPEG file, 4:2:0, of a picture whose rows come one by one, from the top.
+ * \return empty, with a reason, when it can't be made, as with a side above largestJpegSide
  */
-QByteArray jpegOfRows(const cv::Size &size, int quality, Dpi dpi, const RowSource &rows,
-                      QString *error);
+QByteArray jpegOfRows(const cv::Size &size, Pixels pixels, int quality, Dpi dpi,
+                      const RowSource &rows, QString *error);
 
 } // namespace portable

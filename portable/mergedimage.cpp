@@ -140,7 +140,8 @@ QByteArray merged(const PageSpool &pages, const MergePlan &plan, int quality, QS
               layout.places.size(), layout.scale * 100, layout.size.width, layout.size.height);
     }
     const Dpi dpi = scaledDpi(pages.pages().front().page.dpi, layout.scale);
-    return jpegOfRows(layout.size, quality, dpi, rowsOf(fits ? pages : scaled, layout), error);
+    return jpegOfRows(layout.size, Pixels::Bgr, quality, dpi, rowsOf(fits ? pages : scaled, layout),
+                      error);
 }
 
 } // namespace

@@ -8,14 +8,11 @@
 #include <QImage>
 #include <QImageReader>
 
-#include <algorithm>
-#include <cctype>
+#include <utility>
 
 namespace portable {
 
 namespace {
-
-constexpr qint64 mostPixels = 128'000'000; // an A3 page of 600 dpi has 70 million
 
 /** Whether a scanner or a camera stand has such a resolution, and a page of it can be handled. */
 bool makesSense(Dpi dpi, const cv::Size &size)
@@ -81,7 +78,7 @@ std::optional<ProvedFile> prove(const QByteArray &file, QString *error)
     if (!isJpeg(file)) {
         return ProvedFile{toldDpi(file), {}}; // reading it proves it
     }
-    const std::optional<JpegHead> head = proveJpeg(file, mostPixels, error);
+    const std::optional<JpegHead> head = proveJpeg(file, mostPixelsRead, error);
     return head ? std::make_optional(ProvedFile{head->dpi, head}) : std::nullopt;
 }
 
@@ -150,27 +147,6 @@ std::optional<PageImage> group4PageOf(const QByteArray &file, Dpi dpi, QString *
 {
     const std::optional<ProvedFile> proved = prove(file, error);
     return proved ? reencoded(file, *proved, dpi, group4Page, error) : std::nullopt;
-}
-
-QByteArray bytesOfBase64(const char *text, QString *error)
-{
-    QByteArray base64(text);
-    if (base64.startsWith("data:image/")) {
-        base64.remove(0, base64.indexOf(',') + 1);
-    }
-    const auto isSpace = [](char c) { return c == ' ' || (c >= '\t' && c <= '\r'); };
-    base64.resize(int(std::remove_if(base64.begin(), base64.end(), isSpace) - base64.begin()));
-    const auto firstOther = std::find_if_not(base64.cbegin(), base64.cend(), [](char c) {
-        return (c >= 'A' && c <= 'Z') || (c >= 'a' && c <= 'z') || (c >= '0' && c <= '9')
-            || c == '+' || c == '/';
-    });
-    const auto padding = base64.cend() - firstOther;
-    if (base64.isEmpty() || padding > 2 || base64.size() % 4 == 1
-        || std::count(firstOther, base64.cend(), '=') != padding) {
-        *error = QStringLiteral("not base64");
-        return {};
-    }
-    return QByteArray::fromBase64(base64);
 }
 
 } // namespace portable

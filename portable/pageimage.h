@@ -22,10 +22,4 @@ PageImage bgrPage(const cv::Mat &picture, Dpi dpi);
 std::optional<PageImage> jpegPageOf(const QByteArray &file, int quality, Dpi dpi, QString *error);
 std::optional<PageImage> group4PageOf(const QByteArray &file, Dpi dpi, QString *error);
 
-/**
- * The bytes of a base64 text; "data:image/...;base64," before it and white space in it are passed
- * over. Empty, with a reason, when it is no base64.
- */
-QByteArray bytesOfBase64(const char *text, QString *error);
-
 } // namespace portable

@@ -2,6 +2,7 @@
 #include "portable/picturefile.h"
 
 #include "portable/images.h"
+#include "portable/jpegfile.h"
 #include "portable/tiff.h"
 #include "portable/wholefile.h"
 
@@ -10,91 +11,12 @@
 #include <QImageReader>
 #include <opencv2/imgproc.hpp>
 
-#include <csetjmp>
-#include <cstdio>
-// After <cstdio>, whose types it uses without including it.
-#include <jpeglib.h>
-
 namespace portable {
 
 namespace {
 
-constexpr int largestJpegSide = 65500; // JPEG_MAX_DIMENSION of libjpeg
-constexpr qint64 maximumPixelsRead = 128'000'000; // an A3 page of 600 dpi has 70 million
-
 // zlib's level 3 in the scale of Qt's PNG writer: twice as fast as its default, 10 % larger.
 constexpr int pngQuality = 65;
-
-/** Compresses into a QByteArray, which grows as needed. */
-struct JpegWriter
-{
-    jpeg_compress_struct jpeg{};
-    jpeg_error_mgr errors{};
-    jpeg_destination_mgr destination{};
-    std::jmp_buf back{};
-    QByteArray bytes;
-
-    static JpegWriter &of(void *clientData) { return *static_cast<JpegWriter *>(clientData); }
-
-    void grow(int used)
-    {
-        bytes.resize(qMax(2 * used, 256 * 1024));
-        destination.next_output_byte = reinterpret_cast<JOCTET *>(bytes.data()) + used;
-        destination.free_in_buffer = size_t(bytes.size() - used);
-    }
-
-    // No object with a destructor may be made in here: libjpeg's errors jump.
-    bool write(const cv::Mat &picture, int quality, Dpi dpi)
-    {
-        jpeg.err = jpeg_std_error(&errors);
-        errors.error_exit = [](j_common_ptr failed) {
-            std::longjmp(of(failed->client_data).back, 1);
-        };
-        errors.output_message = [](j_common_ptr) {};
-        jpeg.client_data = this;
-        if (setjmp(back) != 0) {
-            jpeg_destroy_compress(&jpeg);
-            return false;
-        }
-        jpeg_create_compress(&jpeg);
-        setDestination();
-        setParameters(picture, quality, dpi);
-        jpeg_start_compress(&jpeg, TRUE);
-        while (jpeg.next_scanline < jpeg.image_height) {
-            auto *row = const_cast<JSAMPROW>(picture.ptr(int(jpeg.next_scanline)));
-            jpeg_write_scanlines(&jpeg, &row, 1);
-        }
-        jpeg_finish_compress(&jpeg);
-        bytes.resize(bytes.size() - int(destination.free_in_buffer));
-        jpeg_destroy_compress(&jpeg);
-        return true;
-    }
-
-    void setDestination()
-    {
-        destination.init_destination = [](j_compress_ptr self) { of(self->client_data).grow(0); };
-        destination.empty_output_buffer = [](j_compress_ptr self) -> boolean {
-            JpegWriter &writer = of(self->client_data);
-            writer.grow(writer.bytes.size()); // libjpeg means the whole buffer here
-            return TRUE;
-        };
-        destination.term_destination = [](j_compress_ptr) {};
-        jpeg.dest = &destination;
-    }
-
-    void setParameters(const cv::Mat &picture, int quality, Dpi dpi)
-    {
-        jpeg.image_width = JDIMENSION(picture.cols);
-        jpeg.image_height = JDIMENSION(picture.rows);
-        jpeg.input_components = picture.channels();
-        jpeg.in_color_space = picture.channels() == 1 ? JCS_GRAYSCALE : JCS_EXT_BGR;
-        jpeg_set_defaults(&jpeg); // 4:2:0
-        jpeg_set_quality(&jpeg, quality, TRUE);
-        jpeg.density_unit = 1; // dots per inch
-        jpeg.X_density = UINT16(dpi.x);
-        jpeg.Y_density = UINT16(dpi.y);
-    }
-};
 
 bool isPicture(const cv::Mat &picture)
 {
@@ -127,15 +49,33 @@ InkView inkView(const cv::Mat &ink)
     return {ink.data, qptrdiff(ink.step), {ink.cols, ink.rows}};
 }
 
+/** How bright the paper is, or would be, at each pixel of a grey picture. */
+cv::Mat paperAround(const cv::Mat &grey, int window)
+{
+    constexpr int reach = 4; // in windows: a quarter of the picture's shorter side
+    constexpr double mostShade = 0.3; // paper in a shadow is no darker, measured by the brightest
+    cv::Mat paper;
+    cv::resize(grey, paper, {qMax(1, grey.cols / window), qMax(1, grey.rows / window)}, 0, 0,
+               cv::INTER_AREA);
+    double brightest = 0;
+    cv::minMaxLoc(paper, nullptr, &brightest);
+    const cv::Size around(2 * reach + 1, 2 * reach + 1);
+    cv::dilate(paper, paper, cv::getStructuringElement(cv::MORPH_ELLIPSE, around));
+    cv::blur(paper, paper, around);
+    paper = cv::max(paper, brightest * mostShade);
+    cv::resize(paper, paper, grey.size(), 0, 0, cv::INTER_LINEAR);
+    return paper;
+}
+
 } // namespace
 
 QByteArray jpegFile(const cv::Mat &picture, int quality, Dpi dpi)
 {
-    if (!isPicture(picture) || picture.cols > largestJpegSide || picture.rows > largestJpegSide) {
-        return {};
-    }
-    JpegWriter writer;
-    return writer.write(picture, quality, dpi) ? writer.bytes : QByteArray();
+    QString reason;
+    const auto row = [&picture](int y, QString *) { return picture.ptr(y); };
+    const Pixels pixels = picture.channels() == 1 ? Pixels::Grey : Pixels::Bgr;
+    return isPicture(picture) ? jpegOfRows(picture.size(), pixels, quality, dpi, row, &reason)
+                              : QByteArray();
 }
 
 QByteArray pngFile(const cv::Mat &picture, Dpi dpi)
@@ -177,10 +117,13 @@ cv::Mat bilevel(const cv::Mat &picture)
     const int window = qMax(31, qMin(picture.cols, picture.rows) / 16) | 1;
     constexpr double inkToSurroundings =
         0.85; // the noise of a camera and the grain of paper is less
+    constexpr double blackToPaper = 0.3; // desks are lighter
     const cv::Mat grey = greyOf(picture);
     cv::Mat threshold;
     cv::boxFilter(grey, threshold, CV_8U, {window, window}, {-1, -1}, true, cv::BORDER_REPLICATE);
     threshold.convertTo(threshold, CV_8U, inkToSurroundings);
+    // What is wider than the window has no paper around it: there the paper further off counts.
+    cv::max(threshold, paperAround(grey, window) * blackToPaper, threshold);
     cv::Mat ink;
     cv::compare(grey, threshold, ink, cv::CMP_GE);
     return ink;
@@ -209,14 +152,14 @@ cv::Mat readPictureBytes(const QByteArray &bytes, QString *error)
 {
     QImage image;
     if (isTiff(bytes)) {
-        image = readTiff(bytes, maximumPixelsRead, error);
+        image = readTiff(bytes, mostPixelsRead, error);
     } else {
         QBuffer buffer;
         buffer.setData(bytes);
         QImageReader reader(&buffer);
         reader.setAutoTransform(true); // as its camera was held
         const QSize size = reader.size();
-        if (size.isValid() && qint64(size.width()) * size.height() > maximumPixelsRead) {
+        if (size.isValid() && qint64(size.width()) * size.height() > mostPixelsRead) {
             *error =
                 QStringLiteral("%1 x %2 pixels are too many").arg(size.width()).arg(size.height());
             return {};

@@ -14,7 +14,7 @@ std::shared_ptr<Camera> PreviewWatch::camera()
 {
     auto camera = m_cameras.mainCamera();
     const auto now = Clock::now();
-    m_ended = !camera && now - m_seen > m_change;
+    m_ended = !camera && (m_cameras.hasEnded() || now - m_seen > m_change);
     if (camera) {
         m_seen = now;
     }

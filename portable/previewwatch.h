@@ -8,9 +8,6 @@
 
 namespace portable {
 
-/** How long it may take to open a camera in place of another. */
-constexpr std::chrono::milliseconds usualCameraChange{5000};
-
 /**
  * Tells the end of the preview from a change of cameras, during which there is none either, for
  * those who work along with the preview. An object belongs to one thread.
@@ -24,7 +21,10 @@ public:
     /** The camera of the preview; null while there is none. */
     std::shared_ptr<Camera> camera();
 
-    /** Whether, by the last camera(), there has been none for longer than a change takes. */
+    /**
+     * Whether, by the last camera(), the preview had ended: announced (Cameras::announceEnd), or
+     * there was none for longer than a change takes.
+     */
     bool ended() const { return m_ended; }
 
 private:

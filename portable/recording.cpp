@@ -3,6 +3,7 @@
 #include "portable/recorder.h"
 #include "portable/wholefile.h"
 
+using portable::Cameras;
 using portable::pathOf;
 using portable::Recorder;
 using portable::VideoFormat;
@@ -19,6 +20,7 @@ bool bStartRecMp3(const char *path)
 
 bool bStopRec()
 {
+    Cameras::instance().announceEnd();
     return Recorder::instance().stop();
 }
 

@@ -3,6 +3,7 @@
 #include "portable/v4l2devices.h"
 
 #include "portable/framesource.h"
+#include "portable/usbdevices.h"
 #include "portable/v4l2node.h"
 
 #include <QDir>
@@ -34,22 +35,14 @@ QString sysfs(const QString &path)
                                           : QString();
 }
 
-/** \param classFolder  the node's folder below /sys/class; its device is the USB interface */
-QString usbIds(const QString &classFolder)
-{
-    const QString interface =
-        QFileInfo(classFolder + QStringLiteral("/device")).canonicalFilePath();
-    const QString vendor = sysfs(interface + QStringLiteral("/../idVendor"));
-    const QString product = sysfs(interface + QStringLiteral("/../idProduct"));
-    return vendor.isEmpty() || product.isEmpty() ? QString() : vendor + QLatin1Char(':') + product;
-}
-
 /** Describes the node; false when it is no camera. */
 bool describe(V4l2Device &device)
 {
     const QString classFolder =
         QStringLiteral("/sys/class/video4linux/") + QFileInfo(device.path).fileName();
-    device.usbIds = usbIds(classFolder);
+    const UsbDevice usb = usbDeviceOfVideoNode(device.path);
+    device.usbIds =
+        usb.vendorId.isEmpty() ? QString() : usb.vendorId + QLatin1Char(':') + usb.productId;
     const V4l2Node node(device.path);
     if (!node.isOpen()) {
         // What it can do remains unknown, but a camera's first node is the one for its pictures.

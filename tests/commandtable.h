@@ -1,59 +1,107 @@
 // SPDX-License-Identifier: MIT
-//
-// Tables of commands: text in, device calls, reply out. A test's data function calls
-// commandColumns() and commandRow(); its test function runs runCommandRow().
 #pragma once
 
 #include "dispatch/messagerun.h"
 #include "tests/pages.h"
 #include "tests/recordingdevice.h"
+#include "tests/rows.h"
 
+#include <QTextCodec>
 #include <QtTest>
+
+#include <memory>
 
 Q_DECLARE_METATYPE(recording::Value)
 
-inline void commandColumns()
-{
-    QTest::addColumn<QString>("command");
-    QTest::addColumn<QString>("args");
-    QTest::addColumn<recording::Value>("answer");
-    QTest::addColumn<QString>("calls");
-    QTest::addColumn<QString>("result");
-}
-
 /**
- * \param answer  what the device says to the last of the calls; the others say nothing particular
- * \param calls   the device calls with their arguments, parted by blanks
- * \param result  the text within the frame; null: the command answers nothing
+ * A test of a family of commands: text in, device calls, reply out. Its commands_data() gives the
+ * table; each of its functions has a page of its own, which is current. A test with an init() or a
+ * cleanup() calls those here from it.
  */
-inline void commandRow(const char *title, const char *command, const char *args,
-                       const recording::Value &answer, const char *calls, const char *result)
+class CommandTest : public QObject
 {
-    QTest::newRow(qPrintable(QLatin1String(command) + QLatin1String(": ") + QLatin1String(title)))
-        << QString::fromUtf8(command) << QString::fromUtf8(args) << answer
-        << QString::fromUtf8(calls) << QString::fromUtf8(result);
-}
+    Q_OBJECT
 
-inline void runCommandRow(MessageRun &dispatcher)
-{
-    QFETCH(QString, command);
-    QFETCH(QString, args);
-    QFETCH(recording::Value, answer);
-    QFETCH(QString, calls);
-    QFETCH(QString, result);
+protected Q_SLOTS:
+    void initTestCase()
+    {
+        // So that the local 8-bit encoding shows where it isn't UTF-8.
+        QTextCodec::setCodecForLocale(QTextCodec::codecForName("GBK"));
+    }
+    void init()
+    {
+        recording::reset();
+        m_pair = std::make_unique<PagePair>();
+        gpWebSocket = m_pair->serverSide();
+    }
+    void cleanup()
+    {
+        gpWebSocket = nullptr;
+        m_pair.reset();
+    }
 
-    PagePair pair;
-    gpWebSocket = pair.serverSide();
-    recording::allowAll();
-    const QString lastCall = calls.section(QLatin1Char(' '), -1).section(QLatin1Char('('), 0, 0);
-    if (!lastCall.isEmpty())
-        recording::answer(lastCall.toLatin1(), answer);
+private Q_SLOTS:
+    void commands()
+    {
+        QFETCH(QString, command);
+        QFETCH(QString, args);
+        QFETCH(recording::Value, answer);
+        QFETCH(QString, calls);
+        QFETCH(QString, result);
 
-    dispatcher.recv_msg(QStringLiteral("%1(%2)").arg(command, args), nullptr);
-    QCOMPARE(recording::takeText(), calls);
-    MessageRun::send_msg(QStringLiteral("no more"));
-    if (!result.isNull())
-        QCOMPARE(pair.page().next(), QStringLiteral("Begin%1%2End%1").arg(command, result));
-    QCOMPARE(pair.page().next(), QStringLiteral("no more"));
-    gpWebSocket = nullptr;
-}
+        const QString lastCall =
+            calls.section(QLatin1Char(' '), -1).section(QLatin1Char('('), 0, 0);
+        if (!lastCall.isEmpty())
+            recording::answer(lastCall.toLatin1(), answer);
+
+        send(QStringLiteral("%1(%2)").arg(command, args));
+        QCOMPARE(recording::takeText(), calls);
+        MessageRun::send_msg(QStringLiteral("no more"));
+        if (!result.isNull())
+            QCOMPARE(page().next(), QStringLiteral("Begin%1%2End%1").arg(command, result));
+        QCOMPARE(page().next(), QStringLiteral("no more"));
+    }
+
+protected:
+    static void commandColumns()
+    {
+        const Rows<QString, QString, recording::Value, QString, QString> row(
+            "command", "args", "answer", "calls", "result");
+    }
+
+    /**
+     * \param answer  what the device says to the last of the calls; the others say nothing
+     * particular \param calls   the device calls with their arguments, parted by blanks \param
+     * result  the text within the frame; null: the command answers nothing
+     */
+    static void commandRow(const char *title, const char *command, const char *args,
+                           const recording::Value &answer, const char *calls, const char *result)
+    {
+        QTest::newRow(
+            qPrintable(QLatin1String(command) + QLatin1String(": ") + QLatin1String(title)))
+            << QString::fromUtf8(command) << QString::fromUtf8(args) << answer
+            << QString::fromUtf8(calls) << QString::fromUtf8(result);
+    }
+
+    Page &page() { return m_pair->page(); }
+
+    void send(const QString &command) { m_dispatcher.recv_msg(command, nullptr); }
+    void send(const char *command) { send(QString::fromUtf8(command)); }
+
+    /** Sends it. \return the reply, frame and all */
+    template <class Text> QString ask(const Text &command)
+    {
+        send(command);
+        return page().next();
+    }
+
+    void leave() { m_pair.reset(); } ///< The page goes away.
+
+    /** Whether the page is the current one, or none is. */
+    void setCurrent(bool isCurrent) { gpWebSocket = isCurrent ? m_pair->serverSide() : nullptr; }
+
+    MessageRun m_dispatcher;
+
+private:
+    std::unique_ptr<PagePair> m_pair;
+};

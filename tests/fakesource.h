@@ -1,10 +1,8 @@
 // SPDX-License-Identifier: MIT
-/** \file A camera for tests of the portable library, and its log. */
+/** \file A camera for tests of the portable library. */
 #pragma once
 
 #include "portable/framesource.h"
-
-#include <QStringList>
 
 #include <chrono>
 #include <condition_variable>
@@ -115,48 +113,4 @@ private:
     const std::shared_ptr<FakeDevice> m_device;
     const double m_framesPerSecond;
     cv::Size m_size;
-};
-
-/** While it lives, the lines of the portable library go here. */
-class PortableLog
-{
-public:
-    PortableLog()
-    {
-        takeLines();
-        s_before = qInstallMessageHandler(&PortableLog::write);
-    }
-    ~PortableLog() { qInstallMessageHandler(s_before); }
-    PortableLog(const PortableLog &) = delete;
-    PortableLog &operator=(const PortableLog &) = delete;
-
-    /** The lines since the last call. */
-    static QStringList takeLines()
-    {
-        const std::lock_guard<std::mutex> lock(s_mutex);
-        QStringList lines;
-        lines.swap(s_lines);
-        return lines;
-    }
-
-    static QStringList lines()
-    {
-        const std::lock_guard<std::mutex> lock(s_mutex);
-        return s_lines;
-    }
-
-private:
-    static void write(QtMsgType type, const QMessageLogContext &context, const QString &line)
-    {
-        if (!line.startsWith(QLatin1String("portable: "))) {
-            s_before(type, context, line);
-            return;
-        }
-        const std::lock_guard<std::mutex> lock(s_mutex);
-        s_lines << line.mid(int(qstrlen("portable: ")));
-    }
-
-    static inline QtMessageHandler s_before = nullptr;
-    static inline std::mutex s_mutex;
-    static inline QStringList s_lines; // guarded by s_mutex
 };

@@ -18,7 +18,7 @@ struct Answer
 };
 
 /** Writes a call down, waits at its gate, runs its hook and takes its answer. */
-Answer take(const char *function, const QStringList &arguments, bool answerNeeded);
+Answer take(const char *function, const QStringList &arguments);
 
 /** Keeps a text that belongs to the library until the next one of the same function. */
 const char *keepText(const char *function, const QByteArray &text);
@@ -75,7 +75,7 @@ template <class Result = void, class... Arguments>
 Result call(const char *function, const Arguments &...arguments)
 {
     (keep(function, arguments), ...);
-    const Answer answer = take(function, {textOf(arguments)...}, !std::is_void_v<Result>);
+    const Answer answer = take(function, {textOf(arguments)...});
     return converted<Result>(function, answer.result);
 }
 
@@ -84,7 +84,7 @@ template <class Result = void, class Output, class... Arguments>
 Result fill(const char *function, Output &output, const Arguments &...arguments)
 {
     (keep(function, arguments), ...);
-    const Answer answer = take(function, {textOf(arguments)...}, true);
+    const Answer answer = take(function, {textOf(arguments)...});
     output = converted<Output>(function, answer.output);
     return converted<Result>(function, answer.result);
 }

@@ -12,7 +12,6 @@
 #include <deque>
 #include <map>
 #include <mutex>
-#include <optional>
 
 namespace recording {
 namespace {
@@ -20,15 +19,13 @@ namespace {
 /** What is known of one function. */
 struct Function
 {
-    std::optional<Answer> standing;
+    Answer standing;
     std::deque<Answer> once;
     std::function<void(const QStringList &)> hook;
-    bool allowed = false;
     bool muted = false;
     int heldForMs = 0; // 0: calls don't wait
     int opened = 0; // changes to let the waiting calls go
     int count = 0;
-    std::thread::id thread;
     std::any listener;
     void *context = nullptr;
     QByteArray ownText;
@@ -40,8 +37,6 @@ struct State
     std::condition_variable changed; // a call was made, or a gate opened
     std::map<QByteArray, Function> functions; // entries stay: calls wait with a reference to one
     QStringList calls;
-    QStringList unexpected;
-    bool allAllowed = false;
     QPointer<QObject> receiver;
     QByteArray slot;
 };
@@ -87,8 +82,6 @@ void reset()
         entry.opened = opened;
         open(entry);
     }
-    all.unexpected.clear();
-    all.allAllowed = false;
     all.receiver.clear();
     all.slot.clear();
 }
@@ -126,11 +119,6 @@ bool waitFor(const QByteArray &function, int count, int timeoutMs)
                                 [&] { return entry.count >= count; });
 }
 
-std::thread::id threadOf(const QByteArray &function)
-{
-    return with(function, [](const Function &entry) { return entry.thread; });
-}
-
 void answer(const QByteArray &function, const Value &result, const Value &output)
 {
     with(function, [&](Function &entry) {
@@ -143,24 +131,6 @@ void answerOnce(const QByteArray &function, const Value &result, const Value &ou
     with(function, [&](Function &entry) {
         entry.once.push_back({result.variant(), output.variant()});
     });
-}
-
-void allow(const QList<QByteArray> &functions)
-{
-    for (const QByteArray &function : functions)
-        with(function, [](Function &entry) { entry.allowed = true; });
-}
-
-void allowAll()
-{
-    const std::lock_guard<std::mutex> lock(state().mutex);
-    state().allAllowed = true;
-}
-
-QStringList unexpected()
-{
-    const std::lock_guard<std::mutex> lock(state().mutex);
-    return state().unexpected;
 }
 
 void mute(const QList<QByteArray> &functions)
@@ -205,7 +175,7 @@ bool notifyObserver(int number)
                                      Q_ARG(int, number));
 }
 
-Answer take(const char *function, const QStringList &arguments, bool answerNeeded)
+Answer take(const char *function, const QStringList &arguments)
 {
     State &all = state();
     std::unique_lock<std::mutex> lock(all.mutex);
@@ -215,7 +185,6 @@ Answer take(const char *function, const QStringList &arguments, bool answerNeede
     if (!entry.muted)
         all.calls.append(written);
     ++entry.count;
-    entry.thread = std::this_thread::get_id();
     all.changed.notify_all();
 
     if (entry.heldForMs > 0) {
@@ -228,15 +197,10 @@ Answer take(const char *function, const QStringList &arguments, bool answerNeede
         lock.lock();
     }
 
-    Answer answer;
-    if (!entry.once.empty()) {
-        answer = entry.once.front();
-        entry.once.pop_front();
-    } else if (entry.standing) {
-        answer = *entry.standing;
-    } else if (answerNeeded && !entry.allowed && !all.allAllowed) {
-        all.unexpected.append(written);
-    }
+    if (entry.once.empty())
+        return entry.standing;
+    const Answer answer = entry.once.front();
+    entry.once.pop_front();
     return answer;
 }
 

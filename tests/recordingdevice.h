@@ -5,7 +5,6 @@
  * arguments and answering what the test told it. Every function here may be called from any thread.
  *
  *     void init() { recording::reset(); }
- *     void cleanup() { QCOMPARE(recording::unexpected(), QStringList()); }
  *
  *     recording::answer("bSaveJPG", true);                      // until it is told otherwise
  *     recording::answerOnce("bStartPlay", false);               // first this one, then the former
@@ -36,7 +35,6 @@
 
 #include <any>
 #include <functional>
-#include <thread>
 
 Q_DECLARE_METATYPE(cv::Mat)
 
@@ -80,21 +78,11 @@ int count(const QByteArray &function);
 /** Waits, without an event loop, until count() is reached; false when the time is over. */
 bool waitFor(const QByteArray &function, int count = 1, int timeoutMs = 10000);
 
-/** The thread of a function's last call since reset(). */
-std::thread::id threadOf(const QByteArray &function);
-
-/** What a function returns, and what it fills in, from now on. */
+/** What a function returns, and what it fills in, from now on; before that, the default. */
 void answer(const QByteArray &function, const Value &result, const Value &output = {});
 
 /** The same for one call; used up in the order given, before the standing answer. */
 void answerOnce(const QByteArray &function, const Value &result, const Value &output = {});
-
-/** These functions may be called without an answer: they give the default. */
-void allow(const QList<QByteArray> &functions);
-void allowAll(); ///< The same for every function.
-
-/** Calls of functions that were to answer something and had not been told, nor allowed. */
-QStringList unexpected();
 
 /** Leaves the calls of these out of the list: what a worker thread repeats all the time. */
 void mute(const QList<QByteArray> &functions);

@@ -5,197 +5,152 @@
 
 #include <thread>
 
-class TestCardCommands : public QObject
+class TestCardCommands : public CommandTest
 {
     Q_OBJECT
 
 private Q_SLOTS:
-    void init()
+    void commands_data()
     {
-        recording::reset();
-        recording::mute({"sIDCardReader"}); // comes from a thread, sooner or later
+        commandColumns();
+        // clang-format off
+        //         what                    command                  args      device   calls                            reply
+        commandRow("unchanged",            "bOpenIDCardReader",     "USB,1",  true,    "bOpenIDCardUSBPort(USB,1)",     "true");
+        commandRow("refused",              "bOpenIDCardSerialPort", "",       false,   "openIDCardSerialPort()",        "false");
+        commandRow("closed",               "bCloseIDCardDevie",     "x",      true,    "bCloseIDCardDevie()",           "true");
+        commandRow("lower-case g",         "bGetSAMStatus",         "",       false,   "bgetSAMStatus()",               "false");
+        commandRow("byte for byte",        "GetSAMID",              "",       "\xC3\xA9", "GetSAMID()",                "\xC3\x83\xC2\xA9");
+        commandRow("null",                 "GetSAMID",              "",       nullptr, "GetSAMID()",                    "");
+        commandRow("byte for byte",        "sReadIDCardSnr",        "",       "04A2",  "sReadIDCardSnr()",              "04A2");
+        commandRow("number",               "iReadICCardSnr",        "",       -7,      "iReadICCardSnr()",              "-7");
+        commandRow("no default",           "bPlayVoice",            "",       true,    "bPlayVoice(0)",                 "true");
+        commandRow("number",               "bPlayVoice",            "3",      false,   "bPlayVoice(3)",                 "false");
+        commandRow("stub",                 "iReadCardBas_noPasamVX","5",      {},      "",                              "");
+        commandRow("one part",             "ReadCard",              "x",      "a中",   "ReadCard(null,null)",           "a中");
+        commandRow("second part",          "ReadCard",              "a,中,c", nullptr, "ReadCard(null,中)",             "");
+        commandRow("second part empty",    "ReadCard",              "a,",     "{}",    "ReadCard(null,)",               "{}");
+        // Too late for a text of the device here: whatever it says by the return value is not looked at.
+        commandRow("default",              "iReadCardBas_noPasam",  "",       {},      "iReadCardBas_noPasam_qt(1)",    "");
+        commandRow("no number",            "iReadCardBas_noPasam",  "abc",    {},      "iReadCardBas_noPasam_qt(0)",    "");
+        commandRow("default",              "iReadCardBasEx",        "",       {},      "ReadCardBasExVX(3)",            "");
+        commandRow("number",               "iReadCardBasEx",        "2",      {},      "ReadCardBasExVX(2)",            "");
+        commandRow("default, tried twice", "GetBankCardInfo",       "",       false,   "GetBankCardInfoVX(2) GetBankCardInfoVX(0)", "");
+        commandRow("tried again with 2",   "GetBankCardInfo",       "5",      false,   "GetBankCardInfoVX(5) GetBankCardInfoVX(2)", "");
+        commandRow("0 tried again with 2", "GetBankCardInfo",       "0",      false,   "GetBankCardInfoVX(0) GetBankCardInfoVX(2)", "");
+        commandRow("first try",            "GetBankCardInfo",       "1",      true,    "GetBankCardInfoVX(1)",          "");
+        commandRow("first family",         "WReadCardBasEx",        "7",      {},      "GetDeviceStatus_dc() ReadCardBasExVX(3)", "");
+        // clang-format on
     }
-    void commands_data();
-    void commands();
-    void threeReadersInTurn_data();
-    void threeReadersInTurn();
-    void textsGoOutUnchanged_data();
-    void textsGoOutUnchanged();
-    void secondFamilysTextIsFramedTwice();
-    void eachReadHasItsAnswer();
-    void readsBlockFurtherOnesForTheBatch();
 
-private:
-    QString run(const QString &command);
+    void threeReadersInTurn_data()
+    {
+        const Rows<QByteArray, QByteArray, int> row("first", "second", "reader");
+        // clang-format off
+        row("the first",                      "{\"code\":\"0\",\"name\":\"中\"}", "",                     1);
+        row("a code that reads as 0",         "{\"code\":\"none\"}",             "",                     1);
+        row("another code",                   "{\"code\":\"5\"}",                "{\"result\":1}",       2);
+        row("a code that is a number",        "{\"code\":0}",                    "{\"result\":-1}",      2);
+        row("no code",                        "{}",                              "{\"result\":1.5}",     2);
+        row("no object",                      "[\"code\"]",                      "{\"result\":1}",       2);
+        row("broken JSON",                    "{\"code\":\"0\"",                 "{\"result\":1}",       2);
+        row("nothing",                        "",                                "{\"result\":1}",       2);
+        row("a result of 0",                  "",                                "{\"result\":0}",       3);
+        row("a result below 1",               "",                                "{\"result\":0.5}",     3);
+        row("a result beyond an int",         "",                                "{\"result\":1e300}",   2);
+        row("a result that is a text",        "",                                "{\"result\":\"1\"}",   3);
+        row("both broken",                    "x",                               "{",                    3);
+        // clang-format on
+    }
 
-    MessageRun m_dispatcher;
-};
+    void threeReadersInTurn()
+    {
+        QFETCH(QByteArray, first);
+        QFETCH(QByteArray, second);
+        QFETCH(int, reader);
+        recording::answer("ReadSFZCardBas_VX", {}, first.constData());
+        recording::answer("ReadCard", second.constData());
+        recording::answer("ReadSFZCardBas_DK", {}, "whatever");
+        const QByteArray text = reader == 1 ? first : reader == 2 ? second : QByteArray("whatever");
+        QCOMPARE(ask("WReadSFZCardBas()"),
+                 QStringLiteral("BeginWReadSFZCardBas%1EndWReadSFZCardBas")
+                     .arg(QString::fromUtf8(text)));
+        const QStringList calls{QStringLiteral("ReadSFZCardBas_VX()"),
+                                QStringLiteral("ReadCard(null,null)"),
+                                QStringLiteral("ReadSFZCardBas_DK()")};
+        QCOMPARE(recording::takeCalls(), calls.mid(0, reader));
+    }
 
-void TestCardCommands::commands_data()
-{
-    commandColumns();
-    // clang-format off
-    //         what                    command                  args      device   calls                            reply
-    commandRow("nothing at once",      "sIDCardReader",         "",       {},      "",                              nullptr);
-    commandRow("unchanged",            "bOpenIDCardReader",     "USB,1",  true,    "bOpenIDCardUSBPort(USB,1)",     "true");
-    commandRow("refused",              "bOpenIDCardSerialPort", "",       false,   "openIDCardSerialPort()",        "false");
-    commandRow("closed",               "bCloseIDCardDevie",     "x",      true,    "bCloseIDCardDevie()",           "true");
-    commandRow("lower-case g",         "bGetSAMStatus",         "",       false,   "bgetSAMStatus()",               "false");
-    commandRow("byte for byte",        "GetSAMID",              "",       "\xC3\xA9", "GetSAMID()",                "\xC3\x83\xC2\xA9");
-    commandRow("null",                 "GetSAMID",              "",       nullptr, "GetSAMID()",                    "");
-    commandRow("byte for byte",        "sReadIDCardSnr",        "",       "04A2",  "sReadIDCardSnr()",              "04A2");
-    commandRow("number",               "iReadICCardSnr",        "",       -7,      "iReadICCardSnr()",              "-7");
-    commandRow("no default",           "bPlayVoice",            "",       true,    "bPlayVoice(0)",                 "true");
-    commandRow("number",               "bPlayVoice",            "3",      false,   "bPlayVoice(3)",                 "false");
-    commandRow("stub",                 "iReadCardBas_noPasamVX","5",      {},      "",                              "");
-    commandRow("one part",             "ReadCard",              "x",      "a中",   "ReadCard(null,null)",           "a中");
-    commandRow("second part",          "ReadCard",              "a,中,c", nullptr, "ReadCard(null,中)",             "");
-    commandRow("second part empty",    "ReadCard",              "a,",     "{}",    "ReadCard(null,)",               "{}");
-    // Too late for a text of the device here: whatever it says by the return value is not looked at.
-    commandRow("default",              "iReadCardBas_noPasam",  "",       {},      "iReadCardBas_noPasam_qt(1)",    "");
-    commandRow("no number",            "iReadCardBas_noPasam",  "abc",    {},      "iReadCardBas_noPasam_qt(0)",    "");
-    commandRow("default",              "iReadCardBasEx",        "",       {},      "ReadCardBasExVX(3)",            "");
-    commandRow("number",               "iReadCardBasEx",        "2",      {},      "ReadCardBasExVX(2)",            "");
-    commandRow("default, tried twice", "GetBankCardInfo",       "",       false,   "GetBankCardInfoVX(2) GetBankCardInfoVX(0)", "");
-    commandRow("tried again with 2",   "GetBankCardInfo",       "5",      false,   "GetBankCardInfoVX(5) GetBankCardInfoVX(2)", "");
-    commandRow("0 tried again with 2", "GetBankCardInfo",       "0",      false,   "GetBankCardInfoVX(0) GetBankCardInfoVX(2)", "");
-    commandRow("first try",            "GetBankCardInfo",       "1",      true,    "GetBankCardInfoVX(1)",          "");
-    commandRow("first family",         "WReadCardBasEx",        "7",      {},      "GetDeviceStatus_dc() ReadCardBasExVX(3)", "");
-    // clang-format on
-}
+    void textsGoOutUnchanged_data()
+    {
+        const Rows<QByteArray> row("function");
+        row("sIDCardReaderVX", "ReadSFZCardVX");
+        row("readIDMsg", "readIDMsg_qt");
+        row("readIDMsgVX", "readIDMsgVX_qt");
+        row("iReadCardBas_noPasam", "iReadCardBas_noPasam_qt");
+        row("iReadCardBasEx", "ReadCardBasExVX");
+        row("WReadCardBasEx", "ReadCardBasExVX");
+        row("GetBankCardInfo", "GetBankCardInfoVX");
+    }
 
-void TestCardCommands::commands()
-{
-    runCommandRow(m_dispatcher);
-}
+    void textsGoOutUnchanged()
+    {
+        const QString command = QString::fromUtf8(QTest::currentDataTag());
+        QFETCH(QByteArray, function);
+        recording::answer(function, true, "{\"中\":\"%1%2,(\"}");
+        QCOMPARE(ask(command + QStringLiteral("()")),
+                 MessageRun::framed(command, QStringLiteral("{\"中\":\"%1%2,(\"}")));
+    }
 
-QString TestCardCommands::run(const QString &command)
-{
-    PagePair pair;
-    gpWebSocket = pair.serverSide();
-    m_dispatcher.recv_msg(command, nullptr);
-    const QString answer = pair.page().next();
-    gpWebSocket = nullptr;
-    return answer;
-}
+    void secondFamilysTextIsFramedTwice()
+    {
+        recording::answer("GetDeviceStatus_dc", true);
+        recording::answerOnce("ReadSBKCardBas_DK", true, "a\"中%1");
+        recording::answerOnce("ReadSBKCardBas_DK", false, "");
+        QCOMPARE(ask("WReadCardBasEx()"),
+                 QStringLiteral("BeginWReadCardBasEx{\"lRet\":0,\"outInfo\":\"a\"中%1\"}"
+                                "EndWReadCardBasEx"));
+        QCOMPARE(ask("WReadCardBasEx(abc)"),
+                 QStringLiteral("BeginWReadCardBasEx{\"lRet\":1,\"outInfo\":\"\"}"
+                                "EndWReadCardBasEx"));
+        QCOMPARE(recording::takeText(),
+                 QStringLiteral("GetDeviceStatus_dc() ReadSBKCardBas_DK(1) "
+                                "GetDeviceStatus_dc() ReadSBKCardBas_DK(0)"));
+    }
 
-void TestCardCommands::threeReadersInTurn_data()
-{
-    QTest::addColumn<QByteArray>("first");
-    QTest::addColumn<QByteArray>("second");
-    QTest::addColumn<int>("reader");
-    const auto row = [](const char *title, const char *first, const char *second, int reader) {
-        QTest::newRow(title) << QByteArray(first) << QByteArray(second) << reader;
-    };
-    // clang-format off
-    row("the first",                      "{\"code\":\"0\",\"name\":\"中\"}", "",                     1);
-    row("a code that reads as 0",         "{\"code\":\"none\"}",             "",                     1);
-    row("another code",                   "{\"code\":\"5\"}",                "{\"result\":1}",       2);
-    row("a code that is a number",        "{\"code\":0}",                    "{\"result\":-1}",      2);
-    row("no code",                        "{}",                              "{\"result\":1.5}",     2);
-    row("no object",                      "[\"code\"]",                      "{\"result\":1}",       2);
-    row("broken JSON",                    "{\"code\":\"0\"",                 "{\"result\":1}",       2);
-    row("nothing",                        "",                                "{\"result\":1}",       2);
-    row("a result of 0",                  "",                                "{\"result\":0}",       3);
-    row("a result below 1",               "",                                "{\"result\":0.5}",     3);
-    row("a result beyond an int",         "",                                "{\"result\":1e300}",   2);
-    row("a result that is a text",        "",                                "{\"result\":\"1\"}",   3);
-    row("both broken",                    "x",                               "{",                    3);
-    // clang-format on
-}
+    void eachReadHasItsAnswer()
+    {
+        Messages messages(ReadIdCardThread::instance());
+        recording::answerOnce("sIDCardReader", "one");
+        recording::answerOnce("sIDCardReader", "\xE9"); // one character a byte
+        recording::answer("sIDCardReader", nullptr);
+        for (int i = 0; i < 3; ++i)
+            send("sIDCardReader()");
+        QCOMPARE(messages.next(), QByteArray("BeginsIDCardReaderoneEndsIDCardReader"));
+        QCOMPARE(messages.next(),
+                 QByteArray("BeginsIDCardReader\xA8\xA6" // the same in the local encoding
+                            "EndsIDCardReader"));
+        QCOMPARE(messages.next(), QByteArray("BeginsIDCardReaderEndsIDCardReader"));
+        QCOMPARE(recording::takeText(),
+                 QStringLiteral("sIDCardReader() sIDCardReader() sIDCardReader()"));
+        QCOMPARE(page().received(), QStringList()); // it goes by the transport
+    }
 
-void TestCardCommands::threeReadersInTurn()
-{
-    QFETCH(QByteArray, first);
-    QFETCH(QByteArray, second);
-    QFETCH(int, reader);
-    recording::answer("ReadSFZCardBas_VX", {}, first.constData());
-    recording::answer("ReadCard", second.constData());
-    recording::answer("ReadSFZCardBas_DK", {}, "whatever");
-    const QByteArray text = reader == 1 ? first : reader == 2 ? second : QByteArray("whatever");
-    QCOMPARE(
-        run(QStringLiteral("WReadSFZCardBas()")),
-        QStringLiteral("BeginWReadSFZCardBas%1EndWReadSFZCardBas").arg(QString::fromUtf8(text)));
-    const QStringList calls{QStringLiteral("ReadSFZCardBas_VX()"),
-                            QStringLiteral("ReadCard(null,null)"),
-                            QStringLiteral("ReadSFZCardBas_DK()")};
-    QCOMPARE(recording::takeCalls(), calls.mid(0, reader));
-}
-
-void TestCardCommands::textsGoOutUnchanged_data()
-{
-    QTest::addColumn<QString>("command");
-    QTest::addColumn<QByteArray>("function");
-    const auto row = [](const char *command, const char *function) {
-        QTest::newRow(command) << QString::fromUtf8(command) << QByteArray(function);
-    };
-    row("sIDCardReaderVX", "ReadSFZCardVX");
-    row("readIDMsg", "readIDMsg_qt");
-    row("readIDMsgVX", "readIDMsgVX_qt");
-    row("iReadCardBas_noPasam", "iReadCardBas_noPasam_qt");
-    row("iReadCardBasEx", "ReadCardBasExVX");
-    row("WReadCardBasEx", "ReadCardBasExVX");
-    row("GetBankCardInfo", "GetBankCardInfoVX");
-}
-
-void TestCardCommands::textsGoOutUnchanged()
-{
-    QFETCH(QString, command);
-    QFETCH(QByteArray, function);
-    recording::allowAll();
-    recording::answer(function, true, "{\"中\":\"%1%2,(\"}");
-    QCOMPARE(run(command + QStringLiteral("()")),
-             QStringLiteral("Begin") + command + QStringLiteral("{\"中\":\"%1%2,(\"}End")
-                 + command);
-}
-
-void TestCardCommands::secondFamilysTextIsFramedTwice()
-{
-    recording::answer("GetDeviceStatus_dc", true);
-    recording::answerOnce("ReadSBKCardBas_DK", true, "a\"中%1");
-    recording::answerOnce("ReadSBKCardBas_DK", false, "");
-    QCOMPARE(run(QStringLiteral("WReadCardBasEx()")),
-             QStringLiteral("BeginWReadCardBasEx{\"lRet\":0,\"outInfo\":\"a\"中%1\"}"
-                            "EndWReadCardBasEx"));
-    QCOMPARE(run(QStringLiteral("WReadCardBasEx(abc)")),
-             QStringLiteral("BeginWReadCardBasEx{\"lRet\":1,\"outInfo\":\"\"}EndWReadCardBasEx"));
-    QCOMPARE(recording::takeText(),
-             QStringLiteral("GetDeviceStatus_dc() ReadSBKCardBas_DK(1) "
-                            "GetDeviceStatus_dc() ReadSBKCardBas_DK(0)"));
-}
-
-void TestCardCommands::eachReadHasItsAnswer()
-{
-    ReadIdCardThread thread;
-    Messages messages(&thread);
-    recording::answerOnce("sIDCardReader", "one");
-    recording::answerOnce("sIDCardReader", "\xE9"); // one character a byte
-    recording::answer("sIDCardReader", nullptr);
-    for (int i = 0; i < 3; ++i)
+    void readsBlockFurtherOnesForTheBatch()
+    {
+        ReadIdCardThread thread;
+        Messages messages(&thread);
+        recording::answer("sIDCardReader", "x");
+        recording::hold("sIDCardReader");
         thread.readCard();
-    QCOMPARE(messages.next(), QByteArray("BeginsIDCardReaderoneEndsIDCardReader"));
-    QCOMPARE(messages.next(),
-             QByteArray("BeginsIDCardReader\xC3\xA9"
-                        "EndsIDCardReader"));
-    QCOMPARE(messages.next(), QByteArray("BeginsIDCardReaderEndsIDCardReader"));
-    QCOMPARE(recording::count("sIDCardReader"), 3);
-}
-
-void TestCardCommands::readsBlockFurtherOnesForTheBatch()
-{
-    ReadIdCardThread thread;
-    Messages messages(&thread);
-    recording::answer("sIDCardReader", "x");
-    recording::hold("sIDCardReader");
-    thread.readCard();
-    QVERIFY(recording::waitFor("sIDCardReader"));
-    std::thread page([&thread] { thread.readCard(); });
-    recording::release("sIDCardReader");
-    page.join();
-    messages.next();
-    messages.next();
-    QCOMPARE(recording::count("sIDCardReader"), 2);
-}
+        QVERIFY(recording::waitFor("sIDCardReader"));
+        std::thread page([&thread] { thread.readCard(); });
+        recording::release("sIDCardReader");
+        page.join();
+        messages.next();
+        messages.next();
+        QCOMPARE(recording::count("sIDCardReader"), 2);
+    }
+};
 
 QTEST_GUILESS_MAIN(TestCardCommands)
 #include "tst_cardcommands.moc"

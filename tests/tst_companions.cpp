@@ -9,6 +9,7 @@
 #include "tests/messages.h"
 #include "tests/pages.h"
 #include "tests/recordingdevice.h"
+#include "tests/rows.h"
 
 #include <QJsonDocument>
 #include <QJsonObject>
@@ -99,376 +100,343 @@ class TestCompanions : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
-    void initTestCase();
-    void cleanupTestCase();
-    void init();
-    void cleanup();
+    void initTestCase()
+    {
+        qputenv("TMPDIR", m_folder.path().toLocal8Bit()); // where local sockets lie
+        for (const char *name : {"run-elecsign.sh", "run-webbrowser.sh"}) {
+            QFile file(script(name));
+            QVERIFY(file.open(QIODevice::WriteOnly));
+            file.write("echo started >>\"$TMPDIR/$(basename \"$0\").log\"\n");
+        }
+        const CompanionClient::Waits waits{1000ms, 1000ms, 5ms, 1ms, 1ms};
+        SignSouthInterface::instance()->setWaits(waits);
+        Webbrowsersouthinterface::instance()->setWaits(waits);
+        const CompanionClient::Waits usual;
+        QCOMPARE(usual.connect.count(), 30000);
+        QCOMPARE(usual.write.count(), 30000);
+        QCOMPARE(usual.read.count(), 100);
+        QCOMPARE(usual.pause.count(), 2000);
+        QCOMPARE(usual.settle.count(), 300);
+    }
 
-    void signingSendsOneRequest_data();
-    void signingSendsOneRequest();
-    void signingThatIsRefused_data();
-    void signingThatIsRefused();
-    void withoutAService();
-    void serviceThatComesLate();
-    void repliesAboveAHundredBytes();
-    void repliesInPieces();
-    void aServiceThatDiesWithinItsReply_data();
-    void aServiceThatDiesWithinItsReply();
+    void cleanupTestCase()
+    {
+        QFile::remove(script("run-elecsign.sh"));
+        QFile::remove(script("run-webbrowser.sh"));
+    }
 
-    void pages_data();
-    void pages();
-    void withoutABrowserHelper();
-    void helperRepliesGoToTheCurrentPage();
-    void neverBothAtATime();
+    void init()
+    {
+        recording::reset();
+        for (const char *name : {"run-elecsign.sh.log", "run-webbrowser.sh.log"})
+            QFile::remove(m_folder.filePath(QString::fromUtf8(name)));
+        m_pair = std::make_unique<PagePair>();
+        gpWebSocket = m_pair->serverSide();
+    }
 
-    void launcherArguments();
-    void launcherShowsOnePageAtATime();
+    void cleanup()
+    {
+        SignSouthInterface::instance()->stop();
+        Webbrowsersouthinterface::instance()->stopWeb();
+        gpWebSocket = nullptr;
+        m_pair.reset();
+    }
+
+    void signingSendsOneRequest_data()
+    {
+        const Rows<QString, int> row("command", "type");
+        row("DoGWQ_StartSign", "DoGWQ_StartSign", 1);
+        row("DoGWQ_StartSignEx", "DoGWQ_StartSignEx", 2);
+    }
+
+    void signingSendsOneRequest()
+    {
+        QFETCH(QString, command);
+        QFETCH(int, type);
+        FakeCompanion service(signSocket);
+        QCOMPARE(run(command + QStringLiteral("(中.pdf,b.xml,1.2.3.4,1,30,more)")),
+                 QStringLiteral("true"));
+        QCOMPARE(service.take(4), number(type));
+        const QByteArray json = service.takeSized();
+        const QJsonObject request = QJsonDocument::fromJson(json).object();
+        QCOMPARE(request,
+                 QJsonObject({{QStringLiteral("pdfpath"), QStringLiteral("中.pdf")},
+                              {QStringLiteral("xmlpath"), QStringLiteral("b.xml")},
+                              {QStringLiteral("location"), QStringLiteral("1,2,3,4")},
+                              {QStringLiteral("retain"), QStringLiteral("1")},
+                              {QStringLiteral("timeout"), 30}}));
+        QVERIFY(json.contains("\n    \"pdfpath\"")); // indented
+        QTRY_COMPARE(starts("run-elecsign.sh"), 1);
+
+        // A second job restarts the service and the connection.
+        QPointer<QLocalSocket> first = service.client();
+        QCOMPARE(run(command + QLatin1String("(a,b,1.2.3.4,x,abc)")), QStringLiteral("true"));
+        QTRY_VERIFY(!first || first->state() != QLocalSocket::ConnectedState);
+        QCOMPARE(service.take(4), number(type));
+        QCOMPARE(
+            QJsonDocument::fromJson(service.takeSized()).object().value(QStringLiteral("timeout")),
+            QJsonValue(0));
+        QTRY_COMPARE(starts("run-elecsign.sh"), 2);
+    }
+
+    void signingThatIsRefused_data()
+    {
+        const Rows<QString, bool> row("args", "connected");
+        // clang-format off
+        row("four fields",   "a.pdf,b.xml,1.2.3.4,1",  false);
+        row("nothing",       QString(),                false);
+        row("three numbers", "a.pdf,b.xml,1.2.3,1,30", true);
+        row("no place",      "a.pdf,b.xml,,1,30",      true);
+        // clang-format on
+    }
+
+    void signingThatIsRefused()
+    {
+        QFETCH(QString, args);
+        FakeCompanion service(signSocket);
+        QCOMPARE(run(QStringLiteral("DoGWQ_StartSign(%1)").arg(args)), QStringLiteral("false"));
+        QTEST(SignSouthInterface::instance()->isConnected(), "connected");
+    }
+
+    void withoutAService()
+    {
+        QCOMPARE(run(QStringLiteral("DoGWQ_StartSign(a,b,1.2.3.4,1,30)")), QStringLiteral("false"));
+        QTRY_COMPARE(starts("run-elecsign.sh"), 4); // the first, and one after each attempt
+        // Without its script it is the same.
+        const QString away = script("run-elecsign.sh") + QLatin1String(".away");
+        QVERIFY(QFile::rename(script("run-elecsign.sh"), away));
+        const QString result = run(QStringLiteral("DoGWQ_StartSign(a,b,1.2.3.4,1,30)"));
+        QVERIFY(QFile::rename(away, script("run-elecsign.sh")));
+        QCOMPARE(result, QStringLiteral("false"));
+        QCOMPARE(starts("run-elecsign.sh"), 4);
+        // Asked directly it sends nothing, and does no harm.
+        SignSouthInterface::instance()->DoGWQ_StartSign({}, {}, {}, {}, 0);
+    }
+
+    void serviceThatComesLate()
+    {
+        // Between two attempts the script is started again: this one brings the service up.
+        std::unique_ptr<FakeCompanion> service;
+        CompanionClient::Waits waits{1000ms, 1000ms, 5ms, 200ms, 1ms};
+        SignSouthInterface::instance()->setWaits(waits);
+        std::thread elsewhere([&service] {
+            std::this_thread::sleep_for(100ms);
+            service = std::make_unique<FakeCompanion>(signSocket);
+        });
+        QVERIFY(SignSouthInterface::instance()->start());
+        elsewhere.join();
+        waits.pause = 1ms;
+        SignSouthInterface::instance()->setWaits(waits);
+    }
+
+    void repliesAboveAHundredBytes()
+    {
+        FakeCompanion service(signSocket);
+        Messages messages(SignSouthInterface::instance());
+        QVERIFY(SignSouthInterface::instance()->start());
+        const QByteArray longEnough(101, 'x');
+        service.say(sized(QByteArray(100, 'y')));
+        QVERIFY(QTest::qWaitFor([&] { return service.client()->bytesToWrite() == 0; }));
+        QTest::qWait(50); // two replies in one read would be no reply at all
+        service.say(sized(longEnough));
+        QCOMPARE(messages.next(), longEnough);
+        QVERIFY(messages.list().isEmpty());
+    }
+
+    void repliesInPieces()
+    {
+        FakeCompanion service(signSocket);
+        Messages messages(SignSouthInterface::instance());
+        QVERIFY(SignSouthInterface::instance()->start());
+        service.client();
+        const QByteArray payload(300 * 1000, 'p');
+        // The client holds the main thread until all is there: the rest must come from elsewhere.
+        const QByteArray frame = sized(payload);
+        QLocalSocket *socket = service.client();
+        const auto descriptor = static_cast<int>(socket->socketDescriptor());
+        std::thread slow([=] {
+            for (int at = 0; at < frame.size(); at += 70000) {
+                const QByteArray piece = frame.mid(at, 70000);
+                for (int done = 0; done < piece.size();) {
+                    const auto written = ::write(descriptor, piece.constData() + done,
+                                                 static_cast<std::size_t>(piece.size() - done));
+                    if (written > 0)
+                        done += static_cast<int>(written);
+                    std::this_thread::sleep_for(2ms);
+                }
+            }
+        });
+        QCOMPARE(messages.next(), payload);
+        slow.join();
+    }
+
+    void aServiceThatDiesWithinItsReply_data()
+    {
+        const Rows<QByteArray> row("said");
+        row("half a reply", number(500) + QByteArray(200, 'x'));
+        row("more than announced", number(150) + QByteArray(151, 'x'));
+        row("a length below nothing", number(-5) + QByteArray(200, 'x'));
+        row("half a length", "\x01\x02");
+        row("the longest", number(INT_MAX) + QByteArray(200, 'x'));
+    }
+
+    void aServiceThatDiesWithinItsReply()
+    {
+        QFETCH(QByteArray, said);
+        auto service = std::make_unique<FakeCompanion>(signSocket);
+        Messages messages(SignSouthInterface::instance());
+        QVERIFY(SignSouthInterface::instance()->start());
+        service->say(said);
+        service->client()->disconnectFromServer();
+        service.reset();
+        QTRY_VERIFY(!SignSouthInterface::instance()->isConnected());
+        QCOMPARE(run(QStringLiteral("WebbrowserExit()")), QStringLiteral("true")); // it goes on
+        QVERIFY(messages.list().isEmpty());
+    }
+
+    void pages_data()
+    {
+        const Rows<QString> row("page");
+        row("GWQ_CallNumber", "callNo.html");
+        row("GWQ_PaymentInfo", "pay.html");
+        row("DoGWQ_StartInfo", "infoExchange.html");
+        row("GWQ_TellerInfo", "teller.html");
+        row("DoGWQ_StartEvaluator", "evaluate.html");
+    }
+
+    void pages()
+    {
+        const QString command = QString::fromUtf8(QTest::currentDataTag());
+        QFETCH(QString, page);
+        FakeCompanion helper(browserSocket);
+        QCOMPARE(run(command + QStringLiteral("(no=12,name=李)")), QStringLiteral("true"));
+        QCOMPARE(helper.take(4), number(2));
+        QCOMPARE(QString::fromUtf8(helper.takeSized()),
+                 QCoreApplication::applicationDirPath() + QLatin1String("/webSite/") + page);
+        QCOMPARE(helper.takeSized(), QByteArray("no=12,name=李"));
+
+        QCOMPARE(run(command + QLatin1String("()")), QStringLiteral("true"));
+        QCOMPARE(helper.take(4), number(2));
+        helper.takeSized();
+        QCOMPARE(helper.takeSized(), QByteArray());
+
+        QCOMPARE(run(QStringLiteral("OpenURL(http://a/b?c=1,2") + QChar(0) + QStringLiteral("x)")),
+                 QStringLiteral("true"));
+        QCOMPARE(helper.take(4), number(1));
+        QCOMPARE(helper.takeSized(), QByteArray("http://a/b?c=1,2"));
+
+        QPointer<QLocalSocket> client = helper.client();
+        QCOMPARE(run(QStringLiteral("WebbrowserExit()")), QStringLiteral("true"));
+        QTRY_VERIFY(!client || client->state() != QLocalSocket::ConnectedState);
+        QTRY_COMPARE(starts("run-webbrowser.sh"), 3);
+    }
+
+    void withoutABrowserHelper()
+    {
+        QCOMPARE(run(QStringLiteral("OpenURL(http://a)")), QStringLiteral("false"));
+        QCOMPARE(run(QStringLiteral("GWQ_TellerInfo(a)")), QStringLiteral("false"));
+        QVERIFY(!Webbrowsersouthinterface::instance()->openURL(QStringLiteral("x")));
+        QTRY_COMPARE(starts("run-webbrowser.sh"), 8);
+    }
+
+    void helperRepliesGoToTheCurrentPage()
+    {
+        FakeCompanion helper(browserSocket);
+        QVERIFY(Webbrowsersouthinterface::instance()->start());
+        helper.say(QByteArray("shown 中\0rest", 15));
+        QCOMPARE(m_pair->page().next(), QStringLiteral("shown 中"));
+        gpWebSocket = nullptr;
+        helper.say("to nobody");
+        QTest::qWait(50);
+        QVERIFY(m_pair->page().received().isEmpty());
+    }
+
+    void neverBothAtATime()
+    {
+        FakeCompanion service(signSocket);
+        FakeCompanion helper(browserSocket);
+        QCOMPARE(run(QStringLiteral("OpenURL(x)")), QStringLiteral("true"));
+        QCOMPARE(run(QStringLiteral("DoGWQ_StartSign(a,b,1.2.3.4,1,30)")), QStringLiteral("true"));
+        QVERIFY(!Webbrowsersouthinterface::instance()->isConnected());
+        QVERIFY(SignSouthInterface::instance()->isConnected());
+        QCOMPARE(run(QStringLiteral("GWQ_CallNumber(1)")), QStringLiteral("true"));
+        QVERIFY(!SignSouthInterface::instance()->isConnected());
+        QVERIFY(Webbrowsersouthinterface::instance()->isConnected());
+    }
+
+    void launcherArguments()
+    {
+        const auto url = QStringLiteral("/webSite/pay.html");
+        const QVector<QRect> screens{
+            {0, 0, 1920, 1080}, {1920, 0, 1280, 800}, {3200, 0, 1280, 800}, {4480, 0, 1024, 2000}};
+        QStringList line = WebBrowser::arguments(url, screens.mid(0, 1), {1280, 800});
+        QCOMPARE(line.takeFirst(), QStringLiteral("--window-size=1280,800"));
+        QCOMPARE(line,
+                 QStringList({QStringLiteral("--new-window"), url,
+                              QStringLiteral("--user-data-dir=/tmp/veltrobrowser12345"),
+                              QStringLiteral("--no-first-run"),
+                              QStringLiteral("--no-default-browser-check"),
+                              QStringLiteral("--no-announcement")}));
+        QCOMPARE(WebBrowser::arguments(url, screens, {800, 600}).mid(0, 3),
+                 QStringList({QStringLiteral("--kiosk"), QStringLiteral("--window-position=1920,0"),
+                              QStringLiteral("--window-size=800,600")}));
+    }
+
+    void launcherShowsOnePageAtATime()
+    {
+        // A browser that writes down its life: what it is given, and that it was told to end.
+        QFile program(m_folder.filePath(QStringLiteral("gnome-www-browser")));
+        QVERIFY(program.open(QIODevice::WriteOnly));
+        program.write("#!/bin/bash\ntrap 'echo ended >>\"$TMPDIR/shown\"; kill $!; exit' TERM\n"
+                      "echo \"$3\" >>\"$TMPDIR/shown\"\nsleep 60 & wait\n");
+        program.close();
+        QVERIFY(program.setPermissions(QFile::ReadOwner | QFile::ExeOwner));
+        const QByteArray path = qgetenv("PATH");
+        qputenv("PATH", m_folder.path().toLocal8Bit() + ':' + path);
+        const auto shown = [this] {
+            QFile file(m_folder.filePath(QStringLiteral("shown")));
+            return file.open(QIODevice::ReadOnly) ? QString::fromUtf8(file.readAll()) : QString();
+        };
+        const auto asked = [this](const char *question) {
+            WebBrowser::instance()->recvMessage(QString::fromUtf8(question), m_pair->serverSide());
+            return m_pair->page().next();
+        };
+        WebBrowser::instance()->openURL(QStringLiteral("a.html"), QStringLiteral("no=12,张"));
+        QTRY_COMPARE(shown(), QStringLiteral("a.html\n"));
+        QCOMPARE(asked("@"), QStringLiteral("no=12,张"));
+        WebBrowser::instance()->openURL(QStringLiteral("b.html"), QStringLiteral("next"));
+        QTRY_COMPARE(shown(), QStringLiteral("a.html\nended\nb.html\n"));
+        QCOMPARE(asked("@x"), QStringLiteral("next"));
+        WebBrowser::instance()->closeURL();
+        QCOMPARE(shown().count(QStringLiteral("ended")), 2);
+        QCOMPARE(asked("@"), QStringLiteral("next")); // kept until the next page
+        qputenv("PATH", path);
+    }
 
 private:
-    QString run(const QString &command);
+    QString run(const QString &command)
+    {
+        m_dispatcher.recv_msg(command, nullptr);
+        const QString name = command.section(QLatin1Char('('), 0, 0);
+        const QString answer = m_pair->page().next();
+        return answer.mid(5 + name.size()).chopped(3 + name.size());
+    }
     QString script(const char *name) const
     {
         return QCoreApplication::applicationDirPath() + QLatin1Char('/') + QLatin1String(name);
     }
-    int starts(const char *companion) const;
+
+    // How often a script was started, once that many have come.
+    int starts(const char *companion) const
+    {
+        QFile log(m_folder.filePath(QLatin1String(companion) + QLatin1String(".log")));
+        return log.open(QIODevice::ReadOnly) ? log.readAll().count('\n') : 0;
+    }
 
     QTemporaryDir m_folder;
     MessageRun m_dispatcher;
     std::unique_ptr<PagePair> m_pair;
 };
-
-void TestCompanions::initTestCase()
-{
-    qputenv("TMPDIR", m_folder.path().toLocal8Bit()); // where local sockets lie
-    for (const char *name : {"run-elecsign.sh", "run-webbrowser.sh"}) {
-        QFile file(script(name));
-        QVERIFY(file.open(QIODevice::WriteOnly));
-        file.write("echo started >>\"$TMPDIR/$(basename \"$0\").log\"\n");
-    }
-    const CompanionClient::Waits waits{1000ms, 1000ms, 5ms, 1ms, 1ms};
-    SignSouthInterface::instance()->setWaits(waits);
-    Webbrowsersouthinterface::instance()->setWaits(waits);
-    const CompanionClient::Waits usual;
-    QCOMPARE(usual.connect.count(), 30000);
-    QCOMPARE(usual.write.count(), 30000);
-    QCOMPARE(usual.read.count(), 100);
-    QCOMPARE(usual.pause.count(), 2000);
-    QCOMPARE(usual.settle.count(), 300);
-}
-
-void TestCompanions::cleanupTestCase()
-{
-    QFile::remove(script("run-elecsign.sh"));
-    QFile::remove(script("run-webbrowser.sh"));
-}
-
-void TestCompanions::init()
-{
-    recording::reset();
-    for (const char *name : {"run-elecsign.sh.log", "run-webbrowser.sh.log"})
-        QFile::remove(m_folder.filePath(QString::fromUtf8(name)));
-    m_pair = std::make_unique<PagePair>();
-    gpWebSocket = m_pair->serverSide();
-}
-
-void TestCompanions::cleanup()
-{
-    SignSouthInterface::instance()->stop();
-    Webbrowsersouthinterface::instance()->stopWeb();
-    gpWebSocket = nullptr;
-    m_pair.reset();
-}
-
-QString TestCompanions::run(const QString &command)
-{
-    m_dispatcher.recv_msg(command, nullptr);
-    const QString name = command.section(QLatin1Char('('), 0, 0);
-    const QString answer = m_pair->page().next();
-    return answer.mid(5 + name.size()).chopped(3 + name.size());
-}
-
-/// How often a script was started, once that many have come.
-int TestCompanions::starts(const char *companion) const
-{
-    QFile log(m_folder.filePath(QLatin1String(companion) + QLatin1String(".log")));
-    return log.open(QIODevice::ReadOnly) ? log.readAll().count('\n') : 0;
-}
-
-void TestCompanions::signingSendsOneRequest_data()
-{
-    QTest::addColumn<QString>("command");
-    QTest::addColumn<int>("type");
-    QTest::newRow("DoGWQ_StartSign") << QStringLiteral("DoGWQ_StartSign") << 1;
-    QTest::newRow("DoGWQ_StartSignEx") << QStringLiteral("DoGWQ_StartSignEx") << 2;
-}
-
-void TestCompanions::signingSendsOneRequest()
-{
-    QFETCH(QString, command);
-    QFETCH(int, type);
-    FakeCompanion service(signSocket);
-    QCOMPARE(run(command + QStringLiteral("(中.pdf,b.xml,1.2.3.4,1,30,more)")),
-             QStringLiteral("true"));
-    QCOMPARE(service.take(4), number(type));
-    const QByteArray json = service.takeSized();
-    const QJsonObject request = QJsonDocument::fromJson(json).object();
-    QCOMPARE(request,
-             QJsonObject({{QStringLiteral("pdfpath"), QStringLiteral("中.pdf")},
-                          {QStringLiteral("xmlpath"), QStringLiteral("b.xml")},
-                          {QStringLiteral("location"), QStringLiteral("1,2,3,4")},
-                          {QStringLiteral("retain"), QStringLiteral("1")},
-                          {QStringLiteral("timeout"), 30}}));
-    QVERIFY(json.contains("\n    \"pdfpath\"")); // indented
-    QTRY_COMPARE(starts("run-elecsign.sh"), 1);
-
-    // A second job restarts the service and the connection.
-    QPointer<QLocalSocket> first = service.client();
-    QCOMPARE(run(command + QLatin1String("(a,b,1.2.3.4,x,abc)")), QStringLiteral("true"));
-    QTRY_VERIFY(!first || first->state() != QLocalSocket::ConnectedState);
-    QCOMPARE(service.take(4), number(type));
-    QCOMPARE(QJsonDocument::fromJson(service.takeSized()).object().value(QStringLiteral("timeout")),
-             QJsonValue(0));
-    QTRY_COMPARE(starts("run-elecsign.sh"), 2);
-}
-
-void TestCompanions::signingThatIsRefused_data()
-{
-    QTest::addColumn<QString>("args");
-    QTest::addColumn<bool>("connected");
-    // clang-format off
-    QTest::newRow("four fields")     << QStringLiteral("a.pdf,b.xml,1.2.3.4,1")    << false;
-    QTest::newRow("nothing")         << QString()                                  << false;
-    QTest::newRow("three numbers")   << QStringLiteral("a.pdf,b.xml,1.2.3,1,30")   << true;
-    QTest::newRow("no place")        << QStringLiteral("a.pdf,b.xml,,1,30")        << true;
-    // clang-format on
-}
-
-void TestCompanions::signingThatIsRefused()
-{
-    QFETCH(QString, args);
-    FakeCompanion service(signSocket);
-    QCOMPARE(run(QStringLiteral("DoGWQ_StartSign(%1)").arg(args)), QStringLiteral("false"));
-    QTEST(SignSouthInterface::instance()->isConnected(), "connected");
-}
-
-void TestCompanions::withoutAService()
-{
-    QCOMPARE(run(QStringLiteral("DoGWQ_StartSign(a,b,1.2.3.4,1,30)")), QStringLiteral("false"));
-    QTRY_COMPARE(starts("run-elecsign.sh"), 4); // the first, and one after each attempt
-    // Without its script it is the same.
-    const QString away = script("run-elecsign.sh") + QLatin1String(".away");
-    QVERIFY(QFile::rename(script("run-elecsign.sh"), away));
-    const QString result = run(QStringLiteral("DoGWQ_StartSign(a,b,1.2.3.4,1,30)"));
-    QVERIFY(QFile::rename(away, script("run-elecsign.sh")));
-    QCOMPARE(result, QStringLiteral("false"));
-    QCOMPARE(starts("run-elecsign.sh"), 4);
-    // Asked directly it sends nothing, and does no harm.
-    SignSouthInterface::instance()->DoGWQ_StartSign({}, {}, {}, {}, 0);
-}
-
-void TestCompanions::serviceThatComesLate()
-{
-    // Between two attempts the script is started again: this one brings the service up.
-    std::unique_ptr<FakeCompanion> service;
-    CompanionClient::Waits waits{1000ms, 1000ms, 5ms, 200ms, 1ms};
-    SignSouthInterface::instance()->setWaits(waits);
-    std::thread elsewhere([&service] {
-        std::this_thread::sleep_for(100ms);
-        service = std::make_unique<FakeCompanion>(signSocket);
-    });
-    QVERIFY(SignSouthInterface::instance()->start());
-    elsewhere.join();
-    waits.pause = 1ms;
-    SignSouthInterface::instance()->setWaits(waits);
-}
-
-void TestCompanions::repliesAboveAHundredBytes()
-{
-    FakeCompanion service(signSocket);
-    Messages messages(SignSouthInterface::instance());
-    QVERIFY(SignSouthInterface::instance()->start());
-    const QByteArray longEnough(101, 'x');
-    service.say(sized(QByteArray(100, 'y')));
-    QVERIFY(QTest::qWaitFor([&] { return service.client()->bytesToWrite() == 0; }));
-    QTest::qWait(50); // two replies in one read would be no reply at all
-    service.say(sized(longEnough));
-    QCOMPARE(messages.next(), longEnough);
-    QVERIFY(messages.list().isEmpty());
-}
-
-void TestCompanions::repliesInPieces()
-{
-    FakeCompanion service(signSocket);
-    Messages messages(SignSouthInterface::instance());
-    QVERIFY(SignSouthInterface::instance()->start());
-    service.client();
-    const QByteArray payload(300 * 1000, 'p');
-    // The client holds the main thread until all is there: the rest must come from elsewhere.
-    const QByteArray frame = sized(payload);
-    QLocalSocket *socket = service.client();
-    const auto descriptor = static_cast<int>(socket->socketDescriptor());
-    std::thread slow([=] {
-        for (int at = 0; at < frame.size(); at += 70000) {
-            const QByteArray piece = frame.mid(at, 70000);
-            for (int done = 0; done < piece.size();) {
-                const auto written = ::write(descriptor, piece.constData() + done,
-                                             static_cast<std::size_t>(piece.size() - done));
-                if (written > 0)
-                    done += static_cast<int>(written);
-                std::this_thread::sleep_for(2ms);
-            }
-        }
-    });
-    QCOMPARE(messages.next(), payload);
-    slow.join();
-}
-
-void TestCompanions::aServiceThatDiesWithinItsReply_data()
-{
-    QTest::addColumn<QByteArray>("said");
-    QTest::newRow("half a reply") << number(500) + QByteArray(200, 'x');
-    QTest::newRow("more than announced") << number(150) + QByteArray(151, 'x');
-    QTest::newRow("a length below nothing") << number(-5) + QByteArray(200, 'x');
-    QTest::newRow("half a length") << QByteArray("\x01\x02");
-    QTest::newRow("the longest") << number(INT_MAX) + QByteArray(200, 'x');
-}
-
-void TestCompanions::aServiceThatDiesWithinItsReply()
-{
-    QFETCH(QByteArray, said);
-    auto service = std::make_unique<FakeCompanion>(signSocket);
-    Messages messages(SignSouthInterface::instance());
-    QVERIFY(SignSouthInterface::instance()->start());
-    service->say(said);
-    service->client()->disconnectFromServer();
-    service.reset();
-    QTRY_VERIFY(!SignSouthInterface::instance()->isConnected());
-    QCOMPARE(run(QStringLiteral("WebbrowserExit()")), QStringLiteral("true")); // it goes on
-    QVERIFY(messages.list().isEmpty());
-}
-
-void TestCompanions::pages_data()
-{
-    QTest::addColumn<QString>("command");
-    QTest::addColumn<QString>("page");
-    const auto row = [](const char *command, const char *page) {
-        QTest::newRow(command) << QString::fromUtf8(command) << QString::fromUtf8(page);
-    };
-    row("GWQ_CallNumber", "callNo.html");
-    row("GWQ_PaymentInfo", "pay.html");
-    row("DoGWQ_StartInfo", "infoExchange.html");
-    row("GWQ_TellerInfo", "teller.html");
-    row("DoGWQ_StartEvaluator", "evaluate.html");
-}
-
-void TestCompanions::pages()
-{
-    QFETCH(QString, command);
-    QFETCH(QString, page);
-    FakeCompanion helper(browserSocket);
-    QCOMPARE(run(command + QStringLiteral("(no=12,name=李)")), QStringLiteral("true"));
-    QCOMPARE(helper.take(4), number(2));
-    QCOMPARE(QString::fromUtf8(helper.takeSized()),
-             QCoreApplication::applicationDirPath() + QLatin1String("/webSite/") + page);
-    QCOMPARE(helper.takeSized(), QByteArray("no=12,name=李"));
-
-    QCOMPARE(run(command + QLatin1String("()")), QStringLiteral("true"));
-    QCOMPARE(helper.take(4), number(2));
-    helper.takeSized();
-    QCOMPARE(helper.takeSized(), QByteArray());
-
-    QCOMPARE(run(QStringLiteral("OpenURL(http://a/b?c=1,2") + QChar(0) + QStringLiteral("x)")),
-             QStringLiteral("true"));
-    QCOMPARE(helper.take(4), number(1));
-    QCOMPARE(helper.takeSized(), QByteArray("http://a/b?c=1,2"));
-
-    QPointer<QLocalSocket> client = helper.client();
-    QCOMPARE(run(QStringLiteral("WebbrowserExit()")), QStringLiteral("true"));
-    QTRY_VERIFY(!client || client->state() != QLocalSocket::ConnectedState);
-    QTRY_COMPARE(starts("run-webbrowser.sh"), 3);
-}
-
-void TestCompanions::withoutABrowserHelper()
-{
-    QCOMPARE(run(QStringLiteral("OpenURL(http://a)")), QStringLiteral("false"));
-    QCOMPARE(run(QStringLiteral("GWQ_TellerInfo(a)")), QStringLiteral("false"));
-    QVERIFY(!Webbrowsersouthinterface::instance()->openURL(QStringLiteral("x")));
-    QTRY_COMPARE(starts("run-webbrowser.sh"), 8);
-}
-
-void TestCompanions::helperRepliesGoToTheCurrentPage()
-{
-    FakeCompanion helper(browserSocket);
-    QVERIFY(Webbrowsersouthinterface::instance()->start());
-    helper.say(QByteArray("shown 中\0rest", 15));
-    QCOMPARE(m_pair->page().next(), QStringLiteral("shown 中"));
-    gpWebSocket = nullptr;
-    helper.say("to nobody");
-    QTest::qWait(50);
-    QVERIFY(m_pair->page().received().isEmpty());
-}
-
-void TestCompanions::neverBothAtATime()
-{
-    FakeCompanion service(signSocket);
-    FakeCompanion helper(browserSocket);
-    QCOMPARE(run(QStringLiteral("OpenURL(x)")), QStringLiteral("true"));
-    QCOMPARE(run(QStringLiteral("DoGWQ_StartSign(a,b,1.2.3.4,1,30)")), QStringLiteral("true"));
-    QVERIFY(!Webbrowsersouthinterface::instance()->isConnected());
-    QVERIFY(SignSouthInterface::instance()->isConnected());
-    QCOMPARE(run(QStringLiteral("GWQ_CallNumber(1)")), QStringLiteral("true"));
-    QVERIFY(!SignSouthInterface::instance()->isConnected());
-    QVERIFY(Webbrowsersouthinterface::instance()->isConnected());
-}
-
-void TestCompanions::launcherArguments()
-{
-    const auto url = QStringLiteral("/webSite/pay.html");
-    const QVector<QRect> screens{
-        {0, 0, 1920, 1080}, {1920, 0, 1280, 800}, {3200, 0, 1280, 800}, {4480, 0, 1024, 2000}};
-    QStringList line = WebBrowser::arguments(url, screens.mid(0, 1), {1280, 800});
-    QCOMPARE(line.takeFirst(), QStringLiteral("--window-size=1280,800"));
-    QCOMPARE(
-        line,
-        QStringList({QStringLiteral("--new-window"), url,
-                     QStringLiteral("--user-data-dir=/tmp/veltrobrowser12345"),
-                     QStringLiteral("--no-first-run"), QStringLiteral("--no-default-browser-check"),
-                     QStringLiteral("--no-announcement")}));
-    QCOMPARE(WebBrowser::arguments(url, screens, {800, 600}).mid(0, 3),
-             QStringList({QStringLiteral("--kiosk"), QStringLiteral("--window-position=1920,0"),
-                          QStringLiteral("--window-size=800,600")}));
-}
-
-void TestCompanions::launcherShowsOnePageAtATime()
-{
-    // A browser that writes down its life: what it is given, and that it was told to end.
-    QFile program(m_folder.filePath(QStringLiteral("gnome-www-browser")));
-    QVERIFY(program.open(QIODevice::WriteOnly));
-    program.write("#!/bin/bash\ntrap 'echo ended >>\"$TMPDIR/shown\"; kill $!; exit' TERM\n"
-                  "echo \"$3\" >>\"$TMPDIR/shown\"\nsleep 60 & wait\n");
-    program.close();
-    QVERIFY(program.setPermissions(QFile::ReadOwner | QFile::ExeOwner));
-    const QByteArray path = qgetenv("PATH");
-    qputenv("PATH", m_folder.path().toLocal8Bit() + ':' + path);
-    const auto shown = [this] {
-        QFile file(m_folder.filePath(QStringLiteral("shown")));
-        return file.open(QIODevice::ReadOnly) ? QString::fromUtf8(file.readAll()) : QString();
-    };
-    const auto asked = [this](const char *question) {
-        WebBrowser::instance()->recvMessage(QString::fromUtf8(question), m_pair->serverSide());
-        return m_pair->page().next();
-    };
-    WebBrowser::instance()->openURL(QStringLiteral("a.html"), QStringLiteral("no=12,张"));
-    QTRY_COMPARE(shown(), QStringLiteral("a.html\n"));
-    QCOMPARE(asked("@"), QStringLiteral("no=12,张"));
-    WebBrowser::instance()->openURL(QStringLiteral("b.html"), QStringLiteral("next"));
-    QTRY_COMPARE(shown(), QStringLiteral("a.html\nended\nb.html\n"));
-    QCOMPARE(asked("@x"), QStringLiteral("next"));
-    WebBrowser::instance()->closeURL();
-    QCOMPARE(shown().count(QStringLiteral("ended")), 2);
-    QCOMPARE(asked("@"), QStringLiteral("next")); // kept until the next page
-    qputenv("PATH", path);
-}
 
 QTEST_GUILESS_MAIN(TestCompanions)
 #include "tst_companions.moc"

@@ -5,6 +5,7 @@
 #include "dispatch/messagerun.h"
 #include "tests/pages.h"
 #include "tests/recordingdevice.h"
+#include "tests/rows.h"
 
 #include <QTextCodec>
 #include <QtTest>
@@ -35,232 +36,207 @@ class TestDispatch : public QObject
 private Q_SLOTS:
     void init() { recording::reset(); }
 
-    void everyNameIsThereOnce();
-    void textsArePartedAtTheFirstParenthesis_data();
-    void textsArePartedAtTheFirstParenthesis();
-    void repliesOfOtherThreadsLeaveByTheMainThread();
-    void repliesWithoutAPageAreDropped();
-    void eventForms();
-
-    void fieldsOfAnArgumentText();
-    void numbers_data();
-    void numbers();
-    void encodingsOfAField();
-    void aMillionFields();
-
-    void base64Encoding();
-    void base64Decoding();
-    void picturesAsBase64();
-};
-
-void TestDispatch::everyNameIsThereOnce()
-{
-    QStringList names;
+    void everyNameIsThereOnce()
+    {
+        QStringList names;
 #define COMMAND(command) names << QStringLiteral(#command);
 #include "dispatch/commandlist.h"
-    const MessageRun dispatcher;
-    QCOMPARE(dispatcher.commands().size(), names.size());
-    QCOMPARE(names.removeDuplicates(), 0);
-    QCOMPARE(names.size(), 179);
-    for (const QString &name : qAsConst(names))
-        QVERIFY2(dispatcher.commands().contains(name), qPrintable(name));
-}
-
-void TestDispatch::textsArePartedAtTheFirstParenthesis_data()
-{
-    QTest::addColumn<QString>("text");
-    QTest::addColumn<QString>("calls");
-    const auto row = [](const char *title, const char *text, const char *calls) {
-        QTest::newRow(title) << QString::fromUtf8(text) << QString::fromUtf8(calls);
-    };
-    // clang-format off
-    //   what                                      text                         device calls
-    row("no argument",                             "bStartPlay4()",             "bStartPlay4()");
-    row("no parentheses",                          "bStartPlay4",               "bStartPlay4()");
-    row("only the opening one",                    "bStartPlay4(",              "bStartPlay4()");
-    row("the last character is dropped",           "bAVPreview(90,7)",          "bAVPreview(90,7)");
-    row("... whatever it is",                      "bAVPreview(90,78",          "bAVPreview(90,7)");
-    row("... even behind the closing one",         "bAVPreview(90,7)x",         "bAVPreview(90,0)");
-    row("parentheses within",                      "bAVPreview((5),7)",         "bAVPreview(0,7)");
-    row("another case is another name",            "bstartplay4()",             "");
-    row("a blank before the name",                 " bStartPlay4()",            "");
-    row("a blank behind the name",                 "bStartPlay4 ()",            "");
-    row("a name nobody knows",                     "bStartPlay7()",             "");
-    row("nothing",                                 "",                          "");
-    row("a parenthesis",                           "(",                         "");
-    row("the other parenthesis",                   ")",                         "");
-    row("both",                                    "()",                        "");
-    row("only blanks and line ends",               " \r\n\t",                   "");
-    row("a template's marks",                      "%1%2(%1)",                  "");
-    // clang-format on
-}
-
-void TestDispatch::textsArePartedAtTheFirstParenthesis()
-{
-    QFETCH(QString, text);
-    recording::allowAll();
-    MessageRun dispatcher;
-    dispatcher.recv_msg(text, nullptr);
-    QTEST(recording::takeText(), "calls");
-}
-
-void TestDispatch::repliesOfOtherThreadsLeaveByTheMainThread()
-{
-    PagePair pair;
-    gpWebSocket = pair.serverSide();
-    MessageRun dispatcher;
-    std::thread([&dispatcher] { dispatcher.sendmsg_thread(QStringLiteral("late")); }).join();
-    QCOMPARE(pair.page().next(), QStringLiteral("late"));
-
-    // The page leaves before the main thread comes to it.
-    std::thread([&dispatcher] { dispatcher.sendmsg_thread(QStringLiteral("too late")); }).join();
-    gpWebSocket = nullptr;
-    QCoreApplication::processEvents();
-    QCOMPARE(pair.page().received(), QStringList());
-}
-
-void TestDispatch::repliesWithoutAPageAreDropped()
-{
-    gpWebSocket = nullptr;
-    MessageRun::send_msg(QStringLiteral("to nobody"));
-    MessageRun dispatcher;
-    dispatcher.http_reply_slot(200, QStringLiteral("to nobody"));
-    QCOMPARE(MessageRun::reply(QStringLiteral("x"), true), QStringLiteral("BeginxtrueEndx"));
-}
-
-void TestDispatch::eventForms()
-{
-    PagePair pair;
-    gpWebSocket = pair.serverSide();
-    MessageRun dispatcher;
-    MessageRun::send_json_msg(true, QStringLiteral("f"), QStringLiteral("a'b"));
-    QCOMPARE(unquoted(pair.page().next()),
-             QStringLiteral("{'code':'1','funcname':'f','data':'a'b'}"));
-    MessageRun::send_json_msg(false, QStringLiteral("f"), QString());
-    QCOMPARE(unquoted(pair.page().next()), QStringLiteral("{'code':'0','funcname':'f','data':''}"));
-    dispatcher.slot_iAutoshot(3);
-    QCOMPARE(pair.page().next(), QStringLiteral("BeginiAutoScan3EndiAutoScan"));
-    dispatcher.http_reply_slot(500, QStringLiteral("End%1"));
-    QCOMPARE(pair.page().next(), QStringLiteral("BeginsUpLoadImageEx2End%1EndsUpLoadImageEx2"));
-    gpWebSocket = nullptr;
-}
-
-void TestDispatch::fieldsOfAnArgumentText()
-{
-    QCOMPARE(Arguments(QString()).count(), 1);
-    const Arguments fields(QStringLiteral("a,, b ,%1"));
-    QCOMPARE(fields.count(), 4);
-    QCOMPARE(fields.text(0), QStringLiteral("a"));
-    QCOMPARE(fields.text(1), QString());
-    QCOMPARE(fields.text(2), QStringLiteral(" b "));
-    QCOMPARE(fields.text(4), QString());
-    QCOMPARE(fields.text(-1), QString());
-    QCOMPARE(fields.utf8(9), "");
-    QCOMPARE(fields.number<int>(9), 0);
-}
-
-void TestDispatch::numbers_data()
-{
-    QTest::addColumn<QString>("text");
-    QTest::addColumn<short>("asShort");
-    QTest::addColumn<int>("asInt");
-    QTest::addColumn<qint64>("asLong");
-    const auto row = [](const char *text, short asShort, int asInt, qint64 asLong) {
-        QTest::newRow(text) << QString::fromUtf8(text) << asShort << asInt << asLong;
-    };
-    // clang-format off
-    row("90",                    90,     90,          90);
-    row("-5",                    -5,     -5,          -5);
-    row("32767",                 32767,  32767,       32767);
-    row("32768",                 0,      32768,       32768);
-    row("2147483648",            0,      0,           2147483648);
-    row("9223372036854775808",   0,      0,           0);
-    row("0x10",                  0,      0,           0);
-    row("010",                   10,     10,          10);
-    row("1.5",                   0,      0,           0);
-    row("12abc",                 0,      0,           0);
-    row("٣",                     0,      0,           0);
-    row("",                      0,      0,           0);
-    // clang-format on
-}
-
-void TestDispatch::numbers()
-{
-    QFETCH(QString, text);
-    QTEST(numberFrom<short>(text), "asShort");
-    QTEST(numberFrom<int>(text), "asInt");
-    QTEST(numberFrom<qint64>(text), "asLong");
-    QTEST(static_cast<qint64>(numberFrom<long>(text)), "asLong");
-}
-
-void TestDispatch::encodingsOfAField()
-{
-    QTextCodec *const before = QTextCodec::codecForLocale();
-    QTextCodec::setCodecForLocale(QTextCodec::codecForName("GBK"));
-    const Arguments fields(QStringLiteral("中,文"));
-    const char *utf8 = fields.utf8(0);
-    const char *local = fields.local8Bit(0);
-    const char *other = fields.utf8(1);
-    QTextCodec::setCodecForLocale(before);
-    QCOMPARE(utf8, "\xE4\xB8\xAD");
-    QCOMPARE(local, "\xD6\xD0");
-    QCOMPARE(other, "\xE6\x96\x87");
-}
-
-void TestDispatch::aMillionFields()
-{
-    const Arguments fields(QString(1000000, QLatin1Char(',')));
-    QCOMPARE(fields.count(), 1000001);
-    QCOMPARE(fields.text(1000000), QString());
-}
-
-void TestDispatch::base64Encoding()
-{
-    const unsigned char two[] = {0xFB, 0xFF};
-    QCOMPARE(encoded("f", false), std::string("Zg=="));
-    QCOMPARE(encoded("f", true), std::string("Zg.."));
-    QCOMPARE(encoded("fo", false), std::string("Zm8="));
-    QCOMPARE(encoded("fo", true), std::string("Zm8."));
-    QCOMPARE(encoded("foo", true), std::string("Zm9v"));
-    QCOMPARE(encoded("", true), std::string());
-    QCOMPARE(base64_encode(two, 2UL, false), std::string("+/8="));
-    QCOMPARE(base64_encode(two, 2UL, true), std::string("-_8."));
-    QCOMPARE(base64_encode(two, 2U), std::string("+/8="));
-
-    QByteArray bytes;
-    for (int length = 0; length < 1000; ++length) {
-        const std::string text =
-            base64_encode(reinterpret_cast<const unsigned char *>(bytes.constData()),
-                          static_cast<unsigned>(length));
-        QCOMPARE(QByteArray::fromStdString(text), bytes.toBase64());
-        QCOMPARE(QByteArray::fromStdString(base64_decode(text)), bytes);
-        bytes.append(static_cast<char>(length * 37 + length / 7));
+        const MessageRun dispatcher;
+        QCOMPARE(dispatcher.commands().size(), names.size());
+        QCOMPARE(names.removeDuplicates(), 0);
+        QCOMPARE(names.size(), 179);
+        for (const QString &name : qAsConst(names))
+            QVERIFY2(dispatcher.commands().contains(name), qPrintable(name));
     }
-}
 
-void TestDispatch::base64Decoding()
-{
-    QCOMPARE(base64_decode("Zg"), std::string("f"));
-    QCOMPARE(base64_decode("Zm8"), std::string("fo"));
-    QCOMPARE(base64_decode("Zm9v\nZm9v"), std::string("foo"));
-    QCOMPARE(base64_decode("Zm9v=Zm9v"), std::string("foo"));
-    QCOMPARE(base64_decode("Zm9vZ"), std::string("foo"));
-    QCOMPARE(base64_decode("-_8."), std::string());
-    QCOMPARE(base64_decode("Zm9v\xC3\xA9"), std::string("foo"));
-    QCOMPARE(base64_decode(std::string("Zm9v\0Zm9v", 9)), std::string("foo"));
-}
+    void textsArePartedAtTheFirstParenthesis_data()
+    {
+        const Rows<QString, QString> row("text", "calls");
+        // clang-format off
+        //   what                                      text                         device calls
+        row("no argument",                             "bStartPlay4()",             "bStartPlay4()");
+        row("no parentheses",                          "bStartPlay4",               "bStartPlay4()");
+        row("only the opening one",                    "bStartPlay4(",              "bStartPlay4()");
+        row("the last character is dropped",           "bAVPreview(90,7)",          "bAVPreview(90,7)");
+        row("... whatever it is",                      "bAVPreview(90,78",          "bAVPreview(90,7)");
+        row("... even behind the closing one",         "bAVPreview(90,7)x",         "bAVPreview(90,0)");
+        row("parentheses within",                      "bAVPreview((5),7)",         "bAVPreview(0,7)");
+        row("another case is another name",            "bstartplay4()",             "");
+        row("a blank before the name",                 " bStartPlay4()",            "");
+        row("a blank behind the name",                 "bStartPlay4 ()",            "");
+        row("a name nobody knows",                     "bStartPlay7()",             "");
+        row("nothing",                                 "",                          "");
+        row("a parenthesis",                           "(",                         "");
+        row("the other parenthesis",                   ")",                         "");
+        row("both",                                    "()",                        "");
+        row("only blanks and line ends",               " \r\n\t",                   "");
+        row("a template's marks",                      "%1%2(%1)",                  "");
+        // clang-format on
+    }
 
-void TestDispatch::picturesAsBase64()
-{
-    const cv::Mat picture(48, 64, CV_8UC3, cv::Scalar(10, 200, 30));
-    const std::string bytes = base64_decode(Mat2Base64(picture, "JPG"));
-    const cv::Mat back =
-        cv::imdecode(std::vector<char>(bytes.begin(), bytes.end()), cv::IMREAD_COLOR);
-    QCOMPARE(back.size(), picture.size());
-    QVERIFY(cv::norm(back, picture, cv::NORM_INF) < 8);
-    QCOMPARE(Mat2Base64(cv::Mat(), "JPG"), std::string());
-    QCOMPARE(Mat2Base64(picture, "no such type"), std::string());
-}
+    void textsArePartedAtTheFirstParenthesis()
+    {
+        QFETCH(QString, text);
+        MessageRun dispatcher;
+        dispatcher.recv_msg(text, nullptr);
+        QTEST(recording::takeText(), "calls");
+    }
+
+    void repliesOfOtherThreadsLeaveByTheMainThread()
+    {
+        PagePair pair;
+        gpWebSocket = pair.serverSide();
+        MessageRun dispatcher;
+        std::thread([&dispatcher] { dispatcher.sendmsg_thread(QStringLiteral("late")); }).join();
+        QCOMPARE(pair.page().next(), QStringLiteral("late"));
+
+        // The page leaves before the main thread comes to it.
+        std::thread([&dispatcher] {
+            dispatcher.sendmsg_thread(QStringLiteral("too late"));
+        }).join();
+        gpWebSocket = nullptr;
+        QCoreApplication::processEvents();
+        QCOMPARE(pair.page().received(), QStringList());
+    }
+
+    void repliesWithoutAPageAreDropped()
+    {
+        gpWebSocket = nullptr;
+        MessageRun::send_msg(QStringLiteral("to nobody"));
+        MessageRun dispatcher;
+        dispatcher.http_reply_slot(200, QStringLiteral("to nobody"));
+        QCOMPARE(MessageRun::reply(QStringLiteral("x"), true), QStringLiteral("BeginxtrueEndx"));
+    }
+
+    void eventForms()
+    {
+        PagePair pair;
+        gpWebSocket = pair.serverSide();
+        MessageRun dispatcher;
+        MessageRun::send_json_msg(true, QStringLiteral("f"), QStringLiteral("a'b"));
+        QCOMPARE(unquoted(pair.page().next()),
+                 QStringLiteral("{'code':'1','funcname':'f','data':'a'b'}"));
+        MessageRun::send_json_msg(false, QStringLiteral("f"), QString());
+        QCOMPARE(unquoted(pair.page().next()),
+                 QStringLiteral("{'code':'0','funcname':'f','data':''}"));
+        dispatcher.slot_iAutoshot(3);
+        QCOMPARE(pair.page().next(), QStringLiteral("BeginiAutoScan3EndiAutoScan"));
+        dispatcher.http_reply_slot(500, QStringLiteral("End%1"));
+        QCOMPARE(pair.page().next(), QStringLiteral("BeginsUpLoadImageEx2End%1EndsUpLoadImageEx2"));
+        gpWebSocket = nullptr;
+    }
+
+    void fieldsOfAnArgumentText()
+    {
+        QCOMPARE(Arguments(QString()).count(), 1);
+        const Arguments fields(QStringLiteral("a,, b ,%1"));
+        QCOMPARE(fields.count(), 4);
+        QCOMPARE(fields.text(0), QStringLiteral("a"));
+        QCOMPARE(fields.text(1), QString());
+        QCOMPARE(fields.text(2), QStringLiteral(" b "));
+        QCOMPARE(fields.text(4), QString());
+        QCOMPARE(fields.text(-1), QString());
+        QCOMPARE(fields.utf8(9), "");
+        QCOMPARE(fields.number<int>(9), 0);
+    }
+
+    void numbers_data()
+    {
+        const Rows<short, int, qint64> row("asShort", "asInt", "asLong");
+        // clang-format off
+        row("90",                    90,     90,          90);
+        row("-5",                    -5,     -5,          -5);
+        row("32767",                 32767,  32767,       32767);
+        row("32768",                 0,      32768,       32768);
+        row("2147483648",            0,      0,           2147483648);
+        row("9223372036854775808",   0,      0,           0);
+        row("0x10",                  0,      0,           0);
+        row("010",                   10,     10,          10);
+        row("1.5",                   0,      0,           0);
+        row("12abc",                 0,      0,           0);
+        row("٣",                     0,      0,           0);
+        row("",                      0,      0,           0);
+        // clang-format on
+    }
+
+    void numbers()
+    {
+        const QString text = QString::fromUtf8(QTest::currentDataTag());
+        QTEST(numberFrom<short>(text), "asShort");
+        QTEST(numberFrom<int>(text), "asInt");
+        QTEST(numberFrom<qint64>(text), "asLong");
+        QTEST(static_cast<qint64>(numberFrom<long>(text)), "asLong");
+    }
+
+    void encodingsOfAField()
+    {
+        QTextCodec *const before = QTextCodec::codecForLocale();
+        QTextCodec::setCodecForLocale(QTextCodec::codecForName("GBK"));
+        const Arguments fields(QStringLiteral("中,文"));
+        const char *utf8 = fields.utf8(0);
+        const char *local = fields.local8Bit(0);
+        const char *other = fields.utf8(1);
+        QTextCodec::setCodecForLocale(before);
+        QCOMPARE(utf8, "\xE4\xB8\xAD");
+        QCOMPARE(local, "\xD6\xD0");
+        QCOMPARE(other, "\xE6\x96\x87");
+    }
+
+    void aMillionFields()
+    {
+        const Arguments fields(QString(1000000, QLatin1Char(',')));
+        QCOMPARE(fields.count(), 1000001);
+        QCOMPARE(fields.text(1000000), QString());
+    }
+
+    void base64Encoding()
+    {
+        const unsigned char two[] = {0xFB, 0xFF};
+        QCOMPARE(encoded("f", false), std::string("Zg=="));
+        QCOMPARE(encoded("f", true), std::string("Zg.."));
+        QCOMPARE(encoded("fo", false), std::string("Zm8="));
+        QCOMPARE(encoded("fo", true), std::string("Zm8."));
+        QCOMPARE(encoded("foo", true), std::string("Zm9v"));
+        QCOMPARE(encoded("", true), std::string());
+        QCOMPARE(base64_encode(two, 2UL, false), std::string("+/8="));
+        QCOMPARE(base64_encode(two, 2UL, true), std::string("-_8."));
+        QCOMPARE(base64_encode(two, 2U), std::string("+/8="));
+
+        QByteArray bytes;
+        for (int length = 0; length < 1000; ++length) {
+            const std::string text =
+                base64_encode(reinterpret_cast<const unsigned char *>(bytes.constData()),
+                              static_cast<unsigned>(length));
+            QCOMPARE(QByteArray::fromStdString(text), bytes.toBase64());
+            QCOMPARE(QByteArray::fromStdString(base64_decode(text)), bytes);
+            bytes.append(static_cast<char>(length * 37 + length / 7));
+        }
+    }
+
+    void base64Decoding()
+    {
+        QCOMPARE(base64_decode("Zg"), std::string("f"));
+        QCOMPARE(base64_decode("Zm8"), std::string("fo"));
+        QCOMPARE(base64_decode("Zm9v\nZm9v"), std::string("foo"));
+        QCOMPARE(base64_decode("Zm9v=Zm9v"), std::string("foo"));
+        QCOMPARE(base64_decode("Zm9vZ"), std::string("foo"));
+        QCOMPARE(base64_decode("-_8."), std::string());
+        QCOMPARE(base64_decode("Zm9v\xC3\xA9"), std::string("foo"));
+        QCOMPARE(base64_decode(std::string("Zm9v\0Zm9v", 9)), std::string("foo"));
+    }
+
+    void picturesAsBase64()
+    {
+        const cv::Mat picture(48, 64, CV_8UC3, cv::Scalar(10, 200, 30));
+        const std::string bytes = base64_decode(Mat2Base64(picture, "JPG"));
+        const cv::Mat back =
+            cv::imdecode(std::vector<char>(bytes.begin(), bytes.end()), cv::IMREAD_COLOR);
+        QCOMPARE(back.size(), picture.size());
+        QVERIFY(cv::norm(back, picture, cv::NORM_INF) < 8);
+        QCOMPARE(Mat2Base64(cv::Mat(), "JPG"), std::string());
+        QCOMPARE(Mat2Base64(picture, "no such type"), std::string());
+    }
+};
 
 QTEST_GUILESS_MAIN(TestDispatch)
 #include "tst_dispatch.moc"

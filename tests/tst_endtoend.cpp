@@ -33,12 +33,96 @@ class TestEndToEnd : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
-    void initTestCase();
-    void cleanupTestCase();
+    void initTestCase()
+    {
+        QVERIFY2(!somebodyListens(),
+                 "port 1818 is taken: end the server that runs, then try again");
+        QVERIFY2(countInstances().count == 0,
+                 "a process with the server's name on its command line runs (ps -ef): it would not "
+                 "start");
+        // A folder of its own, for settings and log. Its name must not hold "sh": such processes
+        // are not counted as instances.
+        m_folder = QStringLiteral("/tmp/rvo-e2e-%1").arg(QCoreApplication::applicationPid());
+        QVERIFY(QDir().mkpath(m_folder));
+        const QDir built = QFileInfo(QStringLiteral(PROGRAM)).dir();
+        for (const char *name : {"rvowebSocketServer", "libdoccamera.so", "libcardreader.so"}) {
+            const QString file = QString::fromUtf8(name);
+            QVERIFY2(QFile::copy(built.filePath(file), inFolder(file)), name);
+        }
+        QFile settings(inFolder(QStringLiteral("devices.ini")));
+        QVERIFY(settings.open(QIODevice::WriteOnly));
+        settings.write("[cameras]\n1=scene\n2=image:/nowhere.png\n");
+        settings.close();
 
-    void aPageSeesTheDeskScene();
-    void aSecondInstanceEnds();
-    void theLogTellsWhatHappened();
+        m_server.start(program(), QStringList());
+        QVERIFY(m_server.waitForStarted());
+        QTRY_VERIFY_WITH_TIMEOUT(somebodyListens(), 30000);
+    }
+
+    void cleanupTestCase()
+    {
+        m_server.kill();
+        m_server.waitForFinished();
+        if (!m_folder.isEmpty())
+            QDir(m_folder).removeRecursively();
+    }
+
+    void aPageSeesTheDeskScene()
+    {
+        Page page(port);
+        Page other(port);
+        QVERIFY(page.isConnected() && other.isConnected());
+        page.send(QStringLiteral("bStartPlay()"));
+        QCOMPARE(page.nextReply(), QStringLiteral("BeginbStartPlaytrueEndbStartPlay"));
+        QCOMPARE(other.nextReply(), QStringLiteral("BeginbStartPlaytrueEndbStartPlay"));
+
+        QSet<QString> frames;
+        for (int i = 0; i < 20; ++i) {
+            const QString text = page.next();
+            const QImage frame = QImage::fromData(QByteArray::fromBase64(text.toLatin1()), "JPG");
+            QCOMPARE(frame.size(), QSize(800, 600));
+            frames << text;
+        }
+        QVERIFY2(frames.size() > 10, "the picture stands still");
+        QVERIFY(other.next().startsWith(QLatin1String("/9j/")));
+
+        // A camera that isn't there: the reply says so after three tries.
+        page.send(QStringLiteral("bStartPlay2()"));
+        QCOMPARE(page.nextReply(), QStringLiteral("BeginbStartPlay2falseEndbStartPlay2"));
+
+        page.send(QStringLiteral("bStopPlay()"));
+        QCOMPARE(page.nextReply(), QStringLiteral("BeginbStopPlaytrueEndbStopPlay"));
+        page.send(QStringLiteral("bGetPreviewEnable()"));
+        QCOMPARE(page.next(), QStringLiteral("BeginbGetPreviewEnabletrueEndbGetPreviewEnable"));
+    }
+
+    void aSecondInstanceEnds()
+    {
+        QProcess second;
+        second.setProcessChannelMode(QProcess::MergedChannels);
+        second.start(program(), QStringList());
+        QVERIFY(second.waitForFinished(30000));
+        QCOMPARE(second.exitStatus(), QProcess::NormalExit);
+        QCOMPARE(second.exitCode(), 0);
+        QVERIFY(second.readAll().contains("process[rvowebSocketServer] is already running!!!"));
+        QVERIFY(Page(port).isConnected());
+    }
+
+    void theLogTellsWhatHappened()
+    {
+        QFile log(inFolder(QStringLiteral("log/vx_log_%1.txt")
+                               .arg(QDate::currentDate().toString(QStringLiteral("yyyy-MM-dd")))));
+        QVERIFY(log.open(QIODevice::ReadOnly));
+        const QString text = QString::fromUtf8(log.readAll());
+        for (const char *line : {
+                 "]  boreaTcp：系统启动\n",
+                 "]  版本编译时间 ",
+                 "]  portable device library ",
+                 "\"bStartPlay()\"\n",
+                 "/nowhere.png",
+             })
+            QVERIFY2(text.contains(QString::fromUtf8(line)), line);
+    }
 
 private:
     QString inFolder(const QString &name) const { return m_folder + QLatin1Char('/') + name; }
@@ -47,96 +131,6 @@ private:
     QString m_folder;
     QProcess m_server;
 };
-
-void TestEndToEnd::initTestCase()
-{
-    QVERIFY2(!somebodyListens(), "port 1818 is taken: end the server that runs, then try again");
-    QVERIFY2(
-        countInstances().count == 0,
-        "a process with the server's name on its command line runs (ps -ef): it would not start");
-    // A folder of its own, for settings and log. Its name must not hold "sh": such processes are
-    // not counted as instances.
-    m_folder = QStringLiteral("/tmp/rvo-e2e-%1").arg(QCoreApplication::applicationPid());
-    QVERIFY(QDir().mkpath(m_folder));
-    const QDir built(QCoreApplication::applicationDirPath() + QLatin1String("/.."));
-    for (const char *name : {"rvowebSocketServer", "libdoccamera.so", "libcardreader.so"}) {
-        const QString file = QString::fromUtf8(name);
-        QVERIFY2(QFile::copy(built.filePath(file), inFolder(file)), name);
-    }
-    QFile settings(inFolder(QStringLiteral("devices.ini")));
-    QVERIFY(settings.open(QIODevice::WriteOnly));
-    settings.write("[cameras]\n1=scene\n2=image:/nowhere.png\n");
-    settings.close();
-
-    m_server.start(program(), QStringList());
-    QVERIFY(m_server.waitForStarted());
-    QTRY_VERIFY_WITH_TIMEOUT(somebodyListens(), 30000);
-}
-
-void TestEndToEnd::cleanupTestCase()
-{
-    m_server.kill();
-    m_server.waitForFinished();
-    if (!m_folder.isEmpty())
-        QDir(m_folder).removeRecursively();
-}
-
-void TestEndToEnd::aPageSeesTheDeskScene()
-{
-    Page page(port);
-    Page other(port);
-    QVERIFY(page.isConnected() && other.isConnected());
-    page.send(QStringLiteral("bStartPlay()"));
-    QCOMPARE(page.nextReply(), QStringLiteral("BeginbStartPlaytrueEndbStartPlay"));
-    QCOMPARE(other.nextReply(), QStringLiteral("BeginbStartPlaytrueEndbStartPlay"));
-
-    QSet<QString> frames;
-    for (int i = 0; i < 20; ++i) {
-        const QString text = page.next();
-        const QImage frame = QImage::fromData(QByteArray::fromBase64(text.toLatin1()), "JPG");
-        QCOMPARE(frame.size(), QSize(800, 600));
-        frames << text;
-    }
-    QVERIFY2(frames.size() > 10, "the picture stands still");
-    QVERIFY(other.next().startsWith(QLatin1String("/9j/")));
-
-    // A camera that isn't there: the reply says so after three tries.
-    page.send(QStringLiteral("bStartPlay2()"));
-    QCOMPARE(page.nextReply(), QStringLiteral("BeginbStartPlay2falseEndbStartPlay2"));
-
-    page.send(QStringLiteral("bStopPlay()"));
-    QCOMPARE(page.nextReply(), QStringLiteral("BeginbStopPlaytrueEndbStopPlay"));
-    page.send(QStringLiteral("bGetPreviewEnable()"));
-    QCOMPARE(page.next(), QStringLiteral("BeginbGetPreviewEnabletrueEndbGetPreviewEnable"));
-}
-
-void TestEndToEnd::aSecondInstanceEnds()
-{
-    QProcess second;
-    second.setProcessChannelMode(QProcess::MergedChannels);
-    second.start(program(), QStringList());
-    QVERIFY(second.waitForFinished(30000));
-    QCOMPARE(second.exitStatus(), QProcess::NormalExit);
-    QCOMPARE(second.exitCode(), 0);
-    QVERIFY(second.readAll().contains("process[rvowebSocketServer] is already running!!!"));
-    QVERIFY(Page(port).isConnected());
-}
-
-void TestEndToEnd::theLogTellsWhatHappened()
-{
-    QFile log(inFolder(QStringLiteral("log/vx_log_%1.txt")
-                           .arg(QDate::currentDate().toString(QStringLiteral("yyyy-MM-dd")))));
-    QVERIFY(log.open(QIODevice::ReadOnly));
-    const QString text = QString::fromUtf8(log.readAll());
-    for (const char *line : {
-             "]  boreaTcp：系统启动\n",
-             "]  版本编译时间 ",
-             "]  portable device library ",
-             "\"bStartPlay()\"\n",
-             "/nowhere.png",
-         })
-        QVERIFY2(text.contains(QString::fromUtf8(line)), line);
-}
 
 QTEST_GUILESS_MAIN(TestEndToEnd)
 #include "tst_endtoend.moc"

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include "camera/frameencoder.h"
+#include "tests/rows.h"
 
 #include <QBuffer>
 #include <QRandomGenerator>
@@ -39,120 +40,111 @@ class TestFrameEncoder : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
-    void sameBytesAsQt_data();
-    void sameBytesAsQt();
-    void sameBytesAsQtAtAnySize();
-    void densityIsThePictures();
-    void otherPicturesGoByQt();
-    void whatHasNoJpeg();
-    void textsInUseAreLeftAlone();
-};
-
-void TestFrameEncoder::sameBytesAsQt_data()
-{
-    QTest::addColumn<QSize>("source");
-    QTest::addColumn<QSize>("target");
-    // clang-format off
-    QTest::newRow("the usual way down")        << QSize(1920, 1080) << QSize(800, 600);
-    QTest::newRow("a document camera")         << QSize(2592, 1944) << QSize(800, 600);
-    QTest::newRow("same size")                 << QSize(800, 600)   << QSize(800, 600);
-    QTest::newRow("up")                        << QSize(640, 480)   << QSize(1024, 768);
-    QTest::newRow("tenfold")                   << QSize(100, 80)    << QSize(1000, 800);
-    QTest::newRow("narrower and higher")       << QSize(1280, 720)  << QSize(407, 1013);
-    QTest::newRow("odd sizes")                 << QSize(333, 251)   << QSize(401, 303);
-    QTest::newRow("one pixel more")            << QSize(800, 600)   << QSize(801, 601);
-    QTest::newRow("one pixel less")            << QSize(800, 600)   << QSize(799, 599);
-    QTest::newRow("one column")                << QSize(1, 480)     << QSize(10, 600);
-    QTest::newRow("very wide")                 << QSize(641, 48)    << QSize(7001, 301);
-    QTest::newRow("smallest preview")          << QSize(1600, 1200) << QSize(400, 300);
-    // clang-format on
-}
-
-void TestFrameEncoder::sameBytesAsQt()
-{
-    QFETCH(QSize, source);
-    QFETCH(QSize, target);
-    FrameEncoder encoder;
-    QList<QImage::Format> formats{QImage::Format_RGB32, QImage::Format_RGB888};
-#if QT_VERSION >= QT_VERSION_CHECK(5, 14, 0)
-    formats << QImage::Format_BGR888;
-#endif
-    for (const QImage::Format format : qAsConst(formats)) {
-        const QImage frame = picture(source, format);
-        QVERIFY2(encoder.encode(frame, target) == expected(frame, target),
-                 qPrintable(QStringLiteral("format %1").arg(format)));
+    void sameBytesAsQt_data()
+    {
+        const Rows<QSize, QSize> row("source", "target");
+        // clang-format off
+        row("the usual way down",  QSize(1920, 1080), QSize(800, 600));
+        row("a document camera",   QSize(2592, 1944), QSize(800, 600));
+        row("same size",           QSize(800, 600),   QSize(800, 600));
+        row("up",                  QSize(640, 480),   QSize(1024, 768));
+        row("tenfold",             QSize(100, 80),    QSize(1000, 800));
+        row("narrower and higher", QSize(1280, 720),  QSize(407, 1013));
+        row("odd sizes",           QSize(333, 251),   QSize(401, 303));
+        row("one pixel more",      QSize(800, 600),   QSize(801, 601));
+        row("one pixel less",      QSize(800, 600),   QSize(799, 599));
+        row("one column",          QSize(1, 480),     QSize(10, 600));
+        row("very wide",           QSize(641, 48),    QSize(7001, 301));
+        row("smallest preview",    QSize(1600, 1200), QSize(400, 300));
+        // clang-format on
     }
-}
 
-void TestFrameEncoder::sameBytesAsQtAtAnySize()
-{
-    FrameEncoder encoder;
-    QRandomGenerator random(1818);
-    const auto size = [&random](int most) {
-        return QSize(1 + random.bounded(most), 1 + random.bounded(most));
-    };
-    for (int i = 0; i < 300; ++i) {
-        const QSize source = size(200);
-        const QSize target = size(400);
-        const auto format = i % 2 == 0 ? QImage::Format_RGB32 : QImage::Format_RGB888;
-        const QImage frame = picture(source, format);
-        if (encoder.encode(frame, target) != expected(frame, target)) {
-            qWarning() << source << target << format;
-            QFAIL("another picture than Qt's");
+    void sameBytesAsQt()
+    {
+        QFETCH(QSize, source);
+        QFETCH(QSize, target);
+        FrameEncoder encoder;
+        QList<QImage::Format> formats{QImage::Format_RGB32, QImage::Format_RGB888};
+#if QT_VERSION >= QT_VERSION_CHECK(5, 14, 0)
+        formats << QImage::Format_BGR888;
+#endif
+        for (const QImage::Format format : qAsConst(formats)) {
+            const QImage frame = picture(source, format);
+            QVERIFY2(encoder.encode(frame, target) == expected(frame, target),
+                     qPrintable(QStringLiteral("format %1").arg(format)));
         }
     }
-}
 
-void TestFrameEncoder::densityIsThePictures()
-{
-    FrameEncoder encoder;
-    QImage frame = picture({320, 240}, QImage::Format_RGB888);
-    for (int perMetre = 0; perMetre < 30000; perMetre = perMetre * 9 / 8 + 1) {
-        frame.setDotsPerMeterX(perMetre);
-        frame.setDotsPerMeterY(perMetre * 5 / 7);
-        QVERIFY2(encoder.encode(frame, {400, 300}) == expected(frame, {400, 300}),
-                 qPrintable(QString::number(perMetre)));
+    void sameBytesAsQtAtAnySize()
+    {
+        FrameEncoder encoder;
+        QRandomGenerator random(1818);
+        const auto size = [&random](int most) {
+            return QSize(1 + random.bounded(most), 1 + random.bounded(most));
+        };
+        for (int i = 0; i < 300; ++i) {
+            const QSize source = size(200);
+            const QSize target = size(400);
+            const auto format = i % 2 == 0 ? QImage::Format_RGB32 : QImage::Format_RGB888;
+            const QImage frame = picture(source, format);
+            if (encoder.encode(frame, target) != expected(frame, target)) {
+                qWarning() << source << target << format;
+                QFAIL("another picture than Qt's");
+            }
+        }
     }
-}
 
-void TestFrameEncoder::otherPicturesGoByQt()
-{
-    FrameEncoder encoder;
-    for (const QImage::Format format :
-         {QImage::Format_Grayscale8, QImage::Format_ARGB32, QImage::Format_Mono}) {
-        const QImage frame = picture({640, 480}, format);
-        QVERIFY(encoder.encode(frame, {400, 300}) == expected(frame, {400, 300}));
+    void densityIsThePictures()
+    {
+        FrameEncoder encoder;
+        QImage frame = picture({320, 240}, QImage::Format_RGB888);
+        for (int perMetre = 0; perMetre < 30000; perMetre = perMetre * 9 / 8 + 1) {
+            frame.setDotsPerMeterX(perMetre);
+            frame.setDotsPerMeterY(perMetre * 5 / 7);
+            QVERIFY2(encoder.encode(frame, {400, 300}) == expected(frame, {400, 300}),
+                     qPrintable(QString::number(perMetre)));
+        }
     }
-    QImage commented = picture({640, 480}, QImage::Format_RGB32);
-    commented.setText(QStringLiteral("Camera"), QStringLiteral("main"));
-    QVERIFY(encoder.encode(commented, {400, 300}) == expected(commented, {400, 300}));
-}
 
-void TestFrameEncoder::whatHasNoJpeg()
-{
-    FrameEncoder encoder;
-    const QImage frame = picture({64, 48}, QImage::Format_RGB32);
-    QVERIFY(encoder.encode(QImage(), {400, 300}).isEmpty());
-    QVERIFY(encoder.encode(frame, {-800, 600}).isEmpty());
-    QVERIFY(encoder.encode(frame, {400, 0}).isEmpty());
-    QVERIFY(encoder.encode(frame, {65501, 1}).isEmpty());
-    for (const int width : {32766, 32767, 65500})
-        QVERIFY(encoder.encode(frame, {width, 1}) == expected(frame, {width, 1}));
-}
-
-void TestFrameEncoder::textsInUseAreLeftAlone()
-{
-    FrameEncoder encoder;
-    const QSize size{400, 300};
-    QList<QByteArray> kept;
-    QList<QByteArray> copies;
-    for (int width = 40; width < 60; ++width) {
-        const QImage frame = picture({width, 48}, QImage::Format_RGB888);
-        kept << encoder.encode(frame, size);
-        copies << expected(frame, size);
+    void otherPicturesGoByQt()
+    {
+        FrameEncoder encoder;
+        for (const QImage::Format format :
+             {QImage::Format_Grayscale8, QImage::Format_ARGB32, QImage::Format_Mono}) {
+            const QImage frame = picture({640, 480}, format);
+            QVERIFY(encoder.encode(frame, {400, 300}) == expected(frame, {400, 300}));
+        }
+        QImage commented = picture({640, 480}, QImage::Format_RGB32);
+        commented.setText(QStringLiteral("Camera"), QStringLiteral("main"));
+        QVERIFY(encoder.encode(commented, {400, 300}) == expected(commented, {400, 300}));
     }
-    QVERIFY(kept == copies);
-}
+
+    void whatHasNoJpeg()
+    {
+        FrameEncoder encoder;
+        const QImage frame = picture({64, 48}, QImage::Format_RGB32);
+        QVERIFY(encoder.encode(QImage(), {400, 300}).isEmpty());
+        QVERIFY(encoder.encode(frame, {-800, 600}).isEmpty());
+        QVERIFY(encoder.encode(frame, {400, 0}).isEmpty());
+        QVERIFY(encoder.encode(frame, {65501, 1}).isEmpty());
+        for (const int width : {32766, 32767, 65500})
+            QVERIFY(encoder.encode(frame, {width, 1}) == expected(frame, {width, 1}));
+    }
+
+    void textsInUseAreLeftAlone()
+    {
+        FrameEncoder encoder;
+        const QSize size{400, 300};
+        QList<QByteArray> kept;
+        QList<QByteArray> copies;
+        for (int width = 40; width < 60; ++width) {
+            const QImage frame = picture({width, 48}, QImage::Format_RGB888);
+            kept << encoder.encode(frame, size);
+            copies << expected(frame, size);
+        }
+        QVERIFY(kept == copies);
+    }
+};
 
 QTEST_GUILESS_MAIN(TestFrameEncoder)
 #include "tst_frameencoder.moc"

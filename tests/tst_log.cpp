@@ -2,6 +2,7 @@
 #include "log/qlog.h"
 #include "log/qlogtonet.h"
 #include "log/trace.h"
+#include "tests/rows.h"
 #include "tests/textstreamlog.h"
 
 #include <QCoreApplication>
@@ -88,39 +89,491 @@ class TestLog : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
-    void initTestCase();
-    void init();
-    void cleanup();
+    void initTestCase()
+    {
+        m_log = QLog::instance();
+        QCOMPARE(QLog::instance(), m_log);
+        QCOMPARE(m_log->netPort(), quint16(34353));
+        QCOMPARE(m_log->saveDay(), quint16(30));
+        QCOMPARE(m_log->maxLogSize(), DefaultMaxLogSize);
+    }
 
-    void folderBesideTheProgramExistsFromTheStart();
-    void withoutFlagsMessagesAreQts();
-    void everyTypeOfMessageIsOneBareLine();
-    void eachDayHasItsFile();
-    void localEncodingIsUsed();
-    void secondRotationOfASecondWaits();
-    void filesAreThoseOfATextStream_data();
-    void filesAreThoseOfATextStream();
-    void fileCutShortByOthersIsNoticed();
-    void oldFilesAreDeleted_data();
-    void oldFilesAreDeleted();
-    void dayChangeDeletesOldFilesOnce();
-    void newFolderTakesTheNextLine();
-    void unwritableFolderLosesNothingLater();
-    void signalPassesMessagesOn();
-    void printingWhileLoggingIsDropped();
-    void slotMayChangeTheLog();
-    void linesOfManyThreadsStayWhole();
+    void init()
+    {
+        m_folder = std::make_unique<QTemporaryDir>();
+        QVERIFY(m_folder->isValid());
+        m_log->setLogPath(m_folder->path());
+        m_log->setMaxLogSize(DefaultMaxLogSize);
+        m_log->setSaveDay(30);
+        m_log->setPort(freePort());
+    }
 
-    void listenersHearTheSame();
-    void netLogBegunInAPlainThreadIsHeard();
-    void lastLinesAreHeardBeforeTheEnd();
-    void newPortReplacesTheOld();
-    void takenPortIsNoHarm();
-    void stalledListenerIsDropped();
-    void talkingListenerIsIgnored();
+    void cleanup()
+    {
+        m_log->handler({});
+        m_log->setClock({});
+    }
 
-    void traceTellsItsPlace();
-    void programEndGivesMessagesBackToQt();
+    void folderBesideTheProgramExistsFromTheStart()
+    {
+        QVERIFY(QFileInfo(QCoreApplication::applicationDirPath() + QStringLiteral("/log")).isDir());
+    }
+
+    void withoutFlagsMessagesAreQts()
+    {
+        static QStringList messages;
+        messages.clear();
+        m_log->handler(QLog::LogToFile);
+        print(QStringLiteral("mine"));
+        m_log->handler({});
+        const QtMessageHandler before = qInstallMessageHandler(
+            [](QtMsgType, const QMessageLogContext &, const QString &text) { messages << text; });
+        m_log->handler({}); // no change of flags: whoever has the handler keeps it
+        print(QStringLiteral("Qt's"));
+        qInstallMessageHandler(before);
+        QCOMPARE(messages, QStringList{QStringLiteral("Qt's")});
+        QCOMPARE(today(), QByteArray("mine\n"));
+    }
+
+    void everyTypeOfMessageIsOneBareLine()
+    {
+        m_log->handler(QLog::LogToFile);
+        qDebug("debug %%1");
+        qInfo("info");
+        qWarning("系统启动");
+        qCritical("%s", "");
+        QCOMPARE(today(), QByteArray("debug %1\ninfo\n系统启动\n\n"));
+    }
+
+    void eachDayHasItsFile()
+    {
+        setTime(QStringLiteral("2022-11-17T23:59:59.999"));
+        m_log->handler(QLog::LogToFile);
+        print(QStringLiteral("late"));
+        setTime(QStringLiteral("2022-11-18T00:00:00.000"));
+        print(QStringLiteral("early"));
+        m_now += 24 * 3600 * 1000 - 1;
+        print(QStringLiteral("late again"));
+        m_now -= 24 * 3600 * 1000; // somebody sets the clock back
+        print(QStringLiteral("back"));
+        QCOMPARE(content(filePath(QStringLiteral("2022-11-17"))), QByteArray("late\nback\n"));
+        QCOMPARE(content(filePath(QStringLiteral("2022-11-18"))),
+                 QByteArray("early\nlate again\n"));
+    }
+
+    void localEncodingIsUsed()
+    {
+        QTextCodec *const before = QTextCodec::codecForLocale();
+        QTextCodec *const gbk = QTextCodec::codecForName("GBK");
+        QTextCodec::setCodecForLocale(gbk);
+        m_log->handler(QLog::LogToFile);
+        print(QStringLiteral("系统启动"));
+        QTextCodec::setCodecForLocale(before);
+        QCOMPARE(today(), gbk->fromUnicode(QStringLiteral("系统启动\n")));
+    }
+
+    void secondRotationOfASecondWaits()
+    {
+        setTime(QStringLiteral("2022-11-17T11:28:11.000"));
+        m_log->setMaxLogSize(5);
+        m_log->handler(QLog::LogToFile);
+        print(QStringLiteral("first"));
+        print(QStringLiteral("second")); // finds 6 bytes
+        print(QStringLiteral("third"));
+        m_now += 999;
+        print(QStringLiteral("fourth")); // finds 6 bytes, but the name is taken
+        QCOMPARE(files(),
+                 (QStringList{QStringLiteral("vx_log_2022-11-17-112811.txt"),
+                              QStringLiteral("vx_log_2022-11-17.txt")}));
+        m_now += 1;
+        print(QStringLiteral("fifth"));
+        QCOMPARE(content(filePath(QStringLiteral("2022-11-17-112811"))),
+                 QByteArray("first\nsecond\n"));
+        QCOMPARE(content(filePath(QStringLiteral("2022-11-17-112812"))),
+                 QByteArray("third\nfourth\nfifth\n"));
+        QVERIFY(!QFile::exists(filePath(QStringLiteral("2022-11-17"))));
+    }
+
+    void filesAreThoseOfATextStream_data()
+    {
+        const Rows<QByteArray, int, int> row("codecName", "maxSize", "lines");
+        // clang-format off
+        row("UTF-8",                   "UTF-8",       40000, 3000);
+        row("GBK",                     "GBK",         40000, 3000);
+        row("an encoding with states", "ISO-2022-JP", 40000, 3000);
+        row("a rotation at each line", "UTF-8",       -1,    300);
+        // clang-format on
+    }
+
+    void filesAreThoseOfATextStream()
+    {
+        QFETCH(const QByteArray, codecName);
+        QFETCH(const int, maxSize);
+        QFETCH(const int, lines);
+        QTextCodec *const before = QTextCodec::codecForLocale();
+        QTextCodec::setCodecForLocale(QTextCodec::codecForName(codecName));
+        setTime(QStringLiteral("2022-11-17T20:00:00.000"));
+        const QTemporaryDir otherFolder;
+        TextStreamLog other(otherFolder.path(), maxSize, [this] { return m_now.load(); });
+        m_log->setMaxLogSize(maxSize);
+        m_log->handler(QLog::LogToFile);
+
+        const QString letters = QStringLiteral("bSaveJPG(/tmp,柜台扫描)é𠀀") + QChar(0)
+            + QStringLiteral("\n") + QChar(0xd840); // half a character last
+        // 16384 characters are what a text stream keeps before it bothers the file.
+        const std::vector<int> lengths{0, 1, 60, 300, 4000, 16382, 16383, 16384, 16385, 30000};
+        const std::vector<int> weights{2, 2, 60, 20, 6, 1, 2, 2, 2, 3};
+        std::mt19937 random(7);
+        std::discrete_distribution<std::size_t> kind(weights.begin(), weights.end());
+        for (int line = 0; line < lines; ++line) {
+            QString text;
+            const int length = lengths[kind(random)];
+            for (int i = int(random() % 7); text.size() < length; ++i)
+                text += letters[i % letters.size()];
+            const QString name = QDateTime::fromMSecsSinceEpoch(m_now).toString(
+                QStringLiteral("'vx_log_'yyyy-MM-dd'.txt'"));
+            other.write(text);
+            print(text);
+            QVERIFY2(QFileInfo(m_folder->filePath(name)).size()
+                         == QFileInfo(otherFolder.filePath(name)).size(),
+                     qPrintable(QString::number(line)));
+            m_now += random() % 8 ? 7300 : 90; // past midnight; now and then two a second
+        }
+        QTextCodec::setCodecForLocale(before);
+
+        const QStringList names = files();
+        QVERIFY2(names.size() > 100, qPrintable(QString::number(names.size())));
+        QCOMPARE(names, QDir(otherFolder.path()).entryList(QDir::Files, QDir::Name));
+        for (const QString &name : names)
+            QVERIFY2(content(m_folder->filePath(name)) == content(otherFolder.filePath(name)),
+                     qPrintable(name));
+    }
+
+    void fileCutShortByOthersIsNoticed()
+    {
+        setTime(QStringLiteral("2022-11-17T11:28:00.000"));
+        m_log->setMaxLogSize(10);
+        m_log->handler(QLog::LogToFile);
+        print(QStringLiteral("0123456789"));
+        QVERIFY(QFile::resize(filePath(QStringLiteral("2022-11-17")), 0));
+        m_now += 60000;
+        print(QStringLiteral("short"));
+        QCOMPARE(content(filePath(QStringLiteral("2022-11-17"))), QByteArray("short\n"));
+    }
+
+    void oldFilesAreDeleted_data()
+    {
+        const QStringList ours{QStringLiteral("vx_log_2022-11-17.txt"),
+                               QStringLiteral("vx_log_2022-11-17-112811.txt"),
+                               QStringLiteral("old vx.txt")};
+        const QStringList others{QStringLiteral("VX.txt"), QStringLiteral("notes.txt"),
+                                 QStringLiteral("vx.log")};
+        const QStringList one{ours.first()};
+        const Rows<QStringList, int, int, int, QStringList> row("names", "saveDay", "ageInDays",
+                                                                "ageInMsecs", "left");
+        // clang-format off
+        //            what                                            names           keep  age       left
+        row("fewer files than days: none goes", ours,          4, 40, 0,  ours);
+        row("as many files as days: all old ones go", ours,          3, 40, 0,  QStringList());
+        row("others stay but count, if they are .txt", ours + others, 5, 40, 0,  others);
+        row("other endings do not count",       ours + others, 6, 40, 0,  ours + others);
+        row("young ones stay",                  ours,          2, 1,  0,  ours);
+        row("to the day: goes",                 one,           1, 1,  0,  QStringList());
+        row("a millisecond younger: stays",     one,           1, 1,  -1, one);
+        row("none kept",                        ours + others, 0, 0,  0,  others);
+        // clang-format on
+    }
+
+    void oldFilesAreDeleted()
+    {
+        QFETCH(const QStringList, names);
+        QFETCH(const int, saveDay);
+        QFETCH(const int, ageInDays);
+        QFETCH(const int, ageInMsecs);
+        QFETCH(QStringList, left);
+        createFiles(names);
+        const QFileInfo last(m_folder->filePath(names.first()));
+        const QDateTime created =
+            last.birthTime().isValid() ? last.birthTime() : last.metadataChangeTime();
+        const bool several = names.size() > 1; // created within some milliseconds
+        m_log->setClock([&] {
+            return created.addDays(ageInDays)
+                .addMSecs(ageInMsecs + (several ? 60000 : 0))
+                .toMSecsSinceEpoch();
+        });
+        m_log->setSaveDay(quint16(saveDay));
+        m_log->autoDeleteLog();
+        left.sort();
+        QCOMPARE(files(), left);
+    }
+
+    void dayChangeDeletesOldFilesOnce()
+    {
+        const QStringList old{QStringLiteral("vx1.txt"), QStringLiteral("vx2.txt")};
+        m_now = QDateTime(QDate::currentDate().addDays(40), QTime(23, 59, 59)).toMSecsSinceEpoch();
+        m_log->setClock([this] { return m_now.load(); });
+        m_log->setSaveDay(2);
+        m_log->handler(QLog::LogToFile);
+        print(QStringLiteral("before"));
+        createFiles(old);
+        print(QStringLiteral("still before"));
+        QCOMPARE(files().size(), 3);
+        m_now += 1000;
+        print(QStringLiteral("after"));
+        QCOMPARE(files().size(), 1); // the file of the day that is over was made now, 40 days ago
+        createFiles(old);
+        m_now += 3600 * 1000;
+        print(QStringLiteral("long after"));
+        QCOMPARE(files().size(), 3);
+    }
+
+    void newFolderTakesTheNextLine()
+    {
+        m_log->handler(QLog::LogToFile);
+        print(QStringLiteral("here"));
+        m_log->setLogPath(m_folder->filePath(QStringLiteral("a/b")));
+        print(QStringLiteral("there"));
+        QCOMPARE(today(), QByteArray("there\n"));
+        m_log->setLogPath(m_folder->path());
+        print(QStringLiteral("here again"));
+        QCOMPARE(today(), QByteArray("here\nhere again\n"));
+    }
+
+    void unwritableFolderLosesNothingLater()
+    {
+        createFiles({QStringLiteral("file")});
+        m_log->setLogPath(m_folder->filePath(QStringLiteral("file/log")));
+        m_log->handler(QLog::LogToFile);
+        print(QStringLiteral("(this line belongs on standard error)"));
+        m_log->setLogPath(m_folder->path());
+        print(QStringLiteral("heard again"));
+        QCOMPARE(today(), QByteArray("heard again\n"));
+    }
+
+    void signalPassesMessagesOn()
+    {
+        QSignalSpy spy(m_log, &QLog::sig_newLog);
+        m_log->handler(QLog::LogToSignal);
+        print(QStringLiteral("柜台"));
+        QCOMPARE(spy.count(), 1);
+        QCOMPARE(spy.first().first().toString(), QStringLiteral("柜台"));
+        QVERIFY(files().isEmpty());
+    }
+
+    void printingWhileLoggingIsDropped()
+    {
+        const QObject context;
+        connect(m_log, &QLog::sig_newLog, &context,
+                [] { qWarning("(from a slot: not in the log)"); });
+        m_log->setClock([] {
+            qWarning("(from a function of the log: not in the log)");
+            return QDateTime::currentMSecsSinceEpoch();
+        });
+        m_log->handler(QLog::LogToFile | QLog::LogToSignal);
+        print(QStringLiteral("one"));
+        m_log->autoDeleteLog();
+        print(QStringLiteral("two"));
+        QCOMPARE(today(), QByteArray("one\ntwo\n"));
+    }
+
+    void slotMayChangeTheLog()
+    {
+        const QObject context;
+        connect(m_log, &QLog::sig_newLog, &context, [this] {
+            m_log->setMaxLogSize(m_log->maxLogSize() + 1);
+            m_log->handler({});
+        });
+        m_log->handler(QLog::LogToFile | QLog::LogToSignal);
+        print(QStringLiteral("one"));
+        QCOMPARE(m_log->maxLogSize(), DefaultMaxLogSize + 1);
+        QCOMPARE(today(), QByteArray("one\n"));
+    }
+
+    void linesOfManyThreadsStayWhole()
+    {
+        constexpr int Threads = 8;
+        constexpr int Lines = 500;
+        m_log->setMaxLogSize(20000); // with rotations in between
+        m_log->handler(QLog::LogToFile);
+        std::vector<std::thread> threads;
+        for (int number = 0; number < Threads; ++number) {
+            threads.emplace_back([number] {
+                for (int line = 0; line < Lines; ++line)
+                    print(QStringLiteral("%1 %2 %3")
+                              .arg(number)
+                              .arg(line)
+                              .arg(QString(line % 90, QChar(u'a' + number))));
+            });
+        }
+        for (std::thread &thread : threads)
+            thread.join();
+
+        QByteArray all;
+        for (const QString &name : files()) // rotated ones first, oldest first
+            all += content(m_folder->filePath(name));
+        std::vector<int> next(Threads, 0);
+        const QList<QByteArray> lines = all.trimmed().split('\n');
+        QCOMPARE(lines.size(), Threads * Lines);
+        for (const QByteArray &line : lines) {
+            const QList<QByteArray> parts = line.split(' ');
+            QCOMPARE(parts.size(), 3);
+            const int number = parts[0].toInt();
+            const int expected = next[std::size_t(number)]++;
+            QCOMPARE(parts[1].toInt(), expected);
+            QCOMPARE(parts[2], QByteArray(expected % 90, char('a' + number)));
+        }
+    }
+
+    void listenersHearTheSame()
+    {
+        m_log->handler(QLog::LogToNet);
+        print(QStringLiteral("before anyone listens"));
+        Listener stays;
+        QVERIFY(stays.join(m_log->netPort()));
+        QVERIFY(beginListening(stays));
+        auto leaves = std::make_unique<Listener>();
+        QVERIFY(leaves->join(m_log->netPort()));
+        QVERIFY(beginListening(*leaves));
+        print(QStringLiteral("柜台"));
+        print(QString());
+        print(QStringLiteral("end"));
+        QTRY_VERIFY(leaves->heard().endsWith("?柜台end"));
+        QTRY_VERIFY(stays.heard().endsWith("?柜台end"));
+        leaves.reset();
+        for (int i = 0; i < 20; ++i)
+            print(QStringLiteral("."));
+        QTRY_VERIFY(stays.heard().endsWith("?柜台end" + QByteArray(20, '.')));
+        QCOMPARE(stays.state(), QAbstractSocket::ConnectedState);
+    }
+
+    void netLogBegunInAPlainThreadIsHeard()
+    {
+        m_log->handler(QLog::LogToNet);
+        std::thread([] { print(QStringLiteral("from a device library's thread")); }).join();
+        Listener listener;
+        QVERIFY(listener.join(m_log->netPort()));
+        QVERIFY(beginListening(listener));
+    }
+
+    void lastLinesAreHeardBeforeTheEnd()
+    {
+        m_log->handler(QLog::LogToNet | QLog::LogToFile);
+        Listener listener;
+        print(QStringLiteral("begin"));
+        QVERIFY(listener.join(m_log->netPort()));
+        QVERIFY(beginListening(listener));
+        for (int i = 0; i < 200; ++i)
+            print(QStringLiteral("."));
+        m_log->handler(QLog::LogToFile);
+        QVERIFY(isFree(m_log->netPort()));
+        QTRY_COMPARE(listener.state(), QAbstractSocket::UnconnectedState);
+        QVERIFY(listener.heard().endsWith(QByteArray(200, '.')));
+        print(QStringLiteral("only in the file"));
+        QVERIFY(today().endsWith(".\nonly in the file\n"));
+    }
+
+    void newPortReplacesTheOld()
+    {
+        m_log->handler(QLog::LogToNet);
+        print(QStringLiteral("on the old port"));
+        const quint16 oldPort = m_log->netPort();
+        QVERIFY(!isFree(oldPort));
+        Listener listener;
+        QVERIFY(listener.join(oldPort));
+        m_log->setPort(oldPort);
+        QVERIFY(!isFree(oldPort));
+        m_log->setPort(freePort());
+        QVERIFY(isFree(oldPort));
+        QTRY_COMPARE(listener.state(), QAbstractSocket::UnconnectedState);
+        print(QStringLiteral("on the new port"));
+        QVERIFY(listener.join(m_log->netPort()));
+        QVERIFY(beginListening(listener));
+    }
+
+    void takenPortIsNoHarm()
+    {
+        QTcpServer other;
+        QVERIFY(other.listen(QHostAddress::AnyIPv4));
+        m_log->setPort(other.serverPort());
+        m_log->handler(QLog::LogToNet | QLog::LogToFile);
+        print(QStringLiteral("one"));
+        print(QStringLiteral("two"));
+        m_log->handler({});
+        QCOMPARE(today(), QByteArray("one\ntwo\n"));
+    }
+
+    void stalledListenerIsDropped()
+    {
+        constexpr int MessageSize = 2 * 1024 * 1024;
+        constexpr int Messages = 16; // far more than the limit and the system's buffers together
+        m_log->handler(QLog::LogToNet);
+        print(QStringLiteral("begin"));
+        Listener reads;
+        QVERIFY(reads.join(m_log->netPort()));
+        QVERIFY(beginListening(reads));
+        Listener stalls;
+        QVERIFY(stalls.join(m_log->netPort()));
+        QVERIFY(beginListening(stalls));
+        print(QStringLiteral("!"));
+        QTRY_VERIFY(reads.heard().endsWith('!'));
+        stalls.stall();
+        qint64 expected = reads.heard().size();
+        for (int i = 0; i < Messages; ++i) {
+            print(QString(MessageSize, QLatin1Char('x')));
+            expected += MessageSize;
+            QTRY_COMPARE(qint64(reads.heard().size()), expected);
+        }
+        qint64 stillCame = 0;
+        connect(&stalls, &QTcpSocket::readyRead, &stalls,
+                [&] { stillCame += stalls.readAll().size(); });
+        stalls.setReadBufferSize(0);
+        stillCame += stalls.readAll().size();
+        QTRY_COMPARE(stalls.state(), QAbstractSocket::UnconnectedState);
+        QVERIFY(stillCame < qint64(Messages) * MessageSize);
+        print(QStringLiteral("goes on"));
+        QTRY_VERIFY(reads.heard().endsWith("goes on"));
+    }
+
+    void talkingListenerIsIgnored()
+    {
+        const quint16 port = freePort();
+        const QLogToNet net(port);
+        Listener listener;
+        QVERIFY(listener.join(port));
+        QTRY_COMPARE(net.findChildren<QTcpSocket *>().size(), 1);
+        const QTcpSocket *itsSocket = net.findChild<QTcpSocket *>();
+        QSignalSpy arrived(itsSocket, &QTcpSocket::readyRead);
+        listener.write(QByteArray(100000, 'x'));
+        QVERIFY(arrived.wait());
+        QCOMPARE(itsSocket->bytesAvailable(), Q_INT64_C(0));
+    }
+
+    void traceTellsItsPlace()
+    {
+        m_log->handler(QLog::LogToFile);
+        const QString fromPage = QStringLiteral("a\n2 b \"c\"");
+        const int line = __LINE__ + 1;
+        TRACE << "text" << fromPage << 7;
+        TRACE;
+        const QByteArray place = " traceTellsItsPlace tst_log";
+        QCOMPARE(today(),
+                 QByteArray::number(line) + place + " text \"a\\n2 b \\\"c\\\"\" 7\n"
+                     + QByteArray::number(line + 1) + place + "\n");
+    }
+
+    void programEndGivesMessagesBackToQt()
+    {
+        QProcess program;
+        program.start(QCoreApplication::applicationFilePath(),
+                      {QLatin1String(PrintAtExit), m_folder->path(), QString::number(freePort())});
+        QVERIFY(program.waitForFinished());
+        QCOMPARE(program.exitStatus(), QProcess::NormalExit);
+        QCOMPARE(program.exitCode(), 0);
+        // A thread that begins when the application object is gone may draw a warning from Qt
+        // before.
+        QVERIFY(program.readAllStandardError().endsWith("after the log\n"));
+        QCOMPARE(today(), QByteArray("while it runs\nafter the application object\n"));
+    }
 
 private:
     QString filePath(const QString &time) const
@@ -157,493 +610,6 @@ private:
     std::unique_ptr<QTemporaryDir> m_folder;
     std::atomic<qint64> m_now{0};
 };
-
-void TestLog::initTestCase()
-{
-    m_log = QLog::instance();
-    QCOMPARE(QLog::instance(), m_log);
-    QCOMPARE(m_log->netPort(), quint16(34353));
-    QCOMPARE(m_log->saveDay(), quint16(30));
-    QCOMPARE(m_log->maxLogSize(), DefaultMaxLogSize);
-}
-
-void TestLog::init()
-{
-    m_folder = std::make_unique<QTemporaryDir>();
-    QVERIFY(m_folder->isValid());
-    m_log->setLogPath(m_folder->path());
-    m_log->setMaxLogSize(DefaultMaxLogSize);
-    m_log->setSaveDay(30);
-    m_log->setPort(freePort());
-}
-
-void TestLog::cleanup()
-{
-    m_log->handler({});
-    m_log->setClock({});
-}
-
-void TestLog::folderBesideTheProgramExistsFromTheStart()
-{
-    QVERIFY(QFileInfo(QCoreApplication::applicationDirPath() + QStringLiteral("/log")).isDir());
-}
-
-void TestLog::withoutFlagsMessagesAreQts()
-{
-    static QStringList messages;
-    messages.clear();
-    m_log->handler(QLog::LogToFile);
-    print(QStringLiteral("mine"));
-    m_log->handler({});
-    const QtMessageHandler before = qInstallMessageHandler(
-        [](QtMsgType, const QMessageLogContext &, const QString &text) { messages << text; });
-    m_log->handler({}); // no change of flags: whoever has the handler keeps it
-    print(QStringLiteral("Qt's"));
-    qInstallMessageHandler(before);
-    QCOMPARE(messages, QStringList{QStringLiteral("Qt's")});
-    QCOMPARE(today(), QByteArray("mine\n"));
-}
-
-void TestLog::everyTypeOfMessageIsOneBareLine()
-{
-    m_log->handler(QLog::LogToFile);
-    qDebug("debug %%1");
-    qInfo("info");
-    qWarning("系统启动");
-    qCritical("%s", "");
-    QCOMPARE(today(), QByteArray("debug %1\ninfo\n系统启动\n\n"));
-}
-
-void TestLog::eachDayHasItsFile()
-{
-    setTime(QStringLiteral("2022-11-17T23:59:59.999"));
-    m_log->handler(QLog::LogToFile);
-    print(QStringLiteral("late"));
-    setTime(QStringLiteral("2022-11-18T00:00:00.000"));
-    print(QStringLiteral("early"));
-    m_now += 24 * 3600 * 1000 - 1;
-    print(QStringLiteral("late again"));
-    m_now -= 24 * 3600 * 1000; // somebody sets the clock back
-    print(QStringLiteral("back"));
-    QCOMPARE(content(filePath(QStringLiteral("2022-11-17"))), QByteArray("late\nback\n"));
-    QCOMPARE(content(filePath(QStringLiteral("2022-11-18"))), QByteArray("early\nlate again\n"));
-}
-
-void TestLog::localEncodingIsUsed()
-{
-    QTextCodec *const before = QTextCodec::codecForLocale();
-    QTextCodec *const gbk = QTextCodec::codecForName("GBK");
-    QTextCodec::setCodecForLocale(gbk);
-    m_log->handler(QLog::LogToFile);
-    print(QStringLiteral("系统启动"));
-    QTextCodec::setCodecForLocale(before);
-    QCOMPARE(today(), gbk->fromUnicode(QStringLiteral("系统启动\n")));
-}
-
-void TestLog::secondRotationOfASecondWaits()
-{
-    setTime(QStringLiteral("2022-11-17T11:28:11.000"));
-    m_log->setMaxLogSize(5);
-    m_log->handler(QLog::LogToFile);
-    print(QStringLiteral("first"));
-    print(QStringLiteral("second")); // finds 6 bytes
-    print(QStringLiteral("third"));
-    m_now += 999;
-    print(QStringLiteral("fourth")); // finds 6 bytes, but the name is taken
-    QCOMPARE(files(),
-             (QStringList{QStringLiteral("vx_log_2022-11-17-112811.txt"),
-                          QStringLiteral("vx_log_2022-11-17.txt")}));
-    m_now += 1;
-    print(QStringLiteral("fifth"));
-    QCOMPARE(content(filePath(QStringLiteral("2022-11-17-112811"))), QByteArray("first\nsecond\n"));
-    QCOMPARE(content(filePath(QStringLiteral("2022-11-17-112812"))),
-             QByteArray("third\nfourth\nfifth\n"));
-    QVERIFY(!QFile::exists(filePath(QStringLiteral("2022-11-17"))));
-}
-
-void TestLog::filesAreThoseOfATextStream_data()
-{
-    QTest::addColumn<QByteArray>("codecName");
-    QTest::addColumn<int>("maxSize");
-    QTest::addColumn<int>("lines");
-    // clang-format off
-    QTest::newRow("UTF-8")                   << QByteArray("UTF-8")       << 40000 << 3000;
-    QTest::newRow("GBK")                     << QByteArray("GBK")         << 40000 << 3000;
-    QTest::newRow("an encoding with states") << QByteArray("ISO-2022-JP") << 40000 << 3000;
-    QTest::newRow("a rotation at each line") << QByteArray("UTF-8")       <<    -1 <<  300;
-    // clang-format on
-}
-
-void TestLog::filesAreThoseOfATextStream()
-{
-    QFETCH(const QByteArray, codecName);
-    QFETCH(const int, maxSize);
-    QFETCH(const int, lines);
-    QTextCodec *const before = QTextCodec::codecForLocale();
-    QTextCodec::setCodecForLocale(QTextCodec::codecForName(codecName));
-    setTime(QStringLiteral("2022-11-17T20:00:00.000"));
-    const QTemporaryDir otherFolder;
-    TextStreamLog other(otherFolder.path(), maxSize, [this] { return m_now.load(); });
-    m_log->setMaxLogSize(maxSize);
-    m_log->handler(QLog::LogToFile);
-
-    const QString letters = QStringLiteral("bSaveJPG(/tmp,柜台扫描)é𠀀") + QChar(0)
-        + QStringLiteral("\n") + QChar(0xd840); // half a character last
-    // 16384 characters are what a text stream keeps before it bothers the file.
-    const std::vector<int> lengths{0, 1, 60, 300, 4000, 16382, 16383, 16384, 16385, 30000};
-    const std::vector<int> weights{2, 2, 60, 20, 6, 1, 2, 2, 2, 3};
-    std::mt19937 random(7);
-    std::discrete_distribution<std::size_t> kind(weights.begin(), weights.end());
-    for (int line = 0; line < lines; ++line) {
-        QString text;
-        const int length = lengths[kind(random)];
-        for (int i = int(random() % 7); text.size() < length; ++i)
-            text += letters[i % letters.size()];
-        const QString name = QDateTime::fromMSecsSinceEpoch(m_now).toString(
-            QStringLiteral("'vx_log_'yyyy-MM-dd'.txt'"));
-        other.write(text);
-        print(text);
-        QVERIFY2(QFileInfo(m_folder->filePath(name)).size()
-                     == QFileInfo(otherFolder.filePath(name)).size(),
-                 qPrintable(QString::number(line)));
-        m_now += random() % 8 ? 7300 : 90; // past midnight; now and then two a second
-    }
-    QTextCodec::setCodecForLocale(before);
-
-    const QStringList names = files();
-    QVERIFY2(names.size() > 100, qPrintable(QString::number(names.size())));
-    QCOMPARE(names, QDir(otherFolder.path()).entryList(QDir::Files, QDir::Name));
-    for (const QString &name : names)
-        QVERIFY2(content(m_folder->filePath(name)) == content(otherFolder.filePath(name)),
-                 qPrintable(name));
-}
-
-void TestLog::fileCutShortByOthersIsNoticed()
-{
-    setTime(QStringLiteral("2022-11-17T11:28:00.000"));
-    m_log->setMaxLogSize(10);
-    m_log->handler(QLog::LogToFile);
-    print(QStringLiteral("0123456789"));
-    QVERIFY(QFile::resize(filePath(QStringLiteral("2022-11-17")), 0));
-    m_now += 60000;
-    print(QStringLiteral("short"));
-    QCOMPARE(content(filePath(QStringLiteral("2022-11-17"))), QByteArray("short\n"));
-}
-
-void TestLog::oldFilesAreDeleted_data()
-{
-    const QStringList ours{QStringLiteral("vx_log_2022-11-17.txt"),
-                           QStringLiteral("vx_log_2022-11-17-112811.txt"),
-                           QStringLiteral("old vx.txt")};
-    const QStringList others{QStringLiteral("VX.txt"), QStringLiteral("notes.txt"),
-                             QStringLiteral("vx.log")};
-    const QStringList one{ours.first()};
-    QTest::addColumn<QStringList>("names");
-    QTest::addColumn<int>("saveDay");
-    QTest::addColumn<int>("ageInDays");
-    QTest::addColumn<int>("ageInMsecs");
-    QTest::addColumn<QStringList>("left");
-    // clang-format off
-    //            what                                            names           keep  age       left
-    QTest::newRow("fewer files than days: none goes")           << ours          << 4 << 40 << 0 << ours;
-    QTest::newRow("as many files as days: all old ones go")     << ours          << 3 << 40 << 0 << QStringList();
-    QTest::newRow("others stay but count, if they are .txt")    << ours + others << 5 << 40 << 0 << others;
-    QTest::newRow("other endings do not count")                 << ours + others << 6 << 40 << 0 << ours + others;
-    QTest::newRow("young ones stay")                            << ours          << 2 <<  1 << 0 << ours;
-    QTest::newRow("to the day: goes")                           << one           << 1 <<  1 << 0 << QStringList();
-    QTest::newRow("a millisecond younger: stays")               << one           << 1 <<  1 << -1 << one;
-    QTest::newRow("none kept")                                  << ours + others << 0 <<  0 << 0 << others;
-    // clang-format on
-}
-
-void TestLog::oldFilesAreDeleted()
-{
-    QFETCH(const QStringList, names);
-    QFETCH(const int, saveDay);
-    QFETCH(const int, ageInDays);
-    QFETCH(const int, ageInMsecs);
-    QFETCH(QStringList, left);
-    createFiles(names);
-    const QFileInfo last(m_folder->filePath(names.first()));
-    const QDateTime created =
-        last.birthTime().isValid() ? last.birthTime() : last.metadataChangeTime();
-    const bool several = names.size() > 1; // created within some milliseconds
-    m_log->setClock([&] {
-        return created.addDays(ageInDays)
-            .addMSecs(ageInMsecs + (several ? 60000 : 0))
-            .toMSecsSinceEpoch();
-    });
-    m_log->setSaveDay(quint16(saveDay));
-    m_log->autoDeleteLog();
-    left.sort();
-    QCOMPARE(files(), left);
-}
-
-void TestLog::dayChangeDeletesOldFilesOnce()
-{
-    const QStringList old{QStringLiteral("vx1.txt"), QStringLiteral("vx2.txt")};
-    m_now = QDateTime(QDate::currentDate().addDays(40), QTime(23, 59, 59)).toMSecsSinceEpoch();
-    m_log->setClock([this] { return m_now.load(); });
-    m_log->setSaveDay(2);
-    m_log->handler(QLog::LogToFile);
-    print(QStringLiteral("before"));
-    createFiles(old);
-    print(QStringLiteral("still before"));
-    QCOMPARE(files().size(), 3);
-    m_now += 1000;
-    print(QStringLiteral("after"));
-    QCOMPARE(files().size(), 1); // the file of the day that is over was made now, 40 days ago
-    createFiles(old);
-    m_now += 3600 * 1000;
-    print(QStringLiteral("long after"));
-    QCOMPARE(files().size(), 3);
-}
-
-void TestLog::newFolderTakesTheNextLine()
-{
-    m_log->handler(QLog::LogToFile);
-    print(QStringLiteral("here"));
-    m_log->setLogPath(m_folder->filePath(QStringLiteral("a/b")));
-    print(QStringLiteral("there"));
-    QCOMPARE(today(), QByteArray("there\n"));
-    m_log->setLogPath(m_folder->path());
-    print(QStringLiteral("here again"));
-    QCOMPARE(today(), QByteArray("here\nhere again\n"));
-}
-
-void TestLog::unwritableFolderLosesNothingLater()
-{
-    createFiles({QStringLiteral("file")});
-    m_log->setLogPath(m_folder->filePath(QStringLiteral("file/log")));
-    m_log->handler(QLog::LogToFile);
-    print(QStringLiteral("(this line belongs on standard error)"));
-    m_log->setLogPath(m_folder->path());
-    print(QStringLiteral("heard again"));
-    QCOMPARE(today(), QByteArray("heard again\n"));
-}
-
-void TestLog::signalPassesMessagesOn()
-{
-    QSignalSpy spy(m_log, &QLog::sig_newLog);
-    m_log->handler(QLog::LogToSignal);
-    print(QStringLiteral("柜台"));
-    QCOMPARE(spy.count(), 1);
-    QCOMPARE(spy.first().first().toString(), QStringLiteral("柜台"));
-    QVERIFY(files().isEmpty());
-}
-
-void TestLog::printingWhileLoggingIsDropped()
-{
-    const QObject context;
-    connect(m_log, &QLog::sig_newLog, &context, [] { qWarning("(from a slot: not in the log)"); });
-    m_log->setClock([] {
-        qWarning("(from a function of the log: not in the log)");
-        return QDateTime::currentMSecsSinceEpoch();
-    });
-    m_log->handler(QLog::LogToFile | QLog::LogToSignal);
-    print(QStringLiteral("one"));
-    m_log->autoDeleteLog();
-    print(QStringLiteral("two"));
-    QCOMPARE(today(), QByteArray("one\ntwo\n"));
-}
-
-void TestLog::slotMayChangeTheLog()
-{
-    const QObject context;
-    connect(m_log, &QLog::sig_newLog, &context, [this] {
-        m_log->setMaxLogSize(m_log->maxLogSize() + 1);
-        m_log->handler({});
-    });
-    m_log->handler(QLog::LogToFile | QLog::LogToSignal);
-    print(QStringLiteral("one"));
-    QCOMPARE(m_log->maxLogSize(), DefaultMaxLogSize + 1);
-    QCOMPARE(today(), QByteArray("one\n"));
-}
-
-void TestLog::linesOfManyThreadsStayWhole()
-{
-    constexpr int Threads = 8;
-    constexpr int Lines = 500;
-    m_log->setMaxLogSize(20000); // with rotations in between
-    m_log->handler(QLog::LogToFile);
-    std::vector<std::thread> threads;
-    for (int number = 0; number < Threads; ++number) {
-        threads.emplace_back([number] {
-            for (int line = 0; line < Lines; ++line)
-                print(QStringLiteral("%1 %2 %3")
-                          .arg(number)
-                          .arg(line)
-                          .arg(QString(line % 90, QChar(u'a' + number))));
-        });
-    }
-    for (std::thread &thread : threads)
-        thread.join();
-
-    QByteArray all;
-    for (const QString &name : files()) // rotated ones first, oldest first
-        all += content(m_folder->filePath(name));
-    std::vector<int> next(Threads, 0);
-    const QList<QByteArray> lines = all.trimmed().split('\n');
-    QCOMPARE(lines.size(), Threads * Lines);
-    for (const QByteArray &line : lines) {
-        const QList<QByteArray> parts = line.split(' ');
-        QCOMPARE(parts.size(), 3);
-        const int number = parts[0].toInt();
-        const int expected = next[std::size_t(number)]++;
-        QCOMPARE(parts[1].toInt(), expected);
-        QCOMPARE(parts[2], QByteArray(expected % 90, char('a' + number)));
-    }
-}
-
-void TestLog::listenersHearTheSame()
-{
-    m_log->handler(QLog::LogToNet);
-    print(QStringLiteral("before anyone listens"));
-    Listener stays;
-    QVERIFY(stays.join(m_log->netPort()));
-    QVERIFY(beginListening(stays));
-    auto leaves = std::make_unique<Listener>();
-    QVERIFY(leaves->join(m_log->netPort()));
-    QVERIFY(beginListening(*leaves));
-    print(QStringLiteral("柜台"));
-    print(QString());
-    print(QStringLiteral("end"));
-    QTRY_VERIFY(leaves->heard().endsWith("?柜台end"));
-    QTRY_VERIFY(stays.heard().endsWith("?柜台end"));
-    leaves.reset();
-    for (int i = 0; i < 20; ++i)
-        print(QStringLiteral("."));
-    QTRY_VERIFY(stays.heard().endsWith("?柜台end" + QByteArray(20, '.')));
-    QCOMPARE(stays.state(), QAbstractSocket::ConnectedState);
-}
-
-void TestLog::netLogBegunInAPlainThreadIsHeard()
-{
-    m_log->handler(QLog::LogToNet);
-    std::thread([] { print(QStringLiteral("from a device library's thread")); }).join();
-    Listener listener;
-    QVERIFY(listener.join(m_log->netPort()));
-    QVERIFY(beginListening(listener));
-}
-
-void TestLog::lastLinesAreHeardBeforeTheEnd()
-{
-    m_log->handler(QLog::LogToNet | QLog::LogToFile);
-    Listener listener;
-    print(QStringLiteral("begin"));
-    QVERIFY(listener.join(m_log->netPort()));
-    QVERIFY(beginListening(listener));
-    for (int i = 0; i < 200; ++i)
-        print(QStringLiteral("."));
-    m_log->handler(QLog::LogToFile);
-    QVERIFY(isFree(m_log->netPort()));
-    QTRY_COMPARE(listener.state(), QAbstractSocket::UnconnectedState);
-    QVERIFY(listener.heard().endsWith(QByteArray(200, '.')));
-    print(QStringLiteral("only in the file"));
-    QVERIFY(today().endsWith(".\nonly in the file\n"));
-}
-
-void TestLog::newPortReplacesTheOld()
-{
-    m_log->handler(QLog::LogToNet);
-    print(QStringLiteral("on the old port"));
-    const quint16 oldPort = m_log->netPort();
-    QVERIFY(!isFree(oldPort));
-    Listener listener;
-    QVERIFY(listener.join(oldPort));
-    m_log->setPort(oldPort);
-    QVERIFY(!isFree(oldPort));
-    m_log->setPort(freePort());
-    QVERIFY(isFree(oldPort));
-    QTRY_COMPARE(listener.state(), QAbstractSocket::UnconnectedState);
-    print(QStringLiteral("on the new port"));
-    QVERIFY(listener.join(m_log->netPort()));
-    QVERIFY(beginListening(listener));
-}
-
-void TestLog::takenPortIsNoHarm()
-{
-    QTcpServer other;
-    QVERIFY(other.listen(QHostAddress::AnyIPv4));
-    m_log->setPort(other.serverPort());
-    m_log->handler(QLog::LogToNet | QLog::LogToFile);
-    print(QStringLiteral("one"));
-    print(QStringLiteral("two"));
-    m_log->handler({});
-    QCOMPARE(today(), QByteArray("one\ntwo\n"));
-}
-
-void TestLog::stalledListenerIsDropped()
-{
-    constexpr int MessageSize = 2 * 1024 * 1024;
-    constexpr int Messages = 16; // far more than the limit and the system's buffers together
-    m_log->handler(QLog::LogToNet);
-    print(QStringLiteral("begin"));
-    Listener reads;
-    QVERIFY(reads.join(m_log->netPort()));
-    QVERIFY(beginListening(reads));
-    Listener stalls;
-    QVERIFY(stalls.join(m_log->netPort()));
-    QVERIFY(beginListening(stalls));
-    print(QStringLiteral("!"));
-    QTRY_VERIFY(reads.heard().endsWith('!'));
-    stalls.stall();
-    qint64 expected = reads.heard().size();
-    for (int i = 0; i < Messages; ++i) {
-        print(QString(MessageSize, QLatin1Char('x')));
-        expected += MessageSize;
-        QTRY_COMPARE(qint64(reads.heard().size()), expected);
-    }
-    qint64 stillCame = 0;
-    connect(&stalls, &QTcpSocket::readyRead, &stalls,
-            [&] { stillCame += stalls.readAll().size(); });
-    stalls.setReadBufferSize(0);
-    stillCame += stalls.readAll().size();
-    QTRY_COMPARE(stalls.state(), QAbstractSocket::UnconnectedState);
-    QVERIFY(stillCame < qint64(Messages) * MessageSize);
-    print(QStringLiteral("goes on"));
-    QTRY_VERIFY(reads.heard().endsWith("goes on"));
-}
-
-void TestLog::talkingListenerIsIgnored()
-{
-    const quint16 port = freePort();
-    const QLogToNet net(port);
-    Listener listener;
-    QVERIFY(listener.join(port));
-    QTRY_COMPARE(net.findChildren<QTcpSocket *>().size(), 1);
-    const QTcpSocket *itsSocket = net.findChild<QTcpSocket *>();
-    QSignalSpy arrived(itsSocket, &QTcpSocket::readyRead);
-    listener.write(QByteArray(100000, 'x'));
-    QVERIFY(arrived.wait());
-    QCOMPARE(itsSocket->bytesAvailable(), Q_INT64_C(0));
-}
-
-void TestLog::traceTellsItsPlace()
-{
-    m_log->handler(QLog::LogToFile);
-    const QString fromPage = QStringLiteral("a\n2 b \"c\"");
-    const int line = __LINE__ + 1;
-    TRACE << "text" << fromPage << 7;
-    TRACE;
-    const QByteArray place = " traceTellsItsPlace tst_log";
-    QCOMPARE(today(),
-             QByteArray::number(line) + place + " text \"a\\n2 b \\\"c\\\"\" 7\n"
-                 + QByteArray::number(line + 1) + place + "\n");
-}
-
-void TestLog::programEndGivesMessagesBackToQt()
-{
-    QProcess program;
-    program.start(QCoreApplication::applicationFilePath(),
-                  {QLatin1String(PrintAtExit), m_folder->path(), QString::number(freePort())});
-    QVERIFY(program.waitForFinished());
-    QCOMPARE(program.exitStatus(), QProcess::NormalExit);
-    QCOMPARE(program.exitCode(), 0);
-    // A thread that begins when the application object is gone may draw a warning from Qt before.
-    QVERIFY(program.readAllStandardError().endsWith("after the log\n"));
-    QCOMPARE(today(), QByteArray("while it runs\nafter the application object\n"));
-}
 
 namespace {
 

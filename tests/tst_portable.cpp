@@ -6,7 +6,7 @@
 #include "portable/orientation.h"
 #include "portable/scenesource.h"
 #include "portable/v4l2source.h"
-#include "tests/fakesource.h"
+#include "tests/portabletest.h"
 
 #include <QtTest>
 
@@ -20,18 +20,6 @@
 using namespace portable;
 
 namespace {
-
-QString line(const char *text)
-{
-    return QString::fromUtf8(text);
-}
-
-void writeFile(const QString &path, const QByteArray &content)
-{
-    QFile file(path);
-    QVERIFY(file.open(QIODevice::WriteOnly));
-    file.write(content);
-}
 
 /** This many cameras: "/dev/video0 (Camera 0, 0c45:6360)" and so on. */
 V4l2Devices machineWith(int cameras)
@@ -97,33 +85,16 @@ int blueOf(FrameSource &source)
 
 } // namespace
 
-class TestPortable : public QObject
+class TestPortable : public PortableTest
 {
     Q_OBJECT
 
 private Q_SLOTS:
-    void init()
-    {
-        m_log = std::make_unique<PortableLog>();
-        m_folder = std::make_unique<QTemporaryDir>();
-    }
-
-    void cleanup()
-    {
-        m_log.reset();
-        QFile::remove(iniBesideProgram());
-    }
 
     void sourceOfACamera_data()
     {
-        QTest::addColumn<QByteArray>("ini");
-        QTest::addColumn<int>("machine");
-        QTest::addColumn<int>("camera");
-        QTest::addColumn<QString>("expected"); // the source's name, or the reason after "!"
-        const auto row = [](const char *title, const char *ini, int machine, int camera,
-                            const char *expected) {
-            QTest::newRow(title) << QByteArray(ini) << machine << camera << line(expected);
-        };
+        // expected: the source's name, or the reason after "!"
+        const Rows<QByteArray, int, int, QString> row("ini", "machine", "camera", "expected");
         // clang-format off
         //   what                            [cameras]            machine camera  source
         row("no hardware: the scene",        "",                        0,  3,    "desk scene");
@@ -195,14 +166,13 @@ private Q_SLOTS:
 
     void cameraOfTheMachine_data()
     {
-        QTest::addColumn<QString>("text");
-        QTest::addColumn<QString>("expected");
-        QTest::newRow("path") << line("/dev/video1") << line("/dev/video1");
-        QTest::newRow("path that is the start of another") << line("/dev/video") << QString();
-        QTest::newRow("name, in any case") << line("cAMERA 2") << line("/dev/video2");
-        QTest::newRow("first of several") << line("Camera") << line("/dev/video0");
-        QTest::newRow("vid:pid") << line("0C45:6361") << line("/dev/video1");
-        QTest::newRow("none") << line("Scanner") << QString();
+        const Rows<QString, QString> row("text", "expected");
+        row("path", "/dev/video1", "/dev/video1");
+        row("path that is the start of another", "/dev/video", QString());
+        row("name, in any case", "cAMERA 2", "/dev/video2");
+        row("first of several", "Camera", "/dev/video0");
+        row("vid:pid", "0C45:6361", "/dev/video1");
+        row("none", "Scanner", QString());
     }
 
     void cameraOfTheMachine()
@@ -400,9 +370,8 @@ private Q_SLOTS:
 
     void exportedPreview()
     {
-        writeFile(iniBesideProgram(),
-                  "[cameras]\n1=scene\n2=none\ndual=scene|scene\n"
-                  "[scene]\nsize=640x480\n");
+        useIni("[cameras]\n1=scene\n2=none\ndual=scene|scene\n"
+               "[scene]\nsize=640x480\n");
         QImage image;
         QVERIFY(!getVideoFrame(image));
         QVERIFY(bStopPlay()); // nothing was open
@@ -425,9 +394,8 @@ private Q_SLOTS:
         QVERIFY(!getVideoFrame(image) && image.isNull());
 
         // The file is read at each start.
-        writeFile(iniBesideProgram(),
-                  "[cameras]\n1=none\n2=scene\n4=scene\ndual=scene|scene\n"
-                  "[scene]\nsize=1024x768\n");
+        useIni("[cameras]\n1=none\n2=scene\n4=scene\ndual=scene|scene\n"
+               "[scene]\nsize=1024x768\n");
         vSetRotate(0);
         vSetFlip(0);
         QVERIFY(!bStartPlay(0));
@@ -443,7 +411,7 @@ private Q_SLOTS:
 
     void exportedSizes()
     {
-        writeFile(iniBesideProgram(), "[cameras]\n1=scene\n2=none\n");
+        useIni("[cameras]\n1=scene\n2=none\n");
         std::vector<std::pair<double, double>> sizes;
         getResolutionIndex(1, sizes);
         QCOMPARE(sizes.front(), std::make_pair(2592.0, 1944.0));
@@ -475,15 +443,6 @@ private Q_SLOTS:
     }
 
 private:
-    QString path(const char *name) const { return m_folder->filePath(line(name)); }
-
-    static QString iniBesideProgram()
-    {
-        return QCoreApplication::applicationDirPath() + QStringLiteral("/devices.ini");
-    }
-
-    std::unique_ptr<PortableLog> m_log;
-    std::unique_ptr<QTemporaryDir> m_folder;
 };
 
 QTEST_MAIN(TestPortable)

@@ -2,7 +2,7 @@
 // What the portable library reads in codes that another program (zint) has made.
 #include "devicelib/doccamera.h"
 #include "portable/deskscene.h"
-#include "tests/fakesource.h"
+#include "tests/portabletest.h"
 
 #include <QImage>
 #include <QPainter>
@@ -18,14 +18,6 @@ namespace {
 enum Type { itf = 3, code39 = 8, ean = 13, codabar = 18, code128 = 20, code93 = 25, dataBar = 29 };
 enum MatrixType { pdf417 = 55, qr = 58, dataMatrix = 71, aztec = 92 };
 
-/** A text of the library as the server reads it; a null one as "(null)". */
-QString taken(char *text)
-{
-    const QString result = text ? QString::fromUtf8(text) : QStringLiteral("(null)");
-    std::free(text);
-    return result;
-}
-
 QStringList sorted(const QString &texts)
 {
     QStringList list = texts.split(QLatin1Char('|'));
@@ -35,40 +27,33 @@ QStringList sorted(const QString &texts)
 
 } // namespace
 
-class TestPortableBarcodes : public QObject
+class TestPortableBarcodes : public PortableTest
 {
     Q_OBJECT
 
 private Q_SLOTS:
     void initTestCase()
     {
-        if (QStandardPaths::findExecutable(QStringLiteral("zint")).isEmpty()) {
+        if (QStandardPaths::findExecutable(line("zint")).isEmpty()) {
             QSKIP("the package zint is not installed");
         }
     }
 
     void init()
     {
-        m_folder = std::make_unique<QTemporaryDir>();
+        PortableTest::init();
         m_page = emptyPage(900, 700);
-        m_log = std::make_unique<PortableLog>();
     }
 
     void cleanup()
     {
-        m_log.reset();
         bStopPlay();
-        QFile::remove(iniBesideProgram());
+        PortableTest::cleanup();
     }
 
     void kinds_data()
     {
-        QTest::addColumn<int>("type");
-        QTest::addColumn<QByteArray>("content");
-        QTest::addColumn<int>("kind");
-        const auto row = [](const char *title, int type, const char *content, int kind) {
-            QTest::newRow(title) << type << QByteArray(content) << kind;
-        };
+        const Rows<int, QByteArray, int> row("type", "content", "kind");
         // clang-format off
         row("QR",          qr,         "https://example.com/?a=1&b=2", 1);
         row("Data Matrix", dataMatrix, "LOT 4711",                     2);
@@ -104,8 +89,7 @@ private Q_SLOTS:
 
     void turnedCodes_data()
     {
-        QTest::addColumn<int>("type");
-        QTest::addColumn<int>("angle");
+        const Rows<int, int> row("type", "angle");
         for (int angle : {90, 180, 24, -37, 223}) {
             for (int type : {int(qr), int(dataMatrix), int(pdf417), int(code128), int(code39)}) {
                 QTest::addRow("zint %d by %d degrees", type, angle) << type << angle;
@@ -118,15 +102,15 @@ private Q_SLOTS:
         QFETCH(int, type);
         QFETCH(int, angle);
         place(code(type, "ASKEW 123"), {350, 380}, angle);
-        QCOMPARE(taken(sGetBarCode(savedPage().constData())), QStringLiteral("ASKEW 123"));
+        QCOMPARE(taken(sGetBarCode(savedPage().constData())), line("ASKEW 123"));
     }
 
     void severalCodes_data()
     {
-        QTest::addColumn<int>("angle");
-        QTest::newRow("upright") << 0;
-        QTest::newRow("page askew") << 14;
-        QTest::newRow("page far askew") << -28;
+        const Rows<int> row("angle");
+        row("upright", 0);
+        row("page askew", 14);
+        row("page far askew", -28);
     }
 
     void severalCodes()
@@ -150,22 +134,18 @@ private Q_SLOTS:
         painter.end();
         m_page = desk;
         QCOMPARE(sorted(taken(sGetBarCode(savedPage().constData()))),
-                 sorted(QStringLiteral("ONE|TWO|HIGH|FOUR|FIVE|SIX SIX SIX SIX")));
-        QCOMPARE(sorted(taken(sGetBarCodeEx(4, savedPage().constData()))),
-                 sorted(QStringLiteral("ONE|TWO")));
+                 sorted(line("ONE|TWO|HIGH|FOUR|FIVE|SIX SIX SIX SIX")));
+        QCOMPARE(sorted(taken(sGetBarCodeEx(4, savedPage().constData()))), sorted(line("ONE|TWO")));
     }
 
     void encodings_data()
     {
-        QTest::addColumn<QByteArray>("content");
-        QTest::addColumn<QString>("expected");
-        const QString chinese = QStringLiteral("张三|业务办理 3号柜台");
-        QTest::newRow("UTF-8") << chinese.toUtf8() << chinese;
-        QTest::newRow("GBK") << QTextCodec::codecForName("GBK")->fromUnicode(chinese) << chinese;
-        QTest::newRow("accents") << QByteArray("Caf\xc3\xa9 Z\xc3\xbcrich")
-                                 << QStringLiteral("Café Zürich");
-        QTest::newRow("zero byte")
-            << QByteArray("before\0after", 12) << QStringLiteral("beforeafter");
+        const Rows<QByteArray, QString> row("content", "expected");
+        const QString chinese = line("张三|业务办理 3号柜台");
+        row("UTF-8", chinese.toUtf8(), chinese);
+        row("GBK", QTextCodec::codecForName("GBK")->fromUnicode(chinese), chinese);
+        row("accents", "Caf\xc3\xa9 Z\xc3\xbcrich", "Café Zürich");
+        row("zero byte", QByteArray("before\0after", 12), "beforeafter");
     }
 
     void encodings()
@@ -179,8 +159,8 @@ private Q_SLOTS:
     void pictureWithoutCode()
     {
         QPainter painter(&m_page);
-        for (int line = 0; line < 30; ++line) {
-            painter.drawText(100, 100 + 25 * line, QStringLiteral("||| I1I1I1 lllll 业务办理 |||"));
+        for (int row = 0; row < 30; ++row) {
+            painter.drawText(100, 100 + 25 * row, line("||| I1I1I1 lllll 业务办理 |||"));
         }
         painter.end();
         QCOMPARE(taken(sGetBarCode(savedPage().constData())), QString());
@@ -197,31 +177,28 @@ private Q_SLOTS:
         const QByteArray whole = savedPage("whole.png");
         QFile file(QFile::decodeName(whole));
         QVERIFY(file.open(QIODevice::ReadWrite) && file.resize(60));
-        const QByteArray absent = QFile::encodeName(m_folder->filePath(QStringLiteral("absent")));
+        const QByteArray absent = QFile::encodeName(m_folder->filePath(line("absent")));
         const QByteArray folder = QFile::encodeName(m_folder->path());
         for (const QByteArray &path : {whole, absent, folder, QByteArray()}) {
-            QCOMPARE(taken(sGetBarCode(path.constData())), QStringLiteral("(null)"));
+            QVERIFY(taken(sGetBarCode(path.constData())).isNull());
             const QStringList lines = m_log->takeLines();
             QVERIFY2(lines.size() == 1
-                         && lines[0].startsWith(QStringLiteral("sGetBarCode: ")
-                                                + QFile::decodeName(path) + QLatin1Char(':')),
+                         && lines[0].startsWith(line("sGetBarCode: ") + QFile::decodeName(path)
+                                                + QLatin1Char(':')),
                      qPrintable(lines.join(QLatin1Char('\n'))));
         }
         for (const long kind : {-1L, 12L, LONG_MAX}) {
-            QCOMPARE(taken(sGetBarCodeEx(kind, absent.constData())), QStringLiteral("(null)"));
+            QVERIFY(taken(sGetBarCodeEx(kind, absent.constData())).isNull());
             QCOMPARE(m_log->takeLines(),
-                     QStringList(QStringLiteral("sGetBarCodeEx: there is no kind %1").arg(kind)));
+                     QStringList(line("sGetBarCodeEx: there is no kind %1").arg(kind)));
         }
     }
 
     void codesBeforeTheCamera()
     {
-        QCOMPARE(taken(sGetBarCodeOnline()), QStringLiteral("(null)"));
+        QVERIFY(taken(sGetBarCodeOnline()).isNull());
         QCOMPARE(m_log->takeLines().size(), 1);
-        QFile ini(iniBesideProgram());
-        QVERIFY(ini.open(QIODevice::WriteOnly));
-        ini.write("[cameras]\n1=scene\n");
-        ini.close();
+        useIni("[cameras]\n1=scene\n");
         QVERIFY(bStartPlay(0));
         QCOMPARE(sorted(taken(sGetBarCodeOnline())),
                  sorted(portable::sceneQrText() + QLatin1Char('|') + portable::sceneCode128Text()));
@@ -238,20 +215,14 @@ private:
     /** A code as zint draws it. \param height  of a linear one, in modules */
     QImage code(int type, const QByteArray &content, int height = 50)
     {
-        const QString input = m_folder->filePath(QStringLiteral("content"));
-        const QString output = m_folder->filePath(QStringLiteral("code.png"));
-        QFile file(input);
-        file.open(QIODevice::WriteOnly);
-        file.write(content);
-        file.close();
-        QProcess zint;
-        zint.start(QStringLiteral("zint"),
-                   {QStringLiteral("-b"), QString::number(type), QStringLiteral("--binary"),
-                    QStringLiteral("-i"), input, QStringLiteral("-o"), output,
-                    QStringLiteral("--scale"), QStringLiteral("1.5"), QStringLiteral("--height"),
-                    QString::number(height), QStringLiteral("--notext"),
-                    QStringLiteral("--quietzones")});
-        zint.waitForFinished();
+        const QString input = path("content");
+        const QString output = path("code.png");
+        writeFile(input, content);
+        outputOf("zint",
+                 words("--binary --notext --quietzones --scale 1.5 -b %1 --height %2 -i")
+                         .replaceInStrings(line("%1"), QString::number(type))
+                         .replaceInStrings(line("%2"), QString::number(height))
+                     << input << line("-o") << output);
         return QImage(output);
     }
 
@@ -272,14 +243,7 @@ private:
         return m_page.save(path) ? path.toLocal8Bit() : QByteArray();
     }
 
-    static QString iniBesideProgram()
-    {
-        return QCoreApplication::applicationDirPath() + QStringLiteral("/devices.ini");
-    }
-
-    std::unique_ptr<QTemporaryDir> m_folder;
     QImage m_page;
-    std::unique_ptr<PortableLog> m_log;
 };
 
 QTEST_MAIN(TestPortableBarcodes)

@@ -3,6 +3,7 @@
 #include "portable/cameras.h"
 #include "portable/deviceconfig.h"
 #include "tests/fakesource.h"
+#include "tests/portabletest.h"
 
 #include <QtTest>
 
@@ -20,11 +21,6 @@ constexpr CameraTimes patient{1h, 5ms};
 int frameNumber(const cv::Mat &frame)
 {
     return frame.at<cv::Vec3b>(0, 0)[0];
-}
-
-QString line(const char *text)
-{
-    return QString::fromUtf8(text);
 }
 
 /** A camera with its device, number 1. */
@@ -57,14 +53,11 @@ struct ManyCameras
 
 } // namespace
 
-class TestPortableCameras : public QObject
+class TestPortableCameras : public PortableTest
 {
     Q_OBJECT
 
 private Q_SLOTS:
-    void init() { m_log = std::make_unique<PortableLog>(); }
-    void cleanup() { m_log.reset(); }
-
     void everyReaderGetsEachFrameOnce()
     {
         OneCamera one;
@@ -177,19 +170,12 @@ private Q_SLOTS:
 
     void failedStart_data()
     {
-        QTest::addColumn<int>("camera");
-        QTest::addColumn<int>("rotation");
-        QTest::addColumn<QString>("reason");
-        QTest::addColumn<QString>("expected");
+        const Rows<int, int, QString, QString> row("camera", "rotation", "reason", "expected");
         // clang-format off
-        QTest::newRow("busy")        << 1  << 0  << line("busy")
-                                     << line("camera 1 doesn't start: /dev/fake (Fake): busy");
-        QTest::newRow("absent")      << 3  << 0  << QString()
-                                     << line("camera 3 doesn't start: there is none");
-        QTest::newRow("odd angle")   << 25 << 45 << QString()
-                                     << line("the dual camera doesn't start: there is no rotation by 45 degrees");
-        QTest::newRow("full circle") << 1  << 360 << QString()
-                                     << line("camera 1 doesn't start: there is no rotation by 360 degrees");
+        row("busy",        1,  0,   "busy",    "camera 1 doesn't start: /dev/fake (Fake): busy");
+        row("absent",      3,  0,   QString(), "camera 3 doesn't start: there is none");
+        row("odd angle",   25, 45,  QString(), "the dual camera doesn't start: there is no rotation by 45 degrees");
+        row("full circle", 1,  360, QString(), "camera 1 doesn't start: there is no rotation by 360 degrees");
         // clang-format on
     }
 
@@ -241,6 +227,18 @@ private Q_SLOTS:
         QVERIFY(!many.cameras.currentFrame(frame));
     }
 
+    void stopOfOneCameraLeavesAnother()
+    {
+        ManyCameras many;
+        const auto first = many.cameras.open(1);
+        QVERIFY(first && many.cameras.start(2));
+        many.cameras.stop(first);
+        many.cameras.stop(nullptr);
+        QVERIFY(many.cameras.mainCamera());
+        many.cameras.stop(many.cameras.mainCamera());
+        QVERIFY(!many.cameras.isOpen());
+    }
+
     void sizesOfOpenAndClosedCameras()
     {
         ManyCameras many;
@@ -258,16 +256,8 @@ private Q_SLOTS:
     {
         ManyCameras many;
         Cameras &cameras = many.cameras;
-        std::atomic<bool> done{false};
         std::atomic<int> frames{0};
-        std::vector<std::thread> callers;
-        const auto repeat = [&](auto call) {
-            callers.emplace_back([&done, call] {
-                for (int i = 0; !done; ++i) {
-                    call(i);
-                }
-            });
-        };
+        Repeaters callers;
         const auto look = [&frames](const cv::Mat &frame) {
             // Every pixel is the frame's number: one that is written to meanwhile would differ.
             const cv::Vec3b last = frame.at<cv::Vec3b>(frame.rows - 1, frame.cols - 1);
@@ -277,16 +267,16 @@ private Q_SLOTS:
                 qFatal("a published frame was changed");
             }
         };
-        repeat([&](int i) { cameras.start(i % 2 == 0 ? 1 : 2, i % 4 * 90); });
-        repeat([&](int i) { i % 3 == 0 ? cameras.stopMain() : void(cameras.start(4)); });
-        repeat([&](int i) {
+        callers.add([&](int i) { cameras.start(i % 2 == 0 ? 1 : 2, i % 4 * 90); });
+        callers.add([&](int i) { i % 3 == 0 ? cameras.stopMain() : void(cameras.start(4)); });
+        callers.add([&](int i) {
             cameras.settings().setRotation(i % 4 * 90);
             cameras.settings().setFlip(i % 4);
             cameras.settings().setResolution(1, {i % 100, i % 100});
             cameras.size(1);
         });
         for (int reader = 0; reader < 2; ++reader) {
-            repeat([&](int) {
+            callers.add([&](int) {
                 cv::Mat frame;
                 if (cameras.nextPreviewFrame(frame)) {
                     look(frame);
@@ -297,14 +287,10 @@ private Q_SLOTS:
             });
         }
         QTRY_VERIFY_WITH_TIMEOUT(frames >= 500, 60000);
-        done = true;
-        for (std::thread &caller : callers) {
-            caller.join();
-        }
+        callers.stop();
     }
 
 private:
-    std::unique_ptr<PortableLog> m_log;
 };
 
 QTEST_GUILESS_MAIN(TestPortableCameras)

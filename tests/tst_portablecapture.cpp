@@ -9,16 +9,14 @@
 #include "portable/picturefile.h"
 #include "portable/v4l2controls.h"
 #include "portable/wholefile.h"
-#include "tests/fakesource.h"
+#include "tests/portabletest.h"
 
 #include <QPainter>
 #include <QProcess>
 #include <QtTest>
 #include <opencv2/imgproc.hpp>
-#include <sys/resource.h>
 
 #include <atomic>
-#include <csignal>
 #include <cstdlib>
 #include <thread>
 
@@ -27,48 +25,6 @@ using namespace portable;
 namespace {
 
 using Save = bool (*)(const char *, const char *);
-
-QString line(const char *text)
-{
-    return QString::fromUtf8(text);
-}
-
-QByteArray contentOf(const QString &path)
-{
-    QFile file(path);
-    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
-}
-
-void writeFile(const QString &path, const QByteArray &content)
-{
-    QFile file(path);
-    QVERIFY(file.open(QIODevice::WriteOnly));
-    file.write(content);
-}
-
-/** Everything below a folder, hidden files too. */
-QStringList everythingIn(const QString &folder)
-{
-    QStringList paths;
-    QDirIterator each(folder, QDir::AllEntries | QDir::Hidden | QDir::System | QDir::NoDotAndDotDot,
-                      QDirIterator::Subdirectories);
-    while (each.hasNext()) {
-        paths << each.next();
-    }
-    paths.sort();
-    return paths;
-}
-
-/** What another program prints, in one line. */
-QString output(const QString &program, const QStringList &arguments)
-{
-    QProcess process;
-    process.setProcessChannelMode(QProcess::MergedChannels);
-    process.start(program, arguments);
-    const bool ended = process.waitForFinished();
-    return ended ? QString::fromUtf8(process.readAll()).simplified()
-                 : program + QStringLiteral(" doesn't run");
-}
 
 /** Four quarters: red, green, blue and white, from the top left clockwise; a black bar across. */
 cv::Mat quarters(const cv::Size &size)
@@ -217,20 +173,18 @@ Q_DECLARE_METATYPE(Save)
 Q_DECLARE_METATYPE(Desk)
 Q_DECLARE_METATYPE(PageCorners)
 
-class TestPortableCapture : public QObject
+class TestPortableCapture : public PortableTest
 {
     Q_OBJECT
 
 private Q_SLOTS:
     void init()
     {
-        m_log = std::make_unique<PortableLog>();
-        m_folder = std::make_unique<QTemporaryDir>();
+        PortableTest::init();
         const cv::Mat picture = quarters({640, 480});
         QVERIFY(toImage(picture).save(path("camera.png")));
-        writeFile(iniBesideProgram(),
-                  "[cameras]\n1=image:" + path("camera.png").toUtf8()
-                      + "\n2=scene\n[scene]\nsize=1920x1080\n");
+        useIni("[cameras]\n1=image:" + path("camera.png").toUtf8()
+               + "\n2=scene\n[scene]\nsize=1920x1080\n");
         vSetDPI(300, 300);
         vSetImageQuality(95);
         bSetMode(0);
@@ -247,43 +201,26 @@ private Q_SLOTS:
     void cleanup()
     {
         bStopPlay();
-        m_log.reset();
-        QFile::remove(iniBesideProgram());
+        PortableTest::cleanup();
     }
 
     void savedFiles_data()
     {
-        QTest::addColumn<Save>("save");
-        QTest::addColumn<QString>("extension");
-        QTest::addColumn<bool>("isGrey");
-        QTest::addColumn<QStringList>("program");
-        QTest::addColumn<QStringList>("facts");
-        const QStringList exif{line("exiftool")};
-        const QStringList tiffinfo{line("tiffinfo"), line("-D")};
-        const QStringList jpeg{line("File Type : JPEG"), line("Image Size : 640x480"),
-                               line("X Resolution : 200"), line("Y Resolution : 150"),
-                               line("Resolution Unit : inches")};
-        const QStringList tiff{line("Image Width: 640 Image Length: 480"),
-                               line("Resolution: 200, 150 pixels/inch")};
-        QTest::newRow("JPEG") << Save(bSaveJPG) << line(".jpg") << false << exif
-                              << jpeg + QStringList{line("Color Components : 3")};
-        QTest::newRow("grey") << Save(bSaveGray) << line(".jpg") << true << exif
-                              << jpeg + QStringList{line("Color Components : 1")};
-        QTest::newRow("PNG") << Save(bSavePNG) << line(".png") << false << exif
-                             << QStringList{line("File Type : PNG"),
-                                            line("Pixels Per Unit X : 7874"),
-                                            line("Pixels Per Unit Y : 5906")};
-        QTest::newRow("BMP") << Save(bSaveBMP) << line(".bmp") << false << exif
-                             << QStringList{line("File Type : BMP"),
-                                            line("Pixels Per Meter X : 7874"),
-                                            line("Pixels Per Meter Y : 5906")};
-        QTest::newRow("JPEG in TIFF")
-            << Save(bSaveTifJPG) << line(".tif") << false << tiffinfo
-            << tiff + QStringList{line("Compression Scheme: JPEG"), line("Interpretation: YCbCr")};
-        QTest::newRow("bilevel") << Save(bSaveTIF) << line(".tif") << true << tiffinfo
-                                 << tiff
-                + QStringList{line("Compression Scheme: CCITT Group 4"), line("Bits/Sample: 1"),
-                              line("Interpretation: min-is-white"), line("Rows/Strip: 480")};
+        // facts: what the program says of a file of 640 x 480 pixels, parted by "|"
+        const Rows<Save, QString, bool, QString> row("save", "extension", "isGrey", "facts");
+        const QString jpeg =
+            line("File Type : JPEG|Image Size : 640x480|X Resolution : 200|"
+                 "Y Resolution : 150|Resolution Unit : inches|Color Components : ");
+        const QString tiff = line("Image Width: 640 Image Length: 480|"
+                                  "Resolution: 200, 150 pixels/inch|Compression Scheme: ");
+        // clang-format off
+        row("JPEG",         Save(bSaveJPG),    ".jpg", false, jpeg + line("3"));
+        row("grey",         Save(bSaveGray),   ".jpg", true,  jpeg + line("1"));
+        row("PNG",          Save(bSavePNG),    ".png", false, "File Type : PNG|Pixels Per Unit X : 7874|Pixels Per Unit Y : 5906");
+        row("BMP",          Save(bSaveBMP),    ".bmp", false, "File Type : BMP|Pixels Per Meter X : 7874|Pixels Per Meter Y : 5906");
+        row("JPEG in TIFF", Save(bSaveTifJPG), ".tif", false, tiff + line("JPEG|Interpretation: YCbCr"));
+        row("bilevel",      Save(bSaveTIF),    ".tif", true,  tiff + line("CCITT Group 4|Bits/Sample: 1|Interpretation: min-is-white|Rows/Strip: 480"));
+        // clang-format on
     }
 
     void savedFiles()
@@ -291,21 +228,21 @@ private Q_SLOTS:
         QFETCH(Save, save);
         QFETCH(QString, extension);
         QFETCH(bool, isGrey);
-        QFETCH(QStringList, program);
-        QFETCH(QStringList, facts);
+        QFETCH(QString, facts);
         QVERIFY(vSetDPI(200, 150));
         const QString folder = path("扫描 一/new");
-        QVERIFY(save(folder.toUtf8().constData(), "文件 1"));
-        QVERIFY(save(folder.toUtf8().constData(),
-                     (QLatin1Char('A') + extension.toUpper()).toUtf8().constData())); // not twice
-        QCOMPARE(
-            QDir(folder).entryList(QDir::Files | QDir::Hidden, QDir::Name),
-            (QStringList{QStringLiteral("A") + extension.toUpper(), line("文件 1") + extension}));
+        QVERIFY(save(Utf8(folder), "文件 1"));
+        QVERIFY(save(Utf8(folder), Utf8(line("A") + extension.toUpper()))); // not twice
+        QCOMPARE(everythingIn(folder),
+                 (QStringList{line("A") + extension.toUpper(), line("文件 1") + extension}));
 
         const QString file = folder + line("/文件 1") + extension;
-        const QString told = output(program.first(), program.mid(1) << file);
-        for (const QString &fact : facts) {
-            QVERIFY2(told.contains(fact), qPrintable(told));
+        const QStringList arguments =
+            extension == line(".tif") ? QStringList{line("-D"), file} : QStringList{file};
+        const QByteArray told =
+            outputOf(extension == line(".tif") ? "tiffinfo" : "exiftool", arguments).simplified();
+        for (const QString &fact : facts.split(QLatin1Char('|'))) {
+            QVERIFY2(told.contains(fact.toUtf8()), told.constData());
         }
         QString error;
         const cv::Mat picture = readPicture(file, &error);
@@ -319,12 +256,18 @@ private Q_SLOTS:
         QVERIFY2(meanDifference(picture, expected) < 3, qPrintable(error));
     }
 
-    void bilevelKeepsTextAndNothingElse()
+    void bilevelKeepsWhatIsDarkAndNothingElse()
     {
         cv::Mat picture = textPage({1280, 960}, 0);
+        const cv::Rect bar(300, 500, 560, 300); // far wider than strokes
+        cv::rectangle(picture, bar, cv::Scalar(25, 20, 30), cv::FILLED);
+        cv::putText(picture, "100", {450, 700}, cv::FONT_HERSHEY_PLAIN, 10, {240, 240, 240}, 9);
         const cv::Mat plain = bilevel(picture);
         QCOMPARE(int(plain.at<uchar>(480, 20)), 255);
         QCOMPARE(int(plain.at<uchar>(124, 164)), 0); // the first word
+        const cv::Rect figures(440, 560, 300, 160);
+        QVERIFY(cv::countNonZero(plain(figures)) > figures.area() / 20);
+        QCOMPARE(cv::countNonZero(plain(bar)), cv::countNonZero(plain(figures)));
         for (int x = 0; x < picture.cols; ++x) { // light that falls off to a third
             picture.col(x) *= 1 - 0.67 * x / picture.cols;
         }
@@ -337,30 +280,26 @@ private Q_SLOTS:
         const QByteArray grey = path("grey").toUtf8();
         const QByteArray tiff = path("tiff").toUtf8();
         QVERIFY(bSaveGrayAndTIF(grey.constData(), "a", tiff.constData(), "b"));
-        QCOMPARE(everythingIn(path("grey")), QStringList{path("grey/a.jpg")});
-        QCOMPARE(everythingIn(path("tiff")), QStringList{path("tiff/b.tif")});
+        QCOMPARE(everythingIn(path("grey")), QStringList{line("a.jpg")});
+        QCOMPARE(everythingIn(path("tiff")), QStringList{line("b.tif")});
         QVERIFY(QDir().mkpath(path("tiff/taken.tif")));
         QVERIFY(!bSaveGrayAndTIF(grey.constData(), "c", tiff.constData(), "taken"));
         QVERIFY(!bSaveGrayAndTIF(tiff.constData(), "taken.tif/d", grey.constData(), ""));
-        QCOMPARE(everythingIn(path("grey")), QStringList{path("grey/a.jpg")});
-        QCOMPARE(everythingIn(path("tiff")),
-                 (QStringList{path("tiff/b.tif"), path("tiff/taken.tif")}));
+        QCOMPARE(everythingIn(path("grey")), QStringList{line("a.jpg")});
+        QCOMPARE(everythingIn(path("tiff")), (QStringList{line("b.tif"), line("taken.tif")}));
     }
 
     void refusedWritesLeaveNothing_data()
     {
-        QTest::addColumn<QString>("directory");
-        QTest::addColumn<QString>("name");
-        QTest::newRow("below a file") << line("camera.png/x/y") << line("a");
-        QTest::newRow("a directory has the name") << line(".") << line("taken");
-        QTest::newRow("no name") << line("new/folder") << line("");
-        QTest::newRow("a name that is a directory's") << line("new") << line("folder/");
-        QTest::newRow("long name in new folders")
-            << line("new/folder") << QString(300, QLatin1Char('n'));
-        QTest::newRow("very long name") << line("new") << QString(100'000, QLatin1Char('n'));
-        QTest::newRow("very deep name") << line("new") << line("n/").repeated(50'000) + line("n");
-        QTest::newRow("a way out that isn't there")
-            << line("new/..") << QString(300, QLatin1Char('n'));
+        const Rows<QString, QString> row("directory", "name");
+        row("below a file", "camera.png/x/y", "a");
+        row("a directory has the name", ".", "taken");
+        row("no name", "new/folder", "");
+        row("a name that is a directory's", "new", "folder/");
+        row("long name in new folders", "new/folder", QString(300, QLatin1Char('n')));
+        row("very long name", "new", QString(100'000, QLatin1Char('n')));
+        row("very deep name", "new", line("n/").repeated(50'000) + line("n"));
+        row("a way out that isn't there", "new/..", QString(300, QLatin1Char('n')));
     }
 
     void refusedWritesLeaveNothing()
@@ -369,36 +308,28 @@ private Q_SLOTS:
         QFETCH(QString, name);
         QVERIFY(QDir().mkpath(path("taken.jpg")));
         const QStringList before = everythingIn(m_folder->path());
-        QVERIFY(!bSaveJPG(m_folder->filePath(directory).toUtf8().constData(),
-                          name.toUtf8().constData()));
+        QVERIFY(!bSaveJPG(Utf8(path(directory)), Utf8(name)));
         QCOMPARE(everythingIn(m_folder->path()), before);
         QCOMPARE(m_log->takeLines().size(), 1);
     }
 
     void namesMayLeadElsewhere()
     {
-        QVERIFY(bSaveJPG(path("new/folder").toUtf8().constData(), "../other/a"));
+        QVERIFY(bSaveJPG(utf8("new/folder"), "../other/a"));
         QVERIFY(QFile::exists(path("new/other/a.jpg")));
     }
 
     void fullDiskKeepsTheFormerFile()
     {
-        QVERIFY(bSaveJPG(m_folder->path().toUtf8().constData(), "a"));
+        QVERIFY(bSaveJPG(here(), "a"));
         const QByteArray former = contentOf(path("a.jpg"));
         const QStringList before = everythingIn(m_folder->path());
         vSetImageQuality(50);
-        const auto handler = std::signal(SIGXFSZ, SIG_IGN);
-        rlimit unlimited{};
-        getrlimit(RLIMIT_FSIZE, &unlimited);
-        rlimit small = unlimited;
-        small.rlim_cur = 2000;
-        setrlimit(RLIMIT_FSIZE, &small);
-        const bool saved = bSaveJPG(m_folder->path().toUtf8().constData(), "a");
-        const bool both = bSaveGrayAndTIF(path("x").toUtf8().constData(), "g",
-                                          path("x").toUtf8().constData(), "t");
-        setrlimit(RLIMIT_FSIZE, &unlimited);
-        std::signal(SIGXFSZ, handler);
-        QVERIFY(!saved && !both);
+        {
+            const FileSizeLimit limit(2000);
+            QVERIFY(!bSaveJPG(here(), "a"));
+            QVERIFY(!bSaveGrayAndTIF(utf8("x"), "g", utf8("x"), "t"));
+        }
         QCOMPARE(everythingIn(m_folder->path()), before);
         QCOMPARE(contentOf(path("a.jpg")), former);
     }
@@ -440,7 +371,7 @@ private Q_SLOTS:
             },
             &error));
         QVERIFY(given.startsWith(path("new/.")) && given.endsWith(line(".mp4")));
-        QCOMPARE(everythingIn(path("new")), QStringList{target});
+        QCOMPARE(everythingIn(path("new")), QStringList{line("film.mp4")});
         QCOMPARE(contentOf(target), QByteArray("content"));
         QVERIFY(!writeWholeFile(
             path("other/film.mp4"),
@@ -458,18 +389,18 @@ private Q_SLOTS:
 
     void whatCannotBeRead_data()
     {
-        QTest::addColumn<QByteArray>("content");
+        const Rows<QByteArray> row("content");
         QImage huge(30'000, 10'000, QImage::Format_Mono);
         huge.fill(0);
         QBuffer png;
         png.open(QIODevice::WriteOnly);
         huge.save(&png, "PNG");
         const QByteArray tiff = bilevelTiffFile(bilevel(quarters({64, 48})), {});
-        QTest::newRow("empty") << QByteArray("");
-        QTest::newRow("text") << QByteArray("no picture");
-        QTest::newRow("more pixels than memory is for") << png.data();
-        QTest::newRow("half a TIFF") << tiff.left(tiff.size() / 2);
-        QTest::newRow("four bytes of a TIFF") << tiff.left(4);
+        row("empty", "");
+        row("text", "no picture");
+        row("more pixels than memory is for", png.data());
+        row("half a TIFF", tiff.left(tiff.size() / 2));
+        row("four bytes of a TIFF", tiff.left(4));
     }
 
     void whatCannotBeRead()
@@ -527,15 +458,15 @@ private Q_SLOTS:
 
     void pages_data()
     {
-        QTest::addColumn<Desk>("kind");
-        QTest::addColumn<PageCorners>("corners");
+        const Rows<Desk, PageCorners> add("kind", "corners");
         const PageCorners tilted{cv::Point2f(420, 150), cv::Point2f(1380, 190),
                                  cv::Point2f(1530, 960), cv::Point2f(330, 900)};
         const std::pair<const char *, Desk> desks[] = {
             {"plain", Desk::Plain}, {"gradient", Desk::Gradient}, {"grained", Desk::Grained}};
         for (const auto &each : desks) {
             const auto row = [&](const char *what, const PageCorners &corners) {
-                QTest::addRow("%s, %s desk", what, each.first) << each.second << corners;
+                add(QStringLiteral("%1, %2 desk").arg(line(what), line(each.first)), each.second,
+                    corners);
             };
             row("straight page", turnedPage({900, 560}, 1100, 778, 0));
             row("turned page", turnedPage({960, 540}, 900, 640, 12));
@@ -558,23 +489,16 @@ private Q_SLOTS:
         QVERIFY2(error < 4, qPrintable(QString::number(error)));
     }
 
-    void noPage_data()
-    {
-        QTest::addColumn<Desk>("kind");
-        QTest::newRow("plain desk") << Desk::Plain;
-        QTest::newRow("gradient") << Desk::Gradient;
-        QTest::newRow("grained desk") << Desk::Grained;
-    }
-
     void noPage()
     {
-        QFETCH(Desk, kind);
-        cv::Mat picture = desk(kind, {1920, 1080});
-        QVERIFY(!findPage(picture));
-        // A pen is none, nor is what is too small for any.
-        cv::line(picture, {300, 300}, {1500, 800}, cv::Scalar(250, 250, 250), 24);
-        cv::circle(picture, {1500, 200}, 40, cv::Scalar(0, 0, 200), cv::FILLED);
-        QVERIFY(!findPage(picture));
+        for (const Desk kind : {Desk::Plain, Desk::Gradient, Desk::Grained}) {
+            cv::Mat picture = desk(kind, {1920, 1080});
+            QVERIFY(!findPage(picture));
+            // A pen is none, nor is what is too small for any.
+            cv::line(picture, {300, 300}, {1500, 800}, cv::Scalar(250, 250, 250), 24);
+            cv::circle(picture, {1500, 200}, 40, cv::Scalar(0, 0, 200), cv::FILLED);
+            QVERIFY(!findPage(picture));
+        }
         QVERIFY(!findPage(cv::Mat(10, 10, CV_8UC3, cv::Scalar::all(9))));
         QVERIFY(!findPage(cv::Mat(1, 5000, CV_8UC3, cv::Scalar::all(9))));
     }
@@ -591,12 +515,13 @@ private Q_SLOTS:
 
     void pageKeepsItsProportions_data()
     {
-        QTest::addColumn<double>("tilt"); // of the camera, in degrees
-        QTest::addColumn<double>("turn"); // of the page
-        QTest::newRow("straight down") << 0.0 << 0.0;
-        QTest::newRow("turned") << 0.0 << 20.0;
-        QTest::newRow("from below") << 25.0 << 0.0;
-        QTest::newRow("from below, turned") << 25.0 << 20.0;
+        // tilt: of the camera, in degrees
+        // turn: of the page
+        const Rows<double, double> row("tilt", "turn");
+        row("straight down", 0.0, 0.0);
+        row("turned", 0.0, 20.0);
+        row("from below", 25.0, 0.0);
+        row("from below, turned", 25.0, 20.0);
     }
 
     void pageKeepsItsProportions()
@@ -620,22 +545,15 @@ private Q_SLOTS:
         QVERIFY2(qAbs(ratio / (297.0 / 210) - 1) < 0.05, qPrintable(QString::number(ratio)));
     }
 
-    void textAskewOnItsPage_data()
-    {
-        QTest::addColumn<double>("slope");
-        for (double slope : {0.0, 0.6, 2.3, -1.4, -4.0}) {
-            QTest::addRow("%.1f degrees", slope) << slope;
-        }
-    }
-
     void textAskewOnItsPage()
     {
-        QFETCH(double, slope);
-        const cv::Mat page = textPage({1200, 850}, slope);
-        QVERIFY2(qAbs(textSlope(page) - slope) < 0.2, qPrintable(QString::number(textSlope(page))));
-        cv::Mat picture = desk(Desk::Plain, {1920, 1080});
-        lay(page, turnedPage({960, 540}, 1200, 850, 5), picture);
-        QVERIFY(qAbs(textSlope(straightenedPage(picture))) < 0.3);
+        for (const double slope : {0.0, 0.6, 2.3, -1.4, -4.0}) {
+            const cv::Mat page = textPage({1200, 850}, slope);
+            QVERIFY2(qAbs(textSlope(page) - slope) < 0.2, qPrintable(QString::number(slope)));
+            cv::Mat picture = desk(Desk::Plain, {1920, 1080});
+            lay(page, turnedPage({960, 540}, 1200, 850, 5), picture);
+            QVERIFY(qAbs(textSlope(straightenedPage(picture))) < 0.3);
+        }
     }
 
     void noTextHasNoSlope()
@@ -649,7 +567,7 @@ private Q_SLOTS:
     void watermarkIsOnTheFileAlone()
     {
         QVERIFY(bSetMode(1) && bSetImageArea(0, 260, 320, 480)); // the white quarter
-        vSetWaterPrint(1, line("仅供测试").toLocal8Bit().constData(), 0);
+        vSetWaterPrint(1, "仅供测试", 0);
         vSetWaterPrintFontSize(12);
         vSetWaterPrintFontColor(0xFF8000);
         vSetWaterPrintPos(30, 40);
@@ -664,16 +582,16 @@ private Q_SLOTS:
         QVERIFY(getVideoFrameMat(preview));
         QCOMPARE(cv::norm(preview, quarters({640, 480}), cv::NORM_INF), 0.0);
 
-        vSetWaterPrint(1, line("试测供仅").toLocal8Bit().constData(), 0); // not a row of boxes
+        vSetWaterPrint(1, "试测供仅", 0); // not a row of boxes
         QVERIFY(meanDifference(saved(), stamped) > 0.5);
-        vSetWaterPrint(1, line("仅供测试").toLocal8Bit().constData(), 30); // paler
+        vSetWaterPrint(1, "仅供测试", 30); // paler
         cv::inRange(saved(), cv::Scalar(0, 100, 220), cv::Scalar(40, 160, 255), ink);
         QCOMPARE(cv::countNonZero(ink), 0);
         vSetWaterPrintPos(-10, -1);
         cv::Mat dark = greyOf(saved()) < 240;
         QVERIFY(cv::boundingRect(dark).br().x > 295 && cv::boundingRect(dark).x > 30);
         QVERIFY(cv::boundingRect(dark).br().y > 200);
-        vSetWaterPrint(0, line("仅供测试").toLocal8Bit().constData(), 0);
+        vSetWaterPrint(0, "仅供测试", 0);
         QCOMPARE(cv::countNonZero(greyOf(saved()) < 240), 0);
     }
 
@@ -815,39 +733,38 @@ private Q_SLOTS:
         }
         bStopPlay();
         QVERIFY(!sGetImageBase64_Byte(0));
-        QVERIFY(!bSaveJPG(m_folder->path().toUtf8().constData(), "none"));
+        QVERIFY(!bSaveJPG(here(), "none"));
     }
 
     void base64OfFiles()
     {
         const QByteArray content = QByteArray::fromHex("00ff0a0d00fe");
         writeFile(path("文件"), content);
-        char *text = Base64Encode(path("文件").toUtf8().constData());
+        char *text = Base64Encode(utf8("文件"));
         const QByteArray encoded(text);
         std::free(text);
         QCOMPARE(encoded, content.toBase64());
-        QVERIFY(Base64Decode(encoded.constData(), path("新/out").toLocal8Bit().constData()));
+        QVERIFY(Base64Decode(encoded.constData(), utf8("新/out")));
         QCOMPARE(contentOf(path("新/out")), content);
-        QVERIFY(!Base64Encode(path("absent").toUtf8().constData()) && !Base64Encode(""));
-        QVERIFY(!Base64Encode(m_folder->path().toUtf8().constData()));
+        QVERIFY(!Base64Encode(utf8("absent")) && !Base64Encode(""));
+        QVERIFY(!Base64Encode(here()));
         writeFile(path("huge"), {});
         QVERIFY(QFile::resize(path("huge"), 900LL << 20)); // no text could hold it
-        QVERIFY(!Base64Encode(path("huge").toUtf8().constData()));
+        QVERIFY(!Base64Encode(utf8("huge")));
         for (const char *garbage : {"", "A", "no base64!", "AAAA=AAA", "AAA====", "===="}) {
-            QVERIFY2(!Base64Decode(garbage, path("never").toLocal8Bit().constData()), garbage);
+            QVERIFY2(!Base64Decode(garbage, utf8("never")), garbage);
         }
-        QVERIFY(!Base64Decode("AAAA", path("文件/x").toLocal8Bit().constData())
-                && !Base64Decode("AAAA", ""));
+        QVERIFY(!Base64Decode("AAAA", utf8("文件/x")) && !Base64Decode("AAAA", ""));
         QVERIFY(!QFile::exists(path("never")));
     }
 
     void splitAtTheFold_data()
     {
-        QTest::addColumn<int>("fold"); // 0: none is seen
-        QTest::addColumn<int>("expected");
-        QTest::newRow("left of the middle") << 590 << 590;
-        QTest::newRow("right of the middle") << 690 << 690;
-        QTest::newRow("none to be seen") << 0 << 640;
+        // fold: 0: none is seen
+        const Rows<int, int> row("fold", "expected");
+        row("left of the middle", 590, 590);
+        row("right of the middle", 690, 690);
+        row("none to be seen", 0, 640);
     }
 
     void splitAtTheFold()
@@ -863,8 +780,7 @@ private Q_SLOTS:
             }
         }
         QVERIFY(toImage(book).save(path("书 1.v2.png")));
-        QVERIFY(SplitPic(path("书 1.v2.png").toUtf8().constData(),
-                         path("halves").toUtf8().constData()));
+        QVERIFY(SplitPic(utf8("书 1.v2.png"), utf8("halves")));
         QString error;
         const cv::Mat left = readPicture(path("halves/书 1.v2_left.jpg"), &error);
         const cv::Mat right = readPicture(path("halves/书 1.v2_right.jpg"), &error);
@@ -874,12 +790,10 @@ private Q_SLOTS:
         QVERIFY(meanDifference(both, book) < 3);
         // So narrow that reduced it would vanish.
         QVERIFY(toImage(cv::Mat(24, 40000, CV_8UC3, cv::Scalar::all(200))).save(path("strip.png")));
-        QVERIFY(
-            SplitPic(path("strip.png").toUtf8().constData(), path("halves").toUtf8().constData()));
-        QVERIFY(!SplitPic(path("absent.png").toUtf8().constData(), path("x").toUtf8().constData()));
-        QVERIFY(!SplitPic(path("书 1.v2.png").toUtf8().constData(), "")
-                && !SplitPic(path("书 1.v2.png").toUtf8().constData(),
-                             path("camera.png").toUtf8().constData()));
+        QVERIFY(SplitPic(utf8("strip.png"), utf8("halves")));
+        QVERIFY(!SplitPic(utf8("absent.png"), utf8("x")));
+        QVERIFY(!SplitPic(utf8("书 1.v2.png"), "")
+                && !SplitPic(utf8("书 1.v2.png"), utf8("camera.png")));
     }
 
     void captureWhileEverythingChanges()
@@ -893,8 +807,7 @@ private Q_SLOTS:
                     vSetWaterPrint(1, QByteArray::number(i).constData(), 50);
                     bSetMode(i % 3);
                     vSetBrightness(i);
-                    failed +=
-                        bSaveJPG(m_folder->path().toUtf8().constData(), name.constData()) ? 0 : 1;
+                    failed += bSaveJPG(here(), name.constData()) ? 0 : 1;
                     failed += sGetImageBase64_Byte(i % 3) ? 0 : 1;
                 }
             });
@@ -904,28 +817,18 @@ private Q_SLOTS:
         }
         QCOMPARE(int(failed), 0);
         QCOMPARE(everythingIn(m_folder->path()),
-                 (QStringList{path("0.jpg"), path("1.jpg"), path("camera.png")}));
+                 (QStringList{line("0.jpg"), line("1.jpg"), line("camera.png")}));
     }
 
 private:
+    Utf8 here() const { return Utf8(m_folder->path()); }
+
     /** What a capture gives just now. */
     cv::Mat saved()
     {
         QString error;
-        return bSavePNG(m_folder->path().toUtf8().constData(), "shot")
-            ? readPicture(path("shot.png"), &error)
-            : cv::Mat();
+        return bSavePNG(here(), "shot") ? readPicture(path("shot.png"), &error) : cv::Mat();
     }
-
-    QString path(const char *name) const { return m_folder->filePath(line(name)); }
-
-    static QString iniBesideProgram()
-    {
-        return QCoreApplication::applicationDirPath() + QStringLiteral("/devices.ini");
-    }
-
-    std::unique_ptr<PortableLog> m_log;
-    std::unique_ptr<QTemporaryDir> m_folder;
 };
 
 QTEST_MAIN(TestPortableCapture)

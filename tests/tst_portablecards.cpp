@@ -5,7 +5,7 @@
 #include "portable/emv.h"
 #include "portable/socialcard.h"
 #include "portable/tlv.h"
-#include "tests/fakesource.h"
+#include "tests/portabletest.h"
 #include "tests/scriptedcard.h"
 
 #include <QtTest>
@@ -21,34 +21,9 @@ using namespace portable;
 
 namespace {
 
-QString line(const char *text)
-{
-    return QString::fromUtf8(text);
-}
-
-void writeFile(const QString &path, const QByteArray &content)
-{
-    QFile file(path);
-    QVERIFY(file.open(QIODevice::WriteOnly));
-    file.write(content);
-}
-
-QByteArray contentOf(const QString &path)
-{
-    QFile file(path);
-    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
-}
-
 QJsonObject parsed(const QByteArray &json)
 {
     return QJsonDocument::fromJson(json).object();
-}
-
-QByteArray taken(char *text)
-{
-    const QByteArray result = text;
-    std::free(text);
-    return result;
 }
 
 /** A card that answers as its script says, and counts the commands. */
@@ -188,17 +163,18 @@ const QByteArray bankCard = "{\"type\":\"bankcard\",\"number\":\"0002\",\"expiry
 
 } // namespace
 
+Q_DECLARE_METATYPE(CardKind)
+Q_DECLARE_METATYPE(CardPresence)
 Q_DECLARE_METATYPE(CardScript)
 
-class TestPortableCards : public QObject
+class TestPortableCards : public PortableTest
 {
     Q_OBJECT
 
 private Q_SLOTS:
     void init()
     {
-        m_log = std::make_unique<PortableLog>();
-        m_folder = std::make_unique<QTemporaryDir>();
+        PortableTest::init();
         QVERIFY(QDir(m_folder->path()).mkdir(line("cards")));
         auto real = std::make_unique<FakeCards>();
         m_real = real.get();
@@ -209,19 +185,13 @@ private Q_SLOTS:
     void cleanup()
     {
         m_readers.reset();
-        m_log.reset();
-        QFile::remove(besideProgram("devices.ini"));
+        PortableTest::cleanup();
     }
 
     void cardOnTheReader_data()
     {
-        QTest::addColumn<QByteArray>("ini");
-        QTest::addColumn<int>("kind");
-        QTest::addColumn<QString>("expected"); // the card's number, or the status after "!"
-        const auto row = [](const char *title, const char *ini, CardKind kind,
-                            const char *expected) {
-            QTest::newRow(title) << QByteArray(ini) << int(kind) << line(expected);
-        };
+        // expected: the card's number, or the status after "!"
+        const Rows<QByteArray, CardKind, QString> row("ini", "kind", "expected");
         constexpr CardKind id = CardKind::Identity;
         constexpr CardKind bank = CardKind::Bank;
         constexpr CardKind ic = CardKind::Ic;
@@ -255,17 +225,17 @@ private Q_SLOTS:
     void cardOnTheReader()
     {
         QFETCH(QByteArray, ini);
-        QFETCH(int, kind);
+        QFETCH(CardKind, kind);
         writeCard("a.json", "{");
         writeCard("b.json", QByteArray(idCard).replace("0001", "b"));
         writeCard("c.json", QByteArray(idCard).replace("0001", "c"));
         writeCard("d.json", bankCard);
         writeCard("卡, 乙.json", QByteArray(bankCard).replace("0002", "0003"));
         writeCard("face.jpg", "JPEG");
-        writeFile(m_folder->filePath(line("outside.json")), idCard);
-        QFile::link(m_folder->filePath(line("outside.json")), cardPath("link.json"));
+        writeFile(path("outside.json"), idCard);
+        QFile::link(path("outside.json"), cardPath("link.json"));
         writeIni(ini);
-        const CardResult result = m_readers->read(CardKind(kind));
+        const CardResult result = m_readers->read(kind);
         QTEST(result.isRead() ? result.fields.value(line("number")).toString()
                               : QStringLiteral("!%1").arg(int(result.status)),
               "expected");
@@ -274,11 +244,8 @@ private Q_SLOTS:
 
     void badCardFiles_data()
     {
-        QTest::addColumn<QByteArray>("content");
-        QTest::addColumn<QString>("said"); // part of the line
-        const auto row = [](const char *title, const QByteArray &content, const char *said) {
-            QTest::newRow(title) << content << line(said);
-        };
+        // said: part of the line
+        const Rows<QByteArray, QString> row("content", "said");
         const auto with = [](const char *before, const char *after) {
             return QByteArray(idCard).replace(before, after);
         };
@@ -355,11 +322,8 @@ private Q_SLOTS:
 
     void tlvObjects_data()
     {
-        QTest::addColumn<QByteArray>("bytes");
-        QTest::addColumn<QByteArray>("expected"); // values of tag 5A, separated by blanks
-        const auto row = [](const char *title, const char *bytes, const char *expected) {
-            QTest::newRow(title) << QByteArray(bytes) << QByteArray(expected);
-        };
+        // expected: values of tag 5A, separated by blanks
+        const Rows<QByteArray, QByteArray> row("bytes", "expected");
         // clang-format off
         row("nothing",                        "",                                   "");
         row("one",                            "5A0112",                             "12");
@@ -412,11 +376,7 @@ private Q_SLOTS:
 
     void realCards_data()
     {
-        QTest::addColumn<CardScript>("script");
-        QTest::addColumn<QString>("expected");
-        const auto row = [](const char *title, CardScript script, const char *expected) {
-            QTest::newRow(title) << script << line(expected);
-        };
+        const Rows<CardScript, QString> row("script", "expected");
         const auto with = [](CardScript script, const QByteArray &command,
                              const QByteArray &answer) {
             script.set(command, answer);
@@ -471,15 +431,14 @@ private Q_SLOTS:
     /** Whatever one answer a card repeats, a read of it ends. */
     void hostileCards_data()
     {
-        QTest::addColumn<QByteArray>("answer");
-        QTest::addColumn<int>("mostCommands");
+        const Rows<QByteArray, int> row("answer", "mostCommands");
         // clang-format off
-        QTest::newRow("more and more")         << QByteArray("00006100") << 16;
-        QTest::newRow("another length")        << QByteArray("6C01")     << 40;
-        QTest::newRow("pulled out")            << QByteArray("")         << 1;
-        QTest::newRow("half a status")         << QByteArray("90")       << 1;
-        QTest::newRow("directory of itself")   << tlv("6F", tlv("61", tlv("4F", debit)) + "88010194044001FF00") + "9000" << 1000;
-        QTest::newRow("every record is there") << QByteArray("6F0E8801019404F801FF00940408") + "01FF00" + "9000" << 1000;
+        row("more and more",         "00006100",                         16);
+        row("another length",        "6C01",                             40);
+        row("pulled out",            "",                                 1);
+        row("half a status",         "90",                               1);
+        row("directory of itself",   tlv("6F", tlv("61", tlv("4F", debit)) + "88010194044001FF00") + "9000", 1000);
+        row("every record is there", QByteArray("6F0E8801019404F801FF00940408") + "01FF00" + "9000", 1000);
         // clang-format on
     }
 
@@ -505,15 +464,9 @@ private Q_SLOTS:
 
     void realOrSimulated_data()
     {
-        QTest::addColumn<QByteArray>("ini");
-        QTest::addColumn<int>("presence");
-        QTest::addColumn<bool>("isBankCard");
-        QTest::addColumn<QString>("expected"); // number, or the status after "!"
-        const auto row = [](const char *title, const char *ini, CardPresence presence,
-                            bool isBankCard, const char *expected) {
-            QTest::newRow(title) << QByteArray(ini) << int(presence) << isBankCard
-                                 << line(expected);
-        };
+        // expected: number, or the status after "!"
+        const Rows<QByteArray, CardPresence, bool, QString> row("ini", "presence", "isBankCard",
+                                                                "expected");
         constexpr auto noReader = CardPresence::NoReader;
         constexpr auto noCard = CardPresence::NoCard;
         constexpr auto present = CardPresence::Card;
@@ -534,15 +487,15 @@ private Q_SLOTS:
     void realOrSimulated()
     {
         QFETCH(QByteArray, ini);
-        QFETCH(int, presence);
+        QFETCH(CardPresence, presence);
         QFETCH(bool, isBankCard);
         writeIni(ini);
         writeCard("bank.json", bankCard);
-        if (CardPresence(presence) == CardPresence::Card) {
+        if (presence == CardPresence::Card) {
             // The first one isn't the right one: the next is tried.
             m_real->insert({socialSecurityCard(), isBankCard ? contactBankCard() : CardScript()});
         }
-        m_real->presence = CardPresence(presence);
+        m_real->presence = presence;
         const CardResult result = m_readers->read(CardKind::Bank);
         QTEST(result.isRead() ? result.fields.value(line("number")).toString()
                               : QStringLiteral("!%1").arg(int(result.status)),
@@ -635,8 +588,8 @@ private Q_SLOTS:
     {
         const int terminal = ::posix_openpt(O_RDWR | O_NOCTTY);
         if (terminal < 0 || ::grantpt(terminal) != 0 || ::unlockpt(terminal) != 0) {
-        QSKIP("there are no pseudo terminals here (/dev/pts is not mounted)");
-    }
+            QSKIP("there are no pseudo terminals here (/dev/pts is not mounted)");
+        }
         QVERIFY(m_readers->openSerial(line(::ptsname(terminal))));
         QVERIFY(m_readers->hasModule());
         ::close(terminal);
@@ -659,10 +612,9 @@ private Q_SLOTS:
         for (const QString &name : samples.entryList(QDir::Files)) {
             QVERIFY(QFile::copy(samples.filePath(name), folder + QLatin1Char('/') + name));
         }
-        writeFile(besideProgram("devices.ini"),
-                  "[cards]\nreader=simulated\nidcard=zhangsan.json\n");
+        useIni("[cards]\nreader=simulated\nidcard=zhangsan.json\n");
 
-        const QByteArray ascii = taken(sIDCardReader());
+        const QByteArray ascii = taken(sIDCardReader()).toUtf8();
         const QJsonObject id = parsed(ascii);
         QCOMPARE(id.value(line("name")), QJsonValue(line("张三")));
         QCOMPARE(id.value(line("code")), QJsonValue(line("0")));
@@ -676,9 +628,10 @@ private Q_SLOTS:
             read(&text);
             QCOMPARE(parsed(text.toUtf8()), id);
         }
-        QCOMPARE(parsed(taken(ReadCard(nullptr, nullptr))), id);
-        QCOMPARE(parsed(taken(ReadCard(nullptr, "x"))), id);
-        QCOMPARE(taken(sReadIDCardSnr()), QByteArray("0000000000000001"));
+        for (const char *port : {"", "x"}) {
+            QCOMPARE(parsed(taken(ReadCard(nullptr, port)).toUtf8()), id);
+        }
+        QCOMPARE(taken(sReadIDCardSnr()), line("0000000000000001"));
 
         QString text;
         iReadCardBas_noPasam_qt(1, &text);
@@ -695,11 +648,12 @@ private Q_SLOTS:
         QCOMPARE(iReadICCardSnr(), 0x42);
         QVERIFY(bOpenIDCardUSBPort("USB1") && bgetSAMStatus() && bCloseIDCardDevie());
         QVERIFY(!bgetSAMStatus() && bCloseIDCardDevie());
-        QVERIFY(taken(GetSAMID()).startsWith("00.00-"));
+        QVERIFY(taken(GetSAMID()).startsWith(line("00.00-")));
         QVERIFY(!openIDCardSerialPort("/dev/absent"));
 
-        writeFile(besideProgram("devices.ini"), "[cards]\nreader=none\n");
-        QCOMPARE(parsed(taken(sIDCardReader())).value(line("code")), QJsonValue(line("1")));
+        useIni("[cards]\nreader=none\n");
+        QCOMPARE(parsed(taken(sIDCardReader()).toUtf8()).value(line("code")),
+                 QJsonValue(line("1")));
         QVERIFY(!GetBankCardInfoVX(&text, 2) && !ReadSBKCardBas_DK(1, &text));
         QCOMPARE(iReadICCardSnr(), 0);
         QCOMPARE(sReadIDCardSnr(), nullptr);
@@ -712,7 +666,7 @@ private Q_SLOTS:
         const QString folder = besideProgram("cards");
         QVERIFY(QDir().mkpath(folder));
         writeFile(folder + line("/0.json"), "{\"type\":\"iccard\",\"serial\":\"0102FFFEFDFC\"}");
-        writeFile(besideProgram("devices.ini"), "[cards]\nreader=simulated\niccard=0.json\n");
+        useIni("[cards]\nreader=simulated\niccard=0.json\n");
         QCOMPARE(iReadICCardSnr(), 0x7FFEFDFC);
         QFile::remove(folder + line("/0.json"));
     }
@@ -720,8 +674,8 @@ private Q_SLOTS:
     void voicePrompts()
     {
         const QByteArray searchPath = qgetenv("PATH");
-        const QString said = m_folder->filePath(line("said"));
-        const QString program = m_folder->filePath(line("espeak-ng"));
+        const QString said = path("said");
+        const QString program = path("espeak-ng");
         qputenv("PATH", m_folder->path().toUtf8());
         QVERIFY(!bPlayVoice(1)); // no program
         writeFile(program,
@@ -755,17 +709,10 @@ private:
     /** Longer each time: a change of neither size nor time, which is coarse, isn't seen. */
     void writeIni(const QByteArray &cards)
     {
-        writeFile(m_folder->filePath(line("devices.ini")),
+        writeFile(path("devices.ini"),
                   "[cards]\n" + cards + QByteArray(100 + ++m_edits * 100 - cards.size(), '\n'));
     }
 
-    static QString besideProgram(const char *name)
-    {
-        return QCoreApplication::applicationDirPath() + QLatin1Char('/') + line(name);
-    }
-
-    std::unique_ptr<PortableLog> m_log;
-    std::unique_ptr<QTemporaryDir> m_folder;
     std::unique_ptr<CardReaders> m_readers;
     FakeCards *m_real = nullptr; // m_readers owns it
     int m_edits = 0; // of devices.ini

@@ -4,7 +4,7 @@
 #include "devicelib/doccamera.h"
 #include "portable/images.h"
 #include "portable/pagespool.h"
-#include "tests/fakesource.h"
+#include "tests/portabletest.h"
 
 #include <QImageReader>
 #include <QPainter>
@@ -17,37 +17,6 @@
 #include <thread>
 
 namespace {
-
-QString line(const char *text)
-{
-    return QString::fromUtf8(text);
-}
-
-/** What a program prints; a failure of it fails the test. */
-QString output(const QString &program, const QStringList &arguments)
-{
-    QProcess process;
-    process.start(program, arguments);
-    if (!process.waitForStarted() || !process.waitForFinished()) {
-        QTest::qFail(qPrintable(program + line(" doesn't run")), __FILE__, __LINE__);
-    } else if (process.exitCode() != 0) {
-        QTest::qFail(process.readAllStandardError().constData(), __FILE__, __LINE__);
-    }
-    return QString::fromUtf8(process.readAllStandardOutput());
-}
-
-QByteArray contentOf(const QString &path)
-{
-    QFile file(path);
-    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
-}
-
-void writeFile(const QString &path, const QByteArray &content)
-{
-    QFile file(path);
-    QVERIFY(file.open(QIODevice::WriteOnly));
-    QCOMPARE(file.write(content), qint64(content.size()));
-}
 
 /**
  * White, with shrinking black lines at the top and red ones at the lower left: turned or flipped it
@@ -137,30 +106,6 @@ QStringList namesOf(const QVector<Element> &elements)
     return names;
 }
 
-/** While it lives, no file of this process grows beyond it. */
-class FileSizeLimit
-{
-public:
-    explicit FileSizeLimit(rlim_t bytes)
-        : m_handler(std::signal(SIGXFSZ, SIG_IGN)) // so that writing fails
-    {
-        getrlimit(RLIMIT_FSIZE, &m_before);
-        const rlimit limit{bytes, m_before.rlim_max};
-        setrlimit(RLIMIT_FSIZE, &limit);
-    }
-    ~FileSizeLimit()
-    {
-        setrlimit(RLIMIT_FSIZE, &m_before);
-        std::signal(SIGXFSZ, m_handler);
-    }
-    FileSizeLimit(const FileSizeLimit &) = delete;
-    FileSizeLimit &operator=(const FileSizeLimit &) = delete;
-
-private:
-    void (*m_handler)(int);
-    rlimit m_before{};
-};
-
 // The functions with a text, for the texts of Qt.
 
 bool startPdf(const QByteArray &directory, const QByteArray &name)
@@ -207,17 +152,16 @@ bool addTextToOfd(const QByteArray &base64)
 
 } // namespace
 
-class TestPortableDocuments : public QObject
+class TestPortableDocuments : public PortableTest
 {
     Q_OBJECT
 
 private Q_SLOTS:
     void init()
     {
-        m_folder = std::make_unique<QTemporaryDir>();
+        PortableTest::init();
         QVERIFY(QDir(m_folder->path()).mkdir(line("spool")));
         qputenv("TMPDIR", QFile::encodeName(path("spool")));
-        m_log = std::make_unique<PortableLog>();
     }
 
     void cleanup()
@@ -226,11 +170,9 @@ private Q_SLOTS:
         bSaveOFDEnd();
         bSaveMergeEnd();
         QVERIFY(bStopPlay());
-        m_log.reset();
-        QCOMPARE(QDir(path("spool")).entryList(QDir::NoDotAndDotDot | QDir::AllEntries),
-                 QStringList());
         qunsetenv("TMPDIR");
-        QFile::remove(iniBesideProgram());
+        QCOMPARE(everythingIn(path("spool")), QStringList());
+        PortableTest::cleanup();
     }
 
     void pdfOfShots()
@@ -248,7 +190,7 @@ private Q_SLOTS:
         QCOMPARE(QDir(path("a/b")).entryList(QDir::Files | QDir::Hidden),
                  QStringList(line("扫描.pdf")));
 
-        output(line("qpdf"), {line("--check"), pdf});
+        checkPdf(pdf);
         QCOMPARE(pageSizes(pdf), QStringList({line("288 x 216"), line("288 x 216")}));
         QCOMPARE(imagesOf(pdf),
                  QStringList({line("640 480 rgb 8 jpeg 160"), line("640 480 gray 1 ccitt 160")}));
@@ -288,7 +230,7 @@ private Q_SLOTS:
         QCOMPARE(m_log->takeLines(), QStringList());
 
         const QString pdf = path("files.PDF");
-        output(line("qpdf"), {line("--check"), pdf});
+        checkPdf(pdf);
         QCOMPARE(imagesOf(pdf),
                  QStringList({line("400 300 rgb 8 jpeg 200"), line("300 300 gray 8 jpeg 150"),
                               line("400 300 rgb 8 jpeg 300"), line("400 300 rgb 8 jpeg 300"),
@@ -298,7 +240,7 @@ private Q_SLOTS:
         for (const QImage &rendered : renderedPages(pdf)) {
             QVERIFY(shows(rendered, picture(400, 300)));
         }
-        output(line("pdfimages"), {line("-all"), pdf, path("out")});
+        outputOf("pdfimages", {line("-all"), pdf, path("out")});
         QCOMPARE(contentOf(path("out-000.jpg")), contentOf(path("colour.jpg")));
         QCOMPARE(contentOf(path("out-001.jpg")), contentOf(path("灰.jpeg")));
         QCOMPARE(contentOf(path("out-002.jpg")), silent);
@@ -331,21 +273,21 @@ private Q_SLOTS:
 
     void positionOfAPage_data()
     {
-        QTest::addColumn<float>("number");
-        QTest::addColumn<int>("index"); // among three pages
+        // index: among three pages
+        const Rows<float, int> row("number", "index");
         const float nan = std::numeric_limits<float>::quiet_NaN();
         const float infinity = std::numeric_limits<float>::infinity();
-        QTest::newRow("the default of a PDF") << -1.f << 3;
-        QTest::newRow("the default of an OFD") << 1.f << 3;
-        QTest::newRow("a text that is no number") << 0.f << 3;
-        QTest::newRow("second") << 2.f << 1;
-        QTest::newRow("last") << 3.f << 2;
-        QTest::newRow("behind the last") << 4.f << 3;
-        QTest::newRow("between") << 2.5f << 3;
-        QTest::newRow("far away") << 1e30f << 3;
-        QTest::newRow("nan") << nan << 3;
-        QTest::newRow("infinity") << infinity << 3;
-        QTest::newRow("minus infinity") << -infinity << 3;
+        row("the default of a PDF", -1.f, 3);
+        row("the default of an OFD", 1.f, 3);
+        row("a text that is no number", 0.f, 3);
+        row("second", 2.f, 1);
+        row("last", 3.f, 2);
+        row("behind the last", 4.f, 3);
+        row("between", 2.5f, 3);
+        row("far away", 1e30f, 3);
+        row("nan", nan, 3);
+        row("infinity", infinity, 3);
+        row("minus infinity", -infinity, 3);
     }
 
     void positionOfAPage()
@@ -369,7 +311,7 @@ private Q_SLOTS:
         QVERIFY(bSaveOFDEnd());
         QCOMPARE(m_log->takeLines(), QStringList());
 
-        output(line("unzip"), {line("-q"), path("文档.ofd"), line("-d"), path("ofd")});
+        outputOf("unzip", {line("-q"), path("文档.ofd"), line("-d"), path("ofd")});
         const auto ofd = elementsOf(contentOf(path("ofd/OFD.xml")));
         QCOMPARE(namesOf(ofd).join(QLatin1Char(' ')),
                  line("OFD DocBody DocInfo DocID CreationDate Creator DocRoot"));
@@ -422,16 +364,9 @@ private Q_SLOTS:
 
     void mergedPictures_data()
     {
-        QTest::addColumn<int>("direction");
-        QTest::addColumn<int>("gap");
-        QTest::addColumn<qint64>("width");
-        QTest::addColumn<qint64>("height");
-        QTest::addColumn<QSize>("size"); // of three pictures of 800 x 400
-        QTest::addColumn<double>("scale");
-        const auto row = [](const char *title, int direction, int gap, qint64 width, qint64 height,
-                            QSize size, double scale) {
-            QTest::newRow(title) << direction << gap << width << height << size << scale;
-        };
+        // size: of three pictures of 800 x 400
+        const Rows<int, int, qint64, qint64, QSize, double> row("direction", "gap", "width",
+                                                                "height", "size", "scale");
         const qint64 much = std::numeric_limits<qint64>::max();
         // clang-format off
         //   what                direction  gap  width  height  result        scale
@@ -560,7 +495,7 @@ private Q_SLOTS:
         const QVector<QPair<QByteArray, QByteArray>> places{
             {"", "a"},       {here, ""},       {"", ""},        {below, "a"},        {endless, "a"},
             {here, endless}, {here, longName}, {here, "taken"}, {"/proc/none", "a"}, {here, "a/"}};
-        const QStringList before = everything();
+        const QStringList before = everythingIn(m_folder->path());
         for (const auto &place : places) {
             QVERIFY2(!startPdf(place.first, place.second), place.second.left(80).constData());
             QCOMPARE(m_log->takeLines().size(), 1);
@@ -572,7 +507,7 @@ private Q_SLOTS:
         QVERIFY(!startMerge(here, "a", 0, -1, 0, 0) && !startMerge(here, "a", 0, 1001, 0, 0));
         QVERIFY(!startMerge(here, "a", 0, 0, -1, 0) && !startMerge(here, "a", 0, 0, 0, -1));
         QCOMPARE(m_log->takeLines().size(), 8);
-        QCOMPARE(everything(), before);
+        QCOMPARE(everythingIn(m_folder->path()), before);
     }
 
     void fromStartToEnd()
@@ -584,11 +519,11 @@ private Q_SLOTS:
             QVERIFY(!function());
             QCOMPARE(m_log->takeLines().size(), 1);
         }
-        const QStringList before = everything();
+        const QStringList before = everythingIn(m_folder->path());
         QVERIFY(startPdf(folder("sub"), "none"));
         QVERIFY(!bSavePDFEnd()); // without pages
         QVERIFY(!bSavePDFEnd());
-        QCOMPARE(everything(), before);
+        QCOMPARE(everythingIn(m_folder->path()), before);
         m_log->takeLines();
 
         // All three at once; a second start ends the first; one that fails ends nothing.
@@ -621,18 +556,18 @@ private Q_SLOTS:
         QVERIFY(startPdf(folder(""), "full") && bSavePDFColorPage());
         QVERIFY(startOfd(folder(""), "full") && bSaveOFDColorPage());
         QVERIFY(startMerge(folder(""), "full") && bSaveMergePage());
-        const QStringList before = everything();
+        const QStringList before = everythingIn(m_folder->path());
         {
             const FileSizeLimit limit(10000);
             QVERIFY(!bSavePDFEnd() && !bSaveOFDEnd() && !bSaveMergeEnd());
             QVERIFY(!bSavePDFColorPage()); // the store of pages is full as well
         }
         QCOMPARE(m_log->takeLines().size(), 4);
-        QCOMPARE(everything(), before);
+        QCOMPARE(everythingIn(m_folder->path()), before);
         QVERIFY(bSavePDFColorPage());
         QVERIFY(bSavePDFEnd() && bSaveOFDEnd() && bSaveMergeEnd());
         QCOMPARE(imagesOf(path("full.pdf")).size(), 2);
-        output(line("qpdf"), {line("--check"), path("full.pdf")});
+        checkPdf(path("full.pdf"));
     }
 
     void pagesFromSeveralThreads()
@@ -655,44 +590,25 @@ private Q_SLOTS:
     }
 
 private:
-    QString path(const char *name) const { return m_folder->filePath(line(name)); }
-
     QByteArray folder(const char *name) const { return path(name).toUtf8(); }
-
-    static QString iniBesideProgram()
-    {
-        return QCoreApplication::applicationDirPath() + QStringLiteral("/devices.ini");
-    }
 
     /** Opens a camera that shows this. */
     void useCamera(const QImage &image)
     {
         QVERIFY(image.save(path("camera.png")));
-        writeFile(iniBesideProgram(), "[cameras]\n1=image:" + path("camera.png").toUtf8() + '\n');
+        useIni("[cameras]\n1=image:" + path("camera.png").toUtf8() + '\n');
         QVERIFY(bStartPlay(0));
         QImage frame;
         QVERIFY(getVideoFrame(frame));
         m_log->takeLines(); // that it opened
     }
 
-    /** Everything there is below the test's folder. */
-    QStringList everything() const
-    {
-        QStringList entries;
-        QDirIterator iterator(m_folder->path(),
-                              QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot,
-                              QDirIterator::Subdirectories);
-        while (iterator.hasNext()) {
-            entries << iterator.next();
-        }
-        entries.sort();
-        return entries;
-    }
+    static void checkPdf(const QString &pdf) { outputOf("qpdf", {line("--check"), pdf}); }
 
     /** Of each page in points, as pdfinfo sees it: "288 x 216". */
     static QStringList pageSizes(const QString &pdf)
     {
-        const QString text = output(line("pdfinfo"), {line("-l"), line("1000"), pdf});
+        const QString text = QString::fromUtf8(outputOf("pdfinfo", words("-l 1000") << pdf));
         QStringList sizes;
         QRegularExpression pattern(line("Page +\\d+ size: +(\\S+ x \\S+) pts"));
         for (auto match = pattern.globalMatch(text); match.hasNext();) {
@@ -705,8 +621,9 @@ private:
     static QStringList imagesOf(const QString &pdf)
     {
         QStringList images;
-        const QStringList rows =
-            output(line("pdfimages"), {line("-list"), pdf}).split(QLatin1Char('\n')).mid(2);
+        const QStringList rows = QString::fromUtf8(outputOf("pdfimages", {line("-list"), pdf}))
+                                     .split(QLatin1Char('\n'))
+                                     .mid(2);
         for (const QString &row : rows) {
             const QStringList cells = row.simplified().split(QLatin1Char(' '));
             if (cells.size() > 12) {
@@ -721,8 +638,7 @@ private:
     QList<QImage> renderedPages(const QString &pdf) const
     {
         QTemporaryDir pages;
-        output(line("pdftoppm"),
-               {line("-r"), line("50"), line("-png"), pdf, pages.filePath(line("page"))});
+        outputOf("pdftoppm", words("-r 50 -png") << pdf << pages.filePath(line("page")));
         QList<QImage> images;
         const QStringList names = QDir(pages.path()).entryList(QDir::Files, QDir::Name);
         for (const QString &name : names) {
@@ -733,9 +649,6 @@ private:
         }
         return images;
     }
-
-    std::unique_ptr<PortableLog> m_log;
-    std::unique_ptr<QTemporaryDir> m_folder;
 };
 
 QTEST_MAIN(TestPortableDocuments)

@@ -8,9 +8,8 @@
 #include "portable/images.h"
 #include "portable/liveness.h"
 #include "portable/modelweights.h"
-#include "tests/besideprogram.h"
 #include "tests/drawnface.h"
-#include "tests/fakesource.h"
+#include "tests/portabletest.h"
 
 #include <QtTest>
 #include <opencv2/imgproc.hpp>
@@ -27,25 +26,6 @@ using namespace portable;
     QSKIP("the models aren't installed: scripts/fetch-face-models.sh " MODELS_DIR)
 
 namespace {
-
-QString line(const char *text)
-{
-    return QString::fromUtf8(text);
-}
-
-/** A path as the library takes it. */
-class Utf8Path
-{
-public:
-    explicit Utf8Path(const QString &path)
-        : m_bytes(path.toUtf8())
-    {
-    }
-    operator const char *() const { return m_bytes.constData(); }
-
-private:
-    QByteArray m_bytes;
-};
 
 /** Two people as unlike as paint allows. */
 DrawnFace oneFace()
@@ -173,18 +153,16 @@ std::function<float(double)> turning(float amount)
 
 Q_DECLARE_METATYPE(Person)
 
-class TestPortableFaces : public QObject
+class TestPortableFaces : public PortableTest
 {
     Q_OBJECT
 
 private Q_SLOTS:
     void init()
     {
-        m_log = std::make_unique<PortableLog>();
-        m_folder = std::make_unique<QTemporaryDir>();
-        m_ini = std::make_unique<DevicesIni>();
+        PortableTest::init();
         heard = {};
-        QVERIFY(useCamera(line("none")));
+        useCamera(line("none"));
     }
 
     void cleanup()
@@ -194,18 +172,12 @@ private Q_SLOTS:
         QTRY_COMPARE(locked(&Heard::ends), ends + 1);
         bStopPlay();
         bStopPlay4();
-        m_ini.reset();
-        m_log.reset();
+        PortableTest::cleanup();
     }
 
     void livenessBySamples_data()
     {
-        QTest::addColumn<Person>("person");
-        QTest::addColumn<bool>("blinked");
-        QTest::addColumn<bool>("moved");
-        const auto row = [](const char *title, const Person &person, bool blinked, bool moved) {
-            QTest::newRow(title) << person << blinked << moved;
-        };
+        const Rows<Person, bool, bool> row("person", "blinked", "moved");
         const auto open = closedBetween(0, 0);
         const auto blink = closedBetween(2, 2.3);
         const auto still = turning(0.02F);
@@ -299,9 +271,7 @@ private Q_SLOTS:
         QVERIFY(upright.save(path("good.png")));
         QVERIFY(QImage(5000, 100, QImage::Format_Mono).save(path("long.png")));
         QVERIFY(QImage(20000, 4000, QImage::Format_Mono).save(path("huge.png")));
-        QFile text(path("text.jpg"));
-        QVERIFY(text.open(QIODevice::WriteOnly) && text.write("no picture") > 0);
-        text.close();
+        writeFile(path("text.jpg"), "no picture");
         QVERIFY(mkfifo(QFile::encodeName(path("pipe.png")).constData(), 0600) == 0);
         cv::Mat picture;
         QString error;
@@ -319,11 +289,8 @@ private Q_SLOTS:
     void brokenWeights()
     {
         const auto write = [this](const QByteArray &manifest, int bytes) {
-            QFile weights(path("m-weights_manifest.json"));
-            QFile numbers(path("m.bin"));
-            QVERIFY(weights.open(QIODevice::WriteOnly) && numbers.open(QIODevice::WriteOnly));
-            weights.write("[{\"weights\":[" + manifest + "]}]");
-            numbers.write(QByteArray(bytes, '\2'));
+            writeFile(path("m-weights_manifest.json"), "[{\"weights\":[" + manifest + "]}]");
+            writeFile(path("m.bin"), QByteArray(bytes, '\2'));
         };
         const QByteArray tensor =
             R"({"name":"a","shape":[2,3],"quantization":{"min":1,"scale":2}})";
@@ -348,9 +315,9 @@ private Q_SLOTS:
     // Before any test that has loaded the networks.
     void withoutWeights()
     {
-        QVERIFY(DevicesIni::write(line("[faces]\nmodels=/nowhere\n")));
+        useIni("[faces]\nmodels=/nowhere\n");
         QVERIFY(portrait(oneFace()).save(path("face.png")));
-        const Utf8Path face(path("face.png"));
+        const Utf8 face = utf8("face.png");
         QCOMPARE(lImageMatch(face, face), -3);
         QCOMPARE(int(lFaceMatch(face)), -3);
         QVERIFY(!bImageMatch(face, face));
@@ -380,7 +347,7 @@ private Q_SLOTS:
         drawFace(oneFace(), {120, 150}, {60, 78}, 112)
             .save(path("证件照.png")); // fills the picture
         const auto score = [this](const char *a, const char *b) {
-            return lImageMatch(Utf8Path(path(a)), Utf8Path(path(b)));
+            return lImageMatch(Utf8(path(a)), Utf8(path(b)));
         };
         const int same = score("one.png", "one again.jpg");
         const int card = score("one.png", "证件照.png");
@@ -390,10 +357,10 @@ private Q_SLOTS:
         QVERIFY2(same >= samePersonScore && card >= samePersonScore, scores.constData());
         QVERIFY2(other >= 0 && other < samePersonScore, scores.constData());
         QCOMPARE(score("one.png", "one.png"), 100);
-        const Utf8Path one(path("one.png"));
-        QCOMPARE(int(lImageIdMatch(one, Utf8Path(path("证件照.png")))), card);
-        QVERIFY(bImageMatch(one, Utf8Path(path("one again.jpg"))));
-        QVERIFY(!bImageMatch(one, Utf8Path(path("other.png"))));
+        const Utf8 one = utf8("one.png");
+        QCOMPARE(int(lImageIdMatch(one, utf8("证件照.png"))), card);
+        QVERIFY(bImageMatch(one, utf8("one again.jpg")));
+        QVERIFY(!bImageMatch(one, utf8("other.png")));
     }
 
     void picturesWithoutFace()
@@ -406,9 +373,9 @@ private Q_SLOTS:
         grey.copy(0, 0, 1, 1).save(path("dot.png"));
         grey.copy(0, 0, 3000, 2).save(path("line.png"));
         grey.scaled(9000, 9000).save(path("huge.bmp"));
-        const Utf8Path face(path("face.png"));
+        const Utf8 face = utf8("face.png");
         const auto both = [&](const char *file) {
-            const Utf8Path other(path(file));
+            const Utf8 other(path(file));
             return QList<int>{lImageMatch(face, other), lImageMatch(other, face)};
         };
         for (const char *file : {"grey.png", "dot.png", "line.png"}) {
@@ -421,7 +388,7 @@ private Q_SLOTS:
             QCOMPARE(both(file), (QList<int>{-1, -1}));
         }
         QCOMPARE(int(lImageIdMatch(nullptr, nullptr)), -1);
-        QVERIFY(!bImageMatch(face, Utf8Path(path("grey.png"))));
+        QVERIFY(!bImageMatch(face, utf8("grey.png")));
     }
 
     void livePictureWithFile()
@@ -429,10 +396,10 @@ private Q_SLOTS:
         NEED_MODELS;
         portrait(oneFace()).save(path("one.png"));
         portrait(otherFace()).save(path("other.png"));
-        const Utf8Path one(path("one.png"));
-        const Utf8Path other(path("other.png"));
+        const Utf8 one = utf8("one.png");
+        const Utf8 other = utf8("other.png");
         QCOMPARE(int(lFaceMatch(one)), -4); // no camera is open, and none is opened
-        QVERIFY(useCamera(line("image:") + path("one.png")));
+        useCamera(line("image:") + path("one.png"));
         QVERIFY(bStartPlay(0));
         QCOMPARE(int(lFaceMatch(one)), 100);
         QVERIFY(lFaceMatch(other) < samePersonScore);
@@ -453,10 +420,10 @@ private Q_SLOTS:
     {
         NEED_MODELS;
         portrait(oneFace()).save(path("one.png"));
-        const Utf8Path one(path("one.png"));
+        const Utf8 one = utf8("one.png");
         // Camera 2 isn't there, so 1 is opened, and closed again.
-        QVERIFY(DevicesIni::write(line("[cameras]\n2=none\n1=image:") + path("one.png")
-                                  + line("\n[faces]\nmodels=" MODELS_DIR "\n")));
+        useIni("[cameras]\n2=none\n1=image:" + utf8("one.png").bytes
+               + "\n[faces]\nmodels=" MODELS_DIR "\n");
         QVERIFY(bImageMatchOnline(one, 0, 0, 0, onResult));
         QVERIFY(!bFaceFeatureGetOnline(0, 0, onFeature)); // one at a time
         QVERIFY(!bLivingBodyDetect());
@@ -472,7 +439,7 @@ private Q_SLOTS:
         QCOMPARE(int(lFaceFeatureMatch(feature.constData(), feature.constData())), 100);
 
         // A preview that is open stays open; nobody comes.
-        QVERIFY(useCamera(line("scene")));
+        useCamera(line("scene"));
         QVERIFY(bStartPlay(0));
         QVERIFY(bFaceFeatureGetOnline(1, 0, onFeature));
         QTRY_COMPARE_WITH_TIMEOUT(heard.features.size(), 2, 30000);
@@ -506,7 +473,7 @@ private Q_SLOTS:
     void livingFace()
     {
         NEED_MODELS;
-        QVERIFY(useCamera(line("video:") + livingVideo()));
+        useCamera(line("video:") + livingVideo());
         QVERIFY(bStartPlay(0)); // as a preview that was ended without a word
         QVERIFY(AutoLivingBody(onData));
         QTRY_COMPARE_WITH_TIMEOUT(locked(&Heard::reports), 1, 40000);
@@ -530,7 +497,7 @@ private Q_SLOTS:
     {
         NEED_MODELS;
         portrait(oneFace()).save(path("photo.png"));
-        QVERIFY(useCamera(line("image:") + path("photo.png")));
+        useCamera(line("image:") + path("photo.png"));
         QVERIFY(bLivingBodyDetectOnline(3, 0, onResult));
         QTRY_COMPARE_WITH_TIMEOUT(heard.results, QList<int>{0}, 30000);
     }
@@ -539,7 +506,7 @@ private Q_SLOTS:
     {
         NEED_MODELS;
         portrait(oneFace()).save(path("photo.png"));
-        QVERIFY(useCamera(line("image:") + path("photo.png")));
+        useCamera(line("image:") + path("photo.png"));
         for (int round = 1; round <= 3; ++round) { // the second one replaces the first
             QVERIFY(AutoLivingBody(onData));
             const int before = locked(&Heard::frames);
@@ -560,8 +527,6 @@ private Q_SLOTS:
     }
 
 private:
-    QString path(const char *name) const { return m_folder->filePath(line(name)); }
-
     static bool isCameraOpen()
     {
         cv::Mat frame;
@@ -569,13 +534,13 @@ private:
     }
 
     /** All cameras show this; the networks are those of the build. */
-    static bool useCamera(const QString &source)
+    static void useCamera(const QString &source)
     {
         QString text = line("[cameras]\n");
         for (const int camera : {1, 2, 4}) {
             text += QStringLiteral("%1=%2\n").arg(camera).arg(source);
         }
-        return DevicesIni::write(text + line("[faces]\nmodels=" MODELS_DIR "\n"));
+        useIni(text.toUtf8() + "[faces]\nmodels=" MODELS_DIR "\n");
     }
 
     /** Four seconds of a face that looks about and blinks. */
@@ -595,10 +560,6 @@ private:
         }
         return file;
     }
-
-    std::unique_ptr<PortableLog> m_log;
-    std::unique_ptr<QTemporaryDir> m_folder;
-    std::unique_ptr<DevicesIni> m_ini;
 };
 
 QTEST_MAIN(TestPortableFaces)

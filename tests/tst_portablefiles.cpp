@@ -2,7 +2,7 @@
 // The portable library's file functions and its list of USB devices.
 #include "devicelib/doccamera.h"
 #include "portable/usbdevices.h"
-#include "tests/fakesource.h"
+#include "tests/portabletest.h"
 
 #include <QtTest>
 #include <sys/stat.h>
@@ -12,51 +12,6 @@
 
 namespace {
 
-QString line(const char *text)
-{
-    return QString::fromUtf8(text);
-}
-
-void writeFile(const QString &path, const QByteArray &content = "content")
-{
-    QVERIFY(QDir().mkpath(QFileInfo(path).path()));
-    QFile file(path);
-    QVERIFY(file.open(QIODevice::WriteOnly));
-    QCOMPARE(file.write(content), content.size());
-}
-
-/** A text for the device interface. */
-struct Utf8
-{
-    explicit Utf8(const QString &text)
-        : bytes(text.toUtf8())
-    {
-    }
-    operator const char *() const { return bytes.constData(); }
-    const QByteArray bytes;
-};
-
-QByteArray readFile(const QString &path)
-{
-    QFile file(path);
-    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
-}
-
-/** Everything below a folder, links as "name -> target". */
-QStringList tree(const QString &folder)
-{
-    QStringList entries;
-    QDirIterator each(folder, QDir::AllEntries | QDir::System | QDir::Hidden | QDir::NoDotAndDotDot,
-                      QDirIterator::Subdirectories);
-    while (each.hasNext()) {
-        const QFileInfo entry(each.next());
-        const QString name = entry.filePath().mid(folder.size() + 1);
-        entries << (entry.isSymLink() ? name + line(" -> ") + entry.symLinkTarget() : name);
-    }
-    entries.sort();
-    return entries;
-}
-
 using OnePath = bool (*)(const char *);
 using TwoPaths = bool (*)(const char *, const char *);
 
@@ -65,17 +20,15 @@ using TwoPaths = bool (*)(const char *, const char *);
 Q_DECLARE_METATYPE(OnePath)
 Q_DECLARE_METATYPE(TwoPaths)
 
-class TestPortableFiles : public QObject
+class TestPortableFiles : public PortableTest
 {
     Q_OBJECT
 
 private Q_SLOTS:
     void init()
     {
-        m_log = std::make_unique<PortableLog>();
-        m_folder = std::make_unique<QTemporaryDir>();
-        QVERIFY(m_folder->isValid());
-        qputenv("XDG_DATA_HOME", QFile::encodeName(at("data/home")));
+        PortableTest::init();
+        qputenv("XDG_DATA_HOME", QFile::encodeName(path("data/home")));
         qputenv("PATH", m_path);
         qunsetenv("DISPLAY");
         qunsetenv("WAYLAND_DISPLAY");
@@ -85,40 +38,38 @@ private Q_SLOTS:
     void cleanup()
     {
         QVERIFY(QDir::setCurrent(QDir::tempPath()));
-        m_log.reset();
-        m_folder.reset();
+        PortableTest::cleanup();
     }
 
     void deletedFileLiesInTheTrash()
     {
-        writeFile(at("身份证 正面.jpg"), "front");
+        writeFile(path("身份证 正面.jpg"), "front");
         QVERIFY(bDeleteFile(utf8("身份证 正面.jpg")));
-        QVERIFY(!QFile::exists(at("身份证 正面.jpg")));
+        QVERIFY(!QFile::exists(path("身份证 正面.jpg")));
 #if QT_VERSION >= QT_VERSION_CHECK(5, 15, 0)
-        QCOMPARE(readFile(at("data/home/Trash/files/身份证 正面.jpg")), QByteArray("front"));
+        QCOMPARE(contentOf(path("data/home/Trash/files/身份证 正面.jpg")), QByteArray("front"));
 #endif
-        QVERIFY(!QFile::exists(at("files"))); // where Qt puts it when there is no data folder
+        QVERIFY(!QFile::exists(path("files"))); // where Qt puts it when there is no data folder
     }
 
     void withoutATrashTheFileIsDeletedAllTheSame()
     {
-        writeFile(at("data")); // no folder can be made below it
-        writeFile(at("a.jpg"));
+        writeFile(path("data")); // no folder can be made below it
+        writeFile(path("a.jpg"));
         QVERIFY(bDeleteFile(utf8("a.jpg")));
-        QCOMPARE(tree(m_folder->path()), QStringList{line("data")});
+        QCOMPARE(everythingIn(m_folder->path()), QStringList{line("data")});
     }
 
     void deletedForEverIsInNoTrash()
     {
-        writeFile(at("a.jpg"));
+        writeFile(path("a.jpg"));
         QVERIFY(bDeleteFileForever(utf8("a.jpg")));
-        QCOMPARE(tree(m_folder->path()), QStringList());
+        QCOMPARE(everythingIn(m_folder->path()), QStringList());
     }
 
     void deletingALinkLeavesWhatItLeadsTo_data()
     {
-        QTest::addColumn<OnePath>("remove");
-        QTest::addColumn<QString>("target");
+        const Rows<OnePath, QString> row("remove", "target");
         for (const char *target : {"file", "folder", "nothing"}) {
             QTest::addRow("trash, link to %s", target) << OnePath(bDeleteFile) << line(target);
             QTest::addRow("for ever, link to %s", target)
@@ -130,50 +81,47 @@ private Q_SLOTS:
     {
         QFETCH(OnePath, remove);
         QFETCH(QString, target);
-        writeFile(at("file"));
-        writeFile(at("folder/inside"));
-        const QStringList before = tree(m_folder->path());
-        QVERIFY(QFile::link(at("") + target, at("link")));
+        writeFile(path("file"));
+        writeFile(path("folder/inside"));
+        const QStringList before = everythingIn(m_folder->path());
+        QVERIFY(QFile::link(path(target), path("link")));
         QVERIFY(remove(utf8("link")));
-        QVERIFY(!QFileInfo(at("link")).isSymLink());
-        QVERIFY(QDir(at("data")).removeRecursively() || !QFile::exists(at("data")));
-        QCOMPARE(tree(m_folder->path()), before);
-        QCOMPARE(readFile(at("file")), QByteArray("content"));
+        QVERIFY(!QFileInfo(path("link")).isSymLink());
+        QVERIFY(QDir(path("data")).removeRecursively() || !QFile::exists(path("data")));
+        QCOMPARE(everythingIn(m_folder->path()), before);
+        QCOMPARE(contentOf(path("file")), QByteArray("content"));
     }
 
     void copyMoveRename_data()
     {
-        QTest::addColumn<TwoPaths>("call");
-        QTest::addColumn<QString>("from");
-        QTest::addColumn<QString>("to");
-        QTest::addColumn<QString>("result"); // the file that must be there; empty: refused
-        QTest::addColumn<bool>("sourceStays");
+        // result: the file that must be there; empty: refused
+        const Rows<TwoPaths, QString, QString, QString, bool> row("call", "from", "to", "result",
+                                                                  "sourceStays");
         const TwoPaths copy = bCopyFile;
         const TwoPaths move = bMoveFile;
         const TwoPaths rename = bReNameFile;
         // clang-format off
-        QTest::newRow("copy")                 << copy   << line("a") << line("b c/副本") << line("b c/副本") << true;
-        QTest::newRow("copy of a link")       << copy   << line("link") << line("x")     << line("x")       << true;
-        QTest::newRow("copy over a file")     << copy   << line("a") << line("b c/old")  << line("")        << true;
-        QTest::newRow("copy over a link")     << copy   << line("a") << line("dangling") << line("")        << true;
-        QTest::newRow("copy over itself")     << copy   << line("a") << line("b c/../a") << line("")        << true;
-        QTest::newRow("copy onto a folder")   << copy   << line("a") << line("b c")      << line("")        << true;
-        QTest::newRow("copy of a folder")     << copy   << line("b c") << line("x")      << line("")        << true;
-        QTest::newRow("copy into no folder")  << copy   << line("a") << line("no/x")     << line("")        << true;
-        QTest::newRow("copy below a file")    << copy   << line("a") << line("a/x")      << line("")        << true;
-        QTest::newRow("copy of a resource")   << copy   << line(":/qt-project.org/qmime/packages/freedesktop.org.xml")
-                                                        << line("x")                     << line("")        << true;
-        QTest::newRow("move")                 << move   << line("a") << line("b c/x")    << line("b c/x")   << false;
-        QTest::newRow("move by ..")           << move   << line("b c/../a") << line("x") << line("x")       << false;
-        QTest::newRow("move over a file")     << move   << line("a") << line("b c/old")  << line("")        << true;
-        QTest::newRow("move over a link")     << move   << line("a") << line("dangling") << line("")        << true;
-        QTest::newRow("move onto itself")     << move   << line("a") << line("a")        << line("")        << true;
-        QTest::newRow("move of a folder")     << move   << line("b c") << line("x")      << line("")        << true;
-        QTest::newRow("move of nothing")      << move   << line("no") << line("x")       << line("")        << true;
-        QTest::newRow("rename")               << rename << line("a") << line("b c/x")    << line("b c/x")   << false;
-        QTest::newRow("rename by bare name")  << rename << line("b c/old") << line("新")  << line("b c/新")   << false;
-        QTest::newRow("rename over a file")   << rename << line("a") << line("b c/old")  << line("")        << true;
-        QTest::newRow("rename to nothing")    << rename << line("a") << line("")         << line("")        << true;
+        row("copy",                copy,   "a",                                "b c/副本", "b c/副本", true);
+        row("copy of a link",      copy,   "link",                             "x",        "x",        true);
+        row("copy over a file",    copy,   "a",                                "b c/old",  "",         true);
+        row("copy over a link",    copy,   "a",                                "dangling", "",         true);
+        row("copy over itself",    copy,   "a",                                "b c/../a", "",         true);
+        row("copy onto a folder",  copy,   "a",                                "b c",      "",         true);
+        row("copy of a folder",    copy,   "b c",                              "x",        "",         true);
+        row("copy into no folder", copy,   "a",                                "no/x",     "",         true);
+        row("copy below a file",   copy,   "a",                                "a/x",      "",         true);
+        row("copy of a resource",  copy,   ":/qt-project.org/qmime/packages/freedesktop.org.xml", "x",        "",         true);
+        row("move",                move,   "a",                                "b c/x",    "b c/x",    false);
+        row("move by ..",          move,   "b c/../a",                         "x",        "x",        false);
+        row("move over a file",    move,   "a",                                "b c/old",  "",         true);
+        row("move over a link",    move,   "a",                                "dangling", "",         true);
+        row("move onto itself",    move,   "a",                                "a",        "",         true);
+        row("move of a folder",    move,   "b c",                              "x",        "",         true);
+        row("move of nothing",     move,   "no",                               "x",        "",         true);
+        row("rename",              rename, "a",                                "b c/x",    "b c/x",    false);
+        row("rename by bare name", rename, "b c/old",                          "新",       "b c/新",   false);
+        row("rename over a file",  rename, "a",                                "b c/old",  "",         true);
+        row("rename to nothing",   rename, "a",                                "",         "",         true);
         // clang-format on
     }
 
@@ -184,16 +132,16 @@ private Q_SLOTS:
         QFETCH(QString, to);
         QFETCH(QString, result);
         QFETCH(bool, sourceStays);
-        writeFile(at("a"));
-        writeFile(at("b c/old"));
-        QVERIFY(QFile::link(at("a"), at("link")));
-        QVERIFY(QFile::link(at("nothing"), at("dangling")));
-        const QStringList before = tree(m_folder->path());
+        writeFile(path("a"));
+        writeFile(path("b c/old"));
+        QVERIFY(QFile::link(path("a"), path("link")));
+        QVERIFY(QFile::link(path("nothing"), path("dangling")));
+        const QStringList before = everythingIn(m_folder->path());
         QCOMPARE(call(Utf8(from), Utf8(to)), !result.isEmpty());
         QStringList after = before;
         if (!result.isEmpty()) {
             after << result;
-            QCOMPARE(readFile(at("") + result), QByteArray("content"));
+            QCOMPARE(contentOf(path(result)), QByteArray("content"));
             QCOMPARE(PortableLog::takeLines(), QStringList());
         } else {
             QCOMPARE(PortableLog::takeLines().size(), 1);
@@ -202,7 +150,7 @@ private Q_SLOTS:
             after.removeOne(QDir::cleanPath(from));
         }
         after.sort();
-        QCOMPARE(tree(m_folder->path()), after);
+        QCOMPARE(everythingIn(m_folder->path()), after);
     }
 
     void movesAcrossFileSystems()
@@ -219,25 +167,25 @@ private Q_SLOTS:
             QSKIP("no second file system to write to");
         }
         const QByteArray content(3'000'000, 'x');
-        writeFile(at("a"), content);
+        writeFile(path("a"), content);
         const QString target = other.path() + line("/扫描 1");
         QVERIFY(bMoveFile(utf8("a"), Utf8(target)));
-        QVERIFY(!QFile::exists(at("a")));
-        QCOMPARE(readFile(target), content);
+        QVERIFY(!QFile::exists(path("a")));
+        QCOMPARE(contentOf(target), content);
         QVERIFY(bReNameFile(Utf8(target), utf8("back")));
-        QCOMPARE(readFile(at("back")), content);
+        QCOMPARE(contentOf(path("back")), content);
         QVERIFY(!QFile::exists(target));
 
-        QVERIFY(QFile::link(at("back"), at("link")));
+        QVERIFY(QFile::link(path("back"), path("link")));
         QVERIFY(bMoveFile(utf8("link"), Utf8(target)));
-        QCOMPARE(QFileInfo(target).symLinkTarget(), at("back"));
-        QVERIFY(!QFileInfo(at("link")).isSymLink());
+        QCOMPARE(QFileInfo(target).symLinkTarget(), path("back"));
+        QVERIFY(!QFileInfo(path("link")).isSymLink());
     }
 
     void existence()
     {
-        writeFile(at("资料 夹/文件,1"));
-        QVERIFY(QFile::link(at("资料 夹/文件,1"), at("link")));
+        writeFile(path("资料 夹/文件,1"));
+        QVERIFY(QFile::link(path("资料 夹/文件,1"), path("link")));
         QVERIFY(bFileIsExist(utf8("资料 夹/文件,1")));
         QVERIFY(bFileIsExist(utf8("资料 夹/../资料 夹/文件,1")));
         QVERIFY(bFileIsExist(utf8("link")));
@@ -254,10 +202,10 @@ private Q_SLOTS:
     void createsFoldersWithTheirParents()
     {
         QVERIFY(bCreateDir(utf8("扫描 件/2026/11/")));
-        QVERIFY(QFileInfo(at("扫描 件/2026/11")).isDir());
+        QVERIFY(QFileInfo(path("扫描 件/2026/11")).isDir());
         QVERIFY(bCreateDir(utf8("扫描 件/2026/11")));
         QVERIFY(bCreateDir(utf8("skipped/../made")));
-        QCOMPARE(tree(m_folder->path()),
+        QCOMPARE(everythingIn(m_folder->path()),
                  (QStringList{line("made"), line("扫描 件"), line("扫描 件/2026"),
                               line("扫描 件/2026/11")}));
         QCOMPARE(PortableLog::takeLines(), QStringList());
@@ -265,58 +213,58 @@ private Q_SLOTS:
 
     void badPathsTouchNothing_data()
     {
-        QTest::addColumn<QString>("path");
-        QTest::addColumn<QString>("reason"); // how it is said of deleting
+        // reason: how it is said of deleting
+        const Rows<QString, QString> row("bad", "reason");
         const QString longName(300, QLatin1Char('x'));
         const QString deep = line("/abcdefghi").repeated(500); // 5,000 characters
         // clang-format off
-        QTest::newRow("empty")           << QString()                   << line("the path is empty");
-        QTest::newRow("below a file")    << line("file/below")            << line("there is no such file");
-        QTest::newRow("long name")       << line("new/") + longName       << line("the path is too long");
-        QTest::newRow("long path")       << line("new") + deep            << line("the path is too long");
-        QTest::newRow("line break")      << line("file/a\nb")             << line("there is no such file");
+        row("empty",        QString(),               "the path is empty");
+        row("below a file", "file/below",            "there is no such file");
+        row("long name",    line("new/") + longName, "the path is too long");
+        row("long path",    line("new") + deep,      "the path is too long");
+        row("line break",   "file/a\nb",             "there is no such file");
         // clang-format on
     }
 
     void badPathsTouchNothing()
     {
-        QFETCH(QString, path);
+        QFETCH(QString, bad);
         QFETCH(QString, reason);
-        writeFile(at("file"));
-        const QStringList before = tree(m_folder->path());
-        const Utf8 bad(path);
+        writeFile(path("file"));
+        const QStringList before = everythingIn(m_folder->path());
+        const Utf8 text(bad);
         const auto isRefused = [](bool done) {
             const QStringList lines = PortableLog::takeLines();
             return !done && lines.size() == 1 && lines.first().size() < 500
                 && !lines.first().contains(QLatin1Char('\n'));
         };
-        QVERIFY(!bDeleteFile(bad));
+        QVERIFY(!bDeleteFile(text));
         const QStringList lines = PortableLog::takeLines();
         QCOMPARE(lines.size(), 1);
         QVERIFY2(lines.first().startsWith(line("bDeleteFile: \"")), qPrintable(lines.first()));
         QVERIFY2(lines.first().endsWith(reason), qPrintable(lines.first()));
-        QVERIFY(isRefused(bDeleteFileForever(bad)));
-        QVERIFY(isRefused(bCopyFile(bad, utf8("x"))));
-        QVERIFY(isRefused(bCopyFile(utf8("file"), bad)));
-        QVERIFY(isRefused(bMoveFile(bad, utf8("x"))));
-        QVERIFY(isRefused(bMoveFile(utf8("file"), bad)));
-        QVERIFY(isRefused(bReNameFile(bad, utf8("x"))));
-        QVERIFY(isRefused(bReNameFile(utf8("file"), bad)));
-        QVERIFY(isRefused(bCreateDir(bad)));
-        QVERIFY(isRefused(OpenFile(bad)));
-        QVERIFY(isRefused(bDispPath(bad)));
-        QVERIFY(!bFileIsExist(bad));
-        QVERIFY(!bDirIsExist(bad));
+        QVERIFY(isRefused(bDeleteFileForever(text)));
+        QVERIFY(isRefused(bCopyFile(text, utf8("x"))));
+        QVERIFY(isRefused(bCopyFile(utf8("file"), text)));
+        QVERIFY(isRefused(bMoveFile(text, utf8("x"))));
+        QVERIFY(isRefused(bMoveFile(utf8("file"), text)));
+        QVERIFY(isRefused(bReNameFile(text, utf8("x"))));
+        QVERIFY(isRefused(bReNameFile(utf8("file"), text)));
+        QVERIFY(isRefused(bCreateDir(text)));
+        QVERIFY(isRefused(OpenFile(text)));
+        QVERIFY(isRefused(bDispPath(text)));
+        QVERIFY(!bFileIsExist(text));
+        QVERIFY(!bDirIsExist(text));
         PortableLog::takeLines();
-        QCOMPARE(sGetAllFormatFiles(bad, "*"), "");
+        QCOMPARE(sGetAllFormatFiles(text, "*"), "");
         QCOMPARE(PortableLog::takeLines().size(), 1);
-        QCOMPARE(tree(m_folder->path()), before);
+        QCOMPARE(everythingIn(m_folder->path()), before);
     }
 
     void foldersAndDevicesAreNoFiles()
     {
-        QVERIFY(QDir().mkpath(at("folder")));
-        QVERIFY(QFile::link(at("folder"), at("link")));
+        QVERIFY(QDir().mkpath(path("folder")));
+        QVERIFY(QFile::link(path("folder"), path("link")));
         QCOMPARE(::mkfifo(utf8("pipe"), 0600), 0);
         for (const char *name : {"folder", "folder/", "link/", "pipe"}) {
             QVERIFY2(!bDeleteFile(utf8(name)), name);
@@ -325,28 +273,27 @@ private Q_SLOTS:
             QVERIFY2(!bMoveFile(utf8(name), utf8("x")), name);
             QCOMPARE(PortableLog::takeLines().size(), 4);
         }
-        writeFile(at("file"));
+        writeFile(path("file"));
         QVERIFY(!bCreateDir(utf8("file")));
         QCOMPARE(sGetAllFormatFiles(utf8("file"), "jpg"), "");
         QCOMPARE(PortableLog::takeLines().size(), 2);
-        QCOMPARE(tree(m_folder->path()),
-                 (QStringList{line("file"), line("folder"), line("link -> ") + at("folder"),
+        QCOMPARE(everythingIn(m_folder->path()),
+                 (QStringList{line("file"), line("folder"), line("link -> ") + path("folder"),
                               line("pipe")}));
     }
 
     void namesOfAFormat_data()
     {
-        QTest::addColumn<QString>("format");
-        QTest::addColumn<QString>("names");
+        const Rows<QString, QString> row("format", "names");
         // clang-format off
-        QTest::newRow("an extension in any case") << line("jpg")         << line("B.JPG|a 1.jpg|图.jpg");
-        QTest::newRow("with its dot")             << line(".PNG")        << line("c.png");
-        QTest::newRow("a pattern")                << line("*.j*")        << line("B.JPG|a 1.jpg|d.jpeg|图.jpg");
-        QTest::newRow("several")                  << line("png; *.jpeg;;") << line("c.png|d.jpeg");
-        QTest::newRow("all")                      << line("")            << line("B.JPG|a 1.jpg|c.png|d.jpeg|plain|图.jpg");
-        QTest::newRow("all the other way")        << line("*.*")         << line("B.JPG|a 1.jpg|c.png|d.jpeg|plain|图.jpg");
-        QTest::newRow("none")                     << line("tif")         << line("");
-        QTest::newRow("no way out of the folder") << line("../*")        << line("");
+        row("an extension in any case", "jpg",           "B.JPG|a 1.jpg|图.jpg");
+        row("with its dot",             ".PNG",          "c.png");
+        row("a pattern",                "*.j*",          "B.JPG|a 1.jpg|d.jpeg|图.jpg");
+        row("several",                  "png; *.jpeg;;", "c.png|d.jpeg");
+        row("all",                      "",              "B.JPG|a 1.jpg|c.png|d.jpeg|plain|图.jpg");
+        row("all the other way",        "*.*",           "B.JPG|a 1.jpg|c.png|d.jpeg|plain|图.jpg");
+        row("none",                     "tif",           "");
+        row("no way out of the folder", "../*",          "");
         // clang-format on
     }
 
@@ -355,26 +302,26 @@ private Q_SLOTS:
         QFETCH(QString, format);
         QFETCH(QString, names);
         for (const char *name : {"图.jpg", "c.png", "a 1.jpg", "d.jpeg", "plain", "B.JPG"}) {
-            writeFile(at("扫描/") + line(name));
+            writeFile(path("扫描/") + line(name));
         }
-        QVERIFY(QDir().mkpath(at("扫描/folder.jpg")));
+        QVERIFY(QDir().mkpath(path("扫描/folder.jpg")));
         QCOMPARE(QString::fromUtf8(sGetAllFormatFiles(utf8("扫描"), Utf8(format))), names);
         QCOMPARE(PortableLog::takeLines(), QStringList());
     }
 
     void opensByTheDesktopsProgram()
     {
-        writeFile(at("-a b.pdf"));
+        writeFile(path("-a b.pdf"));
         installOpener();
         QVERIFY(IsExeExist());
         QVERIFY(!OpenFile("-a b.pdf")); // no display
         qputenv("DISPLAY", ":99");
         QVERIFY(OpenFile("-a b.pdf"));
-        QTRY_COMPARE(readFile(at("opened")), utf8("-a b.pdf").bytes + "\n");
-        QVERIFY(QDir().mkpath(at("http:/example.com")));
+        QTRY_COMPARE(contentOf(path("opened")), utf8("-a b.pdf").bytes + "\n");
+        QVERIFY(QDir().mkpath(path("http:/example.com")));
         QVERIFY(bDispPath("http://example.com")); // a folder of that name, not the page
-        QTRY_VERIFY(readFile(at("opened")).endsWith(utf8("http:/example.com").bytes + "\n"));
-        QCOMPARE(readFile(at("opened")).count('\n'), 2);
+        QTRY_VERIFY(contentOf(path("opened")).endsWith(utf8("http:/example.com").bytes + "\n"));
+        QCOMPARE(contentOf(path("opened")).count('\n'), 2);
         QCOMPARE(PortableLog::takeLines().size(), 1);
 
         for (const char *path : {"https://example.com", "file:///etc/passwd", "absent"}) {
@@ -386,14 +333,14 @@ private Q_SLOTS:
 
     void withoutTheDesktopsProgramNothingOpens()
     {
-        writeFile(at("a.pdf"));
+        writeFile(path("a.pdf"));
         qputenv("PATH", "/nowhere");
         qputenv("DISPLAY", ":99");
         QVERIFY(!IsExeExist());
         QVERIFY(!OpenFile(utf8("a.pdf")));
         QCOMPARE(PortableLog::takeLines(),
                  QStringList{line("OpenFile: \"%1\": there is no xdg-open (package xdg-utils)")
-                                 .arg(at("a.pdf"))});
+                                 .arg(path("a.pdf"))});
     }
 
     void twoDotsBehindALinkAreThoseOfItsTarget()
@@ -416,7 +363,7 @@ private Q_SLOTS:
 
     void usbDevicesAsSysfsHasThem()
     {
-        const QString host = at("sys/devices/pci0000:00/usb1");
+        const QString host = path("sys/devices/pci0000:00/usb1");
         makeUsbDevice(host, "1D6B", "0002", "xHCI Host Controller", "0000:00:14.0");
         makeUsbDevice(host + line("/1-2"), "2b19", "0200", "高拍仪 A|B\n", "SN 0042");
         makeUsbDevice(host + line("/1-10"), "046d", "c31c", "", "");
@@ -424,10 +371,10 @@ private Q_SLOTS:
         writeFile(host + line("/1-2/1-2:1.0/bInterfaceClass"), "0e\n");
         for (const char *name : {"1-2", "1-10", "1-11", "1-2/1-2:1.0", ""}) {
             const QString target = QDir::cleanPath(host + QLatin1Char('/') + line(name));
-            link(target, at("sys/bus/usb/devices/") + QFileInfo(target).fileName());
+            link(target, path("sys/bus/usb/devices/") + QFileInfo(target).fileName());
         }
         QStringList labels;
-        for (const portable::UsbDevice &device : portable::listUsbDevices(at("sys"))) {
+        for (const portable::UsbDevice &device : portable::listUsbDevices(path("sys"))) {
             labels << device.label();
         }
         QCOMPARE(
@@ -436,16 +383,16 @@ private Q_SLOTS:
                          line("usb#vid_1d6b&pid_0002 xHCI Host Controller")}));
 
         // A camera's node belongs to an interface of the device; one of another bus to none.
-        link(host + line("/1-2/1-2:1.0"), at("sys/class/video4linux/video0/device"));
-        QVERIFY(QDir().mkpath(at("sys/devices/platform/vivid.0")));
-        link(at("sys/devices/platform/vivid.0"), at("sys/class/video4linux/video1/device"));
-        QCOMPARE(portable::usbDeviceOfVideoNode(line("/dev/video0"), at("sys")).serialNumber,
+        link(host + line("/1-2/1-2:1.0"), path("sys/class/video4linux/video0/device"));
+        QVERIFY(QDir().mkpath(path("sys/devices/platform/vivid.0")));
+        link(path("sys/devices/platform/vivid.0"), path("sys/class/video4linux/video1/device"));
+        QCOMPARE(portable::usbDeviceOfVideoNode(line("/dev/video0"), path("sys")).serialNumber,
                  line("SN 0042"));
         for (const char *node : {"/dev/video1", "/dev/video2", "/dev/../../1-2", ""}) {
-            QVERIFY2(portable::usbDeviceOfVideoNode(line(node), at("sys")).vendorId.isEmpty(),
+            QVERIFY2(portable::usbDeviceOfVideoNode(line(node), path("sys")).vendorId.isEmpty(),
                      node);
         }
-        QVERIFY(portable::listUsbDevices(at("nowhere")).empty());
+        QVERIFY(portable::listUsbDevices(path("nowhere")).empty());
     }
 
     void statusTextsAreTheCallersAndNeverFail()
@@ -466,21 +413,12 @@ private Q_SLOTS:
     }
 
 private:
-    QString at(const char *name) const
-    {
-        return m_folder->path() + QLatin1Char('/') + line(name);
-    }
-    Utf8 utf8(const char *name) const
-    {
-        return Utf8(at(name));
-    }
-
     /** An xdg-open that writes down what it is given. */
     void installOpener()
     {
-        writeFile(at("bin/xdg-open"),
+        writeFile(path("bin/xdg-open"),
                   "#!/bin/sh\necho \"$@\" >> '" + m_folder->path().toUtf8() + "/opened'\n");
-        QVERIFY(QFile::setPermissions(at("bin/xdg-open"),
+        QVERIFY(QFile::setPermissions(path("bin/xdg-open"),
                                       QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner));
         qputenv("PATH", m_folder->path().toUtf8() + "/bin:" + m_path);
     }
@@ -505,8 +443,6 @@ private:
     }
 
     const QByteArray m_path = qgetenv("PATH");
-    std::unique_ptr<PortableLog> m_log;
-    std::unique_ptr<QTemporaryDir> m_folder;
 };
 
 QTEST_GUILESS_MAIN(TestPortableFiles)

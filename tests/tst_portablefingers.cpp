@@ -4,9 +4,8 @@
 #include "devicelib/biometrics.h"
 #include "portable/fingerprint.h"
 #include "portable/fingersensor.h"
-#include "tests/besideprogram.h"
 #include "tests/drawnfinger.h"
-#include "tests/fakesource.h"
+#include "tests/portabletest.h"
 
 #include <QtTest>
 #include <opencv2/imgproc.hpp>
@@ -19,11 +18,6 @@ namespace {
 
 constexpr int sameFinger = 40; // at least
 constexpr int otherFinger = 25; // at most
-
-QString line(const char *text)
-{
-    return QString::fromUtf8(text);
-}
 
 /** What the listener of a capture has got. */
 struct Captured
@@ -49,15 +43,15 @@ void saveGrey(const cv::Mat &grey, const QString &path)
 }
 
 /** \param finger  the value of the line; none when null */
-QString iniWith(const QString &folder, const char *finger)
+QByteArray iniWith(const QString &folder, const char *finger)
 {
-    return QStringLiteral("[fingers]\nfolder=") + folder
-        + (finger ? QStringLiteral("\nfinger=") + line(finger) : QString()) + QLatin1Char('\n');
+    return "[fingers]\nfolder=" + folder.toUtf8()
+        + (finger ? "\nfinger=" + QByteArray(finger) : QByteArray()) + '\n';
 }
 
 } // namespace
 
-class TestPortableFingers : public QObject
+class TestPortableFingers : public PortableTest
 {
     Q_OBJECT
 
@@ -69,29 +63,13 @@ private Q_SLOTS:
         }
     }
 
-    void init()
-    {
-        m_log = std::make_unique<PortableLog>();
-        m_folder = std::make_unique<QTemporaryDir>();
-        m_ini = std::make_unique<DevicesIni>();
-    }
-
-    void cleanup()
-    {
-        m_ini.reset();
-        m_log.reset();
-    }
-
     void sameAndOtherFingers_data()
     {
-        QTest::addColumn<double>("turn");
-        QTest::addColumn<double>("shift");
-        QTest::addColumn<double>("noise");
-        QTest::addColumn<double>("pressure");
-        QTest::newRow("as it was") << 0. << 0. << 0. << 0.;
-        QTest::newRow("turned, dry") << 25. << 10. << 6. << -0.6;
-        QTest::newRow("shifted, wet") << -8. << 30. << 6. << 0.6;
-        QTest::newRow("noisy") << -20. << -15. << 24. << 0.;
+        const Rows<double, double, double, double> row("turn", "shift", "noise", "pressure");
+        row("as it was", 0., 0., 0., 0.);
+        row("turned, dry", 25., 10., 6., -0.6);
+        row("shifted, wet", -8., 30., 6., 0.6);
+        row("noisy", -20., -15., 24., 0.);
     }
 
     void sameAndOtherFingers()
@@ -243,14 +221,7 @@ private Q_SLOTS:
 
     void captureWithoutFinger_data()
     {
-        QTest::addColumn<QString>("finger");
-        QTest::addColumn<int>("score");
-        QTest::addColumn<QString>("message");
-        QTest::addColumn<QString>("log");
-        const auto row = [](const char *title, const char *finger, int score, const char *message,
-                            const char *log) {
-            QTest::newRow(title) << line(finger) << score << line(message) << line(log);
-        };
+        const Rows<QString, int, QString, QString> row("finger", "score", "message", "log");
         // clang-format off
         row("nobody there",  "none",       -1, "未检测到手指",     "no finger: devices.ini says \"none\"");
         row("no such file",  "absent.png", -1, "未检测到手指",     "no finger: FOLDER/absent.png is not there");
@@ -262,10 +233,8 @@ private Q_SLOTS:
     void captureWithoutFinger()
     {
         QFETCH(QString, finger);
-        QFile text(m_folder->filePath(line("text.png")));
-        QVERIFY(text.open(QIODevice::WriteOnly) && text.write("no picture") > 0);
-        text.close();
-        saveGrey(cv::Mat(300, 300, CV_8U, cv::Scalar(255)), m_folder->filePath(line("white.png")));
+        writeFile(path("text.png"), "no picture");
+        saveGrey(cv::Mat(300, 300, CV_8U, cv::Scalar(255)), path("white.png"));
         const Captured captured =
             capture(iniWith(m_folder->path(), finger.toUtf8().constData()), 50);
         QTEST(captured.score, "score");
@@ -278,7 +247,7 @@ private Q_SLOTS:
 
     void fingerComesWhileItWaits()
     {
-        QVERIFY(DevicesIni::write(iniWith(m_folder->path(), nullptr)));
+        useIni(iniWith(m_folder->path(), nullptr));
         Captured waiting;
         fingerCaptureRawData(60000, onCapture, &waiting);
         Captured refused;
@@ -288,7 +257,7 @@ private Q_SLOTS:
         QCOMPARE(refused.message, line("指纹仪正在采集"));
         QCOMPARE(waiting.calls, 0);
         // Put there in one go: half a picture would be waited for, too, but not judged.
-        saveGrey(pressFinger(m_fingers[0]), m_folder->filePath(line("finger.png")));
+        saveGrey(pressFinger(m_fingers[0]), path("finger.png"));
         QTRY_COMPARE_WITH_TIMEOUT(waiting.calls, 1, 20000);
         QVERIFY2(waiting.score > 80, qPrintable(waiting.message));
         QTest::qWait(20);
@@ -299,19 +268,19 @@ private Q_SLOTS:
     void captureUnderWayAtTheEnd()
     {
         static Captured never;
-        QVERIFY(DevicesIni::write(iniWith(m_folder->path(), "none")));
+        useIni(iniWith(m_folder->path(), "none"));
         fingerCaptureRawData(60000, onCapture, &never);
     }
 
 private:
     /** Captures with this devices.ini. */
-    Captured capture(const QString &ini, int timeoutMs)
+    Captured capture(const QByteArray &ini, int timeoutMs)
     {
         m_captured.emplace_back(); // outlives a wait that fails
         Captured &captured = m_captured.back();
-        const bool done = DevicesIni::write(ini);
+        useIni(ini);
         fingerCaptureRawData(timeoutMs, onCapture, &captured);
-        if (!done || !QTest::qWaitFor([&captured] { return captured.calls > 0; }, 30000)) {
+        if (!QTest::qWaitFor([&captured] { return captured.calls > 0; }, 30000)) {
             QTest::qFail("no answer", __FILE__, __LINE__);
         }
         return captured;
@@ -319,9 +288,6 @@ private:
 
     std::deque<Captured> m_captured;
     std::vector<cv::Mat> m_fingers;
-    std::unique_ptr<PortableLog> m_log;
-    std::unique_ptr<QTemporaryDir> m_folder;
-    std::unique_ptr<DevicesIni> m_ini;
 };
 
 QTEST_MAIN(TestPortableFingers)

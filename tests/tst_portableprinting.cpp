@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 // What reaches a print server, and what is said when nothing does.
 #include "devicelib/doccamera.h"
-#include "tests/fakesource.h"
+#include "tests/portabletest.h"
 
 #include <QImage>
 #include <QPainter>
@@ -186,43 +186,40 @@ private:
 
 } // namespace
 
-class TestPortablePrinting : public QObject
+class TestPortablePrinting : public PortableTest
 {
     Q_OBJECT
 
 private Q_SLOTS:
     void init()
     {
-        m_folder = std::make_unique<QTemporaryDir>();
+        PortableTest::init();
         qputenv("HOME", m_folder->path().toLocal8Bit()); // where CUPS seeks a user's default
         qunsetenv("LPDEST");
         qunsetenv("PRINTER");
-        m_log = std::make_unique<PortableLog>();
     }
 
     void cleanup()
     {
-        m_log.reset();
         bStopPlay();
-        QFile::remove(iniBesideProgram());
+        PortableTest::cleanup();
         cupsSetServer(nullptr);
     }
 
     void pictureOnPaper()
     {
-        if (QStandardPaths::findExecutable(QStringLiteral("pdftoppm")).isEmpty()) {
+        if (QStandardPaths::findExecutable(line("pdftoppm")).isEmpty()) {
             QSKIP("the package poppler-utils is not installed");
         }
         const PrintServer server("A5");
         cupsSetServer(server.name());
         const QByteArray file = savedPicture("图.png");
         QVERIFY(bPrintImageFile(file.constData(), 0));
-        QCOMPARE(m_log->takeLines(),
-                 QStringList(QStringLiteral("图.png: print job 1 on printer A5")));
+        QCOMPARE(m_log->takeLines(), QStringList(line("图.png: print job 1 on printer A5")));
         QVERIFY(bPrintImage(7, file.constData(), 1));
         QCOMPARE(server.jobs().size(), 2);
         const PrintedJob inColour = server.jobs().first();
-        QCOMPARE(inColour.title, QStringLiteral("图.png"));
+        QCOMPARE(inColour.title, line("图.png"));
         QCOMPARE(inColour.copies, 1);
         QCOMPARE(inColour.colourMode, QString());
 
@@ -230,7 +227,7 @@ private Q_SLOTS:
         // stay free; the picture, turned clockwise, is as high as the rest: 97.5 x 195 mm.
         const QImage paper = rasterised(inColour.document);
         QVERIFY2(qAbs(paper.width() - 1480) <= 2 && qAbs(paper.height() - 2100) <= 2,
-                 qPrintable(QStringLiteral("%1 %2").arg(paper.width()).arg(paper.height())));
+                 qPrintable(line("%1 %2").arg(paper.width()).arg(paper.height())));
         const auto isNear = [](const QColor &a, const QColor &b) {
             return qAbs(a.red() - b.red()) < 12 && qAbs(a.green() - b.green()) < 12
                 && qAbs(a.blue() - b.blue()) < 12;
@@ -249,7 +246,7 @@ private Q_SLOTS:
 
         const PrintedJob inGrey = server.jobs().last();
         QCOMPARE(inGrey.copies, 7);
-        QCOMPARE(inGrey.colourMode, QStringLiteral("monochrome"));
+        QCOMPARE(inGrey.colourMode, line("monochrome"));
         const QColor red = rasterised(inGrey.document).pixelColor(right - inside, top + inside);
         QVERIFY(isNear(red, QColor(76, 76, 76)));
     }
@@ -258,7 +255,7 @@ private Q_SLOTS:
     {
         const PrintServer server("");
         cupsSetServer(server.name());
-        writeIni("[cameras]\n1=scene\n[printing]\nprinter=A5\n");
+        useIni("[cameras]\n1=scene\n[printing]\nprinter=A5\n");
         QVERIFY(!bPrint(1)); // without a camera
         QVERIFY(server.jobs().isEmpty());
         QVERIFY(bStartPlay(0));
@@ -277,13 +274,13 @@ private Q_SLOTS:
 
         QVERIFY(!bPrintImageFile(picture.constData(), 1));
         expectLine("bPrintImageFile: a.png: there is no default printer");
-        writeIni("[printing]\nprinter=Nobody\n");
+        useIni("[printing]\nprinter=Nobody\n");
         QVERIFY(!bPrintImageFile(picture.constData(), 1));
         expectLine("bPrintImageFile: a.png: there is no printer \"Nobody\"");
-        writeIni("[printing]\nprinter=Full\n");
+        useIni("[printing]\nprinter=Full\n");
         QVERIFY(!bPrintImage(1, picture.constData(), 0));
         expectLine("bPrintImage: a.png: printer Full takes no job: ");
-        writeIni("[printing]\nprinter=A5\n");
+        useIni("[printing]\nprinter=A5\n");
         QVERIFY(!bPrintImageFile(absent.constData(), 1));
         expectLine("bPrintImageFile: " + absent + ": ");
         QVERIFY(!bPrintImage(1, m_folder->path().toLocal8Bit().constData(), 0));
@@ -311,22 +308,15 @@ private:
         painter.fillRect(0, 100, 200, 100, Qt::blue);
         painter.fillRect(200, 100, 200, 100, Qt::yellow);
         painter.end();
-        const QString path = m_folder->filePath(QString::fromUtf8(name));
-        return picture.save(path) ? path.toUtf8() : QByteArray();
+        return picture.save(path(name)) ? utf8(name).bytes : QByteArray();
     }
 
     /** The only page of a PDF at 254 dpi, ten pixels a millimetre. */
     QImage rasterised(const QByteArray &pdf) const
     {
-        QFile file(m_folder->filePath(QStringLiteral("job.pdf")));
-        file.open(QIODevice::WriteOnly);
-        file.write(pdf);
-        file.close();
-        const QString page = m_folder->filePath(QStringLiteral("page"));
-        QProcess::execute(QStringLiteral("pdftoppm"),
-                          {QStringLiteral("-r"), QStringLiteral("254"), QStringLiteral("-png"),
-                           QStringLiteral("-singlefile"), file.fileName(), page});
-        return QImage(page + QStringLiteral(".png"));
+        writeFile(path("job.pdf"), pdf);
+        outputOf("pdftoppm", words("-r 254 -png -singlefile") << path("job.pdf") << path("page"));
+        return QImage(path("page.png"));
     }
 
     /** The log has got one line, which begins so. */
@@ -336,21 +326,6 @@ private:
         QVERIFY2(lines.size() == 1 && lines.first().startsWith(QString::fromUtf8(begin)),
                  qPrintable(lines.join(QLatin1Char('\n'))));
     }
-
-    static void writeIni(const QByteArray &content)
-    {
-        QFile ini(iniBesideProgram());
-        QVERIFY(ini.open(QIODevice::WriteOnly));
-        ini.write(content);
-    }
-
-    static QString iniBesideProgram()
-    {
-        return QCoreApplication::applicationDirPath() + QStringLiteral("/devices.ini");
-    }
-
-    std::unique_ptr<QTemporaryDir> m_folder;
-    std::unique_ptr<PortableLog> m_log;
 };
 
 QTEST_MAIN(TestPortablePrinting)

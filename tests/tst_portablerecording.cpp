@@ -3,6 +3,7 @@
 #include "devicelib/doccamera.h"
 #include "portable/recorder.h"
 #include "tests/fakesource.h"
+#include "tests/portabletest.h"
 
 #include <QGuiApplication>
 #include <QJsonArray>
@@ -25,11 +26,6 @@ using namespace portable;
 using namespace std::chrono_literals;
 
 namespace {
-
-QString line(const char *text)
-{
-    return QString::fromUtf8(text);
-}
 
 /** Time that passes when the test says so. */
 class TestClock
@@ -66,27 +62,15 @@ struct Studio
     Recorder recorder;
 };
 
-QByteArray outputOf(const QString &program, const QStringList &arguments)
-{
-    QProcess process;
-    process.start(program, arguments);
-    const bool ended = process.waitForFinished() && process.exitCode() == 0;
-    const QByteArray output = process.readAllStandardOutput();
-    const QByteArray complaint = process.readAllStandardError();
-    return ended && complaint.isEmpty()
-        ? output
-        : "failed: " + process.errorString().toUtf8() + ' ' + complaint;
-}
-
 /** What ffprobe says about a video, having counted its pictures. */
 struct Probe
 {
     explicit Probe(const QString &path)
     {
         const QByteArray json =
-            outputOf(line("ffprobe"),
-                     {line("-v"), line("error"), line("-count_frames"), line("-show_streams"),
-                      line("-show_format"), line("-of"), line("json"), line("file:") + path});
+            outputOf("ffprobe",
+                     words("-v error -count_frames -show_streams -show_format -of json")
+                         << line("file:") + path);
         const QJsonObject root = QJsonDocument::fromJson(json).object();
         const QJsonArray all = root[line("streams")].toArray();
         const QJsonObject stream = all.at(0).toObject();
@@ -113,14 +97,9 @@ struct Probe
 std::vector<cv::Mat> play(const QString &path)
 {
     const cv::Size size = Probe(path).size;
-    const QByteArray bytes =
-        outputOf(line("ffmpeg"),
-                 {line("-v"), line("error"), line("-i"), line("file:") + path, line("-f"),
-                  line("rawvideo"), line("-pix_fmt"), line("gray"), line("-")});
-    if (bytes.startsWith("failed: ")) {
-        qWarning("%s", bytes.constData());
-        return {};
-    }
+    const QByteArray bytes = outputOf("ffmpeg",
+                                      words("-v error -i") << line("file:") + path
+                                                           << words("-f rawvideo -pix_fmt gray -"));
     std::vector<cv::Mat> pictures;
     for (int at = 0; size.area() > 0 && at + size.area() <= bytes.size(); at += size.area()) {
         pictures.push_back(cv::Mat(size, CV_8UC1, const_cast<char *>(bytes.data() + at)).clone());
@@ -141,10 +120,7 @@ struct Child
         // devices.ini is looked for beside the program.
         const QString program = directory + line("/child");
         QFile::copy(QCoreApplication::applicationFilePath(), program);
-        QFile settings(directory + line("/devices.ini"));
-        settings.open(QIODevice::WriteOnly);
-        settings.write("[cameras]\n1=scene\n[scene]\nsize=640x480\n");
-        settings.close();
+        writeFile(directory + line("/devices.ini"), "[cameras]\n1=scene\n[scene]\nsize=640x480\n");
         process.setProcessChannelMode(QProcess::MergedChannels);
         process.start(program, arguments);
     }
@@ -176,34 +152,17 @@ constexpr rlim_t noLimit = 1 << 30;
 
 } // namespace
 
-class TestPortableRecording : public QObject
+Q_DECLARE_METATYPE(VideoFormat)
+
+class TestPortableRecording : public PortableTest
 {
     Q_OBJECT
 
 private Q_SLOTS:
-    void init()
-    {
-        m_log = std::make_unique<PortableLog>();
-        m_directory = std::make_unique<QTemporaryDir>();
-    }
-    void cleanup()
-    {
-        m_log.reset();
-        m_directory.reset();
-    }
-
     void formats_data()
     {
-        QTest::addColumn<int>("format");
-        QTest::addColumn<QString>("name");
-        QTest::addColumn<QString>("file");
-        QTest::addColumn<QString>("container");
-        QTest::addColumn<QString>("codec");
-        const auto row = [](const char *title, VideoFormat format, const char *name,
-                            const char *file, const char *container, const char *codec) {
-            QTest::newRow(title) << int(format) << line(name) << line(file) << line(container)
-                                 << line(codec);
-        };
+        const Rows<VideoFormat, QString, QString, QString, QString> row("format", "name", "file",
+                                                                        "container", "codec");
         constexpr auto usual = VideoFormat::Usual;
         constexpr auto old = VideoFormat::Old;
         // clang-format off
@@ -220,13 +179,13 @@ private Q_SLOTS:
 
     void formats()
     {
-        QFETCH(int, format);
+        QFETCH(VideoFormat, format);
         QFETCH(QString, name);
         QFETCH(QString, file);
         QFETCH(QString, container);
         TestClock clock;
         Studio studio(clock.times());
-        QVERIFY(studio.recorder.start(path(name), VideoFormat(format)));
+        QVERIFY(studio.recorder.start(path(name), format));
         QVERIFY(studio.recorder.isRecording());
         clock.advance(1200ms);
         QVERIFY(studio.recorder.stop());
@@ -246,17 +205,8 @@ private Q_SLOTS:
 
     void sizes_data()
     {
-        QTest::addColumn<int>("width");
-        QTest::addColumn<int>("height");
-        QTest::addColumn<qint64>("wantedWidth");
-        QTest::addColumn<qint64>("wantedHeight");
-        QTest::addColumn<int>("resultWidth");
-        QTest::addColumn<int>("resultHeight");
-        const auto row = [](const char *title, int width, int height, qint64 wantedWidth,
-                            qint64 wantedHeight, int resultWidth, int resultHeight) {
-            QTest::newRow(title) << width << height << wantedWidth << wantedHeight << resultWidth
-                                 << resultHeight;
-        };
+        const Rows<int, int, qint64, qint64, int, int> row(
+            "width", "height", "wantedWidth", "wantedHeight", "resultWidth", "resultHeight");
         constexpr qint64 most = std::numeric_limits<qint64>::max();
         //                 picture     wanted       result
         // clang-format off
@@ -290,15 +240,15 @@ private Q_SLOTS:
         studio.device->deliver(100); // until the grey is none that a bar could have
         studio.recorder.setSize(200, 60);
         QTRY_VERIFY(currentGrey(studio) > 90);
-        QVERIFY(studio.recorder.start(path(line("wide")), VideoFormat::Usual));
+        QVERIFY(studio.recorder.start(path("wide"), VideoFormat::Usual));
         studio.recorder.finish();
         studio.recorder.setSize(60, 200);
-        QVERIFY(studio.recorder.start(path(line("tall")), VideoFormat::Usual));
+        QVERIFY(studio.recorder.start(path("tall"), VideoFormat::Usual));
         studio.recorder.finish();
-        const cv::Mat wide = play(path(line("wide.mp4"))).at(0);
+        const cv::Mat wide = play(path("wide.mp4")).at(0);
         QCOMPARE(wide.size(), cv::Size(200, 60));
         QCOMPARE(cv::boundingRect(wide > 50), cv::Rect(60, 0, 80, 60));
-        const cv::Mat tall = play(path(line("tall.mp4"))).at(0);
+        const cv::Mat tall = play(path("tall.mp4")).at(0);
         QCOMPARE(tall.size(), cv::Size(60, 200));
         QCOMPARE(cv::boundingRect(tall > 50), cv::Rect(0, 77, 60, 45));
     }
@@ -311,7 +261,7 @@ private Q_SLOTS:
         QVERIFY(!recorder.pause());
         QVERIFY(!recorder.resume());
         QVERIFY(!recorder.stop());
-        QVERIFY(recorder.start(path(line("a")), VideoFormat::Old));
+        QVERIFY(recorder.start(path("a"), VideoFormat::Old));
         QVERIFY(!recorder.resume());
         clock.advance(800ms);
         QVERIFY(recorder.pause());
@@ -325,13 +275,13 @@ private Q_SLOTS:
         QVERIFY(recorder.stop());
         QTRY_VERIFY(!recorder.isRecording());
         QVERIFY(!recorder.stop());
-        QCOMPARE(play(path(line("a.avi"))).size(), size_t(30));
+        QCOMPARE(play(path("a.avi")).size(), size_t(30));
     }
 
     void aPausedPictureIsNotRecorded()
     {
         Studio studio({}); // the numbers of the frames are their greys
-        QVERIFY(studio.recorder.start(path(line("a")), VideoFormat::Usual));
+        QVERIFY(studio.recorder.start(path("a"), VideoFormat::Usual));
         QTRY_VERIFY(currentGrey(studio) > 30);
         QVERIFY(studio.recorder.pause());
         const int pausedAt = currentGrey(studio);
@@ -342,7 +292,7 @@ private Q_SLOTS:
         studio.recorder.finish();
         bool before = false;
         bool after = false;
-        for (const cv::Mat &picture : play(path(line("a.mp4")))) {
+        for (const cv::Mat &picture : play(path("a.mp4"))) {
             const int grey = greyOfMiddle(picture);
             before |= grey < pausedAt;
             after |= grey > resumedAt;
@@ -354,9 +304,9 @@ private Q_SLOTS:
 
     void lengthIsThatOfTheClock_data()
     {
-        QTest::addColumn<double>("framesPerSecond");
-        QTest::newRow("slow camera") << 8.0;
-        QTest::newRow("fast camera") << 120.0;
+        const Rows<double> row("framesPerSecond");
+        row("slow camera", 8.0);
+        row("fast camera", 120.0);
     }
 
     void lengthIsThatOfTheClock()
@@ -365,13 +315,13 @@ private Q_SLOTS:
         Studio studio({}, framesPerSecond);
         QElapsedTimer time;
         time.start();
-        QVERIFY(studio.recorder.start(path(line("a")), VideoFormat::Usual));
+        QVERIFY(studio.recorder.start(path("a"), VideoFormat::Usual));
         QTest::qWait(1500);
         QVERIFY(studio.recorder.stop());
         const double seconds = double(time.nsecsElapsed()) / 1e9;
         QTRY_VERIFY(!studio.recorder.isRecording());
 
-        const auto pictures = play(path(line("a.mp4")));
+        const auto pictures = play(path("a.mp4"));
         const double expected = seconds * picturesPerSecond;
         QVERIFY2(
             std::abs(double(pictures.size()) - expected) <= 2,
@@ -394,7 +344,7 @@ private Q_SLOTS:
     {
         TestClock clock;
         Studio studio(clock.times());
-        QVERIFY(studio.recorder.start(path(line("a")), VideoFormat::Usual));
+        QVERIFY(studio.recorder.start(path("a"), VideoFormat::Usual));
         clock.advance(400ms);
         QVERIFY(studio.cameras.start(2, 90));
         clock.advance(400ms);
@@ -403,7 +353,7 @@ private Q_SLOTS:
         QTRY_VERIFY(!studio.cameras.currentFrame(frame));
         clock.advance(400ms);
         studio.recorder.finish();
-        const auto pictures = play(path(line("a.mp4")));
+        const auto pictures = play(path("a.mp4"));
         QCOMPARE(pictures.size(), size_t(30));
         QCOMPARE(pictures.front().size(), cv::Size(80, 60));
     }
@@ -412,25 +362,21 @@ private Q_SLOTS:
     {
         TestClock clock;
         Studio studio(clock.times());
-        QVERIFY(studio.recorder.start(path(line("a")), VideoFormat::Usual));
+        QVERIFY(studio.recorder.start(path("a"), VideoFormat::Usual));
         QVERIFY(studio.recorder.pause()); // it is noticed even so
         studio.cameras.stopMain();
         QTRY_VERIFY(!studio.recorder.isRecording());
         QVERIFY(m_log->lines().contains(line("the recording ends with the preview")));
-        QCOMPARE(play(path(line("a.mp4"))).size(), size_t(1));
+        QCOMPARE(play(path("a.mp4")).size(), size_t(1));
     }
 
     void refusals_data()
     {
-        QTest::addColumn<QString>("name");
-        QTest::addColumn<QString>("reason");
+        const Rows<QString, QString> row("name", "reason");
         QString tooLong;
         tooLong.fill(QLatin1Char('x'), 100000);
         QString tooDeep = tooLong;
         tooDeep.replace(line("xx"), line("x/"));
-        const auto row = [](const char *title, const QString &name, const char *reason) {
-            QTest::newRow(title) << name << line(reason);
-        };
         row("nothing", QString(), "the path is not that of a file");
         row("a directory", line("directory"), "the path is not that of a file");
         row("ends like a directory", line("new/"), "the path is not that of a file");
@@ -445,12 +391,12 @@ private Q_SLOTS:
     {
         QFETCH(QString, name);
         QFETCH(QString, reason);
-        QDir(m_directory->path()).mkdir(line("directory"));
-        QDir(m_directory->path()).mkdir(line("directory.mp4"));
-        QCOMPARE(mkfifo(QFile::encodeName(path(line("pipe.mp4"))).constData(), 0600), 0);
-        QFile file(path(line("file")));
+        QDir(m_folder->path()).mkdir(line("directory"));
+        QDir(m_folder->path()).mkdir(line("directory.mp4"));
+        QCOMPARE(mkfifo(QFile::encodeName(path("pipe.mp4")).constData(), 0600), 0);
+        QFile file(path("file"));
         QVERIFY(file.open(QIODevice::WriteOnly));
-        const QStringList before = entries();
+        const QStringList before = everythingIn(m_folder->path());
         Studio studio({});
         m_log->takeLines();
         QVERIFY(!studio.recorder.start(name.isEmpty() ? name : path(name), VideoFormat::Usual));
@@ -460,7 +406,7 @@ private Q_SLOTS:
         QVERIFY2(lines.front().startsWith(line("recording doesn't start: "))
                      && lines.front().contains(reason) && lines.front().size() < 1000,
                  qPrintable(lines.front().left(1000)));
-        QCOMPARE(entries(), before);
+        QCOMPARE(everythingIn(m_folder->path()), before);
     }
 
     void oneRecordingAtATime()
@@ -468,125 +414,97 @@ private Q_SLOTS:
         Studio studio({});
         studio.cameras.stopMain();
         m_log->takeLines();
-        QVERIFY(!studio.recorder.start(path(line("a")), VideoFormat::Usual));
+        QVERIFY(!studio.recorder.start(path("a"), VideoFormat::Usual));
         QCOMPARE(m_log->takeLines(),
                  QStringList{line("recording doesn't start: there is no preview")});
         QVERIFY(studio.cameras.start(1));
-        QVERIFY(studio.recorder.start(path(line("a")), VideoFormat::Usual));
+        QVERIFY(studio.recorder.start(path("a"), VideoFormat::Usual));
         m_log->takeLines();
-        QVERIFY(!studio.recorder.start(path(line("b")), VideoFormat::Usual));
+        QVERIFY(!studio.recorder.start(path("b"), VideoFormat::Usual));
         QCOMPARE(m_log->takeLines(),
                  QStringList{line("recording doesn't start: the former one is not finished")});
         studio.recorder.finish();
-        QVERIFY(studio.recorder.start(path(line("a")), VideoFormat::Usual)); // is replaced
+        QVERIFY(studio.recorder.start(path("a"), VideoFormat::Usual)); // is replaced
         studio.recorder.finish();
-        QCOMPARE(entries(), QStringList{line("a.mp4")});
-        QVERIFY(!play(path(line("a.mp4"))).empty());
+        QCOMPARE(everythingIn(m_folder->path()), QStringList{line("a.mp4")});
+        QVERIFY(!play(path("a.mp4")).empty());
     }
 
     void fullDisk_data()
     {
-        QTest::addColumn<int>("bytes");
-        QTest::addColumn<int>("exitCode");
-        QTest::addColumn<bool>("leavesFile");
-        QTest::newRow("at the start") << 100 << 1 << false;
-        QTest::newRow("before a second is written") << 5000 << 0 << false;
-        QTest::newRow("later") << 150000 << 0 << true;
+        const Rows<int, int, bool> row("bytes", "exitCode", "leavesFile");
+        row("at the start", 100, 1, false);
+        row("before a second is written", 5000, 0, false);
+        row("later", 150000, 0, true);
     }
 
     void fullDisk()
     {
         QFETCH(int, bytes);
         QFETCH(bool, leavesFile);
-        Child child({line("--record"), path(line("a.mp4")), QString::number(bytes), line("60000")},
-                    m_directory->path());
+        Child child({line("--record"), path("a.mp4"), QString::number(bytes), line("60000")},
+                    m_folder->path());
         QVERIFY(child.process.waitForFinished(60000));
         QTEST(child.process.exitCode(), "exitCode");
         QVERIFY(child.process.readAll().contains("File too large"));
-        QCOMPARE(QFile::exists(path(line("a.mp4"))), leavesFile);
-        QCOMPARE(!leavesFile || play(path(line("a.mp4"))).size() >= picturesPerSecond, true);
+        QCOMPARE(QFile::exists(path("a.mp4")), leavesFile);
+        QCOMPARE(!leavesFile || play(path("a.mp4")).size() >= picturesPerSecond, true);
     }
 
     void killedProcessLeavesWhatItHas()
     {
-        Child child(
-            {line("--record"), path(line("a.mp4")), QString::number(noLimit), line("60000")},
-            m_directory->path());
-        QTRY_VERIFY_WITH_TIMEOUT(QFileInfo(path(line("a.mp4"))).size() > 100000, 30000);
+        Child child({line("--record"), path("a.mp4"), QString::number(noLimit), line("60000")},
+                    m_folder->path());
+        QTRY_VERIFY_WITH_TIMEOUT(QFileInfo(path("a.mp4")).size() > 100000, 30000);
         child.process.kill();
         QVERIFY(child.process.waitForFinished());
-        QVERIFY(play(path(line("a.mp4"))).size() >= picturesPerSecond);
+        QVERIFY(play(path("a.mp4")).size() >= picturesPerSecond);
     }
 
     void endOfTheProgramFinishesTheFile()
     {
-        Child child({line("--record"), path(line("a.mkv")), QString::number(noLimit), line("500")},
-                    m_directory->path());
+        Child child({line("--record"), path("a.mkv"), QString::number(noLimit), line("500")},
+                    m_folder->path());
         QVERIFY(child.process.waitForFinished(30000));
         QCOMPARE(child.process.exitCode(), 0);
         QVERIFY(child.process.readAll().contains("recorded: "));
-        QVERIFY(Probe(path(line("a.mkv"))).seconds > 0.3); // known from the end of the file
+        QVERIFY(Probe(path("a.mkv")).seconds > 0.3); // known from the end of the file
     }
 
     void manyCallersAtOnce()
     {
         Studio studio({});
-        std::atomic<bool> done{false};
-        std::vector<std::thread> callers;
-        const auto repeat = [&](auto call) {
-            callers.emplace_back([&done, call] {
-                while (!done) {
-                    call();
-                }
-            });
-        };
+        Repeaters callers;
         std::atomic<int> recorded{0};
         for (const auto *name : {"a", "b"}) {
-            repeat([&, name] {
+            callers.add([&, name](int) {
                 recorded += studio.recorder.start(path(line(name)), VideoFormat::Old);
             });
         }
-        repeat([&] {
+        callers.add([&](int) {
             studio.recorder.pause();
             studio.recorder.resume();
             studio.recorder.setSize(64, 48);
             studio.recorder.isRecording();
             studio.recorder.stop();
         });
-        repeat([&] {
+        callers.add([&](int) {
             studio.cameras.start(2);
             studio.recorder.finish();
         });
         QTRY_VERIFY_WITH_TIMEOUT(recorded >= 20, 60000);
-        done = true;
-        for (std::thread &caller : callers) {
-            caller.join();
-        }
+        callers.stop();
         studio.recorder.finish();
         QVERIFY(!studio.recorder.isRecording());
-        QVERIFY(!play(path(line("a.avi"))).empty() || !play(path(line("b.avi"))).empty());
+        QVERIFY(!play(path("a.avi")).empty() || !play(path("b.avi")).empty());
     }
 
 private:
-    QString path(const QString &name) const
-    {
-        return m_directory->path() + QLatin1Char('/') + name;
-    }
-
-    QStringList entries() const
-    {
-        return QDir(m_directory->path())
-            .entryList(QDir::AllEntries | QDir::System | QDir::Hidden | QDir::NoDotAndDotDot);
-    }
-
     static int currentGrey(Studio &studio)
     {
         cv::Mat frame;
         return studio.cameras.currentFrame(frame) ? greyOfMiddle(frame) : 0;
     }
-
-    std::unique_ptr<PortableLog> m_log;
-    std::unique_ptr<QTemporaryDir> m_directory;
 };
 
 int main(int argc, char **argv)

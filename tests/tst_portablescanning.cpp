@@ -5,7 +5,7 @@
 #include "portable/picturefile.h"
 #include "portable/scanner.h"
 #include "portable/stillness.h"
-#include "tests/fakesource.h"
+#include "tests/portabletest.h"
 
 #include <QtTest>
 #include <opencv2/imgproc.hpp>
@@ -20,11 +20,6 @@ using namespace std::chrono_literals;
 Q_DECLARE_METATYPE(portable::BookMode)
 
 namespace {
-
-QString line(const char *text)
-{
-    return QString::fromUtf8(text);
-}
 
 /** A picture with something in it that lies at `x`. */
 cv::Mat deskWithPage(int x)
@@ -80,8 +75,13 @@ private:
 /** Cameras that all look at one desk, number 1 open, and a scanner that waits little. */
 struct Office
 {
-    Office() { cameras.start(1); }
+    explicit Office(std::chrono::milliseconds cameraChange = 200ms)
+        : times{10ms, 100ms, cameraChange}
+    {
+        cameras.start(1);
+    }
 
+    const ScannerTimes times;
     std::shared_ptr<Desk> desk = std::make_shared<Desk>();
     Cameras cameras{[this](int, QString *) { return std::make_unique<DeskSource>(desk); }};
     Scanner scanner{cameras,
@@ -90,7 +90,7 @@ struct Office
                         cameras.currentFrame(frame);
                         return frame;
                     },
-                    {10ms, 100ms, 200ms}};
+                    times};
 };
 
 class Observer : public QObject
@@ -111,33 +111,23 @@ public Q_SLOTS:
 
 } // namespace
 
-class TestPortableScanning : public QObject
+class TestPortableScanning : public PortableTest
 {
     Q_OBJECT
 
 private Q_SLOTS:
-    void init()
-    {
-        m_log = std::make_unique<PortableLog>();
-        m_directory = std::make_unique<QTemporaryDir>();
-    }
-    void cleanup()
-    {
-        m_log.reset();
-        m_directory.reset();
-    }
-
     void stillness_data()
     {
-        QTest::addColumn<QVector<int>>("places"); // of the page, 0.1 s apart
-        QTest::addColumn<QVector<int>>("shots"); // at which of them
+        // places: of the page, 0.1 s apart
+        // shots: at which of them
+        const Rows<QVector<int>, QVector<int>> row("places", "shots");
         // clang-format off
-        QTest::newRow("nothing moves")         << QVector<int>{10, 10, 10, 10, 10, 10, 10} << QVector<int>{};
-        QTest::newRow("moved once")            << QVector<int>{10, 10, 90, 90, 90, 90, 90, 90, 90, 90} << QVector<int>{5};
-        QTest::newRow("always moving")         << QVector<int>{10, 50, 90, 50, 10, 50, 90, 50, 10} << QVector<int>{};
-        QTest::newRow("moved before the rest") << QVector<int>{10, 90, 90, 90, 50, 50, 50, 50, 50} << QVector<int>{7};
-        QTest::newRow("two pages")             << QVector<int>{10, 90, 90, 90, 90, 50, 50, 50, 50} << QVector<int>{4, 8};
-        QTest::newRow("creeps")                << QVector<int>{10, 14, 18, 22, 26, 30, 34, 38, 42, 46} << QVector<int>{};
+        row("nothing moves",         QVector<int>{10, 10, 10, 10, 10, 10, 10}, QVector<int>{});
+        row("moved once",            QVector<int>{10, 10, 90, 90, 90, 90, 90, 90, 90, 90}, QVector<int>{5});
+        row("always moving",         QVector<int>{10, 50, 90, 50, 10, 50, 90, 50, 10}, QVector<int>{});
+        row("moved before the rest", QVector<int>{10, 90, 90, 90, 50, 50, 50, 50, 50}, QVector<int>{7});
+        row("two pages",             QVector<int>{10, 90, 90, 90, 90, 50, 50, 50, 50}, QVector<int>{4, 8});
+        row("creeps",                QVector<int>{10, 14, 18, 22, 26, 30, 34, 38, 42, 46}, QVector<int>{});
         // clang-format on
     }
 
@@ -194,7 +184,7 @@ private Q_SLOTS:
         office.desk->put(100);
         QTRY_COMPARE(observer.numbers, (QList<int>{1, 2}));
         office.scanner.stop();
-        QCOMPARE(entries("扫描/a"), (QStringList{line("页001.jpg"), line("页002.jpg")}));
+        QCOMPARE(everythingIn(path("扫描/a")), (QStringList{line("页001.jpg"), line("页002.jpg")}));
         QString error;
         const cv::Mat page = readPicture(path("扫描/a/页002.jpg"), &error);
         QVERIFY(cv::norm(page, deskWithPage(100), cv::NORM_INF) < 60);
@@ -215,7 +205,7 @@ private Q_SLOTS:
         QVERIFY(office.scanner.observe(nullptr, nullptr));
         QVERIFY(office.scanner.observe(&second, "1slot_iAutoshot(int)"));
         QVERIFY(office.scanner.observe(first.get(), "1slot_iAutoshot(int)"));
-        QVERIFY(office.scanner.startAutomatic({m_directory->path(), {}}));
+        QVERIFY(office.scanner.startAutomatic({m_folder->path(), {}}));
         // One that dies with a message under way, and again and again while others are sent.
         for (int shot = 1; shot <= 3; ++shot) {
             waitForFrames(office, 10);
@@ -236,21 +226,20 @@ private Q_SLOTS:
         QVERIFY(office.scanner.observe(&observer, "1slot_iAutoshot(int)"));
         QElapsedTimer time;
         time.start();
-        QVERIFY(office.scanner.startTimed({m_directory->path(), line("t")}, 1s, 2));
+        QVERIFY(office.scanner.startTimed({m_folder->path(), line("t")}, 1s, 2));
         QTRY_VERIFY(m_log->lines().contains(line("timed scan has ended, with shots: 2")));
         QVERIFY(time.elapsed() >= 2000);
-        QCOMPARE(entries(""), (QStringList{line("t001.jpg"), line("t002.jpg")}));
+        QCOMPARE(everythingIn(m_folder->path()), (QStringList{line("t001.jpg"), line("t002.jpg")}));
         QCoreApplication::processEvents();
         QVERIFY(observer.numbers.isEmpty());
     }
 
     void bookScan_data()
     {
-        QTest::addColumn<QString>("extension");
-        QTest::addColumn<BookMode>("mode");
-        QTest::newRow("JPEG") << line("jpg") << BookMode::LeftFirst;
-        QTest::newRow("PNG, right to left") << line("png") << BookMode::RightFirst;
-        QTest::newRow("TIFF, both in one") << line("tif") << BookMode::BothInOne;
+        const Rows<QString, BookMode> row("extension", "mode");
+        row("JPEG", "jpg", BookMode::LeftFirst);
+        row("PNG, right to left", "png", BookMode::RightFirst);
+        row("TIFF, both in one", "tif", BookMode::BothInOne);
     }
 
     void bookScan()
@@ -258,14 +247,14 @@ private Q_SLOTS:
         QFETCH(QString, extension);
         QFETCH(BookMode, mode);
         Office office;
-        QVERIFY(office.scanner.startBook({m_directory->path(), line("b"), extension}, mode));
+        QVERIFY(office.scanner.startBook({m_folder->path(), line("b"), extension}, mode));
         waitForFrames(office, 10);
         office.desk->put(180);
         QStringList names{line("b001.") + extension};
         if (mode != BookMode::BothInOne) {
             names << line("b002.") + extension;
         }
-        QTRY_COMPARE(entries(""), names);
+        QTRY_COMPARE(everythingIn(m_folder->path()), names);
         office.scanner.stop();
         QString error;
         cv::Mat whole = readPicture(path("b001.") + extension, &error);
@@ -282,15 +271,12 @@ private Q_SLOTS:
 
     void refusals_data()
     {
-        QTest::addColumn<QString>("directory");
-        QTest::addColumn<QString>("prefix");
-        QTest::addColumn<QString>("reason");
-        QTest::newRow("no directory") << QString() << QString() << line("it needs a directory");
-        QTest::newRow("path as prefix")
-            << line("%1") << line("../a") << line("it needs a directory");
-        QTest::newRow("below a file") << line("%1/file/x") << QString() << line("Not a directory");
-        QTest::newRow("too long") << line("%1/") + QString(100000, QLatin1Char('x')) << QString()
-                                  << line("File name too long");
+        const Rows<QString, QString, QString> row("directory", "prefix", "reason");
+        row("no directory", QString(), QString(), "it needs a directory");
+        row("path as prefix", "%1", "../a", "it needs a directory");
+        row("below a file", "%1/file/x", QString(), "Not a directory");
+        row("too long", line("%1/") + QString(100000, QLatin1Char('x')), QString(),
+            "File name too long");
     }
 
     void refusals()
@@ -302,29 +288,43 @@ private Q_SLOTS:
         QVERIFY(file.open(QIODevice::WriteOnly));
         Office office;
         m_log->takeLines();
-        directory.replace(line("%1"), m_directory->path());
+        directory.replace(line("%1"), m_folder->path());
         QVERIFY(!office.scanner.startAutomatic({directory, prefix}));
         const QStringList lines = m_log->takeLines();
         QCOMPARE(lines.size(), 1);
         QVERIFY2(lines[0].contains(reason) && lines[0].size() < 1000,
                  qPrintable(lines[0].left(1000)));
-        QCOMPARE(entries(""), QStringList{line("file")});
+        QCOMPARE(everythingIn(m_folder->path()), QStringList{line("file")});
     }
 
     void endsWithThePreview()
     {
         Office office;
-        QVERIFY(office.scanner.startAutomatic({m_directory->path(), {}}));
+        QVERIFY(office.scanner.startAutomatic({m_folder->path(), {}}));
         waitForFrames(office, 10);
         office.desk->put(100);
         QVERIFY(office.cameras.start(2)); // a change of cameras isn't the end
-        QTRY_COMPARE(entries("").size(), 1);
+        QTRY_COMPARE(everythingIn(m_folder->path()).size(), 1);
         office.cameras.stopMain();
         QTRY_VERIFY(m_log->lines().contains(line("automatic scan ends with the preview")));
         m_log->takeLines();
-        QVERIFY(!office.scanner.startTimed({m_directory->path(), {}}, 1s, 0));
+        QVERIFY(!office.scanner.startTimed({m_folder->path(), {}}, 1s, 0));
         QCOMPARE(m_log->takeLines(),
                  QStringList{line("timed scan doesn't start: there is no preview")});
+    }
+
+    void endsAtOnceWhenTheEndIsAnnounced()
+    {
+        Office office(1h);
+        QVERIFY(office.scanner.startAutomatic({m_folder->path(), {}}));
+        office.cameras.stopMain(); // the first half of a change
+        QVERIFY(office.cameras.start(2));
+        waitForFrames(office, 10);
+        office.desk->put(100);
+        QTRY_COMPARE(everythingIn(m_folder->path()).size(), 1);
+        office.cameras.announceEnd();
+        office.cameras.stopMain();
+        QTRY_VERIFY(m_log->lines().contains(line("automatic scan ends with the preview")));
     }
 
     void failedShotDoesNotEndTheScan()
@@ -332,7 +332,7 @@ private Q_SLOTS:
         Office office;
         Observer observer;
         QVERIFY(office.scanner.observe(&observer, "1slot_iAutoshot(int)"));
-        QVERIFY(office.scanner.startAutomatic({m_directory->path(), {}}));
+        QVERIFY(office.scanner.startAutomatic({m_folder->path(), {}}));
         QVERIFY(QDir().mkdir(path("001.jpg"))); // in the way
         waitForFrames(office, 10);
         office.desk->put(100);
@@ -345,45 +345,34 @@ private Q_SLOTS:
     void manyCallersAtOnce()
     {
         Office office;
-        std::atomic<bool> done{false};
-        std::vector<std::thread> callers;
-        const auto repeat = [&](auto call) {
-            callers.emplace_back([&done, call] {
-                while (!done) {
-                    call();
-                }
-            });
-        };
+        Repeaters callers;
         std::atomic<int> calls{0};
-        const ScanFiles files{m_directory->path(), line("m")};
-        repeat([&] {
+        const ScanFiles files{m_folder->path(), line("m")};
+        callers.add([&](int) {
             office.scanner.startAutomatic(files);
             ++calls;
         });
-        repeat([&] {
+        callers.add([&](int) {
             office.scanner.startTimed(files, 1s, 3);
             office.scanner.stop();
             ++calls;
         });
-        repeat([&] {
+        callers.add([&](int) {
             Observer observer;
             office.scanner.observe(&observer, "1slot_iAutoshot(int)");
         });
-        repeat([&] {
+        callers.add([&](int) {
             office.cameras.start(2);
             std::this_thread::sleep_for(20ms); // or there would hardly ever be a preview
         });
         QTRY_VERIFY_WITH_TIMEOUT(calls >= 50, 60000);
-        done = true;
-        for (std::thread &caller : callers) {
-            caller.join();
-        }
+        callers.stop();
         office.scanner.stop();
     }
 
     void numbersOfTheInterface()
     {
-        const std::string text = m_directory->path().toStdString();
+        const std::string text = m_folder->path().toStdString();
         const char *directory = text.c_str();
         // Without a preview, so whatever starts fails: what ends is no failure even so.
         QCOMPARE(iAutoScan(1, directory, "a"), -1);
@@ -399,23 +388,12 @@ private Q_SLOTS:
     }
 
 private:
-    QString path(const char *name) const { return m_directory->path() + line("/") + line(name); }
-
-    QStringList entries(const char *directory) const
-    {
-        return QDir(path(directory))
-            .entryList(QDir::AllEntries | QDir::Hidden | QDir::NoDotAndDotDot);
-    }
-
     /** Lets the camera deliver so many more. */
     static void waitForFrames(const Office &office, int frames)
     {
         const int last = office.desk->frames() + frames;
         QTRY_VERIFY(office.desk->frames() >= last);
     }
-
-    std::unique_ptr<PortableLog> m_log;
-    std::unique_ptr<QTemporaryDir> m_directory;
 };
 
 QTEST_MAIN(TestPortableScanning)

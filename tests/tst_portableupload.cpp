@@ -2,7 +2,7 @@
 // The portable library's uploads, against a web server in this process.
 #include "devicelib/doccamera.h"
 #include "portable/uploader.h"
-#include "tests/fakesource.h"
+#include "tests/portabletest.h"
 
 #include <QSslSocket>
 #include <QTcpServer>
@@ -17,22 +17,6 @@ using namespace portable;
 using namespace std::chrono_literals;
 
 namespace {
-
-QString line(const char *text)
-{
-    return QString::fromUtf8(text);
-}
-
-/** A text for the device interface. */
-struct Utf8
-{
-    explicit Utf8(const QString &text)
-        : bytes(text.toUtf8())
-    {
-    }
-    operator const char *() const { return bytes.constData(); }
-    const QByteArray bytes;
-};
 
 QByteArray httpAnswer(const QByteArray &status, const QByteArray &body,
                       const QByteArray &headers = {})
@@ -138,19 +122,11 @@ template <class Call> auto served(Call call)
     return result.get();
 }
 
-/** A text of the library: its content, or null. */
-QString taken(char *text)
-{
-    const QString result = QString::fromUtf8(text);
-    std::free(text);
-    return result;
-}
-
 } // namespace
 
 Q_DECLARE_METATYPE(portable::UploadLimits)
 
-class TestPortableUpload : public QObject
+class TestPortableUpload : public PortableTest
 {
     Q_OBJECT
 
@@ -165,22 +141,17 @@ private Q_SLOTS:
 
     void init()
     {
-        m_log = std::make_unique<PortableLog>();
-        m_folder = std::make_unique<QTemporaryDir>();
+        PortableTest::init();
         m_server = std::make_unique<WebServer>();
         m_server->answers["/up"] = httpAnswer("200 OK", "收到");
         m_server->answers["/broken"] = httpAnswer("500 Internal Server Error", "数据库");
-        m_file = m_folder->path() + line("/身份证 正面.jpg");
+        m_file = path("身份证 正面.jpg");
         m_content.resize(300'000);
         for (int i = 0; i < m_content.size(); ++i) {
             m_content[i] = char(i * 7 + i / 256);
         }
-        QFile file(m_file);
-        QVERIFY(file.open(QIODevice::WriteOnly));
-        QCOMPARE(file.write(m_content), m_content.size());
+        writeFile(m_file, m_content);
     }
-
-    void cleanup() { m_log.reset(); }
 
     void sendsAFormWithTheFile()
     {
@@ -254,9 +225,7 @@ private Q_SLOTS:
 
     void withoutAnAnswer_data()
     {
-        QTest::addColumn<QString>("path");
-        QTest::addColumn<UploadLimits>("limits");
-        QTest::addColumn<QString>("reason");
+        const Rows<QString, UploadLimits, QString> row("path", "limits", "reason");
         UploadLimits soonOver;
         soonOver.whole = 200ms;
         UploadLimits stalled;
@@ -264,11 +233,11 @@ private Q_SLOTS:
         UploadLimits shortAnswer;
         shortAnswer.answerBytes = 5;
         // clang-format off
-        QTest::newRow("slow server")     << line("/silent") << soonOver       << line("timed out");
-        QTest::newRow("stalled server")  << line("/half")   << stalled        << line("too slow");
-        QTest::newRow("half an answer")  << line("/cut")    << UploadLimits() << line("closed");
-        QTest::newRow("no web server")   << line("/noise")  << UploadLimits() << line("HTTP/0.9");
-        QTest::newRow("endless answer")  << line("/up")     << shortAnswer    << line("longer than 5 bytes");
+        row("slow server",    "/silent", soonOver,       "timed out");
+        row("stalled server", "/half",   stalled,        "too slow");
+        row("half an answer", "/cut",    UploadLimits(), "closed");
+        row("no web server",  "/noise",  UploadLimits(), "HTTP/0.9");
+        row("endless answer", "/up",     shortAnswer,    "longer than 5 bytes");
         // clang-format on
     }
 
@@ -301,21 +270,20 @@ private Q_SLOTS:
 
     void nothingIsSentWithoutFileOrAddress_data()
     {
-        QTest::addColumn<QString>("address");
-        QTest::addColumn<QString>("file");
+        const Rows<QString, QString> row("address", "file");
         const QString good = line("http://127.0.0.1:%1/up");
         // clang-format off
-        QTest::newRow("no file")          << good                              << line("/absent.jpg");
-        QTest::newRow("folder")           << good                              << line("/tmp");
-        QTest::newRow("device")           << good                              << line("/dev/zero");
-        QTest::newRow("resource")         << good                              << line(":/qt-project.org/qmime/packages/freedesktop.org.xml");
-        QTest::newRow("empty path")       << good                              << line("");
-        QTest::newRow("long path")        << good                              << QString(5000, QLatin1Char('x'));
-        QTest::newRow("no address")       << line("")                          << QString();
-        QTest::newRow("other scheme")     << line("ftp://127.0.0.1:%1/up")     << QString();
-        QTest::newRow("local file")       << line("file:///etc/passwd")        << QString();
-        QTest::newRow("no port")          << line("http://127.0.0.1:99999/up") << QString();
-        QTest::newRow("line break")       << line("http://127.0.0.1:%1\r\nX: y/up") << QString();
+        row("no file",      good,                             "/absent.jpg");
+        row("folder",       good,                             "/tmp");
+        row("device",       good,                             "/dev/zero");
+        row("resource",     good,                             ":/qt-project.org/qmime/packages/freedesktop.org.xml");
+        row("empty path",   good,                             "");
+        row("long path",    good,                             QString(5000, QLatin1Char('x')));
+        row("no address",   "",                               QString());
+        row("other scheme", "ftp://127.0.0.1:%1/up",          QString());
+        row("local file",   "file:///etc/passwd",             QString());
+        row("no port",      "http://127.0.0.1:99999/up",      QString());
+        row("line break",   "http://127.0.0.1:%1\r\nX: y/up", QString());
         // clang-format on
     }
 
@@ -358,17 +326,14 @@ private Q_SLOTS:
 
     void redirections_data()
     {
-        QTest::addColumn<QString>("status");
-        QTest::addColumn<QString>("to");
-        QTest::addColumn<int>("posts");
-        QTest::addColumn<bool>("accepted");
+        const Rows<QString, QString, int, bool> row("status", "to", "posts", "accepted");
         // clang-format off
-        QTest::newRow("moved")                << line("301") << line("/up")            << 2 << true;
-        QTest::newRow("for now")              << line("307") << line("/up")            << 2 << true;
-        QTest::newRow("for good")             << line("308") << line("/broken")        << 2 << false;
-        QTest::newRow("in a circle")          << line("308") << line("/moved")         << 6 << false;
-        QTest::newRow("to a login, perhaps")  << line("302") << line("/up")            << 1 << false;
-        QTest::newRow("to a local file")      << line("307") << line("file:///etc/passwd") << 1 << false;
+        row("moved",               "301", "/up",                2, true);
+        row("for now",             "307", "/up",                2, true);
+        row("for good",            "308", "/broken",            2, false);
+        row("in a circle",         "308", "/moved",             6, false);
+        row("to a login, perhaps", "302", "/up",                1, false);
+        row("to a local file",     "307", "file:///etc/passwd", 1, false);
         // clang-format on
     }
 
@@ -436,25 +401,23 @@ private Q_SLOTS:
 
     void addresses_data()
     {
-        QTest::addColumn<QString>("host");
-        QTest::addColumn<QString>("page");
-        QTest::addColumn<int>("port");
-        QTest::addColumn<QString>("address"); // empty: none
+        // address: empty: none
+        const Rows<QString, QString, int, QString> row("host", "page", "port", "address");
         // clang-format off
-        QTest::newRow("whole")          << line("https://h/a?b=c#d")   << line("")        << 0     << line("https://h/a?b=c");
-        QTest::newRow("bare host")      << line(" h ")                 << line("p.jsp")   << 0     << line("http://h/p.jsp");
-        QTest::newRow("host:port")      << line("h:8080")              << line("/p")      << 0     << line("http://h:8080/p");
-        QTest::newRow("port replaced")  << line("http://h:8080")       << line("")        << 81    << line("http://h:81");
-        QTest::newRow("below a path")   << line("https://h/app/")      << line("//p?x=1") << 444   << line("https://h:444/app/p?x=1");
-        QTest::newRow("not a host")     << line("http://h")            << line("//evil/p")<< 0     << line("http://h/evil/p");
-        QTest::newRow("Chinese")        << line("http://h")            << line("上传 页")  << 0     << line("http://h/%E4%B8%8A%E4%BC%A0%20%E9%A1%B5");
-        QTest::newRow("encoded")        << line("http://h/%2Fa")       << line("b%20c")   << 0     << line("http://h/%2Fa/b%20c");
-        QTest::newRow("IPv6")           << line("[::1]")               << line("p")       << 8000  << line("http://[::1]:8000/p");
-        QTest::newRow("address inside") << line("h/p?to=http://x/")    << line("")        << 0     << line("http://h/p?to=http://x/");
-        QTest::newRow("negative port")  << line("h")                   << line("p")       << -1    << QString();
-        QTest::newRow("large port")     << line("h")                   << line("p")       << 65536 << QString();
-        QTest::newRow("no host")        << line("http:///p")           << line("p")       << 80    << QString();
-        QTest::newRow("other scheme")   << line("gopher://h")          << line("p")       << 0     << QString();
+        row("whole",          "https://h/a?b=c#d", "",         0,     "https://h/a?b=c");
+        row("bare host",      " h ",               "p.jsp",    0,     "http://h/p.jsp");
+        row("host:port",      "h:8080",            "/p",       0,     "http://h:8080/p");
+        row("port replaced",  "http://h:8080",     "",         81,    "http://h:81");
+        row("below a path",   "https://h/app/",    "//p?x=1",  444,   "https://h:444/app/p?x=1");
+        row("not a host",     "http://h",          "//evil/p", 0,     "http://h/evil/p");
+        row("Chinese",        "http://h",          "上传 页",  0,     "http://h/%E4%B8%8A%E4%BC%A0%20%E9%A1%B5");
+        row("encoded",        "http://h/%2Fa",     "b%20c",    0,     "http://h/%2Fa/b%20c");
+        row("IPv6",           "[::1]",             "p",        8000,  "http://[::1]:8000/p");
+        row("address inside", "h/p?to=http://x/",  "",         0,     "http://h/p?to=http://x/");
+        row("negative port",  "h",                 "p",        -1,    QString());
+        row("large port",     "h",                 "p",        65536, QString());
+        row("no host",        "http:///p",         "p",        80,    QString());
+        row("other scheme",   "gopher://h",        "p",        0,     QString());
         // clang-format on
     }
 
@@ -503,8 +466,6 @@ private:
         return result;
     }
 
-    std::unique_ptr<PortableLog> m_log;
-    std::unique_ptr<QTemporaryDir> m_folder;
     std::unique_ptr<WebServer> m_server;
     QString m_file;
     QByteArray m_content;

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "app/singleinstance.h"
 #include "companion/configini.h"
+#include "tests/rows.h"
 
 #include <QCoreApplication>
 #include <QFile>
@@ -38,83 +39,76 @@ private Q_SLOTS:
     void init() { QFile::remove(settingsFile()); }
     void cleanup() { QFile::remove(settingsFile()); }
 
-    void settingsAreMadeWhenMissing();
-    void settingsAreReadAndWrittenBack_data();
-    void settingsAreReadAndWrittenBack();
-    void countingRunsWithoutTheLibraryPath();
+    void settingsAreMadeWhenMissing()
+    {
+        const ConfigIni settings;
+        QCOMPARE(settings.port, quint16{1818});
+        QCOMPARE(settings.browser, QStringLiteral("gnome-www-browser"));
+        QCOMPARE(settings.padsize, QSize(1280, 800));
+        QCOMPARE(contents(settingsFile()),
+                 QByteArray("[General]\n"
+                            "browser=gnome-www-browser\n"
+                            "padsize=@Size(1280 800)\n"
+                            "port=1818\n"));
+    }
+
+    void settingsAreReadAndWrittenBack_data()
+    {
+        const Rows<QByteArray, int, QSize> row("file", "port", "padsize");
+        // clang-format off
+        row("another browser",   "[General]\nbrowser=uos-browser\n", 1818, QSize(1280, 800));
+        row("own values",        "[General]\nport=99\npadsize=@Size(1 2)\n", 99,   QSize(1, 2));
+        row("port of no number", "[General]\nport=abc\n",            0,    QSize(1280, 800));
+        row("port of 17 bits",   "[General]\nport=65537\n",          1,    QSize(1280, 800));
+        row("size of no size",   "[General]\npadsize=wide\n",        1818, QSize());
+        // clang-format on
+    }
+
+    void settingsAreReadAndWrittenBack()
+    {
+        QFETCH(QByteArray, file);
+        write(settingsFile(), file);
+        const ConfigIni settings;
+        QTEST(int{settings.port}, "port");
+        QTEST(settings.padsize, "padsize");
+        QCOMPARE(settings.browser, QStringLiteral("gnome-www-browser"));
+
+        const QSettings back(settingsFile(), QSettings::IniFormat);
+        QCOMPARE(back.value(QStringLiteral("browser")).toString(), settings.browser);
+        QCOMPARE(back.value(QStringLiteral("port")).toInt(), int{settings.port});
+        QCOMPARE(back.value(QStringLiteral("padsize")).toSize(), settings.padsize);
+    }
+
+    // That a second process ends is tested on the real program.
+    void countingRunsWithoutTheLibraryPath()
+    {
+        // A process list of our own, which looks at its environment.
+        const QTemporaryDir folder;
+        const QString ps = folder.filePath(QStringLiteral("ps"));
+        write(ps,
+              "#!/bin/sh\n"
+              "echo 1 rvowebSocketServer; echo 2 /a/rvowebSocketServer -x; echo 3 sh "
+              "rvowebSocketServer\n"
+              "echo 4 RVOWEBSOCKETSERVER; echo 5 vi rvowebSocketServer.txt; echo 6 other\n"
+              "[ -z \"$LD_LIBRARY_PATH\" ] || echo 7 rvowebSocketServer \"$LD_LIBRARY_PATH\"\n");
+        QVERIFY(QFile::setPermissions(ps, QFile::ReadOwner | QFile::ExeOwner));
+        const QByteArray path = qgetenv("PATH");
+        qputenv("PATH", folder.path().toLocal8Bit() + ':' + path);
+        const QByteArray before = qgetenv("LD_LIBRARY_PATH");
+        qputenv("LD_LIBRARY_PATH", "/some/where");
+        const InstanceCount instances = countInstances();
+        qputenv("PATH", path);
+        QCOMPARE(qgetenv("LD_LIBRARY_PATH"), QByteArray("/some/where"));
+        QCOMPARE(instances.line, QByteArray("2"));
+        QVERIFY(instances.anotherRuns());
+
+        qunsetenv("LD_LIBRARY_PATH");
+        countInstances();
+        QVERIFY(!qEnvironmentVariableIsSet("LD_LIBRARY_PATH"));
+        if (!before.isNull())
+            qputenv("LD_LIBRARY_PATH", before);
+    }
 };
-
-void TestStartup::settingsAreMadeWhenMissing()
-{
-    const ConfigIni settings;
-    QCOMPARE(settings.port, quint16{1818});
-    QCOMPARE(settings.browser, QStringLiteral("gnome-www-browser"));
-    QCOMPARE(settings.padsize, QSize(1280, 800));
-    QCOMPARE(contents(settingsFile()),
-             QByteArray("[General]\n"
-                        "browser=gnome-www-browser\n"
-                        "padsize=@Size(1280 800)\n"
-                        "port=1818\n"));
-}
-
-void TestStartup::settingsAreReadAndWrittenBack_data()
-{
-    QTest::addColumn<QByteArray>("file");
-    QTest::addColumn<int>("port");
-    QTest::addColumn<QSize>("padsize");
-    // clang-format off
-    QTest::newRow("another browser")  << QByteArray("[General]\nbrowser=uos-browser\n")         << 1818 << QSize(1280, 800);
-    QTest::newRow("own values")       << QByteArray("[General]\nport=99\npadsize=@Size(1 2)\n") << 99   << QSize(1, 2);
-    QTest::newRow("port of no number")<< QByteArray("[General]\nport=abc\n")                    << 0    << QSize(1280, 800);
-    QTest::newRow("port of 17 bits")  << QByteArray("[General]\nport=65537\n")                  << 1    << QSize(1280, 800);
-    QTest::newRow("size of no size")  << QByteArray("[General]\npadsize=wide\n")                << 1818 << QSize();
-    // clang-format on
-}
-
-void TestStartup::settingsAreReadAndWrittenBack()
-{
-    QFETCH(QByteArray, file);
-    write(settingsFile(), file);
-    const ConfigIni settings;
-    QTEST(int{settings.port}, "port");
-    QTEST(settings.padsize, "padsize");
-    QCOMPARE(settings.browser, QStringLiteral("gnome-www-browser"));
-
-    const QSettings back(settingsFile(), QSettings::IniFormat);
-    QCOMPARE(back.value(QStringLiteral("browser")).toString(), settings.browser);
-    QCOMPARE(back.value(QStringLiteral("port")).toInt(), int{settings.port});
-    QCOMPARE(back.value(QStringLiteral("padsize")).toSize(), settings.padsize);
-}
-
-// That a second process ends is tested on the real program.
-void TestStartup::countingRunsWithoutTheLibraryPath()
-{
-    // A process list of our own, which looks at its environment.
-    const QTemporaryDir folder;
-    const QString ps = folder.filePath(QStringLiteral("ps"));
-    write(
-        ps,
-        "#!/bin/sh\n"
-        "echo 1 rvowebSocketServer; echo 2 /a/rvowebSocketServer -x; echo 3 sh rvowebSocketServer\n"
-        "echo 4 RVOWEBSOCKETSERVER; echo 5 vi rvowebSocketServer.txt; echo 6 other\n"
-        "[ -z \"$LD_LIBRARY_PATH\" ] || echo 7 rvowebSocketServer \"$LD_LIBRARY_PATH\"\n");
-    QVERIFY(QFile::setPermissions(ps, QFile::ReadOwner | QFile::ExeOwner));
-    const QByteArray path = qgetenv("PATH");
-    qputenv("PATH", folder.path().toLocal8Bit() + ':' + path);
-    const QByteArray before = qgetenv("LD_LIBRARY_PATH");
-    qputenv("LD_LIBRARY_PATH", "/some/where");
-    const InstanceCount instances = countInstances();
-    qputenv("PATH", path);
-    QCOMPARE(qgetenv("LD_LIBRARY_PATH"), QByteArray("/some/where"));
-    QCOMPARE(instances.line, QByteArray("2"));
-    QVERIFY(instances.anotherRuns());
-
-    qunsetenv("LD_LIBRARY_PATH");
-    countInstances();
-    QVERIFY(!qEnvironmentVariableIsSet("LD_LIBRARY_PATH"));
-    if (!before.isNull())
-        qputenv("LD_LIBRARY_PATH", before);
-}
 
 QTEST_GUILESS_MAIN(TestStartup)
 #include "tst_startup.moc"

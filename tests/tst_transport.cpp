@@ -3,6 +3,7 @@
 #include "dispatch/messagerun.h"
 #include "tests/pages.h"
 #include "tests/recordingdevice.h"
+#include "tests/rows.h"
 #include "transport/clientlink.h"
 #include "transport/websocketservermanager.h"
 
@@ -65,376 +66,347 @@ class TestTransport : public QObject
 
 private Q_SLOTS:
     void initTestCase() { CaptureImgThread::instance()->setPause(true); }
-    void init();
-    void cleanup();
 
-    void repliesGoToThePageThatSentTheLatestCommand();
-    void atReachesTheCounterPagesOnly();
-    void hashIsRelayedToTheCurrentPage();
-    void badTexts_data();
-    void badTexts();
-    void binaryMessagesAreIgnored();
-    void invalidUtf8EndsOnlyThatPage();
+    void init()
+    {
+        recording::reset();
+        recording::answer("bStartPlay4", true);
+        CaptureImgThread::instance()->silenceClose();
+        m_manager = std::make_unique<WebSocketServerManager>(QStringLiteral("test"),
+                                                             QWebSocketServer::NonSecureMode);
+        m_manager->websocke_server_start(QHostAddress::Any, 0);
+        QVERIFY(m_manager->running());
+    }
 
-    void workersAreHeardByEveryPage();
-    void messagesEndAtTheFirstNul();
-    void framesOfEverySizeArrive();
-    void textsThatLookLikeFrames();
-    void leavingStopsThePreviewForAll();
-    void aPageThatLeavesWhileItIsWrittenTo();
-    void aStalledPageGetsTwoFramesAndEveryResult();
-    void noDelayIsSet();
+    void cleanup()
+    {
+        m_manager.reset();
+        QVERIFY(!gpWebSocket);
+    }
 
-    void startAndStop();
-    void portTaken();
-    void errorsAreSignalled();
-    void connectionsOfTheThreadSignalsAccumulate();
-    void sendingToOnePage();
+    void repliesGoToThePageThatSentTheLatestCommand()
+    {
+        Page a(port());
+        Page b(port());
+        a.send(QStringLiteral("bStartPlay4()"));
+        QCOMPARE(a.next(), QStringLiteral("BeginbStartPlay4trueEndbStartPlay4"));
+        b.send(QStringLiteral("bStartPlay4()"));
+        QCOMPARE(b.next(), QStringLiteral("BeginbStartPlay4trueEndbStartPlay4"));
+        // A late answer to a's command goes to b.
+        m_manager->dispatcher()->sendmsg_thread(QStringLiteral("late"));
+        QCOMPARE(b.next(), QStringLiteral("late"));
+        QCOMPARE(a.received(), QStringList());
+    }
+
+    void atReachesTheCounterPagesOnly()
+    {
+        Page current(port());
+        Page counter(port());
+        current.send(QStringLiteral("bStartPlay4()"));
+        current.next();
+        counter.send(QStringLiteral("@"));
+        counter.send(QStringLiteral("@bStartPlay4()"));
+        QCOMPARE(counter.next(), QString::fromLatin1("")); // no page was opened yet
+        QCOMPARE(counter.next(), QString::fromLatin1(""));
+        m_manager->dispatcher()->sendmsg_thread(QStringLiteral("still the current one"));
+        QCOMPARE(current.next(), QStringLiteral("still the current one"));
+        QCOMPARE(recording::count("bStartPlay4"), 1);
+    }
+
+    void hashIsRelayedToTheCurrentPage()
+    {
+        Page current(port());
+        Page other(port());
+        other.send(QStringLiteral("#lost: nobody is current"));
+        other.send(QStringLiteral("bStopPlay4"));
+        QCOMPARE(other.next(), QStringLiteral("BeginbStopPlay4falseEndbStopPlay4"));
+        current.send(QStringLiteral("bStartPlay4()"));
+        current.next();
+        other.send(QStringLiteral("#result,5"));
+        other.send(QStringLiteral("#"));
+        current.send(QStringLiteral("##to myself"));
+        QStringList texts{current.next(), current.next(), current.next()};
+        QVERIFY(texts.removeOne(QString::fromLatin1("")));
+        texts.sort();
+        QCOMPARE(texts, QStringList({QStringLiteral("#to myself"), QStringLiteral("result,5")}));
+    }
+
+    void badTexts_data()
+    {
+        const Rows<QString> row("text");
+        row("empty", QString::fromLatin1(""));
+        row("parenthesis", "(");
+        row("NUL", QString(1, QChar(0)));
+        row("NUL in a name", QStringLiteral("bStartPlay4") + QChar(0) + QStringLiteral("()"));
+        row("half a surrogate pair", QString(3, QChar(0xD800)));
+        row("line ends", "\r\nbStartPlay4()\r\n");
+        row("16 MB without a name", QString(16 << 20, QLatin1Char('(')));
+        row("16 MB of a name", QString(16 << 20, QLatin1Char('x')));
+        row("16 million fields",
+            QStringLiteral("bAVPreview(") + QString(16 << 20, QLatin1Char(',')));
+    }
+
+    void badTexts()
+    {
+        QFETCH(QString, text);
+        Page page(port());
+        page.send(text);
+        if (text.startsWith(QLatin1String("bAVPreview")))
+            QCOMPARE(page.next(), QStringLiteral("BeginbAVPreviewfalseEndbAVPreview"));
+        page.send(QStringLiteral("bStopPlay4()"));
+        QCOMPARE(page.next(), QStringLiteral("BeginbStopPlay4falseEndbStopPlay4"));
+        QVERIFY(recording::takeText().endsWith(QLatin1String("bStopPlay4()")));
+    }
+
+    void binaryMessagesAreIgnored()
+    {
+        Page page(port());
+        page.socket().sendBinaryMessage("bStartPlay4()");
+        page.socket().sendBinaryMessage(QByteArray());
+        page.send(QStringLiteral("bStopPlay4()"));
+        QCOMPARE(page.next(), QStringLiteral("BeginbStopPlay4falseEndbStopPlay4"));
+        QCOMPARE(recording::takeText(), QStringLiteral("bStopPlay4()"));
+    }
+
+    void invalidUtf8EndsOnlyThatPage()
+    {
+        Page other(port());
+        StalledPage bad(port());
+        QTRY_COMPARE(pages(), 2);
+        // A masked text frame (RFC 6455, 5.2) with the mask 0 that holds the byte FF.
+        bad.socket().write(QByteArray("\x81\x81\0\0\0\0\xFF", 7));
+        QTRY_COMPARE(pages(), 1);
+        other.send(QStringLiteral("bStartPlay4()"));
+        QCOMPARE(other.next(), QStringLiteral("BeginbStartPlay4trueEndbStartPlay4"));
+    }
+
+    void workersAreHeardByEveryPage()
+    {
+        Page a(port());
+        Page b(port());
+        QTRY_COMPARE(pages(), 2);
+        say("BeginbStartPlaytrueEndbStartPlay");
+        say(frameText('A'));
+        say("BeginbStopPlaytrueEndbStopPlay");
+        for (Page *page : {&a, &b}) {
+            QCOMPARE(page->next(), QStringLiteral("BeginbStartPlaytrueEndbStartPlay"));
+            QCOMPARE(page->next(), QString::fromLatin1(frameText('A')));
+            QCOMPARE(page->next(), QStringLiteral("BeginbStopPlaytrueEndbStopPlay"));
+        }
+    }
+
+    void messagesEndAtTheFirstNul()
+    {
+        Page page(port());
+        QTRY_COMPARE(pages(), 1);
+        say(QByteArray("result\0rest", 11));
+        say(QByteArray("/9j/AA\0rest", 11));
+        say(QByteArray("\0", 1));
+        QCOMPARE(page.next(), QStringLiteral("result"));
+        QCOMPARE(page.next(), QStringLiteral("/9j/AA"));
+        QCOMPARE(page.next(), QString::fromLatin1(""));
+    }
+
+    void framesOfEverySizeArrive()
+    {
+        Page page(port());
+        QTRY_COMPARE(pages(), 1);
+        // Around the three forms of a frame's length.
+        for (const int length : {0, 121, 122, 65531, 65532, 2 << 20}) {
+            say(frameText('B', length));
+            QCOMPARE(page.next(), QString::fromLatin1(frameText('B', length)));
+        }
+    }
+
+    void textsThatLookLikeFrames()
+    {
+        Page page(port());
+        QTRY_COMPARE(pages(), 1);
+        const QByteArray chinese = "/9j/" + QByteArray("中文");
+        say(chinese);
+        say("/9j/\xFF");
+        QCOMPARE(page.next(), QString::fromUtf8(chinese));
+        QCOMPARE(page.next(), QString::fromUtf8("/9j/\xFF"));
+    }
+
+    void leavingStopsThePreviewForAll()
+    {
+        Page stays(port());
+        auto leaves = std::make_unique<Page>(port());
+        QTRY_COMPARE(pages(), 2);
+        stays.send(QStringLiteral("bStartPlay4()"));
+        stays.next();
+        recording::takeCalls();
+        leaves.reset();
+        QTRY_COMPARE(pages(), 1);
+        QCOMPARE(recording::takeText(), QStringLiteral("bStopRec() bStopPlay4()"));
+        // No page is current until the next command: this is lost, and so was the stop's answer.
+        m_manager->dispatcher()->sendmsg_thread(QStringLiteral("lost"));
+        QCoreApplication::processEvents();
+        stays.send(QStringLiteral("bStopPlay4()"));
+        QCOMPARE(stays.next(), QStringLiteral("BeginbStopPlay4falseEndbStopPlay4"));
+    }
+
+    void aPageThatLeavesWhileItIsWrittenTo()
+    {
+        Page stays(port());
+        for (int i = 0; i < 20; ++i) {
+            auto leaves = std::make_unique<Page>(port());
+            QTRY_COMPARE(pages(), 2);
+            for (int k = 0; k < 4; ++k)
+                say(frameText('C'));
+            leaves->socket().abort();
+            leaves.reset();
+            say(frameText('D'));
+            say("result");
+            QTRY_COMPARE(pages(), 1);
+        }
+        QTRY_COMPARE(stays.received().count(QStringLiteral("result")), 20);
+    }
+
+    void aStalledPageGetsTwoFramesAndEveryResult()
+    {
+        StalledPage stalled(port());
+        Page other(port());
+        QTRY_COMPARE(pages(), 2);
+
+        // What the kernel takes for the page, in frames, plus two: more is never kept for it.
+        constexpr int frames = 100;
+        constexpr int size = 200 * 1000;
+        QByteArray results;
+        for (int i = 0; i < frames; ++i) {
+            const QByteArray frame = frameText(static_cast<char>('a' + i % 26), size);
+            const QByteArray result = "Begin" + QByteArray::number(i) + "End";
+            say(frame);
+            say(result);
+            results += result;
+            // The other page misses nothing, in order.
+            QCOMPARE(other.next(), QString::fromLatin1(frame));
+            QCOMPARE(other.next(), QString::fromLatin1(result));
+        }
+        qint64 waiting = 0;
+        for (const auto *link : m_manager->findChildren<ClientLink *>())
+            waiting = qMax(waiting, qobject_cast<QWebSocket *>(link->parent())->bytesToWrite());
+        QVERIFY2(waiting < 3 * size, qPrintable(QString::number(waiting)));
+        QVERIFY2(waiting > size, "the page was not stalled at all");
+
+        const QByteArray bytes = stalled.readUpTo("Begin" + QByteArray::number(frames - 1) + "End");
+        QByteArray got;
+        for (int i = 0, at = 0; i < frames; ++i) {
+            const QByteArray result = "Begin" + QByteArray::number(i) + "End";
+            at = bytes.indexOf(result, at);
+            QVERIFY2(at >= 0, result.constData());
+            got += result;
+        }
+        QCOMPARE(got, results);
+        // Frames go on once it reads.
+        say(frameText('Z', size));
+        QVERIFY(!stalled.readUpTo(QByteArray(size, 'Z')).isEmpty());
+    }
+
+    void noDelayIsSet()
+    {
+        Page page(port());
+        QTRY_COMPARE(pages(), 1);
+        const auto sockets = m_manager->findChildren<QTcpSocket *>();
+        QCOMPARE(sockets.size(), 1);
+        QCOMPARE(sockets.first()->socketOption(QAbstractSocket::LowDelayOption).toInt(), 1);
+    }
+
+    void startAndStop()
+    {
+        QTest::ignoreMessage(QtDebugMsg,
+                             QRegularExpression(QStringLiteral(
+                                 "^\\d+ websocke_server_start websocketservermanager "
+                                 "Failed to websocke_server_start it's already running...$")));
+        m_manager->websocke_server_start(QHostAddress::Any, 0);
+        QVERIFY(m_manager->running());
+
+        Page page(port());
+        QTRY_COMPARE(pages(), 1);
+        recording::takeCalls();
+        QSignalSpy closed(m_manager.get(), &WebSocketServerManager::signal_close);
+        QSignalSpy disconnected(&page.socket(), &QWebSocket::disconnected);
+        m_manager->websocke_server_stop();
+        QTRY_COMPARE(closed.size(), 1);
+        QVERIFY(!disconnected.isEmpty() || disconnected.wait());
+        QCOMPARE(page.socket().closeCode(), QWebSocketProtocol::CloseCodeNormal);
+        QVERIFY(!m_manager->running());
+        QVERIFY(recording::calls().contains(QStringLiteral("bStopPlay4()")));
+        QTRY_COMPARE(pages(), 0);
+
+        QTest::ignoreMessage(QtDebugMsg,
+                             QRegularExpression(QStringLiteral(
+                                 "^\\d+ websocke_server_stop websocketservermanager "
+                                 "Failed to websocke_server_stop , it's not running...$")));
+        m_manager->websocke_server_stop();
+        m_manager->websocke_server_start(QHostAddress::Any, 0);
+        QVERIFY(Page(port()).isConnected());
+    }
+
+    void portTaken()
+    {
+        WebSocketServerManager second(QStringLiteral("second"), QWebSocketServer::NonSecureMode);
+        QTest::ignoreMessage(QtWarningMsg,
+                             QRegularExpression(QStringLiteral("can't listen on port")));
+        second.websocke_server_start(QHostAddress::Any, port());
+        QVERIFY(!second.running());
+        QVERIFY(Page(port()).isConnected());
+    }
+
+    void errorsAreSignalled()
+    {
+        QSignalSpy errors(m_manager.get(), &WebSocketServerManager::signal_error);
+        {
+            StalledPage page(port());
+            QTRY_COMPARE(pages(), 1);
+            page.socket().abort(); // without a closing frame
+        }
+        QTRY_COMPARE(errors.size(), 1);
+        QTRY_COMPARE(pages(), 0);
+    }
+
+    void connectionsOfTheThreadSignalsAccumulate()
+    {
+        Page a(port());
+        Page b(port());
+        QTRY_COMPARE(pages(), 2);
+        Q_EMIT m_manager->signal_thread_MessageReceived(QStringLiteral("to nobody"));
+        b.send(QStringLiteral("bStartPlay4()"));
+        b.next();
+        Q_EMIT m_manager->signal_thread_MessageReceived(QStringLiteral("twice"));
+        QCOMPARE(b.next(), QStringLiteral("twice"));
+        QCOMPARE(b.next(), QStringLiteral("twice"));
+        QCOMPARE(a.received(), QStringList());
+        b.socket().close();
+        QTRY_COMPARE(pages(), 1);
+        Q_EMIT m_manager->signal_thread_MessageReceived(QStringLiteral("it has gone"));
+        Q_EMIT m_manager->signal_thread_MessageReceived_binary(QByteArray("it has gone"));
+    }
+
+    void sendingToOnePage()
+    {
+        Page a(port());
+        Page b(port());
+        QTRY_COMPARE(pages(), 2);
+        const QString address = QStringLiteral("::ffff:127.0.0.1");
+        m_manager->websocke_server_sendData(address, b.socket().localPort(),
+                                            QStringLiteral("to b"));
+        m_manager->websocke_server_sendData(address, 1, QStringLiteral("to nobody"));
+        QSignalSpy binary(&b.socket(), &QWebSocket::binaryMessageReceived);
+        m_manager->websocke_server_sendData_binary(address, b.socket().localPort(), "bytes");
+        QCOMPARE(b.next(), QStringLiteral("to b"));
+        QVERIFY(binary.size() == 1 || binary.wait());
+        QCOMPARE(a.received(), QStringList());
+    }
 
 private:
     quint16 port() const { return m_manager->port(); }
-    int pages() const;
+
+    int pages() const { return m_manager->findChildren<ClientLink *>().size(); }
 
     std::unique_ptr<WebSocketServerManager> m_manager;
 };
-
-void TestTransport::init()
-{
-    recording::reset();
-    recording::allowAll();
-    recording::answer("bStartPlay4", true);
-    CaptureImgThread::instance()->silenceClose();
-    m_manager = std::make_unique<WebSocketServerManager>(QStringLiteral("test"),
-                                                         QWebSocketServer::NonSecureMode);
-    m_manager->websocke_server_start(QHostAddress::Any, 0);
-    QVERIFY(m_manager->running());
-}
-
-void TestTransport::cleanup()
-{
-    m_manager.reset();
-    QVERIFY(!gpWebSocket);
-}
-
-int TestTransport::pages() const
-{
-    return m_manager->findChildren<ClientLink *>().size();
-}
-
-void TestTransport::repliesGoToThePageThatSentTheLatestCommand()
-{
-    Page a(port());
-    Page b(port());
-    a.send(QStringLiteral("bStartPlay4()"));
-    QCOMPARE(a.next(), QStringLiteral("BeginbStartPlay4trueEndbStartPlay4"));
-    b.send(QStringLiteral("bStartPlay4()"));
-    QCOMPARE(b.next(), QStringLiteral("BeginbStartPlay4trueEndbStartPlay4"));
-    // A late answer to a's command goes to b.
-    m_manager->dispatcher()->sendmsg_thread(QStringLiteral("late"));
-    QCOMPARE(b.next(), QStringLiteral("late"));
-    QCOMPARE(a.received(), QStringList());
-}
-
-void TestTransport::atReachesTheCounterPagesOnly()
-{
-    Page current(port());
-    Page counter(port());
-    current.send(QStringLiteral("bStartPlay4()"));
-    current.next();
-    counter.send(QStringLiteral("@"));
-    counter.send(QStringLiteral("@bStartPlay4()"));
-    QCOMPARE(counter.next(), QString::fromLatin1("")); // no page was opened yet
-    QCOMPARE(counter.next(), QString::fromLatin1(""));
-    m_manager->dispatcher()->sendmsg_thread(QStringLiteral("still the current one"));
-    QCOMPARE(current.next(), QStringLiteral("still the current one"));
-    QCOMPARE(recording::count("bStartPlay4"), 1);
-}
-
-void TestTransport::hashIsRelayedToTheCurrentPage()
-{
-    Page current(port());
-    Page other(port());
-    other.send(QStringLiteral("#lost: nobody is current"));
-    other.send(QStringLiteral("bStopPlay4"));
-    QCOMPARE(other.next(), QStringLiteral("BeginbStopPlay4falseEndbStopPlay4"));
-    current.send(QStringLiteral("bStartPlay4()"));
-    current.next();
-    other.send(QStringLiteral("#result,5"));
-    other.send(QStringLiteral("#"));
-    current.send(QStringLiteral("##to myself"));
-    QStringList texts{current.next(), current.next(), current.next()};
-    QVERIFY(texts.removeOne(QString::fromLatin1("")));
-    texts.sort();
-    QCOMPARE(texts, QStringList({QStringLiteral("#to myself"), QStringLiteral("result,5")}));
-}
-
-void TestTransport::badTexts_data()
-{
-    QTest::addColumn<QString>("text");
-    QTest::newRow("empty") << QString::fromLatin1("");
-    QTest::newRow("parenthesis") << QStringLiteral("(");
-    QTest::newRow("NUL") << QString(1, QChar(0));
-    QTest::newRow("NUL in a name")
-        << QStringLiteral("bStartPlay4") + QChar(0) + QStringLiteral("()");
-    QTest::newRow("half a surrogate pair") << QString(3, QChar(0xD800));
-    QTest::newRow("line ends") << QStringLiteral("\r\nbStartPlay4()\r\n");
-    QTest::newRow("16 MB without a name") << QString(16 << 20, QLatin1Char('('));
-    QTest::newRow("16 MB of a name") << QString(16 << 20, QLatin1Char('x'));
-    QTest::newRow("16 million fields")
-        << QStringLiteral("bAVPreview(") + QString(16 << 20, QLatin1Char(','));
-}
-
-void TestTransport::badTexts()
-{
-    QFETCH(QString, text);
-    Page page(port());
-    page.send(text);
-    if (text.startsWith(QLatin1String("bAVPreview")))
-        QCOMPARE(page.next(), QStringLiteral("BeginbAVPreviewfalseEndbAVPreview"));
-    page.send(QStringLiteral("bStopPlay4()"));
-    QCOMPARE(page.next(), QStringLiteral("BeginbStopPlay4falseEndbStopPlay4"));
-    QVERIFY(recording::takeText().endsWith(QLatin1String("bStopPlay4()")));
-}
-
-void TestTransport::binaryMessagesAreIgnored()
-{
-    Page page(port());
-    page.socket().sendBinaryMessage("bStartPlay4()");
-    page.socket().sendBinaryMessage(QByteArray());
-    page.send(QStringLiteral("bStopPlay4()"));
-    QCOMPARE(page.next(), QStringLiteral("BeginbStopPlay4falseEndbStopPlay4"));
-    QCOMPARE(recording::takeText(), QStringLiteral("bStopPlay4()"));
-}
-
-void TestTransport::invalidUtf8EndsOnlyThatPage()
-{
-    Page other(port());
-    StalledPage bad(port());
-    QTRY_COMPARE(pages(), 2);
-    // A masked text frame (RFC 6455, 5.2) with the mask 0 that holds the byte FF.
-    bad.socket().write(QByteArray("\x81\x81\0\0\0\0\xFF", 7));
-    QTRY_COMPARE(pages(), 1);
-    other.send(QStringLiteral("bStartPlay4()"));
-    QCOMPARE(other.next(), QStringLiteral("BeginbStartPlay4trueEndbStartPlay4"));
-}
-
-void TestTransport::workersAreHeardByEveryPage()
-{
-    Page a(port());
-    Page b(port());
-    QTRY_COMPARE(pages(), 2);
-    say("BeginbStartPlaytrueEndbStartPlay");
-    say(frameText('A'));
-    say("BeginbStopPlaytrueEndbStopPlay");
-    for (Page *page : {&a, &b}) {
-        QCOMPARE(page->next(), QStringLiteral("BeginbStartPlaytrueEndbStartPlay"));
-        QCOMPARE(page->next(), QString::fromLatin1(frameText('A')));
-        QCOMPARE(page->next(), QStringLiteral("BeginbStopPlaytrueEndbStopPlay"));
-    }
-}
-
-void TestTransport::messagesEndAtTheFirstNul()
-{
-    Page page(port());
-    QTRY_COMPARE(pages(), 1);
-    say(QByteArray("result\0rest", 11));
-    say(QByteArray("/9j/AA\0rest", 11));
-    say(QByteArray("\0", 1));
-    QCOMPARE(page.next(), QStringLiteral("result"));
-    QCOMPARE(page.next(), QStringLiteral("/9j/AA"));
-    QCOMPARE(page.next(), QString::fromLatin1(""));
-}
-
-void TestTransport::framesOfEverySizeArrive()
-{
-    Page page(port());
-    QTRY_COMPARE(pages(), 1);
-    // Around the three forms of a frame's length.
-    for (const int length : {0, 121, 122, 65531, 65532, 2 << 20}) {
-        say(frameText('B', length));
-        QCOMPARE(page.next(), QString::fromLatin1(frameText('B', length)));
-    }
-}
-
-void TestTransport::textsThatLookLikeFrames()
-{
-    Page page(port());
-    QTRY_COMPARE(pages(), 1);
-    const QByteArray chinese = "/9j/" + QByteArray("中文");
-    say(chinese);
-    say("/9j/\xFF");
-    QCOMPARE(page.next(), QString::fromUtf8(chinese));
-    QCOMPARE(page.next(), QString::fromUtf8("/9j/\xFF"));
-}
-
-void TestTransport::leavingStopsThePreviewForAll()
-{
-    Page stays(port());
-    auto leaves = std::make_unique<Page>(port());
-    QTRY_COMPARE(pages(), 2);
-    stays.send(QStringLiteral("bStartPlay4()"));
-    stays.next();
-    recording::takeCalls();
-    leaves.reset();
-    QTRY_COMPARE(pages(), 1);
-    QCOMPARE(recording::takeText(), QStringLiteral("bStopRec() bStopPlay4()"));
-    // No page is current until the next command: this is lost, and so was the stop's answer.
-    m_manager->dispatcher()->sendmsg_thread(QStringLiteral("lost"));
-    QCoreApplication::processEvents();
-    stays.send(QStringLiteral("bStopPlay4()"));
-    QCOMPARE(stays.next(), QStringLiteral("BeginbStopPlay4falseEndbStopPlay4"));
-}
-
-void TestTransport::aPageThatLeavesWhileItIsWrittenTo()
-{
-    Page stays(port());
-    for (int i = 0; i < 20; ++i) {
-        auto leaves = std::make_unique<Page>(port());
-        QTRY_COMPARE(pages(), 2);
-        for (int k = 0; k < 4; ++k)
-            say(frameText('C'));
-        leaves->socket().abort();
-        leaves.reset();
-        say(frameText('D'));
-        say("result");
-        QTRY_COMPARE(pages(), 1);
-    }
-    QTRY_COMPARE(stays.received().count(QStringLiteral("result")), 20);
-}
-
-void TestTransport::aStalledPageGetsTwoFramesAndEveryResult()
-{
-    StalledPage stalled(port());
-    Page other(port());
-    QTRY_COMPARE(pages(), 2);
-
-    // What the kernel takes for the page, in frames, plus two: more is never kept for it.
-    constexpr int frames = 100;
-    constexpr int size = 200 * 1000;
-    QByteArray results;
-    for (int i = 0; i < frames; ++i) {
-        const QByteArray frame = frameText(static_cast<char>('a' + i % 26), size);
-        const QByteArray result = "Begin" + QByteArray::number(i) + "End";
-        say(frame);
-        say(result);
-        results += result;
-        // The other page misses nothing, in order.
-        QCOMPARE(other.next(), QString::fromLatin1(frame));
-        QCOMPARE(other.next(), QString::fromLatin1(result));
-    }
-    qint64 waiting = 0;
-    for (const auto *link : m_manager->findChildren<ClientLink *>())
-        waiting = qMax(waiting, qobject_cast<QWebSocket *>(link->parent())->bytesToWrite());
-    QVERIFY2(waiting < 3 * size, qPrintable(QString::number(waiting)));
-    QVERIFY2(waiting > size, "the page was not stalled at all");
-
-    const QByteArray bytes = stalled.readUpTo("Begin" + QByteArray::number(frames - 1) + "End");
-    QByteArray got;
-    for (int i = 0, at = 0; i < frames; ++i) {
-        const QByteArray result = "Begin" + QByteArray::number(i) + "End";
-        at = bytes.indexOf(result, at);
-        QVERIFY2(at >= 0, result.constData());
-        got += result;
-    }
-    QCOMPARE(got, results);
-    // Frames go on once it reads.
-    say(frameText('Z', size));
-    QVERIFY(!stalled.readUpTo(QByteArray(size, 'Z')).isEmpty());
-}
-
-void TestTransport::noDelayIsSet()
-{
-    Page page(port());
-    QTRY_COMPARE(pages(), 1);
-    const auto sockets = m_manager->findChildren<QTcpSocket *>();
-    QCOMPARE(sockets.size(), 1);
-    QCOMPARE(sockets.first()->socketOption(QAbstractSocket::LowDelayOption).toInt(), 1);
-}
-
-void TestTransport::startAndStop()
-{
-    QTest::ignoreMessage(QtDebugMsg,
-                         QRegularExpression(QStringLiteral(
-                             "^\\d+ websocke_server_start websocketservermanager "
-                             "Failed to websocke_server_start it's already running...$")));
-    m_manager->websocke_server_start(QHostAddress::Any, 0);
-    QVERIFY(m_manager->running());
-
-    Page page(port());
-    QTRY_COMPARE(pages(), 1);
-    recording::takeCalls();
-    QSignalSpy closed(m_manager.get(), &WebSocketServerManager::signal_close);
-    QSignalSpy disconnected(&page.socket(), &QWebSocket::disconnected);
-    m_manager->websocke_server_stop();
-    QTRY_COMPARE(closed.size(), 1);
-    QVERIFY(!disconnected.isEmpty() || disconnected.wait());
-    QCOMPARE(page.socket().closeCode(), QWebSocketProtocol::CloseCodeNormal);
-    QVERIFY(!m_manager->running());
-    QVERIFY(recording::calls().contains(QStringLiteral("bStopPlay4()")));
-    QTRY_COMPARE(pages(), 0);
-
-    QTest::ignoreMessage(QtDebugMsg,
-                         QRegularExpression(QStringLiteral(
-                             "^\\d+ websocke_server_stop websocketservermanager "
-                             "Failed to websocke_server_stop , it's not running...$")));
-    m_manager->websocke_server_stop();
-    m_manager->websocke_server_start(QHostAddress::Any, 0);
-    QVERIFY(Page(port()).isConnected());
-}
-
-void TestTransport::portTaken()
-{
-    WebSocketServerManager second(QStringLiteral("second"), QWebSocketServer::NonSecureMode);
-    QTest::ignoreMessage(QtWarningMsg, QRegularExpression(QStringLiteral("can't listen on port")));
-    second.websocke_server_start(QHostAddress::Any, port());
-    QVERIFY(!second.running());
-    QVERIFY(Page(port()).isConnected());
-}
-
-void TestTransport::errorsAreSignalled()
-{
-    QSignalSpy errors(m_manager.get(), &WebSocketServerManager::signal_error);
-    {
-        StalledPage page(port());
-        QTRY_COMPARE(pages(), 1);
-        page.socket().abort(); // without a closing frame
-    }
-    QTRY_COMPARE(errors.size(), 1);
-    QTRY_COMPARE(pages(), 0);
-}
-
-void TestTransport::connectionsOfTheThreadSignalsAccumulate()
-{
-    Page a(port());
-    Page b(port());
-    QTRY_COMPARE(pages(), 2);
-    Q_EMIT m_manager->signal_thread_MessageReceived(QStringLiteral("to nobody"));
-    b.send(QStringLiteral("bStartPlay4()"));
-    b.next();
-    Q_EMIT m_manager->signal_thread_MessageReceived(QStringLiteral("twice"));
-    QCOMPARE(b.next(), QStringLiteral("twice"));
-    QCOMPARE(b.next(), QStringLiteral("twice"));
-    QCOMPARE(a.received(), QStringList());
-    b.socket().close();
-    QTRY_COMPARE(pages(), 1);
-    Q_EMIT m_manager->signal_thread_MessageReceived(QStringLiteral("it has gone"));
-    Q_EMIT m_manager->signal_thread_MessageReceived_binary(QByteArray("it has gone"));
-}
-
-void TestTransport::sendingToOnePage()
-{
-    Page a(port());
-    Page b(port());
-    QTRY_COMPARE(pages(), 2);
-    const QString address = QStringLiteral("::ffff:127.0.0.1");
-    m_manager->websocke_server_sendData(address, b.socket().localPort(), QStringLiteral("to b"));
-    m_manager->websocke_server_sendData(address, 1, QStringLiteral("to nobody"));
-    QSignalSpy binary(&b.socket(), &QWebSocket::binaryMessageReceived);
-    m_manager->websocke_server_sendData_binary(address, b.socket().localPort(), "bytes");
-    QCOMPARE(b.next(), QStringLiteral("to b"));
-    QVERIFY(binary.size() == 1 || binary.wait());
-    QCOMPARE(a.received(), QStringList());
-}
 
 QTEST_GUILESS_MAIN(TestTransport)
 #include "tst_transport.moc"

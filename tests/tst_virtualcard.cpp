@@ -2,7 +2,7 @@
 // Cards through the real PC/SC service: its virtual reader (Debian's vsmartcard-vpcd), whose card
 // is a TCP client. Skipped where pcscd and that reader aren't installed or can't be started.
 #include "portable/cardreaders.h"
-#include "tests/fakesource.h"
+#include "tests/portabletest.h"
 #include "tests/scriptedcard.h"
 
 #include <QTcpServer>
@@ -147,14 +147,15 @@ private Q_SLOTS:
     {
         for (int wait = 0; wait < 400; wait += 100) {
             auto card = std::make_unique<VirtualCard>(contactBankCard(), "3B800181");
-            QTRY_VERIFY(m_readers->read(CardKind::Bank).isRead());
+            QTRY_VERIFY_WITH_TIMEOUT(m_readers->read(CardKind::Bank).isRead(), 30000);
             std::thread hand([&] {
                 std::this_thread::sleep_for(std::chrono::milliseconds(wait));
                 card.reset();
             });
             m_readers->read(CardKind::Bank); // whatever it gives, it comes back
             hand.join();
-            QTRY_COMPARE(m_readers->read(CardKind::Bank).status, CardStatus::NoCard);
+            QTRY_COMPARE_WITH_TIMEOUT(m_readers->read(CardKind::Bank).status, CardStatus::NoCard,
+                                      30000);
         }
     }
 
