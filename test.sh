@@ -43,5 +43,5 @@ for name in $builds; do
     esac
     scripts/fetch-face-models.sh "build/$name/models" || true # their tests are skipped then
     say "testing build/$name"
-    (cd "build/$name" && ctest --output-on-failure)
+    (cd "build/$name" && ctest -j"$(nproc)" --output-on-failure)
 done
