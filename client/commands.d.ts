@@ -721,7 +721,7 @@ export interface Commands {
   ShowLivingBodyPage(): boolean;
   /**
    * Checks for a living person and sends the pictures meanwhile; ends the preview. 活体检测并推送画面；会结束当前预览。
-   * True means begun; pictures and the result are pushed to every page.
+   * True means begun; pictures and the result are pushed to every page. Starts and stops of the preview that are still waiting are dropped: they get no answer.
    */
   AutoLivingBody(): boolean;
   /**
@@ -982,6 +982,7 @@ export interface CommandFacts {
   late?: true;
   to?: 'all';
   alone?: true;
+  dropped?: true;
   otherFrames?: string[];
   latin1?: true;
 }
