@@ -114,6 +114,7 @@ class CommandForm {
     const badges = [
       reply.kind === 'none' && t('badge.none'),
       reply.always && t('badge.always', reply.example),
+      reply.question && t('badge.question'),
       reply.late && t('badge.late'),
       reply.to === 'all' && t('badge.all'),
       pushes && pushes.length && t('badge.pushes', pushes.join(', ')),

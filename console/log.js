@@ -210,7 +210,8 @@ class Log {
     const pictures = entry.kind !== 'sent' && whole.length <= PICTURE_TEXT ? picturesIn(whole) : [];
     const shown = shorten(pictures.length ? withoutPictures(whole) : whole, LOG_TEXT);
     const text = element('span', 'text', shown || (entry.name ? t('result.empty') : ''));
-    if (entry.name && ['true', 'false', ''].includes(entry.text))
+    const isNo = entry.text === 'false' && !isFailure(entry.name, entry.text);
+    if (entry.name && ['true', 'false', ''].includes(entry.text) && !isNo)
       text.classList.add(entry.text || 'nothing');
     body.append(text);
     if (shown !== whole) {

@@ -131,6 +131,7 @@ const TEXTS = {
   'reply.none': ['never answers', '无应答'],
   'reply.example': ['for example', '例如'],
   'reply.tooFew': ['too few arguments: {0}', '参数不足时：{0}'],
+  'badge.question': ['false is no failure', 'false 不表示失败'],
   'badge.late': ['answers when done', '完成后应答'],
   'badge.all': ['to all pages', '发给所有页面'],
   'badge.always': ['always {0}', '总是 {0}'],
