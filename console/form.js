@@ -133,7 +133,7 @@ class CommandForm {
       line.append(`, ${t('reply.example')} `,
                   element('code', '', shorten(`Begin${name}${reply.example}End${name}`, 90)));
     if (tooFew !== undefined)
-      line.append(` · ${t('reply.tooFew', tooFew)}`);
+      line.append(` · ${t('reply.tooFew', tooFew || t('result.empty'))}`);
   }
 
   // ---- Fields ----

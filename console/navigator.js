@@ -192,6 +192,7 @@ class CommandTree {
       event.preventDefault();
       this.view.tree.focus();
     } else if (event.key === 'Enter') {
+      event.preventDefault(); // or it goes on in the field that gets the focus: opens its list
       const first = this.rows.find((row) => row.command);
       if (first && this.view.search.value)
         this.chosen(first.command, true);

@@ -179,6 +179,8 @@ const TEXTS = {
   'device.never': ['not read yet', '尚未读取'],
   'device.connection': ['Connected', '连接于'],
   'device.camera': ['Camera', '高拍仪'],
+  'device.camera.help': ['The server looks for the USB ids of three document cameras; others, and the drawn desk, do not count.',
+    '服务只查找三种高拍仪的 USB 标识；其他摄像头和模拟桌面不计在内。'],
   'device.module': ['Card module', '社保卡模块'],
   'device.attached': ['connected', '已连接'],
   'device.detached': ['not connected', '未连接'],
