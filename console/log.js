@@ -240,7 +240,7 @@ class Log {
   }
 
   key(event) {
-    if (event.target !== this.view.list || event.altKey || event.metaKey)
+    if (event.target !== this.view.list || event.altKey || event.metaKey || (event.ctrlKey && event.shiftKey))
       return;
     const listed = this.entries.filter((entry) => entry.row);
     const place = listed.indexOf(this.selected);
@@ -256,11 +256,12 @@ class Log {
       c: () => this.selected && copyText(this.selected.raw || this.selected.say()),
       r: () => this.selected && this.selected.kind === 'sent' && this.actions.again(this.selected),
     };
-    if (!act[event.key])
+    const key = keyOf(event);
+    if (!act[key])
       return;
     if (!event.ctrlKey)
       event.preventDefault();
-    act[event.key]();
+    act[key]();
   }
 }
 

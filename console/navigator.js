@@ -177,7 +177,7 @@ class CommandTree {
       Enter: () => (row.command ? this.chosen(row.command, true) : this.toggle(row.group.id)),
       ' ': () => (row.command ? this.chosen(row.command, false) : this.toggle(row.group.id)),
       f: () => row.command && this.toggleFavourite(row.command.name),
-    }[event.key];
+    }[keyOf(event)];
     if (!act)
       return;
     event.preventDefault();

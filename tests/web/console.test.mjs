@@ -181,7 +181,7 @@ test('fields make the text, and the text fills the fields', { skip }, async () =
   assert.equal(await page.inputValue('#command'), 'vSetPreViewSize(900,700)');
   await page.keyboard.press('Control+Enter');
   assert.equal(await answerOf(page, 'vSetPreViewSize'), '(empty)');
-  await page.keyboard.press('Control+K');
+  await page.keyboard.press('Control+k');
   await page.keyboard.type('sGetBarCodeEx'); // its first field is a list: that stays shut
   await page.keyboard.press('Enter');
   await page.keyboard.press('Control+Enter');
