@@ -379,13 +379,13 @@ export interface Commands {
   /**
    * Adds an image file to the PDF, in colour. 将图像文件以彩色加入PDF。
    * @param picture Image file.
-   * @param place Where the page goes, counted from 1; without it, it goes to the end.
+   * @param place The page's number, from 2 on; without it, with 1 and beyond the end it goes to the end.
    */
   bAddPDFColorPage(picture: Text, place?: Numeric): boolean;
   /**
    * Adds an image file to the PDF, in black and white. 将图像文件以黑白加入PDF。
    * @param picture Image file.
-   * @param place Where the page goes, counted from 1; without it, it goes to the end.
+   * @param place The page's number, from 2 on; without it, with 1 and beyond the end it goes to the end.
    */
   bAddPDFBWPage(picture: Text, place?: Numeric): boolean;
   /**
@@ -429,7 +429,7 @@ export interface Commands {
    * Adds an image file to the OFD. 将图像文件加入OFD。
    * An empty place, a comma with nothing behind it, is refused.
    * @param picture Image file.
-   * @param place Where the page goes, counted from 1; without it, it goes to the end.
+   * @param place The page's number, from 2 on; without it, with 1 and beyond the end it goes to the end.
    */
   bAddOFDPage(picture: Text, place?: Numeric): boolean;
   /**
@@ -721,7 +721,7 @@ export interface Commands {
   ShowLivingBodyPage(): boolean;
   /**
    * Checks for a living person and sends the pictures meanwhile; ends the preview. 活体检测并推送画面；会结束当前预览。
-   * True means begun; pictures and the result are pushed to every page.
+   * True means begun; pictures and the result are pushed to every page. Starts and stops of the preview that are still waiting are dropped: they get no answer.
    */
   AutoLivingBody(): boolean;
   /**
@@ -982,6 +982,7 @@ export interface CommandFacts {
   late?: true;
   to?: 'all';
   alone?: true;
+  dropped?: true;
   otherFrames?: string[];
   latin1?: true;
 }

@@ -8,24 +8,24 @@
 
 /** What the client knows of each command; its types are in commands.d.ts. */
 const commands = {
-  bStopPlay: { reply: 'boolean', timeout: 30000, late: true, to: 'all' },
-  bStartPlay: { reply: 'boolean', timeout: 30000, late: true, to: 'all' },
-  bStartPlay2: { reply: 'boolean', timeout: 30000, late: true, to: 'all' },
-  bStartPlayRotate: { reply: 'boolean', split: 'whole', fields: { angle: 'integer' }, timeout: 30000, late: true, to: 'all' },
+  bStopPlay: { reply: 'boolean', timeout: 30000, late: true, to: 'all', dropped: true },
+  bStartPlay: { reply: 'boolean', timeout: 30000, late: true, to: 'all', dropped: true },
+  bStartPlay2: { reply: 'boolean', timeout: 30000, late: true, to: 'all', dropped: true },
+  bStartPlayRotate: { reply: 'boolean', split: 'whole', fields: { angle: 'integer' }, timeout: 30000, late: true, to: 'all', dropped: true },
   bStartPlay4: { reply: 'boolean', timeout: 30000 },
   bStopPlay4: { reply: 'boolean', timeout: 30000 },
-  bStartPlay6: { reply: 'boolean', timeout: 30000, late: true, to: 'all' },
+  bStartPlay6: { reply: 'boolean', timeout: 30000, late: true, to: 'all', dropped: true },
   vSetImageDispFlag: { reply: 'empty', split: 'whole', fields: { on: 'boolean' } },
-  bStartPlay3: { reply: 'boolean', timeout: 30000, late: true, to: 'all' },
+  bStartPlay3: { reply: 'boolean', timeout: 30000, late: true, to: 'all', dropped: true },
   vZoomOut: { reply: 'empty' },
   vZoomIn: { reply: 'empty' },
   vZoomOriginal: { reply: 'empty' },
   vSetPreViewSize: { reply: 'empty', split: 'comma', fields: { width: 'integer', height: 'integer' } },
   vSetZoomFactor: { reply: 'empty', split: 'whole', fields: { percent: 'integer' } },
-  bStartPlayOpen: { reply: 'boolean', timeout: 30000, late: true, to: 'all', otherFrames: ['bDualCameraOpen'] },
-  bStartPlay5: { reply: 'boolean', timeout: 30000, late: true, to: 'all' },
-  bStartPlay8: { reply: 'boolean', timeout: 30000, late: true, to: 'all' },
-  bStartPlay9: { reply: 'boolean', timeout: 30000, late: true, to: 'all' },
+  bStartPlayOpen: { reply: 'boolean', timeout: 30000, late: true, to: 'all', dropped: true, otherFrames: ['bDualCameraOpen'] },
+  bStartPlay5: { reply: 'boolean', timeout: 30000, late: true, to: 'all', dropped: true },
+  bStartPlay8: { reply: 'boolean', timeout: 30000, late: true, to: 'all', dropped: true },
+  bStartPlay9: { reply: 'boolean', timeout: 30000, late: true, to: 'all', dropped: true },
   bAVPreview: { reply: 'boolean', split: 'comma', fields: { first: 'integer', second: 'integer' }, timeout: 30000 },
   vSetPreviewEnable: { reply: 'boolean', split: 'whole', fields: { on: 'boolean' } },
   bGetPreviewEnable: { reply: 'boolean' },
@@ -268,7 +268,8 @@ class CallTimeoutError extends DeviceError {
     const taken = fact.late && !fact.to
       ? 'another page may have sent a command meanwhile and got it, or one has left, which drops it'
       : 'the server may be busy, with another page too';
-    super('TIMED_OUT', `no answer to ${name} within ${milliseconds / 1000} s: ${taken}`);
+    const dropped = fact.dropped ? ', or AutoLivingBody has dropped it' : '';
+    super('TIMED_OUT', `no answer to ${name} within ${milliseconds / 1000} s: ${taken}${dropped}`);
   }
 }
 
@@ -289,6 +290,11 @@ const longestMessage = 256 * 1024 * 1024;
 
 /** Room for the longest name: the search for the end of an answer looks no further back. */
 const nameLimit = 100;
+
+/** The entry of a name in a table; what every object has besides, "toString", is none. */
+function entryOf(table, name) {
+  return Object.prototype.hasOwnProperty.call(table, name) ? table[name] : undefined;
+}
 
 const frameNames = new Map();
 for (const [name, { otherFrames }] of Object.entries(commands)) {
@@ -313,7 +319,7 @@ function parseAnswer(text) {
     const resultStart = nameStart + name.length;
     if (name && resultStart <= end && text.startsWith(name, nameStart)) {
       const answer = { name, result: text.slice(resultStart, end) };
-      if (name in commands || name in events || frameNames.has(name))
+      if (entryOf(commands, name) || entryOf(events, name) || frameNames.has(name))
         return answer;
       other = other || answer;
     }
@@ -351,9 +357,10 @@ function fieldOf(type, value, parted) {
  * @throws UnknownCommandError, ArgumentError
  */
 function commandText(name, args) {
-  if (!Object.prototype.hasOwnProperty.call(commands, name))
+  const fact = entryOf(commands, name);
+  if (!fact)
     throw new UnknownCommandError(String(name));
-  const { split, fields = {}, repeat, required } = commands[name];
+  const { split, fields = {}, repeat, required } = fact;
   const names = Object.keys(fields);
   const given = args.slice();
   while (given.length > 0 && given[given.length - 1] === undefined)
@@ -406,8 +413,8 @@ const results = {
 
 /** The result of an answer or event of this name, as its kind says; of an unknown one the text. */
 function resultOf(name, text) {
-  const fact = commands[name] || {};
-  const kind = fact.reply && fact.reply !== 'none' ? fact.reply : events[name] || 'text';
+  const fact = entryOf(commands, name) || {};
+  const kind = fact.reply && fact.reply !== 'none' ? fact.reply : entryOf(events, name) || 'text';
   return results[kind](fact.latin1 ? utf8Of(text) : text);
 }
 
@@ -425,6 +432,9 @@ const defaults = {
 
 /** What is known of a command that is sent as it is. */
 const rawFact = { reply: 'text', late: true };
+
+/** The longest time that timers take, about 24 days: longer ones, Infinity too, would be over at once. */
+const longestTimer = 2 ** 31 - 1;
 
 /** The events that are no pushed text's: what another page relays must not pass for one. */
 const ownEvents = new Set(['open', 'close', 'frame', 'text', 'late', 'message', 'drawn']);
@@ -537,7 +547,7 @@ class DeviceClient {
   async callWith({ timeout, raw }, name, ...args) {
     const text = raw ? `${name}(${args.join(',')})` : commandText(name, args);
     const fact = raw ? rawFact : commands[name];
-    const limit = timeout || Math.max(fact.timeout || 0, this.options.timeout);
+    const limit = Math.min(timeout || Math.max(fact.timeout || 0, this.options.timeout), longestTimer);
     if (fact.alone)
       return this.inTurn(name, () => this.sendCall(name, fact, text, limit));
     return this.sendCall(name, fact, text, limit);
@@ -588,11 +598,12 @@ class DeviceClient {
 
   /**
    * The call stays in line where its answer is sure to come, so that a later call of the name is not
-   * given it. It is not sure where it can go to another page, and for names nobody knows.
+   * given it. It is not sure where it can go to another page, where the server may drop it, and for
+   * names nobody knows.
    */
   timeOut(call, limit) {
     call.timedOut = true;
-    if (call.fact.late && call.fact.to !== 'all') {
+    if (call.fact.late && (call.fact.to !== 'all' || call.fact.dropped)) {
       const calls = this.waiting.get(call.name);
       calls.splice(calls.indexOf(call), 1);
     }
@@ -664,14 +675,18 @@ class DeviceClient {
       socket = new WebSocketClass(url);
     } catch (error) {
       this.state = 'closed';
-      reject(error.name === 'SecurityError' ? new RefusedByBrowserError(url, error.message)
-        : new ArgumentError('url', error.message));
+      this.lastError = error.name === 'SecurityError' ? new RefusedByBrowserError(url, error.message)
+        : new ArgumentError('url', error.message);
+      reject(this.lastError);
       return;
     }
     this.socket = socket;
     let openedAt = 0;
     const giveUpWhenNobodyIsAsked = async () => {
-      if (await permissionState() === 'prompt')
+      const state = await permissionState();
+      if (socket.readyState !== 0)
+        return; // no longer connecting: the user has just answered
+      if (state === 'prompt')
         timer = setTimeout(giveUpWhenNobodyIsAsked, connectTimeout);
       else
         socket.close();
@@ -808,7 +823,7 @@ class Preview {
   }
 
   async draw(blob) {
-    if (this.target instanceof HTMLCanvasElement)
+    if (this.target.getContext) // not instanceof: it may be another window's
       await drawOnCanvas(this.target, blob);
     else
       await showInImage(this.target, blob);

@@ -12,7 +12,7 @@ const bool = (text) => ({ true: t('on'), false: t('off') }[text] || text);
 
 /** Rows: key of the label, commands, and what their results read as; wide ones take the whole line. */
 const STATE_ROWS = [
-  { label: 'device.camera', commands: ['GetDeviceStatus()'],
+  { label: 'device.camera', commands: ['GetDeviceStatus()'], help: 'device.camera.help',
     say: ([status]) => attached(status.split('|')[0]) },
   { label: 'device.module', commands: ['GetDeviceStatus()'],
     say: ([status]) => attached(status.split('|')[1] || '') },
@@ -115,7 +115,7 @@ class DeviceState {
     const value = element('dd');
     pair.append(element('dt', '', t(row.label)), value);
     const results = row.commands.map((command) => this.results.get(command));
-    pair.title = row.commands.join(', ');
+    pair.title = row.commands.join(', ') + (row.help ? `\n${t(row.help)}` : '');
     if (results.includes(null)) {
       value.append(element('span', 'bad', t('status.noanswer')));
     } else if (!results.includes(undefined)) {

@@ -114,6 +114,7 @@ class CommandForm {
     const badges = [
       reply.kind === 'none' && t('badge.none'),
       reply.always && t('badge.always', reply.example),
+      reply.question && t('badge.question'),
       reply.late && t('badge.late'),
       reply.to === 'all' && t('badge.all'),
       pushes && pushes.length && t('badge.pushes', pushes.join(', ')),
@@ -132,7 +133,7 @@ class CommandForm {
       line.append(`, ${t('reply.example')} `,
                   element('code', '', shorten(`Begin${name}${reply.example}End${name}`, 90)));
     if (tooFew !== undefined)
-      line.append(` · ${t('reply.tooFew', tooFew)}`);
+      line.append(` · ${t('reply.tooFew', tooFew || t('result.empty'))}`);
   }
 
   // ---- Fields ----

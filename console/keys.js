@@ -47,7 +47,7 @@ document.addEventListener('keydown', (event) => {
   let act = null;
   if (event.ctrlKey && event.key === 'Enter')
     act = byId('pane-command').hidden ? () => script.run() : () => form.submit();
-  else if (event.ctrlKey && event.key === 'k')
+  else if (event.ctrlKey && keyOf(event) === 'k')
     act = focusSearch;
   else if (event.altKey && PANE_KEYS[event.key])
     act = PANE_KEYS[event.key];

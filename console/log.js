@@ -210,7 +210,8 @@ class Log {
     const pictures = entry.kind !== 'sent' && whole.length <= PICTURE_TEXT ? picturesIn(whole) : [];
     const shown = shorten(pictures.length ? withoutPictures(whole) : whole, LOG_TEXT);
     const text = element('span', 'text', shown || (entry.name ? t('result.empty') : ''));
-    if (entry.name && ['true', 'false', ''].includes(entry.text))
+    const isNo = entry.text === 'false' && !isFailure(entry.name, entry.text);
+    if (entry.name && ['true', 'false', ''].includes(entry.text) && !isNo)
       text.classList.add(entry.text || 'nothing');
     body.append(text);
     if (shown !== whole) {
@@ -239,7 +240,7 @@ class Log {
   }
 
   key(event) {
-    if (event.target !== this.view.list || event.altKey || event.metaKey)
+    if (event.target !== this.view.list || event.altKey || event.metaKey || (event.ctrlKey && event.shiftKey))
       return;
     const listed = this.entries.filter((entry) => entry.row);
     const place = listed.indexOf(this.selected);
@@ -255,11 +256,12 @@ class Log {
       c: () => this.selected && copyText(this.selected.raw || this.selected.say()),
       r: () => this.selected && this.selected.kind === 'sent' && this.actions.again(this.selected),
     };
-    if (!act[event.key])
+    const key = keyOf(event);
+    if (!act[key])
       return;
     if (!event.ctrlKey)
       event.preventDefault();
-    act[event.key]();
+    act[key]();
   }
 }
 

@@ -177,7 +177,7 @@ class CommandTree {
       Enter: () => (row.command ? this.chosen(row.command, true) : this.toggle(row.group.id)),
       ' ': () => (row.command ? this.chosen(row.command, false) : this.toggle(row.group.id)),
       f: () => row.command && this.toggleFavourite(row.command.name),
-    }[event.key];
+    }[keyOf(event)];
     if (!act)
       return;
     event.preventDefault();
@@ -192,6 +192,7 @@ class CommandTree {
       event.preventDefault();
       this.view.tree.focus();
     } else if (event.key === 'Enter') {
+      event.preventDefault(); // or it goes on in the field that gets the focus: opens its list
       const first = this.rows.find((row) => row.command);
       if (first && this.view.search.value)
         this.chosen(first.command, true);

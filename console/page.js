@@ -148,7 +148,7 @@ function received(raw) {
   if (exchange && exchange.quiet)
     return;
   log.add(exchange ? 'answer' : 'pushed', {
-    name: answer.name, text: answer.result, raw, error: answer.result === 'false',
+    name: answer.name, text: answer.result, raw, error: isFailure(answer.name, answer.result),
     status: exchange ? () => duration(exchange.milliseconds) : null,
   });
 }

@@ -50,6 +50,12 @@ function argumentText(text) {
   return bracket < 0 ? '' : text.slice(bracket + 1, Math.max(bracket + 1, text.length - 1));
 }
 
+/** Whether a result says that something went wrong; the "false" of a question doesn't. */
+function isFailure(name, result) {
+  const known = facts.byName.get(facts.byFrame.get(name) || name);
+  return result === 'false' && !(known && known.reply.question);
+}
+
 /** @returns data URLs of the pictures in a text, the first few */
 function picturesIn(text) {
   return (text.match(PICTURES) || []).slice(0, 4).map((base64) => {

@@ -8,7 +8,7 @@ const SCRIPT_EXAMPLE = `# Start, take a picture, stop
 getVersion()
 bStartPlay()
 wait 500
-sGetBase64(0)
+sGetBase64()
 bSaveJPG(/tmp,scan1)
 bFileIsExist(/tmp/scan1.jpg)
 bStopPlay()
@@ -144,8 +144,9 @@ class Script {
       return 'stop';
     }
     const { outcome, result, milliseconds } = answer;
-    const failed = outcome !== 'sent' && (outcome !== 'answered' || result === 'false');
-    this.tell(index, failed ? 'bad' : 'good', outcome === 'answered'
+    const answered = outcome === 'answered';
+    const failed = answered ? isFailure(commandName(line.text), result) : outcome !== 'sent';
+    this.tell(index, failed ? 'bad' : 'good', answered
       ? `${shorten(result, 60) || t('result.empty')} · ${duration(milliseconds)}`
       : t({ sent: 'script.sent', late: 'script.noanswer', lost: 'script.lost',
         offline: 'script.offline' }[outcome]));

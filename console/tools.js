@@ -58,6 +58,11 @@ function hasModifier(event) {
   return event.ctrlKey || event.altKey || event.metaKey || event.shiftKey;
 }
 
+/** The key's name; letters small, also while Caps Lock is on. */
+function keyOf(event) {
+  return event.key.length === 1 ? event.key.toLowerCase() : event.key;
+}
+
 function digits(number, length) {
   return String(number).padStart(length, '0');
 }

@@ -16,8 +16,9 @@
 //     reply      kind (boolean, number, text, json, list parted by "|", pair "(x,y)", empty, none: no
 //                answer at all), example; and where they hold: always (nothing else is answered), late
 //                (from a worker, when it is done), to (all: to every page), alone (a second request
-//                before the answer has none of its own, or answers out of turn), otherFrames (further
-//                names of the frame), latin1 (bytes as characters), image (base64 of one), timeout (how
+//                before the answer has none of its own, or answers out of turn), dropped (a request
+//                that waits gets none when AutoLivingBody comes), question (a boolean whose false is
+//                no failure), otherFrames (further names of the frame), latin1 (bytes as characters), image (base64 of one), timeout (how
 //                many seconds to wait at least, when 10 are too few), type (of json, for TypeScript)
 //     tooFew     the result when required arguments are missing; nothing is done then
 //     note       what is irregular
@@ -63,6 +64,8 @@ function faults() {
     need(splits.includes(command.split), here('no such split'));
     need(kinds.includes(command.reply.kind), here('no such kind of reply'));
     need((command.reply.kind === 'none') === (command.reply.example === undefined), here('reply example'));
+    need(!command.reply.question || (command.reply.kind === 'boolean' && !command.reply.always),
+         here('only true and false answer a question'));
     need((command.split === 'none') === (args.length === 0), here('split none goes with no arguments'));
     need(command.split !== 'whole' || args.length === 1, here('split whole goes with one argument'));
     args.forEach((argument, index) => {
@@ -98,7 +101,7 @@ function literal(value) {
 }
 
 function clientFacts(command) {
-  const { kind, timeout, late, to, alone, otherFrames, latin1 } = command.reply;
+  const { kind, timeout, late, to, alone, dropped, otherFrames, latin1 } = command.reply;
   const required = command.arguments.filter((argument) => !argument.optional).length;
   const entry = { reply: kind };
   if (command.arguments.length > 0) {
@@ -110,7 +113,7 @@ function clientFacts(command) {
       entry.repeat = true;
   }
   const wholeSeconds = timeout && timeout * 1000;
-  for (const [key, value] of Object.entries({ timeout: wholeSeconds, late, to, alone, otherFrames, latin1 })) {
+  for (const [key, value] of Object.entries({ timeout: wholeSeconds, late, to, alone, dropped, otherFrames, latin1 })) {
     if (value !== undefined)
       entry[key] = value;
   }
@@ -190,6 +193,7 @@ export interface CommandFacts {
   late?: true;
   to?: 'all';
   alone?: true;
+  dropped?: true;
   otherFrames?: string[];
   latin1?: true;
 }
@@ -250,9 +254,10 @@ function answerOf({ name, reply, tooFew }) {
   if (reply.otherFrames)
     parts.push(`or framed with ${reply.otherFrames.map(code).join(', ')}`);
   const text = `${parts.join(', ')}.`;
+  const question = reply.question ? ' `false` is no failure.' : '';
   const late = reply.late ? ` It comes when the work is done${reply.to === 'all' ? ', and goes to every page' : ''}.` : '';
   const few = tooFew === undefined ? '' : ` With too few arguments nothing is done, and the answer is ${tooFew ? code(tooFew) : 'empty'}.`;
-  return text + late + few;
+  return text + question + late + few;
 }
 
 function argumentRow(argument) {

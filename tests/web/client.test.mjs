@@ -144,6 +144,33 @@ test('a call without an answer times out, and its late answer goes to no other c
   assert.equal((await late).name, 'WReadCardBasEx');
 });
 
+/** A server that answers only what the test lets it. */
+class SilentSocket {
+  constructor() {
+    SilentSocket.last = this;
+    queueMicrotask(() => this.onopen());
+  }
+
+  send() {}
+
+  close() {}
+
+  answer(name, result) { this.onmessage({ data: `Begin${name}${result}End${name}` }); }
+}
+
+test('an answer that never comes costs its own call only', async () => {
+  const client = page({ WebSocket: SilentSocket });
+  await assert.rejects(client.callWith({ timeout: 50 }, 'bStartPlay'), code('TIMED_OUT'));
+  const again = client.callWith({ timeout: Infinity }, 'bStartPlay');
+  await sleep(50);
+  SilentSocket.last.answer('bStartPlay', 'true');
+  assert.equal(await again, true);
+
+  const odd = next(client, 'toString'); // a page may have any text relayed
+  SilentSocket.last.answer('toString', 'x');
+  assert.equal(await odd, 'x');
+});
+
 test('commands that are never answered are done at once', async () => {
   const client = page();
   assert.equal(await client.call('iAutoScan', 0, server.folder, 'auto'), undefined);

@@ -181,6 +181,11 @@ test('fields make the text, and the text fills the fields', { skip }, async () =
   assert.equal(await page.inputValue('#command'), 'vSetPreViewSize(900,700)');
   await page.keyboard.press('Control+Enter');
   assert.equal(await answerOf(page, 'vSetPreViewSize'), '(empty)');
+  await page.keyboard.press('Control+k');
+  await page.keyboard.type('sGetBarCodeEx'); // its first field is a list: that stays shut
+  await page.keyboard.press('Enter');
+  await page.keyboard.press('Control+Enter');
+  assert.equal(await answerOf(page, 'sGetBarCodeEx'), '(empty)');
 
   await page.fill('#command', 'bStartPlayRotate(90)');
   assert.equal(await page.inputValue('#fields select'), '90');
@@ -193,18 +198,18 @@ test('fields make the text, and the text fills the fields', { skip }, async () =
 test('runs a script and marks its lines', { skip }, async () => {
   const page = await openConnected();
   await page.click('#tab-script');
-  await page.fill('#script', '# versions\ngetVersion()\nwait 1\nbDirIsExist(/nowhere)\nversion()');
+  await page.fill('#script', '# versions\ngetVersion()\nwait 1\nbDirIsExist(/nowhere)\ndisplayVideoPara()\nversion()');
   const marks = () => page.$$eval('#script-marks .mark', (all) => all.map((each) => each.textContent));
   const done = () => page.waitForFunction(() => !script.running);
   await page.click('#script-run');
   await done();
-  assert.deepEqual(await marks(), ['', '✓', '·', '✗', '✓']);
+  assert.deepEqual(await marks(), ['', '✓', '·', '✓', '✗', '✓']);
   assert.match(await page.innerText('#script-results'), /V1\.0\.2/);
 
   await page.check('#script-halt');
   await page.click('#script-run');
   await done();
-  assert.deepEqual(await marks(), ['', '✓', '·', '✗', '']);
+  assert.deepEqual(await marks(), ['', '✓', '·', '✓', '✗', '']);
 
   await page.fill('#script', 'getVersion()\nwait 600000');
   await page.click('#script-run');

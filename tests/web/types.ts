@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 //
 // Compiled, never run: what pages in TypeScript rely on, and what must be refused.
+import '../../client/deviceclient.global.js';
 import { DeviceClient, CallTimeoutError } from '../../client/deviceclient.js';
 
 export async function page(client: DeviceClient, canvas: HTMLCanvasElement) {
@@ -21,5 +22,7 @@ export async function page(client: DeviceClient, canvas: HTMLCanvasElement) {
   await client.call('bSaveJPEG', '/tmp', 'scan1');
   // @ts-expect-error: its result is a boolean
   const wrong: number = await client.call('bStopPlay');
-  return { saved, sizes, names, version, wrong };
+  const script = new globalThis.DeviceClient({ timeout: 1000 });
+  const given: boolean = await script.call('bStartPlay') || script instanceof globalThis.DeviceClient.DeviceError;
+  return { given, saved, sizes, names, version, wrong };
 }
