@@ -151,6 +151,41 @@ QByteArray unparsed(QPDFObjectHandle object)
     return QByteArray::fromStdString(object.unparse());
 }
 
+/// The page's content streams, between two more: what they leave open is closed, then the operators
+/// draw.
+QByteArray contentsWith(QPDFObjectHandle page, const QByteArray &operators, PdfUpdate *update)
+{
+    Balance balance;
+    page.parsePageContents(&balance);
+    const QByteArray before = QByteArray("q ").repeated(balance.before()) + '\n';
+    const QByteArray after =
+        balance.closing() + QByteArray("Q ").repeated(balance.after()) + "q\n" + operators + "Q\n";
+    QByteArray contents = update->addStream(before) + ' ';
+    QPDFObjectHandle old = page.getKey("/Contents");
+    for (QPDFObjectHandle stream :
+         old.isArray() ? old.getArrayAsVector() : std::vector<QPDFObjectHandle>{old}) {
+        if (stream.isStream())
+            contents += unparsed(stream) + ' ';
+    }
+    return contents + update->addStream(after);
+}
+
+/// The page's dictionary with other contents and, unless there are none, annotations.
+QByteArray pageWith(QPDFObjectHandle page, const QByteArray &contents,
+                    const QByteArray &annotations)
+{
+    QPDFObjectHandle dictionary = page.shallowCopy();
+    dictionary.removeKey("/Contents");
+    if (!annotations.isEmpty())
+        dictionary.removeKey("/Annots");
+    QByteArray text = QByteArray::fromStdString(dictionary.unparseResolved());
+    text.chop(2); // ">>"
+    text += "/Contents [ " + contents + " ]";
+    if (!annotations.isEmpty())
+        text += " /Annots [ " + annotations + " ]";
+    return text + " >>";
+}
+
 /// Whether viewers draw this annotation (12.5) over the page's content there.
 bool isDrawnOver(QPDFObjectHandle annotation, const QRectF &area)
 {
@@ -299,39 +334,16 @@ QByteArray PdfDocument::withInk(int pageNumber, const QRectF &place, const Ink &
     try {
         QPDFObjectHandle page = m_parsed->page(pageNumber);
         const PageGeometry geometry = geometryOf(page);
-        Balance balance;
-        page.parsePageContents(&balance);
-
-        PdfUpdate update(m_bytes, m_parsed->highestInFile);
-        const QByteArray before = QByteArray("q ").repeated(balance.before()) + '\n';
         const QByteArray operators =
             inkOperators(ink.lines(place.size()), place, geometry.fromShown());
-        const QByteArray after = balance.closing() + QByteArray("Q ").repeated(balance.after())
-            + "q\n" + operators + "Q\n";
-        QByteArray contents = update.addStream(before) + ' ';
-        QPDFObjectHandle old = page.getKey("/Contents");
-        for (QPDFObjectHandle stream :
-             old.isArray() ? old.getArrayAsVector() : std::vector<QPDFObjectHandle>{old}) {
-            if (stream.isStream())
-                contents += unparsed(stream) + ' ';
-        }
-        contents += update.addStream(after);
-
         const double edge = finestPen + place.height() / 20; // round ends lie beyond the place
         const QRectF inked = geometry.fromShown().mapRect(place.adjusted(-edge, -edge, edge, edge));
+
+        PdfUpdate update(m_bytes, m_parsed->highestInFile);
+        const QByteArray contents = contentsWith(page, operators, &update);
         const QByteArray annotations = annotationsAbove(page, inked, operators, &update);
-
-        QPDFObjectHandle dictionary = page.shallowCopy();
-        dictionary.removeKey("/Contents");
-        if (!annotations.isEmpty())
-            dictionary.removeKey("/Annots");
-        QByteArray text = QByteArray::fromStdString(dictionary.unparseResolved());
-        text.chop(2); // ">>"
-        text += "/Contents [ " + contents + " ]";
-        if (!annotations.isEmpty())
-            text += " /Annots [ " + annotations + " ]";
-        update.replace(page.getObjectID(), page.getGeneration(), text + " >>");
-
+        update.replace(page.getObjectID(), page.getGeneration(),
+                       pageWith(page, contents, annotations));
         const QByteArray signedBytes = update.finish(m_parsed->trailerOfUpdate());
         if (!Parsed(signedBytes).hasContents(pageNumber, contents))
             throw std::runtime_error("what was appended can't be read back");
