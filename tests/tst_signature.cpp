@@ -12,6 +12,7 @@
 
 #include <QJsonDocument>
 #include <QJsonObject>
+#include <QLabel>
 #include <QLocalSocket>
 #include <QProcess>
 #include <QPushButton>
@@ -476,13 +477,18 @@ void TestSignature::documentsThatCantBeSigned()
 
 void TestSignature::confirmNeedsASignature()
 {
-    const SigningRequest request =
+    SigningRequest request =
         SigningRequest::fromJson(2, R"({"pdfpath":"a.pdf","location":"3,10,10,100","timeout":30})");
+    request.pdfPath = QString(100, QChar(0x5408)); // takes no room from the time
     SignWindow window(request, 5, {300, 200});
     QSignalSpy wanted(&window, &SignWindow::pageWanted);
     QSignalSpy confirmed(&window, &SignWindow::confirmed);
     window.open();
     QCOMPARE(window.page(), 1); // the whole document, from its beginning
+    for (const QLabel *label : window.findChildren<QLabel *>()) {
+        if (label->text().contains(QStringLiteral("剩余")))
+            QTRY_VERIFY(label->width() >= label->sizeHint().width());
+    }
     const QPoint center = window.pad()->rect().center();
     QTest::mouseClick(window.pad(), Qt::LeftButton, {}, center);
     QCOMPARE(window.page(), 3); // a signing customer sees where the ink goes
