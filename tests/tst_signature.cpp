@@ -460,6 +460,7 @@ void TestSignature::documentsThatCantBeSigned_data()
     QTest::newRow("cut off")          << pdf().left(500)                   << 1 << int(SigningFailure::Broken);
     QTest::newRow("a table elsewhere")<< movedTable                        << 1 << int(SigningFailure::Broken);
     QTest::newRow("an open text")     << pdf(withContent("BT (Text"))      << 1 << int(SigningFailure::Broken);
+    QTest::newRow("endless content")  << pdf(withContent(QByteArray(17 << 20, ' '))) << 1 << int(SigningFailure::Broken);
     QTest::newRow("no size")          << pdf(with("/MediaBox [ 0 0 0 0 ]"))<< 1 << int(SigningFailure::Broken);
     QTest::newRow("turned a little")  << pdf(with("/Rotate 45"))           << 1 << int(SigningFailure::Broken);
     // clang-format on

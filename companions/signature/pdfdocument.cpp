@@ -8,6 +8,7 @@
 // Silences what qpdf 11 says about the pointers of its earlier versions.
 #define POINTERHOLDER_TRANSITION 0
 #include <QUuid>
+#include <qpdf/Pipeline.hh>
 #include <qpdf/QPDF.hh>
 #include <qpdf/QPDFExc.hh>
 #include <qpdf/QPDFObjectHandle.hh>
@@ -24,6 +25,8 @@ namespace {
 // Annex C.2: the highest object number that readers have to take.
 constexpr long long highestObject = 8388607;
 constexpr int mostAdded = 6; // objects of an update
+
+constexpr std::size_t largestContent = 16 * 1024 * 1024; // bytes of a page, unpacked
 
 constexpr double finestPen = 0.8; // points: small signatures stay legible in print
 
@@ -66,6 +69,33 @@ private:
     int m_lowest = 0;
     bool m_inText = false;
     int m_marked = 0;
+};
+
+#if defined(QPDF_MAJOR_VERSION) && QPDF_MAJOR_VERSION >= 11
+using PipedBytes = const unsigned char *;
+#else
+using PipedBytes = unsigned char *;
+#endif
+
+/// Stops what unpacks to more than is sensible, before it is read.
+class SizeLimit : public Pipeline
+{
+public:
+    SizeLimit()
+        : Pipeline("size limit", nullptr)
+    {
+    }
+    void write(PipedBytes /*bytes*/, std::size_t length) override
+    {
+        m_size += length;
+        if (isExceeded()) // qpdf stops unpacking, and keeps the reason to itself
+            throw std::length_error("size limit");
+    }
+    void finish() override { }
+    bool isExceeded() const { return m_size > largestContent; }
+
+private:
+    std::size_t m_size = 0;
 };
 
 struct PageGeometry
@@ -155,15 +185,23 @@ QByteArray unparsed(QPDFObjectHandle object)
 /// draw.
 QByteArray contentsWith(QPDFObjectHandle page, const QByteArray &operators, PdfUpdate *update)
 {
+    std::vector<QPDFObjectHandle> streams{page.getKey("/Contents")};
+    if (streams.front().isArray())
+        streams = streams.front().getArrayAsVector();
+    SizeLimit limit;
+    for (QPDFObjectHandle stream : streams) {
+        if (stream.isStream())
+            stream.pipeStreamData(&limit, 0, qpdf_dl_generalized);
+    }
+    if (limit.isExceeded())
+        throw std::runtime_error("the page's content unpacks to more than 16 MB");
     Balance balance;
     page.parsePageContents(&balance);
     const QByteArray before = QByteArray("q ").repeated(balance.before()) + '\n';
     const QByteArray after =
         balance.closing() + QByteArray("Q ").repeated(balance.after()) + "q\n" + operators + "Q\n";
     QByteArray contents = update->addStream(before) + ' ';
-    QPDFObjectHandle old = page.getKey("/Contents");
-    for (QPDFObjectHandle stream :
-         old.isArray() ? old.getArrayAsVector() : std::vector<QPDFObjectHandle>{old}) {
+    for (QPDFObjectHandle stream : streams) {
         if (stream.isStream())
             contents += unparsed(stream) + ' ';
     }
