@@ -221,6 +221,10 @@ void TestBrowserHelper::theScreenIsTheCustomers()
     QVERIFY(line(2).contains(QStringLiteral("--window-position=1920,30")));
     QVERIFY(line(2).contains(QStringLiteral("--window-size=1024,600")));
     QCOMPARE(line(2).last(), QStringLiteral("--app=file:///x%20y.html"));
+    QVERIFY(line(1).contains(kiosk));
+    QVERIFY(line(1).contains(QStringLiteral("--window-size=1920,1080")));
+    m_settings.fullScreen = BrowserSettings::FullScreen::Auto;
+    QVERIFY(line(2).contains(kiosk));
     QVERIFY(!line(1).contains(kiosk));
     QVERIFY(line(1).contains(QStringLiteral("--window-size=1280,800")));
     m_screens[0].setSize({1024, 1024}); // no window is larger than the screen
@@ -229,13 +233,13 @@ void TestBrowserHelper::theScreenIsTheCustomers()
     QFile file(path("server.ini"));
     QVERIFY(file.open(QIODevice::WriteOnly));
     file.write("[General]\nbrowser=gnome-www-browser\npadsize=@Size(800 600)\n"
-               "[webbrowser]\nbrowser=mine\nfullscreen=always\noptions=--a, --b=c d\n");
+               "[webbrowser]\nbrowser=mine\nfullscreen=never\noptions=--a, --b=c d\n");
     file.close();
     m_settings = BrowserSettings::read(file.fileName());
     QCOMPARE(m_settings.browsers, QStringList(QStringLiteral("mine")));
     QCOMPARE(m_settings.windowSize, QSize(800, 600));
-    QVERIFY(line(1).contains(kiosk));
-    QVERIFY(line(1).contains(QStringLiteral("--b=c d")));
+    QVERIFY(!line(2).contains(kiosk));
+    QVERIFY(line(2).contains(QStringLiteral("--b=c d")));
 }
 
 void TestBrowserHelper::aPageLivesAsLongAsItsClient()

@@ -12,6 +12,7 @@
 
 #include <QJsonDocument>
 #include <QJsonObject>
+#include <QLabel>
 #include <QLocalSocket>
 #include <QProcess>
 #include <QPushButton>
@@ -68,18 +69,20 @@ struct PageParts
     QByteArray contents = "5 0 R"; ///< the value of /Contents
 };
 
-/// One page of 300 x 200 points whose size and font are inherited; a classic table.
+/// One page of 300 x 200 points whose size, font and hidden layer are inherited; a classic table.
 QByteArray pdf(const PageParts &parts = {})
 {
     const QByteArrayList objects{
-        "<< /Type /Catalog /Pages 2 0 R >>",
+        "<< /Type /Catalog /Pages 2 0 R /OCProperties << /OCGs [ 6 0 R ] /D << /OFF [ 6 0 R ] >> "
+        ">> >>",
         "<< /Type /Pages /Kids [ 4 0 R ] /Count 1 /MediaBox [ 0 0 300 200 ]"
-        " /Resources << /Font << /F1 3 0 R >> >> >>",
+        " /Resources << /Font << /F1 3 0 R >> /Properties << /Hidden 6 0 R >> >> >>",
         "<< /Type /Font /Subtype /Type1 /BaseFont /Helvetica >>",
         "<< /Type /Page /Parent 2 0 R " + parts.entries
             + (parts.contents.isEmpty() ? "" : " /Contents " + parts.contents) + " >>",
         "<< /Length " + QByteArray::number(parts.content.size()) + " >>\nstream\n" + parts.content
             + "\nendstream",
+        "<< /Type /OCG /Name (hidden) >>",
     };
     QByteArray bytes = "%PDF-1.5\n";
     QByteArray table = "0000000000 65535 f \n";
@@ -88,7 +91,7 @@ QByteArray pdf(const PageParts &parts = {})
         bytes += QByteArray::number(i + 1) + " 0 obj\n" + objects[i] + "\nendobj\n";
     }
     const QByteArray start = QByteArray::number(bytes.size());
-    return bytes + "xref\n0 6\n" + table + "trailer\n<< /Size 6 /Root 1 0 R /ID [ <aa> <bb> ] >>\n"
+    return bytes + "xref\n0 7\n" + table + "trailer\n<< /Size 7 /Root 1 0 R /ID [ <aa> <bb> ] >>\n"
         + "startxref\n" + start + "\n%%EOF\n";
 }
 
@@ -393,6 +396,10 @@ void TestSignature::inkOnAPage_data()
     QTest::newRow("restores too much") << pdf(withContent("q Q Q Q 3 0 0 3 9 9 cm"));
     QTest::newRow("saves too much") << pdf(withContent("q 3 0 0 3 9 9 cm q 2 0 0 2 0 0 cm"));
     QTest::newRow("ends in a text") << pdf(withContent("BT /F1 12 Tf 60 120 Td (Text) Tj"));
+    QTest::newRow("ends in a hidden layer") << pdf(withContent("/OC /Hidden BDC 9 9 9 9 re f"));
+    QTest::newRow("below a field, turned")
+        << pdf(with("/Rotate 90 /Annots [ << /Type /Annot /Subtype /Square /Rect [ 80 20 160 160 ] "
+                    "/IC [ 1 1 1 ] /C [ 1 1 1 ] >> ]"));
     QTest::newRow("list of contents") << pdf(withContent("q", "[ 5 0 R 5 0 R ]"));
     QTest::newRow("no contents") << pdf(withContent("q", ""));
     QTest::newRow("junk before, no line end") << "junk\n" + pdf().chopped(1);
@@ -452,6 +459,8 @@ void TestSignature::documentsThatCantBeSigned_data()
     QTest::newRow("a text")           << QByteArray("hello").repeated(500) << 1 << int(SigningFailure::Broken);
     QTest::newRow("cut off")          << pdf().left(500)                   << 1 << int(SigningFailure::Broken);
     QTest::newRow("a table elsewhere")<< movedTable                        << 1 << int(SigningFailure::Broken);
+    QTest::newRow("an open text")     << pdf(withContent("BT (Text"))      << 1 << int(SigningFailure::Broken);
+    QTest::newRow("endless content")  << pdf(withContent(QByteArray(17 << 20, ' '))) << 1 << int(SigningFailure::Broken);
     QTest::newRow("no size")          << pdf(with("/MediaBox [ 0 0 0 0 ]"))<< 1 << int(SigningFailure::Broken);
     QTest::newRow("turned a little")  << pdf(with("/Rotate 45"))           << 1 << int(SigningFailure::Broken);
     // clang-format on
@@ -469,13 +478,18 @@ void TestSignature::documentsThatCantBeSigned()
 
 void TestSignature::confirmNeedsASignature()
 {
-    const SigningRequest request =
+    SigningRequest request =
         SigningRequest::fromJson(2, R"({"pdfpath":"a.pdf","location":"3,10,10,100","timeout":30})");
+    request.pdfPath = QString(100, QChar(0x5408)); // takes no room from the time
     SignWindow window(request, 5, {300, 200});
     QSignalSpy wanted(&window, &SignWindow::pageWanted);
     QSignalSpy confirmed(&window, &SignWindow::confirmed);
     window.open();
     QCOMPARE(window.page(), 1); // the whole document, from its beginning
+    for (const QLabel *label : window.findChildren<QLabel *>()) {
+        if (label->text().contains(QStringLiteral("剩余")))
+            QTRY_VERIFY(label->width() >= label->sizeHint().width());
+    }
     const QPoint center = window.pad()->rect().center();
     QTest::mouseClick(window.pad(), Qt::LeftButton, {}, center);
     QCOMPARE(window.page(), 3); // a signing customer sees where the ink goes
@@ -543,20 +557,24 @@ void TestSignature::service_data()
     QTest::addColumn<QByteArray>("strokes");
     QTest::addColumn<QString>("document");
     QTest::addColumn<QString>("location");
+    QTest::addColumn<QString>("record");
     QTest::addColumn<QString>("status");
     QTest::addColumn<int>("code");
     const QByteArray signature = letterL().toJson();
     const auto place = QStringLiteral("1,40,60,100");
     const auto ours = QStringLiteral("a.pdf");
+    const auto record = QStringLiteral("b.xml");
     const auto error = QStringLiteral("error");
     // clang-format off
-    QTest::newRow("signed")        << signature << ours << place << QStringLiteral("signed") << 0;
-    QTest::newRow("cancelled")     << QByteArray("[]") << ours << place << QStringLiteral("cancelled") << 1;
-    QTest::newRow("too late")      << QByteArray("[[[0.1,0.1,0],[0.9,0.9,3000]]]") << ours << place << QStringLiteral("timeout") << 2;
-    QTest::newRow("bad location")  << signature << ours << QStringLiteral("1,2,3,x") << error << 10;
-    QTest::newRow("no document")   << signature << QStringLiteral("none.pdf") << place << error << 11;
-    QTest::newRow("off the page")  << signature << ours << QStringLiteral("1,250,60,100") << error << 14;
-    QTest::newRow("nobody to see") << QByteArray() << ours << place << error << 15;
+    QTest::newRow("signed")        << signature << ours << place << record << QStringLiteral("signed") << 0;
+    QTest::newRow("cancelled")     << QByteArray("[]") << ours << place << record << QStringLiteral("cancelled") << 1;
+    QTest::newRow("too late")      << QByteArray("[[[0.1,0.1,0],[0.9,0.9,3000]]]") << ours << place << record << QStringLiteral("timeout") << 2;
+    QTest::newRow("bad location")  << signature << ours << QStringLiteral("1,2,3,x") << record << error << 10;
+    QTest::newRow("no document")   << signature << QStringLiteral("none.pdf") << place << record << error << 11;
+    QTest::newRow("off the page")  << signature << ours << QStringLiteral("1,250,60,100") << record << error << 14;
+    QTest::newRow("a folder as record") << signature << ours << place << QStringLiteral(".") << error << 17;
+    QTest::newRow("no folder for it") << signature << ours << place << QStringLiteral("none/b.xml") << error << 17;
+    QTest::newRow("nobody to see") << QByteArray() << ours << place << record << error << 15;
     // clang-format on
 }
 
@@ -565,12 +583,12 @@ void TestSignature::service()
     QFETCH(QByteArray, strokes);
     QFETCH(QString, document);
     QFETCH(QString, location);
+    QFETCH(QString, record);
     startService(strokes);
     auto *client = SignSouthInterface::instance();
     Messages replies(client);
     QVERIFY(client->start());
-    client->DoGWQ_StartSign(inFolder(document), inFolder(QStringLiteral("b.xml")), location,
-                            QStringLiteral("1"), 2);
+    client->DoGWQ_StartSign(inFolder(document), inFolder(record), location, QStringLiteral("1"), 2);
     const QJsonObject reply = QJsonDocument::fromJson(replies.next()).object();
     QTEST(reply.value(QStringLiteral("status")).toString(), "status");
     QTEST(reply.value(QStringLiteral("code")).toInt(), "code");

@@ -264,6 +264,7 @@ function showPicture(target, path) {
     target.textContent = '';
     target.append(picture);
     target.hidden = false;
+    fit();
   };
   picture.src = address;
 }
@@ -290,6 +291,7 @@ function showEnd(picture, chinese, english) {
   const actions = document.querySelector('.actions');
   if (actions)
     actions.remove();
+  fit();
 }
 
 /** The line at the foot of the page; nothing hides it. */
@@ -298,6 +300,24 @@ function notice(kind, chinese, english) {
   line.className = kind;
   say(line, chinese, english);
   line.hidden = !chinese;
+  fit();
+}
+
+/** The sizes that the content is tried in, parts of the full one; what is below is scrolled. */
+const SIZES = [1, 0.95, 0.9, 0.85, 0.8, 0.75, 0.7];
+
+/** Makes the content as large as nothing of it is cut off: the customer may not know to scroll. */
+function fit() {
+  const main = document.querySelector('main');
+  const boxes = [main].concat(Array.from(main.querySelectorAll('section, .huge, .amount')));
+  const isCutOff = (box) => box.scrollWidth > box.clientWidth + 1
+      || (!box.matches('p') && box.scrollHeight > box.clientHeight + 1);
+  main.classList.remove('crowded');
+  const fits = SIZES.some((size) => {
+    main.style.zoom = size;
+    return !boxes.some(isCutOff);
+  });
+  main.classList.toggle('crowded', !fits);
 }
 
 function showTrouble(isTrouble) {
@@ -319,7 +339,10 @@ function addTools(root) {
     button.type = 'button';
     tools.append(button);
   }
-  language.onclick = () => { root.lang = root.lang === 'zh' ? 'en' : 'zh'; };
+  language.onclick = () => {
+    root.lang = root.lang === 'zh' ? 'en' : 'zh';
+    fit();
+  };
   contrast.onclick = () => { root.classList.toggle('contrast'); };
   document.querySelector('header').append(tools);
 
@@ -527,6 +550,8 @@ async function start() {
   if (data.get('theme') === 'contrast')
     root.classList.add('contrast');
   PAGES.get(page)(data, server);
+  window.onresize = fit;
+  fit();
   document.body.classList.add('ready');
 }
 

@@ -20,11 +20,11 @@ BrowserSettings BrowserSettings::read(const QString &path)
     settings.options.removeAll(QString());
 
     const QString fullScreen = file.value(QStringLiteral("webbrowser/fullscreen")).toString();
-    if (fullScreen == QLatin1String("always"))
-        settings.fullScreen = FullScreen::Always;
+    if (fullScreen == QLatin1String("auto"))
+        settings.fullScreen = FullScreen::Auto;
     else if (fullScreen == QLatin1String("never"))
         settings.fullScreen = FullScreen::Never;
-    else if (!fullScreen.isEmpty() && fullScreen != QLatin1String("auto"))
-        qWarning() << "server.ini: fullscreen is auto, always or never, not" << fullScreen;
+    else if (!fullScreen.isEmpty() && fullScreen != QLatin1String("always"))
+        qWarning() << "server.ini: fullscreen is always, auto or never, not" << fullScreen;
     return settings;
 }

@@ -9,8 +9,8 @@ struct BrowserSettings
 {
     /** When a page fills the screen. */
     enum class FullScreen {
-        Auto, ///< with two screens or more: the customer's is not the one somebody works on
         Always,
+        Auto, ///< with two screens or more: a developer goes on working on the only one
         Never
     };
 
@@ -18,7 +18,7 @@ struct BrowserSettings
     QStringList browsers{QStringLiteral("chromium"),      QStringLiteral("chromium-browser"),
                          QStringLiteral("uos-browser"),   QStringLiteral("google-chrome-stable"),
                          QStringLiteral("google-chrome"), QStringLiteral("microsoft-edge-stable")};
-    FullScreen fullScreen = FullScreen::Auto;
+    FullScreen fullScreen = FullScreen::Always;
     QSize windowSize{1280, 800}; ///< in pixels, when a page does not fill the screen
     QStringList options; ///< further options for the browser
 

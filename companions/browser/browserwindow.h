@@ -19,7 +19,8 @@ protected:
 };
 
 /**
- * The one browser window: full screen on the customer's screen, or a window without tabs.
+ * The one browser window: full screen on the customer's screen, or by its settings a window
+ * without tabs.
  *
  * The page's address is not on the browser's command line: every user of the machine can read
  * command lines, and the server counts those that hold its name, which a page's path may. The

@@ -92,6 +92,8 @@ void RequestServer::read(QLocalSocket *socket, FrameReader *reader)
 {
     const QList<Request> requests = reader->feed(socket->readAll());
     for (const Request &each : requests) {
+        if (!m_sockets.contains(socket)) // a reply to the one before found it gone
+            return;
         makeClient(socket);
         Q_EMIT request(each.type, each.parts);
     }

@@ -69,11 +69,13 @@ void PageRenderer::render(int page)
             [this, page] { finish(page, true); });
     // The document comes by standard input: its path stays out of the process list, where the
     // server looks for its own name.
+    m_limit.start();
     m_process->start(QStringLiteral("pdftoppm"),
                      {QStringLiteral("-f"), number, QStringLiteral("-l"), number,
                       QStringLiteral("-cropbox"), QStringLiteral("-scale-to"),
                       QString::number(longSide), QStringLiteral("-")});
-    m_limit.start();
+    if (!m_process) // a system without room for a process tells at once
+        return;
     m_process->write(m_document);
     m_process->closeWriteChannel();
 }

@@ -8,6 +8,7 @@
 // Silences what qpdf 11 says about the pointers of its earlier versions.
 #define POINTERHOLDER_TRANSITION 0
 #include <QUuid>
+#include <qpdf/Pipeline.hh>
 #include <qpdf/QPDF.hh>
 #include <qpdf/QPDFExc.hh>
 #include <qpdf/QPDFObjectHandle.hh>
@@ -23,10 +24,13 @@ namespace {
 
 // Annex C.2: the highest object number that readers have to take.
 constexpr long long highestObject = 8388607;
+constexpr int mostAdded = 6; // objects of an update
+
+constexpr std::size_t largestContent = 16 * 1024 * 1024; // bytes of a page, unpacked
 
 constexpr double finestPen = 0.8; // points: small signatures stay legible in print
 
-/// How a page's content leaves the graphics state behind.
+/// How a page's content leaves the graphics state behind: what it has not closed.
 class Balance : public QPDFObjectHandle::ParserCallbacks
 {
 public:
@@ -42,6 +46,10 @@ public:
             m_lowest = std::min(m_lowest, --m_depth);
         else if (name == "BT" || name == "ET")
             m_inText = name == "BT";
+        else if (name == "BMC" || name == "BDC")
+            ++m_marked;
+        else if (name == "EMC" && m_marked > 0)
+            --m_marked;
     }
     void handleEOF() override { }
 
@@ -49,12 +57,45 @@ public:
     int before() const { return 1 - m_lowest; }
     /// So many are to be restored after it.
     int after() const { return before() + m_depth; }
-    bool endsInText() const { return m_inText; }
+    /// What ends the text and the marked content that it is in: a layer may be hidden.
+    QByteArray closing() const
+    {
+        return (m_inText ? "\nET" : "") + QByteArray("\nEMC").repeated(m_marked) + '\n';
+    }
+    bool isClosed() const { return m_depth == 0 && m_lowest == 0 && !m_inText && m_marked == 0; }
 
 private:
     int m_depth = 0;
     int m_lowest = 0;
     bool m_inText = false;
+    int m_marked = 0;
+};
+
+#if defined(QPDF_MAJOR_VERSION) && QPDF_MAJOR_VERSION >= 11
+using PipedBytes = const unsigned char *;
+#else
+using PipedBytes = unsigned char *;
+#endif
+
+/// Stops what unpacks to more than is sensible, before it is read.
+class SizeLimit : public Pipeline
+{
+public:
+    SizeLimit()
+        : Pipeline("size limit", nullptr)
+    {
+    }
+    void write(PipedBytes /*bytes*/, std::size_t length) override
+    {
+        m_size += length;
+        if (isExceeded()) // qpdf stops unpacking, and keeps the reason to itself
+            throw std::length_error("size limit");
+    }
+    void finish() override { }
+    bool isExceeded() const { return m_size > largestContent; }
+
+private:
+    std::size_t m_size = 0;
 };
 
 struct PageGeometry
@@ -140,6 +181,87 @@ QByteArray unparsed(QPDFObjectHandle object)
     return QByteArray::fromStdString(object.unparse());
 }
 
+/// The page's content streams, between two more: what they leave open is closed, then the operators
+/// draw.
+QByteArray contentsWith(QPDFObjectHandle page, const QByteArray &operators, PdfUpdate *update)
+{
+    std::vector<QPDFObjectHandle> streams{page.getKey("/Contents")};
+    if (streams.front().isArray())
+        streams = streams.front().getArrayAsVector();
+    SizeLimit limit;
+    for (QPDFObjectHandle stream : streams) {
+        if (stream.isStream())
+            stream.pipeStreamData(&limit, 0, qpdf_dl_generalized);
+    }
+    if (limit.isExceeded())
+        throw std::runtime_error("the page's content unpacks to more than 16 MB");
+    Balance balance;
+    page.parsePageContents(&balance);
+    const QByteArray before = QByteArray("q ").repeated(balance.before()) + '\n';
+    const QByteArray after =
+        balance.closing() + QByteArray("Q ").repeated(balance.after()) + "q\n" + operators + "Q\n";
+    QByteArray contents = update->addStream(before) + ' ';
+    for (QPDFObjectHandle stream : streams) {
+        if (stream.isStream())
+            contents += unparsed(stream) + ' ';
+    }
+    return contents + update->addStream(after);
+}
+
+/// The page's dictionary with other contents and, unless there are none, annotations.
+QByteArray pageWith(QPDFObjectHandle page, const QByteArray &contents,
+                    const QByteArray &annotations)
+{
+    QPDFObjectHandle dictionary = page.shallowCopy();
+    dictionary.removeKey("/Contents");
+    if (!annotations.isEmpty())
+        dictionary.removeKey("/Annots");
+    QByteArray text = QByteArray::fromStdString(dictionary.unparseResolved());
+    text.chop(2); // ">>"
+    text += "/Contents [ " + contents + " ]";
+    if (!annotations.isEmpty())
+        text += " /Annots [ " + annotations + " ]";
+    return text + " >>";
+}
+
+/// Whether viewers draw this annotation (12.5) over the page's content there.
+bool isDrawnOver(QPDFObjectHandle annotation, const QRectF &area)
+{
+    constexpr int hidden = 2;
+    if (!annotation.isDictionary() || !rectangle(annotation.getKey("/Rect")).intersects(area))
+        return false;
+    QPDFObjectHandle flags = annotation.getKey("/F");
+    QPDFObjectHandle type = annotation.getKey("/Subtype");
+    return !(flags.isInteger() && (flags.getIntValue() & hidden) != 0)
+        && !(type.isName() && (type.getName() == "/Link" || type.getName() == "/Popup"));
+}
+
+/// The page's annotations with a stamp (12.5.6.12) that draws over all of them, where some would
+/// hide the ink: fields of forms mostly. Empty where none does.
+QByteArray annotationsAbove(QPDFObjectHandle page, const QRectF &area, const QByteArray &operators,
+                            PdfUpdate *update)
+{
+    QPDFObjectHandle list = page.getKey("/Annots");
+    if (!list.isArray())
+        return {};
+    QByteArray references;
+    bool isHidden = false;
+    for (QPDFObjectHandle annotation : list.getArrayAsVector()) {
+        references += unparsed(annotation) + ' ';
+        isHidden = isHidden || isDrawnOver(annotation, area);
+    }
+    if (!isHidden)
+        return {};
+    const QByteArray box = "[ " + number(area.left()) + ' ' + number(area.top()) + ' '
+        + number(area.right()) + ' ' + number(area.bottom()) + " ]";
+    const QByteArray look =
+        update->addStream(operators, "/Type /XObject /Subtype /Form /BBox " + box);
+    constexpr int printedAndLocked = 4 + 64 + 128;
+    return references
+        + update->add("<< /Type /Annot /Subtype /Stamp /Rect " + box + " /F "
+                      + QByteArray::number(printedAndLocked) + " /AP << /N " + look + " >> >>");
+}
+
 SigningFailure broken(const std::exception &error)
 {
     return {SigningFailure::Broken,
@@ -164,7 +286,7 @@ struct PdfDocument::Parsed
             throw std::runtime_error("no /Size in its trailer");
         highestInFile =
             std::max(static_cast<long long>(pdf.getObjectCount()), size.getIntValue() - 1);
-        if (highestInFile > highestObject - 3)
+        if (highestInFile > highestObject - mostAdded)
             throw std::runtime_error("too many objects");
         pages = pdf.getAllPages();
     }
@@ -198,9 +320,13 @@ struct PdfDocument::Parsed
         return entries;
     }
 
+    /// Whether a page has these contents and they are whole: nothing swallows their end.
     bool hasContents(int number, const QByteArray &references)
     {
-        return unparsed(page(number).getKey("/Contents")) == "[ " + references + " ]";
+        Balance balance;
+        page(number).parsePageContents(&balance);
+        return balance.isClosed()
+            && unparsed(page(number).getKey("/Contents")) == "[ " + references + " ]";
     }
 };
 
@@ -246,30 +372,16 @@ QByteArray PdfDocument::withInk(int pageNumber, const QRectF &place, const Ink &
     try {
         QPDFObjectHandle page = m_parsed->page(pageNumber);
         const PageGeometry geometry = geometryOf(page);
-        Balance balance;
-        page.parsePageContents(&balance);
+        const QByteArray operators =
+            inkOperators(ink.lines(place.size()), place, geometry.fromShown());
+        const double edge = finestPen + place.height() / 20; // round ends lie beyond the place
+        const QRectF inked = geometry.fromShown().mapRect(place.adjusted(-edge, -edge, edge, edge));
 
         PdfUpdate update(m_bytes, m_parsed->highestInFile);
-        const QByteArray before = QByteArray("q ").repeated(balance.before()) + '\n';
-        const QByteArray after = (balance.endsInText() ? "\nET " : "\n")
-            + QByteArray("Q ").repeated(balance.after()) + "q\n"
-            + inkOperators(ink.lines(place.size()), place, geometry.fromShown()) + "Q\n";
-        QByteArray contents = update.addStream(before) + ' ';
-        QPDFObjectHandle old = page.getKey("/Contents");
-        for (QPDFObjectHandle stream :
-             old.isArray() ? old.getArrayAsVector() : std::vector<QPDFObjectHandle>{old}) {
-            if (stream.isStream())
-                contents += unparsed(stream) + ' ';
-        }
-        contents += update.addStream(after);
-
-        QPDFObjectHandle dictionary = page.shallowCopy();
-        dictionary.removeKey("/Contents");
-        QByteArray text = QByteArray::fromStdString(dictionary.unparseResolved());
-        text.chop(2); // ">>"
+        const QByteArray contents = contentsWith(page, operators, &update);
+        const QByteArray annotations = annotationsAbove(page, inked, operators, &update);
         update.replace(page.getObjectID(), page.getGeneration(),
-                       text + "/Contents [ " + contents + " ] >>");
-
+                       pageWith(page, contents, annotations));
         const QByteArray signedBytes = update.finish(m_parsed->trailerOfUpdate());
         if (!Parsed(signedBytes).hasContents(pageNumber, contents))
             throw std::runtime_error("what was appended can't be read back");

@@ -33,14 +33,19 @@ void PdfUpdate::write(long long object, int generation, const QByteArray &text)
         + "\nendobj\n";
 }
 
-QByteArray PdfUpdate::addStream(const QByteArray &data)
+QByteArray PdfUpdate::add(const QByteArray &text)
+{
+    const long long object = m_next++;
+    write(object, 0, text);
+    return QByteArray::number(object) + " 0 R";
+}
+
+QByteArray PdfUpdate::addStream(const QByteArray &data, const QByteArray &entries)
 {
     const QByteArray compressed = qCompress(data).mid(4); // without Qt's length before it
-    const long long object = m_next++;
-    write(object, 0,
-          "<< /Filter /FlateDecode /Length " + QByteArray::number(compressed.size())
-              + " >>\nstream\n" + compressed + "\nendstream");
-    return QByteArray::number(object) + " 0 R";
+    return add("<< " + entries + " /Filter /FlateDecode /Length "
+               + QByteArray::number(compressed.size()) + " >>\nstream\n" + compressed
+               + "\nendstream");
 }
 
 void PdfUpdate::replace(int object, int generation, const QByteArray &text)

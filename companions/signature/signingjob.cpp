@@ -39,7 +39,21 @@ QByteArray contentOf(const QString &path)
         throw SigningFailure{
             SigningFailure::NoDocument,
             QStringLiteral("can't read %1: %2").arg(info.absoluteFilePath(), file.errorString())};
-    return file.readAll();
+    return file.read(largestDocument);
+}
+
+/// Before the customer signs for nothing.
+void checkWritable(const QString &path)
+{
+    const QFileInfo info(path);
+    const QFileInfo folder(info.path());
+    if (info.fileName().isEmpty() || path.contains(QChar(0)) || (info.exists() && !info.isFile())
+        || (info.isSymLink() && !info.exists()))
+        throw SigningFailure{SigningFailure::NotWritten, path + QStringLiteral(" names no file")};
+    if (!folder.isDir() || !folder.isWritable())
+        throw SigningFailure{
+            SigningFailure::NotWritten,
+            QStringLiteral("nothing can be written into %1").arg(folder.absoluteFilePath())};
 }
 
 void checkPlace(const QRectF &place, const QSizeF &page)
@@ -139,6 +153,11 @@ void SigningJob::open()
     m_document = std::make_unique<PdfDocument>(m_original);
     const QSizeF pageSize = m_document->pageSize(m_request.page);
     checkPlace(m_request.place, pageSize);
+    // What would fail after the customer has signed fails now.
+    m_document->withInk(m_request.page, m_request.inkPlace(), Ink());
+    checkWritable(m_request.pdfPath);
+    if (!m_request.xmlPath.isEmpty())
+        checkWritable(m_request.xmlPath);
     if (!m_script && !hasDisplay())
         throw SigningFailure{SigningFailure::NoDisplay,
                              QStringLiteral("there is no display to show the document on, and no "

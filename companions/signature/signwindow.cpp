@@ -28,6 +28,24 @@ QRectF shareOfPage(const QRectF &place, const QSizeF &page)
                   place.width() / page.width(), place.height() / page.height());
 }
 
+/// One line that is cut to the room there is.
+class CutLabel : public QLabel
+{
+public:
+    explicit CutLabel(const QString &text)
+    {
+        setAccessibleName(text);
+        setSizePolicy(QSizePolicy::Ignored, QSizePolicy::Preferred);
+    }
+
+protected:
+    void resizeEvent(QResizeEvent *event) override
+    {
+        QLabel::resizeEvent(event);
+        setText(fontMetrics().elidedText(accessibleName(), Qt::ElideMiddle, width()));
+    }
+};
+
 /// Sizes follow the screen's: touch buttons stay as large as fingers on small ones.
 QString styleFor(int unit)
 {
@@ -112,8 +130,7 @@ QWidget *SignWindow::makeHeader()
     header->setObjectName(QStringLiteral("header"));
     auto *title = new QLabel(QStringLiteral("电子签名  Signature"));
     title->setObjectName(QStringLiteral("title"));
-    const QString name = QFileInfo(m_request.pdfPath).fileName();
-    auto *document = new QLabel(name.size() > 40 ? name.left(38) + QChar(0x2026) : name);
+    auto *document = new CutLabel(QFileInfo(m_request.pdfPath).fileName());
     document->setTextFormat(Qt::PlainText);
     m_time = new QLabel;
     m_time->setObjectName(QStringLiteral("title"));

@@ -91,6 +91,30 @@ test('every page shows its data, in both languages, and fits small and large scr
   }
 });
 
+test('much is shown smaller and whole; too much from its beginning', async () => {
+  const rows = (count) => Array.from({ length: count }, (_, i) => `key ${i}=value`).join(',');
+  const cases = { teller: 'name=Alexandra Montgomery-Li,title=Adviser,' + rows(4), callNo: 'no=VIP-20261,window=Hall 2,' + rows(2),
+                  pay: 'amount=1234567.89,' + rows(6), infoExchange: rows(8), evaluate: rows(3) };
+  for (const name of pages) {
+    const page = await open(name, cases[name] + ',lang=en', { viewport: { width: 800, height: 600 } });
+    for (const [width, height] of [[800, 600], [1280, 800]]) {
+      await page.setViewportSize({ width, height });
+      const isCutOff = () => page.evaluate(() => [...document.querySelectorAll('main, main section, .huge, .amount')]
+          .map((box) => box.scrollWidth > box.clientWidth + 1 || box.scrollHeight > box.clientHeight + 20).includes(true));
+      assert.equal(await isCutOff(), false, `${name} at ${width}x${height}`);
+    }
+    await close(page);
+    const crowded = await open(name, `no=${'9'.repeat(60)},amount=${'9'.repeat(60)},` + rows(60));
+    const [from, to] = await crowded.evaluate(() => {
+      const [main, first] = ['main', 'main *'].map((which) => document.querySelector(which).getBoundingClientRect());
+      const below = document.querySelector('.actions');
+      return [first.top - main.top, (below ? below.getBoundingClientRect().top : innerHeight) - main.bottom];
+    });
+    assert.ok(from >= 0 && to >= 0, name);
+    await close(crowded);
+  }
+});
+
 test('data are never read as markup, and pictures come from this machine only', async () => {
   const markup = '<img src=x onerror=alert(1)><script>alert(2)</script>';
   for (const name of pages) {
