@@ -128,7 +128,7 @@ private:
         return static_cast<Compressor *>(jpeg->client_data);
     }
     static void growOutput(Compressor *self, std::size_t used);
-    void begin(const QImage &frame, QSize size, J_COLOR_SPACE space);
+    void begin(const QImage &frame);
     void setDensity(const QImage &frame);
     void mapPixels(const QImage &frame, QSize size);
     int gatherRows(const QImage &frame, int first);
@@ -172,6 +172,7 @@ void FrameEncoder::Compressor::growOutput(Compressor *self, std::size_t used)
 }
 
 // Between setjmp and the end no object with a destructor may be made here: libjpeg's errors jump.
+// What is needed there stands in m_jpeg: compilers may lose arguments over the jump, and say so.
 bool FrameEncoder::Compressor::compress(const QImage &frame, QSize size, J_COLOR_SPACE space)
 {
     mapPixels(frame, size);
@@ -179,26 +180,25 @@ bool FrameEncoder::Compressor::compress(const QImage &frame, QSize size, J_COLOR
     m_gathered.resize(rowBytes * rowsAtATime);
     for (int i = 0; i < rowsAtATime; ++i)
         m_rows[static_cast<std::size_t>(i)] = m_gathered.data() + rowBytes * static_cast<uint>(i);
+    m_jpeg.image_width = static_cast<JDIMENSION>(size.width());
+    m_jpeg.image_height = static_cast<JDIMENSION>(size.height());
+    m_jpeg.in_color_space = space;
 
     if (setjmp(m_failure.back) != 0) {
         jpeg_abort_compress(&m_jpeg);
         return false;
     }
-    begin(frame, size, space);
-    for (int row = 0; row < size.height();) {
-        const int rows = gatherRows(frame, row);
+    begin(frame);
+    while (m_jpeg.next_scanline < m_jpeg.image_height) {
+        const int rows = gatherRows(frame, static_cast<int>(m_jpeg.next_scanline));
         jpeg_write_scanlines(&m_jpeg, m_rows.data(), static_cast<JDIMENSION>(rows));
-        row += rows;
     }
     jpeg_finish_compress(&m_jpeg);
     return true;
 }
 
-void FrameEncoder::Compressor::begin(const QImage &frame, QSize size, J_COLOR_SPACE space)
+void FrameEncoder::Compressor::begin(const QImage &frame)
 {
-    m_jpeg.image_width = static_cast<JDIMENSION>(size.width());
-    m_jpeg.image_height = static_cast<JDIMENSION>(size.height());
-    m_jpeg.in_color_space = space;
     m_jpeg.input_components = frame.depth() / 8;
     jpeg_set_defaults(&m_jpeg);
     setDensity(frame);
