@@ -3,6 +3,7 @@
 // The signature service.
 
 #include "companions/common/companionprogram.h"
+#include "companions/signature/memorylimit.h"
 #include "companions/signature/signatureservice.h"
 
 #include <QApplication>
@@ -10,18 +11,10 @@
 #include <QDebug>
 #include <QDir>
 #include <QFile>
-#include <sys/resource.h>
 
 namespace {
 
-/// A document that unpacks to no end must not take the machine along.
-void limitMemory()
-{
-#ifndef __SANITIZE_ADDRESS__ // it reserves more for itself
-    const rlimit limit{rlim_t(3) << 30, rlim_t(3) << 30};
-    setrlimit(RLIMIT_DATA, &limit);
-#endif
-}
+constexpr rlim_t memoryLimit = rlim_t(3) << 30; // for documents that unpack to no end
 
 QString strokesFile()
 {
@@ -54,7 +47,7 @@ std::optional<Ink> script(const QString &path)
 
 int main(int argc, char *argv[])
 {
-    limitMemory();
+    limitMemory(memoryLimit);
     prepareCompanion();
     QApplication application(argc, argv);
     QGuiApplication::setQuitOnLastWindowClosed(false);

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "companions/signature/pagerenderer.h"
 
-#include <sys/resource.h>
+#include "companions/signature/memorylimit.h"
 
 namespace {
 
@@ -15,8 +15,7 @@ class LimitedProcess : public QProcess
 protected:
     void setupChildProcess() override // between fork and exec
     {
-        const rlimit memory{memoryLimit, memoryLimit};
-        setrlimit(RLIMIT_DATA, &memory);
+        limitMemory(memoryLimit);
         const rlimit seconds{timeLimitMs / 1000, timeLimitMs / 1000};
         setrlimit(RLIMIT_CPU, &seconds);
     }
