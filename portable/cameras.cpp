@@ -2,6 +2,7 @@
 #include "portable/cameras.h"
 
 #include "portable/deviceconfig.h"
+#include "portable/deviceini.h"
 
 #include <QCoreApplication>
 #include <QDebug>

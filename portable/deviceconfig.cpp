@@ -6,8 +6,6 @@
 #include "portable/scenesource.h"
 #include "portable/v4l2source.h"
 
-#include <QCoreApplication>
-#include <QDir>
 #include <QRegularExpression>
 #include <QStringList>
 
@@ -122,11 +120,6 @@ QString cameraName(int camera)
                                 : QStringLiteral("camera %1").arg(camera);
 }
 
-QString deviceConfigPath()
-{
-    return QCoreApplication::applicationDirPath() + QStringLiteral("/devices.ini");
-}
-
 DeviceConfig readDeviceConfig(const QString &path)
 {
     IniFile ini(path);
@@ -147,20 +140,7 @@ DeviceConfig readDeviceConfig(const QString &path)
                &config.playback.framesPerSecond);
     readNumber(ini, QStringLiteral("playback/secondsPerPicture"), 0.1, 86400,
                &config.playback.secondsPerPicture);
-    config.printer = ini.text(QStringLiteral("printing/printer"));
     return config;
-}
-
-QString deviceSetting(const QString &key)
-{
-    return IniFile(deviceConfigPath()).text(key);
-}
-
-QString deviceFolder(const QString &key, const QString &usual)
-{
-    const QString folder = deviceSetting(key);
-    return QDir(QCoreApplication::applicationDirPath())
-        .absoluteFilePath(folder.isEmpty() ? usual : folder);
 }
 
 QString autoSource(int camera, const V4l2Devices &devices, QString *error)

@@ -29,25 +29,10 @@ struct DeviceConfig
     cv::Size sceneSize{1920, 1080};
     double sceneFramesPerSecond = 30;
     Playback playback;
-    QString printer; ///< A CUPS destination; empty: the default one.
 };
-
-/** That of devices.ini: beside the program. */
-QString deviceConfigPath();
 
 /** Reads a devices.ini. What can't be understood is said in the log, and left as it is without. */
 DeviceConfig readDeviceConfig(const QString &path);
-
-/**
- * One value of the devices.ini beside the program as it stands there, read anew each time.
- * \param key  "group/key"
- * \return empty when it isn't there
- */
-QString deviceSetting(const QString &key);
-
-/** The folder that deviceSetting() gives, or the `usual` one; relative ones begin at the program's.
- */
-QString deviceFolder(const QString &key, const QString &usual);
 
 /**
  * The source text that "auto" stands for.

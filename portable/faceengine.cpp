@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "portable/faceengine.h"
 
-#include "portable/deviceconfig.h"
+#include "portable/deviceini.h"
 #include "portable/featuretext.h"
 
 #include <QDebug>

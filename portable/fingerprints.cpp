@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "devicelib/biometrics.h"
 #include "portable/answerlater.h"
-#include "portable/deviceconfig.h"
+#include "portable/deviceini.h"
 #include "portable/fingerprint.h"
 #include "portable/fingersensor.h"
 

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include "devicelib/doccamera.h"
-#include "portable/deviceconfig.h"
+#include "portable/deviceini.h"
 #include "portable/failure.h"
 #include "portable/picturefile.h"
 #include "portable/printer.h"
@@ -26,7 +26,7 @@ template <class MakeJob> bool printCopies(const char *function, int copies, Make
             return false;
         }
         QString error;
-        const QString printer = portable::readDeviceConfig(portable::deviceConfigPath()).printer;
+        const QString printer = portable::deviceSetting(QStringLiteral("printing/printer"));
         return portable::print(job, printer, &error)
             || failed(function, job.title + QStringLiteral(": ") + error);
     });

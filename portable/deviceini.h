@@ -1,0 +1,22 @@
+// SPDX-License-Identifier: MIT
+/** \file Single values of the devices.ini beside the program. */
+#pragma once
+
+#include <QString>
+
+namespace portable {
+
+/** Path of the devices.ini beside the program, whether it exists or not. */
+QString deviceConfigPath();
+
+/**
+ * A value of devices.ini; the file is read at each call.
+ * \param key  "group/key"
+ * \return empty when the file or the key is missing
+ */
+QString deviceSetting(const QString &key);
+
+/** Absolute path of the folder in deviceSetting(), else of `usual`; relative to the program's. */
+QString deviceFolder(const QString &key, const QString &usual);
+
+} // namespace portable
