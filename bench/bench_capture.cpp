@@ -3,7 +3,7 @@
 // and one write of the file.
 #include "bench/ratios.h"
 #include "devicelib/doccamera.h"
-#include "portable/pagefinder.h"
+#include "portable/picture/pagefinder.h"
 
 #include <QFile>
 #include <QGuiApplication>

@@ -3,10 +3,10 @@
 // it can't do without: twice finding, points, describing. Without the models (see the path below)
 // nothing is measured.
 #include "bench/ratios.h"
-#include "portable/faceengine.h"
-#include "portable/fingerprint.h"
-#include "portable/imagefile.h"
-#include "portable/images.h"
+#include "portable/face/faceengine.h"
+#include "portable/finger/fingerprint.h"
+#include "portable/picture/imagefile.h"
+#include "portable/picture/images.h"
 #include "tests/drawnface.h"
 #include "tests/drawnfinger.h"
 

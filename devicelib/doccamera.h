@@ -48,9 +48,9 @@ extern "C" {
  * \name Preview
  *
  * One source is the main preview; beside it the fourth one may be open. Which camera stands behind
- * a number is the library's choice, but 1 is the document camera. `rotation`, in degrees clockwise, is
- * that of vSetRotate from now on when it is 90, 180 or 270; 0 leaves what vSetRotate has set; others
- * fail.
+ * a number is the library's choice, but 1 is the document camera. `rotation`, in degrees clockwise,
+ * is that of vSetRotate from now on when it is 90, 180 or 270; 0 leaves what vSetRotate has set;
+ * others fail.
  *
  * A start takes the place of a main preview that is open and returns true once the camera has been
  * opened. After a failed one no main preview is open, and the start may be tried again at once.

@@ -2,7 +2,7 @@
 /** \file A camera for tests of the portable library. */
 #pragma once
 
-#include "portable/framesource.h"
+#include "portable/camera/framesource.h"
 
 #include <chrono>
 #include <condition_variable>

@@ -1,11 +1,11 @@
 // SPDX-License-Identifier: MIT
 // The portable library's sources, its devices.ini, and its exported functions.
 #include "devicelib/doccamera.h"
-#include "portable/deviceconfig.h"
-#include "portable/images.h"
-#include "portable/orientation.h"
-#include "portable/scenesource.h"
-#include "portable/v4l2source.h"
+#include "portable/camera/deviceconfig.h"
+#include "portable/camera/scenesource.h"
+#include "portable/camera/v4l2source.h"
+#include "portable/picture/images.h"
+#include "portable/picture/orientation.h"
 #include "tests/portabletest.h"
 
 #include <QtTest>

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 // The portable library's camera threads: readers, settings, loss and return, many callers at once.
-#include "portable/cameras.h"
-#include "portable/deviceconfig.h"
+#include "portable/camera/cameras.h"
+#include "portable/camera/deviceconfig.h"
 #include "tests/fakesource.h"
 #include "tests/portabletest.h"
 

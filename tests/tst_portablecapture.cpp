@@ -1,14 +1,14 @@
 // SPDX-License-Identifier: MIT
 // The portable library's settings, captures, watermark, and its search for pages.
 #include "devicelib/doccamera.h"
-#include "portable/bookfold.h"
-#include "portable/camera.h"
-#include "portable/deskscene.h"
-#include "portable/images.h"
-#include "portable/pagefinder.h"
-#include "portable/picturefile.h"
-#include "portable/v4l2controls.h"
-#include "portable/wholefile.h"
+#include "portable/base/wholefile.h"
+#include "portable/camera/camera.h"
+#include "portable/camera/deskscene.h"
+#include "portable/camera/v4l2controls.h"
+#include "portable/picture/bookfold.h"
+#include "portable/picture/images.h"
+#include "portable/picture/pagefinder.h"
+#include "portable/picture/picturefile.h"
 #include "tests/portabletest.h"
 
 #include <QPainter>

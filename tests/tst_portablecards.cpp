@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: MIT
 // The portable card library: simulated cards, scripted real ones, and its exported functions.
 #include "devicelib/cardreader.h"
-#include "portable/cardreaders.h"
-#include "portable/emv.h"
-#include "portable/socialcard.h"
-#include "portable/tlv.h"
+#include "portable/card/cardreaders.h"
+#include "portable/card/emv.h"
+#include "portable/card/socialcard.h"
+#include "portable/card/tlv.h"
 #include "tests/portabletest.h"
 #include "tests/scriptedcard.h"
 
@@ -605,7 +605,7 @@ private Q_SLOTS:
 
     void exportedFunctions()
     {
-        const QDir samples(line(SOURCE_DIR "/portable/cards"));
+        const QDir samples(line(SOURCE_DIR "/portable/samples/cards"));
         const QString folder = besideProgram("cards");
         QDir(folder).removeRecursively();
         QVERIFY(QDir().mkpath(folder));

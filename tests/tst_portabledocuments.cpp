@@ -2,8 +2,8 @@
 // PDF and OFD documents and merged pictures, through the exported functions; what they write is
 // looked at by other programs.
 #include "devicelib/doccamera.h"
-#include "portable/images.h"
-#include "portable/pagespool.h"
+#include "portable/document/pagespool.h"
+#include "portable/picture/images.h"
 #include "tests/portabletest.h"
 
 #include <QImageReader>

@@ -3,11 +3,11 @@
 // painted faces; those need the weights of the networks (scripts/fetch-face-models.sh).
 #include "devicelib/biometrics.h"
 #include "devicelib/doccamera.h"
-#include "portable/faceengine.h"
-#include "portable/imagefile.h"
-#include "portable/images.h"
-#include "portable/liveness.h"
-#include "portable/modelweights.h"
+#include "portable/face/faceengine.h"
+#include "portable/face/liveness.h"
+#include "portable/face/modelweights.h"
+#include "portable/picture/imagefile.h"
+#include "portable/picture/images.h"
 #include "tests/drawnface.h"
 #include "tests/portabletest.h"
 

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 // The portable library's file functions and its list of USB devices.
 #include "devicelib/doccamera.h"
-#include "portable/usbdevices.h"
+#include "portable/camera/usbdevices.h"
 #include "tests/portabletest.h"
 
 #include <QtTest>

@@ -2,8 +2,8 @@
 // The portable library's fingerprints: what is read from a print, the comparison, the simulated
 // sensor and the exported functions.
 #include "devicelib/biometrics.h"
-#include "portable/fingerprint.h"
-#include "portable/fingersensor.h"
+#include "portable/finger/fingerprint.h"
+#include "portable/finger/fingersensor.h"
 #include "tests/drawnfinger.h"
 #include "tests/portabletest.h"
 
@@ -185,7 +185,7 @@ private Q_SLOTS:
 
     void capturesAndCompares()
     {
-        const QString samples = line(SOURCE_DIR "/portable/fingers");
+        const QString samples = line(SOURCE_DIR "/portable/samples/fingers");
         const Captured first = capture(iniWith(samples, nullptr), 5000);
         QVERIFY2(first.score >= 80, qPrintable(first.message));
         QCOMPARE(first.message, line("采集成功"));

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 // The portable library's recordings: what ffmpeg finds in the files, and how they end.
 #include "devicelib/doccamera.h"
-#include "portable/recorder.h"
+#include "portable/recording/recorder.h"
 #include "tests/fakesource.h"
 #include "tests/portabletest.h"
 

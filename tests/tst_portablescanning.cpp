@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: MIT
 // The portable library's scans: when they take a shot, what they write, and who hears of it.
 #include "devicelib/doccamera.h"
-#include "portable/deskscene.h"
-#include "portable/picturefile.h"
-#include "portable/scanner.h"
-#include "portable/stillness.h"
+#include "portable/camera/deskscene.h"
+#include "portable/picture/picturefile.h"
+#include "portable/picture/stillness.h"
+#include "portable/recording/scanner.h"
 #include "tests/portabletest.h"
 
 #include <QtTest>

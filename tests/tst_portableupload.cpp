@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 // The portable library's uploads, against a web server in this process.
 #include "devicelib/doccamera.h"
-#include "portable/uploader.h"
+#include "portable/system/uploader.h"
 #include "tests/portabletest.h"
 
 #include <QSslSocket>

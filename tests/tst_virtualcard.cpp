@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 // Cards through the real PC/SC service: its virtual reader (Debian's vsmartcard-vpcd), whose card
 // is a TCP client. Skipped where pcscd and that reader aren't installed or can't be started.
-#include "portable/cardreaders.h"
+#include "portable/card/cardreaders.h"
 #include "tests/portabletest.h"
 #include "tests/scriptedcard.h"
 

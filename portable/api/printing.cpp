@@ -1,0 +1,68 @@
+// SPDX-License-Identifier: MIT
+#include "devicelib/doccamera.h"
+#include "portable/base/deviceini.h"
+#include "portable/base/failure.h"
+#include "portable/camera/shot.h"
+#include "portable/picture/picturefile.h"
+#include "portable/system/printer.h"
+
+#include <QFileInfo>
+
+using portable::failed;
+using portable::PrintJob;
+
+namespace {
+
+/** Prints what `makeJob` puts into a job; 0 copies stand for 1. */
+template <class MakeJob> bool printCopies(const char *function, int copies, MakeJob makeJob)
+{
+    if (copies < 0 || copies > portable::copiesAtMost) {
+        return failed(function, QStringLiteral("%1 copies are none or too many").arg(copies));
+    }
+    return portable::guarded(function, [&] {
+        PrintJob job;
+        job.copies = copies > 0 ? copies : 1;
+        if (!makeJob(job)) {
+            return false;
+        }
+        QString error;
+        const QString printer = portable::deviceSetting(QStringLiteral("printing/printer"));
+        return portable::print(job, printer, &error)
+            || failed(function, job.title + QStringLiteral(": ") + error);
+    });
+}
+
+bool printFile(const char *function, const QString &path, int copies, bool isGrey)
+{
+    return printCopies(function, copies, [&](PrintJob &job) {
+        QString error;
+        job.picture = portable::readPicture(path, &error);
+        job.title = QFileInfo(path).fileName();
+        job.isGrey = isGrey;
+        return !job.picture.empty() || failed(function, error);
+    });
+}
+
+} // namespace
+
+bool bPrint(int number)
+{
+    return printCopies(__func__, number, [](PrintJob &job) {
+        job.picture = portable::takeShot();
+        job.title = QStringLiteral("document camera");
+        return !job.picture.empty(); // the reason is in the log already
+    });
+}
+
+bool bPrintImage(short a, const char *image, short b)
+{
+    if (b != 0 && b != 1) {
+        return failed(__func__, QStringLiteral("there is no colour mode %1").arg(b));
+    }
+    return printFile(__func__, QString::fromLocal8Bit(image), a, b == 1);
+}
+
+bool bPrintImageFile(const char *image, int number)
+{
+    return printFile(__func__, QString::fromUtf8(image), number, false);
+}

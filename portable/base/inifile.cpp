@@ -1,0 +1,38 @@
+// SPDX-License-Identifier: MIT
+#include "portable/base/inifile.h"
+
+#include <QDebug>
+
+namespace portable {
+
+IniFile::IniFile(const QString &path)
+    : m_settings(path, QSettings::IniFormat)
+{
+    m_settings.setIniCodec("UTF-8");
+    if (m_settings.status() == QSettings::AccessError) {
+        complain(QStringLiteral("it can't be read"));
+    } else if (m_settings.status() == QSettings::FormatError) {
+        complain(QStringLiteral("there are lines in it without \"=\""));
+    }
+}
+
+QStringList IniFile::keys(const QString &group)
+{
+    m_settings.beginGroup(group);
+    const QStringList result = m_settings.childKeys();
+    m_settings.endGroup();
+    return result;
+}
+
+QString IniFile::text(const QString &key) const
+{
+    // An unquoted comma makes a list for QSettings, but not for us.
+    return m_settings.value(key).toStringList().join(QLatin1Char(',')).trimmed();
+}
+
+void IniFile::complain(const QString &what) const
+{
+    qWarning().noquote() << "portable:" << m_settings.fileName() + QLatin1Char(':') << what;
+}
+
+} // namespace portable

@@ -1,0 +1,170 @@
+// SPDX-License-Identifier: MIT
+#include "portable/camera/filesources.h"
+
+#include "portable/picture/images.h"
+
+#include <QDebug>
+#include <QDir>
+#include <QFile>
+#include <QImageReader>
+
+namespace portable {
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+/** The pictures that `path` stands for: itself, or what lies in it by name. */
+QStringList pictures(const QString &path)
+{
+    const QDir folder(path);
+    if (!folder.exists()) {
+        return {path};
+    }
+    QStringList patterns;
+    const QList<QByteArray> formats = QImageReader::supportedImageFormats();
+    for (const QByteArray &format : formats) {
+        patterns << QStringLiteral("*.") + QString::fromLatin1(format);
+    }
+    QStringList paths;
+    const QStringList names = folder.entryList(patterns, QDir::Files, QDir::Name);
+    for (const QString &name : names) {
+        paths << folder.filePath(name);
+    }
+    return paths;
+}
+
+/** Empty when the file can be read, or else why it can't. */
+QString fileObstacle(const QString &path)
+{
+    QFile file(path);
+    return file.open(QIODevice::ReadOnly) ? QString() : file.errorString();
+}
+
+/** By FFmpeg alone: other ways of OpenCV's take names for patterns and pipelines. */
+bool openVideo(cv::VideoCapture &video, const QString &path)
+{
+    return video.open(QFile::encodeName(path).toStdString(), cv::CAP_FFMPEG);
+}
+
+} // namespace
+
+PictureSource::PictureSource(const QString &path, const Playback &playback)
+    : m_path(path)
+    , m_playback(playback)
+{
+}
+
+bool PictureSource::open(const cv::Size & /*wanted*/, QString *error)
+{
+    close();
+    m_isFolder = QDir(m_path).exists();
+    return showNext(error);
+}
+
+void PictureSource::close()
+{
+    m_waiting.clear();
+    m_picture.release();
+}
+
+/** Loads the next picture that can be read; others are named in the log. */
+bool PictureSource::showNext(QString *error)
+{
+    if (m_waiting.isEmpty()) {
+        m_waiting = pictures(m_path);
+    }
+    *error = QStringLiteral("there is no picture in it");
+    while (!m_waiting.isEmpty()) {
+        QImageReader reader(m_waiting.takeFirst());
+        reader.setAutoTransform(true);
+        const QImage image = reader.read();
+        if (!image.isNull()) {
+            m_picture = toMat(image);
+            m_until = Clock::now()
+                + std::chrono::milliseconds(qint64(1000 * m_playback.secondsPerPicture));
+            return true;
+        }
+        *error = reader.errorString();
+        if (m_isFolder) {
+            qWarning().noquote() << "portable: skipped" << reader.fileName() + QLatin1Char(':')
+                                 << *error;
+        }
+    }
+    return false;
+}
+
+bool PictureSource::read(cv::Mat &frame, QString *error)
+{
+    if (m_isFolder && Clock::now() >= m_until && !showNext(error)) {
+        return false;
+    }
+    frame = m_picture;
+    return true;
+}
+
+std::vector<cv::Size> PictureSource::sizes() const
+{
+    const QStringList paths = pictures(m_path);
+    QImageReader reader(paths.isEmpty() ? QString() : paths.first());
+    const bool onItsSide = reader.transformation() & QImageIOHandler::TransformationRotate90;
+    const QSize size = onItsSide ? reader.size().transposed() : reader.size();
+    return size.isEmpty() ? std::vector<cv::Size>()
+                          : std::vector<cv::Size>{{size.width(), size.height()}};
+}
+
+VideoSource::VideoSource(const QString &path)
+    : m_path(path)
+{
+}
+
+bool VideoSource::open(const cv::Size & /*wanted*/, QString *error)
+{
+    *error = fileObstacle(m_path);
+    if (!error->isEmpty()) {
+        return false;
+    }
+    if (!openVideo(m_video, m_path)) {
+        *error = QStringLiteral("not a video that can be read here");
+        return false;
+    }
+    const double rate = m_video.get(cv::CAP_PROP_FPS);
+    m_framesPerSecond = rate >= 1 && rate <= 120 ? rate : 25; // some files don't tell theirs
+    return true;
+}
+
+void VideoSource::close()
+{
+    m_video.release();
+    m_pool.clear();
+}
+
+bool VideoSource::read(cv::Mat &frame, QString *error)
+{
+    const cv::Size size(int(m_video.get(cv::CAP_PROP_FRAME_WIDTH)),
+                        int(m_video.get(cv::CAP_PROP_FRAME_HEIGHT)));
+    frame = m_pool.take(size);
+    if (m_video.read(frame)) {
+        return true;
+    }
+    // At its end. Opening anew works with every container; seeking back doesn't.
+    if (!open({}, error)) {
+        return false;
+    }
+    if (m_video.read(frame)) {
+        return true;
+    }
+    *error = QStringLiteral("the video holds no picture that can be read here");
+    return false;
+}
+
+std::vector<cv::Size> VideoSource::sizes() const
+{
+    cv::VideoCapture video;
+    openVideo(video, m_path);
+    const cv::Size size(int(video.get(cv::CAP_PROP_FRAME_WIDTH)),
+                        int(video.get(cv::CAP_PROP_FRAME_HEIGHT)));
+    return size.empty() ? std::vector<cv::Size>() : std::vector<cv::Size>{size};
+}
+
+} // namespace portable

@@ -1,0 +1,32 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include "portable/camera/framesource.h"
+#include "portable/picture/framepool.h"
+
+#include <memory>
+
+namespace portable {
+
+/** Two sources side by side in one picture, as high as the left one. */
+class PairSource : public FrameSource
+{
+public:
+    PairSource(std::unique_ptr<FrameSource> left, std::unique_ptr<FrameSource> right);
+
+    QString name() const override;
+    QString devicePath() const override { return m_left->devicePath(); }
+    bool open(const cv::Size &wanted, QString *error) override;
+    void close() override;
+    bool read(cv::Mat &frame, QString *error) override;
+    double framesPerSecond() const override;
+    std::vector<cv::Size> sizes() const override;
+    bool focus() override;
+
+private:
+    const std::unique_ptr<FrameSource> m_left;
+    const std::unique_ptr<FrameSource> m_right;
+    FramePool m_pool;
+};
+
+} // namespace portable

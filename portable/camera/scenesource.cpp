@@ -1,0 +1,47 @@
+// SPDX-License-Identifier: MIT
+#include "portable/camera/scenesource.h"
+
+namespace portable {
+
+SceneSource::SceneSource(const cv::Size &usualSize, double framesPerSecond)
+    : m_usualSize(usualSize)
+    , m_framesPerSecond(framesPerSecond)
+{
+}
+
+bool SceneSource::open(const cv::Size &wanted, QString * /*error*/)
+{
+    m_scene = std::make_unique<DeskScene>(sizeFor(wanted));
+    m_pool.clear(); // its frames show the scene that was
+    return true;
+}
+
+void SceneSource::close()
+{
+    m_scene.reset();
+    m_pool.clear();
+}
+
+bool SceneSource::read(cv::Mat &frame, QString * /*error*/)
+{
+    bool fresh = false;
+    frame = m_pool.take(m_scene->background().size(), &fresh);
+    if (fresh) {
+        m_scene->background().copyTo(frame);
+    }
+    m_scene->drawClock(frame, QTime::currentTime());
+    return true;
+}
+
+std::vector<cv::Size> SceneSource::sizes() const
+{
+    return {{2592, 1944}, {1920, 1080}, {1600, 1200}, {1280, 720},
+            {1024, 768},  {800, 600},   {640, 480}};
+}
+
+cv::Size SceneSource::sizeFor(const cv::Size &wanted) const
+{
+    return chooseSize(sizes(), wanted.empty() ? m_usualSize : wanted);
+}
+
+} // namespace portable

@@ -1,0 +1,88 @@
+// SPDX-License-Identifier: MIT
+#include "portable/camera/shot.h"
+
+#include "portable/camera/cameras.h"
+#include "portable/picture/pagefinder.h"
+
+#include <QDebug>
+
+namespace portable {
+
+namespace {
+
+/** The area as far as it lies within the picture; the whole picture without one. */
+cv::Mat cropped(const cv::Mat &frame, const CaptureSettings &settings)
+{
+    const auto clipped = [](int begin, int end, int length) {
+        return cv::Range(qBound(0, begin, length), qBound(0, end, length));
+    };
+    const cv::Range columns = clipped(settings.areaBegin.x, settings.areaEnd.x, frame.cols);
+    const cv::Range rows = clipped(settings.areaBegin.y, settings.areaEnd.y, frame.rows);
+    if (!columns.empty() && !rows.empty()) {
+        return frame(rows, columns).clone();
+    }
+    if (settings.areaBegin != settings.areaEnd) {
+        qWarning(
+            "portable: the crop area (%d, %d) to (%d, %d) lies outside the picture of %d x %d; "
+            "the whole picture is taken",
+            settings.areaBegin.x, settings.areaBegin.y, settings.areaEnd.x, settings.areaEnd.y,
+            frame.cols, frame.rows);
+    }
+    return frame.clone();
+}
+
+cv::Mat pageOrWhole(const cv::Mat &frame)
+{
+    const cv::Mat page = straightenedPage(frame);
+    if (page.empty()) {
+        qInfo("portable: no page is found; the whole picture is taken");
+        return frame.clone();
+    }
+    return page;
+}
+
+cv::Mat takePlainShot(const CaptureSettings &settings)
+{
+    cv::Mat frame;
+    if (!Cameras::instance().currentFrame(frame)) {
+        qWarning(
+            "portable: there is nothing to capture: no camera is open, or it delivers nothing");
+        return {};
+    }
+    switch (settings.mode) {
+    case ShotMode::Whole:
+        break;
+    case ShotMode::Area:
+        return cropped(frame, settings);
+    case ShotMode::Page:
+        return pageOrWhole(frame);
+    }
+    return frame.clone();
+}
+
+} // namespace
+
+cv::Mat takeShot()
+{
+    const CaptureSettings settings = Cameras::instance().settings().capture();
+    cv::Mat shot = takePlainShot(settings);
+    stamp(shot, settings.watermark, settings.dpi.y);
+    return shot;
+}
+
+cv::Mat takePlainShot()
+{
+    return takePlainShot(Cameras::instance().settings().capture());
+}
+
+Dpi shotDpi()
+{
+    return Cameras::instance().settings().capture().dpi;
+}
+
+int shotQuality()
+{
+    return Cameras::instance().settings().capture().quality;
+}
+
+} // namespace portable

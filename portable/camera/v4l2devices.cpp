@@ -1,0 +1,200 @@
+// SPDX-License-Identifier: MIT
+// The ioctls are those of the V4L2 API as the kernel documents it ("Video for Linux API").
+#include "portable/camera/v4l2devices.h"
+
+#include "portable/camera/framesource.h"
+#include "portable/camera/usbdevices.h"
+#include "portable/camera/v4l2node.h"
+
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+#include <QStringList>
+#include <linux/videodev2.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <limits>
+
+namespace portable {
+
+namespace {
+
+template <size_t size> QString text(const __u8 (&field)[size])
+{
+    const auto *characters = reinterpret_cast<const char *>(field);
+    return QString::fromUtf8(characters, int(qstrnlen(characters, size)));
+}
+
+/** First line of a file of sysfs; empty when there is none. */
+QString sysfs(const QString &path)
+{
+    QFile file(path);
+    return file.open(QIODevice::ReadOnly) ? QString::fromUtf8(file.readLine()).trimmed()
+                                          : QString();
+}
+
+/** Describes the node; false when it is no camera. */
+bool describe(V4l2Device &device)
+{
+    const QString classFolder =
+        QStringLiteral("/sys/class/video4linux/") + QFileInfo(device.path).fileName();
+    const UsbDevice usb = usbDeviceOfVideoNode(device.path);
+    device.usbIds =
+        usb.vendorId.isEmpty() ? QString() : usb.vendorId + QLatin1Char(':') + usb.productId;
+    const V4l2Node node(device.path);
+    if (!node.isOpen()) {
+        // What it can do remains unknown, but a camera's first node is the one for its pictures.
+        device.name = sysfs(classFolder + QStringLiteral("/name"));
+        return sysfs(classFolder + QStringLiteral("/index")) == QLatin1String("0");
+    }
+    auto capability = zeroed<v4l2_capability>();
+    if (!node.ask(VIDIOC_QUERYCAP, capability)) {
+        return false;
+    }
+    device.name = text(capability.card);
+    device.bus = text(capability.bus_info);
+    // Not `capabilities`: those are of all nodes of the device together.
+    return (capability.device_caps & V4L2_CAP_VIDEO_CAPTURE) != 0;
+}
+
+/** "video" and a number: the number; other names sort behind. */
+int nodeNumber(const QString &name)
+{
+    bool isNumber = false;
+    const int number = name.mid(int(std::strlen("video"))).toInt(&isNumber);
+    return isNumber ? number : std::numeric_limits<int>::max();
+}
+
+/** Adds the usual sizes that lie within a camera's continuous range, and the range's largest. */
+void addSteps(std::vector<cv::Size> &sizes, const v4l2_frmsize_stepwise &range)
+{
+    const cv::Size usual[] = {{3840, 2160}, {3264, 2448}, {2592, 1944}, {2048, 1536},
+                              {1920, 1080}, {1600, 1200}, {1280, 960},  {1280, 720},
+                              {1024, 768},  {800, 600},   {640, 480},   {320, 240}};
+    const auto fits = [](int value, __u32 smallest, __u32 largest, __u32 step) {
+        const auto size = __u32(value);
+        return size >= smallest && size <= largest && (size - smallest) % qMax(step, 1U) == 0;
+    };
+    for (const cv::Size &size : usual) {
+        if (fits(size.width, range.min_width, range.max_width, range.step_width)
+            && fits(size.height, range.min_height, range.max_height, range.step_height)) {
+            sizes.push_back(size);
+        }
+    }
+    sizes.emplace_back(int(range.max_width), int(range.max_height));
+}
+
+void addSizes(std::vector<cv::Size> &sizes, const V4l2Node &node, __u32 pixelFormat)
+{
+    auto entry = zeroed<v4l2_frmsizeenum>();
+    entry.pixel_format = pixelFormat;
+    for (; node.ask(VIDIOC_ENUM_FRAMESIZES, entry); ++entry.index) {
+        if (entry.type != V4L2_FRMSIZE_TYPE_DISCRETE) {
+            addSteps(sizes, entry.stepwise);
+            return; // a range is the only entry
+        }
+        sizes.emplace_back(int(entry.discrete.width), int(entry.discrete.height));
+    }
+}
+
+QString errorText(int error)
+{
+    switch (error) {
+    case ENOENT:
+    case ENODEV:
+    case ENXIO:
+        return QStringLiteral("it is not there (unplugged?)");
+    case EACCES:
+    case EPERM:
+        return QStringLiteral("no permission to open it (is this user in the group \"video\"?)");
+    case EBUSY:
+        return QStringLiteral("it is in use by another program");
+    case ENOTTY:
+        return QStringLiteral("it is not a camera");
+    default:
+        return qt_error_string(error);
+    }
+}
+
+} // namespace
+
+QString V4l2Device::label() const
+{
+    return usbIds.isEmpty() ? QStringLiteral("%1 (%2)").arg(path, name)
+                            : QStringLiteral("%1 (%2, %3)").arg(path, name, usbIds);
+}
+
+V4l2Devices listV4l2Devices()
+{
+    const QDir folder(QStringLiteral("/dev"));
+    QStringList names = folder.entryList({QStringLiteral("video*")}, QDir::System);
+    std::sort(names.begin(), names.end(), [](const QString &a, const QString &b) {
+        return std::make_pair(nodeNumber(a), a) < std::make_pair(nodeNumber(b), b);
+    });
+    V4l2Devices devices;
+    for (const QString &name : qAsConst(names)) {
+        V4l2Device device;
+        device.path = folder.filePath(name);
+        if (describe(device)) {
+            devices.push_back(device);
+        }
+    }
+    return devices;
+}
+
+const V4l2Device *findV4l2Device(const V4l2Devices &devices, const QString &text)
+{
+    const bool isPath = text.startsWith(QLatin1Char('/'));
+    const QString target = QFileInfo(text).canonicalFilePath();
+    const auto found = std::find_if(devices.begin(), devices.end(), [&](const V4l2Device &device) {
+        return isPath ? device.path == text || device.path == target
+                      : device.name.contains(text, Qt::CaseInsensitive)
+                || device.usbIds.contains(text, Qt::CaseInsensitive);
+    });
+    return found != devices.end() ? &*found : nullptr;
+}
+
+QString v4l2Labels(const V4l2Devices &devices)
+{
+    QStringList labels;
+    for (const V4l2Device &device : devices) {
+        labels << device.label();
+    }
+    return labels.isEmpty() ? QStringLiteral("none") : labels.join(QStringLiteral(", "));
+}
+
+V4l2Formats v4l2Formats(const QString &path)
+{
+    V4l2Formats formats;
+    const V4l2Node node(path);
+    std::vector<cv::Size> mjpegSizes;
+    auto format = zeroed<v4l2_fmtdesc>();
+    format.type = V4L2_BUF_TYPE_VIDEO_CAPTURE;
+    for (; node.ask(VIDIOC_ENUM_FMT, format); ++format.index) {
+        const bool isMjpeg = format.pixelformat == V4L2_PIX_FMT_MJPEG;
+        formats.hasMjpeg = formats.hasMjpeg || isMjpeg;
+        addSizes(isMjpeg ? mjpegSizes : formats.sizes, node, format.pixelformat);
+    }
+    if (!mjpegSizes.empty()) {
+        formats.sizes = mjpegSizes;
+    }
+    sortSizes(formats.sizes);
+    return formats;
+}
+
+QString v4l2Obstacle(const QString &path)
+{
+    const V4l2Node node(path);
+    if (!node.isOpen()) {
+        return errorText(errno);
+    }
+    // Setting the format that is set changes nothing, but is refused while another streams.
+    auto format = zeroed<v4l2_format>();
+    format.type = V4L2_BUF_TYPE_VIDEO_CAPTURE;
+    const bool usable = node.ask(VIDIOC_G_FMT, format) && node.ask(VIDIOC_S_FMT, format);
+    return usable ? QString() : errorText(errno);
+}
+
+} // namespace portable

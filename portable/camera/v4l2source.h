@@ -1,0 +1,45 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include "portable/camera/framesource.h"
+#include "portable/camera/v4l2controls.h"
+#include "portable/camera/v4l2devices.h"
+#include "portable/picture/framepool.h"
+
+#include <opencv2/videoio.hpp>
+
+#include <memory>
+
+namespace portable {
+
+/** A camera of this machine, by way of V4L2. */
+class V4l2Source : public FrameSource
+{
+public:
+    /** \param text  which one, as findV4l2Device understands it; sought anew at each open */
+    explicit V4l2Source(const QString &text, V4l2Lister lister = listV4l2Devices);
+
+    QString name() const override;
+    QString devicePath() const override;
+    bool open(const cv::Size &wanted, QString *error) override;
+    void close() override;
+    bool read(cv::Mat &frame, QString *error) override;
+    double framesPerSecond() const override { return 0; }
+    std::vector<cv::Size> sizes() const override;
+    Adjustments adjust(const Adjustments &wanted) override;
+    bool focus() override;
+
+private:
+    V4l2Device find(const V4l2Devices &devices) const;
+    V4l2Controls &controls();
+
+    const QString m_text;
+    const V4l2Lister m_lister;
+    V4l2Device m_device; // the one opened last; no path before
+    cv::VideoCapture m_capture;
+    std::unique_ptr<V4l2Controls> m_controls; // while open, once something was set
+    bool m_hasDelivered = false; // since it was opened
+    FramePool m_pool;
+};
+
+} // namespace portable

@@ -1,0 +1,120 @@
+// SPDX-License-Identifier: MIT
+#include "portable/card/apdu.h"
+
+namespace portable {
+
+namespace {
+
+constexpr int mostParts = 16; // of one answer: 4 KiB
+constexpr int asMuchAsThereIs = 0; // expected length; up to 256 bytes
+
+QByteArray encoded(const CardCommand &command, int expected, bool isT0)
+{
+    QByteArray bytes;
+    for (const quint8 byte : {command.cla, command.ins, command.p1, command.p2}) {
+        bytes += static_cast<char>(byte);
+    }
+    if (!command.data.isEmpty()) {
+        bytes += static_cast<char>(command.data.size()) + command.data;
+        if (isT0) {
+            return bytes;
+        }
+    }
+    return bytes + static_cast<char>(expected);
+}
+
+} // namespace
+
+QString CardAnswer::statusText() const
+{
+    return QStringLiteral("%1").arg(status, 4, 16, QLatin1Char('0')).toUpper();
+}
+
+CardChannel::CardChannel(CardConnection &connection, Clock::time_point deadline)
+    : m_connection(connection)
+    , m_deadline(deadline)
+{
+}
+
+CardAnswer CardChannel::send(const CardCommand &command)
+{
+    if (command.data.size() > 255) {
+        return {};
+    }
+    CardAnswer answer = exchange(command, asMuchAsThereIs);
+    if (answer.status >> 8 == 0x6C) { // it wants this very length
+        answer = exchange(command, answer.status & 0xFF);
+    }
+    QByteArray data = answer.data;
+    for (int parts = 1; answer.status >> 8 == 0x61; ++parts) { // so much more is there
+        if (parts == mostParts) {
+            m_failure = QStringLiteral("its answer doesn't end");
+            return {};
+        }
+        answer = exchange({0x00, 0xC0, 0x00, 0x00, {}}, answer.status & 0xFF); // GET RESPONSE
+        data += answer.data;
+    }
+    answer.data = data;
+    return answer;
+}
+
+CardAnswer CardChannel::exchange(const CardCommand &command, int expected)
+{
+    if (m_failure.isEmpty() && Clock::now() > m_deadline) {
+        m_failure = QStringLiteral("it takes too long");
+    }
+    if (!m_failure.isEmpty()) {
+        return {};
+    }
+    QString error;
+    const QByteArray bytes =
+        m_connection.transmit(encoded(command, expected, m_connection.isT0()), &error);
+    const int size = bytes.size() - 2;
+    if (size < 0) {
+        m_failure = error.isEmpty() ? QStringLiteral("its answer is too short") : error;
+        return {};
+    }
+    const auto byte = [&bytes](int place) { return static_cast<quint8>(bytes[place]); };
+    return {bytes.left(size), byte(size) << 8 | byte(size + 1)};
+}
+
+CardAnswer CardChannel::selectByName(const QByteArray &name)
+{
+    return send({0x00, 0xA4, 0x04, 0x00, name});
+}
+
+CardAnswer CardChannel::selectFile(quint16 identifier)
+{
+    QByteArray bytes(1, static_cast<char>(identifier >> 8));
+    bytes += static_cast<char>(identifier);
+    return send({0x00, 0xA4, 0x00, 0x00, bytes});
+}
+
+CardAnswer CardChannel::readRecord(int number, int shortFile)
+{
+    return send(
+        {0x00, 0xB2, static_cast<quint8>(number), static_cast<quint8>(shortFile << 3 | 4), {}});
+}
+
+CardAnswer CardChannel::readRecordOfSelectedFile(int identifier)
+{
+    return send({0x00, 0xB2, static_cast<quint8>(identifier), 0x00, {}});
+}
+
+QByteArray readSerial(CardChannel &card, QString *error)
+{
+    const CardAnswer answer = card.send({0xFF, 0xCA, 0x00, 0x00, {}});
+    if (!answer.isOk()) {
+        *error = card.failure().isEmpty()
+            ? QStringLiteral("the reader has no serial number of it (%1)").arg(answer.statusText())
+            : card.failure();
+        return {};
+    }
+    if (answer.data.size() < 4 || answer.data.size() > 10) {
+        *error = QStringLiteral("its serial number has %1 bytes").arg(answer.data.size());
+        return {};
+    }
+    return answer.data;
+}
+
+} // namespace portable

@@ -1,0 +1,259 @@
+// SPDX-License-Identifier: MIT
+#include "portable/card/cardfiles.h"
+
+#include "portable/base/inifile.h"
+
+#include <QDebug>
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+#include <QJsonDocument>
+
+#include <optional>
+
+namespace portable {
+
+namespace {
+
+constexpr CardKind kinds[] = {CardKind::Identity, CardKind::SocialSecurity, CardKind::Bank,
+                              CardKind::Ic};
+constexpr qint64 largestFile = 1 << 20; // card or photo, in bytes; pages get it in one text
+
+void complain(const QString &file, const QString &what)
+{
+    qWarning().noquote() << "portable:" << file + QLatin1Char(':') << what;
+}
+
+QStringList requiredFields(CardKind kind)
+{
+    switch (kind) {
+    case CardKind::Identity:
+        return {QStringLiteral("name"),      QStringLiteral("sex"),       QStringLiteral("nation"),
+                QStringLiteral("birthDate"), QStringLiteral("address"),   QStringLiteral("number"),
+                QStringLiteral("authority"), QStringLiteral("validFrom"), QStringLiteral("validTo"),
+                QStringLiteral("photo")};
+    case CardKind::SocialSecurity:
+        return {QStringLiteral("name"), QStringLiteral("sex"), QStringLiteral("number"),
+                QStringLiteral("cardNumber")};
+    case CardKind::Bank:
+        return {QStringLiteral("number"), QStringLiteral("expiry")};
+    case CardKind::Ic:
+        break;
+    }
+    return {QStringLiteral("serial")};
+}
+
+/**
+ * Reads a file of the folder, never one outside of it.
+ * \return null, with a line in the log, when that can't be done
+ */
+QByteArray contentOf(const QString &folder, const QString &name)
+{
+    const QString path = QDir(folder).absoluteFilePath(name);
+    const QString real = QFileInfo(path).canonicalFilePath();
+    if (real.isEmpty()) {
+        complain(path, QStringLiteral("there is no such file"));
+        return {};
+    }
+    if (!real.startsWith(QDir(folder).canonicalPath() + QLatin1Char('/'))
+        || !QFileInfo(real).isFile()) {
+        complain(path, QStringLiteral("it is no file of the folder of cards"));
+        return {};
+    }
+    QFile file(real);
+    if (!file.open(QIODevice::ReadOnly)) {
+        complain(path, file.errorString());
+        return {};
+    }
+    const QByteArray content = file.read(largestFile + 1);
+    if (content.isEmpty() || content.size() > largestFile) {
+        complain(path,
+                 content.isEmpty() ? QStringLiteral("it is empty")
+                                   : QStringLiteral("it is larger than %1 bytes").arg(largestFile));
+        return {};
+    }
+    return content;
+}
+
+struct CardFile
+{
+    QString name; ///< Of the file.
+    CardKind kind = CardKind::Identity;
+    QJsonObject fields;
+};
+
+/** Reads a card file of any kind; null, with a line in the log, when it is none. */
+std::optional<CardFile> parse(const QString &folder, const QString &name)
+{
+    const QByteArray content = contentOf(folder, name);
+    if (content.isNull()) {
+        return {};
+    }
+    const QString path = QDir(folder).absoluteFilePath(name);
+    QJsonParseError error;
+    const QJsonDocument document = QJsonDocument::fromJson(content, &error);
+    if (!document.isObject()) {
+        complain(path,
+                 error.error == QJsonParseError::NoError
+                     ? QStringLiteral("it is no JSON object")
+                     : QStringLiteral("broken JSON at byte %1: %2")
+                           .arg(error.offset)
+                           .arg(error.errorString()));
+        return {};
+    }
+    const QString type = document.object().value(QLatin1String("type")).toString();
+    for (const CardKind kind : kinds) {
+        if (type == cardKey(kind)) {
+            return CardFile{name, kind, document.object()};
+        }
+    }
+    complain(path, QStringLiteral("its \"type\" is none of the kinds of cards"));
+    return {};
+}
+
+/** The first card file of the kind by name. */
+std::optional<CardFile> firstOf(const QString &folder, CardKind kind)
+{
+    const QStringList names = QDir(folder).entryList({QStringLiteral("*.json")},
+                                                     QDir::Files | QDir::Readable, QDir::Name);
+    for (const QString &name : names) {
+        auto card = parse(folder, name);
+        if (card && card->kind == kind) {
+            return card;
+        }
+    }
+    return {};
+}
+
+/** 4 to 10 bytes in hexadecimal digits, as readers give the number of a chip. */
+bool isSerial(const QString &text)
+{
+    const QByteArray bytes = QByteArray::fromHex(text.toLatin1());
+    return bytes.size() >= 4 && bytes.size() <= 10 && bytes.toHex() == text.toLatin1().toLower();
+}
+
+/** Whether the card has what its kind needs; a line in the log when not. */
+bool isComplete(const QString &folder, const CardFile &card)
+{
+    const QString path = QDir(folder).absoluteFilePath(card.name);
+    for (const QString &field : requiredFields(card.kind)) {
+        if (card.fields.value(field).toString().isEmpty()) {
+            complain(path, QStringLiteral("\"%1\" is missing, or no text").arg(field));
+            return false;
+        }
+    }
+    const QJsonValue serial = card.fields.value(QLatin1String("serial"));
+    if (!serial.isUndefined() && !isSerial(serial.toString())) {
+        complain(path, QStringLiteral("\"serial\" is not 4 to 10 bytes in hexadecimal digits"));
+        return false;
+    }
+    return true;
+}
+
+/** Puts the picture in the place of its file's name, where the card has one. */
+bool loadPhoto(const QString &folder, QJsonObject *fields)
+{
+    const QLatin1String key("photo");
+    const QString name = fields->value(key).toString();
+    if (name.isEmpty()) {
+        return true;
+    }
+    const QByteArray photo = contentOf(folder, name);
+    fields->insert(key, QString::fromLatin1(photo.toBase64()));
+    return !photo.isNull();
+}
+
+/** The card file on the reader; none, with a line in the log, without one. */
+std::optional<CardFile> cardOnReader(const QString &folder, CardKind kind, const CardConfig &config,
+                                     CardStatus *status)
+{
+    const auto none = [&](const QString &reason) {
+        qWarning().noquote() << "portable: no" << cardName(kind)
+                             << "on the simulated reader:" << reason;
+        *status = CardStatus::NoCard;
+        return std::optional<CardFile>();
+    };
+    const auto own = config.files.find(kind);
+    const bool isOwn = own != config.files.end();
+    const QString name = isOwn ? own->second : config.commonFile;
+    if (name == QLatin1String("none")) {
+        return none(QStringLiteral("devices.ini says so"));
+    }
+    if (name.isEmpty()) {
+        auto card = firstOf(folder, kind);
+        return card ? card : none(QStringLiteral("there is none in ") + folder);
+    }
+    *status = CardStatus::Unreadable;
+    auto card = parse(folder, name);
+    if (card && card->kind != kind) {
+        return none(QStringLiteral("the card %1 is of another kind").arg(name));
+    }
+    return card;
+}
+
+CardReaderChoice readerChoice(const IniFile &ini)
+{
+    const QString text = ini.text(QStringLiteral("cards/reader"));
+    if (text == QLatin1String("pcsc")) {
+        return CardReaderChoice::Pcsc;
+    }
+    if (text == QLatin1String("simulated")) {
+        return CardReaderChoice::Simulated;
+    }
+    if (text == QLatin1String("none")) {
+        return CardReaderChoice::None;
+    }
+    if (!text.isEmpty() && text != QLatin1String("auto")) {
+        ini.complain(
+            QStringLiteral("cards/reader must be auto, pcsc, simulated or none, not \"%1\"")
+                .arg(text));
+    }
+    return CardReaderChoice::Auto;
+}
+
+/** The name of a card file; empty where the file says nothing, or "auto". */
+QString fileName(const IniFile &ini, const QString &key)
+{
+    const QString text = ini.text(QStringLiteral("cards/") + key);
+    return text == QLatin1String("auto") ? QString() : text;
+}
+
+} // namespace
+
+CardConfig readCardConfig(const QString &path)
+{
+    IniFile ini(path);
+    CardConfig config;
+    config.reader = readerChoice(ini);
+    config.commonFile = fileName(ini, QStringLiteral("card"));
+    QStringList others = ini.keys(QStringLiteral("cards"));
+    others.removeAll(QStringLiteral("reader"));
+    others.removeAll(QStringLiteral("card"));
+    for (const CardKind kind : kinds) {
+        others.removeAll(cardKey(kind));
+        const QString name = fileName(ini, cardKey(kind));
+        if (!name.isEmpty()) {
+            config.files[kind] = name;
+        }
+    }
+    for (const QString &key : qAsConst(others)) {
+        ini.complain(QStringLiteral("there is no \"%1\" among the cards").arg(key));
+    }
+    return config;
+}
+
+CardResult readSimulatedCard(const QString &folder, CardKind kind, const CardConfig &config)
+{
+    CardResult result;
+    auto card = cardOnReader(folder, kind, config, &result.status);
+    if (!card) {
+        return result;
+    }
+    result.status = CardStatus::Unreadable;
+    if (isComplete(folder, *card) && loadPhoto(folder, &card->fields)) {
+        result = {CardStatus::Read, card->fields};
+    }
+    return result;
+}
+
+} // namespace portable

@@ -1,0 +1,304 @@
+// SPDX-License-Identifier: MIT
+#include "portable/card/cardreaders.h"
+
+#include "portable/card/emv.h"
+#include "portable/card/socialcard.h"
+
+#include <QCoreApplication>
+#include <QDebug>
+#include <QFile>
+#include <QFileInfo>
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <condition_variable>
+#include <future>
+#include <system_error>
+#include <thread>
+
+namespace portable {
+
+namespace {
+
+/** What a read of real cards gave. */
+struct RealResult
+{
+    CardPresence presence = CardPresence::Card;
+    QJsonObject fields;
+    QString reason; ///< For the log, unless there are fields.
+};
+
+QJsonObject readSerialField(CardChannel &card, bool, QString *error)
+{
+    const QByteArray serial = readSerial(card, error);
+    return serial.isEmpty()
+        ? QJsonObject()
+        : QJsonObject{{QStringLiteral("serial"), QString::fromLatin1(serial.toHex().toUpper())}};
+}
+
+QJsonObject readSocialCardFields(CardChannel &card, bool, QString *error)
+{
+    return readSocialCard(card, error);
+}
+
+void say(const QString &what)
+{
+    qWarning().noquote() << "portable:" << what;
+}
+
+/** Why this can't be opened as a serial device; empty when it can. */
+QString serialObstacle(const QString &port)
+{
+    const QString path = QFileInfo(port).canonicalFilePath();
+    if (path.isEmpty()) {
+        return QStringLiteral("there is no such device");
+    }
+    if (!path.startsWith(QLatin1String("/dev/"))) { // the name comes from a page
+        return QStringLiteral("it is no device");
+    }
+    const int file =
+        ::open(QFile::encodeName(path).constData(), O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC);
+    if (file < 0) {
+        return qt_error_string();
+    }
+    const bool isSerial = ::isatty(file) == 1;
+    ::close(file);
+    return isSerial ? QString() : QStringLiteral("it is no serial device");
+}
+
+} // namespace
+
+/**
+ * The real cards, read one at a time. A read may hang in a driver, which nothing can interrupt: it
+ * has a thread of its own, which then is left alone with it, and keeps this object alive.
+ */
+class CardReaders::RealCards : public std::enable_shared_from_this<RealCards>
+{
+public:
+    RealCards(std::unique_ptr<SmartCards> cards, std::chrono::milliseconds timeLimit)
+        : m_cards(std::move(cards))
+        , m_timeLimit(timeLimit)
+    {
+    }
+
+    RealResult read(RealRead realRead, bool contactlessFirst)
+    {
+        return run([=](SmartCards &cards, CardChannel::Clock::time_point deadline) {
+            RealResult result;
+            const auto visit = [&](CardConnection &connection) {
+                CardChannel card(connection, deadline);
+                result.fields = realRead(card, contactlessFirst, &result.reason);
+                return !result.fields.isEmpty();
+            };
+            result.presence = cards.visit(contactlessFirst, visit, &result.reason);
+            return result;
+        });
+    }
+
+    RealResult findReader()
+    {
+        return run([](SmartCards &cards, CardChannel::Clock::time_point) {
+            RealResult result;
+            const bool found = cards.hasReader(&result.reason);
+            result.presence = found ? CardPresence::NoCard : CardPresence::NoReader;
+            return result;
+        });
+    }
+
+private:
+    template <class Work> RealResult run(Work work)
+    {
+        const auto deadline = CardChannel::Clock::now() + m_timeLimit;
+        const RealResult busy{CardPresence::Card, {}, QStringLiteral("the reader doesn't answer")};
+        {
+            std::unique_lock<std::mutex> lock(m_mutex);
+            if (!m_free.wait_until(lock, deadline, [this] { return !m_isBusy; })) {
+                return busy;
+            }
+            m_isBusy = true;
+        }
+        const auto self = shared_from_this();
+        std::packaged_task<RealResult()> task([self, work, deadline] {
+            const RealResult result = work(*self->m_cards, deadline);
+            self->release();
+            return result;
+        });
+        auto answer = task.get_future();
+        std::thread thread;
+        try {
+            thread = std::thread(std::move(task));
+        } catch (const std::system_error &error) {
+            release();
+            return {CardPresence::Card, {}, QString::fromLocal8Bit(error.what())};
+        }
+        // The deadline ends the read itself, between two commands; what is over that hangs.
+        if (answer.wait_until(deadline + m_timeLimit / 2) == std::future_status::timeout) {
+            thread.detach();
+            return busy;
+        }
+        thread.join();
+        return answer.get();
+    }
+
+    void release()
+    {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        m_isBusy = false;
+        m_free.notify_one();
+    }
+
+    const std::unique_ptr<SmartCards> m_cards;
+    const std::chrono::milliseconds m_timeLimit;
+    std::mutex m_mutex;
+    std::condition_variable m_free;
+    bool m_isBusy = false; // guarded by m_mutex
+};
+
+CardReaders &CardReaders::instance()
+{
+    static CardReaders readers(QCoreApplication::applicationDirPath(),
+                               std::make_unique<PcscCards>());
+    return readers;
+}
+
+CardReaders::CardReaders(const QString &folder, std::unique_ptr<SmartCards> cards,
+                         std::chrono::milliseconds timeLimit)
+    : m_folder(folder)
+    , m_real(std::make_shared<RealCards>(std::move(cards), timeLimit))
+{
+}
+
+CardConfig CardReaders::config() const
+{
+    return readCardConfig(m_folder + QStringLiteral("/devices.ini"));
+}
+
+CardResult CardReaders::read(CardKind kind, int type)
+{
+    const RealRead realRead = kind == CardKind::Bank ? readBankCard
+        : kind == CardKind::SocialSecurity           ? readSocialCardFields
+        : kind == CardKind::Ic                       ? readSerialField
+                                                     : nullptr;
+    return read(kind, realRead, type == 2);
+}
+
+QByteArray CardReaders::readSerial(CardKind kind)
+{
+    const CardResult result = read(kind, readSerialField, true);
+    const QString serial = result.fields.value(QLatin1String("serial")).toString();
+    if (result.isRead() && serial.isEmpty()) {
+        say(QStringLiteral("the simulated %1 has no \"serial\"").arg(cardName(kind)));
+    }
+    return QByteArray::fromHex(serial.toLatin1());
+}
+
+/** \param realRead  null: a card of this kind can't be read through PC/SC */
+CardResult CardReaders::read(CardKind kind, RealRead realRead, bool contactlessFirst)
+{
+    const CardConfig config = this->config();
+    const auto fail = [kind](CardStatus status, const QString &reason) {
+        say(QStringLiteral("no %1 was read: %2").arg(cardName(kind), reason));
+        return CardResult{status, {}};
+    };
+    if (config.reader == CardReaderChoice::None) {
+        return fail(CardStatus::NoReader, QStringLiteral("devices.ini says there is no reader"));
+    }
+    if (config.reader == CardReaderChoice::Pcsc && !realRead) {
+        return fail(CardStatus::NoReader,
+                    QStringLiteral("it needs a reader with a security module; "
+                                   "PC/SC, which devices.ini asks for, doesn't do"));
+    }
+    if (config.reader != CardReaderChoice::Simulated && realRead) {
+        const RealResult real = m_real->read(realRead, contactlessFirst);
+        if (!real.fields.isEmpty()) {
+            return {CardStatus::Read, real.fields};
+        }
+        if (real.presence == CardPresence::Card) {
+            return fail(CardStatus::Unreadable, real.reason);
+        }
+        if (config.reader == CardReaderChoice::Pcsc) {
+            return fail(real.presence == CardPresence::NoReader ? CardStatus::NoReader
+                                                                : CardStatus::NoCard,
+                        real.reason);
+        }
+        sayOnce(QStringLiteral("simulated cards are read: ") + real.reason);
+    }
+    return readSimulatedCard(m_folder + QStringLiteral("/cards"), kind, config);
+}
+
+/** A line that would come with every read, unless something changes. */
+void CardReaders::sayOnce(const QString &line)
+{
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    if (line != m_said) {
+        m_said = line;
+        say(line);
+    }
+}
+
+bool CardReaders::isConnected()
+{
+    const CardReaderChoice choice = config().reader;
+    if (choice == CardReaderChoice::Auto || choice == CardReaderChoice::Simulated) {
+        return true;
+    }
+    const RealResult real = choice == CardReaderChoice::Pcsc
+        ? m_real->findReader()
+        : RealResult{
+            CardPresence::NoReader, {}, QStringLiteral("devices.ini says there is no reader")};
+    if (!real.reason.isEmpty()) {
+        say(QStringLiteral("no card reader: ") + real.reason);
+    }
+    return real.reason.isEmpty();
+}
+
+bool CardReaders::openUsb()
+{
+    m_isOpen = isConnected();
+    return m_isOpen;
+}
+
+bool CardReaders::openSerial(const QString &port)
+{
+    const QString obstacle = serialObstacle(port);
+    if (!obstacle.isEmpty()) {
+        // Quoted: the name comes from a page.
+        qWarning() << "portable: the card reader on" << port
+                   << "doesn't open:" << qUtf8Printable(obstacle);
+    }
+    m_isOpen = obstacle.isEmpty() && isConnected();
+    return m_isOpen;
+}
+
+void CardReaders::close()
+{
+    m_isOpen = false;
+}
+
+/** False with the reason in the log. */
+bool CardReaders::hasSimulatedReader()
+{
+    const CardReaderChoice choice = config().reader;
+    const bool result = choice == CardReaderChoice::Auto || choice == CardReaderChoice::Simulated;
+    if (!result) {
+        say(QStringLiteral("no security module: devices.ini has no simulated reader"));
+    }
+    return result;
+}
+
+bool CardReaders::hasModule()
+{
+    if (!m_isOpen) {
+        say(QStringLiteral("no security module: the card reader isn't open"));
+        return false;
+    }
+    return hasSimulatedReader();
+}
+
+QByteArray CardReaders::moduleNumber()
+{
+    // In the form of a real one; no module has a number of zeros.
+    return hasSimulatedReader() ? QByteArray("00.00-20000101-0000000000-0000000000") : QByteArray();
+}
+
+} // namespace portable

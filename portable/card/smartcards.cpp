@@ -1,0 +1,217 @@
+// SPDX-License-Identifier: MIT
+#include "portable/card/smartcards.h"
+
+#include <QStringList>
+#include <winscard.h>
+
+#include <algorithm>
+#include <chrono>
+#include <memory>
+#include <thread>
+#include <vector>
+
+namespace portable {
+
+namespace {
+
+constexpr auto waitForOthers = std::chrono::milliseconds(1000); // that hold the card
+constexpr auto betweenTries = std::chrono::milliseconds(50);
+
+QString reasonOf(const char *step, LONG code)
+{
+    return QStringLiteral("%1: %2 (0x%3)")
+        .arg(QLatin1String(step), QString::fromUtf8(pcsc_stringify_error(code)))
+        .arg(static_cast<quint32>(code), 8, 16, QLatin1Char('0'));
+}
+
+/** A connection to the service of PC/SC. */
+class Context
+{
+public:
+    Context()
+        : m_code(SCardEstablishContext(SCARD_SCOPE_SYSTEM, nullptr, nullptr, &m_handle))
+    {
+    }
+    ~Context()
+    {
+        if (m_code == SCARD_S_SUCCESS) {
+            SCardReleaseContext(m_handle);
+        }
+    }
+    Context(const Context &) = delete;
+    Context &operator=(const Context &) = delete;
+
+    SCARDCONTEXT handle() const { return m_handle; }
+
+    /** The names of the readers; none, with the reason for the log. */
+    std::vector<QByteArray> readers(QString *reason) const
+    {
+        if (m_code != SCARD_S_SUCCESS) {
+            *reason = reasonOf("the PC/SC service (pcscd) doesn't answer", m_code);
+            return {};
+        }
+        DWORD size = 0;
+        LONG code = SCardListReaders(m_handle, nullptr, nullptr, &size);
+        QByteArray names(static_cast<int>(size), '\0');
+        if (code == SCARD_S_SUCCESS) { // a reader plugged in just now makes it fail: the next read
+            code = SCardListReaders(m_handle, nullptr, names.data(), &size);
+        }
+        if (code != SCARD_S_SUCCESS) {
+            *reason = reasonOf("no PC/SC reader", code);
+            return {};
+        }
+        std::vector<QByteArray> result;
+        for (const QByteArray &name : names.left(static_cast<int>(size)).split('\0')) {
+            if (!name.isEmpty()) {
+                result.push_back(name);
+            }
+        }
+        if (result.empty()) {
+            *reason = QStringLiteral("no PC/SC reader is connected");
+        }
+        return result;
+    }
+
+private:
+    SCARDCONTEXT m_handle = 0;
+    const LONG m_code;
+};
+
+class PcscConnection : public CardConnection
+{
+public:
+    explicit PcscConnection(const Context &context)
+        : m_context(context)
+    {
+    }
+    ~PcscConnection() override
+    {
+        if (m_isConnected) {
+            // Nothing stays selected. A card that is gone can't be reset: the service would not see
+            // the next one.
+            SCardDisconnect(m_handle, m_isGone ? SCARD_LEAVE_CARD : SCARD_RESET_CARD);
+        }
+    }
+
+    /** For us alone: another program's commands between ours would give us its card's data. */
+    bool connect(const QByteArray &reader, QString *reason)
+    {
+        const auto end = std::chrono::steady_clock::now() + waitForOthers;
+        LONG code = tryConnect(reader);
+        while (code == LONG(SCARD_E_SHARING_VIOLATION) && std::chrono::steady_clock::now() < end) {
+            std::this_thread::sleep_for(betweenTries);
+            code = tryConnect(reader);
+        }
+        m_isConnected = code == SCARD_S_SUCCESS;
+        if (!m_isConnected) {
+            *reason =
+                reasonOf(code == LONG(SCARD_E_SHARING_VIOLATION) ? "another program uses the card"
+                                                                 : "the card can't be reached",
+                         code);
+        }
+        return m_isConnected;
+    }
+
+    bool isT0() const override { return m_protocol == SCARD_PROTOCOL_T0; }
+
+    QByteArray transmit(const QByteArray &command, QString *error) override
+    {
+        const SCARD_IO_REQUEST *const protocol = isT0() ? SCARD_PCI_T0 : SCARD_PCI_T1;
+        const auto *const bytes = reinterpret_cast<const unsigned char *>(command.constData());
+        unsigned char answer[MAX_BUFFER_SIZE];
+        DWORD size = sizeof answer;
+        const LONG code =
+            SCardTransmit(m_handle, protocol, bytes, DWORD(command.size()), nullptr, answer, &size);
+        // Some drivers call it success that a card that was pulled out says nothing.
+        m_isGone = code != SCARD_S_SUCCESS || size < 2;
+        if (code != SCARD_S_SUCCESS) {
+            *error = reasonOf("it doesn't answer", code);
+            return {};
+        }
+        return {reinterpret_cast<const char *>(answer), static_cast<int>(size)};
+    }
+
+private:
+    LONG tryConnect(const QByteArray &reader)
+    {
+        return SCardConnect(m_context.handle(), reader.constData(), SCARD_SHARE_EXCLUSIVE,
+                            SCARD_PROTOCOL_T0 | SCARD_PROTOCOL_T1, &m_handle, &m_protocol);
+    }
+
+    const Context &m_context;
+    SCARDHANDLE m_handle = 0;
+    DWORD m_protocol = 0;
+    bool m_isConnected = false;
+    bool m_isGone = false;
+};
+
+/** Made up by the reader for a card without contacts: 3B 8n 80 01 (PC/SC part 3, 3.1.3.2.3). */
+bool isContactless(const SCARD_READERSTATE &state)
+{
+    const unsigned char *const atr = state.rgbAtr;
+    return state.cbAtr >= 4 && atr[0] == 0x3B && (atr[1] & 0xF0) == 0x80 && atr[2] == 0x80
+        && atr[3] == 0x01;
+}
+
+/** The slot of a security module, "... SAM 0": the card that lies there isn't the customer's. */
+bool isModuleSlot(const QByteArray &reader)
+{
+    return reader.toUpper().split(' ').contains("SAM");
+}
+
+/** The readers with a customer's card, those to be tried first in front. */
+std::vector<SCARD_READERSTATE> cards(const Context &context, const std::vector<QByteArray> &readers,
+                                     bool contactlessFirst, QString *reason)
+{
+    std::vector<SCARD_READERSTATE> states;
+    for (const QByteArray &reader : readers) {
+        SCARD_READERSTATE state = {};
+        state.szReader = reader.constData();
+        states.push_back(state);
+    }
+    const LONG code =
+        SCardGetStatusChange(context.handle(), 0, states.data(), DWORD(states.size()));
+    if (code != SCARD_S_SUCCESS) {
+        *reason = reasonOf("the PC/SC readers don't tell their state", code);
+        return {};
+    }
+    states.erase(std::remove_if(states.begin(), states.end(),
+                                [](const SCARD_READERSTATE &state) {
+                                    return (state.dwEventState & SCARD_STATE_PRESENT) == 0
+                                        || isModuleSlot(state.szReader);
+                                }),
+                 states.end());
+    std::stable_partition(states.begin(), states.end(), [=](const SCARD_READERSTATE &state) {
+        return isContactless(state) == contactlessFirst;
+    });
+    if (states.empty()) {
+        *reason = QStringLiteral("no card on a PC/SC reader");
+    }
+    return states;
+}
+
+} // namespace
+
+bool PcscCards::hasReader(QString *reason)
+{
+    return !Context().readers(reason).empty();
+}
+
+CardPresence PcscCards::visit(bool contactlessFirst, const Read &read, QString *reason)
+{
+    const Context context;
+    const std::vector<QByteArray> readers = context.readers(reason);
+    if (readers.empty()) {
+        return CardPresence::NoReader;
+    }
+    const auto present = cards(context, readers, contactlessFirst, reason);
+    for (const SCARD_READERSTATE &state : present) {
+        PcscConnection connection(context);
+        if (connection.connect(state.szReader, reason) && read(connection)) {
+            break;
+        }
+    }
+    return present.empty() ? CardPresence::NoCard : CardPresence::Card;
+}
+
+} // namespace portable

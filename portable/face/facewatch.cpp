@@ -1,0 +1,111 @@
+// SPDX-License-Identifier: MIT
+#include "portable/face/facewatch.h"
+
+#include "portable/face/liveness.h"
+
+#include <algorithm>
+
+namespace portable {
+
+namespace {
+
+using Clock = BackgroundJob::Clock;
+
+constexpr std::chrono::milliseconds framePause{80};
+constexpr std::chrono::milliseconds retryPause{20};
+constexpr std::chrono::seconds longestLoss{2};
+constexpr int faceCamera = 2; // beside the document camera of a terminal
+constexpr int onlyCamera = 1;
+
+} // namespace
+
+FaceCamera::FaceCamera(Cameras &cameras, Former former)
+    : m_cameras(cameras)
+{
+    cv::Mat frame;
+    const auto open = cameras.mainCamera();
+    if (open || cameras.currentFrame(frame)) {
+        m_closed = former == Former::isClosed ? open : nullptr;
+    } else {
+        m_closed = cameras.open(faceCamera);
+        if (!m_closed) {
+            m_closed = cameras.open(onlyCamera);
+        }
+    }
+}
+
+FaceCamera::~FaceCamera()
+{
+    m_cameras.stop(m_closed);
+}
+
+bool FaceCamera::next(cv::Mat &frame, Clock::time_point deadline, const BackgroundJob::Stop &stop)
+{
+    const Clock::time_point due = std::max(m_due, Clock::now());
+    if (due >= deadline || stop.sleepUntil(due)) {
+        return false;
+    }
+    m_due = due + framePause;
+    const Clock::time_point lost = std::min(deadline, due + longestLoss);
+    while (!m_cameras.currentFrame(frame)) {
+        if (Clock::now() >= lost || stop.sleepUntil(Clock::now() + retryPause)) {
+            return false;
+        }
+    }
+    return true;
+}
+
+FaceFailure awaitFace(FaceCamera &camera, FaceEngine &engine, Clock::time_point deadline,
+                      const BackgroundJob::Stop &stop, FaceDescriptor *descriptor)
+{
+    FaceFailure failure = FaceFailure::noCamera; // until it delivers
+    cv::Mat frame;
+    while (camera.next(frame, deadline, stop)) {
+        SeenFace face;
+        failure = engine.glance(frame, &face);
+        if (failure == FaceFailure::none) {
+            return engine.describe(frame, face, descriptor);
+        }
+        if (failure != FaceFailure::noFace) {
+            break;
+        }
+    }
+    return failure;
+}
+
+LivenessResult checkLiveness(FaceCamera &camera, FaceEngine &engine, Clock::time_point deadline,
+                             const BackgroundJob::Stop &stop,
+                             const std::function<void(const cv::Mat &)> &onFrame)
+{
+    LivenessResult result;
+    LivenessCheck check;
+    const Clock::time_point begin = Clock::now();
+    cv::Mat frame;
+    while (!result.passed && camera.next(frame, deadline, stop)) {
+        const std::chrono::duration<double> time = Clock::now() - begin;
+        if (onFrame) {
+            onFrame(frame);
+        }
+        SeenFace face;
+        const FaceFailure failure = engine.glance(frame, &face);
+        if (failure == FaceFailure::noFace) {
+            if (result.picture.empty()) {
+                result.failure = failure;
+            }
+            continue;
+        }
+        result.failure = failure;
+        if (failure != FaceFailure::none) {
+            break;
+        }
+        if (!check.add(sampleOf(frame, face, time.count()))) {
+            result.picture = frame; // the first of this person
+        }
+        result.hasBlinked = check.hasBlinked();
+        result.hasMoved = check.hasMoved();
+        result.passed = check.hasPassed();
+    }
+    return result;
+}
+
+} // namespace portable

@@ -1,0 +1,112 @@
+// SPDX-License-Identifier: MIT
+#include "portable/finger/fingersensor.h"
+
+#include "portable/finger/fingerprint.h"
+#include "portable/picture/imagefile.h"
+
+#include <QBuffer>
+#include <QDebug>
+#include <QDir>
+#include <QImage>
+#include <opencv2/imgproc.hpp>
+
+#include <algorithm>
+
+namespace portable {
+
+namespace {
+
+constexpr std::chrono::milliseconds lookPause{200};
+constexpr int goodQuality = 50;
+
+QByteArray pngText(const cv::Mat &grey)
+{
+    const uchar *pixels = grey.data;
+    QByteArray bytes;
+    QBuffer buffer(&bytes);
+    QImage(pixels, grey.cols, grey.rows, int(grey.step), QImage::Format_Grayscale8)
+        .save(&buffer, "PNG");
+    return bytes.toBase64();
+}
+
+FingerCapture captureOf(const cv::Mat &grey)
+{
+    const Fingerprint print = readFingerprint(grey);
+    if (print.quality <= 0) {
+        return failedCapture(FingerCapture::unreadable);
+    }
+    FingerCapture capture;
+    capture.score = print.quality;
+    capture.image = pngText(grey);
+    capture.feature = fingerFeature(print.minutiae).toHex();
+    capture.message = print.quality < goodQuality ? "指纹质量较低，建议重新采集" : "采集成功";
+    return capture;
+}
+
+} // namespace
+
+FingerCapture failedCapture(FingerCapture::Failure failure)
+{
+    FingerCapture capture;
+    capture.score = failure;
+    capture.message = failure == FingerCapture::busy ? "指纹仪正在采集"
+        : failure == FingerCapture::unreadable       ? "指纹图像无法识别"
+                                                     : "未检测到手指";
+    return capture;
+}
+
+FingerSensor::FingerSensor(std::function<QString()> folder, std::function<QString()> finger)
+    : m_folder(std::move(folder))
+    , m_finger(std::move(finger))
+{
+}
+
+FingerCapture FingerSensor::capture(BackgroundJob::Clock::time_point deadline,
+                                    const BackgroundJob::Stop &stop) const
+{
+    using Clock = BackgroundJob::Clock;
+    FingerCapture capture = failedCapture(FingerCapture::noFinger);
+    QString why;
+    do {
+        const QString path = fingerOnSensor(&why);
+        cv::Mat picture;
+        if (!path.isEmpty() && readImageFile(path, &picture, &why)) {
+            cv::cvtColor(picture, picture, cv::COLOR_BGR2GRAY);
+            capture = captureOf(picture);
+            if (capture.score < 0) {
+                qWarning().noquote()
+                    << "portable: fingerprint sensor:" << path << "shows no finger";
+            }
+            return capture;
+        }
+        if (!path.isEmpty()) { // perhaps still being written
+            why = path + QStringLiteral(": ") + why;
+            capture = failedCapture(FingerCapture::unreadable);
+        }
+    } while (Clock::now() < deadline
+             && !stop.sleepUntil(std::min(deadline, Clock::now() + lookPause)));
+    if (!stop.isRequested()) {
+        qWarning().noquote() << "portable: fingerprint sensor: no finger:" << why;
+    }
+    return capture;
+}
+
+/** The picture of it; empty, with a reason for the log, without one. */
+QString FingerSensor::fingerOnSensor(QString *why) const
+{
+    const QString finger = m_finger();
+    const QDir folder(m_folder());
+    if (finger == QLatin1String("none")) {
+        *why = QStringLiteral("devices.ini says \"none\"");
+        return {};
+    }
+    if (!finger.isEmpty()) {
+        *why = folder.filePath(finger) + QStringLiteral(" is not there");
+        return folder.exists(finger) ? folder.filePath(finger) : QString();
+    }
+    const QStringList files = folder.entryList(QDir::Files, QDir::Name);
+    *why = folder.path() + QStringLiteral(" has no pictures");
+    return files.isEmpty() ? QString() : folder.filePath(files.first());
+}
+
+} // namespace portable

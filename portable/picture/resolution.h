@@ -1,0 +1,14 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include "portable/picture/picturefile.h"
+
+#include <optional>
+
+namespace portable {
+
+/** The resolution that a PNG, BMP or TIFF file tells; none for other files and where it is not
+ * told. */
+std::optional<Dpi> toldDpi(const QByteArray &file);
+
+} // namespace portable

@@ -1,0 +1,255 @@
+// SPDX-License-Identifier: MIT
+#include "portable/recording/scanner.h"
+
+#include "portable/base/wholefile.h"
+#include "portable/base/writecheck.h"
+#include "portable/camera/shot.h"
+#include "portable/picture/bookfold.h"
+#include "portable/picture/stillness.h"
+
+#include <QCoreApplication>
+#include <QDebug>
+#include <QMetaObject>
+
+#include <algorithm>
+#include <exception>
+#include <memory>
+#include <utility>
+#include <vector>
+
+namespace portable {
+
+namespace {
+
+QByteArray encoded(const cv::Mat &picture, const QString &extension)
+{
+    if (extension == QLatin1String("png")) {
+        return pngFile(picture, shotDpi());
+    }
+    return extension == QLatin1String("tif") ? jpegTiffFile(picture, shotQuality(), shotDpi())
+                                             : jpegFile(picture, shotQuality(), shotDpi());
+}
+
+/** \param slot  as the macro SLOT writes it, or anything else */
+bool hasSlot(const QObject &receiver, const char *slot)
+{
+    if (!slot || slot[0] != '1') {
+        return false;
+    }
+    const QByteArray signature = QMetaObject::normalizedSignature(slot + 1);
+    return receiver.metaObject()->indexOfSlot(signature.constData()) >= 0
+        && QMetaObject::checkConnectArgs("shot(int)", signature.constData());
+}
+
+/** What of an open book goes into a file each. */
+std::vector<cv::Mat> pagesOf(const cv::Mat &book, BookMode mode)
+{
+    if (mode == BookMode::BothInOne) {
+        return {book};
+    }
+    const int fold = foldColumn(book);
+    const cv::Mat left = book.colRange(0, fold);
+    const cv::Mat right = book.colRange(fold, book.cols);
+    return mode == BookMode::LeftFirst ? std::vector<cv::Mat>{left, right}
+                                       : std::vector<cv::Mat>{right, left};
+}
+
+} // namespace
+
+/** What a scan does; `isDue` is asked again and again, with a camera that is open. */
+struct Scanner::Scan
+{
+    QString name; // for the log
+    ScanFiles files;
+    std::function<bool(Camera &camera)> isDue;
+    int shots = 0; // then it ends; 0: never
+    BookMode bookMode = BookMode::BothInOne; // for what is no book, too
+    bool isObserved = false;
+};
+
+QString ScanFiles::path(int number) const
+{
+    return directory + QLatin1Char('/') + prefix
+        + QStringLiteral("%1.").arg(number, 3, 10, QLatin1Char('0')) + extension;
+}
+
+Scanner &Scanner::instance()
+{
+    static Scanner scanner(Cameras::instance(), takeShot);
+    static const bool once = [] {
+        // After that of the cameras, so it is called before.
+        qAddPostRoutine([] { scanner.stop(); });
+        return true;
+    }();
+    Q_UNUSED(once)
+    return scanner;
+}
+
+Scanner::Scanner(const Cameras &cameras, Shoot shoot, ScannerTimes times)
+    : m_cameras(cameras)
+    , m_shoot(std::move(shoot))
+    , m_times(times)
+{
+}
+
+Scanner::~Scanner()
+{
+    stop();
+}
+
+bool Scanner::observe(const QObject *receiver, const char *slot)
+{
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    m_signal.disconnect();
+    if (!receiver) {
+        return true;
+    }
+    if (!hasSlot(*receiver, slot)) {
+        qWarning("portable: nobody hears of the automatic scan: there is no slot \"%s\"",
+                 slot ? slot : "");
+        return false;
+    }
+    return QObject::connect(&m_signal, SIGNAL(shot(int)), receiver, slot, Qt::QueuedConnection);
+}
+
+bool Scanner::startAutomatic(const ScanFiles &files)
+{
+    Scan scan = pageScan(QStringLiteral("automatic scan"), files);
+    scan.isObserved = true;
+    return start(std::move(scan));
+}
+
+bool Scanner::startTimed(const ScanFiles &files, std::chrono::seconds interval, int shots)
+{
+    Scan scan;
+    scan.name = QStringLiteral("timed scan");
+    scan.files = files;
+    scan.isDue = [interval, due = Clock::now() + interval](Camera &) mutable {
+        const auto now = Clock::now();
+        if (now < due) {
+            return false;
+        }
+        due = std::max(due + interval, now); // one that was late is not made up for
+        return true;
+    };
+    scan.shots = shots;
+    return start(std::move(scan));
+}
+
+bool Scanner::startBook(const ScanFiles &files, BookMode mode)
+{
+    Scan scan = pageScan(QStringLiteral("book scan"), files);
+    scan.bookMode = mode;
+    return start(std::move(scan));
+}
+
+void Scanner::stop()
+{
+    const std::lock_guard<std::mutex> changing(m_changing);
+    end();
+}
+
+/** A scan of each page that is laid before the camera. */
+Scanner::Scan Scanner::pageScan(const QString &name, const ScanFiles &files) const
+{
+    Scan scan;
+    scan.name = name;
+    scan.files = files;
+    // Shared, for a std::function is copied.
+    scan.isDue = [stillness = std::make_shared<Stillness>(m_times.still)](Camera &camera) {
+        cv::Mat frame;
+        return camera.currentFrame(frame) && stillness->look(frame, Clock::now());
+    };
+    return scan;
+}
+
+bool Scanner::start(Scan scan)
+{
+    const std::lock_guard<std::mutex> changing(m_changing);
+    end();
+    QString error;
+    if (!m_cameras.mainCamera()) {
+        error = QStringLiteral("there is no preview");
+    } else if (scan.files.directory.isEmpty() || scan.files.prefix.contains(QLatin1Char('/'))) {
+        error = QStringLiteral("it needs a directory, and a prefix without \"/\"");
+    } else if (canWriteFile(scan.files.path(1), &error)) {
+        qInfo().noquote() << "portable:" << scan.name << "begins, with" << scan.files.path(1);
+        m_stop = false; // the thread that reads it is to come
+        m_thread = std::thread([this, scan = std::move(scan)] { run(scan); });
+        return true;
+    }
+    qWarning().noquote() << "portable:" << scan.name << "doesn't start:" << error;
+    return false;
+}
+
+/** Ends the thread. To be called with m_changing held. */
+void Scanner::end()
+{
+    if (!m_thread.joinable()) {
+        return;
+    }
+    {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        m_stop = true;
+    }
+    m_stopped.notify_all();
+    m_thread.join();
+}
+
+void Scanner::run(const Scan &scan)
+{
+    PreviewWatch preview(m_cameras, m_times.cameraChange);
+    int done = 0;
+    while ((scan.shots == 0 || done < scan.shots) && sleep()) {
+        const auto camera = preview.camera();
+        if (preview.ended()) {
+            qInfo().noquote() << "portable:" << scan.name << "ends with the preview";
+            return;
+        }
+        try {
+            if (camera && scan.isDue(*camera) && save(scan, done + 1)) {
+                ++done;
+            }
+        } catch (const std::exception &failure) { // OpenCV's, or too little memory
+            qWarning("portable: %s: %s", qUtf8Printable(scan.name), failure.what());
+        }
+    }
+    qInfo().noquote() << "portable:" << scan.name << "has ended, with shots:" << done;
+}
+
+/** Takes a shot and writes its file, or both its files or none. */
+bool Scanner::save(const Scan &scan, int shot)
+{
+    const cv::Mat picture = m_shoot();
+    if (picture.empty()) {
+        return false; // it said why
+    }
+    const std::vector<cv::Mat> pages = pagesOf(picture, scan.bookMode);
+    int number = (shot - 1) * int(pages.size());
+    std::vector<FileContent> files;
+    QString error;
+    for (const cv::Mat &page : pages) {
+        files.emplace_back(scan.files.path(++number), encoded(page, scan.files.extension));
+        if (files.back().second.isEmpty()) {
+            error = files.back().first + QStringLiteral(": can't be encoded");
+        }
+    }
+    if (!error.isEmpty() || !writeWholeFiles(files, &error)) {
+        qWarning().noquote() << "portable:" << scan.name + QLatin1Char(':') << error;
+        return false;
+    }
+    qInfo().noquote() << "portable:" << scan.name + QLatin1Char(':') << files.front().first;
+    if (scan.isObserved) {
+        Q_EMIT m_signal.shot(shot);
+    }
+    return true;
+}
+
+/** \return false when told to stop, at once */
+bool Scanner::sleep()
+{
+    std::unique_lock<std::mutex> lock(m_mutex);
+    return !m_stopped.wait_for(lock, m_times.look, [this] { return m_stop; });
+}
+
+} // namespace portable

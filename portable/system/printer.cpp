@@ -1,0 +1,273 @@
+// SPDX-License-Identifier: MIT
+#include "portable/system/printer.h"
+
+#include "portable/picture/images.h"
+#include "portable/picture/picturefile.h"
+
+#include <QBuffer>
+#include <QDebug>
+#include <QImage>
+#include <QPageSize>
+#include <QPainter>
+#include <QPdfWriter>
+#include <QUrl>
+#include <cups/cups.h>
+#include <opencv2/imgproc.hpp>
+
+#include <algorithm>
+#include <cstring>
+#include <iterator>
+#include <memory>
+
+namespace portable {
+
+namespace {
+
+constexpr int connectLimitMs = 3000;
+constexpr double answerLimitSeconds = 5; // for each of the few requests of a job
+
+struct Closer
+{
+    void operator()(http_t *server) const { httpClose(server); }
+    void operator()(ipp_t *answer) const { ippDelete(answer); }
+};
+using Server = std::unique_ptr<http_t, Closer>;
+using Answer = std::unique_ptr<ipp_t, Closer>;
+
+/** What the print server says of a printer. */
+struct Printer
+{
+    QByteArray name;
+    Sheet sheet; // its default paper
+    bool isSheetKnown = false; // else A4
+    QString delay; // why a queued job doesn't come out; empty when nothing is known against it
+};
+
+/** CUPS's word for the last failure of this thread. */
+QString lastError()
+{
+    const char *text = cupsLastErrorString();
+    return std::strcmp(text, std::strerror(0)) == 0
+        ? QStringLiteral("no answer that can be understood")
+        : QString::fromUtf8(text);
+}
+
+Server connectToServer(QString *error)
+{
+    // Without this, a server that wants a password has it asked for on the terminal.
+    cupsSetPasswordCB2([](const char *, http_t *, const char *, const char *,
+                          void *) -> const char * { return nullptr; },
+                       nullptr);
+    Server server(httpConnect2(cupsServer(), ippPort(), nullptr, AF_UNSPEC, cupsEncryption(), 1,
+                               connectLimitMs, nullptr));
+    if (!server) {
+        *error = QStringLiteral("no print server answers at %1: is CUPS installed and running?")
+                     .arg(QString::fromUtf8(cupsServer()));
+        return nullptr;
+    }
+    // Called when the time has run out; 0 gives up.
+    httpSetTimeout(
+        server.get(), answerLimitSeconds, [](http_t *, void *) { return 0; }, nullptr);
+    return server;
+}
+
+/** Name of the default printer: the user's or else the server's. \return null when there is none */
+QByteArray defaultPrinter(http_t *server, QString *error)
+{
+    const QByteArray name = cupsGetDefault2(server);
+    if (!name.isEmpty()) {
+        return name;
+    }
+    *error = cupsLastError() == IPP_STATUS_ERROR_NOT_FOUND
+        ? QStringLiteral("there is no default printer; set one (lpadmin -d NAME) or name one in "
+                         "devices.ini, [printing] printer=NAME")
+        : QStringLiteral("the print server doesn't tell its default printer: ") + lastError();
+    return {};
+}
+
+QByteArray resourceOf(const QByteArray &printer)
+{
+    return "/printers/" + QUrl::toPercentEncoding(QString::fromUtf8(printer));
+}
+
+/** A request about a printer, as RFC 8011 defines them. */
+ipp_t *newRequest(ipp_op_t operation, const QByteArray &printer)
+{
+    const QByteArray uri = "ipp://localhost" + resourceOf(printer);
+    ipp_t *request = ippNewRequest(operation);
+    ippAddString(request, IPP_TAG_OPERATION, IPP_TAG_URI, "printer-uri", nullptr, uri.constData());
+    ippAddString(request, IPP_TAG_OPERATION, IPP_TAG_NAME, "requesting-user-name", nullptr,
+                 cupsUser());
+    return request;
+}
+
+/** The part of the sheet to print on: a little paper stays white even where none need to. */
+QRectF printableArea(const Sheet &sheet)
+{
+    constexpr double leastMargin = 5;
+    const QMarginsF &margins = sheet.margins;
+    return QRectF(QPointF(), sheet.size)
+        .marginsRemoved(
+            {std::max(margins.left(), leastMargin), std::max(margins.top(), leastMargin),
+             std::max(margins.right(), leastMargin), std::max(margins.bottom(), leastMargin)});
+}
+
+/** Reads "media-col-default" (PWG 5100.7). \return false when the printer doesn't tell it */
+bool readSheet(ipp_t *answer, Sheet *sheet)
+{
+    const auto collection = [](ipp_t *of, const char *name) {
+        ipp_attribute_t *found =
+            of ? ippFindAttribute(of, name, IPP_TAG_BEGIN_COLLECTION) : nullptr;
+        return found ? ippGetCollection(found, 0) : nullptr;
+    };
+    const auto millimetres = [](ipp_t *of, const char *name) {
+        ipp_attribute_t *found = of ? ippFindAttribute(of, name, IPP_TAG_INTEGER) : nullptr;
+        return found ? ippGetInteger(found, 0) / 100.0 : 0;
+    };
+    ipp_t *media = collection(answer, "media-col-default");
+    ipp_t *size = collection(media, "media-size");
+    Sheet read;
+    read.size = {millimetres(size, "x-dimension"), millimetres(size, "y-dimension")};
+    read.margins = {millimetres(media, "media-left-margin"), millimetres(media, "media-top-margin"),
+                    millimetres(media, "media-right-margin"),
+                    millimetres(media, "media-bottom-margin")};
+    if (printableArea(read).isEmpty()) {
+        return false;
+    }
+    *sheet = read;
+    return true;
+}
+
+QString readDelay(ipp_t *answer)
+{
+    ipp_attribute_t *state = ippFindAttribute(answer, "printer-state", IPP_TAG_ENUM);
+    if (!state || ippGetInteger(state, 0) != IPP_PSTATE_STOPPED) {
+        return {};
+    }
+    ipp_attribute_t *reason = ippFindAttribute(answer, "printer-state-reasons", IPP_TAG_KEYWORD);
+    return QStringLiteral(", which is stopped (%1): the job waits")
+        .arg(QString::fromUtf8(reason ? ippGetString(reason, 0, nullptr) : "unknown reason"));
+}
+
+/** Asks for a printer. \return without a name when it can't be used */
+Printer findPrinter(http_t *server, const QByteArray &name, QString *error)
+{
+    const char *const wanted[] = {"media-col-default", "printer-state", "printer-state-reasons"};
+    ipp_t *request = newRequest(IPP_OP_GET_PRINTER_ATTRIBUTES, name);
+    ippAddStrings(request, IPP_TAG_OPERATION, IPP_TAG_KEYWORD, "requested-attributes",
+                  int(std::size(wanted)), nullptr, wanted);
+    const Answer answer(cupsDoRequest(server, request, "/"));
+    if (!answer || cupsLastError() >= IPP_STATUS_ERROR_BAD_REQUEST) {
+        *error = cupsLastError() == IPP_STATUS_ERROR_NOT_FOUND
+            ? QStringLiteral("there is no printer \"%1\"").arg(QString::fromUtf8(name))
+            : QStringLiteral("printer %1 can't be asked: ").arg(QString::fromUtf8(name))
+                + lastError();
+        return {};
+    }
+    Printer printer;
+    printer.name = name;
+    printer.isSheetKnown = readSheet(answer.get(), &printer.sheet);
+    printer.delay = readDelay(answer.get());
+    return printer;
+}
+
+QImage imageOf(const cv::Mat &picture)
+{
+    return picture.channels() == 1 ? QImage(picture.data, picture.cols, picture.rows,
+                                            int(picture.step), QImage::Format_Grayscale8)
+                                   : toImage(picture);
+}
+
+/**
+ * Queues a page. Not by cupsCreateJob and its like: they connect anew behind our back, and such a
+ * connection has no limit of time.
+ * \return the job's number, 0 on failure
+ */
+int queue(http_t *server, const Printer &printer, const PrintJob &job, const QByteArray &page)
+{
+    ipp_t *request = newRequest(IPP_OP_PRINT_JOB, printer.name);
+    ippAddString(request, IPP_TAG_OPERATION, IPP_TAG_NAME, "job-name", nullptr,
+                 job.title.toUtf8().constData());
+    ippAddString(request, IPP_TAG_OPERATION, IPP_TAG_MIMETYPE, "document-format", nullptr,
+                 CUPS_FORMAT_PDF);
+    ippAddInteger(request, IPP_TAG_JOB, IPP_TAG_INTEGER, "copies", job.copies);
+    if (!printer.isSheetKnown) {
+        ippAddString(request, IPP_TAG_JOB, IPP_TAG_KEYWORD, "media", nullptr, "iso_a4_210x297mm");
+    }
+    if (job.isGrey) {
+        ippAddString(request, IPP_TAG_JOB, IPP_TAG_KEYWORD, "print-color-mode", nullptr,
+                     "monochrome");
+    }
+    const QByteArray resource = resourceOf(printer.name);
+    const size_t length = ippLength(request) + size_t(page.size());
+    const bool isBegun =
+        cupsSendRequest(server, request, resource.constData(), length) == HTTP_STATUS_CONTINUE;
+    ippDelete(request);
+    if (isBegun) { // a server that refuses says why in its answer, though it may not read all this
+        cupsWriteRequestData(server, page.constData(), size_t(page.size()));
+    }
+    const Answer answer(isBegun ? cupsGetResponse(server, resource.constData()) : nullptr);
+    ipp_attribute_t *number =
+        answer ? ippFindAttribute(answer.get(), "job-id", IPP_TAG_INTEGER) : nullptr;
+    return number && cupsLastError() < IPP_STATUS_ERROR_BAD_REQUEST ? ippGetInteger(number, 0) : 0;
+}
+
+} // namespace
+
+QByteArray printedPage(const PrintJob &job, const Sheet &sheet)
+{
+    constexpr int unitsPerInch = 1200; // of the page's coordinates; the picture keeps its pixels
+    constexpr double unitsPerMillimetre = unitsPerInch / 25.4;
+    const QRectF area = printableArea(sheet);
+    cv::Mat picture = job.isGrey ? greyOf(job.picture) : job.picture;
+    if ((picture.cols > picture.rows) != (area.width() > area.height())) {
+        cv::Mat turned;
+        cv::rotate(picture, turned, cv::ROTATE_90_CLOCKWISE);
+        picture = turned;
+    }
+    const QSizeF size = QSizeF(picture.cols, picture.rows).scaled(area.size(), Qt::KeepAspectRatio);
+    QRectF place(QPointF(), size);
+    place.moveCenter(area.center());
+
+    QBuffer file;
+    file.open(QIODevice::WriteOnly);
+    QPdfWriter writer(&file);
+    writer.setTitle(job.title);
+    writer.setResolution(unitsPerInch);
+    writer.setPageSize(
+        QPageSize(sheet.size, QPageSize::Millimeter, QString(), QPageSize::ExactMatch));
+    writer.setPageMargins({});
+    QPainter painter(&writer);
+    painter.scale(unitsPerMillimetre, unitsPerMillimetre);
+    painter.drawImage(place, imageOf(picture));
+    painter.end();
+    return file.data();
+}
+
+bool print(const PrintJob &job, const QString &printerName, QString *error)
+{
+    const Server server = connectToServer(error);
+    if (!server) {
+        return false;
+    }
+    const QByteArray name =
+        printerName.isEmpty() ? defaultPrinter(server.get(), error) : printerName.toUtf8();
+    if (name.isEmpty()) {
+        return false;
+    }
+    const Printer printer = findPrinter(server.get(), name, error);
+    if (printer.name.isEmpty()) {
+        return false;
+    }
+    const int number = queue(server.get(), printer, job, printedPage(job, printer.sheet));
+    if (number == 0) {
+        *error =
+            QStringLiteral("printer %1 takes no job: ").arg(QString::fromUtf8(name)) + lastError();
+        return false;
+    }
+    qInfo().noquote() << "portable:" << job.title + QStringLiteral(": print job") << number
+                      << "on printer" << QString::fromUtf8(name) + printer.delay;
+    return true;
+}
+
+} // namespace portable

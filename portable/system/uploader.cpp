@@ -1,0 +1,321 @@
+// SPDX-License-Identifier: MIT
+#include "portable/system/uploader.h"
+
+#include "portable/base/texts.h"
+
+#include <QCoreApplication>
+#include <QDebug>
+#include <QFile>
+#include <QFileInfo>
+#include <QMimeDatabase>
+#include <QRegularExpression>
+#include <QTextCodec>
+#include <QUrlQuery>
+#include <curl/curl.h>
+
+#include <array>
+#include <memory>
+
+namespace portable {
+
+namespace {
+
+constexpr int mostRedirects = 5;
+
+struct FreeHandle
+{
+    void operator()(CURL *handle) const { curl_easy_cleanup(handle); }
+};
+struct FreeForm
+{
+    void operator()(curl_mime *form) const { curl_mime_free(form); }
+};
+struct FreeHeaders
+{
+    void operator()(curl_slist *headers) const { curl_slist_free_all(headers); }
+};
+
+bool isWeb(const QUrl &address)
+{
+    return (address.scheme() == QLatin1String("http") || address.scheme() == QLatin1String("https"))
+        && !address.host().isEmpty();
+}
+
+/** The text of an answer in the encoding that its header names; else it is taken for UTF-8. */
+QString decoded(const QByteArray &answer, const char *contentType)
+{
+    static const QRegularExpression form(QStringLiteral("charset\\s*=\\s*\"?([^\\s;\"]+)"),
+                                         QRegularExpression::CaseInsensitiveOption);
+    const QString charset = form.match(QString::fromLatin1(contentType)).captured(1);
+    const QTextCodec *codec = QTextCodec::codecForName(charset.toLatin1());
+    return codec ? codec->toUnicode(answer) : QString::fromUtf8(answer);
+}
+
+/** One upload: curl's handle, what it is given, and what it has received. */
+class Transfer
+{
+public:
+    Transfer(const UploadRequest &request, const UploadLimits &limits)
+        : m_handle(curl_easy_init())
+        , m_form(curl_mime_init(m_handle.get()))
+        , m_headers(curl_slist_append(nullptr, "Expect:")) // some servers never say "continue"
+        , m_answerLimit(limits.answerBytes)
+    {
+        if (!isReady()) {
+            return;
+        }
+        m_hasFile = fillForm(request);
+        setUp(limits);
+    }
+
+    bool isReady() const { return m_handle && m_form && m_headers; }
+
+    /** Whether the file could be found; the transfer itself reads it, bit by bit. */
+    bool hasFile() const { return m_hasFile; }
+
+    /** Sends the form to an address. \return false with the reason when that gets no answer */
+    bool post(const QUrl &address, QString *error)
+    {
+        m_answer.clear();
+        m_error.fill('\0');
+        set(CURLOPT_URL, address.toEncoded().constData());
+        const CURLcode code = curl_easy_perform(m_handle.get());
+        if (code == CURLE_WRITE_ERROR) {
+            *error = QStringLiteral("the answer is longer than %1 bytes").arg(m_answerLimit);
+        } else if (code == CURLE_ABORTED_BY_CALLBACK) {
+            *error = QStringLiteral("given up, for the program ends");
+        } else if (code != CURLE_OK) {
+            const char *detail = m_error.front() ? m_error.data() : curl_easy_strerror(code);
+            *error = QString::fromUtf8(detail).simplified();
+        }
+        return code == CURLE_OK;
+    }
+
+    int status() const
+    {
+        long status = 0;
+        curl_easy_getinfo(m_handle.get(), CURLINFO_RESPONSE_CODE, &status);
+        return int(status);
+    }
+
+    /** Where the answer sends us; empty when it doesn't. */
+    QUrl redirection() const { return QUrl::fromEncoded(QByteArray(info(CURLINFO_REDIRECT_URL))); }
+
+    QString answer() const { return decoded(m_answer, info(CURLINFO_CONTENT_TYPE)); }
+
+private:
+    template <class Value> void set(CURLoption option, Value value)
+    {
+        curl_easy_setopt(m_handle.get(), option, value);
+    }
+
+    const char *info(CURLINFO which) const
+    {
+        const char *text = nullptr;
+        curl_easy_getinfo(m_handle.get(), which, &text);
+        return text;
+    }
+
+    bool fillForm(const UploadRequest &request)
+    {
+        for (const auto &[key, value] : request.fields) {
+            const QByteArray bytes = value.toUtf8();
+            curl_mimepart *part = addPart(key);
+            curl_mime_data(part, bytes.constData(), size_t(bytes.size()));
+        }
+        const QString field = request.fileField;
+        curl_mimepart *part = addPart(field.isEmpty() ? QStringLiteral("file") : field);
+        const bool hasFile =
+            curl_mime_filedata(part, QFile::encodeName(request.file).constData()) == CURLE_OK;
+        const QFileInfo file(request.file);
+        curl_mime_filename(part, file.fileName().toUtf8().constData());
+        curl_mime_type(part, QMimeDatabase().mimeTypeForFile(file).name().toUtf8().constData());
+        return hasFile;
+    }
+
+    curl_mimepart *addPart(const QString &name)
+    {
+        curl_mimepart *part = curl_mime_addpart(m_form.get());
+        curl_mime_name(part, name.toUtf8().constData());
+        return part;
+    }
+
+    void setUp(const UploadLimits &limits)
+    {
+        set(CURLOPT_MIMEPOST, m_form.get());
+        set(CURLOPT_HTTPHEADER, m_headers.get());
+        set(CURLOPT_USERAGENT, "doccamera"); // some firewalls refuse who has none
+#if LIBCURL_VERSION_NUM >= 0x075500
+        set(CURLOPT_PROTOCOLS_STR, "http,https");
+#else
+        set(CURLOPT_PROTOCOLS, long(CURLPROTO_HTTP | CURLPROTO_HTTPS));
+#endif
+        set(CURLOPT_SSL_VERIFYPEER, 1L);
+        set(CURLOPT_SSL_VERIFYHOST, 2L);
+        set(CURLOPT_FOLLOWLOCATION, 0L); // see upload()
+        set(CURLOPT_NOSIGNAL, 1L); // signals are no good in a program with threads
+        set(CURLOPT_CONNECTTIMEOUT_MS, long(limits.connect.count()));
+        set(CURLOPT_LOW_SPEED_LIMIT, 1L);
+        set(CURLOPT_LOW_SPEED_TIME, long(limits.stall.count()));
+        set(CURLOPT_TIMEOUT_MS, long(limits.whole.count()));
+        set(CURLOPT_ERRORBUFFER, m_error.data());
+        set(CURLOPT_WRITEFUNCTION, &Transfer::receive);
+        set(CURLOPT_WRITEDATA, this);
+        set(CURLOPT_XFERINFOFUNCTION, &Transfer::isToEnd);
+        set(CURLOPT_NOPROGRESS, 0L);
+    }
+
+    static size_t receive(const char *data, size_t, size_t size, void *self)
+    {
+        auto *transfer = static_cast<Transfer *>(self);
+        if (size > size_t(transfer->m_answerLimit - transfer->m_answer.size())) {
+            return 0;
+        }
+        transfer->m_answer.append(data, int(size));
+        return size;
+    }
+
+    /** Asked about once a second: the program's end waits for the threads of Qt's pool. */
+    static int isToEnd(void *, curl_off_t, curl_off_t, curl_off_t, curl_off_t)
+    {
+        return QCoreApplication::closingDown() ? 1 : 0;
+    }
+
+    const std::unique_ptr<CURL, FreeHandle> m_handle;
+    const std::unique_ptr<curl_mime, FreeForm> m_form;
+    const std::unique_ptr<curl_slist, FreeHeaders> m_headers;
+    const int m_answerLimit;
+    bool m_hasFile = false;
+    QByteArray m_answer;
+    std::array<char, CURL_ERROR_SIZE> m_error{};
+};
+
+/** Moved, and by what HTTP says (RFC 9110, 15.4) the same request may be sent to the new place. */
+bool isMoved(int status)
+{
+    return status == 301 || status == 307 || status == 308;
+}
+
+bool mayFollow(const QUrl &from, const QUrl &to)
+{
+    const QString secure = QStringLiteral("https");
+    return isWeb(to) && (from.scheme() != secure || to.scheme() == secure);
+}
+
+QString refusal(int status, const QUrl &redirection)
+{
+    const QString text = QStringLiteral("the server answered with HTTP status %1").arg(status);
+    return redirection.isEmpty()
+        ? text
+        : text + QStringLiteral(", sending us to ") + uploadLabel(redirection);
+}
+
+/**
+ * Redirections are followed by hand, for curl would make a GET without the file of some. 302 and
+ * 303 are not: they lead to the page of a result as well as to that of a login.
+ */
+UploadResult run(Transfer &transfer, QUrl address)
+{
+    UploadResult result;
+    for (int redirects = 0; transfer.post(address, &result.error); ++redirects) {
+        const int status = transfer.status();
+        const QUrl redirection = transfer.redirection();
+        if (isMoved(status) && redirects < mostRedirects && mayFollow(address, redirection)) {
+            address = redirection;
+            continue;
+        }
+        result.accepted = status >= 200 && status < 300;
+        result.answer = transfer.answer();
+        if (!result.accepted) {
+            result.error = refusal(status, redirection);
+        }
+        break;
+    }
+    return result;
+}
+
+} // namespace
+
+UploadResult upload(const UploadRequest &request, const UploadLimits &limits)
+{
+    static const bool isInitialized = curl_global_init(CURL_GLOBAL_DEFAULT) == CURLE_OK;
+    UploadResult result;
+    const QString noFile = QStringLiteral("there is no such file, or it may not be read");
+    if (!QFileInfo(request.file).isFile()) {
+        result.error = noFile;
+        return result;
+    }
+    Transfer transfer(request, limits);
+    if (!isInitialized || !transfer.isReady()) {
+        result.error = QStringLiteral("libcurl can't be used");
+        return result;
+    }
+    if (!transfer.hasFile()) {
+        result.error = noFile;
+        return result;
+    }
+    result = run(transfer, request.address);
+    if (result.accepted && request.removeFile) {
+        QFile sent(request.file);
+        if (!sent.remove()) {
+            qWarning().noquote() << "portable:" << logText(request.file)
+                                 << "was sent, but can't be removed:" << sent.errorString();
+        }
+    }
+    return result;
+}
+
+QUrl uploadAddress(const QString &host, const QString &page, long port, QString *error)
+{
+    static const QRegularExpression scheme(QStringLiteral("^[A-Za-z][A-Za-z0-9+.-]*://"));
+    const QString text = host.trimmed();
+    QUrl address(scheme.match(text).hasMatch() ? text : QStringLiteral("http://") + text);
+    const int question = page.indexOf(QLatin1Char('?'));
+    QString path = page.left(question).trimmed();
+    if (!path.isEmpty()) {
+        while (path.startsWith(QLatin1Char('/'))) {
+            path.remove(0, 1);
+        }
+        QString folder = address.path(QUrl::FullyEncoded);
+        if (!folder.endsWith(QLatin1Char('/'))) {
+            folder += QLatin1Char('/');
+        }
+        address.setPath(folder + path, QUrl::TolerantMode);
+    }
+    if (question >= 0) {
+        address.setQuery(page.mid(question + 1).trimmed(), QUrl::TolerantMode);
+    }
+    address.setFragment({});
+    if (port < 0 || port > 65535) {
+        *error = QStringLiteral("there is no port %1").arg(port);
+        return {};
+    }
+    if (port != 0) {
+        address.setPort(int(port));
+    }
+    if (!address.isValid() || !isWeb(address)) {
+        *error = QStringLiteral("it is no address of http or https");
+        return {};
+    }
+    return address;
+}
+
+UploadFields uploadFields(const QString &text)
+{
+    UploadFields fields;
+    const auto items = QUrlQuery(text).queryItems(QUrl::FullyDecoded);
+    for (const auto &item : items) {
+        if (!item.first.isEmpty()) {
+            fields.emplace_back(item.first, item.second);
+        }
+    }
+    return fields;
+}
+
+QString uploadLabel(const QUrl &address)
+{
+    return logText(address.toString(QUrl::RemoveUserInfo | QUrl::RemoveQuery | QUrl::RemoveFragment
+                                    | QUrl::FullyEncoded));
+}
+
+} // namespace portable
