@@ -5,8 +5,8 @@
 #include "bench/ratios.h"
 #include "portable/face/faceengine.h"
 #include "portable/finger/fingerprint.h"
-#include "portable/picture/imagefile.h"
-#include "portable/picture/images.h"
+#include "portable/picture/imageconversion.h"
+#include "portable/picture/uprightimage.h"
 #include "tests/drawnface.h"
 #include "tests/drawnfinger.h"
 

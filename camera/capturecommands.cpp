@@ -16,7 +16,7 @@
 
 namespace {
 
-constexpr int mostPartsLogged = 100; // SplitPic takes two; a text of nothing but "," fills no log
+constexpr int maxPartsLogged = 100; // SplitPic takes two; a text of nothing but "," fills no log
 
 /// The running camera's picture as base64 of a JPEG; empty without one.
 QString currentFrame()
@@ -78,7 +78,7 @@ QString MessageRun::SplitPic_callback(QString name, QString args, MessageRun *)
 {
     const Arguments fields(args);
     QStringList parts;
-    for (int i = 0; i < std::min(fields.count(), mostPartsLogged); ++i)
+    for (int i = 0; i < std::min(fields.count(), maxPartsLogged); ++i)
         parts << fields.text(i);
     if (parts.size() >= 2)
         traceLine("messagerun", __LINE__, __func__) << parts;

@@ -13,15 +13,12 @@ add_library(server_core STATIC
     camera/scancommands.cpp
     camera/settingscommands.cpp
     camera/stoprecthread.cpp
-    companion/companionclient.cpp
-    companion/companioncommands.cpp
-    companion/configini.cpp
-    companion/signsouthinterface.cpp
-    companion/webbrowser.cpp
-    companion/webbrowsersouthinterface.cpp
-    device/statuscommands.cpp
-    device/upload.cpp
-    device/uploadcommands.cpp
+    companionclients/companionclient.cpp
+    companionclients/companioncommands.cpp
+    companionclients/configini.cpp
+    companionclients/signsouthinterface.cpp
+    companionclients/webbrowser.cpp
+    companionclients/webbrowsersouthinterface.cpp
     dispatch/arguments.cpp
     dispatch/base64.cpp
     dispatch/base64commands.cpp
@@ -37,8 +34,11 @@ add_library(server_core STATIC
     log/qlog.cpp
     log/qlogtonet.cpp
     log/trace.cpp
+    status/statuscommands.cpp
     transport/clientlink.cpp
-    transport/websocketservermanager.cpp)
+    transport/websocketservermanager.cpp
+    upload/upload.cpp
+    upload/uploadcommands.cpp)
 target_include_directories(server_core PUBLIC ${PROJECT_SOURCE_DIR})
 target_link_libraries(server_core
     PUBLIC devicelib Qt5::Core Qt5::Gui Qt5::Network Qt5::WebSockets Qt5::Widgets

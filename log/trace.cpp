@@ -7,7 +7,7 @@
 
 namespace {
 
-/// "companion/signsouthinterface.cpp" -> "signsouthinterface"
+/// "companionclients/signsouthinterface.cpp" -> "signsouthinterface"
 QByteArray baseName(const char *file)
 {
     const char *slash = std::strrchr(file, '/');

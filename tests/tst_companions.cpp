@@ -2,9 +2,9 @@
 //
 // The clients of the signature service and the browser helper, against fakes on real local sockets.
 
-#include "companion/signsouthinterface.h"
-#include "companion/webbrowser.h"
-#include "companion/webbrowsersouthinterface.h"
+#include "companionclients/signsouthinterface.h"
+#include "companionclients/webbrowser.h"
+#include "companionclients/webbrowsersouthinterface.h"
 #include "dispatch/messagerun.h"
 #include "tests/messages.h"
 #include "tests/pages.h"

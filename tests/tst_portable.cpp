@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: MIT
 // The portable library's sources, its devices.ini, and its exported functions.
 #include "devicelib/doccamera.h"
-#include "portable/camera/deviceconfig.h"
+#include "portable/camera/camerasources.h"
 #include "portable/camera/scenesource.h"
 #include "portable/camera/v4l2source.h"
-#include "portable/picture/images.h"
+#include "portable/picture/imageconversion.h"
 #include "portable/picture/orientation.h"
 #include "tests/portabletest.h"
 
@@ -213,7 +213,7 @@ private Q_SLOTS:
 
     void sceneMovesInItsClockAlone()
     {
-        const DeskScene scene({1920, 1080});
+        const TestScene scene({1920, 1080});
         cv::Mat early = scene.background().clone();
         cv::Mat late = scene.background().clone();
         scene.drawClock(early, QTime(10, 9, 30, 0));

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 // What the portable library reads in codes that another program (zint) has made.
 #include "devicelib/doccamera.h"
-#include "portable/camera/deskscene.h"
+#include "portable/camera/testscene.h"
 #include "tests/portabletest.h"
 
 #include <QImage>

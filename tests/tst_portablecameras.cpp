@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 // The portable library's camera threads: readers, settings, loss and return, many callers at once.
-#include "portable/camera/cameras.h"
-#include "portable/camera/deviceconfig.h"
+#include "portable/camera/cameraset.h"
+#include "portable/camera/camerasources.h"
 #include "tests/fakesource.h"
 #include "tests/portabletest.h"
 
@@ -41,14 +41,14 @@ struct OneCamera
 struct ManyCameras
 {
     std::shared_ptr<FakeDevice> device = std::make_shared<FakeDevice>();
-    Cameras cameras{[this](int camera, QString *error) -> std::unique_ptr<FrameSource> {
-                        if (camera == 3) {
-                            *error = QStringLiteral("there is none");
-                            return nullptr;
-                        }
-                        return std::make_unique<FakeSource>(device);
-                    },
-                    patient};
+    CameraSet cameras{[this](int camera, QString *error) -> std::unique_ptr<FrameSource> {
+                          if (camera == 3) {
+                              *error = QStringLiteral("there is none");
+                              return nullptr;
+                          }
+                          return std::make_unique<FakeSource>(device);
+                      },
+                      patient};
 };
 
 } // namespace
@@ -255,7 +255,7 @@ private Q_SLOTS:
     void manyCallersAtOnce()
     {
         ManyCameras many;
-        Cameras &cameras = many.cameras;
+        CameraSet &cameras = many.cameras;
         std::atomic<int> frames{0};
         Repeaters callers;
         const auto look = [&frames](const cv::Mat &frame) {

@@ -1,12 +1,12 @@
 // SPDX-License-Identifier: MIT
 // The portable library's settings, captures, watermark, and its search for pages.
 #include "devicelib/doccamera.h"
-#include "portable/base/wholefile.h"
+#include "portable/base/atomicfile.h"
 #include "portable/camera/camera.h"
-#include "portable/camera/deskscene.h"
+#include "portable/camera/testscene.h"
 #include "portable/camera/v4l2controls.h"
 #include "portable/picture/bookfold.h"
-#include "portable/picture/images.h"
+#include "portable/picture/imageconversion.h"
 #include "portable/picture/pagefinder.h"
 #include "portable/picture/picturefile.h"
 #include "tests/portabletest.h"
@@ -549,10 +549,10 @@ private Q_SLOTS:
     {
         for (const double slope : {0.0, 0.6, 2.3, -1.4, -4.0}) {
             const cv::Mat page = textPage({1200, 850}, slope);
-            QVERIFY2(qAbs(textSlope(page) - slope) < 0.2, qPrintable(QString::number(slope)));
+            QVERIFY2(qAbs(skewAngle(page) - slope) < 0.2, qPrintable(QString::number(slope)));
             cv::Mat picture = desk(Desk::Plain, {1920, 1080});
             lay(page, turnedPage({960, 540}, 1200, 850, 5), picture);
-            QVERIFY(qAbs(textSlope(straightenedPage(picture))) < 0.3);
+            QVERIFY(qAbs(skewAngle(straightenedPage(picture))) < 0.3);
         }
     }
 
@@ -560,8 +560,8 @@ private Q_SLOTS:
     {
         cv::Mat photo(850, 1200, CV_8UC3);
         cv::randu(photo, 0, 255);
-        QCOMPARE(textSlope(photo), 0.0);
-        QCOMPARE(textSlope(cv::Mat(850, 1200, CV_8UC3, cv::Scalar::all(240))), 0.0);
+        QCOMPARE(skewAngle(photo), 0.0);
+        QCOMPARE(skewAngle(cv::Mat(850, 1200, CV_8UC3, cv::Scalar::all(240))), 0.0);
     }
 
     void watermarkIsOnTheFileAlone()

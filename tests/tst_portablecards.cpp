@@ -431,7 +431,7 @@ private Q_SLOTS:
     /** Whatever one answer a card repeats, a read of it ends. */
     void hostileCards_data()
     {
-        const Rows<QByteArray, int> row("answer", "mostCommands");
+        const Rows<QByteArray, int> row("answer", "maxCommands");
         // clang-format off
         row("more and more",         "00006100",                         16);
         row("another length",        "6C01",                             40);
@@ -445,11 +445,11 @@ private Q_SLOTS:
     void hostileCards()
     {
         QFETCH(QByteArray, answer);
-        QFETCH(int, mostCommands);
+        QFETCH(int, maxCommands);
         StubbornCard card(answer);
         const QString told = toldBy(card);
         QVERIFY2(told.startsWith(QLatin1Char('!')), qPrintable(told));
-        QVERIFY2(card.commands <= mostCommands, qPrintable(QString::number(card.commands)));
+        QVERIFY2(card.commands <= maxCommands, qPrintable(QString::number(card.commands)));
     }
 
     void slowCard()

@@ -3,7 +3,7 @@
 // looked at by other programs.
 #include "devicelib/doccamera.h"
 #include "portable/document/pagespool.h"
-#include "portable/picture/images.h"
+#include "portable/picture/imageconversion.h"
 #include "tests/portabletest.h"
 
 #include <QImageReader>

@@ -6,8 +6,8 @@
 #include "portable/face/faceengine.h"
 #include "portable/face/liveness.h"
 #include "portable/face/modelweights.h"
-#include "portable/picture/imagefile.h"
-#include "portable/picture/images.h"
+#include "portable/picture/imageconversion.h"
+#include "portable/picture/uprightimage.h"
 #include "tests/drawnface.h"
 #include "tests/portabletest.h"
 

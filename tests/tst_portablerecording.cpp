@@ -43,7 +43,7 @@ private:
     std::atomic<qint64> m_passed{0};
 };
 
-/** Cameras of 80 x 60 that are all the same device, number 1 open, and a recorder. */
+/** CameraSet of 80 x 60 that are all the same device, number 1 open, and a recorder. */
 struct Studio
 {
     explicit Studio(RecorderTimes times, double framesPerSecond = 100)
@@ -57,8 +57,8 @@ struct Studio
 
     const double rate;
     std::shared_ptr<FakeDevice> device = std::make_shared<FakeDevice>();
-    Cameras cameras{[this](int, QString *) { return std::make_unique<FakeSource>(device, rate); },
-                    {2000ms, 5ms}};
+    CameraSet cameras{[this](int, QString *) { return std::make_unique<FakeSource>(device, rate); },
+                      {2000ms, 5ms}};
     Recorder recorder;
 };
 

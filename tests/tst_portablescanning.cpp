@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 // The portable library's scans: when they take a shot, what they write, and who hears of it.
 #include "devicelib/doccamera.h"
-#include "portable/camera/deskscene.h"
+#include "portable/camera/testscene.h"
 #include "portable/picture/picturefile.h"
 #include "portable/picture/stillness.h"
 #include "portable/recording/scanner.h"
@@ -72,7 +72,7 @@ private:
     const std::shared_ptr<Desk> m_desk;
 };
 
-/** Cameras that all look at one desk, number 1 open, and a scanner that waits little. */
+/** CameraSet that all look at one desk, number 1 open, and a scanner that waits little. */
 struct Office
 {
     explicit Office(std::chrono::milliseconds cameraChange = 200ms)
@@ -83,7 +83,7 @@ struct Office
 
     const ScannerTimes times;
     std::shared_ptr<Desk> desk = std::make_shared<Desk>();
-    Cameras cameras{[this](int, QString *) { return std::make_unique<DeskSource>(desk); }};
+    CameraSet cameras{[this](int, QString *) { return std::make_unique<DeskSource>(desk); }};
     Scanner scanner{cameras,
                     [this] {
                         cv::Mat frame;
@@ -147,7 +147,7 @@ private Q_SLOTS:
 
     void smallChangesAreNoMovement()
     {
-        const DeskScene scene({1280, 720});
+        const TestScene scene({1280, 720});
         Stillness stillness(1s);
         Stillness::Clock::time_point time;
         cv::Mat noise(scene.background().size(), CV_16SC3);

@@ -2,7 +2,7 @@
 //
 // The signature service: its frames, what it does to PDFs, and the program as the server meets it.
 
-#include "companion/signsouthinterface.h"
+#include "companionclients/signsouthinterface.h"
 #include "companions/common/requestserver.h"
 #include "companions/signature/failure.h"
 #include "companions/signature/pdfdocument.h"

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include "app/singleinstance.h"
-#include "companion/configini.h"
+#include "companionclients/configini.h"
 #include "tests/rows.h"
 
 #include <QCoreApplication>

@@ -3,8 +3,8 @@
 
 #include "camera/captureimgthread.h"
 #include "camera/stoprecthread.h"
-#include "companion/signsouthinterface.h"
-#include "companion/webbrowser.h"
+#include "companionclients/signsouthinterface.h"
+#include "companionclients/webbrowser.h"
 #include "dispatch/messagerun.h"
 #include "identity/facematchthread.h"
 #include "identity/livingbodydetectthread.h"

@@ -10,7 +10,7 @@
 
 namespace {
 
-constexpr int mostConnections = 8; // the client and some that have not asked for anything yet
+constexpr int maxConnections = 8; // the client and some that have not asked for anything yet
 constexpr int probeWaitMs = 2000;
 constexpr int lockWaitMs = 10000;
 
@@ -79,7 +79,7 @@ void RequestServer::takeConnections()
         connect(socket, &QLocalSocket::readyRead, this,
                 [this, socket, reader] { read(socket, reader.get()); });
         connect(socket, &QLocalSocket::disconnected, this, [this, socket] { forget(socket); });
-        if (m_sockets.size() > mostConnections)
+        if (m_sockets.size() > maxConnections)
             m_sockets[m_sockets.first() == m_client ? 1 : 0]->abort();
         if (socket->state() == QLocalSocket::ConnectedState)
             read(socket, reader.get()); // what came before the signal was connected

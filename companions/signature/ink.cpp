@@ -99,14 +99,14 @@ const QColor Ink::color(13, 20, 56);
 
 void Ink::begin(const InkPoint &point)
 {
-    if (m_points < mostPoints)
+    if (m_points < maxPoints)
         m_strokes << Stroke();
     add(point);
 }
 
 void Ink::add(const InkPoint &point)
 {
-    if (m_points >= mostPoints || m_strokes.isEmpty())
+    if (m_points >= maxPoints || m_strokes.isEmpty())
         return;
     m_strokes.last() << point;
     ++m_points;
@@ -210,8 +210,8 @@ Ink Ink::fromJson(const QByteArray &json)
             seconds = ink.m_strokes.last().last().seconds;
         }
     }
-    if (ink.m_points >= mostPoints)
-        throw QStringLiteral("%1 points or more").arg(mostPoints);
+    if (ink.m_points >= maxPoints)
+        throw QStringLiteral("%1 points or more").arg(maxPoints);
     return ink;
 }
 

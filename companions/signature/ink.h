@@ -34,10 +34,10 @@ class Ink
 public:
     using Stroke = QVector<InkPoint>;
 
-    static constexpr int mostPoints = 20000; ///< a pen writes some 100 a second
+    static constexpr int maxPoints = 20000; ///< a pen writes some 100 a second
     static const QColor color;
 
-    /** Begins a stroke. Points beyond `mostPoints` are dropped. */
+    /** Begins a stroke. Points beyond `maxPoints` are dropped. */
     void begin(const InkPoint &point);
     /** Goes on with the stroke begun last. */
     void add(const InkPoint &point);

@@ -9,7 +9,7 @@
 
 namespace {
 
-constexpr int mostNames = 10000;
+constexpr int maxNames = 10000;
 
 QString numbered(const QFileInfo &wanted, int number)
 {
@@ -40,7 +40,7 @@ QString NewFiles::write(const QString &wanted, const QByteArray &bytes,
             SigningFailure::NotWritten,
             QStringLiteral("can't write into %1: %2").arg(info.absolutePath(), file.errorString())};
     // Renaming fails where the name is taken, so that two who want it get one each.
-    for (int number = 1; number <= mostNames; ++number) {
+    for (int number = 1; number <= maxNames; ++number) {
         const QString path = numbered(info, number);
         if (QFileInfo::exists(path))
             continue;

@@ -8,7 +8,7 @@ namespace {
 constexpr int longSide = 2200; // pixels: enough to zoom in on a customer's screen
 constexpr int timeLimitMs = 20000;
 constexpr rlim_t memoryLimit = 1024L * 1024 * 1024;
-constexpr int mostImages = 4;
+constexpr int maxImages = 4;
 
 class LimitedProcess : public QProcess
 {
@@ -94,7 +94,7 @@ void PageRenderer::finish(int page, bool ended)
         Q_EMIT failed(page, QStringLiteral("pdftoppm drew nothing: ") + said);
         return;
     }
-    if (m_images.size() >= mostImages)
+    if (m_images.size() >= maxImages)
         m_images.erase(m_images.begin());
     m_images.insert(page, image);
     Q_EMIT rendered(page, image);

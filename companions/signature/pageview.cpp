@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "companions/signature/pageview.h"
 
-#include "companions/signature/look.h"
+#include "companions/signature/palette.h"
 
 #include <QMouseEvent>
 #include <QPainter>
@@ -23,7 +23,7 @@ protected:
         QPainter painter(this);
         painter.fillRect(rect(), Qt::white);
         if (image.isNull()) {
-            painter.setPen(look::quiet);
+            painter.setPen(palette::quiet);
             painter.drawText(rect(), Qt::AlignCenter, QStringLiteral("… 正在打开  Opening …"));
             return;
         }
@@ -37,7 +37,7 @@ protected:
         painter.setRenderHint(QPainter::Antialiasing);
         if (!place.isNull())
             paintPlace(&painter);
-        painter.setPen(QPen(look::line, 1));
+        painter.setPen(QPen(palette::line, 1));
         painter.setBrush(Qt::NoBrush);
         painter.drawRect(rect().adjusted(0, 0, -1, -1));
     }
@@ -47,9 +47,9 @@ private:
     {
         const QRectF box(place.x() * width(), place.y() * height(), place.width() * width(),
                          place.height() * height());
-        QColor fill = look::accent;
+        QColor fill = palette::accent;
         fill.setAlpha(28);
-        painter->setPen(QPen(look::accent, 1.5, Qt::DashLine));
+        painter->setPen(QPen(palette::accent, 1.5, Qt::DashLine));
         painter->setBrush(fill);
         painter->drawRoundedRect(box.adjusted(-3, -3, 3, 3), 3, 3);
         painter->save();

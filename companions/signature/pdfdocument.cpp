@@ -24,7 +24,7 @@ namespace {
 
 // Annex C.2: the highest object number that readers have to take.
 constexpr long long highestObject = 8388607;
-constexpr int mostAdded = 6; // objects of an update
+constexpr int maxAdded = 6; // objects of an update
 
 constexpr std::size_t largestContent = 16 * 1024 * 1024; // bytes of a page, unpacked
 
@@ -286,7 +286,7 @@ struct PdfDocument::Parsed
             throw std::runtime_error("no /Size in its trailer");
         highestInFile =
             std::max(static_cast<long long>(pdf.getObjectCount()), size.getIntValue() - 1);
-        if (highestInFile > highestObject - mostAdded)
+        if (highestInFile > highestObject - maxAdded)
             throw std::runtime_error("too many objects");
         pages = pdf.getAllPages();
     }

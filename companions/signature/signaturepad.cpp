@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "companions/signature/signaturepad.h"
 
-#include "companions/signature/look.h"
+#include "companions/signature/palette.h"
 
 #include <QMouseEvent>
 #include <QPainter>
@@ -178,11 +178,11 @@ void SignaturePad::drawFinished()
 void SignaturePad::paintGround(QPainter *painter) const
 {
     const QRectF pad = area();
-    painter->setPen(QPen(look::line, 2));
+    painter->setPen(QPen(palette::line, 2));
     painter->setBrush(Qt::white);
     painter->drawRoundedRect(pad, 10, 10);
     const double baseline = pad.top() + pad.height() * 0.78;
-    painter->setPen(QPen(look::line, 2, Qt::DashLine));
+    painter->setPen(QPen(palette::line, 2, Qt::DashLine));
     painter->drawLine(QPointF(pad.left() + pad.width() * 0.06, baseline),
                       QPointF(pad.right() - pad.width() * 0.06, baseline));
     if (!m_ink.strokes().isEmpty())
@@ -190,7 +190,7 @@ void SignaturePad::paintGround(QPainter *painter) const
     QFont large = font();
     large.setPixelSize(std::max(12, int(pad.height() * 0.16)));
     painter->setFont(large);
-    painter->setPen(look::placeholder);
+    painter->setPen(palette::placeholder);
     painter->drawText(pad.adjusted(0, 0, 0, -pad.height() * 0.28), Qt::AlignCenter,
                       QStringLiteral("请在此处签名"));
     large.setPixelSize(std::max(10, int(pad.height() * 0.08)));

@@ -2,8 +2,8 @@
 #include "companions/signature/signwindow.h"
 
 #include "companions/common/customerscreen.h"
-#include "companions/signature/look.h"
 #include "companions/signature/pageview.h"
+#include "companions/signature/palette.h"
 #include "companions/signature/signaturepad.h"
 
 #include <QCloseEvent>
@@ -68,11 +68,11 @@ QString styleFor(int unit)
         QScrollArea { background: transparent; }
         )")
         .arg(unit)
-        .arg(look::ground.name(), look::text.name(), look::header.name())
+        .arg(palette::ground.name(), palette::text.name(), palette::header.name())
         .arg(unit * 14 / 10)
-        .arg(look::quiet.name(), look::line.name())
+        .arg(palette::quiet.name(), palette::line.name())
         .arg(unit * 7 / 10)
-        .arg(look::placeholder.name(), look::accent.name())
+        .arg(palette::placeholder.name(), palette::accent.name())
         .arg(unit * 3 / 10)
         .arg(unit * 8 / 10);
 }
@@ -239,7 +239,7 @@ void SignWindow::tick()
     }
     m_time->setText(QStringLiteral("剩余时间 Time left  %1 s").arg(m_secondsLeft));
     if (m_secondsLeft <= urgentSeconds)
-        m_time->setStyleSheet(QStringLiteral("color: %1").arg(look::urgent.name()));
+        m_time->setStyleSheet(QStringLiteral("color: %1").arg(palette::urgent.name()));
 }
 
 void SignWindow::turnTo(int page)

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "portable/base/writecheck.h"
 
-#include "portable/base/wholefile.h"
+#include "portable/base/atomicfile.h"
 
 namespace portable {
 

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "portable/camera/camera.h"
 
-#include "portable/camera/deviceconfig.h"
+#include "portable/camera/camerasources.h"
 
 #include <QDebug>
 

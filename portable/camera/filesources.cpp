@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "portable/camera/filesources.h"
 
-#include "portable/picture/images.h"
+#include "portable/picture/imageconversion.h"
 
 #include <QDebug>
 #include <QDir>

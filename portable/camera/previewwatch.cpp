@@ -3,7 +3,7 @@
 
 namespace portable {
 
-PreviewWatch::PreviewWatch(const Cameras &cameras, std::chrono::milliseconds change)
+PreviewWatch::PreviewWatch(const CameraSet &cameras, std::chrono::milliseconds change)
     : m_cameras(cameras)
     , m_change(change)
     , m_seen(Clock::now())

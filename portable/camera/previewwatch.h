@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include "portable/camera/cameras.h"
+#include "portable/camera/cameraset.h"
 
 #include <chrono>
 #include <memory>
@@ -16,13 +16,13 @@ class PreviewWatch
 {
 public:
     /** \param change  how long a change of cameras may take */
-    PreviewWatch(const Cameras &cameras, std::chrono::milliseconds change);
+    PreviewWatch(const CameraSet &cameras, std::chrono::milliseconds change);
 
     /** The camera of the preview; null while there is none. */
     std::shared_ptr<Camera> camera();
 
     /**
-     * Whether, by the last camera(), the preview had ended: announced (Cameras::announceEnd), or
+     * Whether, by the last camera(), the preview had ended: announced (CameraSet::announceEnd), or
      * there was none for longer than a change takes.
      */
     bool ended() const { return m_ended; }
@@ -30,7 +30,7 @@ public:
 private:
     using Clock = std::chrono::steady_clock;
 
-    const Cameras &m_cameras;
+    const CameraSet &m_cameras;
     const std::chrono::milliseconds m_change;
     Clock::time_point m_seen; // when there was one last
     bool m_ended = false;

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "portable/camera/deskscene.h"
+#include "portable/camera/testscene.h"
 
 #include <QPainter>
 #include <QPainterPath>

@@ -11,7 +11,7 @@ SceneSource::SceneSource(const cv::Size &usualSize, double framesPerSecond)
 
 bool SceneSource::open(const cv::Size &wanted, QString * /*error*/)
 {
-    m_scene = std::make_unique<DeskScene>(sizeFor(wanted));
+    m_scene = std::make_unique<TestScene>(sizeFor(wanted));
     m_pool.clear(); // its frames show the scene that was
     return true;
 }

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include "portable/camera/deskscene.h"
 #include "portable/camera/framesource.h"
+#include "portable/camera/testscene.h"
 #include "portable/picture/framepool.h"
 
 #include <memory>
@@ -27,7 +27,7 @@ public:
 private:
     const cv::Size m_usualSize;
     const double m_framesPerSecond;
-    std::unique_ptr<DeskScene> m_scene; // while open
+    std::unique_ptr<TestScene> m_scene; // while open
     FramePool m_pool;
 };
 

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "portable/camera/shot.h"
 
-#include "portable/camera/cameras.h"
+#include "portable/camera/cameraset.h"
 #include "portable/picture/pagefinder.h"
 
 #include <QDebug>
@@ -44,7 +44,7 @@ cv::Mat pageOrWhole(const cv::Mat &frame)
 cv::Mat takePlainShot(const CaptureSettings &settings)
 {
     cv::Mat frame;
-    if (!Cameras::instance().currentFrame(frame)) {
+    if (!CameraSet::instance().currentFrame(frame)) {
         qWarning(
             "portable: there is nothing to capture: no camera is open, or it delivers nothing");
         return {};
@@ -64,7 +64,7 @@ cv::Mat takePlainShot(const CaptureSettings &settings)
 
 cv::Mat takeShot()
 {
-    const CaptureSettings settings = Cameras::instance().settings().capture();
+    const CaptureSettings settings = CameraSet::instance().settings().capture();
     cv::Mat shot = takePlainShot(settings);
     stamp(shot, settings.watermark, settings.dpi.y);
     return shot;
@@ -72,17 +72,17 @@ cv::Mat takeShot()
 
 cv::Mat takePlainShot()
 {
-    return takePlainShot(Cameras::instance().settings().capture());
+    return takePlainShot(CameraSet::instance().settings().capture());
 }
 
 Dpi shotDpi()
 {
-    return Cameras::instance().settings().capture().dpi;
+    return CameraSet::instance().settings().capture().dpi;
 }
 
 int shotQuality()
 {
-    return Cameras::instance().settings().capture().quality;
+    return CameraSet::instance().settings().capture().quality;
 }
 
 } // namespace portable

@@ -5,7 +5,7 @@ namespace portable {
 
 namespace {
 
-constexpr int mostParts = 16; // of one answer: 4 KiB
+constexpr int maxParts = 16; // of one answer: 4 KiB
 constexpr int asMuchAsThereIs = 0; // expected length; up to 256 bytes
 
 QByteArray encoded(const CardCommand &command, int expected, bool isT0)
@@ -47,7 +47,7 @@ CardAnswer CardChannel::send(const CardCommand &command)
     }
     QByteArray data = answer.data;
     for (int parts = 1; answer.status >> 8 == 0x61; ++parts) { // so much more is there
-        if (parts == mostParts) {
+        if (parts == maxParts) {
             m_failure = QStringLiteral("its answer doesn't end");
             return {};
         }

@@ -10,8 +10,8 @@ namespace portable {
 
 namespace {
 
-constexpr int mostRecords = 48; // that are read of one application; real ones have 3 to 12
-constexpr size_t mostApplications = 12;
+constexpr int maxRecords = 48; // that are read of one application; real ones have 3 to 12
+constexpr size_t maxApplications = 12;
 
 // EMV Book 3, annex A
 constexpr quint32 tagApplication = 0x4F;
@@ -107,7 +107,7 @@ void addApplications(const QByteArray &directory, std::vector<Application> *appl
         const QByteArray identifier = findTlv(entry, tagApplication);
         const QByteArray priority = findTlv(entry, tagPriority);
         if (identifier.size() >= 5 && identifier.size() <= 16
-            && applications->size() < mostApplications) {
+            && applications->size() < maxApplications) {
             applications->push_back(
                 {identifier, priority.isEmpty() ? 0 : byteAt(priority, 0) & 0x0F});
         }
@@ -125,7 +125,7 @@ std::vector<Application> directory(CardChannel &card, const char *name)
     addApplications(answer.data, &applications); // contactless: all stand here
     const QByteArray file = findTlv(answer.data, tagDirectoryFile); // contact: in a file
     if (!file.isEmpty() && byteAt(file, 0) >= 1 && byteAt(file, 0) <= 30) {
-        for (int number = 1; number <= mostRecords; ++number) {
+        for (int number = 1; number <= maxRecords; ++number) {
             const CardAnswer record = card.readRecord(number, byteAt(file, 0));
             if (!record.isOk()) {
                 break;
@@ -189,7 +189,7 @@ QByteArray fileLocator(const QByteArray &answer)
 /** Reads the records that are named, until the card's number and expiry are known. */
 void readRecords(CardChannel &channel, const QByteArray &locator, BankCard *card)
 {
-    int left = mostRecords;
+    int left = maxRecords;
     for (int place = 0; place + 4 <= locator.size(); place += 4) {
         const int file = byteAt(locator, place) >> 3;
         const int first = byteAt(locator, place + 1);

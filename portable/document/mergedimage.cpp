@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "portable/document/mergedimage.h"
 
-#include "portable/base/wholefile.h"
+#include "portable/base/atomicfile.h"
 #include "portable/document/pageimage.h"
 #include "portable/picture/jpegfile.h"
 
@@ -44,9 +44,9 @@ bool layOut(const std::vector<PageSpool::Entry> &pages, const MergePlan &plan, L
         along += size.width;
         across = std::max<double>(across, size.height);
     }
-    const double mostAlong = limit(plan.sideBySide ? plan.mostWidth : plan.mostHeight);
-    const double mostAcross = limit(plan.sideBySide ? plan.mostHeight : plan.mostWidth);
-    layout->scale = std::min({1.0, mostAlong / along, mostAcross / across});
+    const double maxAlong = limit(plan.sideBySide ? plan.maxWidth : plan.maxHeight);
+    const double maxAcross = limit(plan.sideBySide ? plan.maxHeight : plan.maxWidth);
+    layout->scale = std::min({1.0, maxAlong / along, maxAcross / across});
 
     // Edges are rounded, not sizes, so that what touched still does.
     double position = 0;
@@ -146,7 +146,7 @@ QByteArray merged(const PageSpool &pages, const MergePlan &plan, int quality, QS
 
 } // namespace
 
-bool readMergePlan(short direction, short gap, qint64 mostWidth, qint64 mostHeight, MergePlan *plan,
+bool readMergePlan(short direction, short gap, qint64 maxWidth, qint64 maxHeight, MergePlan *plan,
                    QString *error)
 {
     constexpr short widestGap = 1000;
@@ -154,10 +154,10 @@ bool readMergePlan(short direction, short gap, qint64 mostWidth, qint64 mostHeig
         *error = QStringLiteral("there is no direction %1").arg(direction);
     } else if (gap < 0 || gap > widestGap) {
         *error = QStringLiteral("a gap of %1 pixels is not from 0 to %2").arg(gap).arg(widestGap);
-    } else if (mostWidth < 0 || mostHeight < 0) {
-        *error = QStringLiteral("a largest size of %1 x %2 pixels").arg(mostWidth).arg(mostHeight);
+    } else if (maxWidth < 0 || maxHeight < 0) {
+        *error = QStringLiteral("a largest size of %1 x %2 pixels").arg(maxWidth).arg(maxHeight);
     } else {
-        *plan = {direction == 1, gap, mostWidth, mostHeight};
+        *plan = {direction == 1, gap, maxWidth, maxHeight};
         return true;
     }
     return false;

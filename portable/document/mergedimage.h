@@ -10,12 +10,12 @@ struct MergePlan
 {
     bool sideBySide = false; ///< Or else one under another.
     int gap = 0; ///< White pixels between two.
-    qint64 mostWidth = 0; ///< Of the result in pixels; 0: no limit but that of JPEG.
-    qint64 mostHeight = 0;
+    qint64 maxWidth = 0; ///< Of the result in pixels; 0: no limit but that of JPEG.
+    qint64 maxHeight = 0;
 };
 
 /** A plan from the numbers that a page gives; false with a reason where they make none. */
-bool readMergePlan(short direction, short gap, qint64 mostWidth, qint64 mostHeight, MergePlan *plan,
+bool readMergePlan(short direction, short gap, qint64 maxWidth, qint64 maxHeight, MergePlan *plan,
                    QString *error);
 
 /**

@@ -2,7 +2,7 @@
 // The structure is that of GB/T 33190-2016, chapter 7; in each file the order of elements matters.
 #include "portable/document/ofddocument.h"
 
-#include "portable/base/wholefile.h"
+#include "portable/base/atomicfile.h"
 
 #include <QDate>
 #include <QFile>

@@ -76,9 +76,9 @@ struct ProvedFile
 std::optional<ProvedFile> prove(const QByteArray &file, QString *error)
 {
     if (!isJpeg(file)) {
-        return ProvedFile{toldDpi(file), {}}; // reading it proves it
+        return ProvedFile{storedDpi(file), {}}; // reading it proves it
     }
-    const std::optional<JpegHead> head = proveJpeg(file, mostPixelsRead, error);
+    const std::optional<JpegHead> head = validateJpeg(file, maxPixelsRead, error);
     return head ? std::make_optional(ProvedFile{head->dpi, head}) : std::nullopt;
 }
 
@@ -131,7 +131,7 @@ std::optional<PageImage> jpegPageOf(const QByteArray &file, int quality, Dpi dpi
     if (!proved) {
         return {};
     }
-    if (proved->jpeg && proved->jpeg->everyday && isUpright(file)) {
+    if (proved->jpeg && proved->jpeg->isWidelySupported && isUpright(file)) {
         const JpegHead &head = *proved->jpeg;
         return PageImage{
             {Encoding::Jpeg, head.size, dpiOf(head.dpi, head.size, dpi), head.components == 1},

@@ -2,7 +2,7 @@
 // Section numbers are those of ISO 32000-1 (PDF 1.7).
 #include "portable/document/pdfdocument.h"
 
-#include "portable/base/wholefile.h"
+#include "portable/base/atomicfile.h"
 
 #include <QFile>
 

@@ -25,7 +25,7 @@ constexpr std::array<std::array<float, 2>, 5> anchors{{{1.603231F, 2.094468F},
                                                        {2.882459F, 3.518061F},
                                                        {4.266906F, 5.178857F},
                                                        {9.041765F, 10.66308F}}}; // in cells
-constexpr int valuesPerAnchor = 5; // x, y, width, height, certainty
+constexpr int valuesPerAnchor = 5; // x, y, width, height, confidence
 constexpr float leastCertainty = 0.5F;
 constexpr float sameFace = 0.4F; // overlap above which two boxes are one face
 constexpr double toUnit = 1.0 / 255; // colours
@@ -299,7 +299,7 @@ float overlap(const cv::Rect2f &a, const cv::Rect2f &b)
 std::vector<FaceBox> oneBoxAFace(std::vector<FaceBox> boxes)
 {
     std::sort(boxes.begin(), boxes.end(),
-              [](const FaceBox &a, const FaceBox &b) { return a.certainty > b.certainty; });
+              [](const FaceBox &a, const FaceBox &b) { return a.confidence > b.confidence; });
     std::vector<FaceBox> result;
     for (const FaceBox &box : boxes) {
         if (std::none_of(result.begin(), result.end(), [&box](const FaceBox &surer) {
@@ -385,8 +385,8 @@ std::vector<FaceBox> FaceNets::detect(const cv::Mat &picture, int size)
                 const auto value = [&](int which) {
                     return output.ptr<float>(0, anchor * valuesPerAnchor + which, row)[column];
                 };
-                const float certainty = sigmoid(value(4));
-                if (certainty < leastCertainty) {
+                const float confidence = sigmoid(value(4));
+                if (confidence < leastCertainty) {
                     continue;
                 }
                 const cv::Size2f extent(
@@ -395,7 +395,7 @@ std::vector<FaceBox> FaceNets::detect(const cv::Mat &picture, int size)
                 const cv::Point2f centre((float(column) + sigmoid(value(0))) * pixelsPerCell,
                                          (float(row) + sigmoid(value(1))) * pixelsPerCell);
                 boxes.push_back({{centre - cv::Point2f(extent.width, extent.height) * 0.5F, extent},
-                                 certainty});
+                                 confidence});
             }
         }
     }

@@ -15,7 +15,7 @@ namespace portable {
 struct FaceBox
 {
     cv::Rect2f box;
-    float certainty = 0;
+    float confidence = 0;
 };
 
 /**

@@ -19,7 +19,7 @@ constexpr int onlyCamera = 1;
 
 } // namespace
 
-FaceCamera::FaceCamera(Cameras &cameras, Former former)
+FaceCamera::FaceCamera(CameraSet &cameras, Former former)
     : m_cameras(cameras)
 {
     cv::Mat frame;

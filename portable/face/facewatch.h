@@ -3,7 +3,7 @@
 #pragma once
 
 #include "portable/base/backgroundjob.h"
-#include "portable/camera/cameras.h"
+#include "portable/camera/cameraset.h"
 #include "portable/face/faceengine.h"
 
 #include <functional>
@@ -20,7 +20,7 @@ class FaceCamera
 public:
     enum class Former { keeps, isClosed }; ///< What becomes of a preview that was open before.
 
-    explicit FaceCamera(Cameras &cameras, Former former = Former::keeps);
+    explicit FaceCamera(CameraSet &cameras, Former former = Former::keeps);
     ~FaceCamera();
     FaceCamera(const FaceCamera &) = delete;
     FaceCamera &operator=(const FaceCamera &) = delete;
@@ -33,7 +33,7 @@ public:
               const BackgroundJob::Stop &stop);
 
 private:
-    Cameras &m_cameras;
+    CameraSet &m_cameras;
     std::shared_ptr<Camera> m_closed; // when this object goes, if it still is open; null for none
     BackgroundJob::Clock::time_point m_due; // of the next picture
 };

@@ -213,7 +213,7 @@ int fingerScore(const Minutiae &a, const Minutiae &b)
 QByteArray fingerFeature(const Minutiae &minutiae)
 {
     FeatureWriter feature(featureMark);
-    const size_t count = std::min(minutiae.size(), mostMinutiae);
+    const size_t count = std::min(minutiae.size(), maxMinutiae);
     feature.put(int(count), countDigits);
     for (size_t i = 0; i < count; ++i) {
         const Minutia &minutia = minutiae[i];
@@ -230,7 +230,7 @@ bool readFingerFeature(const char **text, Minutiae *minutiae)
     FeatureReader reader(*text, featureMark);
     const auto count = size_t(reader.take(countDigits));
     minutiae->clear();
-    for (size_t i = 0; i < count && count <= mostMinutiae && reader.isGood(); ++i) {
+    for (size_t i = 0; i < count && count <= maxMinutiae && reader.isGood(); ++i) {
         Minutia minutia;
         minutia.place.x = float(reader.take(placeDigits));
         minutia.place.y = float(reader.take(placeDigits));

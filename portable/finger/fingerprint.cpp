@@ -20,7 +20,7 @@ constexpr float ridgeStrength = 40; // of the gradient, squared: what is less is
 constexpr float leastCoherence = 0.25F;
 constexpr int edgeMargin = 14; // ridges end at the edge of the print without being minutiae
 constexpr double leastPeriod = 6; // of the ridges
-constexpr double mostPeriod = 14;
+constexpr double maxPeriod = 14;
 constexpr double evenSigma = 20; // what is wider is uneven pressure or light
 constexpr double leastShare = 0.5; // of the ridges; the noisiest prints 0.6, noise and texts 0.4
 constexpr int traceLength = 12; // along the ridge, for the direction of a minutia
@@ -100,7 +100,7 @@ Waves ridgeWaves(const cv::Mat &picture, const cv::Mat &mask)
                        cv::BORDER_CONSTANT, cv::Scalar(0));
     cv::Mat spectrum;
     cv::dft(values, spectrum, cv::DFT_COMPLEX_OUTPUT);
-    const int first = cvCeil(side / mostPeriod);
+    const int first = cvCeil(side / maxPeriod);
     const int last = cvFloor(side / leastPeriod);
     std::vector<double> power(size_t(side), 0.0);
     double allPower = 1e-9;
@@ -122,7 +122,7 @@ Waves ridgeWaves(const cv::Mat &picture, const cv::Mat &mask)
         weighted += weight * ring;
         sum += weight;
     }
-    return {std::clamp(weighted > 0 ? side * sum / weighted : 9.0, leastPeriod, mostPeriod),
+    return {std::clamp(weighted > 0 ? side * sum / weighted : 9.0, leastPeriod, maxPeriod),
             ridgePower / allPower};
 }
 
@@ -376,7 +376,7 @@ Fingerprint readFingerprint(const cv::Mat &picture)
     };
     std::sort(print.minutiae.begin(), print.minutiae.end(),
               [&](const Minutia &a, const Minutia &b) { return clarity(a) > clarity(b); });
-    print.minutiae.resize(std::min(print.minutiae.size(), mostMinutiae));
+    print.minutiae.resize(std::min(print.minutiae.size(), maxMinutiae));
 
     // Clear ridges over a finger's area, with enough minutiae to compare.
     constexpr double goodArea = 200 * 200;

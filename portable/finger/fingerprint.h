@@ -21,11 +21,11 @@ using Minutiae = std::vector<Minutia>;
 /** What a picture of a finger shows. */
 struct Fingerprint
 {
-    Minutiae minutiae; ///< At most mostMinutiae, the clearest of them.
+    Minutiae minutiae; ///< At most maxMinutiae, the clearest of them.
     int quality = 0; ///< 0 to 100, of the picture; 0 when there is no finger in it.
 };
 
-constexpr size_t mostMinutiae = 100;
+constexpr size_t maxMinutiae = 100;
 
 /**
  * Finds the minutiae: ridge direction by the structure tensor, ridges by filters along it, thinned

@@ -2,7 +2,7 @@
 #include "portable/finger/fingersensor.h"
 
 #include "portable/finger/fingerprint.h"
-#include "portable/picture/imagefile.h"
+#include "portable/picture/uprightimage.h"
 
 #include <QBuffer>
 #include <QDebug>

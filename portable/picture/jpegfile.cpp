@@ -95,7 +95,7 @@ public:
         JpegHead head;
         head.size = cv::Size(int(m_jpeg.image_width), int(m_jpeg.image_height));
         head.components = m_jpeg.num_components;
-        head.everyday = !m_jpeg.arith_code && m_jpeg.data_precision == 8
+        head.isWidelySupported = !m_jpeg.arith_code && m_jpeg.data_precision == 8
             && (m_jpeg.jpeg_color_space == JCS_YCbCr || m_jpeg.jpeg_color_space == JCS_GRAYSCALE);
         const double unit = m_jpeg.density_unit == dotsPerCentimetre ? 2.54 : 1;
         if (m_jpeg.saw_JFIF_marker
@@ -195,7 +195,7 @@ private:
 
 } // namespace
 
-std::optional<JpegHead> proveJpeg(const QByteArray &bytes, qint64 mostPixels, QString *error)
+std::optional<JpegHead> validateJpeg(const QByteArray &bytes, qint64 maxPixels, QString *error)
 {
     Reader reader;
     if (!reader.readHead(bytes)) {
@@ -203,7 +203,7 @@ std::optional<JpegHead> proveJpeg(const QByteArray &bytes, qint64 mostPixels, QS
         return {};
     }
     const JpegHead head = reader.head();
-    if (qint64(head.size.width) * head.size.height > mostPixels) {
+    if (qint64(head.size.width) * head.size.height > maxPixels) {
         *error = QStringLiteral("%1 x %2 pixels are too many")
                      .arg(head.size.width)
                      .arg(head.size.height);

@@ -22,15 +22,15 @@ struct JpegHead
 {
     cv::Size size;
     int components = 0; ///< 1 grey, 3 colour, 4 for printers
-    bool everyday = false; ///< Huffman-coded, 8 bits: what viewers can be trusted to show.
+    bool isWidelySupported = false; ///< Huffman-coded, 8 bits: what viewers can be trusted to show.
     std::optional<Dpi> dpi; ///< None when the file doesn't tell.
 };
 
 /**
  * Decodes a JPEG from its start to its end, keeping nothing.
- * \return none, with a reason, when it is no JPEG, broken, cut short, or larger than `mostPixels`
+ * \return none, with a reason, when it is no JPEG, broken, cut short, or larger than `maxPixels`
  */
-std::optional<JpegHead> proveJpeg(const QByteArray &bytes, qint64 mostPixels, QString *error);
+std::optional<JpegHead> validateJpeg(const QByteArray &bytes, qint64 maxPixels, QString *error);
 
 /** Row `y` of a picture, valid until the next call; null, with a reason, when it can't be had. */
 using RowSource = std::function<const uchar *(int y, QString *error)>;

@@ -425,7 +425,7 @@ cv::Mat straightenedBy(const cv::Mat &middle, const cv::Mat &picture, const Page
                              std::max(1, cvRound(size.height * shrink)));
     const PageCorners smallCorners = scaled(corners, scaleOf(picture, small));
     const double slope =
-        textSlope(warped(small, transformation(smallCorners, smallSize), smallSize));
+        skewAngle(warped(small, transformation(smallCorners, smallSize), smallSize));
     if (slope != 0) {
         transform = levelling(size, slope) * transform;
     }
@@ -451,7 +451,7 @@ cv::Mat straightenedPage(const cv::Mat &picture)
     return corners ? straightenedBy(middle, picture, *corners) : cv::Mat();
 }
 
-double textSlope(const cv::Mat &page)
+double skewAngle(const cv::Mat &page)
 {
     const cv::Mat grey = greyOf(shrunken(page, slopeSide));
     if (std::min(grey.cols, grey.rows) < 50) {

@@ -35,6 +35,6 @@ cv::Mat straightenedPage(const cv::Mat &picture);
  * \param page  8-bit BGR or grey
  * \return 0 when it isn't plain, and beyond 5 degrees
  */
-double textSlope(const cv::Mat &page);
+double skewAngle(const cv::Mat &page);
 
 } // namespace portable

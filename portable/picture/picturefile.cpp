@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "portable/picture/picturefile.h"
 
-#include "portable/base/wholefile.h"
-#include "portable/picture/images.h"
+#include "portable/base/atomicfile.h"
+#include "portable/picture/imageconversion.h"
 #include "portable/picture/jpegfile.h"
 #include "portable/picture/tiff.h"
 
@@ -53,7 +53,7 @@ InkView inkView(const cv::Mat &ink)
 cv::Mat paperAround(const cv::Mat &grey, int window)
 {
     constexpr int reach = 4; // in windows: a quarter of the picture's shorter side
-    constexpr double mostShade = 0.3; // paper in a shadow is no darker, measured by the brightest
+    constexpr double maxShade = 0.3; // paper in a shadow is no darker, measured by the brightest
     cv::Mat paper;
     cv::resize(grey, paper, {qMax(1, grey.cols / window), qMax(1, grey.rows / window)}, 0, 0,
                cv::INTER_AREA);
@@ -62,7 +62,7 @@ cv::Mat paperAround(const cv::Mat &grey, int window)
     const cv::Size around(2 * reach + 1, 2 * reach + 1);
     cv::dilate(paper, paper, cv::getStructuringElement(cv::MORPH_ELLIPSE, around));
     cv::blur(paper, paper, around);
-    paper = cv::max(paper, brightest * mostShade);
+    paper = cv::max(paper, brightest * maxShade);
     cv::resize(paper, paper, grey.size(), 0, 0, cv::INTER_LINEAR);
     return paper;
 }
@@ -152,14 +152,14 @@ cv::Mat readPictureBytes(const QByteArray &bytes, QString *error)
 {
     QImage image;
     if (isTiff(bytes)) {
-        image = readTiff(bytes, mostPixelsRead, error);
+        image = readTiff(bytes, maxPixelsRead, error);
     } else {
         QBuffer buffer;
         buffer.setData(bytes);
         QImageReader reader(&buffer);
         reader.setAutoTransform(true); // as its camera was held
         const QSize size = reader.size();
-        if (size.isValid() && qint64(size.width()) * size.height() > mostPixelsRead) {
+        if (size.isValid() && qint64(size.width()) * size.height() > maxPixelsRead) {
             *error =
                 QStringLiteral("%1 x %2 pixels are too many").arg(size.width()).arg(size.height());
             return {};

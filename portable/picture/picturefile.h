@@ -14,7 +14,7 @@ struct Dpi
 };
 
 /** Larger ones are not read: an A3 page of 600 dpi has 70 million pixels. */
-constexpr qint64 mostPixelsRead = 128'000'000;
+constexpr qint64 maxPixelsRead = 128'000'000;
 
 // Pictures as the bytes of a file. All take 8-bit BGR or 8-bit grey, and write the resolution into
 // the file. Empty when the picture can't be encoded.

@@ -53,7 +53,7 @@ std::optional<Dpi> ofTiff(const QByteArray &file)
 
 } // namespace
 
-std::optional<Dpi> toldDpi(const QByteArray &file)
+std::optional<Dpi> storedDpi(const QByteArray &file)
 {
     if (file.startsWith("\x89PNG\r\n\x1a\n")) {
         return ofPng(file);

@@ -9,6 +9,6 @@ namespace portable {
 
 /** The resolution that a PNG, BMP or TIFF file tells; none for other files and where it is not
  * told. */
-std::optional<Dpi> toldDpi(const QByteArray &file);
+std::optional<Dpi> storedDpi(const QByteArray &file);
 
 } // namespace portable

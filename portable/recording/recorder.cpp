@@ -15,7 +15,7 @@ namespace {
 using Clock = RecorderTimes::Clock;
 
 /** Who is that far behind lets a picture stand instead of encoding it again and again. */
-constexpr qint64 mostRepeats = 2 * picturesPerSecond;
+constexpr qint64 maxRepeats = 2 * picturesPerSecond;
 
 /** How often a paused recording looks whether the preview has ended. */
 constexpr std::chrono::seconds pausedLook{1};
@@ -48,7 +48,7 @@ public:
     /** Makes it `count` pictures long with `frame` as the last; empty: the one before as well. */
     bool growTo(qint64 count, const cv::Mat &frame, QString *error)
     {
-        m_count = std::max(m_count, count - mostRepeats);
+        m_count = std::max(m_count, count - maxRepeats);
         for (; m_count < count; ++m_count) {
             // While we hold the frame its memory is not used for another.
             const bool fresh = m_count == count - 1 && !frame.empty() && frame.data != m_shown.data;
@@ -81,7 +81,7 @@ private:
 
 Recorder &Recorder::instance()
 {
-    static Recorder recorder(Cameras::instance());
+    static Recorder recorder(CameraSet::instance());
     static const bool once = [] {
         // After that of the cameras, so it is called before: the preview is still there.
         qAddPostRoutine([] { recorder.finish(); });
@@ -91,7 +91,7 @@ Recorder &Recorder::instance()
     return recorder;
 }
 
-Recorder::Recorder(const Cameras &cameras, RecorderTimes times)
+Recorder::Recorder(const CameraSet &cameras, RecorderTimes times)
     : m_cameras(cameras)
     , m_times(std::move(times))
 {

@@ -37,7 +37,7 @@ public:
     static Recorder &instance();
 
     /** \param cameras  outlive the recorder */
-    explicit Recorder(const Cameras &cameras, RecorderTimes times = {});
+    explicit Recorder(const CameraSet &cameras, RecorderTimes times = {});
     ~Recorder(); ///< As finish().
     Recorder(const Recorder &) = delete;
     Recorder &operator=(const Recorder &) = delete;
@@ -79,7 +79,7 @@ private:
     void end();
     Clock::duration recorded() const;
 
-    const Cameras &m_cameras;
+    const CameraSet &m_cameras;
     const RecorderTimes m_times;
 
     mutable std::mutex m_mutex;

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "portable/recording/scanner.h"
 
-#include "portable/base/wholefile.h"
+#include "portable/base/atomicfile.h"
 #include "portable/base/writecheck.h"
 #include "portable/camera/shot.h"
 #include "portable/picture/bookfold.h"
@@ -75,7 +75,7 @@ QString ScanFiles::path(int number) const
 
 Scanner &Scanner::instance()
 {
-    static Scanner scanner(Cameras::instance(), takeShot);
+    static Scanner scanner(CameraSet::instance(), takeShot);
     static const bool once = [] {
         // After that of the cameras, so it is called before.
         qAddPostRoutine([] { scanner.stop(); });
@@ -85,7 +85,7 @@ Scanner &Scanner::instance()
     return scanner;
 }
 
-Scanner::Scanner(const Cameras &cameras, Shoot shoot, ScannerTimes times)
+Scanner::Scanner(const CameraSet &cameras, Shoot shoot, ScannerTimes times)
     : m_cameras(cameras)
     , m_shoot(std::move(shoot))
     , m_times(times)

@@ -60,7 +60,7 @@ public:
     static Scanner &instance();
 
     /** \param cameras  outlive the scanner */
-    Scanner(const Cameras &cameras, Shoot shoot, ScannerTimes times = {});
+    Scanner(const CameraSet &cameras, Shoot shoot, ScannerTimes times = {});
     ~Scanner(); ///< As stop().
     Scanner(const Scanner &) = delete;
     Scanner &operator=(const Scanner &) = delete;
@@ -99,7 +99,7 @@ private:
     bool sleep();
     void end();
 
-    const Cameras &m_cameras;
+    const CameraSet &m_cameras;
     const Shoot m_shoot;
     const ScannerTimes m_times;
     ShotSignal m_signal; // its connection is guarded by m_mutex, what it sends by Qt

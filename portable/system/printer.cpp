@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "portable/system/printer.h"
 
-#include "portable/picture/images.h"
+#include "portable/picture/imageconversion.h"
 #include "portable/picture/picturefile.h"
 
 #include <QBuffer>

@@ -20,7 +20,7 @@ namespace portable {
 
 namespace {
 
-constexpr int mostRedirects = 5;
+constexpr int maxRedirects = 5;
 
 struct FreeHandle
 {
@@ -220,7 +220,7 @@ UploadResult run(Transfer &transfer, QUrl address)
     for (int redirects = 0; transfer.post(address, &result.error); ++redirects) {
         const int status = transfer.status();
         const QUrl redirection = transfer.redirection();
-        if (isMoved(status) && redirects < mostRedirects && mayFollow(address, redirection)) {
+        if (isMoved(status) && redirects < maxRedirects && mayFollow(address, redirection)) {
             address = redirection;
             continue;
         }

@@ -1,0 +1,24 @@
+// SPDX-License-Identifier: MIT
+#include "companionclients/configini.h"
+
+#include <QCoreApplication>
+#include <QSettings>
+
+ConfigIni::ConfigIni()
+{
+    const auto portKey = QStringLiteral("port");
+    const auto browserKey = QStringLiteral("browser");
+    const auto padsizeKey = QStringLiteral("padsize");
+
+    QSettings file(QCoreApplication::applicationDirPath() + QLatin1String("/server.ini"),
+                   QSettings::IniFormat);
+    port = static_cast<quint16>(file.value(portKey, 1818).toInt());
+    browser = file.value(browserKey, QStringLiteral("uos-browser")).toString();
+    padsize = file.value(padsizeKey, QSize(1280, 800)).toSize();
+    // The counter pages are made for this one; the other stays the key's default on purpose.
+    browser = QStringLiteral("gnome-www-browser");
+
+    file.setValue(portKey, static_cast<int>(port));
+    file.setValue(browserKey, browser);
+    file.setValue(padsizeKey, padsize);
+}

@@ -1,0 +1,141 @@
+// SPDX-License-Identifier: MIT
+#include "companionclients/signsouthinterface.h"
+
+#include "log/trace.h"
+
+#include <QJsonDocument>
+#include <QJsonObject>
+
+#include <cstdio>
+
+namespace {
+
+constexpr int longestDroppedReply = 100;
+constexpr int longestReply = 256 * 1024 * 1024; // bytes; no page could take more
+
+/// Markers on standard output, for whoever starts the server by hand.
+void mark(const char *marker)
+{
+    std::puts(marker);
+}
+
+QByteArray requestText(const QString &pdfpath, const QString &xmlpath, const QString &location,
+                       const QString &retain, int timeout)
+{
+    return QJsonDocument(QJsonObject{
+                             {QStringLiteral("pdfpath"), pdfpath},
+                             {QStringLiteral("xmlpath"), xmlpath},
+                             {QStringLiteral("location"), location},
+                             {QStringLiteral("retain"), retain},
+                             {QStringLiteral("timeout"), timeout},
+                         })
+        .toJson();
+}
+
+} // namespace
+
+SignSouthInterface *SignSouthInterface::instance()
+{
+    static SignSouthInterface client;
+    return &client;
+}
+
+SignSouthInterface::SignSouthInterface()
+    : CompanionClient(QStringLiteral("SOUTHINTERFACE_ELECSIGNSERVER"),
+                      QStringLiteral("run-elecsign.sh"))
+{
+    connect(&m_socket, &QLocalSocket::stateChanged, this, &SignSouthInterface::slot_stateChanged);
+    connect(&m_socket, &QLocalSocket::readyRead, this, &SignSouthInterface::slot_readyRead);
+}
+
+bool SignSouthInterface::start()
+{
+    leaveForRestart();
+    mark("start1");
+    TRACE;
+    launch();
+    if (!connectInThreeAttempts()) {
+        mark("start36");
+        TRACE;
+    }
+    if (isConnected()) {
+        mark("start3");
+        return true;
+    }
+    mark("start2");
+    TRACE;
+    return false;
+}
+
+void SignSouthInterface::DoGWQ_StartSign(const QString &pdfpath, const QString &xmlpath,
+                                         const QString &location, const QString &retain,
+                                         int timeout)
+{
+    send(1, requestText(pdfpath, xmlpath, location, retain, timeout));
+}
+
+void SignSouthInterface::DoGWQ_StartSignEx(const QString &pdfpath, const QString &xmlpath,
+                                           const QString &location, const QString &retain,
+                                           int timeout)
+{
+    send(2, requestText(pdfpath, xmlpath, location, retain, timeout));
+}
+
+void SignSouthInterface::send(int type, const QByteArray &json)
+{
+    if (!isConnected()) {
+        TRACE << "not connected";
+        mark("sign1");
+        return;
+    }
+    if (!writeNumber(type)) {
+        mark("sign2");
+        return;
+    }
+    writeNumber(json.size());
+    m_socket.write(json);
+    m_socket.flush();
+    m_socket.waitForBytesWritten(static_cast<int>(m_waits.write.count()));
+    std::printf("sign3:%s\n", json.constData());
+}
+
+void SignSouthInterface::slot_readyRead()
+{
+    mark("SignSouthInterface::slot_readyRead1");
+    std::fflush(stdout);
+    qint32 length = 0;
+    m_socket.read(reinterpret_cast<char *>(&length), sizeof length);
+    QByteArray payload;
+    if (!readPayload(length, &payload)) {
+        TRACE << "the service left within a reply of" << length << "bytes," << payload.size()
+              << "had come";
+        return;
+    }
+    std::printf("ddd=%d %d\n", length, length);
+    mark("SignSouthInterface::slot_readyRead2");
+    std::fflush(stdout);
+    if (payload.size() > longestDroppedReply)
+        Q_EMIT sig_msg(payload);
+}
+
+/// The length must be met exactly: more than that runs on as less does, until the service is gone.
+/// What then comes is not kept: a service that talks on must not use up the memory.
+bool SignSouthInterface::readPayload(int length, QByteArray *payload)
+{
+    *payload = m_socket.readAll();
+    while (payload->size() != length) {
+        if (length < 0 || !isConnected())
+            return false;
+        m_socket.waitForReadyRead(static_cast<int>(m_waits.read.count()));
+        const QByteArray more = m_socket.readAll();
+        if (payload->size() < qMin(length, longestReply))
+            *payload += more;
+    }
+    return true;
+}
+
+void SignSouthInterface::slot_stateChanged(QLocalSocket::LocalSocketState state)
+{
+    std::printf("QLocalSocket::LocalSocketState:%d\n", static_cast<int>(state));
+    TRACE << state;
+}

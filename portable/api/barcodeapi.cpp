@@ -1,0 +1,56 @@
+// SPDX-License-Identifier: MIT
+#include "devicelib/doccamera.h"
+#include "portable/base/failure.h"
+#include "portable/camera/shot.h"
+#include "portable/picture/barcodereader.h"
+#include "portable/picture/picturefile.h"
+
+#include <cstring>
+
+using portable::failed;
+
+namespace {
+
+/** The codes in a picture as the interface wants them. */
+char *codesIn(const cv::Mat &picture, long kind = portable::anyBarcode)
+{
+    const QStringList texts = portable::readBarcodes(picture, kind);
+    return ::strdup(texts.join(QLatin1Char('|')).toUtf8().constData());
+}
+
+char *codesInFile(const char *function, const char *localPath, long kind)
+{
+    return portable::guarded(function, [&]() -> char * {
+        QString error;
+        const cv::Mat picture = portable::readPicture(QString::fromLocal8Bit(localPath), &error);
+        if (picture.empty()) {
+            failed(function, error);
+            return nullptr;
+        }
+        return codesIn(picture, kind);
+    });
+}
+
+} // namespace
+
+char *sGetBarCode(const char *image)
+{
+    return codesInFile(__func__, image, portable::anyBarcode);
+}
+
+char *sGetBarCodeEx(long kind, const char *image)
+{
+    if (!portable::isBarcodeKind(kind)) {
+        failed(__func__, QStringLiteral("there is no kind %1").arg(kind));
+        return nullptr;
+    }
+    return codesInFile(__func__, image, kind);
+}
+
+char *sGetBarCodeOnline()
+{
+    return portable::guarded(__func__, []() -> char * {
+        const cv::Mat picture = portable::takePlainShot();
+        return picture.empty() ? nullptr : codesIn(picture);
+    });
+}

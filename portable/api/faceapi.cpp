@@ -1,0 +1,331 @@
+// SPDX-License-Identifier: MIT
+//
+// Faces and liveness. docs/faces.md tells pages what numbers and texts mean.
+
+#include "devicelib/biometrics.h"
+#include "portable/base/mainthread.h"
+#include "portable/face/facewatch.h"
+#include "portable/picture/imageconversion.h"
+#include "portable/picture/uprightimage.h"
+
+#include <QBuffer>
+#include <QDebug>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <opencv2/imgproc.hpp>
+
+#include <algorithm>
+
+using namespace portable;
+
+namespace {
+
+constexpr int usualSeconds = 10;
+constexpr int blockingSeconds = 8; // the caller's thread waits
+constexpr int maxSeconds = 60;
+constexpr int autoLivingBodySeconds = 15;
+constexpr int shownSide = 800; // pixels, of the pictures that AutoLivingBody sends
+
+void complain(const char *function, const QString &why)
+{
+    qWarning().noquote() << "portable:" << function << "failed:" << why;
+}
+
+/** One line about a failure, if it is one; the engine has told its own. */
+void complain(const char *function, const QString &picture, FaceFailure failure)
+{
+    if (failure != FaceFailure::none && failure != FaceFailure::noEngine) {
+        complain(function, picture + QStringLiteral(": ") + failureText(failure));
+    }
+}
+
+FaceFailure describeFile(const char *function, const char *path, FaceDescriptor *descriptor)
+{
+    FaceEngine &engine = FaceEngine::instance();
+    FaceFailure failure = engine.prepare();
+    if (failure != FaceFailure::none) {
+        return failure;
+    }
+    const QString name = QString::fromUtf8(path);
+    cv::Mat picture;
+    QString error;
+    if (!readImageFile(name, &picture, &error)) {
+        complain(function, name + QStringLiteral(": ") + error);
+        return FaceFailure::unreadable;
+    }
+    failure = engine.describe(picture, descriptor);
+    complain(function, name, failure);
+    return failure;
+}
+
+FaceFailure describeLiveFrame(const char *function, FaceDescriptor *descriptor)
+{
+    FaceFailure failure = FaceEngine::instance().prepare();
+    if (failure != FaceFailure::none) {
+        return failure;
+    }
+    cv::Mat frame;
+    failure = CameraSet::instance().currentFrame(frame)
+        ? FaceEngine::instance().describe(frame, descriptor)
+        : FaceFailure::noCamera;
+    complain(function, QStringLiteral("live picture"), failure);
+    return failure;
+}
+
+/** The score of two faces, or the failure of either. */
+template <class First, class Second> int compare(First describeFirst, Second describeSecond)
+{
+    FaceDescriptor first;
+    FaceDescriptor second;
+    FaceFailure failure = describeFirst(&first);
+    if (failure == FaceFailure::none) {
+        failure = describeSecond(&second);
+    }
+    return failure == FaceFailure::none ? faceScore(first, second) : int(failure);
+}
+
+int compareFiles(const char *function, const char *image1, const char *image2)
+{
+    const auto describe = [function](const char *path) {
+        return [=](FaceDescriptor *face) { return describeFile(function, path, face); };
+    };
+    return compare(describe(image1), describe(image2));
+}
+
+/** What is done with the camera: one thing at a time. */
+BackgroundJob &cameraJob()
+{
+    struct CameraJob
+    {
+        CameraJob()
+        {
+            CameraSet::instance(); // goes after the job, as does the engine
+            FaceEngine::instance();
+            job.closeWithApplication();
+        }
+        BackgroundJob job;
+    };
+    static CameraJob one;
+    return one.job;
+}
+
+/**
+ * Has `work` done with the camera in the background.
+ * \return false, with a line in the log, without an engine or while the camera is used otherwise
+ */
+bool beginWithCamera(const char *function, BackgroundJob::Work work)
+{
+    if (FaceEngine::instance().prepare() != FaceFailure::none) {
+        return false;
+    }
+    if (!cameraJob().begin(std::move(work))) {
+        complain(function, failureText(FaceFailure::busy));
+        return false;
+    }
+    return true;
+}
+
+/** The end of a wait that a page gave in seconds; 0 or less is the usual one. */
+BackgroundJob::Clock::time_point deadlineIn(int seconds)
+{
+    return BackgroundJob::Clock::now()
+        + std::chrono::seconds(seconds > 0 ? std::min(seconds, maxSeconds) : usualSeconds);
+}
+
+FaceFailure describeNextFace(const char *function, int seconds, const BackgroundJob::Stop &stop,
+                             FaceDescriptor *descriptor)
+{
+    FaceCamera camera(CameraSet::instance());
+    const FaceFailure failure =
+        awaitFace(camera, FaceEngine::instance(), deadlineIn(seconds), stop, descriptor);
+    if (!stop.isRequested()) {
+        complain(function, QStringLiteral("live pictures"), failure);
+    }
+    return failure;
+}
+
+bool livesBeforeCamera(const char *function, int seconds, const BackgroundJob::Stop &stop)
+{
+    FaceCamera camera(CameraSet::instance());
+    const LivenessResult result =
+        checkLiveness(camera, FaceEngine::instance(), deadlineIn(seconds), stop);
+    if (!stop.isRequested()) {
+        complain(function, QStringLiteral("live pictures"), result.failure);
+    }
+    return result.passed;
+}
+
+QByteArray jpegText(const cv::Mat &frame)
+{
+    cv::Mat small = frame;
+    const int side = std::max(frame.cols, frame.rows);
+    if (side > shownSide) {
+        const double scale = double(shownSide) / side;
+        cv::resize(frame, small, {}, scale, scale, cv::INTER_AREA);
+    }
+    QByteArray bytes;
+    QBuffer buffer(&bytes);
+    toImage(small).save(&buffer, "JPG", 75);
+    return bytes.toBase64();
+}
+
+QByteArray resultText(const LivenessResult &result)
+{
+    const QString message = result.passed         ? QStringLiteral("活体检测通过")
+        : result.failure == FaceFailure::noCamera ? QStringLiteral("摄像头不可用")
+        : result.failure == FaceFailure::noFace   ? QStringLiteral("未检测到人脸")
+        : result.failure != FaceFailure::none     ? QStringLiteral("人脸引擎不可用")
+        : !result.hasBlinked                      ? QStringLiteral("未检测到眨眼")
+                                                  : QStringLiteral("未检测到头部转动");
+    const QJsonObject object{
+        {QStringLiteral("result"), result.passed ? 1 : 0},
+        {QStringLiteral("blink"), result.hasBlinked},
+        {QStringLiteral("move"), result.hasMoved},
+        {QStringLiteral("msg"), message},
+        {QStringLiteral("image"),
+         result.picture.empty() ? QString() : QString::fromLatin1(jpegText(result.picture))},
+    };
+    return QJsonDocument(object).toJson(QJsonDocument::Compact);
+}
+
+} // namespace
+
+// Comparing
+
+int lImageMatch(const char *image1, const char *image2)
+{
+    return compareFiles(__func__, image1, image2);
+}
+
+qint64 lImageIdMatch(const char *image1, const char *image2)
+{
+    return compareFiles(__func__, image1, image2);
+}
+
+bool bImageMatch(const char *image1, const char *image2)
+{
+    return compareFiles(__func__, image1, image2) >= samePersonScore;
+}
+
+qint64 lFaceMatch(const char *image)
+{
+    const char *const function = __func__;
+    return compare([=](FaceDescriptor *face) { return describeFile(function, image, face); },
+                   [=](FaceDescriptor *face) { return describeLiveFrame(function, face); });
+}
+
+bool bImageMatchOnline(const char *text, int a, int, int,
+                       void (*onResult)(int result, void *context))
+{
+    const char *const function = __func__;
+    return beginWithCamera(function, [=, path = QByteArray(text)](const BackgroundJob::Stop &stop) {
+        const int score = compare(
+            [&](FaceDescriptor *face) { return describeFile(function, path.constData(), face); },
+            [&](FaceDescriptor *face) { return describeNextFace(function, a, stop, face); });
+        return [=] { postToMainThread([=] { onResult(score, nullptr); }); };
+    });
+}
+
+// Features
+
+qint64 lFaceFeatureMatch(const char *feature1, const char *feature2)
+{
+    FaceDescriptor first;
+    FaceDescriptor second;
+    if (!readFaceFeature(feature1, &first) || !readFaceFeature(feature2, &second)) {
+        complain(__func__, failureText(FaceFailure::noFeature));
+        return qint64(FaceFailure::noFeature);
+    }
+    return faceScore(first, second);
+}
+
+bool bFaceFeatureGet(bool flag, const char *text1, const char *,
+                     void (*onFeature)(const char *feature, void *context), void *context)
+{
+    FaceDescriptor face;
+    const FaceFailure failure =
+        flag ? describeFile(__func__, text1, &face) : describeLiveFrame(__func__, &face);
+    if (failure != FaceFailure::none) {
+        return false;
+    }
+    onFeature(faceFeature(face).toBase64().constData(), context);
+    return true;
+}
+
+bool bFaceFeatureGetOnline(int a, int, void (*onFeature)(const char *feature, void *context))
+{
+    const char *const function = __func__;
+    return beginWithCamera(function, [=](const BackgroundJob::Stop &stop) {
+        FaceDescriptor face;
+        const FaceFailure failure = describeNextFace(function, a, stop, &face);
+        const QByteArray feature =
+            failure == FaceFailure::none ? faceFeature(face).toBase64() : QByteArray("");
+        return [=] { postToMainThread([=] { onFeature(feature.constData(), nullptr); }); };
+    });
+}
+
+// Liveness
+
+bool bLivingBodyDetect()
+{
+    if (FaceEngine::instance().prepare() != FaceFailure::none) {
+        return false;
+    }
+    bool lives = false;
+    const char *const function = __func__;
+    if (!cameraJob().run([&](const BackgroundJob::Stop &stop) {
+            lives = livesBeforeCamera(function, blockingSeconds, stop);
+        })) {
+        complain(function, failureText(FaceFailure::busy));
+    }
+    return lives;
+}
+
+bool bLivingBodyDetectOnline(int a, int, void (*onResult)(int result, void *context))
+{
+    const char *const function = __func__;
+    return beginWithCamera(function, [=](const BackgroundJob::Stop &stop) {
+        const bool lives = livesBeforeCamera(function, a, stop);
+        return [=] { postToMainThread([=] { onResult(lives ? 1 : 0, nullptr); }); };
+    });
+}
+
+// One that still runs is ended: the page may have been loaded anew.
+bool AutoLivingBody(void (*onData)(const char *data, int length, int kind))
+{
+    const char *const function = __func__;
+    cameraJob().stop();
+    return beginWithCamera(function, [=](const BackgroundJob::Stop &stop) -> BackgroundJob::Answer {
+        const auto send = [onData](const QByteArray &text, int kind) {
+            onData(text.constData(), text.size(), kind);
+        };
+        FaceCamera camera(CameraSet::instance(), FaceCamera::Former::isClosed);
+        const LivenessResult result =
+            checkLiveness(camera, FaceEngine::instance(), deadlineIn(autoLivingBodySeconds), stop,
+                          [&](const cv::Mat &frame) { send(jpegText(frame), 0); });
+        if (stop.isRequested()) {
+            return {};
+        }
+        complain(function, QStringLiteral("live pictures"), result.failure);
+        return [=] { send(resultText(result), 1); };
+    });
+}
+
+// Whatever is done with the camera ends; what has promised a result gives its failure, before.
+void CloseLivingBody(void (*onDone)())
+{
+    cameraJob().stop();
+    postToMainThread(onDone);
+}
+
+void DemoUIShow(int, void (*onResult)(int result))
+{
+    const char *const function = __func__;
+    const bool begun = beginWithCamera(function, [=](const BackgroundJob::Stop &stop) {
+        const bool lives = livesBeforeCamera(function, usualSeconds, stop);
+        return [=] { postToMainThread([=] { onResult(lives ? 1 : 0); }); };
+    });
+    if (!begun) {
+        postToMainThread([onResult] { onResult(0); });
+    }
+}

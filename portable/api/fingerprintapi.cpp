@@ -1,0 +1,102 @@
+// SPDX-License-Identifier: MIT
+#include "devicelib/biometrics.h"
+#include "portable/base/deviceini.h"
+#include "portable/base/mainthread.h"
+#include "portable/finger/fingerprint.h"
+#include "portable/finger/fingersensor.h"
+
+#include <QByteArray>
+#include <QDebug>
+
+#include <algorithm>
+
+using namespace portable;
+
+namespace {
+
+constexpr std::chrono::milliseconds usualTimeout{10'000};
+constexpr std::chrono::milliseconds longestTimeout{60'000};
+
+/** What lFingerMatch answers when there is nothing to compare. */
+enum MatchFailure { noFeature = -1, noStoredFeature = -2 };
+
+const FingerSensor &sensor()
+{
+    static const FingerSensor sensor(
+        [] { return deviceFolder(QStringLiteral("fingers/folder"), QStringLiteral("fingers")); },
+        [] { return deviceSetting(QStringLiteral("fingers/finger")); });
+    return sensor;
+}
+
+/** The captures: one at a time. */
+BackgroundJob &sensorJob()
+{
+    struct SensorJob
+    {
+        SensorJob()
+        {
+            sensor(); // goes after the job
+            job.closeWithApplication();
+        }
+        BackgroundJob job;
+    };
+    static SensorJob one;
+    return one.job;
+}
+
+int failMatch(const char *what, MatchFailure failure)
+{
+    qWarning("portable: lFingerMatch failed: %s", what);
+    return failure;
+}
+
+} // namespace
+
+void fingerCaptureRawData(int timeoutMs,
+                          void (*onCapture)(QByteArray image, QByteArray feature, int score,
+                                            const char *message, void *context),
+                          void *context)
+{
+    const auto answer = [=](const FingerCapture &capture) {
+        postToMainThread([=] {
+            onCapture(capture.image, capture.feature, capture.score, capture.message, context);
+        });
+    };
+    const auto deadline = BackgroundJob::Clock::now()
+        + (timeoutMs > 0 ? std::min(std::chrono::milliseconds(timeoutMs), longestTimeout)
+                         : usualTimeout);
+    const bool begun = sensorJob().begin([=](const BackgroundJob::Stop &stop) {
+        const FingerCapture capture = sensor().capture(deadline, stop);
+        return [=] { answer(capture); };
+    });
+    if (!begun) {
+        qWarning("portable: %s failed: the sensor waits for a finger already", __func__);
+        answer(failedCapture(FingerCapture::busy));
+    }
+}
+
+int lFingerMatch(int, const char *feature, int count, const char *storedFeatures)
+{
+    Minutiae finger;
+    if (!readFingerFeature(&feature, &finger)) {
+        return failMatch("the feature is none of this library", noFeature);
+    }
+    int best = noStoredFeature;
+    Minutiae stored;
+    bool isBroken = false; // one of them
+    for (int i = 0; i < count && storedFeatures && *storedFeatures != '\0'; ++i) {
+        if (readFingerFeature(&storedFeatures, &stored)) {
+            best = std::max(best, fingerScore(finger, stored));
+        } else {
+            isBroken = true;
+            storedFeatures = nextFingerFeature(storedFeatures);
+        }
+    }
+    if (best < 0) {
+        return failMatch("there is no stored feature of this library", noStoredFeature);
+    }
+    if (isBroken) {
+        qWarning("portable: lFingerMatch: a stored feature is none of this library");
+    }
+    return best;
+}

@@ -1,0 +1,103 @@
+// SPDX-License-Identifier: MIT
+#include "devicelib/doccamera.h"
+#include "portable/base/unsupported.h"
+#include "portable/camera/cameraset.h"
+#include "portable/camera/camerasources.h"
+#include "portable/picture/imageconversion.h"
+
+#include <QDebug>
+#include <QImage>
+
+using portable::CameraSet;
+
+bool bStartPlay(short rotation)
+{
+    return CameraSet::instance().start(1, rotation);
+}
+
+bool bStartPlay2(short rotation)
+{
+    return CameraSet::instance().start(2, rotation);
+}
+
+bool bStartPlay3(short rotation)
+{
+    return CameraSet::instance().start(3, rotation);
+}
+
+bool bStartPlay5(short rotation)
+{
+    return CameraSet::instance().start(5, rotation);
+}
+
+bool bStartPlay6(short rotation)
+{
+    return CameraSet::instance().start(6, rotation);
+}
+
+bool bStartPlay8(short rotation)
+{
+    return CameraSet::instance().start(8, rotation);
+}
+
+bool bStartPlay9(short rotation)
+{
+    return CameraSet::instance().start(9, rotation);
+}
+
+bool bStartPlayOpen()
+{
+    return CameraSet::instance().start(portable::dualCamera);
+}
+
+bool bStopPlay()
+{
+    CameraSet::instance().stopMain();
+    return true;
+}
+
+bool bStartPlay4()
+{
+    return CameraSet::instance().start(4);
+}
+
+bool bStopPlay4()
+{
+    CameraSet::instance().stopFourth();
+    return true;
+}
+
+bool getVideoFrame(QImage &frame)
+{
+    cv::Mat pixels;
+    const bool ok = CameraSet::instance().nextPreviewFrame(pixels);
+    frame = ok ? portable::toImage(pixels) : QImage();
+    return ok;
+}
+
+bool getVideoFrameMat(cv::Mat &frame)
+{
+    return CameraSet::instance().currentFrame(frame);
+}
+
+bool getVideoFrameMatEx(cv::Mat &frame)
+{
+    return CameraSet::instance().currentFrame(frame);
+}
+
+bool bAVPreview(qint64, qint64)
+{
+    return portable::unsupported<bool>(__func__);
+}
+
+void vSetImageDispFlag(bool)
+{
+    // There is no display of its own to switch.
+}
+
+void doccameraVeriosn(char *buffer, int capacity)
+{
+    if (buffer && capacity > 0) {
+        qstrncpy(buffer, "portable device library " PORTABLE_VERSION, uint(capacity));
+    }
+}

@@ -1,0 +1,214 @@
+// SPDX-License-Identifier: MIT
+#include "portable/camera/cameraset.h"
+
+#include "portable/base/deviceini.h"
+#include "portable/camera/camerasources.h"
+
+#include <QCoreApplication>
+#include <QDebug>
+#include <opencv2/core/utils/logger.hpp>
+
+namespace portable {
+
+namespace {
+
+std::unique_ptr<FrameSource> configuredSource(int camera, QString *error)
+{
+    return makeSource(camera, readDeviceConfig(deviceConfigPath()), listV4l2Devices, error);
+}
+
+/** We say ourselves what is wrong with a camera; OpenCV's guesses go to stderr, beside the log. */
+void silenceOpenCv()
+{
+    if (!qEnvironmentVariableIsSet("OPENCV_LOG_LEVEL")) {
+        cv::utils::logging::setLogLevel(cv::utils::logging::LOG_LEVEL_FATAL);
+    }
+}
+
+} // namespace
+
+CameraSet &CameraSet::instance()
+{
+    // Never destroyed: an exit() in the middle of things must not take them from under a reader.
+    static CameraSet &cameras = *new CameraSet(configuredSource);
+    static const bool once = [] {
+        silenceOpenCv();
+        // Sources paint and read files: not without the application.
+        qAddPostRoutine([] {
+            cameras.stopMain();
+            cameras.stopFourth();
+        });
+        return true;
+    }();
+    Q_UNUSED(once)
+    return cameras;
+}
+
+CameraSet::CameraSet(SourceFactory factory, CameraTimes times)
+    : m_factory(std::move(factory))
+    , m_times(times)
+{
+}
+
+CameraSet::~CameraSet()
+{
+    stopMain();
+    stopFourth();
+}
+
+std::shared_ptr<Camera> CameraSet::open(int camera, int rotation)
+{
+    const std::lock_guard<std::mutex> changing(m_changing);
+    Slot &slot = camera == 4 ? m_fourth : m_main;
+    if (&slot == &m_main) {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        m_endAnnounced = {};
+        m_ended = false;
+    }
+    replace(slot, nullptr);
+    if (!isRotation(rotation)) {
+        qWarning().noquote() << "portable:" << cameraName(camera)
+                             << "doesn't start: there is no rotation by" << rotation << "degrees";
+        return nullptr;
+    }
+    if (rotation != 0) {
+        m_settings.setRotation(rotation);
+    }
+    QString error;
+    auto source = m_factory(camera, &error);
+    if (!source) {
+        qWarning().noquote() << "portable:" << cameraName(camera) << "doesn't start:" << error;
+        return nullptr;
+    }
+    const auto started = std::make_shared<Camera>(camera, std::move(source), m_settings, m_times);
+    if (!started->start()) {
+        return nullptr;
+    }
+    replace(slot, started);
+    return started;
+}
+
+void CameraSet::stopMain()
+{
+    const std::lock_guard<std::mutex> changing(m_changing);
+    {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        const bool isAnnounced = m_endAnnounced != Clock::time_point()
+            && Clock::now() - m_endAnnounced < usualCameraChange;
+        m_ended = m_ended || isAnnounced;
+    }
+    replace(m_main, nullptr);
+}
+
+void CameraSet::stopFourth()
+{
+    const std::lock_guard<std::mutex> changing(m_changing);
+    replace(m_fourth, nullptr);
+}
+
+void CameraSet::stop(const std::shared_ptr<Camera> &camera)
+{
+    const std::lock_guard<std::mutex> changing(m_changing);
+    for (Slot *slot : {&m_main, &m_fourth}) {
+        if (camera && get(*slot) == camera) {
+            replace(*slot, nullptr);
+        }
+    }
+}
+
+void CameraSet::announceEnd()
+{
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    m_endAnnounced = Clock::now();
+}
+
+bool CameraSet::hasEnded() const
+{
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    return m_ended;
+}
+
+bool CameraSet::isOpen() const
+{
+    return get(m_main) || get(m_fourth);
+}
+
+std::shared_ptr<Camera> CameraSet::mainCamera() const
+{
+    return get(m_main);
+}
+
+bool CameraSet::nextPreviewFrame(cv::Mat &frame)
+{
+    const Slot camera = get(m_main);
+    quint64 place = m_previewPlace;
+    if (!camera || !camera->nextFrame(place, frame)) {
+        frame.release();
+        return false;
+    }
+    m_previewPlace = place;
+    return true;
+}
+
+bool CameraSet::currentFrame(cv::Mat &frame) const
+{
+    const Slot main = get(m_main);
+    const Slot camera = main ? main : get(m_fourth);
+    if (!camera) {
+        frame.release();
+        return false;
+    }
+    return camera->currentFrame(frame);
+}
+
+std::vector<cv::Size> CameraSet::sizes(int camera) const
+{
+    const auto source = this->source(camera);
+    return source ? source->sizes() : std::vector<cv::Size>();
+}
+
+QString CameraSet::devicePath(int camera) const
+{
+    const auto source = this->source(camera);
+    return source ? source->devicePath() : QString();
+}
+
+cv::Size CameraSet::size(int camera) const
+{
+    for (const Slot &open : {get(m_main), get(m_fourth)}) {
+        if (open && open->number() == camera) {
+            return open->size();
+        }
+    }
+    const auto source = this->source(camera);
+    return source ? source->sizeFor(m_settings.view(camera).resolution) : cv::Size();
+}
+
+/** Ends the camera in the slot, if any, and puts `camera` there. */
+void CameraSet::replace(Slot &slot, const Slot &camera)
+{
+    Slot former;
+    {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        former = slot;
+        slot = camera;
+    }
+    if (former) {
+        former->stop();
+    }
+}
+
+CameraSet::Slot CameraSet::get(const Slot &slot) const
+{
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    return slot;
+}
+
+/** A camera's source to ask, without opening it; null for one that isn't there. */
+std::unique_ptr<FrameSource> CameraSet::source(int camera) const
+{
+    QString unused;
+    return m_factory(camera, &unused);
+}
+
+} // namespace portable

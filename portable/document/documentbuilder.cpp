@@ -1,0 +1,118 @@
+// SPDX-License-Identifier: MIT
+#include "portable/document/documentbuilder.h"
+
+#include "portable/base/atomicfile.h"
+#include "portable/base/failure.h"
+#include "portable/base/writecheck.h"
+
+#include <QFile>
+
+#include <climits>
+
+namespace portable {
+
+namespace {
+
+/** The path of a document's file; empty, with a reason, when nothing can be written there. */
+QString placeOf(const char *directory, const char *name, const QString &extension, QString *error)
+{
+    const QString folder = pathOf(directory);
+    QString file = pathOf(name);
+    if (folder.isEmpty() || file.isEmpty() || file.endsWith(QLatin1Char('/'))) {
+        *error = QStringLiteral("it needs a directory and the name of a file");
+        return {};
+    }
+    if (!file.endsWith(extension, Qt::CaseInsensitive)) {
+        file += extension;
+    }
+    if (QFile::encodeName(file.section(QLatin1Char('/'), -1)).size() > NAME_MAX) {
+        *error = QStringLiteral("the name of the file is too long");
+        return {};
+    }
+    // Tried before the first page, or else it would be known only when everything has been scanned.
+    const QString path = folder + QLatin1Char('/') + file;
+    return canWriteFile(path, error) ? path : QString();
+}
+
+bool fail(const char *function, const QString &why)
+{
+    constexpr int longest = 1000; // a path from a page may be of any length
+    return failed(function,
+                  why.size() <= longest
+                      ? why
+                      : why.left(longest / 2) + QStringLiteral("...") + why.right(longest / 2));
+}
+
+} // namespace
+
+DocumentBuilder::DocumentBuilder(QString extension)
+    : m_extension(std::move(extension))
+{
+}
+
+/** Runs `body` while nobody else works on the document; no exception leaves it. */
+template <class Body> bool DocumentBuilder::exclusively(const char *function, Body body)
+{
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    return guarded(function, body);
+}
+
+bool DocumentBuilder::start(const char *function, const char *directory, const char *name,
+                            Writer writer)
+{
+    return exclusively(function, [&] {
+        QString error;
+        const QString path = placeOf(directory, name, m_extension, &error);
+        if (path.isEmpty()) {
+            return fail(function, error);
+        }
+        if (m_work && !m_work->pages.pages().empty()) {
+            const bool written = m_work->write(m_work->pages, m_work->path, &error);
+            fail(function,
+                 QStringLiteral("%1 was not ended; its %2 pages are %3")
+                     .arg(m_work->path)
+                     .arg(m_work->pages.pages().size())
+                     .arg(written ? QStringLiteral("written now")
+                                  : QStringLiteral("lost: ") + error));
+        }
+        m_work = std::make_unique<Work>();
+        m_work->path = path;
+        m_work->write = std::move(writer);
+        return true;
+    });
+}
+
+bool DocumentBuilder::addPage(const char *function, const PageMaker &make, float number)
+{
+    return exclusively(function, [&] {
+        if (!m_work) {
+            return fail(function, QStringLiteral("no document was started"));
+        }
+        QString error;
+        PageSpool &pages = m_work->pages;
+        const std::optional<PageImage> image = make(&error);
+        if (image && pages.insert(pageIndex(number, pages.pages().size()), *image, &error)) {
+            return true;
+        }
+        return !error.isEmpty() && fail(function, error);
+    });
+}
+
+bool DocumentBuilder::end(const char *function)
+{
+    return exclusively(function, [&] {
+        if (!m_work) {
+            return fail(function, QStringLiteral("no document was started"));
+        }
+        QString error;
+        if (m_work->pages.pages().empty()) {
+            error = m_work->path + QStringLiteral(": not written, for it has no page");
+        } else if (!m_work->write(m_work->pages, m_work->path, &error)) {
+            return fail(function, error);
+        }
+        m_work.reset();
+        return error.isEmpty() || fail(function, error);
+    });
+}
+
+} // namespace portable

@@ -1,0 +1,403 @@
+// SPDX-License-Identifier: MIT
+#include "portable/picture/barcodereader.h"
+
+#include "portable/picture/picturefile.h"
+
+#include <QDebug>
+#include <QTextCodec>
+
+#define ZX_USE_UTF8 1
+#include <ZXing/ReadBarcode.h>
+#include <opencv2/imgproc.hpp>
+
+#include <algorithm>
+#include <atomic>
+#include <chrono>
+#include <cmath>
+#include <condition_variable>
+#include <exception>
+#include <memory>
+#include <mutex>
+#include <set>
+#include <stdexcept>
+#include <thread>
+#include <utility>
+#include <vector>
+
+namespace portable {
+
+namespace {
+
+using ZXing::BarcodeFormat;
+using ZXing::BarcodeFormats;
+using Clock = std::chrono::steady_clock;
+
+constexpr auto timeLimit = std::chrono::seconds(3);
+constexpr auto lastLook = std::chrono::seconds(2); // what one that has begun by then may take
+constexpr int searchesAtMost = 2; // one that was given up and another
+constexpr size_t codesAtMost = 32;
+constexpr int repeatsAtMost = 8; // in a row, before a code that won't go away ends the search
+
+/** None for a kind that doesn't exist. sGetBarCodeEx tells pages the same. */
+BarcodeFormats formatsOf(long kind)
+{
+    switch (kind) {
+    case anyBarcode:
+        return BarcodeFormat::Any;
+    case 1:
+        return BarcodeFormat::QRCode | BarcodeFormat::MicroQRCode;
+    case 2:
+        return BarcodeFormat::DataMatrix;
+    case 3:
+        return BarcodeFormat::PDF417;
+    case 4:
+        return BarcodeFormat::Code128;
+    case 5:
+        return BarcodeFormat::Code39;
+    case 6:
+        return BarcodeFormat::EAN13 | BarcodeFormat::EAN8 | BarcodeFormat::UPCA
+            | BarcodeFormat::UPCE;
+    case 7:
+        return BarcodeFormat::Code93;
+    case 8:
+        return BarcodeFormat::Codabar;
+    case 9:
+        return BarcodeFormat::ITF;
+    case 10:
+        return BarcodeFormat::Aztec;
+    case 11:
+        return BarcodeFormat::DataBar | BarcodeFormat::DataBarExpanded;
+    default:
+        return BarcodeFormat::None;
+    }
+}
+
+bool isLinear(const ZXing::Result &code)
+{
+    return BarcodeFormats(BarcodeFormat::LinearCodes).testFlag(code.format());
+}
+
+/** The corners of a matrix code; of a linear one the ends of some scan lines. */
+std::vector<cv::Point> cornersOf(const ZXing::Result &code)
+{
+    std::vector<cv::Point> corners;
+    for (const ZXing::PointI &corner : code.position()) {
+        corners.emplace_back(corner.x, corner.y);
+    }
+    return corners;
+}
+
+/** A linear code's scan line. */
+std::pair<cv::Point, cv::Point> scanLineOf(const ZXing::Result &code)
+{
+    const auto corners = cornersOf(code);
+    return {(corners[0] + corners[3]) / 2, (corners[1] + corners[2]) / 2};
+}
+
+/**
+ * Paints the code over. A linear one doesn't say how high it is: a band around its scan line goes,
+ * the higher the more often the code has come back.
+ */
+void erase(cv::Mat &grey, const ZXing::Result &code, int repeats)
+{
+    const cv::Scalar paper(255);
+    if (isLinear(code)) {
+        const auto [start, end] = scanLineOf(code);
+        const int height = std::max(8, int(cv::norm(end - start) / 5));
+        cv::line(grey, start, end, paper, height * (repeats + 1));
+        return;
+    }
+    const auto corners = cornersOf(code);
+    cv::fillConvexPoly(grey, corners, paper);
+    cv::polylines(grey, corners, true, paper, 5); // the frayed edge
+}
+
+/** Degrees in the same direction as `degrees` for something that looks alike after quarter turns.
+ */
+double withinEighthTurn(double degrees)
+{
+    return degrees - 90 * std::round(degrees / 90);
+}
+
+/** By how many degrees the code lies askew, clockwise, from -45 to 45. */
+double tiltOf(const cv::Mat &grey, const ZXing::Result &code)
+{
+    if (!isLinear(code)) {
+        const auto corners = cornersOf(code);
+        const cv::Point top = corners[1] - corners[0];
+        return withinEighthTurn(std::atan2(top.y, top.x) * 180 / CV_PI);
+    }
+    // Its scan line may cross the bars aslant. The gradients along it are square to the bars.
+    const auto [start, end] = scanLineOf(code);
+    cv::Rect line(start, end);
+    line = cv::Rect(line.tl() - cv::Point(3, 3), line.br() + cv::Point(4, 4))
+        & cv::Rect(cv::Point(), grey.size());
+    if (line.empty()) {
+        return 0;
+    }
+    cv::Mat x;
+    cv::Mat y;
+    cv::Sobel(grey(line), x, CV_32F, 1, 0);
+    cv::Sobel(grey(line), y, CV_32F, 0, 1);
+    return withinEighthTurn(std::atan2(2 * x.dot(y), x.dot(x) - y.dot(y)) / 2 * 180 / CV_PI);
+}
+
+/** The whole picture turned counterclockwise, on white. */
+cv::Mat turnedBy(double degrees, const cv::Mat &grey)
+{
+    const cv::Point2f middle(float(grey.cols - 1) / 2, float(grey.rows - 1) / 2);
+    const cv::Rect2f bounds =
+        cv::RotatedRect(cv::Point2f(), grey.size(), float(degrees)).boundingRect2f();
+    cv::Mat turn = cv::getRotationMatrix2D(middle, degrees, 1);
+    turn.at<double>(0, 2) += double(bounds.width - 1) / 2 - double(middle.x);
+    turn.at<double>(1, 2) += double(bounds.height - 1) / 2 - double(middle.y);
+    cv::Mat turned;
+    cv::warpAffine(grey, turned, turn, bounds.size(), cv::INTER_LINEAR, cv::BORDER_CONSTANT, 255);
+    return turned;
+}
+
+cv::Mat reduced(const cv::Mat &grey, double scale)
+{
+    const cv::Size size(std::max(1, int(grey.cols * scale)), std::max(1, int(grey.rows * scale)));
+    cv::Mat smaller;
+    cv::resize(grey, smaller, size, 0, 0, cv::INTER_AREA);
+    return smaller;
+}
+
+/** `grey` itself, or smaller. */
+cv::Mat limited(const cv::Mat &grey, double pixelsAtMost, double longestSide)
+{
+    const double scale = std::min(std::sqrt(pixelsAtMost / double(grey.total())),
+                                  longestSide / std::max(grey.cols, grey.rows));
+    return scale < 1 ? reduced(grey, scale) : grey;
+}
+
+/**
+ * Where a square code may be: patches that stand alone and are about as wide as high, such as the
+ * text lines of a page are not. The largest first, not too many.
+ */
+std::vector<cv::Rect> squarePatches(const cv::Mat &grey)
+{
+    constexpr size_t patchesAtMost = 40;
+    constexpr int smallest = 10; // pixels of the reduced picture
+    const double scale = std::min(1.0, 800.0 / std::max(grey.cols, grey.rows));
+    cv::Mat small = reduced(grey, scale);
+    cv::morphologyEx(small, small, cv::MORPH_GRADIENT, cv::Mat());
+    cv::threshold(small, small, 0, 255, cv::THRESH_BINARY | cv::THRESH_OTSU);
+    cv::Mat labels;
+    cv::Mat table;
+    cv::Mat centres;
+    const int count = cv::connectedComponentsWithStats(small, labels, table, centres);
+    std::vector<cv::Rect> patches;
+    for (int i = 1; i < count; ++i) { // 0 is the background
+        const int *row = table.ptr<int>(i);
+        const cv::Rect box(row[cv::CC_STAT_LEFT], row[cv::CC_STAT_TOP], row[cv::CC_STAT_WIDTH],
+                           row[cv::CC_STAT_HEIGHT]);
+        const auto [shorter, longer] = std::minmax(box.width, box.height);
+        if (shorter < smallest || longer > 3 * shorter) { // a Data Matrix may be 2.7 times as wide
+            continue;
+        }
+        const int margin = longer / 10 + 3;
+        const cv::Rect2d wide(box.x - margin, box.y - margin, box.width + 2 * margin,
+                              box.height + 2 * margin);
+        patches.push_back(cv::Rect(cv::Rect2d(wide.x / scale, wide.y / scale, wide.width / scale,
+                                              wide.height / scale))
+                          & cv::Rect(cv::Point(), grey.size()));
+    }
+    std::sort(patches.begin(), patches.end(),
+              [](const cv::Rect &a, const cv::Rect &b) { return a.area() > b.area(); });
+    patches.resize(std::min(patches.size(), patchesAtMost));
+    return patches;
+}
+
+/**
+ * The code's text. One that doesn't name its encoding is UTF-8 by custom; where it isn't, ZXing
+ * takes it for Latin or Japanese, but on our terminals' papers it stems from programs that write
+ * GBK.
+ */
+QString textOf(const ZXing::Result &code)
+{
+    QString text = QString::fromStdString(code.text());
+    const auto isSuspect = [](QChar c) { // half-width katakana or upper Latin-1
+        return (c >= QChar(0xff61) && c <= QChar(0xff9f)) || (c >= QChar(0x80) && c <= QChar(0xff));
+    };
+    if (!code.hasECI() && std::any_of(text.cbegin(), text.cend(), isSuspect)) {
+        const QByteArray bytes(reinterpret_cast<const char *>(code.bytes().data()),
+                               int(code.bytes().size()));
+        for (const char *name : {"GB18030", "UTF-8"}) {
+            QTextCodec *codec = QTextCodec::codecForName(name);
+            const QString decoded = codec->toUnicode(bytes);
+            if (codec->fromUnicode(decoded) == bytes) {
+                text = decoded;
+            }
+        }
+    }
+    text.remove(QChar(0)); // it would end the list of texts
+    return text;
+}
+
+/** A search for the codes in one picture. It is let alone when it takes much too long. */
+class Search
+{
+public:
+    explicit Search(BarcodeFormats formats)
+        : m_formats(formats)
+    {
+    }
+
+    /** Finds what there is, in the thread that may take its time. */
+    void run(const cv::Mat &picture);
+
+    /** Waits for run(), but not for ever. \return what was found until then */
+    QStringList result();
+
+private:
+    void lookFromAllSides(const cv::Mat &grey);
+
+    /** Reads all codes that can be read without turning the picture, which it paints on. */
+    void look(cv::Mat grey)
+    {
+        read(grey, m_formats);
+        // ZXing seeks these around the middle of a picture only.
+        const auto central =
+            m_formats & (BarcodeFormats(BarcodeFormat::DataMatrix) | BarcodeFormat::Aztec);
+        if (!central.empty()) {
+            for (const cv::Rect &patch : squarePatches(grey)) {
+                read(grey(patch), central);
+            }
+        }
+    }
+
+    /**
+     * Reads one code at a time, painting over what was read: ZXing's function for several aborts
+     * the process on ordinary linear codes.
+     */
+    void read(cv::Mat grey, BarcodeFormats formats)
+    {
+        // Fewer lines that agree let parts of linear codes pass for codes. Else: try everything.
+        const auto hints = ZXing::DecodeHints().setFormats(formats).setMinLineCount(4);
+        int repeats = 0;
+        while (m_found.size() < codesAtMost && repeats <= repeatsAtMost && isInTime()) {
+            const ZXing::ImageView view(grey.data, grey.cols, grey.rows, ZXing::ImageFormat::Lum,
+                                        int(grey.step));
+            const ZXing::Result code = ZXing::ReadBarcode(view, hints);
+            if (!code.isValid()) {
+                return;
+            }
+            repeats = add(grey, code) ? 0 : repeats + 1;
+            erase(grey, code, repeats);
+        }
+    }
+
+    /** \return false for one that was found before */
+    bool add(const cv::Mat &grey, const ZXing::Result &code)
+    {
+        if (!m_found.emplace(code.format(), code.text()).second) {
+            return false;
+        }
+        if (m_found.size() == 1) {
+            m_tilt = tiltOf(grey, code);
+        }
+        const QString text = textOf(code);
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        m_texts << text;
+        return true;
+    }
+
+    bool isInTime()
+    {
+        if (Clock::now() < m_end) {
+            return true;
+        }
+        if (!std::exchange(m_isLate, true)) {
+            qWarning("portable: barcodes: the picture takes too long, some codes may be missing");
+        }
+        return false;
+    }
+
+    const BarcodeFormats m_formats;
+    const Clock::time_point m_end = Clock::now() + timeLimit;
+    bool m_isLate = false;
+    std::set<std::pair<BarcodeFormat, std::string>> m_found;
+    double m_tilt = 0; // how askew the first code lay in the picture that it was found in
+
+    std::mutex m_mutex;
+    std::condition_variable m_ended;
+    bool m_hasEnded = false; // guarded by m_mutex, as all below
+    std::exception_ptr m_failure;
+    QStringList m_texts;
+};
+
+void Search::run(const cv::Mat &picture)
+{
+    std::exception_ptr failure;
+    try {
+        // Codes are read at 200 dpi and less: an A4 page of 600 dpi has 35 million pixels.
+        lookFromAllSides(limited(greyOf(picture), 36e6, 10000));
+    } catch (...) { // for the one who waits
+        failure = std::current_exception();
+    }
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    m_failure = failure;
+    m_hasEnded = true;
+    m_ended.notify_all();
+}
+
+void Search::lookFromAllSides(const cv::Mat &grey)
+{
+    // How far a code may lie askew: PDF417 5 to 10 degrees, linear ones 10 to 30, QR codes 45.
+    constexpr double otherAngles[] = {15, -15, 30, -30, 45};
+    constexpr double askew = 3;
+
+    look(grey.clone());
+    // Looking at it turned takes several looks at more pixels; a long strip becomes a large square.
+    const cv::Mat toTurn = limited(grey, 4e6, 3000);
+    double angle = 0;
+    for (const double other : otherAngles) {
+        if (m_found.empty()) {
+            angle = other;
+            look(turnedBy(angle, toTurn));
+        }
+    }
+    // What lies beside a code that was found, but can't be read as far askew as that one.
+    if (!m_found.empty() && std::abs(m_tilt) > askew) {
+        look(turnedBy(angle + m_tilt, toTurn));
+    }
+}
+
+QStringList Search::result()
+{
+    std::unique_lock<std::mutex> lock(m_mutex);
+    if (!m_ended.wait_until(lock, m_end + lastLook, [this] { return m_hasEnded; })) {
+        qWarning("portable: barcodes: the picture takes far too long and is given up");
+    }
+    if (m_failure) {
+        std::rethrow_exception(m_failure);
+    }
+    return m_texts;
+}
+
+std::atomic<int> searchesRunning{0};
+
+} // namespace
+
+bool isBarcodeKind(long kind)
+{
+    return !formatsOf(kind).empty();
+}
+
+// ZXing can't be stopped, and picks QR codes from all triples of what looks like their corners: a
+// picture full of those takes it hours.
+QStringList readBarcodes(const cv::Mat &picture, long kind)
+{
+    const int running = ++searchesRunning;
+    const std::shared_ptr<void> place(nullptr, [](void *) { --searchesRunning; });
+    if (running > searchesAtMost) {
+        throw std::runtime_error("pictures that were given up are still being searched");
+    }
+    const auto search = std::make_shared<Search>(formatsOf(kind));
+    std::thread([search, picture, place] { search->run(picture); }).detach();
+    return search->result();
+}
+
+} // namespace portable

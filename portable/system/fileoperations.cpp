@@ -1,0 +1,287 @@
+// SPDX-License-Identifier: MIT
+#include "portable/system/fileoperations.h"
+
+#include "portable/base/texts.h"
+
+#include <QDir>
+#include <QFile>
+#include <QFileInfo>
+#include <QProcess>
+#include <QStandardPaths>
+
+#include <algorithm>
+#include <climits>
+#include <filesystem>
+
+namespace portable {
+
+namespace {
+
+bool fail(const QString &reason, QString *error)
+{
+    *error = reason;
+    return false;
+}
+
+/** \param file  has just failed; its reason may hold a name from a page */
+bool fail(const QFile &file, QString *error)
+{
+    return fail(logText(file.errorString()), error);
+}
+
+/** Before anything is done: half a path may be usable, and something would be made there. */
+bool isUsable(const QString &path, QString *error)
+{
+    if (path.isEmpty()) {
+        return fail(QStringLiteral("the path is empty"), error);
+    }
+    const QByteArray bytes = QFile::encodeName(path);
+    const QList<QByteArray> names = bytes.split('/');
+    const bool fits = bytes.size() < PATH_MAX
+        && std::all_of(names.begin(), names.end(),
+                       [](const QByteArray &name) { return name.size() <= NAME_MAX; });
+    return fits || fail(QStringLiteral("the path is too long"), error);
+}
+
+/** The path for Qt, to which ":..." is not a file but a resource built into the program. */
+QString forQt(const QString &path)
+{
+    return path.startsWith(QLatin1Char(':')) ? QStringLiteral("./") + path : path;
+}
+
+/**
+ * An absolute path without "..": where Qt makes a path absolute, "link/.." is nothing to it, and
+ * another file would be meant than by the system. A link at the end stays one.
+ */
+QString resolved(const QFileInfo &file)
+{
+    const QString directory = QFileInfo(file.path()).canonicalFilePath();
+    return QDir::cleanPath(directory + QLatin1Char('/') + file.fileName());
+}
+
+/** That there is a file to read; else why not. */
+bool requireFile(const QFileInfo &file, QString *error)
+{
+    return file.isFile()
+        || fail(file.isDir()        ? QStringLiteral("it is a directory")
+                    : file.exists() ? QStringLiteral("it is a device or the like, no file")
+                                    : QStringLiteral("there is no such file"),
+                error);
+}
+
+bool requireDirectory(const QFileInfo &directory, QString *error)
+{
+    return directory.isDir()
+        || fail(directory.exists() ? QStringLiteral("it is not a directory")
+                                   : QStringLiteral("there is no such directory"),
+                error);
+}
+
+/** That there is a file, or a link whatever it leads to: something that is deleted by its name. */
+bool requireFileOrLink(const QFileInfo &file, QString *error)
+{
+    return file.isSymLink() || requireFile(file, error);
+}
+
+/** That something can be put there: nothing is replaced, and no directory is made for it. */
+bool requirePlace(const QFileInfo &target, QString *error)
+{
+    if (target.exists() || target.isSymLink()) { // also a link to nothing
+        return fail(QStringLiteral("the target exists, and nothing is replaced"), error);
+    }
+    return QFileInfo(target.path()).isDir()
+        || fail(QStringLiteral("there is no such target directory"), error);
+}
+
+std::filesystem::path native(const QString &path)
+{
+    return QFile::encodeName(path).toStdString();
+}
+
+/** Qt would make it a copy of what it leads to, on another file system. */
+bool moveLink(const QString &from, const QString &to, QString *error)
+{
+    std::error_code code;
+    std::filesystem::copy_symlink(native(from), native(to), code);
+    if (!code && !std::filesystem::remove(native(from), code)) {
+        std::error_code ignored;
+        std::filesystem::remove(native(to), ignored);
+    }
+    return !code || fail(QString::fromStdString(code.message()), error);
+}
+
+bool moveToTrash(const QFileInfo &file)
+{
+#if QT_VERSION >= QT_VERSION_CHECK(5, 15, 0)
+    // Without this directory Qt moves the file into the folder "files" of the current one.
+    const QString data = QStandardPaths::writableLocation(QStandardPaths::GenericDataLocation);
+    return !data.isEmpty() && QDir().mkpath(data) && QFile::moveToTrash(resolved(file));
+#else
+    Q_UNUSED(file)
+    return false;
+#endif
+}
+
+/** The program of the desktops' own tools that finds the right one (package xdg-utils). */
+QString opener()
+{
+    return QStandardPaths::findExecutable(QStringLiteral("xdg-open"));
+}
+
+bool openOnDesktop(const QFileInfo &file, QString *error)
+{
+    const QString program = opener();
+    if (program.isEmpty()) {
+        return fail(QStringLiteral("there is no xdg-open (package xdg-utils)"), error);
+    }
+    if (qEnvironmentVariableIsEmpty("DISPLAY") && qEnvironmentVariableIsEmpty("WAYLAND_DISPLAY")) {
+        return fail(
+            QStringLiteral("there is no display: neither DISPLAY nor WAYLAND_DISPLAY is set"),
+            error);
+    }
+    QProcess process;
+    process.setProgram(program);
+    // Absolute: whatever its name, it is neither an option nor a URL.
+    process.setArguments({resolved(file)});
+    process.setStandardInputFile(QProcess::nullDevice());
+    process.setStandardOutputFile(QProcess::nullDevice());
+    process.setStandardErrorFile(QProcess::nullDevice());
+    return process.startDetached()
+        || fail(QStringLiteral("%1: %2").arg(program, process.errorString()), error);
+}
+
+/** The patterns that a format stands for, see filesOfFormat(). */
+QStringList patterns(const QString &format)
+{
+    QStringList result;
+    for (const QString &part : format.split(QLatin1Char(';'))) {
+        const QString text = part.trimmed();
+        if (text == QLatin1String("*.*")) {
+            result << QStringLiteral("*");
+        } else if (text.contains(QLatin1Char('*')) || text.contains(QLatin1Char('?'))) {
+            result << text;
+        } else if (!text.isEmpty()) {
+            result << (text.startsWith(QLatin1Char('.')) ? QStringLiteral("*")
+                                                         : QStringLiteral("*."))
+                    + text;
+        }
+    }
+    return result.isEmpty() ? QStringList{QStringLiteral("*")} : result;
+}
+
+} // namespace
+
+bool deleteFile(const QString &path, QString *error)
+{
+    const QFileInfo file(forQt(path));
+    if (!isUsable(path, error) || !requireFileOrLink(file, error)) {
+        return false;
+    }
+    return moveToTrash(file) || deleteForever(path, error);
+}
+
+bool deleteForever(const QString &path, QString *error)
+{
+    QFile file(forQt(path));
+    if (!isUsable(path, error) || !requireFileOrLink(QFileInfo(file), error)) {
+        return false;
+    }
+    return file.remove() || fail(file, error);
+}
+
+bool copyFile(const QString &from, const QString &to, QString *error)
+{
+    QFile source(forQt(from));
+    const QString target = forQt(to);
+    if (!isUsable(from, error) || !isUsable(to, error) || !requireFile(QFileInfo(source), error)
+        || !requirePlace(QFileInfo(target), error)) {
+        return false;
+    }
+    return source.copy(target) || fail(source, error);
+}
+
+bool moveFile(const QString &from, const QString &to, QString *error)
+{
+    QFile source(forQt(from));
+    const QString target = forQt(to);
+    if (!isUsable(from, error) || !isUsable(to, error)
+        || !requireFileOrLink(QFileInfo(source), error)
+        || !requirePlace(QFileInfo(target), error)) {
+        return false;
+    }
+    if (QFileInfo(source).isSymLink()) {
+        return moveLink(source.fileName(), target, error);
+    }
+    return source.rename(target) || fail(source, error);
+}
+
+bool renameFile(const QString &from, const QString &to, QString *error)
+{
+    const bool isBareName = !to.isEmpty() && !to.contains(QLatin1Char('/'));
+    return moveFile(from, isBareName ? QFileInfo(forQt(from)).path() + QLatin1Char('/') + to : to,
+                    error);
+}
+
+bool isFile(const QString &path, QString *error)
+{
+    return isUsable(path, error) && QFileInfo(forQt(path)).isFile();
+}
+
+bool isDirectory(const QString &path, QString *error)
+{
+    return isUsable(path, error) && QFileInfo(forQt(path)).isDir();
+}
+
+bool createDirectory(const QString &path, QString *error)
+{
+    if (!isUsable(path, error)) {
+        return false;
+    }
+    std::error_code code;
+    const std::filesystem::path place = std::filesystem::weakly_canonical(native(path), code);
+    if (!code) {
+        std::filesystem::create_directories(place, code);
+    }
+    std::error_code ignored;
+    if (std::filesystem::is_directory(place, ignored)) {
+        return true;
+    }
+    return fail(code ? QString::fromStdString(code.message())
+                     : QStringLiteral("there is something else of that name"),
+                error);
+}
+
+bool canOpenOnDesktop()
+{
+    return !opener().isEmpty();
+}
+
+bool openFile(const QString &path, QString *error)
+{
+    const QFileInfo file(forQt(path));
+    return isUsable(path, error) && requireFile(file, error) && openOnDesktop(file, error);
+}
+
+bool openDirectory(const QString &path, QString *error)
+{
+    const QFileInfo directory(forQt(path));
+    return isUsable(path, error) && requireDirectory(directory, error)
+        && openOnDesktop(directory, error);
+}
+
+QStringList filesOfFormat(const QString &directory, const QString &format, QString *error)
+{
+    const QDir folder(forQt(directory));
+    if (!isUsable(directory, error) || !requireDirectory(QFileInfo(folder.absolutePath()), error)) {
+        return {};
+    }
+    if (!folder.isReadable()) {
+        fail(QStringLiteral("it may not be read"), error);
+        return {};
+    }
+    QStringList names = folder.entryList(patterns(format), QDir::Files);
+    names.sort();
+    return names;
+}
+
+} // namespace portable
