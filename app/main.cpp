@@ -37,8 +37,9 @@ void exitIfAnotherRuns()
 {
     const InstanceCount instances = countInstances();
     startLine() << instances.line.constData();
-    if (!instances.anotherRuns())
+    if (!instances.anotherRuns()) {
         return;
+    }
     startLine() << "process[rvowebSocketServer] is already running!!!";
     exit(EXIT_SUCCESS);
 }

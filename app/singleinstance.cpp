@@ -17,17 +17,20 @@ InstanceCount countInstances()
     const QByteArray saved = qgetenv(libraryPath);
     qputenv(libraryPath, QByteArray());
     FILE *pipe = popen(pipeline, "r");
-    if (wasSet)
+    if (wasSet) {
         qputenv(libraryPath, saved);
-    else
+    } else {
         qunsetenv(libraryPath);
+    }
 
     InstanceCount instances;
-    if (!pipe)
+    if (!pipe) {
         return instances;
+    }
     char line[100] = {};
-    if (fgets(line, sizeof line, pipe))
+    if (fgets(line, sizeof line, pipe)) {
         instances.line = QByteArray(line).trimmed();
+    }
     pclose(pipe);
     instances.count = strtol(instances.line.constData(), nullptr, 10);
     return instances;

@@ -84,8 +84,9 @@ void BM_bSaveJPG(benchmark::State &state)
     const QTemporaryDir folder;
     const QByteArray path = folder.path().toUtf8();
     for (auto _ : state) {
-        if (!bSaveJPG(path.constData(), "ours"))
+        if (!bSaveJPG(path.constData(), "ours")) {
             state.SkipWithError("not saved");
+        }
     }
 }
 BENCHMARK(BM_bSaveJPG)->UseRealTime();
@@ -94,8 +95,9 @@ void BM_findAndStraighten(benchmark::State &state)
 {
     const cv::Mat picture = cameraPicture();
     for (auto _ : state) {
-        if (portable::straightenedPage(picture).empty())
+        if (portable::straightenedPage(picture).empty()) {
             state.SkipWithError("no page");
+        }
     }
 }
 BENCHMARK(BM_findAndStraighten)->UseRealTime();
@@ -106,8 +108,9 @@ int main(int argc, char **argv)
 {
     qputenv("QT_QPA_PLATFORM", "offscreen");
     const QGuiApplication application(argc, argv);
-    if (!bStartPlay(0))
+    if (!bStartPlay(0)) {
         return 1;
+    }
     const RatioRun run(argc, argv);
     run.printRatio("bSaveJPG / compression and plain write", "BM_bSaveJPG", "BM_compressAndWrite",
                    1.3);

@@ -66,8 +66,9 @@ BENCHMARK(BM_bareNetworks)->Unit(benchmark::kMillisecond)->UseRealTime();
 void BM_readFinger(benchmark::State &state)
 {
     const cv::Mat picture = pressFinger(drawFinger(1));
-    for (auto _ : state)
+    for (auto _ : state) {
         benchmark::DoNotOptimize(readFingerprint(picture));
+    }
 }
 BENCHMARK(BM_readFinger)->Unit(benchmark::kMillisecond)->UseRealTime();
 
@@ -76,8 +77,9 @@ void BM_compareFingers(benchmark::State &state)
     const cv::Mat finger = drawFinger(1);
     const Minutiae a = readFingerprint(pressFinger(finger)).minutiae;
     const Minutiae b = readFingerprint(pressFinger(finger, {10, {5, 5}, 8, 0})).minutiae;
-    for (auto _ : state)
+    for (auto _ : state) {
         benchmark::DoNotOptimize(fingerScore(a, b));
+    }
 }
 BENCHMARK(BM_compareFingers)->Unit(benchmark::kMillisecond)->UseRealTime();
 

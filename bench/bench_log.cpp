@@ -23,8 +23,9 @@ void BM_textStream(benchmark::State &state)
     const QTemporaryDir folder;
     TextStreamLog log(folder.path(), MaxLogSize, &QDateTime::currentMSecsSinceEpoch);
     const QString line = commandLine();
-    for (auto _ : state)
+    for (auto _ : state) {
         log.write(line);
+    }
 }
 BENCHMARK(BM_textStream);
 
@@ -36,8 +37,9 @@ void BM_logLine(benchmark::State &state)
     const QtMessageHandler handler = qInstallMessageHandler(nullptr);
     const QMessageLogContext context;
     const QString line = commandLine();
-    for (auto _ : state)
+    for (auto _ : state) {
         handler(QtDebugMsg, context, line);
+    }
     QLog::instance()->handler({});
 }
 BENCHMARK(BM_logLine);

@@ -66,8 +66,9 @@ public:
     {
         m_end = true;
         m_thread.join();
-        for (const int descriptor : m_descriptors)
+        for (const int descriptor : m_descriptors) {
             close(descriptor);
+        }
     }
     Readers(const Readers &) = delete;
     Readers &operator=(const Readers &) = delete;
@@ -76,14 +77,16 @@ private:
     void read()
     {
         std::vector<pollfd> polled;
-        for (const int descriptor : m_descriptors)
+        for (const int descriptor : m_descriptors) {
             polled.push_back({descriptor, POLLIN, 0});
+        }
         std::vector<char> buffer(1 << 20);
         while (!m_end) {
             poll(polled.data(), polled.size(), 20);
             for (const pollfd &one : polled) {
-                if (one.revents != 0)
+                if (one.revents != 0) {
                     recv(one.fd, buffer.data(), buffer.size(), MSG_DONTWAIT);
+                }
             }
         }
     }
@@ -104,8 +107,9 @@ public:
             m_manager.port(), pages,
             "GET / HTTP/1.1\r\nHost: localhost\r\nUpgrade: websocket\r\nConnection: Upgrade\r\n"
             "Sec-WebSocket-Key: dGhlIHNhbXBsZSBub25jZQ==\r\nSec-WebSocket-Version: 13\r\n\r\n");
-        while (m_manager.findChildren<ClientLink *>().size() < pages)
+        while (m_manager.findChildren<ClientLink *>().size() < pages) {
             QCoreApplication::processEvents();
+        }
         m_sockets = m_manager.findChildren<QTcpSocket *>();
     }
 
@@ -118,8 +122,9 @@ public:
     static void waitUntilWritten(const QList<QTcpSocket *> &sockets)
     {
         while (std::any_of(sockets.begin(), sockets.end(),
-                           [](const QTcpSocket *socket) { return socket->bytesToWrite() > 0; }))
+                           [](const QTcpSocket *socket) { return socket->bytesToWrite() > 0; })) {
             QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents);
+        }
     }
 
 private:
@@ -164,16 +169,18 @@ void frameToOnePage(benchmark::State &state, QImage::Format format)
     const QImage picture = cameraPicture(format);
     FrameEncoder encoder;
     Server server(1);
-    for (auto _ : state)
+    for (auto _ : state) {
         server.pushFrame(encoder.encode(picture, previewSize));
+    }
 }
 
 void BM_encode(benchmark::State &state)
 {
     const QImage picture = cameraPicture(QImage::Format_RGB32);
     FrameEncoder encoder;
-    for (auto _ : state)
+    for (auto _ : state) {
         benchmark::DoNotOptimize(encoder.encode(picture, previewSize).size());
+    }
 }
 BENCHMARK(BM_encode);
 
@@ -198,8 +205,9 @@ void BM_pages(benchmark::State &state)
 {
     const QByteArray text = frameText();
     Server server(static_cast<int>(state.range(0)));
-    for (auto _ : state)
+    for (auto _ : state) {
         server.pushFrame(text);
+    }
 }
 BENCHMARK(BM_pages)->Arg(8)->Arg(50);
 
@@ -213,8 +221,9 @@ void BM_plainWrites(benchmark::State &state)
     QList<QTcpSocket *> sockets;
     while (sockets.size() < count) {
         QCoreApplication::processEvents();
-        while (QTcpSocket *socket = listener.nextPendingConnection())
+        while (QTcpSocket *socket = listener.nextPendingConnection()) {
             sockets << socket;
+        }
     }
     for (auto _ : state) {
         for (QTcpSocket *socket : qAsConst(sockets)) {

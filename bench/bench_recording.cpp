@@ -63,8 +63,9 @@ private:
         FrameEncoder encoder;
         QImage frame;
         while (!m_end) {
-            if (getVideoFrame(frame) && !encoder.encode(frame, previewSize).isEmpty())
+            if (getVideoFrame(frame) && !encoder.encode(frame, previewSize).isEmpty()) {
                 ++m_frames;
+            }
         }
     }
 
@@ -77,18 +78,21 @@ private:
 /// end.
 void printRecordingLines(QtMsgType, const QMessageLogContext &, const QString &line)
 {
-    if (line.contains(QLatin1String("record")))
+    if (line.contains(QLatin1String("record"))) {
         std::printf("    %s\n", qUtf8Printable(line));
+    }
 }
 
 void record(const char *what, bool (*start)(const char *), const QString &path, Preview &preview)
 {
-    if (!start(QFile::encodeName(path).constData()))
+    if (!start(QFile::encodeName(path).constData())) {
         return; // the library has said why
+    }
     preview.measure(what);
     bStopRec();
-    while (isRecording())
+    while (isRecording()) {
         QThread::msleep(1);
+    }
 }
 
 } // namespace

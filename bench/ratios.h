@@ -32,8 +32,9 @@ public:
                                          "--benchmark_display_aggregates_only=true"};
         options.insert(options.end(), argv + 1, argv + argc);
         std::vector<char *> pointers;
-        for (std::string &option : options)
+        for (std::string &option : options) {
             pointers.push_back(&option[0]);
+        }
         int count = static_cast<int>(pointers.size());
         benchmark::Initialize(&count, pointers.data());
         benchmark::RunSpecifiedBenchmarks(&m_reporter);
@@ -63,8 +64,9 @@ private:
         void ReportRuns(const std::vector<Run> &runs) override
         {
             for (const Run &run : runs) {
-                if (run.aggregate_name == "median")
+                if (run.aggregate_name == "median") {
                     medians[nameOf(run)] = secondsOf(run);
+                }
             }
             ConsoleReporter::ReportRuns(runs);
         }

@@ -22,8 +22,9 @@ constexpr int maxPartsLogged = 100; // SplitPic takes two; a text of nothing but
 QString currentFrame()
 {
     cv::Mat frame;
-    if (!getVideoFrameMatEx(frame))
+    if (!getVideoFrameMatEx(frame)) {
         return QString();
+    }
     return QString::fromStdString(Mat2Base64(frame, "JPG"));
 }
 
@@ -78,10 +79,12 @@ QString MessageRun::SplitPic_callback(QString name, QString args, MessageRun *)
 {
     const Arguments fields(args);
     QStringList parts;
-    for (int i = 0; i < std::min(fields.count(), maxPartsLogged); ++i)
+    for (int i = 0; i < std::min(fields.count(), maxPartsLogged); ++i) {
         parts << fields.text(i);
-    if (parts.size() >= 2)
+    }
+    if (parts.size() >= 2) {
         traceLine("messagerun", __LINE__, __func__) << parts;
+    }
     return replyTwoTexts(name, args, SplitPic);
 }
 
@@ -108,8 +111,9 @@ QString MessageRun::bSaveJPGEx_callback(QString name, QString, MessageRun *)
         + QDateTime::currentDateTime().toString(QStringLiteral("yyyyMMddhhmmsszzz"));
     bSaveJPG("/tmp", file.toUtf8().constData());
     QFile saved(QStringLiteral("/tmp/%1.jpg").arg(file));
-    if (!saved.open(QIODevice::ReadOnly))
+    if (!saved.open(QIODevice::ReadOnly)) {
         return reply(name, currentFrame());
+    }
     const QByteArray bytes = saved.readAll();
     saved.close();
     saved.remove();

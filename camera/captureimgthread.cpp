@@ -185,10 +185,11 @@ void CaptureImgThread::enqueue(enumCameraOPeration operation)
 
 void CaptureImgThread::openCamera(int code)
 {
-    if (const Start *start = findStart(&Start::code, code))
+    if (const Start *start = findStart(&Start::code, code)) {
         enqueue(start->operation);
-    else
+    } else {
         qWarning() << "capture: there is no camera of code" << code;
+    }
 }
 
 void CaptureImgThread::closeCamera()
@@ -273,8 +274,9 @@ QSize CaptureImgThread::previewSize() const
 
 void CaptureImgThread::pushFrame(const QByteArray &text)
 {
-    if (d->framesUnderWay >= framesUnderWayLimit)
+    if (d->framesUnderWay >= framesUnderWayLimit) {
         return;
+    }
     ++d->framesUnderWay;
     Q_EMIT sig_msg(text);
     Q_EMIT frameEmitted(QPrivateSignal());
@@ -290,8 +292,9 @@ bool CaptureImgThread::Loop::pass()
 {
     waitWhilePaused();
     std::unique_lock<std::mutex> lock(d.mutex);
-    if (!d.running)
+    if (!d.running) {
         return false;
+    }
     d.wake.wait_for(lock, d.waits.pass);
     if (!d.queue.empty()) {
         const enumCameraOPeration operation = d.queue.front();
@@ -311,10 +314,11 @@ void CaptureImgThread::Loop::waitWhilePaused()
 
 void CaptureImgThread::Loop::perform(enumCameraOPeration operation)
 {
-    if (const Start *start = findStart(&Start::operation, operation))
+    if (const Start *start = findStart(&Start::operation, operation)) {
         open(*start);
-    else
+    } else {
         close();
+    }
 }
 
 void CaptureImgThread::Loop::close()
@@ -329,11 +333,13 @@ void CaptureImgThread::Loop::open(const Start &start)
         emitResult(start.nameWhenOpen, true);
         return;
     }
-    if (d.currentCamera > 0)
+    if (d.currentCamera > 0) {
         bStopPlay();
+    }
     const bool started = tryThreeTimes(start);
-    if (started)
+    if (started) {
         d.currentCamera = start.stored;
+    }
     emitResult(start.name, started);
 }
 
@@ -342,12 +348,14 @@ bool CaptureImgThread::Loop::tryThreeTimes(const Start &start)
     const auto attempt = [&start](Turn turn) {
         return start.start(turn == Turn::AsSet ? iGetRotate() : short{0});
     };
-    if (attempt(start.firstTries))
+    if (attempt(start.firstTries)) {
         return true;
+    }
     bStopPlay();
     QThread::msleep(static_cast<unsigned long>(d.waits.secondTry.count()));
-    if (attempt(start.firstTries))
+    if (attempt(start.firstTries)) {
         return true;
+    }
     bStopPlay();
     QThread::msleep(static_cast<unsigned long>(d.waits.thirdTry.count()));
     return attempt(start.lastTry);
@@ -371,17 +379,20 @@ void CaptureImgThread::Loop::fetchFrame()
 void CaptureImgThread::Loop::push(const QImage &frame)
 {
     // The main thread is busy: spend nothing on a frame that nobody could see.
-    if (d.framesUnderWay >= framesUnderWayLimit)
+    if (d.framesUnderWay >= framesUnderWayLimit) {
         return;
+    }
 
     QSize size = m_thread.previewSize();
     const QSize largest = frame.size() * largestScale;
-    if (size.width() >= largest.width() || size.height() >= largest.height())
+    if (size.width() >= largest.width() || size.height() >= largest.height()) {
         size = largest;
+    }
     const QByteArray text = m_encoder.encode(frame, size);
     if (text.isEmpty()) {
-        if (m_refusedSize != size)
+        if (m_refusedSize != size) {
             qWarning() << "capture: no preview frames, a JPEG can't be made of size" << size;
+        }
         m_refusedSize = size;
         return;
     }
@@ -392,13 +403,15 @@ void CaptureImgThread::Loop::push(const QImage &frame)
 void CaptureImgThread::Loop::recoverFromFailure()
 {
     QThread::msleep(static_cast<unsigned long>(d.waits.failedFrame.count()));
-    if (m_failures <= failuresBeforeRestart)
+    if (m_failures <= failuresBeforeRestart) {
         return;
+    }
     qDebug() << "capture error";
     bStopPlay();
     QThread::msleep(static_cast<unsigned long>(d.waits.restart.count()));
-    if (const Start *start = findStart(&Start::camera, d.currentCamera))
+    if (const Start *start = findStart(&Start::camera, d.currentCamera)) {
         start->start(0);
+    }
     m_failures = 0;
 }
 

@@ -57,8 +57,9 @@ QString MessageRun::bAddPDFBase64ColorPage_callback(QString name, QString args, 
 QString MessageRun::bSaveOFDStart_callback(QString name, QString args, MessageRun *)
 {
     const Arguments fields(args);
-    if (fields.text(0).isEmpty() || fields.text(1).isEmpty())
+    if (fields.text(0).isEmpty() || fields.text(1).isEmpty()) {
         return reply(name, false);
+    }
     return replyTwoTexts(name, args, bSaveOFDStart);
 }
 
@@ -82,8 +83,9 @@ QString MessageRun::bAddOFDPage_callback(QString name, QString args, MessageRun 
 {
     const Arguments fields(args);
     const bool placed = fields.count() >= 2;
-    if (fields.text(0).isEmpty() || (placed && fields.text(1).isEmpty()))
+    if (fields.text(0).isEmpty() || (placed && fields.text(1).isEmpty())) {
         return reply(name, false);
+    }
     return reply(name, bAddOFDPage(fields.utf8(0), placed ? fields.number<float>(1) : 1.0F));
 }
 

@@ -46,8 +46,9 @@ J_COLOR_SPACE colorSpaceOf(const QImage &image)
 bool hasMetadata(const QImage &image)
 {
 #if QT_VERSION >= QT_VERSION_CHECK(5, 14, 0)
-    if (image.colorSpace().isValid())
+    if (image.colorSpace().isValid()) {
         return true;
+    }
 #endif
     return !image.text().isEmpty() || image.devicePixelRatio() != 1;
 }
@@ -178,8 +179,9 @@ bool FrameEncoder::Compressor::compress(const QImage &frame, QSize size, J_COLOR
     mapPixels(frame, size);
     const std::size_t rowBytes = static_cast<std::size_t>(size.width()) * (frame.depth() / 8U);
     m_gathered.resize(rowBytes * rowsAtATime);
-    for (int i = 0; i < rowsAtATime; ++i)
+    for (int i = 0; i < rowsAtATime; ++i) {
         m_rows[static_cast<std::size_t>(i)] = m_gathered.data() + rowBytes * static_cast<uint>(i);
+    }
     m_jpeg.image_width = static_cast<JDIMENSION>(size.width());
     m_jpeg.image_height = static_cast<JDIMENSION>(size.height());
     m_jpeg.in_color_space = space;
@@ -244,10 +246,11 @@ int FrameEncoder::Compressor::gatherRows(const QImage &frame, int first)
         const uchar *source =
             frame.constScanLine(m_rowMap[static_cast<std::size_t>(first) + static_cast<uint>(i)]);
         uchar *target = m_rows[static_cast<std::size_t>(i)];
-        if (frame.depth() == 32)
+        if (frame.depth() == 32) {
             gatherRow<4>(source, m_columnMap, target);
-        else
+        } else {
             gatherRow<3>(source, m_columnMap, target);
+        }
     }
     return count;
 }
@@ -262,14 +265,17 @@ FrameEncoder::~FrameEncoder() = default;
 QByteArray FrameEncoder::encode(const QImage &frame, QSize size)
 {
     if (frame.isNull() || size.isEmpty() || size.width() > maximumDimension
-        || size.height() > maximumDimension)
+        || size.height() > maximumDimension) {
         return {};
+    }
     const J_COLOR_SPACE space = colorSpaceOf(frame);
     if (space == JCS_UNKNOWN || hasMetadata(frame)
-        || qMax(size.width(), size.height()) > engineLimit)
+        || qMax(size.width(), size.height()) > engineLimit) {
         return encodeByQt(frame, size);
-    if (!m_compressor->compress(frame, size, space))
+    }
+    if (!m_compressor->compress(frame, size, space)) {
         return {};
+    }
     return textOf(m_compressor->data(), m_compressor->length());
 }
 
@@ -277,8 +283,9 @@ QByteArray FrameEncoder::encodeByQt(const QImage &frame, QSize size)
 {
     QBuffer file;
     file.open(QIODevice::WriteOnly);
-    if (!frame.scaled(size, Qt::IgnoreAspectRatio, Qt::FastTransformation).save(&file, "jpg", -1))
+    if (!frame.scaled(size, Qt::IgnoreAspectRatio, Qt::FastTransformation).save(&file, "jpg", -1)) {
         return {};
+    }
     return textOf(reinterpret_cast<const uchar *>(file.data().constData()),
                   static_cast<std::size_t>(file.data().size()));
 }
@@ -286,8 +293,9 @@ QByteArray FrameEncoder::encodeByQt(const QImage &frame, QSize size)
 QByteArray FrameEncoder::textOf(const unsigned char *jpeg, std::size_t length)
 {
     QByteArray &text = m_texts[m_nextText++ % m_texts.size()];
-    if (!text.isDetached())
+    if (!text.isDetached()) {
         text = QByteArray(); // still on its way to a page, which keeps it
+    }
     text.resize(static_cast<int>(base64Length(length)));
     base64EncodeInto(jpeg, length, text.data());
     return text;

@@ -10,8 +10,9 @@
 
 std::string Mat2Base64(const cv::Mat &matrix, const std::string &extension)
 {
-    if (matrix.empty())
+    if (matrix.empty()) {
         return {};
+    }
     try {
         std::vector<unsigned char> bytes;
         cv::imencode("." + extension, matrix, bytes, {cv::IMWRITE_JPEG_QUALITY, 70});

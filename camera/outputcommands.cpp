@@ -46,8 +46,9 @@ QString MessageRun::bPrintImageFile_callback(QString name, QString args, Message
 QString MessageRun::vSetWaterPrint_callback(QString name, QString args, MessageRun *)
 {
     const Arguments fields(args);
-    if (fields.count() >= 3)
+    if (fields.count() >= 3) {
         vSetWaterPrint(fields.number<short>(0), fields.local8Bit(1), fields.number<short>(2));
+    }
     return reply(name, true);
 }
 
@@ -84,8 +85,9 @@ QString MessageRun::sGetBarCode_callback(QString name, QString args, MessageRun 
 QString MessageRun::sGetBarCodeEx_callback(QString name, QString args, MessageRun *)
 {
     const Arguments fields(args);
-    if (fields.count() < 2)
+    if (fields.count() < 2) {
         return reply(name);
+    }
     return reply(name,
                  utf8Of(DeviceText(sGetBarCodeEx(fields.number<long>(0), fields.local8Bit(1)))));
 }

@@ -100,8 +100,9 @@ QString MessageRun::bAVPreview_callback(QString name, QString args, MessageRun *
     const bool shown =
         fields.count() >= 2 && bAVPreview(fields.number<qint64>(0), fields.number<qint64>(1));
     const QString text = reply(name, shown);
-    if (shown)
+    if (shown) {
         open(1); // it has taken the camera: the main preview begins anew, with an answer of its own
+    }
     return text;
 }
 
@@ -120,8 +121,9 @@ QString MessageRun::bGetPreviewEnable_callback(QString name, QString, MessageRun
 QString MessageRun::vSetPreViewSize_callback(QString name, QString args, MessageRun *)
 {
     const Arguments fields(args);
-    if (fields.count() >= 2)
+    if (fields.count() >= 2) {
         CaptureImgThread::instance()->vSetPreViewSize(fields.number<int>(0), fields.number<int>(1));
+    }
     return reply(name);
 }
 
@@ -164,8 +166,9 @@ QString MessageRun::displayVideoPara_callback(QString name, QString, MessageRun 
 void MessageRun::OnSengImgMessage()
 {
     cv::Mat frame;
-    if (!m_pushImages || !getVideoFrameMat(frame) || frame.empty())
+    if (!m_pushImages || !getVideoFrameMat(frame) || frame.empty()) {
         return;
+    }
     cv::Mat scaled;
     cv::resize(frame, scaled, cv::Size(800, 600), 0, 0, cv::INTER_NEAREST);
     send_msg(QString::fromStdString(Mat2Base64(scaled, "JPG")));

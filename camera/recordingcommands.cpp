@@ -21,8 +21,9 @@ QString MessageRun::bStartRecMp3_callback(QString name, QString args, MessageRun
 // The answer to a stop that was taken comes when the file is whole.
 QString MessageRun::bStopRec_callback(QString name, QString, MessageRun *)
 {
-    if (!bStopRec())
+    if (!bStopRec()) {
         return reply(name, false);
+    }
     StopRecThread::instance()->waitForEnd();
     return QStringLiteral(" ");
 }
@@ -45,7 +46,8 @@ QString MessageRun::isRecording_callback(QString name, QString, MessageRun *)
 QString MessageRun::vSetRecSize_callback(QString name, QString args, MessageRun *)
 {
     const Arguments fields(args);
-    if (fields.count() >= 2)
+    if (fields.count() >= 2) {
         vSetRecSize(fields.number<int>(0), fields.number<int>(1));
+    }
     return reply(name);
 }

@@ -23,8 +23,9 @@ QString MessageRun::iAutoScan_callback(QString name, QString args, MessageRun *s
 QString MessageRun::iTimerScan_callback(QString name, QString args, MessageRun *)
 {
     const Arguments fields(args);
-    if (fields.count() >= 4)
+    if (fields.count() >= 4) {
         iTimerScan(fields.number<int>(0), fields.utf8(1), fields.utf8(2), fields.number<int>(3));
+    }
     return reply(name, true);
 }
 

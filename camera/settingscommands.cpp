@@ -23,8 +23,9 @@ QString resolutionsOf(int camera)
     std::vector<std::pair<double, double>> sizes;
     getResolutionIndex(camera, sizes);
     QJsonArray list;
-    for (const auto &[width, height] : sizes)
+    for (const auto &[width, height] : sizes) {
         list << QJsonObject{{QStringLiteral("width"), width}, {QStringLiteral("height"), height}};
+    }
     return QString::fromUtf8(QJsonDocument(list).toJson(QJsonDocument::Compact));
 }
 
@@ -67,16 +68,18 @@ QString MessageRun::vSetResolutionEx_callback(QString name, QString args, Messag
 QString MessageRun::setResolutionXY_callback(QString name, QString args, MessageRun *)
 {
     const Arguments fields(args);
-    if (fields.count() == 2)
+    if (fields.count() == 2) {
         setResolution(mainCamera, fields.number<int>(0), fields.number<int>(1));
+    }
     return reply(name, true);
 }
 
 QString MessageRun::setResolutionExXY_callback(QString name, QString args, MessageRun *)
 {
     const Arguments fields(args);
-    if (fields.count() == 3)
+    if (fields.count() == 3) {
         setResolution(fields.number<int>(0), fields.number<int>(1), fields.number<int>(2));
+    }
     return reply(name, true);
 }
 

@@ -31,8 +31,9 @@ StopRecThread::~StopRecThread()
 
 void StopRecThread::waitForEnd()
 {
-    if (!isRunning())
+    if (!isRunning()) {
         start();
+    }
 }
 
 /// False when the program ends meanwhile.
@@ -45,12 +46,14 @@ bool StopRecThread::sleep(std::chrono::milliseconds time)
 void StopRecThread::run()
 {
     for (int polls = 0; polls < pollLimit && isRecording(); ++polls) {
-        if (!sleep(m_waits.poll))
+        if (!sleep(m_waits.poll)) {
             return;
+        }
         TRACE << isRecording();
     }
-    if (!sleep(m_waits.last))
+    if (!sleep(m_waits.last)) {
         return;
+    }
     const QString text =
         MessageRun::framed(QStringLiteral("bStopRec"), MessageRun::truth(!isRecording()));
     Q_EMIT sig_msg(text.toLocal8Bit());

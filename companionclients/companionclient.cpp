@@ -37,31 +37,35 @@ bool CompanionClient::tryToConnect()
 
 void CompanionClient::leave()
 {
-    if (!isConnected())
+    if (!isConnected()) {
         return;
+    }
     m_socket.disconnectFromServer();
     m_socket.abort();
 }
 
 void CompanionClient::leaveForRestart()
 {
-    if (!isConnected())
+    if (!isConnected()) {
         return;
+    }
     leave();
     sleep(m_waits.pause);
 }
 
 void CompanionClient::launch()
 {
-    if (!QProcess::startDetached(QStringLiteral("/bin/bash"), {m_scriptPath}))
+    if (!QProcess::startDetached(QStringLiteral("/bin/bash"), {m_scriptPath})) {
         qWarning() << "companion: can't start /bin/bash" << m_scriptPath;
+    }
 }
 
 bool CompanionClient::connectInThreeAttempts()
 {
     for (int attempt = 0; attempt < 3; ++attempt) {
-        if (tryToConnect())
+        if (tryToConnect()) {
             return true;
+        }
         qWarning() << "companion: no connection to" << m_socketName << "-" << m_socket.errorString()
                    << "- starting" << m_scriptPath << "again";
         sleep(m_waits.pause);

@@ -20,8 +20,9 @@ bool requestSignature(const QString &args, Sign sign)
 {
     Webbrowsersouthinterface::instance()->stopWeb();
     SignSouthInterface *service = SignSouthInterface::instance();
-    if (!service->start())
+    if (!service->start()) {
         return false;
+    }
     const Arguments fields(args);
     if (fields.count() < 5) {
         service->stop();
@@ -29,8 +30,9 @@ bool requestSignature(const QString &args, Sign sign)
     }
     // "," parts the command's fields, so pages write "." between the numbers of the place.
     const QString location = fields.text(2).replace(QLatin1Char('.'), QLatin1Char(','));
-    if (Arguments(location).count() < 4)
+    if (Arguments(location).count() < 4) {
         return false; // and the connection stays
+    }
     (service->*sign)(fields.text(0), fields.text(1), location, fields.text(3),
                      fields.number<int>(4));
     return true;

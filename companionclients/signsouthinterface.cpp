@@ -114,8 +114,9 @@ void SignSouthInterface::slot_readyRead()
     std::printf("ddd=%d %d\n", length, length);
     mark("SignSouthInterface::slot_readyRead2");
     std::fflush(stdout);
-    if (payload.size() > longestDroppedReply)
+    if (payload.size() > longestDroppedReply) {
         Q_EMIT sig_msg(payload);
+    }
 }
 
 /// The length must be met exactly: more than that runs on as less does, until the service is gone.
@@ -124,12 +125,14 @@ bool SignSouthInterface::readPayload(int length, QByteArray *payload)
 {
     *payload = m_socket.readAll();
     while (payload->size() != length) {
-        if (length < 0 || !isConnected())
+        if (length < 0 || !isConnected()) {
             return false;
+        }
         m_socket.waitForReadyRead(static_cast<int>(m_waits.read.count()));
         const QByteArray more = m_socket.readAll();
-        if (payload->size() < qMin(length, longestReply))
+        if (payload->size() < qMin(length, longestReply)) {
             *payload += more;
+        }
     }
     return true;
 }

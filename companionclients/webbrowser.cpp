@@ -43,14 +43,16 @@ void WebBrowser::openURL(const QString &url, const QString &data)
     const QStringList line = arguments(url, screenGeometries(), m_settings.padsize);
     qDebug() << line;
     m_browser.start(m_settings.browser, line, QIODevice::ReadWrite);
-    if (!m_browser.waitForStarted(browserWaitMs))
+    if (!m_browser.waitForStarted(browserWaitMs)) {
         qWarning() << "companion: can't start" << m_settings.browser << m_browser.errorString();
+    }
 }
 
 void WebBrowser::closeURL()
 {
-    if (m_browser.state() == QProcess::NotRunning)
+    if (m_browser.state() == QProcess::NotRunning) {
         return;
+    }
     m_browser.terminate();
     m_browser.waitForFinished(browserWaitMs);
     m_browser.close();
@@ -58,6 +60,7 @@ void WebBrowser::closeURL()
 
 void WebBrowser::recvMessage(QString message, QWebSocket *socket)
 {
-    if (socket && message.startsWith(QLatin1Char('@')))
+    if (socket && message.startsWith(QLatin1Char('@'))) {
         socket->sendTextMessage(m_pageData);
+    }
 }

@@ -14,8 +14,9 @@ namespace {
 QByteArray upToNul(QByteArray text)
 {
     const int nul = text.indexOf('\0');
-    if (nul >= 0)
+    if (nul >= 0) {
         text.truncate(nul);
+    }
     return text;
 }
 
@@ -38,8 +39,9 @@ bool Webbrowsersouthinterface::start()
     leaveForRestart();
     launch();
     QThread::msleep(static_cast<unsigned long>(m_waits.settle.count()));
-    if (!connectInThreeAttempts())
+    if (!connectInThreeAttempts()) {
         return false;
+    }
     std::puts("start3");
     return true;
 }
@@ -57,15 +59,17 @@ bool Webbrowsersouthinterface::openURL(const QString &url, const QString &data)
 bool Webbrowsersouthinterface::writeText(const QString &text)
 {
     const QByteArray bytes = upToNul(text.toUtf8());
-    if (!writeNumber(bytes.size()))
+    if (!writeNumber(bytes.size())) {
         return false;
+    }
     m_socket.write(bytes);
     return true;
 }
 
 void Webbrowsersouthinterface::slot_readyRead()
 {
-    if (gpWebSocket)
+    if (gpWebSocket) {
         MessageRun::send_msg(QString::fromUtf8(upToNul(m_socket.readAll())));
+    }
     TRACE << m_socket.readAll(); // what there is no page for
 }

@@ -3,13 +3,15 @@
 
 QStringRef Arguments::field(int index) const
 {
-    if (index < 0)
+    if (index < 0) {
         return {};
+    }
     int begin = 0;
     for (; index > 0; --index) {
         const int comma = m_text.indexOf(QLatin1Char(','), begin);
-        if (comma < 0)
+        if (comma < 0) {
             return {};
+        }
         begin = comma + 1;
     }
     const int end = m_text.indexOf(QLatin1Char(','), begin);

@@ -14,18 +14,19 @@
  */
 template <class Number> Number numberFrom(const QStringRef &text)
 {
-    if constexpr (std::is_same_v<Number, short>)
+    if constexpr (std::is_same_v<Number, short>) {
         return text.toShort();
-    else if constexpr (std::is_same_v<Number, int>)
+    } else if constexpr (std::is_same_v<Number, int>) {
         return text.toInt();
-    else if constexpr (std::is_same_v<Number, long>)
+    } else if constexpr (std::is_same_v<Number, long>) {
         return text.toLong();
-    else if constexpr (std::is_same_v<Number, qint64>)
+    } else if constexpr (std::is_same_v<Number, qint64>) {
         return text.toLongLong();
-    else if constexpr (std::is_same_v<Number, float>)
+    } else if constexpr (std::is_same_v<Number, float>) {
         return text.toFloat();
-    else
+    } else {
         static_assert(!sizeof(Number), "not a number type of the protocol");
+    }
 }
 
 /** The same for a whole argument text: what commands with one argument take. */

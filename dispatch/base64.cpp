@@ -37,23 +37,27 @@ void encode(const unsigned char *bytes, std::size_t length, char *text, const Pa
         std::memcpy(text + 2, &pairs[2 * (bits & 4095U)], 2);
     }
     const std::size_t rest = length % 3;
-    if (rest == 0)
+    if (rest == 0) {
         return;
+    }
     const unsigned bits = (bytes[0] << 16U) | (rest == 2 ? bytes[1] << 8U : 0U);
     std::memcpy(text, &pairs[2 * (bits >> 12U)], 2);
     std::memcpy(text + 2, &pairs[2 * (bits & 4095U)], 2);
-    if (rest == 1)
+    if (rest == 1) {
         text[2] = fill;
+    }
     text[3] = fill;
 }
 
 constexpr std::array<signed char, 256> sixBitValues()
 {
     std::array<signed char, 256> values{};
-    for (auto &value : values)
+    for (auto &value : values) {
         value = -1;
-    for (int i = 0; i < 64; ++i)
+    }
+    for (int i = 0; i < 64; ++i) {
         values[static_cast<unsigned char>(standardAlphabet[i])] = static_cast<signed char>(i);
+    }
     return values;
 }
 
@@ -85,8 +89,9 @@ std::string base64_decode(const std::string &text)
     int count = 0;
     for (const char character : text) {
         const signed char value = values[static_cast<unsigned char>(character)];
-        if (value < 0)
+        if (value < 0) {
             break;
+        }
         bits = (bits << 6U) | static_cast<unsigned>(value);
         // Characters 2, 3 and 4 of each four complete a byte.
         if (++count % 4 != 1) {

@@ -48,15 +48,17 @@ void MessageRun::handle_msg_slot(QString msg, QObject *)
         args = msg.mid(open + 1, qMax(0, msg.size() - open - 2));
         name = msg.left(open);
     }
-    if (const Callback callback = m_commands.value(name))
+    if (const Callback callback = m_commands.value(name)) {
         callback(name, args, this);
+    }
 }
 
 void MessageRun::send_msg(QString text)
 {
     Q_ASSERT(QThread::currentThread() == QCoreApplication::instance()->thread());
-    if (gpWebSocket)
+    if (gpWebSocket) {
         gpWebSocket->sendTextMessage(text);
+    }
 }
 
 void MessageRun::send_json_msg(bool ok, QString funcname, QString data)

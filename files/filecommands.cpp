@@ -80,7 +80,8 @@ QString MessageRun::sGetTempPath_callback(QString name, QString, MessageRun *)
 QString MessageRun::sGetAllFormatFiles_callback(QString name, QString args, MessageRun *)
 {
     const Arguments fields(args);
-    if (fields.count() < 2)
+    if (fields.count() < 2) {
         return reply(name);
+    }
     return reply(name, QString::fromUtf8(sGetAllFormatFiles(fields.utf8(0), fields.utf8(1))));
 }

@@ -99,8 +99,9 @@ QString MessageRun::iReadCardBasEx_callback(QString name, QString args, MessageR
 // and its text without the JSON around it.
 QString MessageRun::WReadCardBasEx_callback(QString name, QString args, MessageRun *)
 {
-    if (!GetDeviceStatus_dc())
+    if (!GetDeviceStatus_dc()) {
         return reply(name, readInto([](QString *text) { ReadCardBasExVX(text, 3); }));
+    }
     QThread::msleep(beforeSecondFamilyMs);
     QString text;
     const bool read = ReadSBKCardBas_DK(typeOr(1, args), &text);
@@ -115,14 +116,16 @@ QString MessageRun::WReadSFZCardBas_callback(QString name, QString, MessageRun *
     const QString first = readInto(ReadSFZCardBas_VX);
     const int code = codeOf(first);
     traceLine("messagerun", __LINE__, __func__) << code;
-    if (code == 0)
+    if (code == 0) {
         return reply(name, first);
+    }
     traceLine("messagerun", __LINE__, __func__) << first;
 
     QThread::msleep(betweenReadersMs);
     const QString second = utf8Of(DeviceText(::ReadCard(nullptr, nullptr)));
-    if (resultOf(second) != 0)
+    if (resultOf(second) != 0) {
         return reply(name, second);
+    }
     traceLine("messagerun", __LINE__, __func__) << second;
 
     QThread::msleep(betweenReadersMs);

@@ -35,8 +35,9 @@ QString withBlanks(const QString &args)
     listed.reserve(args.size() + args.count(QLatin1Char(',')));
     for (const QChar character : args) {
         listed += character;
-        if (character == QLatin1Char(','))
+        if (character == QLatin1Char(',')) {
             listed += QLatin1Char(' ');
+        }
     }
     return listed;
 }
@@ -44,13 +45,15 @@ QString withBlanks(const QString &args)
 /// The score of two features in base64; 0 for what can't be features, and for a failure.
 qint64 featureScore(const QString &text1, const QString &text2)
 {
-    if (text1.size() <= featureTextAbove || text2.size() <= featureTextAbove)
+    if (text1.size() <= featureTextAbove || text2.size() <= featureTextAbove) {
         return 0;
+    }
     const QByteArray feature1 = QByteArray::fromBase64(text1.toLatin1());
     const QByteArray feature2 = QByteArray::fromBase64(text2.toLatin1());
     qDebug() << "lFaceFeatureMatch:" << feature1.size() << feature2.size();
-    if (feature1.size() <= featureBytesAbove || feature2.size() <= featureBytesAbove)
+    if (feature1.size() <= featureBytesAbove || feature2.size() <= featureBytesAbove) {
         return 0;
+    }
     return qMax<qint64>(0, lFaceFeatureMatch(feature1.constData(), feature2.constData()));
 }
 
@@ -85,8 +88,9 @@ void onLivingBodyPage(int result)
 QString MessageRun::lImageMatch_callback(QString name, QString args, MessageRun *)
 {
     const Arguments fields(args);
-    if (fields.count() < 2)
+    if (fields.count() < 2) {
         return reply(name, 0);
+    }
     FaceMatchThread::instance()->match(fields.text(0), fields.text(1));
     return QStringLiteral(" ");
 }
@@ -135,8 +139,9 @@ QString MessageRun::bFaceFeatureGet_callback(QString name, QString args, Message
 QString MessageRun::bImageMatchOnline_callback(QString name, QString args, MessageRun *)
 {
     const Arguments fields(args);
-    if (fields.count() < 4)
+    if (fields.count() < 4) {
         return reply(name, false);
+    }
     bStopPlay4();
     return reply(name,
                  bImageMatchOnline(fields.utf8(0), fields.number<int>(1), fields.number<int>(2),

@@ -42,8 +42,9 @@ void FaceMatchThread::run()
     for (;;) {
         std::unique_lock<std::mutex> lock(m_mutex);
         m_wake.wait(lock, [this] { return !m_queue.empty() || !m_running; });
-        if (!m_running)
+        if (!m_running) {
             return;
+        }
         const auto [path1, path2] = std::move(m_queue.back());
         m_queue.clear();
         lock.unlock();

@@ -38,8 +38,9 @@ QByteArray bytesFrom(const QString &args, int first)
     for (int field = 0; begin <= args.size(); ++field) {
         const int comma = args.indexOf(QLatin1Char(','), begin);
         const int end = comma < 0 ? args.size() : comma;
-        if (field >= first)
+        if (field >= first) {
             bytes += QByteArray::fromHex(args.midRef(begin, end - begin).toLatin1());
+        }
         begin = end + 1;
     }
     return bytes;
@@ -58,8 +59,9 @@ QString MessageRun::fingerCaptureRawData_callback(QString, QString args, Message
 QString MessageRun::lFingerMatch_callback(QString name, QString args, MessageRun *)
 {
     const Arguments fields(args);
-    if (fields.count() < 4)
+    if (fields.count() < 4) {
         return reply(name, 0);
+    }
     const QByteArray probe = QByteArray::fromHex(fields.text(1).toLatin1());
     const int count = fields.number<int>(2);
     const QByteArray stored = bytesFrom(args, 3);

@@ -27,7 +27,8 @@ void RequestThread::run()
     std::unique_lock<std::mutex> lock(m_mutex);
     while (m_running) {
         m_wake.wait(lock, [this] { return m_requests > 0 || !m_running; });
-        for (; m_requests > 0; --m_requests)
+        for (; m_requests > 0; --m_requests) {
             Q_EMIT sig_msg(serve().toLocal8Bit());
+        }
     }
 }

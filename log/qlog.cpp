@@ -130,8 +130,9 @@ void QLog::Record::writeLine(const QString &text)
     const qint64 written = qMax(file.write(line.bytes), Q_INT64_C(0));
     const qint64 reported = size + qMin<qint64>(line.reported, written);
     size += written;
-    if (reported > maxLogSize)
+    if (reported > maxLogSize) {
         rotateFile(now);
+    }
 }
 
 void QLog::Record::checkFile(qint64 now)
@@ -139,8 +140,9 @@ void QLog::Record::checkFile(qint64 now)
     // Time zones differ by whole minutes, so a day begins with a minute. Looked at that often, a
     // new time zone is noticed, too, and a file that somebody else has cut short.
     const qint64 minute = now / 60000;
-    if (minute == checkedMinute)
+    if (minute == checkedMinute) {
         return;
+    }
     const QString today = fileName(now, QStringLiteral("yyyy-MM-dd"));
     if (today != currentFileName) {
         closeFile();
@@ -162,8 +164,9 @@ void QLog::Record::rotateFile(qint64 now)
 
 void QLog::Record::closeFile()
 {
-    if (file.isOpen())
+    if (file.isOpen()) {
         file.close();
+    }
     currentFileName.clear();
     checkedMinute = NeverChecked;
 }
@@ -172,18 +175,21 @@ void QLog::Record::deleteOldFiles() const
 {
     const QDateTime cutoff = QDateTime::fromMSecsSinceEpoch(clock()).addDays(-saveDay);
     const QFileInfoList files = QDir(logPath).entryInfoList({QStringLiteral("*.txt")});
-    if (saveDay > files.size())
+    if (saveDay > files.size()) {
         return;
+    }
     for (const QFileInfo &old : files) {
-        if (old.fileName().contains(name) && creationTime(old) <= cutoff)
+        if (old.fileName().contains(name) && creationTime(old) <= cutoff) {
             QFile::remove(old.filePath());
+        }
     }
 }
 
 void QLog::Record::stopNet()
 {
-    if (!netThread)
+    if (!netThread) {
         return;
+    }
     netThread->quit();
     netThread->wait();
     delete netThread;
@@ -216,38 +222,46 @@ QLog::~QLog()
 void QLog::handler(HandlerFlags flags)
 {
     const Lock lock;
-    if (flags == m_record->flags)
+    if (flags == m_record->flags) {
         return;
+    }
     qInstallMessageHandler(nullptr);
     m_record->flags = flags;
-    if (!flags.testFlag(LogToNet))
+    if (!flags.testFlag(LogToNet)) {
         m_record->stopNet();
-    if (!flags.testFlag(LogToFile))
+    }
+    if (!flags.testFlag(LogToFile)) {
         m_record->closeFile();
-    if (flags)
+    }
+    if (flags) {
         qInstallMessageHandler(&QLog::handleMessage);
+    }
 }
 
 void QLog::handleMessage(QtMsgType, const QMessageLogContext &, const QString &message)
 {
-    if (t_holdsMutex || t_isNetThread)
+    if (t_holdsMutex || t_isNetThread) {
         return;
+    }
     const Lock lock;
-    if (s_log)
+    if (s_log) {
         s_log->log(message);
+    }
 }
 
 void QLog::log(const QString &message)
 {
     const HandlerFlags flags = m_record->flags;
-    if (flags.testFlag(LogToFile))
+    if (flags.testFlag(LogToFile)) {
         m_record->writeLine(message);
+    }
     if (flags.testFlag(LogToNet)) {
         createLogNet();
         toNet(message);
     }
-    if (flags.testFlag(LogToSignal))
+    if (flags.testFlag(LogToSignal)) {
         newLog(message);
+    }
 }
 
 unsigned short QLog::saveDay() const
@@ -297,8 +311,9 @@ unsigned short QLog::netPort() const
 void QLog::setPort(unsigned short port)
 {
     const Lock lock;
-    if (port == m_record->port)
+    if (port == m_record->port) {
         return;
+    }
     m_record->port = port;
     m_record->stopNet();
 }
@@ -316,8 +331,9 @@ void QLog::toNet(const QString &message)
 void QLog::createLogNet()
 {
     const Lock lock;
-    if (m_record->net)
+    if (m_record->net) {
         return;
+    }
     auto *net = new QLogToNet(m_record->port);
     connect(this, &QLog::sig_toNet, net, &QLogToNet::slot_toNet);
     // Whatever thread prints may get here, and a parent must live in the same one.

@@ -32,8 +32,9 @@ QLogToNet::QLogToNet(unsigned short port, QObject *parent)
 
 QLogToNet::~QLogToNet()
 {
-    if (m_record->server->isListening())
+    if (m_record->server->isListening()) {
         m_record->server->close();
+    }
 }
 
 void QLogToNet::acceptClients()
@@ -42,8 +43,9 @@ void QLogToNet::acceptClients()
     const std::lock_guard<std::mutex> lock(m_record->mutex);
     while (m_record->server->hasPendingConnections()) {
         QTcpSocket *client = m_record->server->nextPendingConnection();
-        if (!client)
+        if (!client) {
             continue;
+        }
         connect(client, &QTcpSocket::disconnected, this, &QLogToNet::removeClient);
         // Unread input would pile up in the socket.
         connect(client, &QTcpSocket::readyRead, client,

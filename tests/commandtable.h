@@ -51,14 +51,16 @@ private Q_SLOTS:
 
         const QString lastCall =
             calls.section(QLatin1Char(' '), -1).section(QLatin1Char('('), 0, 0);
-        if (!lastCall.isEmpty())
+        if (!lastCall.isEmpty()) {
             recording::answer(lastCall.toLatin1(), answer);
+        }
 
         send(QStringLiteral("%1(%2)").arg(command, args));
         QCOMPARE(recording::takeText(), calls);
         MessageRun::send_msg(QStringLiteral("no more"));
-        if (!result.isNull())
+        if (!result.isNull()) {
             QCOMPARE(page().next(), QStringLiteral("Begin%1%2End%1").arg(command, result));
+        }
         QCOMPARE(page().next(), QStringLiteral("no more"));
     }
 

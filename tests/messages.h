@@ -32,8 +32,9 @@ public:
     QByteArray nextReply()
     {
         QByteArray text = next();
-        while (text.startsWith("/9j/"))
+        while (text.startsWith("/9j/")) {
             text = next();
+        }
         return text;
     }
 

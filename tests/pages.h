@@ -42,8 +42,9 @@ public:
     QString nextReply()
     {
         QString text = next();
-        while (text.startsWith(QLatin1String("/9j/")))
+        while (text.startsWith(QLatin1String("/9j/"))) {
             text = next();
+        }
         return text;
     }
 
@@ -60,8 +61,9 @@ public:
     {
         m_server.listen(QHostAddress::LocalHost);
         m_page = std::make_unique<Page>(m_server.serverPort());
-        if (!QTest::qWaitFor([this] { return m_server.hasPendingConnections(); }, 10000))
+        if (!QTest::qWaitFor([this] { return m_server.hasPendingConnections(); }, 10000)) {
             qFatal("the page could not connect");
+        }
         m_serverSide.reset(m_server.nextPendingConnection());
     }
 

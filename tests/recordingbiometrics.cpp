@@ -37,8 +37,9 @@ bool bFaceFeatureGet(bool flag, const char *text1, const char *text2,
     QByteArray feature;
     const bool found =
         recording::fill<bool>(__func__, feature, flag, text1, text2, onFeature, context);
-    if (!feature.isNull())
+    if (!feature.isNull()) {
         onFeature(feature.constData(), context);
+    }
     return found;
 }
 

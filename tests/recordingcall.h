@@ -60,14 +60,15 @@ inline void keep(const char *function, void *const &context)
 
 template <class Type> Type converted(const char *function, const QVariant &value)
 {
-    if constexpr (std::is_same_v<Type, char *>)
+    if constexpr (std::is_same_v<Type, char *>) {
         return value.isValid() ? strdup(value.toByteArray().constData()) : nullptr;
-    else if constexpr (std::is_same_v<Type, const char *>)
+    } else if constexpr (std::is_same_v<Type, const char *>) {
         return value.isValid() ? keepText(function, value.toByteArray()) : nullptr;
-    else if constexpr (std::is_same_v<Type, short>)
+    } else if constexpr (std::is_same_v<Type, short>) {
         return static_cast<short>(value.toInt());
-    else if constexpr (!std::is_void_v<Type>)
+    } else if constexpr (!std::is_void_v<Type>) {
         return value.value<Type>();
+    }
 }
 
 /** Carries out a function with these arguments: one line for each function. */

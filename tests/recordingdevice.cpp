@@ -65,8 +65,9 @@ void open(Function &entry)
 void forgetCalls()
 {
     state().calls.clear();
-    for (auto &[name, entry] : state().functions)
+    for (auto &[name, entry] : state().functions) {
         entry.count = 0;
+    }
 }
 
 } // namespace
@@ -135,8 +136,9 @@ void answerOnce(const QByteArray &function, const Value &result, const Value &ou
 
 void mute(const QList<QByteArray> &functions)
 {
-    for (const QByteArray &function : functions)
+    for (const QByteArray &function : functions) {
         with(function, [](Function &entry) { entry.muted = true; });
+    }
 }
 
 void hold(const QByteArray &function, int forMs)
@@ -182,8 +184,9 @@ Answer take(const char *function, const QStringList &arguments)
     Function &entry = all.functions[function];
     const QString written = QLatin1String(function) + QLatin1Char('(')
         + arguments.join(QLatin1Char(',')) + QLatin1Char(')');
-    if (!entry.muted)
+    if (!entry.muted) {
         all.calls.append(written);
+    }
     ++entry.count;
     all.changed.notify_all();
 
@@ -197,8 +200,9 @@ Answer take(const char *function, const QStringList &arguments)
         lock.lock();
     }
 
-    if (entry.once.empty())
+    if (entry.once.empty()) {
         return entry.standing;
+    }
     const Answer answer = entry.once.front();
     entry.once.pop_front();
     return answer;
@@ -231,14 +235,16 @@ void keepObserver(QObject *receiver, const char *slot)
 
 QString textOf(const char *text)
 {
-    if (!text)
+    if (!text) {
         return QStringLiteral("null");
+    }
     QTextCodec::ConverterState decoding;
     const QByteArray bytes(text);
     const QString decoded =
         QTextCodec::codecForName("UTF-8")->toUnicode(bytes.constData(), bytes.size(), &decoding);
-    if (decoding.invalidChars > 0 || decoding.remainingChars > 0)
+    if (decoding.invalidChars > 0 || decoding.remainingChars > 0) {
         return QLatin1String("hex:") + QLatin1String(bytes.toHex());
+    }
     return decoded;
 }
 

@@ -101,10 +101,12 @@ std::any listenerOf(const QByteArray &function);
 template <class Function> Function *listener(const QByteArray &function)
 {
     const std::any given = listenerOf(function);
-    if (!given.has_value())
+    if (!given.has_value()) {
         return nullptr;
-    if (given.type() != typeid(Function *))
+    }
+    if (given.type() != typeid(Function *)) {
         qFatal("The listener of %s has another type", function.constData());
+    }
     return std::any_cast<Function *>(given);
 }
 

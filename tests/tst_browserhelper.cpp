@@ -57,8 +57,9 @@ public:
     /// What has been replied since the last call, waited for.
     QString reply()
     {
-        if (!QTest::qWaitFor([this] { return m_socket.bytesAvailable() > 0; }, 10000))
+        if (!QTest::qWaitFor([this] { return m_socket.bytesAvailable() > 0; }, 10000)) {
             return QStringLiteral("no reply");
+        }
         return QString::fromUtf8(m_socket.readAll());
     }
 
@@ -131,8 +132,9 @@ void TestBrowserHelper::initTestCase()
 
 void TestBrowserHelper::init()
 {
-    for (const char *name : {"arguments", "shown", "started"})
+    for (const char *name : {"arguments", "shown", "started"}) {
         QFile::remove(path(name));
+    }
     m_settings = BrowserSettings();
     m_settings.browsers = QStringList{QStringLiteral("/nowhere"), path("browser")};
     m_screens = {QRect(0, 0, 1920, 1080), QRect(1920, 30, 1024, 600)};
@@ -150,12 +152,14 @@ QByteArray TestBrowserHelper::content(const char *name) const
 /// The processes of the browsers started so far, once there is one.
 QList<qint64> TestBrowserHelper::started() const
 {
-    if (!QTest::qWaitFor([this] { return content("started").endsWith('\n'); }, 10000))
+    if (!QTest::qWaitFor([this] { return content("started").endsWith('\n'); }, 10000)) {
         qFatal("no browser was started");
+    }
     QList<qint64> processes;
     for (const QByteArray &line : content("started").split('\n')) {
-        if (!line.isEmpty())
+        if (!line.isEmpty()) {
             processes << line.toLongLong();
+        }
     }
     return processes;
 }
@@ -164,8 +168,9 @@ QList<qint64> TestBrowserHelper::started() const
 QByteArray TestBrowserHelper::page(const char *name)
 {
     QFile file(path(name));
-    if (!file.open(QIODevice::WriteOnly))
+    if (!file.open(QIODevice::WriteOnly)) {
         qFatal("can't write a page");
+    }
     return file.fileName().toUtf8();
 }
 
@@ -313,8 +318,9 @@ void TestBrowserHelper::aStubbornBrowserIsKilledWithAllItStarted()
     QCOMPARE(client->reply(), QStringLiteral("opened http://a/"));
     QCOMPARE(started().size(), 2);
     client.reset();
-    for (const qint64 process : started())
+    for (const qint64 process : started()) {
         QTRY_VERIFY_WITH_TIMEOUT(!runs(process), 10000);
+    }
 }
 
 void TestBrowserHelper::whatCannotWorkIsTold_data()
@@ -341,8 +347,9 @@ void TestBrowserHelper::whatCannotWorkIsTold()
     QFETCH(int, dataSize);
     m_settings.browsers = QStringList{QDir(m_folder.path()).absoluteFilePath(browser)};
     m_settings.options = QStringList{option};
-    if (!display)
+    if (!display) {
         m_screens.clear();
+    }
     Client client;
     client.send(askFor("http://a/", QByteArray(dataSize, 'x')));
     QTEST(client.reply(), "reply");

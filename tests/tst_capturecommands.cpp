@@ -104,8 +104,9 @@ private Q_SLOTS:
         recording::whenCalled("bSaveJPG", [&path](const QStringList &arguments) {
             path = arguments.join(QLatin1Char('/')) + QLatin1String(".jpg");
             QFile file(path);
-            if (file.open(QIODevice::WriteOnly))
+            if (file.open(QIODevice::WriteOnly)) {
                 file.write("not\0looked at", 13);
+            }
         });
         QCOMPARE(ask("bSaveJPGEx(ignored)"),
                  QStringLiteral("BeginbSaveJPGExbm90AGxvb2tlZCBhdA==EndbSaveJPGEx"));

@@ -45,8 +45,9 @@ struct Capture
 void failFrames(int times)
 {
     recording::answer("getVideoFrame", true, picture());
-    for (int i = 0; i < times; ++i)
+    for (int i = 0; i < times; ++i) {
         recording::answerOnce("getVideoFrame", false);
+    }
 }
 
 } // namespace
@@ -125,8 +126,9 @@ private Q_SLOTS:
     {
         QFETCH(int, code);
         QFETCH(int, again);
-        for (const char *start : {"bStartPlay", "bStartPlay5", "bStartPlayOpen"})
+        for (const char *start : {"bStartPlay", "bStartPlay5", "bStartPlayOpen"}) {
             recording::answer(start, true);
+        }
         Capture capture;
         QVERIFY(capture.open(code).contains("true"));
         recording::takeCalls();
@@ -182,8 +184,9 @@ private Q_SLOTS:
     void unknownCodes()
     {
         Capture capture;
-        for (const int code : {0, 4, 7, -1, 10, 12, 24, 26, INT_MAX})
+        for (const int code : {0, 4, 7, -1, 10, 12, 24, 26, INT_MAX}) {
             capture.thread.openCamera(code);
+        }
         capture.thread.closeCamera();
         QCOMPARE(capture.messages.next(), QByteArray("BeginbStopPlaytrueEndbStopPlay"));
         QCOMPARE(recording::takeText(), QStringLiteral("bStopPlay()"));
@@ -220,8 +223,9 @@ private Q_SLOTS:
         capture.thread.closeCamera();
         // A pass that was under way when the pause began may have taken the first.
         QByteArray reply = capture.messages.next();
-        if (reply == "BeginbStartPlayfalseEndbStartPlay")
+        if (reply == "BeginbStartPlayfalseEndbStartPlay") {
             reply = capture.messages.next();
+        }
         QCOMPARE(reply, QByteArray("BeginbStopPlaytrueEndbStopPlay"));
         QVERIFY(!recording::takeText().contains(QLatin1String("bStartPlay2")));
     }
@@ -310,8 +314,9 @@ private Q_SLOTS:
 
     void aNullPictureIsAFailure()
     {
-        for (int i = 0; i < 6; ++i)
+        for (int i = 0; i < 6; ++i) {
             recording::answerOnce("getVideoFrame", true, QImage());
+        }
         recording::answer("bStartPlay", true);
         Capture capture;
         capture.open(1);
@@ -323,8 +328,9 @@ private Q_SLOTS:
     {
         // Five failures, frames that nobody gets to see, one more failure: that is the sixth.
         failFrames(5);
-        for (int i = 0; i < 3; ++i)
+        for (int i = 0; i < 3; ++i) {
             recording::answerOnce("getVideoFrame", true, picture());
+        }
         recording::answerOnce("getVideoFrame", false);
         recording::answer("bStartPlay", true);
         Capture capture;
@@ -381,8 +387,9 @@ private Q_SLOTS:
         recording::takeCalls();
         capture.messages.clear();
         QVERIFY(recording::waitFor("getVideoFrame", 30));
-        for (int i = 0; i < 20; ++i)
+        for (int i = 0; i < 20; ++i) {
             capture.thread.openCamera(1);
+        }
         QVERIFY(recording::waitFor("getVideoFrame", 60));
         capture.thread.closeCamera();
         QVERIFY(recording::waitFor("bStopPlay"));
@@ -392,8 +399,9 @@ private Q_SLOTS:
         QCoreApplication::processEvents();
         int frames = 0;
         int replies = 0;
-        for (const QByteArray &message : capture.messages.list())
+        for (const QByteArray &message : capture.messages.list()) {
             ++(message.startsWith("/9j/") ? frames : replies);
+        }
         QCOMPARE(frames, 2);
         QCOMPARE(replies, 21);
         QCOMPARE(capture.messages.list().last(), QByteArray("BeginbStopPlaytrueEndbStopPlay"));

@@ -123,8 +123,9 @@ private Q_SLOTS:
         recording::answerOnce("sIDCardReader", "one");
         recording::answerOnce("sIDCardReader", "\xE9"); // one character a byte
         recording::answer("sIDCardReader", nullptr);
-        for (int i = 0; i < 3; ++i)
+        for (int i = 0; i < 3; ++i) {
             send("sIDCardReader()");
+        }
         QCOMPARE(messages.next(), QByteArray("BeginsIDCardReaderoneEndsIDCardReader"));
         QCOMPARE(messages.next(),
                  QByteArray("BeginsIDCardReader\xA8\xA6" // the same in the local encoding

@@ -46,18 +46,21 @@ public:
     explicit FakeCompanion(const QString &name)
     {
         QLocalServer::removeServer(name);
-        if (!m_server.listen(name))
+        if (!m_server.listen(name)) {
             qFatal("the fake companion can't listen");
+        }
     }
 
     /// The connection of the client; waits for it.
     QLocalSocket *client()
     {
         if (!m_client || m_client->state() != QLocalSocket::ConnectedState) {
-            if (!QTest::qWaitFor([this] { return m_server.hasPendingConnections(); }, 10000))
+            if (!QTest::qWaitFor([this] { return m_server.hasPendingConnections(); }, 10000)) {
                 qFatal("nobody came");
-            while (m_server.hasPendingConnections())
+            }
+            while (m_server.hasPendingConnections()) {
                 m_client = m_server.nextPendingConnection();
+            }
         }
         return m_client;
     }
@@ -71,8 +74,9 @@ public:
                     bytes += client()->read(length - bytes.size());
                     return bytes.size() >= length;
                 },
-                10000))
+                10000)) {
             return "nothing";
+        }
         return bytes;
     }
 
@@ -128,8 +132,9 @@ private Q_SLOTS:
     void init()
     {
         recording::reset();
-        for (const char *name : {"run-elecsign.sh.log", "run-webbrowser.sh.log"})
+        for (const char *name : {"run-elecsign.sh.log", "run-webbrowser.sh.log"}) {
             QFile::remove(m_folder.filePath(QString::fromUtf8(name)));
+        }
         m_pair = std::make_unique<PagePair>();
         gpWebSocket = m_pair->serverSide();
     }
@@ -260,8 +265,9 @@ private Q_SLOTS:
                 for (int done = 0; done < piece.size();) {
                     const auto written = ::write(descriptor, piece.constData() + done,
                                                  static_cast<std::size_t>(piece.size() - done));
-                    if (written > 0)
+                    if (written > 0) {
                         done += static_cast<int>(written);
+                    }
                     std::this_thread::sleep_for(2ms);
                 }
             }

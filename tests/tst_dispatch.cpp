@@ -45,8 +45,9 @@ private Q_SLOTS:
         QCOMPARE(dispatcher.commands().size(), names.size());
         QCOMPARE(names.removeDuplicates(), 0);
         QCOMPARE(names.size(), 179);
-        for (const QString &name : qAsConst(names))
+        for (const QString &name : qAsConst(names)) {
             QVERIFY2(dispatcher.commands().contains(name), qPrintable(name));
+        }
     }
 
     void textsArePartedAtTheFirstParenthesis_data()

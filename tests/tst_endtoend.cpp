@@ -63,8 +63,9 @@ private Q_SLOTS:
     {
         m_server.kill();
         m_server.waitForFinished();
-        if (!m_folder.isEmpty())
+        if (!m_folder.isEmpty()) {
             QDir(m_folder).removeRecursively();
+        }
     }
 
     void aPageSeesTheDeskScene()
@@ -120,8 +121,9 @@ private Q_SLOTS:
                  "]  portable device library ",
                  "\"bStartPlay()\"\n",
                  "/nowhere.png",
-             })
+             }) {
             QVERIFY2(text.contains(QString::fromUtf8(line)), line);
+        }
     }
 
 private:

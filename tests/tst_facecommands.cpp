@@ -127,13 +127,15 @@ private Q_SLOTS:
                  "BeginAfterbFaceFeatureGetOnlineEndAfterbFaceFeatureGetOnline",
                  "BeginAfterbLivingBodyDetectOnlinetrueEndAfterbLivingBodyDetectOnline",
                  "BeginAfterbLivingBodyDetectOnlinefalseEndAfterbLivingBodyDetectOnline",
-             })
+             }) {
             QCOMPARE(page().next(), QString::fromUtf8(event));
+        }
 
         // The page leaves while events come.
         std::thread library([=] {
-            for (int i = 0; i < 500; ++i)
+            for (int i = 0; i < 500; ++i) {
                 onMatch(i, nullptr);
+            }
         });
         for (int i = 0; i < 20; ++i) {
             PagePair other;
@@ -165,10 +167,11 @@ private Q_SLOTS:
                  QByteArray("BeginAfterbLivingBodyDetectEvent2a\0b"
                             "EndAfterbLivingBodyDetectEvent2",
                             67));
-        for (int i = 0; i < 2; ++i)
+        for (int i = 0; i < 2; ++i) {
             QCOMPARE(
                 messages.next(),
                 QByteArray("BeginAfterbLivingBodyDetectEvent2EndAfterbLivingBodyDetectEvent2"));
+        }
 
         send("CloseLivingBody()");
         const auto onDone = recording::listener<void()>("CloseLivingBody");
@@ -200,8 +203,9 @@ private Q_SLOTS:
         recording::hold("lImageMatch");
         thread.match(QStringLiteral("a"), QStringLiteral("中"));
         QVERIFY(recording::waitFor("lImageMatch"));
-        for (int i = 1; i <= 5; ++i)
+        for (int i = 1; i <= 5; ++i) {
             thread.match(QStringLiteral("a"), QString::number(i));
+        }
         recording::release("lImageMatch");
         QCOMPARE(messages.next(), QByteArray("BeginlImageMatch88EndlImageMatch"));
         QCOMPARE(messages.next(), QByteArray("BeginlImageMatch88EndlImageMatch"));
@@ -215,8 +219,9 @@ private Q_SLOTS:
         Messages messages(&thread);
         recording::answerOnce("bLivingBodyDetect", true);
         recording::answer("bLivingBodyDetect", false);
-        for (int i = 0; i < 3; ++i)
+        for (int i = 0; i < 3; ++i) {
             thread.Detect();
+        }
         QCOMPARE(messages.next(), QByteArray("BeginbLivingBodyDetecttrueEndbLivingBodyDetect"));
         QCOMPARE(messages.next(), QByteArray("BeginbLivingBodyDetectfalseEndbLivingBodyDetect"));
         QCOMPARE(messages.next(), QByteArray("BeginbLivingBodyDetectfalseEndbLivingBodyDetect"));

@@ -18,8 +18,9 @@ private Q_SLOTS:
     void cleanup()
     {
         const auto windows = QApplication::topLevelWidgets();
-        for (QWidget *window : windows)
+        for (QWidget *window : windows) {
             window->close();
+        }
         CommandTest::cleanup();
     }
 
@@ -167,8 +168,9 @@ private Q_SLOTS:
         }
         QTRY_VERIFY(!box<QDialog>());
         send("version()");
-        for (const QString &answer : answers)
+        for (const QString &answer : answers) {
             QCOMPARE(page().next(), MessageRun::framed(QStringLiteral("sUpLoadImageEx5"), answer));
+        }
         QCOMPARE(page().next(), QStringLiteral("Beginversionlinux_kylin_arm64Endversion"));
     }
 
@@ -189,8 +191,9 @@ private:
     {
         const auto windows = QApplication::topLevelWidgets();
         for (QWidget *window : windows) {
-            if (auto *found = qobject_cast<Box *>(window); found && found->isVisible())
+            if (auto *found = qobject_cast<Box *>(window); found && found->isVisible()) {
                 return found;
+            }
         }
         return nullptr;
     }

@@ -127,8 +127,9 @@ private Q_SLOTS:
         QVERIFY(encoder.encode(frame, {-800, 600}).isEmpty());
         QVERIFY(encoder.encode(frame, {400, 0}).isEmpty());
         QVERIFY(encoder.encode(frame, {65501, 1}).isEmpty());
-        for (const int width : {32766, 32767, 65500})
+        for (const int width : {32766, 32767, 65500}) {
             QVERIFY(encoder.encode(frame, {width, 1}) == expected(frame, {width, 1}));
+        }
     }
 
     void textsInUseAreLeftAlone()

@@ -228,8 +228,9 @@ private Q_SLOTS:
         for (int line = 0; line < lines; ++line) {
             QString text;
             const int length = lengths[kind(random)];
-            for (int i = int(random() % 7); text.size() < length; ++i)
+            for (int i = int(random() % 7); text.size() < length; ++i) {
                 text += letters[i % letters.size()];
+            }
             const QString name = QDateTime::fromMSecsSinceEpoch(m_now).toString(
                 QStringLiteral("'vx_log_'yyyy-MM-dd'.txt'"));
             other.write(text);
@@ -244,9 +245,10 @@ private Q_SLOTS:
         const QStringList names = files();
         QVERIFY2(names.size() > 100, qPrintable(QString::number(names.size())));
         QCOMPARE(names, QDir(otherFolder.path()).entryList(QDir::Files, QDir::Name));
-        for (const QString &name : names)
+        for (const QString &name : names) {
             QVERIFY2(content(m_folder->filePath(name)) == content(otherFolder.filePath(name)),
                      qPrintable(name));
+        }
     }
 
     void fileCutShortByOthersIsNoticed()
@@ -398,19 +400,22 @@ private Q_SLOTS:
         std::vector<std::thread> threads;
         for (int number = 0; number < Threads; ++number) {
             threads.emplace_back([number] {
-                for (int line = 0; line < Lines; ++line)
+                for (int line = 0; line < Lines; ++line) {
                     print(QStringLiteral("%1 %2 %3")
                               .arg(number)
                               .arg(line)
                               .arg(QString(line % 90, QChar(u'a' + number))));
+                }
             });
         }
-        for (std::thread &thread : threads)
+        for (std::thread &thread : threads) {
             thread.join();
+        }
 
         QByteArray all;
-        for (const QString &name : files()) // rotated ones first, oldest first
+        for (const QString &name : files()) { // rotated ones first, oldest first
             all += content(m_folder->filePath(name));
+        }
         std::vector<int> next(Threads, 0);
         const QList<QByteArray> lines = all.trimmed().split('\n');
         QCOMPARE(lines.size(), Threads * Lines);
@@ -440,8 +445,9 @@ private Q_SLOTS:
         QTRY_VERIFY(leaves->heard().endsWith("?柜台end"));
         QTRY_VERIFY(stays.heard().endsWith("?柜台end"));
         leaves.reset();
-        for (int i = 0; i < 20; ++i)
+        for (int i = 0; i < 20; ++i) {
             print(QStringLiteral("."));
+        }
         QTRY_VERIFY(stays.heard().endsWith("?柜台end" + QByteArray(20, '.')));
         QCOMPARE(stays.state(), QAbstractSocket::ConnectedState);
     }
@@ -462,8 +468,9 @@ private Q_SLOTS:
         print(QStringLiteral("begin"));
         QVERIFY(listener.join(m_log->netPort()));
         QVERIFY(beginListening(listener));
-        for (int i = 0; i < 200; ++i)
+        for (int i = 0; i < 200; ++i) {
             print(QStringLiteral("."));
+        }
         m_log->handler(QLog::LogToFile);
         QVERIFY(isFree(m_log->netPort()));
         QTRY_COMPARE(listener.state(), QAbstractSocket::UnconnectedState);
@@ -589,8 +596,9 @@ private:
     QStringList files() const { return QDir(m_folder->path()).entryList(QDir::Files, QDir::Name); }
     void createFiles(const QStringList &names) const
     {
-        for (const QString &name : names)
+        for (const QString &name : names) {
             QVERIFY(QFile(m_folder->filePath(name)).open(QFile::WriteOnly));
+        }
     }
     void setTime(const QString &localTime)
     {
@@ -636,8 +644,9 @@ int printAtExit(int argc, char **argv)
 
 int main(int argc, char **argv)
 {
-    if (argc == 4 && std::strcmp(argv[1], PrintAtExit) == 0)
+    if (argc == 4 && std::strcmp(argv[1], PrintAtExit) == 0) {
         return printAtExit(argc, argv);
+    }
     const QCoreApplication application(argc, argv);
     TestLog test;
     return QTest::qExec(&test, argc, argv);

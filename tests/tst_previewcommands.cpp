@@ -129,8 +129,9 @@ private Q_SLOTS:
     {
         QFETCH(QString, commands);
         const QStringList list = commands.split(QLatin1Char(' '));
-        for (const QString &command : list)
+        for (const QString &command : list) {
             send(command);
+        }
         QTEST(CaptureImgThread::instance()->previewSize(), "size");
     }
 

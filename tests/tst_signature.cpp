@@ -98,8 +98,9 @@ QByteArray pdf(const PageParts &parts = {})
 QByteArray throughQpdf(QStringList options, const QByteArray &bytes)
 {
     QTemporaryFile file;
-    if (!file.open() || file.write(bytes) != bytes.size() || !file.flush())
+    if (!file.open() || file.write(bytes) != bytes.size() || !file.flush()) {
         return {};
+    }
     return run(QStringLiteral("qpdf"), options << file.fileName() << QStringLiteral("-"));
 }
 
@@ -137,8 +138,9 @@ int darkPixels(const QImage &image, const QRect &area)
 {
     int dark = 0;
     for (int y = area.top(); y <= area.bottom(); ++y) {
-        for (int x = area.left(); x <= area.right(); ++x)
+        for (int x = area.left(); x <= area.right(); ++x) {
             dark += qGray(image.pixel(x, y)) < 160;
+        }
     }
     return dark;
 }
@@ -250,8 +252,9 @@ void TestSignature::frames()
         FrameReader reader(partsOfType);
         QByteArray requests;
         for (int at = 0; at < bytes.size(); at += piece) {
-            for (const Request &request : reader.feed(bytes.mid(at, piece)))
+            for (const Request &request : reader.feed(bytes.mid(at, piece))) {
                 requests += QByteArray::number(request.type) + ':' + request.parts.join('|') + "|;";
+            }
         }
         QTEST(requests, "requests");
         QTEST(!reader.error().isEmpty(), "fails");
@@ -373,8 +376,9 @@ void TestSignature::requests()
     const int code =
         failureCode([&] { request = SigningRequest::fromJson(1, QJsonDocument(object).toJson()); });
     QCOMPARE(code, place.isNull() ? int(SigningFailure::BadRequest) : 0);
-    if (place.isNull())
+    if (place.isNull()) {
         return;
+    }
     QCOMPARE(request.place, place);
     QTEST(request.padAspect(), "aspect");
     QVERIFY(place.contains(request.inkPlace()));
@@ -433,8 +437,9 @@ void TestSignature::inkOnAPage()
     QVERIFY(darkPixels(after, {50, 130, 80, 10}) > 50); // its foot
     QCOMPARE(darkPixels(after, {60, 92, 78, 34}), 0);
     for (QImage *image : {&before, &after}) {
-        for (int y = area.top(); y <= area.bottom(); ++y)
+        for (int y = area.top(); y <= area.bottom(); ++y) {
             std::fill_n(image->scanLine(y) + area.left(), area.width(), uchar(0));
+        }
     }
     QVERIFY2(before == after, "the page has changed outside of the place");
 }
@@ -487,8 +492,9 @@ void TestSignature::confirmNeedsASignature()
     window.open();
     QCOMPARE(window.page(), 1); // the whole document, from its beginning
     for (const QLabel *label : window.findChildren<QLabel *>()) {
-        if (label->text().contains(QStringLiteral("剩余")))
+        if (label->text().contains(QStringLiteral("剩余"))) {
             QTRY_VERIFY(label->width() >= label->sizeHint().width());
+        }
     }
     const QPoint center = window.pad()->rect().center();
     QTest::mouseClick(window.pad(), Qt::LeftButton, {}, center);
@@ -597,8 +603,9 @@ void TestSignature::service()
     const bool isSigned = reply.contains(QStringLiteral("signedpath"));
     QCOMPARE(isSigned, reply.value(QStringLiteral("code")) == 0);
     QCOMPARE(fileContent(QStringLiteral("b.xml")).contains("<signing "), isSigned);
-    if (!isSigned)
+    if (!isSigned) {
         return;
+    }
     const QByteArray bytes = fileContent(QStringLiteral("a-signed.pdf"));
     QVERIFY(bytes.startsWith(pdf()));
     QVERIFY(darkPixels(rendered(bytes), {40, 100, 100, 40}) > 50);

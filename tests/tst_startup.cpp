@@ -105,8 +105,9 @@ private Q_SLOTS:
         qunsetenv("LD_LIBRARY_PATH");
         countInstances();
         QVERIFY(!qEnvironmentVariableIsSet("LD_LIBRARY_PATH"));
-        if (!before.isNull())
+        if (!before.isNull()) {
             qputenv("LD_LIBRARY_PATH", before);
+        }
     }
 };
 

@@ -151,8 +151,9 @@ private Q_SLOTS:
         QFETCH(QString, text);
         Page page(port());
         page.send(text);
-        if (text.startsWith(QLatin1String("bAVPreview")))
+        if (text.startsWith(QLatin1String("bAVPreview"))) {
             QCOMPARE(page.next(), QStringLiteral("BeginbAVPreviewfalseEndbAVPreview"));
+        }
         page.send(QStringLiteral("bStopPlay4()"));
         QCOMPARE(page.next(), QStringLiteral("BeginbStopPlay4falseEndbStopPlay4"));
         QVERIFY(recording::takeText().endsWith(QLatin1String("bStopPlay4()")));
@@ -253,8 +254,9 @@ private Q_SLOTS:
         for (int i = 0; i < 20; ++i) {
             auto leaves = std::make_unique<Page>(port());
             QTRY_COMPARE(pages(), 2);
-            for (int k = 0; k < 4; ++k)
+            for (int k = 0; k < 4; ++k) {
                 say(frameText('C'));
+            }
             leaves->socket().abort();
             leaves.reset();
             say(frameText('D'));
@@ -285,8 +287,9 @@ private Q_SLOTS:
             QCOMPARE(other.next(), QString::fromLatin1(result));
         }
         qint64 waiting = 0;
-        for (const auto *link : m_manager->findChildren<ClientLink *>())
+        for (const auto *link : m_manager->findChildren<ClientLink *>()) {
             waiting = qMax(waiting, qobject_cast<QWebSocket *>(link->parent())->bytesToWrite());
+        }
         QVERIFY2(waiting < 3 * size, qPrintable(QString::number(waiting)));
         QVERIFY2(waiting > size, "the page was not stalled at all");
 

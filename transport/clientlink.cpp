@@ -18,8 +18,9 @@ QTcpSocket *findTcpSocket(const QWebSocketServer *server, const QWebSocket *sock
     const auto candidates = server->findChildren<QTcpSocket *>();
     for (QTcpSocket *candidate : candidates) {
         if (candidate->peerPort() == socket->peerPort()
-            && candidate->peerAddress() == socket->peerAddress())
+            && candidate->peerAddress() == socket->peerAddress()) {
             return candidate;
+        }
     }
     qWarning() << "transport: no TCP socket found for the page at port" << socket->peerPort()
                << "- its preview is slower, its replies may be delayed";
@@ -43,18 +44,21 @@ ClientLink::ClientLink(QWebSocket *socket, QWebSocketServer *server)
 void ClientLink::sendFrame(const QByteArray &text, const QByteArray &frame)
 {
     Q_ASSERT(QThread::currentThread() == thread());
-    if (m_socket->state() != QAbstractSocket::ConnectedState)
+    if (m_socket->state() != QAbstractSocket::ConnectedState) {
         return;
+    }
     if (m_socket->bytesToWrite() == 0) {
         m_waiting.clear();
         m_written = 0;
     }
-    if (m_waiting.size() >= frameLimit)
+    if (m_waiting.size() >= frameLimit) {
         return;
-    if (m_tcp)
+    }
+    if (m_tcp) {
         m_tcp->write(frame);
-    else
+    } else {
         m_socket->sendTextMessage(QString::fromLatin1(text));
+    }
     m_waiting.enqueue(m_written + m_socket->bytesToWrite());
     m_socket->flush(); // now, not after a turn of the event loop
 }
@@ -62,8 +66,9 @@ void ClientLink::sendFrame(const QByteArray &text, const QByteArray &frame)
 void ClientLink::forgetWritten(qint64 bytes)
 {
     m_written += bytes;
-    while (!m_waiting.isEmpty() && m_waiting.head() <= m_written)
+    while (!m_waiting.isEmpty() && m_waiting.head() <= m_written) {
         m_waiting.dequeue();
+    }
 }
 
 void ClientLink::webSocketTextFrame(const QByteArray &text, QByteArray &buffer)
@@ -82,8 +87,9 @@ void ClientLink::webSocketTextFrame(const QByteArray &text, QByteArray &buffer)
         qToBigEndian(static_cast<quint64>(text.size()), header + 2);
         headerLength = 10;
     }
-    if (!buffer.isDetached())
+    if (!buffer.isDetached()) {
         buffer = QByteArray();
+    }
     buffer.resize(headerLength + text.size());
     std::memcpy(buffer.data(), header, static_cast<std::size_t>(headerLength));
     std::memcpy(buffer.data() + headerLength, text.constData(),

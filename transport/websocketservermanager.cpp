@@ -80,8 +80,9 @@ template <class Worker> void WebSocketServerManager::broadcastMessagesOf(Worker 
 
 WebSocketServerManager::~WebSocketServerManager()
 {
-    if (m_server)
+    if (m_server) {
         m_server->deleteLater();
+    }
 }
 
 void WebSocketServerManager::websocke_server_start(QHostAddress address, quint16 port)
@@ -101,10 +102,11 @@ void WebSocketServerManager::websocke_server_start(QHostAddress address, quint16
     m_listenAddress = address;
     m_listenPort = port;
     m_running = m_server->listen(address, port);
-    if (m_running)
+    if (m_running) {
         qInfo() << "transport: listening on port" << m_server->serverPort();
-    else
+    } else {
         qWarning() << "transport: can't listen on port" << port << "-" << m_server->errorString();
+    }
 }
 
 void WebSocketServerManager::websocke_server_stop()
@@ -125,8 +127,9 @@ quint16 WebSocketServerManager::port() const
 void WebSocketServerManager::slot_newConnection()
 {
     QWebSocket *socket = m_server->nextPendingConnection();
-    if (!socket)
+    if (!socket) {
         return;
+    }
     socket->setParent(m_server);
 #if QT_VERSION >= QT_VERSION_CHECK(5, 15, 0)
     socket->setMaxAllowedIncomingFrameSize(longestMessage);
@@ -161,8 +164,9 @@ void WebSocketServerManager::slot_textMessageReceived(const QString &message)
         MessageRun::send_msg(message.mid(1));
     } else {
         m_currentSocket = socket;
-        if (!socket)
+        if (!socket) {
             return;
+        }
         gpWebSocket = socket;
         m_messageRun->recv_msg(message, socket);
     }
@@ -172,8 +176,9 @@ void WebSocketServerManager::slot_disconnected()
 {
     TRACE;
     auto *socket = qobject_cast<QWebSocket *>(sender());
-    if (!socket)
+    if (!socket) {
         return;
+    }
     gpWebSocket = nullptr; // whichever page has left
     stopPreviews();
     m_clients.remove(m_clients.key(socket));
@@ -187,8 +192,9 @@ void WebSocketServerManager::slot_closed()
 {
     const auto clients = std::exchange(m_clients, {});
     m_links.clear();
-    for (QWebSocket *socket : clients)
+    for (QWebSocket *socket : clients) {
         socket->close(QWebSocketProtocol::CloseCodeNormal, QString());
+    }
     stopPreviews();
     Q_EMIT signal_close();
 }
@@ -202,24 +208,27 @@ void WebSocketServerManager::stopPreviews()
 
 void WebSocketServerManager::slot_error(QAbstractSocket::SocketError)
 {
-    if (auto *socket = qobject_cast<QWebSocket *>(sender()))
+    if (auto *socket = qobject_cast<QWebSocket *>(sender())) {
         Q_EMIT signal_error(socket->peerAddress().toString(), socket->peerPort(),
                             socket->errorString());
+    }
 }
 
 void WebSocketServerManager::slot_serverError(QWebSocketProtocol::CloseCode)
 {
     // signal_error speaks of pages: the listening socket's errors go to the log alone. That it
     // could not listen at all is told by who tried.
-    if (m_running)
+    if (m_running) {
         qWarning() << "transport:" << m_server->errorString();
+    }
 }
 
 void WebSocketServerManager::slot_textFrameReceived(const QString &frame, bool isLastFrame)
 {
     auto *socket = qobject_cast<QWebSocket *>(sender());
-    if (!socket)
+    if (!socket) {
         return;
+    }
     TRACE << frame << (isLastFrame ? "true" : "false");
     Q_EMIT signal_textFrameReceived(socket->peerAddress().toString(), socket->peerPort(), frame,
                                     isLastFrame);
@@ -237,8 +246,9 @@ void WebSocketServerManager::slot_captureImgThread(QByteArray byte)
     }
     const QString message = QString::fromUtf8(upToNul(byte));
     const auto clients = m_clients; // a page may leave the table while it is written to
-    for (QWebSocket *socket : clients)
+    for (QWebSocket *socket : clients) {
         socket->sendTextMessage(message);
+    }
 }
 
 void WebSocketServerManager::broadcastFrame(const QByteArray &text)
@@ -246,8 +256,9 @@ void WebSocketServerManager::broadcastFrame(const QByteArray &text)
     QByteArray &frame = m_frames[m_nextFrame++ % m_frames.size()];
     ClientLink::webSocketTextFrame(text, frame);
     const auto links = m_links;
-    for (ClientLink *link : links)
+    for (ClientLink *link : links) {
         link->sendFrame(text, frame);
+    }
 }
 
 QWebSocket *WebSocketServerManager::client(const QString &ip, int port) const
@@ -257,28 +268,32 @@ QWebSocket *WebSocketServerManager::client(const QString &ip, int port) const
 
 void WebSocketServerManager::websocke_server_sendData(QString ip, int port, QString message)
 {
-    if (QWebSocket *socket = client(ip, port))
+    if (QWebSocket *socket = client(ip, port)) {
         socket->sendTextMessage(message);
+    }
 }
 
 void WebSocketServerManager::websocke_server_sendData_binary(QString ip, int port, QByteArray data)
 {
-    if (QWebSocket *socket = client(ip, port))
+    if (QWebSocket *socket = client(ip, port)) {
         socket->sendBinaryMessage(data);
+    }
 }
 
 void WebSocketServerManager::slot_thread_MessageReceived(const QString &message)
 {
-    if (m_currentSocket)
+    if (m_currentSocket) {
         websocke_server_sendData(m_currentSocket->peerAddress().toString(),
                                  m_currentSocket->peerPort(), message);
+    }
     TRACE << "thread send data..........";
 }
 
 void WebSocketServerManager::slot_thread_MessageReceived_binary(const QByteArray &data)
 {
-    if (m_currentSocket)
+    if (m_currentSocket) {
         websocke_server_sendData_binary(m_currentSocket->peerAddress().toString(),
                                         m_currentSocket->peerPort(), data);
+    }
     TRACE << "thread send data..........binary";
 }

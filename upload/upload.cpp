@@ -112,8 +112,9 @@ Upload::Upload(const QString &name, const QString &args, MessageRun *dispatcher)
     connect(dispatcher, &MessageRun::sig_sync_close, this, &Upload::finishIfDone);
     const Arguments fields(args);
     m_resultWanted = isOn(fields.text(showResultField));
-    if (isOn(fields.text(showProgressField)))
+    if (isOn(fields.text(showProgressField))) {
         showProgress();
+    }
 }
 
 void Upload::showProgress()
@@ -135,16 +136,19 @@ void Upload::finishIfDone()
     {
         const std::lock_guard<std::mutex> lock(m_outcome->mutex);
         // Once: with several uploads the signal comes again before this object is gone.
-        if (!std::exchange(m_outcome->done, false))
+        if (!std::exchange(m_outcome->done, false)) {
             return;
+        }
         success = m_outcome->success;
         answer = m_outcome->answer;
     }
-    if (m_progress)
+    if (m_progress) {
         m_progress->close();
+    }
     MessageRun::reply(m_name, answer);
-    if (m_resultWanted)
+    if (m_resultWanted) {
         showResult(success);
+    }
     deleteLater();
 }
 

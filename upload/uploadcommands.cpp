@@ -12,8 +12,9 @@
 QString MessageRun::sUpLoadImage_callback(QString name, QString args, MessageRun *)
 {
     const Arguments fields(args);
-    if (fields.count() < 2)
+    if (fields.count() < 2) {
         return reply(name, false);
+    }
     return reply(name,
                  utf8Of(DeviceText(sUpLoadImage(fields.utf8(0), fields.utf8(1), fields.utf8(2),
                                                 fields.number<int>(4) != 0, fields.utf8(3)))));
@@ -28,8 +29,9 @@ QString MessageRun::sUpLoadImageEx6_callback(QString name, QString args, Message
 QString MessageRun::sUpLoadImageEx2_callback(QString name, QString args, MessageRun *)
 {
     const Arguments fields(args);
-    if (fields.count() < 4)
+    if (fields.count() < 4) {
         return reply(name, false);
+    }
     return reply(name,
                  utf8Of(DeviceText(sUpLoadImageEx2(fields.utf8(0), fields.utf8(1),
                                                    fields.number<long>(2), fields.utf8(3)))));

@@ -26,8 +26,9 @@ constexpr int longestAddress = 2 * 1024 * 1024; // bytes; Chromium drops longer 
 QString folderForRunTimeFiles()
 {
     const QString folder = QStandardPaths::writableLocation(QStandardPaths::RuntimeLocation);
-    if (!folder.isEmpty())
+    if (!folder.isEmpty()) {
         return folder + QStringLiteral("/webbrowser");
+    }
     static const QTemporaryDir temporary(
         QDir::temp().filePath(QStringLiteral("webbrowser-XXXXXX")));
     return temporary.path();
@@ -38,10 +39,11 @@ QByteArray scriptText(const QByteArray &address)
 {
     QByteArray text;
     for (const char c : address) {
-        if (c == '"' || c == '\\' || c == '<' || c == '>' || c < 0x20 || c == 0x7f)
+        if (c == '"' || c == '\\' || c == '<' || c == '>' || c < 0x20 || c == 0x7f) {
             text += '%' + QByteArray(1, c).toHex().toUpper();
-        else
+        } else {
             text += c;
+        }
     }
     return '"' + text + '"';
 }
@@ -52,8 +54,9 @@ QString writeLeadingFile(const QString &path, const QByteArray &address)
     QFile::remove(path); // and with it whatever rights it had
     QFile file(path);
     if (!QDir().mkpath(QFileInfo(path).path()) || !file.open(QIODevice::WriteOnly)
-        || !file.setPermissions(QFile::ReadOwner | QFile::WriteOwner))
+        || !file.setPermissions(QFile::ReadOwner | QFile::WriteOwner)) {
         return file.errorString();
+    }
     file.write("<!DOCTYPE html><meta charset=\"utf-8\"><script>location.replace("
                + scriptText(address) + ")</script>\n");
     return file.flush() ? QString() : file.errorString();
@@ -64,8 +67,9 @@ QString findProgram(const QStringList &programs)
 {
     for (const QString &program : programs) {
         const QString path = QStandardPaths::findExecutable(program);
-        if (!path.isEmpty())
+        if (!path.isEmpty()) {
             return path;
+        }
     }
     return QString();
 }
@@ -124,10 +128,13 @@ QStringList BrowserWindow::arguments(const BrowserSettings &settings, const QVec
         QStringLiteral("--disable-features=Translate,LocalNetworkAccessChecks,"
                        "LocalNetworkAccessChecksWebSockets"),
     };
-    if (fills)
+    if (fills) {
         options << QStringLiteral("--kiosk");
-    if (geteuid() == 0) // Chromium's sandbox refuses to run as root; the other hides its complaint
+    }
+    if (geteuid()
+        == 0) { // Chromium's sandbox refuses to run as root; the other hides its complaint
         options << QStringLiteral("--no-sandbox") << QStringLiteral("--test-type");
+    }
     return options << settings.options
                    << QStringLiteral("--app=")
         + QString::fromLatin1(QUrl::fromLocalFile(file).toEncoded());
@@ -180,8 +187,9 @@ void BrowserWindow::close()
     if (m_group != 0) {
         const auto group = static_cast<pid_t>(std::exchange(m_group, 0));
         ::kill(-group, SIGTERM);
-        if (m_browser.state() != QProcess::NotRunning && !m_browser.waitForFinished(politeMs))
+        if (m_browser.state() != QProcess::NotRunning && !m_browser.waitForFinished(politeMs)) {
             qWarning() << "the browser does not end, killing it";
+        }
         ::kill(-group, SIGKILL); // what the browser left behind as well
         m_browser.waitForFinished(killedMs);
         removeLeadingFile();
@@ -197,8 +205,9 @@ void BrowserWindow::removeLeadingFile()
 /// The browser has ended: from here, then there is nothing to tell, or by itself.
 void BrowserWindow::ended()
 {
-    if (m_group == 0)
+    if (m_group == 0) {
         return;
+    }
     keepLastOutput();
     const bool wasOpen = !m_settling.isActive();
     close();
@@ -207,10 +216,11 @@ void BrowserWindow::ended()
         ? program + QStringLiteral(" crashed")
         : program + QStringLiteral(" ended with status %1").arg(m_browser.exitCode());
     qInfo().noquote() << "what the browser said last:" << QString::fromUtf8(m_lastOutput);
-    if (wasOpen)
+    if (wasOpen) {
         Q_EMIT closed(why);
-    else
+    } else {
         Q_EMIT failed(why);
+    }
 }
 
 void BrowserWindow::keepLastOutput()

@@ -34,29 +34,33 @@ PageAddress pageAddress(const QString &text)
 {
     const QString trimmed = text.trimmed();
     PageAddress address;
-    if (trimmed.startsWith(QLatin1Char('/'))) // two slashes would begin the name of a machine
+    if (trimmed.startsWith(QLatin1Char('/'))) { // two slashes would begin the name of a machine
         address.url = QUrl::fromLocalFile(QDir::cleanPath(QLatin1Char('/') + trimmed));
-    else
+    } else {
         address.url = QUrl(trimmed);
+    }
 
     const QString scheme = address.url.scheme();
     if (scheme == QLatin1String("file")) {
-        if (!isOfThisMachine(address.url) || !QFileInfo(address.url.path()).isFile())
+        if (!isOfThisMachine(address.url) || !QFileInfo(address.url.path()).isFile()) {
             return refused(QStringLiteral("no such file"), trimmed);
+        }
         return address;
     }
     const bool isOfTheWeb = scheme == QLatin1String("http") || scheme == QLatin1String("https");
-    if (!isOfTheWeb || address.url.host().isEmpty())
+    if (!isOfTheWeb || address.url.host().isEmpty()) {
         return refused(QStringLiteral("neither an absolute path nor a file:, http: or https: URL"),
                        trimmed);
+    }
     return address;
 }
 
 QByteArray withData(const QUrl &url, const QString &data)
 {
     QByteArray fragment = url.fragment(QUrl::FullyEncoded).toLatin1();
-    if (!fragment.isEmpty())
+    if (!fragment.isEmpty()) {
         fragment += '&';
+    }
     return url.toEncoded(QUrl::RemoveFragment) + '#' + fragment
         + "data=" + QUrl::toPercentEncoding(data);
 }

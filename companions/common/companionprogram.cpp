@@ -7,14 +7,16 @@ void prepareCompanion()
 {
     qunsetenv("QT_LOGGING_RULES"); // the server's, which Qt takes for malformed and says so
     qSetMessagePattern(QStringLiteral("[%{time yyyy-MM-dd HH:mm:ss.zzz}] %{message}"));
-    if (qEnvironmentVariableIsSet("QT_QPA_PLATFORM"))
+    if (qEnvironmentVariableIsSet("QT_QPA_PLATFORM")) {
         return;
-    if (qEnvironmentVariableIsSet("DISPLAY"))
+    }
+    if (qEnvironmentVariableIsSet("DISPLAY")) {
         qputenv("QT_QPA_PLATFORM", "xcb;offscreen"); // the first that works
-    else if (qEnvironmentVariableIsSet("WAYLAND_DISPLAY"))
+    } else if (qEnvironmentVariableIsSet("WAYLAND_DISPLAY")) {
         qputenv("QT_QPA_PLATFORM", "wayland;offscreen");
-    else
+    } else {
         qputenv("QT_QPA_PLATFORM", "offscreen");
+    }
 }
 
 bool hasDisplay()

@@ -9,8 +9,9 @@ int smallestScreen(const QVector<QRect> &screens)
     int smallest = 0;
     for (int i = 1; i < screens.size(); ++i) {
         if (screens[i].width() < screens[smallest].width()
-            && screens[i].height() < screens[smallest].height())
+            && screens[i].height() < screens[smallest].height()) {
             smallest = i;
+        }
     }
     return smallest;
 }
@@ -19,8 +20,9 @@ QVector<QRect> screenGeometries()
 {
     QVector<QRect> geometries;
     const auto screens = QGuiApplication::screens();
-    for (const QScreen *screen : screens)
+    for (const QScreen *screen : screens) {
         geometries << screen->geometry();
+    }
     return geometries;
 }
 

@@ -11,12 +11,14 @@ FrameReader::FrameReader(const QMap<int, int> &partsOfType)
 QList<Request> FrameReader::feed(const QByteArray &bytes)
 {
     QList<Request> complete;
-    if (!m_error.isEmpty())
+    if (!m_error.isEmpty()) {
         return complete;
+    }
     m_bytes += bytes;
     while (m_partsToCome > 0 ? takePart() : takeType()) {
-        if (m_partsToCome == 0)
+        if (m_partsToCome == 0) {
             complete << m_request;
+        }
     }
     return complete;
 }
@@ -24,8 +26,9 @@ QList<Request> FrameReader::feed(const QByteArray &bytes)
 bool FrameReader::takeNumber(int *number)
 {
     qint32 value = 0;
-    if (m_bytes.size() < static_cast<int>(sizeof value))
+    if (m_bytes.size() < static_cast<int>(sizeof value)) {
         return false;
+    }
     std::memcpy(&value, m_bytes.constData(), sizeof value);
     *number = value;
     return true;
@@ -34,8 +37,9 @@ bool FrameReader::takeNumber(int *number)
 bool FrameReader::takeType()
 {
     int type = 0;
-    if (!takeNumber(&type))
+    if (!takeNumber(&type)) {
         return false;
+    }
     if (!m_partsOfType.contains(type)) {
         m_error = QStringLiteral("a request of the unknown type %1").arg(type);
         return false;
@@ -50,14 +54,16 @@ bool FrameReader::takePart()
 {
     constexpr int header = sizeof(qint32);
     int length = 0;
-    if (!takeNumber(&length))
+    if (!takeNumber(&length)) {
         return false;
+    }
     if (length < 0 || length > longestPart) {
         m_error = QStringLiteral("a length of %1 bytes").arg(length);
         return false;
     }
-    if (m_bytes.size() - header < length)
+    if (m_bytes.size() - header < length) {
         return false;
+    }
     m_request.parts << m_bytes.mid(header, length);
     m_bytes.remove(0, header + length);
     --m_partsToCome;

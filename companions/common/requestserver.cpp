@@ -19,8 +19,9 @@ bool somebodyListens(const QString &name)
 {
     QLocalSocket probe;
     probe.connectToServer(name);
-    if (probe.waitForConnected(probeWaitMs))
+    if (probe.waitForConnected(probeWaitMs)) {
         return true;
+    }
     return probe.error() != QLocalSocket::ServerNotFoundError
         && probe.error() != QLocalSocket::ConnectionRefusedError;
 }
@@ -39,16 +40,18 @@ RequestServer::RequestServer(const QString &name, const QMap<int, int> &partsOfT
 
 RequestServer::~RequestServer()
 {
-    for (QLocalSocket *socket : qAsConst(m_sockets))
+    for (QLocalSocket *socket : qAsConst(m_sockets)) {
         socket->disconnect(this);
+    }
 }
 
 RequestServer::Start RequestServer::start()
 {
     // Between probing and listening nobody else may do the same.
     QLockFile lock(QDir::temp().filePath(m_name + QLatin1String(".lock")));
-    if (!lock.tryLock(lockWaitMs))
+    if (!lock.tryLock(lockWaitMs)) {
         qWarning() << "no lock for" << m_name << "- going on without";
+    }
     if (somebodyListens(m_name)) {
         qInfo() << "another instance listens on" << m_name;
         return Start::AnotherRuns;
@@ -64,8 +67,9 @@ RequestServer::Start RequestServer::start()
 
 bool RequestServer::reply(const QByteArray &bytes)
 {
-    if (!m_client)
+    if (!m_client) {
         return false;
+    }
     m_client->write(bytes);
     m_client->flush();
     return true;
@@ -79,12 +83,14 @@ void RequestServer::takeConnections()
         connect(socket, &QLocalSocket::readyRead, this,
                 [this, socket, reader] { read(socket, reader.get()); });
         connect(socket, &QLocalSocket::disconnected, this, [this, socket] { forget(socket); });
-        if (m_sockets.size() > maxConnections)
+        if (m_sockets.size() > maxConnections) {
             m_sockets[m_sockets.first() == m_client ? 1 : 0]->abort();
-        if (socket->state() == QLocalSocket::ConnectedState)
+        }
+        if (socket->state() == QLocalSocket::ConnectedState) {
             read(socket, reader.get()); // what came before the signal was connected
-        else
+        } else {
             forget(socket);
+        }
     }
 }
 
@@ -92,8 +98,9 @@ void RequestServer::read(QLocalSocket *socket, FrameReader *reader)
 {
     const QList<Request> requests = reader->feed(socket->readAll());
     for (const Request &each : requests) {
-        if (!m_sockets.contains(socket)) // a reply to the one before found it gone
+        if (!m_sockets.contains(socket)) { // a reply to the one before found it gone
             return;
+        }
         makeClient(socket);
         Q_EMIT request(each.type, each.parts);
     }
@@ -105,21 +112,25 @@ void RequestServer::read(QLocalSocket *socket, FrameReader *reader)
 
 void RequestServer::makeClient(QLocalSocket *socket)
 {
-    if (m_client == socket)
+    if (m_client == socket) {
         return;
+    }
     const QPointer<QLocalSocket> before = m_client;
     m_client = socket;
-    if (before)
+    if (before) {
         before->disconnectFromServer();
+    }
 }
 
 void RequestServer::forget(QLocalSocket *socket)
 {
-    if (!m_sockets.removeOne(socket))
+    if (!m_sockets.removeOne(socket)) {
         return;
+    }
     socket->deleteLater();
-    if (m_client != socket)
+    if (m_client != socket) {
         return;
+    }
     m_client.clear();
     Q_EMIT clientGone();
 }

@@ -58,12 +58,13 @@ public:
     void add(const QPointF &point, double width)
     {
         const double rounded = std::max(std::round(width / m_step), 1.0) * m_step;
-        if (m_lines.isEmpty())
+        if (m_lines.isEmpty()) {
             m_lines << InkLine{rounded, {point}};
-        else if (m_lines.last().width == rounded)
+        } else if (m_lines.last().width == rounded) {
             m_lines.last().points << point;
-        else
+        } else {
             m_lines << InkLine{rounded, {m_lines.last().points.last(), point}};
+        }
     }
 
     const QVector<InkLine> &lines() const { return m_lines; }
@@ -75,21 +76,26 @@ private:
 
 InkPoint pointFromJson(const QJsonArray &numbers, double secondsBefore)
 {
-    if (numbers.size() < 2 || numbers.size() > 4)
+    if (numbers.size() < 2 || numbers.size() > 4) {
         throw QStringLiteral("a point has 2 to 4 numbers");
+    }
     for (const QJsonValue &number : numbers) {
-        if (!number.isDouble())
+        if (!number.isDouble()) {
             throw QStringLiteral("a point holds something that is no number");
+        }
     }
     InkPoint point;
     point.at = QPointF(numbers[0].toDouble(), numbers[1].toDouble());
-    if (!QRectF(0, 0, 1, 1).contains(point.at))
+    if (!QRectF(0, 0, 1, 1).contains(point.at)) {
         throw QStringLiteral("a point is not on the pad: x and y go from 0 to 1");
+    }
     point.seconds = numbers.size() > 2 ? numbers[2].toDouble() : secondsBefore + usualInterval;
-    if (point.seconds < secondsBefore || point.seconds > 24 * 3600)
+    if (point.seconds < secondsBefore || point.seconds > 24 * 3600) {
         throw QStringLiteral("a point's time is before the one before, or after a day");
-    if (numbers.size() > 3)
+    }
+    if (numbers.size() > 3) {
         point.pressure = std::clamp(numbers[3].toDouble(), 0.0, 1.0);
+    }
     return point;
 }
 
@@ -99,15 +105,17 @@ const QColor Ink::color(13, 20, 56);
 
 void Ink::begin(const InkPoint &point)
 {
-    if (m_points < maxPoints)
+    if (m_points < maxPoints) {
         m_strokes << Stroke();
+    }
     add(point);
 }
 
 void Ink::add(const InkPoint &point)
 {
-    if (m_points >= maxPoints || m_strokes.isEmpty())
+    if (m_points >= maxPoints || m_strokes.isEmpty()) {
         return;
+    }
     m_strokes.last() << point;
     ++m_points;
 }
@@ -121,8 +129,9 @@ bool Ink::isSignature(double aspect) const
 {
     double length = 0;
     for (const Stroke &stroke : m_strokes) {
-        for (int i = 1; i < stroke.size(); ++i)
+        for (int i = 1; i < stroke.size(); ++i) {
             length += distance(stroke[i - 1], stroke[i], QSizeF(aspect, 1));
+        }
     }
     return length >= shortestSignature;
 }
@@ -130,19 +139,22 @@ bool Ink::isSignature(double aspect) const
 QVector<InkLine> Ink::lines(const QSizeF &area) const
 {
     QVector<InkLine> all;
-    for (const Stroke &stroke : m_strokes)
+    for (const Stroke &stroke : m_strokes) {
         all += lines(stroke, area);
+    }
     return all;
 }
 
 /// The pen's points are the control points of a chain of quadratic curves through their middles.
 QVector<InkLine> Ink::lines(const Stroke &stroke, const QSizeF &area)
 {
-    if (stroke.isEmpty())
+    if (stroke.isEmpty()) {
         return {};
+    }
     QVector<QPointF> points;
-    for (const InkPoint &point : stroke)
+    for (const InkPoint &point : stroke) {
         points << QPointF(point.at.x() * area.width(), point.at.y() * area.height());
+    }
     const QVector<double> width = widths(stroke, area);
     LineMaker maker(widthStep * area.height());
     maker.add(points[0], width[0]);
@@ -160,8 +172,9 @@ QVector<InkLine> Ink::lines(const Stroke &stroke, const QSizeF &area)
                       fromWidth + t * (toWidth - fromWidth));
         }
     }
-    if (last > 0)
+    if (last > 0) {
         maker.add(points[last], width[last]);
+    }
     return maker.lines();
 }
 
@@ -182,8 +195,9 @@ QByteArray Ink::toJson() const
         QJsonArray points;
         for (const InkPoint &point : stroke) {
             QJsonArray numbers{point.at.x(), point.at.y(), point.seconds};
-            if (point.pressure >= 0)
+            if (point.pressure >= 0) {
                 numbers << point.pressure;
+            }
             points << numbers;
         }
         strokes << points;
@@ -195,23 +209,26 @@ Ink Ink::fromJson(const QByteArray &json)
 {
     QJsonParseError error;
     const QJsonDocument document = QJsonDocument::fromJson(json, &error);
-    if (!document.isArray())
+    if (!document.isArray()) {
         throw QStringLiteral("no JSON list of strokes: ") + error.errorString();
+    }
     Ink ink;
     double seconds = 0;
     const QJsonArray strokes = document.array();
     for (const QJsonValue &stroke : strokes) {
         const QJsonArray points = stroke.toArray();
-        if (points.isEmpty())
+        if (points.isEmpty()) {
             throw QStringLiteral("a stroke is no list of points");
+        }
         ink.m_strokes << Stroke();
         for (const QJsonValue &point : points) {
             ink.add(pointFromJson(point.toArray(), seconds));
             seconds = ink.m_strokes.last().last().seconds;
         }
     }
-    if (ink.m_points >= maxPoints)
+    if (ink.m_points >= maxPoints) {
         throw QStringLiteral("%1 points or more").arg(maxPoints);
+    }
     return ink;
 }
 
@@ -220,9 +237,10 @@ void drawInk(QPainter *painter, const QVector<InkLine> &lines)
     for (const InkLine &line : lines) {
         painter->setPen(QPen(Ink::color, std::max(line.width, 1.0), Qt::SolidLine, Qt::RoundCap,
                              Qt::RoundJoin));
-        if (line.points.size() == 1)
+        if (line.points.size() == 1) {
             painter->drawPoint(line.points.first());
-        else
+        } else {
             painter->drawPolyline(line.points.constData(), line.points.size());
+        }
     }
 }

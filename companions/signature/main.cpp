@@ -35,11 +35,13 @@ QString strokesFile()
 /// \throws QString
 std::optional<Ink> script(const QString &path)
 {
-    if (path.isEmpty())
+    if (path.isEmpty()) {
         return {};
+    }
     QFile file(path);
-    if (!file.open(QIODevice::ReadOnly))
+    if (!file.open(QIODevice::ReadOnly)) {
         throw file.errorString();
+    }
     return Ink::fromJson(file.readAll());
 }
 

@@ -13,11 +13,13 @@ constexpr int maxNames = 10000;
 
 QString numbered(const QFileInfo &wanted, int number)
 {
-    if (number == 1)
+    if (number == 1) {
         return wanted.filePath();
+    }
     QString name = wanted.completeBaseName() + QStringLiteral("-%1").arg(number);
-    if (!wanted.suffix().isEmpty())
+    if (!wanted.suffix().isEmpty()) {
         name += QLatin1Char('.') + wanted.suffix();
+    }
     return wanted.path() + QLatin1Char('/') + name;
 }
 
@@ -25,8 +27,9 @@ QString numbered(const QFileInfo &wanted, int number)
 
 NewFiles::~NewFiles()
 {
-    for (const QString &path : qAsConst(m_paths))
+    for (const QString &path : qAsConst(m_paths)) {
         QFile::remove(path);
+    }
 }
 
 QString NewFiles::write(const QString &wanted, const QByteArray &bytes,
@@ -35,22 +38,25 @@ QString NewFiles::write(const QString &wanted, const QByteArray &bytes,
     const QFileInfo info(wanted);
     QTemporaryFile file(info.path() + QStringLiteral("/.elecsign-XXXXXX"));
     if (!file.open() || file.write(bytes) != bytes.size() || !file.flush()
-        || fsync(file.handle()) != 0 || !file.setPermissions(permissions))
+        || fsync(file.handle()) != 0 || !file.setPermissions(permissions)) {
         throw SigningFailure{
             SigningFailure::NotWritten,
             QStringLiteral("can't write into %1: %2").arg(info.absolutePath(), file.errorString())};
+    }
     // Renaming fails where the name is taken, so that two who want it get one each.
     for (int number = 1; number <= maxNames; ++number) {
         const QString path = numbered(info, number);
-        if (QFileInfo::exists(path))
+        if (QFileInfo::exists(path)) {
             continue;
+        }
         if (file.rename(path)) {
             file.setAutoRemove(false);
             m_paths << path;
             return path;
         }
-        if (!QFileInfo::exists(path))
+        if (!QFileInfo::exists(path)) {
             break;
+        }
     }
     throw SigningFailure{SigningFailure::NotWritten,
                          QStringLiteral("can't make %1: %2").arg(wanted, file.errorString())};

@@ -30,8 +30,9 @@ PageRenderer::PageRenderer(const QByteArray &document, QObject *parent)
     m_limit.setSingleShot(true);
     m_limit.setInterval(timeLimitMs);
     connect(&m_limit, &QTimer::timeout, this, [this] {
-        if (m_process)
+        if (m_process) {
             m_process->kill();
+        }
     });
 }
 
@@ -43,8 +44,9 @@ PageRenderer::~PageRenderer()
 void PageRenderer::drop()
 {
     m_limit.stop();
-    if (!m_process)
+    if (!m_process) {
         return;
+    }
     m_process->disconnect(this);
     m_process->kill();
     m_process->waitForFinished(1000);
@@ -61,8 +63,9 @@ void PageRenderer::render(int page)
     m_process = std::make_unique<LimitedProcess>();
     const QString number = QString::number(page);
     connect(m_process.get(), &QProcess::errorOccurred, this, [this, page](auto error) {
-        if (error == QProcess::FailedToStart)
+        if (error == QProcess::FailedToStart) {
             finish(page, false);
+        }
     });
     connect(m_process.get(), QOverload<int, QProcess::ExitStatus>::of(&QProcess::finished), this,
             [this, page] { finish(page, true); });
@@ -73,8 +76,9 @@ void PageRenderer::render(int page)
                      {QStringLiteral("-f"), number, QStringLiteral("-l"), number,
                       QStringLiteral("-cropbox"), QStringLiteral("-scale-to"),
                       QString::number(longSide), QStringLiteral("-")});
-    if (!m_process) // a system without room for a process tells at once
+    if (!m_process) { // a system without room for a process tells at once
         return;
+    }
     m_process->write(m_document);
     m_process->closeWriteChannel();
 }
@@ -84,18 +88,20 @@ void PageRenderer::finish(int page, bool ended)
     m_limit.stop();
     const QByteArray output = ended ? m_process->readAllStandardOutput() : QByteArray();
     QString said = m_process->errorString(); // when it has not even started
-    if (ended && m_process->exitStatus() == QProcess::CrashExit)
+    if (ended && m_process->exitStatus() == QProcess::CrashExit) {
         said = QStringLiteral("it was ended, after 20 s or by itself");
-    else if (ended)
+    } else if (ended) {
         said = QString::fromLocal8Bit(m_process->readAllStandardError().left(300));
+    }
     m_process.release()->deleteLater(); // its signal is being handled
     const QImage image = QImage::fromData(output, "PPM");
     if (image.isNull()) {
         Q_EMIT failed(page, QStringLiteral("pdftoppm drew nothing: ") + said);
         return;
     }
-    if (m_images.size() >= maxImages)
+    if (m_images.size() >= maxImages) {
         m_images.erase(m_images.begin());
+    }
     m_images.insert(page, image);
     Q_EMIT rendered(page, image);
 }

@@ -35,8 +35,9 @@ protected:
         }
         painter.drawPixmap(0, 0, scaled);
         painter.setRenderHint(QPainter::Antialiasing);
-        if (!place.isNull())
+        if (!place.isNull()) {
             paintPlace(&painter);
+        }
         painter.setPen(QPen(palette::line, 1));
         painter.setBrush(Qt::NoBrush);
         painter.drawRect(rect().adjusted(0, 0, -1, -1));
@@ -76,8 +77,9 @@ PageView::~PageView() = default;
 
 void PageView::setPage(const QImage &image)
 {
-    if (!image.isNull() || m_canvas->image.isNull())
+    if (!image.isNull() || m_canvas->image.isNull()) {
         m_canvas->image = image;
+    }
     m_canvas->scaled = QPixmap();
     layOut();
     m_canvas->update();
@@ -99,8 +101,9 @@ void PageView::setEnlarged(bool enlarged)
 {
     m_enlarged = enlarged;
     layOut();
-    if (m_canvas->place.isNull())
+    if (m_canvas->place.isNull()) {
         return;
+    }
     const QPointF center = m_canvas->place.center();
     ensureVisible(int(center.x() * m_canvas->width()), int(center.y() * m_canvas->height()),
                   viewport()->width() / 2, viewport()->height() / 2);

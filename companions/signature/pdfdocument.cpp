@@ -37,19 +37,21 @@ public:
     using ParserCallbacks::handleObject;
     void handleObject(QPDFObjectHandle object) override
     {
-        if (!object.isOperator())
+        if (!object.isOperator()) {
             return;
+        }
         const std::string name = object.getOperatorValue();
-        if (name == "q")
+        if (name == "q") {
             ++m_depth;
-        else if (name == "Q")
+        } else if (name == "Q") {
             m_lowest = std::min(m_lowest, --m_depth);
-        else if (name == "BT" || name == "ET")
+        } else if (name == "BT" || name == "ET") {
             m_inText = name == "BT";
-        else if (name == "BMC" || name == "BDC")
+        } else if (name == "BMC" || name == "BDC") {
             ++m_marked;
-        else if (name == "EMC" && m_marked > 0)
+        } else if (name == "EMC" && m_marked > 0) {
             --m_marked;
+        }
     }
     void handleEOF() override { }
 
@@ -88,8 +90,9 @@ public:
     void write(PipedBytes /*bytes*/, std::size_t length) override
     {
         m_size += length;
-        if (isExceeded()) // qpdf stops unpacking, and keeps the reason to itself
+        if (isExceeded()) { // qpdf stops unpacking, and keeps the reason to itself
             throw std::length_error("size limit");
+        }
     }
     void finish() override { }
     bool isExceeded() const { return m_size > largestContent; }
@@ -124,13 +127,15 @@ struct PageGeometry
 /// A null rectangle where there is no usable one.
 QRectF rectangle(QPDFObjectHandle array)
 {
-    if (!array.isArray() || array.getArrayNItems() != 4)
+    if (!array.isArray() || array.getArrayNItems() != 4) {
         return {};
+    }
     double numbers[4] = {};
     for (int i = 0; i < 4; ++i) {
         QPDFObjectHandle item = array.getArrayItem(i);
-        if (!item.isNumber())
+        if (!item.isNumber()) {
             return {};
+        }
         numbers[i] = item.getNumericValue();
     }
     return QRectF(QPointF(numbers[0], numbers[1]), QPointF(numbers[2], numbers[3])).normalized();
@@ -141,14 +146,17 @@ PageGeometry geometryOf(QPDFObjectHandle page)
     QPDFPageObjectHelper helper(page);
     PageGeometry geometry{rectangle(helper.getAttribute("/MediaBox", false)), 0};
     const QRectF crop = rectangle(helper.getAttribute("/CropBox", false));
-    if (crop.isValid() && geometry.box.intersects(crop))
+    if (crop.isValid() && geometry.box.intersects(crop)) {
         geometry.box &= crop; // 14.11.2.1
+    }
     QPDFObjectHandle rotate = helper.getAttribute("/Rotate", false);
-    if (rotate.isInteger())
+    if (rotate.isInteger()) {
         geometry.rotation = int((rotate.getIntValue() % 360 + 360) % 360);
-    if (!geometry.box.isValid() || geometry.rotation % 90 != 0)
+    }
+    if (!geometry.box.isValid() || geometry.rotation % 90 != 0) {
         throw SigningFailure{SigningFailure::Broken,
                              QStringLiteral("the page has no usable size or rotation")};
+    }
     return geometry;
 }
 
@@ -186,15 +194,18 @@ QByteArray unparsed(QPDFObjectHandle object)
 QByteArray contentsWith(QPDFObjectHandle page, const QByteArray &operators, PdfUpdate *update)
 {
     std::vector<QPDFObjectHandle> streams{page.getKey("/Contents")};
-    if (streams.front().isArray())
+    if (streams.front().isArray()) {
         streams = streams.front().getArrayAsVector();
+    }
     SizeLimit limit;
     for (QPDFObjectHandle stream : streams) {
-        if (stream.isStream())
+        if (stream.isStream()) {
             stream.pipeStreamData(&limit, 0, qpdf_dl_generalized);
+        }
     }
-    if (limit.isExceeded())
+    if (limit.isExceeded()) {
         throw std::runtime_error("the page's content unpacks to more than 16 MB");
+    }
     Balance balance;
     page.parsePageContents(&balance);
     const QByteArray before = QByteArray("q ").repeated(balance.before()) + '\n';
@@ -202,8 +213,9 @@ QByteArray contentsWith(QPDFObjectHandle page, const QByteArray &operators, PdfU
         balance.closing() + QByteArray("Q ").repeated(balance.after()) + "q\n" + operators + "Q\n";
     QByteArray contents = update->addStream(before) + ' ';
     for (QPDFObjectHandle stream : streams) {
-        if (stream.isStream())
+        if (stream.isStream()) {
             contents += unparsed(stream) + ' ';
+        }
     }
     return contents + update->addStream(after);
 }
@@ -214,13 +226,15 @@ QByteArray pageWith(QPDFObjectHandle page, const QByteArray &contents,
 {
     QPDFObjectHandle dictionary = page.shallowCopy();
     dictionary.removeKey("/Contents");
-    if (!annotations.isEmpty())
+    if (!annotations.isEmpty()) {
         dictionary.removeKey("/Annots");
+    }
     QByteArray text = QByteArray::fromStdString(dictionary.unparseResolved());
     text.chop(2); // ">>"
     text += "/Contents [ " + contents + " ]";
-    if (!annotations.isEmpty())
+    if (!annotations.isEmpty()) {
         text += " /Annots [ " + annotations + " ]";
+    }
     return text + " >>";
 }
 
@@ -228,8 +242,9 @@ QByteArray pageWith(QPDFObjectHandle page, const QByteArray &contents,
 bool isDrawnOver(QPDFObjectHandle annotation, const QRectF &area)
 {
     constexpr int hidden = 2;
-    if (!annotation.isDictionary() || !rectangle(annotation.getKey("/Rect")).intersects(area))
+    if (!annotation.isDictionary() || !rectangle(annotation.getKey("/Rect")).intersects(area)) {
         return false;
+    }
     QPDFObjectHandle flags = annotation.getKey("/F");
     QPDFObjectHandle type = annotation.getKey("/Subtype");
     return !(flags.isInteger() && (flags.getIntValue() & hidden) != 0)
@@ -242,16 +257,18 @@ QByteArray annotationsAbove(QPDFObjectHandle page, const QRectF &area, const QBy
                             PdfUpdate *update)
 {
     QPDFObjectHandle list = page.getKey("/Annots");
-    if (!list.isArray())
+    if (!list.isArray()) {
         return {};
+    }
     QByteArray references;
     bool isHidden = false;
     for (QPDFObjectHandle annotation : list.getArrayAsVector()) {
         references += unparsed(annotation) + ' ';
         isHidden = isHidden || isDrawnOver(annotation, area);
     }
-    if (!isHidden)
+    if (!isHidden) {
         return {};
+    }
     const QByteArray box = "[ " + number(area.left()) + ' ' + number(area.top()) + ' '
         + number(area.right()) + ' ' + number(area.bottom()) + " ]";
     const QByteArray look =
@@ -282,27 +299,31 @@ struct PdfDocument::Parsed
         pdf.setAttemptRecovery(false);
         pdf.processMemoryFile("document", bytes.constData(), std::size_t(bytes.size()));
         QPDFObjectHandle size = pdf.getTrailer().getKey("/Size");
-        if (!size.isInteger())
+        if (!size.isInteger()) {
             throw std::runtime_error("no /Size in its trailer");
+        }
         highestInFile =
             std::max(static_cast<long long>(pdf.getObjectCount()), size.getIntValue() - 1);
-        if (highestInFile > highestObject - maxAdded)
+        if (highestInFile > highestObject - maxAdded) {
             throw std::runtime_error("too many objects");
+        }
         pages = pdf.getAllPages();
     }
 
     QPDFObjectHandle page(int number) const
     {
-        if (number < 1 || number > int(pages.size()))
+        if (number < 1 || number > int(pages.size())) {
             throw SigningFailure{SigningFailure::Place,
                                  QStringLiteral("there is no page %1: the document has %2")
                                      .arg(number)
                                      .arg(pages.size())};
+        }
         QPDFObjectHandle page = pages[std::size_t(number - 1)];
         // qpdf makes up numbers for pages that stand twice in the tree, or have none.
-        if (page.getObjectID() > highestInFile)
+        if (page.getObjectID() > highestInFile) {
             throw SigningFailure{SigningFailure::Broken,
                                  QStringLiteral("the page stands in the document in an odd way")};
+        }
         return page;
     }
 
@@ -311,12 +332,14 @@ struct PdfDocument::Parsed
     {
         QPDFObjectHandle old = pdf.getTrailer();
         QByteArray entries = "/Root " + unparsed(old.getKey("/Root"));
-        if (old.hasKey("/Info"))
+        if (old.hasKey("/Info")) {
             entries += " /Info " + unparsed(old.getKey("/Info"));
+        }
         QPDFObjectHandle id = old.getKey("/ID");
-        if (id.isArray() && id.getArrayNItems() == 2)
+        if (id.isArray() && id.getArrayNItems() == 2) {
             entries += " /ID [ " + unparsed(id.getArrayItem(0)) + " <"
                 + QUuid::createUuid().toRfc4122().toHex() + "> ]";
+        }
         return entries;
     }
 
@@ -335,14 +358,16 @@ PdfDocument::PdfDocument(const QByteArray &bytes)
     , m_parsed([this] {
         try {
             auto parsed = std::make_unique<Parsed>(m_bytes);
-            if (parsed->pdf.isEncrypted())
+            if (parsed->pdf.isEncrypted()) {
                 throw SigningFailure{SigningFailure::Encrypted,
                                      QStringLiteral("the PDF is encrypted")};
+            }
             return parsed;
         } catch (const QPDFExc &error) {
-            if (error.getErrorCode() == qpdf_e_password)
+            if (error.getErrorCode() == qpdf_e_password) {
                 throw SigningFailure{SigningFailure::Encrypted,
                                      QStringLiteral("the PDF is encrypted")};
+            }
             throw broken(error);
         } catch (const std::exception &error) {
             throw broken(error);
@@ -383,8 +408,9 @@ QByteArray PdfDocument::withInk(int pageNumber, const QRectF &place, const Ink &
         update.replace(page.getObjectID(), page.getGeneration(),
                        pageWith(page, contents, annotations));
         const QByteArray signedBytes = update.finish(m_parsed->trailerOfUpdate());
-        if (!Parsed(signedBytes).hasContents(pageNumber, contents))
+        if (!Parsed(signedBytes).hasContents(pageNumber, contents)) {
             throw std::runtime_error("what was appended can't be read back");
+        }
         return signedBytes;
     } catch (const std::exception &error) {
         throw broken(error);

@@ -10,20 +10,24 @@ PdfUpdate::PdfUpdate(const QByteArray &original, long long highest)
     , m_header(original.left(1024).indexOf("%PDF-")) // junk before it is common
 {
     const int mark = original.lastIndexOf("startxref");
-    if (m_header < 0 || mark < 0)
+    if (m_header < 0 || mark < 0) {
         throw std::runtime_error("no %PDF- at its beginning or no startxref at its end");
+    }
     // Its own line: the number ends with the line's end (7.5.5).
     const QByteArray rest = original.mid(mark + 9, 64).trimmed();
     int digits = 0;
-    while (digits < rest.size() && rest[digits] >= '0' && rest[digits] <= '9')
+    while (digits < rest.size() && rest[digits] >= '0' && rest[digits] <= '9') {
         ++digits;
+    }
     bool isNumber = false;
     m_previous = rest.left(digits).toLongLong(&isNumber);
-    if (!isNumber || m_previous <= 0 || m_previous >= original.size() - m_header)
+    if (!isNumber || m_previous <= 0 || m_previous >= original.size() - m_header) {
         throw std::runtime_error("its startxref leads nowhere");
+    }
     m_asStream = !original.mid(m_header + int(m_previous), 32).trimmed().startsWith("xref");
-    if (!m_bytes.endsWith('\n'))
+    if (!m_bytes.endsWith('\n')) {
         m_bytes += '\n';
+    }
 }
 
 void PdfUpdate::write(long long object, int generation, const QByteArray &text)
@@ -61,8 +65,9 @@ QByteArray PdfUpdate::finish(const QByteArray &trailer)
         const long long self = m_next++;
         m_entries[self] = Entry{section, 0};
         QByteArray index;
-        for (const long long object : m_entries.keys())
+        for (const long long object : m_entries.keys()) {
             index += QByteArray::number(object) + " 1 ";
+        }
         const QByteArray data = streamEntries();
         write(self, 0,
               "<< /Type /XRef /W [ 1 5 2 ] /Index [ " + index + "] /Size "
@@ -93,8 +98,9 @@ QByteArray PdfUpdate::streamEntries() const
     QByteArray data;
     for (const Entry &entry : m_entries) {
         data += '\x01';
-        for (int shift = 32; shift >= 0; shift -= 8)
+        for (int shift = 32; shift >= 0; shift -= 8) {
             data += char((entry.offset >> shift) & 0xff);
+        }
         data += char((entry.generation >> 8) & 0xff);
         data += char(entry.generation & 0xff);
     }

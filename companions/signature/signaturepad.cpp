@@ -41,8 +41,9 @@ InkPoint SignaturePad::pointAt(const QPointF &position, double pressure) const
 
 void SignaturePad::penDown(const InkPoint &point)
 {
-    if (m_pen != Pen::Nobody && m_pen != Pen::Script)
+    if (m_pen != Pen::Nobody && m_pen != Pen::Script) {
         return;
+    }
     m_pen = Pen::Script;
     m_ink.begin(point);
     update();
@@ -51,8 +52,9 @@ void SignaturePad::penDown(const InkPoint &point)
 
 void SignaturePad::penMove(const InkPoint &point)
 {
-    if (m_pen != Pen::Script)
+    if (m_pen != Pen::Script) {
         return;
+    }
     m_ink.add(point);
     update();
     Q_EMIT changed();
@@ -74,8 +76,9 @@ void SignaturePad::clear()
 
 void SignaturePad::down(Pen pen, const QPointF &position, double pressure)
 {
-    if (m_pen != Pen::Nobody || !area().contains(position))
+    if (m_pen != Pen::Nobody || !area().contains(position)) {
         return;
+    }
     m_pen = pen;
     m_ink.begin(pointAt(position, pressure));
     update();
@@ -84,8 +87,9 @@ void SignaturePad::down(Pen pen, const QPointF &position, double pressure)
 
 void SignaturePad::move(Pen pen, const QPointF &position, double pressure)
 {
-    if (m_pen != pen)
+    if (m_pen != pen) {
         return;
+    }
     m_ink.add(pointAt(position, pressure));
     update();
     Q_EMIT changed();
@@ -93,8 +97,9 @@ void SignaturePad::move(Pen pen, const QPointF &position, double pressure)
 
 void SignaturePad::up(Pen pen)
 {
-    if (m_pen != pen)
+    if (m_pen != pen) {
         return;
+    }
     m_pen = Pen::Nobody;
     drawFinished();
     update();
@@ -107,15 +112,17 @@ bool SignaturePad::event(QEvent *event)
     switch (event->type()) {
     case QEvent::MouseButtonPress:
     case QEvent::MouseButtonDblClick:
-        if (mouse()->button() == Qt::LeftButton)
+        if (mouse()->button() == Qt::LeftButton) {
             down(Pen::Mouse, mouse()->localPos());
+        }
         return true;
     case QEvent::MouseMove:
         move(Pen::Mouse, mouse()->localPos());
         return true;
     case QEvent::MouseButtonRelease:
-        if (mouse()->button() == Qt::LeftButton)
+        if (mouse()->button() == Qt::LeftButton) {
             up(Pen::Mouse);
+        }
         return true;
     case QEvent::TabletPress:
         down(Pen::Stylus, tablet()->posF(), tablet()->pressure());
@@ -139,8 +146,9 @@ bool SignaturePad::event(QEvent *event)
 /// The first finger draws; a palm that comes after it does not.
 bool SignaturePad::touch(QTouchEvent *event)
 {
-    if (event->type() == QEvent::TouchCancel)
+    if (event->type() == QEvent::TouchCancel) {
         up(Pen::Finger);
+    }
     for (const QTouchEvent::TouchPoint &point : event->touchPoints()) {
         if (point.state() == Qt::TouchPointPressed && m_pen == Pen::Nobody) {
             m_finger = point.id();
@@ -171,8 +179,9 @@ void SignaturePad::drawFinished()
     painter.setRenderHint(QPainter::Antialiasing);
     painter.translate(area().topLeft());
     const int finished = m_ink.strokes().size() - (m_pen == Pen::Nobody ? 0 : 1);
-    for (int i = 0; i < finished; ++i)
+    for (int i = 0; i < finished; ++i) {
         drawInk(&painter, Ink::lines(m_ink.strokes()[i], area().size()));
+    }
 }
 
 void SignaturePad::paintGround(QPainter *painter) const
@@ -185,8 +194,9 @@ void SignaturePad::paintGround(QPainter *painter) const
     painter->setPen(QPen(palette::line, 2, Qt::DashLine));
     painter->drawLine(QPointF(pad.left() + pad.width() * 0.06, baseline),
                       QPointF(pad.right() - pad.width() * 0.06, baseline));
-    if (!m_ink.strokes().isEmpty())
+    if (!m_ink.strokes().isEmpty()) {
         return;
+    }
     QFont large = font();
     large.setPixelSize(std::max(12, int(pad.height() * 0.16)));
     painter->setFont(large);
@@ -205,8 +215,9 @@ void SignaturePad::paintEvent(QPaintEvent * /*event*/)
     painter.setRenderHint(QPainter::Antialiasing);
     paintGround(&painter);
     painter.drawPixmap(0, 0, m_finished);
-    if (m_pen == Pen::Nobody || m_ink.strokes().isEmpty())
+    if (m_pen == Pen::Nobody || m_ink.strokes().isEmpty()) {
         return;
+    }
     painter.translate(area().topLeft());
     drawInk(&painter, Ink::lines(m_ink.strokes().last(), area().size()));
 }

@@ -18,8 +18,9 @@ SignatureService::SignatureService(const std::optional<Ink> &script)
 {
     connect(&m_server, &RequestServer::request, this, &SignatureService::takeRequest);
     connect(&m_server, &RequestServer::clientGone, this, [this] {
-        if (m_job)
+        if (m_job) {
             qInfo() << "the client left: its request is dropped";
+        }
         endJob();
     });
 }
@@ -36,8 +37,9 @@ QByteArray SignatureService::frame(const QJsonObject &reply)
 
 void SignatureService::takeRequest(int type, const QList<QByteArray> &parts)
 {
-    if (m_job)
+    if (m_job) {
         qInfo() << "a new request replaces the one on the screen";
+    }
     endJob();
     m_job = std::make_unique<SigningJob>(type, parts.value(0), m_script);
     connect(m_job.get(), &SigningJob::finished, this, [this](const QJsonObject &reply) {
@@ -50,8 +52,9 @@ void SignatureService::takeRequest(int type, const QList<QByteArray> &parts)
 /// Later: the job may be in the middle of telling us.
 void SignatureService::endJob()
 {
-    if (!m_job)
+    if (!m_job) {
         return;
+    }
     m_job->disconnect(this);
     m_job->stop();
     m_job.release()->deleteLater();

@@ -31,14 +31,16 @@ QByteArray contentOf(const QString &path)
 {
     const QFileInfo info(path);
     QFile file(path);
-    if (!info.isFile() || info.size() > largestDocument)
+    if (!info.isFile() || info.size() > largestDocument) {
         throw SigningFailure{SigningFailure::NoDocument,
                              QStringLiteral("there is no file %1, or it is above 256 MB")
                                  .arg(info.absoluteFilePath())};
-    if (!file.open(QIODevice::ReadOnly))
+    }
+    if (!file.open(QIODevice::ReadOnly)) {
         throw SigningFailure{
             SigningFailure::NoDocument,
             QStringLiteral("can't read %1: %2").arg(info.absoluteFilePath(), file.errorString())};
+    }
     return file.read(largestDocument);
 }
 
@@ -48,18 +50,20 @@ void checkWritable(const QString &path)
     const QFileInfo info(path);
     const QFileInfo folder(info.path());
     if (info.fileName().isEmpty() || path.contains(QChar(0)) || (info.exists() && !info.isFile())
-        || (info.isSymLink() && !info.exists()))
+        || (info.isSymLink() && !info.exists())) {
         throw SigningFailure{SigningFailure::NotWritten, path + QStringLiteral(" names no file")};
-    if (!folder.isDir() || !folder.isWritable())
+    }
+    if (!folder.isDir() || !folder.isWritable()) {
         throw SigningFailure{
             SigningFailure::NotWritten,
             QStringLiteral("nothing can be written into %1").arg(folder.absoluteFilePath())};
+    }
 }
 
 void checkPlace(const QRectF &place, const QSizeF &page)
 {
     constexpr double slack = 0.5; // points, for rounded numbers
-    if (!QRectF(QPointF(0, 0), page).adjusted(-slack, -slack, slack, slack).contains(place))
+    if (!QRectF(QPointF(0, 0), page).adjusted(-slack, -slack, slack, slack).contains(place)) {
         throw SigningFailure{
             SigningFailure::Place,
             QStringLiteral("the rectangle %1,%2 %3x%4 is not on the page, which has %5x%6 points")
@@ -69,6 +73,7 @@ void checkPlace(const QRectF &place, const QSizeF &page)
                 .arg(place.height())
                 .arg(page.width())
                 .arg(page.height())};
+    }
 }
 
 /// Whether two sizes are one but for their scale.
@@ -142,8 +147,9 @@ void SigningJob::stop()
 {
     m_finished = true;
     m_scriptTimer.stop();
-    if (m_window)
+    if (m_window) {
         m_window->hide();
+    }
 }
 
 void SigningJob::open()
@@ -156,12 +162,14 @@ void SigningJob::open()
     // What would fail after the customer has signed fails now.
     m_document->withInk(m_request.page, m_request.inkPlace(), Ink());
     checkWritable(m_request.pdfPath);
-    if (!m_request.xmlPath.isEmpty())
+    if (!m_request.xmlPath.isEmpty()) {
         checkWritable(m_request.xmlPath);
-    if (!m_script && !hasDisplay())
+    }
+    if (!m_script && !hasDisplay()) {
         throw SigningFailure{SigningFailure::NoDisplay,
                              QStringLiteral("there is no display to show the document on, and no "
                                             "file of strokes was given")};
+    }
 
     m_renderer = std::make_unique<PageRenderer>(m_original);
     m_window = std::make_unique<SignWindow>(m_request, m_document->pageCount(), pageSize);
@@ -186,20 +194,24 @@ void SigningJob::open()
 
 void SigningJob::pageDrawn(int page, const QImage &image)
 {
-    if (m_finished)
+    if (m_finished) {
         return;
+    }
     // pdftoppm takes a crop box that goes beyond the page otherwise than other viewers do.
-    if (!isAlike(m_document->pageSize(page), image.size()))
+    if (!isAlike(m_document->pageSize(page), image.size())) {
         throw SigningFailure{
             SigningFailure::NotShown,
             QStringLiteral("the page's box is odd: it can't be shown where it will be signed")};
+    }
     m_window->showPage(page, image);
-    if (m_opened)
+    if (m_opened) {
         return;
+    }
     m_opened = true; // with its page there: the customer's time begins now
     m_window->open();
-    if (m_script)
+    if (m_script) {
         playScript();
+    }
 }
 
 void SigningJob::playScript()
@@ -216,20 +228,23 @@ void SigningJob::playUpTo(double seconds)
     for (; m_scriptStroke < strokes.size(); ++m_scriptStroke, m_scriptPoint = 0) {
         const Ink::Stroke &stroke = strokes[m_scriptStroke];
         for (; m_scriptPoint < stroke.size(); ++m_scriptPoint) {
-            if (stroke[m_scriptPoint].seconds > seconds)
+            if (stroke[m_scriptPoint].seconds > seconds) {
                 return;
-            if (m_scriptPoint == 0)
+            }
+            if (m_scriptPoint == 0) {
                 pad->penDown(stroke.first());
-            else
+            } else {
                 pad->penMove(stroke[m_scriptPoint]);
+            }
         }
         pad->penUp();
     }
     m_scriptTimer.stop();
-    if (pad->holdsSignature())
+    if (pad->holdsSignature()) {
         m_window->confirm();
-    else
+    } else {
         m_window->cancel();
+    }
 }
 
 /// \return what the reply says beyond the status
@@ -255,10 +270,11 @@ QJsonObject SigningJob::writeSigned()
         tell("pngpath", files.write(kept + QLatin1String(".png"), png, privateFile));
         tell("strokespath", files.write(kept + QLatin1String(".json"), ink.toJson(), privateFile));
     }
-    if (!m_request.xmlPath.isEmpty())
+    if (!m_request.xmlPath.isEmpty()) {
         tell("recordpath",
              files.write(m_request.xmlPath, record(signedBytes, signedPath),
                          original.permissions()));
+    }
     files.keep();
     details.insert(QStringLiteral("png"), QString::fromLatin1(png.toBase64()));
     return details;
@@ -279,13 +295,15 @@ QByteArray SigningJob::record(const QByteArray &signedBytes, const QString &sign
     xml.writeEmptyElement(QStringLiteral("place"));
     xml.writeAttribute(QStringLiteral("page"), QString::number(m_request.page));
     const QJsonObject place = placeAsJson();
-    for (const char *key : {"x", "y", "width", "height"})
+    for (const char *key : {"x", "y", "width", "height"}) {
         xml.writeAttribute(QLatin1String(key),
                            QString::number(place.value(QLatin1String(key)).toDouble()));
+    }
     xml.writeEmptyElement(QStringLiteral("ink"));
     int points = 0;
-    for (const Ink::Stroke &stroke : m_window->pad()->ink().strokes())
+    for (const Ink::Stroke &stroke : m_window->pad()->ink().strokes()) {
         points += stroke.size();
+    }
     xml.writeAttribute(QStringLiteral("strokes"),
                        QString::number(m_window->pad()->ink().strokes().size()));
     xml.writeAttribute(QStringLiteral("points"), QString::number(points));
@@ -310,8 +328,9 @@ void SigningJob::fail(int code, const QString &message)
 void SigningJob::finish(const QString &status, int code, const QString &message,
                         QJsonObject details)
 {
-    if (m_finished)
+    if (m_finished) {
         return;
+    }
     stop();
     qInfo() << "request" << m_type << m_request.pdfPath << "-" << status << message;
     details.insert(QStringLiteral("service"), QStringLiteral("elecsign"));

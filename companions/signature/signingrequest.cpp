@@ -30,9 +30,10 @@ QVector<double> numbers(const QString &text)
     for (const QString &field : fields) {
         bool isNumber = false;
         numbers << field.trimmed().toDouble(&isNumber);
-        if (!isNumber || !(std::abs(numbers.last()) <= largestPage)) // nor NaN
+        if (!isNumber || !(std::abs(numbers.last()) <= largestPage)) { // nor NaN
             throw bad(QStringLiteral("the location holds something that is no sensible number: ")
                       + field.left(40));
+        }
     }
     return numbers;
 }
@@ -42,8 +43,9 @@ QVector<double> numbers(const QString &text)
 SigningRequest SigningRequest::fromJson(int type, const QByteArray &json)
 {
     const QJsonDocument document = QJsonDocument::fromJson(json);
-    if (!document.isObject())
+    if (!document.isObject()) {
         throw bad(QStringLiteral("the request is no JSON object"));
+    }
     const QJsonObject object = document.object();
 
     SigningRequest request;
@@ -53,19 +55,22 @@ SigningRequest SigningRequest::fromJson(int type, const QByteArray &json)
     request.timeoutSeconds =
         std::clamp(object.value(QLatin1String("timeout")).toInt(), 0, longestTimeout);
     request.wholeDocument = type == 2;
-    if (request.pdfPath.isEmpty())
+    if (request.pdfPath.isEmpty()) {
         throw bad(QStringLiteral("the request names no PDF"));
+    }
 
     const QVector<double> place = numbers(object.value(QLatin1String("location")).toString());
-    if (place.size() != 4 && place.size() != 5)
+    if (place.size() != 4 && place.size() != 5) {
         throw bad(QStringLiteral("the location has %1 numbers: it takes page, x, y, width and, if "
                                  "wanted, height")
                       .arg(place.size()));
+    }
     request.page = int(place[0]);
     const double height = place.size() == 5 ? place[4] : place[3] / usualAspect;
     request.place = QRectF(place[1], place[2], place[3], height);
-    if (request.page != place[0] || request.page < 1 || request.place.isEmpty())
+    if (request.page != place[0] || request.page < 1 || request.place.isEmpty()) {
         throw bad(QStringLiteral("the location's page is no page number, or its rectangle empty"));
+    }
     return request;
 }
 

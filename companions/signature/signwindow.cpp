@@ -166,8 +166,9 @@ QWidget *SignWindow::makePages()
     row->addWidget(m_forth);
     row->addWidget(m_toPlace);
     row->addWidget(m_enlarge);
-    for (QPushButton *button : {m_back, m_forth, m_toPlace})
+    for (QPushButton *button : {m_back, m_forth, m_toPlace}) {
         button->setVisible(m_request.wholeDocument && m_pageCount > 1);
+    }
     auto *column = new QVBoxLayout(pages);
     column->setContentsMargins(0, 0, 0, 0);
     column->addWidget(m_view, 1);
@@ -218,28 +219,32 @@ QPushButton *SignWindow::makeButton(const QString &chinese, const QString &engli
 
 void SignWindow::open()
 {
-    if (QScreen *screen = customerScreen())
+    if (QScreen *screen = customerScreen()) {
         setGeometry(screen->geometry());
+    }
     setWindowState(Qt::WindowFullScreen);
     show(); // showFullScreen() would take the keyboard
     tick();
-    if (m_request.timeoutSeconds > 0)
+    if (m_request.timeoutSeconds > 0) {
         m_seconds.start();
+    }
     turnTo(m_page);
 }
 
 /// Shows the seconds that are left, one less than the last time.
 void SignWindow::tick()
 {
-    if (m_request.timeoutSeconds <= 0)
+    if (m_request.timeoutSeconds <= 0) {
         return;
+    }
     if (m_seconds.isActive() && --m_secondsLeft <= 0) {
         end(&SignWindow::timedOut);
         return;
     }
     m_time->setText(QStringLiteral("剩余时间 Time left  %1 s").arg(m_secondsLeft));
-    if (m_secondsLeft <= urgentSeconds)
+    if (m_secondsLeft <= urgentSeconds) {
         m_time->setStyleSheet(QStringLiteral("color: %1").arg(palette::urgent.name()));
+    }
 }
 
 void SignWindow::turnTo(int page)
@@ -253,8 +258,9 @@ void SignWindow::turnTo(int page)
 
 void SignWindow::showPage(int page, const QImage &image)
 {
-    if (page != m_page)
+    if (page != m_page) {
         return;
+    }
     m_view->setPlace(page == m_request.page ? m_place : QRectF());
     m_view->setPage(image);
 }
@@ -273,8 +279,9 @@ void SignWindow::inkChanged()
     m_clear->setEnabled(anything);
     m_confirm->setEnabled(m_pad->holdsSignature());
     m_view->setInk(m_pad->ink());
-    if (anything && m_page != m_request.page && isVisible())
+    if (anything && m_page != m_request.page && isVisible()) {
         turnTo(m_request.page); // the customer sees where it goes
+    }
 }
 
 void SignWindow::confirm()
@@ -295,8 +302,9 @@ void SignWindow::closeEvent(QCloseEvent *event)
 
 void SignWindow::end(void (SignWindow::*outcome)())
 {
-    if (m_ended)
+    if (m_ended) {
         return;
+    }
     m_ended = true;
     m_seconds.stop();
     hide();
