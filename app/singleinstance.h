@@ -3,7 +3,7 @@
 
 #include <QByteArray>
 
-/** What the process list said. */
+/// What the process list said.
 struct InstanceCount
 {
     QByteArray line; ///< the line as it was read, without its line end

@@ -74,8 +74,10 @@ private:
     std::thread m_thread;
 };
 
-/// Passes on what the library says about recordings, "..., 4.0 s, 100 different pictures" at the
-/// end.
+/**
+ * Passes on what the library says about recordings, "..., 4.0 s, 100 different pictures" at the
+ * end.
+ */
 void printRecordingLines(QtMsgType, const QMessageLogContext &, const QString &line)
 {
     if (line.contains(QLatin1String("record"))) {

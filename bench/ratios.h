@@ -41,8 +41,10 @@ public:
         benchmark::Shutdown();
     }
 
-    /// Prints the ratio of the medians of two benchmarks (wall-clock time if they use it, else CPU
-    /// time), or why there is none: one of them was filtered out or failed.
+    /**
+     * Prints the ratio of the medians of two benchmarks (wall-clock time if they use it, else CPU
+     * time), or why there is none: one of them was filtered out or failed.
+     */
     void printRatio(const std::string &what, const std::string &ours, const std::string &plain,
                     double limit) const
     {

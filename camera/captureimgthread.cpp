@@ -27,9 +27,11 @@ constexpr int largestScale = 10; // a frame is enlarged no further
 
 enum class Turn { No, AsSet };
 
-/// How each camera is started. Pages rely on the irregular entries: camera 5 is kept as 3, the
-/// cameras from 5 on are not turned at the third try, and the dual camera that is open already
-/// answers by another name.
+/**
+ * How each camera is started. Pages rely on the irregular entries: camera 5 is kept as 3, the
+ * cameras from 5 on are not turned at the third try, and the dual camera that is open already
+ * answers by another name.
+ */
 struct Start
 {
     int code; // of openCamera

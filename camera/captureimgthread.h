@@ -42,7 +42,7 @@ class CaptureImgThread : public QThread
     Q_OBJECT
 
 public:
-    /** How long the thread waits; tests shorten these. */
+    /// How long the thread waits; tests shorten these.
     struct Waits
     {
         std::chrono::milliseconds pass{20}; ///< for an operation, at the start of each pass
@@ -52,7 +52,7 @@ public:
         std::chrono::milliseconds restart{3000}; ///< between stop and start after six of those
     };
 
-    /** The server's one capture thread; made, and started, at the first call. */
+    /// The server's one capture thread; made, and started, at the first call.
     static CaptureImgThread *instance();
 
     explicit CaptureImgThread(const Waits &waits);
@@ -64,35 +64,35 @@ public:
      */
     void openCamera(int code);
 
-    /** Queues the stop. */
+    /// Queues the stop.
     void closeCamera();
 
-    /** Forgets queue and camera without a word to anybody: another component takes the camera. */
+    /// Forgets queue and camera without a word to anybody: another component takes the camera.
     void silenceClose();
 
-    /** Ends the thread at its next pass. */
+    /// Ends the thread at its next pass.
     void destory();
 
-    /** While paused the thread sleeps: no operation is carried out, no frame fetched. */
+    /// While paused the thread sleeps: no operation is carried out, no frame fetched.
     void setPause(bool pause);
 
-    /** Whether frames are pushed. While they are not, they are fetched all the same. */
+    /// Whether frames are pushed. While they are not, they are fetched all the same.
     void vSetPreviewEnable(bool enable);
     bool bGetPreviewEnable() const;
 
-    /** Size of the pushed frames in pixels; at least 400 x 300, each on its own. */
+    /// Size of the pushed frames in pixels; at least 400 x 300, each on its own.
     void vSetPreViewSize(int width, int height);
 
-    /** The step of zooming, in percent of the present size. */
+    /// The step of zooming, in percent of the present size.
     void vSetZoomFactor(int percent);
 
-    /** Makes the pushed frame larger by a step. Pages know it by this name. */
+    /// Makes the pushed frame larger by a step. Pages know it by this name.
     void vZoomOut();
 
-    /** Makes the pushed frame smaller by a step, down to 400 x 300. */
+    /// Makes the pushed frame smaller by a step, down to 400 x 300.
     void vZoomIn();
 
-    /** Back to 800 x 600 and steps of a tenth. */
+    /// Back to 800 x 600 and steps of a tenth.
     void vZoomOriginal();
 
     /**
@@ -101,7 +101,7 @@ public:
      */
     void pushFrame(const QByteArray &text);
 
-    /** The size of the pushed frames as set, in pixels. */
+    /// The size of the pushed frames as set, in pixels.
     QSize previewSize() const;
 
 Q_SIGNALS:
@@ -111,7 +111,7 @@ Q_SIGNALS:
      */
     void sig_msg(QByteArray text);
 
-    /** A frame has been emitted: comes back to the main thread behind it. */
+    /// A frame has been emitted: comes back to the main thread behind it.
     void frameEmitted(QPrivateSignal);
 
 protected:

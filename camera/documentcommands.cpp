@@ -8,8 +8,10 @@
 
 namespace {
 
-/// An image file as a page of a PDF: its path goes out in the local 8-bit encoding, the place of
-/// the page is -1 where none is given.
+/**
+ * An image file as a page of a PDF: its path goes out in the local 8-bit encoding, the place of
+ * the page is -1 where none is given.
+ */
 QString addPdfPage(const QString &name, const QString &args, bool (*add)(const char *, float))
 {
     const Arguments fields(args);

@@ -24,8 +24,10 @@ constexpr int defaultQuality = 75; // what Qt takes for its quality of -1
 constexpr int engineBuffer = 2048; // pixels that Qt's raster engine handles at a time
 constexpr int engineLimit = 32766; // beyond it does not draw all
 
-/// How the bytes of a picture lie, as libjpeg-turbo names it; JCS_UNKNOWN when it has to be
-/// converted first.
+/**
+ * How the bytes of a picture lie, as libjpeg-turbo names it; JCS_UNKNOWN when it has to be
+ * converted first.
+ */
 J_COLOR_SPACE colorSpaceOf(const QImage &image)
 {
     switch (image.format()) {
@@ -76,8 +78,10 @@ void mapBySteps(int source, int target, std::vector<int> &map)
     }
 }
 
-/// Others: through the inverted transformation, moved by a 65536th, anew for every run of target
-/// pixels; along a row a run is as long as the engine's buffer, down the columns it is one.
+/**
+ * Others: through the inverted transformation, moved by a 65536th, anew for every run of target
+ * pixels; along a row a run is as long as the engine's buffer, down the columns it is one.
+ */
 void mapByTransformation(int source, int target, int run, std::vector<int> &map)
 {
     map.resize(static_cast<std::size_t>(target));

@@ -17,27 +17,27 @@ class StopRecThread : public QThread
     Q_OBJECT
 
 public:
-    /** How long the thread waits; tests shorten these. */
+    /// How long the thread waits; tests shorten these.
     struct Waits
     {
         std::chrono::milliseconds poll{1000}; ///< between two looks at the recording
         std::chrono::milliseconds last{500}; ///< before the last look
     };
 
-    /** How often it looks before it gives up: about three minutes. */
+    /// How often it looks before it gives up: about three minutes.
     static constexpr int pollLimit = 180;
 
-    /** The server's one; made at the first call, not started. */
+    /// The server's one; made at the first call, not started.
     static StopRecThread *instance();
 
     explicit StopRecThread(const Waits &waits);
     ~StopRecThread() override;
 
-    /** Starts the thread unless it runs. Main thread. */
+    /// Starts the thread unless it runs. Main thread.
     void waitForEnd();
 
 Q_SIGNALS:
-    /** The framed reply of bStopRec: whether the recording has ended. Emitted by this thread. */
+    /// The framed reply of bStopRec: whether the recording has ended. Emitted by this thread.
     void sig_msg(QByteArray text);
 
 protected:

@@ -19,7 +19,7 @@ class CompanionClient : public QObject
     Q_OBJECT
 
 public:
-    /** How long the client waits. */
+    /// How long the client waits.
     struct Waits
     {
         std::chrono::milliseconds connect{30000}; ///< for a connection, each attempt
@@ -29,28 +29,28 @@ public:
         std::chrono::milliseconds settle{300}; ///< between the browser helper's script and socket
     };
 
-    /** Tests shorten the waits. */
+    /// Tests shorten the waits.
     void setWaits(const Waits &waits) { m_waits = waits; }
 
     bool isConnected() const { return m_socket.state() == QLocalSocket::ConnectedState; }
 
 protected:
-    /** Probes the socket once, and leaves it again. \param script  a name beside the program */
+    /// Probes the socket once, and leaves it again. \param script  a name beside the program
     CompanionClient(const QString &socketName, const QString &script);
 
-    /** Ends the connection if there is one. */
+    /// Ends the connection if there is one.
     void leave();
 
-    /** The same before a new start: gives the service a moment to end. */
+    /// The same before a new start: gives the service a moment to end.
     void leaveForRestart();
 
-    /** Starts the script. */
+    /// Starts the script.
     void launch();
 
-    /** Three attempts to connect; after each that failed a pause and the script again. */
+    /// Three attempts to connect; after each that failed a pause and the script again.
     bool connectInThreeAttempts();
 
-    /** Writes a number as the companions read it: 32 bits, native byte order. */
+    /// Writes a number as the companions read it: 32 bits, native byte order.
     bool writeNumber(int number);
 
     QLocalSocket m_socket;

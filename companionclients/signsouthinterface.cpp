@@ -119,8 +119,10 @@ void SignSouthInterface::slot_readyRead()
     }
 }
 
-/// The length must be met exactly: more than that runs on as less does, until the service is gone.
-/// What then comes is not kept: a service that talks on must not use up the memory.
+/**
+ * The length must be met exactly: more than that runs on as less does, until the service is gone.
+ * What then comes is not kept: a service that talks on must not use up the memory.
+ */
 bool SignSouthInterface::readPayload(int length, QByteArray *payload)
 {
     *payload = m_socket.readAll();

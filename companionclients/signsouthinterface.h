@@ -19,10 +19,10 @@ class SignSouthInterface : public CompanionClient
 public:
     static SignSouthInterface *instance();
 
-    /** Starts the service and connects. \return whether the connection stands */
+    /// Starts the service and connects. \return whether the connection stands
     bool start();
 
-    /** Ends the connection; the service goes on. */
+    /// Ends the connection; the service goes on.
     void stop() { leave(); }
 
     /**
@@ -36,7 +36,7 @@ public:
                            const QString &retain, int timeout);
 
 Q_SIGNALS:
-    /** A reply of more than 100 bytes; shorter ones are dropped. */
+    /// A reply of more than 100 bytes; shorter ones are dropped.
     void sig_msg(QByteArray payload);
 
 public Q_SLOTS:

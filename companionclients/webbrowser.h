@@ -23,13 +23,13 @@ class WebBrowser : public QObject
 public:
     static WebBrowser *instance();
 
-    /** Shows a page in place of the one shown before. Blocks until the browser has started. */
+    /// Shows a page in place of the one shown before. Blocks until the browser has started.
     void openURL(const QString &url, const QString &data);
 
-    /** Ends the browser that was started here; waits for it, 30 s at most. */
+    /// Ends the browser that was started here; waits for it, 30 s at most.
     void closeURL();
 
-    /** A text from a page: one that begins with "@" is answered with the page data. */
+    /// A text from a page: one that begins with "@" is answered with the page data.
     void recvMessage(QString message, QWebSocket *socket);
 
     /**

@@ -17,16 +17,16 @@ class Webbrowsersouthinterface : public CompanionClient
 public:
     static Webbrowsersouthinterface *instance();
 
-    /** Starts the helper and connects. \return whether the connection stands */
+    /// Starts the helper and connects. \return whether the connection stands
     bool start();
 
-    /** Ends the connection: the helper then closes its window. */
+    /// Ends the connection: the helper then closes its window.
     void stopWeb() { leave(); }
 
-    /** Shows a page. \return false without a connection, or when a number could not be written */
+    /// Shows a page. \return false without a connection, or when a number could not be written
     bool openURL(const QString &url);
 
-    /** The same with data for the page, unparsed. */
+    /// The same with data for the page, unparsed.
     bool openURL(const QString &url, const QString &data);
 
 public Q_SLOTS:

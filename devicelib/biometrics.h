@@ -22,7 +22,7 @@ class QByteArray;
 
 extern "C" {
 
-/** \name Faces in images */
+/// \name Faces in images
 ///@{
 int lImageMatch(const char *image1, const char *image2); ///< Two faces. May take seconds.
 qint64 lFaceMatch(const char *image); ///< With the face before the camera.
@@ -30,10 +30,10 @@ qint64 lImageIdMatch(const char *image1, const char *image2); ///< A face and a 
 bool bImageMatch(const char *image1, const char *image2); ///< Whether two faces are one person's.
 ///@}
 
-/** \name Features of faces */
+/// \name Features of faces
 ///@{
 
-/** Two features: raw bytes, more than 100 each. The functions below give them as base64. */
+/// Two features: raw bytes, more than 100 each. The functions below give them as base64.
 qint64 lFaceFeatureMatch(const char *feature1, const char *feature2);
 
 /**
@@ -69,7 +69,7 @@ bool bImageMatchOnline(const char *text, int a, int b, int c,
 bool bFaceFeatureGetOnline(int a, int b, void (*onFeature)(const char *feature, void *context));
 ///@}
 
-/** \name Liveness */
+/// \name Liveness
 ///@{
 bool bLivingBodyDetect(); ///< Whether a living person is before the camera. May take seconds.
 
@@ -104,7 +104,7 @@ void CloseLivingBody(void (*onDone)());
 void DemoUIShow(int number, void (*onResult)(int result));
 ///@}
 
-/** \name Fingerprints */
+/// \name Fingerprints
 ///@{
 
 /**

@@ -25,14 +25,14 @@ class QString;
 
 extern "C" {
 
-/** \name Identity cards: each function reads one, on a reader of its own kind */
+/// \name Identity cards: each function reads one, on a reader of its own kind
 ///@{
 char *sIDCardReader(); ///< In Latin-1. On the default reader.
 void ReadSFZCardVX(QString *text);
 void readIDMsg_qt(QString *text);
 void readIDMsgVX_qt(QString *text);
 
-/** \param text  JSON object; its "code" is the text "0" for success */
+/// \param text  JSON object; its "code" is the text "0" for success
 void ReadSFZCardBas_VX(QString *text);
 
 /**
@@ -44,12 +44,12 @@ char *ReadCard(void *reserved, const char *parameter);
 void ReadSFZCardBas_DK(QString *text); ///< On the second reader family.
 ///@}
 
-/** \name Social security cards: basic data, no PIN */
+/// \name Social security cards: basic data, no PIN
 ///@{
 void iReadCardBas_noPasam_qt(int type, QString *text);
 void ReadCardBasExVX(QString *text, int type);
 
-/** Whether the social security module of the second reader family is connected; fast. */
+/// Whether the social security module of the second reader family is connected; fast.
 bool GetDeviceStatus_dc();
 
 /**
@@ -59,7 +59,7 @@ bool GetDeviceStatus_dc();
 bool ReadSBKCardBas_DK(int type, QString *text);
 ///@}
 
-/** \name Bank and IC cards */
+/// \name Bank and IC cards
 ///@{
 bool GetBankCardInfoVX(QString *text, int type); ///< True when a card was read.
 
@@ -70,7 +70,7 @@ bool GetBankCardInfoVX(QString *text, int type); ///< True when a card was read.
 int iReadICCardSnr();
 ///@}
 
-/** \name The reader itself */
+/// \name The reader itself
 ///@{
 bool bOpenIDCardUSBPort(const char *port); ///< A name; the portable library ignores it.
 bool openIDCardSerialPort(const char *port); ///< A device like "/dev/ttyS0".

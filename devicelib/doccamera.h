@@ -64,16 +64,16 @@ bool bStartPlay6(short rotation); ///< Source 6.
 bool bStartPlay8(short rotation); ///< Source 8.
 bool bStartPlay9(short rotation); ///< Source 9.
 
-/** The dual camera: main and second camera side by side in one picture. */
+/// The dual camera: main and second camera side by side in one picture.
 bool bStartPlayOpen();
 
-/** Ends the main preview. \return true when none is open any more, also when none was */
+/// Ends the main preview. \return true when none is open any more, also when none was
 bool bStopPlay();
 
-/** Opens the fourth source; the main preview goes on beside it. */
+/// Opens the fourth source; the main preview goes on beside it.
 bool bStartPlay4();
 
-/** Closes the fourth source. \return true when it is not open any more, also when it was not */
+/// Closes the fourth source. \return true when it is not open any more, also when it was not
 bool bStopPlay4();
 
 /**
@@ -90,7 +90,7 @@ bool getVideoFrame(QImage &frame);
  */
 bool getVideoFrameMat(cv::Mat &frame);
 
-/** As getVideoFrameMat, for single pictures: a library may give a finer one here. */
+/// As getVideoFrameMat, for single pictures: a library may give a finer one here.
 bool getVideoFrameMatEx(cv::Mat &frame);
 
 /**
@@ -99,7 +99,7 @@ bool getVideoFrameMatEx(cv::Mat &frame);
  */
 bool bAVPreview(qint64 first, qint64 second);
 
-/** Switches the image display of the library, where it has one. */
+/// Switches the image display of the library, where it has one.
 void vSetImageDispFlag(bool on);
 ///@}
 
@@ -118,26 +118,26 @@ void vSetImageDispFlag(bool on);
  */
 bool bSetMode(int mode);
 
-/** Working mode of the camera; the values are the library's choice. The portable one has none. */
+/// Working mode of the camera; the values are the library's choice. The portable one has none.
 void vSetCamaraMode(short mode);
 
-/** \param index  of a size in the list of getResolutionIndex, from 0 */
+/// \param index  of a size in the list of getResolutionIndex, from 0
 void vSetResolutionEx(int camera, int index);
 
-/** Asks for a size; the camera takes this or the nearest it has. */
+/// Asks for a size; the camera takes this or the nearest it has.
 void setResolution(int camera, int width, int height);
 
 int iGetResolutionX(int camera); ///< Width in use; 0 for a camera that is not there.
 int iGetResolutionY(int camera); ///< Height in use; 0 for a camera that is not there.
 
-/** Replaces `sizes` by the (width, height) pairs of the camera, in the library's order. */
+/// Replaces `sizes` by the (width, height) pairs of the camera, in the library's order.
 void getResolutionIndex(int camera, std::vector<std::pair<double, double>> &sizes);
 
-/** \param angle  of preview and captures, degrees clockwise: 0, 90, 180 or 270 */
+/// \param angle  of preview and captures, degrees clockwise: 0, 90, 180 or 270
 void vSetRotate(short angle);
 short iGetRotate(); ///< The angle of vSetRotate; 0 at first.
 
-/** \param mode  of the turned picture: 0 none, 1 left-right, 2 upside-down, 3 both */
+/// \param mode  of the turned picture: 0 none, 1 left-right, 2 upside-down, 3 both
 void vSetFlip(short mode);
 short iGetFlip(); ///< The mode of vSetFlip; 0 at first.
 
@@ -156,7 +156,7 @@ bool vSetContrast(int value); ///< As vSetExposure.
  */
 bool AutoFocus();
 
-/** Dots per inch of saved pictures and of pages. The portable library: 50 to 1200, 300 at first. */
+/// Dots per inch of saved pictures and of pages. The portable library: 50 to 1200, 300 at first.
 bool vSetDPI(qint64 x, qint64 y);
 void vGetDPI(int *x, int *y); ///< The values of vSetDPI.
 
@@ -171,7 +171,7 @@ long lGetImageAreaY1(); ///< As lGetImageAreaX1.
 long lGetImageAreaX2(); ///< As lGetImageAreaX1.
 long lGetImageAreaY2(); ///< As lGetImageAreaX1.
 
-/** \param quality  of JPEG files, 1 to 100. The portable library: 85 at first */
+/// \param quality  of JPEG files, 1 to 100. The portable library: 85 at first
 bool vSetImageQuality(int quality);
 short sGetImageQuality(); ///< The quality of vSetImageQuality.
 
@@ -206,7 +206,7 @@ bool bSaveTIF(const char *directory, const char *name); ///< Bilevel TIFF.
 bool bSaveBMP(const char *directory, const char *name); ///< Colour bitmap.
 bool bSavePNG(const char *directory, const char *name); ///< Colour PNG.
 
-/** One picture twice: directory and name of the grey file, directory and name of the TIFF. */
+/// One picture twice: directory and name of the grey file, directory and name of the TIFF.
 bool bSaveGrayAndTIF(const char *p1, const char *p2, const char *p3, const char *p4);
 
 /**
@@ -262,7 +262,7 @@ bool Base64Decode(const char *first, const char *second);
  */
 ///@{
 
-/** \param p1  directory  \param p2  name without extension */
+/// \param p1  directory  \param p2  name without extension
 bool bSavePDFStart(const char *p1, const char *p2);
 bool bSavePDFColorPage(); ///< The current picture in colour.
 bool bSavePDFBWPage(); ///< The current picture, bilevel.
@@ -270,7 +270,7 @@ bool bSavePDFEnd(); ///< Writes the file: true once it is whole.
 bool bAddPDFColorPage(const char *image, float number); ///< An image file, local text.
 bool bAddPDFBWPage(const char *image, float number); ///< An image file, local text.
 
-/** Appends an image file. \param base64  "data:image/...;base64," may stand before it */
+/// Appends an image file. \param base64  "data:image/...;base64," may stand before it
 bool bAddPDFBase64ColorPage(const char *base64);
 
 bool bSaveOFDStart(const char *p1, const char *p2); ///< As bSavePDFStart.
@@ -400,7 +400,7 @@ void vSetRecSize(qint64 width, qint64 height);
  * some seconds.
  */
 ///@{
-/** A capture of the current picture. \param number  the portable library: copies */
+/// A capture of the current picture. \param number  the portable library: copies
 bool bPrint(int number);
 
 /**
@@ -411,7 +411,7 @@ bool bPrint(int number);
  */
 bool bPrintImage(short a, const char *image, short b);
 
-/** An image file. \param number  the portable library: copies, in colour */
+/// An image file. \param number  the portable library: copies, in colour
 bool bPrintImageFile(const char *image, int number);
 
 /**
@@ -422,7 +422,7 @@ void vSetWaterPrint(short a, const char *text, short b);
 void vSetWaterPrintFont(const char *font); ///< Font family, local text.
 void vSetWaterPrintFontSize(short size); ///< In points, at the resolution of vSetDPI.
 
-/** Its byte order is the library's choice. The portable library: 0xRRGGBB. */
+/// Its byte order is the library's choice. The portable library: 0xRRGGBB.
 void vSetWaterPrintFontColor(long colour);
 
 /**
@@ -496,10 +496,10 @@ bool sUpLoadImageEx5(const char *p1, const char *p2, long p3, const char *p4, co
                      const char *p7, QString *answer);
 ///@}
 
-/** \name Status */
+/// \name Status
 ///@{
 
-/** The USB devices present, each with an identifier like "usb#vid_2b19&pid_0200", in lower case. */
+/// The USB devices present, each with an identifier like "usb#vid_2b19&pid_0200", in lower case.
 char *sGetDevicesId();
 
 /**
@@ -514,7 +514,7 @@ char *sEnumUSBDevice();
  */
 char *sGetSerialNum();
 
-/** Fills in the version of the library: at most `capacity` bytes with the NUL at the end. */
+/// Fills in the version of the library: at most `capacity` bytes with the NUL at the end.
 void doccameraVeriosn(char *buffer, int capacity);
 ///@}
 
@@ -534,7 +534,7 @@ bool bDeleteFileForever(const char *path); ///< Past any recycle bin.
 bool bCopyFile(const char *from, const char *to);
 bool bMoveFile(const char *from, const char *to); ///< Also to another file system.
 
-/** The portable library: as bMoveFile, but a name without "/" means the same directory. */
+/// The portable library: as bMoveFile, but a name without "/" means the same directory.
 bool bReNameFile(const char *from, const char *to);
 
 bool bFileIsExist(const char *path); ///< True for a file, not for a directory.
@@ -543,7 +543,7 @@ bool bCreateDir(const char *path); ///< With its parents. True also when it exis
 bool OpenFile(const char *path); ///< Opens a file on the screen: true once that was asked for.
 bool bDispPath(const char *path); ///< Shows a directory on the screen, likewise.
 
-/** Whether the program that the library looks for is there. The portable library: xdg-open. */
+/// Whether the program that the library looks for is there. The portable library: xdg-open.
 bool IsExeExist();
 
 /**

@@ -29,7 +29,7 @@ template <class Number> Number numberFrom(const QStringRef &text)
     }
 }
 
-/** The same for a whole argument text: what commands with one argument take. */
+/// The same for a whole argument text: what commands with one argument take.
 template <class Number> Number numberFrom(const QString &text)
 {
     return numberFrom<Number>(QStringRef(&text));
@@ -53,16 +53,16 @@ public:
 
     int count() const { return m_text.count(QLatin1Char(',')) + 1; }
 
-    /** A field as it was sent. */
+    /// A field as it was sent.
     QString text(int index) const { return field(index).toString(); }
 
-    /** A field as NUL-terminated UTF-8, alive as long as this object. */
+    /// A field as NUL-terminated UTF-8, alive as long as this object.
     const char *utf8(int index) const { return keep(field(index).toUtf8()); }
 
-    /** A field in the local 8-bit encoding, NUL-terminated, alive as long as this object. */
+    /// A field in the local 8-bit encoding, NUL-terminated, alive as long as this object.
     const char *local8Bit(int index) const { return keep(field(index).toLocal8Bit()); }
 
-    /** A field as a number of a named width (short, int, long, qint64, float). */
+    /// A field as a number of a named width (short, int, long, qint64, float).
     template <class Number> Number number(int index) const
     {
         return numberFrom<Number>(field(index));

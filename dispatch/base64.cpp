@@ -10,8 +10,10 @@ constexpr char standardAlphabet[] =
     "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
 constexpr char urlAlphabet[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789-_";
 
-/// Two characters for every 12 bits: every preview frame passes here, and a pair at a time takes
-/// a quarter of the time of a character at a time.
+/**
+ * Two characters for every 12 bits: every preview frame passes here, and a pair at a time takes
+ * a quarter of the time of a character at a time.
+ */
 using PairTable = std::array<char, 4096 * 2>;
 
 constexpr PairTable pairsOf(const char *alphabet)

@@ -11,7 +11,7 @@
  */
 std::string base64_encode(const unsigned char *bytes, unsigned long length, bool url);
 
-/** Base64 of bytes in the standard alphabet with "=". */
+/// Base64 of bytes in the standard alphabet with "=".
 std::string base64_encode(const unsigned char *bytes, unsigned int length);
 
 /**
@@ -21,7 +21,7 @@ std::string base64_encode(const unsigned char *bytes, unsigned int length);
  */
 std::string base64_decode(const std::string &text);
 
-/** Length of the base64 text of so many bytes. */
+/// Length of the base64 text of so many bytes.
 constexpr std::size_t base64Length(std::size_t bytes)
 {
     return (bytes + 2) / 3 * 4;

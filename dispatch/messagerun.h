@@ -40,10 +40,10 @@ public:
 
     explicit MessageRun(QObject *parent = nullptr);
 
-    /** The registry: every command that exists, by name. */
+    /// The registry: every command that exists, by name.
     const QMap<QString, Callback> &commands() const { return m_commands; }
 
-    /** Sends a text to the current client; drops it when there is none. Main thread only. */
+    /// Sends a text to the current client; drops it when there is none. Main thread only.
     static void send_msg(QString text);
 
     /**
@@ -52,7 +52,7 @@ public:
      */
     static void send_json_msg(bool ok, QString funcname, QString data);
 
-    /** send_msg from any thread: the text is sent by the main thread, later. */
+    /// send_msg from any thread: the text is sent by the main thread, later.
     void sendmsg_thread(QString text);
 
     /**
@@ -61,8 +61,10 @@ public:
      */
     static void sendFromAnyThread(const QString &text);
 
-    /// \name Replies: compose the framed text, send it to the current client, return it.
-    /// @{
+    /**
+     * \name Replies: compose the framed text, send it to the current client, return it.
+     * @{
+     */
     static QString reply(const QString &name, const QString &result);
     static QString reply(const QString &name, bool result);
     static QString reply(const QString &name); ///< the bare acknowledgement, no result
@@ -81,10 +83,10 @@ public:
     static QString replyTwoTexts(const QString &name, const QString &args,
                                  bool (*call)(const char *first, const char *second));
 
-    /** The framed text itself, "Begin<name><result>End<name>". */
+    /// The framed text itself, "Begin<name><result>End<name>".
     static QString framed(const QString &name, const QString &result);
 
-    /** "true" or "false". */
+    /// "true" or "false".
     static QString truth(bool value);
 
 #define COMMAND(command)                                                                           \
@@ -94,21 +96,21 @@ public:
 Q_SIGNALS:
     void handle_msg_signal(QString msg, QObject *);
     void sig_sendmsg(QString message);
-    /** Ends the wait of an upload. */
+    /// Ends the wait of an upload.
     void sig_sync_close();
 
 public Q_SLOTS:
-    /** Entry from the transport: one command text. The socket is not looked at. */
+    /// Entry from the transport: one command text. The socket is not looked at.
     void recv_msg(QString msg, QWebSocket *socket);
-    /** Parses one command text and calls its callback; an unknown name gets no answer. */
+    /// Parses one command text and calls its callback; an unknown name gets no answer.
     void handle_msg_slot(QString msg, QObject *);
-    /** Pushes one frame to the current client. Nothing starts the timer that would call it. */
+    /// Pushes one frame to the current client. Nothing starts the timer that would call it.
     void OnSengImgMessage();
-    /** An answer of a server to an upload, arriving later: sent as a reply of sUpLoadImageEx2. */
+    /// An answer of a server to an upload, arriving later: sent as a reply of sUpLoadImageEx2.
     void http_reply_slot(int retCode, QString text);
-    /** An event of the automatic scan: sent as a reply of iAutoScan. */
+    /// An event of the automatic scan: sent as a reply of iAutoScan.
     void slot_iAutoshot(int pagenum);
-    /** Part of the signal-slot table of the fingerprint modules; there is nothing to do. */
+    /// Part of the signal-slot table of the fingerprint modules; there is nothing to do.
     void slot_zazfpRead(bool bOK, QString fileName);
 
 private:

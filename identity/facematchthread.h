@@ -19,17 +19,17 @@ class FaceMatchThread : public QThread
     Q_OBJECT
 
 public:
-    /** The server's one; made, and started, at the first call. */
+    /// The server's one; made, and started, at the first call.
     static FaceMatchThread *instance();
 
     FaceMatchThread();
     ~FaceMatchThread() override; ///< Ends the thread after the comparison under way.
 
-    /** Asks for a comparison of two image files. Any thread; never blocks for one under way. */
+    /// Asks for a comparison of two image files. Any thread; never blocks for one under way.
     void match(const QString &path1, const QString &path2);
 
 Q_SIGNALS:
-    /** The framed score. Emitted by this thread. */
+    /// The framed score. Emitted by this thread.
     void sig_msg(QByteArray text);
 
 protected:

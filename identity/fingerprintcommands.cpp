@@ -29,8 +29,10 @@ void onCapture(QByteArray image, QByteArray feature, int score, const char *mess
         MessageRun::framed(QStringLiteral("fingerCaptureRawData"), QString::fromUtf8(json)));
 }
 
-/// The bytes of the hexadecimal fields from one on, joined. Goes over the text once: there may be
-/// as many fields as it has characters.
+/**
+ * The bytes of the hexadecimal fields from one on, joined. Goes over the text once: there may be
+ * as many fields as it has characters.
+ */
 QByteArray bytesFrom(const QString &args, int first)
 {
     QByteArray bytes;

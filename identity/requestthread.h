@@ -21,18 +21,18 @@ class RequestThread : public QThread
     Q_OBJECT
 
 public:
-    /** Counts a request and wakes the thread. Any thread. */
+    /// Counts a request and wakes the thread. Any thread.
     void request();
 
 Q_SIGNALS:
-    /** The framed reply to one request, in the local 8-bit encoding. Emitted by this thread. */
+    /// The framed reply to one request, in the local 8-bit encoding. Emitted by this thread.
     void sig_msg(QByteArray text);
 
 protected:
-    /** Serves one request: calls the device, returns the framed reply. This thread. */
+    /// Serves one request: calls the device, returns the framed reply. This thread.
     virtual QString serve() = 0;
 
-    /** Ends the thread after the request under way, and waits for it. */
+    /// Ends the thread after the request under way, and waits for it.
     void end();
 
     void run() override;

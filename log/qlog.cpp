@@ -57,9 +57,11 @@ struct EncodedLine
     int reported;
 };
 
-/// The bytes that QTextStream makes of `stream << text << "\n"`. It keeps up to 16384 characters
-/// to itself until it is destroyed (qtextstream.cpp, QTEXTSTREAM_BUFFERSIZE), so the file reports
-/// nothing of a line that fits, all of one whose line end overflows, else all but the line end.
+/**
+ * The bytes that QTextStream makes of `stream << text << "\n"`. It keeps up to 16384 characters
+ * to itself until it is destroyed (qtextstream.cpp, QTEXTSTREAM_BUFFERSIZE), so the file reports
+ * nothing of a line that fits, all of one whose line end overflows, else all but the line end.
+ */
 EncodedLine encodedLine(const QString &text)
 {
     constexpr int StreamBufferSize = 16384;

@@ -44,8 +44,10 @@ public:
     /// Milliseconds since the epoch, as QDateTime::currentMSecsSinceEpoch() has them.
     using Clock = std::function<qint64()>;
 
-    /// The one log; made by the first call, which needs the application object for logPath(), and
-    /// destroyed when the program ends. What is printed after that goes where Qt sends it.
+    /**
+     * The one log; made by the first call, which needs the application object for logPath(), and
+     * destroyed when the program ends. What is printed after that goes where Qt sends it.
+     */
     static QLog *instance();
     ~QLog() override;
 
@@ -60,8 +62,10 @@ public:
     unsigned short saveDay() const;
     void setSaveDay(unsigned short days);
 
-    /// Bytes above which the file of the day is rotated; 52428800 unless set. What counts is the
-    /// size before the line just written, unless that has 16384 characters or more.
+    /**
+     * Bytes above which the file of the day is rotated; 52428800 unless set. What counts is the
+     * size before the line just written, unless that has 16384 characters or more.
+     */
     int maxLogSize() const;
     void setMaxLogSize(int bytes);
 

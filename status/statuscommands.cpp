@@ -12,8 +12,10 @@
 
 namespace {
 
-/// USB identifiers of the makers' document cameras, as their library spells them; upper case is
-/// another text.
+/**
+ * USB identifiers of the makers' document cameras, as their library spells them; upper case is
+ * another text.
+ */
 const std::array<QLatin1String, 3> cameraIds{
     QLatin1String("usb#vid_2b19&pid_0200"),
     QLatin1String("usb#vid_2b16&pid_6689"),

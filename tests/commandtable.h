@@ -90,7 +90,7 @@ protected:
     void send(const QString &command) { m_dispatcher.recv_msg(command, nullptr); }
     void send(const char *command) { send(QString::fromUtf8(command)); }
 
-    /** Sends it. \return the reply, frame and all */
+    /// Sends it. \return the reply, frame and all
     template <class Text> QString ask(const Text &command)
     {
         send(command);
@@ -99,7 +99,7 @@ protected:
 
     void leave() { m_pair.reset(); } ///< The page goes away.
 
-    /** Whether the page is the current one, or none is. */
+    /// Whether the page is the current one, or none is.
     void setCurrent(bool isCurrent) { gpWebSocket = isCurrent ? m_pair->serverSide() : nullptr; }
 
     MessageRun m_dispatcher;

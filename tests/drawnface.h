@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-/** \file Painted faces for tests: no photographs of people are kept here. */
+/// \file Painted faces for tests: no photographs of people are kept here.
 #pragma once
 
 #include <QColor>
@@ -7,7 +7,7 @@
 #include <QPainter>
 #include <QPainterPath>
 
-/** Whose face it is, and what it does. */
+/// Whose face it is, and what it does.
 struct DrawnFace
 {
     // Who. Lengths are parts of the width of the face.

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-/** \file Generated fingerprints for tests: no finger of a person is kept here. */
+/// \file Generated fingerprints for tests: no finger of a person is kept here.
 #pragma once
 
 #include <opencv2/core.hpp>
@@ -8,7 +8,7 @@
 #include <cmath>
 #include <vector>
 
-/** How a finger lies on the sensor. */
+/// How a finger lies on the sensor.
 struct Impression
 {
     double turn = 0; ///< Degrees.
@@ -89,7 +89,7 @@ inline cv::Mat drawFinger(unsigned number)
     return field; // -1 ridge, 1 valley
 }
 
-/** A picture of the finger as a sensor delivers it: 8-bit grey, dark ridges on white. */
+/// A picture of the finger as a sensor delivers it: 8-bit grey, dark ridges on white.
 inline cv::Mat pressFinger(const cv::Mat &finger, const Impression &impression = {},
                            unsigned number = 1)
 {

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-/** \file A camera for tests of the portable library. */
+/// \file A camera for tests of the portable library.
 #pragma once
 
 #include "portable/camera/framesource.h"
@@ -10,11 +10,11 @@
 #include <mutex>
 #include <vector>
 
-/** The hardware behind a FakeSource: a test plugs it in and out and lets its frames come. */
+/// The hardware behind a FakeSource: a test plugs it in and out and lets its frames come.
 class FakeDevice
 {
 public:
-    /** Its frames come only from deliver() from now on, and not at 1000 in a second. */
+    /// Its frames come only from deliver() from now on, and not at 1000 in a second.
     void holdFrames()
     {
         change([this] { m_free = 0; });
@@ -24,7 +24,7 @@ public:
         change([=] { m_free += frames; });
     }
 
-    /** Fails with this from now on; an empty reason: works again. */
+    /// Fails with this from now on; an empty reason: works again.
     void fail(const QString &reason)
     {
         change([=] { m_failure = reason; });
@@ -47,7 +47,7 @@ public:
         return true;
     }
 
-    /** The frame's number, from 1; 0 on failure, also when the test lets none come for seconds. */
+    /// The frame's number, from 1; 0 on failure, also when the test lets none come for seconds.
     int next(QString *error)
     {
         std::unique_lock<std::mutex> lock(m_mutex);
@@ -79,7 +79,7 @@ private:
     std::vector<cv::Size> m_opened; // size of each successful open
 };
 
-/** Frames of 40 x 30 (or the size asked for) whose pixels are all their number modulo 256. */
+/// Frames of 40 x 30 (or the size asked for) whose pixels are all their number modulo 256.
 class FakeSource : public portable::FrameSource
 {
 public:

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-/** \file Files, texts and other programs, for tests. */
+/// \file Files, texts and other programs, for tests.
 #pragma once
 
 #include <QDirIterator>
@@ -14,7 +14,7 @@ inline QString line(const char *text)
     return QString::fromUtf8(text);
 }
 
-/** A text as C functions take it, for as long as the expression lasts. */
+/// A text as C functions take it, for as long as the expression lasts.
 class Utf8
 {
 public:
@@ -26,14 +26,14 @@ public:
     const QByteArray bytes;
 };
 
-/** Empty when there is no such file. */
+/// Empty when there is no such file.
 inline QByteArray contentOf(const QString &path)
 {
     QFile file(path);
     return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
 }
 
-/** In a folder that is made when it is missing. */
+/// In a folder that is made when it is missing.
 inline void writeFile(const QString &path, const QByteArray &content = "content")
 {
     QVERIFY(QDir().mkpath(QFileInfo(path).path()));
@@ -42,7 +42,7 @@ inline void writeFile(const QString &path, const QByteArray &content = "content"
     QCOMPARE(file.write(content), qint64(content.size()));
 }
 
-/** Everything below a folder, hidden entries too, sorted; links as "name -> target". */
+/// Everything below a folder, hidden entries too, sorted; links as "name -> target".
 inline QStringList everythingIn(const QString &folder)
 {
     QStringList entries;
@@ -57,7 +57,7 @@ inline QStringList everythingIn(const QString &folder)
     return entries;
 }
 
-/** What a program prints; the test fails when the program does, or complains. */
+/// What a program prints; the test fails when the program does, or complains.
 inline QByteArray outputOf(const char *program, const QStringList &arguments)
 {
     QProcess process;
@@ -71,13 +71,13 @@ inline QByteArray outputOf(const char *program, const QStringList &arguments)
     return process.readAllStandardOutput();
 }
 
-/** "-r 50 -png": its words. */
+/// "-r 50 -png": its words.
 inline QStringList words(const char *text)
 {
     return line(text).split(QLatin1Char(' '));
 }
 
-/** While it lives, no file of this process grows beyond it: as on a full disk. */
+/// While it lives, no file of this process grows beyond it: as on a full disk.
 class FileSizeLimit
 {
 public:

@@ -21,14 +21,14 @@ public:
     const QList<QByteArray> &list() const { return m_list; }
     void clear() { m_list.clear(); }
 
-    /** The next message, waited for; "nothing" when none comes. */
+    /// The next message, waited for; "nothing" when none comes.
     QByteArray next()
     {
         const bool came = QTest::qWaitFor([this] { return !m_list.isEmpty(); }, 10000);
         return came ? m_list.takeFirst() : QByteArray("nothing");
     }
 
-    /** The next message that is no preview frame. */
+    /// The next message that is no preview frame.
     QByteArray nextReply()
     {
         QByteArray text = next();

@@ -10,11 +10,11 @@
 
 #include <memory>
 
-/** A page as the server meets it: a WebSocket client that keeps the texts it was sent. */
+/// A page as the server meets it: a WebSocket client that keeps the texts it was sent.
 class Page
 {
 public:
-    /** Connects and waits until it stands; isConnected() tells whether it does. */
+    /// Connects and waits until it stands; isConnected() tells whether it does.
     explicit Page(quint16 port)
     {
         QObject::connect(&m_socket, &QWebSocket::textMessageReceived, &m_socket,
@@ -28,17 +28,17 @@ public:
     QWebSocket &socket() { return m_socket; }
     void send(const QString &text) { m_socket.sendTextMessage(text); }
 
-    /** The texts that have come and that next() has not handed out. */
+    /// The texts that have come and that next() has not handed out.
     QStringList received() const { return m_received; }
 
-    /** The next text, waited for; a null text when none comes. */
+    /// The next text, waited for; a null text when none comes.
     QString next()
     {
         const bool came = QTest::qWaitFor([this] { return !m_received.isEmpty(); }, 10000);
         return came ? m_received.takeFirst() : QString();
     }
 
-    /** The next text that is no preview frame. */
+    /// The next text that is no preview frame.
     QString nextReply()
     {
         QString text = next();
@@ -53,7 +53,7 @@ private:
     QStringList m_received;
 };
 
-/** A page and the server's end of its connection, without a server around it. */
+/// A page and the server's end of its connection, without a server around it.
 class PagePair
 {
 public:

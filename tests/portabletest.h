@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-/** \file What the tests of the portable library have in common. */
+/// \file What the tests of the portable library have in common.
 #pragma once
 
 #include "tests/files.h"
@@ -16,7 +16,7 @@
 #include <thread>
 #include <vector>
 
-/** A text that the library hands over; null stays null. */
+/// A text that the library hands over; null stays null.
 inline QString taken(char *text)
 {
     const QString result = QString::fromUtf8(text);
@@ -24,7 +24,7 @@ inline QString taken(char *text)
     return result;
 }
 
-/** Threads that repeat their calls until stop(), at the latest until the object goes. */
+/// Threads that repeat their calls until stop(), at the latest until the object goes.
 class Repeaters
 {
 public:
@@ -52,7 +52,7 @@ private:
     std::vector<std::thread> m_threads;
 };
 
-/** While it lives, the lines of the portable library go here. */
+/// While it lives, the lines of the portable library go here.
 class PortableLog
 {
 public:
@@ -65,7 +65,7 @@ public:
     PortableLog(const PortableLog &) = delete;
     PortableLog &operator=(const PortableLog &) = delete;
 
-    /** The lines since the last call. */
+    /// The lines since the last call.
     static QStringList takeLines()
     {
         const std::lock_guard<std::mutex> lock(s_mutex);
@@ -119,7 +119,7 @@ protected Q_SLOTS:
     }
 
 protected:
-    /** In the test's folder. */
+    /// In the test's folder.
     QString path(const QString &name) const { return m_folder->filePath(name); }
     QString path(const char *name) const { return path(line(name)); }
     Utf8 utf8(const char *name) const { return Utf8(path(name)); }
@@ -129,7 +129,7 @@ protected:
         return QCoreApplication::applicationDirPath() + QLatin1Char('/') + line(name);
     }
 
-    /** Writes the devices.ini that the exported functions read. */
+    /// Writes the devices.ini that the exported functions read.
     static void useIni(const QByteArray &content)
     {
         writeFile(besideProgram("devices.ini"), content);

@@ -16,7 +16,7 @@
 namespace recording {
 namespace {
 
-/** What is known of one function. */
+/// What is known of one function.
 struct Function
 {
     Answer standing;
@@ -41,14 +41,14 @@ struct State
     QByteArray slot;
 };
 
-/** Never destroyed: worker threads call the device until the very end of the process. */
+/// Never destroyed: worker threads call the device until the very end of the process.
 State &state()
 {
     static State &immortal = *new State;
     return immortal;
 }
 
-/** Does something with the entry of a function under the lock. */
+/// Does something with the entry of a function under the lock.
 template <class Action> auto with(const QByteArray &function, Action action)
 {
     const std::lock_guard<std::mutex> lock(state().mutex);

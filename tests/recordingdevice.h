@@ -64,40 +64,40 @@ private:
     QVariant m_value;
 };
 
-/** Forgets calls, answers, hooks and listeners, and releases who waits. For init(). */
+/// Forgets calls, answers, hooks and listeners, and releases who waits. For init().
 void reset();
 
-/** The calls since reset() or the last take, in order, as "bStartPlay(90)". */
+/// The calls since reset() or the last take, in order, as "bStartPlay(90)".
 QStringList calls();
 QStringList takeCalls(); ///< The same, and forgets them.
 QString takeText(); ///< The same as one text, parted by blanks.
 
-/** How often a function was called since reset() or the last take, muted ones included. */
+/// How often a function was called since reset() or the last take, muted ones included.
 int count(const QByteArray &function);
 
-/** Waits, without an event loop, until count() is reached; false when the time is over. */
+/// Waits, without an event loop, until count() is reached; false when the time is over.
 bool waitFor(const QByteArray &function, int count = 1, int timeoutMs = 10000);
 
-/** What a function returns, and what it fills in, from now on; before that, the default. */
+/// What a function returns, and what it fills in, from now on; before that, the default.
 void answer(const QByteArray &function, const Value &result, const Value &output = {});
 
-/** The same for one call; used up in the order given, before the standing answer. */
+/// The same for one call; used up in the order given, before the standing answer.
 void answerOnce(const QByteArray &function, const Value &result, const Value &output = {});
 
-/** Leaves the calls of these out of the list: what a worker thread repeats all the time. */
+/// Leaves the calls of these out of the list: what a worker thread repeats all the time.
 void mute(const QList<QByteArray> &functions);
 
-/** Makes the calls of a function wait, once written down, until release() or that time is over. */
+/// Makes the calls of a function wait, once written down, until release() or that time is over.
 void hold(const QByteArray &function, int forMs = 60000);
 void release(const QByteArray &function);
 
-/** Runs at each call of a function, on its thread, before it returns: to leave a file, say. */
+/// Runs at each call of a function, on its thread, before it returns: to leave a file, say.
 void whenCalled(const QByteArray &function, std::function<void(const QStringList &arguments)> hook);
 
-/** The listener that a function was given last, as std::any of its type; empty when none was. */
+/// The listener that a function was given last, as std::any of its type; empty when none was.
 std::any listenerOf(const QByteArray &function);
 
-/** The same as a function pointer; null when none was given. Another type ends the program. */
+/// The same as a function pointer; null when none was given. Another type ends the program.
 template <class Function> Function *listener(const QByteArray &function)
 {
     const std::any given = listenerOf(function);
@@ -110,10 +110,10 @@ template <class Function> Function *listener(const QByteArray &function)
     return std::any_cast<Function *>(given);
 }
 
-/** The context pointer that a function was given last along with its listener. */
+/// The context pointer that a function was given last along with its listener.
 void *contextOf(const QByteArray &function);
 
-/** Invokes the slot of iAutoScan_observr, queued, as a device library does. False without one. */
+/// Invokes the slot of iAutoScan_observr, queued, as a device library does. False without one.
 bool notifyObserver(int number);
 
 } // namespace recording

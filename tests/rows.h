@@ -3,7 +3,7 @@
 
 #include <QtTest>
 
-/** A text that a row may give as a literal, in UTF-8. */
+/// A text that a row may give as a literal, in UTF-8.
 class CellText
 {
 public:
@@ -19,7 +19,7 @@ public:
     const QString value;
 };
 
-/** As which type a row takes what belongs into a column. */
+/// As which type a row takes what belongs into a column.
 template <class Column> struct Cell
 {
     using Type = Column;

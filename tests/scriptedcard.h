@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-/** \file Smart cards for tests: what they answer to which command, in hexadecimal digits. */
+/// \file Smart cards for tests: what they answer to which command, in hexadecimal digits.
 #pragma once
 
 #include <QByteArray>
@@ -7,7 +7,7 @@
 #include <map>
 #include <utility>
 
-/** Answers by command; to any other command: not found. */
+/// Answers by command; to any other command: not found.
 class CardScript
 {
 public:
@@ -33,7 +33,7 @@ inline QByteArray hexByte(int value)
     return QByteArray::number(value, 16).rightJustified(2, '0').toUpper();
 }
 
-/** An object: its tag, the length in one byte or behind 81, its value. */
+/// An object: its tag, the length in one byte or behind 81, its value.
 inline QByteArray tlv(const QByteArray &tag, const QByteArray &value)
 {
     const int length = value.size() / 2;
@@ -56,7 +56,7 @@ const QByteArray socialApplication = "7378312E73682EC9E7BBE1B1A3D5CF";
 const QByteArray debit = "A000000333010101";
 const QByteArray credit = "A000000333010102";
 
-/** A bank card with contacts and two applications: 0000001234567897, until 2031-07. */
+/// A bank card with contacts and two applications: 0000001234567897, until 2031-07.
 inline CardScript contactBankCard()
 {
     return {
@@ -73,7 +73,7 @@ inline CardScript contactBankCard()
     };
 }
 
-/** One without contacts, whose start tells all: track 2 with 19 digits, until 2029-02. */
+/// One without contacts, whose start tells all: track 2 with 19 digits, until 2029-02.
 inline CardScript contactlessBankCard()
 {
     return {
@@ -86,7 +86,7 @@ inline CardScript contactlessBankCard()
     };
 }
 
-/** A social security card of 李明, who is 000000199512310016. */
+/// A social security card of 李明, who is 000000199512310016.
 inline CardScript socialSecurityCard()
 {
     const auto record = [](int number) { return "00B2" + hexByte(number) + "0000"; };

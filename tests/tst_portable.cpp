@@ -21,7 +21,7 @@ using namespace portable;
 
 namespace {
 
-/** This many cameras: "/dev/video0 (Camera 0, 0c45:6360)" and so on. */
+/// This many cameras: "/dev/video0 (Camera 0, 0c45:6360)" and so on.
 V4l2Devices machineWith(int cameras)
 {
     V4l2Devices devices;
@@ -45,7 +45,7 @@ std::string readCode(const cv::Mat &frame, ZXing::BarcodeFormat format)
     return ZXing::ReadBarcode(view, hints).text();
 }
 
-/** `frame` turned by a quarter clockwise, pixel by pixel. */
+/// `frame` turned by a quarter clockwise, pixel by pixel.
 cv::Mat quarterTurn(const cv::Mat &frame)
 {
     cv::Mat result(frame.cols, frame.rows, CV_8UC3);
@@ -57,7 +57,7 @@ cv::Mat quarterTurn(const cv::Mat &frame)
     return result;
 }
 
-/** `frame` mirrored, pixel by pixel. */
+/// `frame` mirrored, pixel by pixel.
 cv::Mat mirrored(const cv::Mat &frame, bool leftRight, bool upsideDown)
 {
     cv::Mat result(frame.size(), CV_8UC3);
@@ -75,7 +75,7 @@ bool equal(const cv::Mat &a, const cv::Mat &b)
     return a.size() == b.size() && cv::norm(a, b, cv::NORM_INF) == 0;
 }
 
-/** Reads a frame and gives its first blue value, -1 on failure. */
+/// Reads a frame and gives its first blue value, -1 on failure.
 int blueOf(FrameSource &source)
 {
     cv::Mat frame;

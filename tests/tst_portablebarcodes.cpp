@@ -14,7 +14,7 @@
 
 namespace {
 
-/** zint's numbers of the types of codes ("zint -t"). */
+/// zint's numbers of the types of codes ("zint -t").
 enum Type { itf = 3, code39 = 8, ean = 13, codabar = 18, code128 = 20, code93 = 25, dataBar = 29 };
 enum MatrixType { pdf417 = 55, qr = 58, dataMatrix = 71, aztec = 92 };
 
@@ -212,7 +212,7 @@ private:
         return page;
     }
 
-    /** A code as zint draws it. \param height  of a linear one, in modules */
+    /// A code as zint draws it. \param height  of a linear one, in modules
     QImage code(int type, const QByteArray &content, int height = 50)
     {
         const QString input = path("content");
@@ -226,7 +226,7 @@ private:
         return QImage(output);
     }
 
-    /** Draws a code on the page around a point, turned clockwise. */
+    /// Draws a code on the page around a point, turned clockwise.
     void place(const QImage &code, const QPoint &middle, int angle = 0)
     {
         QVERIFY2(!code.isNull(), "zint has made no code");

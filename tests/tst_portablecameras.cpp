@@ -15,7 +15,7 @@ using namespace std::chrono_literals;
 
 namespace {
 
-/** Waits that a test would never outlast: who waits that long is stopped by ctest. */
+/// Waits that a test would never outlast: who waits that long is stopped by ctest.
 constexpr CameraTimes patient{1h, 5ms};
 
 int frameNumber(const cv::Mat &frame)
@@ -23,7 +23,7 @@ int frameNumber(const cv::Mat &frame)
     return frame.at<cv::Vec3b>(0, 0)[0];
 }
 
-/** A camera with its device, number 1. */
+/// A camera with its device, number 1.
 struct OneCamera
 {
     explicit OneCamera(CameraTimes times = patient, double framesPerSecond = 1000)
@@ -37,7 +37,7 @@ struct OneCamera
     Camera camera;
 };
 
-/** A set of cameras that are all the same device, except that there is none behind 3. */
+/// A set of cameras that are all the same device, except that there is none behind 3.
 struct ManyCameras
 {
     std::shared_ptr<FakeDevice> device = std::make_shared<FakeDevice>();

@@ -26,7 +26,7 @@ namespace {
 
 using Save = bool (*)(const char *, const char *);
 
-/** Four quarters: red, green, blue and white, from the top left clockwise; a black bar across. */
+/// Four quarters: red, green, blue and white, from the top left clockwise; a black bar across.
 cv::Mat quarters(const cv::Size &size)
 {
     cv::Mat picture(size, CV_8UC3);
@@ -51,7 +51,7 @@ cv::Mat decoded(const QByteArray &file)
     return readPictureBytes(file, &error);
 }
 
-/** Whether a pixel is that colour, as far as a JPEG keeps it. */
+/// Whether a pixel is that colour, as far as a JPEG keeps it.
 bool isColour(const cv::Mat &picture, int x, int y, const cv::Vec3b &bgr)
 {
     return cv::norm(picture.at<cv::Vec3b>(y, x), bgr, cv::NORM_INF) < 30;
@@ -85,7 +85,7 @@ cv::Mat desk(Desk kind, const cv::Size &size)
     return picture;
 }
 
-/** A white page with lines of text that slope by `degrees`, falling to the right. */
+/// A white page with lines of text that slope by `degrees`, falling to the right.
 cv::Mat textPage(const cv::Size &size, double degrees)
 {
     cv::Mat page(size, CV_8UC3, cv::Scalar(240, 245, 248));
@@ -133,7 +133,7 @@ double furthest(const PageCorners &a, const PageCorners &b)
     return distance;
 }
 
-/** A source with hardware for brightness alone; its pictures are all 100. */
+/// A source with hardware for brightness alone; its pictures are all 100.
 class AdjustableSource : public FrameSource
 {
 public:
@@ -823,7 +823,7 @@ private Q_SLOTS:
 private:
     Utf8 here() const { return Utf8(m_folder->path()); }
 
-    /** What a capture gives just now. */
+    /// What a capture gives just now.
     cv::Mat saved()
     {
         QString error;

@@ -26,7 +26,7 @@ QJsonObject parsed(const QByteArray &json)
     return QJsonDocument::fromJson(json).object();
 }
 
-/** A card that answers as its script says, and counts the commands. */
+/// A card that answers as its script says, and counts the commands.
 class ScriptedCard : public CardConnection
 {
 public:
@@ -47,7 +47,7 @@ private:
     const CardScript m_script;
 };
 
-/** The same with T=0: a command with data brings the answer's length, a second one the answer. */
+/// The same with T=0: a command with data brings the answer's length, a second one the answer.
 class T0Card : public ScriptedCard
 {
 public:
@@ -72,7 +72,7 @@ private:
     QByteArray m_kept;
 };
 
-/** A card that gives one answer to everything. */
+/// A card that gives one answer to everything.
 class StubbornCard : public CardConnection
 {
 public:
@@ -94,7 +94,7 @@ private:
     const QByteArray m_answer;
 };
 
-/** A machine with as many readers and cards as a test wants. */
+/// A machine with as many readers and cards as a test wants.
 class FakeCards : public SmartCards
 {
 public:
@@ -139,7 +139,7 @@ public:
 
 const auto soon = CardChannel::Clock::now() + std::chrono::hours(1);
 
-/** What a social security or bank card tells, "key=value" by key; or the reason after "!". */
+/// What a social security or bank card tells, "key=value" by key; or the reason after "!".
 QString toldBy(CardConnection &connection, bool contactlessFirst = false)
 {
     QString error;
@@ -356,7 +356,7 @@ private Q_SLOTS:
         QTEST(values.join(' '), "expected");
     }
 
-    /** Under the address sanitizer: nothing is read past the end, whatever a card says. */
+    /// Under the address sanitizer: nothing is read past the end, whatever a card says.
     void tlvOfAnyBytes()
     {
         std::mt19937 random(1);
@@ -428,7 +428,7 @@ private Q_SLOTS:
         QTEST(toldBy(another), "expected");
     }
 
-    /** Whatever one answer a card repeats, a read of it ends. */
+    /// Whatever one answer a card repeats, a read of it ends.
     void hostileCards_data()
     {
         const Rows<QByteArray, int> row("answer", "maxCommands");
@@ -706,7 +706,7 @@ private:
         writeFile(cardPath(name), content);
     }
 
-    /** Longer each time: a change of neither size nor time, which is coarse, isn't seen. */
+    /// Longer each time: a change of neither size nor time, which is coarse, isn't seen.
     void writeIni(const QByteArray &cards)
     {
         writeFile(path("devices.ini"),

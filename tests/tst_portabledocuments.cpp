@@ -38,7 +38,7 @@ QImage picture(int width, int height, int dpi = 0)
     return image;
 }
 
-/** The mean difference of their pixels, grey and 0 to 255. */
+/// The mean difference of their pixels, grey and 0 to 255.
 double difference(const QImage &a, const QImage &b)
 {
     const QSize size(60, 60);
@@ -57,7 +57,7 @@ double difference(const QImage &a, const QImage &b)
     return sum / (size.width() * size.height());
 }
 
-/** Whether it shows the picture, and not one that is flipped, turned or inverted. */
+/// Whether it shows the picture, and not one that is flipped, turned or inverted.
 bool shows(const QImage &image, const QImage &expected)
 {
     QImage inverted = expected;
@@ -68,7 +68,7 @@ bool shows(const QImage &image, const QImage &expected)
     return !image.isNull() && 2 * difference(image, expected) < far;
 }
 
-/** Of all elements of an XML file in their order: the name, then attributes and text. */
+/// Of all elements of an XML file in their order: the name, then attributes and text.
 struct Element
 {
     QString name;
@@ -592,7 +592,7 @@ private Q_SLOTS:
 private:
     QByteArray folder(const char *name) const { return path(name).toUtf8(); }
 
-    /** Opens a camera that shows this. */
+    /// Opens a camera that shows this.
     void useCamera(const QImage &image)
     {
         QVERIFY(image.save(path("camera.png")));
@@ -605,7 +605,7 @@ private:
 
     static void checkPdf(const QString &pdf) { outputOf("qpdf", {line("--check"), pdf}); }
 
-    /** Of each page in points, as pdfinfo sees it: "288 x 216". */
+    /// Of each page in points, as pdfinfo sees it: "288 x 216".
     static QStringList pageSizes(const QString &pdf)
     {
         const QString text = QString::fromUtf8(outputOf("pdfinfo", words("-l 1000") << pdf));
@@ -617,7 +617,7 @@ private:
         return sizes;
     }
 
-    /** As pdfimages sees them: "640 480 rgb 8 jpeg 160". */
+    /// As pdfimages sees them: "640 480 rgb 8 jpeg 160".
     static QStringList imagesOf(const QString &pdf)
     {
         QStringList images;
@@ -634,7 +634,7 @@ private:
         return images;
     }
 
-    /** As pdftoppm draws them, at 50 dots per inch. */
+    /// As pdftoppm draws them, at 50 dots per inch.
     QList<QImage> renderedPages(const QString &pdf) const
     {
         QTemporaryDir pages;

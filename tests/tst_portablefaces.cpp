@@ -20,14 +20,14 @@
 
 using namespace portable;
 
-/** Leaves the test when the networks can't be built. */
+/// Leaves the test when the networks can't be built.
 #define NEED_MODELS                                                                                \
     if (!QFile::exists(QStringLiteral(MODELS_DIR "/face_recognition_model.bin")))                  \
     QSKIP("the models aren't installed: scripts/fetch-face-models.sh " MODELS_DIR)
 
 namespace {
 
-/** Two people as unlike as paint allows. */
+/// Two people as unlike as paint allows.
 DrawnFace oneFace()
 {
     return {};
@@ -51,7 +51,7 @@ QImage portrait(const DrawnFace &face)
     return drawFace(face, {640, 480}, {320, 240}, 190);
 }
 
-/** What the listeners have got: those of the library have no or a foreign context. */
+/// What the listeners have got: those of the library have no or a foreign context.
 struct Heard
 {
     QList<int> results;
@@ -106,7 +106,7 @@ template <class Value> Value locked(Value Heard::*value)
     return heard.*value;
 }
 
-/** What a check sees of a person, twelve times a second. */
+/// What a check sees of a person, twelve times a second.
 struct Person
 {
     std::function<float(double seconds)> eyeContrast = [](double) { return 0.4F; };
@@ -135,7 +135,7 @@ LivenessCheck checked(const Person &person, double seconds)
     return check;
 }
 
-/** Eyes that are closed from `begin` to `end`. */
+/// Eyes that are closed from `begin` to `end`.
 std::function<float(double)> closedBetween(double begin, double end, float closed = 0.2F)
 {
     return [=](double seconds) {
@@ -533,7 +533,7 @@ private:
         return getVideoFrameMat(frame);
     }
 
-    /** All cameras show this; the networks are those of the build. */
+    /// All cameras show this; the networks are those of the build.
     static void useCamera(const QString &source)
     {
         QString text = line("[cameras]\n");
@@ -543,7 +543,7 @@ private:
         useIni(text.toUtf8() + "[faces]\nmodels=" MODELS_DIR "\n");
     }
 
-    /** Four seconds of a face that looks about and blinks. */
+    /// Four seconds of a face that looks about and blinks.
     QString livingVideo() const
     {
         const QString file = path("living.avi");

@@ -413,7 +413,7 @@ private Q_SLOTS:
     }
 
 private:
-    /** An xdg-open that writes down what it is given. */
+    /// An xdg-open that writes down what it is given.
     void installOpener()
     {
         writeFile(path("bin/xdg-open"),

@@ -19,7 +19,7 @@ namespace {
 constexpr int sameFinger = 40; // at least
 constexpr int otherFinger = 25; // at most
 
-/** What the listener of a capture has got. */
+/// What the listener of a capture has got.
 struct Captured
 {
     QByteArray image;
@@ -42,7 +42,7 @@ void saveGrey(const cv::Mat &grey, const QString &path)
         QImage(pixels, grey.cols, grey.rows, int(grey.step), QImage::Format_Grayscale8).save(path));
 }
 
-/** \param finger  the value of the line; none when null */
+/// \param finger  the value of the line; none when null
 QByteArray iniWith(const QString &folder, const char *finger)
 {
     return "[fingers]\nfolder=" + folder.toUtf8()
@@ -273,7 +273,7 @@ private Q_SLOTS:
     }
 
 private:
-    /** Captures with this devices.ini. */
+    /// Captures with this devices.ini.
     Captured capture(const QByteArray &ini, int timeoutMs)
     {
         m_captured.emplace_back(); // outlives a wait that fails

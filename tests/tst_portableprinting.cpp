@@ -19,7 +19,7 @@
 
 namespace {
 
-/** What came of a print job. */
+/// What came of a print job.
 struct PrintedJob
 {
     QByteArray document;
@@ -59,7 +59,7 @@ public:
 
     const char *name() const { return m_name.constData(); }
 
-    /** What was printed; to ask when a print command has returned. */
+    /// What was printed; to ask when a print command has returned.
     QList<PrintedJob> jobs() const
     {
         const std::lock_guard<std::mutex> lock(m_mutex);
@@ -67,7 +67,7 @@ public:
     }
 
 private:
-    /** Waits for a socket. \return false when the server is to stop */
+    /// Waits for a socket. \return false when the server is to stop
     bool isReady(int socket) const
     {
         pollfd waiting[] = {{socket, POLLIN, 0}, {m_stop[0], POLLIN, 0}};
@@ -298,7 +298,7 @@ private Q_SLOTS:
     }
 
 private:
-    /** 400 x 200: red, green, blue and yellow, as one reads. */
+    /// 400 x 200: red, green, blue and yellow, as one reads.
     QByteArray savedPicture(const char *name) const
     {
         QImage picture(400, 200, QImage::Format_RGB32);
@@ -311,7 +311,7 @@ private:
         return picture.save(path(name)) ? utf8(name).bytes : QByteArray();
     }
 
-    /** The only page of a PDF at 254 dpi, ten pixels a millimetre. */
+    /// The only page of a PDF at 254 dpi, ten pixels a millimetre.
     QImage rasterised(const QByteArray &pdf) const
     {
         writeFile(path("job.pdf"), pdf);
@@ -319,7 +319,7 @@ private:
         return QImage(path("page.png"));
     }
 
-    /** The log has got one line, which begins so. */
+    /// The log has got one line, which begins so.
     void expectLine(const QByteArray &begin)
     {
         const QStringList lines = m_log->takeLines();

@@ -27,7 +27,7 @@ using namespace std::chrono_literals;
 
 namespace {
 
-/** Time that passes when the test says so. */
+/// Time that passes when the test says so.
 class TestClock
 {
 public:
@@ -43,7 +43,7 @@ private:
     std::atomic<qint64> m_passed{0};
 };
 
-/** CameraSet of 80 x 60 that are all the same device, number 1 open, and a recorder. */
+/// CameraSet of 80 x 60 that are all the same device, number 1 open, and a recorder.
 struct Studio
 {
     explicit Studio(RecorderTimes times, double framesPerSecond = 100)
@@ -62,7 +62,7 @@ struct Studio
     Recorder recorder;
 };
 
-/** What ffprobe says about a video, having counted its pictures. */
+/// What ffprobe says about a video, having counted its pictures.
 struct Probe
 {
     explicit Probe(const QString &path)
@@ -93,7 +93,7 @@ struct Probe
     double seconds = 0;
 };
 
-/** Plays a video to its end. \return its pictures in grey, or nothing when the player complains */
+/// Plays a video to its end. \return its pictures in grey, or nothing when the player complains
 std::vector<cv::Mat> play(const QString &path)
 {
     const cv::Size size = Probe(path).size;
@@ -112,7 +112,7 @@ int greyOfMiddle(const cv::Mat &picture)
     return picture.at<uchar>(picture.rows / 2, picture.cols / 2);
 }
 
-/** This program as another process, see main(). */
+/// This program as another process, see main().
 struct Child
 {
     Child(const QStringList &arguments, const QString &directory)
@@ -128,7 +128,7 @@ struct Child
     QProcess process;
 };
 
-/** Records the scene until the recording ends by itself, or the process for `milliseconds`. */
+/// Records the scene until the recording ends by itself, or the process for `milliseconds`.
 int recordScene(const QByteArray &path, rlim_t largestFile, int milliseconds)
 {
     const rlimit limit{largestFile, largestFile};

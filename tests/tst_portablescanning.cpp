@@ -21,7 +21,7 @@ Q_DECLARE_METATYPE(portable::BookMode)
 
 namespace {
 
-/** A picture with something in it that lies at `x`. */
+/// A picture with something in it that lies at `x`.
 cv::Mat deskWithPage(int x)
 {
     cv::Mat picture(240, 320, CV_8UC3, cv::Scalar(60, 70, 80));
@@ -29,12 +29,12 @@ cv::Mat deskWithPage(int x)
     return picture;
 }
 
-/** A desk whose page the test moves. */
+/// A desk whose page the test moves.
 class Desk
 {
 public:
     void put(int x) { m_x = x; }
-    /** Moves the page with each frame. */
+    /// Moves the page with each frame.
     void shake(bool on) { m_shaken = on; }
 
     cv::Mat frame()
@@ -72,7 +72,7 @@ private:
     const std::shared_ptr<Desk> m_desk;
 };
 
-/** CameraSet that all look at one desk, number 1 open, and a scanner that waits little. */
+/// CameraSet that all look at one desk, number 1 open, and a scanner that waits little.
 struct Office
 {
     explicit Office(std::chrono::milliseconds cameraChange = 200ms)
@@ -388,7 +388,7 @@ private Q_SLOTS:
     }
 
 private:
-    /** Lets the camera deliver so many more. */
+    /// Lets the camera deliver so many more.
     static void waitForFrames(const Office &office, int frames)
     {
         const int last = office.desk->frames() + frames;

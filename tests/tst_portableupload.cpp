@@ -39,7 +39,7 @@ struct Request
     QByteArray path() const { return head.split(' ').value(1); }
 };
 
-/** Takes requests and gives each path the answer that a test has put there; else none at all. */
+/// Takes requests and gives each path the answer that a test has put there; else none at all.
 class WebServer : public QTcpServer
 {
 public:
@@ -86,7 +86,7 @@ private:
     }
 };
 
-/** The same by TLS, with a certificate that nobody vouches for. */
+/// The same by TLS, with a certificate that nobody vouches for.
 class TlsServer : public WebServer
 {
 public:
@@ -112,7 +112,7 @@ private:
     const QString m_pem;
 };
 
-/** Runs it on a thread, while this one serves. */
+/// Runs it on a thread, while this one serves.
 template <class Call> auto served(Call call)
 {
     auto result = std::async(std::launch::async, call);
@@ -448,7 +448,7 @@ private:
         return request;
     }
 
-    /** The parts of a form (RFC 2046, 5.1.1), headers and content. */
+    /// The parts of a form (RFC 2046, 5.1.1), headers and content.
     static std::vector<QByteArray> parts(const Request &request)
     {
         const QByteArray key = "Content-Type: multipart/form-data; boundary=";

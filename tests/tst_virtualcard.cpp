@@ -19,11 +19,11 @@ namespace {
 
 constexpr quint16 readerPort = 35963;
 
-/** A card on the virtual reader as long as it lives; answers on a thread of its own. */
+/// A card on the virtual reader as long as it lives; answers on a thread of its own.
 class VirtualCard
 {
 public:
-    /** \param atr  what it says when it gets power, in hexadecimal digits */
+    /// \param atr  what it says when it gets power, in hexadecimal digits
     VirtualCard(CardScript script, const QByteArray &atr)
         : m_script(std::move(script))
         , m_atr(QByteArray::fromHex(atr))
@@ -142,7 +142,7 @@ private Q_SLOTS:
         QCOMPARE(number(CardKind::SocialSecurity), QStringLiteral("000000199512310016"));
     }
 
-    /** Pulled out in the middle of a read, which takes about 400 ms here. */
+    /// Pulled out in the middle of a read, which takes about 400 ms here.
     void cardIsPulled()
     {
         for (int wait = 0; wait < 400; wait += 100) {
@@ -160,7 +160,7 @@ private Q_SLOTS:
     }
 
 private:
-    /** The number on the card; the reader needs a moment to see it. */
+    /// The number on the card; the reader needs a moment to see it.
     QString number(CardKind kind)
     {
         const auto read = [&] {
@@ -191,7 +191,7 @@ private:
         }
     }
 
-    /** Without the service a read fails at once, and says why. */
+    /// Without the service a read fails at once, and says why.
     void withoutReader()
     {
         const PortableLog log;

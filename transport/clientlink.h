@@ -25,7 +25,7 @@ class ClientLink : public QObject
     Q_OBJECT
 
 public:
-    /** How many frames may wait for a page that does not read. */
+    /// How many frames may wait for a page that does not read.
     static constexpr int frameLimit = 2;
 
     /**

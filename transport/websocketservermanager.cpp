@@ -21,8 +21,10 @@
 
 namespace {
 
-/// Of a page's text, in bytes; a page that sends a longer one is disconnected. Documents in base64
-/// are far below, and what is above would use up the machine's memory.
+/**
+ * Of a page's text, in bytes; a page that sends a longer one is disconnected. Documents in base64
+ * are far below, and what is above would use up the machine's memory.
+ */
 constexpr quint64 longestMessage = 256 * 1024 * 1024;
 
 QString clientKey(const QString &ip, int port)

@@ -41,19 +41,19 @@ public:
      */
     void websocke_server_start(QHostAddress address, quint16 port);
 
-    /** Stops listening and closes every page's connection; a debug line when it does not run. */
+    /// Stops listening and closes every page's connection; a debug line when it does not run.
     void websocke_server_stop();
 
-    /** Whether the server listens. */
+    /// Whether the server listens.
     bool running() const { return m_running; }
 
-    /** The port listened on, 0 when it does not run; for a start at port 0. */
+    /// The port listened on, 0 when it does not run; for a start at port 0.
     quint16 port() const;
 
-    /** The dispatcher, owned by this object. */
+    /// The dispatcher, owned by this object.
     MessageRun *dispatcher() const { return m_messageRun; }
 
-    /** Sends to the page at that address and port; nothing when there is none. */
+    /// Sends to the page at that address and port; nothing when there is none.
     void websocke_server_sendData(QString ip, int port, QString message);
     void websocke_server_sendData_binary(QString ip, int port, QByteArray data);
 
@@ -68,10 +68,10 @@ Q_SIGNALS:
     void signal_textFrameReceived(QString ip, quint32 port, QString frame, bool isLastFrame);
     void signal_textMessageReceived(QString ip, quint32 port, QString message);
     void signal_close();
-    /** A way for any thread to reach the current page; see slot_thread_MessageReceived. */
+    /// A way for any thread to reach the current page; see slot_thread_MessageReceived.
     void signal_thread_MessageReceived(const QString &message);
     void signal_thread_MessageReceived_binary(const QByteArray &data);
-    /** A command text for the dispatcher, with the page that sent it (null: the server itself). */
+    /// A command text for the dispatcher, with the page that sent it (null: the server itself).
     void send_recv_msg(QString message, QWebSocket *);
 
 public Q_SLOTS:
@@ -81,11 +81,11 @@ public Q_SLOTS:
     void slot_disconnected();
     void slot_error(QAbstractSocket::SocketError error);
     void slot_textFrameReceived(const QString &frame, bool isLastFrame);
-    /** Routes one text of a page: "@" to the counter pages, "#" to the current page, a command. */
+    /// Routes one text of a page: "@" to the counter pages, "#" to the current page, a command.
     void slot_textMessageReceived(const QString &message);
     void slot_thread_MessageReceived(const QString &message);
     void slot_thread_MessageReceived_binary(const QByteArray &data);
-    /** Broadcasts a worker's message (a preview frame, a late result) to every page. */
+    /// Broadcasts a worker's message (a preview frame, a late result) to every page.
     void slot_captureImgThread(QByteArray byte);
 
 private:

@@ -43,9 +43,11 @@ bool upload(const QString &args, QString *answer)
                            answer);
 }
 
-/// What the pool's threads do: each time the next of the works that were queued. One for all, with
-/// a queue of its own, since the thread sanitizer doesn't see the lock by which Qt hands tasks
-/// over.
+/**
+ * What the pool's threads do: each time the next of the works that were queued. One for all, with
+ * a queue of its own, since the thread sanitizer doesn't see the lock by which Qt hands tasks
+ * over.
+ */
 class Tasks : public QRunnable
 {
 public:

@@ -20,19 +20,19 @@ class BrowserHelper : public QObject
     Q_OBJECT
 
 public:
-    /** The desktop's screens; none without a display. */
+    /// The desktop's screens; none without a display.
     using Screens = std::function<QVector<QRect>()>;
 
-    /** Read before every page: what a technician changes holds from the next page on. */
+    /// Read before every page: what a technician changes holds from the next page on.
     using Settings = std::function<BrowserSettings()>;
 
-    /** \param settleTime  see BrowserWindow */
+    /// \param settleTime  see BrowserWindow
     BrowserHelper(const Settings &settings, const Screens &screens, int settleTime = 1500);
 
     RequestServer::Start start() { return m_server.start(); }
 
 Q_SIGNALS:
-    /** The client has gone and the window with it. */
+    /// The client has gone and the window with it.
     void idle();
 
 private:

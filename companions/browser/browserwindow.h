@@ -9,7 +9,7 @@
 #include <QTimer>
 #include <QVector>
 
-/** A browser in a process group of its own, so that the whole of it can be ended. */
+/// A browser in a process group of its own, so that the whole of it can be ended.
 class BrowserProcess : public QProcess
 {
     Q_OBJECT
@@ -31,7 +31,7 @@ class BrowserWindow : public QObject
     Q_OBJECT
 
 public:
-    /** \param settleTime  a browser that still runs after it, in ms, has its window up */
+    /// \param settleTime  a browser that still runs after it, in ms, has its window up
     explicit BrowserWindow(int settleTime);
     ~BrowserWindow() override;
 
@@ -51,7 +51,7 @@ public:
      */
     void close();
 
-    /** The options for a browser that shows the file. */
+    /// The options for a browser that shows the file.
     static QStringList arguments(const BrowserSettings &settings, const QVector<QRect> &screens,
                                  const QString &profile, const QString &file);
 

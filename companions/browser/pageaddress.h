@@ -5,13 +5,13 @@
 #include <QString>
 #include <QUrl>
 
-/** What a request names as the page to show. */
+/// What a request names as the page to show.
 struct PageAddress
 {
     QUrl url; ///< of scheme file, http or https; empty when it is refused
     QString refusal; ///< why it is; empty when it is not
 
-    /** For people: a path or a URL without its password, not too long. */
+    /// For people: a path or a URL without its password, not too long.
     QString shown() const;
 };
 

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-/** \file What every companion program does at its start. */
+/// \file What every companion program does at its start.
 #pragma once
 
 /**
@@ -9,5 +9,5 @@
  */
 void prepareCompanion();
 
-/** Whether somebody can see this program's windows. Needs the application object. */
+/// Whether somebody can see this program's windows. Needs the application object.
 bool hasDisplay();

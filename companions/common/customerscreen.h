@@ -15,8 +15,8 @@ QT_FORWARD_DECLARE_CLASS(QScreen)
  */
 int smallestScreen(const QVector<QRect> &screens);
 
-/** The geometries of the desktop's screens, in Qt's order. */
+/// The geometries of the desktop's screens, in Qt's order.
 QVector<QRect> screenGeometries();
 
-/** The customer's screen by the rule above. Needs the application object; null without a screen. */
+/// The customer's screen by the rule above. Needs the application object; null without a screen.
 QScreen *customerScreen();

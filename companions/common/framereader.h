@@ -6,7 +6,7 @@
 #include <QMap>
 #include <QString>
 
-/** One request of the server. */
+/// One request of the server.
 struct Request
 {
     int type = 0;
@@ -22,7 +22,7 @@ class FrameReader
 public:
     static constexpr int longestPart = 16 * 1024 * 1024; ///< bytes
 
-    /** \param partsOfType  how many parts the requests of each type have */
+    /// \param partsOfType  how many parts the requests of each type have
     explicit FrameReader(const QMap<int, int> &partsOfType);
 
     /**
@@ -33,7 +33,7 @@ public:
      */
     QList<Request> feed(const QByteArray &bytes);
 
-    /** Why it stopped reading; empty while all is well. */
+    /// Why it stopped reading; empty while all is well.
     QString error() const { return m_error; }
 
 private:

@@ -53,10 +53,10 @@ public:
     bool reply(const QByteArray &bytes);
 
 Q_SIGNALS:
-    /** A complete request has come. */
+    /// A complete request has come.
     void request(int type, const QList<QByteArray> &parts);
 
-    /** The client of the latest request has gone, or was disconnected for what it sent. */
+    /// The client of the latest request has gone, or was disconnected for what it sent.
     void clientGone();
 
 private:

@@ -3,10 +3,10 @@
 
 #include <QString>
 
-/** Why nothing was signed: thrown, and told in the reply. */
+/// Why nothing was signed: thrown, and told in the reply.
 struct SigningFailure
 {
-    /** The reply's "code"; pages know the numbers. */
+    /// The reply's "code"; pages know the numbers.
     enum Code {
         BadRequest = 10, ///< the request can't be understood
         NoDocument = 11, ///< the PDF can't be read

@@ -10,7 +10,7 @@
 
 QT_FORWARD_DECLARE_CLASS(QPainter)
 
-/** Where the pen was at a moment. */
+/// Where the pen was at a moment.
 struct InkPoint
 {
     QPointF at; ///< 0..1 of the pad's width and height, from its upper left corner
@@ -18,7 +18,7 @@ struct InkPoint
     double pressure = -1; ///< 0..1; negative from a pen that does not tell
 };
 
-/** Part of a stroke that is drawn with one width, round at its ends and corners. */
+/// Part of a stroke that is drawn with one width, round at its ends and corners.
 struct InkLine
 {
     double width;
@@ -37,23 +37,23 @@ public:
     static constexpr int maxPoints = 20000; ///< a pen writes some 100 a second
     static const QColor color;
 
-    /** Begins a stroke. Points beyond `maxPoints` are dropped. */
+    /// Begins a stroke. Points beyond `maxPoints` are dropped.
     void begin(const InkPoint &point);
-    /** Goes on with the stroke begun last. */
+    /// Goes on with the stroke begun last.
     void add(const InkPoint &point);
     void clear();
 
     const QVector<Stroke> &strokes() const { return m_strokes; }
 
-    /** Whether there is enough to be a signature: more than a dot that a sleeve made. */
+    /// Whether there is enough to be a signature: more than a dot that a sleeve made.
     bool isSignature(double aspect) const;
 
-    /** The lines of all strokes on an area of a size, in its units; y points downwards. */
+    /// The lines of all strokes on an area of a size, in its units; y points downwards.
     QVector<InkLine> lines(const QSizeF &area) const;
-    /** Those of one stroke. The faster the pen, or the lighter its pressure, the thinner. */
+    /// Those of one stroke. The faster the pen, or the lighter its pressure, the thinner.
     static QVector<InkLine> lines(const Stroke &stroke, const QSizeF &area);
 
-    /** The signature on a transparent ground, in pixels. */
+    /// The signature on a transparent ground, in pixels.
     QImage image(const QSize &size) const;
 
     /**
@@ -62,7 +62,7 @@ public:
      * before.
      */
     QByteArray toJson() const;
-    /** \throws QString  what is wrong with the text */
+    /// \throws QString  what is wrong with the text
     static Ink fromJson(const QByteArray &json);
 
 private:
@@ -70,5 +70,5 @@ private:
     int m_points = 0;
 };
 
-/** Draws lines with a painter's current coordinates. */
+/// Draws lines with a painter's current coordinates.
 void drawInk(QPainter *painter, const QVector<InkLine> &lines);

@@ -26,7 +26,7 @@ public:
      */
     QString write(const QString &wanted, const QByteArray &bytes, QFile::Permissions permissions);
 
-    /** They stay. */
+    /// They stay.
     void keep() { m_paths.clear(); }
 
 private:

@@ -22,16 +22,16 @@ class PageRenderer : public QObject
     Q_OBJECT
 
 public:
-    /** \param document  the whole file; the process gets it on its standard input */
+    /// \param document  the whole file; the process gets it on its standard input
     explicit PageRenderer(const QByteArray &document, QObject *parent = nullptr);
     ~PageRenderer() override;
 
-    /** Asks for a page, from 1. The answer comes by a signal, at once for a page that is kept. */
+    /// Asks for a page, from 1. The answer comes by a signal, at once for a page that is kept.
     void render(int page);
 
 Q_SIGNALS:
     void rendered(int page, const QImage &image);
-    /** \param reason  for a technician */
+    /// \param reason  for a technician
     void failed(int page, const QString &reason);
 
 private:

@@ -18,7 +18,7 @@ public:
     explicit PageView(QWidget *parent = nullptr);
     ~PageView() override;
 
-    /** Shows a page; a null picture stands for one that is being drawn. */
+    /// Shows a page; a null picture stands for one that is being drawn.
     void setPage(const QImage &image);
 
     /**
@@ -29,7 +29,7 @@ public:
     void setInk(const Ink &ink);
 
     bool isEnlarged() const { return m_enlarged; }
-    /** Enlarges the page, with the place of the signature in sight, or fits it in again. */
+    /// Enlarges the page, with the place of the signature in sight, or fits it in again.
     void setEnlarged(bool enlarged);
 
 protected:

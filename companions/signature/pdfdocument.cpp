@@ -189,8 +189,10 @@ QByteArray unparsed(QPDFObjectHandle object)
     return QByteArray::fromStdString(object.unparse());
 }
 
-/// The page's content streams, between two more: what they leave open is closed, then the operators
-/// draw.
+/**
+ * The page's content streams, between two more: what they leave open is closed, then the operators
+ * draw.
+ */
 QByteArray contentsWith(QPDFObjectHandle page, const QByteArray &operators, PdfUpdate *update)
 {
     std::vector<QPDFObjectHandle> streams{page.getKey("/Contents")};
@@ -251,8 +253,10 @@ bool isDrawnOver(QPDFObjectHandle annotation, const QRectF &area)
         && !(type.isName() && (type.getName() == "/Link" || type.getName() == "/Popup"));
 }
 
-/// The page's annotations with a stamp (12.5.6.12) that draws over all of them, where some would
-/// hide the ink: fields of forms mostly. Empty where none does.
+/**
+ * The page's annotations with a stamp (12.5.6.12) that draws over all of them, where some would
+ * hide the ink: fields of forms mostly. Empty where none does.
+ */
 QByteArray annotationsAbove(QPDFObjectHandle page, const QRectF &area, const QByteArray &operators,
                             PdfUpdate *update)
 {

@@ -17,7 +17,7 @@
 class PdfDocument
 {
 public:
-    /** \throws SigningFailure  Encrypted, Broken */
+    /// \throws SigningFailure  Encrypted, Broken
     explicit PdfDocument(const QByteArray &bytes);
     ~PdfDocument();
     PdfDocument(const PdfDocument &) = delete;

@@ -14,16 +14,16 @@
 class PdfUpdate
 {
 public:
-    /** \param highest  the highest object number that the original uses or leaves free */
+    /// \param highest  the highest object number that the original uses or leaves free
     PdfUpdate(const QByteArray &original, long long highest);
 
-    /** Adds an object. \return the reference to it: "12 0 R" */
+    /// Adds an object. \return the reference to it: "12 0 R"
     QByteArray add(const QByteArray &text);
 
-    /** Adds a stream, compressed. \param entries  further ones of its dictionary */
+    /// Adds a stream, compressed. \param entries  further ones of its dictionary
     QByteArray addStream(const QByteArray &data, const QByteArray &entries = {});
 
-    /** Writes an object in the place of one of the original. */
+    /// Writes an object in the place of one of the original.
     void replace(int object, int generation, const QByteArray &text);
 
     /**

@@ -17,14 +17,14 @@ class SignaturePad : public QWidget
     Q_OBJECT
 
 public:
-    /** \param aspect  width : height of the area that is signed on */
+    /// \param aspect  width : height of the area that is signed on
     explicit SignaturePad(double aspect, QWidget *parent = nullptr);
 
     const Ink &ink() const { return m_ink; }
     double aspect() const { return m_aspect; }
     bool holdsSignature() const { return m_ink.isSignature(m_aspect); }
 
-    /** What the pen does, whoever moves it. */
+    /// What the pen does, whoever moves it.
     void penDown(const InkPoint &point);
     void penMove(const InkPoint &point);
     void penUp();
@@ -32,7 +32,7 @@ public:
     void clear();
 
 Q_SIGNALS:
-    /** The ink is another than before. */
+    /// The ink is another than before.
     void changed();
 
 protected:

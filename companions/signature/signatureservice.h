@@ -21,13 +21,13 @@ class SignatureService : public QObject
     Q_OBJECT
 
 public:
-    /** \param script  see SigningJob */
+    /// \param script  see SigningJob
     explicit SignatureService(const std::optional<Ink> &script);
     ~SignatureService() override;
 
     RequestServer::Start start() { return m_server.start(); }
 
-    /** A reply's frame: the length in 32 bits of native byte order, the JSON text. */
+    /// A reply's frame: the length in 32 bits of native byte order, the JSON text.
     static QByteArray frame(const QJsonObject &reply);
 
 private:

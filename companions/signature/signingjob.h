@@ -37,14 +37,14 @@ public:
     SigningJob(int type, const QByteArray &json, const std::optional<Ink> &script);
     ~SigningJob() override;
 
-    /** Begins; the answer comes by finished(). */
+    /// Begins; the answer comes by finished().
     void start();
 
-    /** Takes the window away; no answer comes any more. */
+    /// Takes the window away; no answer comes any more.
     void stop();
 
 Q_SIGNALS:
-    /** It is over, however it went. Comes once. \param reply  for the server's pages */
+    /// It is over, however it went. Comes once. \param reply  for the server's pages
     void finished(const QJsonObject &reply);
 
 private:

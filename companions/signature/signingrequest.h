@@ -5,7 +5,7 @@
 #include <QRectF>
 #include <QString>
 
-/** What the server asks for. */
+/// What the server asks for.
 struct SigningRequest
 {
     static constexpr double usualAspect = 2.5; ///< width : height of a place without a height
@@ -18,10 +18,10 @@ struct SigningRequest
     int timeoutSeconds = 0; ///< 0: none
     bool wholeDocument = false; ///< the customer may leaf through all pages
 
-    /** The pad's width : height: the place's, as far as a hand can sign on it. */
+    /// The pad's width : height: the place's, as far as a hand can sign on it.
     double padAspect() const;
 
-    /** The part of the place that the pad's area comes to lie on: all of it, mostly. */
+    /// The part of the place that the pad's area comes to lie on: all of it, mostly.
     QRectF inkPlace() const;
 
     /**

@@ -29,20 +29,20 @@ public:
      */
     SignWindow(const SigningRequest &request, int pageCount, const QSizeF &pageSize);
 
-    /** Shows the window on the customer's screen; the time begins to run. */
+    /// Shows the window on the customer's screen; the time begins to run.
     void open();
 
-    /** The page that is to be seen, from 1. */
+    /// The page that is to be seen, from 1.
     int page() const { return m_page; }
     void showPage(int page, const QImage &image);
 
     SignaturePad *pad() const { return m_pad; }
-    /** Presses the button; nothing happens while it is disabled. */
+    /// Presses the button; nothing happens while it is disabled.
     void confirm();
     void cancel();
 
 Q_SIGNALS:
-    /** The picture of page() is wanted: answer by showPage(). */
+    /// The picture of page() is wanted: answer by showPage().
     void pageWanted(int page);
     void confirmed();
     void cancelled();

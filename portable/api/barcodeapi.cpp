@@ -11,7 +11,7 @@ using portable::failed;
 
 namespace {
 
-/** The codes in a picture as the interface wants them. */
+/// The codes in a picture as the interface wants them.
 char *codesIn(const cv::Mat &picture, long kind = portable::anyBarcode)
 {
     const QStringList texts = portable::readBarcodes(picture, kind);

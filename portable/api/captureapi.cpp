@@ -52,7 +52,7 @@ QByteArray png(const cv::Mat &shot)
     return pngFile(shot, shotDpi());
 }
 
-/** The path of a capture; empty, with a line in the log, when the arguments give none. */
+/// The path of a capture; empty, with a line in the log, when the arguments give none.
 QString targetPath(const char *function, const char *directory, const char *name,
                    const char *extension)
 {
@@ -68,7 +68,7 @@ QString targetPath(const char *function, const char *directory, const char *name
     return folder + QLatin1Char('/') + file;
 }
 
-/** Writes all of the files or none. */
+/// Writes all of the files or none.
 bool writeAll(const char *function, const std::vector<FileContent> &files)
 {
     for (const FileContent &file : files) {
@@ -80,7 +80,7 @@ bool writeAll(const char *function, const std::vector<FileContent> &files)
     return writeWholeFiles(files, &error) || failed(function, error);
 }
 
-/** One file of a capture. */
+/// One file of a capture.
 struct Target
 {
     const char *directory;
@@ -89,7 +89,7 @@ struct Target
     Encoder encode;
 };
 
-/** Takes a picture and writes all of the files or none. */
+/// Takes a picture and writes all of the files or none.
 bool capture(const char *function, std::initializer_list<Target> targets)
 {
     return guarded(function, [&] {

@@ -14,7 +14,7 @@ using portable::CardResult;
 
 namespace {
 
-/** A copy for the caller, who frees it; null stays null. */
+/// A copy for the caller, who frees it; null stays null.
 char *given(const QByteArray &text)
 {
     return text.isNull() ? nullptr : ::strdup(text.constData());

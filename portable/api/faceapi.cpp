@@ -31,7 +31,7 @@ void complain(const char *function, const QString &why)
     qWarning().noquote() << "portable:" << function << "failed:" << why;
 }
 
-/** One line about a failure, if it is one; the engine has told its own. */
+/// One line about a failure, if it is one; the engine has told its own.
 void complain(const char *function, const QString &picture, FaceFailure failure)
 {
     if (failure != FaceFailure::none && failure != FaceFailure::noEngine) {
@@ -72,7 +72,7 @@ FaceFailure describeLiveFrame(const char *function, FaceDescriptor *descriptor)
     return failure;
 }
 
-/** The score of two faces, or the failure of either. */
+/// The score of two faces, or the failure of either.
 template <class First, class Second> int compare(First describeFirst, Second describeSecond)
 {
     FaceDescriptor first;
@@ -92,7 +92,7 @@ int compareFiles(const char *function, const char *image1, const char *image2)
     return compare(describe(image1), describe(image2));
 }
 
-/** What is done with the camera: one thing at a time. */
+/// What is done with the camera: one thing at a time.
 BackgroundJob &cameraJob()
 {
     struct CameraJob
@@ -125,7 +125,7 @@ bool beginWithCamera(const char *function, BackgroundJob::Work work)
     return true;
 }
 
-/** The end of a wait that a page gave in seconds; 0 or less is the usual one. */
+/// The end of a wait that a page gave in seconds; 0 or less is the usual one.
 BackgroundJob::Clock::time_point deadlineIn(int seconds)
 {
     return BackgroundJob::Clock::now()

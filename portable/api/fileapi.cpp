@@ -13,7 +13,7 @@ void complain(const char *function, const QString &path, const QString &error)
                                 .arg(QLatin1String(function), portable::logText(path), error);
 }
 
-/** Does it to a path; says in the log why not. */
+/// Does it to a path; says in the log why not.
 bool toPath(const char *function, const char *path,
             bool (*operation)(const QString &path, QString *error))
 {

@@ -13,7 +13,7 @@ using portable::PrintJob;
 
 namespace {
 
-/** Prints what `makeJob` puts into a job; 0 copies stand for 1. */
+/// Prints what `makeJob` puts into a job; 0 copies stand for 1.
 template <class MakeJob> bool printCopies(const char *function, int copies, MakeJob makeJob)
 {
     if (copies < 0 || copies > portable::copiesAtMost) {

@@ -15,7 +15,7 @@ namespace {
 constexpr int done = 0;
 constexpr int failed = -1;
 
-/** The extension that a page asks for by any of its names; empty for one that we don't write. */
+/// The extension that a page asks for by any of its names; empty for one that we don't write.
 QString extensionOf(const QString &format)
 {
     const QString name = format.toLower();

@@ -13,7 +13,7 @@ using portable::UsbDevice;
 
 namespace {
 
-/** A part for each USB device. */
+/// A part for each USB device.
 char *usbList(const char *function, QString (*part)(const UsbDevice &device))
 {
     QStringList parts;

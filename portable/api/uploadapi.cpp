@@ -10,7 +10,7 @@ using portable::UploadResult;
 
 namespace {
 
-/** What the functions have in common; `request` comes without its address. */
+/// What the functions have in common; `request` comes without its address.
 UploadResult run(const char *function, const char *host, const char *page, long port,
                  UploadRequest request)
 {
@@ -36,7 +36,7 @@ UploadRequest requestFor(const char *file)
     return request;
 }
 
-/** What pages see as text: the answer of a server that accepted the file. */
+/// What pages see as text: the answer of a server that accepted the file.
 char *answerOf(const UploadResult &result)
 {
     return result.accepted ? portable::heapText(result.answer) : nullptr;

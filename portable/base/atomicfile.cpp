@@ -27,7 +27,7 @@ QString systemError()
     return qt_error_string(errno);
 }
 
-/** A hidden name in the directory of `path` that no other process or thread takes. */
+/// A hidden name in the directory of `path` that no other process or thread takes.
 QString temporaryFor(const QString &path)
 {
     static std::atomic<unsigned> number{0};
@@ -38,7 +38,7 @@ QString temporaryFor(const QString &path)
         + (suffix.isEmpty() ? QString() : QLatin1Char('.') + suffix);
 }
 
-/** \return false with errno set */
+/// \return false with errno set
 bool writeAll(int fd, const QByteArray &bytes)
 {
     for (int written = 0; written < bytes.size();) {
@@ -54,7 +54,7 @@ bool writeAll(int fd, const QByteArray &bytes)
 
 using Writer = std::function<bool(const QString &temporary, QString *error)>;
 
-/** A file that was written, or not yet, under its temporary name; gone with the object. */
+/// A file that was written, or not yet, under its temporary name; gone with the object.
 class PendingFile
 {
 public:
@@ -71,7 +71,7 @@ public:
     bool write(const QByteArray &bytes, QString *error);
     bool write(const Writer &writer, QString *error);
 
-    /** Puts the file under its final name. */
+    /// Puts the file under its final name.
     bool commit(QString *error);
 
 private:
@@ -130,7 +130,7 @@ bool PendingFile::commit(QString *error)
     return true;
 }
 
-/** Opens the temporary file. \return -1 with a reason */
+/// Opens the temporary file. \return -1 with a reason
 int PendingFile::create(QString *error)
 {
     const QFileInfo file(m_path);

@@ -10,11 +10,10 @@
 
 namespace portable {
 
-/** A device path text (UTF-8) as a path; "" for null. Local 8-bit ones are converted by the caller.
- */
+/// A device path text (UTF-8) as a path; "" for null. Local 8-bit ones are converted by the caller.
 QString pathOf(const char *utf8);
 
-/** The bytes of a regular file; null, with a reason for the log, when it can't be read. */
+/// The bytes of a regular file; null, with a reason for the log, when it can't be read.
 QByteArray readWholeFile(const QString &path, QString *error);
 
 /**
@@ -37,7 +36,7 @@ bool writeWholeFile(const QString &path,
                     const std::function<bool(const QString &temporary, QString *error)> &write,
                     QString *error);
 
-/** A file to be written: its path and its bytes. */
+/// A file to be written: its path and its bytes.
 using FileContent = std::pair<QString, QByteArray>;
 
 /**

@@ -111,7 +111,7 @@ void BackgroundJob::closeWithApplication()
     Q_UNUSED(once)
 }
 
-/** Under m_mutex. */
+/// Under m_mutex.
 bool BackgroundJob::take()
 {
     if (m_busy || m_closed) {

@@ -18,7 +18,7 @@ class BackgroundJob
 public:
     using Clock = std::chrono::steady_clock;
 
-    /** By which a work learns that it is to end, soon and without its result. */
+    /// By which a work learns that it is to end, soon and without its result.
     class Stop
     {
     public:
@@ -28,7 +28,7 @@ public:
         }
         bool isRequested() const;
 
-        /** Waits. \return whether it is to end */
+        /// Waits. \return whether it is to end
         bool sleepUntil(Clock::time_point time) const;
 
     private:
@@ -37,7 +37,7 @@ public:
 
     using Answer = std::function<void()>;
 
-    /** What it returns, unless null, is called on the same thread when others may begin already. */
+    /// What it returns, unless null, is called on the same thread when others may begin already.
     using Work = std::function<Answer(const Stop &)>;
 
     BackgroundJob() = default;
@@ -49,13 +49,13 @@ public:
      * under way */
     bool begin(Work work);
 
-    /** The same on the caller's thread, without an answer; returns when it is done. */
+    /// The same on the caller's thread, without an answer; returns when it is done.
     bool run(const std::function<void(const Stop &)> &work);
 
-    /** Ends the work under way, and waits for that. Does nothing when there is none. */
+    /// Ends the work under way, and waits for that. Does nothing when there is none.
     void stop();
 
-    /** stop(), and no work begins any more. */
+    /// stop(), and no work begins any more.
     void close();
 
     /**

@@ -1,12 +1,12 @@
 // SPDX-License-Identifier: MIT
-/** \file Single values of the devices.ini beside the program. */
+/// \file Single values of the devices.ini beside the program.
 #pragma once
 
 #include <QString>
 
 namespace portable {
 
-/** Path of the devices.ini beside the program, whether it exists or not. */
+/// Path of the devices.ini beside the program, whether it exists or not.
 QString deviceConfigPath();
 
 /**
@@ -16,7 +16,7 @@ QString deviceConfigPath();
  */
 QString deviceSetting(const QString &key);
 
-/** Absolute path of the folder in deviceSetting(), else of `usual`; relative to the program's. */
+/// Absolute path of the folder in deviceSetting(), else of `usual`; relative to the program's.
 QString deviceFolder(const QString &key, const QString &usual);
 
 } // namespace portable

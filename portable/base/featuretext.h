@@ -18,7 +18,7 @@ public:
     {
     }
 
-    /** \param digits  how many of 6 bits each the value takes; it is cut to their range */
+    /// \param digits  how many of 6 bits each the value takes; it is cut to their range
     void put(int value, int digits);
 
     QByteArray finish() const;
@@ -30,18 +30,18 @@ private:
 class FeatureReader
 {
 public:
-    /** \param text  ends with a NUL; null reads like an empty one */
+    /// \param text  ends with a NUL; null reads like an empty one
     FeatureReader(const char *text, const char *mark);
 
-    /** What was put there; 0, and isGood() is false from then on, when it wasn't. */
+    /// What was put there; 0, and isGood() is false from then on, when it wasn't.
     int take(int digits);
 
-    /** Reads the checksum. \return whether everything up to it was as it was written */
+    /// Reads the checksum. \return whether everything up to it was as it was written
     bool finish();
 
     bool isGood() const { return m_good; }
 
-    /** Behind what was read; meaningful while isGood(). */
+    /// Behind what was read; meaningful while isGood().
     const char *end() const { return m_at; }
 
 private:

@@ -6,14 +6,14 @@
 
 namespace portable {
 
-/** The settings file devices.ini with the reading of its values; complains in the log. */
+/// The settings file devices.ini with the reading of its values; complains in the log.
 class IniFile
 {
 public:
-    /** What can't be understood is said in the log; a file that isn't there is an empty one. */
+    /// What can't be understood is said in the log; a file that isn't there is an empty one.
     explicit IniFile(const QString &path);
 
-    /** The keys of a group, without its name. */
+    /// The keys of a group, without its name.
     QStringList keys(const QString &group);
 
     bool contains(const QString &key) const { return m_settings.contains(key); }
@@ -24,7 +24,7 @@ public:
      */
     QString text(const QString &key) const;
 
-    /** One line in the log, with the file's name before it. */
+    /// One line in the log, with the file's name before it.
     void complain(const QString &what) const;
 
 private:

@@ -15,7 +15,7 @@ namespace {
 std::mutex mutex;
 std::deque<std::function<void()>> answers; // guarded by mutex
 
-/** Lives on the main thread and gives one answer for each event. */
+/// Lives on the main thread and gives one answer for each event.
 class Answers : public QObject
 {
 public:

@@ -1,12 +1,12 @@
 // SPDX-License-Identifier: MIT
-/** \file How a function fails that the portable library doesn't have. */
+/// \file How a function fails that the portable library doesn't have.
 #pragma once
 
 #include <QtDebug>
 
 namespace portable {
 
-/** Says in the log that a function is missing: one line that names it. */
+/// Says in the log that a function is missing: one line that names it.
 inline void unsupported(const char *function)
 {
     qWarning("portable: %s: not supported by the portable library", function);

@@ -102,7 +102,7 @@ void Camera::run()
     }
 }
 
-/** Opens the source and takes a frame, for some devices only then show that they can't. */
+/// Opens the source and takes a frame, for some devices only then show that they can't.
 bool Camera::open(QString *error)
 {
     try {
@@ -129,7 +129,7 @@ bool Camera::openSource(const Settings::View &settings, QString *error)
     return m_source->open(m_wanted, error);
 }
 
-/** Does what was asked for since the last frame. */
+/// Does what was asked for since the last frame.
 void Camera::adjustSource(const Settings::View &settings)
 {
     if (settings.adjustments != m_adjusted) {
@@ -145,7 +145,7 @@ void Camera::adjustSource(const Settings::View &settings)
     }
 }
 
-/** Takes one frame from the source and publishes it. */
+/// Takes one frame from the source and publishes it.
 bool Camera::grab(QString *error)
 {
     const Settings::View settings = m_settings.view(m_number);
@@ -174,7 +174,7 @@ bool Camera::read(const Settings::View &settings, cv::Mat &frame, QString *error
     return m_source->read(frame, error);
 }
 
-/** The source's frame as readers get it. */
+/// The source's frame as readers get it.
 cv::Mat Camera::finished(const cv::Mat &frame, const Orientation &orientation)
 {
     const cv::Mat picture = turned(frame, orientation, m_pool);
@@ -202,7 +202,7 @@ void Camera::publish(const cv::Mat &frame, const cv::Size &size, quint64 revisio
     m_published.notify_all();
 }
 
-/** Takes the frame away; readers get none from now on, and those who wait hear of it. */
+/// Takes the frame away; readers get none from now on, and those who wait hear of it.
 void Camera::withdraw()
 {
     {
@@ -213,7 +213,7 @@ void Camera::withdraw()
     m_published.notify_all();
 }
 
-/** Waits for a lost source to come back. \return false when told to stop */
+/// Waits for a lost source to come back. \return false when told to stop
 bool Camera::recover(const QString &why)
 {
     withdraw();
@@ -230,7 +230,7 @@ bool Camera::recover(const QString &why)
     return true;
 }
 
-/** \return false when told to stop, at once */
+/// \return false when told to stop, at once
 bool Camera::sleepUntil(Clock::time_point time)
 {
     std::unique_lock<std::mutex> lock(m_mutex);

@@ -13,7 +13,7 @@
 
 namespace portable {
 
-/** How long a camera lets wait; tests wait less. */
+/// How long a camera lets wait; tests wait less.
 struct CameraTimes
 {
     std::chrono::milliseconds frameWait{2000}; ///< At most, for a reader.
@@ -45,10 +45,10 @@ public:
 
     int number() const { return m_number; }
 
-    /** Opens the source and waits for its first frame. \return false with the reason in the log */
+    /// Opens the source and waits for its first frame. \return false with the reason in the log
     bool start();
 
-    /** Ends the thread and closes the source, for good; who waits for a frame gets none. */
+    /// Ends the thread and closes the source, for good; who waits for a frame gets none.
     void stop();
 
     /**
@@ -66,7 +66,7 @@ public:
      */
     bool currentFrame(cv::Mat &frame);
 
-    /** Of the frames in pixels, before rotation. */
+    /// Of the frames in pixels, before rotation.
     cv::Size size() const;
 
 private:

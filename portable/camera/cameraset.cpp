@@ -17,7 +17,7 @@ std::unique_ptr<FrameSource> configuredSource(int camera, QString *error)
     return makeSource(camera, readDeviceConfig(deviceConfigPath()), listV4l2Devices, error);
 }
 
-/** We say ourselves what is wrong with a camera; OpenCV's guesses go to stderr, beside the log. */
+/// We say ourselves what is wrong with a camera; OpenCV's guesses go to stderr, beside the log.
 void silenceOpenCv()
 {
     if (!qEnvironmentVariableIsSet("OPENCV_LOG_LEVEL")) {
@@ -184,7 +184,7 @@ cv::Size CameraSet::size(int camera) const
     return source ? source->sizeFor(m_settings.view(camera).resolution) : cv::Size();
 }
 
-/** Ends the camera in the slot, if any, and puts `camera` there. */
+/// Ends the camera in the slot, if any, and puts `camera` there.
 void CameraSet::replace(Slot &slot, const Slot &camera)
 {
     Slot former;
@@ -204,7 +204,7 @@ CameraSet::Slot CameraSet::get(const Slot &slot) const
     return slot;
 }
 
-/** A camera's source to ask, without opening it; null for one that isn't there. */
+/// A camera's source to ask, without opening it; null for one that isn't there.
 std::unique_ptr<FrameSource> CameraSet::source(int camera) const
 {
     QString unused;

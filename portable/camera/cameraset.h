@@ -13,10 +13,10 @@
 
 namespace portable {
 
-/** How long it may take to open a camera in place of another. */
+/// How long it may take to open a camera in place of another.
 constexpr std::chrono::milliseconds usualCameraChange{5000};
 
-/** Makes a camera's source; null with a reason for the log when it has none. */
+/// Makes a camera's source; null with a reason for the log when it has none.
 using SourceFactory = std::function<std::unique_ptr<FrameSource>(int camera, QString *error)>;
 
 /**
@@ -26,7 +26,7 @@ using SourceFactory = std::function<std::unique_ptr<FrameSource>(int camera, QSt
 class CameraSet
 {
 public:
-    /** Those of the library, as devices.ini beside the program says. Stopped when Qt's app ends. */
+    /// Those of the library, as devices.ini beside the program says. Stopped when Qt's app ends.
     static CameraSet &instance();
 
     explicit CameraSet(SourceFactory factory, CameraTimes times = {});
@@ -40,13 +40,13 @@ public:
      */
     bool start(int camera, int rotation = 0) { return open(camera, rotation) != nullptr; }
 
-    /** As start(). \return the camera, whatever takes its place meanwhile; null when it fails */
+    /// As start(). \return the camera, whatever takes its place meanwhile; null when it fails
     std::shared_ptr<Camera> open(int camera, int rotation = 0);
 
     void stopMain();
     void stopFourth();
 
-    /** Stops this camera, unless another is open in its stead. */
+    /// Stops this camera, unless another is open in its stead.
     void stop(const std::shared_ptr<Camera> &camera);
 
     /**
@@ -55,30 +55,30 @@ public:
      */
     void announceEnd();
 
-    /** Whether the main preview has ended so, and none has been started since. */
+    /// Whether the main preview has ended so, and none has been started since.
     bool hasEnded() const;
 
-    /** Whether a camera is open, camera 4 counts too. */
+    /// Whether a camera is open, camera 4 counts too.
     bool isOpen() const;
 
-    /** The camera of the main preview, for a reader with a place of its own; null without one. */
+    /// The camera of the main preview, for a reader with a place of its own; null without one.
     std::shared_ptr<Camera> mainCamera() const;
 
-    /** The preview's next frame, from one place for all who call. See Camera::nextFrame. */
+    /// The preview's next frame, from one place for all who call. See Camera::nextFrame.
     bool nextPreviewFrame(cv::Mat &frame);
 
-    /** The main preview's newest frame, or camera 4's while it alone is open. */
+    /// The main preview's newest frame, or camera 4's while it alone is open.
     bool currentFrame(cv::Mat &frame) const;
 
     Settings &settings() { return m_settings; }
 
-    /** What a camera offers, open or not: the largest first, empty when it isn't there. */
+    /// What a camera offers, open or not: the largest first, empty when it isn't there.
     std::vector<cv::Size> sizes(int camera) const;
 
-    /** The node of a camera, open or not; empty when it isn't there or no hardware. */
+    /// The node of a camera, open or not; empty when it isn't there or no hardware.
     QString devicePath(int camera) const;
 
-    /** The size in use, or that a start would ask for; empty for a camera that isn't there. */
+    /// The size in use, or that a start would ask for; empty for a camera that isn't there.
     cv::Size size(int camera) const;
 
 private:

@@ -50,13 +50,13 @@ void readSize(const IniFile &ini, const QString &key, cv::Size *value)
     }
 }
 
-/** Which camera of the machine "auto" takes for a number, counted from 1. */
+/// Which camera of the machine "auto" takes for a number, counted from 1.
 int autoPosition(int camera)
 {
     return camera == 2 || camera == 4 ? 2 : camera == 3 ? 3 : 1;
 }
 
-/** The part of `text` behind `prefix`; null when it doesn't begin so or nothing stands there. */
+/// The part of `text` behind `prefix`; null when it doesn't begin so or nothing stands there.
 QString behind(const QString &text, const char *prefix)
 {
     const QLatin1String start(prefix);

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-/** \file Which camera is which source: devices.ini, and what is taken without it. */
+/// \file Which camera is which source: devices.ini, and what is taken without it.
 #pragma once
 
 #include "portable/camera/filesources.h"
@@ -13,16 +13,16 @@
 
 namespace portable {
 
-/** The number of the dual camera: two sources in one picture. */
+/// The number of the dual camera: two sources in one picture.
 constexpr int dualCamera = 25;
 
-/** Its key in devices.ini, "1" or "dual"; empty for a number that is no camera's. */
+/// Its key in devices.ini, "1" or "dual"; empty for a number that is no camera's.
 QString cameraKey(int camera);
 
-/** For the log: "camera 1", "the dual camera". */
+/// For the log: "camera 1", "the dual camera".
 QString cameraName(int camera);
 
-/** What stands in devices.ini; devices.ini.sample says what each key means. */
+/// What stands in devices.ini; devices.ini.sample says what each key means.
 struct DeviceConfig
 {
     std::map<int, QString> sources; ///< Source text of each camera that the file names.
@@ -31,7 +31,7 @@ struct DeviceConfig
     Playback playback;
 };
 
-/** Reads a devices.ini. What can't be understood is said in the log, and left as it is without. */
+/// Reads a devices.ini. What can't be understood is said in the log, and left as it is without.
 DeviceConfig readDeviceConfig(const QString &path);
 
 /**

@@ -14,7 +14,7 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-/** The pictures that `path` stands for: itself, or what lies in it by name. */
+/// The pictures that `path` stands for: itself, or what lies in it by name.
 QStringList pictures(const QString &path)
 {
     const QDir folder(path);
@@ -34,14 +34,14 @@ QStringList pictures(const QString &path)
     return paths;
 }
 
-/** Empty when the file can be read, or else why it can't. */
+/// Empty when the file can be read, or else why it can't.
 QString fileObstacle(const QString &path)
 {
     QFile file(path);
     return file.open(QIODevice::ReadOnly) ? QString() : file.errorString();
 }
 
-/** By FFmpeg alone: other ways of OpenCV's take names for patterns and pipelines. */
+/// By FFmpeg alone: other ways of OpenCV's take names for patterns and pipelines.
 bool openVideo(cv::VideoCapture &video, const QString &path)
 {
     return video.open(QFile::encodeName(path).toStdString(), cv::CAP_FFMPEG);
@@ -68,7 +68,7 @@ void PictureSource::close()
     m_picture.release();
 }
 
-/** Loads the next picture that can be read; others are named in the log. */
+/// Loads the next picture that can be read; others are named in the log.
 bool PictureSource::showNext(QString *error)
 {
     if (m_waiting.isEmpty()) {

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-/** \file Sources that show files: pictures and videos. */
+/// \file Sources that show files: pictures and videos.
 #pragma once
 
 #include "portable/camera/framesource.h"
@@ -12,14 +12,14 @@
 
 namespace portable {
 
-/** How files are shown. */
+/// How files are shown.
 struct Playback
 {
     double framesPerSecond = 30; ///< Of pictures; a video has its own.
     double secondsPerPicture = 5; ///< Of a folder.
 };
 
-/** One picture, or those of a folder one after the other in the order of their names. */
+/// One picture, or those of a folder one after the other in the order of their names.
 class PictureSource : public FrameSource
 {
 public:
@@ -43,7 +43,7 @@ private:
     std::chrono::steady_clock::time_point m_until; // when the next picture is due
 };
 
-/** A video file, shown at its own rate and again from its start when it ends. */
+/// A video file, shown at its own rate and again from its start when it ends.
 class VideoSource : public FrameSource
 {
 public:

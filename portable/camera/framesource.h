@@ -24,10 +24,10 @@ public:
     FrameSource(const FrameSource &) = delete;
     FrameSource &operator=(const FrameSource &) = delete;
 
-    /** What the log calls it: a device with its name, a path, "desk scene". */
+    /// What the log calls it: a device with its name, a path, "desk scene".
     virtual QString name() const = 0;
 
-    /** Of hardware: its node, "/dev/video0", open or not; empty when it isn't there. */
+    /// Of hardware: its node, "/dev/video0", open or not; empty when it isn't there.
     virtual QString devicePath() const { return {}; }
 
     /**
@@ -37,7 +37,7 @@ public:
      */
     virtual bool open(const cv::Size &wanted, QString *error) = 0;
 
-    /** Lets go of device and memory. Does nothing when closed. */
+    /// Lets go of device and memory. Does nothing when closed.
     virtual void close() = 0;
 
     /**
@@ -46,10 +46,10 @@ public:
      */
     virtual bool read(cv::Mat &frame, QString *error) = 0;
 
-    /** How often to read in a second; 0 for a source that sets its own pace. */
+    /// How often to read in a second; 0 for a source that sets its own pace.
     virtual double framesPerSecond() const = 0;
 
-    /** Possible sizes in pixels, the largest first; also while closed. Empty when not to be had. */
+    /// Possible sizes in pixels, the largest first; also while closed. Empty when not to be had.
     virtual std::vector<cv::Size> sizes() const = 0;
 
     /**
@@ -58,14 +58,14 @@ public:
      */
     virtual Adjustments adjust(const Adjustments &wanted) { return wanted; }
 
-    /** Lets the open source focus once. \return false when it has no focus to set */
+    /// Lets the open source focus once. \return false when it has no focus to set
     virtual bool focus() { return false; }
 
-    /** The size that open(wanted) asks for; empty when not to be had. */
+    /// The size that open(wanted) asks for; empty when not to be had.
     virtual cv::Size sizeFor(const cv::Size &wanted) const;
 };
 
-/** Sorts by area, the largest first, and drops what stands there twice. */
+/// Sorts by area, the largest first, and drops what stands there twice.
 void sortSizes(std::vector<cv::Size> &sizes);
 
 /**
@@ -74,7 +74,7 @@ void sortSizes(std::vector<cv::Size> &sizes);
  */
 cv::Size chooseSize(const std::vector<cv::Size> &sizes, const cv::Size &wanted);
 
-/** "1920 x 1080", for the log. */
+/// "1920 x 1080", for the log.
 QString sizeText(const cv::Size &size);
 
 } // namespace portable

@@ -9,13 +9,13 @@ namespace portable {
 
 namespace {
 
-/** `size` brought to that height. */
+/// `size` brought to that height.
 cv::Size atHeight(const cv::Size &size, int height)
 {
     return {int(std::lround(double(size.width) * height / size.height)), height};
 }
 
-/** Puts the half that failed before the error, for the pair's name tells of both. */
+/// Puts the half that failed before the error, for the pair's name tells of both.
 bool failed(const FrameSource &half, QString *error)
 {
     *error = half.name() + QStringLiteral(": ") + *error;
@@ -71,7 +71,7 @@ bool PairSource::read(cv::Mat &frame, QString *error)
     return true;
 }
 
-/** The slower one's pace; that of hardware if one of them is hardware. */
+/// The slower one's pace; that of hardware if one of them is hardware.
 double PairSource::framesPerSecond() const
 {
     return std::min(m_left->framesPerSecond(), m_right->framesPerSecond());

@@ -15,10 +15,10 @@ namespace portable {
 class PreviewWatch
 {
 public:
-    /** \param change  how long a change of cameras may take */
+    /// \param change  how long a change of cameras may take
     PreviewWatch(const CameraSet &cameras, std::chrono::milliseconds change);
 
-    /** The camera of the preview; null while there is none. */
+    /// The camera of the preview; null while there is none.
     std::shared_ptr<Camera> camera();
 
     /**

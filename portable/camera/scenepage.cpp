@@ -15,7 +15,7 @@ namespace {
 const QColor ink(34, 36, 42);
 const QColor accent(28, 76, 138);
 
-/** A font with Chinese where there is one; Qt takes the nearest it has otherwise. */
+/// A font with Chinese where there is one; Qt takes the nearest it has otherwise.
 QFont textFont(int pixels, bool bold = false)
 {
     QFont font(QStringLiteral("WenQuanYi Micro Hei"));
@@ -33,7 +33,7 @@ void paintText(QPainter &painter, const QRectF &area, const QString &text, const
     painter.drawText(area, flags | Qt::TextWordWrap, text);
 }
 
-/** Letterhead: a mark, the title in two languages, the number of the form. */
+/// Letterhead: a mark, the title in two languages, the number of the form.
 void paintHead(QPainter &painter)
 {
     painter.setPen(Qt::NoPen);
@@ -57,7 +57,7 @@ void paintHead(QPainter &painter)
     painter.fillRect(QRectF(70, 160, 1260, 4), accent);
 }
 
-/** The form: a table of labels and what an applicant filled in. */
+/// The form: a table of labels and what an applicant filled in.
 void paintForm(QPainter &painter)
 {
     const struct
@@ -104,7 +104,7 @@ void paintParagraphs(QPainter &painter)
         textFont(24));
 }
 
-/** A ridge of hills across `area`, from its crest line down. */
+/// A ridge of hills across `area`, from its crest line down.
 QPainterPath ridge(const QRectF &area, double crest, double height, double phase, double waves)
 {
     QPainterPath path(area.bottomLeft());
@@ -135,7 +135,7 @@ void paintTree(QPainter &painter, const QPointF &foot, double height)
     painter.fillPath(tree, QColor(24, 62, 50));
 }
 
-/** A photograph: mountains over a lake in the evening. */
+/// A photograph: mountains over a lake in the evening.
 QImage photo(const QSize &size)
 {
     QImage image(size, QImage::Format_RGB32);
@@ -236,7 +236,7 @@ void paintBarcodes(QPainter &painter)
     paintText(painter, {40, 894, 560, 36}, sceneCode128Text(), textFont(25), ink, Qt::AlignHCenter);
 }
 
-/** The signature line with a round seal over it. */
+/// The signature line with a round seal over it.
 void paintSignature(QPainter &painter)
 {
     paintText(painter, {650, 770, 240, 30}, QStringLiteral("签名 Signature"), textFont(20),

@@ -9,11 +9,11 @@
 
 namespace portable {
 
-/** The built-in desk scene as a source; a frame costs the painting of its clock. */
+/// The built-in desk scene as a source; a frame costs the painting of its clock.
 class SceneSource : public FrameSource
 {
 public:
-    /** \param usualSize  the size without a wish, or the nearest to it of sizes() */
+    /// \param usualSize  the size without a wish, or the nearest to it of sizes()
     SceneSource(const cv::Size &usualSize, double framesPerSecond);
 
     QString name() const override { return QStringLiteral("desk scene"); }

@@ -141,7 +141,7 @@ quint64 Settings::revision() const
     return m_revision;
 }
 
-/** Changes something that shows in the frames. */
+/// Changes something that shows in the frames.
 void Settings::changeFrames(const std::function<void()> &change)
 {
     const std::lock_guard<std::mutex> lock(m_mutex);

@@ -16,10 +16,10 @@ namespace portable {
 
 enum class ShotMode { Whole, Area, Page };
 
-/** The files of an open book: one for each page, in the order in which it is read, or one. */
+/// The files of an open book: one for each page, in the order in which it is read, or one.
 enum class BookMode { LeftFirst, RightFirst, BothInOne };
 
-/** What becomes of a frame that is captured. */
+/// What becomes of a frame that is captured.
 struct CaptureSettings
 {
     ShotMode mode = ShotMode::Whole;
@@ -30,11 +30,11 @@ struct CaptureSettings
     Watermark watermark;
 };
 
-/** What pages set about cameras, whether one is open or not. Callable from any thread. */
+/// What pages set about cameras, whether one is open or not. Callable from any thread.
 class Settings
 {
 public:
-    /** The settings of one camera's frames at one moment. */
+    /// The settings of one camera's frames at one moment.
     struct View
     {
         Orientation orientation;
@@ -44,22 +44,22 @@ public:
         quint64 revision = 0; ///< Grows with each change of any of these.
     };
 
-    /** \return false, with nothing changed, unless isRotation(degrees) */
+    /// \return false, with nothing changed, unless isRotation(degrees)
     bool setRotation(int degrees);
 
-    /** \return false, with nothing changed, unless isFlip(mode) */
+    /// \return false, with nothing changed, unless isFlip(mode)
     bool setFlip(int mode);
 
-    /** The size to ask this camera for, in pixels before rotation; empty: the usual one. */
+    /// The size to ask this camera for, in pixels before rotation; empty: the usual one.
     void setResolution(int camera, const cv::Size &size);
 
-    /** \return false, with nothing changed, unless the value is from -100 to 100 */
+    /// \return false, with nothing changed, unless the value is from -100 to 100
     bool setAdjustment(int Adjustments::*which, int value);
 
-    /** Lets the open cameras focus once. */
+    /// Lets the open cameras focus once.
     void focus();
 
-    /** \return false, with nothing changed, unless 0 whole, 1 area or 2 page */
+    /// \return false, with nothing changed, unless 0 whole, 1 area or 2 page
     bool setMode(int mode);
 
     /**
@@ -68,15 +68,15 @@ public:
      */
     bool setArea(int x1, int y1, int x2, int y2);
 
-    /** \return false, with nothing changed, unless both are from 50 to 1200 */
+    /// \return false, with nothing changed, unless both are from 50 to 1200
     bool setDpi(qint64 x, qint64 y);
 
-    /** \return false, with nothing changed, unless from 1 to 100 */
+    /// \return false, with nothing changed, unless from 1 to 100
     bool setQuality(int quality);
 
     void changeWatermark(const std::function<void(Watermark &)> &change);
 
-    /** \return false, with nothing changed, unless 0 left first, 1 right first or 2 both in one */
+    /// \return false, with nothing changed, unless 0 left first, 1 right first or 2 both in one
     bool setBookMode(int mode);
     BookMode bookMode() const;
 

@@ -10,7 +10,7 @@ namespace portable {
 
 namespace {
 
-/** The area as far as it lies within the picture; the whole picture without one. */
+/// The area as far as it lies within the picture; the whole picture without one.
 cv::Mat cropped(const cv::Mat &frame, const CaptureSettings &settings)
 {
     const auto clipped = [](int begin, int end, int length) {

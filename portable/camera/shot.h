@@ -15,10 +15,10 @@ namespace portable {
  */
 cv::Mat takeShot();
 
-/** The same without a watermark, for what reads the picture (barcodes, movement). */
+/// The same without a watermark, for what reads the picture (barcodes, movement).
 cv::Mat takePlainShot();
 
-/** What pictures are written with. */
+/// What pictures are written with.
 Dpi shotDpi();
 int shotQuality(); ///< JPEG quality, 1 to 100
 

@@ -22,7 +22,7 @@ constexpr double faceRadius = 156;
 constexpr QPointF penCentre{1660, 770};
 constexpr double penAngle = 14;
 
-/** From the layout's coordinates into a picture of that size: as large as fits, in the middle. */
+/// From the layout's coordinates into a picture of that size: as large as fits, in the middle.
 QTransform layoutTo(const cv::Size &size)
 {
     const double scale = qMin(size.width / scene.width(), size.height / scene.height());
@@ -31,7 +31,7 @@ QTransform layoutTo(const cv::Size &size)
                                     (size.height - scale * scene.height()) / 2);
 }
 
-/** From the page's units into the layout: turned, and with a touch of perspective. */
+/// From the page's units into the layout: turned, and with a touch of perspective.
 QTransform pageToLayout()
 {
     const double height = pageWidth * scenePage.height() / scenePage.width();
@@ -53,7 +53,7 @@ QTransform penToLayout()
     return QTransform().translate(penCentre.x(), penCentre.y()).rotate(penAngle);
 }
 
-/** The pen's outline: tip downwards, around the origin. */
+/// The pen's outline: tip downwards, around the origin.
 QPainterPath penOutline()
 {
     QPainterPath pen(QPointF(0, 215));
@@ -65,7 +65,7 @@ QPainterPath penOutline()
     return pen;
 }
 
-/** Noise in -1..1, as wide and high as asked, stretched from cells of that size in pixels. */
+/// Noise in -1..1, as wide and high as asked, stretched from cells of that size in pixels.
 cv::Mat stretchedNoise(const cv::Size &size, double cellWidth, double cellHeight, cv::RNG &random)
 {
     cv::Mat cells(qMax(2, qCeil(size.height / cellHeight)), qMax(2, qCeil(size.width / cellWidth)),
@@ -76,7 +76,7 @@ cv::Mat stretchedNoise(const cv::Size &size, double cellWidth, double cellHeight
     return noise;
 }
 
-/** A wooden desk top: boards across the picture, with grain along them. */
+/// A wooden desk top: boards across the picture, with grain along them.
 QImage paintDesk(const cv::Size &size, double scale)
 {
     cv::RNG random(1818); // any fixed number: the desk is the same each time
@@ -102,7 +102,7 @@ QImage paintDesk(const cv::Size &size, double scale)
     return desk;
 }
 
-/** Darkens the desk where page, clock and pen keep the light of the lamp from it. */
+/// Darkens the desk where page, clock and pen keep the light of the lamp from it.
 void paintShadows(QImage &desk, const QTransform &layout)
 {
     const double scale = layout.m11();
@@ -160,7 +160,7 @@ void paintPen(QPainter &painter)
     painter.restore();
 }
 
-/** The clock without hands, around the origin. */
+/// The clock without hands, around the origin.
 void paintClock(QPainter &painter)
 {
     QConicalGradient rim(0, 0, 45);
@@ -199,7 +199,7 @@ void paintClock(QPainter &painter)
     }
 }
 
-/** The light of a lamp to the upper left, falling off towards the other corner. */
+/// The light of a lamp to the upper left, falling off towards the other corner.
 void paintLight(QImage &picture)
 {
     QPainter painter(&picture);
@@ -221,7 +221,7 @@ void paintHand(QPainter &painter, double degrees, double length, double width, c
     painter.restore();
 }
 
-/** A view of an RGB32 image as OpenCV sees it: four bytes a pixel, blue first. */
+/// A view of an RGB32 image as OpenCV sees it: four bytes a pixel, blue first.
 cv::Mat bgraView(const QImage &image)
 {
     return cv::Mat(image.height(), image.width(), CV_8UC4, const_cast<uchar *>(image.constBits()),

@@ -11,14 +11,14 @@ class QPainter;
 
 namespace portable {
 
-/** What the barcodes on the scene's page say, for whoever reads them back. */
+/// What the barcodes on the scene's page say, for whoever reads them back.
 QString sceneQrText();
 QString sceneCode128Text();
 
-/** The page of the scene in its own units; an A4 sheet lying on its side. */
+/// The page of the scene in its own units; an A4 sheet lying on its side.
 constexpr QRectF scenePage{0, 0, 1400, 990};
 
-/** Paints the printed page (form, text, photo, QR code and Code 128) into scenePage. */
+/// Paints the printed page (form, text, photo, QR code and Code 128) into scenePage.
 void paintScenePage(QPainter &painter);
 
 /**
@@ -31,17 +31,16 @@ void paintScenePage(QPainter &painter);
 class TestScene
 {
 public:
-    /** \param size  in pixels; the scene is laid out for 16:9 and shows more desk in other shapes
-     */
+    /// \param size  in pixels; the scene is laid out for 16:9 and shows more desk in other shapes
     explicit TestScene(const cv::Size &size);
 
-    /** The scene with a clock without hands, 8-bit BGR. */
+    /// The scene with a clock without hands, 8-bit BGR.
     const cv::Mat &background() const { return m_background; }
 
-    /** The only part of the picture that changes. */
+    /// The only part of the picture that changes.
     const cv::Rect &clockArea() const { return m_clockArea; }
 
-    /** Paints the clock with its hands at `time` over whatever clock `frame` shows. */
+    /// Paints the clock with its hands at `time` over whatever clock `frame` shows.
     void drawClock(cv::Mat &frame, const QTime &time) const;
 
 private:

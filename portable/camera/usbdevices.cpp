@@ -10,7 +10,7 @@ namespace portable {
 
 namespace {
 
-/** First line of a device's attribute; empty when it has none. */
+/// First line of a device's attribute; empty when it has none.
 QString attribute(const QDir &device, const char *name)
 {
     QFile file(device.filePath(QLatin1String(name)));
@@ -18,7 +18,7 @@ QString attribute(const QDir &device, const char *name)
                                           : QString();
 }
 
-/** An attribute that must be four hexadecimal digits; empty when it is not. */
+/// An attribute that must be four hexadecimal digits; empty when it is not.
 QString idAttribute(const QDir &device, const char *name)
 {
     static const QRegularExpression form(QStringLiteral("\\A[0-9a-f]{4}\\z"));
@@ -26,7 +26,7 @@ QString idAttribute(const QDir &device, const char *name)
     return form.match(id).hasMatch() ? id : QString();
 }
 
-/** Without a vendorId when the folder is no device's: the interfaces have folders too. */
+/// Without a vendorId when the folder is no device's: the interfaces have folders too.
 UsbDevice readDevice(const QDir &folder)
 {
     UsbDevice device;

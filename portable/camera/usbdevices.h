@@ -20,10 +20,10 @@ struct UsbDevice
     QString product; ///< As the device calls itself; empty when it doesn't, as serialNumber.
     QString serialNumber;
 
-    /** "usb#vid_0c45&pid_6366" */
+    /// "usb#vid_0c45&pid_6366"
     QString identifier() const;
 
-    /** The same and what the device calls itself: "usb#vid_0c45&pid_6366 HD Camera". */
+    /// The same and what the device calls itself: "usb#vid_0c45&pid_6366 HD Camera".
     QString label() const;
 };
 

@@ -10,7 +10,7 @@ namespace portable {
 
 namespace {
 
-/** The nearest value that the range's steps allow. */
+/// The nearest value that the range's steps allow.
 int onStep(const ControlRange &range, double value)
 {
     const double step = std::max(1, range.step);
@@ -115,7 +115,7 @@ bool V4l2Controls::setPlace(unsigned id, int place, int (*valueAt)(const Control
     return range(id, &found) && set(id, valueAt(found, place));
 }
 
-/** 0 leaves it to the camera where that can do it by itself. */
+/// 0 leaves it to the camera where that can do it by itself.
 bool V4l2Controls::setExposure(int place)
 {
     set(V4L2_CID_EXPOSURE_AUTO, V4L2_EXPOSURE_MANUAL); // some cameras know nothing else

@@ -8,7 +8,7 @@
 
 namespace portable {
 
-/** Where a control of a camera may stand, in the driver's own units. */
+/// Where a control of a camera may stand, in the driver's own units.
 struct ControlRange
 {
     int minimum = 0;
@@ -17,10 +17,10 @@ struct ControlRange
     int usual = 0; ///< The driver's default.
 };
 
-/** The value for a place from -100, the minimum, over 0, the usual, to 100, the maximum. */
+/// The value for a place from -100, the minimum, over 0, the usual, to 100, the maximum.
 int controlValue(const ControlRange &range, int place);
 
-/** The same for times, in even ratios instead of even steps. Minimum and usual are positive. */
+/// The same for times, in even ratios instead of even steps. Minimum and usual are positive.
 int exposureValue(const ControlRange &range, int place);
 
 /**
@@ -36,10 +36,10 @@ public:
     V4l2Controls(const V4l2Controls &) = delete;
     V4l2Controls &operator=(const V4l2Controls &) = delete;
 
-    /** \return what the camera has no control for */
+    /// \return what the camera has no control for
     Adjustments adjust(const Adjustments &wanted);
 
-    /** Lets it focus once. \return false when it has no focus to set */
+    /// Lets it focus once. \return false when it has no focus to set
     bool focus();
 
 private:

@@ -27,7 +27,7 @@ template <size_t size> QString text(const __u8 (&field)[size])
     return QString::fromUtf8(characters, int(qstrnlen(characters, size)));
 }
 
-/** First line of a file of sysfs; empty when there is none. */
+/// First line of a file of sysfs; empty when there is none.
 QString sysfs(const QString &path)
 {
     QFile file(path);
@@ -35,7 +35,7 @@ QString sysfs(const QString &path)
                                           : QString();
 }
 
-/** Describes the node; false when it is no camera. */
+/// Describes the node; false when it is no camera.
 bool describe(V4l2Device &device)
 {
     const QString classFolder =
@@ -59,7 +59,7 @@ bool describe(V4l2Device &device)
     return (capability.device_caps & V4L2_CAP_VIDEO_CAPTURE) != 0;
 }
 
-/** "video" and a number: the number; other names sort behind. */
+/// "video" and a number: the number; other names sort behind.
 int nodeNumber(const QString &name)
 {
     bool isNumber = false;
@@ -67,7 +67,7 @@ int nodeNumber(const QString &name)
     return isNumber ? number : std::numeric_limits<int>::max();
 }
 
-/** Adds the usual sizes that lie within a camera's continuous range, and the range's largest. */
+/// Adds the usual sizes that lie within a camera's continuous range, and the range's largest.
 void addSteps(std::vector<cv::Size> &sizes, const v4l2_frmsize_stepwise &range)
 {
     const cv::Size usual[] = {{3840, 2160}, {3264, 2448}, {2592, 1944}, {2048, 1536},

@@ -9,7 +9,7 @@
 
 namespace portable {
 
-/** A camera of this machine that video can be captured from. */
+/// A camera of this machine that video can be captured from.
 struct V4l2Device
 {
     QString path; ///< Its node, "/dev/video0".
@@ -17,7 +17,7 @@ struct V4l2Device
     QString usbIds; ///< "vid:pid", four lower-case hexadecimal digits each; empty without USB.
     QString bus; ///< Where it is plugged in, as the driver says; empty when not to be had.
 
-    /** For the log: "/dev/video0 (HD Camera, 0c45:6366)". */
+    /// For the log: "/dev/video0 (HD Camera, 0c45:6366)".
     QString label() const;
 };
 
@@ -37,10 +37,10 @@ V4l2Devices listV4l2Devices();
  */
 const V4l2Device *findV4l2Device(const V4l2Devices &devices, const QString &text);
 
-/** The labels of `devices`, for the log; "none" without any. */
+/// The labels of `devices`, for the log; "none" without any.
 QString v4l2Labels(const V4l2Devices &devices);
 
-/** What is known of a node beyond VideoCapture's reach. */
+/// What is known of a node beyond VideoCapture's reach.
 struct V4l2Formats
 {
     std::vector<cv::Size> sizes; ///< The largest first; those of MJPEG where there is MJPEG.
@@ -48,8 +48,7 @@ struct V4l2Formats
 };
 V4l2Formats v4l2Formats(const QString &path);
 
-/** Why the node can't be used just now (gone, busy, no permission, ...); empty when it seems fine.
- */
+/// Why the node can't be used just now (gone, busy, no permission, ...); empty when it seems fine.
 QString v4l2Obstacle(const QString &path);
 
 } // namespace portable

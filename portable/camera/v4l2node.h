@@ -12,7 +12,7 @@
 
 namespace portable {
 
-/** An open device node, to ask it things beside what streams from it. */
+/// An open device node, to ask it things beside what streams from it.
 class V4l2Node
 {
 public:
@@ -31,7 +31,7 @@ public:
 
     bool isOpen() const { return m_fd >= 0; } ///< If not, errno says why.
 
-    /** \return false with errno set */
+    /// \return false with errno set
     template <class Argument> bool ask(unsigned long request, Argument &argument) const
     {
         int result;
@@ -45,7 +45,7 @@ private:
     const int m_fd;
 };
 
-/** A zeroed argument of an ioctl; the kernel wants the reserved fields so. */
+/// A zeroed argument of an ioctl; the kernel wants the reserved fields so.
 template <class Argument> Argument zeroed()
 {
     Argument argument;

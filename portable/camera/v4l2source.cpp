@@ -20,7 +20,7 @@ QString obstacleOr(const QString &path, const QString &otherwise)
     return obstacle.isEmpty() ? otherwise : obstacle;
 }
 
-/** Waits for the next frame. \return false when none came or the device reports an error */
+/// Waits for the next frame. \return false when none came or the device reports an error
 bool hasFrame(const cv::VideoCapture &capture, int64 waitNs)
 {
     try {
@@ -49,7 +49,7 @@ QString V4l2Source::devicePath() const
     return find(m_lister()).path;
 }
 
-/** The camera opened before, though its node may be another now; else the one that is meant. */
+/// The camera opened before, though its node may be another now; else the one that is meant.
 V4l2Device V4l2Source::find(const V4l2Devices &devices) const
 {
     const auto same =

@@ -12,11 +12,11 @@
 
 namespace portable {
 
-/** A camera of this machine, by way of V4L2. */
+/// A camera of this machine, by way of V4L2.
 class V4l2Source : public FrameSource
 {
 public:
-    /** \param text  which one, as findV4l2Device understands it; sought anew at each open */
+    /// \param text  which one, as findV4l2Device understands it; sought anew at each open
     explicit V4l2Source(const QString &text, V4l2Lister lister = listV4l2Devices);
 
     QString name() const override;

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-/** \file Commands to a card and its answers (ISO 7816-4). */
+/// \file Commands to a card and its answers (ISO 7816-4).
 #pragma once
 
 #include <QByteArray>
@@ -9,13 +9,13 @@
 
 namespace portable {
 
-/** A card on a reader, reached for as long as this lives. Used by one thread at a time. */
+/// A card on a reader, reached for as long as this lives. Used by one thread at a time.
 class CardConnection
 {
 public:
     virtual ~CardConnection() = default;
 
-    /** Whether the card talks T=0, where a command has either data or an expected length. */
+    /// Whether the card talks T=0, where a command has either data or an expected length.
     virtual bool isT0() const { return false; }
 
     /**
@@ -26,7 +26,7 @@ public:
     virtual QByteArray transmit(const QByteArray &command, QString *error) = 0;
 };
 
-/** A command with as much answer as there is; at most 255 bytes of data. */
+/// A command with as much answer as there is; at most 255 bytes of data.
 struct CardCommand
 {
     quint8 cla = 0;
@@ -61,11 +61,11 @@ public:
     CardAnswer selectByName(const QByteArray &name); ///< An application, by its identifier.
     CardAnswer selectFile(quint16 identifier); ///< Of the selected application.
 
-    /** \param shortFile  1 to 30; the command then takes the record by its place, from 1 */
+    /// \param shortFile  1 to 30; the command then takes the record by its place, from 1
     CardAnswer readRecord(int number, int shortFile);
     CardAnswer readRecordOfSelectedFile(int identifier);
 
-    /** Why the card stopped answering; empty as long as it does. */
+    /// Why the card stopped answering; empty as long as it does.
     QString failure() const { return m_failure; }
 
 private:

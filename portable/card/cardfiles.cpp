@@ -82,7 +82,7 @@ struct CardFile
     QJsonObject fields;
 };
 
-/** Reads a card file of any kind; null, with a line in the log, when it is none. */
+/// Reads a card file of any kind; null, with a line in the log, when it is none.
 std::optional<CardFile> parse(const QString &folder, const QString &name)
 {
     const QByteArray content = contentOf(folder, name);
@@ -111,7 +111,7 @@ std::optional<CardFile> parse(const QString &folder, const QString &name)
     return {};
 }
 
-/** The first card file of the kind by name. */
+/// The first card file of the kind by name.
 std::optional<CardFile> firstOf(const QString &folder, CardKind kind)
 {
     const QStringList names = QDir(folder).entryList({QStringLiteral("*.json")},
@@ -125,14 +125,14 @@ std::optional<CardFile> firstOf(const QString &folder, CardKind kind)
     return {};
 }
 
-/** 4 to 10 bytes in hexadecimal digits, as readers give the number of a chip. */
+/// 4 to 10 bytes in hexadecimal digits, as readers give the number of a chip.
 bool isSerial(const QString &text)
 {
     const QByteArray bytes = QByteArray::fromHex(text.toLatin1());
     return bytes.size() >= 4 && bytes.size() <= 10 && bytes.toHex() == text.toLatin1().toLower();
 }
 
-/** Whether the card has what its kind needs; a line in the log when not. */
+/// Whether the card has what its kind needs; a line in the log when not.
 bool isComplete(const QString &folder, const CardFile &card)
 {
     const QString path = QDir(folder).absoluteFilePath(card.name);
@@ -150,7 +150,7 @@ bool isComplete(const QString &folder, const CardFile &card)
     return true;
 }
 
-/** Puts the picture in the place of its file's name, where the card has one. */
+/// Puts the picture in the place of its file's name, where the card has one.
 bool loadPhoto(const QString &folder, QJsonObject *fields)
 {
     const QLatin1String key("photo");
@@ -163,7 +163,7 @@ bool loadPhoto(const QString &folder, QJsonObject *fields)
     return !photo.isNull();
 }
 
-/** The card file on the reader; none, with a line in the log, without one. */
+/// The card file on the reader; none, with a line in the log, without one.
 std::optional<CardFile> cardOnReader(const QString &folder, CardKind kind, const CardConfig &config,
                                      CardStatus *status)
 {
@@ -211,7 +211,7 @@ CardReaderChoice readerChoice(const IniFile &ini)
     return CardReaderChoice::Auto;
 }
 
-/** The name of a card file; empty where the file says nothing, or "auto". */
+/// The name of a card file; empty where the file says nothing, or "auto".
 QString fileName(const IniFile &ini, const QString &key)
 {
     const QString text = ini.text(QStringLiteral("cards/") + key);

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-/** \file Simulated cards: JSON files, and which of them lies on the reader. */
+/// \file Simulated cards: JSON files, and which of them lies on the reader.
 #pragma once
 
 #include "portable/card/cardresult.h"
@@ -8,7 +8,7 @@
 
 namespace portable {
 
-/** Where cards come from. */
+/// Where cards come from.
 enum class CardReaderChoice {
     Auto, ///< A card on a PC/SC reader; without one the simulated card.
     Pcsc,
@@ -16,7 +16,7 @@ enum class CardReaderChoice {
     None ///< No reader is connected.
 };
 
-/** [cards] of devices.ini; docs/cards.md says what each key means. */
+/// [cards] of devices.ini; docs/cards.md says what each key means.
 struct CardConfig
 {
     CardReaderChoice reader = CardReaderChoice::Auto;
@@ -24,7 +24,7 @@ struct CardConfig
     QString commonFile; ///< For the kinds that it doesn't name; empty: none.
 };
 
-/** Reads a devices.ini. What can't be understood is said in the log, and left as it is without. */
+/// Reads a devices.ini. What can't be understood is said in the log, and left as it is without.
 CardConfig readCardConfig(const QString &path);
 
 /**

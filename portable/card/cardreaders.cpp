@@ -20,7 +20,7 @@ namespace portable {
 
 namespace {
 
-/** What a read of real cards gave. */
+/// What a read of real cards gave.
 struct RealResult
 {
     CardPresence presence = CardPresence::Card;
@@ -46,7 +46,7 @@ void say(const QString &what)
     qWarning().noquote() << "portable:" << what;
 }
 
-/** Why this can't be opened as a serial device; empty when it can. */
+/// Why this can't be opened as a serial device; empty when it can.
 QString serialObstacle(const QString &port)
 {
     const QString path = QFileInfo(port).canonicalFilePath();
@@ -192,7 +192,7 @@ QByteArray CardReaders::readSerial(CardKind kind)
     return QByteArray::fromHex(serial.toLatin1());
 }
 
-/** \param realRead  null: a card of this kind can't be read through PC/SC */
+/// \param realRead  null: a card of this kind can't be read through PC/SC
 CardResult CardReaders::read(CardKind kind, RealRead realRead, bool contactlessFirst)
 {
     const CardConfig config = this->config();
@@ -226,7 +226,7 @@ CardResult CardReaders::read(CardKind kind, RealRead realRead, bool contactlessF
     return readSimulatedCard(m_folder + QStringLiteral("/cards"), kind, config);
 }
 
-/** A line that would come with every read, unless something changes. */
+/// A line that would come with every read, unless something changes.
 void CardReaders::sayOnce(const QString &line)
 {
     const std::lock_guard<std::mutex> lock(m_mutex);
@@ -275,7 +275,7 @@ void CardReaders::close()
     m_isOpen = false;
 }
 
-/** False with the reason in the log. */
+/// False with the reason in the log.
 bool CardReaders::hasSimulatedReader()
 {
     const CardReaderChoice choice = config().reader;

@@ -35,20 +35,20 @@ public:
      */
     CardResult read(CardKind kind, int type = 0);
 
-    /** The number of a card's chip, 4 to 10 bytes; empty when it can't be read. */
+    /// The number of a card's chip, 4 to 10 bytes; empty when it can't be read.
     QByteArray readSerial(CardKind kind);
 
-    /** Whether a reader is connected, be it the simulated one; the reason in the log when not. */
+    /// Whether a reader is connected, be it the simulated one; the reason in the log when not.
     bool isConnected();
 
-    /** \name Opening keeps a state that reading doesn't need */
+    /// \name Opening keeps a state that reading doesn't need
     ///@{
     bool openUsb();
     bool openSerial(const QString &port); ///< \param port  a serial device of this machine
     void close();
     ///@}
 
-    /** Whether the security module, which is simulated only, answers: while open. */
+    /// Whether the security module, which is simulated only, answers: while open.
     bool hasModule();
 
     QByteArray moduleNumber(); ///< Of the simulated security module; null without it.

@@ -26,13 +26,13 @@ constexpr quint32 tagFileLocator = 0x94;
 constexpr quint32 tagTerminalQualifiers = 0x9F66; // EMV contactless, Book A
 constexpr quint32 tagDataWanted = 0x9F38;
 
-/** Debit and credit applications of the payment schemes, for cards without a directory. */
+/// Debit and credit applications of the payment schemes, for cards without a directory.
 constexpr const char *knownApplications[] = {
     "A000000333010101", "A000000333010102", "A000000333010103", "A000000333010106",
     "A0000000031010",   "A0000000041010",   "A0000000651010",   "A00000002501",
 };
 
-/** What is known of the card so far. */
+/// What is known of the card so far.
 struct BankCard
 {
     QString number;
@@ -46,7 +46,7 @@ quint8 byteAt(const QByteArray &bytes, int place)
     return static_cast<quint8>(bytes[place]);
 }
 
-/** "2030-12" for "3012"; empty for anything that is no month. */
+/// "2030-12" for "3012"; empty for anything that is no month.
 QString expiryOf(const QString &yearMonth)
 {
     bool isNumber = false;
@@ -58,7 +58,7 @@ QString expiryOf(const QString &yearMonth)
     return QStringLiteral("20%1-%2").arg(yearMonth.left(2), yearMonth.mid(2));
 }
 
-/** The digits of a card number, two a byte, filled up by F; empty for anything else. */
+/// The digits of a card number, two a byte, filled up by F; empty for anything else.
 QString numberOf(QString digits)
 {
     while (digits.endsWith(QLatin1Char('f'))) {
@@ -76,7 +76,7 @@ QString hex(const QByteArray &bytes)
     return QString::fromLatin1(bytes.toHex());
 }
 
-/** Takes what a record, or the answer to the start, tells of the card. */
+/// Takes what a record, or the answer to the start, tells of the card.
 void note(const QByteArray &data, BankCard *card)
 {
     const auto set = [](QString *field, const QString &value) {
@@ -114,7 +114,7 @@ void addApplications(const QByteArray &directory, std::vector<Application> *appl
     }
 }
 
-/** The applications in the directory of that name, the preferred ones first. */
+/// The applications in the directory of that name, the preferred ones first.
 std::vector<Application> directory(CardChannel &card, const char *name)
 {
     std::vector<Application> applications;
@@ -157,7 +157,7 @@ std::vector<Application> applicationsOf(CardChannel &card, bool contactlessFirst
     return applications;
 }
 
-/** The data that the card wants for a start, in a template; null when it wants too much. */
+/// The data that the card wants for a start, in a template; null when it wants too much.
 QByteArray startData(const QByteArray &dataWanted)
 {
     std::vector<DolEntry> entries;
@@ -179,14 +179,14 @@ QByteArray startData(const QByteArray &dataWanted)
     return QByteArray::fromHex("83") + static_cast<char>(values.size()) + values;
 }
 
-/** Where the records are; the answer to the start may have it in two forms. */
+/// Where the records are; the answer to the start may have it in two forms.
 QByteArray fileLocator(const QByteArray &answer)
 {
     const QByteArray plain = findTlv(answer, tagFormat1);
     return plain.isEmpty() ? findTlv(answer, tagFileLocator) : plain.mid(2);
 }
 
-/** Reads the records that are named, until the card's number and expiry are known. */
+/// Reads the records that are named, until the card's number and expiry are known.
 void readRecords(CardChannel &channel, const QByteArray &locator, BankCard *card)
 {
     int left = maxRecords;
@@ -207,7 +207,7 @@ void readRecords(CardChannel &channel, const QByteArray &locator, BankCard *card
     }
 }
 
-/** Reads one application; \return false, with the reason, without a card number in it. */
+/// Reads one application; \return false, with the reason, without a card number in it.
 bool readApplication(CardChannel &channel, const QByteArray &identifier, BankCard *card,
                      QString *error)
 {

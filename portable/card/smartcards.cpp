@@ -24,7 +24,7 @@ QString reasonOf(const char *step, LONG code)
         .arg(static_cast<quint32>(code), 8, 16, QLatin1Char('0'));
 }
 
-/** A connection to the service of PC/SC. */
+/// A connection to the service of PC/SC.
 class Context
 {
 public:
@@ -43,7 +43,7 @@ public:
 
     SCARDCONTEXT handle() const { return m_handle; }
 
-    /** The names of the readers; none, with the reason for the log. */
+    /// The names of the readers; none, with the reason for the log.
     std::vector<QByteArray> readers(QString *reason) const
     {
         if (m_code != SCARD_S_SUCCESS) {
@@ -93,7 +93,7 @@ public:
         }
     }
 
-    /** For us alone: another program's commands between ours would give us its card's data. */
+    /// For us alone: another program's commands between ours would give us its card's data.
     bool connect(const QByteArray &reader, QString *reason)
     {
         const auto end = std::chrono::steady_clock::now() + waitForOthers;
@@ -145,7 +145,7 @@ private:
     bool m_isGone = false;
 };
 
-/** Made up by the reader for a card without contacts: 3B 8n 80 01 (PC/SC part 3, 3.1.3.2.3). */
+/// Made up by the reader for a card without contacts: 3B 8n 80 01 (PC/SC part 3, 3.1.3.2.3).
 bool isContactless(const SCARD_READERSTATE &state)
 {
     const unsigned char *const atr = state.rgbAtr;
@@ -153,13 +153,13 @@ bool isContactless(const SCARD_READERSTATE &state)
         && atr[3] == 0x01;
 }
 
-/** The slot of a security module, "... SAM 0": the card that lies there isn't the customer's. */
+/// The slot of a security module, "... SAM 0": the card that lies there isn't the customer's.
 bool isModuleSlot(const QByteArray &reader)
 {
     return reader.toUpper().split(' ').contains("SAM");
 }
 
-/** The readers with a customer's card, those to be tried first in front. */
+/// The readers with a customer's card, those to be tried first in front.
 std::vector<SCARD_READERSTATE> cards(const Context &context, const std::vector<QByteArray> &readers,
                                      bool contactlessFirst, QString *reason)
 {

@@ -7,19 +7,19 @@
 
 namespace portable {
 
-/** What stands before a read of a real card. */
+/// What stands before a read of a real card.
 enum class CardPresence { NoReader, NoCard, Card };
 
-/** The readers of this machine. Used by one thread at a time. */
+/// The readers of this machine. Used by one thread at a time.
 class SmartCards
 {
 public:
     virtual ~SmartCards() = default;
 
-    /** Reads a card; false when it isn't the right one. */
+    /// Reads a card; false when it isn't the right one.
     using Read = std::function<bool(CardConnection &)>;
 
-    /** Whether there is a reader; the reason for the log when not. */
+    /// Whether there is a reader; the reason for the log when not.
     virtual bool hasReader(QString *reason) = 0;
 
     /**
@@ -30,7 +30,7 @@ public:
     virtual CardPresence visit(bool contactlessFirst, const Read &read, QString *reason) = 0;
 };
 
-/** Those of PC/SC (pcsc-lite). Without its service, or a reader, each call fails at once. */
+/// Those of PC/SC (pcsc-lite). Without its service, or a reader, each call fails at once.
 class PcscCards : public SmartCards
 {
 public:

@@ -30,7 +30,7 @@ bool fail(const char *reason)
     return false;
 }
 
-/** The speech program of this machine with its options for Chinese; empty without one. */
+/// The speech program of this machine with its options for Chinese; empty without one.
 QStringList findCommand()
 {
     const QStringList known[] = {
@@ -46,7 +46,7 @@ QStringList findCommand()
     return {};
 }
 
-/** Starts a program without waiting for it; it is our child, whose end waitpid tells. */
+/// Starts a program without waiting for it; it is our child, whose end waitpid tells.
 bool start(const QStringList &command, pid_t *process)
 {
     std::vector<QByteArray> words;

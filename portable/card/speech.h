@@ -5,7 +5,7 @@ class QString;
 
 namespace portable {
 
-/** The prompt of a number, in Chinese; empty for a number without one. docs/cards.md lists them. */
+/// The prompt of a number, in Chinese; empty for a number without one. docs/cards.md lists them.
 QString prompt(int number);
 
 /**

@@ -7,7 +7,7 @@ namespace {
 
 constexpr int deepest = 6; // EMV nests 4 deep
 
-/** Goes over bytes, refusing every step past their end. */
+/// Goes over bytes, refusing every step past their end.
 class Cursor
 {
 public:
@@ -18,7 +18,7 @@ public:
 
     bool atEnd() const { return m_place == m_bytes.size(); }
 
-    /** Zeros between objects have no meaning. */
+    /// Zeros between objects have no meaning.
     void skipPadding()
     {
         while (!atEnd() && m_bytes[m_place] == 0) {
@@ -97,7 +97,7 @@ private:
     int m_place = 0;
 };
 
-/** Appends to `found`; as it was, and false, when the bytes are malformed. */
+/// Appends to `found`; as it was, and false, when the bytes are malformed.
 bool collect(const QByteArray &bytes, quint32 wanted, int depth, std::vector<QByteArray> *found)
 {
     const size_t before = found->size();

@@ -19,17 +19,17 @@ namespace portable {
  */
 std::vector<QByteArray> findAllTlv(const QByteArray &bytes, quint32 tag);
 
-/** The first value with this tag that isn't empty; else empty. */
+/// The first value with this tag that isn't empty; else empty.
 QByteArray findTlv(const QByteArray &bytes, quint32 tag);
 
-/** An element of a data object list: what a card asks for. */
+/// An element of a data object list: what a card asks for.
 struct DolEntry
 {
     quint32 tag = 0;
     int length = 0;
 };
 
-/** Reads a data object list (tags and lengths alone). False: malformed. */
+/// Reads a data object list (tags and lengths alone). False: malformed.
 bool parseDol(const QByteArray &bytes, std::vector<DolEntry> *entries);
 
 } // namespace portable

@@ -13,7 +13,7 @@ namespace portable {
 
 namespace {
 
-/** The path of a document's file; empty, with a reason, when nothing can be written there. */
+/// The path of a document's file; empty, with a reason, when nothing can be written there.
 QString placeOf(const char *directory, const char *name, const QString &extension, QString *error)
 {
     const QString folder = pathOf(directory);
@@ -50,7 +50,7 @@ DocumentBuilder::DocumentBuilder(QString extension)
 {
 }
 
-/** Runs `body` while nobody else works on the document; no exception leaves it. */
+/// Runs `body` while nobody else works on the document; no exception leaves it.
 template <class Body> bool DocumentBuilder::exclusively(const char *function, Body body)
 {
     const std::lock_guard<std::mutex> lock(m_mutex);

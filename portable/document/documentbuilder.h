@@ -20,13 +20,13 @@ namespace portable {
 class DocumentBuilder
 {
 public:
-    /** Writes the pages, at least one. \return false with a reason that names the path */
+    /// Writes the pages, at least one. \return false with a reason that names the path
     using Writer = std::function<bool(const PageSpool &pages, const QString &path, QString *error)>;
 
-    /** Makes a page. \return none, with a reason for the log unless it is there already */
+    /// Makes a page. \return none, with a reason for the log unless it is there already
     using PageMaker = std::function<std::optional<PageImage>(QString *error)>;
 
-    /** \param extension  of its files: ".pdf" */
+    /// \param extension  of its files: ".pdf"
     explicit DocumentBuilder(QString extension);
 
     // `function` is what the log names when it fails.

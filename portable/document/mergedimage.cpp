@@ -17,7 +17,7 @@ namespace {
 
 constexpr int bytesPerPixel = 3;
 
-/** Where the pictures go in the result. */
+/// Where the pictures go in the result.
 struct Layout
 {
     double scale = 1;
@@ -30,7 +30,7 @@ double limit(qint64 given)
     return given > 0 ? double(std::min<qint64>(given, largestJpegSide)) : largestJpegSide;
 }
 
-/** \return false when some pictures would vanish, so many there are */
+/// \return false when some pictures would vanish, so many there are
 bool layOut(const std::vector<PageSpool::Entry> &pages, const MergePlan &plan, Layout *layout)
 {
     // Of the whole in its own size: along the direction, and across it.
@@ -77,7 +77,7 @@ cv::Mat pixelsOf(const PageSpool &pages, const PageSpool::Entry &entry, QString 
     return ok ? pixels : cv::Mat();
 }
 
-/** The pages in the sizes of their places. */
+/// The pages in the sizes of their places.
 bool scalePages(const PageSpool &pages, const Layout &layout, PageSpool *scaled, QString *error)
 {
     for (std::size_t i = 0; i < layout.places.size(); ++i) {
@@ -94,7 +94,7 @@ bool scalePages(const PageSpool &pages, const Layout &layout, PageSpool *scaled,
     return true;
 }
 
-/** The rows of the result, from pages that have the sizes of their places. */
+/// The rows of the result, from pages that have the sizes of their places.
 RowSource rowsOf(const PageSpool &pages, const Layout &layout)
 {
     const auto row =

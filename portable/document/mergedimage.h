@@ -5,7 +5,7 @@
 
 namespace portable {
 
-/** How pictures are merged into one. */
+/// How pictures are merged into one.
 struct MergePlan
 {
     bool sideBySide = false; ///< Or else one under another.
@@ -14,7 +14,7 @@ struct MergePlan
     qint64 maxHeight = 0;
 };
 
-/** A plan from the numbers that a page gives; false with a reason where they make none. */
+/// A plan from the numbers that a page gives; false with a reason where they make none.
 bool readMergePlan(short direction, short gap, qint64 maxWidth, qint64 maxHeight, MergePlan *plan,
                    QString *error);
 

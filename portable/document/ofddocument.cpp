@@ -32,14 +32,14 @@ QString millimetres(int pixels, int dpi)
     return QString::number(pixels * 25.4 / dpi, 'f', 3);
 }
 
-/** "0 0 width height" */
+/// "0 0 width height"
 QString boxOf(const Page &page)
 {
     return QStringLiteral("0 0 ") + millimetres(page.size.width, page.dpi.x) + QLatin1Char(' ')
         + millimetres(page.size.height, page.dpi.y);
 }
 
-/** The unit square, which an image fills, made as large as the page. */
+/// The unit square, which an image fills, made as large as the page.
 QString matrixOf(const Page &page)
 {
     return millimetres(page.size.width, page.dpi.x) + QStringLiteral(" 0 0 ")
@@ -58,7 +58,7 @@ QString pageFile(std::size_t page)
     return QStringLiteral("Pages/Page_%1/Content.xml").arg(page);
 }
 
-/** Writes one XML file, all of whose elements are of OFD's namespace. */
+/// Writes one XML file, all of whose elements are of OFD's namespace.
 class OfdXml
 {
 public:
@@ -82,7 +82,7 @@ public:
         m_writer.writeTextElement(space(), QLatin1String(name), text);
     }
 
-    /** The file with this root. */
+    /// The file with this root.
     static QByteArray file(const char *root, const Attributes &attributes,
                            const std::function<void(OfdXml &)> &children)
     {
@@ -181,7 +181,7 @@ QByteArray pageXml(std::size_t index, const Page &page)
     });
 }
 
-/** A ZIP file that is being made: on the disk once close() says so. */
+/// A ZIP file that is being made: on the disk once close() says so.
 class Zip
 {
 public:
@@ -198,7 +198,7 @@ public:
         }
     }
 
-    /** Compressed. */
+    /// Compressed.
     bool add(const QString &name, const QByteArray &bytes)
     {
         char *copy = static_cast<char *>(std::malloc(std::size_t(bytes.size())));
@@ -215,7 +215,7 @@ public:
         return add(name, source, ZIP_CM_DEFLATE);
     }
 
-    /** As they are, for pictures are compressed already; read by close(). */
+    /// As they are, for pictures are compressed already; read by close().
     bool add(const QString &name, const QByteArray &path, const PageSpool::Entry &page)
     {
         return m_zip

@@ -14,7 +14,7 @@ namespace portable {
 
 namespace {
 
-/** Whether a scanner or a camera stand has such a resolution, and a page of it can be handled. */
+/// Whether a scanner or a camera stand has such a resolution, and a page of it can be handled.
 bool makesSense(Dpi dpi, const cv::Size &size)
 {
     constexpr int lowest = 50;
@@ -37,7 +37,7 @@ bool isJpeg(const QByteArray &file)
     return file.startsWith("\xff\xd8\xff");
 }
 
-/** Whether its camera was held upright, as EXIF tells; viewers of documents don't look at it. */
+/// Whether its camera was held upright, as EXIF tells; viewers of documents don't look at it.
 bool isUpright(const QByteArray &jpeg)
 {
     QBuffer buffer;
@@ -53,7 +53,7 @@ std::optional<PageImage> page(Encoding encoding, const cv::Mat &picture, Dpi dpi
     return PageImage{{encoding, picture.size(), dpi, picture.channels() == 1}, std::move(bytes)};
 }
 
-/** One bit a pixel. */
+/// One bit a pixel.
 QByteArray pngOfInk(const cv::Mat &ink, Dpi dpi)
 {
     QImage image = QImage(ink.data, ink.cols, ink.rows, int(ink.step), QImage::Format_Grayscale8)
@@ -66,7 +66,7 @@ QByteArray pngOfInk(const cv::Mat &ink, Dpi dpi)
     return image.save(&file, "PNG") ? file.data() : QByteArray();
 }
 
-/** An image file that was proved to be whole. */
+/// An image file that was proved to be whole.
 struct ProvedFile
 {
     std::optional<Dpi> dpi;
@@ -82,7 +82,7 @@ std::optional<ProvedFile> prove(const QByteArray &file, QString *error)
     return head ? std::make_optional(ProvedFile{head->dpi, head}) : std::nullopt;
 }
 
-/** Turns an image file into a page by `make`, which takes the picture and its resolution. */
+/// Turns an image file into a page by `make`, which takes the picture and its resolution.
 template <class Make>
 std::optional<PageImage> reencoded(const QByteArray &file, const ProvedFile &proved, Dpi dpi,
                                    Make make, QString *error)

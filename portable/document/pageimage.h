@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-/** \file How pictures become pages. */
+/// \file How pictures become pages.
 #pragma once
 
 #include "portable/document/pagespool.h"
@@ -18,7 +18,7 @@ PageImage bgrPage(const cv::Mat &picture, Dpi dpi);
 // Of the bytes of an image file. Their resolution is the file's own, or else `dpi`, where the file
 // tells none or one that no scanner has. None, with a reason, when it isn't a whole image.
 
-/** A JPEG stays as it is, but for those that need turning or that viewers may show wrong. */
+/// A JPEG stays as it is, but for those that need turning or that viewers may show wrong.
 std::optional<PageImage> jpegPageOf(const QByteArray &file, int quality, Dpi dpi, QString *error);
 std::optional<PageImage> group4PageOf(const QByteArray &file, Dpi dpi, QString *error);
 

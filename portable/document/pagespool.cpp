@@ -12,7 +12,7 @@ namespace portable {
 
 namespace {
 
-/** Where spools lie. */
+/// Where spools lie.
 QString spoolDirectory()
 {
     const QString usual = QStringLiteral("/var/tmp");

@@ -19,7 +19,7 @@ enum class Encoding {
     Bgr ///< rows of 8-bit BGR, nothing between them
 };
 
-/** What a page is, apart from its bytes. */
+/// What a page is, apart from its bytes.
 struct Page
 {
     Encoding encoding = Encoding::Jpeg;
@@ -28,7 +28,7 @@ struct Page
     bool grey = false; ///< A JPEG of one component.
 };
 
-/** A page with its bytes. */
+/// A page with its bytes.
 struct PageImage
 {
     Page page;
@@ -56,7 +56,7 @@ public:
     PageSpool(const PageSpool &) = delete;
     PageSpool &operator=(const PageSpool &) = delete;
 
-    /** A page and where its bytes lie in the spool's file. */
+    /// A page and where its bytes lie in the spool's file.
     struct Entry
     {
         Page page;
@@ -64,15 +64,15 @@ public:
         qint64 length = 0;
     };
 
-    /** \return false, with the pages as they were and a reason, when the disk doesn't take it */
+    /// \return false, with the pages as they were and a reason, when the disk doesn't take it
     bool insert(std::size_t index, const PageImage &image, QString *error);
 
     const std::vector<Entry> &pages() const { return m_pages; }
 
-    /** Fills `buffer` with `length` bytes of a page, from its byte `from` on. */
+    /// Fills `buffer` with `length` bytes of a page, from its byte `from` on.
     bool read(const Entry &page, qint64 from, qint64 length, char *buffer, QString *error) const;
 
-    /** The spool's file under a path that this process can open; empty before the first page. */
+    /// The spool's file under a path that this process can open; empty before the first page.
     QByteArray path() const;
 
 private:

@@ -30,7 +30,7 @@ template <class T> using QpdfPointer = std::shared_ptr<T>;
 template <class T> using QpdfPointer = PointerHolder<T>;
 #endif
 
-/** Gives qpdf the bytes of a page when it writes them, a little at a time. */
+/// Gives qpdf the bytes of a page when it writes them, a little at a time.
 class PageBytes : public QPDFObjectHandle::StreamDataProvider
 {
 public:
@@ -61,7 +61,7 @@ private:
     const PageSpool::Entry &m_page;
 };
 
-/** The object that a text in PDF's syntax stands for; %1, %2, ... are replaced. */
+/// The object that a text in PDF's syntax stands for; %1, %2, ... are replaced.
 template <class... Values> QPDFObjectHandle object(const char *text, const Values &...values)
 {
     const QString filled = QString::fromLatin1(text).arg(values...);
@@ -73,13 +73,13 @@ QString number(qint64 value)
     return QString::number(value);
 }
 
-/** In points, of which an inch has 72. */
+/// In points, of which an inch has 72.
 QString points(int pixels, int dpi)
 {
     return QString::number(pixels * 72.0 / dpi, 'f', 3);
 }
 
-/** 8.9.5, table 89 */
+/// 8.9.5, table 89
 QPDFObjectHandle imageOf(QPDF &pdf, const PageSpool &pages, const PageSpool::Entry &entry)
 {
     const Page &page = entry.page;
@@ -124,7 +124,7 @@ struct CloseFile
     void operator()(std::FILE *file) const { std::fclose(file); }
 };
 
-/** qpdf writes into a file of ours, for it says nothing of a full disk. */
+/// qpdf writes into a file of ours, for it says nothing of a full disk.
 bool writeTo(const QString &path, const PageSpool &pages, QString *error)
 {
     std::unique_ptr<std::FILE, CloseFile> file(

@@ -31,7 +31,7 @@ constexpr int valueDigits = 3;
 constexpr float valueUnit = 1.0F / (1 << 16); // of a descriptor, whose values are within -2 to 2
 constexpr int valueZero = 1 << 17;
 
-/** The largest of the faces that are large enough; `inside` is where there can be any. */
+/// The largest of the faces that are large enough; `inside` is where there can be any.
 const FaceBox *largest(const std::vector<FaceBox> &faces, const cv::Rect2f &inside)
 {
     const FaceBox *result = nullptr;
@@ -45,7 +45,7 @@ const FaceBox *largest(const std::vector<FaceBox> &faces, const cv::Rect2f &insi
     return result;
 }
 
-/** The first face found with any of these sizes of the detector's input. */
+/// The first face found with any of these sizes of the detector's input.
 bool findFace(FaceNets &nets, const cv::Mat &picture, const cv::Rect2f &inside,
               const std::vector<int> &sizes, FaceBox *face)
 {
@@ -64,7 +64,7 @@ bool findFace(FaceNets &nets, const cv::Mat &picture, const std::vector<int> &si
     return findFace(nets, picture, {{}, cv::Size2f(picture.size())}, sizes, face);
 }
 
-/** In a picture that the face fills, as a card's photo, the detector misses its surroundings. */
+/// In a picture that the face fills, as a card's photo, the detector misses its surroundings.
 bool findFaceWithMargin(FaceNets &nets, const cv::Mat &picture, FaceBox *face)
 {
     const int margin = std::max(picture.cols, picture.rows) / 2;

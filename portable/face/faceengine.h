@@ -11,7 +11,7 @@
 
 namespace portable {
 
-/** Why there is no score. The numbers are what pages get. */
+/// Why there is no score. The numbers are what pages get.
 enum class FaceFailure {
     none = 0,
     unreadable = -1, ///< No image file, or a broken or much too large one.
@@ -22,10 +22,10 @@ enum class FaceFailure {
     busy = -6, ///< Another check uses the camera.
 };
 
-/** For the log. */
+/// For the log.
 QString failureText(FaceFailure failure);
 
-/** A face in a picture. */
+/// A face in a picture.
 struct SeenFace
 {
     FaceBox box;
@@ -40,13 +40,13 @@ struct SeenFace
 class FaceEngine
 {
 public:
-    /** That of the library, with the models that devices.ini names or those beside the program. */
+    /// That of the library, with the models that devices.ini names or those beside the program.
     static FaceEngine &instance();
 
-    /** \param folder  asked for where the weights are */
+    /// \param folder  asked for where the weights are
     explicit FaceEngine(std::function<QString()> folder);
 
-    /** Loads the networks. \return noEngine, with the reason in the log, or none */
+    /// Loads the networks. \return noEngine, with the reason in the log, or none
     FaceFailure prepare();
 
     /**
@@ -55,12 +55,12 @@ public:
      */
     FaceFailure find(const cv::Mat &picture, SeenFace *face);
 
-    /** The same for a camera's picture: quick, and without faces that are small in it. */
+    /// The same for a camera's picture: quick, and without faces that are small in it.
     FaceFailure glance(const cv::Mat &picture, SeenFace *face);
 
     FaceFailure describe(const cv::Mat &picture, const SeenFace &face, FaceDescriptor *descriptor);
 
-    /** find() and describe() in one. */
+    /// find() and describe() in one.
     FaceFailure describe(const cv::Mat &picture, FaceDescriptor *descriptor);
 
 private:
@@ -71,7 +71,7 @@ private:
     std::unique_ptr<FaceNets> m_nets; // guarded by m_mutex
 };
 
-/** Where two faces count as one person's. */
+/// Where two faces count as one person's.
 constexpr int samePersonScore = 60;
 
 /**
@@ -80,10 +80,10 @@ constexpr int samePersonScore = 60;
  */
 int faceScore(const FaceDescriptor &a, const FaceDescriptor &b);
 
-/** A descriptor as text, see FeatureWriter. */
+/// A descriptor as text, see FeatureWriter.
 QByteArray faceFeature(const FaceDescriptor &descriptor);
 
-/** \return false for anything that faceFeature() didn't make */
+/// \return false for anything that faceFeature() didn't make
 bool readFaceFeature(const char *feature, FaceDescriptor *descriptor);
 
 } // namespace portable

@@ -49,7 +49,7 @@ constexpr std::array<ChipPoint, 5> chipPoints{{{45, 0.8595674595992F, 0.21349815
                                                {33, 0.4901123135679F, 0.6277975316475F}}};
 constexpr float chipPadding = 0.25F;
 
-/** Adds layers to a network one by one; each gives its number, for the layers behind it. */
+/// Adds layers to a network one by one; each gives its number, for the layers behind it.
 class NetBuilder
 {
 public:
@@ -81,14 +81,14 @@ public:
         return add("Convolution", params, {from});
     }
 
-    /** Filters with their bias, both below `name`. */
+    /// Filters with their bias, both below `name`.
     int convolution(int from, const std::string &name, int stride, int pad)
     {
         return convolution(from, m_weights.filters(name + "/filters"),
                            m_weights.vector(name + "/bias"), stride, pad);
     }
 
-    /** 3 x 3 for each channel by itself, then 1 x 1 over all channels. */
+    /// 3 x 3 for each channel by itself, then 1 x 1 over all channels.
     int separable(int from, const std::string &name, int stride, int pad)
     {
         const cv::Mat each = m_weights.channelFilters(name + "/depthwise_filter");
@@ -109,7 +109,7 @@ public:
         return add("InnerProduct", params, {from});
     }
 
-    /** \param slope  of the negative side */
+    /// \param slope  of the negative side
     int relu(int from, float slope = 0)
     {
         cv::dnn::LayerParams params;
@@ -117,7 +117,7 @@ public:
         return add("ReLU", params, {from});
     }
 
-    /** \param ceil  whether a window that sticks out at the end counts */
+    /// \param ceil  whether a window that sticks out at the end counts
     int pooling(int from, const char *kind, int size, int stride, bool ceil)
     {
         cv::dnn::LayerParams params;
@@ -143,7 +143,7 @@ public:
         return add("Eltwise", params, from);
     }
 
-    /** Adds rows and columns at the end, or channels, of one value. */
+    /// Adds rows and columns at the end, or channels, of one value.
     int padding(int from, int channels, int pixels, float value = 0)
     {
         const int amounts[] = {0, 0, 0, channels, 0, pixels, 0, pixels};
@@ -205,7 +205,7 @@ cv::dnn::Net buildPoints(const ModelWeights &weights)
     return net.net();
 }
 
-/** The residual network of the descriptor: its convolutions carry a scale, folded in here. */
+/// The residual network of the descriptor: its convolutions carry a scale, folded in here.
 class DescriptorBuilder
 {
 public:
@@ -283,7 +283,7 @@ float sigmoid(float value)
     return 1 / (1 + std::exp(-value));
 }
 
-/** As a network takes it: RGB, less the mean, around -0.5 to 0.5. */
+/// As a network takes it: RGB, less the mean, around -0.5 to 0.5.
 cv::Mat networkInput(const cv::Mat &picture, int size, const cv::Scalar &mean)
 {
     return cv::dnn::blobFromImage(picture, toUnit, {size, size}, mean, true);
@@ -295,7 +295,7 @@ float overlap(const cv::Rect2f &a, const cv::Rect2f &b)
     return both / (a.area() + b.area() - both);
 }
 
-/** Leaves the surest of boxes that overlap, in order. */
+/// Leaves the surest of boxes that overlap, in order.
 std::vector<FaceBox> oneBoxAFace(std::vector<FaceBox> boxes)
 {
     std::sort(boxes.begin(), boxes.end(),
@@ -311,7 +311,7 @@ std::vector<FaceBox> oneBoxAFace(std::vector<FaceBox> boxes)
     return result;
 }
 
-/** The shift, turn and scale that brings the face upright into a chip: the least squares of it. */
+/// The shift, turn and scale that brings the face upright into a chip: the least squares of it.
 cv::Matx23f chipTransform(const FacePoints &points)
 {
     using Number = std::complex<float>; // turn and scale are one product

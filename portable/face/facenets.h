@@ -11,7 +11,7 @@
 
 namespace portable {
 
-/** Where a face is, in pixels, and how sure the detector is of it (0 to 1). */
+/// Where a face is, in pixels, and how sure the detector is of it (0 to 1).
 struct FaceBox
 {
     cv::Rect2f box;
@@ -24,7 +24,7 @@ struct FaceBox
  */
 using FacePoints = std::array<cv::Point2f, 68>;
 
-/** What a face looks like; the smaller the distance of two, the more alike they are. */
+/// What a face looks like; the smaller the distance of two, the more alike they are.
 using FaceDescriptor = std::array<float, 128>;
 
 /**
@@ -37,7 +37,7 @@ using FaceDescriptor = std::array<float, 128>;
 class FaceNets
 {
 public:
-    /** Builds the networks. \return null, with a reason for the log, without usable weights */
+    /// Builds the networks. \return null, with a reason for the log, without usable weights
     static std::unique_ptr<FaceNets> load(const QString &folder, QString *error);
 
     /**
@@ -57,7 +57,7 @@ private:
     cv::dnn::Net m_descriptor;
 };
 
-/** The Euclidean distance. */
+/// The Euclidean distance.
 float distance(const FaceDescriptor &a, const FaceDescriptor &b);
 
 } // namespace portable

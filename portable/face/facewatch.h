@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-/** \file What is done with the faces before a camera: waiting for one, checking that it lives. */
+/// \file What is done with the faces before a camera: waiting for one, checking that it lives.
 #pragma once
 
 #include "portable/base/backgroundjob.h"
@@ -38,12 +38,12 @@ private:
     BackgroundJob::Clock::time_point m_due; // of the next picture
 };
 
-/** Waits for a face and describes it. \return noFace when none came before the deadline */
+/// Waits for a face and describes it. \return noFace when none came before the deadline
 FaceFailure awaitFace(FaceCamera &camera, FaceEngine &engine,
                       BackgroundJob::Clock::time_point deadline, const BackgroundJob::Stop &stop,
                       FaceDescriptor *descriptor);
 
-/** What a liveness check has found. */
+/// What a liveness check has found.
 struct LivenessResult
 {
     FaceFailure failure = FaceFailure::noCamera; ///< Why there was nothing to judge; or none.

@@ -112,7 +112,7 @@ bool LivenessCheck::isFollowedBy(const FaceSample &sample) const
         && growth > 0.5F && growth < 2;
 }
 
-/** Whether the eyes are open again in the newest sample, after a short time of being closed. */
+/// Whether the eyes are open again in the newest sample, after a short time of being closed.
 bool LivenessCheck::endsBlink() const
 {
     if (m_samples.size() < leastSamples) {
@@ -139,8 +139,7 @@ bool LivenessCheck::endsBlink() const
         && std::abs(before->nod - after.nod) < stillTurn;
 }
 
-/** Looks at the middle one of three samples each, so that a single slip of the points is nothing.
- */
+/// Looks at the middle one of three samples each, so that a single slip of the points is nothing.
 void LivenessCheck::noteMovement()
 {
     const auto range = [this](float FaceSample::*value) {

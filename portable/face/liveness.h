@@ -7,7 +7,7 @@
 
 namespace portable {
 
-/** What a liveness check looks at in one picture. Lengths are parts of the distance of the eyes. */
+/// What a liveness check looks at in one picture. Lengths are parts of the distance of the eyes.
 struct FaceSample
 {
     double seconds = 0; ///< When it was taken, from any beginning.
@@ -34,7 +34,7 @@ FaceSample sampleOf(const cv::Mat &picture, const SeenFace &face, double seconds
 class LivenessCheck
 {
 public:
-    /** \return whether it is of the same person as the last one; else all begins anew */
+    /// \return whether it is of the same person as the last one; else all begins anew
     bool add(const FaceSample &sample);
 
     bool hasBlinked() const { return m_blinks > 0; }

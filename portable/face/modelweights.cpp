@@ -27,7 +27,7 @@ bool readFile(const QString &path, QByteArray *content, QString *error)
     return true;
 }
 
-/** How many numbers a tensor of this shape has; 0 for a shape that can't be. */
+/// How many numbers a tensor of this shape has; 0 for a shape that can't be.
 qint64 countOf(const QJsonArray &shape, std::vector<int> *axes)
 {
     qint64 count = 1;
@@ -140,7 +140,7 @@ cv::Mat ModelWeights::vector(const std::string &name) const
     return cv::Mat(tensor(name, 1).values, true).reshape(1, 1);
 }
 
-/** Throws cv::Exception where the model has no such tensor: it is another model then. */
+/// Throws cv::Exception where the model has no such tensor: it is another model then.
 const ModelWeights::Tensor &ModelWeights::tensor(const std::string &name, size_t axes) const
 {
     const auto found = m_tensors.find(name);

@@ -21,19 +21,19 @@ namespace portable {
 class ModelWeights
 {
 public:
-    /** \return false, with a reason for the log, unless both files are there and fit together */
+    /// \return false, with a reason for the log, unless both files are there and fit together
     bool read(const QString &folder, const QString &model, QString *error);
 
-    /** Of a convolution: [rows, columns, in, out] becomes [out, in, rows, columns]. */
+    /// Of a convolution: [rows, columns, in, out] becomes [out, in, rows, columns].
     cv::Mat filters(const std::string &name) const;
 
-    /** Of a convolution of each channel by itself: [rows, columns, n, 1] becomes [n, 1, ...]. */
+    /// Of a convolution of each channel by itself: [rows, columns, n, 1] becomes [n, 1, ...].
     cv::Mat channelFilters(const std::string &name) const;
 
-    /** Of a full connection: [in, out] becomes [out, in]. */
+    /// Of a full connection: [in, out] becomes [out, in].
     cv::Mat matrix(const std::string &name) const;
 
-    /** One row. */
+    /// One row.
     cv::Mat vector(const std::string &name) const;
 
 private:

@@ -32,7 +32,7 @@ constexpr int directionDigits = 2;
 constexpr float directionUnit = 2 * pi / (1 << 12);
 constexpr int forkDigits = 1;
 
-/** A turn and a shift, as complex numbers: z becomes turn * z + shift. */
+/// A turn and a shift, as complex numbers: z becomes turn * z + shift.
 struct Alignment
 {
     std::complex<float> turn{1, 0};
@@ -46,13 +46,13 @@ struct Alignment
     }
 };
 
-/** From -pi to pi. */
+/// From -pi to pi.
 float wrapped(float angle)
 {
     return std::remainder(angle, 2 * pi);
 }
 
-/** One number for the bin of an alignment; those that have the same lie near each other. */
+/// One number for the bin of an alignment; those that have the same lie near each other.
 quint64 binOf(float angle, const std::complex<float> &shift, float half)
 {
     const auto part = [half](float value, float size) {
@@ -62,7 +62,7 @@ quint64 binOf(float angle, const std::complex<float> &shift, float half)
         | part(shift.imag(), shiftBin) << 16U | quint64(half > 0);
 }
 
-/** Every pair votes for the alignment that lays it upon each other; the most popular ones. */
+/// Every pair votes for the alignment that lays it upon each other; the most popular ones.
 std::vector<Alignment> popularAlignments(const Minutiae &a, const Minutiae &b)
 {
     struct Bin
@@ -106,7 +106,7 @@ std::vector<Alignment> popularAlignments(const Minutiae &a, const Minutiae &b)
 
 using Pairs = std::vector<std::pair<const Minutia *, const Minutia *>>;
 
-/** Who lies upon whom, nearest first, each once. */
+/// Who lies upon whom, nearest first, each once.
 Pairs pairsOf(const Minutiae &a, const Minutiae &b, const Alignment &alignment, float reach)
 {
     struct Candidate
@@ -141,7 +141,7 @@ Pairs pairsOf(const Minutiae &a, const Minutiae &b, const Alignment &alignment, 
     return pairs;
 }
 
-/** The alignment that brings the pairs nearest to each other: least squares, without scaling. */
+/// The alignment that brings the pairs nearest to each other: least squares, without scaling.
 Alignment fit(const Pairs &pairs)
 {
     const auto number = [](const Minutia *minutia) {

@@ -28,7 +28,7 @@ constexpr int shortestRidge = 8; // shorter ones are spurs and specks
 constexpr float leastApart = 7; // nearer ones are a break or a bridge, not minutiae
 constexpr size_t plentyOfMinutiae = 25; // a good picture has at least these
 
-/** Direction of the ridges (0 to pi, clockwise), how clear it is, and where there are any. */
+/// Direction of the ridges (0 to pi, clockwise), how clear it is, and where there are any.
 struct Flow
 {
     cv::Mat angle;
@@ -85,7 +85,7 @@ struct Waves
     double share = 0; ///< Of those that ridges can have, in all that there are; 0 to 1.
 };
 
-/** The waves of the picture, by its spectrum. */
+/// The waves of the picture, by its spectrum.
 Waves ridgeWaves(const cv::Mat &picture, const cv::Mat &mask)
 {
     cv::Mat values;
@@ -126,7 +126,7 @@ Waves ridgeWaves(const cv::Mat &picture, const cv::Mat &mask)
             ridgePower / allPower};
 }
 
-/** A wave across `angle` with an even middle, longer along it. */
+/// A wave across `angle` with an even middle, longer along it.
 cv::Mat ridgeFilter(double angle, double period)
 {
     const int reach = cvRound(period * 1.2);
@@ -146,7 +146,7 @@ cv::Mat ridgeFilter(double angle, double period)
     return kernel;
 }
 
-/** Ridges as 1, all else 0. */
+/// Ridges as 1, all else 0.
 cv::Mat ridges(const cv::Mat &picture, const Flow &flow, double period)
 {
     cv::Mat values;
@@ -172,7 +172,7 @@ cv::Mat ridges(const cv::Mat &picture, const Flow &flow, double period)
     return result;
 }
 
-/** The neighbours of a pixel, clockwise from the one above. */
+/// The neighbours of a pixel, clockwise from the one above.
 constexpr std::array<std::array<int, 2>, 8> around{
     {{0, -1}, {1, -1}, {1, 0}, {1, 1}, {0, 1}, {-1, 1}, {-1, 0}, {-1, -1}}};
 
@@ -187,7 +187,7 @@ Neighbours neighbours(const cv::Mat &lines, int x, int y)
     return values;
 }
 
-/** How often it goes from 0 to 1 around a pixel: 1 at an end, 2 on a line, 3 at a fork. */
+/// How often it goes from 0 to 1 around a pixel: 1 at an end, 2 on a line, 3 at a fork.
 int crossings(const Neighbours &values)
 {
     int count = 0;
@@ -197,7 +197,7 @@ int crossings(const Neighbours &values)
     return count;
 }
 
-/** Thins ridges to lines of one pixel (Zhang and Suen, CACM 27, 1984). The border is cleared. */
+/// Thins ridges to lines of one pixel (Zhang and Suen, CACM 27, 1984). The border is cleared.
 void thin(cv::Mat &lines)
 {
     cv::rectangle(lines, {{}, lines.size()}, 0);
@@ -229,7 +229,7 @@ void thin(cv::Mat &lines)
     }
 }
 
-/** Follows a line from `start` through `next`. \return where it is after some steps or ends */
+/// Follows a line from `start` through `next`. \return where it is after some steps or ends
 cv::Point trace(const cv::Mat &lines, cv::Point start, cv::Point next, int *steps)
 {
     cv::Point before = start;
@@ -271,7 +271,7 @@ float angleBetween(float a, float b)
     return std::min(difference, float(2 * CV_PI) - difference);
 }
 
-/** The minutia at a pixel of a line. \return false where there is none */
+/// The minutia at a pixel of a line. \return false where there is none
 bool minutiaAt(const cv::Mat &lines, const cv::Point &place, Minutia *minutia)
 {
     const Neighbours values = neighbours(lines, place.x, place.y);
@@ -314,7 +314,7 @@ bool minutiaAt(const cv::Mat &lines, const cv::Point &place, Minutia *minutia)
     return true;
 }
 
-/** Takes away those that lie so near to each other that a break or a bridge has made them. */
+/// Takes away those that lie so near to each other that a break or a bridge has made them.
 Minutiae withoutNeighbours(const Minutiae &all)
 {
     Minutiae result;

@@ -8,7 +8,7 @@
 
 namespace portable {
 
-/** Where a ridge ends or forks. */
+/// Where a ridge ends or forks.
 struct Minutia
 {
     cv::Point2f place; ///< In pixels.
@@ -18,7 +18,7 @@ struct Minutia
 
 using Minutiae = std::vector<Minutia>;
 
-/** What a picture of a finger shows. */
+/// What a picture of a finger shows.
 struct Fingerprint
 {
     Minutiae minutiae; ///< At most maxMinutiae, the clearest of them.
@@ -41,7 +41,7 @@ Fingerprint readFingerprint(const cv::Mat &picture);
  */
 int fingerScore(const Minutiae &a, const Minutiae &b);
 
-/** Minutiae as text, see FeatureWriter. */
+/// Minutiae as text, see FeatureWriter.
 QByteArray fingerFeature(const Minutiae &minutiae);
 
 /**

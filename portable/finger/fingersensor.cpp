@@ -91,7 +91,7 @@ FingerCapture FingerSensor::capture(BackgroundJob::Clock::time_point deadline,
     return capture;
 }
 
-/** The picture of it; empty, with a reason for the log, without one. */
+/// The picture of it; empty, with a reason for the log, without one.
 QString FingerSensor::fingerOnSensor(QString *why) const
 {
     const QString finger = m_finger();

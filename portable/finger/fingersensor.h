@@ -10,10 +10,10 @@
 
 namespace portable {
 
-/** What a capture gives. */
+/// What a capture gives.
 struct FingerCapture
 {
-    /** Below 0 there is no finger; the numbers are what pages get. */
+    /// Below 0 there is no finger; the numbers are what pages get.
     enum Failure { noFinger = -1, unreadable = -2, busy = -3 };
 
     int score = noFinger; ///< Quality of the picture, 0 to 100, or a Failure.
@@ -22,10 +22,10 @@ struct FingerCapture
     const char *message = ""; ///< For people, UTF-8.
 };
 
-/** What a capture without a finger gives. */
+/// What a capture without a finger gives.
 FingerCapture failedCapture(FingerCapture::Failure failure);
 
-/** A simulated sensor: a folder of pictures, one of which is the finger that lies on it. */
+/// A simulated sensor: a folder of pictures, one of which is the finger that lies on it.
 class FingerSensor
 {
 public:
@@ -36,7 +36,7 @@ public:
      */
     FingerSensor(std::function<QString()> folder, std::function<QString()> finger);
 
-    /** Waits for a finger. Why none came stands in the log. */
+    /// Waits for a finger. Why none came stands in the log.
     FingerCapture capture(BackgroundJob::Clock::time_point deadline,
                           const BackgroundJob::Stop &stop) const;
 

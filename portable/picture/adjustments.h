@@ -5,7 +5,7 @@
 
 namespace portable {
 
-/** How bright a camera's pictures come; each -100 to 100, 0 is how the camera is by itself. */
+/// How bright a camera's pictures come; each -100 to 100, 0 is how the camera is by itself.
 struct Adjustments
 {
     int exposure = 0;

@@ -38,7 +38,7 @@ constexpr int searchesAtMost = 2; // one that was given up and another
 constexpr size_t codesAtMost = 32;
 constexpr int repeatsAtMost = 8; // in a row, before a code that won't go away ends the search
 
-/** None for a kind that doesn't exist. sGetBarCodeEx tells pages the same. */
+/// None for a kind that doesn't exist. sGetBarCodeEx tells pages the same.
 BarcodeFormats formatsOf(long kind)
 {
     switch (kind) {
@@ -77,7 +77,7 @@ bool isLinear(const ZXing::Result &code)
     return BarcodeFormats(BarcodeFormat::LinearCodes).testFlag(code.format());
 }
 
-/** The corners of a matrix code; of a linear one the ends of some scan lines. */
+/// The corners of a matrix code; of a linear one the ends of some scan lines.
 std::vector<cv::Point> cornersOf(const ZXing::Result &code)
 {
     std::vector<cv::Point> corners;
@@ -87,7 +87,7 @@ std::vector<cv::Point> cornersOf(const ZXing::Result &code)
     return corners;
 }
 
-/** A linear code's scan line. */
+/// A linear code's scan line.
 std::pair<cv::Point, cv::Point> scanLineOf(const ZXing::Result &code)
 {
     const auto corners = cornersOf(code);
@@ -112,14 +112,13 @@ void erase(cv::Mat &grey, const ZXing::Result &code, int repeats)
     cv::polylines(grey, corners, true, paper, 5); // the frayed edge
 }
 
-/** Degrees in the same direction as `degrees` for something that looks alike after quarter turns.
- */
+/// Degrees in the same direction as `degrees` for something that looks alike after quarter turns.
 double withinEighthTurn(double degrees)
 {
     return degrees - 90 * std::round(degrees / 90);
 }
 
-/** By how many degrees the code lies askew, clockwise, from -45 to 45. */
+/// By how many degrees the code lies askew, clockwise, from -45 to 45.
 double tiltOf(const cv::Mat &grey, const ZXing::Result &code)
 {
     if (!isLinear(code)) {
@@ -142,7 +141,7 @@ double tiltOf(const cv::Mat &grey, const ZXing::Result &code)
     return withinEighthTurn(std::atan2(2 * x.dot(y), x.dot(x) - y.dot(y)) / 2 * 180 / CV_PI);
 }
 
-/** The whole picture turned counterclockwise, on white. */
+/// The whole picture turned counterclockwise, on white.
 cv::Mat turnedBy(double degrees, const cv::Mat &grey)
 {
     const cv::Point2f middle(float(grey.cols - 1) / 2, float(grey.rows - 1) / 2);
@@ -164,7 +163,7 @@ cv::Mat reduced(const cv::Mat &grey, double scale)
     return smaller;
 }
 
-/** `grey` itself, or smaller. */
+/// `grey` itself, or smaller.
 cv::Mat limited(const cv::Mat &grey, double pixelsAtMost, double longestSide)
 {
     const double scale = std::min(std::sqrt(pixelsAtMost / double(grey.total())),
@@ -236,7 +235,7 @@ QString textOf(const ZXing::Result &code)
     return text;
 }
 
-/** A search for the codes in one picture. It is let alone when it takes much too long. */
+/// A search for the codes in one picture. It is let alone when it takes much too long.
 class Search
 {
 public:
@@ -245,16 +244,16 @@ public:
     {
     }
 
-    /** Finds what there is, in the thread that may take its time. */
+    /// Finds what there is, in the thread that may take its time.
     void run(const cv::Mat &picture);
 
-    /** Waits for run(), but not for ever. \return what was found until then */
+    /// Waits for run(), but not for ever. \return what was found until then
     QStringList result();
 
 private:
     void lookFromAllSides(const cv::Mat &grey);
 
-    /** Reads all codes that can be read without turning the picture, which it paints on. */
+    /// Reads all codes that can be read without turning the picture, which it paints on.
     void look(cv::Mat grey)
     {
         read(grey, m_formats);
@@ -289,7 +288,7 @@ private:
         }
     }
 
-    /** \return false for one that was found before */
+    /// \return false for one that was found before
     bool add(const cv::Mat &grey, const ZXing::Result &code)
     {
         if (!m_found.emplace(code.format(), code.text()).second) {

@@ -6,10 +6,10 @@
 
 namespace portable {
 
-/** The kind of code that stands for all of them. */
+/// The kind of code that stands for all of them.
 constexpr long anyBarcode = 0;
 
-/** Whether `kind` is one of those that sGetBarCodeEx documents. */
+/// Whether `kind` is one of those that sGetBarCodeEx documents.
 bool isBarcodeKind(long kind);
 
 /**

@@ -23,7 +23,7 @@ cv::Rect wholeOf(const cv::Mat &picture)
     return {0, 0, picture.cols, picture.rows};
 }
 
-/** What of the picture the book takes. */
+/// What of the picture the book takes.
 cv::Rect bookArea(const cv::Mat &picture)
 {
     const auto corners = findPage(picture);

@@ -12,7 +12,7 @@ namespace portable {
  */
 QImage toImage(const cv::Mat &bgr);
 
-/** A copy of any image as an 8-bit BGR matrix; transparent parts are white. */
+/// A copy of any image as an 8-bit BGR matrix; transparent parts are white.
 cv::Mat toMat(const QImage &image);
 
 } // namespace portable

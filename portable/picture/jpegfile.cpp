@@ -15,7 +15,7 @@ namespace {
 constexpr UINT8 dotsPerInch = 1; // density units of a JFIF head
 constexpr UINT8 dotsPerCentimetre = 2;
 
-/** libjpeg's errors jump back instead of ending the process; damage to the picture is one too. */
+/// libjpeg's errors jump back instead of ending the process; damage to the picture is one too.
 struct Failure : jpeg_error_mgr
 {
     std::jmp_buf back;
@@ -35,7 +35,7 @@ struct Failure : jpeg_error_mgr
 
     static Failure *of(j_common_ptr jpeg) { return static_cast<Failure *>(jpeg->err); }
 
-    /** Warnings that cost no pixel. */
+    /// Warnings that cost no pixel.
     static bool isHarmless(int code)
     {
         return code == JWRN_EXTRANEOUS_DATA || code == JWRN_JFIF_MAJOR || code == JWRN_ADOBE_XFORM;

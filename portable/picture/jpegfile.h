@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-/** \file JPEG files whose pixels never lie in memory all at once. */
+/// \file JPEG files whose pixels never lie in memory all at once.
 #pragma once
 
 #include "portable/picture/picturefile.h"
@@ -14,10 +14,10 @@ namespace portable {
 
 constexpr int largestJpegSide = 65500; ///< In pixels: JPEG_MAX_DIMENSION of libjpeg.
 
-/** How a JPEG's pixels lie in memory before it is one. */
+/// How a JPEG's pixels lie in memory before it is one.
 enum class Pixels { Grey = 1, Bgr = 3 }; ///< The value: bytes of a pixel.
 
-/** What stands in the head of a JPEG. */
+/// What stands in the head of a JPEG.
 struct JpegHead
 {
     cv::Size size;
@@ -32,7 +32,7 @@ struct JpegHead
  */
 std::optional<JpegHead> validateJpeg(const QByteArray &bytes, qint64 maxPixels, QString *error);
 
-/** Row `y` of a picture, valid until the next call; null, with a reason, when it can't be had. */
+/// Row `y` of a picture, valid until the next call; null, with a reason, when it can't be had.
 using RowSource = std::function<const uchar *(int y, QString *error)>;
 
 /**

@@ -5,7 +5,7 @@
 
 namespace portable {
 
-/** How the picture is turned; first the rotation, then the flip, as the viewer sees it. */
+/// How the picture is turned; first the rotation, then the flip, as the viewer sees it.
 struct Orientation
 {
     int rotation = 0; ///< Degrees clockwise: 0, 90, 180 or 270.
@@ -15,7 +15,7 @@ struct Orientation
 bool isRotation(int degrees); ///< Whether an Orientation may have it.
 bool isFlip(int mode); ///< Whether an Orientation may have it.
 
-/** `frame` turned, in a matrix of `pool`; `frame` itself where there is nothing to turn. */
+/// `frame` turned, in a matrix of `pool`; `frame` itself where there is nothing to turn.
 cv::Mat turned(const cv::Mat &frame, const Orientation &orientation, FramePool &pool);
 
 } // namespace portable

@@ -23,14 +23,14 @@ constexpr double smallestPage = 0.01; // of the picture's area
 constexpr double leastBreadth = 0.1; // of its length: others are pens and rulers
 constexpr double leastSquareness = 0.7; // of a page's area to that of the rectangle around it
 
-/** A line through `point`; `direction` is of length 1. */
+/// A line through `point`; `direction` is of length 1.
 struct Line
 {
     cv::Point2f point;
     cv::Point2f direction;
 };
 
-/** Halved, which is the cheapest way, as long as the longer side keeps this many pixels. */
+/// Halved, which is the cheapest way, as long as the longer side keeps this many pixels.
 cv::Mat shrunken(const cv::Mat &picture, int leastSide)
 {
     cv::Mat result = picture;
@@ -43,7 +43,7 @@ cv::Mat shrunken(const cv::Mat &picture, int leastSide)
     return result;
 }
 
-/** The value that `share` of `values` don't exceed. */
+/// The value that `share` of `values` don't exceed.
 template <class Value> Value quantile(std::vector<Value> &values, double share)
 {
     const auto place = values.begin() + std::ptrdiff_t(double(values.size() - 1) * share);
@@ -51,7 +51,7 @@ template <class Value> Value quantile(std::vector<Value> &values, double share)
     return *place;
 }
 
-/** Calls `visit` with each pixel along the edges. */
+/// Calls `visit` with each pixel along the edges.
 template <class Pixel, class Visit> void visitRing(const cv::Mat &picture, Visit visit)
 {
     const int innerRows = picture.rows - 2 * ringWidth;
@@ -65,7 +65,7 @@ template <class Pixel, class Visit> void visitRing(const cv::Mat &picture, Visit
     }
 }
 
-/** The colour of the desk: of each channel the median along the edges. */
+/// The colour of the desk: of each channel the median along the edges.
 cv::Vec3b ringColour(const cv::Mat &ycc)
 {
     std::array<std::vector<uchar>, 3> values;
@@ -77,7 +77,7 @@ cv::Vec3b ringColour(const cv::Mat &ycc)
     return {quantile(values[0], 0.5), quantile(values[1], 0.5), quantile(values[2], 0.5)};
 }
 
-/** How far each pixel is from the desk's colour, in lightness or in hue, whichever is more. */
+/// How far each pixel is from the desk's colour, in lightness or in hue, whichever is more.
 cv::Mat differenceFrom(const cv::Vec3b &desk, const cv::Mat &ycc)
 {
     cv::Mat difference(ycc.size(), CV_8U);
@@ -94,7 +94,7 @@ cv::Mat differenceFrom(const cv::Vec3b &desk, const cv::Mat &ycc)
     return difference;
 }
 
-/** White where something lies on the desk. A desk with a grain may differ from itself somewhat. */
+/// White where something lies on the desk. A desk with a grain may differ from itself somewhat.
 cv::Mat objectsIn(const cv::Mat &small)
 {
     cv::Mat ycc;
@@ -111,7 +111,7 @@ cv::Mat objectsIn(const cv::Mat &small)
     return objects;
 }
 
-/** The contour that is most like a large rectangle; empty when none is. */
+/// The contour that is most like a large rectangle; empty when none is.
 Contour pageContour(const cv::Mat &objects)
 {
     std::vector<Contour> contours;
@@ -136,7 +136,7 @@ Contour pageContour(const cv::Mat &objects)
     return best;
 }
 
-/** The first in order: of four corners the one nearest to the picture's top left; clockwise. */
+/// The first in order: of four corners the one nearest to the picture's top left; clockwise.
 PageCorners ordered(PageCorners corners)
 {
     cv::Point2f centre;
@@ -154,7 +154,7 @@ PageCorners ordered(PageCorners corners)
     return corners;
 }
 
-/** Four corners of the contour, roughly. */
+/// Four corners of the contour, roughly.
 PageCorners roughCorners(const Contour &contour)
 {
     Contour hull;
@@ -178,7 +178,7 @@ double cross(const cv::Point2f &a, const cv::Point2f &b)
     return double(a.x) * b.y - double(a.y) * b.x;
 }
 
-/** The line along the points of the contour that lie near this side, away from its ends. */
+/// The line along the points of the contour that lie near this side, away from its ends.
 Line fittedSide(const Contour &contour, const cv::Point2f &from, const cv::Point2f &to)
 {
     const cv::Point2f side = to - from;
@@ -203,7 +203,7 @@ Line fittedSide(const Contour &contour, const cv::Point2f &from, const cv::Point
     return {{line[2], line[3]}, {line[0], line[1]}};
 }
 
-/** Where two lines meet; `otherwise` where they meet far from it, or not at all. */
+/// Where two lines meet; `otherwise` where they meet far from it, or not at all.
 cv::Point2f intersection(const Line &a, const Line &b, const cv::Point2f &otherwise, double far)
 {
     const double sine = cross(a.direction, b.direction);
@@ -215,7 +215,7 @@ cv::Point2f intersection(const Line &a, const Line &b, const cv::Point2f &otherw
     return cv::norm(point - otherwise) < far ? point : otherwise;
 }
 
-/** Where the sides meet, each the one from a corner to the next. */
+/// Where the sides meet, each the one from a corner to the next.
 PageCorners meetings(const std::array<Line, 4> &sides, const PageCorners &rough)
 {
     const std::vector<cv::Point2f> outline(rough.begin(), rough.end());
@@ -244,7 +244,7 @@ int brightness(const cv::Mat &picture, const cv::Point2f &point)
     return pixel[0] + pixel[1] + pixel[2];
 }
 
-/** The line where the picture changes most, within `reach` pixels of a side. */
+/// The line where the picture changes most, within `reach` pixels of a side.
 Line sharpenedSide(const cv::Mat &picture, const cv::Point2f &from, const cv::Point2f &to,
                    int reach)
 {
@@ -274,7 +274,7 @@ Line sharpenedSide(const cv::Mat &picture, const cv::Point2f &from, const cv::Po
     return {{line[2], line[3]}, {line[0], line[1]}};
 }
 
-/** The corners in a copy of the picture that is scaled by this. */
+/// The corners in a copy of the picture that is scaled by this.
 PageCorners scaled(const PageCorners &corners, const cv::Point2f &scale)
 {
     PageCorners result;
@@ -289,7 +289,7 @@ cv::Point2f scaleOf(const cv::Mat &picture, const cv::Mat &copy)
     return {float(copy.cols) / float(picture.cols), float(copy.rows) / float(picture.rows)};
 }
 
-/** The corners as this picture has them, which were found in a smaller one. */
+/// The corners as this picture has them, which were found in a smaller one.
 PageCorners sharpened(const cv::Mat &picture, const cv::Mat &small, const PageCorners &found)
 {
     const cv::Point2f scale = scaleOf(small, picture);
@@ -352,7 +352,7 @@ cv::Size straightSize(const PageCorners &corners, const cv::Size &picture)
                          : cv::Size(side(width), side(width / ratio));
 }
 
-/** Puts the corners of a page at those of a picture of `size`. */
+/// Puts the corners of a page at those of a picture of `size`.
 cv::Mat transformation(const PageCorners &corners, const cv::Size &size)
 {
     // Pixels are points at their middles here, the page ends with the outer edge of the outermost.
@@ -370,7 +370,7 @@ cv::Mat warped(const cv::Mat &picture, const cv::Mat &transform, const cv::Size 
     return result;
 }
 
-/** Turns a picture of `size` by this about its middle, so that lines of this slope get level. */
+/// Turns a picture of `size` by this about its middle, so that lines of this slope get level.
 cv::Mat levelling(const cv::Size &size, double slope)
 {
     cv::Mat rotation = cv::Mat::eye(3, 3, CV_64F);
@@ -379,7 +379,7 @@ cv::Mat levelling(const cv::Size &size, double slope)
     return rotation;
 }
 
-/** How distinct rows are when they slope like this: the more, the more lie on lines of text. */
+/// How distinct rows are when they slope like this: the more, the more lie on lines of text.
 double distinctness(const std::vector<cv::Point> &ink, int height, double slope)
 {
     const double tangent = std::tan(slope * CV_PI / 180);
@@ -399,7 +399,7 @@ double distinctness(const std::vector<cv::Point> &ink, int height, double slope)
     return sum;
 }
 
-/** \param middle  the picture or a shrunken one: halving it once serves both steps */
+/// \param middle  the picture or a shrunken one: halving it once serves both steps
 std::optional<PageCorners> findPageBy(const cv::Mat &middle, const cv::Mat &picture)
 {
     const cv::Mat small = shrunken(middle, finderSide);

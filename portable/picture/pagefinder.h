@@ -8,7 +8,7 @@
 
 namespace portable {
 
-/** The corners of a page in a picture: top left, top right, bottom right, bottom left. */
+/// The corners of a page in a picture: top left, top right, bottom right, bottom left.
 using PageCorners = std::array<cv::Point2f, 4>;
 
 /**
@@ -27,7 +27,7 @@ std::optional<PageCorners> findPage(const cv::Mat &picture);
  */
 cv::Mat straightened(const cv::Mat &picture, const PageCorners &corners);
 
-/** findPage and straightened; empty when there is no page. */
+/// findPage and straightened; empty when there is no page.
 cv::Mat straightenedPage(const cv::Mat &picture);
 
 /**

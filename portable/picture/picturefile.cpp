@@ -49,7 +49,7 @@ InkView inkView(const cv::Mat &ink)
     return {ink.data, qptrdiff(ink.step), {ink.cols, ink.rows}};
 }
 
-/** How bright the paper is, or would be, at each pixel of a grey picture. */
+/// How bright the paper is, or would be, at each pixel of a grey picture.
 cv::Mat paperAround(const cv::Mat &grey, int window)
 {
     constexpr int reach = 4; // in windows: a quarter of the picture's shorter side

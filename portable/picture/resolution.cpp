@@ -15,7 +15,7 @@ Dpi ofDotsPerMetre(quint32 x, quint32 y)
     return {qRound(x * metresPerInch), qRound(y * metresPerInch)};
 }
 
-/** The chunk pHYs, which lies before the first IDAT (ISO/IEC 15948, 11.3.5.3). */
+/// The chunk pHYs, which lies before the first IDAT (ISO/IEC 15948, 11.3.5.3).
 std::optional<Dpi> ofPng(const QByteArray &file)
 {
     constexpr qint64 frame = 12; // length, type and checksum of a chunk
@@ -34,7 +34,7 @@ std::optional<Dpi> ofPng(const QByteArray &file)
     return {};
 }
 
-/** biXPelsPerMeter and biYPelsPerMeter of a BITMAPINFOHEADER. */
+/// biXPelsPerMeter and biYPelsPerMeter of a BITMAPINFOHEADER.
 std::optional<Dpi> ofBmp(const QByteArray &file)
 {
     constexpr int end = 46;

@@ -16,10 +16,10 @@ const cv::Size essenceSize(96, 54);
  */
 constexpr double movement = 1.2;
 
-/** How fast, from look to look, slow changes become part of the picture at rest. */
+/// How fast, from look to look, slow changes become part of the picture at rest.
 constexpr double following = 0.1;
 
-/** A frame without its noise and its brightness, which lamps and automatic exposure change. */
+/// A frame without its noise and its brightness, which lamps and automatic exposure change.
 cv::Mat essence(const cv::Mat &frame)
 {
     cv::Mat small;

@@ -16,7 +16,7 @@ class Stillness
 public:
     using Clock = std::chrono::steady_clock;
 
-    /** \param still  how long nothing may move after something has */
+    /// \param still  how long nothing may move after something has
     explicit Stillness(std::chrono::milliseconds still);
 
     /**

@@ -14,7 +14,7 @@ namespace portable {
 
 namespace {
 
-/** What libtiff complained about last, on this thread. */
+/// What libtiff complained about last, on this thread.
 thread_local QString complaint; // NOLINT: a handler of libtiff has no object to write to
 
 void complain(const char *module, const char *format, va_list arguments)
@@ -25,7 +25,7 @@ void complain(const char *module, const char *format, va_list arguments)
     complaint = QString::fromLocal8Bit(text);
 }
 
-/** A file in memory as libtiff wants to see it. */
+/// A file in memory as libtiff wants to see it.
 class Memory
 {
 public:
@@ -42,7 +42,7 @@ public:
     };
     using File = std::unique_ptr<TIFF, Close>;
 
-    /** \param mode  as of TIFFOpen. The file ends before the memory does. */
+    /// \param mode  as of TIFFOpen. The file ends before the memory does.
     File open(const char *mode)
     {
         static const bool once = [] { // it would write to stderr
@@ -110,7 +110,7 @@ private:
     qint64 m_position = 0;
 };
 
-/** The fields that all our pictures have: one strip, the resolution. */
+/// The fields that all our pictures have: one strip, the resolution.
 void describe(TIFF *tiff, QSize size, int dpiX, int dpiY)
 {
     TIFFSetField(tiff, TIFFTAG_IMAGEWIDTH, uint32_t(size.width()));
@@ -123,7 +123,7 @@ void describe(TIFF *tiff, QSize size, int dpiX, int dpiY)
     TIFFSetField(tiff, TIFFTAG_YRESOLUTION, double(dpiY));
 }
 
-/** One bit a pixel, MSB first, 1 for ink; rows begin at whole bytes. */
+/// One bit a pixel, MSB first, 1 for ink; rows begin at whole bytes.
 std::vector<uchar> packed(const InkView &ink)
 {
     const int width = ink.size.width();

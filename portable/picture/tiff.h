@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-/** \file TIFF files, by libtiff. Free of OpenCV, whose headers don't go with libtiff's. */
+/// \file TIFF files, by libtiff. Free of OpenCV, whose headers don't go with libtiff's.
 #pragma once
 
 #include <QByteArray>
@@ -15,7 +15,7 @@ namespace portable {
  */
 QByteArray tiffOfJpeg(const QByteArray &jpeg, QSize size, bool isGrey, int dpiX, int dpiY);
 
-/** Where the pixels of a bilevel picture lie: one byte each, 0 is ink. */
+/// Where the pixels of a bilevel picture lie: one byte each, 0 is ink.
 struct InkView
 {
     const uchar *pixels;
@@ -23,18 +23,18 @@ struct InkView
     QSize size;
 };
 
-/** A TIFF in CCITT group 4 of one strip, MSB first, bit 1 = ink. */
+/// A TIFF in CCITT group 4 of one strip, MSB first, bit 1 = ink.
 QByteArray tiffOfInk(const InkView &ink, int dpiX, int dpiY);
 
-/** The bytes of the first strip as they lie in the file. */
+/// The bytes of the first strip as they lie in the file.
 QByteArray firstStrip(const QByteArray &tiff);
 
 bool isTiff(const QByteArray &bytes);
 
-/** The resolution of the first picture in dots per inch; invalid when the file doesn't tell. */
+/// The resolution of the first picture in dots per inch; invalid when the file doesn't tell.
 QSize tiffDpi(const QByteArray &tiff);
 
-/** The first picture of a TIFF file; null, with a reason, when it can't be read. */
+/// The first picture of a TIFF file; null, with a reason, when it can't be read.
 QImage readTiff(const QByteArray &tiff, qint64 maximumPixels, QString *error);
 
 } // namespace portable

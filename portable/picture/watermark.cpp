@@ -28,7 +28,7 @@ QFont fontOf(const Watermark &watermark, int dpi, int pictureHeight)
     return font;
 }
 
-/** Where text of this length begins within `whole`; a negative position counts from the end. */
+/// Where text of this length begins within `whole`; a negative position counts from the end.
 int beginOf(int position, int length, int whole)
 {
     const qint64 begin = position >= 0 ? position : qint64(whole) + position - length;

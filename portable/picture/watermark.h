@@ -8,7 +8,7 @@
 
 namespace portable {
 
-/** The text that captures are stamped with. Any values do no harm. */
+/// The text that captures are stamped with. Any values do no harm.
 struct Watermark
 {
     bool isOn = false;
@@ -17,7 +17,7 @@ struct Watermark
     QString family; ///< Of the font; empty, or one that isn't there: the usual one.
     int points = 12; ///< Size of the font, at the resolution of the picture.
     QColor colour{Qt::red};
-    /** Of the text's top left corner; negative: its distance from the right or bottom edge. */
+    /// Of the text's top left corner; negative: its distance from the right or bottom edge.
     QPoint position{20, 20};
 };
 

@@ -14,20 +14,20 @@ namespace {
 
 using Clock = RecorderTimes::Clock;
 
-/** Who is that far behind lets a picture stand instead of encoding it again and again. */
+/// Who is that far behind lets a picture stand instead of encoding it again and again.
 constexpr qint64 maxRepeats = 2 * picturesPerSecond;
 
-/** How often a paused recording looks whether the preview has ended. */
+/// How often a paused recording looks whether the preview has ended.
 constexpr std::chrono::seconds pausedLook{1};
 
-/** How many pictures a video of this length has. */
+/// How many pictures a video of this length has.
 qint64 picturesIn(Clock::duration length)
 {
     const std::chrono::duration<double> seconds = length;
     return qint64(seconds.count() * picturesPerSecond + 0.5);
 }
 
-/** From when on there are so many. */
+/// From when on there are so many.
 Clock::duration timeOf(qint64 pictures)
 {
     const std::chrono::duration<double> seconds((double(pictures) - 0.5) / picturesPerSecond);
@@ -36,7 +36,7 @@ Clock::duration timeOf(qint64 pictures)
 
 } // namespace
 
-/** A video file that grows with the recorded time; its first picture is there already. */
+/// A video file that grows with the recorded time; its first picture is there already.
 class Recorder::GrowingVideo
 {
 public:
@@ -45,7 +45,7 @@ public:
     {
     }
 
-    /** Makes it `count` pictures long with `frame` as the last; empty: the one before as well. */
+    /// Makes it `count` pictures long with `frame` as the last; empty: the one before as well.
     bool growTo(qint64 count, const cv::Mat &frame, QString *error)
     {
         m_count = std::max(m_count, count - maxRepeats);
@@ -63,7 +63,7 @@ public:
         return true;
     }
 
-    /** For the log: a video with few pictures of its own stutters. */
+    /// For the log: a video with few pictures of its own stutters.
     QString summary() const
     {
         return QStringLiteral("%1, %2 s, %3 different pictures")
@@ -203,7 +203,7 @@ void Recorder::finish()
     }
 }
 
-/** Makes the file, with its first picture in it. */
+/// Makes the file, with its first picture in it.
 std::unique_ptr<VideoFile> Recorder::open(const QString &path, VideoFormat format, QString *error)
 try {
     cv::Mat frame;
@@ -295,7 +295,7 @@ bool Recorder::waitForPicture(qint64 *due)
     return m_state != State::Ending;
 }
 
-/** Stops the clock, if it runs. To be called with m_mutex held, as the next one. */
+/// Stops the clock, if it runs. To be called with m_mutex held, as the next one.
 void Recorder::end()
 {
     if (m_state == State::Running || m_state == State::Paused) {
@@ -305,7 +305,7 @@ void Recorder::end()
     }
 }
 
-/** The time recorded until now. */
+/// The time recorded until now.
 Recorder::Clock::duration Recorder::recorded() const
 {
     return m_state == State::Running ? m_before + (m_times.now() - m_since) : m_before;

@@ -13,7 +13,7 @@
 
 namespace portable {
 
-/** A recorder's sense of time; tests have their own. */
+/// A recorder's sense of time; tests have their own.
 struct RecorderTimes
 {
     using Clock = std::chrono::steady_clock;
@@ -33,10 +33,10 @@ struct RecorderTimes
 class Recorder
 {
 public:
-    /** That of the library. Its recording is finished when Qt's app ends. */
+    /// That of the library. Its recording is finished when Qt's app ends.
     static Recorder &instance();
 
-    /** \param cameras  outlive the recorder */
+    /// \param cameras  outlive the recorder
     explicit Recorder(const CameraSet &cameras, RecorderTimes times = {});
     ~Recorder(); ///< As finish().
     Recorder(const Recorder &) = delete;
@@ -51,19 +51,19 @@ public:
      */
     bool start(const QString &path, VideoFormat format);
 
-    /** Lets the recording end here and returns at once. \return false when none runs */
+    /// Lets the recording end here and returns at once. \return false when none runs
     bool stop();
 
     bool pause(); ///< \return false when none runs, or it is paused
     bool resume(); ///< \return false when none is paused
 
-    /** From a successful start until the file is whole and closed, or has failed. */
+    /// From a successful start until the file is whole and closed, or has failed.
     bool isRecording() const;
 
-    /** For later recordings, see videoSize(). */
+    /// For later recordings, see videoSize().
     void setSize(qint64 width, qint64 height);
 
-    /** Ends the recording, if there is one, and waits until its file is closed. */
+    /// Ends the recording, if there is one, and waits until its file is closed.
     void finish();
 
 private:

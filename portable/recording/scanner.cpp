@@ -30,7 +30,7 @@ QByteArray encoded(const cv::Mat &picture, const QString &extension)
                                              : jpegFile(picture, shotQuality(), shotDpi());
 }
 
-/** \param slot  as the macro SLOT writes it, or anything else */
+/// \param slot  as the macro SLOT writes it, or anything else
 bool hasSlot(const QObject &receiver, const char *slot)
 {
     if (!slot || slot[0] != '1') {
@@ -41,7 +41,7 @@ bool hasSlot(const QObject &receiver, const char *slot)
         && QMetaObject::checkConnectArgs("shot(int)", signature.constData());
 }
 
-/** What of an open book goes into a file each. */
+/// What of an open book goes into a file each.
 std::vector<cv::Mat> pagesOf(const cv::Mat &book, BookMode mode)
 {
     if (mode == BookMode::BothInOne) {
@@ -56,7 +56,7 @@ std::vector<cv::Mat> pagesOf(const cv::Mat &book, BookMode mode)
 
 } // namespace
 
-/** What a scan does; `isDue` is asked again and again, with a camera that is open. */
+/// What a scan does; `isDue` is asked again and again, with a camera that is open.
 struct Scanner::Scan
 {
     QString name; // for the log
@@ -149,7 +149,7 @@ void Scanner::stop()
     end();
 }
 
-/** A scan of each page that is laid before the camera. */
+/// A scan of each page that is laid before the camera.
 Scanner::Scan Scanner::pageScan(const QString &name, const ScanFiles &files) const
 {
     Scan scan;
@@ -182,7 +182,7 @@ bool Scanner::start(Scan scan)
     return false;
 }
 
-/** Ends the thread. To be called with m_changing held. */
+/// Ends the thread. To be called with m_changing held.
 void Scanner::end()
 {
     if (!m_thread.joinable()) {
@@ -217,7 +217,7 @@ void Scanner::run(const Scan &scan)
     qInfo().noquote() << "portable:" << scan.name << "has ended, with shots:" << done;
 }
 
-/** Takes a shot and writes its file, or both its files or none. */
+/// Takes a shot and writes its file, or both its files or none.
 bool Scanner::save(const Scan &scan, int shot)
 {
     const cv::Mat picture = m_shoot();
@@ -245,7 +245,7 @@ bool Scanner::save(const Scan &scan, int shot)
     return true;
 }
 
-/** \return false when told to stop, at once */
+/// \return false when told to stop, at once
 bool Scanner::sleep()
 {
     std::unique_lock<std::mutex> lock(m_mutex);

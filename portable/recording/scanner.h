@@ -14,7 +14,7 @@
 
 namespace portable {
 
-/** How a scanner waits; tests wait less. */
+/// How a scanner waits; tests wait less.
 struct ScannerTimes
 {
     std::chrono::milliseconds look{100}; ///< Between two looks at the preview.
@@ -22,7 +22,7 @@ struct ScannerTimes
     std::chrono::milliseconds cameraChange = usualCameraChange;
 };
 
-/** Carries the numbers of shots to the observer; Qt takes care that it may die at any time. */
+/// Carries the numbers of shots to the observer; Qt takes care that it may die at any time.
 class ShotSignal : public QObject
 {
     Q_OBJECT
@@ -31,7 +31,7 @@ Q_SIGNALS:
     void shot(int number);
 };
 
-/** Where a scan puts its shots: <directory>/<prefix>001.jpg and so on. */
+/// Where a scan puts its shots: <directory>/<prefix>001.jpg and so on.
 struct ScanFiles
 {
     QString directory; ///< Made when it is missing.
@@ -53,13 +53,13 @@ struct ScanFiles
 class Scanner
 {
 public:
-    /** Takes one picture; empty, with a line in the log, when it can't. */
+    /// Takes one picture; empty, with a line in the log, when it can't.
     using Shoot = std::function<cv::Mat()>;
 
-    /** That of the library. Ends when Qt's app ends. */
+    /// That of the library. Ends when Qt's app ends.
     static Scanner &instance();
 
-    /** \param cameras  outlive the scanner */
+    /// \param cameras  outlive the scanner
     Scanner(const CameraSet &cameras, Shoot shoot, ScannerTimes times = {});
     ~Scanner(); ///< As stop().
     Scanner(const Scanner &) = delete;
@@ -73,7 +73,7 @@ public:
      */
     bool observe(const QObject *receiver, const char *slot);
 
-    /** A shot whenever something has moved and then lies still; the observer hears its number. */
+    /// A shot whenever something has moved and then lies still; the observer hears its number.
     bool startAutomatic(const ScanFiles &files);
 
     /**
@@ -82,10 +82,10 @@ public:
      */
     bool startTimed(const ScanFiles &files, std::chrono::seconds interval, int shots);
 
-    /** As startAutomatic, but nobody hears of it and a shot has as many files as the mode says. */
+    /// As startAutomatic, but nobody hears of it and a shot has as many files as the mode says.
     bool startBook(const ScanFiles &files, BookMode mode);
 
-    /** Ends the scan, if there is one; a shot under way is finished before. */
+    /// Ends the scan, if there is one; a shot under way is finished before.
     void stop();
 
 private:

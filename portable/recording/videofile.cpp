@@ -36,7 +36,7 @@ struct Container
 constexpr std::array<Container, 3> containers{
     {{"mp4", "mp4"}, {"avi", "avi"}, {"mkv", "matroska"}}};
 
-/** The container of a path's extension; null for any other. */
+/// The container of a path's extension; null for any other.
 const Container *containerOf(const QString &path)
 {
     const QString suffix = QFileInfo(path).suffix().toLower();
@@ -186,7 +186,7 @@ bool VideoFile::openEncoder(const char *encoder, bool globalHeader, QString *err
     return code >= 0 || fail(code, error);
 }
 
-/** Opens the file and writes its header. */
+/// Opens the file and writes its header.
 bool VideoFile::openFile(QString *error)
 {
     m_frame->format = m_encoder->pix_fmt;
@@ -237,7 +237,7 @@ bool VideoFile::add(qint64 index, const cv::Mat &picture, QString *error)
     return encode(m_frame.get(), error);
 }
 
-/** Puts a picture, fitted, into m_frame. */
+/// Puts a picture, fitted, into m_frame.
 void VideoFile::draw(const cv::Mat &picture)
 {
     const cv::Size spare = picture.size() - m_size;
@@ -264,7 +264,7 @@ void VideoFile::draw(const cv::Mat &picture)
                   lines.data(), m_encoder->pix_fmt, m_size.width, m_size.height);
 }
 
-/** Gives the encoder a frame, or null for the end, and writes what comes out. */
+/// Gives the encoder a frame, or null for the end, and writes what comes out.
 bool VideoFile::encode(const AVFrame *frameOrNull, QString *error)
 {
     int code = avcodec_send_frame(m_encoder.get(), frameOrNull);
@@ -279,7 +279,7 @@ bool VideoFile::encode(const AVFrame *frameOrNull, QString *error)
     return code == AVERROR(EAGAIN) || code == AVERROR_EOF || fail(code, error);
 }
 
-/** Writes m_packet. */
+/// Writes m_packet.
 bool VideoFile::write(QString *error)
 {
     m_packet->stream_index = m_stream->index;
@@ -319,7 +319,7 @@ bool VideoFile::close(QString *error)
     return code >= 0 || fail(code, error);
 }
 
-/** Sends to the disk what FFmpeg holds back. \return its code, with m_goodSize set on success */
+/// Sends to the disk what FFmpeg holds back. \return its code, with m_goodSize set on success
 int VideoFile::flushed()
 {
     avio_flush(m_muxer->pb);
@@ -335,7 +335,7 @@ QString VideoFile::description() const
         + QLatin1String(m_encoder->codec_id == AV_CODEC_ID_H264 ? ", H.264" : ", MPEG-4");
 }
 
-/** \return false, always */
+/// \return false, always
 bool VideoFile::fail(int code, QString *error) const
 {
     *error = m_path + QStringLiteral(": ") + errorText(code);

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-/** \file Videos as files, through FFmpeg's libraries. */
+/// \file Videos as files, through FFmpeg's libraries.
 #pragma once
 
 #include <QString>
@@ -20,10 +20,10 @@ enum class VideoFormat {
     Old, ///< MPEG-4 part 2, in AVI unless the path says otherwise: for old players.
 };
 
-/** Each picture of a video is shown for 1/25 s. */
+/// Each picture of a video is shown for 1/25 s.
 constexpr int picturesPerSecond = 25;
 
-/** `path` if it ends in .mp4, .avi or .mkv, whatever the case; else with the format's extension. */
+/// `path` if it ends in .mp4, .avi or .mkv, whatever the case; else with the format's extension.
 QString videoPath(const QString &path, VideoFormat format);
 
 /**
@@ -32,7 +32,7 @@ QString videoPath(const QString &path, VideoFormat format);
  */
 cv::Size videoSize(const cv::Size &picture, qint64 width, qint64 height);
 
-/** The place of a picture in a frame of another shape: in the middle, as large as possible. */
+/// The place of a picture in a frame of another shape: in the middle, as large as possible.
 cv::Rect fittedInto(const cv::Size &frame, const cv::Size &picture);
 
 /**
@@ -73,12 +73,12 @@ public:
      */
     bool add(qint64 index, const cv::Mat &picture, QString *error);
 
-    /** Writes what is still to be written. \return whether the file is whole */
+    /// Writes what is still to be written. \return whether the file is whole
     bool finish(QString *error);
 
     QString path() const { return m_path; }
 
-    /** "/tmp/a.mp4, 1280 x 720, H.264", for the log. */
+    /// "/tmp/a.mp4, 1280 x 720, H.264", for the log.
     QString description() const;
 
 private:

@@ -23,13 +23,13 @@ bool fail(const QString &reason, QString *error)
     return false;
 }
 
-/** \param file  has just failed; its reason may hold a name from a page */
+/// \param file  has just failed; its reason may hold a name from a page
 bool fail(const QFile &file, QString *error)
 {
     return fail(logText(file.errorString()), error);
 }
 
-/** Before anything is done: half a path may be usable, and something would be made there. */
+/// Before anything is done: half a path may be usable, and something would be made there.
 bool isUsable(const QString &path, QString *error)
 {
     if (path.isEmpty()) {
@@ -43,7 +43,7 @@ bool isUsable(const QString &path, QString *error)
     return fits || fail(QStringLiteral("the path is too long"), error);
 }
 
-/** The path for Qt, to which ":..." is not a file but a resource built into the program. */
+/// The path for Qt, to which ":..." is not a file but a resource built into the program.
 QString forQt(const QString &path)
 {
     return path.startsWith(QLatin1Char(':')) ? QStringLiteral("./") + path : path;
@@ -59,7 +59,7 @@ QString resolved(const QFileInfo &file)
     return QDir::cleanPath(directory + QLatin1Char('/') + file.fileName());
 }
 
-/** That there is a file to read; else why not. */
+/// That there is a file to read; else why not.
 bool requireFile(const QFileInfo &file, QString *error)
 {
     return file.isFile()
@@ -77,13 +77,13 @@ bool requireDirectory(const QFileInfo &directory, QString *error)
                 error);
 }
 
-/** That there is a file, or a link whatever it leads to: something that is deleted by its name. */
+/// That there is a file, or a link whatever it leads to: something that is deleted by its name.
 bool requireFileOrLink(const QFileInfo &file, QString *error)
 {
     return file.isSymLink() || requireFile(file, error);
 }
 
-/** That something can be put there: nothing is replaced, and no directory is made for it. */
+/// That something can be put there: nothing is replaced, and no directory is made for it.
 bool requirePlace(const QFileInfo &target, QString *error)
 {
     if (target.exists() || target.isSymLink()) { // also a link to nothing
@@ -98,7 +98,7 @@ std::filesystem::path native(const QString &path)
     return QFile::encodeName(path).toStdString();
 }
 
-/** Qt would make it a copy of what it leads to, on another file system. */
+/// Qt would make it a copy of what it leads to, on another file system.
 bool moveLink(const QString &from, const QString &to, QString *error)
 {
     std::error_code code;
@@ -122,7 +122,7 @@ bool moveToTrash(const QFileInfo &file)
 #endif
 }
 
-/** The program of the desktops' own tools that finds the right one (package xdg-utils). */
+/// The program of the desktops' own tools that finds the right one (package xdg-utils).
 QString opener()
 {
     return QStandardPaths::findExecutable(QStringLiteral("xdg-open"));
@@ -150,7 +150,7 @@ bool openOnDesktop(const QFileInfo &file, QString *error)
         || fail(QStringLiteral("%1: %2").arg(program, process.errorString()), error);
 }
 
-/** The patterns that a format stands for, see filesOfFormat(). */
+/// The patterns that a format stands for, see filesOfFormat().
 QStringList patterns(const QString &format)
 {
     QStringList result;

@@ -15,29 +15,29 @@
 
 namespace portable {
 
-/** Into the desktop's trash; where there is none, or it can't take the file, as deleteForever. */
+/// Into the desktop's trash; where there is none, or it can't take the file, as deleteForever.
 bool deleteFile(const QString &path, QString *error);
 bool deleteForever(const QString &path, QString *error);
 
-/** \param to  path of the copy, in a directory that exists */
+/// \param to  path of the copy, in a directory that exists
 bool copyFile(const QString &from, const QString &to, QString *error);
 
-/** \param to  the new path, in a directory that exists, on any file system */
+/// \param to  the new path, in a directory that exists, on any file system
 bool moveFile(const QString &from, const QString &to, QString *error);
 
-/** As moveFile; but a bare name, without "/", means the same directory. */
+/// As moveFile; but a bare name, without "/", means the same directory.
 bool renameFile(const QString &from, const QString &to, QString *error);
 
 bool isFile(const QString &path, QString *error);
 bool isDirectory(const QString &path, QString *error);
 
-/** With the directories above it. True when it exists already; "a/.." is never made on the way. */
+/// With the directories above it. True when it exists already; "a/.." is never made on the way.
 bool createDirectory(const QString &path, QString *error);
 
-/** Whether xdg-open is there, the program behind the next two. */
+/// Whether xdg-open is there, the program behind the next two.
 bool canOpenOnDesktop();
 
-/** Shows it with the desktop's program for it. True once that was asked: it says no more. */
+/// Shows it with the desktop's program for it. True once that was asked: it says no more.
 bool openFile(const QString &path, QString *error);
 bool openDirectory(const QString &path, QString *error);
 

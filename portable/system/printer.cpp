@@ -34,7 +34,7 @@ struct Closer
 using Server = std::unique_ptr<http_t, Closer>;
 using Answer = std::unique_ptr<ipp_t, Closer>;
 
-/** What the print server says of a printer. */
+/// What the print server says of a printer.
 struct Printer
 {
     QByteArray name;
@@ -43,7 +43,7 @@ struct Printer
     QString delay; // why a queued job doesn't come out; empty when nothing is known against it
 };
 
-/** CUPS's word for the last failure of this thread. */
+/// CUPS's word for the last failure of this thread.
 QString lastError()
 {
     const char *text = cupsLastErrorString();
@@ -71,7 +71,7 @@ Server connectToServer(QString *error)
     return server;
 }
 
-/** Name of the default printer: the user's or else the server's. \return null when there is none */
+/// Name of the default printer: the user's or else the server's. \return null when there is none
 QByteArray defaultPrinter(http_t *server, QString *error)
 {
     const QByteArray name = cupsGetDefault2(server);
@@ -90,7 +90,7 @@ QByteArray resourceOf(const QByteArray &printer)
     return "/printers/" + QUrl::toPercentEncoding(QString::fromUtf8(printer));
 }
 
-/** A request about a printer, as RFC 8011 defines them. */
+/// A request about a printer, as RFC 8011 defines them.
 ipp_t *newRequest(ipp_op_t operation, const QByteArray &printer)
 {
     const QByteArray uri = "ipp://localhost" + resourceOf(printer);
@@ -101,7 +101,7 @@ ipp_t *newRequest(ipp_op_t operation, const QByteArray &printer)
     return request;
 }
 
-/** The part of the sheet to print on: a little paper stays white even where none need to. */
+/// The part of the sheet to print on: a little paper stays white even where none need to.
 QRectF printableArea(const Sheet &sheet)
 {
     constexpr double leastMargin = 5;
@@ -112,7 +112,7 @@ QRectF printableArea(const Sheet &sheet)
              std::max(margins.right(), leastMargin), std::max(margins.bottom(), leastMargin)});
 }
 
-/** Reads "media-col-default" (PWG 5100.7). \return false when the printer doesn't tell it */
+/// Reads "media-col-default" (PWG 5100.7). \return false when the printer doesn't tell it
 bool readSheet(ipp_t *answer, Sheet *sheet)
 {
     const auto collection = [](ipp_t *of, const char *name) {
@@ -149,7 +149,7 @@ QString readDelay(ipp_t *answer)
         .arg(QString::fromUtf8(reason ? ippGetString(reason, 0, nullptr) : "unknown reason"));
 }
 
-/** Asks for a printer. \return without a name when it can't be used */
+/// Asks for a printer. \return without a name when it can't be used
 Printer findPrinter(http_t *server, const QByteArray &name, QString *error)
 {
     const char *const wanted[] = {"media-col-default", "printer-state", "printer-state-reasons"};

@@ -11,7 +11,7 @@ namespace portable {
 
 constexpr int copiesAtMost = 99;
 
-/** A picture to print. */
+/// A picture to print.
 struct PrintJob
 {
     cv::Mat picture; ///< 8-bit BGR or grey.
@@ -20,7 +20,7 @@ struct PrintJob
     bool isGrey = false; ///< Prints without colour.
 };
 
-/** What a printer prints on, in millimetres. */
+/// What a printer prints on, in millimetres.
 struct Sheet
 {
     QSizeF size{210, 297};

@@ -41,7 +41,7 @@ bool isWeb(const QUrl &address)
         && !address.host().isEmpty();
 }
 
-/** The text of an answer in the encoding that its header names; else it is taken for UTF-8. */
+/// The text of an answer in the encoding that its header names; else it is taken for UTF-8.
 QString decoded(const QByteArray &answer, const char *contentType)
 {
     static const QRegularExpression form(QStringLiteral("charset\\s*=\\s*\"?([^\\s;\"]+)"),
@@ -51,7 +51,7 @@ QString decoded(const QByteArray &answer, const char *contentType)
     return codec ? codec->toUnicode(answer) : QString::fromUtf8(answer);
 }
 
-/** One upload: curl's handle, what it is given, and what it has received. */
+/// One upload: curl's handle, what it is given, and what it has received.
 class Transfer
 {
 public:
@@ -70,10 +70,10 @@ public:
 
     bool isReady() const { return m_handle && m_form && m_headers; }
 
-    /** Whether the file could be found; the transfer itself reads it, bit by bit. */
+    /// Whether the file could be found; the transfer itself reads it, bit by bit.
     bool hasFile() const { return m_hasFile; }
 
-    /** Sends the form to an address. \return false with the reason when that gets no answer */
+    /// Sends the form to an address. \return false with the reason when that gets no answer
     bool post(const QUrl &address, QString *error)
     {
         m_answer.clear();
@@ -98,7 +98,7 @@ public:
         return int(status);
     }
 
-    /** Where the answer sends us; empty when it doesn't. */
+    /// Where the answer sends us; empty when it doesn't.
     QUrl redirection() const { return QUrl::fromEncoded(QByteArray(info(CURLINFO_REDIRECT_URL))); }
 
     QString answer() const { return decoded(m_answer, info(CURLINFO_CONTENT_TYPE)); }
@@ -175,7 +175,7 @@ private:
         return size;
     }
 
-    /** Asked about once a second: the program's end waits for the threads of Qt's pool. */
+    /// Asked about once a second: the program's end waits for the threads of Qt's pool.
     static int isToEnd(void *, curl_off_t, curl_off_t, curl_off_t, curl_off_t)
     {
         return QCoreApplication::closingDown() ? 1 : 0;
@@ -190,7 +190,7 @@ private:
     std::array<char, CURL_ERROR_SIZE> m_error{};
 };
 
-/** Moved, and by what HTTP says (RFC 9110, 15.4) the same request may be sent to the new place. */
+/// Moved, and by what HTTP says (RFC 9110, 15.4) the same request may be sent to the new place.
 bool isMoved(int status)
 {
     return status == 301 || status == 307 || status == 308;

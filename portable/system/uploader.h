@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-/** \file Files to web servers; docs/upload.md tells pages and servers what goes over the wire. */
+/// \file Files to web servers; docs/upload.md tells pages and servers what goes over the wire.
 #pragma once
 
 #include <QString>
@@ -22,7 +22,7 @@ struct UploadRequest
     bool removeFile = false; ///< Afterwards, if the server has accepted it.
 };
 
-/** When an upload is given up; tests wait less. */
+/// When an upload is given up; tests wait less.
 struct UploadLimits
 {
     std::chrono::milliseconds connect{10'000};
@@ -53,11 +53,10 @@ UploadResult upload(const UploadRequest &request, const UploadLimits &limits = {
  */
 QUrl uploadAddress(const QString &host, const QString &page, long port, QString *error);
 
-/** "key=value&key=value", percent-encoded as in a URL; "+" is itself. What has no key is left out.
- */
+/// "key=value&key=value", percent-encoded as in a URL; "+" is itself. What has no key is left out.
 UploadFields uploadFields(const QString &text);
 
-/** An address for the log: without the parts that are for the server's eyes only. */
+/// An address for the log: without the parts that are for the server's eyes only.
 QString uploadLabel(const QUrl &address);
 
 } // namespace portable
