@@ -37,15 +37,15 @@ unsigned long compress(const cv::Mat &picture, unsigned char **memory)
     jpeg_create_compress(&jpeg);
     unsigned long size = 0;
     jpeg_mem_dest(&jpeg, memory, &size);
-    jpeg.image_width = static_cast<JDIMENSION>(picture.cols);
-    jpeg.image_height = static_cast<JDIMENSION>(picture.rows);
+    jpeg.image_width = JDIMENSION(picture.cols);
+    jpeg.image_height = JDIMENSION(picture.rows);
     jpeg.input_components = 3;
     jpeg.in_color_space = JCS_EXT_BGR;
     jpeg_set_defaults(&jpeg);
     jpeg_set_quality(&jpeg, sGetImageQuality(), TRUE);
     jpeg_start_compress(&jpeg, TRUE);
     while (jpeg.next_scanline < jpeg.image_height) {
-        auto *row = const_cast<JSAMPROW>(picture.ptr(static_cast<int>(jpeg.next_scanline)));
+        auto *row = const_cast<JSAMPROW>(picture.ptr(int(jpeg.next_scanline)));
         jpeg_write_scanlines(&jpeg, &row, 1);
     }
     jpeg_finish_compress(&jpeg);
@@ -73,7 +73,7 @@ void BM_compressAndWrite(benchmark::State &state)
         const unsigned long size = compress(picture, &memory);
         QFile file(folder.filePath(QStringLiteral("plain.jpg")));
         file.open(QIODevice::WriteOnly | QIODevice::Unbuffered);
-        file.write(reinterpret_cast<const char *>(memory), static_cast<qint64>(size));
+        file.write(reinterpret_cast<const char *>(memory), qint64(size));
         std::free(memory);
     }
 }

@@ -35,7 +35,7 @@ QImage cameraPicture(QImage::Format format)
         auto *line = reinterpret_cast<QRgb *>(picture.scanLine(y));
         for (int x = 0; x < picture.width(); ++x) {
             random = random * 1664525U + 1013904223U;
-            const int noise = static_cast<int>(random >> 28U);
+            const int noise = int(random >> 28U);
             const bool photo = x > 1300 && y < 600;
             const bool ink = !photo && (y / 12) % 2 == 0 && (x / 5 + x / 37 + y / 24) % 3 == 0;
             line[x] = photo ? qRgb((x * y) % 200 + noise, (x + y) % 200 + noise, y % 200 + noise)
@@ -58,7 +58,7 @@ public:
             socket->waitForConnected();
             socket->write(greeting);
             socket->waitForBytesWritten(100);
-            m_descriptors.push_back(dup(static_cast<int>(socket->socketDescriptor())));
+            m_descriptors.push_back(dup(int(socket->socketDescriptor())));
         }
         m_thread = std::thread([this] { read(); });
     }
@@ -146,16 +146,15 @@ void BM_compress(benchmark::State &state)
         unsigned char *data = memory.data();
         unsigned long size = memory.size();
         jpeg_mem_dest(&jpeg, &data, &size);
-        jpeg.image_width = static_cast<JDIMENSION>(picture.width());
-        jpeg.image_height = static_cast<JDIMENSION>(picture.height());
+        jpeg.image_width = JDIMENSION(picture.width());
+        jpeg.image_height = JDIMENSION(picture.height());
         jpeg.input_components = 4;
         jpeg.in_color_space = JCS_EXT_BGRX;
         jpeg_set_defaults(&jpeg);
         jpeg_set_quality(&jpeg, 75, TRUE);
         jpeg_start_compress(&jpeg, TRUE);
         while (jpeg.next_scanline < jpeg.image_height) {
-            auto *row =
-                const_cast<JSAMPROW>(picture.constScanLine(static_cast<int>(jpeg.next_scanline)));
+            auto *row = const_cast<JSAMPROW>(picture.constScanLine(int(jpeg.next_scanline)));
             jpeg_write_scanlines(&jpeg, &row, 1);
         }
         jpeg_finish_compress(&jpeg);
@@ -204,7 +203,7 @@ QByteArray frameText()
 void BM_pages(benchmark::State &state)
 {
     const QByteArray text = frameText();
-    Server server(static_cast<int>(state.range(0)));
+    Server server(int(state.range(0)));
     for (auto _ : state) {
         server.pushFrame(text);
     }
@@ -216,7 +215,7 @@ void BM_plainWrites(benchmark::State &state)
     const QByteArray text = frameText();
     QTcpServer listener;
     listener.listen(QHostAddress::LocalHost);
-    const int count = static_cast<int>(state.range(0));
+    const int count = int(state.range(0));
     const Readers readers(listener.serverPort(), count, "x");
     QList<QTcpSocket *> sockets;
     while (sockets.size() < count) {

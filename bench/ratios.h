@@ -35,7 +35,7 @@ public:
         for (std::string &option : options) {
             pointers.push_back(&option[0]);
         }
-        int count = static_cast<int>(pointers.size());
+        int count = int(pointers.size());
         benchmark::Initialize(&count, pointers.data());
         benchmark::RunSpecifiedBenchmarks(&m_reporter);
         benchmark::Shutdown();

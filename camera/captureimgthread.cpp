@@ -80,7 +80,7 @@ QByteArray resultText(const char *name, bool result)
 int truncated(double value)
 {
     using Limits = std::numeric_limits<int>;
-    return static_cast<int>(std::clamp<double>(value, Limits::min(), Limits::max()));
+    return int(std::clamp<double>(value, Limits::min(), Limits::max()));
 }
 
 } // namespace
@@ -354,12 +354,12 @@ bool CaptureImgThread::Loop::tryThreeTimes(const Start &start)
         return true;
     }
     bStopPlay();
-    QThread::msleep(static_cast<unsigned long>(d.waits.secondTry.count()));
+    QThread::msleep(ulong(d.waits.secondTry.count()));
     if (attempt(start.firstTries)) {
         return true;
     }
     bStopPlay();
-    QThread::msleep(static_cast<unsigned long>(d.waits.thirdTry.count()));
+    QThread::msleep(ulong(d.waits.thirdTry.count()));
     return attempt(start.lastTry);
 }
 
@@ -404,13 +404,13 @@ void CaptureImgThread::Loop::push(const QImage &frame)
 
 void CaptureImgThread::Loop::recoverFromFailure()
 {
-    QThread::msleep(static_cast<unsigned long>(d.waits.failedFrame.count()));
+    QThread::msleep(ulong(d.waits.failedFrame.count()));
     if (m_failures <= failuresBeforeRestart) {
         return;
     }
     qDebug() << "capture error";
     bStopPlay();
-    QThread::msleep(static_cast<unsigned long>(d.waits.restart.count()));
+    QThread::msleep(ulong(d.waits.restart.count()));
     if (const Start *start = findStart(&Start::camera, d.currentCamera)) {
         start->start(0);
     }

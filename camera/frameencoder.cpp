@@ -44,7 +44,7 @@ J_COLOR_SPACE colorSpaceOf(const QImage &image)
     }
 }
 
-/// Texts, a colour profile or a pixel ratio of their own go into Qt's file too; cameras have none.
+/// Texts, a color profile or a pixel ratio of their own go into Qt's file too; cameras have none.
 bool hasMetadata(const QImage &image)
 {
 #if QT_VERSION >= QT_VERSION_CHECK(5, 14, 0)
@@ -62,16 +62,16 @@ constexpr double fixedPoint = 65536;
 
 int pixelAt(qint64 position, int pixels)
 {
-    return static_cast<int>(qBound<qint64>(0, position >> 16, pixels - 1));
+    return int(qBound<qint64>(0, position >> 16, pixels - 1));
 }
 
 /// Pictures of 32 bits a pixel: steps from the first pixel's centre.
 void mapBySteps(int source, int target, std::vector<int> &map)
 {
-    map.resize(static_cast<std::size_t>(target));
-    const double scale = static_cast<double>(source) / target;
-    const auto step = static_cast<qint64>(scale * fixedPoint);
-    auto position = static_cast<qint64>(std::ceil(0.5 * scale * fixedPoint)) - 1;
+    map.resize(std::size_t(target));
+    const double scale = double(source) / target;
+    const auto step = qint64(scale * fixedPoint);
+    auto position = qint64(std::ceil(0.5 * scale * fixedPoint)) - 1;
     for (int &pixel : map) {
         pixel = pixelAt(position, source);
         position += step;
@@ -84,15 +84,15 @@ void mapBySteps(int source, int target, std::vector<int> &map)
  */
 void mapByTransformation(int source, int target, int run, std::vector<int> &map)
 {
-    map.resize(static_cast<std::size_t>(target));
-    const double factor = static_cast<double>(target) / source;
+    map.resize(std::size_t(target));
+    const double factor = double(target) / source;
     const double scale = 1. / factor;
     const double offset = -(factor / fixedPoint) * scale;
-    const auto step = static_cast<qint64>(scale * fixedPoint);
+    const auto step = qint64(scale * fixedPoint);
     for (int i = 0; i < target; ++i) {
         const int inRun = i % run;
-        const auto start = static_cast<qint64>(((i - inRun + 0.5) * scale + offset) * fixedPoint);
-        map[static_cast<std::size_t>(i)] = pixelAt(start + inRun * step, source);
+        const auto start = qint64(((i - inRun + 0.5) * scale + offset) * fixedPoint);
+        map[std::size_t(i)] = pixelAt(start + inRun * step, source);
     }
 }
 
@@ -181,13 +181,13 @@ void FrameEncoder::Compressor::growOutput(Compressor *self, std::size_t used)
 bool FrameEncoder::Compressor::compress(const QImage &frame, QSize size, J_COLOR_SPACE space)
 {
     mapPixels(frame, size);
-    const std::size_t rowBytes = static_cast<std::size_t>(size.width()) * (frame.depth() / 8U);
+    const std::size_t rowBytes = std::size_t(size.width()) * (frame.depth() / 8U);
     m_gathered.resize(rowBytes * rowsAtATime);
     for (int i = 0; i < rowsAtATime; ++i) {
-        m_rows[static_cast<std::size_t>(i)] = m_gathered.data() + rowBytes * static_cast<uint>(i);
+        m_rows[std::size_t(i)] = m_gathered.data() + rowBytes * uint(i);
     }
-    m_jpeg.image_width = static_cast<JDIMENSION>(size.width());
-    m_jpeg.image_height = static_cast<JDIMENSION>(size.height());
+    m_jpeg.image_width = JDIMENSION(size.width());
+    m_jpeg.image_height = JDIMENSION(size.height());
     m_jpeg.in_color_space = space;
 
     if (setjmp(m_failure.back) != 0) {
@@ -196,8 +196,8 @@ bool FrameEncoder::Compressor::compress(const QImage &frame, QSize size, J_COLOR
     }
     begin(frame);
     while (m_jpeg.next_scanline < m_jpeg.image_height) {
-        const int rows = gatherRows(frame, static_cast<int>(m_jpeg.next_scanline));
-        jpeg_write_scanlines(&m_jpeg, m_rows.data(), static_cast<JDIMENSION>(rows));
+        const int rows = gatherRows(frame, int(m_jpeg.next_scanline));
+        jpeg_write_scanlines(&m_jpeg, m_rows.data(), JDIMENSION(rows));
     }
     jpeg_finish_compress(&m_jpeg);
     return true;
@@ -222,12 +222,12 @@ void FrameEncoder::Compressor::setDensity(const QImage &frame)
     const double centimetres = (fromWhole(x / 100.0) + fromWhole(y / 100.0)) * 2.54;
     if (inches < centimetres) {
         m_jpeg.density_unit = 1;
-        m_jpeg.X_density = static_cast<UINT16>(qRound(x * 2.54 / 100));
-        m_jpeg.Y_density = static_cast<UINT16>(qRound(y * 2.54 / 100));
+        m_jpeg.X_density = UINT16(qRound(x * 2.54 / 100));
+        m_jpeg.Y_density = UINT16(qRound(y * 2.54 / 100));
     } else {
         m_jpeg.density_unit = 2;
-        m_jpeg.X_density = static_cast<UINT16>((x + 50) / 100);
-        m_jpeg.Y_density = static_cast<UINT16>((y + 50) / 100);
+        m_jpeg.X_density = UINT16((x + 50) / 100);
+        m_jpeg.Y_density = UINT16((y + 50) / 100);
     }
 }
 
@@ -245,11 +245,10 @@ void FrameEncoder::Compressor::mapPixels(const QImage &frame, QSize size)
 /// Fills m_rows with the next rows of the target; returns how many.
 int FrameEncoder::Compressor::gatherRows(const QImage &frame, int first)
 {
-    const int count = qMin(rowsAtATime, static_cast<int>(m_rowMap.size()) - first);
+    const int count = qMin(rowsAtATime, int(m_rowMap.size()) - first);
     for (int i = 0; i < count; ++i) {
-        const uchar *source =
-            frame.constScanLine(m_rowMap[static_cast<std::size_t>(first) + static_cast<uint>(i)]);
-        uchar *target = m_rows[static_cast<std::size_t>(i)];
+        const uchar *source = frame.constScanLine(m_rowMap[std::size_t(first) + uint(i)]);
+        uchar *target = m_rows[std::size_t(i)];
         if (frame.depth() == 32) {
             gatherRow<4>(source, m_columnMap, target);
         } else {
@@ -291,7 +290,7 @@ QByteArray FrameEncoder::encodeByQt(const QImage &frame, QSize size)
         return {};
     }
     return textOf(reinterpret_cast<const uchar *>(file.data().constData()),
-                  static_cast<std::size_t>(file.data().size()));
+                  std::size_t(file.data().size()));
 }
 
 QByteArray FrameEncoder::textOf(const unsigned char *jpeg, std::size_t length)
@@ -300,7 +299,7 @@ QByteArray FrameEncoder::textOf(const unsigned char *jpeg, std::size_t length)
     if (!text.isDetached()) {
         text = QByteArray(); // still on its way to a page, which keeps it
     }
-    text.resize(static_cast<int>(base64Length(length)));
+    text.resize(int(base64Length(length)));
     base64EncodeInto(jpeg, length, text.data());
     return text;
 }

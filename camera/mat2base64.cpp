@@ -16,7 +16,7 @@ std::string Mat2Base64(const cv::Mat &matrix, const std::string &extension)
     try {
         std::vector<unsigned char> bytes;
         cv::imencode("." + extension, matrix, bytes, {cv::IMWRITE_JPEG_QUALITY, 70});
-        return base64_encode(bytes.data(), static_cast<unsigned long>(bytes.size()), false);
+        return base64_encode(bytes.data(), ulong(bytes.size()), false);
     } catch (const cv::Exception &exception) {
         qDebug() << exception.what();
         return {};

@@ -11,13 +11,13 @@
 namespace {
 
 /// "0x..." or "0X..." is hexadecimal, another text decimal if it can be, else hexadecimal, else 0.
-long colourFrom(const QString &text)
+long colorFrom(const QString &text)
 {
     const bool prefixed =
         text.startsWith(QLatin1String("0x")) || text.startsWith(QLatin1String("0X"));
     bool ok = false;
-    const long colour = text.toLong(&ok, prefixed ? 16 : 10);
-    return ok ? colour : text.toLong(nullptr, 16);
+    const long color = text.toLong(&ok, prefixed ? 16 : 10);
+    return ok ? color : text.toLong(nullptr, 16);
 }
 
 } // namespace
@@ -66,7 +66,7 @@ QString MessageRun::vSetWaterPrintFontSize_callback(QString name, QString args, 
 
 QString MessageRun::vSetWaterPrintFontColor_callback(QString name, QString args, MessageRun *)
 {
-    vSetWaterPrintFontColor(colourFrom(Arguments(args).text(0)));
+    vSetWaterPrintFontColor(colorFrom(Arguments(args).text(0)));
     return reply(name, true);
 }
 

@@ -276,13 +276,13 @@ export interface Commands {
    */
   AutoFocus(): boolean;
   /**
-   * Saves the current picture as a colour JPEG file. 将当前画面保存为彩色JPEG文件。
+   * Saves the current picture as a color JPEG file. 将当前画面保存为彩色JPEG文件。
    * @param folder Folder for the file.
    * @param name File name without extension.
    */
   bSaveJPG(folder: Text, name: Text): boolean;
   /**
-   * Saves the current picture as a colour TIFF file with JPEG inside. 将当前画面保存为JPEG压缩的彩色TIFF文件。
+   * Saves the current picture as a color TIFF file with JPEG inside. 将当前画面保存为JPEG压缩的彩色TIFF文件。
    * @param folder Folder for the file.
    * @param name File name without extension.
    */
@@ -365,7 +365,7 @@ export interface Commands {
    */
   bSavePDFStart(folder: Text, name: Text): boolean;
   /**
-   * Appends the current picture to the PDF, in colour. 将当前画面以彩色加入PDF。
+   * Appends the current picture to the PDF, in color. 将当前画面以彩色加入PDF。
    */
   bSavePDFColorPage(): boolean;
   /**
@@ -377,7 +377,7 @@ export interface Commands {
    */
   bSavePDFBWPage(): boolean;
   /**
-   * Adds an image file to the PDF, in colour. 将图像文件以彩色加入PDF。
+   * Adds an image file to the PDF, in color. 将图像文件以彩色加入PDF。
    * @param picture Image file.
    * @param place The page's number, from 2 on; without it, with 1 and beyond the end it goes to the end.
    */
@@ -422,7 +422,7 @@ export interface Commands {
    */
   bSaveOFDEnd(): boolean;
   /**
-   * Appends the current picture to the OFD, in colour. 将当前画面以彩色加入OFD。
+   * Appends the current picture to the OFD, in color. 将当前画面以彩色加入OFD。
    */
   bSaveOFDColorPage(): boolean;
   /**
@@ -516,10 +516,10 @@ export interface Commands {
    */
   vSetWaterPrintFontSize(points: Numeric): boolean;
   /**
-   * Sets the watermark's colour. 设置水印颜色。
-   * @param colour 0xRRGGBB with the portable library; digits alone are decimal.
+   * Sets the watermark's color. 设置水印颜色。
+   * @param color 0xRRGGBB with the portable library; digits alone are decimal.
    */
-  vSetWaterPrintFontColor(colour: Text): boolean;
+  vSetWaterPrintFontColor(color: Text): boolean;
   /**
    * Sets where the watermark stands. 设置水印位置。
    * @param x Pixels from the left; negative from the right.
@@ -527,19 +527,19 @@ export interface Commands {
    */
   vSetWaterPrintPos(x: Numeric, y?: Numeric): boolean;
   /**
-   * Prints an image file, in colour or grey. 打印图像文件（彩色或灰度）。
+   * Prints an image file, in color or grey. 打印图像文件（彩色或灰度）。
    * @param copies Copies, 1 to 99; 0 stands for 1.
    * @param picture Image file.
-   * @param colour Colour or grey.
+   * @param color Color or grey.
    */
-  bPrintImage(copies: Numeric, picture: Text, colour: Numeric): boolean;
+  bPrintImage(copies: Numeric, picture: Text, color: Numeric): boolean;
   /**
    * Prints a capture of the current picture. 打印当前画面。
    * @param copies Copies, 1 to 99; 0 stands for 1.
    */
   bPrint(copies: Numeric): boolean;
   /**
-   * Prints an image file in colour. 彩色打印图像文件。
+   * Prints an image file in color. 彩色打印图像文件。
    * @param picture Image file.
    * @param copies Copies, 1 to 99; 0 stands for 1.
    */

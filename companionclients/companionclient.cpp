@@ -10,12 +10,12 @@ namespace {
 
 int milliseconds(std::chrono::milliseconds time)
 {
-    return static_cast<int>(time.count());
+    return int(time.count());
 }
 
 void sleep(std::chrono::milliseconds time)
 {
-    QThread::msleep(static_cast<unsigned long>(time.count()));
+    QThread::msleep(ulong(time.count()));
 }
 
 } // namespace

@@ -12,13 +12,13 @@ ConfigIni::ConfigIni()
 
     QSettings file(QCoreApplication::applicationDirPath() + QLatin1String("/server.ini"),
                    QSettings::IniFormat);
-    port = static_cast<quint16>(file.value(portKey, 1818).toInt());
+    port = quint16(file.value(portKey, 1818).toInt());
     browser = file.value(browserKey, QStringLiteral("uos-browser")).toString();
     padsize = file.value(padsizeKey, QSize(1280, 800)).toSize();
     // The counter pages are made for this one; the other stays the key's default on purpose.
     browser = QStringLiteral("gnome-www-browser");
 
-    file.setValue(portKey, static_cast<int>(port));
+    file.setValue(portKey, int(port));
     file.setValue(browserKey, browser);
     file.setValue(padsizeKey, padsize);
 }

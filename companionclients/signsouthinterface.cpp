@@ -95,7 +95,7 @@ void SignSouthInterface::send(int type, const QByteArray &json)
     writeNumber(json.size());
     m_socket.write(json);
     m_socket.flush();
-    m_socket.waitForBytesWritten(static_cast<int>(m_waits.write.count()));
+    m_socket.waitForBytesWritten(int(m_waits.write.count()));
     std::printf("sign3:%s\n", json.constData());
 }
 
@@ -130,7 +130,7 @@ bool SignSouthInterface::readPayload(int length, QByteArray *payload)
         if (length < 0 || !isConnected()) {
             return false;
         }
-        m_socket.waitForReadyRead(static_cast<int>(m_waits.read.count()));
+        m_socket.waitForReadyRead(int(m_waits.read.count()));
         const QByteArray more = m_socket.readAll();
         if (payload->size() < qMin(length, longestReply)) {
             *payload += more;
@@ -141,6 +141,6 @@ bool SignSouthInterface::readPayload(int length, QByteArray *payload)
 
 void SignSouthInterface::slot_stateChanged(QLocalSocket::LocalSocketState state)
 {
-    std::printf("QLocalSocket::LocalSocketState:%d\n", static_cast<int>(state));
+    std::printf("QLocalSocket::LocalSocketState:%d\n", int(state));
     TRACE << state;
 }

@@ -38,7 +38,7 @@ bool Webbrowsersouthinterface::start()
 {
     leaveForRestart();
     launch();
-    QThread::msleep(static_cast<unsigned long>(m_waits.settle.count()));
+    QThread::msleep(ulong(m_waits.settle.count()));
     if (!connectInThreeAttempts()) {
         return false;
     }

@@ -312,7 +312,7 @@ function foldDevice(open) {
 
 byId('device-fold').addEventListener('click', () => foldDevice(byId('device-facts').hidden));
 
-// ---- Language and colours -----------------------------------------------------------------------
+// ---- Language and colors -----------------------------------------------------------------------
 
 const languageButtons = document.querySelectorAll('[data-language]');
 const themeButtons = document.querySelectorAll('[data-theme-choice]');

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// What the console remembers, and its colours: loaded first, so that the page never flashes.
+// What the console remembers, and its colors: loaded first, so that the page never flashes.
 
 'use strict';
 

@@ -199,12 +199,12 @@ void vSetCapturePin(void (*listener)(int, int, int, unsigned int, int, void *));
  * the file is whole, and false without an open preview.
  */
 ///@{
-bool bSaveJPG(const char *directory, const char *name); ///< Colour JPEG.
-bool bSaveTifJPG(const char *directory, const char *name); ///< Colour TIFF with JPEG inside.
+bool bSaveJPG(const char *directory, const char *name); ///< Color JPEG.
+bool bSaveTifJPG(const char *directory, const char *name); ///< Color TIFF with JPEG inside.
 bool bSaveGray(const char *directory, const char *name); ///< Grey picture.
 bool bSaveTIF(const char *directory, const char *name); ///< Bilevel TIFF.
-bool bSaveBMP(const char *directory, const char *name); ///< Colour bitmap.
-bool bSavePNG(const char *directory, const char *name); ///< Colour PNG.
+bool bSaveBMP(const char *directory, const char *name); ///< Color bitmap.
+bool bSavePNG(const char *directory, const char *name); ///< Color PNG.
 
 /// One picture twice: directory and name of the grey file, directory and name of the TIFF.
 bool bSaveGrayAndTIF(const char *p1, const char *p2, const char *p3, const char *p4);
@@ -218,7 +218,7 @@ bool SplitPic(const char *p1, const char *p2);
 
 /**
  * The current picture as base64 of an image file. The portable library: JPEG, and PNG for 2.
- * \param number  0 colour, 1 grey, 2 bilevel
+ * \param number  0 color, 1 grey, 2 bilevel
  */
 const char *sGetImageBase64_Byte(int number);
 
@@ -264,7 +264,7 @@ bool Base64Decode(const char *first, const char *second);
 
 /// \param p1  directory  \param p2  name without extension
 bool bSavePDFStart(const char *p1, const char *p2);
-bool bSavePDFColorPage(); ///< The current picture in colour.
+bool bSavePDFColorPage(); ///< The current picture in color.
 bool bSavePDFBWPage(); ///< The current picture, bilevel.
 bool bSavePDFEnd(); ///< Writes the file: true once it is whole.
 bool bAddPDFColorPage(const char *image, float number); ///< An image file, local text.
@@ -274,7 +274,7 @@ bool bAddPDFBWPage(const char *image, float number); ///< An image file, local t
 bool bAddPDFBase64ColorPage(const char *base64);
 
 bool bSaveOFDStart(const char *p1, const char *p2); ///< As bSavePDFStart.
-bool bSaveOFDColorPage(); ///< The current picture in colour.
+bool bSaveOFDColorPage(); ///< The current picture in color.
 bool bSaveOFDBWPage(); ///< The current picture, bilevel.
 bool bSaveOFDEnd(); ///< Writes the file: true once it is whole.
 bool bAddOFDPage(const char *image, float number); ///< An image file.
@@ -407,11 +407,11 @@ bool bPrint(int number);
  * An image file.
  * \param a      the portable library: copies
  * \param image  local text
- * \param b      the portable library: 0 in colour, 1 in grey, others fail
+ * \param b      the portable library: 0 in color, 1 in grey, others fail
  */
 bool bPrintImage(short a, const char *image, short b);
 
-/// An image file. \param number  the portable library: copies, in colour
+/// An image file. \param number  the portable library: copies, in color
 bool bPrintImageFile(const char *image, int number);
 
 /**
@@ -423,7 +423,7 @@ void vSetWaterPrintFont(const char *font); ///< Font family, local text.
 void vSetWaterPrintFontSize(short size); ///< In points, at the resolution of vSetDPI.
 
 /// Its byte order is the library's choice. The portable library: 0xRRGGBB.
-void vSetWaterPrintFontColor(long colour);
+void vSetWaterPrintFontColor(long color);
 
 /**
  * Top left corner in the capture, pixels. The portable library: negative values are the distance of

@@ -58,7 +58,7 @@ constexpr std::array<signed char, 256> sixBitValues()
         value = -1;
     }
     for (int i = 0; i < 64; ++i) {
-        values[static_cast<unsigned char>(standardAlphabet[i])] = static_cast<signed char>(i);
+        values[uchar(standardAlphabet[i])] = qint8(i);
     }
     return values;
 }
@@ -90,15 +90,15 @@ std::string base64_decode(const std::string &text)
     unsigned bits = 0;
     int count = 0;
     for (const char character : text) {
-        const signed char value = values[static_cast<unsigned char>(character)];
+        const signed char value = values[uchar(character)];
         if (value < 0) {
             break;
         }
-        bits = (bits << 6U) | static_cast<unsigned>(value);
+        bits = (bits << 6U) | unsigned(value);
         // Characters 2, 3 and 4 of each four complete a byte.
         if (++count % 4 != 1) {
             const int spare = count % 4 == 2 ? 4 : count % 4 == 3 ? 2 : 0;
-            bytes.push_back(static_cast<char>(bits >> spare & 0xFFU));
+            bytes.push_back(char(bits >> spare & 0xFFU));
         }
     }
     return bytes;

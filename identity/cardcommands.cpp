@@ -51,7 +51,7 @@ int codeOf(const QString &json)
 /// The "result" of a card text; 0, no success, unless it is there as a number.
 int resultOf(const QString &json)
 {
-    return static_cast<int>(qBound<double>(INT_MIN, memberOf(json, "result").toDouble(), INT_MAX));
+    return int(qBound<double>(INT_MIN, memberOf(json, "result").toDouble(), INT_MAX));
 }
 
 } // namespace

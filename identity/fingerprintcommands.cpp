@@ -53,8 +53,7 @@ QByteArray bytesFrom(const QString &args, int first)
 QString MessageRun::fingerCaptureRawData_callback(QString, QString args, MessageRun *self)
 {
     const qint64 timeoutMs = qint64{numberFrom<int>(args)} * 1000;
-    fingerCaptureRawData(static_cast<int>(qBound<qint64>(INT_MIN, timeoutMs, INT_MAX)), onCapture,
-                         self);
+    fingerCaptureRawData(int(qBound<qint64>(INT_MIN, timeoutMs, INT_MAX)), onCapture, self);
     return QStringLiteral(" ");
 }
 

@@ -126,7 +126,7 @@ void QLog::Record::writeLine(const QString &text)
     checkFile(now);
     const EncodedLine line = encodedLine(text);
     if (!file.isOpen()) {
-        std::fwrite(line.bytes.constData(), 1, static_cast<std::size_t>(line.bytes.size()), stderr);
+        std::fwrite(line.bytes.constData(), 1, std::size_t(line.bytes.size()), stderr);
         return;
     }
     const qint64 written = qMax(file.write(line.bytes), Q_INT64_C(0));

@@ -13,7 +13,7 @@ QByteArray baseName(const char *file)
     const char *slash = std::strrchr(file, '/');
     const char *name = slash ? slash + 1 : file;
     const char *dot = std::strrchr(name, '.');
-    return dot ? QByteArray(name, static_cast<int>(dot - name)) : QByteArray(name);
+    return dot ? QByteArray(name, int(dot - name)) : QByteArray(name);
 }
 
 } // namespace

@@ -59,7 +59,7 @@ QString MessageRun::sGetDevicesId_callback(QString name, QString, MessageRun *)
 QString MessageRun::sServerVersion_callback(QString name, QString, MessageRun *)
 {
     std::array<char, 1001> text{}; // one more than the library is told of: always terminated
-    doccameraVeriosn(text.data(), static_cast<int>(text.size()) - 1);
+    doccameraVeriosn(text.data(), int(text.size()) - 1);
     return reply(name, QString::fromUtf8(text.data()));
 }
 

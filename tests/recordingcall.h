@@ -65,7 +65,7 @@ template <class Type> Type converted(const char *function, const QVariant &value
     } else if constexpr (std::is_same_v<Type, const char *>) {
         return value.isValid() ? keepText(function, value.toByteArray()) : nullptr;
     } else if constexpr (std::is_same_v<Type, short>) {
-        return static_cast<short>(value.toInt());
+        return short(value.toInt());
     } else if constexpr (!std::is_void_v<Type>) {
         return value.value<Type>();
     }

@@ -142,7 +142,7 @@ bool bPrintImageFile(const char *image, int number)
 void vSetWaterPrint(short a, const char *text, short b)   { call(__func__, a, text, b); }
 void vSetWaterPrintFont(const char *font)                 { call(__func__, font); }
 void vSetWaterPrintFontSize(short size)                   { call(__func__, size); }
-void vSetWaterPrintFontColor(long colour)                 { call(__func__, colour); }
+void vSetWaterPrintFontColor(long color)                 { call(__func__, color); }
 void vSetWaterPrintPos(short x, short y)                  { call(__func__, x, y); }
 char *sGetBarCode(const char *image)                      { return call<char *>(__func__, image); }
 char *sGetBarCodeEx(long kind, const char *image)
@@ -167,7 +167,7 @@ void doccameraVeriosn(char *buffer, int capacity)
     QByteArray version;
     fill(__func__, version, capacity);
     if (capacity > 0)
-        qstrncpy(buffer, version.constData(), static_cast<uint>(capacity));
+        qstrncpy(buffer, version.constData(), uint(capacity));
 }
 bool bDeleteFile(const char *path)                        { return call<bool>(__func__, path); }
 bool bDeleteFileForever(const char *path)                 { return call<bool>(__func__, path); }

@@ -306,7 +306,7 @@ void TestBrowserHelper::theNextRequestReplacesThePage()
     // A window that goes by itself is told.
     second.send(askFor("http://d/"));
     QCOMPARE(second.reply(), QStringLiteral("opened http://d/"));
-    ::kill(static_cast<pid_t>(started().last()), SIGKILL);
+    ::kill(pid_t(started().last()), SIGKILL);
     QCOMPARE(second.reply(), QStringLiteral("closed browser crashed"));
 }
 

@@ -258,15 +258,15 @@ private Q_SLOTS:
         // The client holds the main thread until all is there: the rest must come from elsewhere.
         const QByteArray frame = sized(payload);
         QLocalSocket *socket = service.client();
-        const auto descriptor = static_cast<int>(socket->socketDescriptor());
+        const auto descriptor = int(socket->socketDescriptor());
         std::thread slow([=] {
             for (int at = 0; at < frame.size(); at += 70000) {
                 const QByteArray piece = frame.mid(at, 70000);
                 for (int done = 0; done < piece.size();) {
                     const auto written = ::write(descriptor, piece.constData() + done,
-                                                 static_cast<std::size_t>(piece.size() - done));
+                                                 std::size_t(piece.size() - done));
                     if (written > 0) {
-                        done += static_cast<int>(written);
+                        done += int(written);
                     }
                     std::this_thread::sleep_for(2ms);
                 }

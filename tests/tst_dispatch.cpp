@@ -17,8 +17,8 @@ namespace {
 
 std::string encoded(const char *bytes, bool url)
 {
-    return base64_encode(reinterpret_cast<const unsigned char *>(bytes),
-                         static_cast<unsigned long>(qstrlen(bytes)), url);
+    return base64_encode(reinterpret_cast<const unsigned char *>(bytes), ulong(qstrlen(bytes)),
+                         url);
 }
 
 /// Quotation marks within a literal are hard to read.
@@ -166,7 +166,7 @@ private Q_SLOTS:
         QTEST(numberFrom<short>(text), "asShort");
         QTEST(numberFrom<int>(text), "asInt");
         QTEST(numberFrom<qint64>(text), "asLong");
-        QTEST(static_cast<qint64>(numberFrom<long>(text)), "asLong");
+        QTEST(qint64(numberFrom<long>(text)), "asLong");
     }
 
     void encodingsOfAField()
@@ -205,12 +205,11 @@ private Q_SLOTS:
 
         QByteArray bytes;
         for (int length = 0; length < 1000; ++length) {
-            const std::string text =
-                base64_encode(reinterpret_cast<const unsigned char *>(bytes.constData()),
-                              static_cast<unsigned>(length));
+            const std::string text = base64_encode(
+                reinterpret_cast<const unsigned char *>(bytes.constData()), unsigned(length));
             QCOMPARE(QByteArray::fromStdString(text), bytes.toBase64());
             QCOMPARE(QByteArray::fromStdString(base64_decode(text)), bytes);
-            bytes.append(static_cast<char>(length * 37 + length / 7));
+            bytes.append(char(length * 37 + length / 7));
         }
     }
 

@@ -51,8 +51,8 @@ cv::Mat decoded(const QByteArray &file)
     return readPictureBytes(file, &error);
 }
 
-/// Whether a pixel is that colour, as far as a JPEG keeps it.
-bool isColour(const cv::Mat &picture, int x, int y, const cv::Vec3b &bgr)
+/// Whether a pixel is that color, as far as a JPEG keeps it.
+bool isColor(const cv::Mat &picture, int x, int y, const cv::Vec3b &bgr)
 {
     return cv::norm(picture.at<cv::Vec3b>(y, x), bgr, cv::NORM_INF) < 30;
 }
@@ -418,15 +418,15 @@ private Q_SLOTS:
         QCOMPARE(lGetImageAreaX1() + lGetImageAreaX2() + lGetImageAreaY2(), 320L + 9999 + 200);
         cv::Mat shot = saved();
         QCOMPARE(shot.size(), cv::Size(320, 200));
-        QVERIFY(isColour(shot, 5, 5, green));
+        QVERIFY(isColor(shot, 5, 5, green));
         vSetRotate(90); // 480 x 640: white, red above blue, green
         QVERIFY(bSetImageArea(0, 0, 480, 640));
         shot = saved();
         QCOMPARE(shot.size(), cv::Size(480, 640));
-        QVERIFY(isColour(shot, 10, 10, white) && isColour(shot, 470, 10, red));
+        QVERIFY(isColor(shot, 10, 10, white) && isColor(shot, 470, 10, red));
         QVERIFY(bSetImageArea(240, 320, 480, 640));
         shot = saved();
-        QVERIFY(isColour(shot, 100, 100, green));
+        QVERIFY(isColor(shot, 100, 100, green));
         m_log->takeLines();
         QVERIFY(bSetImageArea(5000, 10, 6000, 20)); // nothing of it is left: the whole
         QCOMPARE(saved().size(), cv::Size(480, 640));
@@ -720,8 +720,8 @@ private Q_SLOTS:
 
     void base64OfShots()
     {
-        cv::Mat colour = decoded(QByteArray::fromBase64(sGetImageBase64_Byte(0)));
-        QVERIFY(meanDifference(colour, quarters({640, 480})) < 3);
+        cv::Mat color = decoded(QByteArray::fromBase64(sGetImageBase64_Byte(0)));
+        QVERIFY(meanDifference(color, quarters({640, 480})) < 3);
         const QByteArray grey = QByteArray::fromBase64(sGetImageBase64_Byte(1));
         QVERIFY(QImage::fromData(grey).isGrayscale());
         const cv::Mat ink = decoded(QByteArray::fromBase64(sGetImageBase64_Byte(2)));

@@ -203,14 +203,14 @@ private Q_SLOTS:
     void pdfOfFiles()
     {
         QVERIFY(vSetDPI(300, 300));
-        QVERIFY(picture(400, 300, 200).save(path("colour.jpg"), "JPG", 80));
+        QVERIFY(picture(400, 300, 200).save(path("color.jpg"), "JPG", 80));
         QVERIFY(picture(300, 300, 150)
                     .convertToFormat(QImage::Format_Grayscale8)
                     .save(path("灰.jpeg")));
-        QByteArray silent = contentOf(path("colour.jpg"));
+        QByteArray silent = contentOf(path("color.jpg"));
         silent[13] = 0; // the unit of its JFIF density: none
         writeFile(path("silent.jpg"), silent);
-        QByteArray absurd = contentOf(path("colour.jpg"));
+        QByteArray absurd = contentOf(path("color.jpg"));
         absurd.replace(14, 4, QByteArray("\0\1\0\1", 4)); // 1 dpi
         writeFile(path("absurd.jpg"), absurd);
         QVERIFY(picture(500, 300, 120).save(path("page.png")));
@@ -219,12 +219,12 @@ private Q_SLOTS:
         writeFile(path("page.tif"), portable::bilevelTiffFile(ink, {250, 250}));
 
         QVERIFY(startPdf(folder(""), "files.PDF"));
-        for (const char *name : {"colour.jpg", "灰.jpeg", "silent.jpg", "absurd.jpg", "page.png"}) {
+        for (const char *name : {"color.jpg", "灰.jpeg", "silent.jpg", "absurd.jpg", "page.png"}) {
             QVERIFY2(addToPdf(path(name)), name);
         }
         QVERIFY(addInkToPdf(path("page.bmp")));
         QVERIFY(addInkToPdf(path("page.tif")));
-        QVERIFY(addTextToPdf(contentOf(path("colour.jpg")).toBase64()));
+        QVERIFY(addTextToPdf(contentOf(path("color.jpg")).toBase64()));
         QVERIFY(addTextToPdf("data:image/png;base64," + contentOf(path("page.png")).toBase64()));
         QVERIFY(bSavePDFEnd());
         QCOMPARE(m_log->takeLines(), QStringList());
@@ -241,11 +241,11 @@ private Q_SLOTS:
             QVERIFY(shows(rendered, picture(400, 300)));
         }
         outputOf("pdfimages", {line("-all"), pdf, path("out")});
-        QCOMPARE(contentOf(path("out-000.jpg")), contentOf(path("colour.jpg")));
+        QCOMPARE(contentOf(path("out-000.jpg")), contentOf(path("color.jpg")));
         QCOMPARE(contentOf(path("out-001.jpg")), contentOf(path("灰.jpeg")));
         QCOMPARE(contentOf(path("out-002.jpg")), silent);
         QCOMPARE(contentOf(path("out-003.jpg")), absurd);
-        QCOMPARE(contentOf(path("out-007.jpg")), contentOf(path("colour.jpg")));
+        QCOMPARE(contentOf(path("out-007.jpg")), contentOf(path("color.jpg")));
     }
 
     void pagesThatWereHeldAskewAreUpright()

@@ -25,7 +25,7 @@ struct PrintedJob
     QByteArray document;
     QString title;
     int copies = 0;
-    QString colourMode;
+    QString colorMode;
 };
 
 /**
@@ -160,7 +160,7 @@ private:
         PrintedJob job;
         job.document = document;
         job.title = text(request, "job-name", IPP_TAG_NAME);
-        job.colourMode = text(request, "print-color-mode", IPP_TAG_KEYWORD);
+        job.colorMode = text(request, "print-color-mode", IPP_TAG_KEYWORD);
         ipp_attribute_t *copies = ippFindAttribute(request, "copies", IPP_TAG_INTEGER);
         job.copies = copies ? ippGetInteger(copies, 0) : 0;
         const std::lock_guard<std::mutex> lock(m_mutex);
@@ -218,14 +218,14 @@ private Q_SLOTS:
         QCOMPARE(m_log->takeLines(), QStringList(line("图.png: print job 1 on printer A5")));
         QVERIFY(bPrintImage(7, file.constData(), 1));
         QCOMPARE(server.jobs().size(), 2);
-        const PrintedJob inColour = server.jobs().first();
-        QCOMPARE(inColour.title, line("图.png"));
-        QCOMPARE(inColour.copies, 1);
-        QCOMPARE(inColour.colourMode, QString());
+        const PrintedJob inColor = server.jobs().first();
+        QCOMPARE(inColor.title, line("图.png"));
+        QCOMPARE(inColor.copies, 1);
+        QCOMPARE(inColor.colorMode, QString());
 
         // 148 x 210 mm at ten pixels a millimetre. 24 mm at the left, 10 at the top and 5 elsewhere
         // stay free; the picture, turned clockwise, is as high as the rest: 97.5 x 195 mm.
-        const QImage paper = rasterised(inColour.document);
+        const QImage paper = rasterised(inColor.document);
         QVERIFY2(qAbs(paper.width() - 1480) <= 2 && qAbs(paper.height() - 2100) <= 2,
                  qPrintable(line("%1 %2").arg(paper.width()).arg(paper.height())));
         const auto isNear = [](const QColor &a, const QColor &b) {
@@ -235,8 +235,8 @@ private Q_SLOTS:
         const int left = 348, right = 1322, top = 100, bottom = 2050, inside = 12, outside = -12;
         for (const int by : {inside, outside}) {
             const bool isInside = by == inside;
-            const auto isAt = [&](int x, int y, Qt::GlobalColor colour) {
-                return isNear(paper.pixelColor(x, y), isInside ? colour : Qt::white);
+            const auto isAt = [&](int x, int y, Qt::GlobalColor color) {
+                return isNear(paper.pixelColor(x, y), isInside ? color : Qt::white);
             };
             QVERIFY(isAt(left + by, top + by, Qt::blue)); // was bottom left
             QVERIFY(isAt(right - by, top + by, Qt::red)); // was top left
@@ -246,7 +246,7 @@ private Q_SLOTS:
 
         const PrintedJob inGrey = server.jobs().last();
         QCOMPARE(inGrey.copies, 7);
-        QCOMPARE(inGrey.colourMode, line("monochrome"));
+        QCOMPARE(inGrey.colorMode, line("monochrome"));
         const QColor red = rasterised(inGrey.document).pixelColor(right - inside, top + inside);
         QVERIFY(isNear(red, QColor(76, 76, 76)));
     }
@@ -290,7 +290,7 @@ private Q_SLOTS:
         QVERIFY(!bPrintImage(-1, picture.constData(), 0));
         expectLine("bPrintImage: -1 copies");
         QVERIFY(!bPrintImage(1, picture.constData(), 2));
-        expectLine("bPrintImage: there is no colour mode 2");
+        expectLine("bPrintImage: there is no color mode 2");
         cupsSetServer("127.0.0.1:9");
         QVERIFY(!bPrintImageFile(picture.constData(), 1));
         expectLine("bPrintImageFile: a.png: no print server answers at 127.0.0.1: ");

@@ -277,7 +277,7 @@ private Q_SLOTS:
         constexpr int size = 200 * 1000;
         QByteArray results;
         for (int i = 0; i < frames; ++i) {
-            const QByteArray frame = frameText(static_cast<char>('a' + i % 26), size);
+            const QByteArray frame = frameText(char('a' + i % 26), size);
             const QByteArray result = "Begin" + QByteArray::number(i) + "End";
             say(frame);
             say(result);

@@ -77,21 +77,20 @@ void ClientLink::webSocketTextFrame(const QByteArray &text, QByteArray &buffer)
     uchar header[10] = {finalText};
     int headerLength = 2;
     if (text.size() < 126) {
-        header[1] = static_cast<uchar>(text.size());
+        header[1] = uchar(text.size());
     } else if (text.size() <= 0xFFFF) {
         header[1] = 126;
-        qToBigEndian(static_cast<quint16>(text.size()), header + 2);
+        qToBigEndian(quint16(text.size()), header + 2);
         headerLength = 4;
     } else {
         header[1] = 127;
-        qToBigEndian(static_cast<quint64>(text.size()), header + 2);
+        qToBigEndian(quint64(text.size()), header + 2);
         headerLength = 10;
     }
     if (!buffer.isDetached()) {
         buffer = QByteArray();
     }
     buffer.resize(headerLength + text.size());
-    std::memcpy(buffer.data(), header, static_cast<std::size_t>(headerLength));
-    std::memcpy(buffer.data() + headerLength, text.constData(),
-                static_cast<std::size_t>(text.size()));
+    std::memcpy(buffer.data(), header, std::size_t(headerLength));
+    std::memcpy(buffer.data() + headerLength, text.constData(), std::size_t(text.size()));
 }

@@ -185,7 +185,7 @@ void BrowserWindow::close()
 {
     m_settling.stop();
     if (m_group != 0) {
-        const auto group = static_cast<pid_t>(std::exchange(m_group, 0));
+        const auto group = pid_t(std::exchange(m_group, 0));
         ::kill(-group, SIGTERM);
         if (m_browser.state() != QProcess::NotRunning && !m_browser.waitForFinished(politeMs)) {
             qWarning() << "the browser does not end, killing it";

@@ -26,7 +26,7 @@ QList<Request> FrameReader::feed(const QByteArray &bytes)
 bool FrameReader::takeNumber(int *number)
 {
     qint32 value = 0;
-    if (m_bytes.size() < static_cast<int>(sizeof value)) {
+    if (m_bytes.size() < int(sizeof value)) {
         return false;
     }
     std::memcpy(&value, m_bytes.constData(), sizeof value);

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-/// \file The colours of the window.
+/// \file The colors of the window.
 #pragma once
 
 #include <QColor>

@@ -306,8 +306,7 @@ struct PdfDocument::Parsed
         if (!size.isInteger()) {
             throw std::runtime_error("no /Size in its trailer");
         }
-        highestInFile =
-            std::max(static_cast<long long>(pdf.getObjectCount()), size.getIntValue() - 1);
+        highestInFile = std::max(qint64(pdf.getObjectCount()), size.getIntValue() - 1);
         if (highestInFile > highestObject - maxAdded) {
             throw std::runtime_error("too many objects");
         }

@@ -22,7 +22,7 @@ constexpr qint64 largestFileEncoded = 128 << 20;
 
 using Encoder = QByteArray (*)(const cv::Mat &shot);
 
-QByteArray colourJpeg(const cv::Mat &shot)
+QByteArray colorJpeg(const cv::Mat &shot)
 {
     return jpegFile(shot, shotQuality(), shotDpi());
 }
@@ -127,7 +127,7 @@ char *mallocText(const QByteArray &text)
 
 bool bSaveJPG(const char *directory, const char *name)
 {
-    return capture(__func__, {{directory, name, ".jpg", colourJpeg}});
+    return capture(__func__, {{directory, name, ".jpg", colorJpeg}});
 }
 
 bool bSaveTifJPG(const char *directory, const char *name)
@@ -178,19 +178,17 @@ bool SplitPic(const char *p1, const char *p2)
         }
         const int fold = foldColumn(picture);
         const QString base = folder + QLatin1Char('/') + QFileInfo(pathOf(p1)).completeBaseName();
-        return writeAll(
-            function,
-            {{base + QStringLiteral("_left.jpg"), colourJpeg(picture.colRange(0, fold))},
-             {base + QStringLiteral("_right.jpg"),
-              colourJpeg(picture.colRange(fold, picture.cols))}});
+        return writeAll(function,
+                        {{base + QStringLiteral("_left.jpg"), colorJpeg(picture.colRange(0, fold))},
+                         {base + QStringLiteral("_right.jpg"),
+                          colorJpeg(picture.colRange(fold, picture.cols))}});
     });
 }
 
 const char *sGetImageBase64_Byte(int number)
 {
-    constexpr Encoder encoders[] = {colourJpeg, greyJpeg, [](const cv::Mat &shot) {
-                                        return pngFile(bilevel(shot), shotDpi());
-                                    }};
+    constexpr Encoder encoders[] = {
+        colorJpeg, greyJpeg, [](const cv::Mat &shot) { return pngFile(bilevel(shot), shotDpi()); }};
     if (number < 0 || size_t(number) >= std::size(encoders)) {
         failed(__func__, QStringLiteral("%1 is not a number from 0 to 2").arg(number));
         return nullptr;

@@ -106,9 +106,9 @@ int iReadICCardSnr()
     const QByteArray serial = CardReaders::instance().readSerial(CardKind::Ic);
     quint32 number = 0;
     for (const char byte : serial.right(4)) {
-        number = number << 8 | static_cast<quint8>(byte);
+        number = number << 8 | quint8(byte);
     }
-    return static_cast<int>(number & 0x7FFFFFFF); // negative numbers are for failures elsewhere
+    return int(number & 0x7FFFFFFF); // negative numbers are for failures elsewhere
 }
 
 bool bOpenIDCardUSBPort(const char *)

@@ -57,7 +57,7 @@ bool bPrint(int number)
 bool bPrintImage(short a, const char *image, short b)
 {
     if (b != 0 && b != 1) {
-        return failed(__func__, QStringLiteral("there is no colour mode %1").arg(b));
+        return failed(__func__, QStringLiteral("there is no color mode %1").arg(b));
     }
     return printFile(__func__, QString::fromLocal8Bit(image), a, b == 1);
 }

@@ -42,9 +42,9 @@ void vSetWaterPrintFontSize(short size)
     change([&](Watermark &watermark) { watermark.points = size; });
 }
 
-void vSetWaterPrintFontColor(long colour)
+void vSetWaterPrintFontColor(long color)
 {
-    change([&](Watermark &watermark) { watermark.colour = QRgb(colour & 0xFFFFFF); });
+    change([&](Watermark &watermark) { watermark.color = QRgb(color & 0xFFFFFF); });
 }
 
 void vSetWaterPrintPos(short x, short y)

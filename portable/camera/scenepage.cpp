@@ -26,10 +26,10 @@ QFont textFont(int pixels, bool bold = false)
 }
 
 void paintText(QPainter &painter, const QRectF &area, const QString &text, const QFont &font,
-               const QColor &colour = ink, int flags = Qt::AlignLeft | Qt::AlignTop)
+               const QColor &color = ink, int flags = Qt::AlignLeft | Qt::AlignTop)
 {
     painter.setFont(font);
-    painter.setPen(colour);
+    painter.setPen(color);
     painter.drawText(area, flags | Qt::TextWordWrap, text);
 }
 

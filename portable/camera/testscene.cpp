@@ -212,11 +212,11 @@ void paintLight(QImage &picture)
     painter.fillRect(picture.rect(), light);
 }
 
-void paintHand(QPainter &painter, double degrees, double length, double width, const QColor &colour)
+void paintHand(QPainter &painter, double degrees, double length, double width, const QColor &color)
 {
     painter.save();
     painter.rotate(degrees);
-    painter.setPen(QPen(colour, width, Qt::SolidLine, Qt::RoundCap));
+    painter.setPen(QPen(color, width, Qt::SolidLine, Qt::RoundCap));
     painter.drawLine(QPointF(0, 0.18 * length), QPointF(0, -length));
     painter.restore();
 }

@@ -12,15 +12,15 @@ QByteArray encoded(const CardCommand &command, int expected, bool isT0)
 {
     QByteArray bytes;
     for (const quint8 byte : {command.cla, command.ins, command.p1, command.p2}) {
-        bytes += static_cast<char>(byte);
+        bytes += char(byte);
     }
     if (!command.data.isEmpty()) {
-        bytes += static_cast<char>(command.data.size()) + command.data;
+        bytes += char(command.data.size()) + command.data;
         if (isT0) {
             return bytes;
         }
     }
-    return bytes + static_cast<char>(expected);
+    return bytes + char(expected);
 }
 
 } // namespace
@@ -74,7 +74,7 @@ CardAnswer CardChannel::exchange(const CardCommand &command, int expected)
         m_failure = error.isEmpty() ? QStringLiteral("its answer is too short") : error;
         return {};
     }
-    const auto byte = [&bytes](int place) { return static_cast<quint8>(bytes[place]); };
+    const auto byte = [&bytes](int place) { return quint8(bytes[place]); };
     return {bytes.left(size), byte(size) << 8 | byte(size + 1)};
 }
 
@@ -85,20 +85,19 @@ CardAnswer CardChannel::selectByName(const QByteArray &name)
 
 CardAnswer CardChannel::selectFile(quint16 identifier)
 {
-    QByteArray bytes(1, static_cast<char>(identifier >> 8));
-    bytes += static_cast<char>(identifier);
+    QByteArray bytes(1, char(identifier >> 8));
+    bytes += char(identifier);
     return send({0x00, 0xA4, 0x00, 0x00, bytes});
 }
 
 CardAnswer CardChannel::readRecord(int number, int shortFile)
 {
-    return send(
-        {0x00, 0xB2, static_cast<quint8>(number), static_cast<quint8>(shortFile << 3 | 4), {}});
+    return send({0x00, 0xB2, quint8(number), quint8(shortFile << 3 | 4), {}});
 }
 
 CardAnswer CardChannel::readRecordOfSelectedFile(int identifier)
 {
-    return send({0x00, 0xB2, static_cast<quint8>(identifier), 0x00, {}});
+    return send({0x00, 0xB2, quint8(identifier), 0x00, {}});
 }
 
 QByteArray readSerial(CardChannel &card, QString *error)

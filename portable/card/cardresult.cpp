@@ -59,7 +59,7 @@ QByteArray cardText(const CardResult &result)
 {
     QJsonObject text = result.fields;
     // Callers tell success by "code", a text, or "result", a number: both are there.
-    text.insert(QStringLiteral("code"), QString::number(static_cast<int>(result.status)));
+    text.insert(QStringLiteral("code"), QString::number(int(result.status)));
     text.insert(QStringLiteral("result"), result.isRead() ? 1 : 0);
     text.insert(QStringLiteral("message"), message(result.status));
     return QJsonDocument(text).toJson(QJsonDocument::Compact);

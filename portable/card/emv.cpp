@@ -43,7 +43,7 @@ struct BankCard
 
 quint8 byteAt(const QByteArray &bytes, int place)
 {
-    return static_cast<quint8>(bytes[place]);
+    return quint8(bytes[place]);
 }
 
 /// "2030-12" for "3012"; empty for anything that is no month.
@@ -176,7 +176,7 @@ QByteArray startData(const QByteArray &dataWanted)
         }
         values += value;
     }
-    return QByteArray::fromHex("83") + static_cast<char>(values.size()) + values;
+    return QByteArray::fromHex("83") + char(values.size()) + values;
 }
 
 /// Where the records are; the answer to the start may have it in two forms.

@@ -21,7 +21,7 @@ QString reasonOf(const char *step, LONG code)
 {
     return QStringLiteral("%1: %2 (0x%3)")
         .arg(QLatin1String(step), QString::fromUtf8(pcsc_stringify_error(code)))
-        .arg(static_cast<quint32>(code), 8, 16, QLatin1Char('0'));
+        .arg(quint32(code), 8, 16, QLatin1Char('0'));
 }
 
 /// A connection to the service of PC/SC.
@@ -52,7 +52,7 @@ public:
         }
         DWORD size = 0;
         LONG code = SCardListReaders(m_handle, nullptr, nullptr, &size);
-        QByteArray names(static_cast<int>(size), '\0');
+        QByteArray names(int(size), '\0');
         if (code == SCARD_S_SUCCESS) { // a reader plugged in just now makes it fail: the next read
             code = SCardListReaders(m_handle, nullptr, names.data(), &size);
         }
@@ -61,7 +61,7 @@ public:
             return {};
         }
         std::vector<QByteArray> result;
-        for (const QByteArray &name : names.left(static_cast<int>(size)).split('\0')) {
+        for (const QByteArray &name : names.left(int(size)).split('\0')) {
             if (!name.isEmpty()) {
                 result.push_back(name);
             }
@@ -128,7 +128,7 @@ public:
             *error = reasonOf("it doesn't answer", code);
             return {};
         }
-        return {reinterpret_cast<const char *>(answer), static_cast<int>(size)};
+        return {reinterpret_cast<const char *>(answer), int(size)};
     }
 
 private:

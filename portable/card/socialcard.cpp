@@ -42,7 +42,7 @@ QString sex(const QByteArray &bytes)
 QString nation(const QByteArray &bytes)
 {
     const int code = bytes.toHex().toInt();
-    const int count = static_cast<int>(std::size(nations));
+    const int count = int(std::size(nations));
     return code >= 1 && code <= count ? QString::fromUtf8(nations[code - 1]) : QString();
 }
 
@@ -71,10 +71,10 @@ constexpr Field fields[] = {
 /// The value of a record: its number, a length, the value. Empty when it isn't of this form.
 QByteArray valueOf(const QByteArray &record, int number)
 {
-    if (record.size() < 2 || static_cast<quint8>(record[0]) != number) {
+    if (record.size() < 2 || quint8(record[0]) != number) {
         return {};
     }
-    const int length = static_cast<quint8>(record[1]);
+    const int length = quint8(record[1]);
     return length <= record.size() - 2 ? record.mid(2, length) : QByteArray();
 }
 

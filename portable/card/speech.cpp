@@ -73,7 +73,7 @@ bool start(const QStringList &command, pid_t *process)
 
 QString prompt(int number)
 {
-    const int count = static_cast<int>(std::size(prompts));
+    const int count = int(std::size(prompts));
     return number >= 1 && number <= count ? QString::fromUtf8(prompts[number - 1]) : QString();
 }
 

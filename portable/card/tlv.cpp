@@ -89,7 +89,7 @@ private:
         if (atEnd()) {
             return false;
         }
-        *byte = static_cast<quint8>(m_bytes[m_place++]);
+        *byte = quint8(m_bytes[m_place++]);
         return true;
     }
 

@@ -28,7 +28,7 @@ constexpr std::array<std::array<float, 2>, 5> anchors{{{1.603231F, 2.094468F},
 constexpr int valuesPerAnchor = 5; // x, y, width, height, confidence
 constexpr float leastCertainty = 0.5F;
 constexpr float sameFace = 0.4F; // overlap above which two boxes are one face
-constexpr double toUnit = 1.0 / 255; // colours
+constexpr double toUnit = 1.0 / 255; // colors
 constexpr int pointsSize = 112;
 constexpr int chipSize = 150;
 

@@ -67,7 +67,7 @@ public:
             return false;
         }
         jpeg_mem_src(&m_jpeg, reinterpret_cast<const uchar *>(bytes.constData()),
-                     static_cast<unsigned long>(bytes.size()));
+                     ulong(bytes.size()));
         jpeg_read_header(&m_jpeg, TRUE);
         return true;
     }

@@ -21,7 +21,7 @@ enum class Pixels { Grey = 1, Bgr = 3 }; ///< The value: bytes of a pixel.
 struct JpegHead
 {
     cv::Size size;
-    int components = 0; ///< 1 grey, 3 colour, 4 for printers
+    int components = 0; ///< 1 grey, 3 color, 4 for printers
     bool isWidelySupported = false; ///< Huffman-coded, 8 bits: what viewers can be trusted to show.
     std::optional<Dpi> dpi; ///< None when the file doesn't tell.
 };

@@ -65,8 +65,8 @@ template <class Pixel, class Visit> void visitRing(const cv::Mat &picture, Visit
     }
 }
 
-/// The colour of the desk: of each channel the median along the edges.
-cv::Vec3b ringColour(const cv::Mat &ycc)
+/// The color of the desk: of each channel the median along the edges.
+cv::Vec3b ringColor(const cv::Mat &ycc)
 {
     std::array<std::vector<uchar>, 3> values;
     visitRing<cv::Vec3b>(ycc, [&](const cv::Vec3b &pixel) {
@@ -77,7 +77,7 @@ cv::Vec3b ringColour(const cv::Mat &ycc)
     return {quantile(values[0], 0.5), quantile(values[1], 0.5), quantile(values[2], 0.5)};
 }
 
-/// How far each pixel is from the desk's colour, in lightness or in hue, whichever is more.
+/// How far each pixel is from the desk's color, in lightness or in hue, whichever is more.
 cv::Mat differenceFrom(const cv::Vec3b &desk, const cv::Mat &ycc)
 {
     cv::Mat difference(ycc.size(), CV_8U);
@@ -100,7 +100,7 @@ cv::Mat objectsIn(const cv::Mat &small)
     cv::Mat ycc;
     cv::GaussianBlur(small, ycc, {5, 5}, 0);
     cv::cvtColor(ycc, ycc, cv::COLOR_BGR2YCrCb);
-    const cv::Mat difference = differenceFrom(ringColour(ycc), ycc);
+    const cv::Mat difference = differenceFrom(ringColor(ycc), ycc);
     std::vector<uchar> ring;
     visitRing<uchar>(difference, [&](uchar value) { ring.push_back(value); });
     const double threshold = std::clamp(2.2 * quantile(ring, 0.8) + 4, 9.0, 45.0);

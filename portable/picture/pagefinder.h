@@ -15,7 +15,7 @@ using PageCorners = std::array<cv::Point2f, 4>;
  * Looks for the one sheet, book or card that differs most from what lies along the edges of the
  * picture. Takes a few milliseconds.
  * \param picture  8-bit BGR
- * \return nothing when there is none, when it has the colour of the desk, or is smaller than a
+ * \return nothing when there is none, when it has the color of the desk, or is smaller than a
  *         hundredth of the picture
  */
 std::optional<PageCorners> findPage(const cv::Mat &picture);

@@ -10,7 +10,7 @@ namespace portable {
 
 /**
  * A TIFF of one strip, which is a whole JPEG file: nothing is encoded a second time.
- * \param jpeg   grey, or colour as YCbCr 4:2:0
+ * \param jpeg   grey, or color as YCbCr 4:2:0
  * \param dpiX,dpiY  dots per inch
  */
 QByteArray tiffOfJpeg(const QByteArray &jpeg, QSize size, bool isGrey, int dpiX, int dpiY);

@@ -61,7 +61,7 @@ void stamp(cv::Mat &picture, const Watermark &watermark, int dpi)
     QPainter painter(&image);
     painter.setRenderHint(QPainter::TextAntialiasing);
     painter.setFont(font);
-    painter.setPen(watermark.colour);
+    painter.setPen(watermark.color);
     painter.setOpacity(watermark.opacity / 100.0);
     painter.drawText(place.translated(-touched.topLeft()), layout, text);
     painter.end();

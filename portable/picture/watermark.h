@@ -16,7 +16,7 @@ struct Watermark
     int opacity = 100; ///< Percent.
     QString family; ///< Of the font; empty, or one that isn't there: the usual one.
     int points = 12; ///< Size of the font, at the resolution of the picture.
-    QColor colour{Qt::red};
+    QColor color{Qt::red};
     /// Of the text's top left corner; negative: its distance from the right or bottom edge.
     QPoint position{20, 20};
 };

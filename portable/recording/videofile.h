@@ -28,7 +28,7 @@ QString videoPath(const QString &path, VideoFormat format);
 
 /**
  * The size of a video: as asked for, each side within 16 to 4096; with a side of 0 or less that of
- * the picture, made smaller if it is too large. Always even, for colours are stored at half size.
+ * the picture, made smaller if it is too large. Always even, for colors are stored at half size.
  */
 cv::Size videoSize(const cv::Size &picture, qint64 width, qint64 height);
 

@@ -17,7 +17,7 @@ struct PrintJob
     cv::Mat picture; ///< 8-bit BGR or grey.
     QString title; ///< What the print queue and the log call it.
     int copies = 1; ///< 1 to copiesAtMost.
-    bool isGrey = false; ///< Prints without colour.
+    bool isGrey = false; ///< Prints without color.
 };
 
 /// What a printer prints on, in millimetres.

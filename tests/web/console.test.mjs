@@ -220,7 +220,7 @@ test('runs a script and marks its lines', { skip }, async () => {
   assert.equal(await page.inputValue('#script'), 'getVersion()\nwait 600000');
 });
 
-test('keeps language and colours, and never scrolls as a whole', { skip }, async () => {
+test('keeps language and colors, and never scrolls as a whole', { skip }, async () => {
   const page = await openConnected();
   await page.click('[data-language=zh]');
   await page.click('[data-theme-choice=dark]');

@@ -27,13 +27,13 @@ test('the sample page shows the camera’s picture, also after the server was re
   const drawnAt = () => page.evaluate(`new Promise((resolve) => client.on('drawn', () => {
     const { width, height } = document.getElementById('picture');
     const { data } = document.getElementById('picture').getContext('2d').getImageData(0, 0, width, height);
-    resolve({ width, height, colours: new Set(new Uint32Array(data.buffer)).size });
+    resolve({ width, height, colors: new Set(new Uint32Array(data.buffer)).size });
   }))`);
   for (const message of ['the connection to the device server was lost', '']) {
     await state.filter({ hasText: 'live' }).waitFor();
-    const { width, height, colours } = await drawnAt();
+    const { width, height, colors } = await drawnAt();
     assert.deepEqual([width, height], [800, 600]);
-    assert.ok(colours > 100, 'a picture, not an empty canvas');
+    assert.ok(colors > 100, 'a picture, not an empty canvas');
     if (message) {
       await server.kill();
       await state.filter({ hasText: /lost|not running/ }).waitFor();
