@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "dispatch/base64.h"
 
+#include <QtGlobal>
+
 #include <array>
 #include <cstring>
 
