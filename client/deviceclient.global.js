@@ -1,12 +1,13 @@
 // SPDX-License-Identifier: MIT
-// Made from client/deviceclient.js and docs/commands.json by scripts/generate-reference.mjs: the same as a
-// classic script, for pages without modules and from file://. All exports hang on DeviceClient.
+// Generated from client/deviceclient.js and docs/commands.json by scripts/generate-reference.mjs: the same as
+// a classic script, for pages without modules and from file://. All exports are properties of
+// DeviceClient.
 (function (global) {
 'use strict';
 
-// Made from docs/commands.json by scripts/generate-reference.mjs.
+// Generated from docs/commands.json by scripts/generate-reference.mjs.
 
-/** What the client knows of each command; its types are in commands.d.ts. */
+/** What the client knows about each command; its types are in commands.d.ts. */
 const commands = {
   bStopPlay: { reply: 'boolean', timeout: 30000, late: true, to: 'all', dropped: true },
   bStartPlay: { reply: 'boolean', timeout: 30000, late: true, to: 'all', dropped: true },
@@ -189,7 +190,7 @@ const commands = {
   WebbrowserExit: { reply: 'boolean', timeout: 70000 },
 };
 
-/** The kinds of the results of framed events. */
+/** The kinds of result of framed events. */
 const events = {
   vSetCapturePin: 'boolean',
   bStopPlay: 'boolean',
