@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # SPDX-License-Identifier: MIT
-# Installs what is missing, builds, runs every test.
+# Installs missing packages, builds, runs every test.
 cd "$(dirname "$0")"
 . scripts/common.sh
 
@@ -11,11 +11,11 @@ usage: ./test.sh [option]
 Installs missing Debian packages (as root or with sudo) and the npm packages of the web tests
 (tests/web/), builds, and runs the tests.
 
-  --sanitizers   run them under the address and the thread sanitizer as well
-  --no-install   never touch the system's packages, nor npm's
-  --help         this text
+  --sanitizers   also run them with the address and thread sanitizers
+  --no-install   do not install Debian or npm packages
+  --help         show this text
 
-One test:  build/release/tests/log/tst_log [function]   (QT_QPA_PLATFORM=offscreen without a display)
+To run one test: build/release/tests/log/tst_log [function]   (QT_QPA_PLATFORM=offscreen without a display)
 TEXT
 }
 
@@ -41,7 +41,7 @@ for name in $builds; do
     asan) build asan all -DSANITIZE=address ;;
     tsan) build tsan all -DSANITIZE=thread ;;
     esac
-    scripts/fetch-face-models.sh "build/$name/models" || true # their tests are skipped then
+    scripts/fetch-face-models.sh "build/$name/models" || true # without them the face tests are skipped
     say "testing build/$name"
     (cd "build/$name" && ctest -j"$(nproc)" --output-on-failure)
 done

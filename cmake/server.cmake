@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: MIT
-# The server: one static library that tests link too, and the program around it.
+# The server: a static library, which tests link too, and the program itself.
 add_library(server_core STATIC
     app/singleinstance.cpp
     camera/capturecommands.cpp
@@ -51,7 +51,7 @@ if(DEVICE_LIBRARIES)
 else()
     target_link_libraries(rvowebSocketServer PRIVATE doccamera cardreader)
 endif()
-# Libraries beside the program are found there; LD_LIBRARY_PATH comes before (DT_RUNPATH).
+# Libraries next to the program are found; LD_LIBRARY_PATH takes precedence (DT_RUNPATH).
 set_target_properties(rvowebSocketServer PROPERTIES
     BUILD_RPATH "\$ORIGIN" INSTALL_RPATH "\$ORIGIN" BUILD_RPATH_USE_ORIGIN ON)
 target_link_options(rvowebSocketServer PRIVATE -Wl,--enable-new-dtags)
