@@ -9,8 +9,9 @@
  * Scores       Higher means more alike; scale and threshold are implementation-defined. A negative
  *              score is a failure: unreadable image, no face or finger, unsupported function.
  * Features     Are created and compared by this library only, but come back through a web page:
- *              they may hold anything, and no length is passed. The caller guarantees a NUL after
- *              the last byte: a library whose features hold no zero byte finds the end by it.
+ *              they may contain anything, and no length is passed. The caller guarantees a NUL
+ *              after the last byte: a library whose features contain no zero byte finds the end
+ *              by it.
  * Listeners    A function that returns true calls its listener; one that returns false never does;
  *              one without a result always does.
  */

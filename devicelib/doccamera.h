@@ -108,9 +108,9 @@ void vSetImageDispFlag(bool on);
 /**
  * \name Settings
  *
- * Last as long as the process and may be made before a camera is open. A value out of range changes
- * nothing. `camera` is the number of a source, 1 being the main camera; sizes are in pixels, before
- * rotation.
+ * Last as long as the process and may be changed before a camera is open. A value out of range
+ * changes nothing. `camera` is the number of a source, 1 being the main camera; sizes are in
+ * pixels, before rotation.
  */
 ///@{
 
