@@ -7,8 +7,8 @@
 #include <QtTest>
 
 /**
- * Keeps what a worker thread emits, as the server's transport would get it: by its event loop.
- * (A QSignalSpy would be written to by the worker.)
+ * Keeps what a worker thread emits, received like the server's transport does: in the event loop.
+ * (A QSignalSpy would be written to by the worker's thread.)
  */
 class Messages : public QObject
 {
@@ -21,14 +21,14 @@ public:
     const QList<QByteArray> &list() const { return m_list; }
     void clear() { m_list.clear(); }
 
-    /// The next message, waited for; "nothing" when none comes.
+    /// Waits for the next message; "nothing" if none comes.
     QByteArray next()
     {
-        const bool came = QTest::qWaitFor([this] { return !m_list.isEmpty(); }, 10000);
+        const bool came = QTest::qWaitFor([this] { return !m_list.isEmpty(); }, 30000);
         return came ? m_list.takeFirst() : QByteArray("nothing");
     }
 
-    /// The next message that is no preview frame.
+    /// Waits for the next message that is not a preview frame.
     QByteArray nextReply()
     {
         QByteArray text = next();
