@@ -16,7 +16,7 @@
 namespace recording {
 namespace {
 
-/// What is known of one function.
+/// Calls, answers and gate of one function.
 struct Function
 {
     Answer standing;
@@ -24,7 +24,7 @@ struct Function
     std::function<void(const QStringList &)> hook;
     bool muted = false;
     int heldForMs = 0; // 0: calls don't wait
-    int opened = 0; // changes to let the waiting calls go
+    int opened = 0; // a change releases the waiting calls
     int count = 0;
     std::any listener;
     void *context = nullptr;
@@ -35,7 +35,7 @@ struct State
 {
     std::mutex mutex; // guards everything below
     std::condition_variable changed; // a call was made, or a gate opened
-    std::map<QByteArray, Function> functions; // entries stay: calls wait with a reference to one
+    std::map<QByteArray, Function> functions; // never erased: waiting calls hold references
     QStringList calls;
     QPointer<QObject> receiver;
     QByteArray slot;
@@ -48,7 +48,7 @@ State &state()
     return immortal;
 }
 
-/// Does something with the entry of a function under the lock.
+/// Runs an action on a function's entry under the lock.
 template <class Action> auto with(const QByteArray &function, Action action)
 {
     const std::lock_guard<std::mutex> lock(state().mutex);
