@@ -91,6 +91,9 @@ void mute(const QList<QByteArray> &functions);
 void hold(const QByteArray &function, int forMs = 60000);
 void release(const QByteArray &function);
 
+/// Waits, without an event loop, until a call is held; false when none is within ten seconds.
+bool waitUntilHeld(const QByteArray &function);
+
 /// Runs at each call of a function, on its thread, before it returns: to leave a file, say.
 void whenCalled(const QByteArray &function, std::function<void(const QStringList &arguments)> hook);
 

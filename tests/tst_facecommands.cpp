@@ -161,8 +161,8 @@ private Q_SLOTS:
             onData(nullptr, 5, 1);
             onData("x", -1, 1);
         });
-        QCOMPARE(messages.next(), QByteArray("/9j/frame"));
-        QCOMPARE(messages.next(), QByteArray("/9j/frame"));
+        QCOMPARE(messages.nextFrame(), QByteArray("/9j/frame"));
+        QCOMPARE(messages.nextFrame(), QByteArray("/9j/frame"));
         QCOMPARE(messages.next(),
                  QByteArray("BeginAfterbLivingBodyDetectEvent2a\0b"
                             "EndAfterbLivingBodyDetectEvent2",
@@ -210,7 +210,7 @@ private Q_SLOTS:
         QCOMPARE(messages.next(), QByteArray("BeginlImageMatch88EndlImageMatch"));
         QCOMPARE(messages.next(), QByteArray("BeginlImageMatch88EndlImageMatch"));
         QCOMPARE(recording::takeText(), QStringLiteral("lImageMatch(a,中) lImageMatch(a,5)"));
-        QVERIFY(messages.list().isEmpty());
+        QVERIFY(messages.results().isEmpty());
     }
 
     void eachLivenessCheckHasItsAnswer()

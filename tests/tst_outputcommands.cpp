@@ -115,7 +115,7 @@ private Q_SLOTS:
         QCOMPARE(messages.next(), QByteArray("BeginbStopRectrueEndbStopRec"));
         QVERIFY(thread.wait(10000));
         QCoreApplication::processEvents();
-        QVERIFY(messages.list().isEmpty());
+        QVERIFY(messages.results().isEmpty());
         // It can be started again.
         thread.waitForEnd();
         QCOMPARE(messages.next(), QByteArray("BeginbStopRectrueEndbStopRec"));

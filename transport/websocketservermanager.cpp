@@ -37,12 +37,6 @@ QString clientKey(const QWebSocket *socket)
     return clientKey(socket->peerAddress().toString(), socket->peerPort());
 }
 
-/// Base64 of the bytes FF D8 FF, with which every JPEG file begins.
-bool isJpegText(const QByteArray &text)
-{
-    return text.startsWith("/9j/");
-}
-
 /// Without an early end, so that the compiler looks at many characters at once.
 bool isAscii(const QByteArray &text)
 {
@@ -68,6 +62,8 @@ WebSocketServerManager::WebSocketServerManager(QString serverName, QWebSocketSer
 {
     connect(this, &WebSocketServerManager::send_recv_msg, m_messageRun, &MessageRun::recv_msg);
     broadcastMessagesOf(CaptureImgThread::instance());
+    connect(CaptureImgThread::instance(), &CaptureImgThread::sig_frame, this,
+            &WebSocketServerManager::slot_frame);
     broadcastMessagesOf(SignSouthInterface::instance());
     broadcastMessagesOf(ReadIdCardThread::instance());
     broadcastMessagesOf(FaceMatchThread::instance());
@@ -239,13 +235,6 @@ void WebSocketServerManager::slot_textFrameReceived(const QString &frame, bool i
 void WebSocketServerManager::slot_captureImgThread(QByteArray byte)
 {
     Q_ASSERT(QThread::currentThread() == thread());
-    if (sender() == CaptureImgThread::instance() && isJpegText(byte)) {
-        const QByteArray text = upToNul(byte);
-        if (isAscii(text)) {
-            broadcastFrame(text);
-            return;
-        }
-    }
     const QString message = QString::fromUtf8(upToNul(byte));
     const auto clients = m_clients; // a page may leave the table while it is written to
     for (QWebSocket *socket : clients) {
@@ -253,8 +242,14 @@ void WebSocketServerManager::slot_captureImgThread(QByteArray byte)
     }
 }
 
-void WebSocketServerManager::broadcastFrame(const QByteArray &text)
+void WebSocketServerManager::slot_frame(const QByteArray &bytes)
 {
+    Q_ASSERT(QThread::currentThread() == thread());
+    const QByteArray text = upToNul(bytes);
+    if (!isAscii(text)) { // no base64: a device library's mistake, which must become valid UTF-8
+        slot_captureImgThread(text);
+        return;
+    }
     QByteArray &frame = m_frames[m_nextFrame++ % m_frames.size()];
     ClientLink::webSocketTextFrame(text, frame);
     const auto links = m_links;
