@@ -25,8 +25,8 @@ public:
         keep(worker, &CaptureImgThread::sig_frame, m_frames);
     }
 
-    /// What has arrived and was not taken by next() or nextFrame().
-    const QList<QByteArray> &results() const { return m_results; }
+    /// Results and frames that have arrived and were not taken by next() or nextFrame().
+    const QList<QByteArray> &list() const { return m_results; }
     const QList<QByteArray> &frames() const { return m_frames; }
 
     /// The next result, waited for; "nothing" when none comes.

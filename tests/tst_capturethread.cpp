@@ -416,7 +416,7 @@ private Q_SLOTS:
 
         QCoreApplication::processEvents();
         QCOMPARE(capture.messages.frames().size() - before, 2);
-        QCOMPARE(capture.messages.results().size(), 20);
+        QCOMPARE(capture.messages.list().size(), 20);
 
         // Frames go on, and it is the same again.
         recording::release("getVideoFrame");

@@ -210,7 +210,7 @@ private Q_SLOTS:
         QCOMPARE(messages.next(), QByteArray("BeginlImageMatch88EndlImageMatch"));
         QCOMPARE(messages.next(), QByteArray("BeginlImageMatch88EndlImageMatch"));
         QCOMPARE(recording::takeText(), QStringLiteral("lImageMatch(a,中) lImageMatch(a,5)"));
-        QVERIFY(messages.results().isEmpty());
+        QVERIFY(messages.list().isEmpty());
     }
 
     void eachLivenessCheckHasItsAnswer()

@@ -113,7 +113,7 @@ private Q_SLOTS:
         QCOMPARE(messages.next(), QByteArray("BeginbStopRectrueEndbStopRec"));
         QVERIFY(thread.wait(10000));
         QCoreApplication::processEvents();
-        QVERIFY(messages.results().isEmpty());
+        QVERIFY(messages.list().isEmpty());
         // It can be started again.
         thread.waitForEnd();
         QCOMPARE(messages.next(), QByteArray("BeginbStopRectrueEndbStopRec"));
