@@ -2,6 +2,7 @@
 #pragma once
 
 #include "dispatch/messagerun.h"
+#include "tests/manualclock.h"
 #include "tests/pages.h"
 #include "tests/recordingdevice.h"
 #include "tests/rows.h"
@@ -27,6 +28,8 @@ protected Q_SLOTS:
     {
         // Makes a mistaken local 8-bit encoding visible.
         QTextCodec::setCodecForLocale(QTextCodec::codecForName("GBK"));
+        clock().runFree();
+        base::Clock::setShared(&clock());
     }
     void init()
     {
@@ -96,6 +99,13 @@ protected:
     {
         send(command);
         return page().next();
+    }
+
+    /// The server's clock: waits are over at once. Its threads use it until the process ends.
+    static ManualClock &clock()
+    {
+        static ManualClock clock;
+        return clock;
     }
 
     void leave() { m_pair.reset(); } ///< Closes the page.

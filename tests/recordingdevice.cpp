@@ -25,6 +25,7 @@ struct Function
     bool muted = false;
     int heldForMs = 0; // 0: calls don't wait
     int opened = 0; // a change releases the waiting calls
+    int held = 0; // waiting calls
     int count = 0;
     std::any listener;
     void *context = nullptr;
@@ -79,8 +80,10 @@ void reset()
     forgetCalls();
     for (auto &[name, entry] : all.functions) {
         const int opened = entry.opened;
+        const int held = entry.held;
         entry = Function();
         entry.opened = opened;
+        entry.held = held;
         open(entry);
     }
     all.receiver.clear();
@@ -151,6 +154,15 @@ void release(const QByteArray &function)
     with(function, open);
 }
 
+bool waitUntilHeld(const QByteArray &function)
+{
+    State &all = state();
+    std::unique_lock<std::mutex> lock(all.mutex);
+    const Function &entry = all.functions[function];
+    return all.changed.wait_for(lock, std::chrono::seconds(30),
+                                [&entry] { return entry.held > 0; });
+}
+
 void whenCalled(const QByteArray &function, std::function<void(const QStringList &arguments)> hook)
 {
     with(function, [&hook](Function &entry) { entry.hook = std::move(hook); });
@@ -191,8 +203,11 @@ Answer take(const char *function, const QStringList &arguments)
     all.changed.notify_all();
 
     if (entry.heldForMs > 0) {
+        ++entry.held;
+        all.changed.notify_all();
         all.changed.wait_for(lock, std::chrono::milliseconds(entry.heldForMs),
                              [&entry, opened = entry.opened] { return entry.opened != opened; });
+        --entry.held;
     }
     if (const auto hook = entry.hook) {
         lock.unlock();

@@ -92,6 +92,9 @@ void mute(const QList<QByteArray> &functions);
 void hold(const QByteArray &function, int forMs = 60000);
 void release(const QByteArray &function);
 
+/// Waits, without an event loop, until a call is held; false on timeout.
+bool waitUntilHeld(const QByteArray &function);
+
 /// Runs a hook at each call of a function, on its thread, before it returns: to create a file, say.
 void whenCalled(const QByteArray &function, std::function<void(const QStringList &arguments)> hook);
 

@@ -38,12 +38,6 @@ QString clientKey(const QWebSocket *socket)
     return clientKey(socket->peerAddress().toString(), socket->peerPort());
 }
 
-/// Base64 of the bytes FF D8 FF, with which every JPEG file begins.
-bool isJpegText(const QByteArray &text)
-{
-    return text.startsWith("/9j/");
-}
-
 /// Without an early exit, so that the compiler can vectorize the loop.
 bool isAscii(const QByteArray &text)
 {
@@ -62,6 +56,8 @@ WebSocketServerManager::WebSocketServerManager(QString serverName, QWebSocketSer
 {
     connect(this, &WebSocketServerManager::send_recv_msg, m_messageRun, &MessageRun::recv_msg);
     broadcastMessagesOf(CaptureImgThread::instance());
+    connect(CaptureImgThread::instance(), &CaptureImgThread::sig_frame, this,
+            &WebSocketServerManager::slot_frame);
     broadcastMessagesOf(SignSouthInterface::instance());
     broadcastMessagesOf(ReadIdCardThread::instance());
     broadcastMessagesOf(FaceMatchThread::instance());
@@ -233,13 +229,6 @@ void WebSocketServerManager::slot_textFrameReceived(const QString &frame, bool i
 void WebSocketServerManager::slot_captureImgThread(QByteArray byte)
 {
     Q_ASSERT(QThread::currentThread() == thread());
-    if (sender() == CaptureImgThread::instance() && isJpegText(byte)) {
-        const QByteArray text = upToNul(byte);
-        if (isAscii(text)) {
-            broadcastFrame(text);
-            return;
-        }
-    }
     const QString message = QString::fromUtf8(upToNul(byte));
     const auto clients = m_clients; // writing to a page may remove it from the table
     for (QWebSocket *socket : clients) {
@@ -247,8 +236,14 @@ void WebSocketServerManager::slot_captureImgThread(QByteArray byte)
     }
 }
 
-void WebSocketServerManager::broadcastFrame(const QByteArray &text)
+void WebSocketServerManager::slot_frame(const QByteArray &bytes)
 {
+    Q_ASSERT(QThread::currentThread() == thread());
+    const QByteArray text = upToNul(bytes);
+    if (!isAscii(text)) { // no base64: a device library's mistake, which must become valid UTF-8
+        slot_captureImgThread(text);
+        return;
+    }
     QByteArray &frame = m_frames[m_nextFrame++ % m_frames.size()];
     ClientLink::webSocketTextFrame(text, frame);
     const auto links = m_links;

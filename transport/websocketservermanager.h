@@ -84,13 +84,14 @@ public Q_SLOTS:
     void slot_textMessageReceived(const QString &message);
     void slot_thread_MessageReceived(const QString &message);
     void slot_thread_MessageReceived_binary(const QByteArray &data);
-    /// Broadcasts a worker's message (a preview frame, a late result) to every page.
+    /// Broadcasts a worker's late result to every page.
     void slot_captureImgThread(QByteArray byte);
+    /// Broadcasts a preview frame; pages that do not read miss it.
+    void slot_frame(const QByteArray &bytes);
 
 private:
     template <class Worker> void broadcastMessagesOf(Worker *worker);
     QWebSocket *client(const QString &ip, int port) const;
-    void broadcastFrame(const QByteArray &text);
     void stopPreviews();
 
     QPointer<QWebSocket> m_currentSocket; // sent the latest command
