@@ -240,7 +240,7 @@ void WebSocketServerManager::slot_frame(const QByteArray &bytes)
 {
     Q_ASSERT(QThread::currentThread() == thread());
     const QByteArray text = upToNul(bytes);
-    if (!isAscii(text)) { // no base64: a device library's mistake, which must become valid UTF-8
+    if (!isAscii(text)) { // not base64: sent like any text, which makes it valid UTF-8
         slot_captureImgThread(text);
         return;
     }
