@@ -115,7 +115,7 @@ public:
 
     void pushFrame(const QByteArray &text)
     {
-        Q_EMIT CaptureImgThread::instance()->sig_msg(text);
+        Q_EMIT CaptureImgThread::instance()->sig_frame(text);
         waitUntilWritten(m_sockets);
     }
 

@@ -4,6 +4,11 @@
 #include "tests/messages.h"
 
 #include <thread>
+#include <vector>
+
+using namespace std::chrono_literals;
+
+using Pauses = std::vector<std::chrono::milliseconds>;
 
 class TestCardCommands : public CommandTest
 {
@@ -67,6 +72,7 @@ private Q_SLOTS:
         QFETCH(QByteArray, first);
         QFETCH(QByteArray, second);
         QFETCH(int, reader);
+        clock().takeWaits();
         recording::answer("ReadSFZCardBas_VX", {}, first.constData());
         recording::answer("ReadCard", second.constData());
         recording::answer("ReadSFZCardBas_DK", {}, "whatever");
@@ -74,6 +80,7 @@ private Q_SLOTS:
         QCOMPARE(ask("WReadSFZCardBas()"),
                  QStringLiteral("BeginWReadSFZCardBas%1EndWReadSFZCardBas")
                      .arg(QString::fromUtf8(text)));
+        QVERIFY(clock().takeWaits() == Pauses(std::size_t(reader), 5ms));
         const QStringList calls{QStringLiteral("ReadSFZCardBas_VX()"),
                                 QStringLiteral("ReadCard(null,null)"),
                                 QStringLiteral("ReadSFZCardBas_DK()")};
@@ -104,6 +111,7 @@ private Q_SLOTS:
     void secondFamilysTextIsFramedTwice()
     {
         recording::answer("GetDeviceStatus_dc", true);
+        clock().takeWaits();
         recording::answerOnce("ReadSBKCardBas_DK", true, "a\"中%1");
         recording::answerOnce("ReadSBKCardBas_DK", false, "");
         QCOMPARE(ask("WReadCardBasEx()"),
@@ -115,6 +123,7 @@ private Q_SLOTS:
         QCOMPARE(recording::takeText(),
                  QStringLiteral("GetDeviceStatus_dc() ReadSBKCardBas_DK(1) "
                                 "GetDeviceStatus_dc() ReadSBKCardBas_DK(0)"));
+        QVERIFY(clock().takeWaits() == (Pauses{1s, 1s}));
     }
 
     void eachReadHasItsAnswer()

@@ -161,8 +161,8 @@ private Q_SLOTS:
             onData(nullptr, 5, 1);
             onData("x", -1, 1);
         });
-        QCOMPARE(messages.next(), QByteArray("/9j/frame"));
-        QCOMPARE(messages.next(), QByteArray("/9j/frame"));
+        QCOMPARE(messages.nextFrame(), QByteArray("/9j/frame"));
+        QCOMPARE(messages.nextFrame(), QByteArray("/9j/frame"));
         QCOMPARE(messages.next(),
                  QByteArray("BeginAfterbLivingBodyDetectEvent2a\0b"
                             "EndAfterbLivingBodyDetectEvent2",
