@@ -10,14 +10,12 @@
 
 namespace {
 
-/// Hexadecimal after "0x" or "0X"; otherwise decimal if possible, else hexadecimal, else 0.
+/// Decimal if possible, otherwise hexadecimal with or without "0x", otherwise 0.
 long colorFrom(const QString &text)
 {
-    const bool prefixed =
-        text.startsWith(QLatin1String("0x")) || text.startsWith(QLatin1String("0X"));
-    bool ok = false;
-    const long color = text.toLong(&ok, prefixed ? 16 : 10);
-    return ok ? color : text.toLong(nullptr, 16);
+    bool isDecimal = false;
+    const long color = text.toLong(&isDecimal);
+    return isDecimal ? color : text.toLong(nullptr, 16);
 }
 
 } // namespace

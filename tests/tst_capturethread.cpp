@@ -126,7 +126,7 @@ private Q_SLOTS:
         QCOMPARE(recording::takeText(), tries);
     }
 
-    void openAlready_data()
+    void alreadyOpen_data()
     {
         const Rows<int, int, QByteArray, QString> row("code", "again", "reply", "calls");
         // clang-format off
@@ -134,12 +134,12 @@ private Q_SLOTS:
         row("main camera, other name",  1, 11,  "BeginbStartPlayRotatetrueEndbStartPlayRotate", "");
         row("main camera, former name", 11, 1,  "BeginbStartPlaytrueEndbStartPlay",             "");
         row("dual camera",              25, 25, "BeginbDualCameraOpentrueEndbDualCameraOpen",   "");
-        row("camera 5 starts anew",     5, 5,   "BeginbStartPlay5trueEndbStartPlay5",           "bStopPlay() bStartPlay5(90)");
+        row("camera 5 restarts",        5, 5,   "BeginbStartPlay5trueEndbStartPlay5",           "bStopPlay() bStartPlay5(90)");
         row("camera 5 counts as 3",     5, 3,   "BeginbStartPlay3trueEndbStartPlay3",           "");
         // clang-format on
     }
 
-    void openAlready()
+    void alreadyOpen()
     {
         QFETCH(int, code);
         QFETCH(int, again);
@@ -164,17 +164,17 @@ private Q_SLOTS:
                  QStringLiteral("bStartPlay(90) bStopPlay() bStartPlay2(0)"));
     }
 
-    void failedStartKeepsTheFormerCamera()
+    void failedStartKeepsThePreviousCamera()
     {
         recording::answer("bStartPlay", true);
         Capture capture;
         capture.open(1);
         QCOMPARE(capture.open(2), QByteArray("BeginbStartPlay2falseEndbStartPlay2"));
         recording::takeCalls();
-        // It counts as open, though it was stopped ...
+        // It still counts as open, though it was stopped ...
         QCOMPARE(capture.open(1), QByteArray("BeginbStartPlaytrueEndbStartPlay"));
         QCOMPARE(recording::takeText(), QString());
-        // ... and is what comes back after six failures.
+        // ... and is restarted after six failures.
         failFrames(6);
         QVERIFY(recording::waitFor("bStartPlay"));
         QCOMPARE(recording::takeText(), QStringLiteral("bStopPlay() bStartPlay(0)"));
@@ -258,7 +258,7 @@ private Q_SLOTS:
         QCOMPARE(QByteArray::fromBase64(text).toBase64(), text); // nothing but base64
     }
 
-    void framesThatHaveNoJpegAreLeftOut()
+    void framesWithoutAJpegAreSkipped()
     {
         recording::answer("bStartPlay", true);
         Capture capture;
@@ -310,7 +310,7 @@ private Q_SLOTS:
         Capture capture;
         capture.open(1);
         QVERIFY(capture.messages.nextFrame().startsWith("/9j/"));
-        // A frame that was pushed ends the count: five more do no harm either.
+        // A pushed frame resets the count, so that five more failures restart nothing.
         failFrames(5);
         recording::takeCalls();
         QVERIFY(recording::waitFor("getVideoFrame", 8));
@@ -331,7 +331,7 @@ private Q_SLOTS:
 
     void disabledPreviewKeepsTheFailures()
     {
-        // Five failures, frames that nobody gets to see, one more failure: that is the sixth.
+        // Five failures, frames that are not pushed, one more failure: the sixth.
         failFrames(5);
         for (int i = 0; i < 3; ++i) {
             recording::answerOnce("getVideoFrame", true, picture());

@@ -34,7 +34,7 @@ private Q_SLOTS:
         commandRow("one part",             "ReadCard",              "x",      "a中",   "ReadCard(null,null)",           "a中");
         commandRow("second part",          "ReadCard",              "a,中,c", nullptr, "ReadCard(null,中)",             "");
         commandRow("second part empty",    "ReadCard",              "a,",     "{}",    "ReadCard(null,)",               "{}");
-        // Too late for a text of the device here: whatever it says by the return value is not looked at.
+        // No text from the device here; the return values are ignored.
         commandRow("default",              "iReadCardBas_noPasam",  "",       {},      "iReadCardBas_noPasam_qt(1)",    "");
         commandRow("no number",            "iReadCardBas_noPasam",  "abc",    {},      "iReadCardBas_noPasam_qt(0)",    "");
         commandRow("default",              "iReadCardBasEx",        "",       {},      "ReadCardBasExVX(3)",            "");
@@ -126,7 +126,7 @@ private Q_SLOTS:
         QVERIFY(clock().takeWaits() == (Pauses{1s, 1s}));
     }
 
-    void eachReadHasItsAnswer()
+    void eachReadHasItsReply()
     {
         Messages messages(ReadIdCardThread::instance());
         recording::answerOnce("sIDCardReader", "one");
@@ -142,10 +142,10 @@ private Q_SLOTS:
         QCOMPARE(messages.next(), QByteArray("BeginsIDCardReaderEndsIDCardReader"));
         QCOMPARE(recording::takeText(),
                  QStringLiteral("sIDCardReader() sIDCardReader() sIDCardReader()"));
-        QCOMPARE(page().received(), QStringList()); // it goes by the transport
+        QCOMPARE(page().received(), QStringList()); // it goes through the transport
     }
 
-    void readsBlockFurtherOnesForTheBatch()
+    void aBatchBlocksFurtherRequests()
     {
         ReadIdCardThread thread;
         Messages messages(&thread);

@@ -67,7 +67,7 @@ private Q_SLOTS:
         // clang-format on
     }
 
-    void automaticScanIsHeardOfByItsEvents()
+    void automaticScanReportsByEvents()
     {
         send("iAutoScan(1,/tmp,a)");
         QVERIFY(recording::notifyObserver(3));
@@ -76,7 +76,7 @@ private Q_SLOTS:
         QCOMPARE(page().next(), QStringLiteral("BeginiAutoScan-1EndiAutoScan"));
     }
 
-    void stopIsAnsweredWhenTheFileIsWhole()
+    void stopIsAnsweredWhenTheFileIsComplete()
     {
         recording::answer("bStopRec", true);
         recording::answerOnce("isRecording", true);
@@ -85,8 +85,8 @@ private Q_SLOTS:
         clock().takeWaits();
         send("bStopRec()");
         QCOMPARE(messages.next(), QByteArray("BeginbStopRectrueEndbStopRec"));
-        QCOMPARE(recording::count("isRecording"), 4); // polled, traced, polled, looked at
-        QCOMPARE(page().received(), QStringList()); // that one goes by the transport
+        QCOMPARE(recording::count("isRecording"), 4); // poll, trace, poll, reply
+        QCOMPARE(page().received(), QStringList()); // it goes through the transport
         QVERIFY(clock().takeWaits() == (std::vector<std::chrono::milliseconds>{1s, 500ms}));
     }
 
