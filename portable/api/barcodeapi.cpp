@@ -7,7 +7,7 @@
 
 #include <cstring>
 
-using portable::failed;
+using portable::logFailure;
 
 namespace {
 
@@ -24,7 +24,7 @@ char *codesInFile(const char *function, const char *localPath, long kind)
         QString error;
         const cv::Mat picture = portable::readPicture(QString::fromLocal8Bit(localPath), &error);
         if (picture.empty()) {
-            failed(function, error);
+            logFailure(function, error);
             return nullptr;
         }
         return codesIn(picture, kind);
@@ -41,7 +41,7 @@ char *sGetBarCode(const char *image)
 char *sGetBarCodeEx(long kind, const char *image)
 {
     if (!portable::isBarcodeKind(kind)) {
-        failed(__func__, QStringLiteral("there is no kind %1").arg(kind));
+        logFailure(__func__, QStringLiteral("there is no kind %1").arg(kind));
         return nullptr;
     }
     return codesInFile(__func__, image, kind);

@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: MIT
 #include "devicelib/cardreader.h"
+#include "portable/base/failure.h"
 #include "portable/card/cardreaders.h"
 #include "portable/card/speech.h"
 
-#include <QDebug>
 #include <QString>
 
 #include <cstring>
@@ -147,8 +147,8 @@ bool bPlayVoice(int number)
 {
     const QString text = portable::prompt(number);
     if (text.isEmpty()) {
-        qWarning() << "portable: there is no voice prompt" << number;
-        return false;
+        return portable::logFailure(__func__,
+                                    QStringLiteral("there is no voice prompt %1").arg(number));
     }
     return portable::speak(text);
 }
