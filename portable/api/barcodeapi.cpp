@@ -1,11 +1,10 @@
 // SPDX-License-Identifier: MIT
 #include "devicelib/doccamera.h"
 #include "portable/base/failure.h"
+#include "portable/base/texts.h"
 #include "portable/camera/shot.h"
 #include "portable/picture/barcodereader.h"
 #include "portable/picture/picturefile.h"
-
-#include <cstring>
 
 using portable::logFailure;
 
@@ -14,8 +13,7 @@ namespace {
 /// The codes in a picture as the interface wants them.
 char *codesIn(const cv::Mat &picture, long kind = portable::anyBarcode)
 {
-    const QStringList texts = portable::readBarcodes(picture, kind);
-    return ::strdup(texts.join(QLatin1Char('|')).toUtf8().constData());
+    return portable::heapText(portable::readBarcodes(picture, kind).join(QLatin1Char('|')));
 }
 
 char *codesInFile(const char *function, const char *localPath, long kind)

@@ -3,14 +3,12 @@
 #include "portable/base/atomicfile.h"
 #include "portable/base/base64text.h"
 #include "portable/base/failure.h"
+#include "portable/base/texts.h"
 #include "portable/camera/shot.h"
 #include "portable/picture/bookfold.h"
 #include "portable/picture/picturefile.h"
 
 #include <QFileInfo>
-
-#include <cstdlib>
-#include <cstring>
 
 using namespace portable;
 
@@ -113,16 +111,6 @@ bool capture(const char *function, std::initializer_list<Target> targets)
     });
 }
 
-char *mallocText(const QByteArray &text)
-{
-    const size_t size = size_t(text.size()) + 1;
-    auto *copy = static_cast<char *>(std::malloc(size));
-    if (copy) {
-        std::memcpy(copy, text.constData(), size);
-    }
-    return copy;
-}
-
 } // namespace
 
 bool bSaveJPG(const char *directory, const char *name)
@@ -220,7 +208,7 @@ char *Base64Encode(const char *text)
             logFailure(function, error);
             return nullptr;
         }
-        return mallocText(bytes.toBase64());
+        return heapText(bytes.toBase64());
     });
 }
 
