@@ -5,8 +5,10 @@
 #include "portable/base/failure.h"
 #include "portable/base/texts.h"
 #include "portable/camera/shot.h"
+#include "portable/picture/bilevel.h"
 #include "portable/picture/bookfold.h"
-#include "portable/picture/picturefile.h"
+#include "portable/picture/picturereader.h"
+#include "portable/picture/picturewriter.h"
 
 #include <QFileInfo>
 
@@ -158,11 +160,12 @@ bool SplitPic(const char *p1, const char *p2)
         }
         QString error;
         const cv::Mat picture = readPicture(pathOf(p1), &error);
-        if (picture.empty()) {
-            return logFailure(function, error);
+        if (!picture.empty() && picture.cols < 2) {
+            setError(QStringLiteral("it is too narrow to be split"), &error);
         }
         if (picture.cols < 2) {
-            return logFailure(function, pathOf(p1) + QStringLiteral(": too narrow to be split"));
+            prefixError(pathOf(p1), &error);
+            return logFailure(function, error);
         }
         const int fold = foldColumn(picture);
         const QString base = folder + QLatin1Char('/') + QFileInfo(pathOf(p1)).completeBaseName();
@@ -199,12 +202,13 @@ char *Base64Encode(const char *text)
     return guarded(function, [&]() -> char * {
         const QString path = pathOf(text);
         if (QFileInfo(path).size() > largestFileEncoded) {
-            logFailure(function, path + QStringLiteral(": too large to be told as a text"));
+            logFailure(function, path + QStringLiteral(": it is too large for a text"));
             return nullptr;
         }
         QString error;
         const QByteArray bytes = readWholeFile(path, &error);
         if (bytes.isNull()) {
+            prefixError(path, &error);
             logFailure(function, error);
             return nullptr;
         }

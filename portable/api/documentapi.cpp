@@ -93,12 +93,9 @@ bool addFile(const char *function, DocumentBuilder &document, const QString &pat
             return {};
         }
         const QByteArray file = portable::readWholeFile(path, error);
-        if (file.isNull()) {
-            return {};
-        }
-        MaybePage made = page(file, error);
+        MaybePage made = file.isNull() ? MaybePage() : page(file, error);
         if (!made) {
-            *error = path + QStringLiteral(": ") + *error;
+            portable::prefixError(path, error);
         }
         return made;
     };
@@ -111,7 +108,7 @@ bool addBase64(const char *function, DocumentBuilder &document, const char *base
         const QByteArray file = portable::bytesOfBase64(base64, error);
         MaybePage made = file.isEmpty() ? MaybePage() : jpegOf(file, error);
         if (!made) {
-            *error = QStringLiteral("the image in base64: ") + *error;
+            portable::prefixError(QStringLiteral("the image in base64"), error);
         }
         return made;
     });

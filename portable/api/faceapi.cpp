@@ -6,10 +6,9 @@
 #include "portable/base/failure.h"
 #include "portable/base/mainthread.h"
 #include "portable/face/facewatch.h"
-#include "portable/picture/imageconversion.h"
-#include "portable/picture/uprightimage.h"
+#include "portable/picture/picturereader.h"
+#include "portable/picture/picturewriter.h"
 
-#include <QBuffer>
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <opencv2/imgproc.hpp>
@@ -25,6 +24,7 @@ constexpr int blockingSeconds = 8; // the caller's thread waits
 constexpr int maxSeconds = 60;
 constexpr int autoLivingBodySeconds = 15;
 constexpr int shownSide = 800; // pixels, of the pictures that AutoLivingBody sends
+constexpr int shownQuality = 75;
 
 /// Logs a failure, if it is one; the engine logs its own.
 void logFaceFailure(const char *function, const QString &picture, FaceFailure failure)
@@ -42,9 +42,9 @@ FaceFailure describeFile(const char *function, const char *path, FaceDescriptor 
         return failure;
     }
     const QString name = QString::fromUtf8(path);
-    cv::Mat picture;
     QString error;
-    if (!readImageFile(name, &picture, &error)) {
+    const cv::Mat picture = readPicture(name, &error, biometricLimits);
+    if (picture.empty()) {
         logFailure(function, name + QStringLiteral(": ") + error);
         return FaceFailure::unreadable;
     }
@@ -158,10 +158,7 @@ QByteArray jpegText(const cv::Mat &frame)
         const double scale = double(shownSide) / side;
         cv::resize(frame, small, {}, scale, scale, cv::INTER_AREA);
     }
-    QByteArray bytes;
-    QBuffer buffer(&bytes);
-    toImage(small).save(&buffer, "JPG", 75);
-    return bytes.toBase64();
+    return jpegFile(small, shownQuality, {}).toBase64();
 }
 
 QByteArray resultText(const LivenessResult &result)

@@ -3,7 +3,7 @@
 #include "portable/base/deviceini.h"
 #include "portable/base/failure.h"
 #include "portable/camera/shot.h"
-#include "portable/picture/picturefile.h"
+#include "portable/picture/picturereader.h"
 #include "portable/system/printer.h"
 
 #include <QFileInfo>
@@ -39,7 +39,7 @@ bool printFile(const char *function, const QString &path, int copies, bool isGre
         job.picture = portable::readPicture(path, &error);
         job.title = QFileInfo(path).fileName();
         job.isGrey = isGrey;
-        return !job.picture.empty() || logFailure(function, error);
+        return !job.picture.empty() || logFailure(function, path + QStringLiteral(": ") + error);
     });
 }
 

@@ -205,21 +205,22 @@ QString pathOf(const char *utf8)
 QByteArray readWholeFile(const QString &path, QString *error)
 {
     QFile file(path);
-    // A device or a pipe would never end, or never begin.
+    // Reading a device or a pipe might never end, or never begin.
     const QFileInfo info(path);
     if (!info.isFile()) {
-        *error =
-            path + (info.exists() ? QStringLiteral(": not a file") : QStringLiteral(": not there"));
+        setError(info.exists() ? QStringLiteral("it is not a regular file")
+                               : QStringLiteral("there is no such file"),
+                 error);
     } else if (!file.open(QIODevice::ReadOnly)) {
-        *error = path + QStringLiteral(": ") + file.errorString();
+        setError(file.errorString(), error);
     } else if (file.size() > largestFileRead) {
-        *error = path + QStringLiteral(": larger than a gigabyte");
+        setError(QStringLiteral("it is larger than a gigabyte"), error);
     } else {
         QByteArray bytes = file.readAll();
         if (file.error() == QFileDevice::NoError) {
             return bytes.isNull() ? QByteArray("") : bytes;
         }
-        *error = path + QStringLiteral(": ") + file.errorString();
+        setError(file.errorString(), error);
     }
     return {};
 }

@@ -13,7 +13,10 @@ namespace portable {
 /// A device path text (UTF-8) as a path; "" for null. Local 8-bit ones are converted by the caller.
 QString pathOf(const char *utf8);
 
-/// The bytes of a regular file; null, with a reason for the log, when it can't be read.
+/**
+ * The bytes of a regular file of at most a gigabyte; an empty one gives an empty array, not a null
+ * one. \return null, with a reason that doesn't name the file, when it can't be read
+ */
 QByteArray readWholeFile(const QString &path, QString *error);
 
 /**

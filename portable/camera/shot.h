@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include "portable/picture/picturefile.h"
+#include "portable/picture/resolution.h"
 
 #include <opencv2/core.hpp>
 

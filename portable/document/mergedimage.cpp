@@ -2,6 +2,7 @@
 #include "portable/document/mergedimage.h"
 
 #include "portable/base/atomicfile.h"
+#include "portable/base/failure.h"
 #include "portable/document/pageimage.h"
 #include "portable/picture/jpegfile.h"
 
@@ -168,8 +169,7 @@ bool writeMergedImage(const PageSpool &pages, const MergePlan &plan, int quality
 {
     const QByteArray file = merged(pages, plan, quality, error);
     if (file.isEmpty()) {
-        *error = path + QStringLiteral(": ") + *error;
-        return false;
+        return prefixError(path, error);
     }
     return writeWholeFile(path, file, error);
 }

@@ -1,11 +1,12 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include "portable/picture/picturefile.h"
+#include "portable/picture/resolution.h"
 
 #include <QByteArray>
 #include <QString>
 #include <QTemporaryFile>
+#include <opencv2/core.hpp>
 
 #include <memory>
 #include <vector>

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "portable/picture/bookfold.h"
 
+#include "portable/picture/bilevel.h"
 #include "portable/picture/pagefinder.h"
-#include "portable/picture/picturefile.h"
 
 #include <opencv2/imgproc.hpp>
 

@@ -12,7 +12,10 @@ namespace portable {
  */
 QImage toImage(const cv::Mat &bgr);
 
-/// A copy of any image as an 8-bit BGR matrix; transparent parts are white.
+/**
+ * A copy of any image as an 8-bit BGR matrix, with white behind transparent parts. Empty for a null
+ * image, or without the memory for it.
+ */
 cv::Mat toMat(const QImage &image);
 
 } // namespace portable

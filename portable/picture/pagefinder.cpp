@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "portable/picture/pagefinder.h"
 
-#include "portable/picture/picturefile.h"
+#include "portable/picture/bilevel.h"
 
 #include <opencv2/imgproc.hpp>
 
