@@ -88,7 +88,7 @@ struct Office
                     [this] {
                         cv::Mat frame;
                         cameras.currentFrame(frame);
-                        return frame;
+                        return Shot{frame, 85, {}};
                     },
                     times};
 };

@@ -20,36 +20,41 @@ namespace {
 // 2^30 characters.
 constexpr qint64 largestFileEncoded = 128 << 20;
 
-using Encoder = QByteArray (*)(const cv::Mat &shot);
+using Encoder = QByteArray (*)(const Shot &shot);
 
-QByteArray colorJpeg(const cv::Mat &shot)
+QByteArray colorJpeg(const Shot &shot)
 {
-    return jpegFile(shot, shotQuality(), shotDpi());
+    return jpegFile(shot.picture, shot.quality, shot.dpi);
 }
 
-QByteArray greyJpeg(const cv::Mat &shot)
+QByteArray greyJpeg(const Shot &shot)
 {
-    return jpegFile(greyOf(shot), shotQuality(), shotDpi());
+    return jpegFile(greyOf(shot.picture), shot.quality, shot.dpi);
 }
 
-QByteArray jpegTiff(const cv::Mat &shot)
+QByteArray jpegTiff(const Shot &shot)
 {
-    return jpegTiffFile(shot, shotQuality(), shotDpi());
+    return jpegTiffFile(shot.picture, shot.quality, shot.dpi);
 }
 
-QByteArray bilevelTiff(const cv::Mat &shot)
+QByteArray bilevelTiff(const Shot &shot)
 {
-    return bilevelTiffFile(bilevel(shot), shotDpi());
+    return bilevelTiffFile(bilevel(shot.picture), shot.dpi);
 }
 
-QByteArray bitmap(const cv::Mat &shot)
+QByteArray bilevelPng(const Shot &shot)
 {
-    return bmpFile(shot, shotDpi());
+    return pngFile(bilevel(shot.picture), shot.dpi);
 }
 
-QByteArray png(const cv::Mat &shot)
+QByteArray bitmap(const Shot &shot)
 {
-    return pngFile(shot, shotDpi());
+    return bmpFile(shot.picture, shot.dpi);
+}
+
+QByteArray png(const Shot &shot)
+{
+    return pngFile(shot.picture, shot.dpi);
 }
 
 /// The path of a capture; empty, with a line in the log, when the arguments give none.
@@ -100,9 +105,9 @@ bool capture(const char *function, std::initializer_list<Target> targets)
                 return false;
             }
         }
-        const cv::Mat shot = takeShot();
-        if (shot.empty()) {
-            return false; // it said why
+        const Shot shot = takeShot();
+        if (shot.picture.empty()) {
+            return false; // the reason is in the log
         }
         std::vector<FileContent> files;
         auto path = paths.begin();
@@ -168,26 +173,28 @@ bool SplitPic(const char *p1, const char *p2)
             return logFailure(function, error);
         }
         const int fold = foldColumn(picture);
+        const CaptureSettings settings = captureSettings();
+        const auto half = [&](int begin, int end) {
+            return colorJpeg({picture.colRange(begin, end), settings.quality, settings.dpi});
+        };
         const QString base = folder + QLatin1Char('/') + QFileInfo(pathOf(p1)).completeBaseName();
         return writeAll(function,
-                        {{base + QStringLiteral("_left.jpg"), colorJpeg(picture.colRange(0, fold))},
-                         {base + QStringLiteral("_right.jpg"),
-                          colorJpeg(picture.colRange(fold, picture.cols))}});
+                        {{base + QStringLiteral("_left.jpg"), half(0, fold)},
+                         {base + QStringLiteral("_right.jpg"), half(fold, picture.cols)}});
     });
 }
 
 const char *sGetImageBase64_Byte(int number)
 {
-    constexpr Encoder encoders[] = {
-        colorJpeg, greyJpeg, [](const cv::Mat &shot) { return pngFile(bilevel(shot), shotDpi()); }};
+    constexpr Encoder encoders[] = {colorJpeg, greyJpeg, bilevelPng};
     if (number < 0 || size_t(number) >= std::size(encoders)) {
         logFailure(__func__, QStringLiteral("%1 is not a number from 0 to 2").arg(number));
         return nullptr;
     }
     return guarded(__func__, [&]() -> const char * {
-        const cv::Mat shot = takeShot();
-        if (shot.empty()) {
-            return nullptr; // it said why
+        const Shot shot = takeShot();
+        if (shot.picture.empty()) {
+            return nullptr; // the reason is in the log
         }
         // Of the calling thread: the text of another one's call is still being read.
         thread_local QByteArray text;

@@ -48,7 +48,7 @@ bool printFile(const char *function, const QString &path, int copies, bool isGre
 bool bPrint(int number)
 {
     return printCopies(__func__, number, [](PrintJob &job) {
-        job.picture = portable::takeShot();
+        job.picture = portable::takeShot().picture;
         job.title = QStringLiteral("document camera");
         return !job.picture.empty(); // the reason is in the log already
     });
