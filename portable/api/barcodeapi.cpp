@@ -11,7 +11,7 @@ using portable::prefixError;
 
 namespace {
 
-/// The codes in a picture as the interface wants them.
+/// The codes in a picture as the interface returns them.
 char *codesIn(const cv::Mat &picture, long kind = portable::anyBarcode)
 {
     return portable::heapText(portable::readBarcodes(picture, kind).join(QLatin1Char('|')));

@@ -16,8 +16,8 @@ using namespace portable;
 
 namespace {
 
-// On its way to a page a text is there several times, in two bytes a character; a QString ends at
-// 2^30 characters.
+// On its way to a page a text is held several times, with two bytes a character; a QString holds at
+// most 2^30 characters.
 constexpr qint64 largestFileEncoded = 128 << 20;
 
 using Encoder = QByteArray (*)(const Shot &shot);
@@ -57,7 +57,7 @@ QByteArray png(const Shot &shot)
     return pngFile(shot.picture, shot.dpi);
 }
 
-/// The path of a capture; empty, with a line in the log, when the arguments give none.
+/// The path of a capture; empty, with a line in the log, when an argument is missing.
 QString targetPath(const char *function, const char *directory, const char *name,
                    const char *extension)
 {
@@ -150,26 +150,30 @@ bool bSavePNG(const char *directory, const char *name)
     return capture(__func__, {{directory, name, ".png", png}});
 }
 
-bool bSaveGrayAndTIF(const char *p1, const char *p2, const char *p3, const char *p4)
+bool bSaveGrayAndTIF(const char *greyDirectory, const char *greyName, const char *tiffDirectory,
+                     const char *tiffName)
 {
-    return capture(__func__, {{p1, p2, ".jpg", greyJpeg}, {p3, p4, ".tif", bilevelTiff}});
+    return capture(__func__,
+                   {{greyDirectory, greyName, ".jpg", greyJpeg},
+                    {tiffDirectory, tiffName, ".tif", bilevelTiff}});
 }
 
-bool SplitPic(const char *p1, const char *p2)
+bool SplitPic(const char *image, const char *directory)
 {
     const char *const function = __func__;
     return guarded(function, [&] {
-        const QString folder = pathOf(p2);
+        const QString folder = pathOf(directory);
         if (folder.isEmpty()) {
             return logFailure(function, QStringLiteral("it needs a directory for the halves"));
         }
+        const QString path = pathOf(image);
         QString error;
-        const cv::Mat picture = readPicture(pathOf(p1), &error);
+        const cv::Mat picture = readPicture(path, &error);
         if (!picture.empty() && picture.cols < 2) {
             setError(QStringLiteral("it is too narrow to be split"), &error);
         }
         if (picture.cols < 2) {
-            prefixError(pathOf(p1), &error);
+            prefixError(path, &error);
             return logFailure(function, error);
         }
         const int fold = foldColumn(picture);
@@ -177,7 +181,7 @@ bool SplitPic(const char *p1, const char *p2)
         const auto half = [&](int begin, int end) {
             return colorJpeg({picture.colRange(begin, end), settings.quality, settings.dpi});
         };
-        const QString base = folder + QLatin1Char('/') + QFileInfo(pathOf(p1)).completeBaseName();
+        const QString base = folder + QLatin1Char('/') + QFileInfo(path).completeBaseName();
         return writeAll(function,
                         {{base + QStringLiteral("_left.jpg"), half(0, fold)},
                          {base + QStringLiteral("_right.jpg"), half(fold, picture.cols)}});
@@ -196,18 +200,18 @@ const char *sGetImageBase64_Byte(int number)
         if (shot.picture.empty()) {
             return nullptr; // the reason is in the log
         }
-        // Of the calling thread: the text of another one's call is still being read.
+        // One per thread: another thread may still be reading the text of its call.
         thread_local QByteArray text;
         text = encoders[number](shot).toBase64();
         return text.constData();
     });
 }
 
-char *Base64Encode(const char *text)
+char *Base64Encode(const char *image)
 {
     const char *const function = __func__;
     return guarded(function, [&]() -> char * {
-        const QString path = pathOf(text);
+        const QString path = pathOf(image);
         if (QFileInfo(path).size() > largestFileEncoded) {
             logFailure(function, path + QStringLiteral(": it is too large for a text"));
             return nullptr;
@@ -223,16 +227,16 @@ char *Base64Encode(const char *text)
     });
 }
 
-bool Base64Decode(const char *first, const char *second)
+bool Base64Decode(const char *base64, const char *path)
 {
     const char *const function = __func__;
     return guarded(function, [&] {
         QString error;
-        const QByteArray bytes = bytesOfBase64(first, &error);
+        const QByteArray bytes = bytesOfBase64(base64, &error);
         if (bytes.isEmpty()) {
             return logFailure(function, error);
         }
-        return writeWholeFile(QString::fromLocal8Bit(second), bytes, &error)
+        return writeWholeFile(QString::fromLocal8Bit(path), bytes, &error)
             || logFailure(function, error);
     });
 }

@@ -118,9 +118,9 @@ bool addBase64(const char *function, DocumentBuilder &document, const char *base
 
 } // namespace
 
-bool bSavePDFStart(const char *p1, const char *p2)
+bool bSavePDFStart(const char *directory, const char *name)
 {
-    return pdf().start(__func__, p1, p2, portable::writePdf);
+    return pdf().start(__func__, directory, name, portable::writePdf);
 }
 
 bool bSavePDFColorPage()
@@ -153,9 +153,9 @@ bool bAddPDFBase64ColorPage(const char *base64)
     return addBase64(__func__, pdf(), base64);
 }
 
-bool bSaveOFDStart(const char *p1, const char *p2)
+bool bSaveOFDStart(const char *directory, const char *name)
 {
-    return ofd().start(__func__, p1, p2, portable::writeOfd);
+    return ofd().start(__func__, directory, name, portable::writeOfd);
 }
 
 bool bSaveOFDColorPage()
@@ -183,18 +183,19 @@ bool bAddOFDBase64ColorPage(const char *base64)
     return addBase64(__func__, ofd(), base64);
 }
 
-bool bSaveMergeStart(const char *p1, const char *p2, short p3, short p4, qint64 p5, qint64 p6)
+bool bSaveMergeStart(const char *directory, const char *name, short direction, short gap,
+                     qint64 maxWidth, qint64 maxHeight)
 {
     portable::MergePlan plan;
     QString error;
-    if (!portable::readMergePlan(p3, p4, p5, p6, &plan, &error)) {
+    if (!portable::readMergePlan(direction, gap, maxWidth, maxHeight, &plan, &error)) {
         return portable::logFailure(__func__, error);
     }
     const auto write = [plan](const portable::PageSpool &pages, const QString &path, QString *why) {
         return portable::writeMergedImage(pages, plan, portable::captureSettings().quality, path,
                                           why);
     };
-    return mergedPicture().start(__func__, p1, p2, write);
+    return mergedPicture().start(__func__, directory, name, write);
 }
 
 bool bSaveMergePage()

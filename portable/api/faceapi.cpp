@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// Faces and liveness. docs/faces.md tells pages what numbers and texts mean.
+// Faces and liveness. docs/faces.md documents the numbers and texts.
 
 #include "devicelib/biometrics.h"
 #include "portable/base/failure.h"
@@ -87,14 +87,14 @@ int compareFiles(const char *function, const char *image1, const char *image2)
     return compare(describe(image1), describe(image2));
 }
 
-/// What is done with the camera: one thing at a time.
+/// The work with the camera: one job at a time.
 BackgroundJob &cameraJob()
 {
     struct CameraJob
     {
         CameraJob()
         {
-            CameraSet::instance(); // goes after the job, as does the engine
+            CameraSet::instance(); // destroyed after the job, like the engine
             FaceEngine::instance();
             job.closeWithApplication();
         }
@@ -105,8 +105,8 @@ BackgroundJob &cameraJob()
 }
 
 /**
- * Has `work` done with the camera in the background.
- * \return false, with a line in the log, without an engine or while the camera is used otherwise
+ * Starts work with the camera in the background.
+ * \return false, with a line in the log, without an engine or while other work uses the camera
  */
 bool beginWithCamera(const char *function, BackgroundJob::Work work)
 {
@@ -120,7 +120,7 @@ bool beginWithCamera(const char *function, BackgroundJob::Work work)
     return true;
 }
 
-/// The end of a wait that a page gave in seconds; 0 or less is the usual one.
+/// The deadline for a timeout that a page gave in seconds; 0 or less means the usual one.
 BackgroundJob::Clock::time_point deadlineIn(int seconds)
 {
     return BackgroundJob::Clock::now()
@@ -282,7 +282,7 @@ bool bLivingBodyDetectOnline(int a, int, void (*onResult)(int result, void *cont
     });
 }
 
-// One that still runs is ended: the page may have been loaded anew.
+// Ends one that is still running: the page may have been reloaded.
 bool AutoLivingBody(void (*onData)(const char *data, int length, int kind))
 {
     const char *const function = __func__;
@@ -303,7 +303,7 @@ bool AutoLivingBody(void (*onData)(const char *data, int length, int kind))
     });
 }
 
-// Whatever is done with the camera ends; what has promised a result gives its failure, before.
+// Ends any work with the camera; a pending result is delivered before, as a failure.
 void CloseLivingBody(void (*onDone)())
 {
     cameraJob().stop();

@@ -11,22 +11,22 @@ namespace portable {
 
 namespace {
 
-/// Whether a scanner or a camera stand has such a resolution, and a page of it can be handled.
-bool makesSense(Dpi dpi, const cv::Size &size)
+/// Whether a scanner or a document camera can have that resolution, and viewers can show the page.
+bool isPlausible(Dpi dpi, const cv::Size &size)
 {
     constexpr int lowest = 50;
     constexpr int highest = 4800;
-    constexpr int longestPage =
-        200; // inches: the most that PDF viewers have to show (ISO 32000-1, C.2)
+    constexpr int maxInches =
+        200; // inches: the largest that PDF viewers must support (ISO 32000-1, C.2)
     const auto one = [](int value, int pixels) {
-        return value >= lowest && value <= highest && pixels / value <= longestPage;
+        return value >= lowest && value <= highest && pixels / value <= maxInches;
     };
     return one(dpi.x, size.width) && one(dpi.y, size.height);
 }
 
-Dpi dpiOf(const std::optional<Dpi> &told, const cv::Size &size, Dpi otherwise)
+Dpi dpiOf(const std::optional<Dpi> &stored, const cv::Size &size, Dpi otherwise)
 {
-    return told && makesSense(*told, size) ? *told : otherwise;
+    return stored && isPlausible(*stored, size) ? *stored : otherwise;
 }
 
 bool isJpeg(const QByteArray &file)
@@ -59,7 +59,7 @@ std::optional<CheckedFile> check(const QByteArray &file, QString *error)
     return jpeg ? std::make_optional(CheckedFile{jpeg->head.dpi, jpeg}) : std::nullopt;
 }
 
-/// Turns an image file into a page by `make`, which takes the picture and its resolution.
+/// Decodes an image file and turns it into a page by `make`, called with picture and resolution.
 template <class Make>
 std::optional<PageImage> reencoded(const QByteArray &file, const CheckedFile &checked, Dpi dpi,
                                    Make make, QString *error)
@@ -70,7 +70,7 @@ std::optional<PageImage> reencoded(const QByteArray &file, const CheckedFile &ch
     }
     std::optional<PageImage> image = make(picture, dpiOf(checked.dpi, picture.size(), dpi));
     if (!image) {
-        *error = QStringLiteral("a picture of %1 x %2 pixels can't be made a page")
+        *error = QStringLiteral("a picture of %1 x %2 pixels can't be turned into a page")
                      .arg(picture.cols)
                      .arg(picture.rows);
     }

@@ -8,7 +8,7 @@ namespace portable {
 
 /**
  * An 8-bit BGR matrix as an image. From Qt 5.14 on the image shares the matrix's pixels, read-only,
- * and keeps them alive; before, there is no such format and they are copied.
+ * and keeps them alive; older versions have no such format, and the pixels are copied.
  */
 QImage toImage(const cv::Mat &bgr);
 
