@@ -207,11 +207,11 @@ const char *sGetImageBase64_Byte(int number)
     });
 }
 
-char *Base64Encode(const char *image)
+char *Base64Encode(const char *file)
 {
     const char *const function = __func__;
     return guarded(function, [&]() -> char * {
-        const QString path = pathOf(image);
+        const QString path = pathOf(file);
         if (QFileInfo(path).size() > largestFileEncoded) {
             logFailure(function, path + QStringLiteral(": it is too large for a text"));
             return nullptr;
