@@ -173,10 +173,10 @@ private Q_SLOTS:
         for (const QByteArray &feature : qAsConst(broken)) {
             QCOMPARE(lFingerMatch(0, feature.constData(), 1, good.constData()), -1);
             QCOMPARE(lFingerMatch(0, good.constData(), 9, feature.constData()), -2);
-            QCOMPARE(m_log->takeLines(),
-                     (QStringList{
-                         line("lFingerMatch failed: the feature is none of this library"),
-                         line("lFingerMatch failed: there is no stored feature of this library")}));
+            QCOMPARE(
+                m_log->takeLines(),
+                (QStringList{line("lFingerMatch: the feature is none of this library"),
+                             line("lFingerMatch: there is no stored feature of this library")}));
         }
         QCOMPARE(lFingerMatch(0, good.constData(), 0, good.constData()), -2);
         QCOMPARE(lFingerMatch(0, good.constData(), INT_MIN, good.constData()), -2);
@@ -225,7 +225,7 @@ private Q_SLOTS:
         // clang-format off
         row("nobody there",  "none",       -1, "未检测到手指",     "no finger: devices.ini says \"none\"");
         row("no such file",  "absent.png", -1, "未检测到手指",     "no finger: FOLDER/absent.png is not there");
-        row("no picture",    "text.png",   -2, "指纹图像无法识别", "no finger: FOLDER/text.png: it is no image that can be read: Unsupported image format");
+        row("no picture",    "text.png",   -2, "指纹图像无法识别", "no finger: FOLDER/text.png: it can't be read as a picture: Unsupported image format");
         row("no finger",     "white.png",  -2, "指纹图像无法识别", "FOLDER/white.png shows no finger");
         // clang-format on
     }

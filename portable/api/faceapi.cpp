@@ -1,15 +1,14 @@
 // SPDX-License-Identifier: MIT
 //
-// Faces and liveness. docs/faces.md tells pages what numbers and texts mean.
+// Faces and liveness. docs/faces.md documents the numbers and texts.
 
 #include "base/mainthread.h"
 #include "devicelib/biometrics.h"
+#include "portable/base/failure.h"
 #include "portable/face/facewatch.h"
-#include "portable/picture/imageconversion.h"
-#include "portable/picture/uprightimage.h"
+#include "portable/picture/picturereader.h"
+#include "portable/picture/picturewriter.h"
 
-#include <QBuffer>
-#include <QDebug>
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <opencv2/imgproc.hpp>
@@ -25,17 +24,13 @@ constexpr int blockingSeconds = 8; // the caller's thread waits
 constexpr int maxSeconds = 60;
 constexpr int autoLivingBodySeconds = 15;
 constexpr int shownSide = 800; // pixels, of the pictures that AutoLivingBody sends
+constexpr int shownQuality = 75;
 
-void complain(const char *function, const QString &why)
-{
-    qWarning().noquote() << "portable:" << function << "failed:" << why;
-}
-
-/// One line about a failure, if it is one; the engine has told its own.
-void complain(const char *function, const QString &picture, FaceFailure failure)
+/// Logs a failure, if it is one; the engine logs its own.
+void logFaceFailure(const char *function, const QString &picture, FaceFailure failure)
 {
     if (failure != FaceFailure::none && failure != FaceFailure::noEngine) {
-        complain(function, picture + QStringLiteral(": ") + failureText(failure));
+        logFailure(function, picture + QStringLiteral(": ") + failureText(failure));
     }
 }
 
@@ -47,14 +42,14 @@ FaceFailure describeFile(const char *function, const char *path, FaceDescriptor 
         return failure;
     }
     const QString name = QString::fromUtf8(path);
-    cv::Mat picture;
     QString error;
-    if (!readImageFile(name, &picture, &error)) {
-        complain(function, name + QStringLiteral(": ") + error);
+    const cv::Mat picture = readPicture(name, &error, biometricLimits);
+    if (picture.empty()) {
+        logFailure(function, name + QStringLiteral(": ") + error);
         return FaceFailure::unreadable;
     }
     failure = engine.describe(picture, descriptor);
-    complain(function, name, failure);
+    logFaceFailure(function, name, failure);
     return failure;
 }
 
@@ -68,7 +63,7 @@ FaceFailure describeLiveFrame(const char *function, FaceDescriptor *descriptor)
     failure = CameraSet::instance().currentFrame(frame)
         ? FaceEngine::instance().describe(frame, descriptor)
         : FaceFailure::noCamera;
-    complain(function, QStringLiteral("live picture"), failure);
+    logFaceFailure(function, QStringLiteral("live picture"), failure);
     return failure;
 }
 
@@ -92,14 +87,14 @@ int compareFiles(const char *function, const char *image1, const char *image2)
     return compare(describe(image1), describe(image2));
 }
 
-/// What is done with the camera: one thing at a time.
+/// The work with the camera: one job at a time.
 BackgroundJob &cameraJob()
 {
     struct CameraJob
     {
         CameraJob()
         {
-            CameraSet::instance(); // goes after the job, as does the engine
+            CameraSet::instance(); // destroyed after the job, like the engine
             FaceEngine::instance();
             job.closeWithApplication();
         }
@@ -110,8 +105,8 @@ BackgroundJob &cameraJob()
 }
 
 /**
- * Has `work` done with the camera in the background.
- * \return false, with a line in the log, without an engine or while the camera is used otherwise
+ * Starts work with the camera in the background.
+ * \return false, with a line in the log, without an engine or while other work uses the camera
  */
 bool beginWithCamera(const char *function, BackgroundJob::Work work)
 {
@@ -119,13 +114,13 @@ bool beginWithCamera(const char *function, BackgroundJob::Work work)
         return false;
     }
     if (!cameraJob().begin(std::move(work))) {
-        complain(function, failureText(FaceFailure::busy));
+        logFailure(function, failureText(FaceFailure::busy));
         return false;
     }
     return true;
 }
 
-/// The end of a wait that a page gave in seconds; 0 or less is the usual one.
+/// The deadline for a timeout that a page gave in seconds; 0 or less means the usual one.
 BackgroundJob::Clock::time_point deadlineIn(int seconds)
 {
     return BackgroundJob::Clock::now()
@@ -139,7 +134,7 @@ FaceFailure describeNextFace(const char *function, int seconds, const Background
     const FaceFailure failure =
         awaitFace(camera, FaceEngine::instance(), deadlineIn(seconds), stop, descriptor);
     if (!stop.isRequested()) {
-        complain(function, QStringLiteral("live pictures"), failure);
+        logFaceFailure(function, QStringLiteral("live pictures"), failure);
     }
     return failure;
 }
@@ -150,7 +145,7 @@ bool livesBeforeCamera(const char *function, int seconds, const BackgroundJob::S
     const LivenessResult result =
         checkLiveness(camera, FaceEngine::instance(), deadlineIn(seconds), stop);
     if (!stop.isRequested()) {
-        complain(function, QStringLiteral("live pictures"), result.failure);
+        logFaceFailure(function, QStringLiteral("live pictures"), result.failure);
     }
     return result.passed;
 }
@@ -163,10 +158,7 @@ QByteArray jpegText(const cv::Mat &frame)
         const double scale = double(shownSide) / side;
         cv::resize(frame, small, {}, scale, scale, cv::INTER_AREA);
     }
-    QByteArray bytes;
-    QBuffer buffer(&bytes);
-    toImage(small).save(&buffer, "JPG", 75);
-    return bytes.toBase64();
+    return jpegFile(small, shownQuality, {}).toBase64();
 }
 
 QByteArray resultText(const LivenessResult &result)
@@ -233,7 +225,7 @@ qint64 lFaceFeatureMatch(const char *feature1, const char *feature2)
     FaceDescriptor first;
     FaceDescriptor second;
     if (!readFaceFeature(feature1, &first) || !readFaceFeature(feature2, &second)) {
-        complain(__func__, failureText(FaceFailure::noFeature));
+        logFailure(__func__, failureText(FaceFailure::noFeature));
         return qint64(FaceFailure::noFeature);
     }
     return faceScore(first, second);
@@ -276,7 +268,7 @@ bool bLivingBodyDetect()
     if (!cameraJob().run([&](const BackgroundJob::Stop &stop) {
             lives = livesBeforeCamera(function, blockingSeconds, stop);
         })) {
-        complain(function, failureText(FaceFailure::busy));
+        logFailure(function, failureText(FaceFailure::busy));
     }
     return lives;
 }
@@ -290,7 +282,7 @@ bool bLivingBodyDetectOnline(int a, int, void (*onResult)(int result, void *cont
     });
 }
 
-// One that still runs is ended: the page may have been loaded anew.
+// Ends one that is still running: the page may have been reloaded.
 bool AutoLivingBody(void (*onData)(const char *data, int length, int kind))
 {
     const char *const function = __func__;
@@ -306,12 +298,12 @@ bool AutoLivingBody(void (*onData)(const char *data, int length, int kind))
         if (stop.isRequested()) {
             return {};
         }
-        complain(function, QStringLiteral("live pictures"), result.failure);
+        logFaceFailure(function, QStringLiteral("live pictures"), result.failure);
         return [=] { send(resultText(result), 1); };
     });
 }
 
-// Whatever is done with the camera ends; what has promised a result gives its failure, before.
+// Ends any work with the camera; a pending result is delivered before, as a failure.
 void CloseLivingBody(void (*onDone)())
 {
     cameraJob().stop();

@@ -2,11 +2,11 @@
 #include "base/mainthread.h"
 #include "devicelib/biometrics.h"
 #include "portable/base/deviceini.h"
+#include "portable/base/failure.h"
 #include "portable/finger/fingerprint.h"
 #include "portable/finger/fingersensor.h"
 
 #include <QByteArray>
-#include <QDebug>
 
 #include <algorithm>
 
@@ -17,7 +17,7 @@ namespace {
 constexpr std::chrono::milliseconds usualTimeout{10'000};
 constexpr std::chrono::milliseconds longestTimeout{60'000};
 
-/// What lFingerMatch answers when there is nothing to compare.
+/// What lFingerMatch returns when there is nothing to compare.
 enum MatchFailure { noFeature = -1, noStoredFeature = -2 };
 
 const FingerSensor &sensor()
@@ -28,14 +28,14 @@ const FingerSensor &sensor()
     return sensor;
 }
 
-/// The captures: one at a time.
+/// The captures, one at a time.
 BackgroundJob &sensorJob()
 {
     struct SensorJob
     {
         SensorJob()
         {
-            sensor(); // goes after the job
+            sensor(); // destroyed after the job
             job.closeWithApplication();
         }
         BackgroundJob job;
@@ -44,9 +44,9 @@ BackgroundJob &sensorJob()
     return one.job;
 }
 
-int failMatch(const char *what, MatchFailure failure)
+int failMatch(const QString &why, MatchFailure failure)
 {
-    qWarning("portable: lFingerMatch failed: %s", what);
+    logFailure("lFingerMatch", why);
     return failure;
 }
 
@@ -70,7 +70,7 @@ void fingerCaptureRawData(int timeoutMs,
         return [=] { answer(capture); };
     });
     if (!begun) {
-        qWarning("portable: %s failed: the sensor waits for a finger already", __func__);
+        logFailure(__func__, QStringLiteral("the sensor is already waiting for a finger"));
         answer(failedCapture(FingerCapture::busy));
     }
 }
@@ -79,7 +79,7 @@ int lFingerMatch(int, const char *feature, int count, const char *storedFeatures
 {
     Minutiae finger;
     if (!readFingerFeature(&feature, &finger)) {
-        return failMatch("the feature is none of this library", noFeature);
+        return failMatch(QStringLiteral("the feature is none of this library"), noFeature);
     }
     int best = noStoredFeature;
     Minutiae stored;
@@ -93,10 +93,11 @@ int lFingerMatch(int, const char *feature, int count, const char *storedFeatures
         }
     }
     if (best < 0) {
-        return failMatch("there is no stored feature of this library", noStoredFeature);
+        return failMatch(QStringLiteral("there is no stored feature of this library"),
+                         noStoredFeature);
     }
     if (isBroken) {
-        qWarning("portable: lFingerMatch: a stored feature is none of this library");
+        logFailure(__func__, QStringLiteral("a stored feature is none of this library"));
     }
     return best;
 }
