@@ -14,7 +14,7 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-/// The pictures that `path` stands for: itself, or what lies in it by name.
+/// The picture at `path`, or all pictures of that folder sorted by name.
 QStringList pictures(const QString &path)
 {
     const QDir folder(path);
@@ -34,14 +34,14 @@ QStringList pictures(const QString &path)
     return paths;
 }
 
-/// Empty when the file can be read, or else why it can't.
+/// Why the file can't be read; empty when it can.
 QString fileObstacle(const QString &path)
 {
     QFile file(path);
     return file.open(QIODevice::ReadOnly) ? QString() : file.errorString();
 }
 
-/// By FFmpeg alone: other ways of OpenCV's take names for patterns and pipelines.
+/// With FFmpeg only: OpenCV's other backends take file names for patterns and pipelines.
 bool openVideo(cv::VideoCapture &video, const QString &path)
 {
     return video.open(QFile::encodeName(path).toStdString(), cv::CAP_FFMPEG);
@@ -49,7 +49,7 @@ bool openVideo(cv::VideoCapture &video, const QString &path)
 
 } // namespace
 
-PictureSource::PictureSource(const QString &path, const Playback &playback)
+PictureSource::PictureSource(const QString &path, const PlaybackSettings &playback)
     : m_path(path)
     , m_playback(playback)
 {
@@ -64,24 +64,24 @@ bool PictureSource::open(const cv::Size & /*wanted*/, QString *error)
 
 void PictureSource::close()
 {
-    m_waiting.clear();
+    m_pending.clear();
     m_picture.release();
 }
 
-/// Loads the next picture that can be read; others are named in the log.
+/// Loads the next readable picture; the log names the others.
 bool PictureSource::showNext(QString *error)
 {
-    if (m_waiting.isEmpty()) {
-        m_waiting = pictures(m_path);
+    if (m_pending.isEmpty()) {
+        m_pending = pictures(m_path);
     }
-    *error = QStringLiteral("there is no picture in it");
-    while (!m_waiting.isEmpty()) {
-        QImageReader reader(m_waiting.takeFirst());
+    *error = QStringLiteral("it contains no picture");
+    while (!m_pending.isEmpty()) {
+        QImageReader reader(m_pending.takeFirst());
         reader.setAutoTransform(true);
         const QImage image = reader.read();
         if (!image.isNull()) {
             m_picture = toMat(image);
-            m_until = Clock::now()
+            m_nextDue = Clock::now()
                 + std::chrono::milliseconds(qint64(1000 * m_playback.secondsPerPicture));
             return true;
         }
@@ -96,7 +96,7 @@ bool PictureSource::showNext(QString *error)
 
 bool PictureSource::read(cv::Mat &frame, QString *error)
 {
-    if (m_isFolder && Clock::now() >= m_until && !showNext(error)) {
+    if (m_isFolder && Clock::now() >= m_nextDue && !showNext(error)) {
         return false;
     }
     frame = m_picture;
@@ -107,8 +107,8 @@ std::vector<cv::Size> PictureSource::sizes() const
 {
     const QStringList paths = pictures(m_path);
     QImageReader reader(paths.isEmpty() ? QString() : paths.first());
-    const bool onItsSide = reader.transformation() & QImageIOHandler::TransformationRotate90;
-    const QSize size = onItsSide ? reader.size().transposed() : reader.size();
+    const bool isRotated = reader.transformation() & QImageIOHandler::TransformationRotate90;
+    const QSize size = isRotated ? reader.size().transposed() : reader.size();
     return size.isEmpty() ? std::vector<cv::Size>()
                           : std::vector<cv::Size>{{size.width(), size.height()}};
 }
@@ -129,7 +129,7 @@ bool VideoSource::open(const cv::Size & /*wanted*/, QString *error)
         return false;
     }
     const double rate = m_video.get(cv::CAP_PROP_FPS);
-    m_framesPerSecond = rate >= 1 && rate <= 120 ? rate : 25; // some files don't tell theirs
+    m_framesPerSecond = rate >= 1 && rate <= 120 ? rate : 25; // some files have none
     return true;
 }
 
@@ -147,14 +147,14 @@ bool VideoSource::read(cv::Mat &frame, QString *error)
     if (m_video.read(frame)) {
         return true;
     }
-    // At its end. Opening anew works with every container; seeking back doesn't.
+    // At the end. Reopening works with every container, seeking doesn't.
     if (!open({}, error)) {
         return false;
     }
     if (m_video.read(frame)) {
         return true;
     }
-    *error = QStringLiteral("the video holds no picture that can be read here");
+    *error = QStringLiteral("no frame of the video can be decoded here");
     return false;
 }
 
