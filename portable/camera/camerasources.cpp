@@ -28,7 +28,7 @@ void readNumber(const IniFile &ini, const QString &key, double min, double max, 
     if (isNumber && number >= min && number <= max) {
         *value = number;
     } else {
-        ini.complain(
+        ini.logProblem(
             QStringLiteral("%1 must be a number from %2 to %3").arg(key).arg(min).arg(max));
     }
 }
@@ -43,7 +43,7 @@ void readSize(const IniFile &ini, const QString &key, cv::Size *value)
     if (match.hasMatch()) {
         *value = {match.captured(1).toInt(), match.captured(2).toInt()};
     } else {
-        ini.complain(key + QStringLiteral(" must be a size such as 1920x1080"));
+        ini.logProblem(key + QStringLiteral(" must be a size such as 1920x1080"));
     }
 }
 
@@ -129,7 +129,7 @@ DeviceConfig readDeviceConfig(const QString &path)
         }
     }
     for (const QString &key : qAsConst(keys)) {
-        ini.complain(QStringLiteral("there is no camera \"%1\"").arg(key));
+        ini.logProblem(QStringLiteral("there is no camera \"%1\"").arg(key));
     }
     readSize(ini, QStringLiteral("scene/size"), &config.sceneSize);
     readNumber(ini, QStringLiteral("scene/framesPerSecond"), 1, 60, &config.sceneFramesPerSecond);
