@@ -17,10 +17,10 @@ std::atomic<quint64> lastSequence{0}; // shared by all cameras
 } // namespace
 
 Camera::Camera(int number, std::unique_ptr<FrameSource> source, const Settings &settings,
-               CameraTimes times)
+               base::Clock &clock)
     : m_number(number)
     , m_settings(settings)
-    , m_times(times)
+    , m_clock(clock)
     , m_source(std::move(source))
 {
 }
@@ -61,7 +61,8 @@ void Camera::stop()
 bool Camera::nextFrame(quint64 &last, cv::Mat &frame)
 {
     std::unique_lock<std::mutex> lock(m_mutex);
-    m_published.wait_for(lock, m_times.frameWait, [&] { return !m_hasFrame || m_sequence > last; });
+    m_clock.waitFor(m_published, lock, frameTimeout,
+                    [&] { return !m_hasFrame || m_sequence > last; });
     if (!m_hasFrame || m_sequence <= last) {
         frame.release();
         return false;
@@ -75,8 +76,8 @@ bool Camera::currentFrame(cv::Mat &frame)
 {
     const quint64 revision = m_settings.revision();
     std::unique_lock<std::mutex> lock(m_mutex);
-    m_published.wait_for(lock, m_times.frameWait,
-                         [&] { return !m_hasFrame || m_revision >= revision; });
+    m_clock.waitFor(m_published, lock, frameTimeout,
+                    [&] { return !m_hasFrame || m_revision >= revision; });
     frame = m_frame;
     return m_hasFrame;
 }
@@ -89,12 +90,13 @@ cv::Size Camera::size() const
 
 void Camera::run()
 {
-    Clock::time_point due = Clock::now();
+    base::Clock::TimePoint due = m_clock.now();
     for (;;) {
         const double rate = m_source->framesPerSecond();
         const auto interval = std::chrono::duration<double>(rate > 0 ? 1 / rate : 0);
         // A late frame doesn't make the next one early.
-        due = std::max(due + std::chrono::duration_cast<Clock::duration>(interval), Clock::now());
+        due = std::max(due + std::chrono::duration_cast<base::Clock::Duration>(interval),
+                       m_clock.now());
         QString error;
         if (!sleepUntil(due) || (!grab(&error) && !recover(error))) {
             return;
@@ -222,7 +224,7 @@ bool Camera::recover(const QString &why)
     m_source->close();
     QString ignored;
     do {
-        if (!sleepUntil(Clock::now() + m_times.retry)) {
+        if (!sleepUntil(m_clock.now() + reopenInterval)) {
             return false;
         }
     } while (!open(&ignored));
@@ -231,10 +233,10 @@ bool Camera::recover(const QString &why)
 }
 
 /// \return false as soon as the camera is stopped
-bool Camera::sleepUntil(Clock::time_point time)
+bool Camera::sleepUntil(base::Clock::TimePoint time)
 {
     std::unique_lock<std::mutex> lock(m_mutex);
-    return !m_stopped.wait_until(lock, time, [this] { return m_stop; });
+    return !m_clock.waitUntil(m_stopped, lock, time, [this] { return m_stop; });
 }
 
 } // namespace portable

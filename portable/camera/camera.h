@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include "base/clock.h"
 #include "portable/camera/framesource.h"
 #include "portable/camera/settings.h"
 #include "portable/picture/orientation.h"
@@ -13,12 +14,8 @@
 
 namespace portable {
 
-/// Timeouts; tests shorten them.
-struct CameraTimes
-{
-    std::chrono::milliseconds frameWait{2000}; ///< How long readers wait at most.
-    std::chrono::milliseconds retry{1000}; ///< Between attempts to reopen a lost source.
-};
+constexpr std::chrono::seconds frameTimeout{2}; ///< How long readers wait for a frame at most.
+constexpr std::chrono::seconds reopenInterval{1}; ///< Between attempts to reopen a lost source.
 
 /**
  * An open camera: a source, and a thread that reads it and keeps the newest frame for any number of
@@ -35,10 +32,11 @@ class Camera
 public:
     /**
      * \param number    identifies the camera in settings and log
-     * \param settings  must outlive the camera; changes apply from the next frame on
+     * \param settings  must outlive the camera, like the clock; changes apply from the next frame
+     * on
      */
     Camera(int number, std::unique_ptr<FrameSource> source, const Settings &settings,
-           CameraTimes times = {});
+           base::Clock &clock = base::Clock::shared());
     ~Camera(); ///< Stops.
     Camera(const Camera &) = delete;
     Camera &operator=(const Camera &) = delete;
@@ -52,7 +50,7 @@ public:
     void stop();
 
     /**
-     * Waits up to CameraTimes::frameWait for a frame newer than the reader's last one.
+     * Waits up to frameTimeout for a frame newer than the reader's last one.
      * \param last   sequence number of the reader's last frame, 0 before its first; set to that of
      *               `frame`. Sequence numbers increase, also from one camera to the next.
      * \param frame  8-bit BGR
@@ -70,8 +68,6 @@ public:
     cv::Size size() const;
 
 private:
-    using Clock = std::chrono::steady_clock;
-
     void run();
     bool open(QString *error);
     bool openSource(const Settings::View &settings, QString *error);
@@ -82,11 +78,11 @@ private:
     void publish(const cv::Mat &frame, const cv::Size &size, quint64 revision);
     void withdraw();
     bool recover(const QString &why);
-    bool sleepUntil(Clock::time_point time);
+    bool sleepUntil(base::Clock::TimePoint time);
 
     const int m_number;
     const Settings &m_settings;
-    const CameraTimes m_times;
+    base::Clock &m_clock;
     std::thread m_thread;
 
     // Used by the thread; by start() and stop() while it isn't running.

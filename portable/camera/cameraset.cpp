@@ -44,9 +44,9 @@ CameraSet &CameraSet::instance()
     return cameras;
 }
 
-CameraSet::CameraSet(SourceFactory factory, CameraTimes times)
+CameraSet::CameraSet(SourceFactory factory, base::Clock &clock)
     : m_factory(std::move(factory))
-    , m_times(times)
+    , m_clock(clock)
 {
 }
 
@@ -80,7 +80,7 @@ std::shared_ptr<Camera> CameraSet::open(int camera, int rotation)
         qWarning().noquote() << "portable:" << cameraName(camera) << "doesn't start:" << error;
         return nullptr;
     }
-    const auto started = std::make_shared<Camera>(camera, std::move(source), m_settings, m_times);
+    const auto started = std::make_shared<Camera>(camera, std::move(source), m_settings, m_clock);
     if (!started->start()) {
         return nullptr;
     }
@@ -93,8 +93,8 @@ void CameraSet::stopMain()
     const std::lock_guard<std::mutex> changing(m_changing);
     {
         const std::lock_guard<std::mutex> lock(m_mutex);
-        const bool isAnnounced = m_endAnnounced != Clock::time_point()
-            && Clock::now() - m_endAnnounced < cameraChangeLimit;
+        const bool isAnnounced = m_endAnnounced != base::Clock::TimePoint()
+            && m_clock.now() - m_endAnnounced < cameraChangeLimit;
         m_ended = m_ended || isAnnounced;
     }
     replace(m_main, nullptr);
@@ -119,7 +119,7 @@ void CameraSet::stop(const std::shared_ptr<Camera> &camera)
 void CameraSet::announceEnd()
 {
     const std::lock_guard<std::mutex> lock(m_mutex);
-    m_endAnnounced = Clock::now();
+    m_endAnnounced = m_clock.now();
 }
 
 bool CameraSet::hasEnded() const

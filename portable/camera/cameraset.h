@@ -29,7 +29,7 @@ public:
     /// The library's cameras, configured by devices.ini. Stopped when Qt's application ends.
     static CameraSet &instance();
 
-    explicit CameraSet(SourceFactory factory, CameraTimes times = {});
+    explicit CameraSet(SourceFactory factory, base::Clock &clock = base::Clock::shared());
     ~CameraSet();
 
     /**
@@ -83,14 +83,13 @@ public:
 
 private:
     using Slot = std::shared_ptr<Camera>;
-    using Clock = std::chrono::steady_clock;
 
     void replace(Slot &slot, const Slot &camera);
     Slot get(const Slot &slot) const;
     std::unique_ptr<FrameSource> source(int camera) const;
 
     const SourceFactory m_factory;
-    const CameraTimes m_times;
+    base::Clock &m_clock;
     Settings m_settings;
     std::atomic<quint64> m_previewSequence{0}; // of the last frame of nextPreviewFrame()
 
@@ -98,7 +97,7 @@ private:
     mutable std::mutex m_mutex; // never held while waiting
     Slot m_main; // guarded by m_mutex, like all below
     Slot m_fourth;
-    Clock::time_point m_endAnnounced; // default: never
+    base::Clock::TimePoint m_endAnnounced; // default: never
     bool m_ended = false;
 };
 

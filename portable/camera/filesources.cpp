@@ -12,8 +12,6 @@ namespace portable {
 
 namespace {
 
-using Clock = std::chrono::steady_clock;
-
 /// The picture at `path`, or all pictures of that folder sorted by name.
 QStringList pictures(const QString &path)
 {
@@ -49,9 +47,11 @@ bool openVideo(cv::VideoCapture &video, const QString &path)
 
 } // namespace
 
-PictureSource::PictureSource(const QString &path, const PlaybackSettings &playback)
+PictureSource::PictureSource(const QString &path, const PlaybackSettings &playback,
+                             const base::Clock &clock)
     : m_path(path)
     , m_playback(playback)
+    , m_clock(clock)
 {
 }
 
@@ -81,7 +81,7 @@ bool PictureSource::showNext(QString *error)
         const QImage image = reader.read();
         if (!image.isNull()) {
             m_picture = toMat(image);
-            m_nextDue = Clock::now()
+            m_nextDue = m_clock.now()
                 + std::chrono::milliseconds(qint64(1000 * m_playback.secondsPerPicture));
             return true;
         }
@@ -96,7 +96,7 @@ bool PictureSource::showNext(QString *error)
 
 bool PictureSource::read(cv::Mat &frame, QString *error)
 {
-    if (m_isFolder && Clock::now() >= m_nextDue && !showNext(error)) {
+    if (m_isFolder && m_clock.now() >= m_nextDue && !showNext(error)) {
         return false;
     }
     frame = m_picture;

@@ -2,13 +2,12 @@
 /// \file Sources that play picture and video files.
 #pragma once
 
+#include "base/clock.h"
 #include "portable/camera/framesource.h"
 #include "portable/picture/framepool.h"
 
 #include <QStringList>
 #include <opencv2/videoio.hpp>
-
-#include <chrono>
 
 namespace portable {
 
@@ -23,7 +22,8 @@ struct PlaybackSettings
 class PictureSource : public FrameSource
 {
 public:
-    PictureSource(const QString &path, const PlaybackSettings &playback);
+    PictureSource(const QString &path, const PlaybackSettings &playback,
+                  const base::Clock &clock = base::Clock::shared());
 
     QString name() const override { return m_path; }
     bool open(const cv::Size &wanted, QString *error) override;
@@ -37,10 +37,11 @@ private:
 
     const QString m_path;
     const PlaybackSettings m_playback;
+    const base::Clock &m_clock;
     bool m_isFolder = false;
     QStringList m_pending; // not shown yet; when empty, the folder is listed again
     cv::Mat m_picture;
-    std::chrono::steady_clock::time_point m_nextDue; // when the next picture is to be shown
+    base::Clock::TimePoint m_nextDue; // when the next picture is to be shown
 };
 
 /// A video file, played at its own rate in a loop.

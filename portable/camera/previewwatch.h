@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include "base/clock.h"
 #include "portable/camera/cameraset.h"
 
-#include <chrono>
 #include <memory>
 
 namespace portable {
@@ -15,24 +15,21 @@ namespace portable {
 class PreviewWatch
 {
 public:
-    /// \param change  how long a switch of cameras may take
-    PreviewWatch(const CameraSet &cameras, std::chrono::milliseconds change);
+    PreviewWatch(const CameraSet &cameras, const base::Clock &clock);
 
     /// The preview's camera; null while there is none.
     std::shared_ptr<Camera> camera();
 
     /**
      * Whether the preview had ended at the last camera(): announced (CameraSet::announceEnd), or
-     * absent for longer than a switch may take.
+     * absent for longer than cameraChangeLimit.
      */
     bool ended() const { return m_ended; }
 
 private:
-    using Clock = std::chrono::steady_clock;
-
     const CameraSet &m_cameras;
-    const std::chrono::milliseconds m_change;
-    Clock::time_point m_seen; // when camera() last found one
+    const base::Clock &m_clock;
+    base::Clock::TimePoint m_seen; // when camera() last found one
     bool m_ended = false;
 };
 
