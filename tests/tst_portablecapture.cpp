@@ -5,10 +5,12 @@
 #include "portable/camera/camera.h"
 #include "portable/camera/testsheet.h"
 #include "portable/camera/v4l2controls.h"
+#include "portable/picture/bilevel.h"
 #include "portable/picture/bookfold.h"
 #include "portable/picture/imageconversion.h"
 #include "portable/picture/pagefinder.h"
-#include "portable/picture/picturefile.h"
+#include "portable/picture/picturereader.h"
+#include "portable/picture/picturewriter.h"
 #include "tests/portabletest.h"
 
 #include <QPainter>
@@ -48,7 +50,7 @@ double meanDifference(const cv::Mat &a, const cv::Mat &b)
 cv::Mat decoded(const QByteArray &file)
 {
     QString error;
-    return readPictureBytes(file, &error);
+    return decodePicture(file, &error);
 }
 
 /// Whether a pixel is that color, as far as a JPEG keeps it.
@@ -407,7 +409,7 @@ private Q_SLOTS:
     {
         QFETCH(QByteArray, content);
         QString error;
-        QVERIFY(readPictureBytes(content, &error).empty());
+        QVERIFY(decodePicture(content, &error).empty());
         QVERIFY(!error.isEmpty());
     }
 

@@ -48,12 +48,12 @@ struct Studio
     /// Has the camera deliver frames up to this one, whose pixels are its number.
     void show(int frame)
     {
-        device->deliver(frame - gray());
-        QTRY_COMPARE(gray(), frame);
+        device->deliver(frame - grey());
+        QTRY_COMPARE(grey(), frame);
     }
 
     /// Number of the camera's frame.
-    int gray() const
+    int grey() const
     {
         cv::Mat frame;
         return cameras.currentFrame(frame) ? frame.at<cv::Vec3b>(0, 0)[0] : 0;
@@ -106,7 +106,7 @@ struct Probe
     double seconds = 0;
 };
 
-/// Plays a video to its end. \return its frames in gray, or nothing when the player complains
+/// Plays a video to its end. \return its frames in grey, or nothing when the player complains
 std::vector<cv::Mat> play(const QString &path, const cv::Size &size = {80, 60})
 {
     const QByteArray bytes = outputOf("ffmpeg",
@@ -119,20 +119,20 @@ std::vector<cv::Mat> play(const QString &path, const cv::Size &size = {80, 60})
     return pictures;
 }
 
-/// The gray of each frame of a video, at its middle.
-QList<int> graysOf(const QString &path)
+/// The grey of each frame of a video, at its middle.
+QList<int> greysOf(const QString &path)
 {
-    QList<int> grays;
+    QList<int> greys;
     for (const cv::Mat &picture : play(path)) {
-        grays << picture.at<uchar>(picture.rows / 2, picture.cols / 2);
+        greys << picture.at<uchar>(picture.rows / 2, picture.cols / 2);
     }
-    return grays;
+    return greys;
 }
 
-/// Whether the grays are these, apart from what the codec loses.
-bool areNear(const QList<int> &grays, const QList<int> &expected)
+/// Whether the greys are these, apart from what the codec loses.
+bool areNear(const QList<int> &greys, const QList<int> &expected)
 {
-    return std::equal(grays.begin(), grays.end(), expected.begin(), expected.end(),
+    return std::equal(greys.begin(), greys.end(), expected.begin(), expected.end(),
                       [](int a, int b) { return std::abs(a - b) <= 2; });
 }
 
@@ -273,14 +273,14 @@ private Q_SLOTS:
         QList<int> expected{1};
         for (int i = 1; i < 30; ++i) {
             if (i % interval == 0) {
-                studio.show(studio.gray() + step);
+                studio.show(studio.grey() + step);
             }
-            expected << studio.gray();
+            expected << studio.grey();
             studio.record(1);
         }
         studio.recorder.finish();
-        const QList<int> grays = graysOf(path("a.mp4"));
-        QVERIFY2(areNear(grays, expected), textOf(grays));
+        const QList<int> greys = greysOf(path("a.mp4"));
+        QVERIFY2(areNear(greys, expected), textOf(greys));
         const int different = int(std::set<int>(expected.begin(), expected.end()).size());
         QVERIFY(
             m_log->lines().last().endsWith(line("1.2 s, %1 different pictures").arg(different)));
@@ -325,9 +325,9 @@ private Q_SLOTS:
         QVERIFY(recorder.stop());
         QTRY_VERIFY(!recorder.isRecording());
         QVERIFY(!recorder.stop());
-        const QList<int> grays = graysOf(path("a.avi"));
+        const QList<int> greys = greysOf(path("a.avi"));
         const QList<int> expected = QVector<int>(20, 50).toList() + QVector<int>(10, 150).toList();
-        QVERIFY2(areNear(grays, expected), textOf(grays));
+        QVERIFY2(areNear(greys, expected), textOf(greys));
     }
 
     void goesOnWhileCamerasChange()
@@ -343,7 +343,7 @@ private Q_SLOTS:
         QVERIFY(studio.cameras.start(1));
         studio.record(10);
         studio.device->fail(line("unplugged"));
-        QTRY_COMPARE(studio.gray(), 0);
+        QTRY_COMPARE(studio.grey(), 0);
         studio.record(10);
         studio.recorder.finish();
         QCOMPARE(play(path("a.mp4")).size(), size_t(50));

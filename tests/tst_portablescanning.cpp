@@ -2,7 +2,7 @@
 // The portable library's scans: when they take shots, what they write, and what they report.
 #include "devicelib/doccamera.h"
 #include "portable/camera/testscene.h"
-#include "portable/picture/picturefile.h"
+#include "portable/picture/picturereader.h"
 #include "portable/picture/stillness.h"
 #include "portable/recording/scanner.h"
 #include "tests/manualclock.h"
@@ -106,7 +106,7 @@ struct Office
                     [this] {
                         cv::Mat frame;
                         cameras.currentFrame(frame);
-                        return frame;
+                        return Shot{frame, 85, {}};
                     },
                     clock};
 };

@@ -3,6 +3,7 @@
 
 #include "base/clock.h"
 #include "portable/camera/previewwatch.h"
+#include "portable/camera/shot.h"
 
 #include <QObject>
 #include <QString>
@@ -53,7 +54,7 @@ class Scanner
 {
 public:
     /// Takes one picture; empty, with a line in the log, when it can't.
-    using Shoot = std::function<cv::Mat()>;
+    using Shoot = std::function<Shot()>;
 
     /// The library's scanner. A scan ends when Qt's application ends.
     static Scanner &instance();
@@ -95,7 +96,7 @@ private:
     Scan motionScan(const QString &name, const ScanFiles &files) const;
     bool start(Scan scan);
     void run(const Scan &scan);
-    bool save(const Scan &scan, int shot);
+    bool save(const Scan &scan, int number);
     bool sleep();
     void end();
 

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "portable/system/printer.h"
 
+#include "portable/picture/bilevel.h"
 #include "portable/picture/imageconversion.h"
-#include "portable/picture/picturefile.h"
 
 #include <QBuffer>
 #include <QDebug>
@@ -193,7 +193,7 @@ int queue(http_t *server, const Printer &printer, const PrintJob &job, const QBy
     if (!printer.isSheetKnown) {
         ippAddString(request, IPP_TAG_JOB, IPP_TAG_KEYWORD, "media", nullptr, "iso_a4_210x297mm");
     }
-    if (job.isGray) {
+    if (job.isGrey) {
         ippAddString(request, IPP_TAG_JOB, IPP_TAG_KEYWORD, "print-color-mode", nullptr,
                      "monochrome");
     }
@@ -218,7 +218,7 @@ QByteArray printedPage(const PrintJob &job, const Sheet &sheet)
     constexpr int unitsPerInch = 1200; // of the page's coordinates; the picture isn't resampled
     constexpr double unitsPerMillimeter = unitsPerInch / 25.4;
     const QRectF area = printableArea(sheet);
-    cv::Mat picture = job.isGray ? greyOf(job.picture) : job.picture;
+    cv::Mat picture = job.isGrey ? greyOf(job.picture) : job.picture;
     if ((picture.cols > picture.rows) != (area.width() > area.height())) {
         cv::Mat turned;
         cv::rotate(picture, turned, cv::ROTATE_90_CLOCKWISE);

@@ -14,10 +14,10 @@ constexpr int maxCopies = 99;
 /// A picture to print.
 struct PrintJob
 {
-    cv::Mat picture; ///< 8-bit BGR or grayscale.
+    cv::Mat picture; ///< 8-bit BGR or greyscale.
     QString title; ///< Name in the print queue and the log.
     int copies = 1; ///< 1 to maxCopies.
-    bool isGray = false; ///< Prints in grayscale.
+    bool isGrey = false; ///< Prints in greyscale.
 };
 
 /// A printer's paper, in millimeters.
