@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 // What the portable library reads in codes that another program (zint) has made.
 #include "devicelib/doccamera.h"
-#include "portable/camera/testscene.h"
+#include "portable/camera/testsheet.h"
 #include "tests/portabletest.h"
 
 #include <QImage>
@@ -200,7 +200,8 @@ private Q_SLOTS:
         useIni("[cameras]\n1=scene\n");
         QVERIFY(bStartPlay(0));
         QCOMPARE(sorted(taken(sGetBarCodeOnline())),
-                 sorted(portable::sceneQrText() + QLatin1Char('|') + portable::sceneCode128Text()));
+                 sorted(portable::testSheetQrText() + QLatin1Char('|')
+                        + portable::testSheetCode128Text()));
     }
 
 private:

@@ -3,7 +3,7 @@
 #include "devicelib/doccamera.h"
 #include "portable/base/atomicfile.h"
 #include "portable/camera/camera.h"
-#include "portable/camera/testscene.h"
+#include "portable/camera/testsheet.h"
 #include "portable/camera/v4l2controls.h"
 #include "portable/picture/bilevel.h"
 #include "portable/picture/imageconversion.h"
@@ -297,7 +297,7 @@ private Q_SLOTS:
         QImage painted(1400, 990, QImage::Format_RGB32);
         painted.fill(Qt::white);
         QPainter painter(&painted);
-        paintScenePage(painter);
+        paintTestSheet(painter);
         painter.end();
         QVERIFY(bStartPlay2(0) && bSetMode(2));
         cv::Mat shot = saved();

@@ -16,7 +16,7 @@ namespace {
 /// Prints what `makeJob` puts into a job; 0 copies stand for 1.
 template <class MakeJob> bool printCopies(const char *function, int copies, MakeJob makeJob)
 {
-    if (copies < 0 || copies > portable::copiesAtMost) {
+    if (copies < 0 || copies > portable::maxCopies) {
         return logFailure(function, QStringLiteral("%1 copies are none or too many").arg(copies));
     }
     return portable::guarded(function, [&] {
@@ -32,7 +32,7 @@ template <class MakeJob> bool printCopies(const char *function, int copies, Make
     });
 }
 
-bool printFile(const char *function, const QString &path, int copies, bool isGrey)
+bool printFile(const char *function, const QString &path, int copies, bool isGray)
 {
     return printCopies(function, copies, [&](PrintJob &job) {
         QString error;

@@ -11,7 +11,7 @@ namespace portable {
 
 namespace {
 
-/// `size` brought to that height.
+/// `size` scaled to `height`.
 cv::Size atHeight(const cv::Size &size, int height)
 {
     return {int(std::lround(double(size.width) * height / size.height)), height};
@@ -62,11 +62,12 @@ bool PairSource::read(cv::Mat &frame, QString *error)
     const cv::Size beside = atHeight(right.size(), left.rows);
     frame = m_pool.take({left.cols + beside.width, left.rows});
     left.copyTo(frame.colRange(0, left.cols));
-    cv::resize(right, frame.colRange(left.cols, frame.cols), beside); // copies equal sizes
+    cv::resize(right, frame.colRange(left.cols, frame.cols),
+               beside); // copies if the sizes are equal
     return true;
 }
 
-/// The slower one's pace; that of hardware if one of them is hardware.
+/// The slower one's rate; 0 if one of them is hardware.
 double PairSource::framesPerSecond() const
 {
     return std::min(m_left->framesPerSecond(), m_right->framesPerSecond());

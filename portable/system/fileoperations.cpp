@@ -18,13 +18,13 @@ namespace portable {
 
 namespace {
 
-/// \param file  has just failed; its reason may hold a name from a page
+/// \param file  has just failed; its error text may contain a name from a page
 bool setFileError(const QFile &file, QString *error)
 {
     return setError(logText(file.errorString()), error);
 }
 
-/// Before anything is done: half a path may be usable, and something would be made there.
+/// Checked before anything is done: an operation could get halfway with an unusable path.
 bool isUsable(const QString &path, QString *error)
 {
     if (path.isEmpty()) {
@@ -38,15 +38,15 @@ bool isUsable(const QString &path, QString *error)
     return fits || setError(QStringLiteral("the path is too long"), error);
 }
 
-/// The path for Qt, to which ":..." is not a file but a resource built into the program.
+/// The path for Qt, which takes ":..." for a resource of the program.
 QString forQt(const QString &path)
 {
     return path.startsWith(QLatin1Char(':')) ? QStringLiteral("./") + path : path;
 }
 
 /**
- * An absolute path without "..": where Qt makes a path absolute, "link/.." is nothing to it, and
- * another file would be meant than by the system. A link at the end stays one.
+ * An absolute path without "..", resolved as by the kernel: Qt would simply drop "link/..", and
+ * refer to another file. If the last component is a link, it isn't followed.
  */
 QString resolved(const QFileInfo &file)
 {
@@ -54,12 +54,12 @@ QString resolved(const QFileInfo &file)
     return QDir::cleanPath(directory + QLatin1Char('/') + file.fileName());
 }
 
-/// That there is a file to read; else why not.
+/// Fails with a reason unless it is a file.
 bool requireFile(const QFileInfo &file, QString *error)
 {
     return file.isFile()
         || setError(file.isDir()        ? QStringLiteral("it is a directory")
-                        : file.exists() ? QStringLiteral("it is a device or the like, no file")
+                        : file.exists() ? QStringLiteral("it is a device or the like, not a file")
                                         : QStringLiteral("there is no such file"),
                     error);
 }
@@ -72,16 +72,16 @@ bool requireDirectory(const QFileInfo &directory, QString *error)
                     error);
 }
 
-/// That there is a file, or a link whatever it leads to: something that is deleted by its name.
+/// Fails unless it is a file, or a link to anything: what can be deleted by name.
 bool requireFileOrLink(const QFileInfo &file, QString *error)
 {
     return file.isSymLink() || requireFile(file, error);
 }
 
-/// That something can be put there: nothing is replaced, and no directory is made for it.
+/// Fails if something is there already or its directory doesn't exist.
 bool requirePlace(const QFileInfo &target, QString *error)
 {
-    if (target.exists() || target.isSymLink()) { // also a link to nothing
+    if (target.exists() || target.isSymLink()) { // exists() is false for dangling links
         return setError(QStringLiteral("the target exists, and nothing is replaced"), error);
     }
     return QFileInfo(target.path()).isDir()
@@ -93,7 +93,7 @@ std::filesystem::path native(const QString &path)
     return QFile::encodeName(path).toStdString();
 }
 
-/// Qt would make it a copy of what it leads to, on another file system.
+/// On another file system, Qt would copy the link's target instead.
 bool moveLink(const QString &from, const QString &to, QString *error)
 {
     std::error_code code;
@@ -108,7 +108,7 @@ bool moveLink(const QString &from, const QString &to, QString *error)
 bool moveToTrash(const QFileInfo &file)
 {
 #if QT_VERSION >= QT_VERSION_CHECK(5, 15, 0)
-    // Without this directory Qt moves the file into the folder "files" of the current one.
+    // Without this directory Qt moves the file to "files" in the current directory.
     const QString data = QStandardPaths::writableLocation(QStandardPaths::GenericDataLocation);
     return !data.isEmpty() && QDir().mkpath(data) && QFile::moveToTrash(resolved(file));
 #else
@@ -117,7 +117,7 @@ bool moveToTrash(const QFileInfo &file)
 #endif
 }
 
-/// The program of the desktops' own tools that finds the right one (package xdg-utils).
+/// Path of xdg-open (package xdg-utils), which finds the default program; empty when missing.
 QString opener()
 {
     return QStandardPaths::findExecutable(QStringLiteral("xdg-open"));
@@ -136,7 +136,7 @@ bool openOnDesktop(const QFileInfo &file, QString *error)
     }
     QProcess process;
     process.setProgram(program);
-    // Absolute: whatever its name, it is neither an option nor a URL.
+    // An absolute path is never taken for an option or a URL.
     process.setArguments({resolved(file)});
     process.setStandardInputFile(QProcess::nullDevice());
     process.setStandardOutputFile(QProcess::nullDevice());
@@ -145,7 +145,7 @@ bool openOnDesktop(const QFileInfo &file, QString *error)
         || setError(QStringLiteral("%1: %2").arg(program, process.errorString()), error);
 }
 
-/// The patterns that a format stands for, see filesOfFormat().
+/// The name patterns of a format, see filesOfFormat().
 QStringList patterns(const QString &format)
 {
     QStringList result;
@@ -242,7 +242,7 @@ bool createDirectory(const QString &path, QString *error)
         return true;
     }
     return setError(code ? QString::fromStdString(code.message())
-                         : QStringLiteral("there is something else of that name"),
+                         : QStringLiteral("something else with that name exists"),
                     error);
 }
 
