@@ -223,8 +223,8 @@ private Q_SLOTS:
     {
         const Rows<QString, int, QString, QString> row("finger", "score", "message", "log");
         // clang-format off
-        row("nobody there",  "none",       -1, "未检测到手指",     "no finger: devices.ini says \"none\"");
-        row("no such file",  "absent.png", -1, "未检测到手指",     "no finger: FOLDER/absent.png is not there");
+        row("nobody there",  "none",       -1, "未检测到手指",     "no finger: devices.ini sets it to \"none\"");
+        row("no such file",  "absent.png", -1, "未检测到手指",     "no finger: FOLDER/absent.png doesn't exist");
         row("no picture",    "text.png",   -2, "指纹图像无法识别", "no finger: FOLDER/text.png: it is no image that can be read: Unsupported image format");
         row("no finger",     "white.png",  -2, "指纹图像无法识别", "FOLDER/white.png shows no finger");
         // clang-format on

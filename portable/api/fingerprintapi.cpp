@@ -71,7 +71,7 @@ void fingerCaptureRawData(int timeoutMs,
     });
     if (!begun) {
         qWarning("portable: %s failed: the sensor waits for a finger already", __func__);
-        answer(failedCapture(FingerCapture::busy));
+        answer(failedCapture(FingerCapture::Busy));
     }
 }
 
