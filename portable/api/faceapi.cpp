@@ -34,7 +34,7 @@ void complain(const char *function, const QString &why)
 /// One line about a failure, if it is one; the engine has told its own.
 void complain(const char *function, const QString &picture, FaceFailure failure)
 {
-    if (failure != FaceFailure::none && failure != FaceFailure::noEngine) {
+    if (failure != FaceFailure::None && failure != FaceFailure::NoEngine) {
         complain(function, picture + QStringLiteral(": ") + failureText(failure));
     }
 }
@@ -43,7 +43,7 @@ FaceFailure describeFile(const char *function, const char *path, FaceDescriptor 
 {
     FaceEngine &engine = FaceEngine::instance();
     FaceFailure failure = engine.prepare();
-    if (failure != FaceFailure::none) {
+    if (failure != FaceFailure::None) {
         return failure;
     }
     const QString name = QString::fromUtf8(path);
@@ -51,7 +51,7 @@ FaceFailure describeFile(const char *function, const char *path, FaceDescriptor 
     QString error;
     if (!readImageFile(name, &picture, &error)) {
         complain(function, name + QStringLiteral(": ") + error);
-        return FaceFailure::unreadable;
+        return FaceFailure::Unreadable;
     }
     failure = engine.describe(picture, descriptor);
     complain(function, name, failure);
@@ -61,13 +61,13 @@ FaceFailure describeFile(const char *function, const char *path, FaceDescriptor 
 FaceFailure describeLiveFrame(const char *function, FaceDescriptor *descriptor)
 {
     FaceFailure failure = FaceEngine::instance().prepare();
-    if (failure != FaceFailure::none) {
+    if (failure != FaceFailure::None) {
         return failure;
     }
     cv::Mat frame;
     failure = CameraSet::instance().currentFrame(frame)
         ? FaceEngine::instance().describe(frame, descriptor)
-        : FaceFailure::noCamera;
+        : FaceFailure::NoCamera;
     complain(function, QStringLiteral("live picture"), failure);
     return failure;
 }
@@ -78,10 +78,10 @@ template <class First, class Second> int compare(First describeFirst, Second des
     FaceDescriptor first;
     FaceDescriptor second;
     FaceFailure failure = describeFirst(&first);
-    if (failure == FaceFailure::none) {
+    if (failure == FaceFailure::None) {
         failure = describeSecond(&second);
     }
-    return failure == FaceFailure::none ? faceScore(first, second) : int(failure);
+    return failure == FaceFailure::None ? faceScore(first, second) : int(failure);
 }
 
 int compareFiles(const char *function, const char *image1, const char *image2)
@@ -115,11 +115,11 @@ BackgroundJob &cameraJob()
  */
 bool beginWithCamera(const char *function, BackgroundJob::Work work)
 {
-    if (FaceEngine::instance().prepare() != FaceFailure::none) {
+    if (FaceEngine::instance().prepare() != FaceFailure::None) {
         return false;
     }
     if (!cameraJob().begin(std::move(work))) {
-        complain(function, failureText(FaceFailure::busy));
+        complain(function, failureText(FaceFailure::Busy));
         return false;
     }
     return true;
@@ -172,9 +172,9 @@ QByteArray jpegText(const cv::Mat &frame)
 QByteArray resultText(const LivenessResult &result)
 {
     const QString message = result.passed         ? QStringLiteral("活体检测通过")
-        : result.failure == FaceFailure::noCamera ? QStringLiteral("摄像头不可用")
-        : result.failure == FaceFailure::noFace   ? QStringLiteral("未检测到人脸")
-        : result.failure != FaceFailure::none     ? QStringLiteral("人脸引擎不可用")
+        : result.failure == FaceFailure::NoCamera ? QStringLiteral("摄像头不可用")
+        : result.failure == FaceFailure::NoFace   ? QStringLiteral("未检测到人脸")
+        : result.failure != FaceFailure::None     ? QStringLiteral("人脸引擎不可用")
         : !result.hasBlinked                      ? QStringLiteral("未检测到眨眼")
                                                   : QStringLiteral("未检测到头部转动");
     const QJsonObject object{
@@ -233,8 +233,8 @@ qint64 lFaceFeatureMatch(const char *feature1, const char *feature2)
     FaceDescriptor first;
     FaceDescriptor second;
     if (!readFaceFeature(feature1, &first) || !readFaceFeature(feature2, &second)) {
-        complain(__func__, failureText(FaceFailure::noFeature));
-        return qint64(FaceFailure::noFeature);
+        complain(__func__, failureText(FaceFailure::NoFeature));
+        return qint64(FaceFailure::NoFeature);
     }
     return faceScore(first, second);
 }
@@ -245,7 +245,7 @@ bool bFaceFeatureGet(bool flag, const char *text1, const char *,
     FaceDescriptor face;
     const FaceFailure failure =
         flag ? describeFile(__func__, text1, &face) : describeLiveFrame(__func__, &face);
-    if (failure != FaceFailure::none) {
+    if (failure != FaceFailure::None) {
         return false;
     }
     onFeature(faceFeature(face).toBase64().constData(), context);
@@ -259,7 +259,7 @@ bool bFaceFeatureGetOnline(int a, int, void (*onFeature)(const char *feature, vo
         FaceDescriptor face;
         const FaceFailure failure = describeNextFace(function, a, stop, &face);
         const QByteArray feature =
-            failure == FaceFailure::none ? faceFeature(face).toBase64() : QByteArray("");
+            failure == FaceFailure::None ? faceFeature(face).toBase64() : QByteArray("");
         return [=] { postToMainThread([=] { onFeature(feature.constData(), nullptr); }); };
     });
 }
@@ -268,7 +268,7 @@ bool bFaceFeatureGetOnline(int a, int, void (*onFeature)(const char *feature, vo
 
 bool bLivingBodyDetect()
 {
-    if (FaceEngine::instance().prepare() != FaceFailure::none) {
+    if (FaceEngine::instance().prepare() != FaceFailure::None) {
         return false;
     }
     bool lives = false;
@@ -276,7 +276,7 @@ bool bLivingBodyDetect()
     if (!cameraJob().run([&](const BackgroundJob::Stop &stop) {
             lives = livesBeforeCamera(function, blockingSeconds, stop);
         })) {
-        complain(function, failureText(FaceFailure::busy));
+        complain(function, failureText(FaceFailure::Busy));
     }
     return lives;
 }
@@ -299,7 +299,7 @@ bool AutoLivingBody(void (*onData)(const char *data, int length, int kind))
         const auto send = [onData](const QByteArray &text, int kind) {
             onData(text.constData(), text.size(), kind);
         };
-        FaceCamera camera(CameraSet::instance(), FaceCamera::Former::isClosed);
+        FaceCamera camera(CameraSet::instance(), FaceCamera::Preview::Close);
         const LivenessResult result =
             checkLiveness(camera, FaceEngine::instance(), deadlineIn(autoLivingBodySeconds), stop,
                           [&](const cv::Mat &frame) { send(jpegText(frame), 0); });

@@ -13,30 +13,30 @@ using Clock = BackgroundJob::Clock;
 
 constexpr std::chrono::milliseconds framePause{80};
 constexpr std::chrono::milliseconds retryPause{20};
-constexpr std::chrono::seconds longestLoss{2};
-constexpr int faceCamera = 2; // beside the document camera of a terminal
+constexpr std::chrono::seconds maxLoss{2}; // of the camera
+constexpr int faceCamera = 2; // a terminal's second camera, beside its document camera
 constexpr int onlyCamera = 1;
 
 } // namespace
 
-FaceCamera::FaceCamera(CameraSet &cameras, Former former)
+FaceCamera::FaceCamera(CameraSet &cameras, Preview preview)
     : m_cameras(cameras)
 {
     cv::Mat frame;
     const auto open = cameras.mainCamera();
     if (open || cameras.currentFrame(frame)) {
-        m_closed = former == Former::isClosed ? open : nullptr;
+        m_stopped = preview == Preview::Close ? open : nullptr;
     } else {
-        m_closed = cameras.open(faceCamera);
-        if (!m_closed) {
-            m_closed = cameras.open(onlyCamera);
+        m_stopped = cameras.open(faceCamera);
+        if (!m_stopped) {
+            m_stopped = cameras.open(onlyCamera);
         }
     }
 }
 
 FaceCamera::~FaceCamera()
 {
-    m_cameras.stop(m_closed);
+    m_cameras.stop(m_stopped);
 }
 
 bool FaceCamera::next(cv::Mat &frame, Clock::time_point deadline, const BackgroundJob::Stop &stop)
@@ -46,7 +46,7 @@ bool FaceCamera::next(cv::Mat &frame, Clock::time_point deadline, const Backgrou
         return false;
     }
     m_due = due + framePause;
-    const Clock::time_point lost = std::min(deadline, due + longestLoss);
+    const Clock::time_point lost = std::min(deadline, due + maxLoss);
     while (!m_cameras.currentFrame(frame)) {
         if (Clock::now() >= lost || stop.sleepUntil(Clock::now() + retryPause)) {
             return false;
@@ -58,15 +58,15 @@ bool FaceCamera::next(cv::Mat &frame, Clock::time_point deadline, const Backgrou
 FaceFailure awaitFace(FaceCamera &camera, FaceEngine &engine, Clock::time_point deadline,
                       const BackgroundJob::Stop &stop, FaceDescriptor *descriptor)
 {
-    FaceFailure failure = FaceFailure::noCamera; // until it delivers
+    FaceFailure failure = FaceFailure::NoCamera; // until the first frame
     cv::Mat frame;
     while (camera.next(frame, deadline, stop)) {
         SeenFace face;
-        failure = engine.glance(frame, &face);
-        if (failure == FaceFailure::none) {
+        failure = engine.findFast(frame, &face);
+        if (failure == FaceFailure::None) {
             return engine.describe(frame, face, descriptor);
         }
-        if (failure != FaceFailure::noFace) {
+        if (failure != FaceFailure::NoFace) {
             break;
         }
     }
@@ -87,19 +87,19 @@ LivenessResult checkLiveness(FaceCamera &camera, FaceEngine &engine, Clock::time
             onFrame(frame);
         }
         SeenFace face;
-        const FaceFailure failure = engine.glance(frame, &face);
-        if (failure == FaceFailure::noFace) {
+        const FaceFailure failure = engine.findFast(frame, &face);
+        if (failure == FaceFailure::NoFace) {
             if (result.picture.empty()) {
                 result.failure = failure;
             }
             continue;
         }
         result.failure = failure;
-        if (failure != FaceFailure::none) {
+        if (failure != FaceFailure::None) {
             break;
         }
         if (!check.add(sampleOf(frame, face, time.count()))) {
-            result.picture = frame; // the first of this person
+            result.picture = frame; // the first frame of this person
         }
         result.hasBlinked = check.hasBlinked();
         result.hasMoved = check.hasMoved();
