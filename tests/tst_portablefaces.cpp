@@ -261,7 +261,7 @@ private Q_SLOTS:
         }
         QCOMPARE(int(lFaceFeatureMatch(nullptr, nullptr)), -5);
         QCOMPARE(m_log->takeLines().last(),
-                 line("lFaceFeatureMatch failed: not a face feature of this library"));
+                 line("lFaceFeatureMatch: not a face feature of this library"));
     }
 
     void imageFiles()
@@ -382,7 +382,7 @@ private Q_SLOTS:
             QCOMPARE(both(file), (QList<int>{-2, -2}));
         }
         QCOMPARE(m_log->takeLines().last(),
-                 line("lImageMatch failed: ") + path("line.png")
+                 line("lImageMatch: ") + path("line.png")
                      + line(": there is no face in the picture"));
         for (const char *file : {"absent.png", "huge.bmp", ""}) {
             QCOMPARE(both(file), (QList<int>{-1, -1}));
@@ -428,7 +428,7 @@ private Q_SLOTS:
         QVERIFY(!bFaceFeatureGetOnline(0, 0, onFeature)); // one at a time
         QVERIFY(!bLivingBodyDetect());
         QVERIFY(m_log->takeLines().contains(
-            line("bLivingBodyDetect failed: another check is using the camera")));
+            line("bLivingBodyDetect: another check is using the camera")));
         QTRY_COMPARE_WITH_TIMEOUT(heard.results.size(), 1, 30000);
         QVERIFY(heard.results[0] > 85);
         QVERIFY(!isCameraOpen());
@@ -449,7 +449,7 @@ private Q_SLOTS:
         QTRY_COMPARE_WITH_TIMEOUT(heard.results.size(), 2, 30000);
         QCOMPARE(heard.results[1], -2);
         QCOMPARE(m_log->takeLines().last(),
-                 line("bImageMatchOnline failed: live pictures: there is no face in the picture"));
+                 line("bImageMatchOnline: live pictures: there is no face in the picture"));
     }
 
     void withoutCamera()
@@ -460,8 +460,8 @@ private Q_SLOTS:
         QVERIFY(bLivingBodyDetectOnline(1, 0, onResult));
         QTRY_COMPARE_WITH_TIMEOUT(heard.results, (QList<int>{-1, 0}), 30000);
         QCOMPARE(m_log->takeLines().last(),
-                 line("bLivingBodyDetectOnline failed: live pictures: no camera is delivering "
-                      "frames"));
+                 line("bLivingBodyDetectOnline: live pictures: no "
+                      "camera is delivering frames"));
         QVERIFY(AutoLivingBody(onData));
         QTRY_COMPARE_WITH_TIMEOUT(locked(&Heard::reports), 1, 30000);
         const QJsonObject report = QJsonDocument::fromJson(heard.report).object();

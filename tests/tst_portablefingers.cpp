@@ -173,10 +173,10 @@ private Q_SLOTS:
         for (const QByteArray &feature : qAsConst(broken)) {
             QCOMPARE(lFingerMatch(0, feature.constData(), 1, good.constData()), -1);
             QCOMPARE(lFingerMatch(0, good.constData(), 9, feature.constData()), -2);
-            QCOMPARE(m_log->takeLines(),
-                     (QStringList{
-                         line("lFingerMatch failed: the feature is none of this library"),
-                         line("lFingerMatch failed: there is no stored feature of this library")}));
+            QCOMPARE(
+                m_log->takeLines(),
+                (QStringList{line("lFingerMatch: the feature is none of this library"),
+                             line("lFingerMatch: there is no stored feature of this library")}));
         }
         QCOMPARE(lFingerMatch(0, good.constData(), 0, good.constData()), -2);
         QCOMPARE(lFingerMatch(0, good.constData(), INT_MIN, good.constData()), -2);

@@ -3,14 +3,12 @@
 #include "portable/base/atomicfile.h"
 #include "portable/base/base64text.h"
 #include "portable/base/failure.h"
+#include "portable/base/texts.h"
 #include "portable/camera/shot.h"
 #include "portable/picture/bookfold.h"
 #include "portable/picture/picturefile.h"
 
 #include <QFileInfo>
-
-#include <cstdlib>
-#include <cstring>
 
 using namespace portable;
 
@@ -59,7 +57,7 @@ QString targetPath(const char *function, const char *directory, const char *name
     const QString folder = pathOf(directory);
     QString file = pathOf(name);
     if (folder.isEmpty() || file.isEmpty() || file.endsWith(QLatin1Char('/'))) {
-        failed(function, QStringLiteral("it needs a directory and the name of a file"));
+        logFailure(function, QStringLiteral("it needs a directory and the name of a file"));
         return {};
     }
     if (!file.endsWith(QLatin1String(extension), Qt::CaseInsensitive)) {
@@ -73,11 +71,11 @@ bool writeAll(const char *function, const std::vector<FileContent> &files)
 {
     for (const FileContent &file : files) {
         if (file.second.isEmpty()) {
-            return failed(function, file.first + QStringLiteral(": can't be encoded"));
+            return logFailure(function, file.first + QStringLiteral(": can't be encoded"));
         }
     }
     QString error;
-    return writeWholeFiles(files, &error) || failed(function, error);
+    return writeWholeFiles(files, &error) || logFailure(function, error);
 }
 
 /// One file of a capture.
@@ -111,16 +109,6 @@ bool capture(const char *function, std::initializer_list<Target> targets)
         }
         return writeAll(function, files);
     });
-}
-
-char *mallocText(const QByteArray &text)
-{
-    const size_t size = size_t(text.size()) + 1;
-    auto *copy = static_cast<char *>(std::malloc(size));
-    if (copy) {
-        std::memcpy(copy, text.constData(), size);
-    }
-    return copy;
 }
 
 } // namespace
@@ -166,15 +154,15 @@ bool SplitPic(const char *p1, const char *p2)
     return guarded(function, [&] {
         const QString folder = pathOf(p2);
         if (folder.isEmpty()) {
-            return failed(function, QStringLiteral("it needs a directory for the halves"));
+            return logFailure(function, QStringLiteral("it needs a directory for the halves"));
         }
         QString error;
         const cv::Mat picture = readPicture(pathOf(p1), &error);
         if (picture.empty()) {
-            return failed(function, error);
+            return logFailure(function, error);
         }
         if (picture.cols < 2) {
-            return failed(function, pathOf(p1) + QStringLiteral(": too narrow to be split"));
+            return logFailure(function, pathOf(p1) + QStringLiteral(": too narrow to be split"));
         }
         const int fold = foldColumn(picture);
         const QString base = folder + QLatin1Char('/') + QFileInfo(pathOf(p1)).completeBaseName();
@@ -190,7 +178,7 @@ const char *sGetImageBase64_Byte(int number)
     constexpr Encoder encoders[] = {
         colorJpeg, greyJpeg, [](const cv::Mat &shot) { return pngFile(bilevel(shot), shotDpi()); }};
     if (number < 0 || size_t(number) >= std::size(encoders)) {
-        failed(__func__, QStringLiteral("%1 is not a number from 0 to 2").arg(number));
+        logFailure(__func__, QStringLiteral("%1 is not a number from 0 to 2").arg(number));
         return nullptr;
     }
     return guarded(__func__, [&]() -> const char * {
@@ -211,16 +199,16 @@ char *Base64Encode(const char *text)
     return guarded(function, [&]() -> char * {
         const QString path = pathOf(text);
         if (QFileInfo(path).size() > largestFileEncoded) {
-            failed(function, path + QStringLiteral(": too large to be told as a text"));
+            logFailure(function, path + QStringLiteral(": too large to be told as a text"));
             return nullptr;
         }
         QString error;
         const QByteArray bytes = readWholeFile(path, &error);
         if (bytes.isNull()) {
-            failed(function, error);
+            logFailure(function, error);
             return nullptr;
         }
-        return mallocText(bytes.toBase64());
+        return heapText(bytes.toBase64());
     });
 }
 
@@ -231,9 +219,9 @@ bool Base64Decode(const char *first, const char *second)
         QString error;
         const QByteArray bytes = bytesOfBase64(first, &error);
         if (bytes.isEmpty()) {
-            return failed(function, error);
+            return logFailure(function, error);
         }
         return writeWholeFile(QString::fromLocal8Bit(second), bytes, &error)
-            || failed(function, error);
+            || logFailure(function, error);
     });
 }

@@ -189,7 +189,7 @@ bool bSaveMergeStart(const char *p1, const char *p2, short p3, short p4, qint64 
     portable::MergePlan plan;
     QString error;
     if (!portable::readMergePlan(p3, p4, p5, p6, &plan, &error)) {
-        return portable::failed(__func__, error);
+        return portable::logFailure(__func__, error);
     }
     const auto write = [plan](const portable::PageSpool &pages, const QString &path, QString *why) {
         return portable::writeMergedImage(pages, plan, portable::shotQuality(), path, why);

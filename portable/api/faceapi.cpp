@@ -3,13 +3,13 @@
 // Faces and liveness. docs/faces.md tells pages what numbers and texts mean.
 
 #include "devicelib/biometrics.h"
+#include "portable/base/failure.h"
 #include "portable/base/mainthread.h"
 #include "portable/face/facewatch.h"
 #include "portable/picture/imageconversion.h"
 #include "portable/picture/uprightimage.h"
 
 #include <QBuffer>
-#include <QDebug>
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <opencv2/imgproc.hpp>
@@ -26,16 +26,11 @@ constexpr int maxSeconds = 60;
 constexpr int autoLivingBodySeconds = 15;
 constexpr int shownSide = 800; // pixels, of the pictures that AutoLivingBody sends
 
-void complain(const char *function, const QString &why)
-{
-    qWarning().noquote() << "portable:" << function << "failed:" << why;
-}
-
-/// One line about a failure, if it is one; the engine has told its own.
-void complain(const char *function, const QString &picture, FaceFailure failure)
+/// Logs a failure, if it is one; the engine logs its own.
+void logFaceFailure(const char *function, const QString &picture, FaceFailure failure)
 {
     if (failure != FaceFailure::None && failure != FaceFailure::NoEngine) {
-        complain(function, picture + QStringLiteral(": ") + failureText(failure));
+        logFailure(function, picture + QStringLiteral(": ") + failureText(failure));
     }
 }
 
@@ -50,11 +45,11 @@ FaceFailure describeFile(const char *function, const char *path, FaceDescriptor 
     cv::Mat picture;
     QString error;
     if (!readImageFile(name, &picture, &error)) {
-        complain(function, name + QStringLiteral(": ") + error);
+        logFailure(function, name + QStringLiteral(": ") + error);
         return FaceFailure::Unreadable;
     }
     failure = engine.describe(picture, descriptor);
-    complain(function, name, failure);
+    logFaceFailure(function, name, failure);
     return failure;
 }
 
@@ -68,7 +63,7 @@ FaceFailure describeLiveFrame(const char *function, FaceDescriptor *descriptor)
     failure = CameraSet::instance().currentFrame(frame)
         ? FaceEngine::instance().describe(frame, descriptor)
         : FaceFailure::NoCamera;
-    complain(function, QStringLiteral("live picture"), failure);
+    logFaceFailure(function, QStringLiteral("live picture"), failure);
     return failure;
 }
 
@@ -119,7 +114,7 @@ bool beginWithCamera(const char *function, BackgroundJob::Work work)
         return false;
     }
     if (!cameraJob().begin(std::move(work))) {
-        complain(function, failureText(FaceFailure::Busy));
+        logFailure(function, failureText(FaceFailure::Busy));
         return false;
     }
     return true;
@@ -139,7 +134,7 @@ FaceFailure describeNextFace(const char *function, int seconds, const Background
     const FaceFailure failure =
         awaitFace(camera, FaceEngine::instance(), deadlineIn(seconds), stop, descriptor);
     if (!stop.isRequested()) {
-        complain(function, QStringLiteral("live pictures"), failure);
+        logFaceFailure(function, QStringLiteral("live pictures"), failure);
     }
     return failure;
 }
@@ -150,7 +145,7 @@ bool livesBeforeCamera(const char *function, int seconds, const BackgroundJob::S
     const LivenessResult result =
         checkLiveness(camera, FaceEngine::instance(), deadlineIn(seconds), stop);
     if (!stop.isRequested()) {
-        complain(function, QStringLiteral("live pictures"), result.failure);
+        logFaceFailure(function, QStringLiteral("live pictures"), result.failure);
     }
     return result.passed;
 }
@@ -233,7 +228,7 @@ qint64 lFaceFeatureMatch(const char *feature1, const char *feature2)
     FaceDescriptor first;
     FaceDescriptor second;
     if (!readFaceFeature(feature1, &first) || !readFaceFeature(feature2, &second)) {
-        complain(__func__, failureText(FaceFailure::NoFeature));
+        logFailure(__func__, failureText(FaceFailure::NoFeature));
         return qint64(FaceFailure::NoFeature);
     }
     return faceScore(first, second);
@@ -276,7 +271,7 @@ bool bLivingBodyDetect()
     if (!cameraJob().run([&](const BackgroundJob::Stop &stop) {
             lives = livesBeforeCamera(function, blockingSeconds, stop);
         })) {
-        complain(function, failureText(FaceFailure::Busy));
+        logFailure(function, failureText(FaceFailure::Busy));
     }
     return lives;
 }
@@ -306,7 +301,7 @@ bool AutoLivingBody(void (*onData)(const char *data, int length, int kind))
         if (stop.isRequested()) {
             return {};
         }
-        complain(function, QStringLiteral("live pictures"), result.failure);
+        logFaceFailure(function, QStringLiteral("live pictures"), result.failure);
         return [=] { send(resultText(result), 1); };
     });
 }

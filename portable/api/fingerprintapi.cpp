@@ -1,12 +1,12 @@
 // SPDX-License-Identifier: MIT
 #include "devicelib/biometrics.h"
 #include "portable/base/deviceini.h"
+#include "portable/base/failure.h"
 #include "portable/base/mainthread.h"
 #include "portable/finger/fingerprint.h"
 #include "portable/finger/fingersensor.h"
 
 #include <QByteArray>
-#include <QDebug>
 
 #include <algorithm>
 
@@ -44,9 +44,9 @@ BackgroundJob &sensorJob()
     return one.job;
 }
 
-int failMatch(const char *what, MatchFailure failure)
+int failMatch(const QString &why, MatchFailure failure)
 {
-    qWarning("portable: lFingerMatch failed: %s", what);
+    logFailure("lFingerMatch", why);
     return failure;
 }
 
@@ -70,7 +70,7 @@ void fingerCaptureRawData(int timeoutMs,
         return [=] { answer(capture); };
     });
     if (!begun) {
-        qWarning("portable: %s failed: the sensor waits for a finger already", __func__);
+        logFailure(__func__, QStringLiteral("the sensor is already waiting for a finger"));
         answer(failedCapture(FingerCapture::Busy));
     }
 }
@@ -79,7 +79,7 @@ int lFingerMatch(int, const char *feature, int count, const char *storedFeatures
 {
     Minutiae finger;
     if (!readFingerFeature(&feature, &finger)) {
-        return failMatch("the feature is none of this library", noFeature);
+        return failMatch(QStringLiteral("the feature is none of this library"), noFeature);
     }
     int best = noStoredFeature;
     Minutiae stored;
@@ -93,10 +93,11 @@ int lFingerMatch(int, const char *feature, int count, const char *storedFeatures
         }
     }
     if (best < 0) {
-        return failMatch("there is no stored feature of this library", noStoredFeature);
+        return failMatch(QStringLiteral("there is no stored feature of this library"),
+                         noStoredFeature);
     }
     if (isBroken) {
-        qWarning("portable: lFingerMatch: a stored feature is none of this library");
+        logFailure(__func__, QStringLiteral("a stored feature is none of this library"));
     }
     return best;
 }

@@ -8,7 +8,7 @@
 
 #include <QFileInfo>
 
-using portable::failed;
+using portable::logFailure;
 using portable::PrintJob;
 
 namespace {
@@ -17,7 +17,7 @@ namespace {
 template <class MakeJob> bool printCopies(const char *function, int copies, MakeJob makeJob)
 {
     if (copies < 0 || copies > portable::copiesAtMost) {
-        return failed(function, QStringLiteral("%1 copies are none or too many").arg(copies));
+        return logFailure(function, QStringLiteral("%1 copies are none or too many").arg(copies));
     }
     return portable::guarded(function, [&] {
         PrintJob job;
@@ -28,7 +28,7 @@ template <class MakeJob> bool printCopies(const char *function, int copies, Make
         QString error;
         const QString printer = portable::deviceSetting(QStringLiteral("printing/printer"));
         return portable::print(job, printer, &error)
-            || failed(function, job.title + QStringLiteral(": ") + error);
+            || logFailure(function, job.title + QStringLiteral(": ") + error);
     });
 }
 
@@ -39,7 +39,7 @@ bool printFile(const char *function, const QString &path, int copies, bool isGre
         job.picture = portable::readPicture(path, &error);
         job.title = QFileInfo(path).fileName();
         job.isGrey = isGrey;
-        return !job.picture.empty() || failed(function, error);
+        return !job.picture.empty() || logFailure(function, error);
     });
 }
 
@@ -57,7 +57,7 @@ bool bPrint(int number)
 bool bPrintImage(short a, const char *image, short b)
 {
     if (b != 0 && b != 1) {
-        return failed(__func__, QStringLiteral("there is no color mode %1").arg(b));
+        return logFailure(__func__, QStringLiteral("there is no color mode %1").arg(b));
     }
     return printFile(__func__, QString::fromLocal8Bit(image), a, b == 1);
 }

@@ -1,11 +1,11 @@
 // SPDX-License-Identifier: MIT
 #include "devicelib/doccamera.h"
 #include "portable/base/atomicfile.h"
+#include "portable/base/failure.h"
 #include "portable/recording/scanner.h"
 
-#include <QDebug>
-
 using portable::CameraSet;
+using portable::logFailure;
 using portable::pathOf;
 using portable::ScanFiles;
 using portable::Scanner;
@@ -42,7 +42,7 @@ int iAutoScan(int number, const char *text1, const char *text2)
         return done;
     }
     if (number < 0) {
-        qWarning("portable: iAutoScan: %d neither starts nor ends a scan", number);
+        logFailure(__func__, QStringLiteral("%1 neither starts nor ends a scan").arg(number));
         return failed;
     }
     return Scanner::instance().startAutomatic({pathOf(text1), pathOf(text2)}) ? done : failed;
@@ -55,8 +55,9 @@ int iTimerScan(int number1, const char *text1, const char *text2, int number2)
         return done;
     }
     if (number1 < 0 || number2 < 0) {
-        qWarning("portable: iTimerScan: every %d seconds, %d times, makes no scan", number1,
-                 number2);
+        logFailure(
+            __func__,
+            QStringLiteral("every %1 seconds, %2 times, makes no scan").arg(number1).arg(number2));
         return failed;
     }
     return Scanner::instance().startTimed({pathOf(text1), pathOf(text2)},
@@ -74,8 +75,7 @@ bool bBookScanner(const char *t1, const char *t2, const char *t3OrNull)
     }
     const QString extension = extensionOf(pathOf(t3OrNull));
     if (extension.isEmpty()) {
-        qWarning("portable: bBookScanner: the format is none of jpg, png, tif");
-        return false;
+        return logFailure(__func__, QStringLiteral("the format is none of jpg, png, tif"));
     }
     return Scanner::instance().startBook({directory, pathOf(t2), extension},
                                          CameraSet::instance().settings().bookMode());

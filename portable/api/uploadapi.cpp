@@ -1,9 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "devicelib/doccamera.h"
+#include "portable/base/failure.h"
 #include "portable/base/texts.h"
 #include "portable/system/uploader.h"
-
-#include <QDebug>
 
 using portable::UploadRequest;
 using portable::UploadResult;
@@ -21,10 +20,11 @@ UploadResult run(const char *function, const char *host, const char *page, long 
         result = portable::upload(request);
     }
     if (!result.accepted) {
-        // An address that is none isn't shown: there is no telling what stands in it.
-        qWarning().noquote() << QStringLiteral("portable: %1: %2 to %3: %4")
-                                    .arg(QLatin1String(function), portable::logText(request.file),
-                                         portable::uploadLabel(request.address), result.error);
+        // An invalid address isn't logged: it may hold anything, a password too.
+        portable::logFailure(function,
+                             QStringLiteral("%1 to %2: %3")
+                                 .arg(portable::logText(request.file),
+                                      portable::uploadLabel(request.address), result.error));
     }
     return result;
 }

@@ -3,7 +3,7 @@
 #include "portable/base/failure.h"
 #include "portable/camera/cameraset.h"
 
-using portable::failed;
+using portable::logFailure;
 using portable::Watermark;
 
 namespace {
@@ -18,7 +18,7 @@ void change(const std::function<void(Watermark &)> &change)
 void vSetWaterPrint(short a, const char *text, short b)
 {
     if (b < 0 || b > 100) {
-        failed(__func__, QStringLiteral("%1 is not an opacity from 0 to 100").arg(b));
+        logFailure(__func__, QStringLiteral("%1 is not an opacity from 0 to 100").arg(b));
         return;
     }
     change([&](Watermark &watermark) {
@@ -36,7 +36,7 @@ void vSetWaterPrintFont(const char *font)
 void vSetWaterPrintFontSize(short size)
 {
     if (size < 1) {
-        failed(__func__, QStringLiteral("%1 is not a size in points").arg(size));
+        logFailure(__func__, QStringLiteral("%1 is not a size in points").arg(size));
         return;
     }
     change([&](Watermark &watermark) { watermark.points = size; });

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "portable/base/atomicfile.h"
 
+#include "portable/base/failure.h"
+
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
@@ -190,8 +192,7 @@ bool PendingFile::fail(const QString &why, QString *error) const
     constexpr int longestPath = 300; // a path from a page may be of any length
     const QString path =
         m_path.size() <= longestPath ? m_path : m_path.left(longestPath) + QStringLiteral("...");
-    *error = path + QStringLiteral(": ") + why;
-    return false;
+    return setError(path + QStringLiteral(": ") + why, error);
 }
 
 } // namespace

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "portable/base/inifile.h"
 
-#include <QDebug>
+#include "portable/base/failure.h"
 
 namespace portable {
 
@@ -10,9 +10,9 @@ IniFile::IniFile(const QString &path)
 {
     m_settings.setIniCodec("UTF-8");
     if (m_settings.status() == QSettings::AccessError) {
-        complain(QStringLiteral("it can't be read"));
+        logProblem(QStringLiteral("it can't be read"));
     } else if (m_settings.status() == QSettings::FormatError) {
-        complain(QStringLiteral("there are lines in it without \"=\""));
+        logProblem(QStringLiteral("there are lines in it without \"=\""));
     }
 }
 
@@ -30,9 +30,9 @@ QString IniFile::text(const QString &key) const
     return m_settings.value(key).toStringList().join(QLatin1Char(',')).trimmed();
 }
 
-void IniFile::complain(const QString &what) const
+void IniFile::logProblem(const QString &what) const
 {
-    qWarning().noquote() << "portable:" << m_settings.fileName() + QLatin1Char(':') << what;
+    logFailure(m_settings.fileName(), what);
 }
 
 } // namespace portable

@@ -6,11 +6,11 @@
 
 namespace portable {
 
-/// The settings file devices.ini with the reading of its values; complains in the log.
+/// The settings file devices.ini with the reading of its values; logs what is wrong with it.
 class IniFile
 {
 public:
-    /// What can't be understood is said in the log; a file that isn't there is an empty one.
+    /// Logs what can't be read; a missing file is an empty one.
     explicit IniFile(const QString &path);
 
     /// The keys of a group, without its name.
@@ -24,8 +24,8 @@ public:
      */
     QString text(const QString &key) const;
 
-    /// One line in the log, with the file's name before it.
-    void complain(const QString &what) const;
+    /// Logs what is wrong with the file, in one line that names it.
+    void logProblem(const QString &what) const;
 
 private:
     QSettings m_settings;

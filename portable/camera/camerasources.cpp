@@ -29,10 +29,10 @@ void readNumber(const IniFile &ini, const QString &key, double smallest, double 
     if (isNumber && number >= smallest && number <= largest) {
         *value = number;
     } else {
-        ini.complain(QStringLiteral("%1 must be a number from %2 to %3")
-                         .arg(key)
-                         .arg(smallest)
-                         .arg(largest));
+        ini.logProblem(QStringLiteral("%1 must be a number from %2 to %3")
+                           .arg(key)
+                           .arg(smallest)
+                           .arg(largest));
     }
 }
 
@@ -46,7 +46,7 @@ void readSize(const IniFile &ini, const QString &key, cv::Size *value)
     if (match.hasMatch()) {
         *value = {match.captured(1).toInt(), match.captured(2).toInt()};
     } else {
-        ini.complain(key + QStringLiteral(" must be a size such as 1920x1080"));
+        ini.logProblem(key + QStringLiteral(" must be a size such as 1920x1080"));
     }
 }
 
@@ -132,7 +132,7 @@ DeviceConfig readDeviceConfig(const QString &path)
         }
     }
     for (const QString &key : qAsConst(keys)) {
-        ini.complain(QStringLiteral("there is no camera \"%1\"").arg(key));
+        ini.logProblem(QStringLiteral("there is no camera \"%1\"").arg(key));
     }
     readSize(ini, QStringLiteral("scene/size"), &config.sceneSize);
     readNumber(ini, QStringLiteral("scene/framesPerSecond"), 1, 60, &config.sceneFramesPerSecond);

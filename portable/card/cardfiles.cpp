@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: MIT
 #include "portable/card/cardfiles.h"
 
+#include "portable/base/failure.h"
 #include "portable/base/inifile.h"
 
-#include <QDebug>
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
@@ -18,11 +18,6 @@ namespace {
 constexpr CardKind kinds[] = {CardKind::Identity, CardKind::SocialSecurity, CardKind::Bank,
                               CardKind::Ic};
 constexpr qint64 largestFile = 1 << 20; // card or photo, in bytes; pages get it in one text
-
-void complain(const QString &file, const QString &what)
-{
-    qWarning().noquote() << "portable:" << file + QLatin1Char(':') << what;
-}
 
 QStringList requiredFields(CardKind kind)
 {
@@ -52,24 +47,25 @@ QByteArray contentOf(const QString &folder, const QString &name)
     const QString path = QDir(folder).absoluteFilePath(name);
     const QString real = QFileInfo(path).canonicalFilePath();
     if (real.isEmpty()) {
-        complain(path, QStringLiteral("there is no such file"));
+        logFailure(path, QStringLiteral("there is no such file"));
         return {};
     }
     if (!real.startsWith(QDir(folder).canonicalPath() + QLatin1Char('/'))
         || !QFileInfo(real).isFile()) {
-        complain(path, QStringLiteral("it is no file of the folder of cards"));
+        logFailure(path, QStringLiteral("it is no file of the folder of cards"));
         return {};
     }
     QFile file(real);
     if (!file.open(QIODevice::ReadOnly)) {
-        complain(path, file.errorString());
+        logFailure(path, file.errorString());
         return {};
     }
     const QByteArray content = file.read(largestFile + 1);
     if (content.isEmpty() || content.size() > largestFile) {
-        complain(path,
-                 content.isEmpty() ? QStringLiteral("it is empty")
-                                   : QStringLiteral("it is larger than %1 bytes").arg(largestFile));
+        logFailure(path,
+                   content.isEmpty()
+                       ? QStringLiteral("it is empty")
+                       : QStringLiteral("it is larger than %1 bytes").arg(largestFile));
         return {};
     }
     return content;
@@ -93,12 +89,12 @@ std::optional<CardFile> parse(const QString &folder, const QString &name)
     QJsonParseError error;
     const QJsonDocument document = QJsonDocument::fromJson(content, &error);
     if (!document.isObject()) {
-        complain(path,
-                 error.error == QJsonParseError::NoError
-                     ? QStringLiteral("it is no JSON object")
-                     : QStringLiteral("broken JSON at byte %1: %2")
-                           .arg(error.offset)
-                           .arg(error.errorString()));
+        logFailure(path,
+                   error.error == QJsonParseError::NoError
+                       ? QStringLiteral("it is no JSON object")
+                       : QStringLiteral("broken JSON at byte %1: %2")
+                             .arg(error.offset)
+                             .arg(error.errorString()));
         return {};
     }
     const QString type = document.object().value(QLatin1String("type")).toString();
@@ -107,7 +103,7 @@ std::optional<CardFile> parse(const QString &folder, const QString &name)
             return CardFile{name, kind, document.object()};
         }
     }
-    complain(path, QStringLiteral("its \"type\" is none of the kinds of cards"));
+    logFailure(path, QStringLiteral("its \"type\" is none of the kinds of cards"));
     return {};
 }
 
@@ -138,13 +134,13 @@ bool isComplete(const QString &folder, const CardFile &card)
     const QString path = QDir(folder).absoluteFilePath(card.name);
     for (const QString &field : requiredFields(card.kind)) {
         if (card.fields.value(field).toString().isEmpty()) {
-            complain(path, QStringLiteral("\"%1\" is missing, or no text").arg(field));
+            logFailure(path, QStringLiteral("\"%1\" is missing, or no text").arg(field));
             return false;
         }
     }
     const QJsonValue serial = card.fields.value(QLatin1String("serial"));
     if (!serial.isUndefined() && !isSerial(serial.toString())) {
-        complain(path, QStringLiteral("\"serial\" is not 4 to 10 bytes in hexadecimal digits"));
+        logFailure(path, QStringLiteral("\"serial\" is not 4 to 10 bytes in hexadecimal digits"));
         return false;
     }
     return true;
@@ -168,8 +164,7 @@ std::optional<CardFile> cardOnReader(const QString &folder, CardKind kind, const
                                      CardStatus *status)
 {
     const auto none = [&](const QString &reason) {
-        qWarning().noquote() << "portable: no" << cardName(kind)
-                             << "on the simulated reader:" << reason;
+        logFailure(QStringLiteral("no %1 on the simulated reader").arg(cardName(kind)), reason);
         *status = CardStatus::NoCard;
         return std::optional<CardFile>();
     };
@@ -204,7 +199,7 @@ CardReaderChoice readerChoice(const IniFile &ini)
         return CardReaderChoice::None;
     }
     if (!text.isEmpty() && text != QLatin1String("auto")) {
-        ini.complain(
+        ini.logProblem(
             QStringLiteral("cards/reader must be auto, pcsc, simulated or none, not \"%1\"")
                 .arg(text));
     }
@@ -237,7 +232,7 @@ CardConfig readCardConfig(const QString &path)
         }
     }
     for (const QString &key : qAsConst(others)) {
-        ini.complain(QStringLiteral("there is no \"%1\" among the cards").arg(key));
+        ini.logProblem(QStringLiteral("there is no \"%1\" among the cards").arg(key));
     }
     return config;
 }

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "portable/card/cardreaders.h"
 
+#include "portable/base/failure.h"
 #include "portable/card/emv.h"
 #include "portable/card/socialcard.h"
 
@@ -39,11 +40,6 @@ QJsonObject readSerialField(CardChannel &card, bool, QString *error)
 QJsonObject readSocialCardFields(CardChannel &card, bool, QString *error)
 {
     return readSocialCard(card, error);
-}
-
-void say(const QString &what)
-{
-    qWarning().noquote() << "portable:" << what;
 }
 
 /// Why this can't be opened as a serial device; empty when it can.
@@ -187,7 +183,8 @@ QByteArray CardReaders::readSerial(CardKind kind)
     const CardResult result = read(kind, readSerialField, true);
     const QString serial = result.fields.value(QLatin1String("serial")).toString();
     if (result.isRead() && serial.isEmpty()) {
-        say(QStringLiteral("the simulated %1 has no \"serial\"").arg(cardName(kind)));
+        logFailure(QStringLiteral("the simulated %1").arg(cardName(kind)),
+                   QStringLiteral("it has no \"serial\""));
     }
     return QByteArray::fromHex(serial.toLatin1());
 }
@@ -197,7 +194,7 @@ CardResult CardReaders::read(CardKind kind, RealRead realRead, bool contactlessF
 {
     const CardConfig config = this->config();
     const auto fail = [kind](CardStatus status, const QString &reason) {
-        say(QStringLiteral("no %1 was read: %2").arg(cardName(kind), reason));
+        logFailure(QStringLiteral("no %1 was read").arg(cardName(kind)), reason);
         return CardResult{status, {}};
     };
     if (config.reader == CardReaderChoice::None) {
@@ -221,18 +218,18 @@ CardResult CardReaders::read(CardKind kind, RealRead realRead, bool contactlessF
                                                                 : CardStatus::NoCard,
                         real.reason);
         }
-        sayOnce(QStringLiteral("simulated cards are read: ") + real.reason);
+        logSimulationOnce(real.reason);
     }
     return readSimulatedCard(m_folder + QStringLiteral("/cards"), kind, config);
 }
 
-/// A line that would come with every read, unless something changes.
-void CardReaders::sayOnce(const QString &line)
+/// Logs why simulated cards are read: at the first read and when the reason has changed.
+void CardReaders::logSimulationOnce(const QString &reason)
 {
     const std::lock_guard<std::mutex> lock(m_mutex);
-    if (line != m_said) {
-        m_said = line;
-        say(line);
+    if (reason != m_loggedReason) {
+        m_loggedReason = reason;
+        logFailure("simulated cards are read", reason);
     }
 }
 
@@ -247,7 +244,7 @@ bool CardReaders::isConnected()
         : RealResult{
             CardPresence::NoReader, {}, QStringLiteral("devices.ini says there is no reader")};
     if (!real.reason.isEmpty()) {
-        say(QStringLiteral("no card reader: ") + real.reason);
+        logFailure("no card reader", real.reason);
     }
     return real.reason.isEmpty();
 }
@@ -281,7 +278,7 @@ bool CardReaders::hasSimulatedReader()
     const CardReaderChoice choice = config().reader;
     const bool result = choice == CardReaderChoice::Auto || choice == CardReaderChoice::Simulated;
     if (!result) {
-        say(QStringLiteral("no security module: devices.ini has no simulated reader"));
+        logFailure("no security module", QStringLiteral("devices.ini has no simulated reader"));
     }
     return result;
 }
@@ -289,8 +286,7 @@ bool CardReaders::hasSimulatedReader()
 bool CardReaders::hasModule()
 {
     if (!m_isOpen) {
-        say(QStringLiteral("no security module: the card reader isn't open"));
-        return false;
+        return logFailure("no security module", QStringLiteral("the card reader isn't open"));
     }
     return hasSimulatedReader();
 }

@@ -60,13 +60,13 @@ private:
     CardResult read(CardKind kind, RealRead realRead, bool contactlessFirst);
     bool hasSimulatedReader();
     CardConfig config() const;
-    void sayOnce(const QString &line);
+    void logSimulationOnce(const QString &reason);
 
     const QString m_folder;
     const std::shared_ptr<RealCards> m_real;
     std::atomic<bool> m_isOpen{false};
     std::mutex m_mutex;
-    QString m_said; // guarded by m_mutex
+    QString m_loggedReason; // guarded by m_mutex
 };
 
 } // namespace portable

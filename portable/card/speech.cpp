@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "portable/card/speech.h"
 
+#include "portable/base/failure.h"
+
 #include <QStandardPaths>
 #include <QStringList>
 #include <QtDebug>
@@ -24,10 +26,9 @@ constexpr const char *prompts[] = {
     "请正视摄像头", "请按指纹",         "请在屏上签名", "谢谢",
 };
 
-bool fail(const char *reason)
+bool logUnspoken(const QString &why)
 {
-    qWarning("portable: a prompt isn't spoken: %s", reason);
-    return false;
+    return logFailure("a prompt isn't spoken", why);
 }
 
 /// The speech program of this machine with its options for Chinese; empty without one.
@@ -66,7 +67,7 @@ bool start(const QStringList &command, pid_t *process)
     const int error =
         posix_spawn(process, arguments[0], &actions, nullptr, arguments.data(), environ);
     posix_spawn_file_actions_destroy(&actions);
-    return error == 0 || fail(std::strerror(error));
+    return error == 0 || logUnspoken(qt_error_string(error));
 }
 
 } // namespace
@@ -83,12 +84,13 @@ bool speak(const QString &text)
     static pid_t speaker = 0; // process of the last prompt, 0: has ended; guarded by mutex
     const std::lock_guard<std::mutex> lock(mutex);
     if (speaker > 0 && ::waitpid(speaker, nullptr, WNOHANG) == 0) {
-        return fail("the one before is still being spoken");
+        return logUnspoken(QStringLiteral("the one before is still being spoken"));
     }
     speaker = 0;
     const QStringList command = findCommand();
-    return command.isEmpty() ? fail("neither espeak-ng nor spd-say is installed")
-                             : start(command + QStringList{text}, &speaker);
+    return command.isEmpty()
+        ? logUnspoken(QStringLiteral("neither espeak-ng nor spd-say is installed"))
+        : start(command + QStringList{text}, &speaker);
 }
 
 } // namespace portable

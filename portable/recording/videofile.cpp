@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "portable/recording/videofile.h"
 
+#include "portable/base/failure.h"
 #include "portable/base/writecheck.h"
 #include "portable/camera/framesource.h"
 
@@ -338,8 +339,7 @@ QString VideoFile::description() const
 /// \return false, always
 bool VideoFile::fail(int code, QString *error) const
 {
-    *error = m_path + QStringLiteral(": ") + errorText(code);
-    return false;
+    return setError(m_path + QStringLiteral(": ") + errorText(code), error);
 }
 
 } // namespace portable

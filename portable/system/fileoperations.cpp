@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "portable/system/fileoperations.h"
 
+#include "portable/base/failure.h"
 #include "portable/base/texts.h"
 
 #include <QDir>
@@ -17,30 +18,24 @@ namespace portable {
 
 namespace {
 
-bool fail(const QString &reason, QString *error)
-{
-    *error = reason;
-    return false;
-}
-
 /// \param file  has just failed; its reason may hold a name from a page
-bool fail(const QFile &file, QString *error)
+bool setFileError(const QFile &file, QString *error)
 {
-    return fail(logText(file.errorString()), error);
+    return setError(logText(file.errorString()), error);
 }
 
 /// Before anything is done: half a path may be usable, and something would be made there.
 bool isUsable(const QString &path, QString *error)
 {
     if (path.isEmpty()) {
-        return fail(QStringLiteral("the path is empty"), error);
+        return setError(QStringLiteral("the path is empty"), error);
     }
     const QByteArray bytes = QFile::encodeName(path);
     const QList<QByteArray> names = bytes.split('/');
     const bool fits = bytes.size() < PATH_MAX
         && std::all_of(names.begin(), names.end(),
                        [](const QByteArray &name) { return name.size() <= NAME_MAX; });
-    return fits || fail(QStringLiteral("the path is too long"), error);
+    return fits || setError(QStringLiteral("the path is too long"), error);
 }
 
 /// The path for Qt, to which ":..." is not a file but a resource built into the program.
@@ -63,18 +58,18 @@ QString resolved(const QFileInfo &file)
 bool requireFile(const QFileInfo &file, QString *error)
 {
     return file.isFile()
-        || fail(file.isDir()        ? QStringLiteral("it is a directory")
-                    : file.exists() ? QStringLiteral("it is a device or the like, no file")
-                                    : QStringLiteral("there is no such file"),
-                error);
+        || setError(file.isDir()        ? QStringLiteral("it is a directory")
+                        : file.exists() ? QStringLiteral("it is a device or the like, no file")
+                                        : QStringLiteral("there is no such file"),
+                    error);
 }
 
 bool requireDirectory(const QFileInfo &directory, QString *error)
 {
     return directory.isDir()
-        || fail(directory.exists() ? QStringLiteral("it is not a directory")
-                                   : QStringLiteral("there is no such directory"),
-                error);
+        || setError(directory.exists() ? QStringLiteral("it is not a directory")
+                                       : QStringLiteral("there is no such directory"),
+                    error);
 }
 
 /// That there is a file, or a link whatever it leads to: something that is deleted by its name.
@@ -87,10 +82,10 @@ bool requireFileOrLink(const QFileInfo &file, QString *error)
 bool requirePlace(const QFileInfo &target, QString *error)
 {
     if (target.exists() || target.isSymLink()) { // also a link to nothing
-        return fail(QStringLiteral("the target exists, and nothing is replaced"), error);
+        return setError(QStringLiteral("the target exists, and nothing is replaced"), error);
     }
     return QFileInfo(target.path()).isDir()
-        || fail(QStringLiteral("there is no such target directory"), error);
+        || setError(QStringLiteral("there is no such target directory"), error);
 }
 
 std::filesystem::path native(const QString &path)
@@ -107,7 +102,7 @@ bool moveLink(const QString &from, const QString &to, QString *error)
         std::error_code ignored;
         std::filesystem::remove(native(to), ignored);
     }
-    return !code || fail(QString::fromStdString(code.message()), error);
+    return !code || setError(QString::fromStdString(code.message()), error);
 }
 
 bool moveToTrash(const QFileInfo &file)
@@ -132,10 +127,10 @@ bool openOnDesktop(const QFileInfo &file, QString *error)
 {
     const QString program = opener();
     if (program.isEmpty()) {
-        return fail(QStringLiteral("there is no xdg-open (package xdg-utils)"), error);
+        return setError(QStringLiteral("there is no xdg-open (package xdg-utils)"), error);
     }
     if (qEnvironmentVariableIsEmpty("DISPLAY") && qEnvironmentVariableIsEmpty("WAYLAND_DISPLAY")) {
-        return fail(
+        return setError(
             QStringLiteral("there is no display: neither DISPLAY nor WAYLAND_DISPLAY is set"),
             error);
     }
@@ -147,7 +142,7 @@ bool openOnDesktop(const QFileInfo &file, QString *error)
     process.setStandardOutputFile(QProcess::nullDevice());
     process.setStandardErrorFile(QProcess::nullDevice());
     return process.startDetached()
-        || fail(QStringLiteral("%1: %2").arg(program, process.errorString()), error);
+        || setError(QStringLiteral("%1: %2").arg(program, process.errorString()), error);
 }
 
 /// The patterns that a format stands for, see filesOfFormat().
@@ -186,7 +181,7 @@ bool deleteForever(const QString &path, QString *error)
     if (!isUsable(path, error) || !requireFileOrLink(QFileInfo(file), error)) {
         return false;
     }
-    return file.remove() || fail(file, error);
+    return file.remove() || setFileError(file, error);
 }
 
 bool copyFile(const QString &from, const QString &to, QString *error)
@@ -197,7 +192,7 @@ bool copyFile(const QString &from, const QString &to, QString *error)
         || !requirePlace(QFileInfo(target), error)) {
         return false;
     }
-    return source.copy(target) || fail(source, error);
+    return source.copy(target) || setFileError(source, error);
 }
 
 bool moveFile(const QString &from, const QString &to, QString *error)
@@ -212,7 +207,7 @@ bool moveFile(const QString &from, const QString &to, QString *error)
     if (QFileInfo(source).isSymLink()) {
         return moveLink(source.fileName(), target, error);
     }
-    return source.rename(target) || fail(source, error);
+    return source.rename(target) || setFileError(source, error);
 }
 
 bool renameFile(const QString &from, const QString &to, QString *error)
@@ -246,9 +241,9 @@ bool createDirectory(const QString &path, QString *error)
     if (std::filesystem::is_directory(place, ignored)) {
         return true;
     }
-    return fail(code ? QString::fromStdString(code.message())
-                     : QStringLiteral("there is something else of that name"),
-                error);
+    return setError(code ? QString::fromStdString(code.message())
+                         : QStringLiteral("there is something else of that name"),
+                    error);
 }
 
 bool canOpenOnDesktop()
@@ -276,7 +271,7 @@ QStringList filesOfFormat(const QString &directory, const QString &format, QStri
         return {};
     }
     if (!folder.isReadable()) {
-        fail(QStringLiteral("it may not be read"), error);
+        setError(QStringLiteral("it may not be read"), error);
         return {};
     }
     QStringList names = folder.entryList(patterns(format), QDir::Files);
