@@ -41,7 +41,7 @@ add_library(server_core STATIC
     upload/uploadcommands.cpp)
 target_include_directories(server_core PUBLIC ${PROJECT_SOURCE_DIR})
 target_link_libraries(server_core
-    PUBLIC devicelib Qt5::Core Qt5::Gui Qt5::Network Qt5::WebSockets Qt5::Widgets
+    PUBLIC base devicelib Qt5::Core Qt5::Gui Qt5::Network Qt5::WebSockets Qt5::Widgets
     PRIVATE companion_common warnings OpenCV::imgproc OpenCV::imgcodecs JPEG::JPEG Threads::Threads)
 
 add_executable(rvowebSocketServer app/main.cpp app/icons.qrc)

@@ -5,7 +5,7 @@
 #include <QPointer>
 #include <QString>
 
-#include <memory>
+#include <optional>
 
 class MessageRun;
 class QDialog;
@@ -31,7 +31,11 @@ public:
     static void start(const QString &name, const QString &args, MessageRun *dispatcher);
 
 private:
-    struct Outcome;
+    struct Outcome
+    {
+        bool success = false;
+        QString answer;
+    };
 
     Upload(const QString &name, const QString &args, MessageRun *dispatcher);
 
@@ -40,7 +44,7 @@ private:
     void showResult(bool success);
 
     const QString m_name;
-    const std::shared_ptr<Outcome> m_outcome; // shared with the pool's thread
+    std::optional<Outcome> m_outcome; // from the end of the upload until it is answered
     QPointer<QDialog> m_progress;
     bool m_resultWanted;
 };

@@ -2,9 +2,9 @@
 //
 // Faces and liveness. docs/faces.md tells pages what numbers and texts mean.
 
+#include "base/mainthread.h"
 #include "devicelib/biometrics.h"
 #include "portable/base/failure.h"
-#include "portable/base/mainthread.h"
 #include "portable/face/facewatch.h"
 #include "portable/picture/imageconversion.h"
 #include "portable/picture/uprightimage.h"
@@ -217,7 +217,7 @@ bool bImageMatchOnline(const char *text, int a, int, int,
         const int score = compare(
             [&](FaceDescriptor *face) { return describeFile(function, path.constData(), face); },
             [&](FaceDescriptor *face) { return describeNextFace(function, a, stop, face); });
-        return [=] { postToMainThread([=] { onResult(score, nullptr); }); };
+        return [=] { base::postToMainThread([=] { onResult(score, nullptr); }); };
     });
 }
 
@@ -255,7 +255,7 @@ bool bFaceFeatureGetOnline(int a, int, void (*onFeature)(const char *feature, vo
         const FaceFailure failure = describeNextFace(function, a, stop, &face);
         const QByteArray feature =
             failure == FaceFailure::None ? faceFeature(face).toBase64() : QByteArray("");
-        return [=] { postToMainThread([=] { onFeature(feature.constData(), nullptr); }); };
+        return [=] { base::postToMainThread([=] { onFeature(feature.constData(), nullptr); }); };
     });
 }
 
@@ -281,7 +281,7 @@ bool bLivingBodyDetectOnline(int a, int, void (*onResult)(int result, void *cont
     const char *const function = __func__;
     return beginWithCamera(function, [=](const BackgroundJob::Stop &stop) {
         const bool lives = livesBeforeCamera(function, a, stop);
-        return [=] { postToMainThread([=] { onResult(lives ? 1 : 0, nullptr); }); };
+        return [=] { base::postToMainThread([=] { onResult(lives ? 1 : 0, nullptr); }); };
     });
 }
 
@@ -310,7 +310,7 @@ bool AutoLivingBody(void (*onData)(const char *data, int length, int kind))
 void CloseLivingBody(void (*onDone)())
 {
     cameraJob().stop();
-    postToMainThread(onDone);
+    base::postToMainThread(onDone);
 }
 
 void DemoUIShow(int, void (*onResult)(int result))
@@ -318,9 +318,9 @@ void DemoUIShow(int, void (*onResult)(int result))
     const char *const function = __func__;
     const bool begun = beginWithCamera(function, [=](const BackgroundJob::Stop &stop) {
         const bool lives = livesBeforeCamera(function, usualSeconds, stop);
-        return [=] { postToMainThread([=] { onResult(lives ? 1 : 0); }); };
+        return [=] { base::postToMainThread([=] { onResult(lives ? 1 : 0); }); };
     });
     if (!begun) {
-        postToMainThread([onResult] { onResult(0); });
+        base::postToMainThread([onResult] { onResult(0); });
     }
 }

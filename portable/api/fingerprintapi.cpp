@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
+#include "base/mainthread.h"
 #include "devicelib/biometrics.h"
 #include "portable/base/deviceini.h"
 #include "portable/base/failure.h"
-#include "portable/base/mainthread.h"
 #include "portable/finger/fingerprint.h"
 #include "portable/finger/fingersensor.h"
 
@@ -58,7 +58,7 @@ void fingerCaptureRawData(int timeoutMs,
                           void *context)
 {
     const auto answer = [=](const FingerCapture &capture) {
-        postToMainThread([=] {
+        base::postToMainThread([=] {
             onCapture(capture.image, capture.feature, capture.score, capture.message, context);
         });
     };
