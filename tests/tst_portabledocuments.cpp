@@ -3,7 +3,9 @@
 // looked at by other programs.
 #include "devicelib/doccamera.h"
 #include "portable/document/pagespool.h"
+#include "portable/picture/bilevel.h"
 #include "portable/picture/imageconversion.h"
+#include "portable/picture/picturewriter.h"
 #include "tests/portabletest.h"
 
 #include <QImageReader>

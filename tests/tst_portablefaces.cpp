@@ -7,14 +7,12 @@
 #include "portable/face/liveness.h"
 #include "portable/face/modelweights.h"
 #include "portable/picture/imageconversion.h"
-#include "portable/picture/uprightimage.h"
 #include "tests/drawnface.h"
 #include "tests/portabletest.h"
 
 #include <QtTest>
 #include <opencv2/imgproc.hpp>
 #include <opencv2/videoio.hpp>
-#include <sys/stat.h>
 
 #include <functional>
 
@@ -262,28 +260,6 @@ private Q_SLOTS:
         QCOMPARE(int(lFaceFeatureMatch(nullptr, nullptr)), -5);
         QCOMPARE(m_log->takeLines().last(),
                  line("lFaceFeatureMatch: not a face feature of this library"));
-    }
-
-    void imageFiles()
-    {
-        QImage upright(40, 20, QImage::Format_RGB32);
-        upright.fill(Qt::red);
-        QVERIFY(upright.save(path("good.png")));
-        QVERIFY(QImage(5000, 100, QImage::Format_Mono).save(path("long.png")));
-        QVERIFY(QImage(20000, 4000, QImage::Format_Mono).save(path("huge.png")));
-        writeFile(path("text.jpg"), "no picture");
-        QVERIFY(mkfifo(QFile::encodeName(path("pipe.png")).constData(), 0600) == 0);
-        cv::Mat picture;
-        QString error;
-        QVERIFY(readImageFile(path("good.png"), &picture, &error));
-        QCOMPARE(picture.at<cv::Vec3b>(19, 39), cv::Vec3b(0, 0, 255));
-        QVERIFY(readImageFile(path("long.png"), &picture, &error));
-        QCOMPARE(picture.size(), cv::Size(2048, 40));
-        for (const char *bad : {"huge.png", "text.jpg", "pipe.png", "absent.png", ""}) {
-            error.clear();
-            QVERIFY(!readImageFile(bad[0] ? path(bad) : QString(), &picture, &error));
-            QVERIFY(picture.empty() && !error.isEmpty());
-        }
     }
 
     void brokenWeights()

@@ -225,7 +225,7 @@ private Q_SLOTS:
         // clang-format off
         row("nobody there",  "none",       -1, "未检测到手指",     "no finger: devices.ini sets it to \"none\"");
         row("no such file",  "absent.png", -1, "未检测到手指",     "no finger: FOLDER/absent.png doesn't exist");
-        row("no picture",    "text.png",   -2, "指纹图像无法识别", "no finger: FOLDER/text.png: it is no image that can be read: Unsupported image format");
+        row("no picture",    "text.png",   -2, "指纹图像无法识别", "no finger: FOLDER/text.png: it can't be read as a picture: Unsupported image format");
         row("no finger",     "white.png",  -2, "指纹图像无法识别", "FOLDER/white.png shows no finger");
         // clang-format on
     }

@@ -2,7 +2,7 @@
 // The portable library's scans: when they take a shot, what they write, and who hears of it.
 #include "devicelib/doccamera.h"
 #include "portable/camera/testscene.h"
-#include "portable/picture/picturefile.h"
+#include "portable/picture/picturereader.h"
 #include "portable/picture/stillness.h"
 #include "portable/recording/scanner.h"
 #include "tests/portabletest.h"
@@ -88,7 +88,7 @@ struct Office
                     [this] {
                         cv::Mat frame;
                         cameras.currentFrame(frame);
-                        return frame;
+                        return Shot{frame, 85, {}};
                     },
                     times};
 };

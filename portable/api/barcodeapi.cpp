@@ -4,13 +4,14 @@
 #include "portable/base/texts.h"
 #include "portable/camera/shot.h"
 #include "portable/picture/barcodereader.h"
-#include "portable/picture/picturefile.h"
+#include "portable/picture/picturereader.h"
 
 using portable::logFailure;
+using portable::prefixError;
 
 namespace {
 
-/// The codes in a picture as the interface wants them.
+/// The codes in a picture as the interface returns them.
 char *codesIn(const cv::Mat &picture, long kind = portable::anyBarcode)
 {
     return portable::heapText(portable::readBarcodes(picture, kind).join(QLatin1Char('|')));
@@ -20,8 +21,10 @@ char *codesInFile(const char *function, const char *localPath, long kind)
 {
     return portable::guarded(function, [&]() -> char * {
         QString error;
-        const cv::Mat picture = portable::readPicture(QString::fromLocal8Bit(localPath), &error);
+        const QString path = QString::fromLocal8Bit(localPath);
+        const cv::Mat picture = portable::readPicture(path, &error);
         if (picture.empty()) {
+            prefixError(path, &error);
             logFailure(function, error);
             return nullptr;
         }

@@ -1,15 +1,14 @@
 // SPDX-License-Identifier: MIT
 //
-// Faces and liveness. docs/faces.md tells pages what numbers and texts mean.
+// Faces and liveness. docs/faces.md documents the numbers and texts.
 
 #include "base/mainthread.h"
 #include "devicelib/biometrics.h"
 #include "portable/base/failure.h"
 #include "portable/face/facewatch.h"
-#include "portable/picture/imageconversion.h"
-#include "portable/picture/uprightimage.h"
+#include "portable/picture/picturereader.h"
+#include "portable/picture/picturewriter.h"
 
-#include <QBuffer>
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <opencv2/imgproc.hpp>
@@ -25,6 +24,7 @@ constexpr int blockingSeconds = 8; // the caller's thread waits
 constexpr int maxSeconds = 60;
 constexpr int autoLivingBodySeconds = 15;
 constexpr int shownSide = 800; // pixels, of the pictures that AutoLivingBody sends
+constexpr int shownQuality = 75;
 
 /// Logs a failure, if it is one; the engine logs its own.
 void logFaceFailure(const char *function, const QString &picture, FaceFailure failure)
@@ -42,9 +42,9 @@ FaceFailure describeFile(const char *function, const char *path, FaceDescriptor 
         return failure;
     }
     const QString name = QString::fromUtf8(path);
-    cv::Mat picture;
     QString error;
-    if (!readImageFile(name, &picture, &error)) {
+    const cv::Mat picture = readPicture(name, &error, biometricLimits);
+    if (picture.empty()) {
         logFailure(function, name + QStringLiteral(": ") + error);
         return FaceFailure::Unreadable;
     }
@@ -87,14 +87,14 @@ int compareFiles(const char *function, const char *image1, const char *image2)
     return compare(describe(image1), describe(image2));
 }
 
-/// What is done with the camera: one thing at a time.
+/// The work with the camera: one job at a time.
 BackgroundJob &cameraJob()
 {
     struct CameraJob
     {
         CameraJob()
         {
-            CameraSet::instance(); // goes after the job, as does the engine
+            CameraSet::instance(); // destroyed after the job, like the engine
             FaceEngine::instance();
             job.closeWithApplication();
         }
@@ -105,8 +105,8 @@ BackgroundJob &cameraJob()
 }
 
 /**
- * Has `work` done with the camera in the background.
- * \return false, with a line in the log, without an engine or while the camera is used otherwise
+ * Starts work with the camera in the background.
+ * \return false, with a line in the log, without an engine or while other work uses the camera
  */
 bool beginWithCamera(const char *function, BackgroundJob::Work work)
 {
@@ -120,7 +120,7 @@ bool beginWithCamera(const char *function, BackgroundJob::Work work)
     return true;
 }
 
-/// The end of a wait that a page gave in seconds; 0 or less is the usual one.
+/// The deadline for a timeout that a page gave in seconds; 0 or less means the usual one.
 BackgroundJob::Clock::time_point deadlineIn(int seconds)
 {
     return BackgroundJob::Clock::now()
@@ -158,10 +158,7 @@ QByteArray jpegText(const cv::Mat &frame)
         const double scale = double(shownSide) / side;
         cv::resize(frame, small, {}, scale, scale, cv::INTER_AREA);
     }
-    QByteArray bytes;
-    QBuffer buffer(&bytes);
-    toImage(small).save(&buffer, "JPG", 75);
-    return bytes.toBase64();
+    return jpegFile(small, shownQuality, {}).toBase64();
 }
 
 QByteArray resultText(const LivenessResult &result)
@@ -285,7 +282,7 @@ bool bLivingBodyDetectOnline(int a, int, void (*onResult)(int result, void *cont
     });
 }
 
-// One that still runs is ended: the page may have been loaded anew.
+// Ends one that is still running: the page may have been reloaded.
 bool AutoLivingBody(void (*onData)(const char *data, int length, int kind))
 {
     const char *const function = __func__;
@@ -306,7 +303,7 @@ bool AutoLivingBody(void (*onData)(const char *data, int length, int kind))
     });
 }
 
-// Whatever is done with the camera ends; what has promised a result gives its failure, before.
+// Ends any work with the camera; a pending result is delivered before, as a failure.
 void CloseLivingBody(void (*onDone)())
 {
     cameraJob().stop();

@@ -17,7 +17,7 @@ namespace {
 constexpr std::chrono::milliseconds usualTimeout{10'000};
 constexpr std::chrono::milliseconds longestTimeout{60'000};
 
-/// What lFingerMatch answers when there is nothing to compare.
+/// What lFingerMatch returns when there is nothing to compare.
 enum MatchFailure { noFeature = -1, noStoredFeature = -2 };
 
 const FingerSensor &sensor()
@@ -28,14 +28,14 @@ const FingerSensor &sensor()
     return sensor;
 }
 
-/// The captures: one at a time.
+/// The captures, one at a time.
 BackgroundJob &sensorJob()
 {
     struct SensorJob
     {
         SensorJob()
         {
-            sensor(); // goes after the job
+            sensor(); // destroyed after the job
             job.closeWithApplication();
         }
         BackgroundJob job;

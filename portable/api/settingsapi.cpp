@@ -24,7 +24,7 @@ bool setAdjustment(const char *function, int Adjustments::*which, int value)
         || logFailure(function, QStringLiteral("%1 is not a number from -100 to 100").arg(value));
 }
 
-std::atomic<short> cameraMode{0}; // nothing depends on it here
+std::atomic<short> cameraMode{0}; // has no effect in this library
 
 } // namespace
 
@@ -201,10 +201,10 @@ int igetBookScannerMode()
 
 void vSetCapturePin(void (*)(int, int, int, unsigned int, int, void *))
 {
-    // What the button of a camera does is each maker's own, so there is none to listen to here.
+    // Camera buttons are vendor-specific, so this library can't listen to any.
     static std::atomic<bool> isSaid{false};
     if (!isSaid.exchange(true)) {
-        qInfo("portable: capture buttons are not known to this library: the page that asked for "
-              "one will hear of no press");
+        qInfo("portable: capture buttons are not supported by this library: pages that asked for "
+              "one get no events");
     }
 }

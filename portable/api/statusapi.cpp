@@ -13,7 +13,7 @@ using portable::UsbDevice;
 
 namespace {
 
-/// A part for each USB device.
+/// The list of USB devices as the interface returns it.
 char *usbList(const char *function, QString (*part)(const UsbDevice &device))
 {
     QStringList parts;

@@ -1,8 +1,9 @@
 // SPDX-License-Identifier: MIT
 #include "portable/base/backgroundjob.h"
 
+#include "portable/base/failure.h"
+
 #include <QCoreApplication>
-#include <QtDebug>
 
 #include <system_error>
 #include <vector>
@@ -47,19 +48,19 @@ bool BackgroundJob::begin(Work work)
         return false;
     }
     if (m_thread.joinable()) {
-        m_thread.join(); // the former one has released the job, so this takes no time
+        m_thread.join(); // it has released the job already, so this takes no time
     }
     try {
         m_thread = std::thread([this, work = std::move(work)]() mutable {
             const Answer answer = work(Stop(*this));
-            work = {}; // what it holds goes before others may begin
+            work = {}; // releases what it holds before other work may start
             release();
             if (answer) {
                 answer();
             }
         });
     } catch (const std::system_error &failure) {
-        qWarning("portable: no thread can be started: %s", failure.what());
+        logFailure("no thread can be started", QString::fromLocal8Bit(failure.what()));
         m_busy = false;
         return false;
     }
@@ -111,7 +112,7 @@ void BackgroundJob::closeWithApplication()
     Q_UNUSED(once)
 }
 
-/// Under m_mutex.
+/// To be called with m_mutex held. \return false while the job is busy or closed
 bool BackgroundJob::take()
 {
     if (m_busy || m_closed) {

@@ -26,7 +26,7 @@ QStringList IniFile::keys(const QString &group)
 
 QString IniFile::text(const QString &key) const
 {
-    // An unquoted comma makes a list for QSettings, but not for us.
+    // QSettings splits a value at unquoted commas; here commas are part of it.
     return m_settings.value(key).toStringList().join(QLatin1Char(',')).trimmed();
 }
 

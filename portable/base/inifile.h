@@ -6,7 +6,7 @@
 
 namespace portable {
 
-/// The settings file devices.ini with the reading of its values; logs what is wrong with it.
+/// Reads values of the settings file devices.ini, and logs what is wrong with it.
 class IniFile
 {
 public:
@@ -19,8 +19,8 @@ public:
     bool contains(const QString &key) const { return m_settings.contains(key); }
 
     /**
-     * The value without blanks around it; empty when there is none.
-     * \param key  with its group, "cards/reader"
+     * The value without surrounding blanks; empty when there is none.
+     * \param key  with its group: "cards/reader"
      */
     QString text(const QString &key) const;
 

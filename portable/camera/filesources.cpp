@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: MIT
 #include "portable/camera/filesources.h"
 
-#include "portable/picture/imageconversion.h"
+#include "portable/base/failure.h"
+#include "portable/picture/picturereader.h"
 
-#include <QDebug>
 #include <QDir>
 #include <QFile>
 #include <QImageReader>
@@ -76,19 +76,15 @@ bool PictureSource::showNext(QString *error)
     }
     *error = QStringLiteral("there is no picture in it");
     while (!m_waiting.isEmpty()) {
-        QImageReader reader(m_waiting.takeFirst());
-        reader.setAutoTransform(true);
-        const QImage image = reader.read();
-        if (!image.isNull()) {
-            m_picture = toMat(image);
+        const QString file = m_waiting.takeFirst();
+        m_picture = readPicture(file, error);
+        if (!m_picture.empty()) {
             m_until = Clock::now()
                 + std::chrono::milliseconds(qint64(1000 * m_playback.secondsPerPicture));
             return true;
         }
-        *error = reader.errorString();
         if (m_isFolder) {
-            qWarning().noquote() << "portable: skipped" << reader.fileName() + QLatin1Char(':')
-                                 << *error;
+            logFailure(QStringLiteral("skipped ") + file, *error);
         }
     }
     return false;
@@ -106,11 +102,8 @@ bool PictureSource::read(cv::Mat &frame, QString *error)
 std::vector<cv::Size> PictureSource::sizes() const
 {
     const QStringList paths = pictures(m_path);
-    QImageReader reader(paths.isEmpty() ? QString() : paths.first());
-    const bool onItsSide = reader.transformation() & QImageIOHandler::TransformationRotate90;
-    const QSize size = onItsSide ? reader.size().transposed() : reader.size();
-    return size.isEmpty() ? std::vector<cv::Size>()
-                          : std::vector<cv::Size>{{size.width(), size.height()}};
+    const cv::Size size = paths.isEmpty() ? cv::Size() : pictureSize(paths.first());
+    return size.empty() ? std::vector<cv::Size>() : std::vector<cv::Size>{size};
 }
 
 VideoSource::VideoSource(const QString &path)

@@ -3,7 +3,7 @@
 
 #include "portable/picture/adjustments.h"
 #include "portable/picture/orientation.h"
-#include "portable/picture/picturefile.h"
+#include "portable/picture/resolution.h"
 #include "portable/picture/watermark.h"
 
 #include <QtGlobal>

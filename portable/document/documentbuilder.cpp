@@ -13,7 +13,7 @@ namespace portable {
 
 namespace {
 
-/// The path of a document's file; empty, with a reason, when nothing can be written there.
+/// The path of a document's file; empty, with a reason, when it can't be created.
 QString placeOf(const char *directory, const char *name, const QString &extension, QString *error)
 {
     const QString folder = pathOf(directory);
@@ -29,7 +29,7 @@ QString placeOf(const char *directory, const char *name, const QString &extensio
         *error = QStringLiteral("the name of the file is too long");
         return {};
     }
-    // Tried before the first page, or else it would be known only when everything has been scanned.
+    // Checked before the first page, not only when everything has been scanned.
     const QString path = folder + QLatin1Char('/') + file;
     return canWriteFile(path, error) ? path : QString();
 }
@@ -41,7 +41,7 @@ DocumentBuilder::DocumentBuilder(QString extension)
 {
 }
 
-/// Runs `body` while nobody else works on the document; no exception leaves it.
+/// Runs `body` with the document locked; no exception escapes.
 template <class Body> bool DocumentBuilder::exclusively(const char *function, Body body)
 {
     const std::lock_guard<std::mutex> lock(m_mutex);
@@ -97,7 +97,7 @@ bool DocumentBuilder::end(const char *function)
         }
         QString error;
         if (m_work->pages.pages().empty()) {
-            error = m_work->path + QStringLiteral(": not written, for it has no page");
+            error = m_work->path + QStringLiteral(": not written, as it has no page");
         } else if (!m_work->write(m_work->pages, m_work->path, &error)) {
             return logFailure(function, error);
         }

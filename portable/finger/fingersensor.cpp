@@ -1,8 +1,9 @@
 // SPDX-License-Identifier: MIT
 #include "portable/finger/fingersensor.h"
 
+#include "portable/base/failure.h"
 #include "portable/finger/fingerprint.h"
-#include "portable/picture/uprightimage.h"
+#include "portable/picture/picturereader.h"
 
 #include <QBuffer>
 #include <QDebug>
@@ -69,8 +70,8 @@ FingerCapture FingerSensor::capture(BackgroundJob::Clock::time_point deadline,
     QString why;
     do {
         const QString path = fingerOnSensor(&why);
-        cv::Mat picture;
-        if (!path.isEmpty() && readImageFile(path, &picture, &why)) {
+        cv::Mat picture = path.isEmpty() ? cv::Mat() : readPicture(path, &why, biometricLimits);
+        if (!picture.empty()) {
             cv::cvtColor(picture, picture, cv::COLOR_BGR2GRAY);
             capture = captureOf(picture);
             if (capture.score < 0) {
@@ -80,7 +81,7 @@ FingerCapture FingerSensor::capture(BackgroundJob::Clock::time_point deadline,
             return capture;
         }
         if (!path.isEmpty()) { // may still be being written
-            why = path + QStringLiteral(": ") + why;
+            prefixError(path, &why);
             capture = failedCapture(FingerCapture::Unreadable);
         }
     } while (Clock::now() < deadline

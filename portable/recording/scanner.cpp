@@ -3,8 +3,8 @@
 
 #include "portable/base/atomicfile.h"
 #include "portable/base/writecheck.h"
-#include "portable/camera/shot.h"
 #include "portable/picture/bookfold.h"
+#include "portable/picture/picturewriter.h"
 #include "portable/picture/stillness.h"
 
 #include <QCoreApplication>
@@ -21,13 +21,14 @@ namespace portable {
 
 namespace {
 
-QByteArray encoded(const cv::Mat &picture, const QString &extension)
+/// \param page  of the shot, or all of it
+QByteArray encoded(const cv::Mat &page, const Shot &shot, const QString &extension)
 {
     if (extension == QLatin1String("png")) {
-        return pngFile(picture, shotDpi());
+        return pngFile(page, shot.dpi);
     }
-    return extension == QLatin1String("tif") ? jpegTiffFile(picture, shotQuality(), shotDpi())
-                                             : jpegFile(picture, shotQuality(), shotDpi());
+    return extension == QLatin1String("tif") ? jpegTiffFile(page, shot.quality, shot.dpi)
+                                             : jpegFile(page, shot.quality, shot.dpi);
 }
 
 /// \param slot  as the macro SLOT writes it, or anything else
@@ -218,18 +219,18 @@ void Scanner::run(const Scan &scan)
 }
 
 /// Takes a shot and writes its file, or both its files or none.
-bool Scanner::save(const Scan &scan, int shot)
+bool Scanner::save(const Scan &scan, int number)
 {
-    const cv::Mat picture = m_shoot();
-    if (picture.empty()) {
-        return false; // it said why
+    const Shot shot = m_shoot();
+    if (shot.picture.empty()) {
+        return false; // the reason is in the log
     }
-    const std::vector<cv::Mat> pages = pagesOf(picture, scan.bookMode);
-    int number = (shot - 1) * int(pages.size());
+    const std::vector<cv::Mat> pages = pagesOf(shot.picture, scan.bookMode);
+    int file = (number - 1) * int(pages.size());
     std::vector<FileContent> files;
     QString error;
     for (const cv::Mat &page : pages) {
-        files.emplace_back(scan.files.path(++number), encoded(page, scan.files.extension));
+        files.emplace_back(scan.files.path(++file), encoded(page, shot, scan.files.extension));
         if (files.back().second.isEmpty()) {
             error = files.back().first + QStringLiteral(": can't be encoded");
         }
@@ -240,7 +241,7 @@ bool Scanner::save(const Scan &scan, int shot)
     }
     qInfo().noquote() << "portable:" << scan.name + QLatin1Char(':') << files.front().first;
     if (scan.isObserved) {
-        Q_EMIT m_signal.shot(shot);
+        Q_EMIT m_signal.shot(number);
     }
     return true;
 }

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "portable/camera/previewwatch.h"
+#include "portable/camera/shot.h"
 
 #include <QObject>
 #include <QString>
@@ -54,7 +55,7 @@ class Scanner
 {
 public:
     /// Takes one picture; empty, with a line in the log, when it can't.
-    using Shoot = std::function<cv::Mat()>;
+    using Shoot = std::function<Shot()>;
 
     /// That of the library. Ends when Qt's app ends.
     static Scanner &instance();
@@ -95,7 +96,7 @@ private:
     Scan pageScan(const QString &name, const ScanFiles &files) const;
     bool start(Scan scan);
     void run(const Scan &scan);
-    bool save(const Scan &scan, int shot);
+    bool save(const Scan &scan, int number);
     bool sleep();
     void end();
 

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "portable/system/printer.h"
 
+#include "portable/picture/bilevel.h"
 #include "portable/picture/imageconversion.h"
-#include "portable/picture/picturefile.h"
 
 #include <QBuffer>
 #include <QDebug>
