@@ -272,14 +272,10 @@ float angleBetween(float a, float b)
     return std::min(difference, float(2 * CV_PI) - difference);
 }
 
-/// The minutia at a pixel of a line. \return false where there is none
-bool minutiaAt(const cv::Mat &lines, const cv::Point &place, Minutia *minutia)
+/// Directions of the lines that leave this pixel of a line; nothing if one is a spur or a speck.
+std::vector<float> branchesAt(const cv::Mat &lines, const cv::Point &place)
 {
     const Neighbors values = neighbors(lines, place.x, place.y);
-    const int count = crossings(values);
-    if (count != 1 && count != 3) {
-        return false;
-    }
     std::vector<float> branches;
     for (size_t i = 0; i < around.size(); ++i) {
         // One branch for each run of set neighbors; of two in a run, the straight one.
@@ -290,18 +286,17 @@ bool minutiaAt(const cv::Mat &lines, const cv::Point &place, Minutia *minutia)
             const cv::Point end =
                 trace(lines, place, place + cv::Point(around[at][0], around[at][1]), &steps);
             if (steps < minBranch) {
-                return false;
+                return {};
             }
             branches.push_back(angleTo(place, end));
         }
     }
-    minutia->place = place;
-    minutia->isFork = count == 3;
-    if (!minutia->isFork) {
-        minutia->direction = branches[0];
-        return true;
-    }
-    // The other two branches enclose the narrowest angle opposite the stem.
+    return branches;
+}
+
+/// The stem of a fork: the branch opposite the narrowest angle of the other two.
+float stemOf(const std::vector<float> &branches)
+{
     size_t stem = 0;
     float narrowest = 10;
     for (size_t i = 0; i < 3; ++i) {
@@ -311,7 +306,23 @@ bool minutiaAt(const cv::Mat &lines, const cv::Point &place, Minutia *minutia)
             stem = i;
         }
     }
-    minutia->direction = branches[stem];
+    return branches[stem];
+}
+
+/// The minutia at a pixel of a line. \return false if there is none
+bool minutiaAt(const cv::Mat &lines, const cv::Point &place, Minutia *minutia)
+{
+    const int count = crossings(neighbors(lines, place.x, place.y));
+    if (count != 1 && count != 3) {
+        return false;
+    }
+    const std::vector<float> branches = branchesAt(lines, place);
+    if (branches.empty()) {
+        return false;
+    }
+    minutia->place = place;
+    minutia->isFork = count == 3;
+    minutia->direction = minutia->isFork ? stemOf(branches) : branches[0];
     return true;
 }
 
@@ -328,6 +339,45 @@ Minutiae withoutNeighbors(const Minutiae &all)
         }
     }
     return result;
+}
+
+/// Minutiae of the thinned ridges, except near the edge of the print; the clearest, best first.
+Minutiae findMinutiae(const cv::Mat &lines, const Flow &flow)
+{
+    cv::Mat inner;
+    cv::erode(
+        flow.mask, inner,
+        cv::getStructuringElement(cv::MORPH_ELLIPSE, {2 * edgeMargin + 1, 2 * edgeMargin + 1}),
+        {-1, -1}, 1, cv::BORDER_CONSTANT, 0);
+    Minutiae found;
+    for (int y = 1; y < lines.rows - 1; ++y) {
+        for (int x = 1; x < lines.cols - 1; ++x) {
+            Minutia minutia;
+            if (lines.at<uchar>(y, x) != 0 && inner.at<uchar>(y, x) != 0
+                && minutiaAt(lines, {x, y}, &minutia)) {
+                found.push_back(minutia);
+            }
+        }
+    }
+    Minutiae minutiae = withoutNeighbors(found);
+    const auto clarity = [&flow](const Minutia &minutia) {
+        return flow.coherence.at<float>(cv::Point(minutia.place));
+    };
+    std::sort(minutiae.begin(), minutiae.end(),
+              [&](const Minutia &a, const Minutia &b) { return clarity(a) > clarity(b); });
+    minutiae.resize(std::min(minutiae.size(), maxMinutiae));
+    return minutiae;
+}
+
+/// 100 for clear ridges over the area of a finger with enough minutiae to compare; 0 without any.
+int qualityOf(const Flow &flow, double area, size_t minutiae)
+{
+    constexpr double goodArea = 200 * 200;
+    constexpr double goodCoherence = 0.75;
+    const double clarity = cv::mean(flow.coherence, flow.mask)[0] / goodCoherence;
+    const double enough = double(minutiae) / double(goodMinutiaCount);
+    return cvRound(100 * std::min(1.0, clarity) * std::min(1.0, area / goodArea)
+                   * std::sqrt(std::min(1.0, enough)));
 }
 
 } // namespace
@@ -355,38 +405,8 @@ Fingerprint readFingerprint(const cv::Mat &picture)
     }
     cv::Mat lines = ridges(gray, flow, waves.period);
     thin(lines);
-
-    cv::Mat inner;
-    cv::erode(
-        flow.mask, inner,
-        cv::getStructuringElement(cv::MORPH_ELLIPSE, {2 * edgeMargin + 1, 2 * edgeMargin + 1}),
-        {-1, -1}, 1, cv::BORDER_CONSTANT, 0);
-    Minutiae found;
-    for (int y = 1; y < gray.rows - 1; ++y) {
-        for (int x = 1; x < gray.cols - 1; ++x) {
-            Minutia minutia;
-            if (lines.at<uchar>(y, x) != 0 && inner.at<uchar>(y, x) != 0
-                && minutiaAt(lines, {x, y}, &minutia)) {
-                found.push_back(minutia);
-            }
-        }
-    }
-    print.minutiae = withoutNeighbors(found);
-    const auto clarity = [&flow](const Minutia &minutia) {
-        return flow.coherence.at<float>(cv::Point(minutia.place));
-    };
-    std::sort(print.minutiae.begin(), print.minutiae.end(),
-              [&](const Minutia &a, const Minutia &b) { return clarity(a) > clarity(b); });
-    print.minutiae.resize(std::min(print.minutiae.size(), maxMinutiae));
-
-    // Clear ridges over a finger's area, with enough minutiae to compare.
-    constexpr double goodArea = 200 * 200;
-    const double clear = cv::mean(flow.coherence, flow.mask)[0];
-    const double enough = std::min(1.0, double(print.minutiae.size()) / double(goodMinutiaCount));
-    print.quality = print.minutiae.empty()
-        ? 0
-        : cvRound(100 * std::min(1.0, clear / 0.75) * std::min(1.0, area / goodArea)
-                  * std::sqrt(enough));
+    print.minutiae = findMinutiae(lines, flow);
+    print.quality = qualityOf(flow, area, print.minutiae.size());
     return print;
 }
 
