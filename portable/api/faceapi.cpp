@@ -2,6 +2,7 @@
 //
 // Faces and liveness. docs/faces.md documents the numbers and texts.
 
+#include "base/clock.h"
 #include "base/mainthread.h"
 #include "devicelib/biometrics.h"
 #include "portable/base/failure.h"
@@ -123,7 +124,7 @@ bool beginWithCamera(const char *function, BackgroundJob::Work work)
 /// The deadline for a timeout that a page gave in seconds; 0 or less means the usual one.
 BackgroundJob::Clock::time_point deadlineIn(int seconds)
 {
-    return BackgroundJob::Clock::now()
+    return base::Clock::shared().now()
         + std::chrono::seconds(seconds > 0 ? std::min(seconds, maxSeconds) : usualSeconds);
 }
 

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "portable/face/facewatch.h"
 
+#include "base/clock.h"
 #include "portable/face/liveness.h"
 
 #include <algorithm>
@@ -9,13 +10,16 @@ namespace portable {
 
 namespace {
 
-using Clock = BackgroundJob::Clock;
-
 constexpr std::chrono::milliseconds framePause{80};
 constexpr std::chrono::milliseconds retryPause{20};
 constexpr std::chrono::seconds maxLoss{2}; // of the camera
 constexpr int faceCamera = 2; // a terminal's second camera, beside its document camera
 constexpr int onlyCamera = 1;
+
+BackgroundJob::Clock::time_point now()
+{
+    return base::Clock::shared().now();
+}
 
 } // namespace
 
@@ -39,24 +43,26 @@ FaceCamera::~FaceCamera()
     m_cameras.stop(m_stopped);
 }
 
-bool FaceCamera::next(cv::Mat &frame, Clock::time_point deadline, const BackgroundJob::Stop &stop)
+bool FaceCamera::next(cv::Mat &frame, BackgroundJob::Clock::time_point deadline,
+                      const BackgroundJob::Stop &stop)
 {
-    const Clock::time_point due = std::max(m_due, Clock::now());
+    const BackgroundJob::Clock::time_point due = std::max(m_due, now());
     if (due >= deadline || stop.sleepUntil(due)) {
         return false;
     }
     m_due = due + framePause;
-    const Clock::time_point lost = std::min(deadline, due + maxLoss);
+    const BackgroundJob::Clock::time_point lost = std::min(deadline, due + maxLoss);
     while (!m_cameras.currentFrame(frame)) {
-        if (Clock::now() >= lost || stop.sleepUntil(Clock::now() + retryPause)) {
+        if (now() >= lost || stop.sleepUntil(now() + retryPause)) {
             return false;
         }
     }
     return true;
 }
 
-FaceFailure awaitFace(FaceCamera &camera, FaceEngine &engine, Clock::time_point deadline,
-                      const BackgroundJob::Stop &stop, FaceDescriptor *descriptor)
+FaceFailure awaitFace(FaceCamera &camera, FaceEngine &engine,
+                      BackgroundJob::Clock::time_point deadline, const BackgroundJob::Stop &stop,
+                      FaceDescriptor *descriptor)
 {
     FaceFailure failure = FaceFailure::NoCamera; // until the first frame
     cv::Mat frame;
@@ -73,16 +79,17 @@ FaceFailure awaitFace(FaceCamera &camera, FaceEngine &engine, Clock::time_point 
     return failure;
 }
 
-LivenessResult checkLiveness(FaceCamera &camera, FaceEngine &engine, Clock::time_point deadline,
+LivenessResult checkLiveness(FaceCamera &camera, FaceEngine &engine,
+                             BackgroundJob::Clock::time_point deadline,
                              const BackgroundJob::Stop &stop,
                              const std::function<void(const cv::Mat &)> &onFrame)
 {
     LivenessResult result;
     LivenessCheck check;
-    const Clock::time_point begin = Clock::now();
+    const BackgroundJob::Clock::time_point begin = now();
     cv::Mat frame;
     while (!result.passed && camera.next(frame, deadline, stop)) {
-        const std::chrono::duration<double> time = Clock::now() - begin;
+        const std::chrono::duration<double> time = now() - begin;
         if (onFrame) {
             onFrame(frame);
         }

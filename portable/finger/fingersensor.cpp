@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "portable/finger/fingersensor.h"
 
+#include "base/clock.h"
 #include "portable/base/failure.h"
 #include "portable/finger/fingerprint.h"
 #include "portable/picture/picturereader.h"
@@ -65,7 +66,7 @@ FingerSensor::FingerSensor(std::function<QString()> folder, std::function<QStrin
 FingerCapture FingerSensor::capture(BackgroundJob::Clock::time_point deadline,
                                     const BackgroundJob::Stop &stop) const
 {
-    using Clock = BackgroundJob::Clock;
+    base::Clock &clock = base::Clock::shared();
     FingerCapture capture = failedCapture(FingerCapture::NoFinger);
     QString why;
     do {
@@ -84,8 +85,8 @@ FingerCapture FingerSensor::capture(BackgroundJob::Clock::time_point deadline,
             prefixError(path, &why);
             capture = failedCapture(FingerCapture::Unreadable);
         }
-    } while (Clock::now() < deadline
-             && !stop.sleepUntil(std::min(deadline, Clock::now() + lookPause)));
+    } while (clock.now() < deadline
+             && !stop.sleepUntil(std::min(deadline, clock.now() + lookPause)));
     if (!stop.isRequested()) {
         qWarning().noquote() << "portable: fingerprint sensor: no finger:" << why;
     }
