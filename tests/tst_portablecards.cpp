@@ -405,6 +405,15 @@ private Q_SLOTS:
                 .with(selectCommand(credit), "9000")
                 .with(start, tlv("77", tlv("57", "0000009999999999D3001F")) + "9000");
         };
+        // The debit application behind that many others, which aren't on the card.
+        const auto behind = [&](int others) {
+            QByteArray entries;
+            for (int i = 0; i < others; ++i) {
+                entries += tlv("61", tlv("4F", "A0000000990000" + hexByte(i)));
+            }
+            return contact.with(recordCommand(1, 1),
+                                tlv("70", entries + tlv("61", tlv("4F", debit))) + "9000");
+        };
         const auto holder = [&](int number, const QByteArray &response) {
             return social.with(socialRecordCommand(number), response);
         };
@@ -429,6 +438,8 @@ private Q_SLOTS:
         row("no priority comes last",         ranked("", "870102"),                               bankFields);
         row("confirmation is no priority",    ranked("870182", "870181"),                         bankFields);
         row("equals keep their order",        ranked("", ""),                                     creditFields);
+        row("the twelfth application",        behind(11),                                         bankFields);
+        row("a thirteenth isn't tried",       behind(12),                                         "!it has no social security application (6A82)");
         row("correct length from the card",   numbered("").with(recordCommand(1, 3), "6C0F").with(recordCommand(1, 3).left(8) + "0F", tlv("70", tlv("5A", "0000001234567897") + "5F2403310731") + "9000"), bankFields);
         row("in two parts",                   contact.with(recordCommand(1, 3), "70105A08610E").with("00C000000E", "00000012345678975F24033107319000"), bankFields);
         row("no expiry",                      numbered("00000012345678"),                         numberOnly);
@@ -443,13 +454,14 @@ private Q_SLOTS:
         row("no digits",                      numbered("00000A1234567897"),                       noNumber);
         row("records refused",                contact.with(recordCommand(1, 3), "6982"),          noNumber);
         row("start refused",                  contactlessBankCard().with(start, "6985"),          "!its payment application doesn't start (6985)");
-        row("locator is cut off",             started.with(start, "80057C00100102" "9000"),       noNumber);
+        row("locator is cut off",             started.with(start, "80057C00180101" "9000"),       noNumber);
         row("locator of files 0 and 31",      started.with(start, "800A7C000001FF00F801FF009000"), noNumber);
         row("PDOL is longer than a command",  wanting("9F0281FF"),                                badPdol);
         row("PDOL is cut off",                wanting("9F029F"),                                  badPdol);
         row("social security",                social,                                             socialFields);
         row("a woman",                        holder(0x0A, "0A01329000"),                         changed("男", "女"));
         row("neither man nor woman",          holder(0x0A, "0A01399000"),                         changed(" sex=男", ""));
+        row("first nationality",              holder(0x0B, "0B01019000"),                         changed("蒙古", "汉"));
         row("last nationality",               holder(0x0B, "0B01569000"),                         changed("蒙古", "基诺"));
         row("nationality beyond the last",    holder(0x0B, "0B01579000"),                         changed(" nation=蒙古", ""));
         row("February 30th",                  holder(0x0D, "0D04199502309000"),                   changed("birthDate=1995-12-31 ", ""));
