@@ -26,7 +26,7 @@ QString pictureFile;
 void BM_compareFiles(benchmark::State &state)
 {
     FaceEngine engine([] { return models; });
-    if (engine.prepare() != FaceFailure::none) {
+    if (engine.prepare() != FaceFailure::None) {
         state.SkipWithError("no models");
         return;
     }

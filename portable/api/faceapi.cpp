@@ -2,6 +2,7 @@
 //
 // Faces and liveness. docs/faces.md documents the numbers and texts.
 
+#include "base/clock.h"
 #include "base/mainthread.h"
 #include "devicelib/biometrics.h"
 #include "portable/base/failure.h"
@@ -29,7 +30,7 @@ constexpr int shownQuality = 75;
 /// Logs a failure, if it is one; the engine logs its own.
 void logFaceFailure(const char *function, const QString &picture, FaceFailure failure)
 {
-    if (failure != FaceFailure::none && failure != FaceFailure::noEngine) {
+    if (failure != FaceFailure::None && failure != FaceFailure::NoEngine) {
         logFailure(function, picture + QStringLiteral(": ") + failureText(failure));
     }
 }
@@ -38,7 +39,7 @@ FaceFailure describeFile(const char *function, const char *path, FaceDescriptor 
 {
     FaceEngine &engine = FaceEngine::instance();
     FaceFailure failure = engine.prepare();
-    if (failure != FaceFailure::none) {
+    if (failure != FaceFailure::None) {
         return failure;
     }
     const QString name = QString::fromUtf8(path);
@@ -46,7 +47,7 @@ FaceFailure describeFile(const char *function, const char *path, FaceDescriptor 
     const cv::Mat picture = readPicture(name, &error, biometricLimits);
     if (picture.empty()) {
         logFailure(function, name + QStringLiteral(": ") + error);
-        return FaceFailure::unreadable;
+        return FaceFailure::Unreadable;
     }
     failure = engine.describe(picture, descriptor);
     logFaceFailure(function, name, failure);
@@ -56,13 +57,13 @@ FaceFailure describeFile(const char *function, const char *path, FaceDescriptor 
 FaceFailure describeLiveFrame(const char *function, FaceDescriptor *descriptor)
 {
     FaceFailure failure = FaceEngine::instance().prepare();
-    if (failure != FaceFailure::none) {
+    if (failure != FaceFailure::None) {
         return failure;
     }
     cv::Mat frame;
     failure = CameraSet::instance().currentFrame(frame)
         ? FaceEngine::instance().describe(frame, descriptor)
-        : FaceFailure::noCamera;
+        : FaceFailure::NoCamera;
     logFaceFailure(function, QStringLiteral("live picture"), failure);
     return failure;
 }
@@ -73,10 +74,10 @@ template <class First, class Second> int compare(First describeFirst, Second des
     FaceDescriptor first;
     FaceDescriptor second;
     FaceFailure failure = describeFirst(&first);
-    if (failure == FaceFailure::none) {
+    if (failure == FaceFailure::None) {
         failure = describeSecond(&second);
     }
-    return failure == FaceFailure::none ? faceScore(first, second) : int(failure);
+    return failure == FaceFailure::None ? faceScore(first, second) : int(failure);
 }
 
 int compareFiles(const char *function, const char *image1, const char *image2)
@@ -110,11 +111,11 @@ BackgroundJob &cameraJob()
  */
 bool beginWithCamera(const char *function, BackgroundJob::Work work)
 {
-    if (FaceEngine::instance().prepare() != FaceFailure::none) {
+    if (FaceEngine::instance().prepare() != FaceFailure::None) {
         return false;
     }
     if (!cameraJob().begin(std::move(work))) {
-        logFailure(function, failureText(FaceFailure::busy));
+        logFailure(function, failureText(FaceFailure::Busy));
         return false;
     }
     return true;
@@ -123,7 +124,7 @@ bool beginWithCamera(const char *function, BackgroundJob::Work work)
 /// The deadline for a timeout that a page gave in seconds; 0 or less means the usual one.
 BackgroundJob::Clock::time_point deadlineIn(int seconds)
 {
-    return BackgroundJob::Clock::now()
+    return base::Clock::shared().now()
         + std::chrono::seconds(seconds > 0 ? std::min(seconds, maxSeconds) : usualSeconds);
 }
 
@@ -164,9 +165,9 @@ QByteArray jpegText(const cv::Mat &frame)
 QByteArray resultText(const LivenessResult &result)
 {
     const QString message = result.passed         ? QStringLiteral("活体检测通过")
-        : result.failure == FaceFailure::noCamera ? QStringLiteral("摄像头不可用")
-        : result.failure == FaceFailure::noFace   ? QStringLiteral("未检测到人脸")
-        : result.failure != FaceFailure::none     ? QStringLiteral("人脸引擎不可用")
+        : result.failure == FaceFailure::NoCamera ? QStringLiteral("摄像头不可用")
+        : result.failure == FaceFailure::NoFace   ? QStringLiteral("未检测到人脸")
+        : result.failure != FaceFailure::None     ? QStringLiteral("人脸引擎不可用")
         : !result.hasBlinked                      ? QStringLiteral("未检测到眨眼")
                                                   : QStringLiteral("未检测到头部转动");
     const QJsonObject object{
@@ -225,8 +226,8 @@ qint64 lFaceFeatureMatch(const char *feature1, const char *feature2)
     FaceDescriptor first;
     FaceDescriptor second;
     if (!readFaceFeature(feature1, &first) || !readFaceFeature(feature2, &second)) {
-        logFailure(__func__, failureText(FaceFailure::noFeature));
-        return qint64(FaceFailure::noFeature);
+        logFailure(__func__, failureText(FaceFailure::NoFeature));
+        return qint64(FaceFailure::NoFeature);
     }
     return faceScore(first, second);
 }
@@ -237,7 +238,7 @@ bool bFaceFeatureGet(bool flag, const char *text1, const char *,
     FaceDescriptor face;
     const FaceFailure failure =
         flag ? describeFile(__func__, text1, &face) : describeLiveFrame(__func__, &face);
-    if (failure != FaceFailure::none) {
+    if (failure != FaceFailure::None) {
         return false;
     }
     onFeature(faceFeature(face).toBase64().constData(), context);
@@ -251,7 +252,7 @@ bool bFaceFeatureGetOnline(int a, int, void (*onFeature)(const char *feature, vo
         FaceDescriptor face;
         const FaceFailure failure = describeNextFace(function, a, stop, &face);
         const QByteArray feature =
-            failure == FaceFailure::none ? faceFeature(face).toBase64() : QByteArray("");
+            failure == FaceFailure::None ? faceFeature(face).toBase64() : QByteArray("");
         return [=] { base::postToMainThread([=] { onFeature(feature.constData(), nullptr); }); };
     });
 }
@@ -260,7 +261,7 @@ bool bFaceFeatureGetOnline(int a, int, void (*onFeature)(const char *feature, vo
 
 bool bLivingBodyDetect()
 {
-    if (FaceEngine::instance().prepare() != FaceFailure::none) {
+    if (FaceEngine::instance().prepare() != FaceFailure::None) {
         return false;
     }
     bool lives = false;
@@ -268,7 +269,7 @@ bool bLivingBodyDetect()
     if (!cameraJob().run([&](const BackgroundJob::Stop &stop) {
             lives = livesBeforeCamera(function, blockingSeconds, stop);
         })) {
-        logFailure(function, failureText(FaceFailure::busy));
+        logFailure(function, failureText(FaceFailure::Busy));
     }
     return lives;
 }
@@ -291,7 +292,7 @@ bool AutoLivingBody(void (*onData)(const char *data, int length, int kind))
         const auto send = [onData](const QByteArray &text, int kind) {
             onData(text.constData(), text.size(), kind);
         };
-        FaceCamera camera(CameraSet::instance(), FaceCamera::Former::isClosed);
+        FaceCamera camera(CameraSet::instance(), FaceCamera::Preview::Close);
         const LivenessResult result =
             checkLiveness(camera, FaceEngine::instance(), deadlineIn(autoLivingBodySeconds), stop,
                           [&](const cv::Mat &frame) { send(jpegText(frame), 0); });

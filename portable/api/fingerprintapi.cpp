@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+#include "base/clock.h"
 #include "base/mainthread.h"
 #include "devicelib/biometrics.h"
 #include "portable/base/deviceini.h"
@@ -62,7 +63,7 @@ void fingerCaptureRawData(int timeoutMs,
             onCapture(capture.image, capture.feature, capture.score, capture.message, context);
         });
     };
-    const auto deadline = BackgroundJob::Clock::now()
+    const auto deadline = base::Clock::shared().now()
         + (timeoutMs > 0 ? std::min(std::chrono::milliseconds(timeoutMs), longestTimeout)
                          : usualTimeout);
     const bool begun = sensorJob().begin([=](const BackgroundJob::Stop &stop) {
@@ -71,7 +72,7 @@ void fingerCaptureRawData(int timeoutMs,
     });
     if (!begun) {
         logFailure(__func__, QStringLiteral("the sensor is already waiting for a finger"));
-        answer(failedCapture(FingerCapture::busy));
+        answer(failedCapture(FingerCapture::Busy));
     }
 }
 

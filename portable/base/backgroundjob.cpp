@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "portable/base/backgroundjob.h"
 
+#include "base/clock.h"
 #include "portable/base/failure.h"
 
 #include <QCoreApplication>
@@ -38,7 +39,8 @@ bool BackgroundJob::Stop::isRequested() const
 bool BackgroundJob::Stop::sleepUntil(Clock::time_point time) const
 {
     std::unique_lock<std::mutex> lock(m_job.m_mutex);
-    return m_job.m_changed.wait_until(lock, time, [this] { return m_job.m_stop; });
+    return base::Clock::shared().waitUntil(m_job.m_changed, lock, time,
+                                           [this] { return m_job.m_stop; });
 }
 
 bool BackgroundJob::begin(Work work)

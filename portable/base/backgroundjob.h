@@ -28,7 +28,10 @@ public:
         }
         bool isRequested() const;
 
-        /// Waits until then or until the end is requested. \return whether it is requested
+        /**
+         * Waits until then, by base::Clock::shared(), or until the end is requested.
+         * \return whether it is requested
+         */
         bool sleepUntil(Clock::time_point time) const;
 
     private:

@@ -17,7 +17,7 @@ namespace {
 
 constexpr CardKind kinds[] = {CardKind::Identity, CardKind::SocialSecurity, CardKind::Bank,
                               CardKind::Ic};
-constexpr qint64 largestFile = 1 << 20; // card or photo, in bytes; pages get it in one text
+constexpr qint64 maxFileSize = 1 << 20; // card or photo, in bytes; pages get it in one text
 
 QStringList requiredFields(CardKind kind)
 {
@@ -39,8 +39,8 @@ QStringList requiredFields(CardKind kind)
 }
 
 /**
- * Reads a file of the folder, never one outside of it.
- * \return null, with a line in the log, when that can't be done
+ * Reads a file in the folder, never one outside it.
+ * \return null on failure, with the reason in the log
  */
 QByteArray contentOf(const QString &folder, const QString &name)
 {
@@ -52,7 +52,7 @@ QByteArray contentOf(const QString &folder, const QString &name)
     }
     if (!real.startsWith(QDir(folder).canonicalPath() + QLatin1Char('/'))
         || !QFileInfo(real).isFile()) {
-        logFailure(path, QStringLiteral("it is no file of the folder of cards"));
+        logFailure(path, QStringLiteral("it is not a file in the card folder"));
         return {};
     }
     QFile file(real);
@@ -60,12 +60,12 @@ QByteArray contentOf(const QString &folder, const QString &name)
         logFailure(path, file.errorString());
         return {};
     }
-    const QByteArray content = file.read(largestFile + 1);
-    if (content.isEmpty() || content.size() > largestFile) {
+    const QByteArray content = file.read(maxFileSize + 1);
+    if (content.isEmpty() || content.size() > maxFileSize) {
         logFailure(path,
                    content.isEmpty()
                        ? QStringLiteral("it is empty")
-                       : QStringLiteral("it is larger than %1 bytes").arg(largestFile));
+                       : QStringLiteral("it is larger than %1 bytes").arg(maxFileSize));
         return {};
     }
     return content;
@@ -78,7 +78,7 @@ struct CardFile
     QJsonObject fields;
 };
 
-/// Reads a card file of any kind; null, with a line in the log, when it is none.
+/// Reads a card file of any kind; nothing on failure, with the reason in the log.
 std::optional<CardFile> parse(const QString &folder, const QString &name)
 {
     const QByteArray content = contentOf(folder, name);
@@ -91,8 +91,8 @@ std::optional<CardFile> parse(const QString &folder, const QString &name)
     if (!document.isObject()) {
         logFailure(path,
                    error.error == QJsonParseError::NoError
-                       ? QStringLiteral("it is no JSON object")
-                       : QStringLiteral("broken JSON at byte %1: %2")
+                       ? QStringLiteral("it is not a JSON object")
+                       : QStringLiteral("invalid JSON at byte %1: %2")
                              .arg(error.offset)
                              .arg(error.errorString()));
         return {};
@@ -103,11 +103,11 @@ std::optional<CardFile> parse(const QString &folder, const QString &name)
             return CardFile{name, kind, document.object()};
         }
     }
-    logFailure(path, QStringLiteral("its \"type\" is none of the kinds of cards"));
+    logFailure(path, QStringLiteral("its \"type\" is not a kind of card"));
     return {};
 }
 
-/// The first card file of the kind by name.
+/// The first card file of this kind, in the order of their names.
 std::optional<CardFile> firstOf(const QString &folder, CardKind kind)
 {
     const QStringList names = QDir(folder).entryList({QStringLiteral("*.json")},
@@ -121,20 +121,20 @@ std::optional<CardFile> firstOf(const QString &folder, CardKind kind)
     return {};
 }
 
-/// 4 to 10 bytes in hexadecimal digits, as readers give the number of a chip.
+/// 4 to 10 bytes in hexadecimal digits, as readers report the serial number of a chip.
 bool isSerial(const QString &text)
 {
     const QByteArray bytes = QByteArray::fromHex(text.toLatin1());
     return bytes.size() >= 4 && bytes.size() <= 10 && bytes.toHex() == text.toLatin1().toLower();
 }
 
-/// Whether the card has what its kind needs; a line in the log when not.
+/// Whether the card has all fields of its kind; logs what is missing.
 bool isComplete(const QString &folder, const CardFile &card)
 {
     const QString path = QDir(folder).absoluteFilePath(card.name);
     for (const QString &field : requiredFields(card.kind)) {
         if (card.fields.value(field).toString().isEmpty()) {
-            logFailure(path, QStringLiteral("\"%1\" is missing, or no text").arg(field));
+            logFailure(path, QStringLiteral("\"%1\" is missing or not a text").arg(field));
             return false;
         }
     }
@@ -146,7 +146,7 @@ bool isComplete(const QString &folder, const CardFile &card)
     return true;
 }
 
-/// Puts the picture in the place of its file's name, where the card has one.
+/// Replaces the photo's file name with its content as base64, if the card has a photo.
 bool loadPhoto(const QString &folder, QJsonObject *fields)
 {
     const QLatin1String key("photo");
@@ -159,7 +159,7 @@ bool loadPhoto(const QString &folder, QJsonObject *fields)
     return !photo.isNull();
 }
 
-/// The card file on the reader; none, with a line in the log, without one.
+/// The card on the simulated reader; nothing without one, with the reason in the log.
 std::optional<CardFile> cardOnReader(const QString &folder, CardKind kind, const CardConfig &config,
                                      CardStatus *status)
 {
@@ -172,7 +172,7 @@ std::optional<CardFile> cardOnReader(const QString &folder, CardKind kind, const
     const bool isOwn = own != config.files.end();
     const QString name = isOwn ? own->second : config.commonFile;
     if (name == QLatin1String("none")) {
-        return none(QStringLiteral("devices.ini says so"));
+        return none(QStringLiteral("devices.ini sets it to \"none\""));
     }
     if (name.isEmpty()) {
         auto card = firstOf(folder, kind);
@@ -181,7 +181,7 @@ std::optional<CardFile> cardOnReader(const QString &folder, CardKind kind, const
     *status = CardStatus::Unreadable;
     auto card = parse(folder, name);
     if (card && card->kind != kind) {
-        return none(QStringLiteral("the card %1 is of another kind").arg(name));
+        return none(name + QStringLiteral(" is another kind of card"));
     }
     return card;
 }
@@ -206,7 +206,7 @@ CardReaderChoice readerChoice(const IniFile &ini)
     return CardReaderChoice::Auto;
 }
 
-/// The name of a card file; empty where the file says nothing, or "auto".
+/// The card file that a key names; empty without the key and for "auto".
 QString fileName(const IniFile &ini, const QString &key)
 {
     const QString text = ini.text(QStringLiteral("cards/") + key);
@@ -232,7 +232,7 @@ CardConfig readCardConfig(const QString &path)
         }
     }
     for (const QString &key : qAsConst(others)) {
-        ini.logProblem(QStringLiteral("there is no \"%1\" among the cards").arg(key));
+        ini.logProblem(QStringLiteral("unknown key cards/") + key);
     }
     return config;
 }

@@ -47,7 +47,7 @@ QStringList findCommand()
     return {};
 }
 
-/// Starts a program without waiting for it; it is our child, whose end waitpid tells.
+/// Starts a program without waiting for its end; the caller reaps it with waitpid.
 bool start(const QStringList &command, pid_t *process)
 {
     std::vector<QByteArray> words;
@@ -81,16 +81,16 @@ QString prompt(int number)
 bool speak(const QString &text)
 {
     static std::mutex mutex;
-    static pid_t speaker = 0; // process of the last prompt, 0: has ended; guarded by mutex
+    static pid_t speech = 0; // process of the last prompt, 0 once it has ended; guarded by mutex
     const std::lock_guard<std::mutex> lock(mutex);
-    if (speaker > 0 && ::waitpid(speaker, nullptr, WNOHANG) == 0) {
-        return logUnspoken(QStringLiteral("the one before is still being spoken"));
+    if (speech > 0 && ::waitpid(speech, nullptr, WNOHANG) == 0) {
+        return logUnspoken(QStringLiteral("the previous one is still being spoken"));
     }
-    speaker = 0;
+    speech = 0;
     const QStringList command = findCommand();
     return command.isEmpty()
         ? logUnspoken(QStringLiteral("neither espeak-ng nor spd-say is installed"))
-        : start(command + QStringList{text}, &speaker);
+        : start(command + QStringList{text}, &speech);
 }
 
 } // namespace portable
