@@ -78,11 +78,6 @@ export class Server {
     await ended;
   }
 
-  async restart() {
-    await this.kill();
-    await this.start();
-  }
-
   /** Kills it and removes its folder. */
   async end() {
     await this.kill();
