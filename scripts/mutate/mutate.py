@@ -312,8 +312,9 @@ def build_with_faults(faults, options, tracked, tests):
             return picked
         bad = faults_of_errors(done.stdout, picked)
         if not bad:
+            lines = done.stdout.splitlines()
             fail('the copy does not build, and not because of a fault:\n' + '\n'.join(
-                line for line in done.stdout.splitlines() if 'error' in line or 'FAILED' in line))
+                [line for line in lines if 'error' in line or 'FAILED' in line] + lines[-20:]))
         print(f'{len(bad)} of {len(picked)} faults do not compile, others take their place',
               flush=True)
         dropped.update(f['key'] for f in bad)
