@@ -1,5 +1,6 @@
 # SPDX-License-Identifier: MIT
-# What run.sh, test.sh and bench.sh share; they source it from the root of the tree.
+# shellcheck shell=bash
+# What run.sh, test.sh and the other scripts share; they source it from the root of the tree.
 set -eu
 
 say() { printf '==> %s\n' "$*"; }
@@ -46,7 +47,7 @@ choose_platform() {
     fi
     if [ -z "${XDG_RUNTIME_DIR:-}" ]; then
         XDG_RUNTIME_DIR="${TMPDIR:-/tmp}/runtime-$(id -u)"
-        mkdir -p -m 700 "$XDG_RUNTIME_DIR"
+        (umask 077 && mkdir -p "$XDG_RUNTIME_DIR")
         export XDG_RUNTIME_DIR
     fi
 }
