@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # SPDX-License-Identifier: MIT
-# Installs missing packages, builds, runs every test.
+# Installs missing packages, checks layout and includes, builds, runs every test.
 cd "$(dirname "$0")"
 . scripts/common.sh
 
@@ -9,9 +9,11 @@ usage() {
 usage: ./test.sh [option]
 
 Installs missing Debian packages (as root or with sudo) and the npm packages of the web tests
-(tests/web/), builds, and runs the tests.
+(tests/web/), checks the layout of the sources and the direction of their includes, builds, and
+runs the tests.
 
   --sanitizers   also run them with the address and thread sanitizers
+  --lint         run clang-tidy, shellcheck and style checks instead; any finding fails
   --no-install   do not install Debian or npm packages
   --help         show this text
 
@@ -20,20 +22,29 @@ TEXT
 }
 
 install=yes
+lint=no
 builds=release
 for option in "$@"; do
     case "$option" in
     --sanitizers) builds="release asan tsan" ;;
+    --lint) lint=yes ;;
     --no-install) install=no ;;
     --help | -h) usage; exit 0 ;;
     *) usage >&2; exit 2 ;;
     esac
 done
 
+if [ "$lint" = yes ]; then
+    [ "$install" = no ] || install_packages build bench lint
+    exec scripts/lint.sh
+fi
 if [ "$install" = yes ]; then
-    install_packages build run test
+    install_packages build run test format
     install_npm_packages
 fi
+say "checking layout and includes"
+scripts/format.sh --check
+scripts/check-includes.sh
 choose_platform
 for name in $builds; do
     case "$name" in

@@ -1,5 +1,6 @@
 # SPDX-License-Identifier: MIT
-# Functions shared by run.sh, test.sh and bench.sh, which source it from the root of the tree.
+# shellcheck shell=bash
+# Functions shared by the scripts, which source it from the root of the tree.
 set -eu
 
 say() { printf '==> %s\n' "$*"; }
@@ -46,7 +47,7 @@ choose_platform() {
     fi
     if [ -z "${XDG_RUNTIME_DIR:-}" ]; then
         XDG_RUNTIME_DIR="${TMPDIR:-/tmp}/runtime-$(id -u)"
-        mkdir -p -m 700 "$XDG_RUNTIME_DIR"
+        (umask 077 && mkdir -p "$XDG_RUNTIME_DIR")
         export XDG_RUNTIME_DIR
     fi
 }

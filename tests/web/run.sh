@@ -3,7 +3,7 @@
 # usage: run.sh [file...]
 # Runs web tests, all by default, one file at a time: there is only one port 1818. Exits with 77, which
 # ctest takes as skipped, when something they need is not installed.
-cd "$(dirname "$0")"
+cd "$(dirname "$0")" || exit
 skip() { echo "web tests skipped: $*"; exit 77; }
 command -v node >/dev/null || skip "there is no node"
 [ "$(node -p 'Number(process.versions.node.split(".")[0]) >= 18')" = true ] || skip "node $(node -v) is too old"
