@@ -6,6 +6,9 @@ cd "$(dirname "$0")/.."
 
 build=build/lint # only configured: clang-tidy needs the compile commands and what moc makes
 findings=0
+for program in clang-tidy shellcheck python3 git; do
+    command -v "$program" >/dev/null || fail "$program is not installed"
+done
 say "configuring $build"
 cmake -S . -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=Debug -DBUILD_BENCH=ON --log-level=WARNING \
     -DCMAKE_EXPORT_COMPILE_COMMANDS=ON -DCMAKE_AUTOGEN_ORIGIN_DEPENDS=OFF >/dev/null

@@ -103,11 +103,11 @@ def configure():
     BUILD.mkdir(parents=True, exist_ok=True)
     switch = WORK / 'mutant.o'
     subprocess.run(['c++', '-O1', '-fPIC', '-c', HERE / 'mutant.cpp', '-o', switch], check=True)
-    flags = f'-w -include {HERE}/mutant.h'
+    flags = f'-w -include "{HERE}/mutant.h"'
     command = ['cmake', '-S', COPY, '-B', BUILD, '-G', 'Ninja', '--log-level=WARNING',
                '-DCMAKE_BUILD_TYPE=Mutate', '-DCMAKE_EXPORT_COMPILE_COMMANDS=ON',
                f'-DCMAKE_CXX_FLAGS={flags}', '-DCMAKE_CXX_FLAGS_MUTATE=-O1 -DNDEBUG',
-               f'-DCMAKE_CXX_STANDARD_LIBRARIES={switch}']
+               f'-DCMAKE_CXX_STANDARD_LIBRARIES="{switch}"']
     if subprocess.run(command, stdout=subprocess.DEVNULL).returncode:
         fail('the copy can not be configured')
     models = next(ROOT.glob('build/*/models'), None)
