@@ -166,10 +166,10 @@ private Q_SLOTS:
         const QString file = folder + line("/文件 1") + extension;
         const QStringList arguments =
             extension == line(".tif") ? QStringList{line("-D"), file} : QStringList{file};
-        const QByteArray told =
+        const QByteArray output =
             outputOf(extension == line(".tif") ? "tiffinfo" : "exiftool", arguments).simplified();
         for (const QString &fact : facts.split(QLatin1Char('|'))) {
-            QVERIFY2(told.contains(fact.toUtf8()), told.constData());
+            QVERIFY2(output.contains(fact.toUtf8()), output.constData());
         }
         QString error;
         const cv::Mat picture = readPicture(file, &error);
@@ -390,7 +390,7 @@ private Q_SLOTS:
         QCOMPARE(iGetResolutionX(2), 800);
         bSetMode(0);
         vSetResolutionEx(2, 6); // on the running camera
-        QTRY_COMPARE(saved().size(), cv::Size(640, 480)); // the scene is painted anew
+        QTRY_COMPARE(saved().size(), cv::Size(640, 480)); // the scene is repainted
         m_log->takeLines();
         for (int index : {-1, 7, INT_MIN, INT_MAX}) {
             vSetResolutionEx(2, index);
@@ -560,6 +560,7 @@ private Q_SLOTS:
     {
         std::atomic<int> failed{0};
         std::vector<std::thread> threads;
+        threads.reserve(3);
         for (int thread = 0; thread < 3; ++thread) {
             threads.emplace_back([&, thread] {
                 const QByteArray name = QByteArray::number(thread % 2);

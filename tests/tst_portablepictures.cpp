@@ -61,7 +61,7 @@ cv::Mat textPage(const cv::Size &size, double degrees)
     const double tangent = std::tan(degrees * CV_PI / 180);
     for (int y = size.height / 8; y < size.height * 7 / 8; y += 28) {
         for (int x = size.width / 8; x < size.width * 7 / 8; x += random.uniform(14, 40)) {
-            const int top = y + cvRound(tangent * (x - size.width / 2));
+            const int top = y + cvRound(tangent * (x - size.width / 2.0));
             cv::rectangle(page, {x, top, 10, 12}, cv::Scalar(30, 30, 30), cv::FILLED);
         }
     }

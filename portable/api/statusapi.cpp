@@ -48,7 +48,7 @@ char *sGetSerialNum()
         node.isEmpty() ? QString() : portable::usbDeviceOfVideoNode(node).serialNumber;
     if (number.isEmpty()) {
         const QString reason = node.isEmpty() ? QStringLiteral("it is no device of this machine")
-                                              : node + QStringLiteral(" tells none");
+                                              : node + QStringLiteral(" has none");
         portable::logFailure(__func__,
                              QStringLiteral("%1 has no serial number: %2")
                                  .arg(portable::cameraName(camera), reason));

@@ -19,7 +19,7 @@ IniFile::IniFile(const QString &path)
 QStringList IniFile::keys(const QString &group)
 {
     m_settings.beginGroup(group);
-    const QStringList result = m_settings.childKeys();
+    QStringList result = m_settings.childKeys();
     m_settings.endGroup();
     return result;
 }
