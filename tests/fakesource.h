@@ -61,7 +61,11 @@ public:
         if (m_free == 0 || !m_failure.isEmpty()) {
             return 0;
         }
-        m_free -= m_free > 0 ? 1 : 0;
+        if (m_free > 0) {
+            --m_free;
+        } else {
+            m_changed.wait_for(lock, std::chrono::milliseconds(1)); // hardware takes time
+        }
         return ++m_number;
     }
 
@@ -87,7 +91,7 @@ private:
 class FakeSource : public portable::FrameSource
 {
 public:
-    explicit FakeSource(std::shared_ptr<FakeDevice> device, double framesPerSecond = 1000)
+    explicit FakeSource(std::shared_ptr<FakeDevice> device, double framesPerSecond = 0)
         : m_device(std::move(device))
         , m_framesPerSecond(framesPerSecond)
     {

@@ -69,6 +69,17 @@ struct Studio
         QVERIFY(clock.waitForWaiter());
     }
 
+    /// Resumes the recording; returns when its thread has noticed.
+    bool resume()
+    {
+        clock.takeWaits();
+        const bool done = recorder.resume();
+        while (done && clock.takeWaits().empty()) {
+            std::this_thread::yield();
+        }
+        return done;
+    }
+
     ManualClock clock;
     std::shared_ptr<FakeDevice> device = std::make_shared<FakeDevice>();
     CameraSet cameras{[this](int, QString *) { return std::make_unique<FakeSource>(device); }};
@@ -280,8 +291,10 @@ private Q_SLOTS:
         }
         studio.recorder.finish();
         const QList<int> greys = greysOf(path("a.mp4"));
-        QVERIFY2(areNear(greys, expected), textOf(greys));
-        const int different = int(std::set<int>(expected.begin(), expected.end()).size());
+        QVERIFY2(areNear(greys, expected), textOf(greys).constData());
+        // The first frame counts again where it is repeated.
+        const auto different = std::set<int>(expected.begin(), expected.end()).size()
+            + (expected[0] == expected[1] ? 1 : 0);
         QVERIFY(
             m_log->lines().last().endsWith(line("1.2 s, %1 different pictures").arg(different)));
     }
@@ -318,7 +331,7 @@ private Q_SLOTS:
         QVERIFY(studio.clock.waitForWaiter());
         QVERIFY(recorder.isRecording());
         studio.show(150);
-        QVERIFY(recorder.resume());
+        QVERIFY(studio.resume());
         studio.record(10);
         QVERIFY(recorder.pause());
         studio.clock.advance(1h);
@@ -327,7 +340,7 @@ private Q_SLOTS:
         QVERIFY(!recorder.stop());
         const QList<int> greys = greysOf(path("a.avi"));
         const QList<int> expected = QVector<int>(20, 50).toList() + QVector<int>(10, 150).toList();
-        QVERIFY2(areNear(greys, expected), textOf(greys));
+        QVERIFY2(areNear(greys, expected), textOf(greys).constData());
     }
 
     void goesOnWhileCamerasChange()
@@ -378,7 +391,7 @@ private Q_SLOTS:
         studio.cameras.stopMain();
         studio.clock.advance(40ms);
         QTRY_VERIFY(!studio.recorder.isRecording());
-        QCOMPARE(play(path("a.mp4")).size(), size_t(6));
+        QCOMPARE(play(path("a.mp4")).size(), size_t(5));
     }
 
     void refusals_data()
@@ -447,7 +460,7 @@ private Q_SLOTS:
         const Rows<int, bool, bool> row("bytes", "starts", "leavesFile");
         row("at the start", 100, false, false);
         row("before a second is written", 900, true, false);
-        row("later", 20000, true, true);
+        row("later", 5000, true, true);
     }
 
     void fullDisk()
@@ -460,7 +473,7 @@ private Q_SLOTS:
             const FileSizeLimit full{rlim_t(bytes)};
             QCOMPARE(studio.recorder.start(path("a"), VideoFormat::Standard), starts);
             studio.clock.runFree();
-            QTRY_VERIFY(!studio.recorder.isRecording());
+            QTRY_VERIFY_WITH_TIMEOUT(!studio.recorder.isRecording(), 60000);
         }
         QCOMPARE(m_log->lines().last(),
                  line(starts ? "the recording broke off: " : "recording doesn't start: ")
@@ -525,7 +538,8 @@ private Q_SLOTS:
         callers.stop();
         studio.recorder.finish();
         QVERIFY(!studio.recorder.isRecording());
-        QVERIFY(!play(path("a.avi")).empty() || !play(path("b.avi")).empty());
+        const QString last = everythingIn(m_folder->path()).value(0);
+        QVERIFY(Probe(path(last)).frames > 0);
     }
 };
 

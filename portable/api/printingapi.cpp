@@ -32,7 +32,7 @@ template <class MakeJob> bool printCopies(const char *function, int copies, Make
     });
 }
 
-bool printFile(const char *function, const QString &path, int copies, bool isGray)
+bool printFile(const char *function, const QString &path, int copies, bool isGrey)
 {
     return printCopies(function, copies, [&](PrintJob &job) {
         QString error;

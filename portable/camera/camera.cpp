@@ -94,7 +94,7 @@ void Camera::run()
     for (;;) {
         const double rate = m_source->framesPerSecond();
         const auto interval = std::chrono::duration<double>(rate > 0 ? 1 / rate : 0);
-        // A late frame doesn't make the next one early.
+        // Missed frames aren't made up for.
         due = std::max(due + std::chrono::duration_cast<base::Clock::Duration>(interval),
                        m_clock.now());
         QString error;

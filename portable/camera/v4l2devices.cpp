@@ -28,7 +28,7 @@ template <size_t size> QString text(const __u8 (&field)[size])
 }
 
 /// First line of a sysfs file; empty when absent.
-QString sysfs(const QString &path)
+QString firstLine(const QString &path)
 {
     QFile file(path);
     return file.open(QIODevice::ReadOnly) ? QString::fromUtf8(file.readLine()).trimmed()
@@ -36,18 +36,18 @@ QString sysfs(const QString &path)
 }
 
 /// Fills in the device of a node. \return false when it isn't a camera
-bool describe(V4l2Device &device)
+bool describe(V4l2Device &device, const QString &sysfs)
 {
     const QString classFolder =
-        QStringLiteral("/sys/class/video4linux/") + QFileInfo(device.path).fileName();
-    const UsbDevice usb = usbDeviceOfVideoNode(device.path);
+        sysfs + QStringLiteral("/class/video4linux/") + QFileInfo(device.path).fileName();
+    const UsbDevice usb = usbDeviceOfVideoNode(device.path, sysfs);
     device.usbIds =
         usb.vendorId.isEmpty() ? QString() : usb.vendorId + QLatin1Char(':') + usb.productId;
     const V4l2Node node(device.path);
     if (!node.isOpen()) {
         // Its capabilities are unknown, but a camera's first node is the capture node.
-        device.name = sysfs(classFolder + QStringLiteral("/name"));
-        return sysfs(classFolder + QStringLiteral("/index")) == QLatin1String("0");
+        device.name = firstLine(classFolder + QStringLiteral("/name"));
+        return firstLine(classFolder + QStringLiteral("/index")) == QLatin1String("0");
     }
     auto capability = zeroed<v4l2_capability>();
     if (!node.ioctl(VIDIOC_QUERYCAP, capability)) {
@@ -128,7 +128,12 @@ QString V4l2Device::label() const
 
 V4l2Devices listV4l2Devices()
 {
-    const QDir folder(QStringLiteral("/dev"));
+    return v4l2DevicesIn(QStringLiteral("/dev"), QStringLiteral("/sys"));
+}
+
+V4l2Devices v4l2DevicesIn(const QString &dev, const QString &sysfs)
+{
+    const QDir folder(dev);
     QStringList names = folder.entryList({QStringLiteral("video*")}, QDir::System);
     std::sort(names.begin(), names.end(), [](const QString &a, const QString &b) {
         return std::make_pair(nodeNumber(a), a) < std::make_pair(nodeNumber(b), b);
@@ -137,7 +142,7 @@ V4l2Devices listV4l2Devices()
     for (const QString &name : qAsConst(names)) {
         V4l2Device device;
         device.path = folder.filePath(name);
-        if (describe(device)) {
+        if (describe(device, sysfs)) {
             devices.push_back(device);
         }
     }

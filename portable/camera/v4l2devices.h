@@ -30,6 +30,9 @@ using V4l2Lister = std::function<V4l2Devices()>;
  */
 V4l2Devices listV4l2Devices();
 
+/// The same with other folders in place of /dev and /sys.
+V4l2Devices v4l2DevicesIn(const QString &dev, const QString &sysfs);
+
 /**
  * The camera that a source text refers to.
  * \param text  path of the node or of a link to it, or part of the name or of vid:pid

@@ -33,6 +33,21 @@ bool hasFrame(const cv::VideoCapture &capture, int64 waitNs)
 
 } // namespace
 
+std::vector<CaptureProperty> captureProperties(const V4l2Formats &formats, const cv::Size &wanted)
+{
+    std::vector<CaptureProperty> properties;
+    if (formats.hasMjpeg) { // the full rate at large sizes needs it, set before the size
+        properties.emplace_back(cv::CAP_PROP_FOURCC, cv::VideoWriter::fourcc('M', 'J', 'P', 'G'));
+    }
+    const cv::Size size = chooseSize(formats.sizes, wanted);
+    if (!size.empty()) {
+        properties.emplace_back(cv::CAP_PROP_FRAME_WIDTH, size.width);
+        properties.emplace_back(cv::CAP_PROP_FRAME_HEIGHT, size.height);
+    }
+    properties.emplace_back(cv::CAP_PROP_FPS, requestedFramesPerSecond);
+    return properties;
+}
+
 V4l2Source::V4l2Source(const QString &text, V4l2Lister lister)
     : m_text(text)
     , m_lister(std::move(lister))
@@ -77,17 +92,9 @@ bool V4l2Source::open(const cv::Size &wanted, QString *error)
         *error = obstacleOr(device.path, QStringLiteral("it can't be opened as a camera"));
         return false;
     }
-    const V4l2Formats formats = v4l2Formats(device.path);
-    if (formats
-            .hasMjpeg) { // required for the full rate at large sizes; must be set before the size
-        m_capture.set(cv::CAP_PROP_FOURCC, cv::VideoWriter::fourcc('M', 'J', 'P', 'G'));
+    for (const auto &[property, value] : captureProperties(v4l2Formats(device.path), wanted)) {
+        m_capture.set(property, value);
     }
-    const cv::Size size = chooseSize(formats.sizes, wanted);
-    if (!size.empty()) {
-        m_capture.set(cv::CAP_PROP_FRAME_WIDTH, size.width);
-        m_capture.set(cv::CAP_PROP_FRAME_HEIGHT, size.height);
-    }
-    m_capture.set(cv::CAP_PROP_FPS, requestedFramesPerSecond);
     m_hasDelivered = false;
     return true;
 }

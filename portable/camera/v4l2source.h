@@ -9,8 +9,16 @@
 #include <opencv2/videoio.hpp>
 
 #include <memory>
+#include <utility>
+#include <vector>
 
 namespace portable {
+
+/// A property of cv::VideoCapture and its value.
+using CaptureProperty = std::pair<int, double>;
+
+/// The properties to set when a camera is opened, in this order.
+std::vector<CaptureProperty> captureProperties(const V4l2Formats &formats, const cv::Size &wanted);
 
 /// A V4L2 camera.
 class V4l2Source : public FrameSource

@@ -220,13 +220,6 @@ bool isRepeatableRedirect(int status)
     return status == 301 || status == 307 || status == 308;
 }
 
-/// Never from https to http.
-bool mayFollow(const QUrl &from, const QUrl &to)
-{
-    const QString secure = QStringLiteral("https");
-    return isHttp(to) && (from.scheme() != secure || to.scheme() == secure);
-}
-
 QString refusal(int status, const QUrl &redirection)
 {
     const QString text = QStringLiteral("the server answered with HTTP status %1").arg(status);
@@ -246,7 +239,7 @@ UploadResult run(Transfer &transfer, QUrl address)
         const int status = transfer.status();
         const QUrl redirection = transfer.redirection();
         if (isRepeatableRedirect(status) && redirects < maxRedirects
-            && mayFollow(address, redirection)) {
+            && mayFollowRedirection(address, redirection)) {
             address = redirection;
             continue;
         }
@@ -325,6 +318,12 @@ QUrl uploadAddress(const QString &host, const QString &page, long port, QString 
         return {};
     }
     return address;
+}
+
+bool mayFollowRedirection(const QUrl &from, const QUrl &to)
+{
+    const QString secure = QStringLiteral("https");
+    return isHttp(to) && (from.scheme() != secure || to.scheme() == secure);
 }
 
 UploadFields uploadFields(const QString &text)

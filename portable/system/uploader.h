@@ -57,6 +57,9 @@ UploadResult upload(const UploadRequest &request, const UploadLimits &limits = {
  */
 QUrl uploadAddress(const QString &host, const QString &page, long port, QString *error);
 
+/// Whether an upload may follow a redirection: to http or https, but never from https to http.
+bool mayFollowRedirection(const QUrl &from, const QUrl &to);
+
 /// Parses "key=value&key=value", percent-encoded, with a literal "+". Skips items without a key.
 UploadFields uploadFields(const QString &text);
 
