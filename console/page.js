@@ -87,10 +87,10 @@ byId('try-now').addEventListener('click', openTyped);
 
 /**
  * Sends a text and logs it with its outcome.
- * @param told  called as by Exchanges, or with ('sent') if no answer is expected
+ * @param report  called as by Exchanges, or with ('sent') if no answer is expected
  * @returns whether it was sent
  */
-function send(text, told = () => {}) {
+function send(text, report = () => {}) {
   if (!connection.send(text))
     return false;
   const name = commandName(text);
@@ -101,10 +101,10 @@ function send(text, told = () => {}) {
   if (answered)
     exchanges.sent(name, (what, ...more) => {
       log.update(entry, outcomeOf(what, name, hint));
-      told(what, ...more);
+      report(what, ...more);
     });
   else
-    told('sent');
+    report('sent');
   return true;
 }
 
@@ -118,21 +118,21 @@ function outcomeOf(what, name, hint) {
 /** Sends, and returns a promise of { outcome, result, milliseconds }; outcome may be 'offline'. */
 function ask(text) {
   return new Promise((resolve) => {
-    const told = (outcome, result, milliseconds) => resolve({ outcome, result, milliseconds });
-    if (!send(text, told))
-      told('offline');
+    const report = (outcome, result, milliseconds) => resolve({ outcome, result, milliseconds });
+    if (!send(text, report))
+      report('offline');
   });
 }
 
 /** Like ask(), but without logging. */
 function askQuietly(text) {
   return new Promise((resolve) => {
-    const told = (outcome, result, milliseconds) => resolve({ outcome, result, milliseconds });
+    const report = (outcome, result, milliseconds) => resolve({ outcome, result, milliseconds });
     if (!connection.send(text)) {
-      told('offline');
+      report('offline');
       return;
     }
-    exchanges.sent(commandName(text), told, true);
+    exchanges.sent(commandName(text), report, true);
   });
 }
 
@@ -210,7 +210,7 @@ byId('stop').addEventListener('click', () => send('bStopPlay()'));
 byId('frame-size').addEventListener('change', () => {
   if (byId('frame-size').value)
     send(`vSetPreViewSize(${byId('frame-size').value})`);
-  byId('frame-size').value = ''; // the frames tell their size
+  byId('frame-size').value = ''; // the frames show their size
 });
 byId('zoom-in').addEventListener('click', () => zoom.zoomBy(ZOOM_STEP));
 byId('zoom-out').addEventListener('click', () => zoom.zoomBy(1 / ZOOM_STEP));

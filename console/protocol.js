@@ -110,20 +110,20 @@ const WAITING_LIMIT = 500;
 /** Finds the command that an answer belongs to. The protocol offers only the name for that. */
 class Exchanges {
   constructor() {
-    this.waiting = []; // { name, quiet, sent, late, timer, told }, oldest first
+    this.waiting = []; // { name, quiet, sent, late, timer, report }, oldest first
   }
 
   /**
-   * @param told  called with ('answered', result, milliseconds), ('late'), which 'answered' may still
+   * @param report  called with ('answered', result, milliseconds), ('late'), which 'answered' may still
    *              follow, or ('lost') if it is given up before it was late
    * @param quiet whether to keep the answer out of the log
    */
-  sent(name, told, quiet = false) {
+  sent(name, report, quiet = false) {
     const known = facts.byName.get(name);
-    const exchange = { name, quiet, sent: performance.now(), late: false, timer: 0, told };
+    const exchange = { name, quiet, sent: performance.now(), late: false, timer: 0, report };
     exchange.timer = setTimeout(() => {
       exchange.late = true;
-      told('late');
+      report('late');
     }, 1000 * (known && known.reply.timeout || LATE_SECONDS));
     this.waiting.push(exchange);
     if (this.waiting.length > WAITING_LIMIT)
@@ -142,7 +142,7 @@ class Exchanges {
     const milliseconds = performance.now() - exchange.sent;
     clearTimeout(exchange.timer);
     this.waiting.splice(this.waiting.indexOf(exchange), 1);
-    exchange.told('answered', result, milliseconds);
+    exchange.report('answered', result, milliseconds);
     return { milliseconds, quiet: exchange.quiet };
   }
 
@@ -155,7 +155,7 @@ class Exchanges {
     for (const exchange of given) {
       clearTimeout(exchange.timer);
       if (!exchange.late)
-        exchange.told('lost');
+        exchange.report('lost');
     }
   }
 }

@@ -8,6 +8,7 @@
 #include <QDir>
 #include <QFile>
 #include <QLocalSocket>
+#include <QScopeGuard>
 #include <QTemporaryDir>
 #include <QtTest>
 
@@ -97,6 +98,7 @@ private Q_SLOTS:
     void aStubbornBrowserIsKilledWithAllItStarted();
     void whatCannotWorkIsReported_data();
     void whatCannotWorkIsReported();
+    void aPageThatCannotBeWrittenIsReported();
 
 private:
     QString path(const char *name) const { return m_folder.filePath(QString::fromUtf8(name)); }
@@ -298,6 +300,11 @@ void TestBrowserHelper::theScreenIsTheCustomers()
     QCOMPARE(m_settings.windowSize, QSize(800, 600));
     QVERIFY(!line(2).contains(kiosk));
     QVERIFY(line(2).contains(QStringLiteral("--b=c d")));
+
+    QVERIFY(file.open(QIODevice::WriteOnly));
+    file.write("[General]\npadsize=@Size(800 0)\n");
+    file.close();
+    QCOMPARE(BrowserSettings::read(file.fileName()).windowSize, QSize(1280, 800));
 }
 
 void TestBrowserHelper::aPageLivesAsLongAsItsClient()
@@ -410,6 +417,18 @@ void TestBrowserHelper::whatCannotWorkIsReported()
     Client client;
     client.send(request("http://a/", QByteArray(dataSize, 'x')));
     QTEST(client.reply(), "reply");
+}
+
+void TestBrowserHelper::aPageThatCannotBeWrittenIsReported()
+{
+    startHelper(quickly);
+    const QString file = path("webbrowser/page.html");
+    QVERIFY(QDir().mkpath(file)); // a folder in its place
+    const auto remove = qScopeGuard([&file] { QDir().rmdir(file); });
+    Client client;
+    client.send(request("http://a/"));
+    QCOMPARE(client.reply(),
+             QStringLiteral("failed can't write ") + file + QStringLiteral(": Is a directory"));
 }
 
 QTEST_GUILESS_MAIN(TestBrowserHelper)

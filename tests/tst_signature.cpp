@@ -6,6 +6,7 @@
 #include "companionclients/signsouthinterface.h"
 #include "companions/common/requestserver.h"
 #include "companions/signature/failure.h"
+#include "companions/signature/pageview.h"
 #include "companions/signature/pdfdocument.h"
 #include "companions/signature/signaturepad.h"
 #include "companions/signature/signatureservice.h"
@@ -22,6 +23,7 @@
 #include <QPushButton>
 #include <QScopeGuard>
 #include <QScreen>
+#include <QScrollBar>
 #include <QSignalSpy>
 #include <QTemporaryDir>
 #include <QTemporaryFile>
@@ -36,6 +38,7 @@
 #include <cstring>
 #include <functional>
 #include <memory>
+#include <tuple>
 
 using namespace std::chrono_literals;
 
@@ -81,10 +84,10 @@ struct PageParts
 QByteArray pdf(const PageParts &parts = {})
 {
     const QByteArrayList objects{
-        "<< /Type /Catalog /Pages 2 0 R /OCProperties << /OCGs [ 6 0 R ] /D << /OFF [ 6 0 R ] >> "
-        ">> >>",
-        "<< /Type /Pages /Kids [ 4 0 R ] /Count 1 /MediaBox [ 0 0 300 200 ]"
-        " /Resources << /Font << /F1 3 0 R >> /Properties << /Hidden 6 0 R >> >> >>",
+        ("<< /Type /Catalog /Pages 2 0 R /OCProperties << /OCGs [ 6 0 R ] /D << /OFF [ 6 0 R ] >> "
+         ">> >>"),
+        ("<< /Type /Pages /Kids [ 4 0 R ] /Count 1 /MediaBox [ 0 0 300 200 ]"
+         " /Resources << /Font << /F1 3 0 R >> /Properties << /Hidden 6 0 R >> >> >>"),
         "<< /Type /Font /Subtype /Type1 /BaseFont /Helvetica >>",
         "<< /Type /Page /Parent 2 0 R " + parts.entries
             + (parts.contents.isEmpty() ? "" : " /Contents " + parts.contents) + " >>",
@@ -294,6 +297,11 @@ private Q_SLOTS:
     void documentsThatCantBeSigned_data();
     void documentsThatCantBeSigned();
 
+    void pageSizes_data();
+    void pageSizes();
+    void pressureMakesThickLines();
+    void thePadShowsItsInk();
+    void anEnlargedPageShowsThePlace();
     void confirmNeedsASignature();
     void oneFingerDraws();
 
@@ -640,6 +648,78 @@ void TestSignature::documentsThatCantBeSigned()
           "code");
 }
 
+void TestSignature::pageSizes_data()
+{
+    QTest::addColumn<QByteArray>("entries");
+    QTest::addColumn<QSizeF>("size");
+    QTest::newRow("inherited") << QByteArray() << QSizeF(300, 200);
+    QTest::newRow("turned") << QByteArray("/Rotate 270") << QSizeF(200, 300);
+    QTest::newRow("cropped") << QByteArray("/CropBox [ 280 190 20 10 ]") << QSizeF(260, 180);
+    QTest::newRow("cropped beyond the page")
+        << QByteArray("/CropBox [ -9 -9 100 999 ]") << QSizeF(100, 200);
+    QTest::newRow("cropped elsewhere")
+        << QByteArray("/CropBox [ 400 300 500 400 ]") << QSizeF(300, 200);
+}
+
+void TestSignature::pageSizes()
+{
+    QFETCH(QByteArray, entries);
+    QTEST(PdfDocument(pdf(with(entries))).pageSize(1), "size");
+}
+
+void TestSignature::pressureMakesThickLines()
+{
+    const auto widths = [](double pressure) {
+        Ink ink;
+        ink.begin({{0, 0.5}, 0, pressure});
+        for (int i = 1; i <= 20; ++i) {
+            ink.add({{i / 20.0, 0.5}, i / 100.0, pressure});
+        }
+        const QVector<InkLine> lines = ink.lines({250, 100});
+        return std::make_tuple(lines.first().width, lines.last().width, lines.size());
+    };
+    const auto [heavyStart, heavyEnd, heavyLines] = widths(1);
+    const auto [lightStart, lightEnd, lightLines] = widths(0);
+    QVERIFY(qAbs(heavyStart - 2.1) < 0.07 && qAbs(heavyEnd - 3.0) < 0.07); // of 100 high
+    QVERIFY(qAbs(lightStart - 0.77) < 0.07 && qAbs(lightEnd - 1.1) < 0.07);
+    QVERIFY(heavyLines > 5 && heavyLines < 20 && lightLines < 20); // not one a sample
+}
+
+void TestSignature::thePadShowsItsInk()
+{
+    SignaturePad pad(2.5);
+    pad.resize(800, 200); // 490 wide, from 155 to 645
+    QCOMPARE(pad.grab().toImage().pixelColor(160, 20), QColor(Qt::white));
+    pad.penDown({{0.1, 0.5}});
+    pad.penMove({{0.9, 0.5}});
+    const QRect line(204, 90, 392, 20);
+    const QRect before(0, 90, 200, 20);
+    QVERIFY(darkPixels(pad.grab().toImage(), line) > 392);
+    pad.penUp();
+    QVERIFY(darkPixels(pad.grab().toImage(), line) > 392);
+    QCOMPARE(darkPixels(pad.grab().toImage(), before), 0);
+    pad.clear();
+    QCOMPARE(darkPixels(pad.grab().toImage(), line), 0);
+}
+
+void TestSignature::anEnlargedPageShowsThePlace()
+{
+    PageView view;
+    view.resize(200, 200);
+    view.show();
+    QImage page(300, 300, QImage::Format_RGB32);
+    page.fill(Qt::white);
+    view.setPage(page);
+    QCOMPARE(view.widget()->size(), view.viewport()->size());
+    view.setPlace({0.7, 0.8, 0.2, 0.1});
+    view.setEnlarged(true);
+    QCOMPARE(view.widget()->size(), 2 * view.viewport()->size());
+    QVERIFY(view.horizontalScrollBar()->value() > 100);
+    QVERIFY(view.verticalScrollBar()->value() > 100);
+    view.setEnlarged(false);
+    QCOMPARE(view.widget()->size(), view.viewport()->size());
+}
+
 void TestSignature::confirmNeedsASignature()
 {
     SigningRequest request =
@@ -799,8 +879,12 @@ void TestSignature::onlyTheLatestRequestIsCarriedOut()
     SignWindow *secondWindow = nextWindow(firstWindow);
     QVERIFY(secondWindow);
     QTRY_VERIFY(!first.isConnected());
+    QCOMPARE(timeLeft(*secondWindow), QString()); // as much as it takes
 
+    auto *view = secondWindow->findChild<PageView *>();
+    const QImage empty = view->grab().toImage();
     drawOn(secondWindow->pad());
+    QVERIFY(view->grab().toImage() != empty);
     secondWindow->confirm();
     QCOMPARE(second->reply().value(QStringLiteral("status")).toString(), QStringLiteral("signed"));
     QVERIFY(!first.hasReply());

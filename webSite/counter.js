@@ -439,7 +439,7 @@ function showInfo(data, server) {
   byId('ok').onclick = () => answer('ok', [['已确认，谢谢！', 'Confirmed, thank you!']],
                                     [['请稍候，柜员正在为您办理', 'One moment, please.']]);
   byId('wrong').onclick = () => answer('wrong', [['已告知柜员', 'Your teller has been informed']],
-                                       [['请向柜员说明有误之处', 'Please tell your teller what is wrong.']]);
+                                       [['请向柜员说明有误之处', 'Please tell the teller what is wrong.']]);
 }
 
 /**

@@ -66,7 +66,7 @@ QString writeRedirectFile(const QString &path, const QByteArray &address)
 QString findProgram(const QStringList &programs)
 {
     for (const QString &program : programs) {
-        const QString path = QStandardPaths::findExecutable(program);
+        QString path = QStandardPaths::findExecutable(program);
         if (!path.isEmpty()) {
             return path;
         }

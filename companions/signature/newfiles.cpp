@@ -45,7 +45,7 @@ QString NewFiles::write(const QString &wanted, const QByteArray &bytes,
     }
     // Renaming fails if the name is taken, so that no two processes get the same one.
     for (int number = 1; number <= maxNames; ++number) {
-        const QString path = numbered(info, number);
+        QString path = numbered(info, number);
         if (QFileInfo::exists(path)) {
             continue;
         }

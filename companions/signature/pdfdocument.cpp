@@ -26,7 +26,7 @@ namespace {
 constexpr long long maxObject = 8388607;
 constexpr int maxAdded = 6; // objects of an update
 
-constexpr std::size_t maxContent = 16 * 1024 * 1024; // bytes of a page, unpacked
+constexpr std::size_t maxContent = std::size_t(16) * 1024 * 1024; // bytes of a page, unpacked
 
 constexpr double minPen = 0.8; // points; keeps small signatures legible in print
 
@@ -266,7 +266,7 @@ QByteArray annotationsAbove(QPDFObjectHandle page, const QRectF &area, const QBy
     }
     QByteArray references;
     bool isHidden = false;
-    for (QPDFObjectHandle annotation : list.getArrayAsVector()) {
+    for (const QPDFObjectHandle &annotation : list.getArrayAsVector()) {
         references += unparsed(annotation) + ' ';
         isHidden = isHidden || isDrawnOver(annotation, area);
     }
@@ -411,7 +411,7 @@ QByteArray PdfDocument::withInk(int pageNumber, const QRectF &place, const Ink &
         const QByteArray annotations = annotationsAbove(page, inked, operators, &update);
         update.replace(page.getObjectID(), page.getGeneration(),
                        pageWith(page, contents, annotations));
-        const QByteArray signedBytes = update.finish(m_parsed->trailerOfUpdate());
+        QByteArray signedBytes = update.finish(m_parsed->trailerOfUpdate());
         if (!Parsed(signedBytes).hasContents(pageNumber, contents)) {
             throw std::runtime_error("what was appended can't be read back");
         }

@@ -23,7 +23,7 @@
 
 namespace {
 
-constexpr qint64 maxDocument = 256 * 1024 * 1024; // bytes
+constexpr qint64 maxDocument = qint64(256) * 1024 * 1024; // bytes
 constexpr int pictureWidth = 900; // pixels
 constexpr auto privateFile = QFile::ReadOwner | QFile::WriteOwner; // handwriting is personal
 
