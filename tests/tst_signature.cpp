@@ -8,6 +8,7 @@
 #include "companions/signature/pdfdocument.h"
 #include "companions/signature/signaturepad.h"
 #include "companions/signature/signwindow.h"
+#include "tests/manualclock.h"
 #include "tests/messages.h"
 
 #include <QJsonDocument>
@@ -28,8 +29,6 @@
 #include <algorithm>
 #include <functional>
 #include <memory>
-
-using namespace std::chrono_literals;
 
 namespace {
 
@@ -203,7 +202,9 @@ private:
 
 void TestSignature::initTestCase()
 {
-    SignSouthInterface::instance()->setWaits({10000ms, 1000ms, 5ms, 1ms, 1ms});
+    static ManualClock clock;
+    clock.runFree();
+    base::Clock::setShared(&clock);
     QFile::remove(beside("elecsign"));
     QVERIFY(QFile::copy(beside("../../elecsign"), beside("elecsign")));
 }
