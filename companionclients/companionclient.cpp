@@ -1,21 +1,18 @@
 // SPDX-License-Identifier: MIT
 #include "companionclients/companionclient.h"
 
+#include "base/clock.h"
+
 #include <QCoreApplication>
 #include <QDebug>
 #include <QProcess>
-#include <QThread>
 
 namespace {
 
-int milliseconds(std::chrono::milliseconds time)
+/// After disconnecting, and between attempts to connect.
+void pause()
 {
-    return int(time.count());
-}
-
-void sleep(std::chrono::milliseconds time)
-{
-    QThread::msleep(ulong(time.count()));
+    base::Clock::shared().sleepFor(std::chrono::seconds(2));
 }
 
 } // namespace
@@ -32,7 +29,7 @@ CompanionClient::CompanionClient(const QString &socketName, const QString &scrip
 bool CompanionClient::tryToConnect()
 {
     m_socket.connectToServer(m_socketName, QIODevice::ReadWrite);
-    return m_socket.waitForConnected(milliseconds(m_waits.connect));
+    return m_socket.waitForConnected(socketTimeoutMs);
 }
 
 void CompanionClient::closeConnection()
@@ -50,7 +47,7 @@ void CompanionClient::closeConnectionForRestart()
         return;
     }
     closeConnection();
-    sleep(m_waits.pause);
+    pause();
 }
 
 void CompanionClient::launch()
@@ -68,7 +65,7 @@ bool CompanionClient::connectInThreeAttempts()
         }
         qWarning() << "companion: no connection to" << m_socketName << "-" << m_socket.errorString()
                    << "- starting" << m_scriptPath << "again";
-        sleep(m_waits.pause);
+        pause();
         launch();
     }
     return false;

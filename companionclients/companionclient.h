@@ -5,8 +5,6 @@
 #include <QObject>
 #include <QString>
 
-#include <chrono>
-
 /**
  * The client of a companion program: starts it with a script beside the server and connects to its
  * local socket. The program is started detached and never stopped from here.
@@ -19,19 +17,6 @@ class CompanionClient : public QObject
     Q_OBJECT
 
 public:
-    /// Timeouts and pauses; tests shorten them.
-    struct Waits
-    {
-        std::chrono::milliseconds connect{30000}; ///< timeout of each attempt to connect
-        std::chrono::milliseconds write{30000}; ///< timeout of writing a request
-        std::chrono::milliseconds read{100}; ///< timeout of each wait for more of a reply
-        std::chrono::milliseconds pause{2000}; ///< after disconnecting, and between attempts
-        std::chrono::milliseconds settle{
-            300}; ///< between starting the browser helper and connecting
-    };
-
-    void setWaits(const Waits &waits) { m_waits = waits; }
-
     bool isConnected() const { return m_socket.state() == QLocalSocket::ConnectedState; }
 
 protected:
@@ -40,6 +25,9 @@ protected:
      * \param script  file name of the start script, in the program's folder
      */
     CompanionClient(const QString &socketName, const QString &script);
+
+    /// Timeout of an attempt to connect, and of writing a request.
+    static constexpr int socketTimeoutMs = 30000;
 
     /// Disconnects if connected.
     void closeConnection();
@@ -57,7 +45,6 @@ protected:
     bool writeNumber(int number);
 
     QLocalSocket m_socket;
-    Waits m_waits;
 
 private:
     bool tryToConnect();

@@ -10,6 +10,7 @@
 
 namespace {
 
+constexpr int readTimeoutMs = 100; // each wait for more of a reply
 constexpr int maxDroppedReplyBytes = 100;
 constexpr int maxReplyBytes = 256 * 1024 * 1024; // bytes; no page could receive more
 
@@ -95,7 +96,7 @@ void SignSouthInterface::send(int type, const QByteArray &json)
     writeNumber(json.size());
     m_socket.write(json);
     m_socket.flush();
-    m_socket.waitForBytesWritten(int(m_waits.write.count()));
+    m_socket.waitForBytesWritten(socketTimeoutMs);
     std::printf("sign3:%s\n", json.constData());
 }
 
@@ -130,7 +131,7 @@ bool SignSouthInterface::readPayload(int length, QByteArray *payload)
         if (length < 0 || !isConnected()) {
             return false;
         }
-        m_socket.waitForReadyRead(int(m_waits.read.count()));
+        m_socket.waitForReadyRead(readTimeoutMs);
         const QByteArray more = m_socket.readAll();
         if (payload->size() < qMin(length, maxReplyBytes)) {
             *payload += more;

@@ -1,11 +1,11 @@
 // SPDX-License-Identifier: MIT
 #include "companionclients/webbrowsersouthinterface.h"
 
+#include "base/clock.h"
 #include "dispatch/devicetext.h"
 #include "dispatch/messagerun.h"
 #include "log/trace.h"
 
-#include <QThread>
 #include <QWebSocket>
 
 #include <cstdio>
@@ -26,7 +26,7 @@ bool Webbrowsersouthinterface::start()
 {
     closeConnectionForRestart();
     launch();
-    QThread::msleep(ulong(m_waits.settle.count()));
+    base::Clock::shared().sleepFor(std::chrono::milliseconds(300)); // until the helper listens
     if (!connectInThreeAttempts()) {
         return false;
     }

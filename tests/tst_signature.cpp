@@ -11,6 +11,7 @@
 #include "companions/signature/signaturepad.h"
 #include "companions/signature/signatureservice.h"
 #include "companions/signature/signwindow.h"
+#include "tests/manualclock.h"
 #include "tests/messages.h"
 
 #include <QCryptographicHash>
@@ -39,8 +40,6 @@
 #include <functional>
 #include <memory>
 #include <tuple>
-
-using namespace std::chrono_literals;
 
 namespace {
 
@@ -326,7 +325,9 @@ private:
 
 void TestSignature::initTestCase()
 {
-    SignSouthInterface::instance()->setWaits({10000ms, 1000ms, 5ms, 1ms, 1ms});
+    static ManualClock clock;
+    clock.runFree();
+    base::Clock::setShared(&clock);
     QFile::remove(beside("elecsign"));
     QVERIFY(QFile::copy(beside("../../elecsign"), beside("elecsign")));
 }

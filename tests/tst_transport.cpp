@@ -178,9 +178,9 @@ private Q_SLOTS:
         // Masked text frames (RFC 6455, section 5.2), with the mask 0.
         const Rows<QByteArray> row("frame");
         row("invalid UTF-8", QByteArray("\x81\x81\0\0\0\0\xFF", 7));
-#if QT_VERSION >= QT_VERSION_CHECK(5, 15, 0)
-        row("above 256 MiB", QByteArray("\x81\xFF\0\0\0\0\x10\0\0\1\0\0\0\0", 14));
-#endif
+        if (QT_VERSION >= QT_VERSION_CHECK(5, 15, 0)) { // Qt has no such limit before
+            row("above 256 MiB", QByteArray("\x81\xFF\0\0\0\0\x10\0\0\1\0\0\0\0", 14));
+        }
     }
 
     void badFramesEndOnlyThatPage()
@@ -363,11 +363,35 @@ private Q_SLOTS:
     void portTaken()
     {
         WebSocketServerManager second(QStringLiteral("second"), QWebSocketServer::NonSecureMode);
-        QTest::ignoreMessage(QtWarningMsg,
-                             QRegularExpression(QStringLiteral("can't listen on port")));
-        second.websocke_server_start(QHostAddress::Any, port());
+        const QStringList warnings =
+            warningsOf([&] { second.websocke_server_start(QHostAddress::Any, port()); });
+        QCOMPARE(warnings.size(), 1);
+        QVERIFY(warnings.first().contains(QLatin1String("can't listen on port")));
         QVERIFY(!second.running());
         QVERIFY(Page(port()).isConnected());
+    }
+
+    void errorsOfTheListeningSocketAreLogged()
+    {
+        auto *server = m_manager->findChild<QWebSocketServer *>();
+        QVERIFY(server);
+        const QStringList warnings = warningsOf([&] {
+            Q_EMIT server->serverError(QWebSocketProtocol::CloseCodeAbnormalDisconnection);
+        });
+        QCOMPARE(warnings.size(), 1);
+        QVERIFY(warnings.first().startsWith(QLatin1String("transport:")));
+    }
+
+    void slotsCalledWithoutAPageDoNothing()
+    {
+        recording::takeCalls();
+        m_manager->slot_newConnection();
+        m_manager->slot_textMessageReceived(QStringLiteral("bStopPlay4()"));
+        m_manager->slot_textFrameReceived(QStringLiteral("bStopPlay4()"), true);
+        m_manager->slot_error(QAbstractSocket::RemoteHostClosedError);
+        m_manager->slot_disconnected();
+        QCOMPARE(recording::takeText(), QString());
+        QCOMPARE(pages(), 0);
     }
 
     void errorsAreSignalled()
@@ -417,14 +441,23 @@ private Q_SLOTS:
     }
 
 private:
-    quint16 port() const
-    {
-        return m_manager->port();
-    }
+    quint16 port() const { return m_manager->port(); }
 
-    int pages() const
+    int pages() const { return m_manager->findChildren<ClientLink *>().size(); }
+
+    template <class Action> static QStringList warningsOf(Action action)
     {
-        return m_manager->findChildren<ClientLink *>().size();
+        static QStringList warnings;
+        warnings.clear();
+        const auto before = qInstallMessageHandler(
+            [](QtMsgType type, const QMessageLogContext &, const QString &text) {
+                if (type == QtWarningMsg) {
+                    warnings << text;
+                }
+            });
+        action();
+        qInstallMessageHandler(before);
+        return warnings;
     }
 
     std::unique_ptr<WebSocketServerManager> m_manager;
