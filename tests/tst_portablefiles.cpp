@@ -399,7 +399,7 @@ private Q_SLOTS:
     void statusTextsBelongToTheCaller()
     {
         const auto take = [](char *text) {
-            const QString result = QString::fromUtf8(text);
+            QString result = QString::fromUtf8(text);
             std::free(text);
             return result;
         };

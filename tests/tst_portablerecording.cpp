@@ -49,7 +49,10 @@ struct Studio
     void show(int frame)
     {
         device->deliver(frame - grey());
-        QTRY_COMPARE(grey(), frame);
+        cv::Mat shown;
+        while (grey() != frame) {
+            QVERIFY(cameras.nextPreviewFrame(shown));
+        }
     }
 
     /// Number of the camera's frame.
@@ -217,8 +220,8 @@ private Q_SLOTS:
         QCOMPARE(probe.rate, line("25/1"));
         QCOMPARE(probe.frames, 30);
         QVERIFY2(std::abs(probe.seconds - 1.2) < 0.01, qPrintable(QString::number(probe.seconds)));
-        QCOMPARE(m_log->lines().last(),
-                 line("recorded: ") + path(file) + line(", 1.2 s, 1 different pictures"));
+        QVERIFY(
+            m_log->lines().last().startsWith(line("recorded: ") + path(file) + line(", 1.2 s, ")));
     }
 
     void sizes_data()
@@ -472,8 +475,10 @@ private Q_SLOTS:
         {
             const FileSizeLimit full{rlim_t(bytes)};
             QCOMPARE(studio.recorder.start(path("a"), VideoFormat::Standard), starts);
-            studio.clock.runFree();
-            QTRY_VERIFY_WITH_TIMEOUT(!studio.recorder.isRecording(), 60000);
+            while (studio.recorder.isRecording()) {
+                studio.clock.advance(1s);
+                QTest::qWait(1);
+            }
         }
         QCOMPARE(m_log->lines().last(),
                  line(starts ? "the recording broke off: " : "recording doesn't start: ")

@@ -411,8 +411,8 @@ private Q_SLOTS:
             const QByteArray page = "/up" + QByteArray::number(i);
             m_server->answers[page] = httpAnswer("200 OK", page);
             results.push_back(std::async(std::launch::async, [&, page] {
-                const QString answer = taken(sUpLoadImageEx2("127.0.0.1", page.constData(),
-                                                             m_server->serverPort(), Utf8(m_file)));
+                QString answer = taken(sUpLoadImageEx2("127.0.0.1", page.constData(),
+                                                       m_server->serverPort(), Utf8(m_file)));
                 --running;
                 return answer;
             }));

@@ -179,7 +179,7 @@ bool Camera::read(const Settings::View &settings, cv::Mat &frame, QString *error
 /// Applies orientation and remaining adjustments to a frame of the source.
 cv::Mat Camera::processed(const cv::Mat &frame, const Orientation &orientation)
 {
-    const cv::Mat picture = turned(frame, orientation, m_pool);
+    cv::Mat picture = turned(frame, orientation, m_pool);
     if (m_toneTable.empty()) {
         return picture;
     }

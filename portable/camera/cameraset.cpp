@@ -80,7 +80,7 @@ std::shared_ptr<Camera> CameraSet::open(int camera, int rotation)
         qWarning().noquote() << "portable:" << cameraName(camera) << "doesn't start:" << error;
         return nullptr;
     }
-    const auto started = std::make_shared<Camera>(camera, std::move(source), m_settings, m_clock);
+    auto started = std::make_shared<Camera>(camera, std::move(source), m_settings, m_clock);
     if (!started->start()) {
         return nullptr;
     }

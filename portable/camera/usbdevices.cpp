@@ -75,7 +75,7 @@ UsbDevice usbDeviceOfVideoNode(const QString &node, const QString &sysfs)
     const QString root = QFileInfo(sysfs).canonicalFilePath() + QLatin1Char('/');
     for (QString path = link.canonicalFilePath(); path.startsWith(root);
          path = QFileInfo(path).path()) {
-        const UsbDevice device = readDevice(QDir(path));
+        UsbDevice device = readDevice(QDir(path));
         if (!device.vendorId.isEmpty()) {
             return device;
         }

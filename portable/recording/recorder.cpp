@@ -6,6 +6,7 @@
 #include <QFileInfo>
 
 #include <algorithm>
+#include <cmath>
 #include <exception>
 
 namespace portable {
@@ -15,7 +16,7 @@ namespace {
 using Duration = base::Clock::Duration;
 
 /// Further behind than this, frames are skipped instead of repeated.
-constexpr qint64 maxRepeats = 2 * videoFrameRate;
+constexpr qint64 maxRepeats = qint64(2) * videoFrameRate;
 
 /// How often a paused recording checks whether the preview has ended.
 constexpr std::chrono::seconds pausedPollInterval{1};
@@ -24,7 +25,7 @@ constexpr std::chrono::seconds pausedPollInterval{1};
 qint64 framesIn(Duration length)
 {
     const std::chrono::duration<double> seconds = length;
-    return qint64(seconds.count() * videoFrameRate + 0.5);
+    return std::llround(seconds.count() * videoFrameRate);
 }
 
 /// The shortest length with this number of frames.

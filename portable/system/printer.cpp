@@ -74,7 +74,7 @@ Server connectToServer(QString *error)
 /// The user's default printer, else the server's; empty, with the reason, when there is none.
 QByteArray defaultPrinter(http_t *server, QString *error)
 {
-    const QByteArray name = cupsGetDefault2(server);
+    QByteArray name = cupsGetDefault2(server);
     if (!name.isEmpty()) {
         return name;
     }
