@@ -59,6 +59,7 @@ private Q_SLOTS:
         commandRow("a month and more",     "fingerCaptureRawData",   "2147483647",  {},      "fingerCaptureRawData(2147483647,listener,context)", nullptr);
         commandRow("features joined",      "lFingerMatch",           "1,AABB,2,CC,DD", 80,   "lFingerMatch(1,aabb,2,ccdd)",      "80");
         commandRow("decoded separately",   "lFingerMatch",           "1,AABB,2,C,,DD,E", 0,  "lFingerMatch(1,aabb,2,0cdd0e)",    "0");
+        commandRow("empty first field",    "lFingerMatch",           ",AABB,2,CC",  1,       "lFingerMatch(0,aabb,2,cc)",        "1");
         commandRow("no hex",               "lFingerMatch",           "x,zz,-1,",    -5,      "lFingerMatch(0,,-1,)",             "-5");
         commandRow("three fields",         "lFingerMatch",           "1,AABB,2",    {},      "",                                 "0");
         commandRow("not supported",        "bSaveZAZFPBMP",          "anything",    {},      "",                                 "false");
@@ -91,6 +92,12 @@ private Q_SLOTS:
         };
         QTEST(score(), "score");
         QCOMPARE(recording::count("lFaceFeatureMatch"), calls);
+        if (calls > 0) {
+            QCOMPARE(recording::takeText(),
+                     QStringLiteral("lFaceFeatureMatch(%1,%2)")
+                         .arg(QLatin1String(QByteArray::fromBase64(first.toLatin1()).toHex()),
+                              QLatin1String(QByteArray::fromBase64(second.toLatin1()).toHex())));
+        }
         recording::answer("lFaceFeatureMatch", -2LL);
         QCOMPARE(score(), QStringLiteral("0"));
     }
