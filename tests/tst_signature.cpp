@@ -36,10 +36,13 @@
 
 #include <algorithm>
 #include <array>
+#include <chrono>
 #include <cstring>
 #include <functional>
 #include <memory>
 #include <tuple>
+
+using namespace std::chrono_literals;
 
 namespace {
 
