@@ -75,7 +75,7 @@ inline cv::Mat drawFinger(unsigned number)
     cv::Mat field(height, width, CV_32F);
     random.fill(field, cv::RNG::NORMAL, 0, 0.3);
     cv::Mat filtered;
-    for (int round = 0; round < 9; ++round) {
+    for (int round = 0; round < 5; ++round) {
         cv::Mat next(height, width, CV_32F);
         for (int direction = 0; direction < directions; ++direction) {
             cv::filter2D(field, filtered, CV_32F, filters[size_t(direction)]);

@@ -604,6 +604,7 @@ private Q_SLOTS:
         m_real->insert({contactBankCard()});
         std::atomic<int> read{0};
         std::vector<std::thread> threads;
+        threads.reserve(4);
         for (int i = 0; i < 4; ++i) {
             threads.emplace_back([&] {
                 for (int round = 0; round < 10; ++round) {

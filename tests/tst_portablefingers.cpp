@@ -11,6 +11,7 @@
 #include <QtTest>
 #include <opencv2/imgproc.hpp>
 
+#include <complex>
 #include <deque>
 
 using namespace portable;
@@ -51,6 +52,8 @@ QByteArray iniWith(const QString &folder, const char *finger)
 }
 
 } // namespace
+
+Q_DECLARE_METATYPE(Minutiae)
 
 class TestPortableFingers : public PortableTest
 {
@@ -132,6 +135,79 @@ private Q_SLOTS:
             QVERIFY(print.minutiae.empty());
         }
         QCOMPARE(fingerScore({}, {}), 0);
+    }
+
+    /// Stripes around a phase singularity have one minutia there: a ridge that ends or forks.
+    void minutiaOfASingularity()
+    {
+        const cv::Point2f center(150, 150);
+        for (const int sign : {1, -1}) {
+            bool wasFork = false;
+            for (const double phase : {0.0, CV_PI}) {
+                cv::Mat picture(300, 300, CV_8U);
+                for (int y = 0; y < picture.rows; ++y) {
+                    for (int x = 0; x < picture.cols; ++x) {
+                        const double turn = std::atan2(y - 150.5, x - 150.5);
+                        picture.at<uchar>(y, x) =
+                            uchar(128 - 100 * std::cos(2 * CV_PI * y / 9 + sign * turn + phase));
+                    }
+                }
+                const Fingerprint print = readFingerprint(picture);
+                QCOMPARE(print.minutiae.size(), size_t(1));
+                const Minutia &minutia = print.minutiae.front();
+                QVERIFY(cv::norm(minutia.place - center) < 9);
+                QVERIFY(phase == 0 || minutia.isFork != wasFork); // ridges become valleys
+                wasFork = minutia.isFork;
+                const cv::Point2f ahead(8 * std::cos(minutia.direction),
+                                        8 * std::sin(minutia.direction));
+                QVERIFY(picture.at<uchar>(cv::Point(minutia.place + ahead)) < 128);
+                QVERIFY(picture.at<uchar>(cv::Point(minutia.place - ahead)) > 128);
+                QVERIFY(print.quality > 0 && print.quality < 30); // too little to compare
+            }
+        }
+    }
+
+    void scores_data()
+    {
+        const Rows<Minutiae, Minutiae, int> row("a", "b", "score");
+        cv::RNG random(3);
+        Minutiae some;
+        for (int i = 0; i < 15; ++i) { // 40 pixels apart, so that pairs are unmistakable
+            some.push_back({{float(100 + i % 4 * 40), float(100 + i / 4 * 40)},
+                            random.uniform(0.F, float(2 * CV_PI)),
+                            i % 2 == 0});
+        }
+        const auto moved = [&some](double degrees, float x, float y) {
+            const std::complex<float> turn = std::polar(1.F, float(degrees * CV_PI / 180));
+            Minutiae result = some;
+            for (Minutia &minutia : result) {
+                const auto place = turn * std::complex<float>(minutia.place.x, minutia.place.y);
+                minutia.place = {place.real() + x, place.imag() + y};
+                minutia.direction += std::arg(turn);
+            }
+            return result;
+        };
+        Minutiae doubled = some;
+        doubled.push_back(some[5]);
+        doubled.back().place.x += 4;
+        Minutiae turned = some;
+        turned[5].direction += float(CV_PI / 2);
+        const Minutiae few(some.begin(), some.begin() + 5);
+        row("equal", some, some, 100);
+        row("turned and shifted", some, moved(70, 40, -25), 100);
+        row("turned by more than half", some, moved(-170, 300, 300), 100);
+        row("a pair takes two", some, doubled, 94); // 15 * 15 / (15 * 16)
+        row("two take a pair", doubled, some, 94);
+        row("another direction", some, turned, 87); // 14 * 14 / (15 * 15)
+        row("few count as a part of ten", few, few, 25); // 5 * 5 / (10 * 10)
+        row("two are too few", {some[0], some[1]}, {some[0], some[1]}, 0);
+    }
+
+    void scores()
+    {
+        QFETCH(Minutiae, a);
+        QFETCH(Minutiae, b);
+        QTEST(fingerScore(a, b), "score");
     }
 
     void featuresSurviveTheirText()

@@ -60,7 +60,7 @@ QByteArray contentOf(const QString &folder, const QString &name)
         logFailure(path, file.errorString());
         return {};
     }
-    const QByteArray content = file.read(maxFileSize + 1);
+    QByteArray content = file.read(maxFileSize + 1);
     if (content.isEmpty() || content.size() > maxFileSize) {
         logFailure(path,
                    content.isEmpty()

@@ -105,7 +105,7 @@ private:
     template <class Work> RealResult run(Work work)
     {
         const auto deadline = CardChannel::Clock::now() + m_timeLimit;
-        const RealResult busy{CardPresence::Card, {}, QStringLiteral("the reader doesn't respond")};
+        RealResult busy{CardPresence::Card, {}, QStringLiteral("the reader doesn't respond")};
         {
             std::unique_lock<std::mutex> lock(m_mutex);
             if (!m_free.wait_until(lock, deadline, [this] { return !m_isBusy; })) {
@@ -115,7 +115,7 @@ private:
         }
         const auto self = shared_from_this();
         std::packaged_task<RealResult()> task([self, work, deadline] {
-            const RealResult result = work(*self->m_cards, deadline);
+            RealResult result = work(*self->m_cards, deadline);
             self->release();
             return result;
         });

@@ -51,10 +51,12 @@ QStringList findCommand()
 bool start(const QStringList &command, pid_t *process)
 {
     std::vector<QByteArray> words;
+    words.reserve(size_t(command.size()));
     for (const QString &word : command) {
         words.push_back(word.toLocal8Bit());
     }
     std::vector<char *> arguments;
+    arguments.reserve(words.size() + 1);
     for (QByteArray &word : words) {
         arguments.push_back(word.data());
     }

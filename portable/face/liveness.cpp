@@ -50,6 +50,7 @@ float contrastOfEye(const cv::Mat &picture, const FacePoints &points, size_t cor
 template <class Samples> float medianContrast(const Samples &samples)
 {
     std::vector<float> values;
+    values.reserve(samples.size());
     for (const FaceSample &sample : samples) {
         values.push_back(sample.eyeContrast);
     }

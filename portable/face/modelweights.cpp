@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "portable/face/modelweights.h"
 
+#include "portable/base/failure.h"
+
 #include <QFile>
 #include <QJsonArray>
 #include <QJsonDocument>
@@ -20,8 +22,7 @@ bool readFile(const QString &path, QByteArray *content, QString *error)
 {
     QFile file(path);
     if (!file.open(QIODevice::ReadOnly)) {
-        *error = path + QStringLiteral(": ") + file.errorString();
-        return false;
+        return setError(path + QStringLiteral(": ") + file.errorString(), error);
     }
     *content = file.read(maxFileSize);
     return true;
@@ -65,6 +66,7 @@ bool ModelWeights::read(const QString &folder, const QString &model, QString *er
 bool ModelWeights::readTensors(const QByteArray &manifest, const QByteArray &numbers,
                                QString *error)
 {
+    const auto mismatch = QStringLiteral("the weights are broken: manifest and data don't match");
     m_tensors.clear();
     const QJsonArray tensors = QJsonDocument::fromJson(manifest)
                                    .array()
@@ -81,8 +83,7 @@ bool ModelWeights::readTensors(const QByteArray &manifest, const QByteArray &num
         Tensor tensor;
         const qint64 count = elementCount(entry[QStringLiteral("shape")].toArray(), &tensor.shape);
         if (count < 1 || count * size > left) {
-            *error = QStringLiteral("the weights are broken: manifest and data don't match");
-            return false;
+            return setError(mismatch, error);
         }
         const double scale = quantization[QStringLiteral("scale")].toDouble();
         const double smallest = quantization[QStringLiteral("min")].toDouble();
@@ -95,8 +96,7 @@ bool ModelWeights::readTensors(const QByteArray &manifest, const QByteArray &num
         m_tensors[entry[QStringLiteral("name")].toString().toStdString()] = std::move(tensor);
     }
     if (left != 0 || m_tensors.empty()) {
-        *error = QStringLiteral("the weights are broken: manifest and data don't match");
-        return false;
+        return setError(mismatch, error);
     }
     return true;
 }
@@ -104,16 +104,16 @@ bool ModelWeights::readTensors(const QByteArray &manifest, const QByteArray &num
 cv::Mat ModelWeights::filters(const std::string &name) const
 {
     const Tensor &from = tensor(name, 4);
-    const int places = from.shape[0] * from.shape[1];
-    const int in = from.shape[2];
-    const int out = from.shape[3];
-    const int sizes[] = {out, in, from.shape[0], from.shape[1]};
+    const size_t places = size_t(from.shape[0]) * size_t(from.shape[1]);
+    const auto in = size_t(from.shape[2]);
+    const auto out = size_t(from.shape[3]);
+    const int sizes[] = {from.shape[3], from.shape[2], from.shape[0], from.shape[1]};
     cv::Mat result(4, sizes, CV_32F);
     auto *to = result.ptr<float>();
-    for (int o = 0; o < out; ++o) {
-        for (int i = 0; i < in; ++i) {
-            for (int place = 0; place < places; ++place) {
-                *to++ = from.values[size_t((place * in + i) * out + o)];
+    for (size_t o = 0; o < out; ++o) {
+        for (size_t i = 0; i < in; ++i) {
+            for (size_t place = 0; place < places; ++place) {
+                *to++ = from.values[(place * in + i) * out + o];
             }
         }
     }

@@ -90,6 +90,7 @@ std::vector<Alignment> topAlignments(const Minutiae &a, const Minutiae &b)
         }
     }
     std::vector<const Bin *> order;
+    order.reserve(bins.size());
     for (const auto &bin : bins) {
         order.push_back(&bin.second);
     }

@@ -60,11 +60,7 @@ Flow ridgeFlow(const cv::Mat &picture)
             const float b = yy.at<float>(y, x);
             const float c = 2 * xy.at<float>(y, x);
             // Ridges run across the gradient.
-            float angle = 0.5F * std::atan2(c, a - b) + float(CV_PI / 2);
-            if (angle < 0) {
-                angle += float(CV_PI);
-            }
-            flow.angle.at<float>(y, x) = angle;
+            flow.angle.at<float>(y, x) = 0.5F * std::atan2(c, a - b) + float(CV_PI / 2);
             const float strength = a + b;
             const float coherence = std::hypot(a - b, c) / std::max(strength, 1e-3F);
             flow.coherence.at<float>(y, x) = coherence;
