@@ -172,6 +172,9 @@ private Q_SLOTS:
                 QVERIFY(!other.finish() && !other.isGood());
             }
         }
+        FeatureReader cut("mark", "mark"); // a NUL is no digit
+        QCOMPARE(cut.take(1), 0);
+        QVERIFY(!cut.isGood());
         FeatureReader none(nullptr, "mark");
         QVERIFY(!none.isGood());
         QCOMPARE(none.take(1), 0);
@@ -215,6 +218,21 @@ private Q_SLOTS:
         QVERIFY(!job.run([&](const BackgroundJob::Stop &) { ++runs; }));
         QVERIFY(!job.begin([](const BackgroundJob::Stop &) { return nullptr; }));
         QCOMPARE(runs, 1);
+    }
+
+    void jobEndsWithTheApplication()
+    {
+        BackgroundJob job;
+        job.closeWithApplication();
+        std::atomic<bool> wasStopped{false};
+        QVERIFY(job.begin([&](const BackgroundJob::Stop &stop) -> BackgroundJob::Answer {
+            wasStopped = stop.sleepUntil(BackgroundJob::Clock::now() + std::chrono::seconds(30));
+            return {};
+        }));
+        QTimer::singleShot(0, qApp, &QCoreApplication::quit);
+        QCoreApplication::exec();
+        QVERIFY(wasStopped);
+        QVERIFY(!job.run([](const BackgroundJob::Stop &) {}));
     }
 
     void failures()

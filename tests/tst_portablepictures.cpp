@@ -1,9 +1,11 @@
 // SPDX-License-Identifier: MIT
 // The picture room: files read and written, the search for pages and folds, black and white.
 #include "portable/picture/adjustments.h"
+#include "portable/picture/barcodereader.h"
 #include "portable/picture/bilevel.h"
 #include "portable/picture/bookfold.h"
 #include "portable/picture/imageconversion.h"
+#include "portable/picture/orientation.h"
 #include "portable/picture/pagefinder.h"
 #include "portable/picture/picturereader.h"
 #include "portable/picture/picturewriter.h"
@@ -295,6 +297,35 @@ private Q_SLOTS:
         QVERIFY(boxOf(100, {}).empty());
     }
 
+    void framesOfAPool()
+    {
+        FramePool pool;
+        bool fresh = false;
+        cv::Mat held = pool.take({40, 30}, &fresh);
+        const uchar *pixels = held.data;
+        QVERIFY(fresh && pool.take({40, 30}, &fresh).data != pixels);
+        held.release();
+        QVERIFY(pool.take({40, 30}, &fresh).data == pixels && !fresh);
+        QCOMPARE(pool.take({30, 40}, &fresh).size(), cv::Size(30, 40)); // of another size
+        QVERIFY(fresh && pool.take({}).empty());
+    }
+
+    void validOrientations()
+    {
+        for (int degrees = -90; degrees <= 360; ++degrees) {
+            QCOMPARE(isRotation(degrees), degrees >= 0 && degrees < 360 && degrees % 90 == 0);
+        }
+        for (int mode = -1; mode <= 4; ++mode) {
+            QCOMPARE(isFlip(mode), mode >= 0 && mode < 4);
+        }
+    }
+
+    void searchThatFails()
+    {
+        const cv::Mat noPicture(20, 20, CV_8UC2, cv::Scalar::all(0));
+        QVERIFY_EXCEPTION_THROWN(readBarcodes(noPicture, anyBarcode), cv::Exception);
+    }
+
     void tones()
     {
         QVERIFY(toneTable({}).empty());
@@ -479,7 +510,9 @@ private Q_SLOTS:
             QVERIFY2(qAbs(skewAngle(page) - slope) < 0.2, qPrintable(QString::number(slope)));
             cv::Mat picture = desk(Desk::Plain);
             lay(page, turnedPage({960, 540}, 1200, 850, 5), picture);
-            QVERIFY(qAbs(skewAngle(straightenedPage(picture))) < 0.3);
+            const cv::Mat straight = straightenedPage(picture);
+            QVERIFY(qAbs(skewAngle(straight)) < 0.3);
+            QVERIFY(qAbs(straight.cols - 1200) < 12 && qAbs(straight.rows - 850) < 12);
         }
     }
 
