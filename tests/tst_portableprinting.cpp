@@ -128,8 +128,12 @@ private:
             ippAddString(response, IPP_TAG_PRINTER, IPP_TAG_NAME, "printer-name", nullptr,
                          m_default.constData());
             return IPP_STATUS_OK;
-        case IPP_OP_GET_PRINTER_ATTRIBUTES:
-            return describe(printer, response);
+        case IPP_OP_GET_PRINTER_ATTRIBUTES: {
+            auto *wanted = ippFindAttribute(request, "requested-attributes", IPP_TAG_KEYWORD);
+            return wanted && ippGetGroupTag(wanted) == IPP_TAG_OPERATION
+                ? describe(printer, response)
+                : IPP_STATUS_ERROR_BAD_REQUEST;
+        }
         case IPP_OP_PRINT_JOB:
             return printer == QLatin1String("Full") ? IPP_STATUS_ERROR_NOT_ACCEPTING_JOBS
                                                     : takeJob(request, document, response);

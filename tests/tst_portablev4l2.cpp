@@ -56,9 +56,8 @@ struct FakeDriver
         case VIDIOC_ENUM_FRAMESIZES:
             return enumerate(static_cast<v4l2_frmsizeenum *>(argument));
         case VIDIOC_G_FMT:
-            return 0;
         case VIDIOC_S_FMT:
-            return streamError;
+            return access(static_cast<v4l2_format *>(argument), request == VIDIOC_S_FMT);
         case VIDIOC_QUERYCTRL:
             return query(static_cast<v4l2_queryctrl *>(argument));
         case VIDIOC_G_CTRL:
@@ -122,6 +121,14 @@ private:
         query->default_value = found->second.defaultValue;
         query->flags = found->second.flags;
         return 0;
+    }
+
+    int access(v4l2_format *format, bool isSet) const
+    {
+        if (format->type != V4L2_BUF_TYPE_VIDEO_CAPTURE) {
+            return EINVAL;
+        }
+        return isSet ? streamError : 0;
     }
 
     int access(v4l2_control *control, bool isSet)
@@ -229,7 +236,10 @@ private Q_SLOTS:
         row("MJPEG without sizes", 2, true, "640 x 480");
         row("common ones within a range", 3, false, "1000 x 600, 800 x 600, 320 x 240");
         row("any within a range without steps", 4, false, "700 x 500, 640 x 480");
-        row("none", 5, false, "");
+        row("all common ones", 5, false,
+            "3840 x 2448, 3840 x 2160, 3264 x 2448, 2592 x 1944, 2048 x 1536, 1920 x 1080, "
+            "1600 x 1200, 1280 x 960, 1280 x 720, 1024 x 768, 800 x 600, 640 x 480, 320 x 240");
+        row("none", 6, false, "");
     }
 
     void sizes()
@@ -242,6 +252,7 @@ private Q_SLOTS:
             {{V4L2_PIX_FMT_MJPEG, {}}, {V4L2_PIX_FMT_YUYV, {{640, 480}}}},
             {{V4L2_PIX_FMT_YUYV, {{320, 240}, {1000, 600}, {240, 180}}, true}},
             {{V4L2_PIX_FMT_YUYV, {{321, 240}, {700, 500}, {0, 0}}, true}},
+            {{V4L2_PIX_FMT_YUYV, {{320, 240}, {3840, 2448}, {16, 1}}, true}},
             {},
         };
         node("video0").formats = cameras[camera];
