@@ -32,6 +32,7 @@ public:
                                          "--benchmark_display_aggregates_only=true"};
         options.insert(options.end(), argv + 1, argv + argc);
         std::vector<char *> pointers;
+        pointers.reserve(options.size());
         for (std::string &option : options) {
             pointers.push_back(&option[0]);
         }
