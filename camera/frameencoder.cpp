@@ -41,7 +41,7 @@ J_COLOR_SPACE colorSpaceOf(const QImage &image)
     }
 }
 
-/// Whether Qt would write more than pixels and density into the file; camera frames have neither.
+/// Whether Qt would write more than pixels and density into the file; camera frames have no more.
 bool hasMetadata(const QImage &image)
 {
 #if QT_VERSION >= QT_VERSION_CHECK(5, 14, 0)
@@ -49,7 +49,7 @@ bool hasMetadata(const QImage &image)
         return true;
     }
 #endif
-    return !image.text().isEmpty() || image.devicePixelRatio() != 1;
+    return !image.text().isEmpty();
 }
 
 // The source pixel that Qt's raster engine takes for each target pixel, in one dimension. Qt
@@ -98,7 +98,7 @@ template <int bytesPerPixel>
 void gatherRow(const uchar *source, const std::vector<int> &map, uchar *target)
 {
     for (const int pixel : map) {
-        std::memcpy(target, source + pixel * bytesPerPixel, bytesPerPixel);
+        std::memcpy(target, source + std::ptrdiff_t(pixel) * bytesPerPixel, bytesPerPixel);
         target += bytesPerPixel;
     }
 }
@@ -147,7 +147,7 @@ private:
 };
 
 FrameEncoder::Compressor::Compressor()
-    : m_output(256 * 1024)
+    : m_output(std::size_t(256) * 1024)
 {
     m_jpeg.err = jpeg_std_error(&m_failure);
     m_failure.error_exit = [](j_common_ptr jpeg) {

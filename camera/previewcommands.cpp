@@ -99,7 +99,7 @@ QString MessageRun::bAVPreview_callback(QString name, QString args, MessageRun *
     const Arguments fields(args);
     const bool shown =
         fields.count() >= 2 && bAVPreview(fields.number<qint64>(0), fields.number<qint64>(1));
-    const QString text = reply(name, shown);
+    QString text = reply(name, shown);
     if (shown) {
         open(1); // it took the camera: the main preview restarts, with a reply of its own
     }
