@@ -8,6 +8,7 @@
 // library  doccamera or cardreader: which shared library has the function
 // kind     Query, or Setting: its last call is repeated to a new device process, or
 //          SettingOf: the same for each value of its first argument, or
+//          Opening: repeated until a Closing of the same camera, when it succeeded, or
 //          Raw: a query whose `const char *` are bytes of a length that nobody says
 // seconds  how long it may take before the device process is taken for stuck
 
@@ -18,17 +19,17 @@
 // clang-format off
 
 // Preview
-DEVICE(doccamera, Query,      30, bool, bStartPlay, (short rotation), (rotation))
-DEVICE(doccamera, Query,      30, bool, bStartPlay2, (short rotation), (rotation))
-DEVICE(doccamera, Query,      30, bool, bStartPlay3, (short rotation), (rotation))
-DEVICE(doccamera, Query,      30, bool, bStartPlay5, (short rotation), (rotation))
-DEVICE(doccamera, Query,      30, bool, bStartPlay6, (short rotation), (rotation))
-DEVICE(doccamera, Query,      30, bool, bStartPlay8, (short rotation), (rotation))
-DEVICE(doccamera, Query,      30, bool, bStartPlay9, (short rotation), (rotation))
-DEVICE(doccamera, Query,      30, bool, bStartPlayOpen, (), ())
-DEVICE(doccamera, Query,      30, bool, bStopPlay, (), ())
-DEVICE(doccamera, Query,      30, bool, bStartPlay4, (), ())
-DEVICE(doccamera, Query,      30, bool, bStopPlay4, (), ())
+DEVICE(doccamera, Opening,    30, bool, bStartPlay, (short rotation), (rotation))
+DEVICE(doccamera, Opening,    30, bool, bStartPlay2, (short rotation), (rotation))
+DEVICE(doccamera, Opening,    30, bool, bStartPlay3, (short rotation), (rotation))
+DEVICE(doccamera, Opening,    30, bool, bStartPlay5, (short rotation), (rotation))
+DEVICE(doccamera, Opening,    30, bool, bStartPlay6, (short rotation), (rotation))
+DEVICE(doccamera, Opening,    30, bool, bStartPlay8, (short rotation), (rotation))
+DEVICE(doccamera, Opening,    30, bool, bStartPlay9, (short rotation), (rotation))
+DEVICE(doccamera, Opening,    30, bool, bStartPlayOpen, (), ())
+DEVICE(doccamera, Closing,    30, bool, bStopPlay, (), ())
+DEVICE(doccamera, Opening,    30, bool, bStartPlay4, (), ())
+DEVICE(doccamera, Closing,    30, bool, bStopPlay4, (), ())
 DEVICE(doccamera, Query,       5, bool, getVideoFrame, (QImage &frame), (frame))
 DEVICE(doccamera, Query,       5, bool, getVideoFrameMat, (cv::Mat &frame), (frame))
 DEVICE(doccamera, Query,       5, bool, getVideoFrameMatEx, (cv::Mat &frame), (frame))

@@ -165,11 +165,14 @@ Received receiveMessage(int socket, Message *message, Clock::time_point until)
                        &message->descriptor);
 }
 
-bool makeSocketPair(int sockets[2], bool isDatagram)
+bool waitReadable(int socket, Clock::time_point until)
 {
-    return socketpair(AF_UNIX, (isDatagram ? SOCK_SEQPACKET : SOCK_STREAM) | SOCK_CLOEXEC, 0,
-                      sockets)
-        == 0;
+    return waitFor(socket, POLLIN, until) != Received::TimedOut;
+}
+
+bool makeSocketPair(int sockets[2])
+{
+    return socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, sockets) == 0;
 }
 
 void closeDescriptor(int *descriptor)

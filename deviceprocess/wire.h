@@ -21,6 +21,9 @@ enum class MessageKind : std::uint32_t {
     Failed = 3, ///< Host to server instead of a reply: an exception; the body is its text.
     Event = 4, ///< Host to server: a listener of a function is called with these arguments.
     Log = 5, ///< Host to server: a line for the log.
+    Release = 6, ///< Server to host: a picture isn't looked at any more.
+    Ping = 7, ///< Server to host: are you there?
+    Pong = 8, ///< Host to server: yes.
 };
 
 struct Message
@@ -132,8 +135,11 @@ bool sendMessage(
  */
 Received receiveMessage(int socket, Message *message, std::chrono::steady_clock::time_point until);
 
+/// Waits for something to read, or the end of the connection. \return false when the time is over
+bool waitReadable(int socket, std::chrono::steady_clock::time_point until);
+
 /// A pair of connected stream sockets, closed on exec. \return false, with errno, on failure
-bool makeSocketPair(int sockets[2], bool isDatagram = false);
+bool makeSocketPair(int sockets[2]);
 
 /// Closes a descriptor and forgets it; nothing for -1.
 void closeDescriptor(int *descriptor);

@@ -11,7 +11,7 @@
 #include "deviceprocess/host/sharedmemory.h"
 
 #include <QApplication>
-#include <QSettings>
+#include <QFile>
 #include <QSocketNotifier>
 #include <QtDebug>
 #include <dirent.h>
@@ -98,8 +98,12 @@ void takeControl(Library &library, Pictures &pictures)
     while (receiveMessage(controlSocket, &message, std::chrono::steady_clock::time_point::max())
            == Received::Message) {
         Reader reader(message);
-        if (message.kind == MessageKind::Event) {
+        if (message.kind == MessageKind::Release) {
             pictures.release(reader.value<std::uint64_t>());
+            continue;
+        }
+        if (message.kind == MessageKind::Ping) {
+            CallerLink::sendApart(MessageKind::Pong, 0, Writer());
             continue;
         }
         const bool isMainThread = reader.value<std::uint8_t>() != 0;
@@ -137,18 +141,17 @@ int main(int argc, char **argv)
     QApplication application(argc, argv);
     QApplication::setQuitOnLastWindowClosed(false);
 
-    const QSettings ini(QCoreApplication::applicationDirPath() + QStringLiteral("/devices.ini"),
-                        QSettings::IniFormat);
-    const auto text = [&](const char *key, const char *usual) {
-        const QString value = ini.value(QLatin1String(key)).toString();
-        return value.isEmpty() ? QString::fromLatin1(usual) : value;
+    // [library] of devices.ini, as the server read it.
+    const auto path = [](const char *variable, const char *usual) {
+        const QByteArray text = qgetenv(variable);
+        return QFile::decodeName(text.isEmpty() ? usual : text);
     };
-    const int memoryMiB = ini.value(QStringLiteral("library/memory")).toInt();
+    const int memoryMiB = qEnvironmentVariableIntValue("DEVICEHOST_MEMORY");
     limitResources(memoryMiB > 0 ? memoryMiB : usualMemoryMiB);
 
     static Library library;
-    library.load(text("library/camera", "libportabledoccamera.so"),
-                 text("library/cards", "libportablecardreader.so"));
+    library.load(path("DEVICEHOST_CAMERA", "libportabledoccamera.so"),
+                 path("DEVICEHOST_CARDS", "libportablecardreader.so"));
     static Pictures pictures(memory);
     makeRelay();
     std::thread(takeControl, std::ref(library), std::ref(pictures)).detach();

@@ -31,7 +31,10 @@ using std::chrono::seconds;
 
 constexpr milliseconds startLimit{10000}; ///< For loading the libraries and repeating settings.
 constexpr seconds longestPause{30}; ///< Between the starts of a process that keeps dying.
-constexpr seconds soundAfter{60}; ///< A process that lived that long counts as a sound one.
+constexpr seconds soundAfter{5}; ///< A process that lived that long counts as a sound one.
+constexpr milliseconds pingAfter{500}; ///< A call that takes longer makes us look.
+constexpr milliseconds pongLimit{
+    1000}; ///< For a thread of the process that has nothing else to do.
 constexpr int lowestDescriptor = 10; ///< Ours are above those that the process gets as 3 and 4.
 constexpr int eventsPerSecond = 2000; ///< What no camera or reader says; the process runs wild.
 
@@ -51,7 +54,8 @@ bool moveUp(int *descriptor)
  * own, so that its children end with it. Its name on the process list is "devicehost" alone: the
  * server's own name in a path would count as a second server.
  */
-int spawn(const QByteArray &program, int control, int events, pid_t *pid)
+int spawn(const QByteArray &program, const std::vector<QByteArray> &furtherEnvironment, int control,
+          int events, pid_t *pid)
 {
     posix_spawn_file_actions_t actions;
     posix_spawn_file_actions_init(&actions);
@@ -67,8 +71,16 @@ int spawn(const QByteArray &program, int control, int events, pid_t *pid)
     posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETPGROUP | POSIX_SPAWN_SETSIGMASK);
     char name[] = "devicehost";
     char *const arguments[] = {name, nullptr};
+    std::vector<char *> variables;
+    for (char **variable = environ; *variable; ++variable) {
+        variables.push_back(*variable);
+    }
+    for (const QByteArray &variable : furtherEnvironment) {
+        variables.push_back(const_cast<char *>(variable.constData()));
+    }
+    variables.push_back(nullptr);
     const int error =
-        posix_spawn(pid, program.constData(), &actions, &attributes, arguments, environ);
+        posix_spawn(pid, program.constData(), &actions, &attributes, arguments, variables.data());
     posix_spawnattr_destroy(&attributes);
     posix_spawn_file_actions_destroy(&actions);
     return error;
@@ -154,8 +166,12 @@ int DeviceHost::restarts() const
 
 DeviceHost::Clock::time_point DeviceHost::deadline(FunctionId function) const
 {
-    return Clock::now()
-        + milliseconds(qint64(1000 * functionSeconds(std::uint32_t(function)) * m_timeFactor));
+    return Clock::now() + scaled(seconds(functionSeconds(std::uint32_t(function))));
+}
+
+milliseconds DeviceHost::scaled(milliseconds time) const
+{
+    return milliseconds(qint64(double(time.count()) * m_timeFactor));
 }
 
 bool DeviceHost::isUsable(const Connection &connection) const
@@ -213,12 +229,36 @@ void DeviceHost::keepSetting(FunctionId function, FunctionKind kind, const QByte
     if (kind != FunctionKind::Setting && kind != FunctionKind::SettingOf) {
         return;
     }
-    const QByteArray key =
-        kind == FunctionKind::SettingOf ? arguments.left(int(sizeof(int))) : QByteArray();
+    QByteArray key = functionName(std::uint32_t(function));
+    if (kind == FunctionKind::SettingOf) {
+        key += arguments.left(int(sizeof(int)));
+    }
+    forgetSetting({function, key, {}});
     const std::lock_guard<std::mutex> lock(m_mutex);
-    m_settings.remove_if(
-        [&](const Setting &setting) { return setting.function == function && setting.key == key; });
     m_settings.push_back({function, key, arguments});
+}
+
+/// A preview that is open is opened again in a new process, before anybody notices more than a gap.
+void DeviceHost::keepPreview(FunctionId function, FunctionKind kind, const QByteArray &arguments,
+                             const Message &reply)
+{
+    if (kind != FunctionKind::Opening && kind != FunctionKind::Closing) {
+        return;
+    }
+    const bool isFourth = function == FunctionId::bStartPlay4 || function == FunctionId::bStopPlay4;
+    const QByteArray key = isFourth ? "fourth preview" : "preview";
+    forgetSetting({function, key, {}});
+    Reader answer(reply);
+    if (kind == FunctionKind::Opening && answer.value<bool>()) {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        m_settings.push_back({function, key, arguments});
+    }
+}
+
+void DeviceHost::forgetSetting(const Setting &setting)
+{
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    m_settings.remove_if([&](const Setting &one) { return one.key == setting.key; });
 }
 
 bool DeviceHost::call(FunctionId function, FunctionKind kind, const Writer &arguments,
@@ -243,6 +283,7 @@ bool DeviceHost::call(FunctionId function, FunctionKind kind, const Writer &argu
         m_underWay.erase(std::this_thread::get_id());
     }
     if (result == Received::Message) {
+        keepPreview(function, kind, arguments.body(), *reply);
         return true;
     }
     // Whatever came later on this connection would be taken for the answer to another call.
@@ -266,6 +307,11 @@ Received DeviceHost::exchange(Connection &link, FunctionId function, const Write
         return Clock::now() >= until ? Received::TimedOut : Received::Closed;
     }
     for (;;) {
+        while (!waitReadable(link.socket, std::min(until, Clock::now() + pingAfter))) {
+            if (Clock::now() >= until || !isAlive(link.generation)) {
+                return Received::TimedOut;
+            }
+        }
         const Received result = receiveMessage(link.socket, reply, until);
         if (result != Received::Message) {
             return result;
@@ -285,6 +331,28 @@ Received DeviceHost::exchange(Connection &link, FunctionId function, const Write
             return reply->kind == MessageKind::Reply ? Received::Message : Received::Invalid;
         }
     }
+}
+
+/**
+ * Whether the process as a whole still does anything: it has a thread that answers pings at once,
+ * so that one that is stopped, or starved of memory, is found long before the call's time is over.
+ */
+bool DeviceHost::isAlive(quint64 generation)
+{
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    if (generation != m_generation || m_control < 0) {
+        return false;
+    }
+    const auto now = Clock::now();
+    if (m_pinged == Clock::time_point()) {
+        m_pinged = now;
+        return sendMessage(m_control, MessageKind::Ping, 0, Writer(), now + pongLimit);
+    }
+    const bool isLate = now - m_pinged > std::max(scaled(pongLimit), milliseconds(500));
+    if (isLate && m_endReason.isEmpty()) {
+        m_endReason = QStringLiteral("it doesn't react any more");
+    }
+    return !isLate;
 }
 
 void DeviceHost::rejectGarbage(FunctionId function, quint64 generation)
@@ -311,7 +379,7 @@ void DeviceHost::release(quint64 generation, std::uint64_t held)
     content.value(held);
     const std::lock_guard<std::mutex> lock(m_mutex);
     if (generation == m_generation && m_control >= 0) {
-        sendMessage(m_control, MessageKind::Event, 0, content, Clock::now() + seconds(1));
+        sendMessage(m_control, MessageKind::Release, 0, content, Clock::now() + seconds(1));
     }
 }
 
@@ -319,15 +387,9 @@ void DeviceHost::supervise()
 {
     for (;;) {
         if (start()) {
-            repeatSettings();
-            {
-                const std::lock_guard<std::mutex> lock(m_mutex);
-                if (m_state == State::Starting) {
-                    m_state = State::Running;
-                }
-            }
-            m_changed.notify_all();
+            std::thread repeating(&DeviceHost::repeatSettings, this); // events come meanwhile
             takeEvents();
+            repeating.join();
         }
         reap();
         forgetMappings();
@@ -351,7 +413,7 @@ bool DeviceHost::start()
         || !moveUp(&events[1])) {
         error = errno;
     } else {
-        error = spawn(QFile::encodeName(m_program), control[1], events[1], &pid);
+        error = spawn(QFile::encodeName(m_program), m_environment, control[1], events[1], &pid);
     }
     closeDescriptor(&control[1]);
     closeDescriptor(&events[1]);
@@ -369,19 +431,32 @@ bool DeviceHost::start()
     m_control = control[0];
     m_events = events[0];
     m_endReason.clear();
+    m_pinged = {};
     qInfo("device process: started, process %d", int(pid));
     return m_state != State::Stopping;
 }
 
-/// Before anybody else's calls, on a connection of its own.
+/// Before anybody else's calls, on a connection of its own. Opens the way for those then.
 void DeviceHost::repeatSettings()
+{
+    const bool isDone = sendSettings();
+    {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        if (isDone && m_state == State::Starting) {
+            m_state = State::Running;
+        }
+    }
+    m_changed.notify_all();
+}
+
+bool DeviceHost::sendSettings()
 {
     std::list<Setting> settings;
     Connection own;
     {
         const std::lock_guard<std::mutex> lock(m_mutex);
         if (m_generation == 1) {
-            return; // the first call of all sets what it sets
+            return true; // the first call of all sets what it sets
         }
         settings = m_settings;
         own.generation = m_generation;
@@ -394,11 +469,14 @@ void DeviceHost::repeatSettings()
         Message reply;
         if (own.socket < 0
             || exchange(own, setting.function, arguments, until, &reply) != Received::Message) {
+            // Once more might end the next process as well.
+            forgetSetting(setting);
             end(own.generation, nameOf(setting.function) + QStringLiteral(" was not answered"));
-            return;
+            return false;
         }
         closeDescriptor(&reply.descriptor);
     }
+    return true;
 }
 
 /// Until the process has gone, or floods us.
@@ -411,6 +489,11 @@ void DeviceHost::takeEvents()
         if (Clock::now() - second > seconds(1)) {
             second = Clock::now();
             count = 0;
+        }
+        if (message.kind == MessageKind::Pong) {
+            const std::lock_guard<std::mutex> lock(m_mutex);
+            m_pinged = {};
+            continue;
         }
         const bool isLog = message.kind == MessageKind::Log;
         if (isLog) {
@@ -475,13 +558,13 @@ void DeviceHost::reap()
 void DeviceHost::waitBeforeRestart()
 {
     std::unique_lock<std::mutex> lock(m_mutex);
-    m_failuresInRow = Clock::now() - m_started > soundAfter ? 1 : m_failuresInRow + 1;
+    m_failuresInRow = Clock::now() - m_started > scaled(soundAfter) ? 1 : m_failuresInRow + 1;
     if (m_failuresInRow == 1) {
         return;
     }
     const auto pause =
         std::min<seconds>(seconds(1 << std::min(m_failuresInRow - 2, 5)), longestPause);
-    m_changed.wait_for(lock, pause, [this] { return m_state == State::Stopping; });
+    m_changed.wait_for(lock, scaled(pause), [this] { return m_state == State::Stopping; });
 }
 
 } // namespace deviceprocess

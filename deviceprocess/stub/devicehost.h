@@ -16,6 +16,8 @@
 #include <memory>
 #include <mutex>
 #include <thread>
+#include <utility>
+#include <vector>
 
 namespace deviceprocess {
 
@@ -61,8 +63,11 @@ public:
     /// Ends the process; calls fail from then on, and no listener is called any more.
     void stop();
 
-    /// Sets the factor of all time limits, from devices.ini; 1 at first.
+    /// Sets the factor of all times, those of calls and those between restarts; 1 at first.
     void setTimeFactor(double factor) { m_timeFactor = factor; }
+
+    /// Sets what the program finds in its environment as well, "NAME=value" each.
+    void setEnvironment(std::vector<QByteArray> variables) { m_environment = std::move(variables); }
 
     /// Of the process that gave the latest reply to this thread; see release().
     static quint64 generationOfThread();
@@ -76,25 +81,32 @@ public:
 private:
     enum class State { Idle, Starting, Running, Waiting, Stopping };
     struct Connection;
+    /// A call that a new process gets first.
     struct Setting
     {
         FunctionId function;
-        QByteArray key;
+        QByteArray key; ///< A later call with the same one takes its place.
         QByteArray arguments;
     };
 
     std::shared_ptr<Connection> connection(Clock::time_point until);
     bool isUsable(const Connection &connection) const;
     int newCaller(bool isMainThread);
+    std::chrono::milliseconds scaled(std::chrono::milliseconds time) const;
     Clock::time_point deadline(FunctionId function) const;
     Received exchange(Connection &connection, FunctionId function, const Writer &arguments,
                       Clock::time_point until, Message *reply);
+    bool isAlive(quint64 generation);
     void keepSetting(FunctionId function, FunctionKind kind, const QByteArray &arguments);
+    void keepPreview(FunctionId function, FunctionKind kind, const QByteArray &arguments,
+                     const Message &reply);
+    void forgetSetting(const Setting &setting);
     void end(quint64 generation, const QString &reason);
 
     void supervise();
     bool start();
     void repeatSettings();
+    bool sendSettings();
     void takeEvents();
     void reap();
     QString callsUnderWay() const;
@@ -102,6 +114,7 @@ private:
 
     const QString m_program;
     double m_timeFactor = 1;
+    std::vector<QByteArray> m_environment;
     mutable std::mutex m_mutex;
     std::condition_variable m_changed;
     std::thread m_supervisor;
@@ -114,6 +127,7 @@ private:
     int m_restarts = 0;
     int m_failuresInRow = 0;
     Clock::time_point m_started;
+    Clock::time_point m_pinged; ///< When the oldest ping without an answer was sent; else unset.
     std::list<Setting> m_settings; ///< In the order of their last calls.
     std::map<std::thread::id, FunctionId> m_underWay;
 };
