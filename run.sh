@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # SPDX-License-Identifier: MIT
-# Installs what is missing, builds, starts the server.
+# Installs missing packages, builds, starts the server.
 cd "$(dirname "$0")"
 . scripts/common.sh
 
@@ -9,17 +9,17 @@ usage() {
 usage: ./run.sh [option]
 
 Installs missing Debian packages (as root or with sudo), builds the server and its companions into
-build/release/ and starts the server. It runs until it is ended with Ctrl-C.
+build/release/ and starts the server. Press Ctrl-C to stop it.
 
-  --build-only   install and build, do not start
-  --no-install   never touch the system's packages
-  --help         this text
+  --build-only   install and build only
+  --no-install   do not install packages
+  --help         show this text
 
-Without a display, or with one that can't be reached: QT_QPA_PLATFORM=offscreen ./run.sh
+If the display can't be reached: QT_QPA_PLATFORM=offscreen ./run.sh
 
-With a device library of a maker:
+To use a maker's device library:
   cmake -S . -B build/release -G Ninja -DDEVICE_LIBRARIES="/path/libdoccamera.so;/path/libcardreader.so"
-or start the built program with LD_LIBRARY_PATH set to the folder of theirs.
+or start the built program with LD_LIBRARY_PATH set to that library's folder.
 TEXT
 }
 
@@ -35,10 +35,10 @@ for option in "$@"; do
 done
 
 [ "$install" = no ] || install_packages build run
-# Not every system has the package, and another browser does as well.
+# Not every system has the package, and another browser works too.
 if [ "$install" = yes ] && ! command -v chromium chromium-browser uos-browser \
     google-chrome-stable google-chrome microsoft-edge-stable >/dev/null; then
-    (install_packages browser) || say "no browser: the pages on the customer's screen will fail"
+    (install_packages browser) || say "no browser installed: counter pages will not work"
 fi
 build release product
 scripts/fetch-face-models.sh build/release/models || true # the rest works without
@@ -51,5 +51,5 @@ fi
 choose_platform
 say "server:       ws://127.0.0.1:1818 (all addresses)"
 say "console page: file://$PWD/console/index.html"
-say "log:          $PWD/build/release/log/vx_log_$(date +%F).txt (why, when pages can't connect)"
+say "log:          $PWD/build/release/log/vx_log_$(date +%F).txt (has the reason if pages can't connect)"
 exec "$program"

@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # SPDX-License-Identifier: MIT
-# Installs what is missing, builds, runs every test.
+# Installs missing packages, checks layout and includes, builds, runs every test.
 cd "$(dirname "$0")"
 . scripts/common.sh
 
@@ -9,31 +9,42 @@ usage() {
 usage: ./test.sh [option]
 
 Installs missing Debian packages (as root or with sudo) and the npm packages of the web tests
-(tests/web/), builds, and runs the tests.
+(tests/web/), checks the layout of the sources and the direction of their includes, builds, and
+runs the tests.
 
-  --sanitizers   run them under the address and the thread sanitizer as well
-  --no-install   never touch the system's packages, nor npm's
-  --help         this text
+  --sanitizers   also run them with the address and thread sanitizers
+  --lint         run clang-tidy, shellcheck and style checks instead; any finding fails
+  --no-install   do not install Debian or npm packages
+  --help         show this text
 
-One test:  build/release/tests/log/tst_log [function]   (QT_QPA_PLATFORM=offscreen without a display)
+To run one test: build/release/tests/log/tst_log [function]   (QT_QPA_PLATFORM=offscreen without a display)
 TEXT
 }
 
 install=yes
+lint=no
 builds=release
 for option in "$@"; do
     case "$option" in
     --sanitizers) builds="release asan tsan" ;;
+    --lint) lint=yes ;;
     --no-install) install=no ;;
     --help | -h) usage; exit 0 ;;
     *) usage >&2; exit 2 ;;
     esac
 done
 
+if [ "$lint" = yes ]; then
+    [ "$install" = no ] || install_packages build bench lint
+    exec scripts/lint.sh
+fi
 if [ "$install" = yes ]; then
-    install_packages build run test
+    install_packages build run test format
     install_npm_packages
 fi
+say "checking layout and includes"
+scripts/format.sh --check
+scripts/check-includes.sh
 choose_platform
 for name in $builds; do
     case "$name" in
@@ -41,7 +52,7 @@ for name in $builds; do
     asan) build asan all -DSANITIZE=address ;;
     tsan) build tsan all -DSANITIZE=thread ;;
     esac
-    scripts/fetch-face-models.sh "build/$name/models" || true # their tests are skipped then
+    scripts/fetch-face-models.sh "build/$name/models" || true # without them the face tests are skipped
     say "testing build/$name"
     (cd "build/$name" && ctest -j"$(nproc)" --output-on-failure)
 done

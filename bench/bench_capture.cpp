@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// What saving the camera's picture costs, against what it can't do without: one JPEG compression
-// and one write of the file.
+// The cost of saving the camera's picture, relative to its minimum: one JPEG compression and one
+// file write.
 #include "bench/ratios.h"
 #include "devicelib/doccamera.h"
 #include "portable/picture/pagefinder.h"
@@ -12,12 +12,12 @@
 
 #include <cstdio>
 #include <cstdlib>
-// After <cstdio>, whose types it uses without including it.
+// After <cstdio>: it uses its types without including it.
 #include <jpeglib.h>
 
 namespace {
 
-/// The desk scene, 1920 x 1080.
+/// The test scene, 1920 x 1080.
 cv::Mat cameraPicture()
 {
     cv::Mat frame;
@@ -28,7 +28,7 @@ cv::Mat cameraPicture()
     return frame;
 }
 
-/// libjpeg-turbo and nothing else; the memory is malloc's.
+/// Plain libjpeg-turbo; free() releases the memory.
 unsigned long compress(const cv::Mat &picture, unsigned char **memory)
 {
     jpeg_error_mgr error{};

@@ -6,7 +6,7 @@
 #include "portable/face/faceengine.h"
 #include "portable/finger/fingerprint.h"
 #include "portable/picture/imageconversion.h"
-#include "portable/picture/uprightimage.h"
+#include "portable/picture/picturereader.h"
 #include "tests/drawnface.h"
 #include "tests/drawnfinger.h"
 
@@ -26,17 +26,15 @@ QString pictureFile;
 void BM_compareFiles(benchmark::State &state)
 {
     FaceEngine engine([] { return models; });
-    if (engine.prepare() != FaceFailure::none) {
+    if (engine.prepare() != FaceFailure::None) {
         state.SkipWithError("no models");
         return;
     }
     for (auto _ : state) {
         FaceDescriptor faces[2];
         for (FaceDescriptor &face : faces) {
-            cv::Mat picture;
             QString error;
-            readImageFile(pictureFile, &picture, &error);
-            engine.describe(picture, &face);
+            engine.describe(readPicture(pictureFile, &error, biometricLimits), &face);
         }
         benchmark::DoNotOptimize(faceScore(faces[0], faces[1]));
     }

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// What a log line costs, through the installed message handler and in the plain way.
+// The cost of a log line through the installed message handler, relative to a plain text stream.
 #include "bench/ratios.h"
 #include "log/qlog.h"
 #include "tests/textstreamlog.h"
@@ -11,7 +11,7 @@ namespace {
 
 constexpr int MaxLogSize = 50 * 1024 * 1024;
 
-// As long as most lines are.
+// Of typical length.
 QString commandLine()
 {
     return QStringLiteral(

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// What a preview frame costs from the camera's picture to the sockets, against what it can't do
-// without: one JPEG compression, one write to each page's socket.
+// The cost of a preview frame from the camera's picture to the sockets, relative to its minimum:
+// one JPEG compression and one write to each page's socket.
 #include "bench/ratios.h"
 #include "camera/captureimgthread.h"
 #include "camera/frameencoder.h"
@@ -26,7 +26,7 @@ namespace {
 
 constexpr QSize previewSize{800, 600};
 
-/// A page of text with a photograph on it, roughly: what document cameras look at.
+/// Roughly a sheet of text with a photograph, as document cameras see it.
 QImage cameraPicture(QImage::Format format)
 {
     QImage picture(1920, 1080, QImage::Format_RGB32);
@@ -46,7 +46,7 @@ QImage cameraPicture(QImage::Format format)
     return picture.convertToFormat(format);
 }
 
-/// Pages that do nothing but read: plain sockets, all served by one thread.
+/// Pages that only read: plain sockets, all served by one thread.
 class Readers
 {
 public:
@@ -115,7 +115,7 @@ public:
 
     void pushFrame(const QByteArray &text)
     {
-        Q_EMIT CaptureImgThread::instance()->sig_msg(text);
+        Q_EMIT CaptureImgThread::instance()->sig_frame(text);
         waitUntilWritten(m_sockets);
     }
 

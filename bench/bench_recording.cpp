@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// A load program: the preview of camera 1 as the server makes it, alone and beside a recording of
-// the same pictures. Both take frames of the camera at once; neither may starve the other.
+// A load test: the preview of camera 1 as the server makes it, alone and during a recording. Both
+// take frames from the camera at the same time; neither may starve the other.
 #include "camera/frameencoder.h"
 #include "devicelib/doccamera.h"
 
@@ -20,7 +20,7 @@ namespace {
 constexpr QSize previewSize{800, 600};
 constexpr int seconds = 4;
 
-/// What this process has computed so far, in seconds of a core.
+/// The CPU time of this process so far, in seconds.
 double cpuTime()
 {
     timespec time{};
@@ -44,7 +44,7 @@ public:
     Preview(const Preview &) = delete;
     Preview &operator=(const Preview &) = delete;
 
-    /// Prints how many frames a second there are, and what everything costs.
+    /// Prints the frame rate and the CPU load.
     void measure(const char *what)
     {
         const int framesBefore = m_frames;
@@ -75,8 +75,8 @@ private:
 };
 
 /**
- * Passes on what the library says about recordings, "..., 4.0 s, 100 different pictures" at the
- * end.
+ * Passes on the library's log lines about recordings, such as the final "..., 4.0 s, 100 different
+ * pictures".
  */
 void printRecordingLines(QtMsgType, const QMessageLogContext &, const QString &line)
 {
@@ -88,7 +88,7 @@ void printRecordingLines(QtMsgType, const QMessageLogContext &, const QString &l
 void record(const char *what, bool (*start)(const char *), const QString &path, Preview &preview)
 {
     if (!start(QFile::encodeName(path).constData())) {
-        return; // the library has said why
+        return; // the library has logged the reason
     }
     preview.measure(what);
     bStopRec();

@@ -9,8 +9,8 @@
 #include <vector>
 
 /**
- * Compares benchmarks of one run. These machines are noisy, so what counts is the ratio of two
- * medians whose repetitions took turns, not the time of either:
+ * Compares benchmarks within one run. Machines are noisy, so the result is the ratio of two medians
+ * whose repetitions were interleaved, not the time of either:
  *
  *     int main(int argc, char **argv)
  *     {
@@ -23,7 +23,7 @@
 class RatioRun
 {
 public:
-    /// Runs every benchmark of the program; Google Benchmark's options overrule what is set here.
+    /// Runs every benchmark of the program; Google Benchmark's options override these defaults.
     RatioRun(int argc, char **argv)
     {
         std::vector<std::string> options{argv[0], "--benchmark_repetitions=9",
@@ -32,6 +32,7 @@ public:
                                          "--benchmark_display_aggregates_only=true"};
         options.insert(options.end(), argv + 1, argv + argc);
         std::vector<char *> pointers;
+        pointers.reserve(options.size());
         for (std::string &option : options) {
             pointers.push_back(&option[0]);
         }
@@ -42,8 +43,8 @@ public:
     }
 
     /**
-     * Prints the ratio of the medians of two benchmarks (wall-clock time if they use it, else CPU
-     * time), or why there is none: one of them was filtered out or failed.
+     * Prints the ratio of the medians of two benchmarks (wall-clock time if they use it, otherwise
+     * CPU time), or "not measured" when one was filtered out or failed.
      */
     void printRatio(const std::string &what, const std::string &ours, const std::string &plain,
                     double limit) const
@@ -58,7 +59,7 @@ public:
     }
 
 private:
-    /// The usual table; keeps the medians, in seconds, by the benchmarks' names.
+    /// Prints the usual table and keeps the medians, in seconds, by benchmark name.
     struct Reporter : benchmark::ConsoleReporter
     {
         std::map<std::string, double> medians;
@@ -73,7 +74,7 @@ private:
             ConsoleReporter::ReportRuns(runs);
         }
 
-        /// "BM_frame/8", without what the options add to it.
+        /// "BM_frame/8", without the suffixes added by options.
         static std::string nameOf(const Run &run)
         {
             const std::string &arguments = run.run_name.args;

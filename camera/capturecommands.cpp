@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// Still pictures: saved as files by the device library, or handed to the page as base64.
+// Still pictures, saved to files by the device library or returned to the page as base64.
 
 #include "camera/mat2base64.h"
 #include "devicelib/doccamera.h"
@@ -16,9 +16,9 @@
 
 namespace {
 
-constexpr int maxPartsLogged = 100; // SplitPic takes two; a text of nothing but "," fills no log
+constexpr int maxFieldsLogged = 100; // SplitPic takes two; a hostile text must not fill the log
 
-/// The running camera's picture as base64 of a JPEG; empty without one.
+/// The running camera's current frame as base64 of a JPEG; empty without one.
 QString currentFrame()
 {
     cv::Mat frame;
@@ -69,7 +69,7 @@ QString MessageRun::bSaveGrayAndTIF_callback(QString name, QString args, Message
             && bSaveGrayAndTIF(fields.utf8(0), fields.utf8(1), fields.utf8(2), fields.utf8(3)));
 }
 
-// Accepted, not supported: pages expect "true".
+// Not supported; pages expect "true".
 QString MessageRun::bSaveTIF24Bit_callback(QString name, QString, MessageRun *)
 {
     return reply(name, true);
@@ -78,12 +78,12 @@ QString MessageRun::bSaveTIF24Bit_callback(QString name, QString, MessageRun *)
 QString MessageRun::SplitPic_callback(QString name, QString args, MessageRun *)
 {
     const Arguments fields(args);
-    QStringList parts;
-    for (int i = 0; i < std::min(fields.count(), maxPartsLogged); ++i) {
-        parts << fields.text(i);
+    QStringList logged;
+    for (int i = 0; i < std::min(fields.count(), maxFieldsLogged); ++i) {
+        logged << fields.text(i);
     }
-    if (parts.size() >= 2) {
-        traceLine("messagerun", __LINE__, __func__) << parts;
+    if (logged.size() >= 2) {
+        traceLine("messagerun", __LINE__, __func__) << logged;
     }
     return replyTwoTexts(name, args, SplitPic);
 }
@@ -103,8 +103,8 @@ QString MessageRun::sGetBase64_callback(QString name, QString args, MessageRun *
     return sGetJpgBase64_callback(name, args, self);
 }
 
-// Saves and takes the file back; when there is none the running camera's picture must do. A failed
-// save is never told.
+// Saves to a temporary file and returns its content. Without a file the reply is the current frame;
+// a failed save is not reported.
 QString MessageRun::bSaveJPGEx_callback(QString name, QString, MessageRun *)
 {
     const QString file = QLatin1String("VX")

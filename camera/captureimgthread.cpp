@@ -15,32 +15,40 @@
 #include <list>
 #include <mutex>
 
+using namespace std::chrono_literals;
+
 namespace {
 
+constexpr auto passWait = 20ms; // for an operation, at the start of each pass
+constexpr auto secondTryWait = 500ms;
+constexpr auto thirdTryWait = 1000ms;
+constexpr auto failedFrameWait = 1000ms;
+constexpr auto restartWait = 3000ms; // between stop and start
+
 constexpr QSize originalPreviewSize{800, 600};
-constexpr QSize smallestPreviewSize{400, 300};
+constexpr QSize minPreviewSize{400, 300};
 constexpr double originalZoomFactor = 0.1;
 constexpr int noCamera = -1;
-constexpr int failuresBeforeRestart = 5; // one more, and the camera is restarted
-constexpr int framesUnderWayLimit = 2;
-constexpr int largestScale = 10; // a frame is enlarged no further
+constexpr int failuresBeforeRestart = 5; // the next one restarts the camera
+constexpr int maxQueuedFrames = 2;
+constexpr int maxScale = 10; // frames are not enlarged beyond this
 
-enum class Turn { No, AsSet };
+enum class Rotation { None, AsSet };
 
 /**
- * How each camera is started. Pages rely on the irregular entries: camera 5 is kept as 3, the
- * cameras from 5 on are not turned at the third try, and the dual camera that is open already
- * answers by another name.
+ * How each camera is started. Pages rely on the irregular entries: camera 5 is stored as 3, the
+ * third try of cameras 5 and above ignores the rotation, and the reply for a dual camera that is
+ * already open has another name.
  */
 struct Start
 {
     int code; // of openCamera
     enumCameraOPeration operation;
-    int camera; // open already when this one is current
+    int camera; // already open when this one is current
     int stored; // what becomes current
     bool (*start)(short rotation);
-    Turn firstTries;
-    Turn lastTry;
+    Rotation firstTries;
+    Rotation lastTry;
     const char *name;
     const char *nameWhenOpen;
 };
@@ -52,16 +60,16 @@ bool startDualCamera(short)
 
 // clang-format off
 constexpr Start starts[] = {
-    // code  operation      camera stored  start         tries 1, 2   try 3        reply name        open already
-    { 1, OpStartPlay,        1,  1, bStartPlay,      Turn::AsSet, Turn::AsSet, "bStartPlay",       "bStartPlay"},
-    {11, OpStartPlayRotate,  1,  1, bStartPlay,      Turn::AsSet, Turn::AsSet, "bStartPlayRotate", "bStartPlayRotate"},
-    { 2, OpStartPlay2,       2,  2, bStartPlay2,     Turn::No,    Turn::No,    "bStartPlay2",      "bStartPlay2"},
-    { 3, OpStartPlay3,       3,  3, bStartPlay3,     Turn::No,    Turn::No,    "bStartPlay3",      "bStartPlay3"},
-    { 5, OpStartPlay5,       5,  3, bStartPlay5,     Turn::AsSet, Turn::No,    "bStartPlay5",      "bStartPlay5"},
-    { 6, OpStartPlay6,       6,  6, bStartPlay6,     Turn::AsSet, Turn::No,    "bStartPlay6",      "bStartPlay6"},
-    { 8, OpStartPlay8,       8,  8, bStartPlay8,     Turn::AsSet, Turn::No,    "bStartPlay8",      "bStartPlay8"},
-    { 9, OpStartPlay9,       9,  9, bStartPlay9,     Turn::AsSet, Turn::No,    "bStartPlay9",      "bStartPlay9"},
-    {25, OpStartPlayOpen,   25, 25, startDualCamera, Turn::No,    Turn::No,    "bStartPlayOpen",   "bDualCameraOpen"},
+    // code  operation      camera stored start          tries 1, 2       try 3            reply name          already open
+    { 1, OpStartPlay,        1,  1, bStartPlay,      Rotation::AsSet, Rotation::AsSet, "bStartPlay",       "bStartPlay"},
+    {11, OpStartPlayRotate,  1,  1, bStartPlay,      Rotation::AsSet, Rotation::AsSet, "bStartPlayRotate", "bStartPlayRotate"},
+    { 2, OpStartPlay2,       2,  2, bStartPlay2,     Rotation::None,  Rotation::None,  "bStartPlay2",      "bStartPlay2"},
+    { 3, OpStartPlay3,       3,  3, bStartPlay3,     Rotation::None,  Rotation::None,  "bStartPlay3",      "bStartPlay3"},
+    { 5, OpStartPlay5,       5,  3, bStartPlay5,     Rotation::AsSet, Rotation::None,  "bStartPlay5",      "bStartPlay5"},
+    { 6, OpStartPlay6,       6,  6, bStartPlay6,     Rotation::AsSet, Rotation::None,  "bStartPlay6",      "bStartPlay6"},
+    { 8, OpStartPlay8,       8,  8, bStartPlay8,     Rotation::AsSet, Rotation::None,  "bStartPlay8",      "bStartPlay8"},
+    { 9, OpStartPlay9,       9,  9, bStartPlay9,     Rotation::AsSet, Rotation::None,  "bStartPlay9",      "bStartPlay9"},
+    {25, OpStartPlayOpen,   25, 25, startDualCamera, Rotation::None,  Rotation::None,  "bStartPlayOpen",   "bDualCameraOpen"},
 };
 // clang-format on
 
@@ -87,8 +95,8 @@ int truncated(double value)
 
 struct CaptureImgThread::Record
 {
-    explicit Record(const Waits &someWaits)
-        : waits(someWaits)
+    explicit Record(base::Clock &someClock)
+        : clock(someClock)
     {
     }
 
@@ -99,7 +107,7 @@ struct CaptureImgThread::Record
         return {truncated(width + width * factor), truncated(height + height * factor)};
     }
 
-    const Waits waits;
+    base::Clock &clock;
 
     std::mutex mutex;
     std::condition_variable wake;
@@ -107,7 +115,7 @@ struct CaptureImgThread::Record
     int currentCamera = noCamera; // guarded by mutex
     std::list<enumCameraOPeration> queue; // guarded by mutex
 
-    // The pause has a lock of its own: setting it must not wait for a pass to end.
+    // The pause has its own lock: setPause() must not wait for a pass to end.
     std::mutex pauseMutex;
     std::condition_variable pauseWake;
     bool paused = false; // guarded by pauseMutex
@@ -118,10 +126,10 @@ struct CaptureImgThread::Record
     std::atomic<int> previewHeight{originalPreviewSize.height()};
     std::atomic<bool> previewEnabled{true};
 
-    std::atomic<int> framesUnderWay{0};
+    std::atomic<int> queuedFrames{0};
 };
 
-/// What the thread does, and what only the thread knows.
+/// The thread's loop and the state that only the thread uses.
 class CaptureImgThread::Loop
 {
 public:
@@ -131,7 +139,7 @@ public:
     {
     }
 
-    /// One pass; false when the thread is to end.
+    /// Runs one pass. \return false when the thread is to end
     bool pass();
 
 private:
@@ -149,21 +157,21 @@ private:
     Record &d;
     FrameEncoder m_encoder;
     int m_failures = 0; // frames in a row
-    QSize m_refusedSize; // told in the log already
+    QSize m_refusedSize; // already logged
 };
 
 CaptureImgThread *CaptureImgThread::instance()
 {
-    static CaptureImgThread thread{Waits{}};
+    static CaptureImgThread thread;
     return &thread;
 }
 
-CaptureImgThread::CaptureImgThread(const Waits &waits)
-    : d(new Record(waits))
+CaptureImgThread::CaptureImgThread(base::Clock &clock)
+    : d(new Record(clock))
 {
     setObjectName(QStringLiteral("capture"));
     connect(
-        this, &CaptureImgThread::frameEmitted, this, [this] { --d->framesUnderWay; },
+        this, &CaptureImgThread::frameEmitted, this, [this] { --d->queuedFrames; },
         Qt::QueuedConnection);
     start();
 }
@@ -172,7 +180,7 @@ CaptureImgThread::~CaptureImgThread()
 {
     destory();
     wait();
-    // The thread is gone; the thread sanitizer, which doesn't know QThread::wait, learns it here.
+    // Tells the thread sanitizer, which does not know QThread::wait, that the thread has ended.
     const std::lock_guard<std::mutex> lock(d->mutex);
 }
 
@@ -190,7 +198,7 @@ void CaptureImgThread::openCamera(int code)
     if (const Start *start = findStart(&Start::code, code)) {
         enqueue(start->operation);
     } else {
-        qWarning() << "capture: there is no camera of code" << code;
+        qWarning() << "capture: no camera has code" << code;
     }
 }
 
@@ -240,8 +248,8 @@ bool CaptureImgThread::bGetPreviewEnable() const
 
 void CaptureImgThread::vSetPreViewSize(int width, int height)
 {
-    d->previewWidth = qMax(width, smallestPreviewSize.width());
-    d->previewHeight = qMax(height, smallestPreviewSize.height());
+    d->previewWidth = qMax(width, minPreviewSize.width());
+    d->previewHeight = qMax(height, minPreviewSize.height());
 }
 
 void CaptureImgThread::vSetZoomFactor(int percent)
@@ -276,11 +284,11 @@ QSize CaptureImgThread::previewSize() const
 
 void CaptureImgThread::pushFrame(const QByteArray &text)
 {
-    if (d->framesUnderWay >= framesUnderWayLimit) {
+    if (d->queuedFrames >= maxQueuedFrames) {
         return;
     }
-    ++d->framesUnderWay;
-    Q_EMIT sig_msg(text);
+    ++d->queuedFrames;
+    Q_EMIT sig_frame(text);
     Q_EMIT frameEmitted(QPrivateSignal());
 }
 
@@ -297,7 +305,7 @@ bool CaptureImgThread::Loop::pass()
     if (!d.running) {
         return false;
     }
-    d.wake.wait_for(lock, d.waits.pass);
+    d.clock.waitFor(d.wake, lock, passWait);
     if (!d.queue.empty()) {
         const enumCameraOPeration operation = d.queue.front();
         d.queue.pop_front();
@@ -347,19 +355,19 @@ void CaptureImgThread::Loop::open(const Start &start)
 
 bool CaptureImgThread::Loop::tryThreeTimes(const Start &start)
 {
-    const auto attempt = [&start](Turn turn) {
-        return start.start(turn == Turn::AsSet ? iGetRotate() : short{0});
+    const auto attempt = [&start](Rotation rotation) {
+        return start.start(rotation == Rotation::AsSet ? iGetRotate() : short{0});
     };
     if (attempt(start.firstTries)) {
         return true;
     }
     bStopPlay();
-    QThread::msleep(ulong(d.waits.secondTry.count()));
+    d.clock.sleepFor(secondTryWait);
     if (attempt(start.firstTries)) {
         return true;
     }
     bStopPlay();
-    QThread::msleep(ulong(d.waits.thirdTry.count()));
+    d.clock.sleepFor(thirdTryWait);
     return attempt(start.lastTry);
 }
 
@@ -373,27 +381,27 @@ void CaptureImgThread::Loop::fetchFrame()
         push(frame);
         m_failures = 0;
     } else if (m_failures > 0) {
-        // A frame that nobody gets to see doesn't prove that all is well again.
+        // A frame that is not pushed does not end a row of failures.
         recoverFromFailure();
     }
 }
 
 void CaptureImgThread::Loop::push(const QImage &frame)
 {
-    // The main thread is busy: spend nothing on a frame that nobody could see.
-    if (d.framesUnderWay >= framesUnderWayLimit) {
+    // The main thread is busy: don't encode a frame that would be dropped.
+    if (d.queuedFrames >= maxQueuedFrames) {
         return;
     }
 
     QSize size = m_thread.previewSize();
-    const QSize largest = frame.size() * largestScale;
-    if (size.width() >= largest.width() || size.height() >= largest.height()) {
-        size = largest;
+    const QSize maxSize = frame.size() * maxScale;
+    if (size.width() >= maxSize.width() || size.height() >= maxSize.height()) {
+        size = maxSize;
     }
     const QByteArray text = m_encoder.encode(frame, size);
     if (text.isEmpty()) {
         if (m_refusedSize != size) {
-            qWarning() << "capture: no preview frames, a JPEG can't be made of size" << size;
+            qWarning() << "capture: no preview frames: cannot encode a JPEG of size" << size;
         }
         m_refusedSize = size;
         return;
@@ -404,13 +412,13 @@ void CaptureImgThread::Loop::push(const QImage &frame)
 
 void CaptureImgThread::Loop::recoverFromFailure()
 {
-    QThread::msleep(ulong(d.waits.failedFrame.count()));
+    d.clock.sleepFor(failedFrameWait);
     if (m_failures <= failuresBeforeRestart) {
         return;
     }
     qDebug() << "capture error";
     bStopPlay();
-    QThread::msleep(ulong(d.waits.restart.count()));
+    d.clock.sleepFor(restartWait);
     if (const Start *start = findStart(&Start::camera, d.currentCamera)) {
         start->start(0);
     }

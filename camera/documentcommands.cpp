@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// Documents of several pages. The device library keeps the open document between the commands.
+// Multi-page documents. The device library keeps the document open between the commands.
 
 #include "devicelib/doccamera.h"
 #include "dispatch/arguments.h"
@@ -8,15 +8,12 @@
 
 namespace {
 
-/**
- * An image file as a page of a PDF: its path goes out in the local 8-bit encoding, the place of
- * the page is -1 where none is given.
- */
+/// Adds an image file to the PDF; its path is in the local 8-bit encoding, the default position -1.
 QString addPdfPage(const QString &name, const QString &args, bool (*add)(const char *, float))
 {
     const Arguments fields(args);
-    const float place = fields.count() >= 2 ? fields.number<float>(1) : -1.0F;
-    return MessageRun::reply(name, add(fields.local8Bit(0), place));
+    const float position = fields.count() >= 2 ? fields.number<float>(1) : -1.0F;
+    return MessageRun::reply(name, add(fields.local8Bit(0), position));
 }
 
 } // namespace
@@ -80,15 +77,15 @@ QString MessageRun::bSaveOFDEnd_callback(QString name, QString, MessageRun *)
     return reply(name, bSaveOFDEnd());
 }
 
-// Where none is given the place of the page is 1 here, and an empty one is refused.
+// The default position is 1 here, and an empty one is refused.
 QString MessageRun::bAddOFDPage_callback(QString name, QString args, MessageRun *)
 {
     const Arguments fields(args);
-    const bool placed = fields.count() >= 2;
-    if (fields.text(0).isEmpty() || (placed && fields.text(1).isEmpty())) {
+    const bool hasPosition = fields.count() >= 2;
+    if (fields.text(0).isEmpty() || (hasPosition && fields.text(1).isEmpty())) {
         return reply(name, false);
     }
-    return reply(name, bAddOFDPage(fields.utf8(0), placed ? fields.number<float>(1) : 1.0F));
+    return reply(name, bAddOFDPage(fields.utf8(0), hasPosition ? fields.number<float>(1) : 1.0F));
 }
 
 QString MessageRun::bAddOFDBase64ColorPage_callback(QString name, QString args, MessageRun *)

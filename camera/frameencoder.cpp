@@ -18,16 +18,13 @@
 
 namespace {
 
-constexpr int rowsAtATime = 16; // one row of blocks of a 4:2:0 JPEG
-constexpr int maximumDimension = 65500; // JPEG_MAX_DIMENSION of libjpeg
-constexpr int defaultQuality = 75; // what Qt takes for its quality of -1
-constexpr int engineBuffer = 2048; // pixels that Qt's raster engine handles at a time
-constexpr int engineLimit = 32766; // beyond it does not draw all
+constexpr int rowsPerBatch = 16; // one row of blocks of a 4:2:0 JPEG
+constexpr int maxDimension = 65500; // libjpeg's JPEG_MAX_DIMENSION
+constexpr int defaultQuality = 75; // Qt's meaning of quality -1
+constexpr int engineBuffer = 2048; // pixels that Qt's raster engine processes at a time
+constexpr int engineLimit = 32766; // beyond this, Qt's raster engine clips
 
-/**
- * How the bytes of a picture lie, as libjpeg-turbo names it; JCS_UNKNOWN when it has to be
- * converted first.
- */
+/// libjpeg-turbo's name for the image's byte order; JCS_UNKNOWN when it must be converted first.
 J_COLOR_SPACE colorSpaceOf(const QImage &image)
 {
     switch (image.format()) {
@@ -44,7 +41,7 @@ J_COLOR_SPACE colorSpaceOf(const QImage &image)
     }
 }
 
-/// Texts, a color profile or a pixel ratio of their own go into Qt's file too; cameras have none.
+/// Whether Qt would write more than pixels and density into the file; camera frames have neither.
 bool hasMetadata(const QImage &image)
 {
 #if QT_VERSION >= QT_VERSION_CHECK(5, 14, 0)
@@ -55,8 +52,8 @@ bool hasMetadata(const QImage &image)
     return !image.text().isEmpty() || image.devicePixelRatio() != 1;
 }
 
-// Which source pixel Qt's raster engine takes for each target pixel, in one direction. It counts in
-// 16.16 fixed point, and has two ways of doing so.
+// The source pixel that Qt's raster engine takes for each target pixel, in one dimension. Qt
+// computes it in 16.16 fixed point, in one of two ways.
 
 constexpr double fixedPoint = 65536;
 
@@ -65,7 +62,7 @@ int pixelAt(qint64 position, int pixels)
     return int(qBound<qint64>(0, position >> 16, pixels - 1));
 }
 
-/// Pictures of 32 bits a pixel: steps from the first pixel's centre.
+/// For 32 bits per pixel: fixed steps from the first pixel's center.
 void mapBySteps(int source, int target, std::vector<int> &map)
 {
     map.resize(std::size_t(target));
@@ -79,10 +76,11 @@ void mapBySteps(int source, int target, std::vector<int> &map)
 }
 
 /**
- * Others: through the inverted transformation, moved by a 65536th, anew for every run of target
- * pixels; along a row a run is as long as the engine's buffer, down the columns it is one.
+ * For other depths: by the inverse transformation, offset by 1/65536, which Qt applies once per run
+ * of target pixels and steps from there.
+ * \param runLength  engineBuffer along a row, 1 down the columns
  */
-void mapByTransformation(int source, int target, int run, std::vector<int> &map)
+void mapByTransformation(int source, int target, int runLength, std::vector<int> &map)
 {
     map.resize(std::size_t(target));
     const double factor = double(target) / source;
@@ -90,7 +88,7 @@ void mapByTransformation(int source, int target, int run, std::vector<int> &map)
     const double offset = -(factor / fixedPoint) * scale;
     const auto step = qint64(scale * fixedPoint);
     for (int i = 0; i < target; ++i) {
-        const int inRun = i % run;
+        const int inRun = i % runLength;
         const auto start = qint64(((i - inRun + 0.5) * scale + offset) * fixedPoint);
         map[std::size_t(i)] = pixelAt(start + inRun * step, source);
     }
@@ -116,7 +114,7 @@ public:
     Compressor(const Compressor &) = delete;
     Compressor &operator=(const Compressor &) = delete;
 
-    /// False when libjpeg gave up; the picture is in data() and length() otherwise.
+    /// Compresses into data() and length(). \return false when libjpeg reports an error
     bool compress(const QImage &frame, QSize size, J_COLOR_SPACE space);
 
     const uchar *data() const { return m_output.data(); }
@@ -143,7 +141,7 @@ private:
     jpeg_destination_mgr m_destination{};
     std::vector<uchar> m_output;
     std::vector<uchar> m_gathered;
-    std::array<uchar *, rowsAtATime> m_rows{};
+    std::array<uchar *, rowsPerBatch> m_rows{};
     std::vector<int> m_columnMap;
     std::vector<int> m_rowMap;
 };
@@ -161,7 +159,7 @@ FrameEncoder::Compressor::Compressor()
     m_destination.init_destination = [](j_compress_ptr jpeg) { growOutput(of(jpeg), 0); };
     m_destination.empty_output_buffer = [](j_compress_ptr jpeg) -> boolean {
         Compressor *self = of(jpeg);
-        const std::size_t used = self->m_output.size(); // libjpeg means the whole buffer here
+        const std::size_t used = self->m_output.size(); // the whole buffer, by libjpeg's contract
         self->m_output.resize(2 * used);
         growOutput(self, used);
         return TRUE;
@@ -176,14 +174,14 @@ void FrameEncoder::Compressor::growOutput(Compressor *self, std::size_t used)
     self->m_destination.free_in_buffer = self->m_output.size() - used;
 }
 
-// Between setjmp and the end no object with a destructor may be made here: libjpeg's errors jump.
-// What is needed there stands in m_jpeg: compilers may lose arguments over the jump, and say so.
+// libjpeg's errors jump back to setjmp: nothing below it may have a destructor, and what is needed
+// after the jump is read from m_jpeg, since compilers may not preserve arguments across it.
 bool FrameEncoder::Compressor::compress(const QImage &frame, QSize size, J_COLOR_SPACE space)
 {
     mapPixels(frame, size);
     const std::size_t rowBytes = std::size_t(size.width()) * (frame.depth() / 8U);
-    m_gathered.resize(rowBytes * rowsAtATime);
-    for (int i = 0; i < rowsAtATime; ++i) {
+    m_gathered.resize(rowBytes * rowsPerBatch);
+    for (int i = 0; i < rowsPerBatch; ++i) {
         m_rows[std::size_t(i)] = m_gathered.data() + rowBytes * uint(i);
     }
     m_jpeg.image_width = JDIMENSION(size.width());
@@ -212,15 +210,15 @@ void FrameEncoder::Compressor::begin(const QImage &frame)
     jpeg_start_compress(&m_jpeg, TRUE);
 }
 
-/// Qt writes dots per inch or per centimetre, whichever is nearer to a whole number.
+/// Dots per inch or per centimeter, whichever is closer to a whole number, as Qt writes it.
 void FrameEncoder::Compressor::setDensity(const QImage &frame)
 {
     const int x = frame.dotsPerMeterX();
     const int y = frame.dotsPerMeterY();
-    const auto fromWhole = [](double value) { return qAbs(value - qRound(value)); };
-    const double inches = fromWhole(x * 2.54 / 100) + fromWhole(y * 2.54 / 100);
-    const double centimetres = (fromWhole(x / 100.0) + fromWhole(y / 100.0)) * 2.54;
-    if (inches < centimetres) {
+    const auto roundingError = [](double value) { return qAbs(value - qRound(value)); };
+    const double inchError = roundingError(x * 2.54 / 100) + roundingError(y * 2.54 / 100);
+    const double centimeterError = (roundingError(x / 100.0) + roundingError(y / 100.0)) * 2.54;
+    if (inchError < centimeterError) {
         m_jpeg.density_unit = 1;
         m_jpeg.X_density = UINT16(qRound(x * 2.54 / 100));
         m_jpeg.Y_density = UINT16(qRound(y * 2.54 / 100));
@@ -242,10 +240,10 @@ void FrameEncoder::Compressor::mapPixels(const QImage &frame, QSize size)
     }
 }
 
-/// Fills m_rows with the next rows of the target; returns how many.
+/// Fills m_rows with target rows from `first` on. \return their number
 int FrameEncoder::Compressor::gatherRows(const QImage &frame, int first)
 {
-    const int count = qMin(rowsAtATime, int(m_rowMap.size()) - first);
+    const int count = qMin(rowsPerBatch, int(m_rowMap.size()) - first);
     for (int i = 0; i < count; ++i) {
         const uchar *source = frame.constScanLine(m_rowMap[std::size_t(first) + uint(i)]);
         uchar *target = m_rows[std::size_t(i)];
@@ -267,8 +265,8 @@ FrameEncoder::~FrameEncoder() = default;
 
 QByteArray FrameEncoder::encode(const QImage &frame, QSize size)
 {
-    if (frame.isNull() || size.isEmpty() || size.width() > maximumDimension
-        || size.height() > maximumDimension) {
+    if (frame.isNull() || size.isEmpty() || size.width() > maxDimension
+        || size.height() > maxDimension) {
         return {};
     }
     const J_COLOR_SPACE space = colorSpaceOf(frame);
@@ -297,7 +295,7 @@ QByteArray FrameEncoder::textOf(const unsigned char *jpeg, std::size_t length)
 {
     QByteArray &text = m_texts[m_nextText++ % m_texts.size()];
     if (!text.isDetached()) {
-        text = QByteArray(); // still on its way to a page, which keeps it
+        text = QByteArray(); // still queued for a page, which keeps the old one
     }
     text.resize(int(base64Length(length)));
     base64EncodeInto(jpeg, length, text.data());

@@ -10,14 +10,14 @@
 #include <vector>
 
 /**
- * Makes the text of a preview frame: scaled (nearest pixel), JPEG, base64.
+ * Encodes a preview frame: scales it (nearest pixel), compresses it as JPEG, and returns base64.
  *
- * The JPEG is, byte for byte, the file that QImage::scaled (ignoring the aspect ratio, fast
- * transformation) and QImage::save ("jpg", default quality) would make of the picture. For the
- * formats cameras deliver (RGB32, RGB888, BGR888) it costs two thirds of that: the pixels go
- * straight from the picture into one compressor that is kept, without a scaled copy between.
+ * The JPEG is byte for byte the file that QImage::scaled (ignoring the aspect ratio, fast
+ * transformation) and QImage::save ("jpg", default quality) produce. For the formats cameras
+ * deliver (RGB32, RGB888, BGR888) it takes two thirds of their time: the pixels go directly into a
+ * compressor that is kept from frame to frame, without a scaled copy.
  *
- * Belongs to one thread at a time. Its buffers are reused from frame to frame.
+ * Not thread-safe. Its buffers are reused from frame to frame.
  */
 class FrameEncoder
 {
@@ -26,8 +26,8 @@ public:
     ~FrameEncoder();
 
     /**
-     * The base64 text of the frame as a JPEG of the size given, in pixels.
-     * \return empty when there is no such JPEG: an empty size or frame, or one beyond 65500
+     * Encodes a frame as a JPEG of the given size in pixels.
+     * \return base64 text; empty for an empty frame or size, and for sizes above 65500
      */
     QByteArray encode(const QImage &frame, QSize size);
 
@@ -38,7 +38,7 @@ private:
     QByteArray textOf(const unsigned char *jpeg, std::size_t length);
 
     std::unique_ptr<Compressor> m_compressor;
-    // A text is in use until the last page has it; by then some other is free again.
+    // A text is in use until it has been sent to all pages; the others are free by then.
     std::array<QByteArray, 4> m_texts;
     std::size_t m_nextText = 0;
 };

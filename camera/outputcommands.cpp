@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 //
-// Printing, the watermark, barcodes. Paths and watermark texts go out in the local 8-bit encoding,
-// but for bPrintImageFile.
+// Printing, watermark and barcodes. Paths and watermark texts are passed in the local 8-bit
+// encoding, except by bPrintImageFile.
 
 #include "devicelib/doccamera.h"
 #include "dispatch/arguments.h"
@@ -10,14 +10,12 @@
 
 namespace {
 
-/// "0x..." or "0X..." is hexadecimal, another text decimal if it can be, else hexadecimal, else 0.
+/// Decimal if possible, otherwise hexadecimal with or without "0x", otherwise 0.
 long colorFrom(const QString &text)
 {
-    const bool prefixed =
-        text.startsWith(QLatin1String("0x")) || text.startsWith(QLatin1String("0X"));
-    bool ok = false;
-    const long color = text.toLong(&ok, prefixed ? 16 : 10);
-    return ok ? color : text.toLong(nullptr, 16);
+    bool isDecimal = false;
+    const long color = text.toLong(&isDecimal);
+    return isDecimal ? color : text.toLong(nullptr, 16);
 }
 
 } // namespace
@@ -42,7 +40,7 @@ QString MessageRun::bPrintImageFile_callback(QString name, QString args, Message
     return reply(name, bPrintImageFile(fields.utf8(0), fields.number<int>(1)));
 }
 
-// The watermark commands answer "true" whether or not there was enough to make the call.
+// The watermark commands reply "true" even when too few fields were given to make the call.
 QString MessageRun::vSetWaterPrint_callback(QString name, QString args, MessageRun *)
 {
     const Arguments fields(args);
@@ -92,13 +90,13 @@ QString MessageRun::sGetBarCodeEx_callback(QString name, QString args, MessageRu
                  utf8Of(DeviceText(sGetBarCodeEx(fields.number<long>(0), fields.local8Bit(1)))));
 }
 
-// Read byte for byte, unlike the other barcode texts.
+// Latin-1, unlike the other barcode texts.
 QString MessageRun::sGetBarCodeOnline_callback(QString name, QString, MessageRun *)
 {
     return reply(name, latin1Of(DeviceText(sGetBarCodeOnline())));
 }
 
-// Not offered.
+// Not supported.
 QString MessageRun::sOCRToString_callback(QString name, QString, MessageRun *)
 {
     return reply(name, false);

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 //
-// The preview commands. Starting and stopping is the capture thread's work, and the answer comes
-// from there when it is done; the others answer at once.
+// The preview commands. The capture thread starts and stops the camera and sends those replies
+// itself; the other commands reply at once.
 
 #include "camera/captureimgthread.h"
 #include "camera/mat2base64.h"
@@ -14,8 +14,8 @@
 
 namespace {
 
-/// What a callback returns whose answer comes later; nobody looks at it.
-QString answeredLater()
+/// The return value of a callback whose reply comes later; it is ignored.
+QString repliedLater()
 {
     return QStringLiteral(" ");
 }
@@ -23,7 +23,7 @@ QString answeredLater()
 QString open(int camera)
 {
     CaptureImgThread::instance()->openCamera(camera);
-    return answeredLater();
+    return repliedLater();
 }
 
 } // namespace
@@ -80,10 +80,10 @@ QString MessageRun::bStopPlay_callback(QString, QString, MessageRun *)
     qDebug() << "bStopPlay_callback";
     bStopRec();
     CaptureImgThread::instance()->closeCamera();
-    return answeredLater();
+    return repliedLater();
 }
 
-// The fourth source runs beside the capture thread, which knows nothing of it.
+// The fourth source runs independently of the capture thread.
 QString MessageRun::bStartPlay4_callback(QString name, QString, MessageRun *)
 {
     return reply(name, bStartPlay4());
@@ -101,7 +101,7 @@ QString MessageRun::bAVPreview_callback(QString name, QString args, MessageRun *
         fields.count() >= 2 && bAVPreview(fields.number<qint64>(0), fields.number<qint64>(1));
     const QString text = reply(name, shown);
     if (shown) {
-        open(1); // it has taken the camera: the main preview begins anew, with an answer of its own
+        open(1); // it took the camera: the main preview restarts, with a reply of its own
     }
     return text;
 }
@@ -157,7 +157,7 @@ QString MessageRun::vSetImageDispFlag_callback(QString name, QString args, Messa
     return reply(name);
 }
 
-// Accepted, not supported.
+// Not supported.
 QString MessageRun::displayVideoPara_callback(QString name, QString, MessageRun *)
 {
     return reply(name, false);

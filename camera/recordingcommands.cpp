@@ -1,13 +1,13 @@
 // SPDX-License-Identifier: MIT
 //
-// Recording of the preview. The state is the device library's; it is asked whenever it is needed.
+// Recording of the preview. The device library holds the state.
 
 #include "camera/stoprecthread.h"
 #include "devicelib/doccamera.h"
 #include "dispatch/arguments.h"
 #include "dispatch/messagerun.h"
 
-// A path may hold ",": the text is not parted.
+// The path may contain commas: the text is not split.
 QString MessageRun::bStartRec_callback(QString name, QString args, MessageRun *)
 {
     return reply(name, bStartRec(args.toUtf8().constData()));
@@ -18,7 +18,7 @@ QString MessageRun::bStartRecMp3_callback(QString name, QString args, MessageRun
     return reply(name, bStartRecMp3(args.toUtf8().constData()));
 }
 
-// The answer to a stop that was taken comes when the file is whole.
+// An accepted stop is answered by StopRecThread, once the file is complete.
 QString MessageRun::bStopRec_callback(QString name, QString, MessageRun *)
 {
     if (!bStopRec()) {

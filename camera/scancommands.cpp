@@ -1,13 +1,13 @@
 // SPDX-License-Identifier: MIT
 //
-// Repeated capture, which the device library does by itself.
+// Repeated capture, run by the device library.
 
 #include "devicelib/doccamera.h"
 #include "dispatch/arguments.h"
 #include "dispatch/messagerun.h"
 
-// The result is returned, not sent: a page hears of the scan by the events of slot_iAutoshot alone,
-// under the same name.
+// The result is returned but not sent: the page only gets the events of slot_iAutoshot, which have
+// the same name.
 QString MessageRun::iAutoScan_callback(QString name, QString args, MessageRun *self)
 {
     const Arguments fields(args);
@@ -19,7 +19,7 @@ QString MessageRun::iAutoScan_callback(QString name, QString args, MessageRun *s
     return framed(name, QString::number(result));
 }
 
-// Answers "true" even when nothing was started.
+// Replies "true" even when nothing was started.
 QString MessageRun::iTimerScan_callback(QString name, QString args, MessageRun *)
 {
     const Arguments fields(args);

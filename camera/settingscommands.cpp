@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// The camera's settings. Commands that only set something answer "true" whatever the library did.
+// Camera settings. Commands that only set something reply "true" whatever the library returned.
 
 #include "devicelib/doccamera.h"
 #include "dispatch/arguments.h"
@@ -29,7 +29,7 @@ QString resolutionsOf(int camera)
     return QString::fromUtf8(QJsonDocument(list).toJson(QJsonDocument::Compact));
 }
 
-/// The library calls this on a thread of its own when the camera's button was pressed.
+/// The device library calls this on its own thread when the camera's button is pressed.
 void onCaptureButton(int pressed, int, int, unsigned int, int, void *)
 {
     MessageRun::sendFromAnyThread(
@@ -56,7 +56,7 @@ QString MessageRun::vSetResolution_callback(QString name, QString args, MessageR
     return reply(name, true);
 }
 
-// Parted at the first "," only; without one the whole text is camera and index both.
+// Split at the first comma only; without one the whole text is both camera and index.
 QString MessageRun::vSetResolutionEx_callback(QString name, QString args, MessageRun *)
 {
     const int comma = args.indexOf(QLatin1Char(','));
@@ -64,7 +64,7 @@ QString MessageRun::vSetResolutionEx_callback(QString name, QString args, Messag
     return reply(name, true);
 }
 
-// The number of fields must be exact here, and the answer is "true" all the same.
+// The number of fields must be exact; the reply is "true" either way.
 QString MessageRun::setResolutionXY_callback(QString name, QString args, MessageRun *)
 {
     const Arguments fields(args);
@@ -99,7 +99,7 @@ QString MessageRun::getAllResolutions_callback(QString name, QString args, Messa
     return reply(name, resolutionsOf(qMax(mainCamera, numberFrom<int>(args))));
 }
 
-// Unlike its sister it takes any camera number as it is.
+// Unlike getAllResolutions it passes any camera number on.
 QString MessageRun::getAllResolutionsEx_callback(QString name, QString args, MessageRun *)
 {
     return reply(name, resolutionsOf(numberFrom<int>(args)));
@@ -212,14 +212,14 @@ QString MessageRun::igetBookScannerMode_callback(QString name, QString, MessageR
     return reply(name, igetBookScannerMode());
 }
 
-// Answers with each press of the button, not now.
+// Replies at each press of the button, not now.
 QString MessageRun::vSetCapturePin_callback(QString, QString, MessageRun *)
 {
     vSetCapturePin(&onCaptureButton);
     return QString();
 }
 
-// Accepted, not supported: pages expect "true".
+// Not supported; pages expect "true".
 QString MessageRun::vSetFocus_callback(QString name, QString, MessageRun *)
 {
     return reply(name, true);

@@ -5,14 +5,24 @@
 #include "dispatch/messagerun.h"
 #include "log/trace.h"
 
+using namespace std::chrono_literals;
+
+namespace {
+
+constexpr auto pollWait = 1000ms;
+constexpr auto lastWait = 500ms; // before the state that is reported
+constexpr int maxPolls = 180; // about three minutes
+
+} // namespace
+
 StopRecThread *StopRecThread::instance()
 {
-    static StopRecThread thread{Waits{}};
+    static StopRecThread thread;
     return &thread;
 }
 
-StopRecThread::StopRecThread(const Waits &waits)
-    : m_waits(waits)
+StopRecThread::StopRecThread(base::Clock &clock)
+    : m_clock(clock)
 {
     setObjectName(QStringLiteral("stop recording"));
 }
@@ -25,7 +35,7 @@ StopRecThread::~StopRecThread()
         m_wake.notify_one();
     }
     wait();
-    // The thread is gone; the thread sanitizer, which doesn't know QThread::wait, learns it here.
+    // Tells the thread sanitizer, which does not know QThread::wait, that the thread has ended.
     const std::lock_guard<std::mutex> lock(m_mutex);
 }
 
@@ -36,22 +46,22 @@ void StopRecThread::waitForEnd()
     }
 }
 
-/// False when the program ends meanwhile.
-bool StopRecThread::sleep(std::chrono::milliseconds time)
+/// \return false when the thread is to end at once
+bool StopRecThread::sleep(base::Clock::Duration time)
 {
     std::unique_lock<std::mutex> lock(m_mutex);
-    return !m_wake.wait_for(lock, time, [this] { return m_ending; });
+    return !m_clock.waitFor(m_wake, lock, time, [this] { return m_ending; });
 }
 
 void StopRecThread::run()
 {
-    for (int polls = 0; polls < pollLimit && isRecording(); ++polls) {
-        if (!sleep(m_waits.poll)) {
+    for (int polls = 0; polls < maxPolls && isRecording(); ++polls) {
+        if (!sleep(pollWait)) {
             return;
         }
         TRACE << isRecording();
     }
-    if (!sleep(m_waits.last)) {
+    if (!sleep(lastWait)) {
         return;
     }
     const QString text =

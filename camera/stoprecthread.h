@@ -1,39 +1,31 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include "base/clock.h"
+
 #include <QByteArray>
 #include <QThread>
 
-#include <chrono>
 #include <condition_variable>
 #include <mutex>
 
 /**
- * Waits, after a recording was asked to stop, until its file is whole, and then tells all pages.
- * Runs from a stop to its answer; a stop that comes meanwhile is answered along with it.
+ * Waits until a stopped recording has been written completely, then reports it to all pages. The
+ * thread runs from a stop to its reply; a further stop in between is covered by the same reply.
  */
 class StopRecThread : public QThread
 {
     Q_OBJECT
 
 public:
-    /// How long the thread waits; tests shorten these.
-    struct Waits
-    {
-        std::chrono::milliseconds poll{1000}; ///< between two looks at the recording
-        std::chrono::milliseconds last{500}; ///< before the last look
-    };
-
-    /// How often it looks before it gives up: about three minutes.
-    static constexpr int pollLimit = 180;
-
-    /// The server's one; made at the first call, not started.
+    /// The server's instance, created by the first call. It is not started yet.
     static StopRecThread *instance();
 
-    explicit StopRecThread(const Waits &waits);
+    /// \param clock  must outlive this object
+    explicit StopRecThread(base::Clock &clock = base::Clock::shared());
     ~StopRecThread() override;
 
-    /// Starts the thread unless it runs. Main thread.
+    /// Starts the thread unless it is running. Main thread.
     void waitForEnd();
 
 Q_SIGNALS:
@@ -44,10 +36,10 @@ protected:
     void run() override;
 
 private:
-    bool sleep(std::chrono::milliseconds time);
+    bool sleep(base::Clock::Duration time);
 
-    const Waits m_waits;
+    base::Clock &m_clock;
     std::mutex m_mutex;
     std::condition_variable m_wake;
-    bool m_ending = false; // guarded by m_mutex; the program ends
+    bool m_ending = false; // guarded by m_mutex
 };

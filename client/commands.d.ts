@@ -1,18 +1,18 @@
 // SPDX-License-Identifier: MIT
-// Made from docs/commands.json by scripts/generate-reference.mjs.
+// Generated from docs/commands.json by scripts/generate-reference.mjs.
 
-/** A text; numbers are written in decimal. */
+/** Text; numbers are written in decimal. */
 export type Text = string | number;
-/** A number, or its decimal digits; an empty text is what the server takes for none. */
+/** A number or its decimal digits; the server reads an empty text as none. */
 export type Numeric = number | string;
 /** Sent as 1 or 0. */
 export type Flag = boolean | number | string;
 
-/** Every command: its arguments, and what its call gives. */
+/** Every command: its arguments and the result of its call. */
 export interface Commands {
   /**
    * Ends a recording and stops the preview. 结束录像并停止预览。
-   * When any page leaves, the server stops the preview by itself: the other pages get this answer without having asked.
+   * When any client disconnects, the server stops the preview by itself: the other clients get this answer without a request.
    */
   bStopPlay(): boolean;
   /**
@@ -29,7 +29,7 @@ export interface Commands {
    */
   bStartPlayRotate(angle: Numeric): boolean;
   /**
-   * Opens the fourth source, beside the preview. 打开第四路视频源（与预览并行）。
+   * Opens the fourth source; the preview continues. 打开第四路视频源（与预览并行）。
    */
   bStartPlay4(): boolean;
   /**
@@ -41,7 +41,7 @@ export interface Commands {
    */
   bStartPlay6(): boolean;
   /**
-   * Switches the device library's own picture display; the portable library has none. 切换设备库自带的图像显示；便携库不提供。
+   * Turns the device library's own image display on or off; the portable library has none. 切换设备库自带的图像显示；便携库不提供。
    * @param on Whether it is shown.
    */
   vSetImageDispFlag(on: Flag): void;
@@ -50,19 +50,19 @@ export interface Commands {
    */
   bStartPlay3(): boolean;
   /**
-   * Makes the sent frames larger by the zoom factor. 按缩放系数增大推送帧。
+   * Enlarges the preview frames by the zoom factor. 按缩放系数增大推送帧。
    */
   vZoomOut(): void;
   /**
-   * Makes the sent frames smaller by the zoom factor. 按缩放系数减小推送帧。
+   * Shrinks the preview frames by the zoom factor. 按缩放系数减小推送帧。
    */
   vZoomIn(): void;
   /**
-   * Sends frames of 800×600 again; the zoom factor becomes 10 %. 恢复推送800×600的帧，缩放系数恢复为10%。
+   * Resets the preview frames to 800×600 and the zoom factor to 10 %. 恢复推送800×600的帧，缩放系数恢复为10%。
    */
   vZoomOriginal(): void;
   /**
-   * Sets the size of the frames that are sent. 设置推送帧的尺寸。
+   * Sets the size of the preview frames. 设置推送帧的尺寸。
    * @param width Pixels, at least 400.
    * @param height Pixels, at least 300.
    */
@@ -78,7 +78,7 @@ export interface Commands {
    */
   bStartPlayOpen(): boolean;
   /**
-   * Starts the preview of camera 5; when it runs already it is started anew. 启动5号摄像头预览；已在运行时会重新启动。
+   * Starts the preview of camera 5, restarting it if it is already running. 启动5号摄像头预览；已在运行时会重新启动。
    */
   bStartPlay5(): boolean;
   /**
@@ -90,19 +90,19 @@ export interface Commands {
    */
   bStartPlay9(): boolean;
   /**
-   * Audio and video preview of the device library's own; the portable library has none. 设备库自带的音视频预览；便携库不提供。
-   * After true the main preview is started anew: a second text, the answer of bStartPlay, follows.
-   * @param first The library's choice.
-   * @param second The library's choice.
+   * Starts the device library's own audio and video preview; the portable library has none. 设备库自带的音视频预览；便携库不提供。
+   * After true the main preview restarts: a second text, the answer of bStartPlay, follows.
+   * @param first Implementation-defined.
+   * @param second Implementation-defined.
    */
   bAVPreview(first: Numeric, second: Numeric): boolean;
   /**
-   * Switches the sending of frames on or off. 开启或关闭预览帧推送。
+   * Turns preview frames on or off. 开启或关闭预览帧推送。
    * @param on Whether frames are sent.
    */
   vSetPreviewEnable(on: Flag): boolean;
   /**
-   * Tells whether frames are sent. 查询是否推送预览帧。
+   * Whether preview frames are sent. 查询是否推送预览帧。
    */
   bGetPreviewEnable(): boolean;
   /**
@@ -110,7 +110,7 @@ export interface Commands {
    */
   displayVideoPara(): boolean;
   /**
-   * Sets what of the picture captures take. 设置拍照取景模式。
+   * Selects the part of the picture that captures take. 设置拍照取景模式。
    * @param mode Which part.
    */
   bSetMode(mode: Numeric): boolean;
@@ -119,91 +119,91 @@ export interface Commands {
    */
   vSetSkewFlag(): boolean;
   /**
-   * Accepted without effect (the removal of black borders): always true. 仅应答，不起作用（去黑边开关）：始终返回 true。
+   * Accepted without effect (black border removal): always true. 仅应答，不起作用（去黑边开关）：始终返回 true。
    */
   vSetDelHBFlag(): boolean;
   /**
-   * Accepted without effect (a focus): always true. 仅应答，不起作用（焦距）：始终返回 true。
+   * Accepted without effect (focus): always true. 仅应答，不起作用（焦距）：始终返回 true。
    */
   vSetFocus(): boolean;
   /**
-   * Accepted without effect (a video compression): always true. 仅应答，不起作用（视频压缩类型）：始终返回 true。
+   * Accepted without effect (video compression): always true. 仅应答，不起作用（视频压缩类型）：始终返回 true。
    */
   vSetVideoCompressType(): boolean;
   /**
-   * Turns preview and captures. 设置预览和拍照的旋转角度。
+   * Rotates preview and captures. 设置预览和拍照的旋转角度。
    * @param angle Degrees clockwise.
    */
   vSetRotate(angle: Numeric): boolean;
   /**
-   * Sets a camera's resolution by its place in the list. 按序号设置指定摄像头分辨率。
-   * Parted at the first comma only; without a comma the number is taken for both.
-   * @param camera Camera number, 1 is the main one.
-   * @param index Place in the answer of getAllResolutionsEx, from 0.
+   * Sets a camera's resolution by its index in the list. 按序号设置指定摄像头分辨率。
+   * Split at the first comma only; without a comma the number is used for both.
+   * @param camera Camera number; 1 is the main camera.
+   * @param index Index in the answer of getAllResolutionsEx, from 0.
    */
   vSetResolutionEx(camera: Numeric, index: Numeric): boolean;
   /**
    * Sets how bBookScanner works. 设置书籍扫描模式。
-   * @param mode The library's choice; 0 to 2 with the portable one.
+   * @param mode Implementation-defined; 0 to 2 with the portable library.
    */
   bSetBookScannerMode(mode: Numeric): boolean;
   /**
-   * The mode of the book scanner. 查询书籍扫描模式。
+   * The mode set by bSetBookScannerMode. 查询书籍扫描模式。
    */
   igetBookScannerMode(): number;
   /**
    * Sets the camera's exposure. 设置曝光。
-   * @param value -100 to 100 with the portable library, 0 being the camera's own.
+   * @param value -100 to 100 with the portable library; 0 is the camera's default.
    */
   vSetExposure(value: Numeric): boolean;
   /**
    * Sets the camera's brightness. 设置亮度。
-   * @param value -100 to 100 with the portable library, 0 being the camera's own.
+   * @param value -100 to 100 with the portable library; 0 is the camera's default.
    */
   vSetBrightness(value: Numeric): boolean;
   /**
    * Sets the camera's contrast. 设置对比度。
-   * @param value -100 to 100 with the portable library, 0 being the camera's own.
+   * @param value -100 to 100 with the portable library; 0 is the camera's default.
    */
   vSetContrast(value: Numeric): boolean;
   /**
-   * Sets the main camera's resolution by its place in the list. 按序号设置主摄像头分辨率。
-   * @param index Place in the answer of getAllResolutions, from 0.
+   * Sets the main camera's resolution by its index in the list. 按序号设置主摄像头分辨率。
+   * @param index Index in the answer of getAllResolutions, from 0.
    */
   vSetResolution(index: Numeric): boolean;
   /**
-   * Lists a camera's resolutions; a number below 1 is camera 1. 列出摄像头支持的分辨率；小于1按1处理。
-   * @param camera Camera number, 1 is the main one.
+   * Lists a camera's resolutions; a number below 1 means camera 1. 列出摄像头支持的分辨率；小于1按1处理。
+   * @param camera Camera number; 1 is the main camera.
    */
   getAllResolutions(camera: Numeric): { width: number; height: number }[];
   /**
-   * Lists a camera's resolutions, for any number as it is. 列出摄像头支持的分辨率（编号原样传递）。
-   * @param camera Camera number, 1 is the main one.
+   * Lists a camera's resolutions; any number is passed on unchanged. 列出摄像头支持的分辨率（编号原样传递）。
+   * @param camera Camera number; 1 is the main camera.
    */
   getAllResolutionsEx(camera: Numeric): { width: number; height: number }[];
   /**
-   * Asks for a resolution of the main camera. 设置主摄像头分辨率（宽高）。
+   * Requests a resolution of the main camera. 设置主摄像头分辨率（宽高）。
    * Nothing is set unless there are exactly two arguments.
    * @param width Pixels.
    * @param height Pixels.
    */
   setResolutionXY(width: Numeric, height: Numeric): boolean;
   /**
-   * Asks for a resolution of a camera. 设置指定摄像头分辨率（宽高）。
+   * Requests a resolution of a camera. 设置指定摄像头分辨率（宽高）。
    * Nothing is set unless there are exactly three arguments.
-   * @param camera Camera number, 1 is the main one.
+   * @param camera Camera number; 1 is the main camera.
    * @param width Pixels.
    * @param height Pixels.
    */
   setResolutionExXY(camera: Numeric, width: Numeric, height: Numeric): boolean;
   /**
-   * Width of a camera's resolution in use. 查询摄像头当前分辨率宽度。
-   * @param camera Camera number, 1 is the main one.
+   * Width of a camera's current resolution. 查询摄像头当前分辨率宽度。
+   * @param camera Camera number; 1 is the main camera.
    */
   iGetResolutionX(camera: Numeric): number;
   /**
-   * Height of a camera's resolution in use. 查询摄像头当前分辨率高度。
-   * @param camera Camera number, 1 is the main one.
+   * Height of a camera's current resolution. 查询摄像头当前分辨率高度。
+   * @param camera Camera number; 1 is the main camera.
    */
   iGetResolutionY(camera: Numeric): number;
   /**
@@ -216,11 +216,11 @@ export interface Commands {
    */
   sGetImageQuality(): number;
   /**
-   * Sets the crop area that captures take in mode 1 of bSetMode. 设置拍照裁剪区域（bSetMode 为1时生效）。
-   * @param x1 Left edge, pixels of the turned picture.
+   * Sets the crop area of captures in mode 1 of bSetMode. 设置拍照裁剪区域（bSetMode 为1时生效）。
+   * @param x1 Left edge, in pixels of the rotated picture.
    * @param y1 Top edge.
-   * @param x2 Right edge; that column is outside.
-   * @param y2 Bottom edge; that row is outside.
+   * @param x2 Right edge, exclusive.
+   * @param y2 Bottom edge, exclusive.
    */
   bSetImageArea(x1: Numeric, y1: Numeric, x2: Numeric, y2: Numeric): boolean;
   /**
@@ -240,39 +240,39 @@ export interface Commands {
    */
   lGetImageAreaY2(): number;
   /**
-   * Sets the camera's working mode; the portable library has none. 设置摄像头工作模式；便携库不提供。
-   * @param mode The library's choice.
+   * Sets the camera's working mode; no effect with the portable library. 设置摄像头工作模式；便携库不提供。
+   * @param mode Implementation-defined.
    */
   vSetCamaraMode(mode: Numeric): boolean;
   /**
-   * Sets the resolution that saved pictures and pages tell. 设置保存图像和文档页的DPI。
-   * @param x Dots per inch across, 50 to 1200 with the portable library.
-   * @param y Dots per inch down.
+   * Sets the resolution stored in saved pictures and pages. 设置保存图像和文档页的DPI。
+   * @param x Horizontal dots per inch, 50 to 1200 with the portable library.
+   * @param y Vertical dots per inch.
    */
   vSetDPI(x: Numeric, y: Numeric): boolean;
   /**
-   * The resolution that saved pictures tell. 查询当前DPI。
+   * The resolution stored in saved pictures. 查询当前DPI。
    */
   vGetDPI(): [number, number];
   /**
-   * The rotation in use, in degrees clockwise. 查询当前旋转角度。
+   * The current rotation, in degrees clockwise. 查询当前旋转角度。
    */
   iGetRotate(): number;
   /**
    * Mirrors preview and captures. 设置预览和拍照的镜像翻转。
-   * @param mode How.
+   * @param mode Axis.
    */
   vSetFlip(mode: Numeric): boolean;
   /**
-   * The mirroring in use. 查询当前翻转方式。
+   * The current mirroring. 查询当前翻转方式。
    */
   iGetFlip(): number;
   /**
-   * Asks to be told of presses of the camera's button. 订阅摄像头拍照按键事件。
+   * Subscribes to presses of the camera's button. 订阅摄像头拍照按键事件。
    */
   vSetCapturePin(): void;
   /**
-   * Focuses once; the outcome is not awaited. 自动对焦一次（不等待结果）。
+   * Focuses once, without waiting for the result. 自动对焦一次（不等待结果）。
    */
   AutoFocus(): boolean;
   /**
@@ -282,7 +282,7 @@ export interface Commands {
    */
   bSaveJPG(folder: Text, name: Text): boolean;
   /**
-   * Saves the current picture as a color TIFF file with JPEG inside. 将当前画面保存为JPEG压缩的彩色TIFF文件。
+   * Saves the current picture as a color TIFF file with JPEG compression. 将当前画面保存为JPEG压缩的彩色TIFF文件。
    * @param folder Folder for the file.
    * @param name File name without extension.
    */
@@ -304,7 +304,7 @@ export interface Commands {
    */
   bSaveTIF(folder: Text, name: Text): boolean;
   /**
-   * Saves the current picture twice: grey JPEG and black and white TIFF. 将当前画面同时保存为灰度JPEG和黑白TIFF。
+   * Saves the current picture twice: as a grey JPEG and a black and white TIFF. 将当前画面同时保存为灰度JPEG和黑白TIFF。
    * @param greyFolder Folder of the grey file.
    * @param greyName Its name without extension.
    * @param tiffFolder Folder of the TIFF file.
@@ -329,16 +329,16 @@ export interface Commands {
   sGetJpgBase64(): string;
   /**
    * The current picture as base64 of an image file. 获取当前画面的base64图像。
-   * @param kind Kind of picture.
+   * @param kind Picture type.
    */
   sGetImageBase64(kind: Numeric): string;
   /**
-   * As sGetJpgBase64. 同 sGetJpgBase64。
+   * Same as sGetJpgBase64. 同 sGetJpgBase64。
    */
   sGetBase64(): string;
   /**
-   * A capture as bSaveJPG makes it, as base64; no file is left behind. 按 bSaveJPG 拍照并返回base64，不留文件。
-   * When the capture fails, the running camera's picture comes instead; empty without one.
+   * A capture as bSaveJPG takes it, as base64; no file is kept. 按 bSaveJPG 拍照并返回base64，不留文件。
+   * If the capture fails, the answer is the running camera's picture, or empty if none is running.
    */
   bSaveJPGEx(): string;
   /**
@@ -379,27 +379,27 @@ export interface Commands {
   /**
    * Adds an image file to the PDF, in color. 将图像文件以彩色加入PDF。
    * @param picture Image file.
-   * @param place The page's number, from 2 on; without it, with 1 and beyond the end it goes to the end.
+   * @param place Page number, from 2 on; the page is appended without it, with 1 and beyond the end.
    */
   bAddPDFColorPage(picture: Text, place?: Numeric): boolean;
   /**
    * Adds an image file to the PDF, in black and white. 将图像文件以黑白加入PDF。
    * @param picture Image file.
-   * @param place The page's number, from 2 on; without it, with 1 and beyond the end it goes to the end.
+   * @param place Page number, from 2 on; the page is appended without it, with 1 and beyond the end.
    */
   bAddPDFBWPage(picture: Text, place?: Numeric): boolean;
   /**
-   * Begins a JPEG file that several pictures are merged into. 开始将多张图片合并为一个JPEG。
+   * Begins a JPEG file merged from several pictures. 开始将多张图片合并为一个JPEG。
    * @param folder Folder for the file.
    * @param name File name without extension.
-   * @param direction How the pictures lie.
-   * @param gap Pixels between two, 0 to 1000.
+   * @param direction Arrangement of the pictures.
+   * @param gap Pixels between two pictures, 0 to 1000.
    * @param maxWidth Largest width in pixels, 0 for no limit.
    * @param maxHeight Largest height in pixels, 0 for no limit.
    */
   bSaveMergeStart(folder: Text, name: Text, direction: Numeric, gap: Numeric, maxWidth: Numeric, maxHeight: Numeric): boolean;
   /**
-   * Adds the current picture to the merged one. 将当前画面加入合并图片。
+   * Adds the current picture to the merged picture. 将当前画面加入合并图片。
    */
   bSaveMergePage(): boolean;
   /**
@@ -408,11 +408,11 @@ export interface Commands {
   bSaveMergeEnd(): boolean;
   /**
    * Appends an image in base64 to the PDF. 将base64图像加入PDF。
-   * @param image Base64 of an image file; "data:image/...;base64," may stand before it.
+   * @param image Base64 of an image file, optionally preceded by "data:image/...;base64,".
    */
   bAddPDFBase64ColorPage(image: string): boolean;
   /**
-   * Begins a OFD document. 开始一个OFD文档。
+   * Begins an OFD document. 开始一个OFD文档。
    * @param folder Folder for the file.
    * @param name File name without extension.
    */
@@ -427,9 +427,9 @@ export interface Commands {
   bSaveOFDColorPage(): boolean;
   /**
    * Adds an image file to the OFD. 将图像文件加入OFD。
-   * An empty place, a comma with nothing behind it, is refused.
+   * An empty place (a comma followed by nothing) is refused.
    * @param picture Image file.
-   * @param place The page's number, from 2 on; without it, with 1 and beyond the end it goes to the end.
+   * @param place Page number, from 2 on; the page is appended without it, with 1 and beyond the end.
    */
   bAddOFDPage(picture: Text, place?: Numeric): boolean;
   /**
@@ -438,30 +438,30 @@ export interface Commands {
   bSaveOFDBWPage(): boolean;
   /**
    * Appends an image in base64 to the OFD. 将base64图像加入OFD。
-   * @param image Base64 of an image file; "data:image/...;base64," may stand before it.
+   * @param image Base64 of an image file, optionally preceded by "data:image/...;base64,".
    */
   bAddOFDBase64ColorPage(image: string): boolean;
   /**
-   * Captures by itself whenever a document was put down and lies still; tells each shot. 自动扫描：文档放好静止后自动拍照，逐张通知。
+   * Captures automatically whenever a document has been put down and is still; reports each shot. 自动扫描：文档放好静止后自动拍照，逐张通知。
    * The result of the start is never sent. Needs an open preview.
-   * @param on Start or end.
+   * @param on Start or stop.
    * @param folder Folder for the files.
-   * @param prefix How the file names begin.
+   * @param prefix Prefix of the file names.
    */
   iAutoScan(on: Numeric, folder: Text, prefix: Text): void;
   /**
    * Captures at a fixed interval. 定时扫描。
    * True even when nothing was started.
-   * @param seconds Interval; 0 ends any scan.
+   * @param seconds Interval; 0 stops any scan.
    * @param folder Folder for the files.
-   * @param prefix How the file names begin.
-   * @param shots How many; 0 for no end.
+   * @param prefix Prefix of the file names.
+   * @param shots Number of shots; 0 for no limit.
    */
   iTimerScan(seconds: Numeric, folder: Text, prefix: Text, shots: Numeric): boolean;
   /**
-   * Captures an open book whenever it lies still, each page into a file. 书籍扫描：静止后自动拍照，左右页分存。
-   * @param folder Folder for the files; empty ends any scan.
-   * @param prefix How the file names begin.
+   * Captures an open book whenever it is still, each page into its own file. 书籍扫描：静止后自动拍照，左右页分存。
+   * @param folder Folder for the files; empty stops any scan.
+   * @param prefix Prefix of the file names.
    * @param format File format.
    */
   bBookScanner(folder: Text, prefix: Text, format?: Text): boolean;
@@ -471,8 +471,8 @@ export interface Commands {
    */
   bStartRec(file: Text): boolean;
   /**
-   * Ends the recording; answers when the file is whole. 结束录像，文件写完后应答。
-   * False comes at once when there is nothing to end; a second request before the answer has no answer of its own.
+   * Ends the recording; answers when the file is complete. 结束录像，文件写完后应答。
+   * False is sent at once if there is no recording; a second request before the answer gets no answer of its own.
    */
   bStopRec(): boolean;
   /**
@@ -481,7 +481,7 @@ export interface Commands {
    */
   bStartRecMp3(file: Text): boolean;
   /**
-   * Tells whether a recording is being made. 查询是否正在录像。
+   * Whether a recording is in progress. 查询是否正在录像。
    */
   isRecording(): boolean;
   /**
@@ -489,7 +489,7 @@ export interface Commands {
    */
   bPauseRec(): boolean;
   /**
-   * Goes on with a paused recording. 继续录像。
+   * Resumes a paused recording. 继续录像。
    */
   bResumeRec(): boolean;
   /**
@@ -500,9 +500,9 @@ export interface Commands {
   vSetRecSize(width: Numeric, height: Numeric): void;
   /**
    * Sets the watermark of later captures. 设置后续拍照的水印。
-   * @param on Whether captures get it.
-   * @param text Its text.
-   * @param opacity Percent; 0 stands for 100.
+   * @param on Whether captures get the watermark.
+   * @param text Watermark text.
+   * @param opacity Percent; 0 means 100.
    */
   vSetWaterPrint(on: Flag, text: Text, opacity: Numeric): boolean;
   /**
@@ -521,27 +521,27 @@ export interface Commands {
    */
   vSetWaterPrintFontColor(color: Text): boolean;
   /**
-   * Sets where the watermark stands. 设置水印位置。
-   * @param x Pixels from the left; negative from the right.
-   * @param y Pixels from the top; negative from the bottom.
+   * Sets the position of the watermark. 设置水印位置。
+   * @param x Pixels from the left; negative: from the right.
+   * @param y Pixels from the top; negative: from the bottom.
    */
   vSetWaterPrintPos(x: Numeric, y?: Numeric): boolean;
   /**
    * Prints an image file, in color or grey. 打印图像文件（彩色或灰度）。
-   * @param copies Copies, 1 to 99; 0 stands for 1.
+   * @param copies Copies, 1 to 99; 0 means 1.
    * @param picture Image file.
    * @param color Color or grey.
    */
   bPrintImage(copies: Numeric, picture: Text, color: Numeric): boolean;
   /**
    * Prints a capture of the current picture. 打印当前画面。
-   * @param copies Copies, 1 to 99; 0 stands for 1.
+   * @param copies Copies, 1 to 99; 0 means 1.
    */
   bPrint(copies: Numeric): boolean;
   /**
    * Prints an image file in color. 彩色打印图像文件。
    * @param picture Image file.
-   * @param copies Copies, 1 to 99; 0 stands for 1.
+   * @param copies Copies, 1 to 99; 0 means 1.
    */
   bPrintImageFile(picture: Text, copies?: Numeric): boolean;
   /**
@@ -551,12 +551,12 @@ export interface Commands {
   sGetBarCode(picture: Text): string[];
   /**
    * Reads the barcodes in the current picture. 识别当前画面中的条码。
-   * The library's bytes come one character each; the portable library's are UTF-8.
+   * Each byte from the library arrives as one character; the portable library's bytes are UTF-8.
    */
   sGetBarCodeOnline(): string[];
   /**
    * Reads the barcodes of one kind in an image file. 识别图像文件中指定类型的条码。
-   * @param kind Kind of code.
+   * @param kind Code type.
    * @param picture Image file.
    */
   sGetBarCodeEx(kind: Numeric, picture: Text): string[];
@@ -566,8 +566,8 @@ export interface Commands {
   sOCRToString(): boolean;
   /**
    * Reads an identity card, with a parameter for the device library. 读取身份证（可带设备库参数）。
-   * @param reserved Not looked at.
-   * @param parameter The library's choice.
+   * @param reserved Ignored.
+   * @param parameter Implementation-defined.
    */
   ReadCard(reserved?: Text, parameter?: Text): any;
   /**
@@ -576,11 +576,11 @@ export interface Commands {
    */
   bOpenIDCardReader(port?: Text): boolean;
   /**
-   * Reads an identity card; every page gets the answer. 读取身份证，结果发送给所有页面。
+   * Reads an identity card; every client gets the answer. 读取身份证，结果发送给所有页面。
    */
   sIDCardReader(): any;
   /**
-   * Tells whether the reader's security module answers. 查询读卡器安全模块状态。
+   * Whether the reader's security module responds. 查询读卡器安全模块状态。
    */
   bGetSAMStatus(): boolean;
   /**
@@ -611,7 +611,7 @@ export interface Commands {
   GetSAMID(): string;
   /**
    * Reads a social security card. 读取社保卡基本信息。
-   * @param type Card type, the library's choice.
+   * @param type Card type, implementation-defined.
    */
   iReadCardBas_noPasam(type?: Numeric): any;
   /**
@@ -628,13 +628,13 @@ export interface Commands {
    */
   readIDMsgVX(): any;
   /**
-   * Reads a bank card; tries a second reader when the first fails. 读取银行卡；失败时换读卡器再试一次。
-   * @param type Reader type, the library's choice; 2 tries contactless cards first.
+   * Reads a bank card; tries a second reader if the first fails. 读取银行卡；失败时换读卡器再试一次。
+   * @param type Reader type, implementation-defined; the portable library tries contactless cards first for 2.
    */
   GetBankCardInfo(type?: Numeric): any;
   /**
    * Reads a social security card. 读取社保卡基本信息。
-   * @param type Card type, the library's choice.
+   * @param type Card type, implementation-defined.
    */
   iReadCardBasEx(type?: Numeric): any;
   /**
@@ -643,8 +643,8 @@ export interface Commands {
   sIDCardReaderVX(): any;
   /**
    * Reads a social security card, on the second reader family where it is connected. 读取社保卡（优先第二类读卡器）。
-   * With the second reader family the card's text stands in outInfo, unescaped by the server; without it the text comes as it is.
-   * @param type Card type, the library's choice.
+   * With the second reader family the card's text is in outInfo, not escaped by the server; without it the text is sent unchanged.
+   * @param type Card type, implementation-defined.
    */
   WReadCardBasEx(type?: Numeric): any;
   /**
@@ -652,14 +652,14 @@ export interface Commands {
    */
   WReadSFZCardBas(): any;
   /**
-   * Tells whether two image files show the same person. 判断两个图像文件是否同一人。
+   * Whether two image files show the same person. 判断两个图像文件是否同一人。
    * @param image1 Image file.
    * @param image2 Image file.
    */
   bImageMatch(image1: Text, image2: Text): boolean;
   /**
    * Compares the faces in two image files; answers with a score. 比对两个图像文件中的人脸，返回分数。
-   * Of requests that come during a comparison only the newest is done; the others get no answer.
+   * Of the requests that arrive during a comparison only the newest is processed; the others get no answer.
    * @param image1 Image file.
    * @param image2 Image file.
    */
@@ -671,47 +671,47 @@ export interface Commands {
    */
   lImageIdMatch(image1: Text, image2: Text): number;
   /**
-   * Compares the face in an image file with the one before the camera; answers with a score. 比对图像文件与摄像头前的人脸，返回分数。
+   * Compares the face in an image file with the one in front of the camera; answers with a score. 比对图像文件与摄像头前的人脸，返回分数。
    * @param image Image file.
    */
   lFaceMatch(image: Text): number;
   /**
-   * Checks for a living person before the camera; answers when done. 活体检测，完成后应答。
+   * Checks for a live person in front of the camera; answers when done. 活体检测，完成后应答。
    */
   bLivingBodyDetect(): boolean;
   /**
-   * Waits for a face before the camera and compares it with an image file. 等待摄像头前出现人脸并与图像文件比对。
-   * True means begun; the score is pushed later.
+   * Waits for a face in front of the camera and compares it with an image file. 等待摄像头前出现人脸并与图像文件比对。
+   * True means started; the score is pushed later.
    * @param image Image file.
-   * @param seconds Longest wait; 0 is 10, at most 60.
-   * @param b The library's choice.
-   * @param c The library's choice.
+   * @param seconds Maximum wait; 0 means 10, at most 60.
+   * @param b Implementation-defined.
+   * @param c Implementation-defined.
    */
   bImageMatchOnline(image: Text, seconds: Numeric, b: Numeric, c: Numeric): boolean;
   /**
-   * Checks for a living person in the background. 后台活体检测。
-   * True means begun; the result is pushed later.
-   * @param seconds Longest wait; 0 is 10, at most 60.
-   * @param b The library's choice.
+   * Checks for a live person in the background. 后台活体检测。
+   * True means started; the result is pushed later.
+   * @param seconds Maximum wait; 0 means 10, at most 60.
+   * @param b Implementation-defined.
    */
   bLivingBodyDetectOnline(seconds: Numeric, b: Numeric): boolean;
   /**
-   * Waits for a face before the camera and takes its feature. 等待摄像头前出现人脸并提取特征。
-   * True means begun; the feature is pushed later.
-   * @param seconds Longest wait; 0 is 10, at most 60.
-   * @param b The library's choice.
+   * Waits for a face in front of the camera and extracts its feature. 等待摄像头前出现人脸并提取特征。
+   * True means started; the feature is pushed later.
+   * @param seconds Maximum wait; 0 means 10, at most 60.
+   * @param b Implementation-defined.
    */
   bFaceFeatureGetOnline(seconds: Numeric, b: Numeric): boolean;
   /**
-   * The feature of a face, as base64; empty for a failure. 获取人脸特征（base64），失败为空。
+   * The feature of a face, as base64; empty on failure. 获取人脸特征（base64），失败为空。
    * @param fromFile Where the face is.
    * @param image Image file.
-   * @param text The library's choice.
+   * @param text Implementation-defined.
    */
   bFaceFeatureGet(fromFile: Flag, image: Text, text: Text): string;
   /**
-   * Compares two features of faces; answers with a score, 0 for a failure. 比对两个人脸特征，返回分数，失败为0。
-   * @param feature1 Feature, as bFaceFeatureGet gives it.
+   * Compares two face features; answers with a score, 0 on failure. 比对两个人脸特征，返回分数，失败为0。
+   * @param feature1 Feature, as returned by bFaceFeatureGet.
    * @param feature2 Feature.
    */
   lFaceFeatureMatch(feature1: string, feature2: string): number;
@@ -720,8 +720,8 @@ export interface Commands {
    */
   ShowLivingBodyPage(): boolean;
   /**
-   * Checks for a living person and sends the pictures meanwhile; ends the preview. 活体检测并推送画面；会结束当前预览。
-   * True means begun; pictures and the result are pushed to every page. Starts and stops of the preview that are still waiting are dropped: they get no answer.
+   * Checks for a live person and sends pictures during the check; ends the preview. 活体检测并推送画面；会结束当前预览。
+   * True means started; pictures and the result are pushed to every client. Preview starts and stops that are still waiting are dropped and get no answer.
    */
   AutoLivingBody(): boolean;
   /**
@@ -730,14 +730,14 @@ export interface Commands {
   CloseLivingBody(): boolean;
   /**
    * Waits for a finger on the sensor; answers with its image and feature. 采集指纹，返回图像和特征。
-   * @param seconds Longest wait; 0 is 10, at most 60.
+   * @param seconds Maximum wait; 0 means 10, at most 60.
    */
   fingerCaptureRawData(seconds?: Numeric): { image: string; feature: string; score: number; msg: string };
   /**
-   * Compares a fingerprint's feature with stored ones; answers with a score. 比对指纹特征，返回分数。
-   * @param mode The library's choice.
-   * @param feature Feature, as fingerCaptureRawData gives it.
-   * @param count How many stored ones.
+   * Compares a fingerprint feature with stored ones; answers with a score. 比对指纹特征，返回分数。
+   * @param mode Implementation-defined.
+   * @param feature Feature, as returned by fingerCaptureRawData.
+   * @param count Number of stored features.
    * @param stored Stored feature.
    */
   lFingerMatch(mode: Numeric, feature: string, count: Numeric, ...stored: string[]): number;
@@ -762,7 +762,7 @@ export interface Commands {
    */
   sGetSerialNum(): string;
   /**
-   * The platform as pages know it. 获取平台标识。
+   * The platform's name in the protocol. 获取平台标识。
    */
   version(): string;
   /**
@@ -770,106 +770,106 @@ export interface Commands {
    */
   sGetDevicesId(): string[];
   /**
-   * Whether document camera and social security module are connected, in words. 查询高拍仪和社保卡模块的连接状态。
+   * Whether the document camera and the social security module are connected, in words. 查询高拍仪和社保卡模块的连接状态。
    */
   GetDeviceStatus(): string[];
   /**
-   * The server's version as pages know it. 获取服务版本。
+   * The server's version in the protocol. 获取服务版本。
    */
   getVersion(): string;
   /**
-   * Sends a file to a web server; answers with the server's answer. 上传文件到Web服务器，返回服务器应答。
+   * Uploads a file to a web server; answers with its response. 上传文件到Web服务器，返回服务器应答。
    * @param address Address of the server.
    * @param file File to send.
-   * @param fileField Name of the form field of the file; empty: file.
-   * @param extra Further fields, key=value&key=value, percent-encoded.
-   * @param remove Remove the file once it was accepted.
+   * @param fileField Name of the form field for the file; empty: file.
+   * @param extra Additional fields, key=value&key=value, percent-encoded.
+   * @param remove Delete the file once it has been accepted.
    */
   sUpLoadImage(address: Text, file: Text, fileField?: Text, extra?: Text, remove?: Flag): string;
   /**
-   * Sends a file to a host, page and port; answers with the server's answer. 上传文件到指定主机、页面和端口，返回服务器应答。
-   * @param host Host, or address of http or https.
+   * Uploads a file to a host, page and port; answers with the server's response. 上传文件到指定主机、页面和端口，返回服务器应答。
+   * @param host Host, or an http or https address.
    * @param page Path on the server.
-   * @param port Port; 0 for the usual one.
+   * @param port Port; 0 for the default.
    * @param file File to send.
    */
   sUpLoadImageEx2(host: Text, page: Text, port: Numeric, file: Text): string;
   /**
-   * Sends a file while progress and result may be shown on the screen. 上传文件，可在屏幕显示进度和结果。
-   * @param host Host, or address of http or https.
+   * Uploads a file, optionally showing progress and result on the screen. 上传文件，可在屏幕显示进度和结果。
+   * @param host Host, or an http or https address.
    * @param page Path on the server.
-   * @param port Port; 0 for the usual one.
+   * @param port Port; 0 for the default.
    * @param file File to send.
    * @param switch Whether the extra fields are sent.
-   * @param extra Further fields, key=value&key=value, percent-encoded.
-   * @param fileField Name of the form field of the file; empty: file.
+   * @param extra Additional fields, key=value&key=value, percent-encoded.
+   * @param fileField Name of the form field for the file; empty: file.
    * @param progress Show the progress on the screen.
    * @param result Show the result on the screen.
    */
   sUpLoadImageEx5(host: Text, page: Text, port: Numeric, file: Text, switch_: Numeric, extra: Text, fileField: Text, progress: Flag, result: Flag): string;
   /**
-   * As sUpLoadImage; a sixth argument is not used. 同 sUpLoadImage，第六个参数未使用。
+   * Same as sUpLoadImage; a sixth argument is ignored. 同 sUpLoadImage，第六个参数未使用。
    * @param address Address of the server.
    * @param file File to send.
-   * @param fileField Name of the form field of the file; empty: file.
-   * @param extra Further fields, key=value&key=value, percent-encoded.
-   * @param remove Remove the file once it was accepted.
+   * @param fileField Name of the form field for the file; empty: file.
+   * @param extra Additional fields, key=value&key=value, percent-encoded.
+   * @param remove Delete the file once it has been accepted.
    * @param unused Not used.
    */
   sUpLoadImageEx6(address: Text, file: Text, fileField?: Text, extra?: Text, remove?: Flag, unused?: Text): string;
   /**
-   * Sends a file to a host, page and port; answers whether it was accepted. 上传文件到指定主机、页面和端口，返回是否成功。
-   * @param host Host, or address of http or https.
+   * Uploads a file to a host, page and port; answers whether it was accepted. 上传文件到指定主机、页面和端口，返回是否成功。
+   * @param host Host, or an http or https address.
    * @param page Path on the server.
-   * @param port Port; 0 for the usual one.
+   * @param port Port; 0 for the default.
    * @param file File to send.
    */
   bUpLoadImage(host: Text, page: Text, port: Numeric, file: Text): boolean;
   /**
-   * Deletes a file for good. 永久删除文件。
+   * Deletes a file permanently. 永久删除文件。
    * @param file File.
    */
   bDeleteFileForever(file: Text): boolean;
   /**
-   * Deletes a file, into the recycle bin where there is one. 删除文件（有回收站时移入回收站）。
+   * Deletes a file, to the recycle bin if there is one. 删除文件（有回收站时移入回收站）。
    * @param file File.
    */
   bDeleteFile(file: Text): boolean;
   /**
    * Copies a file. 复制文件。
    * @param from File.
-   * @param to Where it goes; nothing is replaced.
+   * @param to Target path; an existing file is not replaced.
    */
   bCopyFile(from: Text, to: Text): boolean;
   /**
    * Moves a file. 移动文件。
    * @param from File.
-   * @param to Where it goes; nothing is replaced.
+   * @param to Target path; an existing file is not replaced.
    */
   bMoveFile(from: Text, to: Text): boolean;
   /**
    * Renames a file. 重命名文件。
    * @param from File.
-   * @param to Where it goes; nothing is replaced.
+   * @param to Target path; an existing file is not replaced.
    */
   bReNameFile(from: Text, to: Text): boolean;
   /**
-   * Tells whether a file exists. 判断文件是否存在。
+   * Whether a file exists. 判断文件是否存在。
    * @param file File.
    */
   bFileIsExist(file: Text): boolean;
   /**
-   * Tells whether a folder exists. 判断目录是否存在。
+   * Whether a folder exists. 判断目录是否存在。
    * @param folder Folder.
    */
   bDirIsExist(folder: Text): boolean;
   /**
-   * Opens a file on the screen with the desktop's program. 用桌面程序打开文件。
+   * Opens a file on the screen with the desktop's default program. 用桌面程序打开文件。
    * @param file File.
    */
   OpenFile(file: Text): boolean;
   /**
-   * Tells whether the program that opens files is there. 查询打开文件所需的程序是否存在。
+   * Whether the program that opens files is installed. 查询打开文件所需的程序是否存在。
    */
   IsExeExist(): boolean;
   /**
@@ -878,12 +878,12 @@ export interface Commands {
    */
   bDispPath(folder: Text): boolean;
   /**
-   * Makes a folder with its parents; true also when it exists. 创建目录（含上级）；已存在也返回 true。
+   * Creates a folder and its parents; true also if it exists. 创建目录（含上级）；已存在也返回 true。
    * @param folder Folder.
    */
   bCreateDir(folder: Text): boolean;
   /**
-   * Names of the files of a format in a folder. 列出目录中指定格式的文件名。
+   * Lists the files of a format in a folder. 列出目录中指定格式的文件名。
    * @param folder Folder.
    * @param format Extension or pattern, several joined with ";"; empty for all.
    */
@@ -893,48 +893,48 @@ export interface Commands {
    */
   sGetTempPath(): string;
   /**
-   * Asks the signature service to have a document signed. 请求签名服务对文档签名。
-   * True means asked; the service's answer is pushed later to every page, without a frame.
+   * Asks the signature service for a signature on a document. 请求签名服务对文档签名。
+   * True means that the request was sent; the service's answer is pushed later to every client, without a frame.
    * @param pdf PDF document to sign.
-   * @param xml XML file that goes with it.
-   * @param location At least four numbers parted by "."; the service gets them parted by ",".
-   * @param retain Passed on as it is.
-   * @param timeout Passed on as it is.
+   * @param xml XML file for the record of the signing.
+   * @param location At least four numbers separated by "."; the service receives them separated by ",".
+   * @param retain Passed on unchanged.
+   * @param timeout Passed on unchanged.
    */
   DoGWQ_StartSign(pdf: Text, xml: Text, location: Text, retain: Text, timeout: Numeric): boolean;
   /**
-   * As DoGWQ_StartSign, with the service's second kind of request. 同 DoGWQ_StartSign，使用第二种请求类型。
-   * True means asked; the service's answer is pushed later to every page, without a frame.
+   * As DoGWQ_StartSign, but shows the whole document. 同 DoGWQ_StartSign，使用第二种请求类型。
+   * True means that the request was sent; the service's answer is pushed later to every client, without a frame.
    * @param pdf PDF document to sign.
-   * @param xml XML file that goes with it.
-   * @param location At least four numbers parted by "."; the service gets them parted by ",".
-   * @param retain Passed on as it is.
-   * @param timeout Passed on as it is.
+   * @param xml XML file for the record of the signing.
+   * @param location At least four numbers separated by "."; the service receives them separated by ",".
+   * @param retain Passed on unchanged.
+   * @param timeout Passed on unchanged.
    */
   DoGWQ_StartSignEx(pdf: Text, xml: Text, location: Text, retain: Text, timeout: Numeric): boolean;
   /**
-   * Shows the page of the information exchange on the customer's screen. 在客户屏显示信息交互页面。
-   * @param data What the page is told, as it is.
+   * Shows the information exchange page on the customer's screen. 在客户屏显示信息交互页面。
+   * @param data Data for the page, passed on unchanged.
    */
   DoGWQ_StartInfo(data: Text): boolean;
   /**
-   * Shows the page of the service evaluation on the customer's screen. 在客户屏显示服务评价页面。
-   * @param data What the page is told, as it is.
+   * Shows the service evaluation page on the customer's screen. 在客户屏显示服务评价页面。
+   * @param data Data for the page, passed on unchanged.
    */
   DoGWQ_StartEvaluator(data: Text): boolean;
   /**
-   * Shows the page of the teller information on the customer's screen. 在客户屏显示柜员信息页面。
-   * @param data What the page is told, as it is.
+   * Shows the teller information page on the customer's screen. 在客户屏显示柜员信息页面。
+   * @param data Data for the page, passed on unchanged.
    */
   GWQ_TellerInfo(data: Text): boolean;
   /**
-   * Shows the page of the call number on the customer's screen. 在客户屏显示叫号页面。
-   * @param data What the page is told, as it is.
+   * Shows the call number page on the customer's screen. 在客户屏显示叫号页面。
+   * @param data Data for the page, passed on unchanged.
    */
   GWQ_CallNumber(data: Text): boolean;
   /**
-   * Shows the page of the payment on the customer's screen. 在客户屏显示缴费页面。
-   * @param data What the page is told, as it is.
+   * Shows the payment page on the customer's screen. 在客户屏显示缴费页面。
+   * @param data Data for the page, passed on unchanged.
    */
   GWQ_PaymentInfo(data: Text): boolean;
   /**
@@ -943,30 +943,30 @@ export interface Commands {
    */
   OpenURL(url: Text): boolean;
   /**
-   * Ends the connections to the signature service and the browser helper. 断开签名服务和浏览器助手的连接。
+   * Closes the connections to the signature service and the browser helper. 断开签名服务和浏览器助手的连接。
    */
   WebbrowserExit(): boolean;
 }
 
 /** What the server pushes. */
 export interface PushedEvents {
-  /** A frame of the preview, or a picture of AutoLivingBody. 预览帧，或 AutoLivingBody 的画面。 */
+  /** A preview frame, or a picture of AutoLivingBody. 预览帧，或 AutoLivingBody 的画面。 */
   frame: string;
   /** The camera's button: true when it was pressed. 摄像头按键：按下为 true。 */
   vSetCapturePin: boolean;
-  /** The preview was stopped because a page has left. 因有页面断开，预览已停止。 */
+  /** The preview was stopped because a client disconnected. 因有页面断开，预览已停止。 */
   bStopPlay: boolean;
-  /** The main preview has started anew after bAVPreview. bAVPreview 之后主预览重新启动。 */
+  /** The main preview has restarted after bAVPreview. bAVPreview 之后主预览重新启动。 */
   bStartPlay: boolean;
-  /** The number of a shot of the automatic scan, once its file is whole. 自动扫描完成一张的序号。 */
+  /** The number of a shot of the automatic scan, once its file is complete. 自动扫描完成一张的序号。 */
   iAutoScan: number;
-  /** The score of bImageMatchOnline; negative for a failure. bImageMatchOnline 的分数；负数为失败。 */
+  /** The score of bImageMatchOnline; negative on failure. bImageMatchOnline 的分数；负数为失败。 */
   AfterbImageMatchOnline: number;
-  /** The feature of bFaceFeatureGetOnline, base64; empty when no face came. bFaceFeatureGetOnline 的特征（base64）；未检测到人脸时为空。 */
+  /** The feature of bFaceFeatureGetOnline, base64; empty if no face appeared. bFaceFeatureGetOnline 的特征（base64）；未检测到人脸时为空。 */
   AfterbFaceFeatureGetOnline: string;
   /** The result of bLivingBodyDetectOnline. bLivingBodyDetectOnline 的结果。 */
   AfterbLivingBodyDetectOnline: boolean;
-  /** The result of AutoLivingBody; its form is the library's choice. AutoLivingBody 的结果，格式由设备库定义。 */
+  /** The result of AutoLivingBody; its form is implementation-defined. AutoLivingBody 的结果，格式由设备库定义。 */
   AfterbLivingBodyDetectEvent2: any;
 }
 
@@ -974,10 +974,10 @@ export interface CommandFacts {
   reply: 'boolean' | 'number' | 'text' | 'json' | 'list' | 'pair' | 'empty' | 'none';
   split?: 'whole' | 'comma';
   fields?: Record<string, 'text' | 'integer' | 'number' | 'boolean' | 'base64' | 'hex' | 'color'>;
-  /** How many arguments there must be, where some may be left out. */
+  /** Number of required arguments, if some are optional. */
   required?: number;
   repeat?: true;
-  /** In milliseconds. */
+  /** Milliseconds. */
   timeout?: number;
   late?: true;
   to?: 'all';

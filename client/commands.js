@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
-// Made from docs/commands.json by scripts/generate-reference.mjs.
+// Generated from docs/commands.json by scripts/generate-reference.mjs.
 
-/** What the client knows of each command; its types are in commands.d.ts. */
+/** What the client knows about each command; its types are in commands.d.ts. */
 export const commands = {
   bStopPlay: { reply: 'boolean', timeout: 30000, late: true, to: 'all', dropped: true },
   bStartPlay: { reply: 'boolean', timeout: 30000, late: true, to: 'all', dropped: true },
@@ -184,7 +184,7 @@ export const commands = {
   WebbrowserExit: { reply: 'boolean', timeout: 70000 },
 };
 
-/** The kinds of the results of framed events. */
+/** The kinds of result of framed events. */
 export const events = {
   vSetCapturePin: 'boolean',
   bStopPlay: 'boolean',

@@ -2,59 +2,59 @@
 import { Commands, PushedEvents } from './commands.js';
 export * from './commands.js';
 
-/** Every error of the client is one of these; `code` stays, messages may change. */
+/** Base of all errors of the client. `code` never changes; messages may. */
 export class DeviceError extends Error {
   readonly code: 'UNKNOWN_COMMAND' | 'BAD_ARGUMENT' | 'SERVER_NOT_RUNNING' | 'REFUSED_BY_BROWSER'
     | 'CONNECTION_LOST' | 'TIMED_OUT' | 'CLOSED';
 }
 /** There is no such command; the server would not answer. */
 export class UnknownCommandError extends DeviceError {}
-/** The command can't take these arguments, or the protocol can't carry them. */
+/** Arguments that the command doesn't accept or the protocol can't carry. */
 export class ArgumentError extends DeviceError {}
-/** Nobody listens at the address. */
+/** Nothing listens at the address. */
 export class ServerNotRunningError extends DeviceError {}
-/** The browser keeps this page from the server, as far as a page can tell. */
+/** The browser blocks the connection, as far as a page can tell. */
 export class RefusedByBrowserError extends DeviceError {}
-/** The connection ended; of a call: before its answer came. */
+/** The connection was lost; for a call: before its answer arrived. */
 export class ConnectionLostError extends DeviceError {}
-/** No answer came in time. */
+/** No answer arrived in time. */
 export class CallTimeoutError extends DeviceError {}
 /** close() was called. */
 export class ClosedError extends DeviceError {}
 
-/** What the client needs of a WebSocket class: the browser's, or that of the npm package ws. */
+/** A WebSocket class: the browser's, or that of the npm package ws. */
 export interface WebSocketClass {
   new (url: string): any;
 }
 
 export interface ClientOptions {
-  /** ws://127.0.0.1:1818 */
+  /** Default: ws://127.0.0.1:1818 */
   url?: string;
-  /** Milliseconds to wait for an answer, 10000; commands that may take longer wait longer. */
+  /** Milliseconds to wait for an answer; more for commands that may take longer. Default: 10000 */
   timeout?: number;
-  /** Milliseconds for one try to connect, 15000; longer while the browser asks its user. */
+  /** Milliseconds for an attempt to connect; more while the browser asks its user. Default: 15000 */
   connectTimeout?: number;
-  /** Milliseconds before the tries to connect again; the last one repeats. Empty: none are made. */
+  /** Milliseconds before each reconnection attempt; the last one repeats. Empty: no attempts. */
   retryDelays?: number[];
-  /** The class to use; globalThis.WebSocket. */
+  /** Default: globalThis.WebSocket */
   WebSocket?: WebSocketClass;
 }
 
 export interface CallOptions {
   /** Milliseconds to wait for the answer. */
   timeout?: number;
-  /** Sends the arguments as they are, under any name; the result is the text. */
+  /** Sends any name with unchecked arguments; the result is a text. */
   raw?: boolean;
 }
 
 export interface ClientEvents extends PushedEvents {
-  /** Connected, also anew; the server has stopped the preview meanwhile. */
+  /** Connected or reconnected; the server has stopped the preview meanwhile. */
   open: void;
-  /** The connection was lost, or a try failed; retryIn: milliseconds to the next try. */
+  /** The connection was lost, or an attempt failed; retryIn: milliseconds to the next one. */
   close: DeviceError & { retryIn?: number };
-  /** An answer whose call had timed out. */
+  /** An answer whose call has timed out. */
   late: { name: string; result: unknown };
-  /** Every text as it came. */
+  /** Every text as received. */
   message: string;
   /** A Preview has drawn a frame. */
   drawn: Preview;
@@ -66,9 +66,9 @@ export class DeviceClient {
   /** Why there is no connection; null while nothing has failed. */
   readonly lastError: DeviceError | null;
 
-  /** Settles with the first try; goes on trying until close(). Calls connect by themselves too. */
+  /** Settles with the first attempt, then reconnects until close(). Calls connect when needed. */
   connect(): Promise<void>;
-  /** Ends the connection and all tries; calls that wait are rejected. */
+  /** Ends the connection and all attempts, and rejects pending calls. */
   close(): void;
 
   /** Sends a command; rejected with a DeviceError. */
@@ -77,14 +77,14 @@ export class DeviceClient {
   callWith(options: CallOptions & { raw: true }, name: string, ...args: (string | number)[]): Promise<string>;
   callWith<Name extends keyof Commands>(options: CallOptions, name: Name,
     ...args: Parameters<Commands[Name]>): Promise<ReturnType<Commands[Name]>>;
-  /** Sends a text as it is. */
+  /** Sends a text unchanged. */
   send(text: string): Promise<void>;
 
-  /** Hears of an event; returns a function that ends it. */
+  /** Listens to an event; returns a function that removes the listener. */
   on<Event extends keyof ClientEvents>(event: Event, listener: (value: ClientEvents[Event]) => void): () => void;
-  /** A text without a frame; the second value is what it holds as a JSON object. */
+  /** A text without a frame; the second value is its JSON object, if it is one. */
   on(event: 'text', listener: (text: string, json?: object) => void): () => void;
-  /** A framed text that no call waits for. */
+  /** A framed text that no call is waiting for. */
   on(event: string, listener: (...values: any[]) => void): () => void;
   off(event: string, listener: (...values: any[]) => void): void;
 
@@ -92,20 +92,20 @@ export class DeviceClient {
   preview(target: HTMLImageElement | HTMLCanvasElement): Preview;
 }
 
-/** Draws the newest frame and drops those that it overtakes; a hidden page decodes nothing. */
+/** Draws the newest frame and drops older ones; a hidden page decodes nothing. */
 export class Preview {
   constructor(client: DeviceClient, target: HTMLImageElement | HTMLCanvasElement);
   readonly received: number;
   readonly drawn: number;
-  /** Frames that a newer one overtook. */
+  /** Frames replaced by a newer one before they were drawn. */
   readonly dropped: number;
-  /** Frames that are no readable JPEG. */
+  /** Frames that are not a readable JPEG. */
   readonly broken: number;
-  /** Draws no more; the last frame stays. */
+  /** Stops drawing; the last frame stays. */
   stop(): void;
 }
 
-/** Takes "Begin<name><result>End<name>" apart; null when the text is not framed. */
+/** Parses "Begin<name><result>End<name>"; null if the text is not framed. */
 export function parseAnswer(text: string): { name: string; result: string } | null;
 
 /** The text that call() sends; throws UnknownCommandError or ArgumentError. */

@@ -2,6 +2,6 @@
 import * as client from './deviceclient.js';
 
 declare global {
-  /** What the script makes: the class, and on it all that the module exports. */
+  /** Defined by the script: the class, with the module's other exports as properties. */
   var DeviceClient: typeof client.DeviceClient & Omit<typeof client, 'DeviceClient'>;
 }

@@ -2,17 +2,17 @@
 //
 // The client of the device server: commands as promises, pushed texts as events, and a preview.
 //
-//   Errors        what can go wrong, by name
-//   Texts         commands and answers as they go over the wire
-//   DeviceClient  the connection, the calls that wait, the events
+//   Errors        what can go wrong
+//   Texts         commands and answers on the wire
+//   DeviceClient  the connection, pending calls, events
 //   Preview       draws the newest frame
 //
-// For Chromium 80 and newer, and for Node with a WebSocket class of its own or handed over.
+// For Chromium 80 and newer, and for Node with its own WebSocket class or one passed as an option.
 import { commands, events } from './commands.js';
 
 // ---- Errors -------------------------------------------------------------------------------------
 
-/** What all errors of this client have in common: a name, and a code that stays. */
+/** Base of all errors of this client: they have a name, and a code that never changes. */
 export class DeviceError extends Error {
   constructor(code, message) {
     super(message);
@@ -25,19 +25,19 @@ export class DeviceError extends Error {
 export class UnknownCommandError extends DeviceError {
   constructor(name) {
     const meant = Object.keys(commands).find((each) => each.toLowerCase() === name.trim().toLowerCase());
-    super('UNKNOWN_COMMAND', meant ? `there is no command ${name}; is ${meant} meant?`
+    super('UNKNOWN_COMMAND', meant ? `there is no command ${name}; did you mean ${meant}?`
       : `there is no command ${name}`);
   }
 }
 
-/** The command can't take these arguments, or the protocol can't carry them. */
+/** Arguments that the command doesn't accept or the protocol can't carry. */
 export class ArgumentError extends DeviceError {
   constructor(name, what) {
     super('BAD_ARGUMENT', `${name}: ${what}`);
   }
 }
 
-/** Nobody listens at the address. */
+/** Nothing listens at the address. */
 export class ServerNotRunningError extends DeviceError {
   constructor(url) {
     super('SERVER_NOT_RUNNING', `no connection to ${url}: the device server is not running there`);
@@ -45,7 +45,7 @@ export class ServerNotRunningError extends DeviceError {
 }
 
 /**
- * The browser keeps this page from the server, as far as a page can tell: see docs/integration.md.
+ * The browser blocks the connection, as far as a page can tell; see docs/integration.md.
  */
 export class RefusedByBrowserError extends DeviceError {
   constructor(url, why) {
@@ -53,7 +53,7 @@ export class RefusedByBrowserError extends DeviceError {
   }
 }
 
-/** The connection ended; of a call: before its answer came. */
+/** The connection was lost; for a call: before its answer arrived. */
 export class ConnectionLostError extends DeviceError {
   constructor(name) {
     super('CONNECTION_LOST', 'the connection to the device server was lost'
@@ -61,13 +61,13 @@ export class ConnectionLostError extends DeviceError {
   }
 }
 
-/** No answer came in time. */
+/** No answer arrived in time. */
 export class CallTimeoutError extends DeviceError {
   constructor(name, milliseconds, fact) {
     const taken = fact.late && !fact.to
-      ? 'another page may have sent a command meanwhile and got it, or one has left, which drops it'
-      : 'the server may be busy, with another page too';
-    const dropped = fact.dropped ? ', or AutoLivingBody has dropped it' : '';
+      ? 'it may have gone to another page that sent a command meanwhile, or been dropped because a page disconnected'
+      : 'the server may be busy, perhaps with another page';
+    const dropped = fact.dropped ? ', or AutoLivingBody may have dropped it' : '';
     super('TIMED_OUT', `no answer to ${name} within ${milliseconds / 1000} s: ${taken}${dropped}`);
   }
 }
@@ -81,16 +81,16 @@ export class ClosedError extends DeviceError {
 
 // ---- Texts --------------------------------------------------------------------------------------
 
-/** Every JPEG file begins with the bytes FF D8 FF, and so every frame with these characters. */
+/** The bytes FF D8 FF at the start of every JPEG, and so of every frame, in base64. */
 const frameStart = '/9j/';
 
-/** The server ends the connection of a page that sends more bytes. */
-const longestMessage = 256 * 1024 * 1024;
+/** In bytes. The server disconnects a page that sends a longer message. */
+const maxMessage = 256 * 1024 * 1024;
 
-/** Room for the longest name: the search for the end of an answer looks no further back. */
+/** Names are shorter: the search for the end of an answer looks no further back. */
 const nameLimit = 100;
 
-/** The entry of a name in a table; what every object has besides, "toString", is none. */
+/** The entry of a name in a table, ignoring inherited members such as "toString". */
 function entryOf(table, name) {
   return Object.prototype.hasOwnProperty.call(table, name) ? table[name] : undefined;
 }
@@ -102,10 +102,10 @@ for (const [name, { otherFrames }] of Object.entries(commands)) {
 }
 
 /**
- * Takes "Begin<name><result>End<name>" apart. Nothing parts the name from the result, so the end of
- * the text tells it; results may hold "End" and names may end with it.
+ * Parses "Begin<name><result>End<name>". Nothing separates the name from the result, so the name is
+ * found at the end of the text; results may contain "End" and names may end with it.
  *
- * @returns {{name: string, result: string}|null} null when the text is not framed
+ * @returns {{name: string, result: string}|null} null if the text is not framed
  */
 export function parseAnswer(text) {
   if (!text.startsWith('Begin'))
@@ -127,15 +127,15 @@ export function parseAnswer(text) {
   return other;
 }
 
-/** How the types of arguments look on the wire; an empty number is what the server takes for none. */
+/** Argument types on the wire; the server takes an empty number for a missing one. */
 const forms = {
   integer: [/^([+-]?\d+)?$/, 'a whole number'],
   number: [/^([+-]?\d+(\.\d+)?)?$/, 'a number'],
   boolean: [/^[01]$/, 'true or false, 1 or 0'],
 };
 
-/** One argument on the wire, or what is wrong with it: { text } or { fault }. */
-function fieldOf(type, value, parted) {
+/** An argument as { text } for the wire, or { fault }: what is wrong with it. */
+function fieldOf(type, value, splitAtCommas) {
   const sent = type === 'boolean' && typeof value === 'boolean' ? Number(value) : value;
   if (typeof sent !== 'string' && typeof sent !== 'number')
     return { fault: `must be a text or a number, not ${sent === null ? 'null' : typeof sent}` };
@@ -144,14 +144,14 @@ function fieldOf(type, value, parted) {
   if (form && !form.test(text))
     return { fault: `must be ${what}, not ${JSON.stringify(text)}: the server would read 0` };
   if (text.includes('\0'))
-    return { fault: 'holds a NUL character, where the text would end for the device library' };
-  if (parted && text.includes(','))
-    return { fault: 'holds a ",", which the protocol can’t carry here: it parts the arguments' };
+    return { fault: 'contains a NUL character, at which the device library would cut the text off' };
+  if (splitAtCommas && text.includes(','))
+    return { fault: 'contains a ",", which separates arguments in the protocol' };
   return { text };
 }
 
 /**
- * The text to send for a call: what call() does before it sends.
+ * The text that call() sends.
  *
  * @throws UnknownCommandError, ArgumentError
  */
@@ -163,10 +163,10 @@ export function commandText(name, args) {
   const names = Object.keys(fields);
   const given = args.slice();
   while (given.length > 0 && given[given.length - 1] === undefined)
-    given.pop(); // as if it had been left out
-  const least = required === undefined ? names.length : required;
-  if (given.length < least)
-    throw new ArgumentError(name, `needs ${least} arguments (${names.join(', ')}), got ${given.length}`);
+    given.pop(); // same as left out
+  const minimum = required === undefined ? names.length : required;
+  if (given.length < minimum)
+    throw new ArgumentError(name, `needs ${minimum} arguments (${names.join(', ')}), got ${given.length}`);
   if (given.length > names.length && !repeat)
     throw new ArgumentError(name, `takes ${names.length || 'no'} arguments, got ${given.length}`);
   const texts = given.map((value, index) => {
@@ -177,7 +177,7 @@ export function commandText(name, args) {
     return text;
   });
   const text = `${name}(${texts.join(',')})`;
-  if (text.length > longestMessage)
+  if (text.length > maxMessage)
     throw new ArgumentError(name, 'longer than the 256 MiB that the server accepts');
   return text;
 }
@@ -186,11 +186,11 @@ function jsonOr(text) {
   try {
     return JSON.parse(text);
   } catch {
-    return text || null; // a maker's library may have texts of its own
+    return text || null; // a vendor's device library may answer with its own texts
   }
 }
 
-/** Bytes that came as one character each, read as UTF-8 where they are. */
+/** Decodes a text whose characters are bytes of UTF-8; unchanged if they are not. */
 function utf8Of(latin1) {
   try {
     return new TextDecoder('utf-8', { fatal: true })
@@ -210,7 +210,7 @@ const results = {
   empty: () => undefined,
 };
 
-/** The result of an answer or event of this name, as its kind says; of an unknown one the text. */
+/** The result of an answer or event of this name, in its type; the text for unknown names. */
 function resultOf(name, text) {
   const fact = entryOf(commands, name) || {};
   const kind = fact.reply && fact.reply !== 'none' ? fact.reply : entryOf(events, name) || 'text';
@@ -221,61 +221,61 @@ function resultOf(name, text) {
 
 const defaults = {
   url: 'ws://127.0.0.1:1818',
-  /** How long a call waits for its answer, unless more is known of its command. */
+  /** Milliseconds that a call waits for its answer; more for commands known to take longer. */
   timeout: 10000,
-  /** How long a try to connect may take; longer while the browser asks its user. */
+  /** Milliseconds for an attempt to connect; more while the browser asks its user. */
   connectTimeout: 15000,
-  /** Pauses before the tries to connect again; the last one repeats. Empty: none are made. */
+  /** Milliseconds before each reconnection attempt; the last one repeats. Empty: no attempts. */
   retryDelays: [500, 1000, 2000, 4000, 8000, 15000],
 };
 
-/** What is known of a command that is sent as it is. */
+/** Stands in for the facts of a command that is sent raw. */
 const rawFact = { reply: 'text', late: true };
 
-/** The longest time that timers take, about 24 days: longer ones, Infinity too, would be over at once. */
-const longestTimer = 2 ** 31 - 1;
+/** The maximum of timers, about 24 days; anything longer, even Infinity, would fire at once. */
+const maxTimer = 2 ** 31 - 1;
 
-/** The events that are no pushed text's: what another page relays must not pass for one. */
+/** The client's own events, which a text relayed by another page must not imitate. */
 const ownEvents = new Set(['open', 'close', 'frame', 'text', 'late', 'message', 'drawn']);
 
-/** A connection that ends sooner counts as a failed try, so that the tries slow down. */
+/** A connection that ends sooner counts as a failed attempt, so that attempts slow down. */
 const stableMilliseconds = 5000;
 
 /**
  * A page's connection to the device server.
  *
  * Events, heard with on():
- *   open                 connected, also anew; the server has stopped the preview meanwhile
- *   close    error       the connection was lost, or a try failed; retryIn is set on the error
+ *   open                 connected or reconnected; the server has stopped the preview meanwhile
+ *   close    error       the connection was lost, or an attempt failed; the error has retryIn
  *   frame    base64      a preview frame, JPEG
  *   <name>   result      a framed text that no call waits for: vSetCapturePin, iAutoScan, ...
  *   text     text, json  a text without a frame: the signature service's, the browser helper's
- *   late     {name, result}  an answer whose call had timed out
- *   message  text        every text as it came
+ *   late     {name, result}  an answer whose call has timed out
+ *   message  text        every text as received
  *   drawn    preview     a Preview has drawn a frame
  */
 export class DeviceClient {
   /**
    * @param options  url, timeout, connectTimeout, retryDelays (all in milliseconds), and WebSocket:
-   *                 the class to use where there is no global one
+   *                 the class to use if there is no global one
    */
   constructor(options = {}) {
     this.options = { ...defaults, ...options };
     this.listeners = new Map();
-    this.waiting = new Map(); // by name: the calls that were sent, oldest first
-    this.queues = new Map(); // by name: the end of the queue of commands that go one by one
+    this.waiting = new Map(); // pending calls by name, oldest first
+    this.queues = new Map(); // by name: end of the queue of commands that are sent one at a time
     this.socket = null;
-    this.state = 'closed'; // closed, connecting, open, waiting (for the next try)
+    this.state = 'closed'; // closed, connecting, open, waiting (to reconnect)
     this.lastError = null;
-    this.failures = 0; // tries in a row without a stable connection
+    this.failures = 0; // attempts in a row without a stable connection
     this.everOpen = false;
-    this.closings = 0; // how often close() was called
-    this.connection = null; // the promise of the latest try
+    this.closings = 0; // number of calls of close()
+    this.connection = null; // promise of the latest attempt
     this.abandonTry = null; // rejects it
     this.retryTimer = 0;
   }
 
-  /** Hears of an event. @returns a function that ends it */
+  /** Listens to an event. @returns a function that removes the listener */
   on(event, listener) {
     if (!this.listeners.has(event))
       this.listeners.set(event, new Set());
@@ -289,7 +289,7 @@ export class DeviceClient {
       listeners.delete(listener);
   }
 
-  /** A listener that fails is reported like any error of the page, and disturbs nobody. */
+  /** An exception in a listener is reported like any of the page's, and affects nothing else. */
   emit(event, ...values) {
     for (const listener of Array.from(this.listeners.get(event) || [])) {
       try {
@@ -301,9 +301,9 @@ export class DeviceClient {
   }
 
   /**
-   * Connects, and goes on trying when it fails or the connection is lost, until close().
+   * Connects, and reconnects after failures and lost connections until close() is called.
    *
-   * @returns a promise that settles with the first try: rejected with ServerNotRunningError or
+   * @returns a promise that settles with the first attempt: rejected with ServerNotRunningError or
    *          RefusedByBrowserError
    */
   connect() {
@@ -314,7 +314,7 @@ export class DeviceClient {
     return this.connection;
   }
 
-  /** Ends the connection and all tries; calls that wait are rejected. */
+  /** Ends the connection and all attempts, and rejects pending calls. */
   close() {
     this.closings += 1;
     clearTimeout(this.retryTimer);
@@ -325,34 +325,34 @@ export class DeviceClient {
     if (socket)
       socket.close();
     if (this.abandonTry)
-      this.abandonTry(new ClosedError()); // without effect once the try has settled
+      this.abandonTry(new ClosedError()); // no effect once the attempt has settled
     this.rejectAll(() => new ClosedError());
   }
 
   /**
    * Sends a command.
    *
-   * @returns a promise of its result, in the kind of the command; undefined, at once, for commands
-   *          that are never answered
+   * @returns a promise of its result, in the command's type; resolves to undefined at once for
+   *          commands that are never answered
    */
   call(name, ...args) {
     return this.callWith({}, name, ...args);
   }
 
   /**
-   * The same with options: timeout, in milliseconds; raw: sends the arguments as they are, under any
-   * name, and gives the result as a text.
+   * call() with options: timeout, in milliseconds; raw: sends any name with unchecked arguments, and
+   * resolves to the result's text.
    */
   async callWith({ timeout, raw }, name, ...args) {
     const text = raw ? `${name}(${args.join(',')})` : commandText(name, args);
     const fact = raw ? rawFact : commands[name];
-    const limit = Math.min(timeout || Math.max(fact.timeout || 0, this.options.timeout), longestTimer);
+    const limit = Math.min(timeout || Math.max(fact.timeout || 0, this.options.timeout), maxTimer);
     if (fact.alone)
       return this.inTurn(name, () => this.sendCall(name, fact, text, limit));
     return this.sendCall(name, fact, text, limit);
   }
 
-  /** Sends a text as it is: "@..." asks for the shown page's data, "#..." goes to the current page. */
+  /** Sends a text unchanged: "@" asks for the shown page's data, "#..." goes to the current page. */
   async send(text) {
     if (this.state !== 'open')
       await this.whenOpen();
@@ -366,7 +366,7 @@ export class DeviceClient {
 
   // -- Calls --
 
-  /** Runs one call of a name after the other: the server would mix up their answers. */
+  /** Runs calls of a name one at a time: the server would mix up their answers. */
   inTurn(name, run) {
     const { closings } = this;
     const turn = (this.queues.get(name) || Promise.resolve()).then(() => {
@@ -396,9 +396,9 @@ export class DeviceClient {
   }
 
   /**
-   * The call stays in line where its answer is sure to come, so that a later call of the name is not
-   * given it. It is not sure where it can go to another page, where the server may drop it, and for
-   * names nobody knows.
+   * The call stays in the queue if its answer is certain to arrive, so that a later call of the same
+   * name does not get it. It is not certain if it can go to another page, if the server may drop it,
+   * and for unknown names.
    */
   timeOut(call, limit) {
     call.timedOut = true;
@@ -418,7 +418,7 @@ export class DeviceClient {
     }
   }
 
-  // -- Texts that come --
+  // -- Received texts --
 
   received(text) {
     this.emit('message', text);
@@ -447,13 +447,13 @@ export class DeviceClient {
 
   // -- The connection --
 
-  /** Connects where nothing has been tried yet. */
+  /** Connects unless an attempt has failed already. */
   async whenOpen() {
     if (this.state === 'waiting')
       throw this.lastError;
     await this.connect();
     if (this.state !== 'open')
-      throw new ClosedError(); // by somebody who heard of it first
+      throw new ClosedError(); // by a listener
   }
 
   tryToConnect() {
@@ -463,7 +463,7 @@ export class DeviceClient {
       this.abandonTry = reject;
       this.openSocket(resolve, reject);
     });
-    this.connection.catch(() => {}); // whoever wants to know has connect()
+    this.connection.catch(() => {}); // callers of connect() get the error
   }
 
   openSocket(resolve, reject) {
@@ -484,7 +484,7 @@ export class DeviceClient {
     const giveUpWhenNobodyIsAsked = async () => {
       const state = await permissionState();
       if (socket.readyState !== 0)
-        return; // no longer connecting: the user has just answered
+        return; // the user has answered by now
       if (state === 'prompt')
         timer = setTimeout(giveUpWhenNobodyIsAsked, connectTimeout);
       else
@@ -505,7 +505,7 @@ export class DeviceClient {
       if (socket === this.socket)
         this.received(String(data));
     };
-    socket.onerror = () => {}; // says nothing that onclose doesn't; in Node it must be heard
+    socket.onerror = () => {}; // onclose follows; Node requires a listener
     socket.onclose = async () => {
       clearTimeout(timer);
       if (socket !== this.socket)
@@ -541,7 +541,7 @@ export class DeviceClient {
   }
 }
 
-/** What the browser says about this page and the local machine: granted, denied, prompt; or ''. */
+/** The browser's permission for this page to reach this machine: granted, denied, prompt or ''. */
 async function permissionState() {
   const permissions = globalThis.navigator && globalThis.navigator.permissions;
   if (!permissions)
@@ -550,15 +550,15 @@ async function permissionState() {
     try {
       return (await permissions.query({ name })).state;
     } catch {
-      // a browser that doesn't know this one
+      // unknown to this browser
     }
   }
   return '';
 }
 
 /**
- * A browser tells no reason: the permission is the only hint, and says nothing where none is needed,
- * as between a page and a server of the same machine.
+ * Browsers give no reason. The permission is the only hint, and no hint where none is needed, as
+ * between a page and a server on the same machine.
  */
 async function whyNoConnection(url, everOpen) {
   const { protocol, hostname } = globalThis.location || {};
@@ -572,8 +572,8 @@ async function whyNoConnection(url, everOpen) {
 // ---- Preview ------------------------------------------------------------------------------------
 
 /**
- * Draws the newest frame on an <img> or <canvas>. While one is being decoded only the newest of
- * those after it waits; a hidden page decodes nothing.
+ * Draws the newest frame on an <img> or <canvas>. While a frame is being decoded, only the newest of
+ * the following ones is kept; a hidden page decodes nothing.
  */
 export class Preview {
   constructor(client, target) {
@@ -581,8 +581,8 @@ export class Preview {
     this.target = target;
     this.received = 0;
     this.drawn = 0;
-    this.dropped = 0; // overtaken by a newer one
-    this.broken = 0; // no readable JPEG
+    this.dropped = 0; // replaced by a newer one
+    this.broken = 0; // not a readable JPEG
     this.waiting = null;
     this.drawing = false;
     this.drawWaiting = this.drawWaiting.bind(this);
@@ -590,7 +590,7 @@ export class Preview {
     document.addEventListener('visibilitychange', this.drawWaiting);
   }
 
-  /** Draws no more; the last frame stays. */
+  /** Stops drawing; the last frame stays. */
   stop() {
     this.end();
     this.waiting = null;
@@ -622,7 +622,7 @@ export class Preview {
   }
 
   async draw(blob) {
-    if (this.target.getContext) // not instanceof: it may be another window's
+    if (this.target.getContext) // not instanceof: it may belong to another window
       await drawOnCanvas(this.target, blob);
     else
       await showInImage(this.target, blob);
@@ -651,7 +651,7 @@ async function drawOnCanvas(canvas, blob) {
     picture.close();
 }
 
-/** @returns a promise of the element, once it has the picture */
+/** @returns a promise of the element, settled once it shows the picture */
 function showInImage(image, blob) {
   const url = URL.createObjectURL(blob);
   return new Promise((resolve, reject) => {

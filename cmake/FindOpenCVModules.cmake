@@ -1,8 +1,8 @@
 # SPDX-License-Identifier: MIT
-# Finds the OpenCV 4 modules we use, one by one, as OpenCV::<module>.
+# Finds the OpenCV 4 modules we use individually, as OpenCV::<module>.
 #
-# OpenCV's own CMake package comes only with the package of all modules (a few hundred MB); the
-# packages of single modules hold headers and libraries alone, and that is all we need.
+# OpenCV's own CMake package is part of the Debian package of all modules (a few hundred MB). The
+# packages of single modules have only headers and libraries, which is all we need.
 include(FindPackageHandleStandardArgs)
 
 set(_modules core imgproc imgcodecs videoio dnn)

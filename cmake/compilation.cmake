@@ -1,10 +1,10 @@
 # SPDX-License-Identifier: MIT
-# The target `warnings` carries what our own code is compiled with; link it PRIVATE.
+# The target `warnings` has the compiler options of our own code; link it PRIVATE.
 add_library(warnings INTERFACE)
 target_compile_options(warnings INTERFACE
     -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wnon-virtual-dtor -Wold-style-cast
     -Woverloaded-virtual -Wcast-align -Wformat=2 -Werror
-    # The same rounding on every processor: pages see zoomed sizes and scaled pixels.
+    # The same rounding on every processor: clients see zoomed sizes and scaled pixels.
     -ffp-contract=off
     -fmacro-prefix-map=${PROJECT_SOURCE_DIR}/=)
 target_compile_definitions(warnings INTERFACE
@@ -19,7 +19,7 @@ target_compile_definitions(warnings INTERFACE
     QT_DISABLE_DEPRECATED_BEFORE=0x050C00)
 
 if(SANITIZE)
-    # Everything of ours is built with the sanitizer, the tests' fakes included.
+    # All of our code is built with the sanitizer, including the tests' fakes.
     add_compile_options(-fsanitize=${SANITIZE} -fno-omit-frame-pointer -O1)
     add_link_options(-fsanitize=${SANITIZE})
     if(SANITIZE STREQUAL "address")

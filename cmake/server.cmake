@@ -1,5 +1,5 @@
 # SPDX-License-Identifier: MIT
-# The server: one static library that tests link too, and the program around it.
+# The server: a static library, which tests link too, and the program itself.
 add_library(server_core STATIC
     app/singleinstance.cpp
     camera/capturecommands.cpp
@@ -41,7 +41,7 @@ add_library(server_core STATIC
     upload/uploadcommands.cpp)
 target_include_directories(server_core PUBLIC ${PROJECT_SOURCE_DIR})
 target_link_libraries(server_core
-    PUBLIC devicelib Qt5::Core Qt5::Gui Qt5::Network Qt5::WebSockets Qt5::Widgets
+    PUBLIC base devicelib Qt5::Core Qt5::Gui Qt5::Network Qt5::WebSockets Qt5::Widgets
     PRIVATE companion_common warnings OpenCV::imgproc OpenCV::imgcodecs JPEG::JPEG Threads::Threads)
 
 add_executable(rvowebSocketServer app/main.cpp app/icons.qrc)
@@ -52,7 +52,7 @@ else()
     target_link_libraries(rvowebSocketServer PRIVATE doccamera cardreader)
     add_dependencies(rvowebSocketServer devicehost portabledoccamera portablecardreader)
 endif()
-# Libraries beside the program are found there; LD_LIBRARY_PATH comes before (DT_RUNPATH).
+# Libraries next to the program are found; LD_LIBRARY_PATH takes precedence (DT_RUNPATH).
 set_target_properties(rvowebSocketServer PROPERTIES
     BUILD_RPATH "\$ORIGIN" INSTALL_RPATH "\$ORIGIN" BUILD_RPATH_USE_ORIGIN ON)
 target_link_options(rvowebSocketServer PRIVATE -Wl,--enable-new-dtags)

@@ -1,21 +1,18 @@
 // SPDX-License-Identifier: MIT
 #include "companionclients/companionclient.h"
 
+#include "base/clock.h"
+
 #include <QCoreApplication>
 #include <QDebug>
 #include <QProcess>
-#include <QThread>
 
 namespace {
 
-int milliseconds(std::chrono::milliseconds time)
+/// After disconnecting, and between attempts to connect.
+void pause()
 {
-    return int(time.count());
-}
-
-void sleep(std::chrono::milliseconds time)
-{
-    QThread::msleep(ulong(time.count()));
+    base::Clock::shared().sleepFor(std::chrono::seconds(2));
 }
 
 } // namespace
@@ -32,10 +29,10 @@ CompanionClient::CompanionClient(const QString &socketName, const QString &scrip
 bool CompanionClient::tryToConnect()
 {
     m_socket.connectToServer(m_socketName, QIODevice::ReadWrite);
-    return m_socket.waitForConnected(milliseconds(m_waits.connect));
+    return m_socket.waitForConnected(socketTimeoutMs);
 }
 
-void CompanionClient::leave()
+void CompanionClient::closeConnection()
 {
     if (!isConnected()) {
         return;
@@ -44,13 +41,13 @@ void CompanionClient::leave()
     m_socket.abort();
 }
 
-void CompanionClient::leaveForRestart()
+void CompanionClient::closeConnectionForRestart()
 {
     if (!isConnected()) {
         return;
     }
-    leave();
-    sleep(m_waits.pause);
+    closeConnection();
+    pause();
 }
 
 void CompanionClient::launch()
@@ -68,7 +65,7 @@ bool CompanionClient::connectInThreeAttempts()
         }
         qWarning() << "companion: no connection to" << m_socketName << "-" << m_socket.errorString()
                    << "- starting" << m_scriptPath << "again";
-        sleep(m_waits.pause);
+        pause();
         launch();
     }
     return false;

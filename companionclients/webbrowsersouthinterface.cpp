@@ -1,26 +1,14 @@
 // SPDX-License-Identifier: MIT
 #include "companionclients/webbrowsersouthinterface.h"
 
+#include "base/clock.h"
+#include "dispatch/devicetext.h"
 #include "dispatch/messagerun.h"
 #include "log/trace.h"
 
-#include <QThread>
 #include <QWebSocket>
 
 #include <cstdio>
-
-namespace {
-
-QByteArray upToNul(QByteArray text)
-{
-    const int nul = text.indexOf('\0');
-    if (nul >= 0) {
-        text.truncate(nul);
-    }
-    return text;
-}
-
-} // namespace
 
 Webbrowsersouthinterface *Webbrowsersouthinterface::instance()
 {
@@ -36,9 +24,9 @@ Webbrowsersouthinterface::Webbrowsersouthinterface()
 
 bool Webbrowsersouthinterface::start()
 {
-    leaveForRestart();
+    closeConnectionForRestart();
     launch();
-    QThread::msleep(ulong(m_waits.settle.count()));
+    base::Clock::shared().sleepFor(std::chrono::milliseconds(300)); // until the helper listens
     if (!connectInThreeAttempts()) {
         return false;
     }
@@ -71,5 +59,5 @@ void Webbrowsersouthinterface::slot_readyRead()
     if (gpWebSocket) {
         MessageRun::send_msg(QString::fromUtf8(upToNul(m_socket.readAll())));
     }
-    TRACE << m_socket.readAll(); // what there is no page for
+    TRACE << m_socket.readAll(); // nothing, unless no page is current
 }

@@ -1,13 +1,13 @@
 // SPDX-License-Identifier: MIT
 //
-// The connection to the server: the client's, with the address as typed and what to say about it.
+// The client's connection to the server, with the typed address and the state to show.
 
 'use strict';
 
 const DEFAULT_ADDRESS = 'ws://127.0.0.1:1818';
 const DEFAULT_PORT = 1818;
 
-/** A typed address as a URL text, with what was left out; '' when it is none. */
+/** Completes a typed address to a URL; '' if it is not an address. */
 function completeAddress(typed) {
   let text = typed.trim();
   if (/\s/.test(text))
@@ -24,24 +24,24 @@ function completeAddress(typed) {
   }
 }
 
-/** One server at a time, connected to again after it was lost until close() is called. */
+/** A connection to one server, which reconnects until close() is called. */
 class Connection {
   /**
-   * @param listener  changed(note, ...values): the state is another, note is the key of a text for
-   *                  the log or ''; received(text): a message; picture(client): there is another
-   *                  client whose frames are to be shown
+   * @param listener  changed(note, ...values): the state has changed, note is the key of a text for
+   *                  the log or ''; received(text): a message; picture(client): show the frames of
+   *                  this client from now on
    */
   constructor(listener) {
     this.listener = listener;
     this.client = null;
     this.address = '';
-    this.unreachable = false; // the latest try failed
-    this.reason = ''; // why the browser refuses
-    this.nextTry = 0; // Date.now() of it, while waiting
+    this.unreachable = false; // the latest attempt failed
+    this.reason = ''; // why the browser refuses to connect
+    this.nextTry = 0; // its Date.now(), while waiting
     this.openedAt = 0;
   }
 
-  /** closed, connecting, open or waiting (for the next try) */
+  /** closed, connecting, open or waiting (for the next attempt) */
   get state() {
     return this.client ? this.client.state : 'closed';
   }
@@ -71,7 +71,7 @@ class Connection {
   send(text) {
     if (this.state !== 'open')
       return false;
-    this.client.send(text).catch(() => {}); // fails only with the connection, which "close" tells
+    this.client.send(text).catch(() => {}); // fails only with the connection, which "close" reports
     return true;
   }
 
@@ -91,16 +91,16 @@ class Connection {
     this.listener.changed(wasOpen ? 'note.lost' : first ? 'note.unreachable' : '', this.address);
   }
 
-  /** The browser doesn't even try: a bad address, or ws: from a page that came by https. */
+  /** The browser doesn't even try: a bad address, or ws: from a page loaded by https. */
   refused(error) {
     if (this.state !== 'closed')
-      return; // tries go on, and "close" has told
+      return; // attempts continue, and "close" has reported it
     this.unreachable = true;
     this.reason = error.message;
     this.listener.changed('note.refused', this.address, error.message);
   }
 
-  /** Ends what is under way and hears no more of it. */
+  /** Ends the connection or attempt, and ignores the client from then on. */
   drop() {
     const { client } = this;
     this.client = null;

@@ -1,16 +1,16 @@
 // SPDX-License-Identifier: MIT
 //
-// What the device and the server say about themselves. Only commands that change nothing and answer
-// at once are sent by themselves; those that may wait for a card reader have a button.
+// The state of the device and the server. Only commands that change nothing and answer at once are
+// sent automatically; those that may wait for a card reader have a button.
 
 'use strict';
 
-/** Answers that stay away for so long are given up; after two of them the server is taken as busy. */
+/** After this many unanswered commands the server is considered busy. */
 const STATE_PATIENCE = 2;
 
 const bool = (text) => ({ true: t('on'), false: t('off') }[text] || text);
 
-/** Rows: key of the label, commands, and what their results read as; wide ones take the whole line. */
+/** Rows: key of the label, commands, and how to show their results; wide ones take the whole line. */
 const STATE_ROWS = [
   { label: 'device.camera', commands: ['GetDeviceStatus()'], help: 'device.camera.help',
     say: ([status]) => attached(status.split('|')[0]) },
@@ -50,15 +50,15 @@ function sizes(json) {
   try {
     return JSON.parse(json).map((size) => `${size.width}×${size.height}`).join(', ');
   } catch {
-    return json; // shown as it came
+    return json; // shown as received
   }
 }
 
 class DeviceState {
   /**
    * @param ask   sends a text, resolves to { outcome, result, milliseconds }
-   * @param done  called after reading all with the number of commands, milliseconds and the
-   *              commands without an answer
+   * @param done  called after reading all rows with the number of commands, the milliseconds and
+   *              the unanswered commands
    */
   constructor(view, ask, done) {
     this.view = view;
@@ -70,7 +70,7 @@ class DeviceState {
     this.draw();
   }
 
-  /** Asks one command after the other; stops early when the server doesn't answer. */
+  /** Sends one command at a time; stops early if the server doesn't answer. */
   async readAll() {
     const rows = STATE_ROWS.filter((row) => !row.slow);
     const start = performance.now();

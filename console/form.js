@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 //
-// A command's facts and argument fields, and the text that is sent: composed from the fields, but
-// free to be edited.
+// A command's facts and argument fields, and the text to send: composed from the fields, and
+// editable.
 
 'use strict';
 
@@ -13,7 +13,7 @@ class CommandForm {
     this.tree = tree;
     this.send = sent;
     this.command = null;
-    this.inputs = []; // of the arguments, in their order
+    this.inputs = []; // of the arguments, in order
     this.history = session.get('history', []);
     this.place = this.history.length; // history.length: the text being typed
     this.typed = '';
@@ -33,7 +33,7 @@ class CommandForm {
     });
   }
 
-  /** Shows a command with empty fields. @param focus  whether typing goes on here */
+  /** Shows a command with empty fields. @param focus  whether to move the focus here */
   choose(command, focus) {
     this.command = command;
     this.show();
@@ -44,7 +44,7 @@ class CommandForm {
       (this.inputs[0] || this.raw).focus();
   }
 
-  /** Puts a text to send into the line, and what its command is about above it. */
+  /** Puts a text to send into the line, and shows its command above it. */
   bringBack(text) {
     const command = facts.byName.get(commandName(text));
     if (command) {
@@ -57,7 +57,7 @@ class CommandForm {
     this.raw.focus();
   }
 
-  /** Says everything anew, as in another language; what was typed stays. */
+  /** Shows everything in the current language; keeps what was typed. */
   refresh() {
     const text = this.raw.value;
     if (this.command)
@@ -178,7 +178,7 @@ class CommandForm {
       for (const choice of choices)
         input.append(new Option(`${choice.value} · ${said(choice)}`, choice.value));
     } else {
-      input.type = 'text'; // the server reads numbers leniently, and that is to be tried too
+      input.type = 'text'; // the server parses numbers leniently; that can be tried, too
       input.inputMode = argument.type === 'integer' ? 'numeric' : 'text';
       input.placeholder = shorten(argument.example || '', 60);
       input.spellcheck = false;
@@ -199,7 +199,7 @@ class CommandForm {
     this.compose();
   }
 
-  /** What was typed stays. */
+  /** Fills the empty fields. */
   fillExamples() {
     this.inputs.forEach((input, index) => {
       if (input.value === '')
@@ -211,23 +211,23 @@ class CommandForm {
 
   // ---- The text ----
 
-  /** Makes the text from the fields; empty optional ones at the end are left out. */
+  /** Composes the text from the fields, without empty optional ones at the end. */
   compose() {
     const values = this.inputs.map((input) => input.value);
     while (values.length && values[values.length - 1] === ''
         && (this.command.arguments[values.length - 1].optional || values.every((each) => each === '')))
       values.pop();
     this.setRaw(`${this.command.name}(${values.join(',')})`);
-    const parted = this.command.split === 'comma' && values.some((value, index) =>
+    const splits = this.command.split === 'comma' && values.some((value, index) =>
       value.includes(',') && !this.command.arguments[index].repeat);
-    this.showHint(parted ? t('hint.comma') : '');
+    this.showHint(splits ? t('hint.comma') : '');
   }
 
   setRaw(text) {
     this.raw.value = text;
   }
 
-  /** Fills the fields from the text and warns of what is likely not meant. */
+  /** Fills the fields from the text, and warns of likely mistakes. */
   edited() {
     const text = this.raw.value;
     const command = facts.byName.get(commandName(text));
@@ -248,7 +248,7 @@ class CommandForm {
       const repeats = index === last && this.command.arguments[index].repeat;
       const value = repeats ? parts.slice(index).join(',') : parts[index] || '';
       input.value = value;
-      if (value && input.value !== value) { // none of the choices
+      if (value && input.value !== value) { // not one of the choices
         input.append(new Option(t('argument.choose', value), value));
         input.value = value;
       }

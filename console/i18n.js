@@ -1,17 +1,17 @@
 // SPDX-License-Identifier: MIT
 //
-// Says the page's texts (texts.js) in the chosen language.
+// Shows the page's texts (texts.js) in the chosen language.
 
 'use strict';
 
-const LANGUAGES = ['en', 'zh']; // in the order of the table's columns
+const LANGUAGES = ['en', 'zh']; // in the order of the columns of TEXTS
 
 const i18n = {
   language: LANGUAGES.includes(settings.get('language')) ? settings.get('language')
     : navigator.language.toLowerCase().startsWith('zh') ? 'zh' : 'en',
   listeners: [],
 
-  /** @param listener  called after every change of the language, to say its own texts anew */
+  /** @param listener  called after every change of language, to update its own texts */
   onChange(listener) {
     this.listeners.push(listener);
   },
@@ -22,7 +22,7 @@ const i18n = {
     this.apply();
   },
 
-  /** Fills the elements that name their text: data-t, data-t-title, -label and -placeholder. */
+  /** Fills the elements that name their texts in data-t, data-t-title, -label and -placeholder. */
   apply() {
     document.documentElement.lang = this.language;
     document.title = t('title');
@@ -39,14 +39,14 @@ const i18n = {
   },
 };
 
-/** @returns the text of `key` with {0}, {1}, ... filled; a key that is missing shows itself */
+/** @returns the text of `key` with {0}, {1}, ... filled; the key itself if it is missing */
 function t(key, ...values) {
   const texts = TEXTS[key];
   const text = texts ? texts[LANGUAGES.indexOf(i18n.language)] : key;
   return text.replace(/\{(\d)\}/g, (whole, index) => String(values[index]));
 }
 
-/** @param texts  {en, zh} of the facts about commands; one that is missing is the English one */
+/** @param texts  {en, zh} of the facts about commands; English if the other is missing */
 function said(texts) {
   return texts ? texts[i18n.language] || texts.en || '' : '';
 }

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// Keys of the whole page, and the box that lists all keys.
+// Keys that work on the whole page, and the dialog that lists all keys.
 
 'use strict';
 

@@ -1,34 +1,34 @@
 // SPDX-License-Identifier: MIT
 //
-// The log: what was sent and what came back. Texts from the server become text nodes, never markup.
+// The log of sent and received texts. Texts from the server become text nodes, never markup.
 
 'use strict';
 
 const LOG_ENTRIES = 500;
 
-/** Answers may be whole pictures: beyond so many characters in all, the oldest entries go. */
+/** Answers may be pictures: beyond this many characters in total the oldest entries are dropped. */
 const LOG_CHARACTERS = 32e6;
 
-/** Longer texts are shortened in the list. */
+/** Characters of a text shown in the list. */
 const LOG_TEXT = 160;
 
-/** Longer texts aren't looked through for pictures. */
+/** Longer texts aren't searched for pictures. */
 const PICTURE_TEXT = 16e6;
 
 const DIRECTIONS = { sent: '→', answer: '←', pushed: '⇐', note: '•' };
 
-/** The last entries, newest at the bottom; stays at the bottom unless someone scrolled up. */
+/** The latest entries, newest at the bottom; follows them unless scrolled up. */
 class Log {
   /**
    * @param view  elements: list, latest (button), empty (shown without entries), count
-   * @param actions  showWhole(entry); again(entry): a sent command is wanted once more
+   * @param actions  showWhole(entry); again(entry): reuse a sent command
    */
   constructor(view, actions) {
     this.view = view;
     this.actions = actions;
     this.entries = [];
     this.characters = 0;
-    this.fresh = []; // entries without a row yet; they get one before the next picture of the page
+    this.fresh = []; // entries without a row yet; they get one in the next animation frame
     this.drawing = false;
     this.filter = { kind: 'all', words: '' };
     this.paused = false;
@@ -41,11 +41,11 @@ class Log {
   }
 
   /**
-   * @param kind  sent, answer, pushed (nobody here asked for it) or note
+   * @param kind  sent, answer, pushed (not asked for by this page) or note
    * @param parts  name: of the answer or event; text: the rest; raw: as sent or received;
-   *               say: instead of text, a function that gives it in the page's language;
-   *               status, hint: functions too, for the last column and a line of advice;
-   *               error: something went wrong
+   *               say: instead of text, a function that returns it in the page's language;
+   *               status, hint: also functions, for the last column and a line of advice;
+   *               error: whether something went wrong
    */
   add(kind, parts) {
     const entry = { kind, time: new Date(), name: '', text: '', say: null, status: null, hint: null,
@@ -58,19 +58,19 @@ class Log {
         || (this.characters > LOG_CHARACTERS && this.entries.length > 1))
       this.dropOldest();
     this.fresh.push(entry);
-    if (this.fresh.length > 2 * LOG_ENTRIES) // a hidden page draws no picture for hours
+    if (this.fresh.length > 2 * LOG_ENTRIES) // a hidden page gets no animation frames
       this.fresh.splice(0, LOG_ENTRIES);
     this.drawSoon();
     return entry;
   }
 
-  /** Changes the last column of an entry and its line of advice. */
+  /** Changes an entry's last column and line of advice. */
   update(entry, changes) {
     Object.assign(entry, changes);
     if (entry.row)
       fillStatus(entry);
     else if (changes.error && !this.fresh.includes(entry) && this.entries.includes(entry))
-      this.draw(); // only now the filter lets it through
+      this.draw(); // it passes the filter only now
   }
 
   clear() {
@@ -80,7 +80,7 @@ class Log {
     this.draw();
   }
 
-  /** @param changes  kind: all, sent, answer, pushed or error; words: what a text must hold */
+  /** @param changes  kind: all, sent, answer, pushed or error; words: what a text must contain */
   show(changes) {
     Object.assign(this.filter, changes);
     this.draw();
@@ -91,7 +91,7 @@ class Log {
     this.drawSoon();
   }
 
-  /** The listed entries as text, one line each, fields parted by tabs. */
+  /** The listed entries as text, one line each, fields separated by tabs. */
   asText() {
     return this.entries.filter((entry) => this.matches(entry)).map(lineOf).join('');
   }
@@ -110,7 +110,7 @@ class Log {
     if (entry.row)
       entry.row.remove();
     entry.row = null;
-    entry.raw = ''; // a late answer may keep the entry itself for long
+    entry.raw = ''; // the entry itself may live on until a late answer
     entry.text = '';
     entry.dropped = true;
   }
@@ -135,7 +135,7 @@ class Log {
     this.drawn();
   }
 
-  /** Makes the list anew, as after another filter or language. */
+  /** Rebuilds the list, for example for another filter or language. */
   draw() {
     removeChildren(this.view.list);
     const waiting = this.paused ? this.fresh : [];
@@ -192,7 +192,7 @@ class Log {
     row.append(element('time', '', clock(entry.time)), direction, this.bodyOf(entry),
                element('span', 'status'));
     fillStatus(entry);
-    const acts = element('span', 'acts'); // for the mouse; the list has keys for them
+    const acts = element('span', 'acts'); // for the mouse; the list has keys for these
     acts.setAttribute('aria-hidden', 'true');
     if (entry.kind === 'sent')
       acts.append(rowButton('again', 'log.again', () => this.actions.again(entry)));
@@ -280,7 +280,7 @@ function rowButton(text, key, pressed) {
 function pictureOf(url, pressed) {
   const picture = element('img', 'thumbnail');
   picture.alt = t('log.picture');
-  picture.addEventListener('error', () => picture.remove()); // looked like one only
+  picture.addEventListener('error', () => picture.remove()); // not a picture after all
   picture.addEventListener('click', pressed);
   picture.src = url;
   return picture;

@@ -1,16 +1,16 @@
 // SPDX-License-Identifier: MIT
 //
-// The commands by family, with search, favourites and those used last.
+// The commands by family, with search, favorites and recent ones.
 
 'use strict';
 
 const RECENT_COMMANDS = 8;
 
-/** A tree of two levels. Keys act on it as a whole; the row in use is its active descendant. */
+/** A tree of two levels. It handles keys as a whole; the active row is its active descendant. */
 class CommandTree {
   /**
    * @param view    elements: tree, search, empty, count
-   * @param chosen  called with a command of the facts, and whether its fields are wanted next
+   * @param chosen  called with a command of the facts, and whether to move the focus to its fields
    */
   constructor(view, chosen) {
     this.view = view;
@@ -18,8 +18,8 @@ class CommandTree {
     this.favourites = settings.get('favourites', []);
     this.recent = settings.get('recent', []);
     this.open = new Set(settings.get('families', ['favourites', 'preview']));
-    this.current = ''; // name of the command that is shown
-    this.rows = []; // visible ones, { element, group, command }
+    this.current = ''; // name of the command being shown
+    this.rows = []; // visible rows, { element, group, command }
     this.active = -1;
     view.tree.tabIndex = 0;
     view.tree.addEventListener('keydown', (event) => this.key(event));
@@ -28,7 +28,7 @@ class CommandTree {
     view.search.addEventListener('keydown', (event) => this.searchKey(event));
   }
 
-  /** Notes that a command was sent. */
+  /** Records that a command was sent. */
   used(name) {
     if (!facts.byName.has(name) || this.recent[0] === name)
       return;
@@ -48,7 +48,7 @@ class CommandTree {
     this.draw();
   }
 
-  /** Shows which command is in use. */
+  /** Highlights the command being shown. */
   mark(name) {
     this.current = name;
     for (const row of this.rows)
@@ -80,7 +80,7 @@ class CommandTree {
       const commands = words.length ? group.commands.filter((each) => fits(each, words))
         : group.commands;
       if (words.length && (own || !commands.length))
-        continue; // the same commands follow in their families
+        continue; // the same commands are listed in their families
       if (!own)
         found += commands.length;
       this.drawGroup(group, commands, words.length > 0 || this.open.has(group.id));
@@ -146,7 +146,7 @@ class CommandTree {
     this.draw();
   }
 
-  /** Makes a row the one that keys act on. */
+  /** Makes a row the active one, which keys act on. */
   activate(index, scroll = true) {
     if (this.rows[this.active])
       this.rows[this.active].shown.classList.remove('active');
@@ -184,7 +184,7 @@ class CommandTree {
     act();
   }
 
-  /** From the search field down into the list; Enter takes the first command found. */
+  /** Moves from the search field down to the list; Enter selects the first command found. */
   searchKey(event) {
     if (event.isComposing)
       return;
@@ -192,7 +192,7 @@ class CommandTree {
       event.preventDefault();
       this.view.tree.focus();
     } else if (event.key === 'Enter') {
-      event.preventDefault(); // or it goes on in the field that gets the focus: opens its list
+      event.preventDefault(); // or the newly focused field would handle it, too
       const first = this.rows.find((row) => row.command);
       if (first && this.view.search.value)
         this.chosen(first.command, true);

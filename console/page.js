@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: MIT
 //
-// Ties the parts to the elements of index.html.
+// Connects the parts to the elements of index.html.
 //
-// Plain scripts in this order, for modules don't load from file://; no syntax or function newer than
-// Chromium 80.
+// All are plain scripts, since modules don't load from file://, without syntax or functions newer
+// than Chromium 80.
 
 'use strict';
 
@@ -86,11 +86,11 @@ byId('try-now').addEventListener('click', openTyped);
 // ---- Messages -----------------------------------------------------------------------------------
 
 /**
- * Sends a text and lists it with what becomes of it.
- * @param told  called as Exchanges calls it, or with ('sent') when no answer is to come
+ * Sends a text and logs it with its outcome.
+ * @param report  called as by Exchanges, or with ('sent') if no answer is expected
  * @returns whether it was sent
  */
-function send(text, told = () => {}) {
+function send(text, report = () => {}) {
   if (!connection.send(text))
     return false;
   const name = commandName(text);
@@ -101,10 +101,10 @@ function send(text, told = () => {}) {
   if (answered)
     exchanges.sent(name, (what, ...more) => {
       log.update(entry, outcomeOf(what, name, hint));
-      told(what, ...more);
+      report(what, ...more);
     });
   else
-    told('sent');
+    report('sent');
   return true;
 }
 
@@ -115,30 +115,30 @@ function outcomeOf(what, name, hint) {
     hint: () => (what === 'late' ? noAnswerHint(name) : t('note.ended')) };
 }
 
-/** The same as a promise of { outcome, result, milliseconds }; outcome is also 'offline'. */
+/** Sends, and returns a promise of { outcome, result, milliseconds }; outcome may be 'offline'. */
 function ask(text) {
   return new Promise((resolve) => {
-    const told = (outcome, result, milliseconds) => resolve({ outcome, result, milliseconds });
-    if (!send(text, told))
-      told('offline');
+    const report = (outcome, result, milliseconds) => resolve({ outcome, result, milliseconds });
+    if (!send(text, report))
+      report('offline');
   });
 }
 
-/** Asks without a trace in the log. */
+/** Like ask(), but without logging. */
 function askQuietly(text) {
   return new Promise((resolve) => {
-    const told = (outcome, result, milliseconds) => resolve({ outcome, result, milliseconds });
+    const report = (outcome, result, milliseconds) => resolve({ outcome, result, milliseconds });
     if (!connection.send(text)) {
-      told('offline');
+      report('offline');
       return;
     }
-    exchanges.sent(commandName(text), told, true);
+    exchanges.sent(commandName(text), report, true);
   });
 }
 
 function received(raw) {
   if (raw.startsWith(FRAME_START))
-    return; // shown, not listed
+    return; // shown, not logged
   const answer = DeviceClient.parseAnswer(raw);
   if (!answer) {
     log.add('pushed', { text: raw, status: () => t('status.unframed') });
@@ -155,7 +155,7 @@ function received(raw) {
 
 // ---- Preview ------------------------------------------------------------------------------------
 
-/** Frame sizes offered; the server takes any from 400×300. */
+/** Frame sizes to choose from; the server accepts any from 400×300. */
 const FRAME_SIZES = ['640,480', '800,600', '1024,768', '1280,720', '1600,1200', '1920,1080'];
 
 const CAMERAS = [
@@ -210,7 +210,7 @@ byId('stop').addEventListener('click', () => send('bStopPlay()'));
 byId('frame-size').addEventListener('change', () => {
   if (byId('frame-size').value)
     send(`vSetPreViewSize(${byId('frame-size').value})`);
-  byId('frame-size').value = ''; // the frames tell their size
+  byId('frame-size').value = ''; // the frames show their size
 });
 byId('zoom-in').addEventListener('click', () => zoom.zoomBy(ZOOM_STEP));
 byId('zoom-out').addEventListener('click', () => zoom.zoomBy(1 / ZOOM_STEP));
@@ -294,7 +294,7 @@ byId('script-save').addEventListener('click', () => {
 byId('script-load').addEventListener('click', () => byId('script-file').click());
 byId('script-file').addEventListener('change', async () => {
   const [file] = byId('script-file').files;
-  byId('script-file').value = ''; // the same file may be loaded again
+  byId('script-file').value = ''; // so that the same file can be loaded again
   if (file)
     script.setText(await new Response(file).text());
 });
@@ -351,7 +351,7 @@ if (facts.commands.length)
 byId('address').value = new URLSearchParams(location.search).get('server') || DEFAULT_ADDRESS;
 setInterval(() => picture.measure(), 1000);
 setInterval(() => {
-  showConnectionState(); // a try to connect again begins without a word
+  showConnectionState(); // an attempt to reconnect starts without an event
   showPicture();
 }, 250);
 byId('command').focus();

@@ -1,19 +1,19 @@
 // SPDX-License-Identifier: MIT
 //
-// The preview: drawn by the client, with the figures that a technician looks at.
+// The preview, drawn by the client, with statistics for technicians.
 
 'use strict';
 
-/** Without a frame for so long the picture is called a still one. */
+/** Without a frame for this long the picture counts as stopped. */
 const STILL_MILLISECONDS = 2000;
 
 class LivePicture {
-  /** @param sizeChanged  called after the canvas took another size */
+  /** @param sizeChanged  called after the canvas has changed its size */
   constructor(canvas, sizeChanged) {
     this.canvas = canvas;
     this.sizeChanged = sizeChanged;
     this.preview = null; // the client's
-    this.newest = null; // { base64, time } of the frame that came last
+    this.newest = null; // { base64, time } of the latest frame
     this.shown = null; // { width, height } on the canvas
     this.received = 0;
     this.rate = 0; // frames per second
@@ -40,7 +40,7 @@ class LivePicture {
       this.sizeChanged();
   }
 
-  /** Frames that a newer one overtook, and frames that are no JPEG. */
+  /** Numbers of frames replaced by a newer one, and of frames that could not be decoded. */
   figures() {
     const { dropped, broken } = this.preview || { dropped: 0, broken: 0 };
     return { dropped, broken };
@@ -51,7 +51,7 @@ class LivePicture {
     return this.newest ? Math.floor(this.newest.base64.length * 3 / 4) : 0;
   }
 
-  /** Takes the rate anew; call it about once a second. */
+  /** Updates the rate; call it about once a second. */
   measure() {
     const now = performance.now();
     const seconds = (now - this.measured.at) / 1000;

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// The script box: commands one after the other, each after the answer to the one before.
+// The script: commands that run one after another, each after the answer to the previous one.
 
 'use strict';
 
@@ -14,7 +14,7 @@ bFileIsExist(/tmp/scan1.jpg)
 bStopPlay()
 `;
 
-/** @returns {{kind, text, milliseconds}|null} what a line asks for; null for blank lines and comments */
+/** @returns {{kind, text, milliseconds}|null} the parsed line; null for blank lines and comments */
 function parseLine(line) {
   const text = line.trim();
   if (!text || text.startsWith('#'))
@@ -66,7 +66,7 @@ class Script {
     this.draw();
   }
 
-  /** Runs all lines from the first one. */
+  /** Runs all lines from the first. */
   async run() {
     if (this.running)
       return;
@@ -86,7 +86,7 @@ class Script {
     this.draw();
   }
 
-  /** Runs the next line only; after the last one begins again. */
+  /** Runs only the next line; starts over after the last one. */
   async step() {
     if (this.running)
       return;
@@ -119,7 +119,7 @@ class Script {
     this.draw();
   }
 
-  /** Goes on to the next line that does something. @returns whether there is one */
+  /** Moves on to the next line to run. @returns whether there is one */
   skip() {
     const lines = this.lines();
     while (this.next < lines.length && !parseLine(lines[this.next]))
@@ -127,38 +127,38 @@ class Script {
     return this.next < lines.length;
   }
 
-  /** @returns 'stop' when the script can't or shall not go on */
+  /** @returns 'stop' if the script can't or mustn't continue */
   async runLine() {
     const index = this.next;
     const line = parseLine(this.lines()[index]);
-    this.tell(index, 'now', '');
+    this.setOutcome(index, 'now', '');
     this.view.state.textContent = t('script.running', index + 1, this.lines().length);
     if (line.kind === 'wait') {
       await this.interruptible(new Promise((over) => setTimeout(over, line.milliseconds)));
-      this.tell(index, this.halted ? 'bad' : 'done', '');
+      this.setOutcome(index, this.halted ? 'bad' : 'done', '');
       return this.halted ? 'stop' : 'go';
     }
     const answer = await this.interruptible(this.ask(line.text));
     if (!answer) {
-      this.tell(index, 'bad', '');
+      this.setOutcome(index, 'bad', '');
       return 'stop';
     }
     const { outcome, result, milliseconds } = answer;
     const answered = outcome === 'answered';
     const failed = answered ? isFailure(commandName(line.text), result) : outcome !== 'sent';
-    this.tell(index, failed ? 'bad' : 'good', answered
+    this.setOutcome(index, failed ? 'bad' : 'good', answered
       ? `${shorten(result, 60) || t('result.empty')} · ${duration(milliseconds)}`
       : t({ sent: 'script.sent', late: 'script.noanswer', lost: 'script.lost',
         offline: 'script.offline' }[outcome]));
     return ['lost', 'offline'].includes(outcome) || (failed && this.view.halt.checked) ? 'stop' : 'go';
   }
 
-  /** @returns what `promise` gives, or undefined when stop() came before */
+  /** @returns what `promise` resolves to, or undefined if stop() is called first */
   interruptible(promise) {
     return Promise.race([promise, new Promise((over) => { this.endWait = over; })]);
   }
 
-  tell(index, mark, text) {
+  setOutcome(index, mark, text) {
     this.outcomes.set(index, { mark, text });
     this.draw();
   }

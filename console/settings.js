@@ -1,18 +1,18 @@
 // SPDX-License-Identifier: MIT
 //
-// What the console remembers, and its colors: loaded first, so that the page never flashes.
+// Remembered settings and the colors: loaded first, so that the page never flashes.
 
 'use strict';
 
-/** Values that outlive the page. A browser may refuse storage to a file page: then they don't. */
+/** Values that outlive the page, unless the browser refuses storage to a page from a file. */
 class Settings {
-  /** @param storage  gives the browser's storage, which may throw */
+  /** @param storage  returns the browser's storage, or throws */
   constructor(storage) {
     this.storage = storage;
     this.kept = new Map();
   }
 
-  /** @returns the value stored under `key`, or `fallback` when there is none that can be read */
+  /** @returns the value stored under `key`, or `fallback` if there is none */
   get(key, fallback) {
     if (this.kept.has(key))
       return this.kept.get(key);
@@ -24,24 +24,24 @@ class Settings {
     }
   }
 
-  /** @param value  anything that JSON can hold */
+  /** @param value  anything JSON can represent */
   set(key, value) {
     this.kept.set(key, value);
     try {
       this.storage().setItem(`console.${key}`, JSON.stringify(value));
     } catch (error) {
-      console.info(`"${key}" lasts only until the page is left:`, error.message);
+      console.info(`"${key}" can’t be stored:`, error.message);
     }
   }
 }
 
-/** From visit to visit. */
+/** Kept across visits. */
 const settings = new Settings(() => localStorage);
 
-/** Until the tab is closed: what may hold names and numbers of customers. */
+/** Kept until the tab is closed: these may contain customers' names and numbers. */
 const session = new Settings(() => sessionStorage);
 
-/** Light, dark or as the desktop has it; the style sheet knows the first two only. */
+/** Light, dark or following the desktop; the style sheet knows only the first two. */
 const theme = {
   choice: settings.get('theme', 'auto'),
   desktopDark: matchMedia('(prefers-color-scheme: dark)'),

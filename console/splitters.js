@@ -1,11 +1,11 @@
 // SPDX-License-Identifier: MIT
 //
-// The bars between panes: dragged or moved with arrow keys, remembered, put back by a double-click.
+// The bars between panes: dragged or moved with arrow keys, remembered, reset by a double-click.
 
 'use strict';
 
 const SPLIT_STEP = 24;
-const SPLIT_LEAST = 60;
+const SPLIT_MINIMUM = 60;
 
 /**
  * @param bar       the element between the panes
@@ -22,18 +22,18 @@ function makeSplitter(bar, property, pane, after) {
     if (size === null)
       root.style.removeProperty(property);
     else
-      root.style.setProperty(property, `${Math.max(Math.round(size), SPLIT_LEAST)}px`);
+      root.style.setProperty(property, `${Math.max(Math.round(size), SPLIT_MINIMUM)}px`);
     settings.set(`size${property}`, size);
-    tell();
+    updateAria();
   }
 
-  function tell() {
-    bar.setAttribute('aria-valuemin', String(SPLIT_LEAST));
+  function updateAria() {
+    bar.setAttribute('aria-valuemin', String(SPLIT_MINIMUM));
     bar.setAttribute('aria-valuemax', String(vertical ? window.innerWidth : window.innerHeight));
     bar.setAttribute('aria-valuenow', String(sizeNow()));
   }
 
-  let from = null; // pointer place and size when the drag began
+  let from = null; // pointer position and size at the start of the drag
   bar.addEventListener('pointerdown', (event) => {
     bar.setPointerCapture(event.pointerId);
     from = { at: vertical ? event.clientX : event.clientY, size: sizeNow() };
@@ -63,5 +63,5 @@ function makeSplitter(bar, property, pane, after) {
   if (kept !== null)
     resize(kept);
   else
-    tell();
+    updateAria();
 }

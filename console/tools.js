@@ -28,24 +28,24 @@ function removeChildren(parent) {
     parent.lastChild.remove();
 }
 
-/** Leaves the element alone when nothing changes, for a screen reader reads what is set. */
+/** Leaves the element alone if nothing changes: screen readers read whatever is set. */
 function setText(id, text) {
   if (byId(id).textContent !== text)
     byId(id).textContent = text;
 }
 
-/** Marks the one of a group of buttons whose data attribute has the value. */
+/** Marks the button of a group whose data attribute has this value. */
 function press(group, attribute, value) {
   for (const each of group)
     each.setAttribute('aria-pressed', String(each.dataset[attribute] === value));
 }
 
-/** How long a short message is seen. */
+/** How long a short message is shown. */
 const MESSAGE_MILLISECONDS = 1800;
 
 let messageTimer = 0;
 
-/** Says for a moment that something was done, to a screen reader too. */
+/** Shows a short message for a moment, and passes it to screen readers. */
 function speak(text) {
   const message = byId('spoken');
   message.textContent = text;
@@ -58,7 +58,7 @@ function hasModifier(event) {
   return event.ctrlKey || event.altKey || event.metaKey || event.shiftKey;
 }
 
-/** The key's name; letters small, also while Caps Lock is on. */
+/** The key's name; letters in lower case even with Caps Lock on. */
 function keyOf(event) {
   return event.key.length === 1 ? event.key.toLowerCase() : event.key;
 }
@@ -76,7 +76,7 @@ function clock(date) {
   return `${parts.map((part) => digits(part, 2)).join(':')}.${digits(date.getMilliseconds(), 3)}`;
 }
 
-/** For file names: no colon, which some file systems refuse. */
+/** For file names: without colons, which some file systems refuse. */
 function fileStamp(date) {
   return `${day(date)}-${clock(date).replace(/[:.]/g, '')}`;
 }
@@ -90,7 +90,7 @@ function duration(milliseconds) {
                                : `${(milliseconds / 1000).toFixed(1)} s`;
 }
 
-/** A text on one line of bearable length. */
+/** A text on one line, cut off after a length. */
 function shorten(text, length) {
   const start = text.length > length ? `${text.slice(0, length)}…` : text;
   return start.replace(/[\u0000-\u001f\u007f]+/g, ' ');
@@ -118,23 +118,23 @@ function saveFile(name, content, type) {
   link.href = URL.createObjectURL(new Blob([content], { type }));
   link.download = name;
   link.click();
-  setTimeout(() => URL.revokeObjectURL(link.href), 60000); // the browser reads it a little later
+  setTimeout(() => URL.revokeObjectURL(link.href), 60000); // the browser reads it only later
 }
 
-/** @returns a promise of whether the browser took the text */
+/** @returns a promise of whether the text was copied */
 async function copyText(text) {
   let done = false;
   try {
     await navigator.clipboard.writeText(text);
     done = true;
-  } catch { // pages from plain http have no clipboard, and a user may have refused it
+  } catch { // pages from plain http have no clipboard, and the user may deny it
     done = copySelected(text);
   }
   speak(t(done ? 'copied' : 'copy.failed'));
   return done;
 }
 
-/** The old way, which needs an element; megabytes take it seconds. */
+/** The old way, which needs an element and takes seconds for megabytes. */
 function copySelected(text) {
   const focused = document.activeElement;
   const carrier = element('textarea', 'unseen');

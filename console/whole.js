@@ -1,14 +1,14 @@
 // SPDX-License-Identifier: MIT
 //
-// The box with a whole text of the log: its pictures, its JSON formatted.
+// The dialog with an entry of the log in full: its pictures, its JSON formatted.
 
 'use strict';
 
-/** More than this takes the browser seconds to lay out; Copy takes all of it. */
+/** Characters shown; laying out more takes the browser seconds. Copy copies all. */
 const WHOLE_SHOWN = 300000;
 
 let wholePictures = [];
-let wholeForms = ['', '']; // the text as it came, and its JSON formatted
+let wholeForms = ['', '']; // the text as received, and as formatted JSON
 
 function showWhole(entry) {
   const text = entry.raw || (entry.say ? entry.say() : '');
@@ -56,7 +56,7 @@ byId('whole-save').addEventListener('click', () => {
   });
 });
 byId('whole-close').addEventListener('click', () => byId('whole').close());
-byId('whole').addEventListener('close', () => { // which may have held megabytes
+byId('whole').addEventListener('close', () => { // frees what may be megabytes
   byId('whole-text').value = '';
   removeChildren(byId('whole-pictures'));
   wholePictures = [];

@@ -11,7 +11,7 @@ const KEY_PIXELS = 60;
 class Zoom {
   /**
    * @param stage   the element that shows a part of the canvas
-   * @param changed called after another zoom
+   * @param changed called after the zoom has changed
    */
   constructor(stage, canvas, changed) {
     this.stage = stage;
@@ -19,9 +19,9 @@ class Zoom {
     this.changed = changed;
     this.fitting = true;
     this.scale = 1; // screen pixels per picture pixel
-    this.x = 0; // of the canvas's left upper corner in the stage
+    this.x = 0; // of the canvas's upper left corner in the stage
     this.y = 0;
-    this.dragged = null; // pointer id and place of the last move
+    this.dragged = null; // position of the last pointer event
     new ResizeObserver(() => this.place()).observe(stage);
     stage.addEventListener('wheel', (event) => this.wheel(event), { passive: false });
     stage.addEventListener('dblclick', (event) => this.doubleClick(event));
@@ -39,17 +39,17 @@ class Zoom {
 
   /** One picture pixel per screen pixel. */
   actual() {
-    this.zoomTo(1 / window.devicePixelRatio, this.centre());
+    this.zoomTo(1 / window.devicePixelRatio, this.center());
   }
 
-  /** @param factor  above 1: closer; the picture's point under `at` stays where it is */
-  zoomBy(factor, at = this.centre()) {
+  /** @param factor  above 1: closer; the picture's point at `at` stays in place */
+  zoomBy(factor, at = this.center()) {
     this.zoomTo(this.scale * factor, at);
   }
 
   zoomTo(scale, at) {
-    const [least, most] = ZOOM_LIMITS;
-    const limited = Math.min(Math.max(scale, least), most);
+    const [minimum, maximum] = ZOOM_LIMITS;
+    const limited = Math.min(Math.max(scale, minimum), maximum);
     this.x = at.x - (at.x - this.x) * limited / this.scale;
     this.y = at.y - (at.y - this.y) * limited / this.scale;
     this.scale = limited;
@@ -67,11 +67,11 @@ class Zoom {
     return !this.fitting && Math.abs(this.scale * window.devicePixelRatio - 1) < 0.001;
   }
 
-  centre() {
+  center() {
     return { x: this.stage.clientWidth / 2, y: this.stage.clientHeight / 2 };
   }
 
-  /** Puts the canvas where it belongs; call it after its size or the stage's changed. */
+  /** Positions the canvas; call it after its size or the stage's has changed. */
   place() {
     const { stage, canvas } = this;
     const room = { width: stage.clientWidth, height: stage.clientHeight };
@@ -140,7 +140,7 @@ class Zoom {
   }
 }
 
-/** Where a length of `size` begins in `room`: centred when it is shorter, without a margin when longer. */
+/** Where a length of `size` starts in `room`: centered if shorter, without margins if longer. */
 function inside(start, size, room) {
   return size <= room ? (room - size) / 2 : Math.min(0, Math.max(room - size, start));
 }

@@ -1,18 +1,19 @@
 // SPDX-License-Identifier: MIT
 /**
  * \file
- * Faces, liveness and fingerprints. The shared library `doccamera` implements this header together
- * with doccamera.h, whose rules on texts, ownership, failure, threads and listeners hold here too.
+ * The device interface for faces, liveness and fingerprints. The shared library `doccamera`
+ * implements it together with doccamera.h, whose rules for texts, ownership, failure, threads,
+ * listeners and implementation-defined values apply here too.
  *
- * Images       Are paths of image files.
- * Scores       Higher is more alike; scale and threshold are the library's choice. A negative one
- *              means failure: no readable image, no face or finger, no such function. The portable
- *              library: 0 to 100; a face counts as the same from 60 on, a finger from 40 on.
- * Features     Are made and compared by this library alone, but come back through a page, so they
- *              may be anything, and no length comes with them. The caller sees to a NUL behind the
- *              last byte: a library whose features hold no zero byte finds the end by it.
- * Listeners    A function that returns true calls its listener, one that returns false never does,
- *              and one without a result always does.
+ * Images       Paths of image files.
+ * Scores       Higher means more alike; scale and threshold are implementation-defined. A negative
+ *              score is a failure: unreadable image, no face or finger, unsupported function.
+ * Features     Are created and compared by this library only, but come back through a web page:
+ *              they may contain anything, and no length is passed. The caller guarantees a NUL
+ *              after the last byte: a library whose features contain no zero byte finds the end
+ *              by it.
+ * Listeners    A function that returns true calls its listener; one that returns false never does;
+ *              one without a result always does.
  */
 #pragma once
 
@@ -25,83 +26,80 @@ extern "C" {
 /// \name Faces in images
 ///@{
 int lImageMatch(const char *image1, const char *image2); ///< Two faces. May take seconds.
-qint64 lFaceMatch(const char *image); ///< With the face before the camera.
+qint64 lFaceMatch(const char *image); ///< A face and the one in front of the camera.
 qint64 lImageIdMatch(const char *image1, const char *image2); ///< A face and a card's photo.
-bool bImageMatch(const char *image1, const char *image2); ///< Whether two faces are one person's.
+bool bImageMatch(const char *image1, const char *image2); ///< Whether both show the same person.
 ///@}
 
-/// \name Features of faces
+/// \name Face features
 ///@{
 
-/// Two features: raw bytes, more than 100 each. The functions below give them as base64.
+/// Compares two features: raw bytes, more than 100 each. The functions below return them as base64.
 qint64 lFaceFeatureMatch(const char *feature1, const char *feature2);
 
 /**
- * The feature of a face; what flag and texts mean is the library's choice. The portable library:
- * true is the face in the image text1, false the one before the open camera; text2 means nothing.
- * \param onFeature  receives base64 text, before the function returns and on the same thread
+ * Extracts a face's feature; the first three arguments are implementation-defined.
+ * \param onFeature  receives base64 text, on the calling thread before the function returns
  */
-bool bFaceFeatureGet(bool flag, const char *text1, const char *text2,
+bool bFaceFeatureGet(bool fromFile, const char *image, const char *option,
                      void (*onFeature)(const char *feature, void *context), void *context);
 ///@}
 
 /**
- * \name Faces before the camera
+ * \name Faces in front of the camera
  *
- * True means that the work has begun; the listener is called once, when it is done. The numbers are
- * the library's choice. The portable library: a is how many seconds to wait for a face (0: 10; at
- * most 60), the others mean nothing; one such work at a time, and none while liveness is checked.
+ * True means that the work has started; the listener is called once, when it is done. All other
+ * arguments are implementation-defined.
  */
 ///@{
 
 /**
- * Compares with an image; the caller has closed the fourth source.
- * \param text      its path, for the portable library
+ * Compares the face in front of the camera with an image. The caller has closed the fourth source.
  * \param onResult  receives the score
  */
-bool bImageMatchOnline(const char *text, int a, int b, int c,
+bool bImageMatchOnline(const char *image, int timeoutSeconds, int option1, int option2,
                        void (*onResult)(int result, void *context));
 
 /**
- * The feature of the face before the camera.
- * \param onFeature  receives base64 text; empty when no face came, for the portable library
+ * Extracts the feature of the face in front of the camera.
+ * \param onFeature  receives base64 text
  */
-bool bFaceFeatureGetOnline(int a, int b, void (*onFeature)(const char *feature, void *context));
+bool bFaceFeatureGetOnline(int timeoutSeconds, int option,
+                           void (*onFeature)(const char *feature, void *context));
 ///@}
 
 /// \name Liveness
 ///@{
-bool bLivingBodyDetect(); ///< Whether a living person is before the camera. May take seconds.
+bool bLivingBodyDetect(); ///< Whether a live person is in front of the camera. May take seconds.
 
 /**
- * The same in the background: true means that it has begun. The numbers are the library's choice;
- * the portable library: a is the longest time in seconds (0: 10), b means nothing.
- * \param onResult  called once; other than 0 means a living person
+ * As bLivingBodyDetect, in the background: true means that it has started. Both numbers are
+ * implementation-defined.
+ * \param onResult  called once; any result other than 0 means a live person
  */
-bool bLivingBodyDetectOnline(int a, int b, void (*onResult)(int result, void *context));
+bool bLivingBodyDetectOnline(int timeoutSeconds, int option,
+                             void (*onResult)(int result, void *context));
 
 /**
- * Takes the camera over, without a bStopPlay before, and reports on a liveness check until
+ * Takes over the camera, without a preceding bStopPlay, and reports on a liveness check until
  * CloseLivingBody.
- * \param onData  `length` bytes without a NUL. Kind 0: base64 of a JPEG to show; 1: the result,
- *                whose form is the library's choice; others are to be ignored. The portable
- *                library: a JSON object, once, after which nothing more comes (docs/faces.md).
+ * \param onData  receives `length` bytes without a NUL. Kind 0: base64 of a JPEG to show; kind 1:
+ *                the result, in an implementation-defined form; any other kind is to be ignored
  */
 bool AutoLivingBody(void (*onData)(const char *data, int length, int kind));
 
 /**
- * Ends AutoLivingBody; the portable library: any other check before the camera too.
- * \param onDone  called last, also when there was nothing to end
+ * Ends AutoLivingBody.
+ * \param onDone  called last, even when there was nothing to end
  */
 void CloseLivingBody(void (*onDone)());
 
 /**
- * Shows the liveness check of the library's own on the screen; the portable library checks without
- * showing anything.
- * \param number    0; others are the library's choice
+ * Shows the library's own liveness check on the screen.
+ * \param mode      0; other values are implementation-defined
  * \param onResult  called once; 1 means passed
  */
-void DemoUIShow(int number, void (*onResult)(int result));
+void DemoUIShow(int mode, void (*onResult)(int result));
 ///@}
 
 /// \name Fingerprints
@@ -109,12 +107,10 @@ void DemoUIShow(int number, void (*onResult)(int result));
 
 /**
  * Captures one finger; returns at once.
- * \param timeoutMs  how long to wait for the finger, in milliseconds; the portable library: 0 is 10
- *                   seconds, a minute the most
- * \param onCapture  called once: image (UTF-8 text whose form is the library's choice), feature
- *                   (hexadecimal digits), score (negative: no capture, then both are ignored), and
- *                   a message for people. The portable library: base64 of a PNG; the quality of
- *                   the print from 0 to 100 (docs/fingers.md).
+ * \param timeoutMs  how long to wait for the finger, in milliseconds
+ * \param onCapture  called once with the image (UTF-8 text in an implementation-defined form), the
+ *                   feature (hexadecimal digits), the score (negative: no capture, and image and
+ *                   feature are to be ignored) and a message for people
  */
 void fingerCaptureRawData(int timeoutMs,
                           void (*onCapture)(QByteArray image, QByteArray feature, int score,
@@ -122,10 +118,10 @@ void fingerCaptureRawData(int timeoutMs,
                           void *context);
 
 /**
- * Compares a finger with stored ones; the portable library: the best score of them.
- * \param mode            the library's choice; nothing for the portable library
+ * Compares a finger with stored ones.
+ * \param mode            implementation-defined
  * \param feature         raw bytes of one feature
- * \param count           how many are stored; may be more than there are
+ * \param count           how many are stored, according to the page: may exceed their real number
  * \param storedFeatures  their raw bytes, one after another
  */
 int lFingerMatch(int mode, const char *feature, int count, const char *storedFeatures);

@@ -1,22 +1,22 @@
 // SPDX-License-Identifier: MIT
 /**
  * \file
- * Card readers: identity, social security, bank and IC cards. The shared library `cardreader`
- * implements this header. Unless a function says otherwise, these rules hold for all of them.
+ * The device interface of the card readers: identity, social security, bank and IC cards. The
+ * shared library `cardreader` implements it. The rules below apply to every function unless its
+ * own description says otherwise.
  *
- * Texts in     NUL-terminated UTF-8, never null, valid for the length of the call.
- * Texts out    A `char *` is allocated with malloc, released by the caller with free, and may be
- *              null, which stands for an empty text. A `QString *` is never null; what it held
- *              before is replaced.
- * Card data    Fields, order and photo encoding are the library's choice: the page receives the
- *              text as it is. So are the types of cards and readers. The portable library:
- *              docs/cards.md; type 2 tries contactless cards first, any other those with contacts.
- * Failure      bool false, number 0, text null or empty (or an error text that is the library's
- *              choice). The reason goes to the library's own log, card data never does. No
- *              exception leaves the library.
- * Arguments    Stem from a web page: any value may come and must do no harm.
- * Threads      Every function may be called from any thread at any time, also before a reader was
- *              opened: reading then takes the default one. Calls may wait for each other. A read
+ * Input text   NUL-terminated UTF-8, never null, valid for the duration of the call.
+ * Output text  A `char *` is allocated with malloc, freed by the caller, and may be null, which
+ *              means an empty text. A `QString *` is never null; its previous content is replaced.
+ * Card data    Fields, order and photo encoding are implementation-defined: the client receives the
+ *              text unchanged. So are the types of cards and readers. docs/cards.md describes those
+ *              of the portable library.
+ * Failure      bool false, number 0, text null, empty or an implementation-defined error text. The
+ *              reason goes to the library's own log, card data never does. No exception leaves the
+ *              library.
+ * Arguments    Come from web pages: any value must be safe.
+ * Threads      Any function may be called from any thread at any time, even before a reader was
+ *              opened: reading then uses the default one. Calls may wait for each other. A read
  *              ends within seconds, with or without a card: the main thread may be waiting for it.
  */
 #pragma once
@@ -25,36 +25,37 @@ class QString;
 
 extern "C" {
 
-/// \name Identity cards: each function reads one, on a reader of its own kind
+/// \name Identity cards: each function reads one, on its own kind of reader
 ///@{
-char *sIDCardReader(); ///< In Latin-1. On the default reader.
+char *sIDCardReader(); ///< On the default reader. Returns Latin-1.
 void ReadSFZCardVX(QString *text);
 void readIDMsg_qt(QString *text);
 void readIDMsgVX_qt(QString *text);
 
-/// \param text  JSON object; its "code" is the text "0" for success
+/// \param text  a JSON object whose "code" is the text "0" on success
 void ReadSFZCardBas_VX(QString *text);
 
 /**
- * In UTF-8, a JSON object; its "result" is a number, other than 0 for success.
  * \param reserved   null
- * \param parameter  the library's choice; null for none. The portable library doesn't look at it.
+ * \param parameter  implementation-defined; null for none
+ * \return UTF-8, a JSON object whose "result" is a number other than 0 on success
  */
 char *ReadCard(void *reserved, const char *parameter);
 void ReadSFZCardBas_DK(QString *text); ///< On the second reader family.
 ///@}
 
-/// \name Social security cards: basic data, no PIN
+/// \name Social security cards: basic data, without a PIN
 ///@{
 void iReadCardBas_noPasam_qt(int type, QString *text);
 void ReadCardBasExVX(QString *text, int type);
 
-/// Whether the social security module of the second reader family is connected; fast.
+/// Whether the social security module of the second reader family is connected; returns quickly.
 bool GetDeviceStatus_dc();
 
 /**
- * On that module; true when a card was read. The server sets the text between quotes in a JSON
- * object as it is: the portable library gives the inside of a JSON string.
+ * Reads on that module.
+ * \param text  the server puts it between quotes in a JSON object, without escaping it
+ * \return true when a card was read
  */
 bool ReadSBKCardBas_DK(int type, QString *text);
 ///@}
@@ -62,23 +63,18 @@ bool ReadSBKCardBas_DK(int type, QString *text);
 /// \name Bank and IC cards
 ///@{
 bool GetBankCardInfoVX(QString *text, int type); ///< True when a card was read.
-
-/**
- * The serial number of an IC card. The portable library: the last four bytes of its chip's number,
- * the first of them the highest, without the sign bit.
- */
-int iReadICCardSnr();
+int iReadICCardSnr(); ///< The serial number of an IC card.
 ///@}
 
 /// \name The reader itself
 ///@{
-bool bOpenIDCardUSBPort(const char *port); ///< A name; the portable library ignores it.
+bool bOpenIDCardUSBPort(const char *port); ///< A port's name.
 bool openIDCardSerialPort(const char *port); ///< A device like "/dev/ttyS0".
-bool bCloseIDCardDevie(); ///< True when none is open any more.
-bool bgetSAMStatus(); ///< Whether the security module (SAM) answers.
-char *GetSAMID(); ///< In Latin-1. The number of the security module.
-char *sReadIDCardSnr(); ///< In Latin-1. The serial number of an identity card's chip.
-bool bPlayVoice(int number); ///< Speaks a prompt; the portable library's numbers: docs/cards.md.
+bool bCloseIDCardDevie(); ///< True when no reader is open afterwards.
+bool bgetSAMStatus(); ///< Whether the security module (SAM) responds.
+char *GetSAMID(); ///< The number of the security module. Returns Latin-1.
+char *sReadIDCardSnr(); ///< The serial number of an identity card's chip. Returns Latin-1.
+bool bPlayVoice(int number); ///< Speaks a prompt; the numbers are implementation-defined.
 ///@}
 
 } // extern "C"

@@ -1,32 +1,34 @@
 // SPDX-License-Identifier: MIT
 /**
  * \file
- * The document camera library: preview, settings, capture, documents, scanning, recording,
- * printing, barcodes, upload, status and files. The shared library `doccamera` implements this
- * header and biometrics.h. Unless a function says otherwise, these rules hold for all of them.
+ * The device interface of the document camera: preview, settings, capture, documents, scanning,
+ * recording, printing, barcodes, upload, status and files. The shared library `doccamera`
+ * implements this header and biometrics.h. The rules below apply to every function unless its own
+ * description says otherwise.
  *
- * Texts in     NUL-terminated UTF-8, never null, valid for the length of the call: the library
+ * Input text   NUL-terminated UTF-8, never null, valid for the duration of the call: the library
  *              copies what it keeps. "Local text" is in the local 8-bit encoding instead.
- * Texts out    UTF-8; null stands for an empty text. A `char *` is allocated with malloc, and the
- *              caller releases it with free. A `const char *` belongs to the library and is valid
- *              until the same function is called again. Lists of names are joined with "|".
+ * Output text  UTF-8; null means an empty text. A `char *` is allocated with malloc and freed by
+ *              the caller. A `const char *` belongs to the library and stays valid until the same
+ *              function is called again. Lists are joined with "|".
  * Outputs      Pointers and references to fill in are never null. Images and matrices share their
- *              pixels by reference counting: once handed out, the library never writes to them.
+ *              pixels by reference counting: the library never writes to pixels it has returned.
  * Failure      bool false, number 0, text null or empty, outputs emptied. The reason goes to the
  *              library's own log. No exception leaves the library.
- * Arguments    Stem from a web page: any value may come and must do no harm.
- * Threads      Every function may be called from any thread at any time, with or without an open
- *              camera; starts and stops, frames, settings, captures and recording are concurrent.
- *              One call may wait for another to finish, but settings and queries never wait for
- *              the camera to deliver. No function needs the event loop of the calling thread.
- * Listeners    Are never null. The library calls them on a thread of its own, or by a queued call
- *              on the main thread, while it holds no lock, and not any more once main() has
- *              returned. A listener returns soon, calls no function of this interface and copies
- *              what it is given, which is valid during the call only. Its `context` is the pointer
- *              that came with the listener, or null where none did.
+ * Arguments    Come from web pages: any value must be safe.
+ * Threads      Any function may be called from any thread at any time, whether or not a camera is
+ *              open; starts and stops, frames, settings, captures and recording run concurrently. A
+ *              call may wait for another to finish, but settings and queries never wait for the
+ *              camera to deliver. No function needs the event loop of the calling thread.
+ * Listeners    Never null. The library calls them on a thread of its own, or by a queued call on
+ *              the main thread, holding no lock, and never after main() has returned. A listener
+ *              returns quickly, calls no function of this interface and copies its arguments, which
+ *              are valid only during the call. Its `context` is the pointer passed with the
+ *              listener, or null where none is.
  *
- * "The library's choice" marks what differs from maker to maker: the server passes such values
- * between page and library as they are.
+ * "Implementation-defined" marks values whose meaning differs between makers: the server passes
+ * them between client and library unchanged. Their parameters are named for what the portable
+ * library takes them for; docs/portable.md has its values, function by function.
  */
 #pragma once
 
@@ -47,16 +49,16 @@ extern "C" {
 /**
  * \name Preview
  *
- * One source is the main preview; beside it the fourth one may be open. Which camera stands behind
- * a number is the library's choice, but 1 is the document camera. `rotation`, in degrees clockwise,
- * is that of vSetRotate from now on when it is 90, 180 or 270; 0 leaves what vSetRotate has set;
- * others fail.
+ * One source at a time is the main preview; the fourth source may be open beside it. Source 1 is
+ * the document camera; which cameras the other numbers select is implementation-defined. `rotation`
+ * is in degrees clockwise: 90, 180 and 270 also become the angle of vSetRotate, 0 keeps that angle,
+ * and any other value fails.
  *
- * A start takes the place of a main preview that is open and returns true once the camera has been
- * opened. After a failed one no main preview is open, and the start may be tried again at once.
+ * A start replaces the main preview that is open and returns true once the camera is open. After a
+ * failed start no main preview is open, and the start may be retried at once.
  */
 ///@{
-bool bStartPlay(short rotation); ///< Main camera, source 1.
+bool bStartPlay(short rotation); ///< Source 1, the main camera.
 bool bStartPlay2(short rotation); ///< Source 2.
 bool bStartPlay3(short rotation); ///< Source 3.
 bool bStartPlay5(short rotation); ///< Source 5.
@@ -64,493 +66,329 @@ bool bStartPlay6(short rotation); ///< Source 6.
 bool bStartPlay8(short rotation); ///< Source 8.
 bool bStartPlay9(short rotation); ///< Source 9.
 
-/// The dual camera: main and second camera side by side in one picture.
+/// Starts the dual camera: main and second camera side by side in one picture.
 bool bStartPlayOpen();
 
-/// Ends the main preview. \return true when none is open any more, also when none was
+/// Stops the main preview. \return true when none is open afterwards, even if none was before
 bool bStopPlay();
 
-/// Opens the fourth source; the main preview goes on beside it.
+/// Opens the fourth source beside the main preview.
 bool bStartPlay4();
 
-/// Closes the fourth source. \return true when it is not open any more, also when it was not
+/// Closes the fourth source. \return true when it is closed afterwards, even if it was before
 bool bStopPlay4();
 
 /**
- * Hands out a frame of the main preview, rotated and flipped, in any format of QImage. Blocks until
- * there is one newer than the last that this function handed out, and so paces the preview.
- * \return false, with a null image, when no preview is open, it was stopped meanwhile, or the
+ * Returns a frame of the main preview, rotated and flipped, in any QImage format. Blocks until
+ * there is a frame newer than the last one this function returned, and so paces the preview.
+ * \return false, with a null image, when no preview is open, it was stopped during the call, or the
  *         camera delivers nothing
  */
 bool getVideoFrame(QImage &frame);
 
 /**
- * One current frame of the main preview, rotated and flipped, 8-bit BGR (CV_8UC3). Does not wait
- * for a newer one, nor take it from getVideoFrame.
+ * Returns a current frame of the main preview, rotated and flipped, 8-bit BGR (CV_8UC3). Does not
+ * wait for a newer frame and does not consume one from getVideoFrame.
  */
 bool getVideoFrameMat(cv::Mat &frame);
 
-/// As getVideoFrameMat, for single pictures: a library may give a finer one here.
+/// As getVideoFrameMat, for single pictures: a library may return one of better quality here.
 bool getVideoFrameMatEx(cv::Mat &frame);
 
 /**
- * Runs an audio and video preview of the library's own; after true the caller starts the main
- * preview anew. What the numbers mean is the library's choice.
+ * Runs the library's own audio and video preview; when it returns true, the caller restarts the
+ * main preview. Both options are implementation-defined.
  */
-bool bAVPreview(qint64 first, qint64 second);
+bool bAVPreview(qint64 option1, qint64 option2);
 
-/// Switches the image display of the library, where it has one.
+/// Turns the library's own image display on or off, if it has one.
 void vSetImageDispFlag(bool on);
 ///@}
 
 /**
  * \name Settings
  *
- * Hold while the process runs, and may be made before a camera is open. A value out of range
- * changes nothing. `camera` counts the sources, 1 being the main one; sizes are in pixels,
- * before rotation.
+ * Last as long as the process and may be changed before a camera is open. A value out of range
+ * changes nothing. `camera` is the number of a source, 1 being the main camera; sizes are in
+ * pixels, before rotation.
  */
 ///@{
 
 /**
- * \param mode  0 whole picture, 1 crop area, 2 automatic page detection with deskew; captures only.
- *              The portable library: where no page is found, the whole picture
+ * Selects what captures take; the preview is unaffected.
+ * \param mode  0 whole picture, 1 crop area (bSetImageArea), 2 the sheet, detected and deskewed
  */
 bool bSetMode(int mode);
 
-/// Working mode of the camera; the values are the library's choice. The portable one has none.
+/// Sets the camera's working mode; its values are implementation-defined.
 void vSetCamaraMode(short mode);
 
-/// \param index  of a size in the list of getResolutionIndex, from 0
+/// Selects a size by its index in the list of getResolutionIndex, from 0.
 void vSetResolutionEx(int camera, int index);
 
-/// Asks for a size; the camera takes this or the nearest it has.
+/// Requests a size; the camera uses it or the nearest one it supports.
 void setResolution(int camera, int width, int height);
 
-int iGetResolutionX(int camera); ///< Width in use; 0 for a camera that is not there.
-int iGetResolutionY(int camera); ///< Height in use; 0 for a camera that is not there.
+int iGetResolutionX(int camera); ///< Width in use; 0 when there is no such camera.
+int iGetResolutionY(int camera); ///< Height in use; 0 when there is no such camera.
 
-/// Replaces `sizes` by the (width, height) pairs of the camera, in the library's order.
+/// Replaces `sizes` with the camera's (width, height) pairs, in an order of the library's own.
 void getResolutionIndex(int camera, std::vector<std::pair<double, double>> &sizes);
 
-/// \param angle  of preview and captures, degrees clockwise: 0, 90, 180 or 270
+/// Rotates preview and captures. \param angle  degrees clockwise: 0, 90, 180 or 270
 void vSetRotate(short angle);
-short iGetRotate(); ///< The angle of vSetRotate; 0 at first.
+short iGetRotate(); ///< The angle set by vSetRotate; 0 by default.
 
-/// \param mode  of the turned picture: 0 none, 1 left-right, 2 upside-down, 3 both
+/// Mirrors the rotated picture. \param mode  0 none, 1 left-right, 2 top-bottom, 3 both
 void vSetFlip(short mode);
-short iGetFlip(); ///< The mode of vSetFlip; 0 at first.
+short iGetFlip(); ///< The mode set by vSetFlip; 0 by default.
 
-/**
- * Unit and range are the library's choice. The portable library, for all three: -100 to 100, 0
- * being how the camera is by itself, -100 and 100 the ends of its range; where it has no such
- * control the pictures are changed instead.
- */
-bool vSetExposure(int value);
-bool vSetBrightness(int value); ///< As vSetExposure.
-bool vSetContrast(int value); ///< As vSetExposure.
+bool vSetExposure(int value); ///< Unit and range are implementation-defined.
+bool vSetBrightness(int value); ///< Unit and range are implementation-defined.
+bool vSetContrast(int value); ///< Unit and range are implementation-defined.
 
-/**
- * Focuses once. \return true when that was begun: the outcome is not awaited. The portable library:
- * also for a camera that has no focus to set, which the log says
- */
+/// Focuses once. \return true when focusing has started; the result is not awaited
 bool AutoFocus();
 
-/// Dots per inch of saved pictures and of pages. The portable library: 50 to 1200, 300 at first.
+/// Sets the resolution stored in saved pictures and pages, in dots per inch.
 bool vSetDPI(qint64 x, qint64 y);
-void vGetDPI(int *x, int *y); ///< The values of vSetDPI.
+void vGetDPI(int *x, int *y); ///< The values set by vSetDPI.
 
 /**
- * Crop area for mode 1: top left and bottom right corner in pixels of the turned picture. The
- * portable library: what lies outside the picture is cut off, the bottom right corner is itself
- * outside the area, and four times 0 is the whole picture.
+ * Sets the crop area for mode 1: its top left and bottom right corners, in pixels of the rotated
+ * picture.
  */
 bool bSetImageArea(int x1, int y1, int x2, int y2);
-long lGetImageAreaX1(); ///< As bSetImageArea; all four 0 while none is set.
-long lGetImageAreaY1(); ///< As lGetImageAreaX1.
-long lGetImageAreaX2(); ///< As lGetImageAreaX1.
-long lGetImageAreaY2(); ///< As lGetImageAreaX1.
+long lGetImageAreaX1(); ///< Left edge of the crop area; all four are 0 while none is set.
+long lGetImageAreaY1(); ///< Top edge.
+long lGetImageAreaX2(); ///< Right edge.
+long lGetImageAreaY2(); ///< Bottom edge.
 
-/// \param quality  of JPEG files, 1 to 100. The portable library: 85 at first
+/// Sets the quality of JPEG files, 1 to 100.
 bool vSetImageQuality(int quality);
-short sGetImageQuality(); ///< The quality of vSetImageQuality.
+short sGetImageQuality(); ///< The quality set by vSetImageQuality.
 
-/**
- * How bBookScanner works; the values are the library's choice. The portable library, for scans that
- * start from now on: 0 first the left page, then the right one; 1 the other way round, for books
- * that are read from right to left; 2 both pages in one file. 0 at first.
- */
+/// Sets how bBookScanner works; the modes are implementation-defined.
 bool bSetBookScannerMode(int mode);
-int igetBookScannerMode(); ///< The mode of bSetBookScannerMode.
+int igetBookScannerMode(); ///< The mode set by bSetBookScannerMode.
 
 /**
- * Hears of the capture button of the camera, in place of a former listener. The portable library
- * knows of no buttons, and never calls it.
- * \param listener  first argument 1 when it was pressed; the others are the library's choice
+ * Sets the listener for the camera's capture button, replacing the previous one.
+ * \param listener  its first argument is 1 when the button was pressed; the others, but for the
+ *                  context at the end, are implementation-defined
  */
-void vSetCapturePin(void (*listener)(int, int, int, unsigned int, int, void *));
+void vSetCapturePin(void (*listener)(int pressed, int, int, unsigned int, int, void *context));
 ///@}
 
 /**
  * \name Capture
  *
- * Saving takes the current picture at full resolution, as bSetMode says, with the watermark, and
- * writes it into a directory under a name, to which the library adds the extension. It is true once
- * the file is whole, and false without an open preview.
+ * A capture is the current picture at full resolution, cut as bSetMode selects, with the watermark.
+ * The bSave functions write it into a directory under a name to which the library adds the
+ * extension. They return true once the file is complete, and false without an open preview.
  */
 ///@{
 bool bSaveJPG(const char *directory, const char *name); ///< Color JPEG.
-bool bSaveTifJPG(const char *directory, const char *name); ///< Color TIFF with JPEG inside.
+bool bSaveTifJPG(const char *directory, const char *name); ///< Color TIFF, JPEG-compressed.
 bool bSaveGray(const char *directory, const char *name); ///< Grey picture.
 bool bSaveTIF(const char *directory, const char *name); ///< Bilevel TIFF.
 bool bSaveBMP(const char *directory, const char *name); ///< Color bitmap.
 bool bSavePNG(const char *directory, const char *name); ///< Color PNG.
 
-/// One picture twice: directory and name of the grey file, directory and name of the TIFF.
-bool bSaveGrayAndTIF(const char *p1, const char *p2, const char *p3, const char *p4);
+/// Saves one capture twice: as a grey picture and as a bilevel TIFF.
+bool bSaveGrayAndTIF(const char *greyDirectory, const char *greyName, const char *tiffDirectory,
+                     const char *tiffName);
+
+/// Splits a picture into two; both arguments are implementation-defined.
+bool SplitPic(const char *image, const char *directory);
 
 /**
- * Splits a picture; what the texts mean is the library's choice. The portable library: p1 is the
- * picture file of an open book, p2 the directory that gets its halves, <name>_left.jpg and
- * <name>_right.jpg. They meet at the fold, or in the middle where none is seen.
+ * Returns a capture as base64 of an image file, whose format is implementation-defined.
+ * \param kind  0 color, 1 grey, 2 bilevel
  */
-bool SplitPic(const char *p1, const char *p2);
+const char *sGetImageBase64_Byte(int kind);
+
+/// Returns the bytes of the file at `path` as base64 without line breaks.
+char *Base64Encode(const char *path);
 
 /**
- * The current picture as base64 of an image file. The portable library: JPEG, and PNG for 2.
- * \param number  0 color, 1 grey, 2 bilevel
+ * Writes the decoded bytes to a file.
+ * \param base64  local text
+ * \param path    local text: the file to write
  */
-const char *sGetImageBase64_Byte(int number);
-
-/**
- * \return base64, without line breaks, of the file at the path `text`. The portable library: of a
- *         file of 128 MB at most
- */
-char *Base64Encode(const char *text);
-
-/**
- * \param first   local text: base64
- * \param second  local text: the file to write the decoded bytes to
- */
-bool Base64Decode(const char *first, const char *second);
+bool Base64Decode(const char *base64, const char *path);
 ///@}
 
 /**
  * \name Documents
  *
- * One PDF, one OFD and one merged picture may be under way at a time, each from its start to its
- * end; pages and ends without a start are false. A page without an image is the current picture, as
- * in Capture, and a BW page is bilevel. `number` is where the page goes, counted from 1; -1.0
- * appends, and so does 1.0 in an OFD.
- *
- * The portable library keeps pages on disk, in $TMPDIR or else /var/tmp. Its rules:
- *
- * Places       A start fails where no file could be made. Nothing stands there before the end,
- *              which makes missing directories and replaces an existing file. A name that has the
- *              extension (".pdf", ".ofd", ".jpg") doesn't get it twice.
- * Ends         An end without a page is false and writes nothing. One that can't write leaves the
- *              document as it is, to be ended again. A start ends a document that was not ended,
- *              and says so in the log.
- * Numbers      A whole number N from 2 on makes the page the Nth; those behind it move by one. All
- *              others append: 1, and what lies beyond the end.
- * Pictures     A JPEG goes in as it is, unless it needs turning (EXIF) or is of a kind that viewers
- *              may fail at (CMYK, arithmetic coding); other image files become JPEGs. A BW page is
- *              CCITT group 4 in a PDF, a PNG of one bit a pixel in an OFD. What isn't a whole image
- *              fails and leaves the document as it was.
- * Size         A page is as large as its pixels at the resolution that the image file tells, if
- *              that is one from 50 to 4800 dpi, or else at that of vSetDPI.
+ * One PDF, one OFD and one merged picture may be in progress at a time, each from its start to its
+ * end; without a start, pages and ends return false. A page without an image argument is a capture.
+ * A BW page is bilevel. `position` is the new page's number, counted from 1; -1.0 appends, and so
+ * does 1.0 in an OFD.
  */
 ///@{
 
-/// \param p1  directory  \param p2  name without extension
-bool bSavePDFStart(const char *p1, const char *p2);
-bool bSavePDFColorPage(); ///< The current picture in color.
-bool bSavePDFBWPage(); ///< The current picture, bilevel.
-bool bSavePDFEnd(); ///< Writes the file: true once it is whole.
-bool bAddPDFColorPage(const char *image, float number); ///< An image file, local text.
-bool bAddPDFBWPage(const char *image, float number); ///< An image file, local text.
+/// \param name  without extension
+bool bSavePDFStart(const char *directory, const char *name);
+bool bSavePDFColorPage(); ///< Appends a capture in color.
+bool bSavePDFBWPage(); ///< Appends a bilevel capture.
+bool bSavePDFEnd(); ///< Writes the file; true once it is complete.
+bool bAddPDFColorPage(const char *image, float position); ///< Adds an image file, local text.
+bool bAddPDFBWPage(const char *image, float position); ///< Adds an image file, local text.
 
-/// Appends an image file. \param base64  "data:image/...;base64," may stand before it
+/// Appends an image file given as base64, which may begin with "data:image/...;base64,".
 bool bAddPDFBase64ColorPage(const char *base64);
 
-bool bSaveOFDStart(const char *p1, const char *p2); ///< As bSavePDFStart.
-bool bSaveOFDColorPage(); ///< The current picture in color.
-bool bSaveOFDBWPage(); ///< The current picture, bilevel.
-bool bSaveOFDEnd(); ///< Writes the file: true once it is whole.
-bool bAddOFDPage(const char *image, float number); ///< An image file.
+bool bSaveOFDStart(const char *directory, const char *name); ///< As bSavePDFStart.
+bool bSaveOFDColorPage(); ///< Appends a capture in color.
+bool bSaveOFDBWPage(); ///< Appends a bilevel capture.
+bool bSaveOFDEnd(); ///< Writes the file; true once it is complete.
+bool bAddOFDPage(const char *image, float position); ///< Adds an image file.
 bool bAddOFDBase64ColorPage(const char *base64); ///< As bAddPDFBase64ColorPage.
 
-/**
- * Begins a picture that several are merged into; the arguments are the library's choice. The
- * portable library writes a JPEG, white where no picture is. One larger than p5, p6 or the 65500
- * pixels of a JPEG is scaled down as a whole. Other arguments than these fail.
- * \param p1  the portable library: directory
- * \param p2  the portable library: name without extension
- * \param p3  the portable library: 0 one under another, 1 side by side
- * \param p4  the portable library: gap between two, 0 to 1000 pixels
- * \param p5  the portable library: largest width of the result in pixels, 0 for no limit
- * \param p6  the portable library: largest height of the result in pixels, 0 for no limit
- */
-bool bSaveMergeStart(const char *p1, const char *p2, short p3, short p4, qint64 p5, qint64 p6);
-bool bSaveMergePage(); ///< The current picture.
-bool bSaveMergeEnd(); ///< Writes the file: true once it is whole.
+/// Begins a picture merged from several captures; all arguments are implementation-defined.
+bool bSaveMergeStart(const char *directory, const char *name, short direction, short gap,
+                     qint64 maxWidth, qint64 maxHeight);
+bool bSaveMergePage(); ///< Adds a capture.
+bool bSaveMergeEnd(); ///< Writes the file; true once it is complete.
 ///@}
 
 /**
  * \name Scanning
  *
- * The library captures by itself, beside the preview. Numbers and texts (mode, directory, prefix of
- * the names, interval) are the library's choice; results are negative for failure.
- *
- * The portable library: one scan runs at a time, a start ends the one before. It ends with the main
- * preview: at once when bStopRec was called first, or in 5 s. A shot is what Capture saves, as
- * <directory>/<prefix>001.jpg, 002 and so on, from 1 in each scan; existing files are replaced, and
- * the number of a shot that fails is the next one's. Directories are made; the prefix is no path.
+ * The library takes captures by itself while the preview runs. All arguments are
+ * implementation-defined; results are negative on failure.
  */
 ///@{
 
 /**
- * Who hears of the events of an automatic scan, in place of a former receiver.
+ * Sets the receiver of automatic-scan events, replacing the previous one.
  * \param receiver  its slot is invoked through Qt's meta-object system, queued into its thread
- * \param slot      as the macro SLOT writes it, "1name(int)"; the number is the library's choice.
- *                  The portable library: that of the shot, once its file is whole
+ * \param slot      as the SLOT macro spells it, "1name(int)"; the number is implementation-defined
  */
 void iAutoScan_observr(QObject *receiver, const char *slot);
 
-/**
- * Captures whenever a document lies ready. The portable library: whenever something has moved
- * before the camera and then nothing does for 0.7 s, thus not what lies there at the start.
- * \param number  the portable library: 0 ends any scan, a positive one starts
- * \param text1   the portable library: directory
- * \param text2   the portable library: prefix
- * \return the portable library: 0 once it runs or has ended
- */
-int iAutoScan(int number, const char *text1, const char *text2);
+/// Captures whenever a document is ready.
+int iAutoScan(int mode, const char *directory, const char *prefix);
 
-/**
- * Captures at a fixed interval; the observer hears nothing of it.
- * \param number1  the portable library: interval in seconds, before the first shot too; 0 ends any
- *                 scan
- * \param text1    the portable library: directory
- * \param text2    the portable library: prefix
- * \param number2  the portable library: so many shots, 0 for no end
- * \return as iAutoScan
- */
-int iTimerScan(int number1, const char *text1, const char *text2, int number2);
+/// Captures at a fixed interval, without events for the receiver.
+int iTimerScan(int intervalSeconds, const char *directory, const char *prefix, int shotCount);
 
-/**
- * Captures an open book. The portable library: as iAutoScan, but each shot is parted at the fold
- * into two files, as bSetBookScannerMode says; the observer hears nothing of it.
- * \param t1        the portable library: directory; empty ends any scan
- * \param t2        the portable library: prefix
- * \param t3OrNull  may be null. The portable library: "jpg", also without a text, "png" or "tif"
- */
-bool bBookScanner(const char *t1, const char *t2, const char *t3OrNull);
+/// Captures an open book, without events for the receiver. \param formatOrNull  may be null
+bool bBookScanner(const char *directory, const char *prefix, const char *formatOrNull);
 ///@}
 
 /**
  * \name Recording of the main preview
  *
- * The portable library: 25 pictures a second, without sound. While cameras change the last picture
- * stands, and with the preview the recording ends. Missing directories are made, an existing file
- * is replaced. Should the process be killed, the file plays up to its last second.
+ * Container, codecs and frame rate are implementation-defined.
  */
 ///@{
 
-/**
- * Records into this file; false while another is being made. The portable library: a path that ends
- * in .mp4, .avi or .mkv is taken as it is, any other gets ".mp4". The pictures are H.264, but
- * MPEG-4 in an AVI.
- */
+/// Records into a file. \return false while another recording exists
 bool bStartRec(const char *path);
 
-/**
- * The same in the second format. The portable library: MPEG-4 pictures, for players that know no
- * H.264; a path without one of the three extensions gets ".avi".
- */
-bool bStartRecMp3(const char *path);
+bool bStartRecMp3(const char *path); ///< As bStartRec, in the library's second format.
 
 /**
- * Asks the recording to end and returns at once: isRecording turns false when the file is whole.
- * \return false when there is none, which is no fault: it is asked at the end of every preview
+ * Asks the recording to end and returns at once: isRecording becomes false when the file is
+ * complete.
+ * \return false when there is no recording; not an error, as it is called whenever a preview ends
  */
 bool bStopRec();
-bool bPauseRec(); ///< What comes until bResumeRec is left out.
-bool bResumeRec(); ///< False when it is not paused.
-bool isRecording(); ///< True from the start until the file is whole, also while paused.
+bool bPauseRec(); ///< Leaves out what follows until bResumeRec.
+bool bResumeRec(); ///< False when the recording is not paused.
+bool isRecording(); ///< True from the start until the file is complete, also while paused.
 
-/**
- * Frame size of later recordings, in pixels. The portable library: made even and kept within 16 to
- * 4096; pictures of another shape get bars. With 0 or less on a side, as at first, it is the
- * picture's own size.
- */
+/// Sets the frame size of later recordings, in pixels.
 void vSetRecSize(qint64 width, qint64 height);
 ///@}
 
 /**
- * \name Printing, watermark, barcode
+ * \name Printing, watermark, barcodes
  *
- * The printer and the numbers of printing are the library's choice; true means the job is queued.
- * The watermark goes on later captures.
- *
- * The portable library prints with CUPS, on its default printer or the one of devices.ini, and on
- * that printer's default paper: one page, the picture as large as it fits, turned by a quarter
- * where that makes it larger. Copies are 1 to 99; 0 stands for 1, others fail. True once CUPS has
- * taken the job, even when the printer is stopped. A print server that hangs delays the answer by
- * some seconds.
+ * The printer and the numeric arguments of printing are implementation-defined; true means that the
+ * job is queued. The watermark appears on later captures.
  */
 ///@{
-/// A capture of the current picture. \param number  the portable library: copies
-bool bPrint(int number);
+
+bool bPrint(int copies); ///< Prints a capture.
+bool bPrintImage(short copies, const char *image, short colorMode); ///< An image file, local text.
+bool bPrintImageFile(const char *image, int copies); ///< An image file.
+
+/// Sets the watermark; `on` and `opacity` are implementation-defined. \param text  local text
+void vSetWaterPrint(short on, const char *text, short opacity);
+void vSetWaterPrintFont(const char *family); ///< Font family, local text.
+void vSetWaterPrintFontSize(short points); ///< In points, at the resolution of vSetDPI.
+void vSetWaterPrintFontColor(long color); ///< Its byte order is implementation-defined.
+void vSetWaterPrintPos(short x, short y); ///< Top left corner in the capture, in pixels.
 
 /**
- * An image file.
- * \param a      the portable library: copies
+ * Reads the codes in an image file; each combination of type and text is listed once.
  * \param image  local text
- * \param b      the portable library: 0 in color, 1 in grey, others fail
- */
-bool bPrintImage(short a, const char *image, short b);
-
-/// An image file. \param number  the portable library: copies, in color
-bool bPrintImageFile(const char *image, int number);
-
-/**
- * \param text  local text; what `a` and `b` mean is the library's choice. The portable library: a 0
- *              is off, others on; b is the opacity in percent, 0 being 100
- */
-void vSetWaterPrint(short a, const char *text, short b);
-void vSetWaterPrintFont(const char *font); ///< Font family, local text.
-void vSetWaterPrintFontSize(short size); ///< In points, at the resolution of vSetDPI.
-
-/// Its byte order is the library's choice. The portable library: 0xRRGGBB.
-void vSetWaterPrintFontColor(long color);
-
-/**
- * Top left corner in the capture, pixels. The portable library: negative values are the distance of
- * the text's end from the right or bottom edge; text is moved into the picture.
- */
-void vSetWaterPrintPos(short x, short y);
-
-/**
- * The codes in an image file, each type and text once. Empty when it has none, null when the file
- * can't be read. The portable library reads them however they lie; a text whose encoding the code
- * doesn't tell it takes for UTF-8 or else GB18030. A picture that takes longer than five seconds it
- * gives up, and answers with what it has found.
- * \param image  local text
+ * \return empty when there is none, null when the file can't be read
  */
 char *sGetBarCode(const char *image);
 
-/**
- * The same for one kind of code; the kinds are the library's choice.
- * \param kind  the portable library: 0 all, 1 QR and Micro QR, 2 Data Matrix, 3 PDF417, 4 Code 128,
- *              5 Code 39, 6 EAN and UPC, 7 Code 93, 8 Codabar, 9 ITF, 10 Aztec, 11 GS1 DataBar;
- *              null for others
- */
+/// As sGetBarCode for one kind of code; the kinds are implementation-defined.
 char *sGetBarCodeEx(long kind, const char *image);
 
-/**
- * The codes in the current picture. The server hands the bytes to the page as Latin-1; the portable
- * library's are UTF-8 here too, so that nothing is lost and a page can put them together again.
- */
+/// Reads the codes in the current picture. The server passes the bytes to the client as Latin-1.
 char *sGetBarCodeOnline();
 ///@}
 
 /**
  * \name Upload
  *
- * Sends an image file to a web server, and returns when that has answered or the library gave up.
- * The arguments and the transfer are the library's choice. Texts out are the server's answer.
- *
- * The portable library: a form (multipart/form-data) by POST, see docs/upload.md. A status other
- * than 2xx is a failure. Extra fields are "key=value&key=value", percent-encoded.
+ * Sends an image file to a web server and returns when the server has answered or the library has
+ * given up. Arguments and transfer are implementation-defined. Output texts are the server's
+ * response.
  */
 ///@{
 
-/**
- * The portable library:
- * \param p1    address of http or https
- * \param p2    path of the file
- * \param p3    name of the form field for the file; empty: "file"
- * \param flag  removes the file once the server has accepted it
- * \param p4    extra fields
- */
-char *sUpLoadImage(const char *p1, const char *p2, const char *p3, bool flag, const char *p4);
-
-/**
- * The portable library:
- * \param p1  host, or address of http or https
- * \param p2  page on the server: path, and query if need be; it goes behind the path of p1
- * \param p3  port; 0: that of p1, or the usual one
- * \param p4  path of the file
- */
-char *sUpLoadImageEx2(const char *p1, const char *p2, long p3, const char *p4);
-bool bUpLoadImage(const char *p1, const char *p2, long p3, const char *p4); ///< As sUpLoadImageEx2.
-
-/**
- * The portable library: p1 to p4 as for sUpLoadImageEx2.
- * \param p6      extra fields
- * \param p7      name of the form field for the file; empty: "file"
- * \param answer  the server's answer, where there was one also on failure
- */
-bool sUpLoadImageEx5(const char *p1, const char *p2, long p3, const char *p4, const char *p6,
-                     const char *p7, QString *answer);
+char *sUpLoadImage(const char *address, const char *file, const char *fileField, bool removeFile,
+                   const char *extraFields);
+char *sUpLoadImageEx2(const char *host, const char *page, long port, const char *file);
+bool bUpLoadImage(const char *host, const char *page, long port, const char *file);
+bool sUpLoadImageEx5(const char *host, const char *page, long port, const char *file,
+                     const char *extraFields, const char *fileField, QString *response);
 ///@}
 
 /// \name Status
 ///@{
 
-/// The USB devices present, each with an identifier like "usb#vid_2b19&pid_0200", in lower case.
+/// Lists the USB devices, each with an identifier like "usb#vid_2b19&pid_0200", in lower case.
 char *sGetDevicesId();
 
-/**
- * The USB devices present; the form is the library's choice. The portable library: as
- * sGetDevicesId, with a blank and the device's name behind each that has one.
- */
-char *sEnumUSBDevice();
+char *sEnumUSBDevice(); ///< Lists the USB devices in an implementation-defined form.
+char *sGetSerialNum(); ///< Returns the document camera's serial number.
 
-/**
- * Serial number of the document camera. The portable library: what the camera of the main preview
- * says of itself by USB, or camera 1 while there is none; many cameras say nothing.
- */
-char *sGetSerialNum();
-
-/// Fills in the version of the library: at most `capacity` bytes with the NUL at the end.
+/// Writes the library's version: at most `capacity` bytes, including the terminating NUL.
 void doccameraVeriosn(char *buffer, int capacity);
 ///@}
 
 /**
  * \name Files
  *
- * Whether a target that exists is replaced, and which programs open and display, is the library's
- * choice. Files are regular files: directories and devices are left alone. Where a file is deleted
- * or moved, a link is not followed: the link itself goes.
- *
- * The portable library: nothing that exists is replaced, and directories for a target are not made;
- * the desktop's own programs open and display, by way of xdg-open.
+ * Whether an existing target is replaced, and which programs open and display files, is
+ * implementation-defined. "File" means a regular file: directories and devices are left alone.
+ * Deleting or moving acts on a symbolic link itself, not on its target.
  */
 ///@{
-bool bDeleteFile(const char *path); ///< Into the recycle bin if there is one, else for ever.
-bool bDeleteFileForever(const char *path); ///< Past any recycle bin.
+bool bDeleteFile(const char *path); ///< Moves to the recycle bin if there is one, else deletes.
+bool bDeleteFileForever(const char *path); ///< Deletes without a recycle bin.
 bool bCopyFile(const char *from, const char *to);
-bool bMoveFile(const char *from, const char *to); ///< Also to another file system.
-
-/// The portable library: as bMoveFile, but a name without "/" means the same directory.
+bool bMoveFile(const char *from, const char *to); ///< Works across file systems.
 bool bReNameFile(const char *from, const char *to);
+bool bFileIsExist(const char *path); ///< True for a file, false for a directory.
+bool bDirIsExist(const char *path); ///< True for a directory, false for a file.
+bool bCreateDir(const char *path); ///< Creates missing parents; true if it exists already.
+bool OpenFile(const char *path); ///< Opens a file on the screen; true once that was requested.
+bool bDispPath(const char *path); ///< Shows a directory on the screen; true once requested.
+bool IsExeExist(); ///< Whether the program that the library uses to open files is installed.
 
-bool bFileIsExist(const char *path); ///< True for a file, not for a directory.
-bool bDirIsExist(const char *path); ///< True for a directory, not for a file.
-bool bCreateDir(const char *path); ///< With its parents. True also when it exists already.
-bool OpenFile(const char *path); ///< Opens a file on the screen: true once that was asked for.
-bool bDispPath(const char *path); ///< Shows a directory on the screen, likewise.
-
-/// Whether the program that the library looks for is there. The portable library: xdg-open.
-bool IsExeExist();
-
-/**
- * Names of the files of a format in a directory; formats are named by the library's choice. The
- * portable library: an extension ("jpg") or a pattern ("*.jp*g"), in any case, several joined with
- * ";"; empty or "*.*" for all. The names come without the directory, sorted; hidden files don't.
- */
+/// Lists the names of a directory's files of one format; the formats are implementation-defined.
 const char *sGetAllFormatFiles(const char *directory, const char *format);
 ///@}
 

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "dispatch/messagerun.h"
 
+#include "base/mainthread.h"
 #include "dispatch/arguments.h"
 
 #include <QCoreApplication>
@@ -8,10 +9,6 @@
 #include <QThread>
 #include <QTimer>
 #include <QWebSocket>
-
-#include <deque>
-#include <mutex>
-#include <utility>
 
 QPointer<QWebSocket> gpWebSocket;
 
@@ -44,7 +41,7 @@ void MessageRun::handle_msg_slot(QString msg, QObject *)
     QString args;
     const int open = msg.indexOf(QLatin1Char('('));
     if (open >= 0) {
-        // The last character is dropped whatever it is: it need not be ")".
+        // Drops the last character, whether or not it is ")".
         args = msg.mid(open + 1, qMax(0, msg.size() - open - 2));
         name = msg.left(open);
     }
@@ -76,23 +73,7 @@ void MessageRun::sendmsg_thread(QString text)
 
 void MessageRun::sendFromAnyThread(const QString &text)
 {
-    // A queue of our own, whose lock the thread sanitizer understands; Qt's event carries nothing.
-    static std::mutex mutex;
-    static std::deque<QString> texts;
-    {
-        const std::lock_guard<std::mutex> lock(mutex);
-        texts.push_back(text);
-    }
-    const auto sendNext = [] {
-        QString next;
-        {
-            const std::lock_guard<std::mutex> lock(mutex);
-            next = std::move(texts.front());
-            texts.pop_front();
-        }
-        send_msg(next);
-    };
-    QMetaObject::invokeMethod(QCoreApplication::instance(), sendNext, Qt::QueuedConnection);
+    base::postToMainThread([text] { send_msg(text); });
 }
 
 QString MessageRun::framed(const QString &name, const QString &result)

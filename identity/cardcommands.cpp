@@ -1,8 +1,9 @@
 // SPDX-License-Identifier: MIT
 //
-// Cards and the reader. Card texts are the device library's and go to the page unchanged; only the
-// fallback from reader to reader looks into them.
+// Cards and card readers. The device library's card texts go to the page unchanged; only the
+// fallback from one reader to the next looks into them.
 
+#include "base/clock.h"
 #include "devicelib/cardreader.h"
 #include "dispatch/arguments.h"
 #include "dispatch/devicetext.h"
@@ -12,20 +13,26 @@
 
 #include <QJsonDocument>
 #include <QJsonObject>
-#include <QThread>
 
 #include <climits>
 
+using namespace std::chrono_literals;
+
 namespace {
 
-/// Readers need a moment between two reads.
-constexpr unsigned long betweenReadersMs = 5;
-constexpr unsigned long beforeSecondFamilyMs = 1000;
+/// Readers need a pause before each read.
+constexpr auto readerPause = 5ms;
+constexpr auto secondFamilyPause = 1000ms;
 
-/// A card or reader type: the whole text; the default for an empty one, 0 for no number.
-int typeOr(int standard, const QString &args)
+void pause(base::Clock::Duration time)
 {
-    return args.isEmpty() ? standard : numberFrom<int>(args);
+    base::Clock::shared().sleepFor(time);
+}
+
+/// A card or reader type: the whole text; the default for an empty one, 0 if it is not a number.
+int typeOr(int defaultType, const QString &args)
+{
+    return args.isEmpty() ? defaultType : numberFrom<int>(args);
 }
 
 template <class Read> QString readInto(Read read)
@@ -40,7 +47,7 @@ QJsonValue memberOf(const QString &json, const char *key)
     return QJsonDocument::fromJson(json.toUtf8()).object().value(QLatin1String(key));
 }
 
-/// The "code" of an ID card text; 100 unless it is there as a text.
+/// The "code" of an ID card text; 100 unless it is a string.
 int codeOf(const QString &json)
 {
     constexpr int unreadable = 100;
@@ -48,7 +55,7 @@ int codeOf(const QString &json)
     return code.isString() ? code.toString().toInt() : unreadable;
 }
 
-/// The "result" of a card text; 0, no success, unless it is there as a number.
+/// The "result" of a card text; 0, a failure, unless it is a number.
 int resultOf(const QString &json)
 {
     return int(qBound<double>(INT_MIN, memberOf(json, "result").toDouble(), INT_MAX));
@@ -83,7 +90,7 @@ QString MessageRun::iReadCardBas_noPasam_callback(QString name, QString args, Me
     return reply(name, readInto([type](QString *text) { iReadCardBas_noPasam_qt(type, text); }));
 }
 
-// Accepted, not supported: an empty result whatever the type.
+// Not supported: the result is empty for every type.
 QString MessageRun::iReadCardBas_noPasamVX_callback(QString name, QString, MessageRun *)
 {
     return reply(name);
@@ -95,24 +102,24 @@ QString MessageRun::iReadCardBasEx_callback(QString name, QString args, MessageR
     return reply(name, readInto([type](QString *text) { ReadCardBasExVX(text, type); }));
 }
 
-// The second family's module, where it is connected; else the first family's with a fixed type,
-// and its text without the JSON around it.
+// The second reader family where connected; otherwise the first with a fixed type, whose text is
+// not wrapped in JSON.
 QString MessageRun::WReadCardBasEx_callback(QString name, QString args, MessageRun *)
 {
     if (!GetDeviceStatus_dc()) {
         return reply(name, readInto([](QString *text) { ReadCardBasExVX(text, 3); }));
     }
-    QThread::msleep(beforeSecondFamilyMs);
+    pause(secondFamilyPause);
     QString text;
     const bool read = ReadSBKCardBas_DK(typeOr(1, args), &text);
     return reply(name,
                  QStringLiteral("{\"lRet\":%1,\"outInfo\":\"%2\"}").arg(read ? 0 : 1).arg(text));
 }
 
-// Three readers in turn; the last one's text goes out whatever it holds.
+// Three readers in turn; the last one's text is the reply whatever it says.
 QString MessageRun::WReadSFZCardBas_callback(QString name, QString, MessageRun *)
 {
-    QThread::msleep(betweenReadersMs);
+    pause(readerPause);
     const QString first = readInto(ReadSFZCardBas_VX);
     const int code = codeOf(first);
     traceLine("messagerun", __LINE__, __func__) << code;
@@ -121,18 +128,18 @@ QString MessageRun::WReadSFZCardBas_callback(QString name, QString, MessageRun *
     }
     traceLine("messagerun", __LINE__, __func__) << first;
 
-    QThread::msleep(betweenReadersMs);
+    pause(readerPause);
     const QString second = utf8Of(DeviceText(::ReadCard(nullptr, nullptr)));
     if (resultOf(second) != 0) {
         return reply(name, second);
     }
     traceLine("messagerun", __LINE__, __func__) << second;
 
-    QThread::msleep(betweenReadersMs);
+    pause(readerPause);
     return reply(name, readInto(ReadSFZCardBas_DK));
 }
 
-// Only the second field counts.
+// Only the second field is used.
 QString MessageRun::ReadCard_callback(QString name, QString args, MessageRun *)
 {
     const Arguments fields(args);
@@ -140,7 +147,7 @@ QString MessageRun::ReadCard_callback(QString name, QString args, MessageRun *)
     return reply(name, utf8Of(DeviceText(::ReadCard(nullptr, parameter))));
 }
 
-// A second try goes to the other reader: 0 after 2, else 2.
+// The second try uses the other reader: 0 after 2, else 2.
 QString MessageRun::GetBankCardInfo_callback(QString name, QString args, MessageRun *)
 {
     const int type = typeOr(2, args);

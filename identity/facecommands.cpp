@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 //
-// Faces and liveness. Three ways of answering: at once; by a worker thread, to all pages; by an
-// event of the device library, which comes on a thread of its own.
+// Faces and liveness. A reply comes at once, from a worker thread to all pages, or as an event of
+// the device library, which arrives on one of its own threads.
 
 #include "camera/captureimgthread.h"
 #include "devicelib/biometrics.h"
@@ -14,21 +14,21 @@
 
 namespace {
 
-constexpr qint64 noScore = -99; // what pages take for "could not be compared"
+constexpr qint64 noScore = -99; // means "could not be compared" to pages
 
-// A feature in base64 longer than this may be one; decoded it must be longer than the other, for
-// the device library is not told how long it is.
+// A feature must be longer than these, in base64 characters and in decoded bytes: the device
+// library does not get its length.
 constexpr int featureTextAbove = 20;
 constexpr int featureBytesAbove = 100;
 
-/// An event of the library, for the page that is current when the main thread gets to it.
+/// Sends an event of the library to the client that is current when the main thread gets to it.
 void sendEvent(const char *name, const QString &result)
 {
     traceLine("messagerun", __LINE__, "operator()") << name << result;
     MessageRun::sendFromAnyThread(MessageRun::framed(QLatin1String(name), result));
 }
 
-/// For the log. QString::replace takes minutes for a long text of nothing but ",".
+/// For the log. QString::replace takes minutes for a long text of commas only.
 QString withBlanks(const QString &args)
 {
     QString listed;
@@ -42,7 +42,7 @@ QString withBlanks(const QString &args)
     return listed;
 }
 
-/// The score of two features in base64; 0 for what can't be features, and for a failure.
+/// The score of two features in base64; 0 for texts that cannot be features, and on failure.
 qint64 featureScore(const QString &text1, const QString &text2)
 {
     if (text1.size() <= featureTextAbove || text2.size() <= featureTextAbove) {
@@ -57,7 +57,7 @@ qint64 featureScore(const QString &text1, const QString &text2)
     return qMax<qint64>(0, lFaceFeatureMatch(feature1.constData(), feature2.constData()));
 }
 
-/// What AutoLivingBody reports while it runs, to all pages.
+/// Reports of AutoLivingBody while it runs, to all pages.
 void onLivingBodyData(const char *data, int length, int kind)
 {
     const QByteArray bytes(data, data ? qMax(0, length) : 0);
@@ -112,7 +112,7 @@ QString MessageRun::bImageMatch_callback(QString name, QString args, MessageRun 
     return replyTwoTexts(name, args, bImageMatch);
 }
 
-// A negative score goes out as 0 here, unlike in the other comparisons.
+// A negative score becomes 0, unlike in the other comparisons.
 QString MessageRun::lFaceFeatureMatch_callback(QString name, QString args, MessageRun *)
 {
     const Arguments fields(args);
@@ -134,8 +134,8 @@ QString MessageRun::bFaceFeatureGet_callback(QString name, QString args, Message
     return reply(name, found ? QString::fromUtf8(feature) : QString());
 }
 
-// The fourth source is ended first: the library takes the camera itself. Too few fields leave it
-// running.
+// The fourth source is stopped first, since the library takes the camera; with too few fields it
+// keeps running.
 QString MessageRun::bImageMatchOnline_callback(QString name, QString args, MessageRun *)
 {
     const Arguments fields(args);
@@ -179,7 +179,7 @@ QString MessageRun::bLivingBodyDetectOnline_callback(QString name, QString args,
                          }));
 }
 
-// The library takes the camera over: the preview ends without a word.
+// The library takes the camera over: the preview ends without a reply.
 QString MessageRun::AutoLivingBody_callback(QString name, QString, MessageRun *)
 {
     CaptureImgThread::instance()->silenceClose();

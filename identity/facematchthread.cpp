@@ -24,7 +24,7 @@ FaceMatchThread::~FaceMatchThread()
     }
     m_wake.notify_one();
     wait();
-    // The thread is gone; the thread sanitizer, which doesn't know QThread::wait, learns it here.
+    // Tells the thread sanitizer, which does not know QThread::wait, that the thread has ended.
     const std::lock_guard<std::mutex> lock(m_mutex);
 }
 

@@ -11,21 +11,21 @@
 #include <utility>
 
 /**
- * Compares the faces of two images for lImageMatch. Of the requests that have piled up while one
- * was compared only the newest is; the others get no reply.
+ * Compares the faces in two images for lImageMatch. Of the requests that arrive during a comparison
+ * only the newest is served; the others get no reply.
  */
 class FaceMatchThread : public QThread
 {
     Q_OBJECT
 
 public:
-    /// The server's one; made, and started, at the first call.
+    /// The server's instance, created and started by the first call.
     static FaceMatchThread *instance();
 
     FaceMatchThread();
-    ~FaceMatchThread() override; ///< Ends the thread after the comparison under way.
+    ~FaceMatchThread() override; ///< Ends the thread after the current comparison.
 
-    /// Asks for a comparison of two image files. Any thread; never blocks for one under way.
+    /// Requests a comparison of two image files. Any thread; never blocks for a running comparison.
     void match(const QString &path1, const QString &path2);
 
 Q_SIGNALS:

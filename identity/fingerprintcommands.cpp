@@ -14,7 +14,7 @@
 
 namespace {
 
-/// The library's thread; the context is the dispatcher. A capture that failed shows no finger.
+/// Called on the library's thread; the context is the dispatcher. A failed capture has no image.
 void onCapture(QByteArray image, QByteArray feature, int score, const char *message, void *context)
 {
     const bool captured = score >= 0;
@@ -30,8 +30,8 @@ void onCapture(QByteArray image, QByteArray feature, int score, const char *mess
 }
 
 /**
- * The bytes of the hexadecimal fields from one on, joined. Goes over the text once: there may be
- * as many fields as it has characters.
+ * Decodes the hexadecimal fields from index `first` on and joins them. A single pass: a text can
+ * have as many fields as characters.
  */
 QByteArray bytesFrom(const QString &args, int first)
 {
@@ -71,7 +71,7 @@ QString MessageRun::lFingerMatch_callback(QString name, QString args, MessageRun
                  lFingerMatch(fields.number<int>(0), probe.constData(), count, stored.constData()));
 }
 
-// Accepted, not supported.
+// Not supported.
 QString MessageRun::bSaveZAZFPBMPBase64_callback(QString name, QString, MessageRun *)
 {
     return reply(name, false);

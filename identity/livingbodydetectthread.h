@@ -3,19 +3,19 @@
 
 #include "identity/requestthread.h"
 
-/// Checks for bLivingBodyDetect whether a living person is there; each request gets its reply.
+/// Runs the liveness checks of bLivingBodyDetect; each request gets its own reply.
 class LivingBodyDetectThread : public RequestThread
 {
     Q_OBJECT
 
 public:
-    /// The server's one; made, and started, at the first call.
+    /// The server's instance, created and started by the first call.
     static LivingBodyDetectThread *instance();
 
     LivingBodyDetectThread();
     ~LivingBodyDetectThread() override;
 
-    /// Asks for one check. Blocks while a batch of checks is under way.
+    /// Requests one check. Blocks while a batch of checks is running.
     void Detect() { request(); }
 
 protected:

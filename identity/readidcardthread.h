@@ -3,19 +3,19 @@
 
 #include "identity/requestthread.h"
 
-/// Reads ID cards for sIDCardReader; each request is a read and a reply to all pages.
+/// Reads ID cards for sIDCardReader; each request is one read and one reply to all pages.
 class ReadIdCardThread : public RequestThread
 {
     Q_OBJECT
 
 public:
-    /// The server's one; made, and started, at the first call.
+    /// The server's instance, created and started by the first call.
     static ReadIdCardThread *instance();
 
     ReadIdCardThread();
     ~ReadIdCardThread() override;
 
-    /// Asks for one read. Blocks while a batch of reads is under way.
+    /// Requests one read. Blocks while a batch of reads is running.
     void readCard() { request(); }
 
 protected:

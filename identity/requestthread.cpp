@@ -18,7 +18,7 @@ void RequestThread::end()
     }
     m_wake.notify_all();
     wait();
-    // The thread is gone; the thread sanitizer, which doesn't know QThread::wait, learns it here.
+    // Tells the thread sanitizer, which does not know QThread::wait, that the thread has ended.
     const std::lock_guard<std::mutex> lock(m_mutex);
 }
 

@@ -8,11 +8,11 @@
 #include <mutex>
 
 /**
- * A worker that serves counted requests, one after another: none is merged or dropped, each gets a
- * reply of its own. It runs from its start to the end of the program.
+ * A worker that serves counted requests one after another: none is merged or dropped, and each gets
+ * its own reply. It runs from its construction to the end of the program.
  *
- * It holds its mutex for a whole batch, so a request that comes meanwhile blocks its caller until
- * the batch is done.
+ * It holds its mutex for a whole batch, so a request made meanwhile blocks its caller until the
+ * batch is done.
  *
  * A derived class starts the thread in its constructor and calls end() in its destructor.
  */
@@ -21,7 +21,7 @@ class RequestThread : public QThread
     Q_OBJECT
 
 public:
-    /// Counts a request and wakes the thread. Any thread.
+    /// Adds a request and wakes the thread. Any thread.
     void request();
 
 Q_SIGNALS:
@@ -29,10 +29,10 @@ Q_SIGNALS:
     void sig_msg(QByteArray text);
 
 protected:
-    /// Serves one request: calls the device, returns the framed reply. This thread.
+    /// Serves one request on this thread: calls the device and returns the framed reply.
     virtual QString serve() = 0;
 
-    /// Ends the thread after the request under way, and waits for it.
+    /// Ends the thread after the current batch, and waits for it.
     void end();
 
     void run() override;

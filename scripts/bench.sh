@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # SPDX-License-Identifier: MIT
-# Installs what is missing, builds, runs every benchmark; each prints its ratios at the end.
+# Installs missing packages, builds, runs every benchmark; each prints its ratios at the end.
 cd "$(dirname "$0")/.."
 . scripts/common.sh
 install_packages build run bench

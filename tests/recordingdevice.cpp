@@ -16,7 +16,7 @@
 namespace recording {
 namespace {
 
-/// What is known of one function.
+/// Calls, answers and gate of one function.
 struct Function
 {
     Answer standing;
@@ -24,7 +24,8 @@ struct Function
     std::function<void(const QStringList &)> hook;
     bool muted = false;
     int heldForMs = 0; // 0: calls don't wait
-    int opened = 0; // changes to let the waiting calls go
+    int opened = 0; // a change releases the waiting calls
+    int held = 0; // waiting calls
     int count = 0;
     std::any listener;
     void *context = nullptr;
@@ -35,7 +36,7 @@ struct State
 {
     std::mutex mutex; // guards everything below
     std::condition_variable changed; // a call was made, or a gate opened
-    std::map<QByteArray, Function> functions; // entries stay: calls wait with a reference to one
+    std::map<QByteArray, Function> functions; // never erased: waiting calls hold references
     QStringList calls;
     QPointer<QObject> receiver;
     QByteArray slot;
@@ -48,7 +49,7 @@ State &state()
     return immortal;
 }
 
-/// Does something with the entry of a function under the lock.
+/// Runs an action on a function's entry under the lock.
 template <class Action> auto with(const QByteArray &function, Action action)
 {
     const std::lock_guard<std::mutex> lock(state().mutex);
@@ -79,8 +80,10 @@ void reset()
     forgetCalls();
     for (auto &[name, entry] : all.functions) {
         const int opened = entry.opened;
+        const int held = entry.held;
         entry = Function();
         entry.opened = opened;
+        entry.held = held;
         open(entry);
     }
     all.receiver.clear();
@@ -151,6 +154,15 @@ void release(const QByteArray &function)
     with(function, open);
 }
 
+bool waitUntilHeld(const QByteArray &function)
+{
+    State &all = state();
+    std::unique_lock<std::mutex> lock(all.mutex);
+    const Function &entry = all.functions[function];
+    return all.changed.wait_for(lock, std::chrono::seconds(30),
+                                [&entry] { return entry.held > 0; });
+}
+
 void whenCalled(const QByteArray &function, std::function<void(const QStringList &arguments)> hook)
 {
     with(function, [&hook](Function &entry) { entry.hook = std::move(hook); });
@@ -191,8 +203,11 @@ Answer take(const char *function, const QStringList &arguments)
     all.changed.notify_all();
 
     if (entry.heldForMs > 0) {
+        ++entry.held;
+        all.changed.notify_all();
         all.changed.wait_for(lock, std::chrono::milliseconds(entry.heldForMs),
                              [&entry, opened = entry.opened] { return entry.opened != opened; });
+        --entry.held;
     }
     if (const auto hook = entry.hook) {
         lock.unlock();

@@ -1,21 +1,25 @@
 // SPDX-License-Identifier: MIT
 //
-// The browser helper, asked over its local socket, with a script in place of the browser.
+// The browser helper, used over its local socket, with a script in place of the browser.
 
 #include "companions/browser/browserhelper.h"
+#include "companions/common/companionprogram.h"
 
 #include <QDir>
 #include <QFile>
 #include <QLocalSocket>
+#include <QScopeGuard>
 #include <QTemporaryDir>
 #include <QtTest>
 
+#include <array>
 #include <csignal>
 #include <memory>
 
 namespace {
 
-constexpr int settleMs = 300;
+constexpr BrowserTimes quickly{1, 3000}; // opened at once
+constexpr BrowserTimes patiently{60000, 3000}; // never opened
 
 QByteArray number(int value)
 {
@@ -28,12 +32,12 @@ QByteArray sized(const QByteArray &text)
     return number(text.size()) + text;
 }
 
-QByteArray askFor(const QByteArray &url)
+QByteArray request(const QByteArray &url)
 {
     return number(1) + sized(url);
 }
 
-QByteArray askFor(const QByteArray &url, const QByteArray &data)
+QByteArray request(const QByteArray &url, const QByteArray &data)
 {
     return number(2) + sized(url) + sized(data);
 }
@@ -54,7 +58,7 @@ public:
         m_socket.flush();
     }
 
-    /// What has been replied since the last call, waited for.
+    /// Waits for the next reply.
     QString reply()
     {
         if (!QTest::qWaitFor([this] { return m_socket.bytesAvailable() > 0; }, 10000)) {
@@ -67,6 +71,12 @@ private:
     QLocalSocket m_socket;
 };
 
+bool runs(qint64 process)
+{
+    QFile status(QStringLiteral("/proc/%1/stat").arg(process));
+    return status.open(QIODevice::ReadOnly) && !status.readAll().contains(") Z ");
+}
+
 } // namespace
 
 class TestBrowserHelper : public QObject
@@ -78,20 +88,25 @@ private Q_SLOTS:
     void init();
     void cleanup() { m_helper.reset(); }
 
+    void platforms_data();
+    void platforms();
     void addresses_data();
     void addresses();
     void theScreenIsTheCustomers();
     void aPageLivesAsLongAsItsClient();
     void theNextRequestReplacesThePage();
     void aStubbornBrowserIsKilledWithAllItStarted();
-    void whatCannotWorkIsTold_data();
-    void whatCannotWorkIsTold();
+    void whatCannotWorkIsReported_data();
+    void whatCannotWorkIsReported();
+    void aPageThatCannotBeWrittenIsReported();
 
 private:
     QString path(const char *name) const { return m_folder.filePath(QString::fromUtf8(name)); }
     QByteArray content(const char *name) const;
-    QList<qint64> started() const;
+    QList<qint64> processes() const;
+    qint64 showing(const QByteArray &address) const;
     QByteArray page(const char *name);
+    void startHelper(const BrowserTimes &times);
 
     QTemporaryDir m_folder;
     BrowserSettings m_settings;
@@ -99,22 +114,13 @@ private:
     std::unique_ptr<BrowserHelper> m_helper;
 };
 
-namespace {
-
-bool runs(qint64 process)
-{
-    QFile status(QStringLiteral("/proc/%1/stat").arg(process));
-    return status.open(QIODevice::ReadOnly) && !status.readAll().contains(") Z ");
-}
-
-} // namespace
-
 void TestBrowserHelper::initTestCase()
 {
-    qputenv("TMPDIR", m_folder.path().toLocal8Bit()); // where local sockets lie
+    qputenv("TMPDIR", m_folder.path().toLocal8Bit()); // for local sockets
     qputenv("XDG_RUNTIME_DIR", m_folder.path().toLocal8Bit());
     qputenv("FOLDER", m_folder.path().toLocal8Bit());
-    // "quick" ends at once; "stubborn" ignores the polite request, and so does what it started.
+    // With "quick" it ends at once; with "stubborn" it ignores SIGTERM, as does what it has
+    // started.
     QFile script(path("browser"));
     QVERIFY(script.open(QIODevice::WriteOnly));
     script.write(
@@ -122,8 +128,8 @@ void TestBrowserHelper::initTestCase()
         "printf '%s\\n' \"$@\" >$FOLDER/arguments\n"
         "cp \"$XDG_RUNTIME_DIR/webbrowser/page.html\" $FOLDER/shown\n"
         "case \"$*\" in *quick*) echo 'no X here' >&2; exit 3;; esac\n"
-        "case \"$*\" in *stubborn*) trap '' TERM; sleep 60 & echo $! >>$FOLDER/started;; esac\n"
-        "echo $$ >>$FOLDER/started\n"
+        "case \"$*\" in *stubborn*) trap '' TERM; sleep 60 & echo $! >>$FOLDER/processes;; esac\n"
+        "echo $$ >>$FOLDER/processes\n"
         "case \"$*\" in *stubborn*) wait; esac\n"
         "exec sleep 60\n");
     script.close();
@@ -132,14 +138,18 @@ void TestBrowserHelper::initTestCase()
 
 void TestBrowserHelper::init()
 {
-    for (const char *name : {"arguments", "shown", "started"}) {
+    for (const char *name : {"arguments", "shown", "processes"}) {
         QFile::remove(path(name));
     }
     m_settings = BrowserSettings();
     m_settings.browsers = QStringList{QStringLiteral("/nowhere"), path("browser")};
     m_screens = {QRect(0, 0, 1920, 1080), QRect(1920, 30, 1024, 600)};
+}
+
+void TestBrowserHelper::startHelper(const BrowserTimes &times)
+{
     m_helper = std::make_unique<BrowserHelper>([this] { return m_settings; },
-                                               [this] { return m_screens; }, settleMs);
+                                               [this] { return m_screens; }, times);
     QCOMPARE(m_helper->start(), RequestServer::Start::Listening);
 }
 
@@ -149,14 +159,11 @@ QByteArray TestBrowserHelper::content(const char *name) const
     return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
 }
 
-/// The processes of the browsers started so far, once there is one.
-QList<qint64> TestBrowserHelper::started() const
+/// The processes that browsers have reported so far.
+QList<qint64> TestBrowserHelper::processes() const
 {
-    if (!QTest::qWaitFor([this] { return content("started").endsWith('\n'); }, 10000)) {
-        qFatal("no browser was started");
-    }
     QList<qint64> processes;
-    for (const QByteArray &line : content("started").split('\n')) {
+    for (const QByteArray &line : content("processes").split('\n')) {
         if (!line.isEmpty()) {
             processes << line.toLongLong();
         }
@@ -164,7 +171,19 @@ QList<qint64> TestBrowserHelper::started() const
     return processes;
 }
 
-/// A file to show; its path.
+/// Waits for a browser that shows an address. \return its process; 0 if none comes
+qint64 TestBrowserHelper::showing(const QByteArray &address) const
+{
+    const bool comes = QTest::qWaitFor(
+        [&] {
+            return content("shown").contains('"' + address + '"')
+                && content("processes").endsWith('\n') && runs(processes().last());
+        },
+        10000);
+    return comes ? processes().last() : 0;
+}
+
+/// Creates an empty page. \return its path
 QByteArray TestBrowserHelper::page(const char *name)
 {
     QFile file(path(name));
@@ -174,10 +193,46 @@ QByteArray TestBrowserHelper::page(const char *name)
     return file.fileName().toUtf8();
 }
 
+void TestBrowserHelper::platforms_data()
+{
+    QTest::addColumn<QByteArray>("variable");
+    QTest::addColumn<QByteArray>("platform");
+    QTest::newRow("X") << QByteArray("DISPLAY") << QByteArray("xcb;offscreen");
+    QTest::newRow("Wayland") << QByteArray("WAYLAND_DISPLAY") << QByteArray("wayland;offscreen");
+    QTest::newRow("no display") << QByteArray("NONE") << QByteArray("offscreen");
+    QTest::newRow("already set") << QByteArray("QT_QPA_PLATFORM") << QByteArray("1");
+}
+
+void TestBrowserHelper::platforms()
+{
+    QFETCH(QByteArray, variable);
+    const std::array<const char *, 4> names{"DISPLAY", "WAYLAND_DISPLAY", "QT_QPA_PLATFORM",
+                                            "QT_LOGGING_RULES"};
+    std::array<QByteArray, 4> before;
+    for (std::size_t i = 0; i < names.size(); ++i) {
+        before[i] = qgetenv(names[i]);
+        qunsetenv(names[i]);
+    }
+    qputenv(variable.constData(), "1");
+    qputenv("QT_LOGGING_RULES", "the server's");
+    prepareCompanion();
+    const QByteArray platform = qgetenv("QT_QPA_PLATFORM");
+    const bool hasRules = qEnvironmentVariableIsSet("QT_LOGGING_RULES");
+    for (std::size_t i = 0; i < names.size(); ++i) {
+        if (before[i].isNull()) {
+            qunsetenv(names[i]);
+        } else {
+            qputenv(names[i], before[i]);
+        }
+    }
+    QTEST(platform, "platform");
+    QVERIFY(!hasRules);
+}
+
 void TestBrowserHelper::addresses_data()
 {
     QTest::addColumn<QString>("text");
-    QTest::addColumn<QByteArray>("address"); // empty: refused
+    QTest::addColumn<QByteArray>("address"); // empty if refused
     const QString folder = m_folder.path();
     const auto row = [](const char *title, const QString &text, const QByteArray &address) {
         QTest::newRow(title) << text << address;
@@ -245,85 +300,93 @@ void TestBrowserHelper::theScreenIsTheCustomers()
     QCOMPARE(m_settings.windowSize, QSize(800, 600));
     QVERIFY(!line(2).contains(kiosk));
     QVERIFY(line(2).contains(QStringLiteral("--b=c d")));
+
+    QVERIFY(file.open(QIODevice::WriteOnly));
+    file.write("[General]\npadsize=@Size(800 0)\n");
+    file.close();
+    QCOMPARE(BrowserSettings::read(file.fileName()).windowSize, QSize(1280, 800));
 }
 
 void TestBrowserHelper::aPageLivesAsLongAsItsClient()
 {
+    startHelper(quickly);
     const QByteArray url = page("柜员.html");
     auto client = std::make_unique<Client>();
-    const QByteArray frame = askFor(url, "name=李,\"</script>&=#");
+    const QByteArray frame = request(url, "name=李,\"</script>&=#");
     for (const char byte : frame) { // in the smallest pieces
         client->send(QByteArray(1, byte));
-        QTest::qWait(1);
+        QCoreApplication::processEvents();
     }
     QCOMPARE(client->reply(), QStringLiteral("opened ") + QString::fromUtf8(url));
-    QCOMPARE(started().size(), 1);
-    QVERIFY(runs(started()[0]));
 
     // The address is in the file, whole and harmless, and not on the command line.
-    const QByteArray shown = content("shown");
-    QVERIFY2(shown.contains(".html#data=name%3D%E6%9D%8E%2C%22%3C%2Fscript%3E%26%3D%23\")"),
-             shown.constData());
-    QCOMPARE(shown.count("</script>"), 1);
+    const qint64 browser = showing(pageAddress(QString::fromUtf8(url)).url.toEncoded()
+                                   + "#data=name%3D%E6%9D%8E%2C%22%3C%2Fscript%3E%26%3D%23");
+    QVERIFY2(browser, content("shown").constData());
+    QCOMPARE(processes().size(), 1);
+    QCOMPARE(content("shown").count("</script>"), 1);
     QVERIFY(!content("arguments").contains("data="));
     const auto file = path("webbrowser/page.html");
     QCOMPARE(QFile::permissions(file) & (QFile::ReadGroup | QFile::ReadOther),
              QFile::Permissions());
 
-    // The server probes, and starts another helper before each request: neither takes anything
-    // away.
+    // The server probes, and starts another helper before each request: neither changes anything.
     Client().send(QByteArray());
     QCOMPARE(BrowserHelper([this] { return m_settings; }, [this] { return m_screens; }).start(),
              RequestServer::Start::AnotherRuns);
-    QTest::qWait(50);
-    QVERIFY(runs(started()[0]));
+    for (int i = 0; i < 5; ++i) {
+        QCoreApplication::processEvents(); // both connections are there by now, and gone
+    }
+    QVERIFY(runs(browser));
     QVERIFY(QFile::exists(file));
 
     client.reset();
-    QTRY_VERIFY(!runs(started()[0]));
+    QTRY_VERIFY(!runs(browser));
     QTRY_VERIFY(!QFile::exists(file));
 }
 
 void TestBrowserHelper::theNextRequestReplacesThePage()
 {
+    startHelper(quickly);
     Client first;
-    first.send(askFor("http://a/#x", "1"));
+    first.send(request("http://a/#x", "1"));
     QCOMPARE(first.reply(), QStringLiteral("opened http://a/"));
-    QVERIFY(content("shown").contains("\"http://a/#x&data=1\""));
+    const qint64 a = showing("http://a/#x&data=1");
+    QVERIFY(a);
 
     Client second; // of another client, two at once: the last one counts
-    second.send(askFor("http://b/") + askFor("http://c/"));
+    second.send(request("http://b/") + request("http://c/"));
     QCOMPARE(second.reply(), QStringLiteral("opened http://c/"));
-    QVERIFY(content("shown").contains("\"http://c/\""));
-    QVERIFY(!runs(started().first()));
-    QVERIFY(runs(started().last()));
+    const qint64 c = showing("http://c/");
+    QVERIFY(c);
+    QVERIFY(!runs(a));
 
-    // A refused one closes the window too: what it shows is somebody else's.
-    second.send(askFor("javascript:alert(1)", "x"));
+    // A refused one closes the window too: it shows somebody else's page.
+    second.send(request("javascript:alert(1)", "x"));
     QVERIFY(second.reply().startsWith(QLatin1String("failed neither")));
-    QVERIFY(!runs(started().last()));
+    QVERIFY(!runs(c));
 
-    // A window that goes by itself is told.
-    second.send(askFor("http://d/"));
+    second.send(request("http://d/"));
     QCOMPARE(second.reply(), QStringLiteral("opened http://d/"));
-    ::kill(pid_t(started().last()), SIGKILL);
+    ::kill(pid_t(showing("http://d/")), SIGKILL); // it closes by itself
     QCOMPARE(second.reply(), QStringLiteral("closed browser crashed"));
 }
 
 void TestBrowserHelper::aStubbornBrowserIsKilledWithAllItStarted()
 {
+    startHelper({1, 20});
     m_settings.options = QStringList{QStringLiteral("--stubborn")};
     auto client = std::make_unique<Client>();
-    client->send(askFor("http://a/"));
+    client->send(request("http://a/"));
     QCOMPARE(client->reply(), QStringLiteral("opened http://a/"));
-    QCOMPARE(started().size(), 2);
+    QTRY_COMPARE_WITH_TIMEOUT(processes().size(), 2, 10000);
     client.reset();
-    for (const qint64 process : started()) {
+    for (const qint64 process : processes()) {
         QTRY_VERIFY_WITH_TIMEOUT(!runs(process), 10000);
     }
 }
 
-void TestBrowserHelper::whatCannotWorkIsTold_data()
+void TestBrowserHelper::whatCannotWorkIsReported_data()
 {
     QTest::addColumn<QString>("browser");
     QTest::addColumn<QString>("option");
@@ -339,8 +402,9 @@ void TestBrowserHelper::whatCannotWorkIsTold_data()
     // clang-format on
 }
 
-void TestBrowserHelper::whatCannotWorkIsTold()
+void TestBrowserHelper::whatCannotWorkIsReported()
 {
+    startHelper(patiently);
     QFETCH(QString, browser);
     QFETCH(QString, option);
     QFETCH(bool, display);
@@ -351,8 +415,20 @@ void TestBrowserHelper::whatCannotWorkIsTold()
         m_screens.clear();
     }
     Client client;
-    client.send(askFor("http://a/", QByteArray(dataSize, 'x')));
+    client.send(request("http://a/", QByteArray(dataSize, 'x')));
     QTEST(client.reply(), "reply");
+}
+
+void TestBrowserHelper::aPageThatCannotBeWrittenIsReported()
+{
+    startHelper(quickly);
+    const QString file = path("webbrowser/page.html");
+    QVERIFY(QDir().mkpath(file)); // a folder in its place
+    const auto remove = qScopeGuard([&file] { QDir().rmdir(file); });
+    Client client;
+    client.send(request("http://a/"));
+    QCOMPARE(client.reply(),
+             QStringLiteral("failed can't write ") + file + QStringLiteral(": Is a directory"));
 }
 
 QTEST_GUILESS_MAIN(TestBrowserHelper)

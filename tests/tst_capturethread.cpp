@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include "camera/captureimgthread.h"
+#include "tests/manualclock.h"
 #include "tests/messages.h"
 #include "tests/recordingdevice.h"
 #include "tests/rows.h"
@@ -7,14 +8,16 @@
 #include <QImage>
 #include <QtTest>
 
+#include <algorithm>
 #include <ctime>
-#include <memory>
+#include <thread>
+#include <vector>
 
 using namespace std::chrono_literals;
 
 namespace {
 
-constexpr CaptureImgThread::Waits shortWaits{1ms, 1ms, 1ms, 1ms, 1ms};
+using Pauses = std::vector<std::chrono::milliseconds>;
 
 QImage picture(QSize size = {1920, 1080})
 {
@@ -28,20 +31,54 @@ QSize sizeOfFrame(const QByteArray &text)
     return QImage::fromData(QByteArray::fromBase64(text), "JPG").size();
 }
 
-/// A capture thread with short waits, and what it says.
+/// A capture thread whose waits are over at once, and what it emits.
 struct Capture
 {
-    CaptureImgThread thread{shortWaits};
+    Capture() { clock.runFree(); }
+
+    /// The waits other than that of each pass.
+    Pauses takePauses()
+    {
+        Pauses waits = clock.takeWaits();
+        waits.erase(std::remove(waits.begin(), waits.end(), 20ms), waits.end());
+        return waits;
+    }
+
+    /// Stops the thread in its next fetch of a frame, until that is released.
+    void holdFrames()
+    {
+        recording::hold("getVideoFrame");
+        QVERIFY(recording::waitUntilHeld("getVideoFrame"));
+    }
+
+    ManualClock clock;
+    CaptureImgThread thread{clock};
     Messages messages{&thread};
 
     QByteArray open(int code)
     {
         thread.openCamera(code);
-        return messages.nextReply();
+        return messages.next();
     }
 };
 
-/// Makes getVideoFrame fail so many times, counted, then deliver a picture.
+/// A capture thread that has ended its last pass before a pause, without a camera.
+struct PausedCapture : Capture
+{
+    PausedCapture()
+    {
+        recording::answer("bStartPlay", true);
+        open(1);
+        holdFrames();
+        thread.setPause(true);
+        recording::release("getVideoFrame");
+        thread.silenceClose(); // returns when the pass has ended
+        recording::takeCalls();
+        clock.takeWaits();
+    }
+};
+
+/// Makes getVideoFrame fail that many times, then deliver pictures.
 void failFrames(int times)
 {
     recording::answer("getVideoFrame", true, picture());
@@ -80,6 +117,7 @@ private Q_SLOTS:
         Capture capture;
         QCOMPARE(capture.open(code), "Begin" + name + "falseEnd" + name);
         QCOMPARE(recording::takeText(), tries);
+        QVERIFY(capture.takePauses() == (Pauses{500ms, 1000ms}));
 
         recording::answerOnce(function, false);
         recording::answerOnce(function, false);
@@ -88,28 +126,7 @@ private Q_SLOTS:
         QCOMPARE(recording::takeText(), tries);
     }
 
-    void pausesBetweenTries()
-    {
-        CaptureImgThread::Waits waits = shortWaits;
-        waits.secondTry = 50ms;
-        waits.thirdTry = 100ms;
-        CaptureImgThread thread(waits);
-        Messages messages(&thread);
-        QElapsedTimer timer;
-        timer.start();
-        thread.openCamera(1);
-        QCOMPARE(messages.next(), QByteArray("BeginbStartPlayfalseEndbStartPlay"));
-        QVERIFY(timer.elapsed() >= 150);
-
-        const CaptureImgThread::Waits usual;
-        QCOMPARE(usual.pass.count(), 20);
-        QCOMPARE(usual.secondTry.count(), 500);
-        QCOMPARE(usual.thirdTry.count(), 1000);
-        QCOMPARE(usual.failedFrame.count(), 1000);
-        QCOMPARE(usual.restart.count(), 3000);
-    }
-
-    void openAlready_data()
+    void alreadyOpen_data()
     {
         const Rows<int, int, QByteArray, QString> row("code", "again", "reply", "calls");
         // clang-format off
@@ -117,12 +134,12 @@ private Q_SLOTS:
         row("main camera, other name",  1, 11,  "BeginbStartPlayRotatetrueEndbStartPlayRotate", "");
         row("main camera, former name", 11, 1,  "BeginbStartPlaytrueEndbStartPlay",             "");
         row("dual camera",              25, 25, "BeginbDualCameraOpentrueEndbDualCameraOpen",   "");
-        row("camera 5 starts anew",     5, 5,   "BeginbStartPlay5trueEndbStartPlay5",           "bStopPlay() bStartPlay5(90)");
+        row("camera 5 restarts",        5, 5,   "BeginbStartPlay5trueEndbStartPlay5",           "bStopPlay() bStartPlay5(90)");
         row("camera 5 counts as 3",     5, 3,   "BeginbStartPlay3trueEndbStartPlay3",           "");
         // clang-format on
     }
 
-    void openAlready()
+    void alreadyOpen()
     {
         QFETCH(int, code);
         QFETCH(int, again);
@@ -147,17 +164,17 @@ private Q_SLOTS:
                  QStringLiteral("bStartPlay(90) bStopPlay() bStartPlay2(0)"));
     }
 
-    void failedStartKeepsTheFormerCamera()
+    void failedStartKeepsThePreviousCamera()
     {
         recording::answer("bStartPlay", true);
         Capture capture;
         capture.open(1);
         QCOMPARE(capture.open(2), QByteArray("BeginbStartPlay2falseEndbStartPlay2"));
         recording::takeCalls();
-        // It counts as open, though it was stopped ...
+        // It still counts as open, though it was stopped ...
         QCOMPARE(capture.open(1), QByteArray("BeginbStartPlaytrueEndbStartPlay"));
         QCOMPARE(recording::takeText(), QString());
-        // ... and is what comes back after six failures.
+        // ... and is restarted after six failures.
         failFrames(6);
         QVERIFY(recording::waitFor("bStartPlay"));
         QCOMPARE(recording::takeText(), QStringLiteral("bStopPlay() bStartPlay(0)"));
@@ -174,7 +191,7 @@ private Q_SLOTS:
         recording::answer("bStopPlay", false);
         capture.open(1);
         capture.thread.closeCamera();
-        QCOMPARE(capture.messages.nextReply(), QByteArray("BeginbStopPlayfalseEndbStopPlay"));
+        QCOMPARE(capture.messages.next(), QByteArray("BeginbStopPlayfalseEndbStopPlay"));
         // Stopped all the same: the next start asks the device again.
         recording::takeCalls();
         capture.open(1);
@@ -197,37 +214,22 @@ private Q_SLOTS:
         recording::answer("bStartPlay", true);
         Capture capture;
         capture.open(1);
-        recording::hold("getVideoFrame");
         recording::takeCalls();
-        QVERIFY(recording::waitFor("getVideoFrame"));
-        // Queued while the thread is in the middle of a pass, then forgotten in the next moment.
-        std::thread closer([&capture] { capture.thread.silenceClose(); });
-        recording::release("getVideoFrame");
-        closer.join();
+        capture.thread.silenceClose();
         QVERIFY(capture.open(1).contains("true"));
         QCOMPARE(recording::takeText(), QStringLiteral("bStartPlay(90)"));
     }
 
     void silentCloseForgetsTheQueue()
     {
-        Capture capture;
-        capture.thread.closeCamera();
-        QCOMPARE(capture.messages.next(), QByteArray("BeginbStopPlaytrueEndbStopPlay"));
-        capture.thread.setPause(true);
-        recording::takeCalls();
-        QTRY_VERIFY(capture.messages.list().isEmpty());
+        PausedCapture capture;
         capture.thread.openCamera(1);
         capture.thread.openCamera(2);
         capture.thread.silenceClose();
-        capture.thread.setPause(false);
         capture.thread.closeCamera();
-        // A pass that was under way when the pause began may have taken the first.
-        QByteArray reply = capture.messages.next();
-        if (reply == "BeginbStartPlayfalseEndbStartPlay") {
-            reply = capture.messages.next();
-        }
-        QCOMPARE(reply, QByteArray("BeginbStopPlaytrueEndbStopPlay"));
-        QVERIFY(!recording::takeText().contains(QLatin1String("bStartPlay2")));
+        capture.thread.setPause(false);
+        QCOMPARE(capture.messages.next(), QByteArray("BeginbStopPlaytrueEndbStopPlay"));
+        QCOMPARE(recording::takeText(), QStringLiteral("bStopPlay()"));
     }
 
     void frames_data()
@@ -251,12 +253,12 @@ private Q_SLOTS:
         Capture capture;
         capture.thread.vSetPreViewSize(preview.width(), preview.height());
         QVERIFY(capture.open(1).contains("true"));
-        const QByteArray text = capture.messages.next();
+        const QByteArray text = capture.messages.nextFrame();
         QTEST(sizeOfFrame(text), "pushed");
         QCOMPARE(QByteArray::fromBase64(text).toBase64(), text); // nothing but base64
     }
 
-    void framesThatHaveNoJpegAreLeftOut()
+    void framesWithoutAJpegAreSkipped()
     {
         recording::answer("bStartPlay", true);
         Capture capture;
@@ -268,6 +270,7 @@ private Q_SLOTS:
         QVERIFY(recording::waitFor("getVideoFrame", 20));
         capture.thread.closeCamera();
         QCOMPARE(capture.messages.next(), QByteArray("BeginbStopPlaytrueEndbStopPlay"));
+        QVERIFY(capture.messages.frames().isEmpty());
     }
 
     void disabledPreviewFetchesButPushesNothing()
@@ -280,6 +283,7 @@ private Q_SLOTS:
         QVERIFY(recording::waitFor("getVideoFrame", 5));
         capture.thread.closeCamera();
         QCOMPARE(capture.messages.next(), QByteArray("BeginbStopPlaytrueEndbStopPlay"));
+        QVERIFY(capture.messages.frames().isEmpty());
     }
 
     void sixFailuresRestart_data() { cameras(); }
@@ -293,9 +297,10 @@ private Q_SLOTS:
         QTest::ignoreMessage(QtDebugMsg, "capture error");
         Capture capture;
         QVERIFY(capture.open(code).contains("true"));
-        QVERIFY(capture.messages.next().startsWith("/9j/"));
+        QVERIFY(capture.messages.nextFrame().startsWith("/9j/"));
         QCOMPARE(recording::takeCalls().mid(1),
                  QStringList({QStringLiteral("bStopPlay()"), restart}));
+        QVERIFY(capture.takePauses() == (Pauses{1s, 1s, 1s, 1s, 1s, 1s, 3s}));
     }
 
     void fiveFailuresDoNot()
@@ -304,8 +309,8 @@ private Q_SLOTS:
         recording::answer("bStartPlay", true);
         Capture capture;
         capture.open(1);
-        QVERIFY(capture.messages.next().startsWith("/9j/"));
-        // A frame that was pushed ends the count: five more do no harm either.
+        QVERIFY(capture.messages.nextFrame().startsWith("/9j/"));
+        // A pushed frame resets the count, so that five more failures restart nothing.
         failFrames(5);
         recording::takeCalls();
         QVERIFY(recording::waitFor("getVideoFrame", 8));
@@ -320,13 +325,13 @@ private Q_SLOTS:
         recording::answer("bStartPlay", true);
         Capture capture;
         capture.open(1);
-        QVERIFY(capture.messages.next().startsWith("/9j/"));
+        QVERIFY(capture.messages.nextFrame().startsWith("/9j/"));
         QCOMPARE(recording::takeText(), QStringLiteral("bStartPlay(90) bStopPlay() bStartPlay(0)"));
     }
 
     void disabledPreviewKeepsTheFailures()
     {
-        // Five failures, frames that nobody gets to see, one more failure: that is the sixth.
+        // Five failures, frames that are not pushed, one more failure: the sixth.
         failFrames(5);
         for (int i = 0; i < 3; ++i) {
             recording::answerOnce("getVideoFrame", true, picture());
@@ -341,70 +346,83 @@ private Q_SLOTS:
         QCOMPARE(recording::takeText(), QStringLiteral("bStopPlay() bStartPlay(0)"));
     }
 
-    void pauseHoldsOperationsAndFrames()
+    void pauseHoldsOperations()
     {
-        recording::answer("bStartPlay", true);
         recording::answer("bStartPlay2", true);
-        Capture capture;
-        capture.thread.setPause(true);
-        // A pass may be under way still; none begins after it.
+        PausedCapture capture;
         capture.thread.closeCamera();
         capture.thread.openCamera(1);
         capture.thread.openCamera(2);
-        QTest::qWait(50);
-        QVERIFY(capture.messages.list().size() <= 1);
+        QCOMPARE(recording::takeText(), QString());
         capture.thread.setPause(false);
         QCOMPARE(capture.messages.next(), QByteArray("BeginbStopPlaytrueEndbStopPlay"));
         QCOMPARE(capture.messages.next(), QByteArray("BeginbStartPlaytrueEndbStartPlay"));
-        QCOMPARE(capture.messages.nextReply(), QByteArray("BeginbStartPlay2trueEndbStartPlay2"));
+        QCOMPARE(capture.messages.next(), QByteArray("BeginbStartPlay2trueEndbStartPlay2"));
     }
 
     void pauseCostsNothing()
     {
-        Capture capture;
-        capture.thread.setPause(true);
+        PausedCapture capture;
         const std::clock_t before = std::clock(); // of the whole process
-        QTest::qWait(300);
-        QVERIFY((std::clock() - before) * 1000 / CLOCKS_PER_SEC < 100);
+        std::this_thread::sleep_for(100ms); // the period that is measured
+        QVERIFY((std::clock() - before) * 1000 / CLOCKS_PER_SEC < 50);
+        QVERIFY(capture.clock.takeWaits().empty());
     }
 
     void pausedThreadEnds()
     {
-        auto capture = std::make_unique<Capture>();
-        capture->thread.setPause(true);
-        capture->thread.destory();
-        QVERIFY(capture->thread.wait(10000));
+        PausedCapture capture;
+        capture.thread.destory();
+        QVERIFY(capture.thread.wait(10000));
     }
 
-    void aBusyMainThreadGetsTwoFramesAndEveryResult()
+    void aPassTakes20Milliseconds()
+    {
+        recording::answer("bStartPlay", true);
+        ManualClock clock;
+        CaptureImgThread thread(clock);
+        Messages messages(&thread);
+        QVERIFY(clock.waitForWaiter(20ms));
+        thread.openCamera(1); // ends the wait
+        QVERIFY(messages.next().contains("true"));
+        for (int frame = 1; frame <= 3; ++frame) {
+            QVERIFY(clock.waitForWaiter(20ms));
+            clock.advance(19ms);
+            QCOMPARE(recording::count("getVideoFrame"), frame - 1);
+            clock.advance(1ms);
+            QVERIFY(recording::waitFor("getVideoFrame", frame));
+        }
+    }
+
+    void aStalledMainThreadGetsTwoFramesAndEveryResult()
     {
         recording::answer("bStartPlay", true);
         Capture capture;
         QVERIFY(capture.open(1).contains("true"));
-        QVERIFY(capture.messages.next().startsWith("/9j/"));
+        QVERIFY(capture.messages.nextFrame().startsWith("/9j/"));
+        capture.holdFrames();
+        QCoreApplication::processEvents();
+        const int before = capture.messages.frames().size();
 
         // The main thread is in a slow device call: no event is handled.
+        recording::release("getVideoFrame");
         recording::takeCalls();
-        capture.messages.clear();
         QVERIFY(recording::waitFor("getVideoFrame", 30));
         for (int i = 0; i < 20; ++i) {
             capture.thread.openCamera(1);
         }
         QVERIFY(recording::waitFor("getVideoFrame", 60));
-        capture.thread.closeCamera();
-        QVERIFY(recording::waitFor("bStopPlay"));
-        capture.thread.destory();
-        QVERIFY(capture.thread.wait(10000));
+        capture.holdFrames();
 
         QCoreApplication::processEvents();
-        int frames = 0;
-        int replies = 0;
-        for (const QByteArray &message : capture.messages.list()) {
-            ++(message.startsWith("/9j/") ? frames : replies);
+        QCOMPARE(capture.messages.frames().size() - before, 2);
+        QCOMPARE(capture.messages.list().size(), 20);
+
+        // Frames go on, and it is the same again.
+        recording::release("getVideoFrame");
+        for (int i = 0; i < before + 5; ++i) {
+            QVERIFY(capture.messages.nextFrame().startsWith("/9j/"));
         }
-        QCOMPARE(frames, 2);
-        QCOMPARE(replies, 21);
-        QCOMPARE(capture.messages.list().last(), QByteArray("BeginbStopPlaytrueEndbStopPlay"));
     }
 
 private:

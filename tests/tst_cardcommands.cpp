@@ -4,6 +4,11 @@
 #include "tests/messages.h"
 
 #include <thread>
+#include <vector>
+
+using namespace std::chrono_literals;
+
+using Pauses = std::vector<std::chrono::milliseconds>;
 
 class TestCardCommands : public CommandTest
 {
@@ -29,7 +34,7 @@ private Q_SLOTS:
         commandRow("one part",             "ReadCard",              "x",      "a中",   "ReadCard(null,null)",           "a中");
         commandRow("second part",          "ReadCard",              "a,中,c", nullptr, "ReadCard(null,中)",             "");
         commandRow("second part empty",    "ReadCard",              "a,",     "{}",    "ReadCard(null,)",               "{}");
-        // Too late for a text of the device here: whatever it says by the return value is not looked at.
+        // No text from the device here; the return values are ignored.
         commandRow("default",              "iReadCardBas_noPasam",  "",       {},      "iReadCardBas_noPasam_qt(1)",    "");
         commandRow("no number",            "iReadCardBas_noPasam",  "abc",    {},      "iReadCardBas_noPasam_qt(0)",    "");
         commandRow("default",              "iReadCardBasEx",        "",       {},      "ReadCardBasExVX(3)",            "");
@@ -67,6 +72,7 @@ private Q_SLOTS:
         QFETCH(QByteArray, first);
         QFETCH(QByteArray, second);
         QFETCH(int, reader);
+        clock().takeWaits();
         recording::answer("ReadSFZCardBas_VX", {}, first.constData());
         recording::answer("ReadCard", second.constData());
         recording::answer("ReadSFZCardBas_DK", {}, "whatever");
@@ -74,6 +80,7 @@ private Q_SLOTS:
         QCOMPARE(ask("WReadSFZCardBas()"),
                  QStringLiteral("BeginWReadSFZCardBas%1EndWReadSFZCardBas")
                      .arg(QString::fromUtf8(text)));
+        QVERIFY(clock().takeWaits() == Pauses(std::size_t(reader), 5ms));
         const QStringList calls{QStringLiteral("ReadSFZCardBas_VX()"),
                                 QStringLiteral("ReadCard(null,null)"),
                                 QStringLiteral("ReadSFZCardBas_DK()")};
@@ -104,6 +111,7 @@ private Q_SLOTS:
     void secondFamilysTextIsFramedTwice()
     {
         recording::answer("GetDeviceStatus_dc", true);
+        clock().takeWaits();
         recording::answerOnce("ReadSBKCardBas_DK", true, "a\"中%1");
         recording::answerOnce("ReadSBKCardBas_DK", false, "");
         QCOMPARE(ask("WReadCardBasEx()"),
@@ -115,9 +123,10 @@ private Q_SLOTS:
         QCOMPARE(recording::takeText(),
                  QStringLiteral("GetDeviceStatus_dc() ReadSBKCardBas_DK(1) "
                                 "GetDeviceStatus_dc() ReadSBKCardBas_DK(0)"));
+        QVERIFY(clock().takeWaits() == (Pauses{1s, 1s}));
     }
 
-    void eachReadHasItsAnswer()
+    void eachReadHasItsReply()
     {
         Messages messages(ReadIdCardThread::instance());
         recording::answerOnce("sIDCardReader", "one");
@@ -133,10 +142,10 @@ private Q_SLOTS:
         QCOMPARE(messages.next(), QByteArray("BeginsIDCardReaderEndsIDCardReader"));
         QCOMPARE(recording::takeText(),
                  QStringLiteral("sIDCardReader() sIDCardReader() sIDCardReader()"));
-        QCOMPARE(page().received(), QStringList()); // it goes by the transport
+        QCOMPARE(page().received(), QStringList()); // it goes through the transport
     }
 
-    void readsBlockFurtherOnesForTheBatch()
+    void aBatchBlocksFurtherRequests()
     {
         ReadIdCardThread thread;
         Messages messages(&thread);

@@ -12,8 +12,8 @@
 
 namespace {
 
-/// What a library does: call a listener on a thread of its own.
-template <class Call> void elsewhere(Call call)
+/// Calls a listener on another thread, as a device library does.
+template <class Call> void onOtherThread(Call call)
 {
     std::thread(call).join();
 }
@@ -58,7 +58,7 @@ private Q_SLOTS:
         commandRow("no number",            "fingerCaptureRawData",   "",            {},      "fingerCaptureRawData(0,listener,context)",      nullptr);
         commandRow("a month and more",     "fingerCaptureRawData",   "2147483647",  {},      "fingerCaptureRawData(2147483647,listener,context)", nullptr);
         commandRow("features joined",      "lFingerMatch",           "1,AABB,2,CC,DD", 80,   "lFingerMatch(1,aabb,2,ccdd)",      "80");
-        commandRow("each by itself",       "lFingerMatch",           "1,AABB,2,C,,DD,E", 0,  "lFingerMatch(1,aabb,2,0cdd0e)",    "0");
+        commandRow("decoded separately",   "lFingerMatch",           "1,AABB,2,C,,DD,E", 0,  "lFingerMatch(1,aabb,2,0cdd0e)",    "0");
         commandRow("no hex",               "lFingerMatch",           "x,zz,-1,",    -5,      "lFingerMatch(0,,-1,)",             "-5");
         commandRow("three fields",         "lFingerMatch",           "1,AABB,2",    {},      "",                                 "0");
         commandRow("not supported",        "bSaveZAZFPBMP",          "anything",    {},      "",                                 "false");
@@ -115,12 +115,12 @@ private Q_SLOTS:
             recording::listener<void(const char *, void *)>("bFaceFeatureGetOnline");
         const auto onLiving = recording::listener<void(int, void *)>("bLivingBodyDetectOnline");
 
-        elsewhere([=] { onMatch(-1, nullptr); });
+        onOtherThread([=] { onMatch(-1, nullptr); });
         setCurrent(true);
-        elsewhere([=] { onFeature("Zm9v", nullptr); });
-        elsewhere([=] { onFeature(nullptr, nullptr); });
-        elsewhere([=] { onLiving(2, nullptr); });
-        elsewhere([=] { onLiving(0, nullptr); });
+        onOtherThread([=] { onFeature("Zm9v", nullptr); });
+        onOtherThread([=] { onFeature(nullptr, nullptr); });
+        onOtherThread([=] { onLiving(2, nullptr); });
+        onOtherThread([=] { onLiving(0, nullptr); });
         for (const char *event : {
                  "BeginAfterbImageMatchOnline-1EndAfterbImageMatchOnline",
                  "BeginAfterbFaceFeatureGetOnlineZm9vEndAfterbFaceFeatureGetOnline",
@@ -152,17 +152,17 @@ private Q_SLOTS:
         Messages messages(CaptureImgThread::instance());
         send("AutoLivingBody()");
         const auto onData = recording::listener<void(const char *, int, int)>("AutoLivingBody");
-        elsewhere([=] {
+        onOtherThread([=] {
             onData("/9j/frame", 9, 0);
             onData("/9j/frame", 9, 0);
-            onData("/9j/dropped", 11, 0); // nobody has taken the first two
+            onData("/9j/dropped", 11, 0); // the first two are still queued
             onData("a\0b", 3, 1);
             onData("ignored", 7, 2);
             onData(nullptr, 5, 1);
             onData("x", -1, 1);
         });
-        QCOMPARE(messages.next(), QByteArray("/9j/frame"));
-        QCOMPARE(messages.next(), QByteArray("/9j/frame"));
+        QCOMPARE(messages.nextFrame(), QByteArray("/9j/frame"));
+        QCOMPARE(messages.nextFrame(), QByteArray("/9j/frame"));
         QCOMPARE(messages.next(),
                  QByteArray("BeginAfterbLivingBodyDetectEvent2a\0b"
                             "EndAfterbLivingBodyDetectEvent2",
@@ -175,7 +175,7 @@ private Q_SLOTS:
 
         send("CloseLivingBody()");
         const auto onDone = recording::listener<void()>("CloseLivingBody");
-        elsewhere(onDone);
+        onOtherThread(onDone);
         QCOMPARE(messages.next(), QByteArray("BeginCloseLivingBodytrueEndCloseLivingBody"));
     }
 
@@ -187,7 +187,7 @@ private Q_SLOTS:
             QVERIFY(recording::takeText().contains(QLatin1String("DemoUIShow(0,listener)")));
             CaptureImgThread::instance()->closeCamera(); // waits for the end of the pause
             const auto onResult = recording::listener<void(int)>("DemoUIShow");
-            elsewhere([=] { onResult(result); });
+            onOtherThread([=] { onResult(result); });
             QCOMPARE(page().next(),
                      QStringLiteral("BeginShowLivingBodyPage%1EndShowLivingBodyPage")
                          .arg(MessageRun::truth(result == 1)));
@@ -213,7 +213,7 @@ private Q_SLOTS:
         QVERIFY(messages.list().isEmpty());
     }
 
-    void eachLivenessCheckHasItsAnswer()
+    void eachLivenessCheckHasItsReply()
     {
         LivingBodyDetectThread thread;
         Messages messages(&thread);
@@ -235,7 +235,7 @@ private Q_SLOTS:
         void *const context = recording::contextOf("fingerCaptureRawData");
         QCOMPARE(context, static_cast<void *>(&m_dispatcher));
         const auto answer = [&](int score, const char *message) {
-            elsewhere([=] { onCapture("aW1n", "AA\"55", score, message, context); });
+            onOtherThread([=] { onCapture("aW1n", "AA\"55", score, message, context); });
             return page().next();
         };
         const auto json = [](const char *text) {

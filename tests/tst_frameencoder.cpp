@@ -5,10 +5,13 @@
 #include <QBuffer>
 #include <QRandomGenerator>
 #include <QtTest>
+#if QT_VERSION >= QT_VERSION_CHECK(5, 14, 0)
+#include <QColorSpace>
+#endif
 
 namespace {
 
-/// Noise upon a gradient: a pixel taken from one place aside shows in the file.
+/// Noise on a gradient: a pixel taken from the wrong place changes the file.
 QImage picture(QSize size, QImage::Format format)
 {
     QImage image(size, QImage::Format_RGB32);
@@ -24,7 +27,7 @@ QImage picture(QSize size, QImage::Format format)
     return image.convertToFormat(format);
 }
 
-/// What pages were always sent.
+/// The file that Qt makes.
 QByteArray expected(const QImage &frame, QSize size)
 {
     QBuffer file;
@@ -79,8 +82,8 @@ private Q_SLOTS:
     {
         FrameEncoder encoder;
         QRandomGenerator random(1818);
-        const auto size = [&random](int most) {
-            return QSize(1 + random.bounded(most), 1 + random.bounded(most));
+        const auto size = [&random](int max) {
+            return QSize(1 + random.bounded(max), 1 + random.bounded(max));
         };
         for (int i = 0; i < 300; ++i) {
             const QSize source = size(200);
@@ -89,24 +92,24 @@ private Q_SLOTS:
             const QImage frame = picture(source, format);
             if (encoder.encode(frame, target) != expected(frame, target)) {
                 qWarning() << source << target << format;
-                QFAIL("another picture than Qt's");
+                QFAIL("not the file that Qt makes");
             }
         }
     }
 
-    void densityIsThePictures()
+    void densityIsTheFrames()
     {
         FrameEncoder encoder;
         QImage frame = picture({320, 240}, QImage::Format_RGB888);
-        for (int perMetre = 0; perMetre < 30000; perMetre = perMetre * 9 / 8 + 1) {
-            frame.setDotsPerMeterX(perMetre);
-            frame.setDotsPerMeterY(perMetre * 5 / 7);
+        for (int perMeter = 0; perMeter < 30000; perMeter = perMeter * 9 / 8 + 1) {
+            frame.setDotsPerMeterX(perMeter);
+            frame.setDotsPerMeterY(perMeter * 5 / 7);
             QVERIFY2(encoder.encode(frame, {400, 300}) == expected(frame, {400, 300}),
-                     qPrintable(QString::number(perMetre)));
+                     qPrintable(QString::number(perMeter)));
         }
     }
 
-    void otherPicturesGoByQt()
+    void otherImagesAreLeftToQt()
     {
         FrameEncoder encoder;
         for (const QImage::Format format :
@@ -117,9 +120,17 @@ private Q_SLOTS:
         QImage commented = picture({640, 480}, QImage::Format_RGB32);
         commented.setText(QStringLiteral("Camera"), QStringLiteral("main"));
         QVERIFY(encoder.encode(commented, {400, 300}) == expected(commented, {400, 300}));
+        QImage dense = picture({640, 480}, QImage::Format_RGB32);
+        dense.setDevicePixelRatio(2);
+        QVERIFY(encoder.encode(dense, {400, 300}) == expected(dense, {400, 300}));
+#if QT_VERSION >= QT_VERSION_CHECK(5, 14, 0)
+        QImage profiled = picture({640, 480}, QImage::Format_RGB32);
+        profiled.setColorSpace(QColorSpace::AdobeRgb);
+        QVERIFY(encoder.encode(profiled, {400, 300}) == expected(profiled, {400, 300}));
+#endif
     }
 
-    void whatHasNoJpeg()
+    void sizesWithoutAJpeg()
     {
         FrameEncoder encoder;
         const QImage frame = picture({64, 48}, QImage::Format_RGB32);
@@ -132,7 +143,7 @@ private Q_SLOTS:
         }
     }
 
-    void textsInUseAreLeftAlone()
+    void textsInUseStayUnchanged()
     {
         FrameEncoder encoder;
         const QSize size{400, 300};

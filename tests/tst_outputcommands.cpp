@@ -67,7 +67,7 @@ private Q_SLOTS:
         // clang-format on
     }
 
-    void automaticScanIsHeardOfByItsEvents()
+    void automaticScanReportsByEvents()
     {
         send("iAutoScan(1,/tmp,a)");
         QVERIFY(recording::notifyObserver(3));
@@ -76,26 +76,24 @@ private Q_SLOTS:
         QCOMPARE(page().next(), QStringLiteral("BeginiAutoScan-1EndiAutoScan"));
     }
 
-    void stopIsAnsweredWhenTheFileIsWhole()
+    void stopIsAnsweredWhenTheFileIsComplete()
     {
         recording::answer("bStopRec", true);
         recording::answerOnce("isRecording", true);
         recording::answer("isRecording", false);
         Messages messages(StopRecThread::instance());
+        clock().takeWaits();
         send("bStopRec()");
         QCOMPARE(messages.next(), QByteArray("BeginbStopRectrueEndbStopRec"));
-        QCOMPARE(recording::count("isRecording"), 4); // polled, traced, polled, looked at
-        QCOMPARE(page().received(), QStringList()); // that one goes by the transport
-        setCurrent(false);
-        const StopRecThread::Waits usual;
-        QCOMPARE(usual.poll.count(), 1000);
-        QCOMPARE(usual.last.count(), 500);
+        QCOMPARE(recording::count("isRecording"), 4); // poll, trace, poll, reply
+        QCOMPARE(page().received(), QStringList()); // it goes through the transport
+        QVERIFY(clock().takeWaits() == (std::vector<std::chrono::milliseconds>{1s, 500ms}));
     }
 
     void stopGivesUp()
     {
         recording::answer("isRecording", true);
-        StopRecThread thread({1ms, 1ms});
+        StopRecThread thread(clock());
         Messages messages(&thread);
         thread.waitForEnd();
         QCOMPARE(messages.next(), QByteArray("BeginbStopRecfalseEndbStopRec"));
@@ -106,7 +104,7 @@ private Q_SLOTS:
     {
         recording::answer("isRecording", false);
         recording::hold("isRecording");
-        StopRecThread thread({1ms, 1ms});
+        StopRecThread thread(clock());
         Messages messages(&thread);
         thread.waitForEnd();
         QVERIFY(recording::waitFor("isRecording"));
@@ -124,14 +122,10 @@ private Q_SLOTS:
     void stopDoesNotHoldUpTheEnd()
     {
         recording::answer("isRecording", true);
-        QElapsedTimer timer;
-        timer.start();
-        {
-            StopRecThread thread({1h, 1h});
-            thread.waitForEnd();
-            QVERIFY(recording::waitFor("isRecording"));
-        }
-        QVERIFY(timer.elapsed() < 60000);
+        ManualClock stopped; // only the destructor ends the wait
+        StopRecThread thread(stopped);
+        thread.waitForEnd();
+        QVERIFY(stopped.waitForWaiter());
     }
 };
 

@@ -2,7 +2,8 @@
 // The portable library's sources, its devices.ini, and its exported functions.
 #include "devicelib/doccamera.h"
 #include "portable/camera/camerasources.h"
-#include "portable/camera/scenesource.h"
+#include "portable/camera/testscenesource.h"
+#include "portable/camera/testsheet.h"
 #include "portable/camera/v4l2source.h"
 #include "portable/picture/imageconversion.h"
 #include "portable/picture/orientation.h"
@@ -231,18 +232,19 @@ private Q_SLOTS:
 
     void sceneCodesCanBeRead()
     {
-        SceneSource scene({1920, 1080}, 30);
+        TestSceneSource scene({1920, 1080}, 30);
         cv::Mat frame;
         QString error;
         QVERIFY(scene.open({}, &error) && scene.read(frame, &error));
         QCOMPARE(frame.size(), cv::Size(1920, 1080));
-        QCOMPARE(readCode(frame, ZXing::BarcodeFormat::QRCode), sceneQrText().toStdString());
-        QCOMPARE(readCode(frame, ZXing::BarcodeFormat::Code128), sceneCode128Text().toStdString());
+        QCOMPARE(readCode(frame, ZXing::BarcodeFormat::QRCode), testSheetQrText().toStdString());
+        QCOMPARE(readCode(frame, ZXing::BarcodeFormat::Code128),
+                 testSheetCode128Text().toStdString());
     }
 
     void sceneReusesFramesThatNobodyHolds()
     {
-        SceneSource scene({640, 480}, 30);
+        TestSceneSource scene({640, 480}, 30);
         QString error;
         cv::Mat frame;
         QVERIFY(scene.open({}, &error) && scene.read(frame, &error));

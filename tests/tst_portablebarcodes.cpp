@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 // What the portable library reads in codes that another program (zint) has made.
 #include "devicelib/doccamera.h"
-#include "portable/camera/testscene.h"
+#include "portable/camera/testsheet.h"
 #include "tests/portabletest.h"
 
 #include <QImage>
@@ -42,7 +42,7 @@ private Q_SLOTS:
     void init()
     {
         PortableTest::init();
-        m_page = emptyPage(900, 700);
+        m_page = emptyPage(640, 600);
     }
 
     void cleanup()
@@ -78,7 +78,7 @@ private Q_SLOTS:
         if (type == codabar) {
             expected = expected.mid(1, 6); // its start and stop letters are no text
         }
-        place(code(type, content), {600, 500});
+        place(code(type, content), {350, 320});
         const QByteArray file = savedPage();
         QCOMPARE(taken(sGetBarCode(file.constData())), expected);
         QCOMPARE(taken(sGetBarCodeEx(0, file.constData())), expected);
@@ -90,7 +90,7 @@ private Q_SLOTS:
     void turnedCodes_data()
     {
         const Rows<int, int> row("type", "angle");
-        for (int angle : {90, 180, 24, -37, 223}) {
+        for (int angle : {90, 24, 223}) {
             for (int type : {int(qr), int(dataMatrix), int(pdf417), int(code128), int(code39)}) {
                 QTest::addRow("zint %d by %d degrees", type, angle) << type << angle;
             }
@@ -101,7 +101,7 @@ private Q_SLOTS:
     {
         QFETCH(int, type);
         QFETCH(int, angle);
-        place(code(type, "ASKEW 123"), {350, 380}, angle);
+        place(code(type, "ASKEW 123"), {320, 300}, angle);
         QCOMPARE(taken(sGetBarCode(savedPage().constData())), line("ASKEW 123"));
     }
 
@@ -109,7 +109,6 @@ private Q_SLOTS:
     {
         const Rows<int> row("angle");
         row("upright", 0);
-        row("page askew", 14);
         row("page far askew", -28);
     }
 
@@ -151,7 +150,7 @@ private Q_SLOTS:
     void encodings()
     {
         QFETCH(QByteArray, content);
-        place(code(qr, content), {500, 350});
+        place(code(qr, content), {320, 300});
         const QByteArray file = savedPage("二维码.png");
         QTEST(taken(sGetBarCode(file.constData())), "expected");
     }
@@ -173,7 +172,7 @@ private Q_SLOTS:
 
     void whatIsNoPicture()
     {
-        place(code(qr, "CUT"), {500, 350});
+        place(code(qr, "CUT"), {320, 300});
         const QByteArray whole = savedPage("whole.png");
         QFile file(QFile::decodeName(whole));
         QVERIFY(file.open(QIODevice::ReadWrite) && file.resize(60));
@@ -201,7 +200,8 @@ private Q_SLOTS:
         useIni("[cameras]\n1=scene\n");
         QVERIFY(bStartPlay(0));
         QCOMPARE(sorted(taken(sGetBarCodeOnline())),
-                 sorted(portable::sceneQrText() + QLatin1Char('|') + portable::sceneCode128Text()));
+                 sorted(portable::testSheetQrText() + QLatin1Char('|')
+                        + portable::testSheetCode128Text()));
     }
 
 private:

@@ -2,7 +2,12 @@
 // The portable library's camera threads: readers, settings, loss and return, many callers at once.
 #include "portable/camera/cameraset.h"
 #include "portable/camera/camerasources.h"
+#include "portable/camera/filesources.h"
+#include "portable/camera/pairsource.h"
+#include "portable/camera/previewwatch.h"
+#include "portable/camera/v4l2source.h"
 #include "tests/fakesource.h"
+#include "tests/manualclock.h"
 #include "tests/portabletest.h"
 
 #include <QtTest>
@@ -15,31 +20,39 @@ using namespace std::chrono_literals;
 
 namespace {
 
-/// Waits that a test would never outlast: who waits that long is stopped by ctest.
-constexpr CameraTimes patient{1h, 5ms};
-
 int frameNumber(const cv::Mat &frame)
 {
     return frame.at<cv::Vec3b>(0, 0)[0];
 }
 
-/// A camera with its device, number 1.
+/// Camera 1 with its device. No wait times out unless the test moves the time.
 struct OneCamera
 {
-    explicit OneCamera(CameraTimes times = patient, double framesPerSecond = 1000)
-        : camera(1, std::make_unique<FakeSource>(device, framesPerSecond), settings, times)
+    explicit OneCamera(double framesPerSecond = 0)
+        : camera(1, std::make_unique<FakeSource>(device, framesPerSecond), settings, clock)
     {
     }
-    ~OneCamera() { device->fail(QStringLiteral("the test is over")); } // ends a read under way
+    ~OneCamera() { device->fail(QStringLiteral("the test is over")); } // ends a read in progress
+
+    /// Starts the camera, which gets only the first frame.
+    bool startHeld()
+    {
+        device->holdFrames();
+        device->deliver(1);
+        return camera.start();
+    }
+
+    ManualClock clock;
 
     Settings settings;
     std::shared_ptr<FakeDevice> device = std::make_shared<FakeDevice>();
     Camera camera;
 };
 
-/// A set of cameras that are all the same device, except that there is none behind 3.
+/// Cameras that all share one device, except number 3, which doesn't exist.
 struct ManyCameras
 {
+    ManualClock clock;
     std::shared_ptr<FakeDevice> device = std::make_shared<FakeDevice>();
     CameraSet cameras{[this](int camera, QString *error) -> std::unique_ptr<FrameSource> {
                           if (camera == 3) {
@@ -48,7 +61,7 @@ struct ManyCameras
                           }
                           return std::make_unique<FakeSource>(device);
                       },
-                      patient};
+                      clock};
 };
 
 } // namespace
@@ -61,16 +74,14 @@ private Q_SLOTS:
     void everyReaderGetsEachFrameOnce()
     {
         OneCamera one;
-        one.device->holdFrames();
-        one.device->deliver(1);
-        QVERIFY(one.camera.start());
+        QVERIFY(one.startHeld());
         cv::Mat frame;
         quint64 fast = 0;
         quint64 slow = 0;
         for (int number = 1; number <= 3; ++number) {
             QVERIFY(one.camera.nextFrame(fast, frame));
             QCOMPARE(frameNumber(frame), number);
-            QVERIFY(one.camera.currentFrame(frame)); // is no reader that frames are kept for
+            QVERIFY(one.camera.currentFrame(frame)); // takes no frame from the readers
             QCOMPARE(frameNumber(frame), number);
             one.device->deliver(1);
         }
@@ -82,25 +93,60 @@ private Q_SLOTS:
 
     void waitIsBounded()
     {
-        OneCamera one({20ms, 5ms});
-        one.device->holdFrames();
-        one.device->deliver(1);
-        QVERIFY(one.camera.start());
+        OneCamera one;
+        QVERIFY(one.startHeld());
         cv::Mat frame;
-        quint64 place = 0;
-        QVERIFY(one.camera.nextFrame(place, frame));
-        QVERIFY(!one.camera.nextFrame(place, frame));
+        quint64 sequence = 0;
+        QVERIFY(one.camera.nextFrame(sequence, frame));
+        auto next =
+            std::async(std::launch::async, [&] { return one.camera.nextFrame(sequence, frame); });
+        QVERIFY(one.clock.waitForWaiter(frameTimeout));
+        one.clock.advance(frameTimeout - 1ms);
+        QVERIFY(next.wait_for(5ms) == std::future_status::timeout);
+        one.clock.advance(1ms);
+        QVERIFY(!next.get());
         QVERIFY(frame.empty());
         QVERIFY(one.camera.currentFrame(frame)); // there still is one
+
+        one.settings.setRotation(90); // no frame taken with it comes
+        auto current =
+            std::async(std::launch::async, [&] { return one.camera.currentFrame(frame); });
+        QVERIFY(one.clock.waitForWaiter(frameTimeout));
+        one.clock.advance(frameTimeout);
+        QVERIFY(current.get());
+        QCOMPARE(frame.cols, 40);
+    }
+
+    void sourceIsReadAtItsRate()
+    {
+        OneCamera one(10);
+        QVERIFY(one.camera.start());
+        cv::Mat frame;
+        const auto number = [&] {
+            one.camera.currentFrame(frame);
+            return frameNumber(frame);
+        };
+        const auto passes = [&one](std::chrono::milliseconds time) {
+            QVERIFY(one.clock.waitForWaiter());
+            one.clock.advance(time);
+        };
+        passes(99ms);
+        QVERIFY(one.clock.waitForWaiter());
+        QCOMPARE(number(), 1);
+        passes(1ms);
+        QTRY_COMPARE(number(), 2);
+        passes(10s); // the late frame and the one due now; others are not made up for
+        QTRY_COMPARE(number(), 4);
+        QVERIFY(one.clock.waitForWaiter(100ms));
+        passes(100ms);
+        QTRY_COMPARE(number(), 5);
     }
 
     void readersShareOneFrame()
     {
         OneCamera one;
         one.settings.setRotation(90);
-        one.device->holdFrames();
-        one.device->deliver(1);
-        QVERIFY(one.camera.start());
+        QVERIFY(one.startHeld());
         cv::Mat first;
         cv::Mat second;
         QVERIFY(one.camera.currentFrame(first));
@@ -135,33 +181,39 @@ private Q_SLOTS:
         QCOMPARE(m_log->takeLines(),
                  QStringList{line("camera 1 started: /dev/fake (Fake), 40 x 30")});
         cv::Mat frame;
-        quint64 place = 0;
+        quint64 sequence = 0;
         one.device->fail(line("unplugged"));
-        while (one.camera.nextFrame(place, frame)) { } // the last ones before
+        while (one.camera.nextFrame(sequence, frame)) { } // the last ones before
         QVERIFY(frame.empty());
-        QVERIFY(!one.camera.currentFrame(frame)); // at once: the waits are of an hour
-        QVERIFY(!one.camera.nextFrame(place, frame));
+        QVERIFY(!one.camera.currentFrame(frame)); // at once: no time passes
+        QVERIFY(!one.camera.nextFrame(sequence, frame));
         QTRY_COMPARE(m_log->lines(),
                      QStringList{line("camera 1 lost: /dev/fake (Fake): unplugged")});
         m_log->takeLines();
 
+        QVERIFY(one.clock.waitForWaiter(reopenInterval));
+        one.clock.advance(reopenInterval); // in vain
+        QVERIFY(one.clock.waitForWaiter(reopenInterval));
         one.device->fail({});
+        one.clock.advance(reopenInterval - 1ms);
+        QVERIFY(m_log->lines().isEmpty());
+        one.clock.advance(1ms);
         QTRY_COMPARE(m_log->lines(), QStringList{line("camera 1 is back: /dev/fake (Fake)")});
-        const quint64 before = place;
-        QVERIFY(one.camera.nextFrame(place, frame));
-        QVERIFY(place > before);
+        const quint64 before = sequence;
+        QVERIFY(one.camera.nextFrame(sequence, frame));
+        QVERIFY(sequence > before);
     }
 
     void stopReleasesWhoWaits()
     {
-        OneCamera one(patient, 0.0001); // hours between frames, which stop() doesn't wait for
+        OneCamera one(0.0001); // hours between frames, which stop() doesn't wait for
         QVERIFY(one.camera.start());
-        quint64 place = 0;
+        quint64 sequence = 0;
         cv::Mat frame;
-        QVERIFY(one.camera.nextFrame(place, frame));
+        QVERIFY(one.camera.nextFrame(sequence, frame));
         auto waiting = std::async(std::launch::async, [&] {
             cv::Mat never;
-            return one.camera.nextFrame(place, never);
+            return one.camera.nextFrame(sequence, never);
         });
         one.camera.stop();
         QVERIFY(!waiting.get());
@@ -209,11 +261,11 @@ private Q_SLOTS:
         QCOMPARE(frame.size(), cv::Size(30, 40));
         QCOMPARE(many.cameras.settings().orientation().flip, 1);
 
-        QVERIFY(!many.cameras.start(3)); // leaves none, not the former
+        QVERIFY(!many.cameras.start(3)); // leaves none, not the previous one
         QVERIFY(!many.cameras.mainCamera());
     }
 
-    void fourthCameraStandsBesideThePreview()
+    void fourthCameraIsIndependentOfThePreview()
     {
         ManyCameras many;
         QVERIFY(many.cameras.start(4));
@@ -290,7 +342,125 @@ private Q_SLOTS:
         callers.stop();
     }
 
-private:
+    void endOfThePreview_data()
+    {
+        const Rows<bool, int, int, bool> row("isAnnounced", "stopsAfter", "secondsLater",
+                                             "hasEnded");
+        // clang-format off
+        row("announced",             true,  1,    0, true);
+        row("announced long before", true,  6000, 0, false);
+        row("a moment without",      false, 0,    5, false);
+        row("long without",          false, 0,    6, true);
+        // clang-format on
+    }
+
+    void endOfThePreview()
+    {
+        QFETCH(bool, isAnnounced);
+        QFETCH(int, stopsAfter);
+        QFETCH(int, secondsLater);
+        QFETCH(bool, hasEnded);
+        ManyCameras many;
+        PreviewWatch watch(many.cameras, many.clock);
+        QVERIFY(!watch.camera());
+        QVERIFY(!watch.ended());
+        many.clock.advance(1h);
+        QVERIFY(many.cameras.start(1));
+        QVERIFY(watch.camera());
+        if (isAnnounced) {
+            many.cameras.announceEnd();
+        }
+        many.clock.advance(std::chrono::milliseconds(stopsAfter));
+        QVERIFY(watch.camera());
+        many.cameras.stopMain();
+        many.clock.advance(std::chrono::seconds(secondsLater));
+        QVERIFY(!watch.camera());
+        QCOMPARE(watch.ended(), hasEnded);
+        QCOMPARE(many.cameras.hasEnded(), hasEnded && isAnnounced);
+        QVERIFY(many.cameras.start(1));
+        QVERIFY(watch.camera());
+        QVERIFY(!watch.ended());
+        many.cameras.stopMain(); // the announcement was for the one before
+        QVERIFY(!many.cameras.hasEnded());
+    }
+
+    void folderIsShownPictureByPicture()
+    {
+        for (const int grey : {10, 20}) {
+            QImage picture(8, 6, QImage::Format_RGB32);
+            picture.fill(QColor(grey, grey, grey));
+            QVERIFY(picture.save(path("%1.png").arg(grey)));
+        }
+        ManualClock clock;
+        PictureSource source(m_folder->path(), {30, 2.5}, clock);
+        QString error;
+        QVERIFY(source.open({}, &error));
+        cv::Mat frame;
+        const auto shown = [&] {
+            return source.read(frame, &error) ? int(frame.at<cv::Vec3b>(0, 0)[0]) : -1;
+        };
+        for (const int grey : {10, 20, 10}) { // from the start again
+            QCOMPARE(shown(), grey);
+            clock.advance(2499ms);
+            QCOMPARE(shown(), grey);
+            clock.advance(1ms);
+        }
+    }
+
+    void pairIsAsHighAsItsLeftHalf()
+    {
+        auto left = std::make_shared<FakeDevice>();
+        auto right = std::make_shared<FakeDevice>();
+        // 40 x 30 beside a picture of 8 x 12 pixels, which is 20 wide at that height.
+        QImage picture(8, 12, QImage::Format_RGB32);
+        picture.fill(Qt::white);
+        QVERIFY(picture.save(path("a.png")));
+        PairSource pair(std::make_unique<FakeSource>(left, 20),
+                        std::make_unique<PictureSource>(path("a.png"), PlaybackSettings{5, 1}));
+        QCOMPARE(pair.framesPerSecond(), 5.0);
+        QCOMPARE(pair.sizes(), (std::vector<cv::Size>{{60, 30}}));
+        QString error;
+        QVERIFY(pair.open({}, &error));
+        cv::Mat frame;
+        QVERIFY(pair.read(frame, &error));
+        QCOMPARE(frame.size(), cv::Size(60, 30));
+        QCOMPARE(frame.at<cv::Vec3b>(29, 39), cv::Vec3b::all(1));
+        QCOMPARE(frame.at<cv::Vec3b>(29, 40), cv::Vec3b::all(255));
+        left->fail(line("unplugged"));
+        QVERIFY(!pair.read(frame, &error));
+        QCOMPARE(error, line("/dev/fake (Fake): unplugged"));
+        QVERIFY(!pair.open({}, &error));
+        QCOMPARE(error, line("/dev/fake (Fake): unplugged"));
+
+        PairSource none(std::make_unique<PictureSource>(path("absent"), PlaybackSettings()),
+                        std::make_unique<FakeSource>(right));
+        QVERIFY(none.sizes().empty());
+    }
+
+    void captureFormat_data()
+    {
+        const Rows<bool, bool, QString> row("hasMjpeg", "hasSizes", "expected");
+        // OpenCV's numbers: 3 width, 4 height, 5 frame rate, 6 format
+        row("MJPEG", true, true, "6=1196444237 3=1280 4=720 5=30");
+        row("other formats only", false, true, "3=1280 4=720 5=30");
+        row("sizes unknown", true, false, "6=1196444237 5=30");
+    }
+
+    void captureFormat()
+    {
+        QFETCH(bool, hasMjpeg);
+        QFETCH(bool, hasSizes);
+        V4l2Formats formats;
+        formats.hasMjpeg = hasMjpeg;
+        if (hasSizes) {
+            formats.sizes = {{1920, 1080}, {1280, 720}};
+        }
+        QStringList texts;
+        for (const auto &property : captureProperties(formats, {1270, 700})) {
+            texts << QStringLiteral("%1=%2").arg(property.first).arg(property.second, 0, 'f', 0);
+        }
+        QTEST(texts.join(QLatin1Char(' ')), "expected");
+    }
 };
 
 QTEST_GUILESS_MAIN(TestPortableCameras)

@@ -3,7 +3,9 @@
 // looked at by other programs.
 #include "devicelib/doccamera.h"
 #include "portable/document/pagespool.h"
+#include "portable/picture/bilevel.h"
 #include "portable/picture/imageconversion.h"
+#include "portable/picture/picturewriter.h"
 #include "tests/portabletest.h"
 
 #include <QImageReader>
@@ -575,6 +577,7 @@ private Q_SLOTS:
         useCamera(picture(64, 48));
         QVERIFY(startPdf(folder(""), "threads"));
         std::vector<std::thread> threads;
+        threads.reserve(4);
         for (int i = 0; i < 4; ++i) {
             threads.emplace_back([] {
                 for (int page = 0; page < 10; ++page) {

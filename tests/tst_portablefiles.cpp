@@ -28,6 +28,7 @@ private Q_SLOTS:
     void init()
     {
         PortableTest::init();
+        qputenv("HOME", QFile::encodeName(m_folder->path())); // Qt's trash must be on its disk
         qputenv("XDG_DATA_HOME", QFile::encodeName(path("data/home")));
         qputenv("PATH", m_path);
         qunsetenv("DISPLAY");
@@ -41,7 +42,7 @@ private Q_SLOTS:
         PortableTest::cleanup();
     }
 
-    void deletedFileLiesInTheTrash()
+    void deletedFileGoesToTheTrash()
     {
         writeFile(path("身份证 正面.jpg"), "front");
         QVERIFY(bDeleteFile(utf8("身份证 正面.jpg")));
@@ -49,35 +50,35 @@ private Q_SLOTS:
 #if QT_VERSION >= QT_VERSION_CHECK(5, 15, 0)
         QCOMPARE(contentOf(path("data/home/Trash/files/身份证 正面.jpg")), QByteArray("front"));
 #endif
-        QVERIFY(!QFile::exists(path("files"))); // where Qt puts it when there is no data folder
+        QVERIFY(!QFile::exists(path("files"))); // where Qt puts it without a data folder
     }
 
-    void withoutATrashTheFileIsDeletedAllTheSame()
+    void withoutATrashTheFileIsDeletedForever()
     {
-        writeFile(path("data")); // no folder can be made below it
+        writeFile(path("data")); // a file, so there can be no folder in it
         writeFile(path("a.jpg"));
         QVERIFY(bDeleteFile(utf8("a.jpg")));
         QCOMPARE(everythingIn(m_folder->path()), QStringList{line("data")});
     }
 
-    void deletedForEverIsInNoTrash()
+    void deletedForeverIsNotInTheTrash()
     {
         writeFile(path("a.jpg"));
         QVERIFY(bDeleteFileForever(utf8("a.jpg")));
         QCOMPARE(everythingIn(m_folder->path()), QStringList());
     }
 
-    void deletingALinkLeavesWhatItLeadsTo_data()
+    void deletingALinkKeepsItsTarget_data()
     {
         const Rows<OnePath, QString> row("remove", "target");
         for (const char *target : {"file", "folder", "nothing"}) {
             QTest::addRow("trash, link to %s", target) << OnePath(bDeleteFile) << line(target);
-            QTest::addRow("for ever, link to %s", target)
+            QTest::addRow("forever, link to %s", target)
                 << OnePath(bDeleteFileForever) << line(target);
         }
     }
 
-    void deletingALinkLeavesWhatItLeadsTo()
+    void deletingALinkKeepsItsTarget()
     {
         QFETCH(OnePath, remove);
         QFETCH(QString, target);
@@ -94,7 +95,7 @@ private Q_SLOTS:
 
     void copyMoveRename_data()
     {
-        // result: the file that must be there; empty: refused
+        // result: the file that must exist afterwards; empty: refused
         const Rows<TwoPaths, QString, QString, QString, bool> row("call", "from", "to", "result",
                                                                   "sourceStays");
         const TwoPaths copy = bCopyFile;
@@ -196,7 +197,7 @@ private Q_SLOTS:
         QVERIFY(bDirIsExist(utf8("资料 夹/")));
         QVERIFY(!bDirIsExist(utf8("资料 夹/文件,1")));
         QVERIFY(!bDirIsExist(":/")); // a resource folder of the program
-        QCOMPARE(PortableLog::takeLines(), QStringList()); // "no" is an answer
+        QCOMPARE(PortableLog::takeLines(), QStringList()); // "no" isn't a failure
     }
 
     void createsFoldersWithTheirParents()
@@ -213,7 +214,7 @@ private Q_SLOTS:
 
     void badPathsTouchNothing_data()
     {
-        // reason: how it is said of deleting
+        // reason: in the log after deleting
         const Rows<QString, QString> row("bad", "reason");
         const QString longName(300, QLatin1Char('x'));
         const QString deep = line("/abcdefghi").repeated(500); // 5,000 characters
@@ -269,7 +270,7 @@ private Q_SLOTS:
         for (const char *name : {"folder", "folder/", "link/", "pipe"}) {
             QVERIFY2(!bDeleteFile(utf8(name)), name);
             QVERIFY2(!bDeleteFileForever(utf8(name)), name);
-            QVERIFY2(!bCopyFile(utf8(name), utf8("x")), name); // nor waits for the pipe
+            QVERIFY2(!bCopyFile(utf8(name), utf8("x")), name); // without waiting for the pipe
             QVERIFY2(!bMoveFile(utf8(name), utf8("x")), name);
             QCOMPARE(PortableLog::takeLines().size(), 4);
         }
@@ -309,7 +310,7 @@ private Q_SLOTS:
         QCOMPARE(PortableLog::takeLines(), QStringList());
     }
 
-    void opensByTheDesktopsProgram()
+    void opensWithTheDesktopsProgram()
     {
         writeFile(path("-a b.pdf"));
         installOpener();
@@ -319,7 +320,7 @@ private Q_SLOTS:
         QVERIFY(OpenFile("-a b.pdf"));
         QTRY_COMPARE(contentOf(path("opened")), utf8("-a b.pdf").bytes + "\n");
         QVERIFY(QDir().mkpath(path("http:/example.com")));
-        QVERIFY(bDispPath("http://example.com")); // a folder of that name, not the page
+        QVERIFY(bDispPath("http://example.com")); // a folder with that name, not the page
         QTRY_VERIFY(contentOf(path("opened")).endsWith(utf8("http:/example.com").bytes + "\n"));
         QCOMPARE(contentOf(path("opened")).count('\n'), 2);
         QCOMPARE(PortableLog::takeLines().size(), 1);
@@ -343,7 +344,7 @@ private Q_SLOTS:
                                  .arg(path("a.pdf"))});
     }
 
-    void twoDotsBehindALinkAreThoseOfItsTarget()
+    void twoDotsAfterALinkReferToItsTarget()
     {
         writeFile(path("a.jpg"));
         writeFile(path("far/a.jpg"));
@@ -361,7 +362,7 @@ private Q_SLOTS:
         QTRY_COMPARE(contentOf(path("opened")), QByteArray(utf8("far/b.pdf")) + "\n");
     }
 
-    void usbDevicesAsSysfsHasThem()
+    void usbDevicesInSysfs()
     {
         const QString host = path("sys/devices/pci0000:00/usb1");
         makeUsbDevice(host, "1D6B", "0002", "xHCI Host Controller", "0000:00:14.0");
@@ -382,7 +383,7 @@ private Q_SLOTS:
             (QStringList{line("usb#vid_046d&pid_c31c"), line("usb#vid_2b19&pid_0200 高拍仪 A/B"),
                          line("usb#vid_1d6b&pid_0002 xHCI Host Controller")}));
 
-        // A camera's node belongs to an interface of the device; one of another bus to none.
+        // A camera's node belongs to an interface of its device, if it is on USB at all.
         link(host + line("/1-2/1-2:1.0"), path("sys/class/video4linux/video0/device"));
         QVERIFY(QDir().mkpath(path("sys/devices/platform/vivid.0")));
         link(path("sys/devices/platform/vivid.0"), path("sys/class/video4linux/video1/device"));
@@ -395,14 +396,14 @@ private Q_SLOTS:
         QVERIFY(portable::listUsbDevices(path("nowhere")).empty());
     }
 
-    void statusTextsAreTheCallersAndNeverFail()
+    void statusTextsBelongToTheCaller()
     {
         const auto take = [](char *text) {
-            const QString result = QString::fromUtf8(text);
+            QString result = QString::fromUtf8(text);
             std::free(text);
             return result;
         };
-        // Whatever is plugged in here: both lists tell of the same devices.
+        // Whatever is plugged in here, both lists have the same devices.
         QString identifiers = take(sEnumUSBDevice());
         identifiers.remove(QRegularExpression(line(" [^|]*")));
         QCOMPARE(take(sGetDevicesId()), identifiers);
@@ -413,7 +414,7 @@ private Q_SLOTS:
     }
 
 private:
-    /// An xdg-open that writes down what it is given.
+    /// Installs an xdg-open that records its arguments.
     void installOpener()
     {
         writeFile(path("bin/xdg-open"),

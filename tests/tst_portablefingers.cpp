@@ -1,10 +1,11 @@
 // SPDX-License-Identifier: MIT
-// The portable library's fingerprints: what is read from a print, the comparison, the simulated
-// sensor and the exported functions.
+// The portable library's fingerprints: reading and comparing prints, the simulated sensor and the
+// exported functions.
 #include "devicelib/biometrics.h"
 #include "portable/finger/fingerprint.h"
 #include "portable/finger/fingersensor.h"
 #include "tests/drawnfinger.h"
+#include "tests/manualclock.h"
 #include "tests/portabletest.h"
 
 #include <QtTest>
@@ -19,7 +20,7 @@ namespace {
 constexpr int sameFinger = 40; // at least
 constexpr int otherFinger = 25; // at most
 
-/// What the listener of a capture has got.
+/// What the listener of a capture received.
 struct Captured
 {
     QByteArray image;
@@ -35,14 +36,14 @@ void onCapture(QByteArray image, QByteArray feature, int score, const char *mess
     *captured = {image, feature, score, QString::fromUtf8(message), captured->calls + 1};
 }
 
-void saveGrey(const cv::Mat &grey, const QString &path)
+void saveGray(const cv::Mat &gray, const QString &path)
 {
-    const uchar *pixels = grey.data;
+    const uchar *pixels = gray.data;
     QVERIFY(
-        QImage(pixels, grey.cols, grey.rows, int(grey.step), QImage::Format_Grayscale8).save(path));
+        QImage(pixels, gray.cols, gray.rows, int(gray.step), QImage::Format_Grayscale8).save(path));
 }
 
-/// \param finger  the value of the line; none when null
+/// \param finger  value of the key; null: no key
 QByteArray iniWith(const QString &folder, const char *finger)
 {
     return "[fingers]\nfolder=" + folder.toUtf8()
@@ -56,10 +57,18 @@ class TestPortableFingers : public PortableTest
     Q_OBJECT
 
 private Q_SLOTS:
+    void cleanup()
+    {
+        base::Clock::setShared(nullptr);
+        m_clock.reset();
+        PortableTest::cleanup();
+    }
+
     void initTestCase()
     {
         for (const unsigned number : {4U, 6U}) {
             m_fingers.push_back(drawFinger(number));
+            m_stored.push_back(readFingerprint(pressFinger(m_fingers.back(), {0, {}, 4, 0}, 9)));
         }
     }
 
@@ -79,15 +88,11 @@ private Q_SLOTS:
         QFETCH(double, noise);
         QFETCH(double, pressure);
         const Impression impression{turn, {float(shift), float(-shift)}, noise, pressure};
-        std::vector<Fingerprint> stored;
-        for (const cv::Mat &finger : m_fingers) {
-            stored.push_back(readFingerprint(pressFinger(finger, {0, {}, 4, 0}, 9)));
-        }
         for (size_t i = 0; i < m_fingers.size(); ++i) {
             const Fingerprint print = readFingerprint(pressFinger(m_fingers[i], impression, 5));
             QVERIFY(print.quality >= 80);
-            for (size_t k = 0; k < stored.size(); ++k) {
-                const int score = fingerScore(print.minutiae, stored[k].minutiae);
+            for (size_t k = 0; k < m_stored.size(); ++k) {
+                const int score = fingerScore(print.minutiae, m_stored[k].minutiae);
                 QVERIFY2(i == k ? score >= sameFinger : score <= otherFinger,
                          qPrintable(QStringLiteral("%1 of %2 and %3").arg(score).arg(i).arg(k)));
             }
@@ -173,10 +178,10 @@ private Q_SLOTS:
         for (const QByteArray &feature : qAsConst(broken)) {
             QCOMPARE(lFingerMatch(0, feature.constData(), 1, good.constData()), -1);
             QCOMPARE(lFingerMatch(0, good.constData(), 9, feature.constData()), -2);
-            QCOMPARE(m_log->takeLines(),
-                     (QStringList{
-                         line("lFingerMatch failed: the feature is none of this library"),
-                         line("lFingerMatch failed: there is no stored feature of this library")}));
+            QCOMPARE(
+                m_log->takeLines(),
+                (QStringList{line("lFingerMatch: the feature is none of this library"),
+                             line("lFingerMatch: there is no stored feature of this library")}));
         }
         QCOMPARE(lFingerMatch(0, good.constData(), 0, good.constData()), -2);
         QCOMPARE(lFingerMatch(0, good.constData(), INT_MIN, good.constData()), -2);
@@ -193,7 +198,7 @@ private Q_SLOTS:
         QVERIFY(image.loadFromData(QByteArray::fromBase64(first.image), "PNG"));
         QCOMPARE(image.size(), QSize(300, 380));
 
-        // The first by name is finger1-again; the others are told by name.
+        // The first by name is finger1-again; the others are named.
         const auto featureOf = [&](const char *file) {
             return QByteArray::fromHex(capture(iniWith(samples, file), 0).feature);
         };
@@ -223,9 +228,9 @@ private Q_SLOTS:
     {
         const Rows<QString, int, QString, QString> row("finger", "score", "message", "log");
         // clang-format off
-        row("nobody there",  "none",       -1, "未检测到手指",     "no finger: devices.ini says \"none\"");
-        row("no such file",  "absent.png", -1, "未检测到手指",     "no finger: FOLDER/absent.png is not there");
-        row("no picture",    "text.png",   -2, "指纹图像无法识别", "no finger: FOLDER/text.png: it is no image that can be read: Unsupported image format");
+        row("nobody there",  "none",       -1, "未检测到手指",     "no finger: devices.ini sets it to \"none\"");
+        row("no such file",  "absent.png", -1, "未检测到手指",     "no finger: FOLDER/absent.png doesn't exist");
+        row("no picture",    "text.png",   -2, "指纹图像无法识别", "no finger: FOLDER/text.png: it can't be read as a picture: Unsupported image format");
         row("no finger",     "white.png",  -2, "指纹图像无法识别", "FOLDER/white.png shows no finger");
         // clang-format on
     }
@@ -234,7 +239,7 @@ private Q_SLOTS:
     {
         QFETCH(QString, finger);
         writeFile(path("text.png"), "no picture");
-        saveGrey(cv::Mat(300, 300, CV_8U, cv::Scalar(255)), path("white.png"));
+        saveGray(cv::Mat(300, 300, CV_8U, cv::Scalar(255)), path("white.png"));
         const Captured captured =
             capture(iniWith(m_folder->path(), finger.toUtf8().constData()), 50);
         QTEST(captured.score, "score");
@@ -248,6 +253,7 @@ private Q_SLOTS:
     void fingerComesWhileItWaits()
     {
         useIni(iniWith(m_folder->path(), nullptr));
+        useClock();
         Captured waiting;
         fingerCaptureRawData(60000, onCapture, &waiting);
         Captured refused;
@@ -256,15 +262,41 @@ private Q_SLOTS:
         QCOMPARE(refused.score, -3);
         QCOMPARE(refused.message, line("指纹仪正在采集"));
         QCOMPARE(waiting.calls, 0);
-        // Put there in one go: half a picture would be waited for, too, but not judged.
-        saveGrey(pressFinger(m_fingers[0]), path("finger.png"));
+        saveGray(pressFinger(m_fingers[0]), path("finger.png"));
+        QVERIFY(m_clock->waitForWaiter());
+        m_clock->advance(std::chrono::milliseconds(200));
         QTRY_COMPARE_WITH_TIMEOUT(waiting.calls, 1, 20000);
         QVERIFY2(waiting.score > 80, qPrintable(waiting.message));
-        QTest::qWait(20);
+        QCoreApplication::processEvents();
         QCOMPARE(waiting.calls, 1);
     }
 
-    // Last: what waits when the program ends is ended, without its listener.
+    /// A capture waits as long as it was asked to: ten seconds by default, at most a minute.
+    void captureTimeout_data()
+    {
+        const Rows<int, int> row("timeoutMs", "seconds");
+        row("as asked", 3000, 3);
+        row("default", 0, 10);
+        row("negative", -1, 10);
+        row("too long", 600000, 60);
+    }
+
+    void captureTimeout()
+    {
+        QFETCH(int, timeoutMs);
+        QFETCH(int, seconds);
+        useIni(iniWith(m_folder->path(), "none"));
+        useClock();
+        Captured captured;
+        fingerCaptureRawData(timeoutMs, onCapture, &captured);
+        QVERIFY(m_clock->waitForWaiter());
+        const auto begin = m_clock->now();
+        m_clock->runFree();
+        QTRY_COMPARE(captured.score, -1);
+        QVERIFY(m_clock->now() - begin == std::chrono::seconds(seconds));
+    }
+
+    // Last: at the end of the program, a waiting capture ends without calling its listener.
     void captureUnderWayAtTheEnd()
     {
         static Captured never;
@@ -273,6 +305,13 @@ private Q_SLOTS:
     }
 
 private:
+    /// From now on captures wait by m_clock.
+    void useClock()
+    {
+        m_clock = std::make_unique<ManualClock>();
+        base::Clock::setShared(m_clock.get());
+    }
+
     /// Captures with this devices.ini.
     Captured capture(const QByteArray &ini, int timeoutMs)
     {
@@ -288,6 +327,8 @@ private:
 
     std::deque<Captured> m_captured;
     std::vector<cv::Mat> m_fingers;
+    std::vector<Fingerprint> m_stored; // one print of each
+    std::unique_ptr<ManualClock> m_clock; // null: real time
 };
 
 QTEST_MAIN(TestPortableFingers)

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// What reaches a print server, and what is said when nothing does.
+// What reaches a print server, and what the log says when nothing does.
 #include "devicelib/doccamera.h"
 #include "tests/portabletest.h"
 
@@ -26,11 +26,13 @@ struct PrintedJob
     QString title;
     int copies = 0;
     QString colorMode;
+    QString media; ///< Empty unless the job names it.
 };
 
 /**
- * As much of a print server as a print job needs: the printers "A5" (with that paper) and "Full"
- * (which takes no job). The protocol is libcups's own. It runs in a thread of its own.
+ * As much of a print server as a print job needs, on a thread of its own; libcups implements the
+ * protocol. Its printers: "A5" (with that paper), "Full" (which accepts no jobs) and "Stopped"
+ * (which doesn't report its paper).
  */
 class PrintServer
 {
@@ -138,6 +140,13 @@ private:
 
     static ipp_status_t describe(const QString &printer, ipp_t *response)
     {
+        if (printer == QLatin1String("Stopped")) {
+            ippAddInteger(response, IPP_TAG_PRINTER, IPP_TAG_ENUM, "printer-state",
+                          IPP_PSTATE_STOPPED);
+            ippAddString(response, IPP_TAG_PRINTER, IPP_TAG_KEYWORD, "printer-state-reasons",
+                         nullptr, "media-jam-error");
+            return IPP_STATUS_OK;
+        }
         if (printer != QLatin1String("A5") && printer != QLatin1String("Full")) {
             return IPP_STATUS_ERROR_NOT_FOUND;
         }
@@ -161,6 +170,7 @@ private:
         job.document = document;
         job.title = text(request, "job-name", IPP_TAG_NAME);
         job.colorMode = text(request, "print-color-mode", IPP_TAG_KEYWORD);
+        job.media = text(request, "media", IPP_TAG_KEYWORD);
         ipp_attribute_t *copies = ippFindAttribute(request, "copies", IPP_TAG_INTEGER);
         job.copies = copies ? ippGetInteger(copies, 0) : 0;
         const std::lock_guard<std::mutex> lock(m_mutex);
@@ -222,10 +232,11 @@ private Q_SLOTS:
         QCOMPARE(inColor.title, line("图.png"));
         QCOMPARE(inColor.copies, 1);
         QCOMPARE(inColor.colorMode, QString());
+        QCOMPARE(inColor.media, QString());
 
-        // 148 x 210 mm at ten pixels a millimetre. 24 mm at the left, 10 at the top and 5 elsewhere
-        // stay free; the picture, turned clockwise, is as high as the rest: 97.5 x 195 mm.
-        const QImage paper = rasterised(inColor.document);
+        // 148 x 210 mm at ten pixels per millimeter. Margins are 24 mm on the left, 10 at the top
+        // and 5 elsewhere. The picture, rotated clockwise, fills the height: 97.5 x 195 mm.
+        const QImage paper = rasterized(inColor.document);
         QVERIFY2(qAbs(paper.width() - 1480) <= 2 && qAbs(paper.height() - 2100) <= 2,
                  qPrintable(line("%1 %2").arg(paper.width()).arg(paper.height())));
         const auto isNear = [](const QColor &a, const QColor &b) {
@@ -247,8 +258,26 @@ private Q_SLOTS:
         const PrintedJob inGrey = server.jobs().last();
         QCOMPARE(inGrey.copies, 7);
         QCOMPARE(inGrey.colorMode, line("monochrome"));
-        const QColor red = rasterised(inGrey.document).pixelColor(right - inside, top + inside);
+        const QColor red = rasterized(inGrey.document).pixelColor(right - inside, top + inside);
         QVERIFY(isNear(red, QColor(76, 76, 76)));
+    }
+
+    void printerThatIsStoppedAndOfUnknownPaper()
+    {
+        const PrintServer server("");
+        cupsSetServer(server.name());
+        useIni("[printing]\nprinter=Stopped\n");
+        QVERIFY(bPrintImageFile(savedPicture("a.png").constData(), 1));
+        QCOMPARE(m_log->takeLines(),
+                 QStringList(line("a.png: print job 1 on printer Stopped, which is stopped "
+                                  "(media-jam-error): the job waits")));
+        const PrintedJob job = server.jobs().value(0);
+        QCOMPARE(job.media, line("iso_a4_210x297mm"));
+        const QImage paper = rasterized(job.document);
+        QVERIFY(qAbs(paper.width() - 2100) <= 2 && qAbs(paper.height() - 2970) <= 2);
+        // Between margins of 5 mm the rotated picture is 143.5 x 287 mm.
+        QVERIFY(paper.pixelColor(322, 100) == Qt::white && paper.pixelColor(342, 100) != Qt::white);
+        QVERIFY(paper.pixelColor(900, 40) == Qt::white && paper.pixelColor(900, 60) != Qt::white);
     }
 
     void currentPicture()
@@ -311,15 +340,15 @@ private:
         return picture.save(path(name)) ? utf8(name).bytes : QByteArray();
     }
 
-    /// The only page of a PDF at 254 dpi, ten pixels a millimetre.
-    QImage rasterised(const QByteArray &pdf) const
+    /// The only page of a PDF at 254 dpi, ten pixels per millimeter.
+    QImage rasterized(const QByteArray &pdf) const
     {
         writeFile(path("job.pdf"), pdf);
         outputOf("pdftoppm", words("-r 254 -png -singlefile") << path("job.pdf") << path("page"));
         return QImage(path("page.png"));
     }
 
-    /// The log has got one line, which begins so.
+    /// The log has one new line, with this beginning.
     void expectLine(const QByteArray &begin)
     {
         const QStringList lines = m_log->takeLines();

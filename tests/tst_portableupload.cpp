@@ -1,7 +1,8 @@
 // SPDX-License-Identifier: MIT
-// The portable library's uploads, against a web server in this process.
+// The portable library's uploads to a web server in this process.
 #include "devicelib/doccamera.h"
 #include "portable/system/uploader.h"
+#include "tests/manualclock.h"
 #include "tests/portabletest.h"
 
 #include <QSslSocket>
@@ -39,14 +40,15 @@ struct Request
     QByteArray path() const { return head.split(' ').value(1); }
 };
 
-/// Takes requests and gives each path the answer that a test has put there; else none at all.
+/// Sends each path the answer that a test has set for it; to other paths none at all.
 class WebServer : public QTcpServer
 {
 public:
     WebServer() { listen(QHostAddress::LocalHost); }
 
     std::map<QByteArray, QByteArray> answers;
-    std::vector<Request> requests; ///< The whole ones.
+    std::vector<Request> requests; ///< Complete ones.
+    QTcpSocket *lastSocket = nullptr; ///< Of the last request.
 
     QString address(const char *path) const
     {
@@ -66,6 +68,7 @@ protected:
             const Request request{received->left(end + 2), received->mid(end + 4)};
             if (end >= 0 && request.isWhole()) {
                 requests.push_back(request);
+                lastSocket = socket;
                 answer(socket, request.path());
             }
         });
@@ -86,7 +89,7 @@ private:
     }
 };
 
-/// The same by TLS, with a certificate that nobody vouches for.
+/// The same with TLS and a self-signed certificate.
 class TlsServer : public WebServer
 {
 public:
@@ -112,7 +115,7 @@ private:
     const QString m_pem;
 };
 
-/// Runs it on a thread, while this one serves.
+/// Runs a call on another thread while this one serves.
 template <class Call> auto served(Call call)
 {
     auto result = std::async(std::launch::async, call);
@@ -121,6 +124,18 @@ template <class Call> auto served(Call call)
     }
     return result.get();
 }
+
+/// A clock whose time the test moves, and which counts how often it was read.
+class WatchedClock : public ManualClock
+{
+public:
+    TimePoint now() const override
+    {
+        ++reads;
+        return ManualClock::now();
+    }
+    mutable std::atomic<int> reads{0};
+};
 
 } // namespace
 
@@ -177,7 +192,7 @@ private Q_SLOTS:
         QCOMPARE(PortableLog::takeLines(), QStringList());
     }
 
-    void functionsWithHostPageAndPort()
+    void hostPageAndPort()
     {
         const Utf8 file(m_file);
         const long port = m_server->serverPort();
@@ -227,14 +242,11 @@ private Q_SLOTS:
     {
         const Rows<QString, UploadLimits, QString> row("path", "limits", "reason");
         UploadLimits soonOver;
-        soonOver.whole = 200ms;
-        UploadLimits stalled;
-        stalled.stall = 1s;
+        soonOver.total = 200ms;
         UploadLimits shortAnswer;
         shortAnswer.answerBytes = 5;
         // clang-format off
         row("slow server",    "/silent", soonOver,       "timed out");
-        row("stalled server", "/half",   stalled,        "too slow");
         row("half an answer", "/cut",    UploadLimits(), "closed");
         row("no web server",  "/noise",  UploadLimits(), "HTTP/0.9");
         row("endless answer", "/up",     shortAnswer,    "longer than 5 bytes");
@@ -255,6 +267,29 @@ private Q_SLOTS:
         QCOMPARE(result.answer, QString());
         QVERIFY2(result.error.contains(reason), qPrintable(result.error));
         QVERIFY(QFile::exists(m_file));
+    }
+
+    void stalledUploadIsAborted()
+    {
+        WatchedClock clock;
+        auto result = std::async(std::launch::async,
+                                 [&] { return upload(requestTo(line("/silent")), {}, clock); });
+        QTRY_COMPARE(m_server->requests.size(), size_t(1));
+        // The second look at the clock from now on comes after whatever was received before.
+        const auto letItLook = [&clock] {
+            const int reads = clock.reads;
+            QTRY_VERIFY(clock.reads >= reads + 2);
+        };
+        letItLook();
+        clock.advance(29s);
+        m_server->lastSocket->write("HTTP/1.1 200 OK\r\nContent-Length: 2\r\n\r\nx");
+        QVERIFY(m_server->lastSocket->waitForBytesWritten());
+        letItLook();
+        clock.advance(29s);
+        letItLook();
+        QVERIFY(result.wait_for(0s) == std::future_status::timeout);
+        clock.advance(1s);
+        QCOMPARE(result.get().error, line("nothing was sent or received for 30 s"));
     }
 
     void refusedConnection()
@@ -290,7 +325,7 @@ private Q_SLOTS:
     void nothingIsSentWithoutFileOrAddress()
     {
         QFETCH(QString, address);
-        QFETCH(QString, file); // null: the good one
+        QFETCH(QString, file); // null: the existing one
         const Utf8 to(address.replace(line("%1"), QString::number(m_server->serverPort())));
         const Utf8 path(file.isNull() ? m_file : file);
         QVERIFY(served([&] { return taken(sUpLoadImage(to, path, "", true, "")); }).isNull());
@@ -316,7 +351,7 @@ private Q_SLOTS:
         QCOMPARE(result.answer, line("收到"));
     }
 
-    void fileGoesOnceTheServerHasIt()
+    void fileIsRemovedOnceTheServerHasIt()
     {
         const Utf8 address(m_server->address("/up"));
         QCOMPARE(served([&] { return taken(sUpLoadImage(address, Utf8(m_file), "", true, "")); }),
@@ -331,7 +366,8 @@ private Q_SLOTS:
         row("moved",               "301", "/up",                2, true);
         row("for now",             "307", "/up",                2, true);
         row("for good",            "308", "/broken",            2, false);
-        row("in a circle",         "308", "/moved",             6, false);
+        row("in a loop",           "308", "/moved",             6, false);
+        row("to a result page",    "303", "/up",                1, false);
         row("to a login, perhaps", "302", "/up",                1, false);
         row("to a local file",     "307", "file:///etc/passwd", 1, false);
         // clang-format on
@@ -354,6 +390,18 @@ private Q_SLOTS:
         }
     }
 
+    void redirectionsKeepTheEncryption()
+    {
+        const QUrl plain(line("http://h/a"));
+        const QUrl secure(line("https://h/a"));
+        QVERIFY(mayFollowRedirection(plain, QUrl(line("http://other/b"))));
+        QVERIFY(mayFollowRedirection(plain, secure));
+        QVERIFY(mayFollowRedirection(secure, QUrl(line("https://other/b"))));
+        QVERIFY(!mayFollowRedirection(secure, plain));
+        QVERIFY(!mayFollowRedirection(plain, QUrl(line("ftp://h/a"))));
+        QVERIFY(!mayFollowRedirection(plain, QUrl(line("http:///a"))));
+    }
+
     void severalAtOnce()
     {
         constexpr int uploads = 8;
@@ -363,8 +411,8 @@ private Q_SLOTS:
             const QByteArray page = "/up" + QByteArray::number(i);
             m_server->answers[page] = httpAnswer("200 OK", page);
             results.push_back(std::async(std::launch::async, [&, page] {
-                const QString answer = taken(sUpLoadImageEx2("127.0.0.1", page.constData(),
-                                                             m_server->serverPort(), Utf8(m_file)));
+                QString answer = taken(sUpLoadImageEx2("127.0.0.1", page.constData(),
+                                                       m_server->serverPort(), Utf8(m_file)));
                 --running;
                 return answer;
             }));
@@ -376,7 +424,7 @@ private Q_SLOTS:
         QCOMPARE(m_server->requests.size(), size_t(uploads));
     }
 
-    void strangersCertificateIsRefused()
+    void selfSignedCertificateIsRefused()
     {
         const QString pem = m_folder->path() + line("/server.pem");
         QProcess openssl;
@@ -431,6 +479,14 @@ private Q_SLOTS:
         const QUrl url = uploadAddress(host, page, port, &error);
         QCOMPARE(QString::fromLatin1(url.toEncoded()), address);
         QCOMPARE(error.isEmpty(), !address.isEmpty());
+    }
+
+    void fields()
+    {
+        const UploadFields expected{
+            {line("a"), line("1&2")}, {line("b"), line("x+y=z")}, {line("c"), QString()}};
+        QCOMPARE(uploadFields(line("a=1%262&b=x+y=z&=nokey&&c=")), expected);
+        QVERIFY(uploadFields(QString()).empty());
     }
 
     void logShowsNoSecrets()

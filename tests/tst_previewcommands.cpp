@@ -12,7 +12,7 @@ private Q_SLOTS:
     void initTestCase()
     {
         CommandTest::initTestCase();
-        // Operations stay on the queue while a test only looks at what a command does itself.
+        // Operations stay on the queue: most tests only check what a command does itself.
         CaptureImgThread::instance()->setPause(true);
     }
 
@@ -83,7 +83,7 @@ private Q_SLOTS:
     {
         recording::answer("bStopRec", false);
         recording::answer("bStopPlay", true);
-        // First that of the function before, which may just be restarted: it had no frames.
+        // The previous function's camera had no frames and may be restarting: stop it first.
         runAndWait(QStringLiteral("bStopPlay()"), QStringLiteral("bStopPlay()"));
         recording::takeText();
         QCOMPARE(runAndWait(QStringLiteral("bStopPlay()"), QStringLiteral("bStopPlay()")),
@@ -145,7 +145,8 @@ private Q_SLOTS:
     }
 
 private:
-    // Lets the capture thread carry a command out; its answer, once the device was called.
+    /// Lets the capture thread perform a command. \return its result, or the calls without
+    /// `lastCall`
     QString runAndWait(const QString &command, const QString &lastCall)
     {
         Messages messages(CaptureImgThread::instance());

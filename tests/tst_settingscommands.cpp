@@ -13,12 +13,12 @@ private Q_SLOTS:
         commandColumns();
         // clang-format off
         //         what                           command                  args         device  calls                        reply
-        commandRow("refused all the same true",   "bSetMode",              "2",         false,  "bSetMode(2)",               "true");
+        commandRow("true even if refused"     ,   "bSetMode",              "2",         false,  "bSetMode(2)",               "true");
         commandRow("16 bits",                     "vSetCamaraMode",        "40000",     {},     "vSetCamaraMode(0)",         "true");
         commandRow("camera 1 implied",            "vSetResolution",        "3",         {},     "vSetResolutionEx(1,3)",     "true");
         commandRow("camera and index",            "vSetResolutionEx",      "2,5",       {},     "vSetResolutionEx(2,5)",     "true");
         commandRow("no comma: both",              "vSetResolutionEx",      "3",         {},     "vSetResolutionEx(3,3)",     "true");
-        commandRow("parted at the first comma",   "vSetResolutionEx",      "1,2,3",     {},     "vSetResolutionEx(1,0)",     "true");
+        commandRow("split at the first comma",    "vSetResolutionEx",      "1,2,3",     {},     "vSetResolutionEx(1,0)",     "true");
         commandRow("nothing",                     "vSetResolutionEx",      "",          {},     "vSetResolutionEx(0,0)",     "true");
         commandRow("two fields",                  "setResolutionXY",       "1920,1080", {},     "setResolution(1,1920,1080)","true");
         commandRow("three fields",                "setResolutionXY",       "1920,1080,1", {},   "",                          "true");
@@ -37,10 +37,10 @@ private Q_SLOTS:
         commandRow("refused",                     "vSetExposure",          "99999999999", false, "vSetExposure(0)",          "false");
         commandRow("refused",                     "vSetBrightness",        "7",         false,  "vSetBrightness(7)",         "false");
         commandRow("whole text",                  "vSetContrast",          "7,8",       true,   "vSetContrast(0)",           "true");
-        commandRow("refused all the same true",   "AutoFocus",             "x",         false,  "AutoFocus()",               "true");
+        commandRow("true even if refused"     ,   "AutoFocus",             "x",         false,  "AutoFocus()",               "true");
         commandRow("64 bits",                     "vSetDPI",               "300,4294967296", true, "vSetDPI(300,4294967296)","true");
         commandRow("one field",                   "vSetDPI",               "300",       {},     "",                          "false");
-        commandRow("further fields",              "vSetDPI",               "300,200,1", false,  "vSetDPI(300,200)",          "false");
+        commandRow("extra field",                 "vSetDPI",               "300,200,1", false,  "vSetDPI(300,200)",          "false");
         commandRow("four numbers",                "bSetImageArea",         "1,2,3,4",   true,   "bSetImageArea(1,2,3,4)",    "true");
         commandRow("five numbers",                "bSetImageArea",         "1,2,3,4,5", true,   "bSetImageArea(1,2,3,4)",    "true");
         commandRow("three numbers",               "bSetImageArea",         "10,20,30",  {},     "",                          "false");
@@ -101,7 +101,7 @@ private Q_SLOTS:
             std::thread([=] { press(state, 0, 0, 0, 0, nullptr); }).join();
         };
 
-        // The page that is current when the main thread gets to it is told.
+        // The event goes to the page that is current when the main thread gets to it.
         setCurrent(false);
         pressElsewhere(1);
         setCurrent(true);

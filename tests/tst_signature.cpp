@@ -1,15 +1,21 @@
 // SPDX-License-Identifier: MIT
 //
-// The signature service: its frames, what it does to PDFs, and the program as the server meets it.
+// The signature service: its frames, what it does to PDFs, its window, and the program as the
+// server uses it.
 
 #include "companionclients/signsouthinterface.h"
 #include "companions/common/requestserver.h"
 #include "companions/signature/failure.h"
+#include "companions/signature/pageview.h"
 #include "companions/signature/pdfdocument.h"
 #include "companions/signature/signaturepad.h"
+#include "companions/signature/signatureservice.h"
 #include "companions/signature/signwindow.h"
+#include "tests/manualclock.h"
 #include "tests/messages.h"
 
+#include <QCryptographicHash>
+#include <QDeadlineTimer>
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QLabel>
@@ -17,19 +23,23 @@
 #include <QProcess>
 #include <QPushButton>
 #include <QScopeGuard>
+#include <QScreen>
+#include <QScrollBar>
 #include <QSignalSpy>
 #include <QTemporaryDir>
 #include <QTemporaryFile>
+#include <QTimer>
 #include <signal.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
+#include <cstring>
 #include <functional>
 #include <memory>
-
-using namespace std::chrono_literals;
+#include <tuple>
 
 namespace {
 
@@ -46,7 +56,7 @@ QByteArray sized(const QByteArray &text)
     return number(text.size()) + text;
 }
 
-/// Runs a program to its end. \return its standard output and a line end; null when it failed
+/// Runs a program to its end. \return its standard output and a line end; null if it failed
 QByteArray run(const QString &program, const QStringList &arguments, const QByteArray &input = {})
 {
     QProcess process;
@@ -61,7 +71,7 @@ QByteArray run(const QString &program, const QStringList &arguments, const QByte
     return process.readAllStandardOutput() + '\n';
 }
 
-/// What a page of a PDF for the tests has beside its text.
+/// What a page of a test PDF consists of.
 struct PageParts
 {
     QByteArray entries; ///< of the page's dictionary
@@ -69,14 +79,14 @@ struct PageParts
     QByteArray contents = "5 0 R"; ///< the value of /Contents
 };
 
-/// One page of 300 x 200 points whose size, font and hidden layer are inherited; a classic table.
+/// A page of 300 x 200 points that inherits its size, font and hidden layer; a classic xref table.
 QByteArray pdf(const PageParts &parts = {})
 {
     const QByteArrayList objects{
-        "<< /Type /Catalog /Pages 2 0 R /OCProperties << /OCGs [ 6 0 R ] /D << /OFF [ 6 0 R ] >> "
-        ">> >>",
-        "<< /Type /Pages /Kids [ 4 0 R ] /Count 1 /MediaBox [ 0 0 300 200 ]"
-        " /Resources << /Font << /F1 3 0 R >> /Properties << /Hidden 6 0 R >> >> >>",
+        ("<< /Type /Catalog /Pages 2 0 R /OCProperties << /OCGs [ 6 0 R ] /D << /OFF [ 6 0 R ] >> "
+         ">> >>"),
+        ("<< /Type /Pages /Kids [ 4 0 R ] /Count 1 /MediaBox [ 0 0 300 200 ]"
+         " /Resources << /Font << /F1 3 0 R >> /Properties << /Hidden 6 0 R >> >> >>"),
         "<< /Type /Font /Subtype /Type1 /BaseFont /Helvetica >>",
         "<< /Type /Page /Parent 2 0 R " + parts.entries
             + (parts.contents.isEmpty() ? "" : " /Contents " + parts.contents) + " >>",
@@ -160,6 +170,107 @@ QString beside(const char *name)
     return QCoreApplication::applicationDirPath() + QLatin1Char('/') + QLatin1String(name);
 }
 
+/// Lets connections and bytes that the system already has for this process arrive.
+void processArrivals()
+{
+    for (int i = 0; i < 5; ++i) {
+        QCoreApplication::processEvents();
+    }
+}
+
+/// The signing window on the screen; null without one.
+SignWindow *shownWindow()
+{
+    for (QWidget *widget : QApplication::topLevelWidgets()) {
+        auto *window = qobject_cast<SignWindow *>(widget);
+        if (window && window->isVisible()) {
+            return window;
+        }
+    }
+    return nullptr;
+}
+
+/**
+ * Like QTest::qWaitFor(), but without its sleeps between events: the image of a page arrives in
+ * more than a hundred pieces.
+ */
+bool waitFor(const std::function<bool()> &condition)
+{
+    QTimer wake; // for the deadline
+    wake.start(100);
+    const QDeadlineTimer deadline(20s);
+    while (!condition() && !deadline.hasExpired()) {
+        QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents);
+        QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
+    }
+    return condition();
+}
+
+/// Waits for a signing window other than the one before. \return null when none comes
+SignWindow *nextWindow(const SignWindow *before = nullptr)
+{
+    const auto comes = [before] { return shownWindow() && shownWindow() != before; };
+    return waitFor(comes) ? shownWindow() : nullptr;
+}
+
+QString timeLeft(const SignWindow &window)
+{
+    for (const QLabel *label : window.findChildren<QLabel *>()) {
+        if (label->text().contains(QStringLiteral("剩余"))) {
+            return label->text();
+        }
+    }
+    return {};
+}
+
+void drawOn(SignaturePad *pad)
+{
+    pad->penDown({{0.1, 0.5}});
+    pad->penMove({{0.9, 0.5}});
+    pad->penUp();
+}
+
+/// The server's end of the service's socket.
+class Client
+{
+public:
+    Client()
+    {
+        m_socket.connectToServer(socketName);
+        m_socket.waitForConnected();
+    }
+
+    void send(const QJsonObject &request)
+    {
+        m_socket.write(number(1) + sized(QJsonDocument(request).toJson()));
+        m_socket.flush();
+    }
+
+    /// Waits for a reply. \return empty when none comes
+    QJsonObject reply()
+    {
+        qint32 length = 0;
+        const auto isComplete = [&] {
+            const QByteArray head = m_socket.peek(sizeof length);
+            if (head.size() < int(sizeof length)) {
+                return false;
+            }
+            std::memcpy(&length, head.constData(), sizeof length);
+            return m_socket.bytesAvailable() >= int(sizeof length) + length;
+        };
+        if (!waitFor(isComplete)) {
+            return {};
+        }
+        return QJsonDocument::fromJson(m_socket.readAll().mid(sizeof length)).object();
+    }
+
+    bool isConnected() const { return m_socket.state() == QLocalSocket::ConnectedState; }
+    bool hasReply() const { return m_socket.bytesAvailable() > 0; }
+
+private:
+    QLocalSocket m_socket;
+};
+
 } // namespace
 
 class TestSignature : public QObject
@@ -174,6 +285,7 @@ private Q_SLOTS:
     void frames_data();
     void frames();
     void theLatestRequestHasTheClient();
+    void idleConnectionsAreLimited();
     void oneInstance();
     void theScriptStartsOne();
 
@@ -184,26 +296,38 @@ private Q_SLOTS:
     void documentsThatCantBeSigned_data();
     void documentsThatCantBeSigned();
 
+    void pageSizes_data();
+    void pageSizes();
+    void pressureMakesThickLines();
+    void thePadShowsItsInk();
+    void anEnlargedPageShowsThePlace();
     void confirmNeedsASignature();
     void oneFingerDraws();
 
     void service_data();
     void service();
-    void serviceKeepsNothingOfAJobThatIsReplaced();
+    void theTimeRunsOut();
+    void onlyTheLatestRequestIsCarriedOut();
+    void theServerUsesTheProgram();
 
 private:
     QString inFolder(const QString &name) const { return m_folder->filePath(name); }
     QByteArray fileContent(const QString &name) const;
-    void startService(const QByteArray &strokes);
+    void writeFile(const QString &name, const QByteArray &content) const;
+    QJsonObject request() const;
+    void start(const std::optional<Ink> &script);
 
     QTemporaryDir m_around;
     std::unique_ptr<QTemporaryDir> m_folder;
     QProcess m_service;
+    std::unique_ptr<SignatureService> m_ownService;
 };
 
 void TestSignature::initTestCase()
 {
-    SignSouthInterface::instance()->setWaits({10000ms, 1000ms, 5ms, 1ms, 1ms});
+    static ManualClock clock;
+    clock.runFree();
+    base::Clock::setShared(&clock);
     QFile::remove(beside("elecsign"));
     QVERIFY(QFile::copy(beside("../../elecsign"), beside("elecsign")));
 }
@@ -211,7 +335,8 @@ void TestSignature::initTestCase()
 void TestSignature::init()
 {
     m_folder = std::make_unique<QTemporaryDir>(m_around.filePath(QStringLiteral("XXXXXX")));
-    qputenv("TMPDIR", m_folder->path().toLocal8Bit()); // where local sockets lie
+    qputenv("TMPDIR", m_folder->path().toLocal8Bit()); // for local sockets
+    writeFile(QStringLiteral("a.pdf"), pdf());
 }
 
 void TestSignature::cleanup()
@@ -219,12 +344,34 @@ void TestSignature::cleanup()
     SignSouthInterface::instance()->stop();
     m_service.kill();
     m_service.waitForFinished();
+    m_ownService.reset();
 }
 
 QByteArray TestSignature::fileContent(const QString &name) const
 {
     QFile file(inFolder(name));
     return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
+}
+
+void TestSignature::writeFile(const QString &name, const QByteArray &content) const
+{
+    QFile file(inFolder(name));
+    QVERIFY(file.open(QIODevice::WriteOnly));
+    QCOMPARE(file.write(content), qint64(content.size()));
+}
+
+/// A request to sign a.pdf.
+QJsonObject TestSignature::request() const
+{
+    return {{QStringLiteral("pdfpath"), inFolder(QStringLiteral("a.pdf"))},
+            {QStringLiteral("location"), QStringLiteral("1,40,60,100")}};
+}
+
+/// Starts a service in this process.
+void TestSignature::start(const std::optional<Ink> &script)
+{
+    m_ownService = std::make_unique<SignatureService>(script);
+    QCOMPARE(m_ownService->start(), RequestServer::Start::Listening);
 }
 
 void TestSignature::frames_data()
@@ -283,7 +430,7 @@ void TestSignature::theLatestRequestHasTheClient()
     QVERIFY(connected(&second));
     second.write(number(1) + sized("b").chopped(1));
     QVERIFY(second.waitForBytesWritten());
-    QTest::qWait(50);
+    processArrivals();
     QVERIFY(server.reply("to the first"));
     QTRY_COMPARE(first.bytesAvailable(), 12);
 
@@ -299,9 +446,31 @@ void TestSignature::theLatestRequestHasTheClient()
     QVERIFY(!server.reply("to nobody"));
 }
 
+void TestSignature::idleConnectionsAreLimited()
+{
+    RequestServer server(socketName, partsOfType);
+    QCOMPARE(server.start(), RequestServer::Start::Listening);
+    QSignalSpy requests(&server, &RequestServer::request);
+    std::array<QLocalSocket, 10> sockets;
+    for (QLocalSocket &socket : sockets) {
+        socket.connectToServer(socketName);
+        QVERIFY(socket.waitForConnected());
+        if (&socket == &sockets.front()) { // the client, which stays
+            socket.write(number(1) + sized("a"));
+            QTRY_COMPARE(requests.size(), 1);
+        }
+    }
+    QTRY_COMPARE(sockets[1].state(), QLocalSocket::UnconnectedState);
+    QTRY_COMPARE(sockets[2].state(), QLocalSocket::UnconnectedState);
+    processArrivals();
+    QCOMPARE(sockets[3].state(), QLocalSocket::ConnectedState);
+    QVERIFY(server.reply("to the client"));
+    QTRY_COMPARE(sockets[0].bytesAvailable(), 13);
+}
+
 void TestSignature::oneInstance()
 {
-    { // a socket file that a crash has left behind
+    { // the socket file of a crashed instance
         const int left = ::socket(AF_UNIX, SOCK_STREAM, 0);
         sockaddr_un address{};
         address.sun_family = AF_UNIX;
@@ -324,7 +493,7 @@ void TestSignature::theScriptStartsOne()
     QFile::remove(beside("log/elecsign.log"));
     QFile::remove(beside("run-elecsign.sh"));
     QVERIFY(QFile::copy(beside("../../run-elecsign.sh"), beside("run-elecsign.sh")));
-    // Away again at the end: the server's client would start it in other tests, for good.
+    // Removed at the end: the server's client would start it in other tests and leave it running.
     const auto remove = qScopeGuard([] { QFile::remove(beside("run-elecsign.sh")); });
     const auto logged = [](const char *text) {
         QFile log(beside("log/elecsign.log"));
@@ -423,11 +592,10 @@ void TestSignature::inkOnAPage()
         QVERIFY(bytes.startsWith(all));
         all = bytes;
     }
-    QFile file(inFolder(QStringLiteral("signed.pdf")));
-    QVERIFY(file.open(QIODevice::WriteOnly));
-    file.write(all);
-    file.close();
-    QVERIFY(!run(QStringLiteral("qpdf"), {QStringLiteral("--check"), file.fileName()}).isNull());
+    writeFile(QStringLiteral("signed.pdf"), all);
+    QVERIFY(!run(QStringLiteral("qpdf"),
+                 {QStringLiteral("--check"), inFolder(QStringLiteral("signed.pdf"))})
+                 .isNull());
 
     QImage before = rendered(original);
     QImage after = rendered(all);
@@ -481,15 +649,88 @@ void TestSignature::documentsThatCantBeSigned()
           "code");
 }
 
+void TestSignature::pageSizes_data()
+{
+    QTest::addColumn<QByteArray>("entries");
+    QTest::addColumn<QSizeF>("size");
+    QTest::newRow("inherited") << QByteArray() << QSizeF(300, 200);
+    QTest::newRow("turned") << QByteArray("/Rotate 270") << QSizeF(200, 300);
+    QTest::newRow("cropped") << QByteArray("/CropBox [ 280 190 20 10 ]") << QSizeF(260, 180);
+    QTest::newRow("cropped beyond the page")
+        << QByteArray("/CropBox [ -9 -9 100 999 ]") << QSizeF(100, 200);
+    QTest::newRow("cropped elsewhere")
+        << QByteArray("/CropBox [ 400 300 500 400 ]") << QSizeF(300, 200);
+}
+
+void TestSignature::pageSizes()
+{
+    QFETCH(QByteArray, entries);
+    QTEST(PdfDocument(pdf(with(entries))).pageSize(1), "size");
+}
+
+void TestSignature::pressureMakesThickLines()
+{
+    const auto widths = [](double pressure) {
+        Ink ink;
+        ink.begin({{0, 0.5}, 0, pressure});
+        for (int i = 1; i <= 20; ++i) {
+            ink.add({{i / 20.0, 0.5}, i / 100.0, pressure});
+        }
+        const QVector<InkLine> lines = ink.lines({250, 100});
+        return std::make_tuple(lines.first().width, lines.last().width, lines.size());
+    };
+    const auto [heavyStart, heavyEnd, heavyLines] = widths(1);
+    const auto [lightStart, lightEnd, lightLines] = widths(0);
+    QVERIFY(qAbs(heavyStart - 2.1) < 0.07 && qAbs(heavyEnd - 3.0) < 0.07); // of 100 high
+    QVERIFY(qAbs(lightStart - 0.77) < 0.07 && qAbs(lightEnd - 1.1) < 0.07);
+    QVERIFY(heavyLines > 5 && heavyLines < 20 && lightLines < 20); // not one a sample
+}
+
+void TestSignature::thePadShowsItsInk()
+{
+    SignaturePad pad(2.5);
+    pad.resize(800, 200); // 490 wide, from 155 to 645
+    QCOMPARE(pad.grab().toImage().pixelColor(160, 20), QColor(Qt::white));
+    pad.penDown({{0.1, 0.5}});
+    pad.penMove({{0.9, 0.5}});
+    const QRect line(204, 90, 392, 20);
+    const QRect before(0, 90, 200, 20);
+    QVERIFY(darkPixels(pad.grab().toImage(), line) > 392);
+    pad.penUp();
+    QVERIFY(darkPixels(pad.grab().toImage(), line) > 392);
+    QCOMPARE(darkPixels(pad.grab().toImage(), before), 0);
+    pad.clear();
+    QCOMPARE(darkPixels(pad.grab().toImage(), line), 0);
+}
+
+void TestSignature::anEnlargedPageShowsThePlace()
+{
+    PageView view;
+    view.resize(200, 200);
+    view.show();
+    QImage page(300, 300, QImage::Format_RGB32);
+    page.fill(Qt::white);
+    view.setPage(page);
+    QCOMPARE(view.widget()->size(), view.viewport()->size());
+    view.setPlace({0.7, 0.8, 0.2, 0.1});
+    view.setEnlarged(true);
+    QCOMPARE(view.widget()->size(), 2 * view.viewport()->size());
+    QVERIFY(view.horizontalScrollBar()->value() > 100);
+    QVERIFY(view.verticalScrollBar()->value() > 100);
+    view.setEnlarged(false);
+    QCOMPARE(view.widget()->size(), view.viewport()->size());
+}
+
 void TestSignature::confirmNeedsASignature()
 {
     SigningRequest request =
         SigningRequest::fromJson(2, R"({"pdfpath":"a.pdf","location":"3,10,10,100","timeout":30})");
     request.pdfPath = QString(100, QChar(0x5408)); // takes no room from the time
     SignWindow window(request, 5, {300, 200});
-    QSignalSpy wanted(&window, &SignWindow::pageWanted);
+    QSignalSpy needed(&window, &SignWindow::pageNeeded);
     QSignalSpy confirmed(&window, &SignWindow::confirmed);
     window.open();
+    QCOMPARE(window.geometry(), QGuiApplication::primaryScreen()->geometry());
     QCOMPARE(window.page(), 1); // the whole document, from its beginning
     for (const QLabel *label : window.findChildren<QLabel *>()) {
         if (label->text().contains(QStringLiteral("剩余"))) {
@@ -517,7 +758,7 @@ void TestSignature::confirmNeedsASignature()
     window.confirm();
     window.close(); // once is enough
     QCOMPARE(confirmed.size(), 1);
-    QCOMPARE(wanted.size(), 2);
+    QCOMPARE(needed.size(), 2);
 }
 
 void TestSignature::oneFingerDraws()
@@ -538,29 +779,9 @@ void TestSignature::oneFingerDraws()
     QVERIFY(qAbs(stroke[0].at.x() - 0.2) < 0.02 && qAbs(stroke[2].at.x() - 0.5) < 0.02);
 }
 
-/// \param strokes  an empty text: none are given
-void TestSignature::startService(const QByteArray &strokes)
-{
-    QStringList arguments;
-    if (!strokes.isEmpty()) {
-        QFile file(inFolder(QStringLiteral("strokes.json")));
-        QVERIFY(file.open(QIODevice::WriteOnly));
-        file.write(strokes);
-        arguments << QStringLiteral("--strokes") << file.fileName();
-    }
-    QFile document(inFolder(QStringLiteral("a.pdf")));
-    QVERIFY(document.open(QIODevice::WriteOnly));
-    document.write(pdf());
-    document.close();
-    m_service.setProcessChannelMode(QProcess::ForwardedChannels);
-    m_service.start(beside("elecsign"), arguments);
-    QVERIFY(m_service.waitForStarted());
-    QTRY_VERIFY_WITH_TIMEOUT(QFile::exists(inFolder(socketName)), 20000);
-}
-
 void TestSignature::service_data()
 {
-    QTest::addColumn<QByteArray>("strokes");
+    QTest::addColumn<QByteArray>("strokes"); // a customer if empty
     QTest::addColumn<QString>("document");
     QTest::addColumn<QString>("location");
     QTest::addColumn<QString>("record");
@@ -574,13 +795,12 @@ void TestSignature::service_data()
     // clang-format off
     QTest::newRow("signed")        << signature << ours << place << record << QStringLiteral("signed") << 0;
     QTest::newRow("cancelled")     << QByteArray("[]") << ours << place << record << QStringLiteral("cancelled") << 1;
-    QTest::newRow("too late")      << QByteArray("[[[0.1,0.1,0],[0.9,0.9,3000]]]") << ours << place << record << QStringLiteral("timeout") << 2;
     QTest::newRow("bad location")  << signature << ours << QStringLiteral("1,2,3,x") << record << error << 10;
     QTest::newRow("no document")   << signature << QStringLiteral("none.pdf") << place << record << error << 11;
     QTest::newRow("off the page")  << signature << ours << QStringLiteral("1,250,60,100") << record << error << 14;
-    QTest::newRow("a folder as record") << signature << ours << place << QStringLiteral(".") << error << 17;
-    QTest::newRow("no folder for it") << signature << ours << place << QStringLiteral("none/b.xml") << error << 17;
-    QTest::newRow("nobody to see") << QByteArray() << ours << place << record << error << 15;
+    QTest::newRow("no display")    << QByteArray() << ours << place << record << error << 15;
+    QTest::newRow("the record is a folder") << signature << ours << place << QStringLiteral(".") << error << 17;
+    QTest::newRow("no folder for the record") << signature << ours << place << QStringLiteral("none/b.xml") << error << 17;
     // clang-format on
 }
 
@@ -590,12 +810,13 @@ void TestSignature::service()
     QFETCH(QString, document);
     QFETCH(QString, location);
     QFETCH(QString, record);
-    startService(strokes);
-    auto *client = SignSouthInterface::instance();
-    Messages replies(client);
-    QVERIFY(client->start());
-    client->DoGWQ_StartSign(inFolder(document), inFolder(record), location, QStringLiteral("1"), 2);
-    const QJsonObject reply = QJsonDocument::fromJson(replies.next()).object();
+    start(strokes.isEmpty() ? std::nullopt : std::make_optional(Ink::fromJson(strokes)));
+    Client client;
+    client.send({{QStringLiteral("pdfpath"), inFolder(document)},
+                 {QStringLiteral("xmlpath"), inFolder(record)},
+                 {QStringLiteral("location"), location},
+                 {QStringLiteral("retain"), QStringLiteral("1")}});
+    const QJsonObject reply = client.reply();
     QTEST(reply.value(QStringLiteral("status")).toString(), "status");
     QTEST(reply.value(QStringLiteral("code")).toInt(), "code");
     QVERIFY(!reply.value(QStringLiteral("message")).toString().isEmpty());
@@ -611,38 +832,101 @@ void TestSignature::service()
     QVERIFY(darkPixels(rendered(bytes), {40, 100, 100, 40}) > 50);
     const QByteArray png =
         QByteArray::fromBase64(reply.value(QStringLiteral("png")).toString().toLatin1());
-    QVERIFY(!QImage::fromData(png, "PNG").isNull());
+    QCOMPARE(QImage::fromData(png, "PNG").size(), QSize(900, 360));
     QCOMPARE(fileContent(QStringLiteral("a-signed.png")), png);
-    QCOMPARE(Ink::fromJson(fileContent(QStringLiteral("a-signed.json"))).strokes().size(), 2);
-
-    // Again: nothing is written over.
-    QVERIFY(client->start());
-    client->DoGWQ_StartSignEx(inFolder(document), {}, location, {}, 0);
-    QVERIFY(replies.next().contains("a-signed-2.pdf"));
-    QCOMPARE(fileContent(QStringLiteral("a-signed.pdf")), bytes);
-    QVERIFY(!QFile::exists(inFolder(QStringLiteral("a-signed-2.png"))));
+    QCOMPARE(Ink::fromJson(fileContent(QStringLiteral("a-signed.json"))).toJson(), strokes);
+    for (const char *name : {"a-signed.png", "a-signed.json"}) {
+        QCOMPARE(QFile::permissions(inFolder(QLatin1String(name)))
+                     & (QFile::ReadGroup | QFile::ReadOther),
+                 QFile::Permissions());
+    }
+    const QByteArray xml = fileContent(QStringLiteral("b.xml"));
+    for (const QByteArray &file : {pdf(), bytes}) {
+        const QByteArray sum = QCryptographicHash::hash(file, QCryptographicHash::Sha256).toHex();
+        QVERIFY(xml.contains("bytes=\"" + QByteArray::number(file.size()) + "\" sha256=\"" + sum));
+    }
+    QVERIFY(xml.contains(R"(<place page="1" x="40" y="60" width="100" height="40"/>)"));
+    QVERIFY(xml.contains(R"(<ink strokes="2" points="6"/>)"));
 }
 
-void TestSignature::serviceKeepsNothingOfAJobThatIsReplaced()
+void TestSignature::theTimeRunsOut()
 {
-    startService("[[[0.1,0.1,0],[0.9,0.9,1.5]]]");
-    const QByteArray request = R"({"pdfpath":")" + inFolder(QStringLiteral("a.pdf")).toUtf8()
-        + R"(","location":"1,40,60,100"})";
-    QLocalSocket first;
-    QLocalSocket second;
-    for (QLocalSocket *socket : {&first, &second}) {
-        socket->connectToServer(socketName);
-        QVERIFY(socket->waitForConnected());
-        socket->write(number(1) + sized(request));
-        QVERIFY(socket->waitForBytesWritten());
-        QTest::qWait(300);
-    }
-    QTRY_COMPARE(first.state(), QLocalSocket::UnconnectedState);
-    QTRY_VERIFY_WITH_TIMEOUT(second.bytesAvailable() > 104, 20000);
-    QCOMPARE(first.bytesAvailable(), 0);
+    start(Ink::fromJson("[[[0.1,0.1,0],[0.9,0.9,3000]]]"));
+    QJsonObject late = request();
+    late.insert(QStringLiteral("timeout"), 2);
+    Client client;
+    client.send(late);
+    SignWindow *window = nextWindow();
+    QVERIFY(window);
+    QVERIFY(timeLeft(*window).endsWith(QStringLiteral("2 s")));
+    QMetaObject::invokeMethod(window, "tick"); // as its timer does each second
+    QVERIFY(timeLeft(*window).endsWith(QStringLiteral("1 s")));
+    QMetaObject::invokeMethod(window, "tick");
+    const QJsonObject reply = client.reply();
+    QCOMPARE(reply.value(QStringLiteral("status")).toString(), QStringLiteral("timeout"));
+    QCOMPARE(reply.value(QStringLiteral("code")).toInt(), 2);
+    QVERIFY(!shownWindow());
+}
+
+void TestSignature::onlyTheLatestRequestIsCarriedOut()
+{
+    start(Ink::fromJson("[[[0.1,0.1,0],[0.9,0.9,3000]]]"));
+    Client first;
+    first.send(request());
+    SignWindow *firstWindow = nextWindow();
+    QVERIFY(firstWindow);
+    auto second = std::make_unique<Client>();
+    second->send(request());
+    SignWindow *secondWindow = nextWindow(firstWindow);
+    QVERIFY(secondWindow);
+    QTRY_VERIFY(!first.isConnected());
+    QCOMPARE(timeLeft(*secondWindow), QString()); // as much as it takes
+
+    auto *view = secondWindow->findChild<PageView *>();
+    const QImage empty = view->grab().toImage();
+    drawOn(secondWindow->pad());
+    QVERIFY(view->grab().toImage() != empty);
+    secondWindow->confirm();
+    QCOMPARE(second->reply().value(QStringLiteral("status")).toString(), QStringLiteral("signed"));
+    QVERIFY(!first.hasReply());
+    QVERIFY(!shownWindow());
+
+    second->send(request());
+    QVERIFY(nextWindow());
+    second.reset(); // takes its request along
+    QTRY_VERIFY(!shownWindow());
     const QStringList written =
         QDir(m_folder->path()).entryList({QStringLiteral("*.pdf")}, QDir::Files | QDir::Hidden);
     QCOMPARE(written, QStringList({QStringLiteral("a-signed.pdf"), QStringLiteral("a.pdf")}));
+}
+
+void TestSignature::theServerUsesTheProgram()
+{
+    writeFile(QStringLiteral("strokes.json"), letterL().toJson());
+    m_service.setProcessChannelMode(QProcess::ForwardedChannels);
+    m_service.start(beside("elecsign"),
+                    {QStringLiteral("--strokes"), inFolder(QStringLiteral("strokes.json"))});
+    QVERIFY(m_service.waitForStarted());
+    QTRY_VERIFY_WITH_TIMEOUT(QFile::exists(inFolder(socketName)), 20000);
+
+    auto *client = SignSouthInterface::instance();
+    Messages replies(client);
+    QVERIFY(client->start());
+    const QString document = inFolder(QStringLiteral("a.pdf"));
+    const auto location = QStringLiteral("1,40,60,100");
+    client->DoGWQ_StartSign(document, inFolder(QStringLiteral("b.xml")), location,
+                            QStringLiteral("1"), 60);
+    const QJsonObject reply = QJsonDocument::fromJson(replies.next()).object();
+    QCOMPARE(reply.value(QStringLiteral("status")).toString(), QStringLiteral("signed"));
+    const QByteArray bytes = fileContent(QStringLiteral("a-signed.pdf"));
+    QVERIFY(bytes.startsWith(pdf()));
+    QVERIFY(QFile::exists(inFolder(QStringLiteral("a-signed.png"))));
+
+    QVERIFY(client->start());
+    client->DoGWQ_StartSignEx(document, {}, location, {}, 0);
+    QVERIFY(replies.next().contains("a-signed-2.pdf")); // no file is overwritten
+    QCOMPARE(fileContent(QStringLiteral("a-signed.pdf")), bytes);
+    QVERIFY(!QFile::exists(inFolder(QStringLiteral("a-signed-2.png"))));
 }
 
 QTEST_MAIN(TestSignature)

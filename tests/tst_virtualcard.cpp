@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
-// Cards through the real PC/SC service: its virtual reader (Debian's vsmartcard-vpcd), whose card
-// is a TCP client. Skipped where pcscd and that reader aren't installed or can't be started.
+// Cards through the real PC/SC service and its virtual reader (Debian's vsmartcard-vpcd), whose
+// card is a TCP client. Skipped where pcscd and that reader aren't installed or can't be started.
 #include "portable/card/cardreaders.h"
 #include "tests/portabletest.h"
 #include "tests/scriptedcard.h"
@@ -19,11 +19,11 @@ namespace {
 
 constexpr quint16 readerPort = 35963;
 
-/// A card on the virtual reader as long as it lives; answers on a thread of its own.
+/// A card on the virtual reader while the object lives; responds on a thread of its own.
 class VirtualCard
 {
 public:
-    /// \param atr  what it says when it gets power, in hexadecimal digits
+    /// \param atr  its answer to reset, in hexadecimal digits
     VirtualCard(CardScript script, const QByteArray &atr)
         : m_script(std::move(script))
         , m_atr(QByteArray::fromHex(atr))
@@ -37,8 +37,8 @@ public:
     }
 
 private:
-    // Messages both ways: the length in two bytes, then data. One byte from the reader is no
-    // command: 0 power off, 1 power on, 2 reset, 4 the ATR is wanted.
+    // Messages in both directions: two bytes of length, then data. A single byte from the reader is
+    // a control code: 0 power off, 1 power on, 2 reset, 4 get ATR.
     void run()
     {
         QTcpSocket socket;
@@ -52,7 +52,7 @@ private:
             if (message == "\x04") {
                 write(socket, m_atr);
             } else if (message.size() > 1) {
-                write(socket, m_script.answer(message));
+                write(socket, m_script.responseTo(message));
             }
         }
     }
@@ -142,7 +142,7 @@ private Q_SLOTS:
         QCOMPARE(number(CardKind::SocialSecurity), QStringLiteral("000000199512310016"));
     }
 
-    /// Pulled out in the middle of a read, which takes about 400 ms here.
+    /// Pulled out at different moments of a read, which takes about 400 ms here.
     void cardIsPulled()
     {
         for (int wait = 0; wait < 400; wait += 100) {
@@ -152,7 +152,7 @@ private Q_SLOTS:
                 std::this_thread::sleep_for(std::chrono::milliseconds(wait));
                 card.reset();
             });
-            m_readers->read(CardKind::Bank); // whatever it gives, it comes back
+            m_readers->read(CardKind::Bank); // returns, with whatever result
             hand.join();
             QTRY_COMPARE_WITH_TIMEOUT(m_readers->read(CardKind::Bank).status, CardStatus::NoCard,
                                       30000);
@@ -160,7 +160,7 @@ private Q_SLOTS:
     }
 
 private:
-    /// The number on the card; the reader needs a moment to see it.
+    /// The number on the card, which the reader needs a moment to notice.
     QString number(CardKind kind)
     {
         const auto read = [&] {
@@ -191,7 +191,7 @@ private:
         }
     }
 
-    /// Without the service a read fails at once, and says why.
+    /// Without the service a read fails at once, with the reason in the log.
     void withoutReader()
     {
         const PortableLog log;

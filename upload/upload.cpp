@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "upload/upload.h"
 
+#include "base/mainthread.h"
+#include "base/taskqueue.h"
 #include "devicelib/doccamera.h"
 #include "dispatch/arguments.h"
 #include "dispatch/messagerun.h"
@@ -12,9 +14,7 @@
 #include <QThreadPool>
 #include <QVBoxLayout>
 
-#include <deque>
 #include <functional>
-#include <mutex>
 #include <utility>
 
 namespace {
@@ -23,14 +23,14 @@ constexpr int fieldsNeeded = 9;
 constexpr int showProgressField = 7;
 constexpr int showResultField = 8;
 
-/// A switch of the command: "true" in any case and any company, or a number other than 0.
+/// A switch of the command: contains "true", case-insensitively, or is a number other than 0.
 bool isOn(const QString &field)
 {
     return field.contains(QLatin1String("true"), Qt::CaseInsensitive)
         || numberFrom<int>(field) != 0;
 }
 
-/// The sixth field counts only while the fifth is 0.
+/// The sixth field is only used if the fifth is 0.
 bool upload(const QString &args, QString *answer)
 {
     const Arguments fields(args);
@@ -43,74 +43,47 @@ bool upload(const QString &args, QString *answer)
                            answer);
 }
 
-/**
- * What the pool's threads do: each time the next of the works that were queued. One for all, with
- * a queue of its own, since the thread sanitizer doesn't see the lock by which Qt hands tasks
- * over.
- */
-class Tasks : public QRunnable
+/// Runs the queued tasks on the threads of the global pool, one for each start().
+class PoolTasks : public QRunnable
 {
 public:
-    Tasks() { setAutoDelete(false); }
+    PoolTasks() { setAutoDelete(false); }
 
-    void start(std::function<void()> work)
+    void start(std::function<void()> task)
     {
-        {
-            const std::lock_guard<std::mutex> lock(m_mutex);
-            m_works.push_back(std::move(work));
-        }
+        m_tasks.push(std::move(task));
         QThreadPool::globalInstance()->start(this);
     }
 
-    void run() override
-    {
-        std::function<void()> work;
-        {
-            const std::lock_guard<std::mutex> lock(m_mutex);
-            work = std::move(m_works.front());
-            m_works.pop_front();
-        }
-        work();
-    }
+    void run() override { m_tasks.runNext(); }
 
 private:
-    std::mutex m_mutex;
-    std::deque<std::function<void()>> m_works; // guarded by m_mutex
+    base::TaskQueue m_tasks;
 };
 
 } // namespace
 
-struct Upload::Outcome
-{
-    std::mutex mutex;
-    bool done = false; // and not answered yet; guarded by mutex, as all below
-    bool success = false;
-    QString answer;
-};
-
 void Upload::start(const QString &name, const QString &args, MessageRun *dispatcher)
 {
-    auto *upload = new Upload(name, args, dispatcher);
-    static Tasks tasks;
-    tasks.start([outcome = upload->m_outcome, args, dispatcher] {
-        QString answer;
-        const bool success = ::upload(args, &answer);
-        {
-            const std::lock_guard<std::mutex> lock(outcome->mutex);
-            outcome->success = success;
-            outcome->answer = answer;
-            outcome->done = true;
-        }
-        Q_EMIT dispatcher->sig_sync_close();
+    const QPointer<Upload> self = new Upload(name, args, dispatcher);
+    static PoolTasks tasks;
+    tasks.start([self, args, dispatcher] {
+        Outcome outcome;
+        outcome.success = upload(args, &outcome.answer);
+        base::postToMainThread([self, outcome, dispatcher] {
+            if (self) {
+                self->m_outcome = outcome;
+                Q_EMIT dispatcher->sig_sync_close();
+            }
+        });
     });
 }
 
 Upload::Upload(const QString &name, const QString &args, MessageRun *dispatcher)
     : QObject(dispatcher)
     , m_name(name)
-    , m_outcome(std::make_shared<Outcome>())
 {
-    // The signal is everybody's: each upload looks whether it is meant.
+    // The signal reaches every upload under way: each checks whether it is the one that is done.
     connect(dispatcher, &MessageRun::sig_sync_close, this, &Upload::finishIfDone);
     const Arguments fields(args);
     m_resultWanted = isOn(fields.text(showResultField));
@@ -133,23 +106,17 @@ void Upload::showProgress()
 
 void Upload::finishIfDone()
 {
-    bool success = false;
-    QString answer;
-    {
-        const std::lock_guard<std::mutex> lock(m_outcome->mutex);
-        // Once: with several uploads the signal comes again before this object is gone.
-        if (!std::exchange(m_outcome->done, false)) {
-            return;
-        }
-        success = m_outcome->success;
-        answer = m_outcome->answer;
+    // Once: with several uploads the signal comes again before this object is deleted.
+    const auto outcome = std::exchange(m_outcome, std::nullopt);
+    if (!outcome) {
+        return;
     }
     if (m_progress) {
         m_progress->close();
     }
-    MessageRun::reply(m_name, answer);
+    MessageRun::reply(m_name, outcome->answer);
     if (m_resultWanted) {
-        showResult(success);
+        showResult(outcome->success);
     }
     deleteLater();
 }

@@ -1,20 +1,20 @@
 // SPDX-License-Identifier: MIT
 //
-// The counter pages on the customer's screen. docs/counterpages.md tells what data each takes.
+// The counter pages on the customer's screen. docs/counterpages.md describes the data of each.
 //
-//   Data      the text "no=12,name=Li" that a page is given
-//   Server    asks the device server for the text, and hands it the customer's answer
+//   Data      the text a page is given, such as "no=12,name=Li"
+//   Server    gets the text from the device server, and sends it the customer's answer
 //   View      elements in two languages, notices
-//   Pages     what each page makes of its data
+//   Pages     how each page shows its data
 //
-// Runs from file:// and in Chromium 80: a plain script, no newer syntax, no newer functions.
-// The data are shown through textContent only, never read as HTML.
+// Runs from file:// and in Chromium 80: a plain script without newer syntax or functions. Data is
+// shown only through textContent, never parsed as HTML.
 
 'use strict';
 
 // ---- Data ---------------------------------------------------------------------------------------
 
-/** What the pages know by name: key, Chinese, English. Other keys are shown as they stand. */
+/** Labels of known keys: key, Chinese, English. Other keys are shown as they are. */
 const LABELS = new Map([
   ['no', ['编号', 'No.']],
   ['name', ['姓名', 'Name']],
@@ -35,21 +35,21 @@ const LABELS = new Map([
   ['date', ['日期', 'Date']],
 ]);
 
-/** Keys that every page takes for itself: none of them becomes a row. */
+/** Keys with a meaning on every page: they never become rows. */
 const COMMON_KEYS = ['lang', 'theme', 'text', 'id'];
 
 const ESCAPES = { '%2c': ',', '%25': '%', '%0a': '\n' };
 
-/** A value that may hold "," or "%", written so that it can stand between others. */
+/** Escapes a value for use in a data text. */
 function escapeValue(value) {
   return value.replace(/%/g, '%25').replace(/,/g, '%2C').replace(/\n/g, '%0A');
 }
 
 /**
- * A data text, taken apart: pairs "key=value" parted by ",".
+ * A parsed data text: pairs "key=value" separated by ",".
  *
- * A part without "=" belongs to the value before it, as in "text=Hello, please wait"; before the
- * first pair it is the text itself. Keys are compared in small letters.
+ * A part without "=" belongs to the previous value, as in "text=Hello, please wait"; before the first
+ * pair it is the value of "text". Keys are compared in lower case.
  */
 class Data {
   constructor(source) {
@@ -71,24 +71,24 @@ class Data {
       pair[1] = pair[1].replace(/%(2c|25|0a)/gi, (escape) => ESCAPES[escape.toLowerCase()]).trim();
   }
 
-  /** Every value of a key, in their order. */
+  /** All values of a key, in order. */
   all(key) {
     return this.pairs.filter((pair) => pair[0].toLowerCase() === key).map((pair) => pair[1]);
   }
 
-  /** The first value of a key; '' when there is none. */
+  /** The first value of a key; '' if there is none. */
   get(key) {
     return this.all(key)[0] || '';
   }
 
-  /** The pairs that the page has no place of its own for. */
+  /** The pairs that have no place of their own on the page. */
   others(keys) {
     const taken = COMMON_KEYS.concat(keys);
     return this.pairs.filter((pair) => !taken.includes(pair[0].toLowerCase()));
   }
 }
 
-/** The data text in the page's address, after "#data=", as percent-encoded UTF-8; null: none. */
+/** The data text in the page's address: percent-encoded UTF-8 after "#data="; null if none. */
 function dataOfAddress() {
   const match = /^#(?:[^]*&)?data=([^&]*)/.exec(location.hash);
   if (!match)
@@ -96,13 +96,13 @@ function dataOfAddress() {
   try {
     return decodeURIComponent(match[1]);
   } catch (error) {
-    return match[1]; // not percent-encoded: better shown as it is than not at all
+    return match[1]; // not percent-encoded: better shown unchanged than not at all
   }
 }
 
 /**
- * The address of a picture on this machine: an absolute path, file:///... or a name beside the
- * page; '' for anything else: data never make a page reach into the network.
+ * The address of a picture on this machine: an absolute path, file:///... or a path relative to the
+ * page; '' for anything else, so that data never makes a page access the network.
  */
 function pictureAddress(path) {
   if (/^file:\/\/\/[^/\\]/i.test(path))
@@ -117,24 +117,24 @@ function pictureAddress(path) {
 
 const SERVER_ADDRESS = 'ws://127.0.0.1:1818';
 
-/** Seconds from one try to the next; the last one repeats. */
+/** Seconds before each reconnection attempt; the last one repeats. */
 const RETRY_SECONDS = [1, 2, 4, 5];
 
 /**
  * The device server.
  *
- * Whenever a page leaves it, the server stops the preview and forgets whose page is the current
- * one. So a counter page connects only when it must, and leaves as soon as the server has its
- * answer: before the teller's page can have sent its next command.
+ * Whenever a page disconnects, the server stops the preview and forgets the current page. So a counter
+ * page connects only when it must, and disconnects as soon as the server has its answer, before the
+ * teller's page can have sent its next command.
  */
 class Server {
-  /** @param onTrouble called with true when the server can't be reached, with false afterwards */
+  /** @param onTrouble called with true when the server can't be reached, with false once it can */
   constructor(onTrouble) {
     this.onTrouble = onTrouble;
     this.socket = null;
   }
 
-  /** The data text of the page that the server opened last. */
+  /** The data text of the page the server has opened last. */
   async ask() {
     for (;;) {
       const socket = await this.connect();
@@ -155,8 +155,8 @@ class Server {
   }
 
   /**
-   * Hands a text to the page that sent the latest command, and leaves. The clean end of the
-   * connection proves that the server has read it; without it the text is sent once more.
+   * Sends a text to the page that sent the latest command, and disconnects. A clean close proves that
+   * the server has read the text; otherwise it is sent again.
    */
   async deliver(text) {
     for (;;) {
@@ -169,7 +169,7 @@ class Server {
     }
   }
 
-  /** @returns whether the server took its leave as well */
+  /** @returns whether the connection was closed cleanly */
   leave() {
     const socket = this.socket;
     this.socket = null;
@@ -179,7 +179,7 @@ class Server {
     });
   }
 
-  /** An open connection: the one there is, or a new one, however long that takes. */
+  /** The open connection, or a new one, however long that takes. */
   async connect() {
     for (let tries = 0; !this.socket || this.socket.readyState !== WebSocket.OPEN; tries++) {
       this.socket = await openSocket();
@@ -193,7 +193,7 @@ class Server {
   }
 }
 
-/** @returns an open socket, or null when the server can't be reached */
+/** @returns an open socket, or null if the server can't be reached */
 function openSocket() {
   return new Promise((resolve) => {
     const socket = new WebSocket(SERVER_ADDRESS);
@@ -222,7 +222,7 @@ function element(name, className, text) {
   return made;
 }
 
-/** Puts a text in both languages into an element; the style sheet shows one of them. */
+/** Puts a text in both languages into an element; the style sheet shows one. */
 function say(target, chinese, english) {
   target.textContent = '';
   for (const [lang, text] of [['zh', chinese], ['en', english]]) {
@@ -233,7 +233,7 @@ function say(target, chinese, english) {
   return target;
 }
 
-/** Puts a text of the data in place of what stands there; without one that stays. */
+/** Replaces the text of an element, if the data has one for it. */
 function fill(id, text) {
   if (!text)
     return;
@@ -245,7 +245,7 @@ function labelOf(key) {
   return LABELS.get(key.toLowerCase()) || [key, key];
 }
 
-/** One row each for pairs of the data. @param labelOfNo what "no" is called on this page */
+/** Adds a row for each pair. @param labelOfNo the label of "no" on this page */
 function fillRows(pairs, labelOfNo) {
   for (const [key, value] of pairs) {
     const label = labelOfNo && key.toLowerCase() === 'no' ? labelOfNo : labelOf(key);
@@ -253,7 +253,7 @@ function fillRows(pairs, labelOfNo) {
   }
 }
 
-/** Shows a picture of the data inside an element, once it could be loaded. */
+/** Shows a picture inside an element once it is loaded. */
 function showPicture(target, path) {
   const address = pictureAddress(path);
   if (!address)
@@ -269,7 +269,7 @@ function showPicture(target, path) {
   picture.src = address;
 }
 
-/** Content for an SVG element; only ever drawings of this file. */
+/** An SVG element; content is always a literal of this file. */
 function drawing(content) {
   const svg = document.createElementNS('http://www.w3.org/2000/svg', 'svg');
   svg.setAttribute('viewBox', '0 0 100 100');
@@ -280,7 +280,7 @@ function drawing(content) {
 
 const CHECK_MARK = '<circle cx="50" cy="50" r="46"></circle><path d="M28 52l16 16 30-34"></path>';
 
-/** Puts a closing word in place of the page's content. */
+/** Replaces the page's content with a closing message. */
 function showEnd(picture, chinese, english) {
   const end = element('div', 'end');
   end.append(picture, say(element('p', 'question'), ...chinese), say(element('p', 'lead'), ...english));
@@ -294,7 +294,7 @@ function showEnd(picture, chinese, english) {
   fit();
 }
 
-/** The line at the foot of the page; nothing hides it. */
+/** Shows a line at the bottom of the page, which nothing covers. */
 function notice(kind, chinese, english) {
   const line = byId('notice');
   line.className = kind;
@@ -303,10 +303,10 @@ function notice(kind, chinese, english) {
   fit();
 }
 
-/** The sizes that the content is tried in, parts of the full one; what is below is scrolled. */
+/** Scales that are tried for the content; if none fits, it scrolls. */
 const SIZES = [1, 0.95, 0.9, 0.85, 0.8, 0.75, 0.7];
 
-/** Makes the content as large as nothing of it is cut off: the customer may not know to scroll. */
+/** Makes the content as large as possible uncut: customers may not know to scroll. */
 function fit() {
   const main = document.querySelector('main');
   const boxes = [main].concat(Array.from(main.querySelectorAll('section, .huge, .amount')));
@@ -323,12 +323,12 @@ function fit() {
 function showTrouble(isTrouble) {
   if (isTrouble)
     notice('trouble', '与柜台的连接中断，正在重新连接，请稍候…',
-           'The connection to the counter is lost. Trying again, please wait…');
+           'Connection to the counter lost. Reconnecting, please wait…');
   else
     notice('', '', '');
 }
 
-/** The two buttons of the header, and the line for notices. */
+/** Adds the buttons of the header and the line for notices. */
 function addTools(root) {
   const tools = element('div', 'tools');
   const language = element('button');
@@ -380,7 +380,7 @@ function showCall(data) {
   fillRows(data.others(['no', 'window']));
 }
 
-/** "1234.5" as an amount of money, "1,234.50"; a text that is no plain number stays as it is. */
+/** "1234.5" as an amount of money, "1,234.50"; anything but a plain number stays unchanged. */
 function moneyText(text) {
   if (!/^-?\d{1,15}(\.\d{1,2})?$/.test(text))
     return text;
@@ -408,8 +408,8 @@ function showPayment(data) {
 }
 
 /**
- * Sends the customer's answer to the teller's page, as an answer of the server would come.
- * @param pairs what it says: keys and values
+ * Sends the customer's answer to the teller's page, in the form of an answer of the server.
+ * @param pairs keys and values of the answer
  */
 async function sendAnswer(server, name, data, pairs) {
   for (const button of document.querySelectorAll('main button, .actions button, main input'))
@@ -438,13 +438,13 @@ function showInfo(data, server) {
   };
   byId('ok').onclick = () => answer('ok', [['已确认，谢谢！', 'Confirmed, thank you!']],
                                     [['请稍候，柜员正在为您办理', 'One moment, please.']]);
-  byId('wrong').onclick = () => answer('wrong', [['已告知柜员', 'Your teller has been told']],
-                                       [['请向柜员说明有误之处', 'Please say what is not correct.']]);
+  byId('wrong').onclick = () => answer('wrong', [['已告知柜员', 'Your teller has been informed']],
+                                       [['请向柜员说明有误之处', 'Please tell the teller what is wrong.']]);
 }
 
 /**
- * The field the customer types into, with its keys.
- * @returns a function that gives the field as a pair
+ * Shows the field for the customer's input, with a keypad.
+ * @returns a function that returns the input as a list of one pair
  */
 function showEntry(ask, data) {
   const field = byId('entry-value');
@@ -483,7 +483,7 @@ function showEntry(ask, data) {
   return () => [[ask, field.value.trim()]];
 }
 
-/** The five grades: number sent, Chinese, English, how the mouth is drawn. */
+/** The five grades: number to send, Chinese, English, path of the mouth. */
 const GRADES = [
   ['5', '非常满意', 'Very satisfied', 'M26 56q24 34 48 0z'],
   ['4', '满意', 'Satisfied', 'M28 60q22 20 44 0'],
@@ -514,7 +514,7 @@ function showEvaluation(data, server) {
       const picture = face(mouth);
       picture.setAttribute('class', `grade-${value}`);
       showEnd(picture, ['感谢您的评价！', 'Thank you!'],
-              ['您的意见是我们改进的动力', 'Your opinion helps us to do better.']);
+              ['您的意见是我们改进的动力', 'Your feedback helps us improve.']);
     };
     byId('grades').append(button);
   }
@@ -533,7 +533,7 @@ async function start() {
   const page = document.body.dataset.page;
   addTools(root);
   window.onhashchange = () => location.reload();
-  document.oncontextmenu = (event) => event.preventDefault(); // a finger that stays too long
+  document.oncontextmenu = (event) => event.preventDefault(); // opened by a long touch
 
   const server = new Server(showTrouble);
   let source = dataOfAddress();

@@ -3,17 +3,18 @@
 
 #include <QDebug>
 
-BrowserHelper::BrowserHelper(const Settings &settings, const Screens &screens, int settleTime)
+BrowserHelper::BrowserHelper(const Settings &settings, const Screens &screens,
+                             const BrowserTimes &times)
     : m_settings(settings)
     , m_screens(screens)
-    , m_window(settleTime)
+    , m_window(times)
     , m_server(QStringLiteral("SOUTHINTERFACE_BROWSER"), {{1, 1}, {2, 2}})
 {
     connect(&m_server, &RequestServer::request, this,
             [this](int, const QList<QByteArray> &parts) { show(parts); });
     connect(&m_server, &RequestServer::clientGone, this, [this] {
         m_window.close();
-        qInfo() << "the client has gone, no page is shown";
+        qInfo() << "client disconnected, window closed";
         Q_EMIT idle();
     });
     connect(&m_window, &BrowserWindow::opened, this, [this] { reply("opened", m_page.shown()); });
@@ -25,15 +26,15 @@ BrowserHelper::BrowserHelper(const Settings &settings, const Screens &screens, i
 
 void BrowserHelper::show(const QList<QByteArray> &parts)
 {
-    m_window.close(); // whatever comes now: the page before belongs to somebody else's business
+    m_window.close(); // even if this request fails: the page shown belongs to an earlier one
     m_page = pageAddress(QString::fromUtf8(parts[0]));
     if (!m_page.refusal.isEmpty()) {
         reply("failed", m_page.refusal);
         return;
     }
     const bool hasData = parts.size() > 1;
-    qInfo() << "asked for" << m_page.shown() << "with" << (hasData ? parts[1].size() : 0)
-            << "bytes of data"; // their content is the customer's: it is not logged
+    qInfo() << "request for" << m_page.shown() << "with" << (hasData ? parts[1].size() : 0)
+            << "bytes of data"; // which is the customer's and not logged
     m_window.open(hasData ? withData(m_page.url, QString::fromUtf8(parts[1]))
                           : m_page.url.toEncoded(),
                   m_screens(), m_settings());

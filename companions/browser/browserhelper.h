@@ -8,12 +8,11 @@
 #include <functional>
 
 /**
- * The browser helper: shows the page that its client asked for last, for as long as the client
- * stays connected.
+ * Shows the page that its client last asked for, until the client disconnects.
  *
- * Requests: type 1, a URL; type 2, a URL and data for its page. Replies, texts that go to the
- * page that is the server's current one: "opened <address>", "failed <why>", and "closed <why>"
- * when the window has gone without being asked to.
+ * Requests: type 1, a URL; type 2, a URL and data for the page. Replies are texts, which the server
+ * passes on to its current client: "opened <address>", "failed <reason>", and "closed <reason>"
+ * when the window closes by itself.
  */
 class BrowserHelper : public QObject
 {
@@ -23,16 +22,16 @@ public:
     /// The desktop's screens; none without a display.
     using Screens = std::function<QVector<QRect>()>;
 
-    /// Read before every page: what a technician changes holds from the next page on.
+    /// Called before every page, so that a changed setting applies to the next one.
     using Settings = std::function<BrowserSettings()>;
 
-    /// \param settleTime  see BrowserWindow
-    BrowserHelper(const Settings &settings, const Screens &screens, int settleTime = 1500);
+    BrowserHelper(const Settings &settings, const Screens &screens,
+                  const BrowserTimes &times = BrowserTimes());
 
     RequestServer::Start start() { return m_server.start(); }
 
 Q_SIGNALS:
-    /// The client has gone and the window with it.
+    /// The client has disconnected and the window is closed.
     void idle();
 
 private:
@@ -43,5 +42,5 @@ private:
     const Screens m_screens;
     BrowserWindow m_window;
     RequestServer m_server;
-    PageAddress m_page; ///< asked for last
+    PageAddress m_page; ///< last requested
 };

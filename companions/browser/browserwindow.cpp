@@ -17,13 +17,12 @@
 
 namespace {
 
-constexpr int politeMs = 3000; // for a browser to end by itself
-constexpr int killedMs = 5000; // for the system to clear a killed one away
-constexpr int keptOutput = 2000; // bytes of what the browser said last
-constexpr int longestAddress = 2 * 1024 * 1024; // bytes; Chromium drops longer ones
+constexpr int killedMs = 5000; // for the system to end a killed one
+constexpr int keptOutput = 2000; // bytes of the browser's last output
+constexpr int maxAddress = 2 * 1024 * 1024; // bytes; Chromium drops longer ones
 
-/// The user's own folder for them; a temporary one where Qt finds none that is nobody else's.
-QString folderForRunTimeFiles()
+/// The user's private runtime folder, or a temporary one where Qt finds none.
+QString runtimeFolder()
 {
     const QString folder = QStandardPaths::writableLocation(QStandardPaths::RuntimeLocation);
     if (!folder.isEmpty()) {
@@ -34,8 +33,9 @@ QString folderForRunTimeFiles()
     return temporary.path();
 }
 
-/// An address as a JavaScript text inside a page: nothing in it can end the text or the script.
-QByteArray scriptText(const QByteArray &address)
+/// A JavaScript string literal for a page; nothing in the address can end the literal or the
+/// script.
+QByteArray scriptLiteral(const QByteArray &address)
 {
     QByteArray text;
     for (const char c : address) {
@@ -48,25 +48,25 @@ QByteArray scriptText(const QByteArray &address)
     return '"' + text + '"';
 }
 
-/// Writes the file that leads to the page, readable by this user alone. \return why it can't
-QString writeLeadingFile(const QString &path, const QByteArray &address)
+/// Writes a page, readable by this user only, that redirects. \return the error; empty on success
+QString writeRedirectFile(const QString &path, const QByteArray &address)
 {
-    QFile::remove(path); // and with it whatever rights it had
+    QFile::remove(path); // along with its permissions
     QFile file(path);
     if (!QDir().mkpath(QFileInfo(path).path()) || !file.open(QIODevice::WriteOnly)
         || !file.setPermissions(QFile::ReadOwner | QFile::WriteOwner)) {
         return file.errorString();
     }
     file.write("<!DOCTYPE html><meta charset=\"utf-8\"><script>location.replace("
-               + scriptText(address) + ")</script>\n");
+               + scriptLiteral(address) + ")</script>\n");
     return file.flush() ? QString() : file.errorString();
 }
 
-/// The first of the programs that is installed; empty when none is.
+/// The first installed program; empty if there is none.
 QString findProgram(const QStringList &programs)
 {
     for (const QString &program : programs) {
-        const QString path = QStandardPaths::findExecutable(program);
+        QString path = QStandardPaths::findExecutable(program);
         if (!path.isEmpty()) {
             return path;
         }
@@ -82,12 +82,13 @@ void BrowserProcess::setupChildProcess()
     prctl(PR_SET_PDEATHSIG, SIGTERM); // no page stays when the helper goes
 }
 
-BrowserWindow::BrowserWindow(int settleTime)
-    : m_folder(folderForRunTimeFiles())
-    , m_leadingFile(m_folder + QStringLiteral("/page.html"))
+BrowserWindow::BrowserWindow(const BrowserTimes &times)
+    : m_quitTime(times.quit)
+    , m_folder(runtimeFolder())
+    , m_redirectFile(m_folder + QStringLiteral("/page.html"))
 {
     m_settling.setSingleShot(true);
-    m_settling.setInterval(settleTime);
+    m_settling.setInterval(times.settle);
     m_browser.setProcessChannelMode(QProcess::MergedChannels);
     m_browser.setStandardInputFile(QProcess::nullDevice());
     connect(&m_settling, &QTimer::timeout, this, &BrowserWindow::opened);
@@ -114,25 +115,24 @@ QStringList BrowserWindow::arguments(const BrowserSettings &settings, const QVec
         QStringLiteral("--window-position=%1,%2").arg(screen.left()).arg(screen.top()),
         QStringLiteral("--window-size=%1,%2").arg(size.width()).arg(size.height()),
         QStringLiteral("--user-data-dir=") + profile,
-        QStringLiteral("--incognito"), // the next customer finds nothing of this one
+        QStringLiteral("--incognito"), // leaves nothing of this customer to the next
         QStringLiteral("--no-first-run"),
         QStringLiteral("--no-default-browser-check"),
         QStringLiteral("--noerrdialogs"),
-        QStringLiteral("--password-store=basic"), // asks nobody to unlock a key ring
+        QStringLiteral("--password-store=basic"), // never asks to unlock a keyring
         QStringLiteral("--disable-component-update"),
         QStringLiteral("--disable-background-networking"),
         QStringLiteral("--disable-sync"),
         QStringLiteral("--disable-pinch"),
         QStringLiteral("--overscroll-history-navigation=0"),
-        // No question to the customer about translating, or whether the page may reach the server.
+        // Never ask the customer about translations, or whether the page may reach the server.
         QStringLiteral("--disable-features=Translate,LocalNetworkAccessChecks,"
                        "LocalNetworkAccessChecksWebSockets"),
     };
     if (fills) {
         options << QStringLiteral("--kiosk");
     }
-    if (geteuid()
-        == 0) { // Chromium's sandbox refuses to run as root; the other hides its complaint
+    if (geteuid() == 0) { // Chromium can't run as root with its sandbox; hide its warning
         options << QStringLiteral("--no-sandbox") << QStringLiteral("--test-type");
     }
     return options << settings.options
@@ -148,7 +148,7 @@ void BrowserWindow::open(const QByteArray &address, const QVector<QRect> &screen
         Q_EMIT failed(QStringLiteral("no display"));
         return;
     }
-    if (address.size() > longestAddress) {
+    if (address.size() > maxAddress) {
         Q_EMIT failed(QStringLiteral("the address with its data is too long"));
         return;
     }
@@ -158,13 +158,13 @@ void BrowserWindow::open(const QByteArray &address, const QVector<QRect> &screen
                       + settings.browsers.join(QStringLiteral(", ")));
         return;
     }
-    const QString why = writeLeadingFile(m_leadingFile, address);
+    const QString why = writeRedirectFile(m_redirectFile, address);
     if (!why.isEmpty()) {
-        Q_EMIT failed(QStringLiteral("can't write %1: %2").arg(m_leadingFile, why));
+        Q_EMIT failed(QStringLiteral("can't write %1: %2").arg(m_redirectFile, why));
         return;
     }
     const QString profile = m_folder + QStringLiteral("/profile");
-    start(program, arguments(settings, screens, profile, m_leadingFile));
+    start(program, arguments(settings, screens, profile, m_redirectFile));
 }
 
 void BrowserWindow::start(const QString &program, const QStringList &options)
@@ -173,7 +173,7 @@ void BrowserWindow::start(const QString &program, const QStringList &options)
     m_lastOutput.clear();
     m_browser.start(program, options);
     if (!m_browser.waitForStarted()) {
-        removeLeadingFile();
+        removeRedirectFile();
         Q_EMIT failed(program + QStringLiteral(": ") + m_browser.errorString());
         return;
     }
@@ -187,22 +187,22 @@ void BrowserWindow::close()
     if (m_group != 0) {
         const auto group = pid_t(std::exchange(m_group, 0));
         ::kill(-group, SIGTERM);
-        if (m_browser.state() != QProcess::NotRunning && !m_browser.waitForFinished(politeMs)) {
-            qWarning() << "the browser does not end, killing it";
+        if (m_browser.state() != QProcess::NotRunning && !m_browser.waitForFinished(m_quitTime)) {
+            qWarning() << "the browser does not quit, killing it";
         }
-        ::kill(-group, SIGKILL); // what the browser left behind as well
+        ::kill(-group, SIGKILL); // including what the browser left behind
         m_browser.waitForFinished(killedMs);
-        removeLeadingFile();
+        removeRedirectFile();
     }
 }
 
-/// It holds what the page was told. Only ever our own: another instance may show a page.
-void BrowserWindow::removeLeadingFile()
+/// The file holds the page's data. Call only after writing it: it may be another instance's.
+void BrowserWindow::removeRedirectFile()
 {
-    QFile::remove(m_leadingFile);
+    QFile::remove(m_redirectFile);
 }
 
-/// The browser has ended: from here, then there is nothing to tell, or by itself.
+/// The browser has ended. There is nothing to report if close() has ended it.
 void BrowserWindow::ended()
 {
     if (m_group == 0) {
@@ -215,7 +215,7 @@ void BrowserWindow::ended()
     const QString why = m_browser.exitStatus() == QProcess::CrashExit
         ? program + QStringLiteral(" crashed")
         : program + QStringLiteral(" ended with status %1").arg(m_browser.exitCode());
-    qInfo().noquote() << "what the browser said last:" << QString::fromUtf8(m_lastOutput);
+    qInfo().noquote() << "last output of the browser:" << QString::fromUtf8(m_lastOutput);
     if (wasOpen) {
         Q_EMIT closed(why);
     } else {

@@ -9,7 +9,14 @@
 #include <QTimer>
 #include <QVector>
 
-/// A browser in a process group of its own, so that the whole of it can be ended.
+/// How long the browser gets, in milliseconds; tests shorten it.
+struct BrowserTimes
+{
+    int settle = 1500; ///< a browser that still runs after this has its window open
+    int quit = 3000; ///< to quit when asked to, before it is killed
+};
+
+/// A browser in its own process group, so that all of its processes can be killed.
 class BrowserProcess : public QProcess
 {
     Q_OBJECT
@@ -19,39 +26,38 @@ protected:
 };
 
 /**
- * The one browser window: full screen on the customer's screen, or by its settings a window
+ * The one browser window: full screen on the customer's screen or, if configured so, a window
  * without tabs.
  *
- * The page's address is not on the browser's command line: every user of the machine can read
- * command lines, and the server counts those that hold its name, which a page's path may. The
- * browser is given a small file instead, in the folder for run-time files, that leads to the page.
+ * The page's address is kept off the browser's command line: every user of the machine can read
+ * command lines, and the server counts those that contain its name, as a page's path may. The
+ * browser opens a small file in the runtime folder instead, which redirects it to the page.
  */
 class BrowserWindow : public QObject
 {
     Q_OBJECT
 
 public:
-    /// \param settleTime  a browser that still runs after it, in ms, has its window up
-    explicit BrowserWindow(int settleTime);
+    explicit BrowserWindow(const BrowserTimes &times);
     ~BrowserWindow() override;
 
     /**
-     * Shows a page in place of the one before. How it went comes as a signal: opened() or
-     * failed(), once; after opened(), closed() when the window has not been closed from here.
+     * Shows a page, replacing the previous one. Emits opened() or failed(), once; after opened()
+     * also closed(), unless close() or another open() closes the window.
      *
-     * \param address  percent-encoded; one that ends up too long for a browser fails
-     * \param screens  the desktop's; none means that there is no display, and fails
+     * \param address  percent-encoded; fails when it is too long for a browser
+     * \param screens  of the desktop; fails without any, as there is no display
      */
     void open(const QByteArray &address, const QVector<QRect> &screens,
               const BrowserSettings &settings);
 
     /**
-     * Ends the browser, with all its processes: asks first, kills after 3 s. Blocks that long.
-     * Emits nothing.
+     * Ends the browser with all its processes: asks it to quit, kills it if that takes too long.
+     * Blocks meanwhile. Emits nothing.
      */
     void close();
 
-    /// The options for a browser that shows the file.
+    /// The command-line options that make the browser show the file.
     static QStringList arguments(const BrowserSettings &settings, const QVector<QRect> &screens,
                                  const QString &profile, const QString &file);
 
@@ -64,12 +70,13 @@ private:
     void start(const QString &program, const QStringList &options);
     void ended();
     void keepLastOutput();
-    void removeLeadingFile();
+    void removeRedirectFile();
 
-    const QString m_folder; ///< for run-time files
-    const QString m_leadingFile; ///< leads the browser to the page
+    const int m_quitTime; ///< in milliseconds
+    const QString m_folder; ///< for runtime files
+    const QString m_redirectFile; ///< redirects the browser to the page
     BrowserProcess m_browser;
-    qint64 m_group = 0; ///< the browser's process group; 0 without one
+    qint64 m_group = 0; ///< the browser's process group; 0 if none runs
     QTimer m_settling; ///< runs until the window counts as opened
-    QByteArray m_lastOutput; ///< of the browser, for the log when it fails
+    QByteArray m_lastOutput; ///< of the browser, logged if it fails
 };

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// The browser helper: shows pages on the customer's screen, as the server asks for them.
+// The browser helper: shows pages on the customer's screen, at the server's request.
 
 #include "companions/browser/browserhelper.h"
 #include "companions/common/companionprogram.h"
@@ -18,18 +18,10 @@ int main(int argc, char *argv[])
     BrowserHelper helper([settings] { return BrowserSettings::read(settings); },
                          [] { return hasDisplay() ? screenGeometries() : QVector<QRect>(); });
     if (!hasDisplay()) {
-        // A display that comes later is only found by a new instance.
+        // Only a new instance finds a display that appears later.
         qWarning() << "no display: every page will fail; DISPLAY is" << qgetenv("DISPLAY")
                    << "and Qt's platform" << QGuiApplication::platformName();
         QObject::connect(&helper, &BrowserHelper::idle, &application, &QCoreApplication::quit);
     }
-    switch (helper.start()) {
-    case RequestServer::Start::Listening:
-        return QGuiApplication::exec();
-    case RequestServer::Start::AnotherRuns:
-        return 0;
-    case RequestServer::Start::Failed:
-        return 1;
-    }
-    return 1;
+    return runCompanion(helper.start());
 }

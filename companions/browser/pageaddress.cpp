@@ -8,8 +8,8 @@ namespace {
 
 QString shortened(const QString &text)
 {
-    constexpr int longest = 200;
-    return text.size() <= longest ? text : text.left(longest) + QStringLiteral("...");
+    constexpr int maxLength = 200;
+    return text.size() <= maxLength ? text : text.left(maxLength) + QStringLiteral("...");
 }
 
 PageAddress refused(const QString &why, const QString &what)
@@ -17,7 +17,7 @@ PageAddress refused(const QString &why, const QString &what)
     return {QUrl(), why + QStringLiteral(": ") + shortened(what)};
 }
 
-bool isOfThisMachine(const QUrl &url)
+bool isLocal(const QUrl &url)
 {
     return url.host().isEmpty() || url.host() == QLatin1String("localhost");
 }
@@ -34,7 +34,7 @@ PageAddress pageAddress(const QString &text)
 {
     const QString trimmed = text.trimmed();
     PageAddress address;
-    if (trimmed.startsWith(QLatin1Char('/'))) { // two slashes would begin the name of a machine
+    if (trimmed.startsWith(QLatin1Char('/'))) { // two slashes would start a host name
         address.url = QUrl::fromLocalFile(QDir::cleanPath(QLatin1Char('/') + trimmed));
     } else {
         address.url = QUrl(trimmed);
@@ -42,13 +42,13 @@ PageAddress pageAddress(const QString &text)
 
     const QString scheme = address.url.scheme();
     if (scheme == QLatin1String("file")) {
-        if (!isOfThisMachine(address.url) || !QFileInfo(address.url.path()).isFile()) {
+        if (!isLocal(address.url) || !QFileInfo(address.url.path()).isFile()) {
             return refused(QStringLiteral("no such file"), trimmed);
         }
         return address;
     }
-    const bool isOfTheWeb = scheme == QLatin1String("http") || scheme == QLatin1String("https");
-    if (!isOfTheWeb || address.url.host().isEmpty()) {
+    const bool isWeb = scheme == QLatin1String("http") || scheme == QLatin1String("https");
+    if (!isWeb || address.url.host().isEmpty()) {
         return refused(QStringLiteral("neither an absolute path nor a file:, http: or https: URL"),
                        trimmed);
     }

@@ -5,24 +5,24 @@
 #include <QString>
 #include <QUrl>
 
-/// What a request names as the page to show.
+/// The page that a request asks for.
 struct PageAddress
 {
-    QUrl url; ///< of scheme file, http or https; empty when it is refused
-    QString refusal; ///< why it is; empty when it is not
+    QUrl url; ///< file:, http: or https:; empty if refused
+    QString refusal; ///< the reason; empty if accepted
 
-    /// For people: a path or a URL without its password, not too long.
+    /// For logs and replies: a path, or a URL without its password, shortened.
     QString shown() const;
 };
 
 /**
- * Takes the text of a request: an absolute path, or a URL of scheme file, http or https. Anything
- * else is refused, and so is a path or file: URL without a file on this machine.
+ * Parses the text of a request: an absolute path, or a file:, http: or https: URL. Refuses anything
+ * else, and paths and file: URLs that name no file on this machine.
  */
 PageAddress pageAddress(const QString &text);
 
 /**
- * The address with data for the page in its fragment: "#data=" and the text as percent-encoded
- * UTF-8, after "&" when the address has a fragment of its own.
+ * Adds data for the page to the fragment of its address: "data=" and the text as percent-encoded
+ * UTF-8, after "&" if the address has a fragment already.
  */
 QByteArray withData(const QUrl &url, const QString &data);

@@ -5,7 +5,7 @@
 
 void prepareCompanion()
 {
-    qunsetenv("QT_LOGGING_RULES"); // the server's, which Qt takes for malformed and says so
+    qunsetenv("QT_LOGGING_RULES"); // the server's; Qt would warn about its format
     qSetMessagePattern(QStringLiteral("[%{time yyyy-MM-dd HH:mm:ss.zzz}] %{message}"));
     if (qEnvironmentVariableIsSet("QT_QPA_PLATFORM")) {
         return;
@@ -23,4 +23,17 @@ bool hasDisplay()
 {
     const QString platform = QGuiApplication::platformName();
     return platform != QLatin1String("offscreen") && platform != QLatin1String("minimal");
+}
+
+int runCompanion(RequestServer::Start start)
+{
+    switch (start) {
+    case RequestServer::Start::Listening:
+        return QGuiApplication::exec();
+    case RequestServer::Start::AnotherRuns:
+        return 0;
+    case RequestServer::Start::Failed:
+        break;
+    }
+    return 1;
 }

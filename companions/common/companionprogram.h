@@ -1,13 +1,21 @@
 // SPDX-License-Identifier: MIT
-/// \file What every companion program does at its start.
+/// \file What the main() functions of the companion programs share.
 #pragma once
 
+#include "companions/common/requestserver.h"
+
 /**
- * Call it first in main(), before the application object: log lines carry their time, and a machine
- * without a display (or with one that can't be reached) gets Qt's offscreen platform instead of an
- * abort. A QT_QPA_PLATFORM that is set stays.
+ * Call first in main(), before creating the application: adds the time to log lines, and makes Qt
+ * use its offscreen platform where it would abort because there is no display or it can't be
+ * reached. A QT_QPA_PLATFORM that is already set is kept.
  */
 void prepareCompanion();
 
-/// Whether somebody can see this program's windows. Needs the application object.
+/// Whether anybody can see this program's windows. Needs the application object.
 bool hasDisplay();
+
+/**
+ * Call last in main(): runs the event loop if the program's server is listening, ends at once if
+ * not. \return the exit code
+ */
+int runCompanion(RequestServer::Start start);

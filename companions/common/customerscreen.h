@@ -7,8 +7,8 @@
 QT_FORWARD_DECLARE_CLASS(QScreen)
 
 /**
- * Which screen is the customer's: the first, unless a later one is both narrower and lower than the
- * one held so far.
+ * Finds the customer's screen: the first one, unless a later one is both narrower and lower than
+ * the smallest so far.
  *
  * \param screens  their geometries, at least one, in pixels
  * \return an index into them

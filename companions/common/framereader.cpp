@@ -15,15 +15,15 @@ QList<Request> FrameReader::feed(const QByteArray &bytes)
         return complete;
     }
     m_bytes += bytes;
-    while (m_partsToCome > 0 ? takePart() : takeType()) {
-        if (m_partsToCome == 0) {
+    while (m_partsMissing > 0 ? takePart() : takeType()) {
+        if (m_partsMissing == 0) {
             complete << m_request;
         }
     }
     return complete;
 }
 
-bool FrameReader::takeNumber(int *number)
+bool FrameReader::peekNumber(int *number)
 {
     qint32 value = 0;
     if (m_bytes.size() < int(sizeof value)) {
@@ -37,7 +37,7 @@ bool FrameReader::takeNumber(int *number)
 bool FrameReader::takeType()
 {
     int type = 0;
-    if (!takeNumber(&type)) {
+    if (!peekNumber(&type)) {
         return false;
     }
     if (!m_partsOfType.contains(type)) {
@@ -46,7 +46,7 @@ bool FrameReader::takeType()
     }
     m_bytes.remove(0, sizeof(qint32));
     m_request = Request{type, {}};
-    m_partsToCome = m_partsOfType.value(type);
+    m_partsMissing = m_partsOfType.value(type);
     return true;
 }
 
@@ -54,10 +54,10 @@ bool FrameReader::takePart()
 {
     constexpr int header = sizeof(qint32);
     int length = 0;
-    if (!takeNumber(&length)) {
+    if (!peekNumber(&length)) {
         return false;
     }
-    if (length < 0 || length > longestPart) {
+    if (length < 0 || length > maxPartSize) {
         m_error = QStringLiteral("a length of %1 bytes").arg(length);
         return false;
     }
@@ -66,6 +66,6 @@ bool FrameReader::takePart()
     }
     m_request.parts << m_bytes.mid(header, length);
     m_bytes.remove(0, header + length);
-    --m_partsToCome;
+    --m_partsMissing;
     return true;
 }

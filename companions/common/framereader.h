@@ -10,40 +10,40 @@
 struct Request
 {
     int type = 0;
-    QList<QByteArray> parts; ///< as many as its type has
+    QList<QByteArray> parts; ///< as many as its type requires
 };
 
 /**
- * Takes the server's requests apart, in whatever pieces their bytes come. A request: its type, then
- * its parts, each preceded by its length in bytes; numbers are of 32 bits in native byte order.
+ * Parses the server's requests from bytes that may arrive in any pieces. A request is its type,
+ * then its parts, each preceded by its length in bytes; numbers have 32 bits in native byte order.
  */
 class FrameReader
 {
 public:
-    static constexpr int longestPart = 16 * 1024 * 1024; ///< bytes
+    static constexpr int maxPartSize = 16 * 1024 * 1024; ///< bytes
 
-    /// \param partsOfType  how many parts the requests of each type have
+    /// \param partsOfType  number of parts by type of request
     explicit FrameReader(const QMap<int, int> &partsOfType);
 
     /**
-     * Takes bytes in. \return the requests that are complete now, in their order
+     * Takes received bytes. \return the requests they complete, in order
      *
-     * After an unknown type or a length that is negative or above `longestPart` nothing more is
-     * read: where the next request begins can't be told.
+     * Nothing more is read after an unknown type or a length that is negative or above
+     * `maxPartSize`: there is no way to tell where the next request starts.
      */
     QList<Request> feed(const QByteArray &bytes);
 
-    /// Why it stopped reading; empty while all is well.
+    /// Why it stopped reading; empty if it has not.
     QString error() const { return m_error; }
 
 private:
-    bool takeNumber(int *number);
+    bool peekNumber(int *number);
     bool takeType();
     bool takePart();
 
     const QMap<int, int> m_partsOfType;
-    QByteArray m_bytes; ///< what has not been taken yet
-    Request m_request; ///< the one that is coming
-    int m_partsToCome = 0; ///< 0 between requests
+    QByteArray m_bytes; ///< received but not parsed yet
+    Request m_request; ///< the one being received
+    int m_partsMissing = 0; ///< 0 between requests
     QString m_error;
 };

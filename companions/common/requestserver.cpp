@@ -10,11 +10,11 @@
 
 namespace {
 
-constexpr int maxConnections = 8; // the client and some that have not asked for anything yet
+constexpr int maxConnections = 8; // the client, and connections without a request so far
 constexpr int probeWaitMs = 2000;
 constexpr int lockWaitMs = 10000;
 
-/// Whether a process holds the socket; one that is too busy to answer counts.
+/// Whether a process listens on the socket, even one too busy to accept.
 bool somebodyListens(const QString &name)
 {
     QLocalSocket probe;
@@ -47,10 +47,10 @@ RequestServer::~RequestServer()
 
 RequestServer::Start RequestServer::start()
 {
-    // Between probing and listening nobody else may do the same.
+    // No other instance may probe and listen in between.
     QLockFile lock(QDir::temp().filePath(m_name + QLatin1String(".lock")));
     if (!lock.tryLock(lockWaitMs)) {
-        qWarning() << "no lock for" << m_name << "- going on without";
+        qWarning() << "can't lock" << m_name << "- continuing without";
     }
     if (somebodyListens(m_name)) {
         qInfo() << "another instance listens on" << m_name;
@@ -87,7 +87,7 @@ void RequestServer::takeConnections()
             m_sockets[m_sockets.first() == m_client ? 1 : 0]->abort();
         }
         if (socket->state() == QLocalSocket::ConnectedState) {
-            read(socket, reader.get()); // what came before the signal was connected
+            read(socket, reader.get()); // what arrived before the signal was connected
         } else {
             forget(socket);
         }
@@ -98,14 +98,14 @@ void RequestServer::read(QLocalSocket *socket, FrameReader *reader)
 {
     const QList<Request> requests = reader->feed(socket->readAll());
     for (const Request &each : requests) {
-        if (!m_sockets.contains(socket)) { // a reply to the one before found it gone
+        if (!m_sockets.contains(socket)) { // disconnected during the previous one
             return;
         }
         makeClient(socket);
         Q_EMIT request(each.type, each.parts);
     }
     if (!reader->error().isEmpty() && m_sockets.contains(socket)) {
-        qWarning() << "a client is disconnected for" << reader->error();
+        qWarning() << "disconnecting a client that sent" << reader->error();
         socket->abort();
     }
 }

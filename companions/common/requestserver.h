@@ -10,15 +10,15 @@
 QT_FORWARD_DECLARE_CLASS(QLocalSocket)
 
 /**
- * The companion's end of the local socket: requests of the server come in, replies go out to the
- * one client that sent the latest request.
+ * The companion's end of the local socket: receives the server's requests and sends replies to the
+ * client, which is the connection that sent the latest request.
  *
- * Whoever connects becomes the client with the first complete request, and the client before is
- * disconnected then. Connecting alone changes nothing: the server connects and leaves again at its
+ * A connection becomes the client with its first complete request; the previous client is then
+ * disconnected. Connecting alone changes nothing: the server connects and disconnects once at its
  * start, and a second instance of a companion probes the first.
  *
- * The socket is open to the companion's own user (and root). It belongs to the thread that made it,
- * which needs an event loop.
+ * Only the companion's own user (and root) can connect. Use it on the thread that created it, which
+ * needs an event loop.
  */
 class RequestServer : public QObject
 {
@@ -27,13 +27,13 @@ class RequestServer : public QObject
 public:
     enum class Start {
         Listening,
-        AnotherRuns, ///< another instance answers: nothing was changed, end quietly
-        Failed, ///< can't listen; the log tells why
+        AnotherRuns, ///< another instance is listening: nothing was changed
+        Failed, ///< can't listen; the log gives the reason
     };
 
     /**
-     * \param name         of the local socket; without a path it lies in the folder for temporary
-     *                     files (TMPDIR, /tmp)
+     * \param name         of the local socket; without a path, in the folder for temporary files
+     *                     (TMPDIR or /tmp)
      * \param partsOfType  see FrameReader
      */
     RequestServer(const QString &name, const QMap<int, int> &partsOfType,
@@ -41,22 +41,22 @@ public:
     ~RequestServer() override;
 
     /**
-     * Begins to listen. A socket file that nobody answers on is removed. Of instances that start
-     * at the same moment one gets to listen.
+     * Starts listening; a stale socket file is removed. Of instances started at the same moment
+     * exactly one listens.
      */
     Start start();
 
     /**
-     * Writes bytes to the client of the latest request. They go out while the event loop runs.
-     * \return false when it is gone
+     * Sends bytes to the client; they are written while the event loop runs.
+     * \return false if it has disconnected
      */
     bool reply(const QByteArray &bytes);
 
 Q_SIGNALS:
-    /// A complete request has come.
+    /// A complete request has arrived.
     void request(int type, const QList<QByteArray> &parts);
 
-    /// The client of the latest request has gone, or was disconnected for what it sent.
+    /// The client has disconnected, or was disconnected for a malformed request.
     void clientGone();
 
 private:

@@ -3,19 +3,19 @@
 
 #include <QString>
 
-/// Why nothing was signed: thrown, and told in the reply.
+/// Why nothing was signed. Thrown; the reply passes it on.
 struct SigningFailure
 {
-    /// The reply's "code"; pages know the numbers.
+    /// The reply's "code". Pages rely on the numbers.
     enum Code {
         BadRequest = 10, ///< the request can't be understood
         NoDocument = 11, ///< the PDF can't be read
         Encrypted = 12,
-        Broken = 13, ///< no PDF, or one that only a repair could read
+        Broken = 13, ///< not a PDF, or a damaged one
         Place = 14, ///< no such page, or the rectangle is not on it
         NoDisplay = 15,
-        NotShown = 16, ///< the page can't be drawn
-        NotWritten = 17, ///< the signed document or what belongs to it can't be written
+        NotShown = 16, ///< the page can't be rendered
+        NotWritten = 17, ///< the signed document or a file that goes with it can't be written
     };
 
     Code code;

@@ -11,20 +11,20 @@
 
 namespace {
 
-// Widths are parts of the pad's height, speeds are pad heights a second.
-constexpr double thickest = 0.030;
-constexpr double thinnest = 0.011;
+// Widths are fractions of the pad's height, speeds are pad heights per second.
+constexpr double maxWidth = 0.030;
+constexpr double minWidth = 0.011;
 constexpr double fastPen = 4;
-constexpr double widthStep = thickest / 48; // finer than the eye tells apart
-constexpr double shortestSignature = 0.3; // pad heights
-constexpr double usualInterval = 0.01; // seconds, of points without a time
+constexpr double widthStep = maxWidth / 48; // too fine to see
+constexpr double minSignature = 0.3; // pad heights
+constexpr double defaultInterval = 0.01; // seconds between points without a time
 
 double distance(const InkPoint &a, const InkPoint &b, const QSizeF &area)
 {
     return std::hypot((b.at.x() - a.at.x()) * area.width(), (b.at.y() - a.at.y()) * area.height());
 }
 
-/// The width wanted at each point, smoothed as a brush would: it spreads slowly.
+/// The width at each point, smoothed like that of a brush, which spreads slowly.
 QVector<double> widths(const Ink::Stroke &stroke, const QSizeF &area)
 {
     QVector<double> widths;
@@ -39,14 +39,14 @@ QVector<double> widths(const Ink::Stroke &stroke, const QSizeF &area)
         }
         const double share =
             point.pressure >= 0 ? std::min(point.pressure * 1.2, 1.0) : std::exp(-speed / fastPen);
-        const double wanted = thinnest + (thickest - thinnest) * share;
+        const double wanted = minWidth + (maxWidth - minWidth) * share;
         width = i == 0 ? 0.7 * wanted : 0.75 * width + 0.25 * wanted;
         widths << width * area.height();
     }
     return widths;
 }
 
-/// Collects the samples of a stroke and begins a new line where the width changes.
+/// Collects the samples of a stroke and starts a new line where the width changes.
 class LineMaker
 {
 public:
@@ -81,7 +81,7 @@ InkPoint pointFromJson(const QJsonArray &numbers, double secondsBefore)
     }
     for (const QJsonValue &number : numbers) {
         if (!number.isDouble()) {
-            throw QStringLiteral("a point holds something that is no number");
+            throw QStringLiteral("a point holds something other than numbers");
         }
     }
     InkPoint point;
@@ -89,9 +89,9 @@ InkPoint pointFromJson(const QJsonArray &numbers, double secondsBefore)
     if (!QRectF(0, 0, 1, 1).contains(point.at)) {
         throw QStringLiteral("a point is not on the pad: x and y go from 0 to 1");
     }
-    point.seconds = numbers.size() > 2 ? numbers[2].toDouble() : secondsBefore + usualInterval;
+    point.seconds = numbers.size() > 2 ? numbers[2].toDouble() : secondsBefore + defaultInterval;
     if (point.seconds < secondsBefore || point.seconds > 24 * 3600) {
-        throw QStringLiteral("a point's time is before the one before, or after a day");
+        throw QStringLiteral("a point's time is before the previous point's, or above a day");
     }
     if (numbers.size() > 3) {
         point.pressure = std::clamp(numbers[3].toDouble(), 0.0, 1.0);
@@ -133,7 +133,7 @@ bool Ink::isSignature(double aspect) const
             length += distance(stroke[i - 1], stroke[i], QSizeF(aspect, 1));
         }
     }
-    return length >= shortestSignature;
+    return length >= minSignature;
 }
 
 QVector<InkLine> Ink::lines(const QSizeF &area) const
@@ -145,7 +145,7 @@ QVector<InkLine> Ink::lines(const QSizeF &area) const
     return all;
 }
 
-/// The pen's points are the control points of a chain of quadratic curves through their middles.
+/// The pen's points are the control points of a chain of quadratic curves through their midpoints.
 QVector<InkLine> Ink::lines(const Stroke &stroke, const QSizeF &area)
 {
     if (stroke.isEmpty()) {
@@ -210,7 +210,7 @@ Ink Ink::fromJson(const QByteArray &json)
     QJsonParseError error;
     const QJsonDocument document = QJsonDocument::fromJson(json, &error);
     if (!document.isArray()) {
-        throw QStringLiteral("no JSON list of strokes: ") + error.errorString();
+        throw QStringLiteral("not a JSON list of strokes: ") + error.errorString();
     }
     Ink ink;
     double seconds = 0;
@@ -218,7 +218,7 @@ Ink Ink::fromJson(const QByteArray &json)
     for (const QJsonValue &stroke : strokes) {
         const QJsonArray points = stroke.toArray();
         if (points.isEmpty()) {
-            throw QStringLiteral("a stroke is no list of points");
+            throw QStringLiteral("a stroke is not a list of points");
         }
         ink.m_strokes << Stroke();
         for (const QJsonValue &point : points) {

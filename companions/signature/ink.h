@@ -10,56 +10,56 @@
 
 QT_FORWARD_DECLARE_CLASS(QPainter)
 
-/// Where the pen was at a moment.
+/// Position and pressure of the pen at a moment.
 struct InkPoint
 {
     QPointF at; ///< 0..1 of the pad's width and height, from its upper left corner
     double seconds = 0; ///< since any fixed moment
-    double pressure = -1; ///< 0..1; negative from a pen that does not tell
+    double pressure = -1; ///< 0..1; negative if the pen does not report it
 };
 
-/// Part of a stroke that is drawn with one width, round at its ends and corners.
+/// Part of a stroke drawn with one width, round at its ends and corners.
 struct InkLine
 {
     double width;
-    QVector<QPointF> points; ///< at least one; one alone is a dot
+    QVector<QPointF> points; ///< at least one; a single one is a dot
 };
 
 /**
- * A signature: what was drawn on the pad, and how it looks. The screen, the picture and the PDF
- * all draw the same lines.
+ * A signature: the strokes drawn on the pad, and the lines that represent them on the screen, in
+ * the picture and in the PDF.
  */
 class Ink
 {
 public:
     using Stroke = QVector<InkPoint>;
 
-    static constexpr int maxPoints = 20000; ///< a pen writes some 100 a second
+    static constexpr int maxPoints = 20000; ///< a pen reports about 100 a second
     static const QColor color;
 
-    /// Begins a stroke. Points beyond `maxPoints` are dropped.
+    /// Starts a stroke. Points beyond `maxPoints` are dropped.
     void begin(const InkPoint &point);
-    /// Goes on with the stroke begun last.
+    /// Continues the latest stroke.
     void add(const InkPoint &point);
     void clear();
 
     const QVector<Stroke> &strokes() const { return m_strokes; }
 
-    /// Whether there is enough to be a signature: more than a dot that a sleeve made.
+    /// Whether the strokes are long enough for a signature, unlike a dot that a sleeve made.
     bool isSignature(double aspect) const;
 
-    /// The lines of all strokes on an area of a size, in its units; y points downwards.
+    /// The lines of all strokes, scaled to an area of this size; y points down.
     QVector<InkLine> lines(const QSizeF &area) const;
-    /// Those of one stroke. The faster the pen, or the lighter its pressure, the thinner.
+    /// The lines of one stroke: the faster the pen or the lighter its pressure, the thinner.
     static QVector<InkLine> lines(const Stroke &stroke, const QSizeF &area);
 
-    /// The signature on a transparent ground, in pixels.
+    /// The signature on a transparent background; size in pixels.
     QImage image(const QSize &size) const;
 
     /**
-     * As a strokes file holds it: a JSON list of strokes, each a list of points [x, y],
-     * [x, y, seconds] or [x, y, seconds, pressure]. Without a time a point is 10 ms after the one
-     * before.
+     * The text of a strokes file: a JSON list of strokes, each a list of points [x, y],
+     * [x, y, seconds] or [x, y, seconds, pressure]. A point without a time is 10 ms after the
+     * previous one.
      */
     QByteArray toJson() const;
     /// \throws QString  what is wrong with the text
@@ -70,5 +70,5 @@ private:
     int m_points = 0;
 };
 
-/// Draws lines with a painter's current coordinates.
+/// Draws lines in the painter's current coordinates.
 void drawInk(QPainter *painter, const QVector<InkLine> &lines);

@@ -14,7 +14,7 @@
 
 namespace {
 
-constexpr rlim_t memoryLimit = rlim_t(3) << 30; // for documents that unpack to no end
+constexpr rlim_t memoryLimit = rlim_t(3) << 30; // bytes; some documents unpack endlessly
 
 QString strokesFile()
 {
@@ -24,8 +24,8 @@ QString strokesFile()
     parser.addHelpOption();
     const QCommandLineOption strokes(
         QStringLiteral("strokes"),
-        QStringLiteral("Sign by the strokes of this file instead of a customer's, for tests. The "
-                       "variable ELECSIGN_STROKES does the same."),
+        QStringLiteral("Sign with the strokes in this file instead of a customer's, for tests. The "
+                       "environment variable ELECSIGN_STROKES does the same."),
         QStringLiteral("file"), qEnvironmentVariable("ELECSIGN_STROKES"));
     parser.addOption(strokes);
     parser.process(*QCoreApplication::instance());
@@ -56,17 +56,11 @@ int main(int argc, char *argv[])
     const QString strokes = strokesFile();
     try {
         SignatureService service(script(strokes));
-        QDir::setCurrent(QCoreApplication::applicationDirPath()); // relative paths of requests
-        switch (service.start()) {
-        case RequestServer::Start::Listening:
-            return QApplication::exec();
-        case RequestServer::Start::AnotherRuns:
-            return 0;
-        case RequestServer::Start::Failed:
-            break;
-        }
+        QDir::setCurrent(
+            QCoreApplication::applicationDirPath()); // requests may name files relative to it
+        return runCompanion(service.start());
     } catch (const QString &error) {
         qCritical() << "the strokes file" << strokes << "-" << error;
+        return 1;
     }
-    return 1;
 }

@@ -4,8 +4,8 @@
 #include <sys/resource.h>
 
 /**
- * Limits the memory of this process, and of the programs that it becomes or starts: allocations
- * beyond it fail. Nothing in builds with a sanitizer, which reserves more for itself.
+ * Limits the memory of this process and of the programs it runs: allocations beyond it fail. Does
+ * nothing in sanitizer builds, which reserve more than that.
  */
 inline void limitMemory(rlim_t bytes)
 {

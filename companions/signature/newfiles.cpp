@@ -43,9 +43,9 @@ QString NewFiles::write(const QString &wanted, const QByteArray &bytes,
             SigningFailure::NotWritten,
             QStringLiteral("can't write into %1: %2").arg(info.absolutePath(), file.errorString())};
     }
-    // Renaming fails where the name is taken, so that two who want it get one each.
+    // Renaming fails if the name is taken, so that no two processes get the same one.
     for (int number = 1; number <= maxNames; ++number) {
-        const QString path = numbered(info, number);
+        QString path = numbered(info, number);
         if (QFileInfo::exists(path)) {
             continue;
         }

@@ -6,8 +6,8 @@
 #include <QStringList>
 
 /**
- * Files that come into being together: each is whole under its name or not there at all, none takes
- * the place of another file, and all are removed again unless they are kept.
+ * Files that are created together: each appears complete under its name or not at all, none
+ * replaces another file, and all are removed again unless keep() is called.
  */
 class NewFiles
 {
@@ -18,15 +18,15 @@ public:
     NewFiles &operator=(const NewFiles &) = delete;
 
     /**
-     * Writes a file by a temporary one beside it.
+     * Writes a file through a temporary one beside it.
      *
-     * \param wanted  its path; when that is taken "-2", "-3" and so on come before the suffix
-     * \return the path it got
+     * \param wanted  its path; if it is taken, "-2", "-3" and so on is inserted before the suffix
+     * \return the actual path
      * \throws SigningFailure  NotWritten
      */
     QString write(const QString &wanted, const QByteArray &bytes, QFile::Permissions permissions);
 
-    /// They stay.
+    /// Keeps the files written so far.
     void keep() { m_paths.clear(); }
 
 private:

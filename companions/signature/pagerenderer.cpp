@@ -27,9 +27,9 @@ PageRenderer::PageRenderer(const QByteArray &document, QObject *parent)
     : QObject(parent)
     , m_document(document)
 {
-    m_limit.setSingleShot(true);
-    m_limit.setInterval(timeLimitMs);
-    connect(&m_limit, &QTimer::timeout, this, [this] {
+    m_timeLimit.setSingleShot(true);
+    m_timeLimit.setInterval(timeLimitMs);
+    connect(&m_timeLimit, &QTimer::timeout, this, [this] {
         if (m_process) {
             m_process->kill();
         }
@@ -38,12 +38,12 @@ PageRenderer::PageRenderer(const QByteArray &document, QObject *parent)
 
 PageRenderer::~PageRenderer()
 {
-    drop();
+    cancel();
 }
 
-void PageRenderer::drop()
+void PageRenderer::cancel()
 {
-    m_limit.stop();
+    m_timeLimit.stop();
     if (!m_process) {
         return;
     }
@@ -55,7 +55,7 @@ void PageRenderer::drop()
 
 void PageRenderer::render(int page)
 {
-    drop();
+    cancel();
     if (m_images.contains(page)) {
         Q_EMIT rendered(page, m_images.value(page));
         return;
@@ -69,14 +69,14 @@ void PageRenderer::render(int page)
     });
     connect(m_process.get(), QOverload<int, QProcess::ExitStatus>::of(&QProcess::finished), this,
             [this, page] { finish(page, true); });
-    // The document comes by standard input: its path stays out of the process list, where the
+    // The document goes to standard input, which keeps its path out of the process list, where the
     // server looks for its own name.
-    m_limit.start();
+    m_timeLimit.start();
     m_process->start(QStringLiteral("pdftoppm"),
                      {QStringLiteral("-f"), number, QStringLiteral("-l"), number,
                       QStringLiteral("-cropbox"), QStringLiteral("-scale-to"),
                       QString::number(longSide), QStringLiteral("-")});
-    if (!m_process) { // a system without room for a process tells at once
+    if (!m_process) { // finish() has already reported that it did not start
         return;
     }
     m_process->write(m_document);
@@ -85,9 +85,9 @@ void PageRenderer::render(int page)
 
 void PageRenderer::finish(int page, bool ended)
 {
-    m_limit.stop();
+    m_timeLimit.stop();
     const QByteArray output = ended ? m_process->readAllStandardOutput() : QByteArray();
-    QString said = m_process->errorString(); // when it has not even started
+    QString said = m_process->errorString(); // if it did not start
     if (ended && m_process->exitStatus() == QProcess::CrashExit) {
         said = QStringLiteral("it was ended, after 20 s or by itself");
     } else if (ended) {

@@ -11,22 +11,22 @@
 #include <memory>
 
 /**
- * Draws the pages of a PDF by the program pdftoppm: in a process of its own, with limits of time
- * and memory, for documents come from anywhere.
+ * Renders pages of a PDF with pdftoppm: in another process with limits on time and memory, since
+ * documents come from anywhere.
  *
- * One page is drawn at a time; asking for another one drops the one under way. Pages once drawn are
- * kept, the last few of them. Belongs to the main thread.
+ * Renders one page at a time; a new request cancels the one in progress. Keeps a few rendered
+ * pages. Main thread only.
  */
 class PageRenderer : public QObject
 {
     Q_OBJECT
 
 public:
-    /// \param document  the whole file; the process gets it on its standard input
+    /// \param document  the whole file, passed to the process on its standard input
     explicit PageRenderer(const QByteArray &document, QObject *parent = nullptr);
     ~PageRenderer() override;
 
-    /// Asks for a page, from 1. The answer comes by a signal, at once for a page that is kept.
+    /// Requests a page, counted from 1. Answers with a signal, at once if the page is kept.
     void render(int page);
 
 Q_SIGNALS:
@@ -36,10 +36,10 @@ Q_SIGNALS:
 
 private:
     void finish(int page, bool ended);
-    void drop();
+    void cancel();
 
     const QByteArray m_document;
     std::unique_ptr<QProcess> m_process;
-    QTimer m_limit;
+    QTimer m_timeLimit;
     QMap<int, QImage> m_images;
 };

@@ -15,7 +15,7 @@ public:
     QImage image;
     QRectF place;
     Ink ink;
-    QPixmap scaled; ///< the image in this widget's size
+    QPixmap scaled; ///< the image at this widget's size
 
 protected:
     void paintEvent(QPaintEvent * /*event*/) override
@@ -24,7 +24,7 @@ protected:
         painter.fillRect(rect(), Qt::white);
         if (image.isNull()) {
             painter.setPen(palette::quiet);
-            painter.drawText(rect(), Qt::AlignCenter, QStringLiteral("… 正在打开  Opening …"));
+            painter.drawText(rect(), Qt::AlignCenter, QStringLiteral("正在打开…  Opening…"));
             return;
         }
         const qreal ratio = devicePixelRatioF();
@@ -81,7 +81,7 @@ void PageView::setPage(const QImage &image)
         m_canvas->image = image;
     }
     m_canvas->scaled = QPixmap();
-    layOut();
+    updateLayout();
     m_canvas->update();
 }
 
@@ -100,7 +100,7 @@ void PageView::setInk(const Ink &ink)
 void PageView::setEnlarged(bool enlarged)
 {
     m_enlarged = enlarged;
-    layOut();
+    updateLayout();
     if (m_canvas->place.isNull()) {
         return;
     }
@@ -109,7 +109,7 @@ void PageView::setEnlarged(bool enlarged)
                   viewport()->width() / 2, viewport()->height() / 2);
 }
 
-void PageView::layOut()
+void PageView::updateLayout()
 {
     const QSize room = viewport()->size();
     if (m_canvas->image.isNull()) {
@@ -117,7 +117,7 @@ void PageView::layOut()
         return;
     }
     const QSize fitted = m_canvas->image.size().scaled(room, Qt::KeepAspectRatio);
-    // Enlarged it fills the width, and is twice as large at least.
+    // Enlarged, it fills the width and is at least twice as large.
     const double factor =
         m_enlarged ? std::max(2.0, double(room.width()) / std::max(fitted.width(), 1)) : 1.0;
     m_canvas->resize(fitted * factor);
@@ -126,10 +126,10 @@ void PageView::layOut()
 void PageView::resizeEvent(QResizeEvent *event)
 {
     QScrollArea::resizeEvent(event);
-    layOut();
+    updateLayout();
 }
 
-// A finger comes as a mouse, too. (QScroller would keep something of each window for good.)
+// Fingers arrive as mouse events as well. (QScroller would leak something for each window.)
 void PageView::mousePressEvent(QMouseEvent *event)
 {
     m_draggedFrom = event->globalPos();

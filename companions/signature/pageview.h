@@ -7,8 +7,8 @@
 #include <QScrollArea>
 
 /**
- * A page of the document on the screen, with the place of the signature and the ink that comes to
- * lie there. Fits into its room, or is enlarged and dragged by finger or mouse.
+ * Shows a page of the document with the place of the signature and the ink drawn there. The page is
+ * scaled to fit, or enlarged and dragged by finger or mouse.
  */
 class PageView : public QScrollArea
 {
@@ -18,18 +18,18 @@ public:
     explicit PageView(QWidget *parent = nullptr);
     ~PageView() override;
 
-    /// Shows a page; a null picture stands for one that is being drawn.
+    /// Shows a page. A null image: it is still being rendered, the previous page stays until then.
     void setPage(const QImage &image);
 
     /**
      * Marks the place of the signature. \param place  0..1 of the page's width and height, from its
-     * upper left corner; a null rectangle where this page has none
+     * upper left corner; a null rectangle if it is not on this page
      */
     void setPlace(const QRectF &place);
     void setInk(const Ink &ink);
 
     bool isEnlarged() const { return m_enlarged; }
-    /// Enlarges the page, with the place of the signature in sight, or fits it in again.
+    /// Enlarges the page, keeping the place of the signature visible, or fits it again.
     void setEnlarged(bool enlarged);
 
 protected:
@@ -40,9 +40,9 @@ protected:
 private:
     class Canvas;
 
-    void layOut();
+    void updateLayout();
 
     Canvas *m_canvas; ///< owned by the scroll area
     bool m_enlarged = false;
-    QPoint m_draggedFrom; ///< on the screen
+    QPoint m_draggedFrom; ///< in screen coordinates
 };

@@ -5,7 +5,7 @@
 #include "companions/signature/failure.h"
 #include "companions/signature/pdfupdate.h"
 
-// Silences what qpdf 11 says about the pointers of its earlier versions.
+// Silences qpdf 11's warnings about the pointers of its earlier versions.
 #define POINTERHOLDER_TRANSITION 0
 #include <QUuid>
 #include <qpdf/Pipeline.hh>
@@ -22,15 +22,15 @@
 
 namespace {
 
-// Annex C.2: the highest object number that readers have to take.
-constexpr long long highestObject = 8388607;
+// Annex C.2: the highest object number that readers must support.
+constexpr long long maxObject = 8388607;
 constexpr int maxAdded = 6; // objects of an update
 
-constexpr std::size_t largestContent = 16 * 1024 * 1024; // bytes of a page, unpacked
+constexpr std::size_t maxContent = std::size_t(16) * 1024 * 1024; // bytes of a page, unpacked
 
-constexpr double finestPen = 0.8; // points: small signatures stay legible in print
+constexpr double minPen = 0.8; // points; keeps small signatures legible in print
 
-/// How a page's content leaves the graphics state behind: what it has not closed.
+/// What a page's content leaves open at its end: graphics states, text, marked content.
 class Balance : public QPDFObjectHandle::ParserCallbacks
 {
 public:
@@ -55,11 +55,11 @@ public:
     }
     void handleEOF() override { }
 
-    /// So many states must be saved before the content, for it restores more than it saves.
+    /// How many states to save before the content, which may restore more than it saves.
     int before() const { return 1 - m_lowest; }
-    /// So many are to be restored after it.
+    /// How many to restore after it.
     int after() const { return before() + m_depth; }
-    /// What ends the text and the marked content that it is in: a layer may be hidden.
+    /// Operators that end open text and marked content, such as a hidden layer.
     QByteArray closing() const
     {
         return (m_inText ? "\nET" : "") + QByteArray("\nEMC").repeated(m_marked) + '\n';
@@ -79,7 +79,7 @@ using PipedBytes = const unsigned char *;
 using PipedBytes = unsigned char *;
 #endif
 
-/// Stops what unpacks to more than is sensible, before it is read.
+/// Measures unpacked content, and stops the unpacking beyond a limit.
 class SizeLimit : public Pipeline
 {
 public:
@@ -90,12 +90,12 @@ public:
     void write(PipedBytes /*bytes*/, std::size_t length) override
     {
         m_size += length;
-        if (isExceeded()) { // qpdf stops unpacking, and keeps the reason to itself
+        if (isExceeded()) { // qpdf stops unpacking, and swallows the exception
             throw std::length_error("size limit");
         }
     }
     void finish() override { }
-    bool isExceeded() const { return m_size > largestContent; }
+    bool isExceeded() const { return m_size > maxContent; }
 
 private:
     std::size_t m_size = 0;
@@ -108,7 +108,7 @@ struct PageGeometry
 
     QSizeF shownSize() const { return rotation % 180 == 0 ? box.size() : box.size().transposed(); }
 
-    /// From the page as shown to user space.
+    /// Maps the page as shown to user space.
     QTransform fromShown() const
     {
         switch (rotation) {
@@ -124,7 +124,7 @@ struct PageGeometry
     }
 };
 
-/// A null rectangle where there is no usable one.
+/// Null if the array is not a rectangle.
 QRectF rectangle(QPDFObjectHandle array)
 {
     if (!array.isArray() || array.getArrayNItems() != 4) {
@@ -172,7 +172,7 @@ QByteArray inkOperators(const QVector<InkLine> &lines, const QRectF &place,
     QByteArray text = "1 J 1 j [] 0 d " + number(Ink::color.redF()) + ' '
         + number(Ink::color.greenF()) + ' ' + number(Ink::color.blueF()) + " RG\n";
     for (const InkLine &line : lines) {
-        text += number(std::max(line.width, finestPen)) + " w";
+        text += number(std::max(line.width, minPen)) + " w";
         for (int i = 0; i < std::max(line.points.size(), 2); ++i) {
             const QPointF &inked = line.points[std::min(i, line.points.size() - 1)];
             const QPointF point = toUser.map(
@@ -190,8 +190,8 @@ QByteArray unparsed(QPDFObjectHandle object)
 }
 
 /**
- * The page's content streams, between two more: what they leave open is closed, then the operators
- * draw.
+ * The page's content streams between two new ones. The second closes what the content leaves open,
+ * then draws.
  */
 QByteArray contentsWith(QPDFObjectHandle page, const QByteArray &operators, PdfUpdate *update)
 {
@@ -222,7 +222,7 @@ QByteArray contentsWith(QPDFObjectHandle page, const QByteArray &operators, PdfU
     return contents + update->addStream(after);
 }
 
-/// The page's dictionary with other contents and, unless there are none, annotations.
+/// The page's dictionary with new contents and, if there are any, new annotations.
 QByteArray pageWith(QPDFObjectHandle page, const QByteArray &contents,
                     const QByteArray &annotations)
 {
@@ -240,7 +240,7 @@ QByteArray pageWith(QPDFObjectHandle page, const QByteArray &contents,
     return text + " >>";
 }
 
-/// Whether viewers draw this annotation (12.5) over the page's content there.
+/// Whether viewers draw this annotation (12.5) over the page's content in this area.
 bool isDrawnOver(QPDFObjectHandle annotation, const QRectF &area)
 {
     constexpr int hidden = 2;
@@ -254,8 +254,8 @@ bool isDrawnOver(QPDFObjectHandle annotation, const QRectF &area)
 }
 
 /**
- * The page's annotations with a stamp (12.5.6.12) that draws over all of them, where some would
- * hide the ink: fields of forms mostly. Empty where none does.
+ * The page's annotations and a stamp (12.5.6.12) that draws the ink over them, if any of them would
+ * hide it, usually a form field. Empty if none does.
  */
 QByteArray annotationsAbove(QPDFObjectHandle page, const QRectF &area, const QByteArray &operators,
                             PdfUpdate *update)
@@ -266,7 +266,7 @@ QByteArray annotationsAbove(QPDFObjectHandle page, const QRectF &area, const QBy
     }
     QByteArray references;
     bool isHidden = false;
-    for (QPDFObjectHandle annotation : list.getArrayAsVector()) {
+    for (const QPDFObjectHandle &annotation : list.getArrayAsVector()) {
         references += unparsed(annotation) + ' ';
         isHidden = isHidden || isDrawnOver(annotation, area);
     }
@@ -275,12 +275,18 @@ QByteArray annotationsAbove(QPDFObjectHandle page, const QRectF &area, const QBy
     }
     const QByteArray box = "[ " + number(area.left()) + ' ' + number(area.top()) + ' '
         + number(area.right()) + ' ' + number(area.bottom()) + " ]";
-    const QByteArray look =
+    const QByteArray appearance =
         update->addStream(operators, "/Type /XObject /Subtype /Form /BBox " + box);
     constexpr int printedAndLocked = 4 + 64 + 128;
     return references
         + update->add("<< /Type /Annot /Subtype /Stamp /Rect " + box + " /F "
-                      + QByteArray::number(printedAndLocked) + " /AP << /N " + look + " >> >>");
+                      + QByteArray::number(printedAndLocked) + " /AP << /N " + appearance
+                      + " >> >>");
+}
+
+SigningFailure encrypted()
+{
+    return {SigningFailure::Encrypted, QStringLiteral("the PDF is encrypted")};
 }
 
 SigningFailure broken(const std::exception &error)
@@ -307,7 +313,7 @@ struct PdfDocument::Parsed
             throw std::runtime_error("no /Size in its trailer");
         }
         highestInFile = std::max(qint64(pdf.getObjectCount()), size.getIntValue() - 1);
-        if (highestInFile > highestObject - maxAdded) {
+        if (highestInFile > maxObject - maxAdded) {
             throw std::runtime_error("too many objects");
         }
         pages = pdf.getAllPages();
@@ -322,7 +328,7 @@ struct PdfDocument::Parsed
                                      .arg(pages.size())};
         }
         QPDFObjectHandle page = pages[std::size_t(number - 1)];
-        // qpdf makes up numbers for pages that stand twice in the tree, or have none.
+        // qpdf invents numbers for pages that are in the tree twice or are not indirect objects.
         if (page.getObjectID() > highestInFile) {
             throw SigningFailure{SigningFailure::Broken,
                                  QStringLiteral("the page stands in the document in an odd way")};
@@ -330,7 +336,7 @@ struct PdfDocument::Parsed
         return page;
     }
 
-    /// 14.4: of the two identifiers the first stays, the second is this revision's.
+    /// 14.4: the first identifier stays, the second is that of this revision.
     QByteArray trailerOfUpdate()
     {
         QPDFObjectHandle old = pdf.getTrailer();
@@ -346,7 +352,7 @@ struct PdfDocument::Parsed
         return entries;
     }
 
-    /// Whether a page has these contents and they are whole: nothing swallows their end.
+    /// Whether a page has these contents and they parse to their end.
     bool hasContents(int number, const QByteArray &references)
     {
         Balance balance;
@@ -362,16 +368,11 @@ PdfDocument::PdfDocument(const QByteArray &bytes)
         try {
             auto parsed = std::make_unique<Parsed>(m_bytes);
             if (parsed->pdf.isEncrypted()) {
-                throw SigningFailure{SigningFailure::Encrypted,
-                                     QStringLiteral("the PDF is encrypted")};
+                throw encrypted();
             }
             return parsed;
         } catch (const QPDFExc &error) {
-            if (error.getErrorCode() == qpdf_e_password) {
-                throw SigningFailure{SigningFailure::Encrypted,
-                                     QStringLiteral("the PDF is encrypted")};
-            }
-            throw broken(error);
+            throw error.getErrorCode() == qpdf_e_password ? encrypted() : broken(error);
         } catch (const std::exception &error) {
             throw broken(error);
         }
@@ -402,7 +403,7 @@ QByteArray PdfDocument::withInk(int pageNumber, const QRectF &place, const Ink &
         const PageGeometry geometry = geometryOf(page);
         const QByteArray operators =
             inkOperators(ink.lines(place.size()), place, geometry.fromShown());
-        const double edge = finestPen + place.height() / 20; // round ends lie beyond the place
+        const double edge = minPen + place.height() / 20; // round line ends extend beyond the place
         const QRectF inked = geometry.fromShown().mapRect(place.adjusted(-edge, -edge, edge, edge));
 
         PdfUpdate update(m_bytes, m_parsed->highestInFile);
@@ -410,7 +411,7 @@ QByteArray PdfDocument::withInk(int pageNumber, const QRectF &place, const Ink &
         const QByteArray annotations = annotationsAbove(page, inked, operators, &update);
         update.replace(page.getObjectID(), page.getGeneration(),
                        pageWith(page, contents, annotations));
-        const QByteArray signedBytes = update.finish(m_parsed->trailerOfUpdate());
+        QByteArray signedBytes = update.finish(m_parsed->trailerOfUpdate());
         if (!Parsed(signedBytes).hasContents(pageNumber, contents)) {
             throw std::runtime_error("what was appended can't be read back");
         }

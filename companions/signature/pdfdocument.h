@@ -11,8 +11,8 @@
 #include <memory>
 
 /**
- * A PDF in memory that can be signed. It is read as strictly as can be: a file that only a repair
- * makes readable can't be appended to.
+ * A PDF in memory that can be signed. Parsed strictly: nothing can be appended to a file that needs
+ * repair to be read.
  */
 class PdfDocument
 {
@@ -26,9 +26,9 @@ public:
     int pageCount() const;
 
     /**
-     * The size of a page as viewers show it: its crop box, turned. In points.
+     * The size of a page as viewers show it, that of its rotated crop box, in points.
      * \param page  from 1
-     * \throws SigningFailure  Place without such a page, Broken without a usable box
+     * \throws SigningFailure  Place if there is no such page, Broken if it has no usable box
      */
     QSizeF pageSize(int page) const;
 
@@ -37,9 +37,9 @@ public:
      * adds the strokes to the page's content as paths.
      *
      * \param page   from 1
-     * \param place  where the pad's area comes to lie, in points from the lower left corner of the
-     *               page as shown; y points upwards, top() is the lower edge
-     * \throws SigningFailure  as pageSize, and Broken when the result can't be read back
+     * \param place  where the pad's area goes, in points from the lower left corner of the
+     *               page as shown; y points up, top() is the lower edge
+     * \throws SigningFailure  as pageSize, and Broken if the result can't be read back
      */
     QByteArray withInk(int page, const QRectF &place, const Ink &ink) const;
 

@@ -13,7 +13,7 @@ PdfUpdate::PdfUpdate(const QByteArray &original, long long highest)
     if (m_header < 0 || mark < 0) {
         throw std::runtime_error("no %PDF- at its beginning or no startxref at its end");
     }
-    // Its own line: the number ends with the line's end (7.5.5).
+    // On a line of its own, which ends the number (7.5.5).
     const QByteArray rest = original.mid(mark + 9, 64).trimmed();
     int digits = 0;
     while (digits < rest.size() && rest[digits] >= '0' && rest[digits] <= '9') {
@@ -46,7 +46,7 @@ QByteArray PdfUpdate::add(const QByteArray &text)
 
 QByteArray PdfUpdate::addStream(const QByteArray &data, const QByteArray &entries)
 {
-    const QByteArray compressed = qCompress(data).mid(4); // without Qt's length before it
+    const QByteArray compressed = qCompress(data).mid(4); // without Qt's length prefix
     return add("<< " + entries + " /Filter /FlateDecode /Length "
                + QByteArray::number(compressed.size()) + " >>\nstream\n" + compressed
                + "\nendstream");
@@ -92,7 +92,7 @@ QByteArray PdfUpdate::table() const
     return text;
 }
 
-/// 7.5.8.3: type 1, offset, generation, of the widths that /W tells.
+/// 7.5.8.3: type 1, offset, generation, with the widths given in /W.
 QByteArray PdfUpdate::streamEntries() const
 {
     QByteArray data;

@@ -143,7 +143,7 @@ bool SignaturePad::event(QEvent *event)
     }
 }
 
-/// The first finger draws; a palm that comes after it does not.
+/// Only the first finger draws, not a palm that follows it.
 bool SignaturePad::touch(QTouchEvent *event)
 {
     if (event->type() == QEvent::TouchCancel) {
@@ -159,7 +159,7 @@ bool SignaturePad::touch(QTouchEvent *event)
             up(Pen::Finger);
         }
     }
-    event->accept(); // else it comes again as mouse events
+    event->accept(); // otherwise Qt repeats it as mouse events
     return true;
 }
 
@@ -184,7 +184,7 @@ void SignaturePad::drawFinished()
     }
 }
 
-void SignaturePad::paintGround(QPainter *painter) const
+void SignaturePad::paintBackground(QPainter *painter) const
 {
     const QRectF pad = area();
     painter->setPen(QPen(palette::line, 2));
@@ -213,7 +213,7 @@ void SignaturePad::paintEvent(QPaintEvent * /*event*/)
 {
     QPainter painter(this);
     painter.setRenderHint(QPainter::Antialiasing);
-    paintGround(&painter);
+    paintBackground(&painter);
     painter.drawPixmap(0, 0, m_finished);
     if (m_pen == Pen::Nobody || m_ink.strokes().isEmpty()) {
         return;

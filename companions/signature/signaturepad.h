@@ -8,23 +8,23 @@
 #include <QWidget>
 
 /**
- * The pad to sign on, by a pen that tells its pressure, a finger or the mouse: whichever comes down
- * first draws until it is lifted, the others are not heard meanwhile. It keeps its aspect within
- * the room it gets.
+ * The pad to sign on with a pressure-sensitive pen, a finger or the mouse: whichever touches it
+ * first draws until lifted, the others are ignored meanwhile. Keeps its aspect ratio within the
+ * available space.
  */
 class SignaturePad : public QWidget
 {
     Q_OBJECT
 
 public:
-    /// \param aspect  width : height of the area that is signed on
+    /// \param aspect  width : height of the signing area
     explicit SignaturePad(double aspect, QWidget *parent = nullptr);
 
     const Ink &ink() const { return m_ink; }
     double aspect() const { return m_aspect; }
     bool holdsSignature() const { return m_ink.isSignature(m_aspect); }
 
-    /// What the pen does, whoever moves it.
+    /// Moves the pen of a script.
     void penDown(const InkPoint &point);
     void penMove(const InkPoint &point);
     void penUp();
@@ -32,7 +32,7 @@ public:
     void clear();
 
 Q_SIGNALS:
-    /// The ink is another than before.
+    /// The ink has changed.
     void changed();
 
 protected:
@@ -50,12 +50,12 @@ private:
     InkPoint pointAt(const QPointF &position, double pressure) const;
     bool touch(class QTouchEvent *event);
     void drawFinished();
-    void paintGround(QPainter *painter) const;
+    void paintBackground(QPainter *painter) const;
 
     const double m_aspect;
     Ink m_ink;
     Pen m_pen = Pen::Nobody;
     int m_finger = 0; ///< id of the touch point that draws
     QElapsedTimer m_clock;
-    QPixmap m_finished; ///< the strokes but the one being drawn
+    QPixmap m_finished; ///< all strokes except the one being drawn
 };

@@ -8,7 +8,7 @@
 
 namespace {
 
-constexpr int shortestReply = 101; // bytes: the server drops shorter ones
+constexpr int minReply = 101; // bytes: the server drops shorter ones
 
 } // namespace
 
@@ -19,7 +19,7 @@ SignatureService::SignatureService(const std::optional<Ink> &script)
     connect(&m_server, &RequestServer::request, this, &SignatureService::takeRequest);
     connect(&m_server, &RequestServer::clientGone, this, [this] {
         if (m_job) {
-            qInfo() << "the client left: its request is dropped";
+            qInfo() << "client disconnected, its request is cancelled";
         }
         endJob();
     });
@@ -30,7 +30,7 @@ SignatureService::~SignatureService() = default;
 QByteArray SignatureService::frame(const QJsonObject &reply)
 {
     const QByteArray text =
-        QJsonDocument(reply).toJson(QJsonDocument::Compact).leftJustified(shortestReply, ' ');
+        QJsonDocument(reply).toJson(QJsonDocument::Compact).leftJustified(minReply, ' ');
     const qint32 length = text.size();
     return QByteArray(reinterpret_cast<const char *>(&length), sizeof length) + text;
 }
@@ -49,7 +49,7 @@ void SignatureService::takeRequest(int type, const QList<QByteArray> &parts)
     m_job->start();
 }
 
-/// Later: the job may be in the middle of telling us.
+/// Deletes the job later: it may be emitting the signal that led here.
 void SignatureService::endJob()
 {
     if (!m_job) {

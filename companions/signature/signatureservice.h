@@ -13,8 +13,8 @@
 class SigningJob;
 
 /**
- * Takes the server's requests, one at a time: a new one replaces the one on the screen, which gets
- * no reply then, and so does a client that leaves.
+ * Handles the server's requests one at a time. A new request replaces the one on the screen, which
+ * then gets no reply; a client that disconnects cancels its request.
  */
 class SignatureService : public QObject
 {
@@ -27,7 +27,7 @@ public:
 
     RequestServer::Start start() { return m_server.start(); }
 
-    /// A reply's frame: the length in 32 bits of native byte order, the JSON text.
+    /// A framed reply: the length as 32 bits in native byte order, then the JSON text.
     static QByteArray frame(const QJsonObject &reply);
 
 private:

@@ -23,7 +23,7 @@
 
 namespace {
 
-constexpr qint64 largestDocument = 256 * 1024 * 1024; // bytes
+constexpr qint64 maxDocument = qint64(256) * 1024 * 1024; // bytes
 constexpr int pictureWidth = 900; // pixels
 constexpr auto privateFile = QFile::ReadOwner | QFile::WriteOwner; // handwriting is personal
 
@@ -31,7 +31,7 @@ QByteArray contentOf(const QString &path)
 {
     const QFileInfo info(path);
     QFile file(path);
-    if (!info.isFile() || info.size() > largestDocument) {
+    if (!info.isFile() || info.size() > maxDocument) {
         throw SigningFailure{SigningFailure::NoDocument,
                              QStringLiteral("there is no file %1, or it is above 256 MB")
                                  .arg(info.absoluteFilePath())};
@@ -41,10 +41,10 @@ QByteArray contentOf(const QString &path)
             SigningFailure::NoDocument,
             QStringLiteral("can't read %1: %2").arg(info.absoluteFilePath(), file.errorString())};
     }
-    return file.read(largestDocument);
+    return file.read(maxDocument);
 }
 
-/// Before the customer signs for nothing.
+/// Checked before the customer signs in vain.
 void checkWritable(const QString &path)
 {
     const QFileInfo info(path);
@@ -76,8 +76,8 @@ void checkPlace(const QRectF &place, const QSizeF &page)
     }
 }
 
-/// Whether two sizes are one but for their scale.
-bool isAlike(const QSizeF &a, const QSizeF &b)
+/// Whether two sizes have the same aspect ratio.
+bool isSameShape(const QSizeF &a, const QSizeF &b)
 {
     return std::abs(a.width() * b.height() / (a.height() * b.width()) - 1) < 0.01;
 }
@@ -131,7 +131,7 @@ void SigningJob::start()
     attempt([this] { open(); });
 }
 
-/// Nothing gets past here: it is called by the event loop.
+/// No exception may get past it, into the event loop.
 void SigningJob::attempt(const std::function<void()> &step)
 {
     try {
@@ -159,7 +159,7 @@ void SigningJob::open()
     m_document = std::make_unique<PdfDocument>(m_original);
     const QSizeF pageSize = m_document->pageSize(m_request.page);
     checkPlace(m_request.place, pageSize);
-    // What would fail after the customer has signed fails now.
+    // Fail now rather than after the customer has signed.
     m_document->withInk(m_request.page, m_request.inkPlace(), Ink());
     checkWritable(m_request.pdfPath);
     if (!m_request.xmlPath.isEmpty()) {
@@ -177,7 +177,7 @@ void SigningJob::open()
             [this](int page, const QImage &image) { attempt([&] { pageDrawn(page, image); }); });
     connect(m_renderer.get(), &PageRenderer::failed, this,
             [this](int, const QString &reason) { fail(SigningFailure::NotShown, reason); });
-    connect(m_window.get(), &SignWindow::pageWanted, m_renderer.get(), &PageRenderer::render);
+    connect(m_window.get(), &SignWindow::pageNeeded, m_renderer.get(), &PageRenderer::render);
     connect(m_window.get(), &SignWindow::confirmed, this, [this] {
         attempt([this] {
             finish(QStringLiteral("signed"), 0, QStringLiteral("signed"), writeSigned());
@@ -197,8 +197,8 @@ void SigningJob::pageDrawn(int page, const QImage &image)
     if (m_finished) {
         return;
     }
-    // pdftoppm takes a crop box that goes beyond the page otherwise than other viewers do.
-    if (!isAlike(m_document->pageSize(page), image.size())) {
+    // pdftoppm and other viewers differ on a crop box that extends beyond the page.
+    if (!isSameShape(m_document->pageSize(page), image.size())) {
         throw SigningFailure{
             SigningFailure::NotShown,
             QStringLiteral("the page's box is odd: it can't be shown where it will be signed")};
@@ -207,7 +207,7 @@ void SigningJob::pageDrawn(int page, const QImage &image)
     if (m_opened) {
         return;
     }
-    m_opened = true; // with its page there: the customer's time begins now
+    m_opened = true; // the customer's time starts once there is a page to see
     m_window->open();
     if (m_script) {
         playScript();
@@ -220,7 +220,7 @@ void SigningJob::playScript()
     m_scriptTimer.start();
 }
 
-/// Does what a pen would have done by now, at the pace of the strokes' times.
+/// Draws the script's points up to this time.
 void SigningJob::playUpTo(double seconds)
 {
     const QVector<Ink::Stroke> &strokes = m_script->strokes();
@@ -247,7 +247,7 @@ void SigningJob::playUpTo(double seconds)
     }
 }
 
-/// \return what the reply says beyond the status
+/// \return members of the reply besides the status
 QJsonObject SigningJob::writeSigned()
 {
     const Ink &ink = m_window->pad()->ink();
@@ -259,21 +259,22 @@ QJsonObject SigningJob::writeSigned()
 
     NewFiles files;
     QJsonObject details;
-    const auto tell = [&details](const char *key, const QString &path) {
+    const auto addPath = [&details](const char *key, const QString &path) {
         details.insert(QLatin1String(key), QFileInfo(path).absoluteFilePath());
     };
     const QString signedPath =
         files.write(base + QLatin1String(".pdf"), signedBytes, original.permissions());
-    tell("signedpath", signedPath);
+    addPath("signedpath", signedPath);
     if (m_request.retain) {
         const QString kept = signedPath.chopped(4);
-        tell("pngpath", files.write(kept + QLatin1String(".png"), png, privateFile));
-        tell("strokespath", files.write(kept + QLatin1String(".json"), ink.toJson(), privateFile));
+        addPath("pngpath", files.write(kept + QLatin1String(".png"), png, privateFile));
+        addPath("strokespath",
+                files.write(kept + QLatin1String(".json"), ink.toJson(), privateFile));
     }
     if (!m_request.xmlPath.isEmpty()) {
-        tell("recordpath",
-             files.write(m_request.xmlPath, record(signedBytes, signedPath),
-                         original.permissions()));
+        addPath("recordpath",
+                files.write(m_request.xmlPath, record(signedBytes, signedPath),
+                            original.permissions()));
     }
     files.keep();
     details.insert(QStringLiteral("png"), QString::fromLatin1(png.toBase64()));

@@ -18,11 +18,10 @@ class PdfDocument;
 class SignWindow;
 
 /**
- * One request: reads the document, shows it, takes the signature, writes the signed document.
- * Destroying it takes the window from the screen and leaves nothing behind.
+ * Carries out a request: reads the document, shows it, takes the signature, writes the signed
+ * document. Destroying it closes the window and leaves nothing behind.
  *
- * The document is read once: what the customer sees is what is signed, whatever becomes of the
- * file.
+ * The document is read once: the customer signs what is shown, even if the file changes.
  */
 class SigningJob : public QObject
 {
@@ -31,20 +30,20 @@ class SigningJob : public QObject
 public:
     /**
      * \param type, json  the request
-     * \param script      draws these strokes and confirms, in place of a customer; one without
-     *                    strokes cancels
+     * \param script      strokes to draw and confirm in place of a customer; without strokes it
+     *                    cancels
      */
     SigningJob(int type, const QByteArray &json, const std::optional<Ink> &script);
     ~SigningJob() override;
 
-    /// Begins; the answer comes by finished().
+    /// Starts; finished() reports the outcome.
     void start();
 
-    /// Takes the window away; no answer comes any more.
+    /// Hides the window; finished() is no longer emitted.
     void stop();
 
 Q_SIGNALS:
-    /// It is over, however it went. Comes once. \param reply  for the server's pages
+    /// Emitted once, whatever the outcome. \param reply  for the server's clients
     void finished(const QJsonObject &reply);
 
 private:

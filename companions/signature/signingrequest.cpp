@@ -13,10 +13,10 @@
 
 namespace {
 
-constexpr int longestTimeout = 24 * 3600; // seconds
-constexpr double flattestPad = 6; // width : height
-constexpr double tallestPad = 0.6;
-constexpr double largestPage = 14400; // points: ISO 32000-1, Annex C.2
+constexpr int maxTimeout = 24 * 3600; // seconds
+constexpr double maxAspect = 6; // width : height
+constexpr double minAspect = 0.6;
+constexpr double maxPage = 14400; // points: ISO 32000-1, Annex C.2
 
 SigningFailure bad(const QString &message)
 {
@@ -30,7 +30,7 @@ QVector<double> numbers(const QString &text)
     for (const QString &field : fields) {
         bool isNumber = false;
         numbers << field.trimmed().toDouble(&isNumber);
-        if (!isNumber || !(std::abs(numbers.last()) <= largestPage)) { // nor NaN
+        if (!isNumber || !(std::abs(numbers.last()) <= maxPage)) { // nor NaN
             throw bad(QStringLiteral("the location holds something that is no sensible number: ")
                       + field.left(40));
         }
@@ -53,7 +53,7 @@ SigningRequest SigningRequest::fromJson(int type, const QByteArray &json)
     request.xmlPath = object.value(QLatin1String("xmlpath")).toString();
     request.retain = object.value(QLatin1String("retain")).toString() == QLatin1String("1");
     request.timeoutSeconds =
-        std::clamp(object.value(QLatin1String("timeout")).toInt(), 0, longestTimeout);
+        std::clamp(object.value(QLatin1String("timeout")).toInt(), 0, maxTimeout);
     request.wholeDocument = type == 2;
     if (request.pdfPath.isEmpty()) {
         throw bad(QStringLiteral("the request names no PDF"));
@@ -66,7 +66,7 @@ SigningRequest SigningRequest::fromJson(int type, const QByteArray &json)
                       .arg(place.size()));
     }
     request.page = int(place[0]);
-    const double height = place.size() == 5 ? place[4] : place[3] / usualAspect;
+    const double height = place.size() == 5 ? place[4] : place[3] / defaultAspect;
     request.place = QRectF(place[1], place[2], place[3], height);
     if (request.page != place[0] || request.page < 1 || request.place.isEmpty()) {
         throw bad(QStringLiteral("the location's page is no page number, or its rectangle empty"));
@@ -76,7 +76,7 @@ SigningRequest SigningRequest::fromJson(int type, const QByteArray &json)
 
 double SigningRequest::padAspect() const
 {
-    return std::clamp(place.width() / place.height(), tallestPad, flattestPad);
+    return std::clamp(place.width() / place.height(), minAspect, maxAspect);
 }
 
 QRectF SigningRequest::inkPlace() const

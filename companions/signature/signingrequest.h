@@ -5,23 +5,24 @@
 #include <QRectF>
 #include <QString>
 
-/// What the server asks for.
+/// A request of the server.
 struct SigningRequest
 {
-    static constexpr double usualAspect = 2.5; ///< width : height of a place without a height
+    static constexpr double defaultAspect =
+        2.5; ///< width : height of a place given without a height
 
-    QString pdfPath; ///< as it came; a relative one is relative to the program's folder
+    QString pdfPath; ///< as received; relative to the program's folder
     QString xmlPath; ///< may be empty
     int page = 0; ///< from 1
     QRectF place; ///< on the page as shown, in points from its lower left; top() is the lower edge
     bool retain = false; ///< keep the strokes and their picture
-    int timeoutSeconds = 0; ///< 0: none
-    bool wholeDocument = false; ///< the customer may leaf through all pages
+    int timeoutSeconds = 0; ///< 0: no limit
+    bool wholeDocument = false; ///< the customer can turn to every page
 
-    /// The pad's width : height: the place's, as far as a hand can sign on it.
+    /// Width : height of the pad: that of the place, within what a hand can sign on.
     double padAspect() const;
 
-    /// The part of the place that the pad's area comes to lie on: all of it, mostly.
+    /// The part of the place that the pad covers, usually all of it.
     QRectF inkPlace() const;
 
     /**

@@ -21,18 +21,18 @@ namespace {
 
 constexpr int urgentSeconds = 10;
 
-/// The place within the page, from its upper left corner.
+/// The place as fractions of the page, from its upper left corner.
 QRectF shareOfPage(const QRectF &place, const QSizeF &page)
 {
     return QRectF(place.left() / page.width(), 1 - (place.top() + place.height()) / page.height(),
                   place.width() / page.width(), place.height() / page.height());
 }
 
-/// One line that is cut to the room there is.
-class CutLabel : public QLabel
+/// A line of text that is shortened to the available width.
+class ElidedLabel : public QLabel
 {
 public:
-    explicit CutLabel(const QString &text)
+    explicit ElidedLabel(const QString &text)
     {
         setAccessibleName(text);
         setSizePolicy(QSizePolicy::Ignored, QSizePolicy::Preferred);
@@ -46,7 +46,7 @@ protected:
     }
 };
 
-/// Sizes follow the screen's: touch buttons stay as large as fingers on small ones.
+/// Sizes follow the screen's; on small ones the buttons stay large enough for fingers.
 QString styleFor(int unit)
 {
     return QStringLiteral(R"(
@@ -86,7 +86,7 @@ SignWindow::SignWindow(const SigningRequest &request, int pageCount, const QSize
     , m_page(request.wholeDocument ? 1 : request.page)
     , m_secondsLeft(request.timeoutSeconds)
 {
-    // The teller goes on typing in the window on the other screen.
+    // The teller keeps typing in a window on the other screen.
     setWindowFlags(Qt::Window | Qt::FramelessWindowHint | Qt::WindowStaysOnTopHint
                    | Qt::WindowDoesNotAcceptFocus);
     setAttribute(Qt::WA_ShowWithoutActivating);
@@ -130,7 +130,7 @@ QWidget *SignWindow::makeHeader()
     header->setObjectName(QStringLiteral("header"));
     auto *title = new QLabel(QStringLiteral("电子签名  Signature"));
     title->setObjectName(QStringLiteral("title"));
-    auto *document = new CutLabel(QFileInfo(m_request.pdfPath).fileName());
+    auto *document = new ElidedLabel(QFileInfo(m_request.pdfPath).fileName());
     document->setTextFormat(Qt::PlainText);
     m_time = new QLabel;
     m_time->setObjectName(QStringLiteral("title"));
@@ -148,12 +148,12 @@ QWidget *SignWindow::makePages()
     auto *pages = new QWidget;
     m_view = new PageView;
     m_pageNumber = new QLabel;
-    m_back = makeButton(QStringLiteral("上一页"), QStringLiteral("Back"), "small");
-    m_forth = makeButton(QStringLiteral("下一页"), QStringLiteral("Next"), "small");
-    m_toPlace = makeButton(QStringLiteral("签名页"), QStringLiteral("To sign"), "small");
+    m_back = makeButton(QStringLiteral("上一页"), QStringLiteral("Previous"), "small");
+    m_next = makeButton(QStringLiteral("下一页"), QStringLiteral("Next"), "small");
+    m_toPlace = makeButton(QStringLiteral("签名页"), QStringLiteral("Signature"), "small");
     m_enlarge = makeButton(QStringLiteral("放大"), QStringLiteral("Zoom"), "small");
     connect(m_back, &QPushButton::clicked, this, [this] { turnTo(m_page - 1); });
-    connect(m_forth, &QPushButton::clicked, this, [this] { turnTo(m_page + 1); });
+    connect(m_next, &QPushButton::clicked, this, [this] { turnTo(m_page + 1); });
     connect(m_toPlace, &QPushButton::clicked, this, [this] { turnTo(m_request.page); });
     connect(m_enlarge, &QPushButton::clicked, this, [this] {
         m_view->setEnlarged(!m_view->isEnlarged());
@@ -163,10 +163,10 @@ QWidget *SignWindow::makePages()
     auto *row = new QHBoxLayout;
     row->addWidget(m_back);
     row->addWidget(m_pageNumber, 1, Qt::AlignCenter);
-    row->addWidget(m_forth);
+    row->addWidget(m_next);
     row->addWidget(m_toPlace);
     row->addWidget(m_enlarge);
-    for (QPushButton *button : {m_back, m_forth, m_toPlace}) {
+    for (QPushButton *button : {m_back, m_next, m_toPlace}) {
         button->setVisible(m_request.wholeDocument && m_pageCount > 1);
     }
     auto *column = new QVBoxLayout(pages);
@@ -182,8 +182,8 @@ QWidget *SignWindow::makeSigning()
     auto *signing = new QWidget;
     m_pad = new SignaturePad(m_request.padAspect());
     auto *hint = new QLabel(QStringLiteral("请阅读文件，用手指、笔或鼠标签名，然后确认。\n"
-                                           "Read the document, sign by finger, pen or mouse, "
-                                           "then confirm."));
+                                           "Read the document, sign with a finger, pen or "
+                                           "mouse, then confirm."));
     hint->setObjectName(QStringLiteral("hint"));
     hint->setWordWrap(true);
     m_cancel = makeButton(QStringLiteral("取消"), QStringLiteral("Cancel"), "");
@@ -202,7 +202,7 @@ QWidget *SignWindow::makeSigning()
     column->setSpacing(16);
     column->addStretch(1);
     column->addWidget(hint);
-    column->addWidget(m_pad, 1000); // as high as it may
+    column->addWidget(m_pad, 1000); // as high as possible
     column->addLayout(buttons);
     column->addStretch(1);
     return signing;
@@ -223,7 +223,7 @@ void SignWindow::open()
         setGeometry(screen->geometry());
     }
     setWindowState(Qt::WindowFullScreen);
-    show(); // showFullScreen() would take the keyboard
+    show(); // showFullScreen() would take the keyboard focus
     tick();
     if (m_request.timeoutSeconds > 0) {
         m_seconds.start();
@@ -231,7 +231,7 @@ void SignWindow::open()
     turnTo(m_page);
 }
 
-/// Shows the seconds that are left, one less than the last time.
+/// Counts a second down and shows the time left.
 void SignWindow::tick()
 {
     if (m_request.timeoutSeconds <= 0) {
@@ -253,7 +253,7 @@ void SignWindow::turnTo(int page)
     updatePageButtons();
     m_view->setPlace({});
     m_view->setPage({});
-    Q_EMIT pageWanted(m_page);
+    Q_EMIT pageNeeded(m_page);
 }
 
 void SignWindow::showPage(int page, const QImage &image)
@@ -269,7 +269,7 @@ void SignWindow::updatePageButtons()
 {
     m_pageNumber->setText(QStringLiteral("第 %1 / %2 页").arg(m_page).arg(m_pageCount));
     m_back->setEnabled(m_page > 1);
-    m_forth->setEnabled(m_page < m_pageCount);
+    m_next->setEnabled(m_page < m_pageCount);
     m_toPlace->setEnabled(m_page != m_request.page);
 }
 
@@ -280,7 +280,7 @@ void SignWindow::inkChanged()
     m_confirm->setEnabled(m_pad->holdsSignature());
     m_view->setInk(m_pad->ink());
     if (anything && m_page != m_request.page && isVisible()) {
-        turnTo(m_request.page); // the customer sees where it goes
+        turnTo(m_request.page); // to show the customer where the signature goes
     }
 }
 

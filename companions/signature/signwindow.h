@@ -13,10 +13,10 @@ class PageView;
 class SignaturePad;
 
 /**
- * What the customer sees: the page with the place of the signature, the pad, the time that is left,
- * the buttons. It fills the customer's screen and takes no keyboard from the teller.
+ * The window for the customer: the page with the place of the signature, the pad, the time left and
+ * the buttons. Fills the customer's screen and never takes the keyboard focus from the teller.
  *
- * Of confirmed, cancelled and timedOut one comes, once.
+ * Emits one of confirmed, cancelled and timedOut, once.
  */
 class SignWindow : public QWidget
 {
@@ -29,10 +29,10 @@ public:
      */
     SignWindow(const SigningRequest &request, int pageCount, const QSizeF &pageSize);
 
-    /// Shows the window on the customer's screen; the time begins to run.
+    /// Shows the window on the customer's screen and starts the time.
     void open();
 
-    /// The page that is to be seen, from 1.
+    /// The page to show, counted from 1.
     int page() const { return m_page; }
     void showPage(int page, const QImage &image);
 
@@ -42,8 +42,8 @@ public:
     void cancel();
 
 Q_SIGNALS:
-    /// The picture of page() is wanted: answer by showPage().
-    void pageWanted(int page);
+    /// The image of page() is needed: answer with showPage().
+    void pageNeeded(int page);
     void confirmed();
     void cancelled();
     void timedOut();
@@ -59,7 +59,7 @@ private:
     void arrange(const QSize &screen);
     void turnTo(int page);
     void inkChanged();
-    void tick();
+    Q_INVOKABLE void tick(); // each second; tests call it, too
     void end(void (SignWindow::*outcome)());
     void updatePageButtons();
 
@@ -75,7 +75,7 @@ private:
     PageView *m_view = nullptr;
     QLabel *m_pageNumber = nullptr;
     QPushButton *m_back = nullptr;
-    QPushButton *m_forth = nullptr;
+    QPushButton *m_next = nullptr;
     QPushButton *m_toPlace = nullptr;
     QPushButton *m_enlarge = nullptr;
     SignaturePad *m_pad = nullptr;

@@ -1,30 +1,31 @@
 // SPDX-License-Identifier: MIT
 #include "devicelib/doccamera.h"
 #include "portable/base/failure.h"
+#include "portable/base/texts.h"
 #include "portable/camera/shot.h"
 #include "portable/picture/barcodereader.h"
-#include "portable/picture/picturefile.h"
+#include "portable/picture/picturereader.h"
 
-#include <cstring>
-
-using portable::failed;
+using portable::logFailure;
+using portable::prefixError;
 
 namespace {
 
-/// The codes in a picture as the interface wants them.
+/// The codes in a picture as the interface returns them.
 char *codesIn(const cv::Mat &picture, long kind = portable::anyBarcode)
 {
-    const QStringList texts = portable::readBarcodes(picture, kind);
-    return ::strdup(texts.join(QLatin1Char('|')).toUtf8().constData());
+    return portable::heapText(portable::readBarcodes(picture, kind).join(QLatin1Char('|')));
 }
 
 char *codesInFile(const char *function, const char *localPath, long kind)
 {
     return portable::guarded(function, [&]() -> char * {
         QString error;
-        const cv::Mat picture = portable::readPicture(QString::fromLocal8Bit(localPath), &error);
+        const QString path = QString::fromLocal8Bit(localPath);
+        const cv::Mat picture = portable::readPicture(path, &error);
         if (picture.empty()) {
-            failed(function, error);
+            prefixError(path, &error);
+            logFailure(function, error);
             return nullptr;
         }
         return codesIn(picture, kind);
@@ -41,7 +42,7 @@ char *sGetBarCode(const char *image)
 char *sGetBarCodeEx(long kind, const char *image)
 {
     if (!portable::isBarcodeKind(kind)) {
-        failed(__func__, QStringLiteral("there is no kind %1").arg(kind));
+        logFailure(__func__, QStringLiteral("there is no kind %1").arg(kind));
         return nullptr;
     }
     return codesInFile(__func__, image, kind);

@@ -3,63 +3,68 @@
 #include "portable/base/atomicfile.h"
 #include "portable/base/base64text.h"
 #include "portable/base/failure.h"
+#include "portable/base/texts.h"
 #include "portable/camera/shot.h"
+#include "portable/picture/bilevel.h"
 #include "portable/picture/bookfold.h"
-#include "portable/picture/picturefile.h"
+#include "portable/picture/picturereader.h"
+#include "portable/picture/picturewriter.h"
 
 #include <QFileInfo>
-
-#include <cstdlib>
-#include <cstring>
 
 using namespace portable;
 
 namespace {
 
-// On its way to a page a text is there several times, in two bytes a character; a QString ends at
-// 2^30 characters.
+// On its way to a page a text is held several times, with two bytes a character; a QString holds at
+// most 2^30 characters.
 constexpr qint64 largestFileEncoded = 128 << 20;
 
-using Encoder = QByteArray (*)(const cv::Mat &shot);
+using Encoder = QByteArray (*)(const Shot &shot);
 
-QByteArray colorJpeg(const cv::Mat &shot)
+QByteArray colorJpeg(const Shot &shot)
 {
-    return jpegFile(shot, shotQuality(), shotDpi());
+    return jpegFile(shot.picture, shot.quality, shot.dpi);
 }
 
-QByteArray greyJpeg(const cv::Mat &shot)
+QByteArray greyJpeg(const Shot &shot)
 {
-    return jpegFile(greyOf(shot), shotQuality(), shotDpi());
+    return jpegFile(greyOf(shot.picture), shot.quality, shot.dpi);
 }
 
-QByteArray jpegTiff(const cv::Mat &shot)
+QByteArray jpegTiff(const Shot &shot)
 {
-    return jpegTiffFile(shot, shotQuality(), shotDpi());
+    return jpegTiffFile(shot.picture, shot.quality, shot.dpi);
 }
 
-QByteArray bilevelTiff(const cv::Mat &shot)
+QByteArray bilevelTiff(const Shot &shot)
 {
-    return bilevelTiffFile(bilevel(shot), shotDpi());
+    return bilevelTiffFile(bilevel(shot.picture), shot.dpi);
 }
 
-QByteArray bitmap(const cv::Mat &shot)
+QByteArray bilevelPng(const Shot &shot)
 {
-    return bmpFile(shot, shotDpi());
+    return pngFile(bilevel(shot.picture), shot.dpi);
 }
 
-QByteArray png(const cv::Mat &shot)
+QByteArray bitmap(const Shot &shot)
 {
-    return pngFile(shot, shotDpi());
+    return bmpFile(shot.picture, shot.dpi);
 }
 
-/// The path of a capture; empty, with a line in the log, when the arguments give none.
+QByteArray png(const Shot &shot)
+{
+    return pngFile(shot.picture, shot.dpi);
+}
+
+/// The path of a capture; empty, with a line in the log, when an argument is missing.
 QString targetPath(const char *function, const char *directory, const char *name,
                    const char *extension)
 {
     const QString folder = pathOf(directory);
     QString file = pathOf(name);
     if (folder.isEmpty() || file.isEmpty() || file.endsWith(QLatin1Char('/'))) {
-        failed(function, QStringLiteral("it needs a directory and the name of a file"));
+        logFailure(function, QStringLiteral("it needs a directory and the name of a file"));
         return {};
     }
     if (!file.endsWith(QLatin1String(extension), Qt::CaseInsensitive)) {
@@ -73,11 +78,11 @@ bool writeAll(const char *function, const std::vector<FileContent> &files)
 {
     for (const FileContent &file : files) {
         if (file.second.isEmpty()) {
-            return failed(function, file.first + QStringLiteral(": can't be encoded"));
+            return logFailure(function, file.first + QStringLiteral(": can't be encoded"));
         }
     }
     QString error;
-    return writeWholeFiles(files, &error) || failed(function, error);
+    return writeWholeFiles(files, &error) || logFailure(function, error);
 }
 
 /// One file of a capture.
@@ -100,9 +105,9 @@ bool capture(const char *function, std::initializer_list<Target> targets)
                 return false;
             }
         }
-        const cv::Mat shot = takeShot();
-        if (shot.empty()) {
-            return false; // it said why
+        const Shot shot = takeShot();
+        if (shot.picture.empty()) {
+            return false; // the reason is in the log
         }
         std::vector<FileContent> files;
         auto path = paths.begin();
@@ -111,16 +116,6 @@ bool capture(const char *function, std::initializer_list<Target> targets)
         }
         return writeAll(function, files);
     });
-}
-
-char *mallocText(const QByteArray &text)
-{
-    const size_t size = size_t(text.size()) + 1;
-    auto *copy = static_cast<char *>(std::malloc(size));
-    if (copy) {
-        std::memcpy(copy, text.constData(), size);
-    }
-    return copy;
 }
 
 } // namespace
@@ -155,85 +150,93 @@ bool bSavePNG(const char *directory, const char *name)
     return capture(__func__, {{directory, name, ".png", png}});
 }
 
-bool bSaveGrayAndTIF(const char *p1, const char *p2, const char *p3, const char *p4)
+bool bSaveGrayAndTIF(const char *greyDirectory, const char *greyName, const char *tiffDirectory,
+                     const char *tiffName)
 {
-    return capture(__func__, {{p1, p2, ".jpg", greyJpeg}, {p3, p4, ".tif", bilevelTiff}});
+    return capture(__func__,
+                   {{greyDirectory, greyName, ".jpg", greyJpeg},
+                    {tiffDirectory, tiffName, ".tif", bilevelTiff}});
 }
 
-bool SplitPic(const char *p1, const char *p2)
+bool SplitPic(const char *image, const char *directory)
 {
     const char *const function = __func__;
     return guarded(function, [&] {
-        const QString folder = pathOf(p2);
+        const QString folder = pathOf(directory);
         if (folder.isEmpty()) {
-            return failed(function, QStringLiteral("it needs a directory for the halves"));
+            return logFailure(function, QStringLiteral("it needs a directory for the halves"));
         }
+        const QString path = pathOf(image);
         QString error;
-        const cv::Mat picture = readPicture(pathOf(p1), &error);
-        if (picture.empty()) {
-            return failed(function, error);
+        const cv::Mat picture = readPicture(path, &error);
+        if (!picture.empty() && picture.cols < 2) {
+            setError(QStringLiteral("it is too narrow to be split"), &error);
         }
         if (picture.cols < 2) {
-            return failed(function, pathOf(p1) + QStringLiteral(": too narrow to be split"));
+            prefixError(path, &error);
+            return logFailure(function, error);
         }
         const int fold = foldColumn(picture);
-        const QString base = folder + QLatin1Char('/') + QFileInfo(pathOf(p1)).completeBaseName();
+        const CaptureSettings settings = captureSettings();
+        const auto half = [&](int begin, int end) {
+            return colorJpeg({picture.colRange(begin, end), settings.quality, settings.dpi});
+        };
+        const QString base = folder + QLatin1Char('/') + QFileInfo(path).completeBaseName();
         return writeAll(function,
-                        {{base + QStringLiteral("_left.jpg"), colorJpeg(picture.colRange(0, fold))},
-                         {base + QStringLiteral("_right.jpg"),
-                          colorJpeg(picture.colRange(fold, picture.cols))}});
+                        {{base + QStringLiteral("_left.jpg"), half(0, fold)},
+                         {base + QStringLiteral("_right.jpg"), half(fold, picture.cols)}});
     });
 }
 
 const char *sGetImageBase64_Byte(int number)
 {
-    constexpr Encoder encoders[] = {
-        colorJpeg, greyJpeg, [](const cv::Mat &shot) { return pngFile(bilevel(shot), shotDpi()); }};
+    constexpr Encoder encoders[] = {colorJpeg, greyJpeg, bilevelPng};
     if (number < 0 || size_t(number) >= std::size(encoders)) {
-        failed(__func__, QStringLiteral("%1 is not a number from 0 to 2").arg(number));
+        logFailure(__func__, QStringLiteral("%1 is not a number from 0 to 2").arg(number));
         return nullptr;
     }
     return guarded(__func__, [&]() -> const char * {
-        const cv::Mat shot = takeShot();
-        if (shot.empty()) {
-            return nullptr; // it said why
+        const Shot shot = takeShot();
+        if (shot.picture.empty()) {
+            return nullptr; // the reason is in the log
         }
-        // Of the calling thread: the text of another one's call is still being read.
+        // One per thread: another thread may still be reading the text of its call.
         thread_local QByteArray text;
         text = encoders[number](shot).toBase64();
         return text.constData();
     });
 }
 
-char *Base64Encode(const char *text)
+char *Base64Encode(const char *file)
 {
     const char *const function = __func__;
     return guarded(function, [&]() -> char * {
-        const QString path = pathOf(text);
+        const QString path = pathOf(file);
         if (QFileInfo(path).size() > largestFileEncoded) {
-            failed(function, path + QStringLiteral(": too large to be told as a text"));
+            logFailure(function, path + QStringLiteral(": it is too large for a text"));
             return nullptr;
         }
         QString error;
         const QByteArray bytes = readWholeFile(path, &error);
         if (bytes.isNull()) {
-            failed(function, error);
+            prefixError(path, &error);
+            logFailure(function, error);
             return nullptr;
         }
-        return mallocText(bytes.toBase64());
+        return heapText(bytes.toBase64());
     });
 }
 
-bool Base64Decode(const char *first, const char *second)
+bool Base64Decode(const char *base64, const char *path)
 {
     const char *const function = __func__;
     return guarded(function, [&] {
         QString error;
-        const QByteArray bytes = bytesOfBase64(first, &error);
+        const QByteArray bytes = bytesOfBase64(base64, &error);
         if (bytes.isEmpty()) {
-            return failed(function, error);
+            return logFailure(function, error);
         }
-        return writeWholeFile(QString::fromLocal8Bit(second), bytes, &error)
-            || failed(function, error);
+        return writeWholeFile(QString::fromLocal8Bit(path), bytes, &error)
+            || logFailure(function, error);
     });
 }

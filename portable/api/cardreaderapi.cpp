@@ -1,24 +1,18 @@
 // SPDX-License-Identifier: MIT
 #include "devicelib/cardreader.h"
+#include "portable/base/failure.h"
+#include "portable/base/texts.h"
 #include "portable/card/cardreaders.h"
 #include "portable/card/speech.h"
 
-#include <QDebug>
 #include <QString>
-
-#include <cstring>
 
 using portable::CardKind;
 using portable::CardReaders;
 using portable::CardResult;
+using portable::heapText;
 
 namespace {
-
-/// A copy for the caller, who frees it; null stays null.
-char *given(const QByteArray &text)
-{
-    return text.isNull() ? nullptr : ::strdup(text.constData());
-}
 
 QString textOf(const CardResult &result)
 {
@@ -39,7 +33,7 @@ CardResult readSocialCard(int type)
 
 char *sIDCardReader()
 {
-    return given(portable::asciiCardText(readIdentityCard()));
+    return heapText(portable::asciiCardText(readIdentityCard()));
 }
 
 void ReadSFZCardVX(QString *text)
@@ -64,7 +58,7 @@ void ReadSFZCardBas_VX(QString *text)
 
 char *ReadCard(void *, const char *)
 {
-    return given(portable::cardText(readIdentityCard()));
+    return heapText(portable::cardText(readIdentityCard()));
 }
 
 void ReadSFZCardBas_DK(QString *text)
@@ -134,21 +128,21 @@ bool bgetSAMStatus()
 
 char *GetSAMID()
 {
-    return given(CardReaders::instance().moduleNumber());
+    return heapText(CardReaders::instance().moduleNumber());
 }
 
 char *sReadIDCardSnr()
 {
     const QByteArray serial = CardReaders::instance().readSerial(CardKind::Identity);
-    return given(serial.isEmpty() ? QByteArray() : serial.toHex().toUpper());
+    return heapText(serial.isEmpty() ? QByteArray() : serial.toHex().toUpper());
 }
 
 bool bPlayVoice(int number)
 {
     const QString text = portable::prompt(number);
     if (text.isEmpty()) {
-        qWarning() << "portable: there is no voice prompt" << number;
-        return false;
+        return portable::logFailure(__func__,
+                                    QStringLiteral("there is no voice prompt %1").arg(number));
     }
     return portable::speak(text);
 }

@@ -12,6 +12,7 @@
 
 using portable::DocumentBuilder;
 using portable::PageImage;
+using portable::Shot;
 
 namespace {
 
@@ -35,50 +36,51 @@ DocumentBuilder &mergedPicture()
     return document;
 }
 
-// Pages, of a picture in memory and of an image file.
+// Pages of a capture.
 
-MaybePage jpeg(const cv::Mat &picture)
+MaybePage jpeg(const Shot &shot)
 {
-    return portable::jpegPage(picture, portable::shotQuality(), portable::shotDpi());
+    return portable::jpegPage(shot.picture, shot.quality, shot.dpi);
 }
 
-MaybePage group4(const cv::Mat &picture)
+MaybePage group4(const Shot &shot)
 {
-    return portable::group4Page(picture, portable::shotDpi());
+    return portable::group4Page(shot.picture, shot.dpi);
 }
 
-MaybePage bilevelPng(const cv::Mat &picture)
+MaybePage bilevelPng(const Shot &shot)
 {
-    return portable::bilevelPngPage(picture, portable::shotDpi());
+    return portable::bilevelPngPage(shot.picture, shot.dpi);
 }
 
-MaybePage bgr(const cv::Mat &picture)
+MaybePage bgr(const Shot &shot)
 {
-    return portable::bgrPage(picture, portable::shotDpi());
+    return portable::bgrPage(shot.picture, shot.dpi);
 }
+
+// Pages of an image file.
 
 MaybePage jpegOf(const QByteArray &file, QString *error)
 {
-    return portable::jpegPageOf(file, portable::shotQuality(), portable::shotDpi(), error);
+    const portable::CaptureSettings settings = portable::captureSettings();
+    return portable::jpegPageOf(file, settings.quality, settings.dpi, error);
 }
 
 MaybePage group4Of(const QByteArray &file, QString *error)
 {
-    return portable::group4PageOf(file, portable::shotDpi(), error);
+    return portable::group4PageOf(file, portable::captureSettings().dpi, error);
 }
 
-// Where they come from.
-
-bool addShot(const char *function, DocumentBuilder &document, MaybePage (*page)(const cv::Mat &))
+bool addShot(const char *function, DocumentBuilder &document, MaybePage (*page)(const Shot &))
 {
     return document.addPage(function, [page](QString *error) -> MaybePage {
-        const cv::Mat shot = portable::takeShot(); // which says in the log why there is none
-        if (shot.empty()) {
-            return {};
+        const Shot shot = portable::takeShot();
+        if (shot.picture.empty()) {
+            return {}; // the reason is in the log
         }
         MaybePage made = page(shot);
         if (!made) {
-            *error = QStringLiteral("the current picture can't be encoded");
+            portable::setError(QStringLiteral("the current picture can't be encoded"), error);
         }
         return made;
     });
@@ -89,16 +91,13 @@ bool addFile(const char *function, DocumentBuilder &document, const QString &pat
 {
     const auto make = [&](QString *error) -> MaybePage {
         if (path.isEmpty()) {
-            *error = QStringLiteral("it needs the path of an image");
+            portable::setError(QStringLiteral("it needs the path of an image"), error);
             return {};
         }
         const QByteArray file = portable::readWholeFile(path, error);
-        if (file.isNull()) {
-            return {};
-        }
-        MaybePage made = page(file, error);
+        MaybePage made = file.isNull() ? MaybePage() : page(file, error);
         if (!made) {
-            *error = path + QStringLiteral(": ") + *error;
+            portable::prefixError(path, error);
         }
         return made;
     };
@@ -111,7 +110,7 @@ bool addBase64(const char *function, DocumentBuilder &document, const char *base
         const QByteArray file = portable::bytesOfBase64(base64, error);
         MaybePage made = file.isEmpty() ? MaybePage() : jpegOf(file, error);
         if (!made) {
-            *error = QStringLiteral("the image in base64: ") + *error;
+            portable::prefixError(QStringLiteral("the image in base64"), error);
         }
         return made;
     });
@@ -119,9 +118,9 @@ bool addBase64(const char *function, DocumentBuilder &document, const char *base
 
 } // namespace
 
-bool bSavePDFStart(const char *p1, const char *p2)
+bool bSavePDFStart(const char *directory, const char *name)
 {
-    return pdf().start(__func__, p1, p2, portable::writePdf);
+    return pdf().start(__func__, directory, name, portable::writePdf);
 }
 
 bool bSavePDFColorPage()
@@ -154,9 +153,9 @@ bool bAddPDFBase64ColorPage(const char *base64)
     return addBase64(__func__, pdf(), base64);
 }
 
-bool bSaveOFDStart(const char *p1, const char *p2)
+bool bSaveOFDStart(const char *directory, const char *name)
 {
-    return ofd().start(__func__, p1, p2, portable::writeOfd);
+    return ofd().start(__func__, directory, name, portable::writeOfd);
 }
 
 bool bSaveOFDColorPage()
@@ -184,17 +183,19 @@ bool bAddOFDBase64ColorPage(const char *base64)
     return addBase64(__func__, ofd(), base64);
 }
 
-bool bSaveMergeStart(const char *p1, const char *p2, short p3, short p4, qint64 p5, qint64 p6)
+bool bSaveMergeStart(const char *directory, const char *name, short direction, short gap,
+                     qint64 maxWidth, qint64 maxHeight)
 {
     portable::MergePlan plan;
     QString error;
-    if (!portable::readMergePlan(p3, p4, p5, p6, &plan, &error)) {
-        return portable::failed(__func__, error);
+    if (!portable::readMergePlan(direction, gap, maxWidth, maxHeight, &plan, &error)) {
+        return portable::logFailure(__func__, error);
     }
     const auto write = [plan](const portable::PageSpool &pages, const QString &path, QString *why) {
-        return portable::writeMergedImage(pages, plan, portable::shotQuality(), path, why);
+        return portable::writeMergedImage(pages, plan, portable::captureSettings().quality, path,
+                                          why);
     };
-    return mergedPicture().start(__func__, p1, p2, write);
+    return mergedPicture().start(__func__, directory, name, write);
 }
 
 bool bSaveMergePage()

@@ -1,15 +1,15 @@
 // SPDX-License-Identifier: MIT
 //
-// Faces and liveness. docs/faces.md tells pages what numbers and texts mean.
+// Faces and liveness. docs/faces.md documents the numbers and texts.
 
+#include "base/clock.h"
+#include "base/mainthread.h"
 #include "devicelib/biometrics.h"
-#include "portable/base/mainthread.h"
+#include "portable/base/failure.h"
 #include "portable/face/facewatch.h"
-#include "portable/picture/imageconversion.h"
-#include "portable/picture/uprightimage.h"
+#include "portable/picture/picturereader.h"
+#include "portable/picture/picturewriter.h"
 
-#include <QBuffer>
-#include <QDebug>
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <opencv2/imgproc.hpp>
@@ -25,17 +25,13 @@ constexpr int blockingSeconds = 8; // the caller's thread waits
 constexpr int maxSeconds = 60;
 constexpr int autoLivingBodySeconds = 15;
 constexpr int shownSide = 800; // pixels, of the pictures that AutoLivingBody sends
+constexpr int shownQuality = 75;
 
-void complain(const char *function, const QString &why)
+/// Logs a failure, if it is one; the engine logs its own.
+void logFaceFailure(const char *function, const QString &picture, FaceFailure failure)
 {
-    qWarning().noquote() << "portable:" << function << "failed:" << why;
-}
-
-/// One line about a failure, if it is one; the engine has told its own.
-void complain(const char *function, const QString &picture, FaceFailure failure)
-{
-    if (failure != FaceFailure::none && failure != FaceFailure::noEngine) {
-        complain(function, picture + QStringLiteral(": ") + failureText(failure));
+    if (failure != FaceFailure::None && failure != FaceFailure::NoEngine) {
+        logFailure(function, picture + QStringLiteral(": ") + failureText(failure));
     }
 }
 
@@ -43,32 +39,32 @@ FaceFailure describeFile(const char *function, const char *path, FaceDescriptor 
 {
     FaceEngine &engine = FaceEngine::instance();
     FaceFailure failure = engine.prepare();
-    if (failure != FaceFailure::none) {
+    if (failure != FaceFailure::None) {
         return failure;
     }
     const QString name = QString::fromUtf8(path);
-    cv::Mat picture;
     QString error;
-    if (!readImageFile(name, &picture, &error)) {
-        complain(function, name + QStringLiteral(": ") + error);
-        return FaceFailure::unreadable;
+    const cv::Mat picture = readPicture(name, &error, biometricLimits);
+    if (picture.empty()) {
+        logFailure(function, name + QStringLiteral(": ") + error);
+        return FaceFailure::Unreadable;
     }
     failure = engine.describe(picture, descriptor);
-    complain(function, name, failure);
+    logFaceFailure(function, name, failure);
     return failure;
 }
 
 FaceFailure describeLiveFrame(const char *function, FaceDescriptor *descriptor)
 {
     FaceFailure failure = FaceEngine::instance().prepare();
-    if (failure != FaceFailure::none) {
+    if (failure != FaceFailure::None) {
         return failure;
     }
     cv::Mat frame;
     failure = CameraSet::instance().currentFrame(frame)
         ? FaceEngine::instance().describe(frame, descriptor)
-        : FaceFailure::noCamera;
-    complain(function, QStringLiteral("live picture"), failure);
+        : FaceFailure::NoCamera;
+    logFaceFailure(function, QStringLiteral("live picture"), failure);
     return failure;
 }
 
@@ -78,10 +74,10 @@ template <class First, class Second> int compare(First describeFirst, Second des
     FaceDescriptor first;
     FaceDescriptor second;
     FaceFailure failure = describeFirst(&first);
-    if (failure == FaceFailure::none) {
+    if (failure == FaceFailure::None) {
         failure = describeSecond(&second);
     }
-    return failure == FaceFailure::none ? faceScore(first, second) : int(failure);
+    return failure == FaceFailure::None ? faceScore(first, second) : int(failure);
 }
 
 int compareFiles(const char *function, const char *image1, const char *image2)
@@ -92,14 +88,14 @@ int compareFiles(const char *function, const char *image1, const char *image2)
     return compare(describe(image1), describe(image2));
 }
 
-/// What is done with the camera: one thing at a time.
+/// The work with the camera: one job at a time.
 BackgroundJob &cameraJob()
 {
     struct CameraJob
     {
         CameraJob()
         {
-            CameraSet::instance(); // goes after the job, as does the engine
+            CameraSet::instance(); // destroyed after the job, like the engine
             FaceEngine::instance();
             job.closeWithApplication();
         }
@@ -110,25 +106,25 @@ BackgroundJob &cameraJob()
 }
 
 /**
- * Has `work` done with the camera in the background.
- * \return false, with a line in the log, without an engine or while the camera is used otherwise
+ * Starts work with the camera in the background.
+ * \return false, with a line in the log, without an engine or while other work uses the camera
  */
 bool beginWithCamera(const char *function, BackgroundJob::Work work)
 {
-    if (FaceEngine::instance().prepare() != FaceFailure::none) {
+    if (FaceEngine::instance().prepare() != FaceFailure::None) {
         return false;
     }
     if (!cameraJob().begin(std::move(work))) {
-        complain(function, failureText(FaceFailure::busy));
+        logFailure(function, failureText(FaceFailure::Busy));
         return false;
     }
     return true;
 }
 
-/// The end of a wait that a page gave in seconds; 0 or less is the usual one.
+/// The deadline for a timeout that a page gave in seconds; 0 or less means the usual one.
 BackgroundJob::Clock::time_point deadlineIn(int seconds)
 {
-    return BackgroundJob::Clock::now()
+    return base::Clock::shared().now()
         + std::chrono::seconds(seconds > 0 ? std::min(seconds, maxSeconds) : usualSeconds);
 }
 
@@ -139,7 +135,7 @@ FaceFailure describeNextFace(const char *function, int seconds, const Background
     const FaceFailure failure =
         awaitFace(camera, FaceEngine::instance(), deadlineIn(seconds), stop, descriptor);
     if (!stop.isRequested()) {
-        complain(function, QStringLiteral("live pictures"), failure);
+        logFaceFailure(function, QStringLiteral("live pictures"), failure);
     }
     return failure;
 }
@@ -150,7 +146,7 @@ bool livesBeforeCamera(const char *function, int seconds, const BackgroundJob::S
     const LivenessResult result =
         checkLiveness(camera, FaceEngine::instance(), deadlineIn(seconds), stop);
     if (!stop.isRequested()) {
-        complain(function, QStringLiteral("live pictures"), result.failure);
+        logFaceFailure(function, QStringLiteral("live pictures"), result.failure);
     }
     return result.passed;
 }
@@ -163,18 +159,15 @@ QByteArray jpegText(const cv::Mat &frame)
         const double scale = double(shownSide) / side;
         cv::resize(frame, small, {}, scale, scale, cv::INTER_AREA);
     }
-    QByteArray bytes;
-    QBuffer buffer(&bytes);
-    toImage(small).save(&buffer, "JPG", 75);
-    return bytes.toBase64();
+    return jpegFile(small, shownQuality, {}).toBase64();
 }
 
 QByteArray resultText(const LivenessResult &result)
 {
     const QString message = result.passed         ? QStringLiteral("活体检测通过")
-        : result.failure == FaceFailure::noCamera ? QStringLiteral("摄像头不可用")
-        : result.failure == FaceFailure::noFace   ? QStringLiteral("未检测到人脸")
-        : result.failure != FaceFailure::none     ? QStringLiteral("人脸引擎不可用")
+        : result.failure == FaceFailure::NoCamera ? QStringLiteral("摄像头不可用")
+        : result.failure == FaceFailure::NoFace   ? QStringLiteral("未检测到人脸")
+        : result.failure != FaceFailure::None     ? QStringLiteral("人脸引擎不可用")
         : !result.hasBlinked                      ? QStringLiteral("未检测到眨眼")
                                                   : QStringLiteral("未检测到头部转动");
     const QJsonObject object{
@@ -222,7 +215,7 @@ bool bImageMatchOnline(const char *text, int a, int, int,
         const int score = compare(
             [&](FaceDescriptor *face) { return describeFile(function, path.constData(), face); },
             [&](FaceDescriptor *face) { return describeNextFace(function, a, stop, face); });
-        return [=] { postToMainThread([=] { onResult(score, nullptr); }); };
+        return [=] { base::postToMainThread([=] { onResult(score, nullptr); }); };
     });
 }
 
@@ -233,8 +226,8 @@ qint64 lFaceFeatureMatch(const char *feature1, const char *feature2)
     FaceDescriptor first;
     FaceDescriptor second;
     if (!readFaceFeature(feature1, &first) || !readFaceFeature(feature2, &second)) {
-        complain(__func__, failureText(FaceFailure::noFeature));
-        return qint64(FaceFailure::noFeature);
+        logFailure(__func__, failureText(FaceFailure::NoFeature));
+        return qint64(FaceFailure::NoFeature);
     }
     return faceScore(first, second);
 }
@@ -245,7 +238,7 @@ bool bFaceFeatureGet(bool flag, const char *text1, const char *,
     FaceDescriptor face;
     const FaceFailure failure =
         flag ? describeFile(__func__, text1, &face) : describeLiveFrame(__func__, &face);
-    if (failure != FaceFailure::none) {
+    if (failure != FaceFailure::None) {
         return false;
     }
     onFeature(faceFeature(face).toBase64().constData(), context);
@@ -259,8 +252,8 @@ bool bFaceFeatureGetOnline(int a, int, void (*onFeature)(const char *feature, vo
         FaceDescriptor face;
         const FaceFailure failure = describeNextFace(function, a, stop, &face);
         const QByteArray feature =
-            failure == FaceFailure::none ? faceFeature(face).toBase64() : QByteArray("");
-        return [=] { postToMainThread([=] { onFeature(feature.constData(), nullptr); }); };
+            failure == FaceFailure::None ? faceFeature(face).toBase64() : QByteArray("");
+        return [=] { base::postToMainThread([=] { onFeature(feature.constData(), nullptr); }); };
     });
 }
 
@@ -268,7 +261,7 @@ bool bFaceFeatureGetOnline(int a, int, void (*onFeature)(const char *feature, vo
 
 bool bLivingBodyDetect()
 {
-    if (FaceEngine::instance().prepare() != FaceFailure::none) {
+    if (FaceEngine::instance().prepare() != FaceFailure::None) {
         return false;
     }
     bool lives = false;
@@ -276,7 +269,7 @@ bool bLivingBodyDetect()
     if (!cameraJob().run([&](const BackgroundJob::Stop &stop) {
             lives = livesBeforeCamera(function, blockingSeconds, stop);
         })) {
-        complain(function, failureText(FaceFailure::busy));
+        logFailure(function, failureText(FaceFailure::Busy));
     }
     return lives;
 }
@@ -286,11 +279,11 @@ bool bLivingBodyDetectOnline(int a, int, void (*onResult)(int result, void *cont
     const char *const function = __func__;
     return beginWithCamera(function, [=](const BackgroundJob::Stop &stop) {
         const bool lives = livesBeforeCamera(function, a, stop);
-        return [=] { postToMainThread([=] { onResult(lives ? 1 : 0, nullptr); }); };
+        return [=] { base::postToMainThread([=] { onResult(lives ? 1 : 0, nullptr); }); };
     });
 }
 
-// One that still runs is ended: the page may have been loaded anew.
+// Ends one that is still running: the page may have been reloaded.
 bool AutoLivingBody(void (*onData)(const char *data, int length, int kind))
 {
     const char *const function = __func__;
@@ -299,23 +292,23 @@ bool AutoLivingBody(void (*onData)(const char *data, int length, int kind))
         const auto send = [onData](const QByteArray &text, int kind) {
             onData(text.constData(), text.size(), kind);
         };
-        FaceCamera camera(CameraSet::instance(), FaceCamera::Former::isClosed);
+        FaceCamera camera(CameraSet::instance(), FaceCamera::Preview::Close);
         const LivenessResult result =
             checkLiveness(camera, FaceEngine::instance(), deadlineIn(autoLivingBodySeconds), stop,
                           [&](const cv::Mat &frame) { send(jpegText(frame), 0); });
         if (stop.isRequested()) {
             return {};
         }
-        complain(function, QStringLiteral("live pictures"), result.failure);
+        logFaceFailure(function, QStringLiteral("live pictures"), result.failure);
         return [=] { send(resultText(result), 1); };
     });
 }
 
-// Whatever is done with the camera ends; what has promised a result gives its failure, before.
+// Ends any work with the camera; a pending result is delivered before, as a failure.
 void CloseLivingBody(void (*onDone)())
 {
     cameraJob().stop();
-    postToMainThread(onDone);
+    base::postToMainThread(onDone);
 }
 
 void DemoUIShow(int, void (*onResult)(int result))
@@ -323,9 +316,9 @@ void DemoUIShow(int, void (*onResult)(int result))
     const char *const function = __func__;
     const bool begun = beginWithCamera(function, [=](const BackgroundJob::Stop &stop) {
         const bool lives = livesBeforeCamera(function, usualSeconds, stop);
-        return [=] { postToMainThread([=] { onResult(lives ? 1 : 0); }); };
+        return [=] { base::postToMainThread([=] { onResult(lives ? 1 : 0); }); };
     });
     if (!begun) {
-        postToMainThread([onResult] { onResult(0); });
+        base::postToMainThread([onResult] { onResult(0); });
     }
 }

@@ -1,19 +1,17 @@
 // SPDX-License-Identifier: MIT
 #include "devicelib/doccamera.h"
+#include "portable/base/failure.h"
 #include "portable/base/texts.h"
 #include "portable/system/fileoperations.h"
 
-#include <QDebug>
-
 namespace {
 
-void complain(const char *function, const QString &path, const QString &error)
+void logPathFailure(const char *function, const QString &path, const QString &error)
 {
-    qWarning().noquote() << QStringLiteral("portable: %1: %2: %3")
-                                .arg(QLatin1String(function), portable::logText(path), error);
+    portable::logFailure(function, portable::logText(path) + QStringLiteral(": ") + error);
 }
 
-/// Does it to a path; says in the log why not.
+/// Does it to a path; logs why it fails.
 bool toPath(const char *function, const char *path,
             bool (*operation)(const QString &path, QString *error))
 {
@@ -21,7 +19,7 @@ bool toPath(const char *function, const char *path,
     const QString decoded = QString::fromUtf8(path);
     const bool done = operation(decoded, &error);
     if (!error.isEmpty()) {
-        complain(function, decoded, error);
+        logPathFailure(function, decoded, error);
     }
     return done;
 }
@@ -34,7 +32,7 @@ bool toPaths(const char *function, const char *from, const char *to,
     const QString target = QString::fromUtf8(to);
     const bool done = operation(source, target, &error);
     if (!error.isEmpty()) {
-        complain(function, source + QStringLiteral(" -> ") + target, error);
+        logPathFailure(function, source + QStringLiteral(" -> ") + target, error);
     }
     return done;
 }
@@ -102,7 +100,7 @@ const char *sGetAllFormatFiles(const char *directory, const char *format)
     const QString folder = QString::fromUtf8(directory);
     const QStringList names = portable::filesOfFormat(folder, QString::fromUtf8(format), &error);
     if (!error.isEmpty()) {
-        complain(__func__, folder, error);
+        logPathFailure(__func__, folder, error);
     }
     thread_local QByteArray text; // another thread's call must not take away this one's text
     text = names.join(QLatin1Char('|')).toUtf8();

@@ -1,12 +1,13 @@
 // SPDX-License-Identifier: MIT
+#include "base/clock.h"
+#include "base/mainthread.h"
 #include "devicelib/biometrics.h"
 #include "portable/base/deviceini.h"
-#include "portable/base/mainthread.h"
+#include "portable/base/failure.h"
 #include "portable/finger/fingerprint.h"
 #include "portable/finger/fingersensor.h"
 
 #include <QByteArray>
-#include <QDebug>
 
 #include <algorithm>
 
@@ -17,7 +18,7 @@ namespace {
 constexpr std::chrono::milliseconds usualTimeout{10'000};
 constexpr std::chrono::milliseconds longestTimeout{60'000};
 
-/// What lFingerMatch answers when there is nothing to compare.
+/// What lFingerMatch returns when there is nothing to compare.
 enum MatchFailure { noFeature = -1, noStoredFeature = -2 };
 
 const FingerSensor &sensor()
@@ -28,14 +29,14 @@ const FingerSensor &sensor()
     return sensor;
 }
 
-/// The captures: one at a time.
+/// The captures, one at a time.
 BackgroundJob &sensorJob()
 {
     struct SensorJob
     {
         SensorJob()
         {
-            sensor(); // goes after the job
+            sensor(); // destroyed after the job
             job.closeWithApplication();
         }
         BackgroundJob job;
@@ -44,9 +45,9 @@ BackgroundJob &sensorJob()
     return one.job;
 }
 
-int failMatch(const char *what, MatchFailure failure)
+int failMatch(const QString &why, MatchFailure failure)
 {
-    qWarning("portable: lFingerMatch failed: %s", what);
+    logFailure("lFingerMatch", why);
     return failure;
 }
 
@@ -58,11 +59,11 @@ void fingerCaptureRawData(int timeoutMs,
                           void *context)
 {
     const auto answer = [=](const FingerCapture &capture) {
-        postToMainThread([=] {
+        base::postToMainThread([=] {
             onCapture(capture.image, capture.feature, capture.score, capture.message, context);
         });
     };
-    const auto deadline = BackgroundJob::Clock::now()
+    const auto deadline = base::Clock::shared().now()
         + (timeoutMs > 0 ? std::min(std::chrono::milliseconds(timeoutMs), longestTimeout)
                          : usualTimeout);
     const bool begun = sensorJob().begin([=](const BackgroundJob::Stop &stop) {
@@ -70,8 +71,8 @@ void fingerCaptureRawData(int timeoutMs,
         return [=] { answer(capture); };
     });
     if (!begun) {
-        qWarning("portable: %s failed: the sensor waits for a finger already", __func__);
-        answer(failedCapture(FingerCapture::busy));
+        logFailure(__func__, QStringLiteral("the sensor is already waiting for a finger"));
+        answer(failedCapture(FingerCapture::Busy));
     }
 }
 
@@ -79,7 +80,7 @@ int lFingerMatch(int, const char *feature, int count, const char *storedFeatures
 {
     Minutiae finger;
     if (!readFingerFeature(&feature, &finger)) {
-        return failMatch("the feature is none of this library", noFeature);
+        return failMatch(QStringLiteral("the feature is none of this library"), noFeature);
     }
     int best = noStoredFeature;
     Minutiae stored;
@@ -93,10 +94,11 @@ int lFingerMatch(int, const char *feature, int count, const char *storedFeatures
         }
     }
     if (best < 0) {
-        return failMatch("there is no stored feature of this library", noStoredFeature);
+        return failMatch(QStringLiteral("there is no stored feature of this library"),
+                         noStoredFeature);
     }
     if (isBroken) {
-        qWarning("portable: lFingerMatch: a stored feature is none of this library");
+        logFailure(__func__, QStringLiteral("a stored feature is none of this library"));
     }
     return best;
 }

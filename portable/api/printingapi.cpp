@@ -3,12 +3,12 @@
 #include "portable/base/deviceini.h"
 #include "portable/base/failure.h"
 #include "portable/camera/shot.h"
-#include "portable/picture/picturefile.h"
+#include "portable/picture/picturereader.h"
 #include "portable/system/printer.h"
 
 #include <QFileInfo>
 
-using portable::failed;
+using portable::logFailure;
 using portable::PrintJob;
 
 namespace {
@@ -16,8 +16,8 @@ namespace {
 /// Prints what `makeJob` puts into a job; 0 copies stand for 1.
 template <class MakeJob> bool printCopies(const char *function, int copies, MakeJob makeJob)
 {
-    if (copies < 0 || copies > portable::copiesAtMost) {
-        return failed(function, QStringLiteral("%1 copies are none or too many").arg(copies));
+    if (copies < 0 || copies > portable::maxCopies) {
+        return logFailure(function, QStringLiteral("%1 copies are none or too many").arg(copies));
     }
     return portable::guarded(function, [&] {
         PrintJob job;
@@ -28,7 +28,7 @@ template <class MakeJob> bool printCopies(const char *function, int copies, Make
         QString error;
         const QString printer = portable::deviceSetting(QStringLiteral("printing/printer"));
         return portable::print(job, printer, &error)
-            || failed(function, job.title + QStringLiteral(": ") + error);
+            || logFailure(function, job.title + QStringLiteral(": ") + error);
     });
 }
 
@@ -39,30 +39,30 @@ bool printFile(const char *function, const QString &path, int copies, bool isGre
         job.picture = portable::readPicture(path, &error);
         job.title = QFileInfo(path).fileName();
         job.isGrey = isGrey;
-        return !job.picture.empty() || failed(function, error);
+        return !job.picture.empty() || logFailure(function, path + QStringLiteral(": ") + error);
     });
 }
 
 } // namespace
 
-bool bPrint(int number)
+bool bPrint(int copies)
 {
-    return printCopies(__func__, number, [](PrintJob &job) {
-        job.picture = portable::takeShot();
+    return printCopies(__func__, copies, [](PrintJob &job) {
+        job.picture = portable::takeShot().picture;
         job.title = QStringLiteral("document camera");
         return !job.picture.empty(); // the reason is in the log already
     });
 }
 
-bool bPrintImage(short a, const char *image, short b)
+bool bPrintImage(short copies, const char *image, short colorMode)
 {
-    if (b != 0 && b != 1) {
-        return failed(__func__, QStringLiteral("there is no color mode %1").arg(b));
+    if (colorMode != 0 && colorMode != 1) {
+        return logFailure(__func__, QStringLiteral("there is no color mode %1").arg(colorMode));
     }
-    return printFile(__func__, QString::fromLocal8Bit(image), a, b == 1);
+    return printFile(__func__, QString::fromLocal8Bit(image), copies, colorMode == 1);
 }
 
-bool bPrintImageFile(const char *image, int number)
+bool bPrintImageFile(const char *image, int copies)
 {
-    return printFile(__func__, QString::fromUtf8(image), number, false);
+    return printFile(__func__, QString::fromUtf8(image), copies, false);
 }

@@ -10,12 +10,12 @@ using portable::VideoFormat;
 
 bool bStartRec(const char *path)
 {
-    return Recorder::instance().start(pathOf(path), VideoFormat::Usual);
+    return Recorder::instance().start(pathOf(path), VideoFormat::Standard);
 }
 
 bool bStartRecMp3(const char *path)
 {
-    return Recorder::instance().start(pathOf(path), VideoFormat::Old);
+    return Recorder::instance().start(pathOf(path), VideoFormat::Legacy);
 }
 
 bool bStopRec()

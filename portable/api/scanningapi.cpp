@@ -1,11 +1,11 @@
 // SPDX-License-Identifier: MIT
 #include "devicelib/doccamera.h"
 #include "portable/base/atomicfile.h"
+#include "portable/base/failure.h"
 #include "portable/recording/scanner.h"
 
-#include <QDebug>
-
 using portable::CameraSet;
+using portable::logFailure;
 using portable::pathOf;
 using portable::ScanFiles;
 using portable::Scanner;
@@ -15,7 +15,7 @@ namespace {
 constexpr int done = 0;
 constexpr int failed = -1;
 
-/// The extension that a page asks for by any of its names; empty for one that we don't write.
+/// The extension for the name of a format; empty for a format that isn't supported.
 QString extensionOf(const QString &format)
 {
     const QString name = format.toLower();
@@ -35,48 +35,49 @@ void iAutoScan_observr(QObject *receiver, const char *slot)
     Scanner::instance().observe(receiver, slot);
 }
 
-int iAutoScan(int number, const char *text1, const char *text2)
+int iAutoScan(int mode, const char *directory, const char *prefix)
 {
-    if (number == 0) {
+    if (mode == 0) {
         Scanner::instance().stop();
         return done;
     }
-    if (number < 0) {
-        qWarning("portable: iAutoScan: %d neither starts nor ends a scan", number);
+    if (mode < 0) {
+        logFailure(__func__, QStringLiteral("%1 neither starts nor ends a scan").arg(mode));
         return failed;
     }
-    return Scanner::instance().startAutomatic({pathOf(text1), pathOf(text2)}) ? done : failed;
+    return Scanner::instance().startAutomatic({pathOf(directory), pathOf(prefix)}) ? done : failed;
 }
 
-int iTimerScan(int number1, const char *text1, const char *text2, int number2)
+int iTimerScan(int intervalSeconds, const char *directory, const char *prefix, int shotCount)
 {
-    if (number1 == 0) {
+    if (intervalSeconds == 0) {
         Scanner::instance().stop();
         return done;
     }
-    if (number1 < 0 || number2 < 0) {
-        qWarning("portable: iTimerScan: every %d seconds, %d times, makes no scan", number1,
-                 number2);
+    if (intervalSeconds < 0 || shotCount < 0) {
+        logFailure(__func__,
+                   QStringLiteral("every %1 seconds, %2 times, makes no scan")
+                       .arg(intervalSeconds)
+                       .arg(shotCount));
         return failed;
     }
-    return Scanner::instance().startTimed({pathOf(text1), pathOf(text2)},
-                                          std::chrono::seconds(number1), number2)
+    return Scanner::instance().startTimed({pathOf(directory), pathOf(prefix)},
+                                          std::chrono::seconds(intervalSeconds), shotCount)
         ? done
         : failed;
 }
 
-bool bBookScanner(const char *t1, const char *t2, const char *t3OrNull)
+bool bBookScanner(const char *directory, const char *prefix, const char *formatOrNull)
 {
-    const QString directory = pathOf(t1);
-    if (directory.isEmpty()) {
+    const QString folder = pathOf(directory);
+    if (folder.isEmpty()) {
         Scanner::instance().stop();
         return true;
     }
-    const QString extension = extensionOf(pathOf(t3OrNull));
+    const QString extension = extensionOf(pathOf(formatOrNull));
     if (extension.isEmpty()) {
-        qWarning("portable: bBookScanner: the format is none of jpg, png, tif");
-        return false;
+        return logFailure(__func__, QStringLiteral("the format is none of jpg, png, tif"));
     }
-    return Scanner::instance().startBook({directory, pathOf(t2), extension},
+    return Scanner::instance().startBook({folder, pathOf(prefix), extension},
                                          CameraSet::instance().settings().bookMode());
 }

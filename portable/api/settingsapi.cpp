@@ -8,7 +8,7 @@
 
 using portable::Adjustments;
 using portable::CameraSet;
-using portable::failed;
+using portable::logFailure;
 using portable::Settings;
 
 namespace {
@@ -21,17 +21,17 @@ Settings &settings()
 bool setAdjustment(const char *function, int Adjustments::*which, int value)
 {
     return settings().setAdjustment(which, value)
-        || failed(function, QStringLiteral("%1 is not a number from -100 to 100").arg(value));
+        || logFailure(function, QStringLiteral("%1 is not a number from -100 to 100").arg(value));
 }
 
-std::atomic<short> cameraMode{0}; // nothing depends on it here
+std::atomic<short> cameraMode{0}; // has no effect in this library
 
 } // namespace
 
 bool bSetMode(int mode)
 {
     return settings().setMode(mode)
-        || failed(__func__, QStringLiteral("%1 is not a mode from 0 to 2").arg(mode));
+        || logFailure(__func__, QStringLiteral("%1 is not a mode from 0 to 2").arg(mode));
 }
 
 void vSetCamaraMode(short mode)
@@ -43,11 +43,11 @@ void vSetResolutionEx(int camera, int index)
 {
     const std::vector<cv::Size> sizes = CameraSet::instance().sizes(camera);
     if (index < 0 || size_t(index) >= sizes.size()) {
-        failed(__func__,
-               QStringLiteral("%1 has %2 sizes, and none of index %3")
-                   .arg(portable::cameraName(camera))
-                   .arg(sizes.size())
-                   .arg(index));
+        logFailure(__func__,
+                   QStringLiteral("%1 has %2 sizes, and none of index %3")
+                       .arg(portable::cameraName(camera))
+                       .arg(sizes.size())
+                       .arg(index));
         return;
     }
     settings().setResolution(camera, sizes[size_t(index)]);
@@ -56,11 +56,11 @@ void vSetResolutionEx(int camera, int index)
 void setResolution(int camera, int width, int height)
 {
     if (portable::cameraKey(camera).isEmpty() || width <= 0 || height <= 0) {
-        failed(__func__,
-               QStringLiteral("there is no camera %1, or no size of %2 x %3")
-                   .arg(camera)
-                   .arg(width)
-                   .arg(height));
+        logFailure(__func__,
+                   QStringLiteral("there is no camera %1, or no size of %2 x %3")
+                       .arg(camera)
+                       .arg(width)
+                       .arg(height));
         return;
     }
     settings().setResolution(camera, {width, height});
@@ -69,7 +69,7 @@ void setResolution(int camera, int width, int height)
 void vSetRotate(short angle)
 {
     if (!settings().setRotation(angle)) {
-        failed(__func__, QStringLiteral("there is no rotation by %1 degrees").arg(angle));
+        logFailure(__func__, QStringLiteral("there is no rotation by %1 degrees").arg(angle));
     }
 }
 
@@ -81,7 +81,7 @@ short iGetRotate()
 void vSetFlip(short mode)
 {
     if (!settings().setFlip(mode)) {
-        failed(__func__, QStringLiteral("there is no mode %1").arg(mode));
+        logFailure(__func__, QStringLiteral("there is no mode %1").arg(mode));
     }
 }
 
@@ -126,7 +126,7 @@ bool vSetContrast(int value)
 bool AutoFocus()
 {
     if (!CameraSet::instance().isOpen()) {
-        return failed(__func__, QStringLiteral("no camera is open"));
+        return logFailure(__func__, QStringLiteral("no camera is open"));
     }
     settings().focus();
     return true;
@@ -135,7 +135,8 @@ bool AutoFocus()
 bool vSetDPI(qint64 x, qint64 y)
 {
     return settings().setDpi(x, y)
-        || failed(__func__, QStringLiteral("%1 and %2 are not both from 50 to 1200").arg(x).arg(y));
+        || logFailure(__func__,
+                      QStringLiteral("%1 and %2 are not both from 50 to 1200").arg(x).arg(y));
 }
 
 void vGetDPI(int *x, int *y)
@@ -148,12 +149,12 @@ void vGetDPI(int *x, int *y)
 bool bSetImageArea(int x1, int y1, int x2, int y2)
 {
     return settings().setArea(x1, y1, x2, y2)
-        || failed(__func__,
-                  QStringLiteral("there is nothing from (%1, %2) to (%3, %4)")
-                      .arg(x1)
-                      .arg(y1)
-                      .arg(x2)
-                      .arg(y2));
+        || logFailure(__func__,
+                      QStringLiteral("there is nothing from (%1, %2) to (%3, %4)")
+                          .arg(x1)
+                          .arg(y1)
+                          .arg(x2)
+                          .arg(y2));
 }
 
 long lGetImageAreaX1()
@@ -179,7 +180,7 @@ long lGetImageAreaY2()
 bool vSetImageQuality(int quality)
 {
     return settings().setQuality(quality)
-        || failed(__func__, QStringLiteral("%1 is not a quality from 1 to 100").arg(quality));
+        || logFailure(__func__, QStringLiteral("%1 is not a quality from 1 to 100").arg(quality));
 }
 
 short sGetImageQuality()
@@ -190,7 +191,7 @@ short sGetImageQuality()
 bool bSetBookScannerMode(int mode)
 {
     return settings().setBookMode(mode)
-        || failed(__func__, QStringLiteral("%1 is not a mode from 0 to 2").arg(mode));
+        || logFailure(__func__, QStringLiteral("%1 is not a mode from 0 to 2").arg(mode));
 }
 
 int igetBookScannerMode()
@@ -200,10 +201,10 @@ int igetBookScannerMode()
 
 void vSetCapturePin(void (*)(int, int, int, unsigned int, int, void *))
 {
-    // What the button of a camera does is each maker's own, so there is none to listen to here.
+    // Camera buttons are vendor-specific, so this library can't listen to any.
     static std::atomic<bool> isSaid{false};
     if (!isSaid.exchange(true)) {
-        qInfo("portable: capture buttons are not known to this library: the page that asked for "
-              "one will hear of no press");
+        qInfo("portable: capture buttons are not supported by this library: pages that asked for "
+              "one get no events");
     }
 }

@@ -1,11 +1,11 @@
 // SPDX-License-Identifier: MIT
 #include "devicelib/doccamera.h"
+#include "portable/base/failure.h"
 #include "portable/base/texts.h"
 #include "portable/camera/cameraset.h"
 #include "portable/camera/camerasources.h"
 #include "portable/camera/usbdevices.h"
 
-#include <QDebug>
 #include <QStringList>
 
 using portable::CameraSet;
@@ -13,7 +13,7 @@ using portable::UsbDevice;
 
 namespace {
 
-/// A part for each USB device.
+/// The list of USB devices as the interface returns it.
 char *usbList(const char *function, QString (*part)(const UsbDevice &device))
 {
     QStringList parts;
@@ -21,8 +21,8 @@ char *usbList(const char *function, QString (*part)(const UsbDevice &device))
         parts << part(device);
     }
     if (parts.isEmpty()) {
-        qWarning("portable: %s: this machine has no USB: nothing in /sys/bus/usb/devices",
-                 function);
+        portable::logFailure(
+            function, QStringLiteral("this machine has no USB: nothing in /sys/bus/usb/devices"));
     }
     return portable::heapText(parts.join(QLatin1Char('|')));
 }
@@ -48,10 +48,10 @@ char *sGetSerialNum()
         node.isEmpty() ? QString() : portable::usbDeviceOfVideoNode(node).serialNumber;
     if (number.isEmpty()) {
         const QString reason = node.isEmpty() ? QStringLiteral("it is no device of this machine")
-                                              : node + QStringLiteral(" tells none");
-        qWarning().noquote() << QStringLiteral(
-                                    "portable: sGetSerialNum: %1 has no serial number: %2")
-                                    .arg(portable::cameraName(camera), reason);
+                                              : node + QStringLiteral(" has none");
+        portable::logFailure(__func__,
+                             QStringLiteral("%1 has no serial number: %2")
+                                 .arg(portable::cameraName(camera), reason));
     }
     return portable::heapText(number);
 }

@@ -1,16 +1,15 @@
 // SPDX-License-Identifier: MIT
 #include "devicelib/doccamera.h"
+#include "portable/base/failure.h"
 #include "portable/base/texts.h"
 #include "portable/system/uploader.h"
-
-#include <QDebug>
 
 using portable::UploadRequest;
 using portable::UploadResult;
 
 namespace {
 
-/// What the functions have in common; `request` comes without its address.
+/// Sends `request`, completed by its address; logs a failure.
 UploadResult run(const char *function, const char *host, const char *page, long port,
                  UploadRequest request)
 {
@@ -21,10 +20,11 @@ UploadResult run(const char *function, const char *host, const char *page, long 
         result = portable::upload(request);
     }
     if (!result.accepted) {
-        // An address that is none isn't shown: there is no telling what stands in it.
-        qWarning().noquote() << QStringLiteral("portable: %1: %2 to %3: %4")
-                                    .arg(QLatin1String(function), portable::logText(request.file),
-                                         portable::uploadLabel(request.address), result.error);
+        // An invalid address isn't logged: it may hold anything, a password too.
+        portable::logFailure(function,
+                             QStringLiteral("%1 to %2: %3")
+                                 .arg(portable::logText(request.file),
+                                      portable::uploadLabel(request.address), result.error));
     }
     return result;
 }
@@ -36,7 +36,7 @@ UploadRequest requestFor(const char *file)
     return request;
 }
 
-/// What pages see as text: the answer of a server that accepted the file.
+/// The answer of a server that accepted the file; null otherwise.
 char *answerOf(const UploadResult &result)
 {
     return result.accepted ? portable::heapText(result.answer) : nullptr;
@@ -44,32 +44,33 @@ char *answerOf(const UploadResult &result)
 
 } // namespace
 
-char *sUpLoadImage(const char *p1, const char *p2, const char *p3, bool flag, const char *p4)
+char *sUpLoadImage(const char *address, const char *file, const char *fileField, bool removeFile,
+                   const char *extraFields)
 {
-    UploadRequest request = requestFor(p2);
-    request.fileField = QString::fromUtf8(p3);
-    request.fields = portable::uploadFields(QString::fromUtf8(p4));
-    request.removeFile = flag;
-    return answerOf(run(__func__, p1, "", 0, request));
+    UploadRequest request = requestFor(file);
+    request.fileField = QString::fromUtf8(fileField);
+    request.fields = portable::uploadFields(QString::fromUtf8(extraFields));
+    request.removeFile = removeFile;
+    return answerOf(run(__func__, address, "", 0, request));
 }
 
-char *sUpLoadImageEx2(const char *p1, const char *p2, long p3, const char *p4)
+char *sUpLoadImageEx2(const char *host, const char *page, long port, const char *file)
 {
-    return answerOf(run(__func__, p1, p2, p3, requestFor(p4)));
+    return answerOf(run(__func__, host, page, port, requestFor(file)));
 }
 
-bool bUpLoadImage(const char *p1, const char *p2, long p3, const char *p4)
+bool bUpLoadImage(const char *host, const char *page, long port, const char *file)
 {
-    return run(__func__, p1, p2, p3, requestFor(p4)).accepted;
+    return run(__func__, host, page, port, requestFor(file)).accepted;
 }
 
-bool sUpLoadImageEx5(const char *p1, const char *p2, long p3, const char *p4, const char *p6,
-                     const char *p7, QString *answer)
+bool sUpLoadImageEx5(const char *host, const char *page, long port, const char *file,
+                     const char *extraFields, const char *fileField, QString *response)
 {
-    UploadRequest request = requestFor(p4);
-    request.fields = portable::uploadFields(QString::fromUtf8(p6));
-    request.fileField = QString::fromUtf8(p7);
-    const UploadResult result = run(__func__, p1, p2, p3, request);
-    *answer = result.answer;
+    UploadRequest request = requestFor(file);
+    request.fields = portable::uploadFields(QString::fromUtf8(extraFields));
+    request.fileField = QString::fromUtf8(fileField);
+    const UploadResult result = run(__func__, host, page, port, request);
+    *response = result.answer;
     return result.accepted;
 }

@@ -3,7 +3,7 @@
 #include "portable/base/failure.h"
 #include "portable/camera/cameraset.h"
 
-using portable::failed;
+using portable::logFailure;
 using portable::Watermark;
 
 namespace {
@@ -15,31 +15,31 @@ void change(const std::function<void(Watermark &)> &change)
 
 } // namespace
 
-void vSetWaterPrint(short a, const char *text, short b)
+void vSetWaterPrint(short on, const char *text, short opacity)
 {
-    if (b < 0 || b > 100) {
-        failed(__func__, QStringLiteral("%1 is not an opacity from 0 to 100").arg(b));
+    if (opacity < 0 || opacity > 100) {
+        logFailure(__func__, QStringLiteral("%1 is not an opacity from 0 to 100").arg(opacity));
         return;
     }
     change([&](Watermark &watermark) {
-        watermark.isOn = a != 0;
+        watermark.isOn = on != 0;
         watermark.text = QString::fromLocal8Bit(text);
-        watermark.opacity = b == 0 ? 100 : b;
+        watermark.opacity = opacity == 0 ? 100 : opacity;
     });
 }
 
-void vSetWaterPrintFont(const char *font)
+void vSetWaterPrintFont(const char *family)
 {
-    change([&](Watermark &watermark) { watermark.family = QString::fromLocal8Bit(font); });
+    change([&](Watermark &watermark) { watermark.family = QString::fromLocal8Bit(family); });
 }
 
-void vSetWaterPrintFontSize(short size)
+void vSetWaterPrintFontSize(short points)
 {
-    if (size < 1) {
-        failed(__func__, QStringLiteral("%1 is not a size in points").arg(size));
+    if (points < 1) {
+        logFailure(__func__, QStringLiteral("%1 is not a size in points").arg(points));
         return;
     }
-    change([&](Watermark &watermark) { watermark.points = size; });
+    change([&](Watermark &watermark) { watermark.points = points; });
 }
 
 void vSetWaterPrintFontColor(long color)

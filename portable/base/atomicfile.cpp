@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "portable/base/atomicfile.h"
 
+#include "portable/base/failure.h"
+
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
@@ -27,7 +29,7 @@ QString systemError()
     return qt_error_string(errno);
 }
 
-/// A hidden name in the directory of `path` that no other process or thread takes.
+/// A hidden name in the directory of `path` that no other process or thread uses.
 QString temporaryFor(const QString &path)
 {
     static std::atomic<unsigned> number{0};
@@ -54,7 +56,7 @@ bool writeAll(int fd, const QByteArray &bytes)
 
 using Writer = std::function<bool(const QString &temporary, QString *error)>;
 
-/// A file that was written, or not yet, under its temporary name; gone with the object.
+/// A file under its temporary name, written or not; removed with the object unless committed.
 class PendingFile
 {
 public:
@@ -71,7 +73,7 @@ public:
     bool write(const QByteArray &bytes, QString *error);
     bool write(const Writer &writer, QString *error);
 
-    /// Puts the file under its final name.
+    /// Renames the file to its final name.
     bool commit(QString *error);
 
 private:
@@ -102,7 +104,7 @@ bool PendingFile::write(const QByteArray &bytes, QString *error)
     }
     int failure = writeAll(fd, bytes) ? 0 : errno;
     if (::close(fd) != 0 && failure == 0) {
-        failure = errno; // some file systems say only here that the disk is full
+        failure = errno; // some file systems report a full disk only here
     }
     return failure == 0 || fail(qt_error_string(failure), error);
 }
@@ -138,21 +140,21 @@ int PendingFile::create(QString *error)
         fail(QStringLiteral("not the name of a file"), error);
         return -1;
     }
-    if (QFile::encodeName(m_path).size() >= PATH_MAX) { // before any work that grows with it
+    if (QFile::encodeName(m_path).size() >= PATH_MAX) { // before work that grows with its length
         fail(qt_error_string(ENAMETOOLONG), error);
         return -1;
     }
-    // A rename would put a plain file in the place of a device or a socket.
+    // A rename would replace a device or a socket by a regular file.
     if (file.exists() && !file.isFile()) {
         fail(file.isDir() ? QStringLiteral("it is a directory")
-                          : QStringLiteral("it is there already, and no plain file"),
+                          : QStringLiteral("it exists and is not a regular file"),
              error);
         return -1;
     }
     if (!makeDirectories(error)) {
         return -1;
     }
-    // A file of this name can only be left over from a process that was killed and had our number.
+    // A file of this name can only be a leftover of a killed process with the same process id.
     int fd;
     int attempts = 100;
     do {
@@ -178,8 +180,9 @@ bool PendingFile::makeDirectories(QString *error)
     for (const QString &each : qAsConst(missing)) {
         if (::mkdir(QFile::encodeName(each).constData(), 0777) == 0) {
             m_made.prepend(each);
-        } else if (errno != EEXIST) { // ".." behind one that was missing, or another was faster
-            return fail(QStringLiteral("its directory can't be made: ") + systemError(), error);
+        } else if (errno != EEXIST) { // it exists: ".." after a missing one, or another process was
+                                      // faster
+            return fail(QStringLiteral("its directory can't be created: ") + systemError(), error);
         }
     }
     return true;
@@ -190,8 +193,7 @@ bool PendingFile::fail(const QString &why, QString *error) const
     constexpr int longestPath = 300; // a path from a page may be of any length
     const QString path =
         m_path.size() <= longestPath ? m_path : m_path.left(longestPath) + QStringLiteral("...");
-    *error = path + QStringLiteral(": ") + why;
-    return false;
+    return setError(path + QStringLiteral(": ") + why, error);
 }
 
 } // namespace
@@ -204,21 +206,22 @@ QString pathOf(const char *utf8)
 QByteArray readWholeFile(const QString &path, QString *error)
 {
     QFile file(path);
-    // A device or a pipe would never end, or never begin.
+    // Reading a device or a pipe might never end, or never begin.
     const QFileInfo info(path);
     if (!info.isFile()) {
-        *error =
-            path + (info.exists() ? QStringLiteral(": not a file") : QStringLiteral(": not there"));
+        setError(info.exists() ? QStringLiteral("it is not a regular file")
+                               : QStringLiteral("there is no such file"),
+                 error);
     } else if (!file.open(QIODevice::ReadOnly)) {
-        *error = path + QStringLiteral(": ") + file.errorString();
+        setError(file.errorString(), error);
     } else if (file.size() > largestFileRead) {
-        *error = path + QStringLiteral(": larger than a gigabyte");
+        setError(QStringLiteral("it is larger than a gigabyte"), error);
     } else {
         QByteArray bytes = file.readAll();
         if (file.error() == QFileDevice::NoError) {
             return bytes.isNull() ? QByteArray("") : bytes;
         }
-        *error = path + QStringLiteral(": ") + file.errorString();
+        setError(file.errorString(), error);
     }
     return {};
 }

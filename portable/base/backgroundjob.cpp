@@ -1,8 +1,10 @@
 // SPDX-License-Identifier: MIT
 #include "portable/base/backgroundjob.h"
 
+#include "base/clock.h"
+#include "portable/base/failure.h"
+
 #include <QCoreApplication>
-#include <QtDebug>
 
 #include <system_error>
 #include <vector>
@@ -37,7 +39,8 @@ bool BackgroundJob::Stop::isRequested() const
 bool BackgroundJob::Stop::sleepUntil(Clock::time_point time) const
 {
     std::unique_lock<std::mutex> lock(m_job.m_mutex);
-    return m_job.m_changed.wait_until(lock, time, [this] { return m_job.m_stop; });
+    return base::Clock::shared().waitUntil(m_job.m_changed, lock, time,
+                                           [this] { return m_job.m_stop; });
 }
 
 bool BackgroundJob::begin(Work work)
@@ -47,19 +50,19 @@ bool BackgroundJob::begin(Work work)
         return false;
     }
     if (m_thread.joinable()) {
-        m_thread.join(); // the former one has released the job, so this takes no time
+        m_thread.join(); // it has released the job already, so this takes no time
     }
     try {
         m_thread = std::thread([this, work = std::move(work)]() mutable {
             const Answer answer = work(Stop(*this));
-            work = {}; // what it holds goes before others may begin
+            work = {}; // releases what it holds before other work may start
             release();
             if (answer) {
                 answer();
             }
         });
     } catch (const std::system_error &failure) {
-        qWarning("portable: no thread can be started: %s", failure.what());
+        logFailure("no thread can be started", QString::fromLocal8Bit(failure.what()));
         m_busy = false;
         return false;
     }
@@ -111,7 +114,7 @@ void BackgroundJob::closeWithApplication()
     Q_UNUSED(once)
 }
 
-/// Under m_mutex.
+/// To be called with m_mutex held. \return false while the job is busy or closed
 bool BackgroundJob::take()
 {
     if (m_busy || m_closed) {

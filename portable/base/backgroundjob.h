@@ -10,15 +10,15 @@
 namespace portable {
 
 /**
- * A device that does one thing at a time, each on a thread of its own. Callable from any thread,
- * except from the work itself.
+ * Runs one piece of work at a time, each on a thread of its own. Callable from any thread except
+ * from within the work.
  */
 class BackgroundJob
 {
 public:
     using Clock = std::chrono::steady_clock;
 
-    /// By which a work learns that it is to end, soon and without its result.
+    /// Tells the work that it must end soon, without a result.
     class Stop
     {
     public:
@@ -28,7 +28,10 @@ public:
         }
         bool isRequested() const;
 
-        /// Waits. \return whether it is to end
+        /**
+         * Waits until then, by base::Clock::shared(), or until the end is requested.
+         * \return whether it is requested
+         */
         bool sleepUntil(Clock::time_point time) const;
 
     private:
@@ -37,7 +40,8 @@ public:
 
     using Answer = std::function<void()>;
 
-    /// What it returns, unless null, is called on the same thread when others may begin already.
+    /// The answer it returns, unless null, is called on the same thread after the job is free
+    /// again.
     using Work = std::function<Answer(const Stop &)>;
 
     BackgroundJob() = default;
@@ -45,22 +49,21 @@ public:
     BackgroundJob(const BackgroundJob &) = delete;
     BackgroundJob &operator=(const BackgroundJob &) = delete;
 
-    /** Does the work on a thread of its own. \return false, with nothing done, while another is
-     * under way */
+    /// Starts the work. \return false, with nothing done, while another is running or when closed
     bool begin(Work work);
 
-    /// The same on the caller's thread, without an answer; returns when it is done.
+    /// Does the work on the caller's thread, without an answer.
     bool run(const std::function<void(const Stop &)> &work);
 
-    /// Ends the work under way, and waits for that. Does nothing when there is none.
+    /// Requests the end of the running work, if there is any, and waits for it.
     void stop();
 
-    /// stop(), and no work begins any more.
+    /// stop(), and no further work is accepted.
     void close();
 
     /**
-     * Closes it when Qt's application ends: before main's objects go, which the work may call, and
-     * at the latest with the application itself.
+     * Closes the job when Qt's application quits: before main's objects are destroyed, which the
+     * work may use, and at the latest with the application object.
      */
     void closeWithApplication();
 
@@ -70,7 +73,7 @@ private:
 
     mutable std::mutex m_mutex;
     std::condition_variable m_changed;
-    bool m_busy = false; // guarded by m_mutex, as all below
+    bool m_busy = false; // guarded by m_mutex, like all below
     bool m_stop = false;
     bool m_closed = false;
     std::thread m_thread;

@@ -20,7 +20,7 @@ QByteArray bytesOfBase64(const char *text, QString *error)
     const auto padding = base64.cend() - firstOther;
     if (base64.isEmpty() || padding > 2 || base64.size() % 4 == 1
         || std::count(firstOther, base64.cend(), '=') != padding) {
-        *error = QStringLiteral("not base64");
+        *error = QStringLiteral("it is not base64");
         return {};
     }
     return QByteArray::fromBase64(base64);

@@ -7,8 +7,8 @@
 namespace portable {
 
 /**
- * The bytes of a base64 text; "data:image/...;base64," before it and white space in it are passed
- * over. Empty, with a reason, when it is no base64.
+ * Decodes base64; a prefix "data:image/...;base64," and white space are skipped, and the padding is
+ * optional. Empty, with a reason, when the text is empty or not base64.
  */
 QByteArray bytesOfBase64(const char *text, QString *error);
 

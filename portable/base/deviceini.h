@@ -1,12 +1,12 @@
 // SPDX-License-Identifier: MIT
-/// \file Single values of the devices.ini beside the program.
+/// \file Single values of the devices.ini in the program's directory.
 #pragma once
 
 #include <QString>
 
 namespace portable {
 
-/// Path of the devices.ini beside the program, whether it exists or not.
+/// Path of the devices.ini in the program's directory, whether it exists or not.
 QString deviceConfigPath();
 
 /**
@@ -16,7 +16,8 @@ QString deviceConfigPath();
  */
 QString deviceSetting(const QString &key);
 
-/// Absolute path of the folder in deviceSetting(), else of `usual`; relative to the program's.
+/// Absolute path of the folder that devices.ini names, or else of `usual`; both may be relative to
+/// the program's directory.
 QString deviceFolder(const QString &key, const QString &usual);
 
 } // namespace portable

@@ -1,33 +1,41 @@
 // SPDX-License-Identifier: MIT
+/// \file How the portable library reports failures: in the log, or to its caller.
 #pragma once
 
 #include <QString>
-#include <QtDebug>
 
 #include <exception>
 
 namespace portable {
 
 /**
- * Says in the log why an exported function fails: one line that names it.
+ * Logs why something fails, in one line "portable: subject: why". A very long reason, which holds
+ * a path from a page, is shortened in the middle.
+ * \param subject  the exported function, the file or the device
  * \return false, what such functions return then
  */
-inline bool failed(const char *function, const QString &why)
-{
-    qWarning("portable: %s: %s", function, qUtf8Printable(why));
-    return false;
-}
+bool logFailure(const QString &subject, const QString &why);
+
+/// The same; for `__func__`.
+bool logFailure(const char *subject, const QString &why);
+
+/// Gives the caller the reason. \return false
+bool setError(const QString &why, QString *error);
+
+/// Puts what failed before the reason that `*error` holds: "subject: reason". \return false
+bool prefixError(const QString &subject, QString *error);
 
 /**
- * Runs the body of an exported function that no exception may leave: OpenCV's, other libraries', or
- * too little memory. \return what it returns, or false or null, with a line in the log
+ * Runs the body of an exported function, from which no exception may escape: OpenCV's, those of
+ * other libraries, or std::bad_alloc.
+ * \return what it returns; after an exception, which is logged, false, 0 or null
  */
 template <class Body> auto guarded(const char *function, Body body) -> decltype(body())
 {
     try {
         return body();
     } catch (const std::exception &failure) {
-        failed(function, QString::fromLocal8Bit(failure.what()));
+        logFailure(function, QString::fromLocal8Bit(failure.what()));
         return {};
     }
 }

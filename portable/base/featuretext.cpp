@@ -14,7 +14,7 @@ constexpr char digitCharacters[] =
 constexpr int bitsPerDigit = 6;
 constexpr int checksumDigits = 3; // of 16 bits
 
-/// The value of a character; -1 for one that is none, as the NUL.
+/// The value of a digit; -1 for any other character, the NUL among them.
 int digitOf(char character)
 {
     const auto *found = character == 0 ? nullptr : std::strchr(digitCharacters, character);

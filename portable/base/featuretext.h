@@ -6,9 +6,9 @@
 namespace portable {
 
 /**
- * Features as text. They come back through pages without their length, so they hold no zero byte,
- * begin with a mark of four characters, and end with a checksum: who reads one notices where it
- * ends or that it isn't one, without looking behind a NUL.
+ * Features (of faces, of fingers) as text. Pages pass them on without their length, so they contain
+ * no zero byte, begin with a mark of four characters and end with a checksum: a reader finds the
+ * end, or notices damage, without reading beyond a NUL.
  */
 class FeatureWriter
 {
@@ -18,7 +18,7 @@ public:
     {
     }
 
-    /// \param digits  how many of 6 bits each the value takes; it is cut to their range
+    /// \param digits  of 6 bits each; the value is clamped to their range
     void put(int value, int digits);
 
     QByteArray finish() const;
@@ -30,18 +30,18 @@ private:
 class FeatureReader
 {
 public:
-    /// \param text  ends with a NUL; null reads like an empty one
+    /// \param text  NUL-terminated; null is read like an empty one
     FeatureReader(const char *text, const char *mark);
 
-    /// What was put there; 0, and isGood() is false from then on, when it wasn't.
+    /// The next value; 0 when there is none, and isGood() is false from then on.
     int take(int digits);
 
-    /// Reads the checksum. \return whether everything up to it was as it was written
+    /// Reads the checksum. \return whether everything before it is intact
     bool finish();
 
     bool isGood() const { return m_good; }
 
-    /// Behind what was read; meaningful while isGood().
+    /// The first character after what was read; valid while isGood().
     const char *end() const { return m_at; }
 
 private:

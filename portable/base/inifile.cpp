@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "portable/base/inifile.h"
 
-#include <QDebug>
+#include "portable/base/failure.h"
 
 namespace portable {
 
@@ -10,29 +10,29 @@ IniFile::IniFile(const QString &path)
 {
     m_settings.setIniCodec("UTF-8");
     if (m_settings.status() == QSettings::AccessError) {
-        complain(QStringLiteral("it can't be read"));
+        logProblem(QStringLiteral("it can't be read"));
     } else if (m_settings.status() == QSettings::FormatError) {
-        complain(QStringLiteral("there are lines in it without \"=\""));
+        logProblem(QStringLiteral("there are lines in it without \"=\""));
     }
 }
 
 QStringList IniFile::keys(const QString &group)
 {
     m_settings.beginGroup(group);
-    const QStringList result = m_settings.childKeys();
+    QStringList result = m_settings.childKeys();
     m_settings.endGroup();
     return result;
 }
 
 QString IniFile::text(const QString &key) const
 {
-    // An unquoted comma makes a list for QSettings, but not for us.
+    // QSettings splits a value at unquoted commas; here commas are part of it.
     return m_settings.value(key).toStringList().join(QLatin1Char(',')).trimmed();
 }
 
-void IniFile::complain(const QString &what) const
+void IniFile::logProblem(const QString &what) const
 {
-    qWarning().noquote() << "portable:" << m_settings.fileName() + QLatin1Char(':') << what;
+    logFailure(m_settings.fileName(), what);
 }
 
 } // namespace portable

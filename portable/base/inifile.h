@@ -6,11 +6,11 @@
 
 namespace portable {
 
-/// The settings file devices.ini with the reading of its values; complains in the log.
+/// Reads values of the settings file devices.ini, and logs what is wrong with it.
 class IniFile
 {
 public:
-    /// What can't be understood is said in the log; a file that isn't there is an empty one.
+    /// Logs what can't be read; a missing file is an empty one.
     explicit IniFile(const QString &path);
 
     /// The keys of a group, without its name.
@@ -19,13 +19,13 @@ public:
     bool contains(const QString &key) const { return m_settings.contains(key); }
 
     /**
-     * The value without blanks around it; empty when there is none.
-     * \param key  with its group, "cards/reader"
+     * The value without surrounding blanks; empty when there is none.
+     * \param key  with its group: "cards/reader"
      */
     QString text(const QString &key) const;
 
-    /// One line in the log, with the file's name before it.
-    void complain(const QString &what) const;
+    /// Logs what is wrong with the file, in one line that names it.
+    void logProblem(const QString &what) const;
 
 private:
     QSettings m_settings;

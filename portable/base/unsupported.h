@@ -1,20 +1,20 @@
 // SPDX-License-Identifier: MIT
-/// \file How a function fails that the portable library doesn't have.
+/// \file Failure of functions that the portable library does not implement.
 #pragma once
 
 #include <QtDebug>
 
 namespace portable {
 
-/// Says in the log that a function is missing: one line that names it.
+/// Logs that a function is not supported.
 inline void unsupported(const char *function)
 {
     qWarning("portable: %s: not supported by the portable library", function);
 }
 
 /**
- * The same, and gives what the function returns then.
- * \param failure  its sign of failure where that is not false, 0 or null
+ * The same, and returns the function's failure result.
+ * \param failure  that result, where it is not false, 0 or null
  */
 template <class Result> Result unsupported(const char *function, Result failure = Result())
 {

@@ -7,15 +7,15 @@ namespace portable {
 
 bool canWriteFile(const QString &path, QString *error)
 {
-    bool isMade = false;
+    bool isCreated = false;
     writeWholeFile(
         path,
-        [&isMade](const QString &, QString *) {
-            isMade = true;
-            return false; // so it is taken back
+        [&isCreated](const QString &, QString *) {
+            isCreated = true;
+            return false; // so that the file is removed again
         },
         error);
-    return isMade;
+    return isCreated;
 }
 
 } // namespace portable

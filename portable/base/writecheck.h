@@ -6,8 +6,8 @@
 namespace portable {
 
 /**
- * Whether a file can be made now under this path, for who needs it later or writes it bit by bit.
- * Changes and leaves nothing. \return false with a reason for the log, which names the path
+ * Whether a file can be created at this path now, for work that writes it later. Leaves nothing
+ * behind. \return false with a reason for the log, which names the path
  */
 bool canWriteFile(const QString &path, QString *error);
 

@@ -12,15 +12,15 @@ namespace portable {
 
 namespace {
 
-std::atomic<quint64> framesPublished{0}; // by all cameras
+std::atomic<quint64> lastSequence{0}; // shared by all cameras
 
 } // namespace
 
 Camera::Camera(int number, std::unique_ptr<FrameSource> source, const Settings &settings,
-               CameraTimes times)
+               base::Clock &clock)
     : m_number(number)
     , m_settings(settings)
-    , m_times(times)
+    , m_clock(clock)
     , m_source(std::move(source))
 {
 }
@@ -61,12 +61,13 @@ void Camera::stop()
 bool Camera::nextFrame(quint64 &last, cv::Mat &frame)
 {
     std::unique_lock<std::mutex> lock(m_mutex);
-    m_published.wait_for(lock, m_times.frameWait, [&] { return !m_delivers || m_place > last; });
-    if (!m_delivers || m_place <= last) {
+    m_clock.waitFor(m_published, lock, frameTimeout,
+                    [&] { return !m_hasFrame || m_sequence > last; });
+    if (!m_hasFrame || m_sequence <= last) {
         frame.release();
         return false;
     }
-    last = m_place;
+    last = m_sequence;
     frame = m_frame;
     return true;
 }
@@ -75,10 +76,10 @@ bool Camera::currentFrame(cv::Mat &frame)
 {
     const quint64 revision = m_settings.revision();
     std::unique_lock<std::mutex> lock(m_mutex);
-    m_published.wait_for(lock, m_times.frameWait,
-                         [&] { return !m_delivers || m_revision >= revision; });
+    m_clock.waitFor(m_published, lock, frameTimeout,
+                    [&] { return !m_hasFrame || m_revision >= revision; });
     frame = m_frame;
-    return m_delivers;
+    return m_hasFrame;
 }
 
 cv::Size Camera::size() const
@@ -89,12 +90,13 @@ cv::Size Camera::size() const
 
 void Camera::run()
 {
-    Clock::time_point due = Clock::now();
+    base::Clock::TimePoint due = m_clock.now();
     for (;;) {
         const double rate = m_source->framesPerSecond();
         const auto interval = std::chrono::duration<double>(rate > 0 ? 1 / rate : 0);
-        // A frame that is late doesn't make the next one early.
-        due = std::max(due + std::chrono::duration_cast<Clock::duration>(interval), Clock::now());
+        // Missed frames aren't made up for.
+        due = std::max(due + std::chrono::duration_cast<base::Clock::Duration>(interval),
+                       m_clock.now());
         QString error;
         if (!sleepUntil(due) || (!grab(&error) && !recover(error))) {
             return;
@@ -102,7 +104,7 @@ void Camera::run()
     }
 }
 
-/// Opens the source and takes a frame, for some devices only then show that they can't.
+/// Opens the source and reads a frame: some devices fail only then.
 bool Camera::open(QString *error)
 {
     try {
@@ -122,30 +124,30 @@ bool Camera::open(QString *error)
 
 bool Camera::openSource(const Settings::View &settings, QString *error)
 {
-    m_wanted = settings.resolution;
+    m_requestedSize = settings.resolution;
     m_adjusted = {};
-    m_tones.release();
-    m_focusing = settings.focusing;
-    return m_source->open(m_wanted, error);
+    m_toneTable.release();
+    m_focusRequest = settings.focusRequest;
+    return m_source->open(m_requestedSize, error);
 }
 
-/// Does what was asked for since the last frame.
+/// Applies what was requested since the last frame.
 void Camera::adjustSource(const Settings::View &settings)
 {
     if (settings.adjustments != m_adjusted) {
         m_adjusted = settings.adjustments;
-        m_tones = toneTable(m_source->adjust(m_adjusted));
+        m_toneTable = toneTable(m_source->adjust(m_adjusted));
     }
-    if (settings.focusing != m_focusing) {
-        m_focusing = settings.focusing;
+    if (settings.focusRequest != m_focusRequest) {
+        m_focusRequest = settings.focusRequest;
         if (!m_source->focus()) {
             qInfo().noquote() << "portable:" << cameraName(m_number)
-                              << "has no focus to set:" << m_source->name();
+                              << "can't focus:" << m_source->name();
         }
     }
 }
 
-/// Takes one frame from the source and publishes it.
+/// Reads a frame and publishes it.
 bool Camera::grab(QString *error)
 {
     const Settings::View settings = m_settings.view(m_number);
@@ -154,9 +156,9 @@ bool Camera::grab(QString *error)
         if (!read(settings, frame, error)) {
             return false;
         }
-        publish(finished(frame, settings.orientation), frame.size(), settings.revision);
+        publish(processed(frame, settings.orientation), frame.size(), settings.revision);
         return true;
-    } catch (const std::exception &failure) { // OpenCV's, or too little memory
+    } catch (const std::exception &failure) { // OpenCV's, or out of memory
         *error = QString::fromLocal8Bit(failure.what());
         return false;
     }
@@ -164,7 +166,7 @@ bool Camera::grab(QString *error)
 
 bool Camera::read(const Settings::View &settings, cv::Mat &frame, QString *error)
 {
-    if (settings.resolution != m_wanted) {
+    if (settings.resolution != m_requestedSize) {
         m_source->close();
         if (!openSource(settings, error)) {
             return false;
@@ -174,15 +176,15 @@ bool Camera::read(const Settings::View &settings, cv::Mat &frame, QString *error
     return m_source->read(frame, error);
 }
 
-/// The source's frame as readers get it.
-cv::Mat Camera::finished(const cv::Mat &frame, const Orientation &orientation)
+/// Applies orientation and remaining adjustments to a frame of the source.
+cv::Mat Camera::processed(const cv::Mat &frame, const Orientation &orientation)
 {
-    const cv::Mat picture = turned(frame, orientation, m_pool);
-    if (m_tones.empty()) {
+    cv::Mat picture = turned(frame, orientation, m_pool);
+    if (m_toneTable.empty()) {
         return picture;
     }
     cv::Mat result = picture.data == frame.data ? m_pool.take(picture.size()) : picture;
-    cv::LUT(picture, m_tones, result);
+    cv::LUT(picture, m_toneTable, result);
     return result;
 }
 
@@ -191,50 +193,50 @@ void Camera::publish(const cv::Mat &frame, const cv::Size &size, quint64 revisio
     {
         const std::lock_guard<std::mutex> lock(m_mutex);
         if (m_stop) {
-            return; // it was under way; withdraw() is the last word
+            return; // stop() has withdrawn the frame already
         }
         m_frame = frame;
         m_size = size;
         m_revision = revision;
-        m_place = ++framesPublished;
-        m_delivers = true;
+        m_sequence = ++lastSequence;
+        m_hasFrame = true;
     }
     m_published.notify_all();
 }
 
-/// Takes the frame away; readers get none from now on, and those who wait hear of it.
+/// Removes the frame and wakes waiting readers, who get none.
 void Camera::withdraw()
 {
     {
         const std::lock_guard<std::mutex> lock(m_mutex);
         m_frame.release();
-        m_delivers = false;
+        m_hasFrame = false;
     }
     m_published.notify_all();
 }
 
-/// Waits for a lost source to come back. \return false when told to stop
+/// Retries until the lost source can be opened again. \return false when stopped
 bool Camera::recover(const QString &why)
 {
     withdraw();
     qWarning().noquote() << "portable:" << cameraName(m_number)
                          << "lost:" << m_source->name() + QLatin1Char(':') << why;
     m_source->close();
-    QString notYet;
+    QString ignored;
     do {
-        if (!sleepUntil(Clock::now() + m_times.retry)) {
+        if (!sleepUntil(m_clock.now() + reopenInterval)) {
             return false;
         }
-    } while (!open(&notYet));
+    } while (!open(&ignored));
     qInfo().noquote() << "portable:" << cameraName(m_number) << "is back:" << m_source->name();
     return true;
 }
 
-/// \return false when told to stop, at once
-bool Camera::sleepUntil(Clock::time_point time)
+/// \return false as soon as the camera is stopped
+bool Camera::sleepUntil(base::Clock::TimePoint time)
 {
     std::unique_lock<std::mutex> lock(m_mutex);
-    return !m_stopped.wait_until(lock, time, [this] { return m_stop; });
+    return !m_clock.waitUntil(m_stopped, lock, time, [this] { return m_stop; });
 }
 
 } // namespace portable

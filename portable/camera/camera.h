@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include "base/clock.h"
 #include "portable/camera/framesource.h"
 #include "portable/camera/settings.h"
 #include "portable/picture/orientation.h"
@@ -13,98 +14,93 @@
 
 namespace portable {
 
-/// How long a camera lets wait; tests wait less.
-struct CameraTimes
-{
-    std::chrono::milliseconds frameWait{2000}; ///< At most, for a reader.
-    std::chrono::milliseconds retry{1000}; ///< Between attempts to find a lost source again.
-};
+constexpr std::chrono::seconds frameTimeout{2}; ///< How long readers wait for a frame at most.
+constexpr std::chrono::seconds reopenInterval{1}; ///< Between attempts to reopen a lost source.
 
 /**
- * An open camera: a source and the thread that reads it, keeping the newest frame for any number of
+ * An open camera: a source, and a thread that reads it and keeps the newest frame for any number of
  * readers.
  *
- * The frame is turned as the settings say, once for all readers. Readers share it by reference
- * count and must not write to it; nobody else does. A source that fails while it is open is lost:
- * readers get nothing, at once, until the thread has found it again.
+ * Frames are rotated and flipped as set, once for all readers. Readers share a frame by reference
+ * count and must not write to it; it never changes. When the source fails, reads fail immediately
+ * until the thread has reopened it.
  *
- * start() and stop() belong to one thread at a time; the rest is callable from any thread.
+ * start() and stop() must not run at the same time; everything else may be called from any thread.
  */
 class Camera
 {
 public:
     /**
-     * \param number    what settings and log know it by
-     * \param settings  outlive the camera; changes show from the next frame on
+     * \param number    identifies the camera in settings and log
+     * \param settings  must outlive the camera, like the clock; changes apply from the next frame
+     * on
      */
     Camera(int number, std::unique_ptr<FrameSource> source, const Settings &settings,
-           CameraTimes times = {});
+           base::Clock &clock = base::Clock::shared());
     ~Camera(); ///< Stops.
     Camera(const Camera &) = delete;
     Camera &operator=(const Camera &) = delete;
 
     int number() const { return m_number; }
 
-    /// Opens the source and waits for its first frame. \return false with the reason in the log
+    /// Opens the source and waits for its first frame. \return false with a line in the log
     bool start();
 
-    /// Ends the thread and closes the source, for good; who waits for a frame gets none.
+    /// Ends the thread and closes the source for good. Pending reads fail.
     void stop();
 
     /**
-     * Waits for a frame newer than the reader's last one, at most CameraTimes::frameWait.
-     * \param last   the reader's place, 0 before its first frame; set to that of `frame`. Places
-     *               grow from frame to frame, also across cameras.
+     * Waits up to frameTimeout for a frame newer than the reader's last one.
+     * \param last   sequence number of the reader's last frame, 0 before its first; set to that of
+     *               `frame`. Sequence numbers increase, also from one camera to the next.
      * \param frame  8-bit BGR
      * \return false, with `frame` empty, when none came
      */
     bool nextFrame(quint64 &last, cv::Mat &frame);
 
     /**
-     * The newest frame, without waiting; but after a change of the settings the first one that was
-     * taken with them. \return false, with `frame` empty, when there is none
+     * The newest frame, without waiting; after a change of settings, the first one taken with them.
+     * \return false, with `frame` empty, when there is none
      */
     bool currentFrame(cv::Mat &frame);
 
-    /// Of the frames in pixels, before rotation.
+    /// Frame size in pixels, before rotation.
     cv::Size size() const;
 
 private:
-    using Clock = std::chrono::steady_clock;
-
     void run();
     bool open(QString *error);
     bool openSource(const Settings::View &settings, QString *error);
     void adjustSource(const Settings::View &settings);
     bool grab(QString *error);
     bool read(const Settings::View &settings, cv::Mat &frame, QString *error);
-    cv::Mat finished(const cv::Mat &frame, const Orientation &orientation);
+    cv::Mat processed(const cv::Mat &frame, const Orientation &orientation);
     void publish(const cv::Mat &frame, const cv::Size &size, quint64 revision);
     void withdraw();
     bool recover(const QString &why);
-    bool sleepUntil(Clock::time_point time);
+    bool sleepUntil(base::Clock::TimePoint time);
 
     const int m_number;
     const Settings &m_settings;
-    const CameraTimes m_times;
+    base::Clock &m_clock;
     std::thread m_thread;
 
-    // Of the thread, and of start() and stop() while it doesn't run.
+    // Used by the thread; by start() and stop() while it isn't running.
     const std::unique_ptr<FrameSource> m_source;
-    cv::Size m_wanted; // size the source was opened with
-    Adjustments m_adjusted; // of the source since it was opened
-    quint64 m_focusing = 0; // what it was asked to focus for last
-    cv::Mat m_tones; // a toneTable: what it can't adjust by itself
+    cv::Size m_requestedSize; // that the source was opened with
+    Adjustments m_adjusted; // applied to the source since it was opened
+    quint64 m_focusRequest = 0; // the last one carried out
+    cv::Mat m_toneTable; // for adjustments the source can't make
     FramePool m_pool;
 
     mutable std::mutex m_mutex;
-    std::condition_variable m_published; // wakes readers: a frame, a loss or the end
+    std::condition_variable m_published; // wakes readers: new frame, source lost, or stopped
     std::condition_variable m_stopped; // wakes the thread
-    cv::Mat m_frame; // guarded by m_mutex, as all below; empty while there is none
+    cv::Mat m_frame; // guarded by m_mutex, like all below; empty while there is none
     cv::Size m_size;
-    quint64 m_place = 0;
-    quint64 m_revision = 0; // of the settings that m_frame was taken with
-    bool m_delivers = false;
+    quint64 m_sequence = 0;
+    quint64 m_revision = 0; // of the settings m_frame was taken with
+    bool m_hasFrame = false;
     bool m_stop = false;
 };
 

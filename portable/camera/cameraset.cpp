@@ -17,7 +17,7 @@ std::unique_ptr<FrameSource> configuredSource(int camera, QString *error)
     return makeSource(camera, readDeviceConfig(deviceConfigPath()), listV4l2Devices, error);
 }
 
-/// We say ourselves what is wrong with a camera; OpenCV's guesses go to stderr, beside the log.
+/// Our log says what is wrong with a camera; OpenCV's guesses would go to stderr.
 void silenceOpenCv()
 {
     if (!qEnvironmentVariableIsSet("OPENCV_LOG_LEVEL")) {
@@ -29,11 +29,11 @@ void silenceOpenCv()
 
 CameraSet &CameraSet::instance()
 {
-    // Never destroyed: an exit() in the middle of things must not take them from under a reader.
+    // Never destroyed: readers may still run while the process exits.
     static CameraSet &cameras = *new CameraSet(configuredSource);
     static const bool once = [] {
         silenceOpenCv();
-        // Sources paint and read files: not without the application.
+        // Sources need the application: they paint and decode files.
         qAddPostRoutine([] {
             cameras.stopMain();
             cameras.stopFourth();
@@ -44,9 +44,9 @@ CameraSet &CameraSet::instance()
     return cameras;
 }
 
-CameraSet::CameraSet(SourceFactory factory, CameraTimes times)
+CameraSet::CameraSet(SourceFactory factory, base::Clock &clock)
     : m_factory(std::move(factory))
-    , m_times(times)
+    , m_clock(clock)
 {
 }
 
@@ -80,7 +80,7 @@ std::shared_ptr<Camera> CameraSet::open(int camera, int rotation)
         qWarning().noquote() << "portable:" << cameraName(camera) << "doesn't start:" << error;
         return nullptr;
     }
-    const auto started = std::make_shared<Camera>(camera, std::move(source), m_settings, m_times);
+    auto started = std::make_shared<Camera>(camera, std::move(source), m_settings, m_clock);
     if (!started->start()) {
         return nullptr;
     }
@@ -93,8 +93,8 @@ void CameraSet::stopMain()
     const std::lock_guard<std::mutex> changing(m_changing);
     {
         const std::lock_guard<std::mutex> lock(m_mutex);
-        const bool isAnnounced = m_endAnnounced != Clock::time_point()
-            && Clock::now() - m_endAnnounced < usualCameraChange;
+        const bool isAnnounced = m_endAnnounced != base::Clock::TimePoint()
+            && m_clock.now() - m_endAnnounced < cameraChangeLimit;
         m_ended = m_ended || isAnnounced;
     }
     replace(m_main, nullptr);
@@ -119,7 +119,7 @@ void CameraSet::stop(const std::shared_ptr<Camera> &camera)
 void CameraSet::announceEnd()
 {
     const std::lock_guard<std::mutex> lock(m_mutex);
-    m_endAnnounced = Clock::now();
+    m_endAnnounced = m_clock.now();
 }
 
 bool CameraSet::hasEnded() const
@@ -141,12 +141,12 @@ std::shared_ptr<Camera> CameraSet::mainCamera() const
 bool CameraSet::nextPreviewFrame(cv::Mat &frame)
 {
     const Slot camera = get(m_main);
-    quint64 place = m_previewPlace;
-    if (!camera || !camera->nextFrame(place, frame)) {
+    quint64 last = m_previewSequence;
+    if (!camera || !camera->nextFrame(last, frame)) {
         frame.release();
         return false;
     }
-    m_previewPlace = place;
+    m_previewSequence = last;
     return true;
 }
 
@@ -184,17 +184,17 @@ cv::Size CameraSet::size(int camera) const
     return source ? source->sizeFor(m_settings.view(camera).resolution) : cv::Size();
 }
 
-/// Ends the camera in the slot, if any, and puts `camera` there.
+/// Puts `camera` into the slot and stops the one that was there.
 void CameraSet::replace(Slot &slot, const Slot &camera)
 {
-    Slot former;
+    Slot replaced;
     {
         const std::lock_guard<std::mutex> lock(m_mutex);
-        former = slot;
+        replaced = slot;
         slot = camera;
     }
-    if (former) {
-        former->stop();
+    if (replaced) {
+        replaced->stop();
     }
 }
 
@@ -204,7 +204,7 @@ CameraSet::Slot CameraSet::get(const Slot &slot) const
     return slot;
 }
 
-/// A camera's source to ask, without opening it; null for one that isn't there.
+/// The closed source of a camera, to query it; null for a camera that isn't there.
 std::unique_ptr<FrameSource> CameraSet::source(int camera) const
 {
     QString unused;

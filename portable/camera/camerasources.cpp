@@ -3,7 +3,7 @@
 
 #include "portable/base/inifile.h"
 #include "portable/camera/pairsource.h"
-#include "portable/camera/scenesource.h"
+#include "portable/camera/testscenesource.h"
 #include "portable/camera/v4l2source.h"
 
 #include <QRegularExpression>
@@ -18,21 +18,18 @@ namespace {
 
 constexpr int cameras[] = {1, 2, 3, 4, 5, 6, 8, 9, dualCamera};
 
-void readNumber(const IniFile &ini, const QString &key, double smallest, double largest,
-                double *value)
+void readNumber(const IniFile &ini, const QString &key, double min, double max, double *value)
 {
     if (!ini.contains(key)) {
         return;
     }
     bool isNumber = false;
     const double number = ini.text(key).toDouble(&isNumber);
-    if (isNumber && number >= smallest && number <= largest) {
+    if (isNumber && number >= min && number <= max) {
         *value = number;
     } else {
-        ini.complain(QStringLiteral("%1 must be a number from %2 to %3")
-                         .arg(key)
-                         .arg(smallest)
-                         .arg(largest));
+        ini.logProblem(
+            QStringLiteral("%1 must be a number from %2 to %3").arg(key).arg(min).arg(max));
     }
 }
 
@@ -46,18 +43,18 @@ void readSize(const IniFile &ini, const QString &key, cv::Size *value)
     if (match.hasMatch()) {
         *value = {match.captured(1).toInt(), match.captured(2).toInt()};
     } else {
-        ini.complain(key + QStringLiteral(" must be a size such as 1920x1080"));
+        ini.logProblem(key + QStringLiteral(" must be a size such as 1920x1080"));
     }
 }
 
-/// Which camera of the machine "auto" takes for a number, counted from 1.
+/// Which of the machine's cameras "auto" takes for a camera number, counting from 1.
 int autoPosition(int camera)
 {
     return camera == 2 || camera == 4 ? 2 : camera == 3 ? 3 : 1;
 }
 
-/// The part of `text` behind `prefix`; null when it doesn't begin so or nothing stands there.
-QString behind(const QString &text, const char *prefix)
+/// The part of `text` after `prefix`; null when it has another prefix or nothing follows.
+QString textAfter(const QString &text, const char *prefix)
 {
     const QLatin1String start(prefix);
     return text.startsWith(start) && text.size() > start.size() ? text.mid(start.size()).trimmed()
@@ -68,19 +65,19 @@ std::unique_ptr<FrameSource> singleSource(const QString &text, const DeviceConfi
                                           const V4l2Lister &lister, QString *error)
 {
     if (text == QLatin1String("scene")) {
-        return std::make_unique<SceneSource>(config.sceneSize, config.sceneFramesPerSecond);
+        return std::make_unique<TestSceneSource>(config.sceneSize, config.sceneFramesPerSecond);
     }
-    const QString device = behind(text, "v4l2:");
+    const QString device = textAfter(text, "v4l2:");
     if (!device.isEmpty()) {
         return std::make_unique<V4l2Source>(device, lister);
     }
-    const QString picture = behind(text, "image:");
-    const QString folder = behind(text, "folder:");
+    const QString picture = textAfter(text, "image:");
+    const QString folder = textAfter(text, "folder:");
     if (!picture.isEmpty() || !folder.isEmpty()) {
         return std::make_unique<PictureSource>(picture.isEmpty() ? folder : picture,
                                                config.playback);
     }
-    const QString video = behind(text, "video:");
+    const QString video = textAfter(text, "video:");
     if (!video.isEmpty()) {
         return std::make_unique<VideoSource>(video);
     }
@@ -132,7 +129,7 @@ DeviceConfig readDeviceConfig(const QString &path)
         }
     }
     for (const QString &key : qAsConst(keys)) {
-        ini.complain(QStringLiteral("there is no camera \"%1\"").arg(key));
+        ini.logProblem(QStringLiteral("there is no camera \"%1\"").arg(key));
     }
     readSize(ini, QStringLiteral("scene/size"), &config.sceneSize);
     readNumber(ini, QStringLiteral("scene/framesPerSecond"), 1, 60, &config.sceneFramesPerSecond);
@@ -146,7 +143,7 @@ DeviceConfig readDeviceConfig(const QString &path)
 QString autoSource(int camera, const V4l2Devices &devices, QString *error)
 {
     const bool isDual = camera == dualCamera;
-    if (devices.empty()) { // no hardware at all: somebody develops pages
+    if (devices.empty()) { // no hardware at all: a developer's machine
         return isDual ? QStringLiteral("scene|scene") : QStringLiteral("scene");
     }
     const auto needed = size_t(isDual ? 2 : autoPosition(camera));

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-/// \file Which camera is which source: devices.ini, and what is taken without it.
+/// \file Assigns sources to camera numbers: devices.ini and its defaults.
 #pragma once
 
 #include "portable/camera/filesources.h"
@@ -16,33 +16,33 @@ namespace portable {
 /// The number of the dual camera: two sources in one picture.
 constexpr int dualCamera = 25;
 
-/// Its key in devices.ini, "1" or "dual"; empty for a number that is no camera's.
+/// A camera's key in devices.ini, "1" or "dual"; empty for an unknown number.
 QString cameraKey(int camera);
 
 /// For the log: "camera 1", "the dual camera".
 QString cameraName(int camera);
 
-/// What stands in devices.ini; devices.ini.sample says what each key means.
+/// The contents of devices.ini; devices.ini.sample documents the keys.
 struct DeviceConfig
 {
-    std::map<int, QString> sources; ///< Source text of each camera that the file names.
+    std::map<int, QString> sources; ///< Source text of each camera in the file.
     cv::Size sceneSize{1920, 1080};
     double sceneFramesPerSecond = 30;
-    Playback playback;
+    PlaybackSettings playback;
 };
 
-/// Reads a devices.ini. What can't be understood is said in the log, and left as it is without.
+/// Reads a devices.ini. Invalid values are logged and replaced by their defaults.
 DeviceConfig readDeviceConfig(const QString &path);
 
 /**
  * The source text that "auto" stands for.
- * \return empty, with a reason for the log, when this machine has too few cameras
+ * \return empty, with a reason for the log, when the machine has too few cameras
  */
 QString autoSource(int camera, const V4l2Devices &devices, QString *error);
 
 /**
- * The source that `config` gives a camera, not opened yet.
- * \param lister  asked for this machine's cameras where the source text needs them
+ * The source that `config` assigns to a camera, not opened yet.
+ * \param lister  lists this machine's cameras; called only if the source text requires it
  * \return null, with a reason for the log, when there is none
  */
 std::unique_ptr<FrameSource> makeSource(int camera, const DeviceConfig &config,

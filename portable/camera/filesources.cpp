@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: MIT
 #include "portable/camera/filesources.h"
 
-#include "portable/picture/imageconversion.h"
+#include "portable/base/failure.h"
+#include "portable/picture/picturereader.h"
 
-#include <QDebug>
 #include <QDir>
 #include <QFile>
 #include <QImageReader>
@@ -12,9 +12,7 @@ namespace portable {
 
 namespace {
 
-using Clock = std::chrono::steady_clock;
-
-/// The pictures that `path` stands for: itself, or what lies in it by name.
+/// The picture at `path`, or all pictures of that folder sorted by name.
 QStringList pictures(const QString &path)
 {
     const QDir folder(path);
@@ -34,14 +32,14 @@ QStringList pictures(const QString &path)
     return paths;
 }
 
-/// Empty when the file can be read, or else why it can't.
+/// Why the file can't be read; empty when it can.
 QString fileObstacle(const QString &path)
 {
     QFile file(path);
     return file.open(QIODevice::ReadOnly) ? QString() : file.errorString();
 }
 
-/// By FFmpeg alone: other ways of OpenCV's take names for patterns and pipelines.
+/// With FFmpeg only: OpenCV's other backends take file names for patterns and pipelines.
 bool openVideo(cv::VideoCapture &video, const QString &path)
 {
     return video.open(QFile::encodeName(path).toStdString(), cv::CAP_FFMPEG);
@@ -49,9 +47,11 @@ bool openVideo(cv::VideoCapture &video, const QString &path)
 
 } // namespace
 
-PictureSource::PictureSource(const QString &path, const Playback &playback)
+PictureSource::PictureSource(const QString &path, const PlaybackSettings &playback,
+                             const base::Clock &clock)
     : m_path(path)
     , m_playback(playback)
+    , m_clock(clock)
 {
 }
 
@@ -64,31 +64,27 @@ bool PictureSource::open(const cv::Size & /*wanted*/, QString *error)
 
 void PictureSource::close()
 {
-    m_waiting.clear();
+    m_pending.clear();
     m_picture.release();
 }
 
-/// Loads the next picture that can be read; others are named in the log.
+/// Loads the next readable picture; the log names the others.
 bool PictureSource::showNext(QString *error)
 {
-    if (m_waiting.isEmpty()) {
-        m_waiting = pictures(m_path);
+    if (m_pending.isEmpty()) {
+        m_pending = pictures(m_path);
     }
-    *error = QStringLiteral("there is no picture in it");
-    while (!m_waiting.isEmpty()) {
-        QImageReader reader(m_waiting.takeFirst());
-        reader.setAutoTransform(true);
-        const QImage image = reader.read();
-        if (!image.isNull()) {
-            m_picture = toMat(image);
-            m_until = Clock::now()
+    *error = QStringLiteral("it contains no picture");
+    while (!m_pending.isEmpty()) {
+        const QString file = m_pending.takeFirst();
+        m_picture = readPicture(file, error);
+        if (!m_picture.empty()) {
+            m_nextDue = m_clock.now()
                 + std::chrono::milliseconds(qint64(1000 * m_playback.secondsPerPicture));
             return true;
         }
-        *error = reader.errorString();
         if (m_isFolder) {
-            qWarning().noquote() << "portable: skipped" << reader.fileName() + QLatin1Char(':')
-                                 << *error;
+            logFailure(QStringLiteral("skipped ") + file, *error);
         }
     }
     return false;
@@ -96,7 +92,7 @@ bool PictureSource::showNext(QString *error)
 
 bool PictureSource::read(cv::Mat &frame, QString *error)
 {
-    if (m_isFolder && Clock::now() >= m_until && !showNext(error)) {
+    if (m_isFolder && m_clock.now() >= m_nextDue && !showNext(error)) {
         return false;
     }
     frame = m_picture;
@@ -106,11 +102,8 @@ bool PictureSource::read(cv::Mat &frame, QString *error)
 std::vector<cv::Size> PictureSource::sizes() const
 {
     const QStringList paths = pictures(m_path);
-    QImageReader reader(paths.isEmpty() ? QString() : paths.first());
-    const bool onItsSide = reader.transformation() & QImageIOHandler::TransformationRotate90;
-    const QSize size = onItsSide ? reader.size().transposed() : reader.size();
-    return size.isEmpty() ? std::vector<cv::Size>()
-                          : std::vector<cv::Size>{{size.width(), size.height()}};
+    const cv::Size size = paths.isEmpty() ? cv::Size() : pictureSize(paths.first());
+    return size.empty() ? std::vector<cv::Size>() : std::vector<cv::Size>{size};
 }
 
 VideoSource::VideoSource(const QString &path)
@@ -129,7 +122,7 @@ bool VideoSource::open(const cv::Size & /*wanted*/, QString *error)
         return false;
     }
     const double rate = m_video.get(cv::CAP_PROP_FPS);
-    m_framesPerSecond = rate >= 1 && rate <= 120 ? rate : 25; // some files don't tell theirs
+    m_framesPerSecond = rate >= 1 && rate <= 120 ? rate : 25; // some files have none
     return true;
 }
 
@@ -147,14 +140,14 @@ bool VideoSource::read(cv::Mat &frame, QString *error)
     if (m_video.read(frame)) {
         return true;
     }
-    // At its end. Opening anew works with every container; seeking back doesn't.
+    // At the end. Reopening works with every container, seeking doesn't.
     if (!open({}, error)) {
         return false;
     }
     if (m_video.read(frame)) {
         return true;
     }
-    *error = QStringLiteral("the video holds no picture that can be read here");
+    *error = QStringLiteral("no frame of the video can be decoded here");
     return false;
 }
 

@@ -1,29 +1,29 @@
 // SPDX-License-Identifier: MIT
-/// \file Sources that show files: pictures and videos.
+/// \file Sources that play picture and video files.
 #pragma once
 
+#include "base/clock.h"
 #include "portable/camera/framesource.h"
 #include "portable/picture/framepool.h"
 
 #include <QStringList>
 #include <opencv2/videoio.hpp>
 
-#include <chrono>
-
 namespace portable {
 
-/// How files are shown.
-struct Playback
+/// How picture files are played.
+struct PlaybackSettings
 {
-    double framesPerSecond = 30; ///< Of pictures; a video has its own.
-    double secondsPerPicture = 5; ///< Of a folder.
+    double framesPerSecond = 30; ///< Videos have their own.
+    double secondsPerPicture = 5; ///< For folders.
 };
 
-/// One picture, or those of a folder one after the other in the order of their names.
+/// A picture, or all pictures of a folder in the order of their names, repeated.
 class PictureSource : public FrameSource
 {
 public:
-    PictureSource(const QString &path, const Playback &playback);
+    PictureSource(const QString &path, const PlaybackSettings &playback,
+                  const base::Clock &clock = base::Clock::shared());
 
     QString name() const override { return m_path; }
     bool open(const cv::Size &wanted, QString *error) override;
@@ -36,14 +36,15 @@ private:
     bool showNext(QString *error);
 
     const QString m_path;
-    const Playback m_playback;
+    const PlaybackSettings m_playback;
+    const base::Clock &m_clock;
     bool m_isFolder = false;
-    QStringList m_waiting; // pictures not shown yet; the folder is read again when there are none
+    QStringList m_pending; // not shown yet; when empty, the folder is listed again
     cv::Mat m_picture;
-    std::chrono::steady_clock::time_point m_until; // when the next picture is due
+    base::Clock::TimePoint m_nextDue; // when the next picture is to be shown
 };
 
-/// A video file, shown at its own rate and again from its start when it ends.
+/// A video file, played at its own rate in a loop.
 class VideoSource : public FrameSource
 {
 public:

@@ -34,10 +34,10 @@ cv::Size chooseSize(const std::vector<cv::Size> &sizes, const cv::Size &wanted)
         return {};
     }
     if (wanted.empty()) {
-        const auto usual = std::find_if(sizes.begin(), sizes.end(), [](const cv::Size &size) {
+        const auto found = std::find_if(sizes.begin(), sizes.end(), [](const cv::Size &size) {
             return area(size) <= 1920 * 1080;
         });
-        return usual != sizes.end() ? *usual : sizes.back();
+        return found != sizes.end() ? *found : sizes.back();
     }
     const auto distance = [&wanted](const cv::Size &size) {
         return std::abs(double(size.width) - wanted.width)

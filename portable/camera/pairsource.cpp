@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "portable/camera/pairsource.h"
 
+#include "portable/base/failure.h"
+
 #include <opencv2/imgproc.hpp>
 
 #include <cmath>
@@ -9,17 +11,10 @@ namespace portable {
 
 namespace {
 
-/// `size` brought to that height.
+/// `size` scaled to `height`.
 cv::Size atHeight(const cv::Size &size, int height)
 {
     return {int(std::lround(double(size.width) * height / size.height)), height};
-}
-
-/// Puts the half that failed before the error, for the pair's name tells of both.
-bool failed(const FrameSource &half, QString *error)
-{
-    *error = half.name() + QStringLiteral(": ") + *error;
-    return false;
 }
 
 } // namespace
@@ -38,11 +33,11 @@ QString PairSource::name() const
 bool PairSource::open(const cv::Size & /*wanted*/, QString *error)
 {
     if (!m_left->open({}, error)) {
-        return failed(*m_left, error);
+        return prefixError(m_left->name(), error);
     }
     if (!m_right->open({}, error)) {
         m_left->close();
-        return failed(*m_right, error);
+        return prefixError(m_right->name(), error);
     }
     return true;
 }
@@ -59,19 +54,20 @@ bool PairSource::read(cv::Mat &frame, QString *error)
     cv::Mat left;
     cv::Mat right;
     if (!m_left->read(left, error)) {
-        return failed(*m_left, error);
+        return prefixError(m_left->name(), error);
     }
     if (!m_right->read(right, error)) {
-        return failed(*m_right, error);
+        return prefixError(m_right->name(), error);
     }
     const cv::Size beside = atHeight(right.size(), left.rows);
     frame = m_pool.take({left.cols + beside.width, left.rows});
     left.copyTo(frame.colRange(0, left.cols));
-    cv::resize(right, frame.colRange(left.cols, frame.cols), beside); // copies equal sizes
+    cv::resize(right, frame.colRange(left.cols, frame.cols),
+               beside); // copies if the sizes are equal
     return true;
 }
 
-/// The slower one's pace; that of hardware if one of them is hardware.
+/// The slower one's rate; 0 if one of them is hardware.
 double PairSource::framesPerSecond() const
 {
     return std::min(m_left->framesPerSecond(), m_right->framesPerSecond());

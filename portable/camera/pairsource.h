@@ -8,7 +8,7 @@
 
 namespace portable {
 
-/// Two sources side by side in one picture, as high as the left one.
+/// Two sources side by side in one frame, which is as high as the left one's.
 class PairSource : public FrameSource
 {
 public:

@@ -3,18 +3,18 @@
 
 namespace portable {
 
-PreviewWatch::PreviewWatch(const CameraSet &cameras, std::chrono::milliseconds change)
+PreviewWatch::PreviewWatch(const CameraSet &cameras, const base::Clock &clock)
     : m_cameras(cameras)
-    , m_change(change)
-    , m_seen(Clock::now())
+    , m_clock(clock)
+    , m_seen(clock.now())
 {
 }
 
 std::shared_ptr<Camera> PreviewWatch::camera()
 {
     auto camera = m_cameras.mainCamera();
-    const auto now = Clock::now();
-    m_ended = !camera && (m_cameras.hasEnded() || now - m_seen > m_change);
+    const auto now = m_clock.now();
+    m_ended = !camera && (m_cameras.hasEnded() || now - m_seen > cameraChangeLimit);
     if (camera) {
         m_seen = now;
     }

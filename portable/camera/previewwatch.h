@@ -1,38 +1,35 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include "base/clock.h"
 #include "portable/camera/cameraset.h"
 
-#include <chrono>
 #include <memory>
 
 namespace portable {
 
 /**
- * Tells the end of the preview from a change of cameras, during which there is none either, for
- * those who work along with the preview. An object belongs to one thread.
+ * Distinguishes the end of the preview from a switch of cameras, during which there is none either.
+ * For work that follows the preview. Not thread-safe.
  */
 class PreviewWatch
 {
 public:
-    /// \param change  how long a change of cameras may take
-    PreviewWatch(const CameraSet &cameras, std::chrono::milliseconds change);
+    PreviewWatch(const CameraSet &cameras, const base::Clock &clock);
 
-    /// The camera of the preview; null while there is none.
+    /// The preview's camera; null while there is none.
     std::shared_ptr<Camera> camera();
 
     /**
-     * Whether, by the last camera(), the preview had ended: announced (CameraSet::announceEnd), or
-     * there was none for longer than a change takes.
+     * Whether the preview had ended at the last camera(): announced (CameraSet::announceEnd), or
+     * absent for longer than cameraChangeLimit.
      */
     bool ended() const { return m_ended; }
 
 private:
-    using Clock = std::chrono::steady_clock;
-
     const CameraSet &m_cameras;
-    const std::chrono::milliseconds m_change;
-    Clock::time_point m_seen; // when there was one last
+    const base::Clock &m_clock;
+    base::Clock::TimePoint m_seen; // when camera() last found one
     bool m_ended = false;
 };
 

@@ -5,9 +5,9 @@ namespace portable {
 
 namespace {
 
-bool isWithin(qint64 value, qint64 smallest, qint64 largest)
+bool isWithin(qint64 value, qint64 min, qint64 max)
 {
-    return value >= smallest && value <= largest;
+    return value >= min && value <= max;
 }
 
 } // namespace
@@ -46,7 +46,7 @@ bool Settings::setAdjustment(int Adjustments::*which, int value)
 
 void Settings::focus()
 {
-    changeFrames([this] { ++m_focusing; });
+    changeFrames([this] { ++m_focusRequest; });
 }
 
 bool Settings::setMode(int mode)
@@ -73,9 +73,9 @@ bool Settings::setArea(int x1, int y1, int x2, int y2)
 
 bool Settings::setDpi(qint64 x, qint64 y)
 {
-    constexpr qint64 smallest = 50;
-    constexpr qint64 largest = 1200;
-    if (!isWithin(x, smallest, largest) || !isWithin(y, smallest, largest)) {
+    constexpr qint64 min = 50;
+    constexpr qint64 max = 1200;
+    if (!isWithin(x, min, max) || !isWithin(y, min, max)) {
         return false;
     }
     const std::lock_guard<std::mutex> lock(m_mutex);
@@ -120,7 +120,7 @@ Settings::View Settings::view(int camera) const
     const std::lock_guard<std::mutex> lock(m_mutex);
     const auto resolution = m_resolutions.find(camera);
     return {m_orientation, resolution != m_resolutions.end() ? resolution->second : cv::Size(),
-            m_adjustments, m_focusing, m_revision};
+            m_adjustments, m_focusRequest, m_revision};
 }
 
 Orientation Settings::orientation() const
@@ -141,7 +141,7 @@ quint64 Settings::revision() const
     return m_revision;
 }
 
-/// Changes something that shows in the frames.
+/// Makes a change that affects the frames.
 void Settings::changeFrames(const std::function<void()> &change)
 {
     const std::lock_guard<std::mutex> lock(m_mutex);

@@ -3,7 +3,7 @@
 
 #include "portable/picture/adjustments.h"
 #include "portable/picture/orientation.h"
-#include "portable/picture/picturefile.h"
+#include "portable/picture/resolution.h"
 #include "portable/picture/watermark.h"
 
 #include <QtGlobal>
@@ -16,32 +16,32 @@ namespace portable {
 
 enum class ShotMode { Whole, Area, Page };
 
-/// The files of an open book: one for each page, in the order in which it is read, or one.
+/// How an open book is saved: a file per page, in reading order, or one for both.
 enum class BookMode { LeftFirst, RightFirst, BothInOne };
 
-/// What becomes of a frame that is captured.
+/// How a captured frame is processed and encoded.
 struct CaptureSettings
 {
     ShotMode mode = ShotMode::Whole;
-    cv::Point areaBegin; ///< Top left corner, in pixels of the turned picture.
-    cv::Point areaEnd; ///< Bottom right corner, outside; equal to areaBegin while none is set.
+    cv::Point areaBegin; ///< Top left corner, in pixels of the rotated picture.
+    cv::Point areaEnd; ///< Bottom right corner, exclusive; equal to areaBegin while none is set.
     Dpi dpi;
-    int quality = 85; ///< Of JPEG, 1 to 100.
+    int quality = 85; ///< JPEG quality, 1 to 100.
     Watermark watermark;
 };
 
-/// What pages set about cameras, whether one is open or not. Callable from any thread.
+/// Settings of the cameras, whether open or not. May be called from any thread.
 class Settings
 {
 public:
-    /// The settings of one camera's frames at one moment.
+    /// A snapshot of the settings that apply to one camera's frames.
     struct View
     {
         Orientation orientation;
-        cv::Size resolution; ///< In pixels before rotation; empty: the usual one.
+        cv::Size resolution; ///< In pixels before rotation; empty: the default.
         Adjustments adjustments;
-        quint64 focusing = 0; ///< Grows with each focus().
-        quint64 revision = 0; ///< Grows with each change of any of these.
+        quint64 focusRequest = 0; ///< Incremented by each focus().
+        quint64 revision = 0; ///< Incremented by each change of any of these.
     };
 
     /// \return false, with nothing changed, unless isRotation(degrees)
@@ -50,21 +50,21 @@ public:
     /// \return false, with nothing changed, unless isFlip(mode)
     bool setFlip(int mode);
 
-    /// The size to ask this camera for, in pixels before rotation; empty: the usual one.
+    /// The size to request from this camera, in pixels before rotation; empty: the default.
     void setResolution(int camera, const cv::Size &size);
 
     /// \return false, with nothing changed, unless the value is from -100 to 100
     bool setAdjustment(int Adjustments::*which, int value);
 
-    /// Lets the open cameras focus once.
+    /// Makes the open cameras focus once.
     void focus();
 
     /// \return false, with nothing changed, unless 0 whole, 1 area or 2 page
     bool setMode(int mode);
 
     /**
-     * Corners in pixels of the turned picture; what lies outside it is cut off when it is used.
-     * \return false, with nothing changed, unless x1 < x2 and y1 < y2, or all are 0: none
+     * Corners of the crop area in pixels of the rotated picture, to which it is clipped when used.
+     * All 0: no area. \return false, with nothing changed, unless x1 < x2 and y1 < y2, or all are 0
      */
     bool setArea(int x1, int y1, int x2, int y2);
 
@@ -89,10 +89,10 @@ private:
     void changeFrames(const std::function<void()> &change);
 
     mutable std::mutex m_mutex;
-    Orientation m_orientation; // guarded by m_mutex, as all below
+    Orientation m_orientation; // guarded by m_mutex, like all below
     std::map<int, cv::Size> m_resolutions;
     Adjustments m_adjustments;
-    quint64 m_focusing = 0;
+    quint64 m_focusRequest = 0;
     quint64 m_revision = 0;
     CaptureSettings m_capture;
     BookMode m_bookMode = BookMode::LeftFirst;

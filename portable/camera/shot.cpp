@@ -62,27 +62,22 @@ cv::Mat takePlainShot(const CaptureSettings &settings)
 
 } // namespace
 
-cv::Mat takeShot()
+Shot takeShot()
 {
-    const CaptureSettings settings = CameraSet::instance().settings().capture();
-    cv::Mat shot = takePlainShot(settings);
-    stamp(shot, settings.watermark, settings.dpi.y);
-    return shot;
+    const CaptureSettings settings = captureSettings();
+    cv::Mat picture = takePlainShot(settings);
+    stamp(picture, settings.watermark, settings.dpi.y);
+    return {picture, settings.quality, settings.dpi};
 }
 
 cv::Mat takePlainShot()
 {
-    return takePlainShot(CameraSet::instance().settings().capture());
+    return takePlainShot(captureSettings());
 }
 
-Dpi shotDpi()
+CaptureSettings captureSettings()
 {
-    return CameraSet::instance().settings().capture().dpi;
-}
-
-int shotQuality()
-{
-    return CameraSet::instance().settings().capture().quality;
+    return CameraSet::instance().settings().capture();
 }
 
 } // namespace portable

@@ -1,25 +1,30 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include "portable/picture/picturefile.h"
-
-#include <opencv2/core.hpp>
+#include "portable/camera/settings.h"
 
 namespace portable {
 
-/**
- * One capture, as the settings have it: the newest frame of the preview, cut to the crop area (mode
- * 1) or to the page that was found, straightened (mode 2; the whole picture when none is found),
- * with the watermark stamped on it. \return BGR, the caller's own to change; empty, with a line in
- * the log, without a running camera
- */
-cv::Mat takeShot();
+/// A capture and what it is written with, all as they were set at one moment.
+struct Shot
+{
+    cv::Mat picture; ///< 8-bit BGR; empty when there is none.
+    int quality = 85; ///< Of a JPEG, 1 to 100.
+    Dpi dpi;
+};
 
-/// The same without a watermark, for what reads the picture (barcodes, movement).
+/**
+ * One capture as the settings ask for it: the newest frame of the preview, cropped to the area
+ * (mode 1) or to the page, straightened (mode 2; the whole picture when no page is found), with the
+ * watermark stamped on it. Callable from any thread.
+ * \return a picture of its own; an empty one, with a line in the log, without a running camera
+ */
+Shot takeShot();
+
+/// The picture without a watermark, for what reads it, such as barcodes.
 cv::Mat takePlainShot();
 
-/// What pictures are written with.
-Dpi shotDpi();
-int shotQuality(); ///< JPEG quality, 1 to 100
+/// The settings of captures at this moment, for pictures that aren't one but are written alike.
+CaptureSettings captureSettings();
 
 } // namespace portable

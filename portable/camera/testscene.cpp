@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "portable/camera/testscene.h"
 
+#include "portable/camera/testsheet.h"
+
 #include <QPainter>
 #include <QPainterPath>
 #include <QtMath>
@@ -12,17 +14,17 @@ namespace {
 
 // The layout, in the coordinates of a 1920 x 1080 picture.
 constexpr QRectF scene{0, 0, 1920, 1080};
-constexpr QPointF pageCentre{745, 540};
-constexpr double pageWidth = 1270;
-constexpr double pageAngle = 3; // degrees clockwise
-constexpr double farEdge = 0.985; // the page's upper edge is a little farther from the camera
-constexpr QPointF clockCentre{1652, 300};
+constexpr QPointF sheetCenter{745, 540};
+constexpr double sheetWidth = 1270;
+constexpr double sheetAngle = 3; // degrees clockwise
+constexpr double farEdge = 0.985; // the upper edge is a little farther from the camera
+constexpr QPointF clockCenter{1652, 300};
 constexpr double clockRadius = 180; // with its rim
 constexpr double faceRadius = 156;
-constexpr QPointF penCentre{1660, 770};
+constexpr QPointF penCenter{1660, 770};
 constexpr double penAngle = 14;
 
-/// From the layout's coordinates into a picture of that size: as large as fits, in the middle.
+/// Maps the layout to a picture of this size: as large as fits, centered.
 QTransform layoutTo(const cv::Size &size)
 {
     const double scale = qMin(size.width / scene.width(), size.height / scene.height());
@@ -31,26 +33,26 @@ QTransform layoutTo(const cv::Size &size)
                                     (size.height - scale * scene.height()) / 2);
 }
 
-/// From the page's units into the layout: turned, and with a touch of perspective.
-QTransform pageToLayout()
+/// Maps the sheet to the layout: rotated, with a little perspective.
+QTransform sheetToLayout()
 {
-    const double height = pageWidth * scenePage.height() / scenePage.width();
-    const QPolygonF trapezium{{QPointF(-farEdge * pageWidth / 2, -height / 2),
-                               QPointF(farEdge * pageWidth / 2, -height / 2),
-                               QPointF(pageWidth / 2, height / 2),
-                               QPointF(-pageWidth / 2, height / 2)}};
+    const double height = sheetWidth * testSheetArea.height() / testSheetArea.width();
+    const QPolygonF trapezium{{QPointF(-farEdge * sheetWidth / 2, -height / 2),
+                               QPointF(farEdge * sheetWidth / 2, -height / 2),
+                               QPointF(sheetWidth / 2, height / 2),
+                               QPointF(-sheetWidth / 2, height / 2)}};
     const QTransform turn =
-        QTransform().translate(pageCentre.x(), pageCentre.y()).rotate(pageAngle);
-    QPolygonF page(scenePage);
-    page.removeLast(); // a polygon of a rectangle is closed
+        QTransform().translate(sheetCenter.x(), sheetCenter.y()).rotate(sheetAngle);
+    QPolygonF sheet(testSheetArea);
+    sheet.removeLast(); // the polygon of a rectangle repeats its first point
     QTransform result;
-    QTransform::quadToQuad(page, turn.map(trapezium), result);
+    QTransform::quadToQuad(sheet, turn.map(trapezium), result);
     return result;
 }
 
 QTransform penToLayout()
 {
-    return QTransform().translate(penCentre.x(), penCentre.y()).rotate(penAngle);
+    return QTransform().translate(penCenter.x(), penCenter.y()).rotate(penAngle);
 }
 
 /// The pen's outline: tip downwards, around the origin.
@@ -65,7 +67,7 @@ QPainterPath penOutline()
     return pen;
 }
 
-/// Noise in -1..1, as wide and high as asked, stretched from cells of that size in pixels.
+/// Smooth noise from -1 to 1, interpolated between random cells of the given size in pixels.
 cv::Mat stretchedNoise(const cv::Size &size, double cellWidth, double cellHeight, cv::RNG &random)
 {
     cv::Mat cells(qMax(2, qCeil(size.height / cellHeight)), qMax(2, qCeil(size.width / cellWidth)),
@@ -79,17 +81,17 @@ cv::Mat stretchedNoise(const cv::Size &size, double cellWidth, double cellHeight
 /// A wooden desk top: boards across the picture, with grain along them.
 QImage paintDesk(const cv::Size &size, double scale)
 {
-    cv::RNG random(1818); // any fixed number: the desk is the same each time
+    cv::RNG random(1818); // any fixed seed: the desk always looks the same
     const cv::Mat grain = 0.5 * stretchedNoise(size, 420 * scale, 3 * scale, random)
         + 0.8 * stretchedNoise(size, 900 * scale, 11 * scale, random)
         + 0.9 * stretchedNoise(size, 1300 * scale, 46 * scale, random);
     const double boardHeight = 216 * scale;
-    const double middle = size.height / 2.0; // boards are laid from here, whatever the height
+    const double middle = size.height / 2.0; // where the boards start, whatever the height
     QImage desk(size.width, size.height, QImage::Format_RGB32);
     for (int y = 0; y < size.height; ++y) {
         const double board = (y - middle) / boardHeight + 100.5;
         const double number = std::floor(board);
-        const double tone = 5 * qSin(41 * number); // no two boards next to each other are alike
+        const double tone = 5 * qSin(41 * number); // adjacent boards differ
         const double toSeam = (board - number) * boardHeight / scale;
         const double seam = toSeam < 3 ? -38 * (1 - toSeam / 3) : 0;
         const auto *grainLine = grain.ptr<float>(y);
@@ -102,7 +104,7 @@ QImage paintDesk(const cv::Size &size, double scale)
     return desk;
 }
 
-/// Darkens the desk where page, clock and pen keep the light of the lamp from it.
+/// Paints the shadows of sheet, clock and pen.
 void paintShadows(QImage &desk, const QTransform &layout)
 {
     const double scale = layout.m11();
@@ -123,13 +125,13 @@ void paintShadows(QImage &desk, const QTransform &layout)
         black.setAlphaChannel(mask);
         QPainter(&desk).drawImage(0, 0, black);
     };
-    QPainterPath page;
-    page.addPolygon(pageToLayout().map(QPolygonF(scenePage)));
+    QPainterPath sheet;
+    sheet.addPolygon(sheetToLayout().map(QPolygonF(testSheetArea)));
     QPainterPath clock;
-    clock.addEllipse(clockCentre, clockRadius, clockRadius);
+    clock.addEllipse(clockCenter, clockRadius, clockRadius);
     const QPainterPath pen = penToLayout().map(penOutline());
-    shadow(page, 3, 3, 120);
-    shadow(page, 12, 16, 105);
+    shadow(sheet, 3, 3, 120);
+    shadow(sheet, 12, 16, 105);
     shadow(clock, 20, 16, 150);
     shadow(pen, 9, 5, 140);
 }
@@ -199,7 +201,7 @@ void paintClock(QPainter &painter)
     }
 }
 
-/// The light of a lamp to the upper left, falling off towards the other corner.
+/// The light of a lamp at the upper left, darker towards the opposite corner.
 void paintLight(QImage &picture)
 {
     QPainter painter(&picture);
@@ -221,7 +223,7 @@ void paintHand(QPainter &painter, double degrees, double length, double width, c
     painter.restore();
 }
 
-/// A view of an RGB32 image as OpenCV sees it: four bytes a pixel, blue first.
+/// An RGB32 image as an OpenCV matrix that shares its memory: 8-bit BGRA.
 cv::Mat bgraView(const QImage &image)
 {
     return cv::Mat(image.height(), image.width(), CV_8UC4, const_cast<uchar *>(image.constBits()),
@@ -241,16 +243,16 @@ TestScene::TestScene(const cv::Size &size)
     painter.setTransform(layout);
     paintPen(painter);
     painter.save();
-    painter.translate(clockCentre);
+    painter.translate(clockCenter);
     paintClock(painter);
     painter.restore();
-    painter.setTransform(pageToLayout(), true);
-    paintScenePage(painter);
+    painter.setTransform(sheetToLayout(), true);
+    paintTestSheet(painter);
     painter.end();
     paintLight(picture);
 
     QRectF face(0, 0, 2 * faceRadius, 2 * faceRadius);
-    face.moveCenter(clockCentre);
+    face.moveCenter(clockCenter);
     const QRect area = layout.mapRect(face).toAlignedRect() & picture.rect();
     m_clockArea = cv::Rect(area.x(), area.y(), area.width(), area.height());
     m_clockFace = picture.copy(area);
@@ -261,14 +263,15 @@ void TestScene::drawClock(cv::Mat &frame, const QTime &time) const
 {
     const double seconds = time.msecsSinceStartOfDay() / 1000.0;
     QImage clock = m_clockFace;
-    QPainter painter(&clock); // copies the face first
+    QPainter painter(&clock); // detaches from m_clockFace
     painter.setRenderHint(QPainter::Antialiasing);
     const QTransform layout = layoutTo(frame.size());
     painter.setTransform(layout * QTransform::fromTranslate(-m_clockArea.x, -m_clockArea.y));
-    painter.translate(clockCentre);
+    painter.translate(clockCenter);
     paintHand(painter, seconds / 120, 78, 9, QColor(38, 40, 46)); // hours
     paintHand(painter, seconds / 10, 116, 6, QColor(38, 40, 46)); // minutes
-    paintHand(painter, seconds * 6, 124, 2.5, QColor(200, 36, 30)); // sweeping, to be seen moving
+    paintHand(painter, seconds * 6, 124, 2.5,
+              QColor(200, 36, 30)); // sweeps, so that every frame differs
     painter.setPen(Qt::NoPen);
     painter.setBrush(QColor(200, 36, 30));
     painter.drawEllipse(QPointF(), 7, 7);

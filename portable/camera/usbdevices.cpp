@@ -10,7 +10,7 @@ namespace portable {
 
 namespace {
 
-/// First line of a device's attribute; empty when it has none.
+/// First line of a device's attribute; empty when absent.
 QString attribute(const QDir &device, const char *name)
 {
     QFile file(device.filePath(QLatin1String(name)));
@@ -18,7 +18,7 @@ QString attribute(const QDir &device, const char *name)
                                           : QString();
 }
 
-/// An attribute that must be four hexadecimal digits; empty when it is not.
+/// An attribute of four hexadecimal digits, in lower case; empty when it is anything else.
 QString idAttribute(const QDir &device, const char *name)
 {
     static const QRegularExpression form(QStringLiteral("\\A[0-9a-f]{4}\\z"));
@@ -26,7 +26,7 @@ QString idAttribute(const QDir &device, const char *name)
     return form.match(id).hasMatch() ? id : QString();
 }
 
-/// Without a vendorId when the folder is no device's: the interfaces have folders too.
+/// A device without vendorId when the folder isn't a device's: interfaces have folders too.
 UsbDevice readDevice(const QDir &folder)
 {
     UsbDevice device;
@@ -50,7 +50,7 @@ QString UsbDevice::identifier() const
 QString UsbDevice::label() const
 {
     QString name = product;
-    name.replace(QLatin1Char('|'), QLatin1Char('/')); // "|" parts the devices
+    name.replace(QLatin1Char('|'), QLatin1Char('/')); // "|" separates devices
     return QStringLiteral("%1 %2").arg(identifier(), name).trimmed();
 }
 
@@ -69,13 +69,13 @@ std::vector<UsbDevice> listUsbDevices(const QString &sysfs)
 
 UsbDevice usbDeviceOfVideoNode(const QString &node, const QString &sysfs)
 {
-    // Points to the USB interface, a folder in the device's; a driver may put some more between.
+    // Links to the folder of the USB interface, below the device's; drivers may add levels.
     const QFileInfo link(
         QStringLiteral("%1/class/video4linux/%2/device").arg(sysfs, QFileInfo(node).fileName()));
     const QString root = QFileInfo(sysfs).canonicalFilePath() + QLatin1Char('/');
     for (QString path = link.canonicalFilePath(); path.startsWith(root);
          path = QFileInfo(path).path()) {
-        const UsbDevice device = readDevice(QDir(path));
+        UsbDevice device = readDevice(QDir(path));
         if (!device.vendorId.isEmpty()) {
             return device;
         }

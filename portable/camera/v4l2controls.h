@@ -8,25 +8,25 @@
 
 namespace portable {
 
-/// Where a control of a camera may stand, in the driver's own units.
+/// The range of a camera control, in the driver's units.
 struct ControlRange
 {
     int minimum = 0;
     int maximum = 0;
     int step = 1;
-    int usual = 0; ///< The driver's default.
+    int defaultValue = 0;
 };
 
-/// The value for a place from -100, the minimum, over 0, the usual, to 100, the maximum.
-int controlValue(const ControlRange &range, int place);
+/// Maps a level to a value, linearly: -100 minimum, 0 default, 100 maximum.
+int controlValue(const ControlRange &range, int level);
 
-/// The same for times, in even ratios instead of even steps. Minimum and usual are positive.
-int exposureValue(const ControlRange &range, int place);
+/// The same for times, exponentially. Linear unless minimum and default are positive.
+int exposureValue(const ControlRange &range, int level);
 
 /**
  * The controls of a V4L2 camera (the kernel's "Video for Linux API", "User Controls" and "Camera
- * Control Reference"). Some cameras lack some. They keep their values when nobody has them open, so
- * the end of the object puts those that were changed back.
+ * Control Reference"). Cameras may lack any of them. Values persist in the camera after it is
+ * closed, so the destructor restores those that were changed.
  */
 class V4l2Controls
 {
@@ -36,22 +36,22 @@ public:
     V4l2Controls(const V4l2Controls &) = delete;
     V4l2Controls &operator=(const V4l2Controls &) = delete;
 
-    /// \return what the camera has no control for
+    /// \return the adjustments for which the camera has no control
     Adjustments adjust(const Adjustments &wanted);
 
-    /// Lets it focus once. \return false when it has no focus to set
+    /// Makes it focus once. \return false when it can't focus
     bool focus();
 
 private:
     bool range(unsigned id, ControlRange *range) const;
     bool set(unsigned id, int value);
-    bool setPlace(unsigned id, int place, int (*valueAt)(const ControlRange &, int));
-    bool setExposure(int place);
+    bool setLevel(unsigned id, int level, int (*toValue)(const ControlRange &, int));
+    bool setExposure(int level);
 
     const V4l2Node m_node;
     Adjustments m_adjusted;
-    Adjustments m_left;
-    std::map<unsigned, int> m_found; // values before the first change
+    Adjustments m_remaining;
+    std::map<unsigned, int> m_originals; // values before the first change
 };
 
 } // namespace portable

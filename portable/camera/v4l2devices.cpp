@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// The ioctls are those of the V4L2 API as the kernel documents it ("Video for Linux API").
+// For the ioctls see the kernel's "Video for Linux API".
 #include "portable/camera/v4l2devices.h"
 
 #include "portable/camera/framesource.h"
@@ -27,39 +27,39 @@ template <size_t size> QString text(const __u8 (&field)[size])
     return QString::fromUtf8(characters, int(qstrnlen(characters, size)));
 }
 
-/// First line of a file of sysfs; empty when there is none.
-QString sysfs(const QString &path)
+/// First line of a sysfs file; empty when absent.
+QString firstLine(const QString &path)
 {
     QFile file(path);
     return file.open(QIODevice::ReadOnly) ? QString::fromUtf8(file.readLine()).trimmed()
                                           : QString();
 }
 
-/// Describes the node; false when it is no camera.
-bool describe(V4l2Device &device)
+/// Fills in the device of a node. \return false when it isn't a camera
+bool describe(V4l2Device &device, const QString &sysfs)
 {
     const QString classFolder =
-        QStringLiteral("/sys/class/video4linux/") + QFileInfo(device.path).fileName();
-    const UsbDevice usb = usbDeviceOfVideoNode(device.path);
+        sysfs + QStringLiteral("/class/video4linux/") + QFileInfo(device.path).fileName();
+    const UsbDevice usb = usbDeviceOfVideoNode(device.path, sysfs);
     device.usbIds =
         usb.vendorId.isEmpty() ? QString() : usb.vendorId + QLatin1Char(':') + usb.productId;
     const V4l2Node node(device.path);
     if (!node.isOpen()) {
-        // What it can do remains unknown, but a camera's first node is the one for its pictures.
-        device.name = sysfs(classFolder + QStringLiteral("/name"));
-        return sysfs(classFolder + QStringLiteral("/index")) == QLatin1String("0");
+        // Its capabilities are unknown, but a camera's first node is the capture node.
+        device.name = firstLine(classFolder + QStringLiteral("/name"));
+        return firstLine(classFolder + QStringLiteral("/index")) == QLatin1String("0");
     }
     auto capability = zeroed<v4l2_capability>();
-    if (!node.ask(VIDIOC_QUERYCAP, capability)) {
+    if (!node.ioctl(VIDIOC_QUERYCAP, capability)) {
         return false;
     }
     device.name = text(capability.card);
     device.bus = text(capability.bus_info);
-    // Not `capabilities`: those are of all nodes of the device together.
+    // Not `capabilities`, which are those of all nodes of the device.
     return (capability.device_caps & V4L2_CAP_VIDEO_CAPTURE) != 0;
 }
 
-/// "video" and a number: the number; other names sort behind.
+/// The number in "video<number>"; other names sort last.
 int nodeNumber(const QString &name)
 {
     bool isNumber = false;
@@ -67,17 +67,17 @@ int nodeNumber(const QString &name)
     return isNumber ? number : std::numeric_limits<int>::max();
 }
 
-/// Adds the usual sizes that lie within a camera's continuous range, and the range's largest.
+/// Adds the common sizes within a stepwise range, and its maximum.
 void addSteps(std::vector<cv::Size> &sizes, const v4l2_frmsize_stepwise &range)
 {
-    const cv::Size usual[] = {{3840, 2160}, {3264, 2448}, {2592, 1944}, {2048, 1536},
-                              {1920, 1080}, {1600, 1200}, {1280, 960},  {1280, 720},
-                              {1024, 768},  {800, 600},   {640, 480},   {320, 240}};
+    const cv::Size common[] = {{3840, 2160}, {3264, 2448}, {2592, 1944}, {2048, 1536},
+                               {1920, 1080}, {1600, 1200}, {1280, 960},  {1280, 720},
+                               {1024, 768},  {800, 600},   {640, 480},   {320, 240}};
     const auto fits = [](int value, __u32 smallest, __u32 largest, __u32 step) {
         const auto size = __u32(value);
         return size >= smallest && size <= largest && (size - smallest) % qMax(step, 1U) == 0;
     };
-    for (const cv::Size &size : usual) {
+    for (const cv::Size &size : common) {
         if (fits(size.width, range.min_width, range.max_width, range.step_width)
             && fits(size.height, range.min_height, range.max_height, range.step_height)) {
             sizes.push_back(size);
@@ -90,10 +90,10 @@ void addSizes(std::vector<cv::Size> &sizes, const V4l2Node &node, __u32 pixelFor
 {
     auto entry = zeroed<v4l2_frmsizeenum>();
     entry.pixel_format = pixelFormat;
-    for (; node.ask(VIDIOC_ENUM_FRAMESIZES, entry); ++entry.index) {
+    for (; node.ioctl(VIDIOC_ENUM_FRAMESIZES, entry); ++entry.index) {
         if (entry.type != V4L2_FRMSIZE_TYPE_DISCRETE) {
             addSteps(sizes, entry.stepwise);
-            return; // a range is the only entry
+            return; // a range has one entry only
         }
         sizes.emplace_back(int(entry.discrete.width), int(entry.discrete.height));
     }
@@ -128,7 +128,12 @@ QString V4l2Device::label() const
 
 V4l2Devices listV4l2Devices()
 {
-    const QDir folder(QStringLiteral("/dev"));
+    return v4l2DevicesIn(QStringLiteral("/dev"), QStringLiteral("/sys"));
+}
+
+V4l2Devices v4l2DevicesIn(const QString &dev, const QString &sysfs)
+{
+    const QDir folder(dev);
     QStringList names = folder.entryList({QStringLiteral("video*")}, QDir::System);
     std::sort(names.begin(), names.end(), [](const QString &a, const QString &b) {
         return std::make_pair(nodeNumber(a), a) < std::make_pair(nodeNumber(b), b);
@@ -137,7 +142,7 @@ V4l2Devices listV4l2Devices()
     for (const QString &name : qAsConst(names)) {
         V4l2Device device;
         device.path = folder.filePath(name);
-        if (describe(device)) {
+        if (describe(device, sysfs)) {
             devices.push_back(device);
         }
     }
@@ -172,7 +177,7 @@ V4l2Formats v4l2Formats(const QString &path)
     std::vector<cv::Size> mjpegSizes;
     auto format = zeroed<v4l2_fmtdesc>();
     format.type = V4L2_BUF_TYPE_VIDEO_CAPTURE;
-    for (; node.ask(VIDIOC_ENUM_FMT, format); ++format.index) {
+    for (; node.ioctl(VIDIOC_ENUM_FMT, format); ++format.index) {
         const bool isMjpeg = format.pixelformat == V4L2_PIX_FMT_MJPEG;
         formats.hasMjpeg = formats.hasMjpeg || isMjpeg;
         addSizes(isMjpeg ? mjpegSizes : formats.sizes, node, format.pixelformat);
@@ -190,10 +195,10 @@ QString v4l2Obstacle(const QString &path)
     if (!node.isOpen()) {
         return errorText(errno);
     }
-    // Setting the format that is set changes nothing, but is refused while another streams.
+    // Setting the current format changes nothing, but fails while another program streams.
     auto format = zeroed<v4l2_format>();
     format.type = V4L2_BUF_TYPE_VIDEO_CAPTURE;
-    const bool usable = node.ask(VIDIOC_G_FMT, format) && node.ask(VIDIOC_S_FMT, format);
+    const bool usable = node.ioctl(VIDIOC_G_FMT, format) && node.ioctl(VIDIOC_S_FMT, format);
     return usable ? QString() : errorText(errno);
 }
 

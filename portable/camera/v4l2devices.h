@@ -9,13 +9,13 @@
 
 namespace portable {
 
-/// A camera of this machine that video can be captured from.
+/// A capture device of this machine.
 struct V4l2Device
 {
-    QString path; ///< Its node, "/dev/video0".
-    QString name; ///< What the driver calls it.
+    QString path; ///< Device node, "/dev/video0".
+    QString name; ///< As the driver reports it.
     QString usbIds; ///< "vid:pid", four lower-case hexadecimal digits each; empty without USB.
-    QString bus; ///< Where it is plugged in, as the driver says; empty when not to be had.
+    QString bus; ///< Port, as the driver reports it; empty when unknown.
 
     /// For the log: "/dev/video0 (HD Camera, 0c45:6366)".
     QString label() const;
@@ -25,14 +25,17 @@ using V4l2Devices = std::vector<V4l2Device>;
 using V4l2Lister = std::function<V4l2Devices()>;
 
 /**
- * The cameras of this machine in the order of their nodes. A node that may not be opened, for lack
- * of permission, is listed too: that it can't be used is said when it is started.
+ * The cameras of this machine in the order of their nodes. Includes nodes that can't be opened for
+ * lack of permission; starting them reports that.
  */
 V4l2Devices listV4l2Devices();
 
+/// The same with other folders in place of /dev and /sys.
+V4l2Devices v4l2DevicesIn(const QString &dev, const QString &sysfs);
+
 /**
- * The camera that a source text means.
- * \param text  a path (of the node or of a link to it), or part of the name or of vid:pid
+ * The camera that a source text refers to.
+ * \param text  path of the node or of a link to it, or part of the name or of vid:pid
  * \return null when there is none
  */
 const V4l2Device *findV4l2Device(const V4l2Devices &devices, const QString &text);
@@ -40,15 +43,15 @@ const V4l2Device *findV4l2Device(const V4l2Devices &devices, const QString &text
 /// The labels of `devices`, for the log; "none" without any.
 QString v4l2Labels(const V4l2Devices &devices);
 
-/// What is known of a node beyond VideoCapture's reach.
+/// What cv::VideoCapture can't tell about a node.
 struct V4l2Formats
 {
-    std::vector<cv::Size> sizes; ///< The largest first; those of MJPEG where there is MJPEG.
+    std::vector<cv::Size> sizes; ///< Largest first; those of MJPEG if it is supported.
     bool hasMjpeg = false;
 };
 V4l2Formats v4l2Formats(const QString &path);
 
-/// Why the node can't be used just now (gone, busy, no permission, ...); empty when it seems fine.
+/// Why the node can't be used now (unplugged, busy, no permission); empty when it seems fine.
 QString v4l2Obstacle(const QString &path);
 
 } // namespace portable

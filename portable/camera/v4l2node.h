@@ -12,7 +12,7 @@
 
 namespace portable {
 
-/// An open device node, to ask it things beside what streams from it.
+/// An open device node for ioctls, independent of the stream.
 class V4l2Node
 {
 public:
@@ -29,10 +29,10 @@ public:
     V4l2Node(const V4l2Node &) = delete;
     V4l2Node &operator=(const V4l2Node &) = delete;
 
-    bool isOpen() const { return m_fd >= 0; } ///< If not, errno says why.
+    bool isOpen() const { return m_fd >= 0; } ///< If not, errno has the reason.
 
-    /// \return false with errno set
-    template <class Argument> bool ask(unsigned long request, Argument &argument) const
+    /// Repeats the ioctl when interrupted. \return false with errno set
+    template <class Argument> bool ioctl(unsigned long request, Argument &argument) const
     {
         int result;
         do {
@@ -45,7 +45,7 @@ private:
     const int m_fd;
 };
 
-/// A zeroed argument of an ioctl; the kernel wants the reserved fields so.
+/// A zeroed argument for an ioctl; the kernel requires reserved fields to be 0.
 template <class Argument> Argument zeroed()
 {
     Argument argument;

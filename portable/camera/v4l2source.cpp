@@ -9,10 +9,10 @@ namespace portable {
 
 namespace {
 
-constexpr double wantedFramesPerSecond = 30; // a camera gives what it can
+constexpr double requestedFramesPerSecond = 30; // cameras deliver up to this
 constexpr int64 frameWaitNs = 2'000'000'000;
-constexpr int64 firstFrameWaitNs = 5'000'000'000; // some adjust themselves to the light first
-constexpr int damagedFramesInARow = 10; // cheap cables damage single MJPEG frames
+constexpr int64 firstFrameWaitNs = 5'000'000'000; // some adapt to the light first
+constexpr int maxDamagedFrames = 10; // in a row; bad cables corrupt some MJPEG frames
 
 QString obstacleOr(const QString &path, const QString &otherwise)
 {
@@ -26,12 +26,27 @@ bool hasFrame(const cv::VideoCapture &capture, int64 waitNs)
     try {
         std::vector<int> ready;
         return cv::VideoCapture::waitAny({capture}, ready, waitNs);
-    } catch (const cv::Exception &) { // how OpenCV says that the device is gone
+    } catch (const cv::Exception &) { // thrown when the device is gone
         return false;
     }
 }
 
 } // namespace
+
+std::vector<CaptureProperty> captureProperties(const V4l2Formats &formats, const cv::Size &wanted)
+{
+    std::vector<CaptureProperty> properties;
+    if (formats.hasMjpeg) { // the full rate at large sizes needs it, set before the size
+        properties.emplace_back(cv::CAP_PROP_FOURCC, cv::VideoWriter::fourcc('M', 'J', 'P', 'G'));
+    }
+    const cv::Size size = chooseSize(formats.sizes, wanted);
+    if (!size.empty()) {
+        properties.emplace_back(cv::CAP_PROP_FRAME_WIDTH, size.width);
+        properties.emplace_back(cv::CAP_PROP_FRAME_HEIGHT, size.height);
+    }
+    properties.emplace_back(cv::CAP_PROP_FPS, requestedFramesPerSecond);
+    return properties;
+}
 
 V4l2Source::V4l2Source(const QString &text, V4l2Lister lister)
     : m_text(text)
@@ -49,7 +64,7 @@ QString V4l2Source::devicePath() const
     return find(m_lister()).path;
 }
 
-/// The camera opened before, though its node may be another now; else the one that is meant.
+/// The last opened camera, though its node may have changed; else the one m_text refers to.
 V4l2Device V4l2Source::find(const V4l2Devices &devices) const
 {
     const auto same =
@@ -60,8 +75,8 @@ V4l2Device V4l2Source::find(const V4l2Devices &devices) const
     if (same != devices.end()) {
         return *same;
     }
-    const V4l2Device *meant = findV4l2Device(devices, m_text);
-    return meant ? *meant : V4l2Device();
+    const V4l2Device *found = findV4l2Device(devices, m_text);
+    return found ? *found : V4l2Device();
 }
 
 bool V4l2Source::open(const cv::Size &wanted, QString *error)
@@ -77,16 +92,9 @@ bool V4l2Source::open(const cv::Size &wanted, QString *error)
         *error = obstacleOr(device.path, QStringLiteral("it can't be opened as a camera"));
         return false;
     }
-    const V4l2Formats formats = v4l2Formats(device.path);
-    if (formats.hasMjpeg) { // the full rate at large sizes needs it, and needs it set first
-        m_capture.set(cv::CAP_PROP_FOURCC, cv::VideoWriter::fourcc('M', 'J', 'P', 'G'));
+    for (const auto &[property, value] : captureProperties(v4l2Formats(device.path), wanted)) {
+        m_capture.set(property, value);
     }
-    const cv::Size size = chooseSize(formats.sizes, wanted);
-    if (!size.empty()) {
-        m_capture.set(cv::CAP_PROP_FRAME_WIDTH, size.width);
-        m_capture.set(cv::CAP_PROP_FRAME_HEIGHT, size.height);
-    }
-    m_capture.set(cv::CAP_PROP_FPS, wantedFramesPerSecond);
     m_hasDelivered = false;
     return true;
 }
@@ -103,7 +111,7 @@ bool V4l2Source::read(cv::Mat &frame, QString *error)
     const cv::Size size(int(m_capture.get(cv::CAP_PROP_FRAME_WIDTH)),
                         int(m_capture.get(cv::CAP_PROP_FRAME_HEIGHT)));
     const int64 wait = m_hasDelivered ? frameWaitNs : firstFrameWaitNs;
-    for (int attempt = 0; attempt < damagedFramesInARow; ++attempt) {
+    for (int attempt = 0; attempt < maxDamagedFrames; ++attempt) {
         if (!hasFrame(m_capture, wait) || !m_capture.grab()) {
             break;
         }
@@ -113,8 +121,8 @@ bool V4l2Source::read(cv::Mat &frame, QString *error)
             return true;
         }
     }
-    m_capture.release(); // or else we would be what it is busy with
-    *error = obstacleOr(m_device.path, QStringLiteral("it delivers no pictures"));
+    m_capture.release(); // or v4l2Obstacle() would find it busy with us
+    *error = obstacleOr(m_device.path, QStringLiteral("it delivers no frames"));
     return false;
 }
 

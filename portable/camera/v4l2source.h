@@ -9,14 +9,22 @@
 #include <opencv2/videoio.hpp>
 
 #include <memory>
+#include <utility>
+#include <vector>
 
 namespace portable {
 
-/// A camera of this machine, by way of V4L2.
+/// A property of cv::VideoCapture and its value.
+using CaptureProperty = std::pair<int, double>;
+
+/// The properties to set when a camera is opened, in this order.
+std::vector<CaptureProperty> captureProperties(const V4l2Formats &formats, const cv::Size &wanted);
+
+/// A V4L2 camera.
 class V4l2Source : public FrameSource
 {
 public:
-    /// \param text  which one, as findV4l2Device understands it; sought anew at each open
+    /// \param text  identifies the camera for findV4l2Device(); looked up by each open()
     explicit V4l2Source(const QString &text, V4l2Lister lister = listV4l2Devices);
 
     QString name() const override;
@@ -35,10 +43,10 @@ private:
 
     const QString m_text;
     const V4l2Lister m_lister;
-    V4l2Device m_device; // the one opened last; no path before
+    V4l2Device m_device; // the last one opened; no path before
     cv::VideoCapture m_capture;
-    std::unique_ptr<V4l2Controls> m_controls; // while open, once something was set
-    bool m_hasDelivered = false; // since it was opened
+    std::unique_ptr<V4l2Controls> m_controls; // while open, created on first use
+    bool m_hasDelivered = false; // since open()
     FramePool m_pool;
 };
 

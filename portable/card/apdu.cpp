@@ -5,8 +5,8 @@ namespace portable {
 
 namespace {
 
-constexpr int maxParts = 16; // of one answer: 4 KiB
-constexpr int asMuchAsThereIs = 0; // expected length; up to 256 bytes
+constexpr int maxParts = 16; // of one response: 4 KiB
+constexpr int anyLength = 0; // expected length: up to 256 bytes
 
 QByteArray encoded(const CardCommand &command, int expected, bool isT0)
 {
@@ -25,7 +25,7 @@ QByteArray encoded(const CardCommand &command, int expected, bool isT0)
 
 } // namespace
 
-QString CardAnswer::statusText() const
+QString CardResponse::statusText() const
 {
     return QStringLiteral("%1").arg(status, 4, 16, QLatin1Char('0')).toUpper();
 }
@@ -36,29 +36,29 @@ CardChannel::CardChannel(CardConnection &connection, Clock::time_point deadline)
 {
 }
 
-CardAnswer CardChannel::send(const CardCommand &command)
+CardResponse CardChannel::send(const CardCommand &command)
 {
     if (command.data.size() > 255) {
         return {};
     }
-    CardAnswer answer = exchange(command, asMuchAsThereIs);
-    if (answer.status >> 8 == 0x6C) { // it wants this very length
-        answer = exchange(command, answer.status & 0xFF);
+    CardResponse response = exchange(command, anyLength);
+    if (response.status >> 8 == 0x6C) { // wrong length: repeat with the one it names
+        response = exchange(command, response.status & 0xFF);
     }
-    QByteArray data = answer.data;
-    for (int parts = 1; answer.status >> 8 == 0x61; ++parts) { // so much more is there
+    QByteArray data = response.data;
+    for (int parts = 1; response.status >> 8 == 0x61; ++parts) { // more data is available
         if (parts == maxParts) {
-            m_failure = QStringLiteral("its answer doesn't end");
+            m_failure = QStringLiteral("its response doesn't end");
             return {};
         }
-        answer = exchange({0x00, 0xC0, 0x00, 0x00, {}}, answer.status & 0xFF); // GET RESPONSE
-        data += answer.data;
+        response = exchange({0x00, 0xC0, 0x00, 0x00, {}}, response.status & 0xFF); // GET RESPONSE
+        data += response.data;
     }
-    answer.data = data;
-    return answer;
+    response.data = data;
+    return response;
 }
 
-CardAnswer CardChannel::exchange(const CardCommand &command, int expected)
+CardResponse CardChannel::exchange(const CardCommand &command, int expected)
 {
     if (m_failure.isEmpty() && Clock::now() > m_deadline) {
         m_failure = QStringLiteral("it takes too long");
@@ -71,49 +71,50 @@ CardAnswer CardChannel::exchange(const CardCommand &command, int expected)
         m_connection.transmit(encoded(command, expected, m_connection.isT0()), &error);
     const int size = bytes.size() - 2;
     if (size < 0) {
-        m_failure = error.isEmpty() ? QStringLiteral("its answer is too short") : error;
+        m_failure = error.isEmpty() ? QStringLiteral("its response is too short") : error;
         return {};
     }
     const auto byte = [&bytes](int place) { return quint8(bytes[place]); };
     return {bytes.left(size), byte(size) << 8 | byte(size + 1)};
 }
 
-CardAnswer CardChannel::selectByName(const QByteArray &name)
+CardResponse CardChannel::selectByName(const QByteArray &name)
 {
     return send({0x00, 0xA4, 0x04, 0x00, name});
 }
 
-CardAnswer CardChannel::selectFile(quint16 identifier)
+CardResponse CardChannel::selectFile(quint16 identifier)
 {
     QByteArray bytes(1, char(identifier >> 8));
     bytes += char(identifier);
     return send({0x00, 0xA4, 0x00, 0x00, bytes});
 }
 
-CardAnswer CardChannel::readRecord(int number, int shortFile)
+CardResponse CardChannel::readRecord(int number, int shortFile)
 {
     return send({0x00, 0xB2, quint8(number), quint8(shortFile << 3 | 4), {}});
 }
 
-CardAnswer CardChannel::readRecordOfSelectedFile(int identifier)
+CardResponse CardChannel::readRecordOfSelectedFile(int identifier)
 {
     return send({0x00, 0xB2, quint8(identifier), 0x00, {}});
 }
 
 QByteArray readSerial(CardChannel &card, QString *error)
 {
-    const CardAnswer answer = card.send({0xFF, 0xCA, 0x00, 0x00, {}});
-    if (!answer.isOk()) {
+    const CardResponse response = card.send({0xFF, 0xCA, 0x00, 0x00, {}}); // GET DATA: UID
+    if (!response.isOk()) {
         *error = card.failure().isEmpty()
-            ? QStringLiteral("the reader has no serial number of it (%1)").arg(answer.statusText())
+            ? QStringLiteral("the reader doesn't give its serial number (%1)")
+                  .arg(response.statusText())
             : card.failure();
         return {};
     }
-    if (answer.data.size() < 4 || answer.data.size() > 10) {
-        *error = QStringLiteral("its serial number has %1 bytes").arg(answer.data.size());
+    if (response.data.size() < 4 || response.data.size() > 10) {
+        *error = QStringLiteral("its serial number has %1 bytes").arg(response.data.size());
         return {};
     }
-    return answer.data;
+    return response.data;
 }
 
 } // namespace portable

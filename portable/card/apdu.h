@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-/// \file Commands to a card and its answers (ISO 7816-4).
+/// \file Commands to a smart card and its responses (ISO 7816-4).
 #pragma once
 
 #include <QByteArray>
@@ -9,24 +9,24 @@
 
 namespace portable {
 
-/// A card on a reader, reached for as long as this lives. Used by one thread at a time.
+/// A connection to a card on a reader, open while the object lives. Used by one thread at a time.
 class CardConnection
 {
 public:
     virtual ~CardConnection() = default;
 
-    /// Whether the card talks T=0, where a command has either data or an expected length.
+    /// Whether the protocol is T=0, in which a command has either data or an expected length.
     virtual bool isT0() const { return false; }
 
     /**
-     * Sends a command and waits for the answer.
-     * \return the answer with its two status bytes; on failure (the card is gone) anything shorter,
-     *         with the reason for the log
+     * Sends a command and waits for the response.
+     * \return the response with its two status bytes; anything shorter is a failure, with the
+     *         reason in `error`
      */
     virtual QByteArray transmit(const QByteArray &command, QString *error) = 0;
 };
 
-/// A command with as much answer as there is; at most 255 bytes of data.
+/// A command with at most 255 bytes of data, and a response of any length.
 struct CardCommand
 {
     quint8 cla = 0;
@@ -36,18 +36,18 @@ struct CardCommand
     QByteArray data;
 };
 
-struct CardAnswer
+struct CardResponse
 {
     QByteArray data;
-    int status = 0; ///< The two status bytes, 0x9000 for success; 0 when the card didn't answer.
+    int status = 0; ///< The two status bytes, 0x9000 for success; 0 without a response.
 
     bool isOk() const { return status == 0x9000; }
     QString statusText() const; ///< For the log: "6A82".
 };
 
 /**
- * Talks to one card. Fetches an answer that comes in parts, within limits: a card may be broken or
- * hostile. Once the card is gone or the time over, nothing more is sent.
+ * Sends commands to one card. Joins responses that come in parts, within limits, as a card may be
+ * broken or hostile. After a failure or the deadline nothing more is sent.
  */
 class CardChannel
 {
@@ -56,20 +56,26 @@ public:
 
     CardChannel(CardConnection &connection, Clock::time_point deadline);
 
-    CardAnswer send(const CardCommand &command);
+    CardResponse send(const CardCommand &command);
 
-    CardAnswer selectByName(const QByteArray &name); ///< An application, by its identifier.
-    CardAnswer selectFile(quint16 identifier); ///< Of the selected application.
+    CardResponse selectByName(const QByteArray &name); ///< Selects an application by identifier.
+    CardResponse selectFile(quint16 identifier); ///< Selects a file of that application.
 
-    /// \param shortFile  1 to 30; the command then takes the record by its place, from 1
-    CardAnswer readRecord(int number, int shortFile);
-    CardAnswer readRecordOfSelectedFile(int identifier);
+    /**
+     * Reads a record of a file that need not be selected.
+     * \param number     position of the record, from 1
+     * \param shortFile  short identifier of the file, 1 to 30
+     */
+    CardResponse readRecord(int number, int shortFile);
 
-    /// Why the card stopped answering; empty as long as it does.
+    /// Reads the first record with this identifier of the selected file.
+    CardResponse readRecordOfSelectedFile(int identifier);
+
+    /// Why the card stopped responding, for the log; empty while it responds.
     QString failure() const { return m_failure; }
 
 private:
-    CardAnswer exchange(const CardCommand &command, int expected);
+    CardResponse exchange(const CardCommand &command, int expected);
 
     CardConnection &m_connection;
     const Clock::time_point m_deadline;
@@ -77,9 +83,9 @@ private:
 };
 
 /**
- * The number of the chip, which the reader gives rather than the card (PC/SC part 3, section
+ * Serial number (UID) of the chip; the reader gives it rather than the card (PC/SC part 3, section
  * 3.2.2.1.3).
- * \return 4 to 10 bytes; on failure nothing, with the reason for the log
+ * \return 4 to 10 bytes; empty on failure, with the reason in `error`
  */
 QByteArray readSerial(CardChannel &card, QString *error);
 

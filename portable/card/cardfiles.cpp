@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: MIT
 #include "portable/card/cardfiles.h"
 
+#include "portable/base/failure.h"
 #include "portable/base/inifile.h"
 
-#include <QDebug>
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
@@ -17,12 +17,7 @@ namespace {
 
 constexpr CardKind kinds[] = {CardKind::Identity, CardKind::SocialSecurity, CardKind::Bank,
                               CardKind::Ic};
-constexpr qint64 largestFile = 1 << 20; // card or photo, in bytes; pages get it in one text
-
-void complain(const QString &file, const QString &what)
-{
-    qWarning().noquote() << "portable:" << file + QLatin1Char(':') << what;
-}
+constexpr qint64 maxFileSize = 1 << 20; // card or photo, in bytes; pages get it in one text
 
 QStringList requiredFields(CardKind kind)
 {
@@ -44,32 +39,33 @@ QStringList requiredFields(CardKind kind)
 }
 
 /**
- * Reads a file of the folder, never one outside of it.
- * \return null, with a line in the log, when that can't be done
+ * Reads a file in the folder, never one outside it.
+ * \return null on failure, with the reason in the log
  */
 QByteArray contentOf(const QString &folder, const QString &name)
 {
     const QString path = QDir(folder).absoluteFilePath(name);
     const QString real = QFileInfo(path).canonicalFilePath();
     if (real.isEmpty()) {
-        complain(path, QStringLiteral("there is no such file"));
+        logFailure(path, QStringLiteral("there is no such file"));
         return {};
     }
     if (!real.startsWith(QDir(folder).canonicalPath() + QLatin1Char('/'))
         || !QFileInfo(real).isFile()) {
-        complain(path, QStringLiteral("it is no file of the folder of cards"));
+        logFailure(path, QStringLiteral("it is not a file in the card folder"));
         return {};
     }
     QFile file(real);
     if (!file.open(QIODevice::ReadOnly)) {
-        complain(path, file.errorString());
+        logFailure(path, file.errorString());
         return {};
     }
-    const QByteArray content = file.read(largestFile + 1);
-    if (content.isEmpty() || content.size() > largestFile) {
-        complain(path,
-                 content.isEmpty() ? QStringLiteral("it is empty")
-                                   : QStringLiteral("it is larger than %1 bytes").arg(largestFile));
+    const QByteArray content = file.read(maxFileSize + 1);
+    if (content.isEmpty() || content.size() > maxFileSize) {
+        logFailure(path,
+                   content.isEmpty()
+                       ? QStringLiteral("it is empty")
+                       : QStringLiteral("it is larger than %1 bytes").arg(maxFileSize));
         return {};
     }
     return content;
@@ -82,7 +78,7 @@ struct CardFile
     QJsonObject fields;
 };
 
-/// Reads a card file of any kind; null, with a line in the log, when it is none.
+/// Reads a card file of any kind; nothing on failure, with the reason in the log.
 std::optional<CardFile> parse(const QString &folder, const QString &name)
 {
     const QByteArray content = contentOf(folder, name);
@@ -93,12 +89,12 @@ std::optional<CardFile> parse(const QString &folder, const QString &name)
     QJsonParseError error;
     const QJsonDocument document = QJsonDocument::fromJson(content, &error);
     if (!document.isObject()) {
-        complain(path,
-                 error.error == QJsonParseError::NoError
-                     ? QStringLiteral("it is no JSON object")
-                     : QStringLiteral("broken JSON at byte %1: %2")
-                           .arg(error.offset)
-                           .arg(error.errorString()));
+        logFailure(path,
+                   error.error == QJsonParseError::NoError
+                       ? QStringLiteral("it is not a JSON object")
+                       : QStringLiteral("invalid JSON at byte %1: %2")
+                             .arg(error.offset)
+                             .arg(error.errorString()));
         return {};
     }
     const QString type = document.object().value(QLatin1String("type")).toString();
@@ -107,11 +103,11 @@ std::optional<CardFile> parse(const QString &folder, const QString &name)
             return CardFile{name, kind, document.object()};
         }
     }
-    complain(path, QStringLiteral("its \"type\" is none of the kinds of cards"));
+    logFailure(path, QStringLiteral("its \"type\" is not a kind of card"));
     return {};
 }
 
-/// The first card file of the kind by name.
+/// The first card file of this kind, in the order of their names.
 std::optional<CardFile> firstOf(const QString &folder, CardKind kind)
 {
     const QStringList names = QDir(folder).entryList({QStringLiteral("*.json")},
@@ -125,32 +121,32 @@ std::optional<CardFile> firstOf(const QString &folder, CardKind kind)
     return {};
 }
 
-/// 4 to 10 bytes in hexadecimal digits, as readers give the number of a chip.
+/// 4 to 10 bytes in hexadecimal digits, as readers report the serial number of a chip.
 bool isSerial(const QString &text)
 {
     const QByteArray bytes = QByteArray::fromHex(text.toLatin1());
     return bytes.size() >= 4 && bytes.size() <= 10 && bytes.toHex() == text.toLatin1().toLower();
 }
 
-/// Whether the card has what its kind needs; a line in the log when not.
+/// Whether the card has all fields of its kind; logs what is missing.
 bool isComplete(const QString &folder, const CardFile &card)
 {
     const QString path = QDir(folder).absoluteFilePath(card.name);
     for (const QString &field : requiredFields(card.kind)) {
         if (card.fields.value(field).toString().isEmpty()) {
-            complain(path, QStringLiteral("\"%1\" is missing, or no text").arg(field));
+            logFailure(path, QStringLiteral("\"%1\" is missing or not a text").arg(field));
             return false;
         }
     }
     const QJsonValue serial = card.fields.value(QLatin1String("serial"));
     if (!serial.isUndefined() && !isSerial(serial.toString())) {
-        complain(path, QStringLiteral("\"serial\" is not 4 to 10 bytes in hexadecimal digits"));
+        logFailure(path, QStringLiteral("\"serial\" is not 4 to 10 bytes in hexadecimal digits"));
         return false;
     }
     return true;
 }
 
-/// Puts the picture in the place of its file's name, where the card has one.
+/// Replaces the photo's file name with its content as base64, if the card has a photo.
 bool loadPhoto(const QString &folder, QJsonObject *fields)
 {
     const QLatin1String key("photo");
@@ -163,13 +159,12 @@ bool loadPhoto(const QString &folder, QJsonObject *fields)
     return !photo.isNull();
 }
 
-/// The card file on the reader; none, with a line in the log, without one.
+/// The card on the simulated reader; nothing without one, with the reason in the log.
 std::optional<CardFile> cardOnReader(const QString &folder, CardKind kind, const CardConfig &config,
                                      CardStatus *status)
 {
     const auto none = [&](const QString &reason) {
-        qWarning().noquote() << "portable: no" << cardName(kind)
-                             << "on the simulated reader:" << reason;
+        logFailure(QStringLiteral("no %1 on the simulated reader").arg(cardName(kind)), reason);
         *status = CardStatus::NoCard;
         return std::optional<CardFile>();
     };
@@ -177,7 +172,7 @@ std::optional<CardFile> cardOnReader(const QString &folder, CardKind kind, const
     const bool isOwn = own != config.files.end();
     const QString name = isOwn ? own->second : config.commonFile;
     if (name == QLatin1String("none")) {
-        return none(QStringLiteral("devices.ini says so"));
+        return none(QStringLiteral("devices.ini sets it to \"none\""));
     }
     if (name.isEmpty()) {
         auto card = firstOf(folder, kind);
@@ -186,7 +181,7 @@ std::optional<CardFile> cardOnReader(const QString &folder, CardKind kind, const
     *status = CardStatus::Unreadable;
     auto card = parse(folder, name);
     if (card && card->kind != kind) {
-        return none(QStringLiteral("the card %1 is of another kind").arg(name));
+        return none(name + QStringLiteral(" is another kind of card"));
     }
     return card;
 }
@@ -204,14 +199,14 @@ CardReaderChoice readerChoice(const IniFile &ini)
         return CardReaderChoice::None;
     }
     if (!text.isEmpty() && text != QLatin1String("auto")) {
-        ini.complain(
+        ini.logProblem(
             QStringLiteral("cards/reader must be auto, pcsc, simulated or none, not \"%1\"")
                 .arg(text));
     }
     return CardReaderChoice::Auto;
 }
 
-/// The name of a card file; empty where the file says nothing, or "auto".
+/// The card file that a key names; empty without the key and for "auto".
 QString fileName(const IniFile &ini, const QString &key)
 {
     const QString text = ini.text(QStringLiteral("cards/") + key);
@@ -237,7 +232,7 @@ CardConfig readCardConfig(const QString &path)
         }
     }
     for (const QString &key : qAsConst(others)) {
-        ini.complain(QStringLiteral("there is no \"%1\" among the cards").arg(key));
+        ini.logProblem(QStringLiteral("unknown key cards/") + key);
     }
     return config;
 }

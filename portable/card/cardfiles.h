@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-/// \file Simulated cards: JSON files, and which of them lies on the reader.
+/// \file Simulated cards: JSON files, and which of them is on the reader.
 #pragma once
 
 #include "portable/card/cardresult.h"
@@ -8,29 +8,29 @@
 
 namespace portable {
 
-/// Where cards come from.
+/// Where cards are read.
 enum class CardReaderChoice {
-    Auto, ///< A card on a PC/SC reader; without one the simulated card.
+    Auto, ///< On a PC/SC reader; without a card there, the simulated one.
     Pcsc,
     Simulated,
-    None ///< No reader is connected.
+    None ///< Nowhere: no reader is connected.
 };
 
-/// [cards] of devices.ini; docs/cards.md says what each key means.
+/// The section [cards] of devices.ini; docs/cards.md describes its keys.
 struct CardConfig
 {
     CardReaderChoice reader = CardReaderChoice::Auto;
-    std::map<CardKind, QString> files; ///< The card file of each kind that the file names.
-    QString commonFile; ///< For the kinds that it doesn't name; empty: none.
+    std::map<CardKind, QString> files; ///< Card file by kind, for the kinds with a key.
+    QString commonFile; ///< Card file for all other kinds; empty: the first of its kind.
 };
 
-/// Reads a devices.ini. What can't be understood is said in the log, and left as it is without.
+/// Reads a devices.ini. Logs unknown keys and values; their settings keep the default.
 CardConfig readCardConfig(const QString &path);
 
 /**
- * Reads the simulated card of a kind that lies on the reader. What is wrong goes to the log.
- * \param folder  of the card files; their photos lie below it too
- * \return the file's fields, "photo" with the picture as base64 in place of its file's name
+ * Reads the simulated card of a kind. On failure the log gives the reason.
+ * \param folder  folder of the card files and their photos
+ * \return the fields of the file; "photo" is the picture in base64 instead of its file name
  */
 CardResult readSimulatedCard(const QString &folder, CardKind kind, const CardConfig &config);
 

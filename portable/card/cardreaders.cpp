@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "portable/card/cardreaders.h"
 
+#include "portable/base/failure.h"
 #include "portable/card/emv.h"
 #include "portable/card/socialcard.h"
 
@@ -20,12 +21,12 @@ namespace portable {
 
 namespace {
 
-/// What a read of real cards gave.
+/// Result of a read through PC/SC.
 struct RealResult
 {
     CardPresence presence = CardPresence::Card;
     QJsonObject fields;
-    QString reason; ///< For the log, unless there are fields.
+    QString reason; ///< Why there are no fields, for the log.
 };
 
 QJsonObject readSerialField(CardChannel &card, bool, QString *error)
@@ -41,20 +42,15 @@ QJsonObject readSocialCardFields(CardChannel &card, bool, QString *error)
     return readSocialCard(card, error);
 }
 
-void say(const QString &what)
-{
-    qWarning().noquote() << "portable:" << what;
-}
-
-/// Why this can't be opened as a serial device; empty when it can.
-QString serialObstacle(const QString &port)
+/// Why this can't be opened as a serial port; empty when it can.
+QString serialPortProblem(const QString &port)
 {
     const QString path = QFileInfo(port).canonicalFilePath();
     if (path.isEmpty()) {
-        return QStringLiteral("there is no such device");
+        return QStringLiteral("no such device");
     }
     if (!path.startsWith(QLatin1String("/dev/"))) { // the name comes from a page
-        return QStringLiteral("it is no device");
+        return QStringLiteral("not a device");
     }
     const int file =
         ::open(QFile::encodeName(path).constData(), O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC);
@@ -63,14 +59,14 @@ QString serialObstacle(const QString &port)
     }
     const bool isSerial = ::isatty(file) == 1;
     ::close(file);
-    return isSerial ? QString() : QStringLiteral("it is no serial device");
+    return isSerial ? QString() : QStringLiteral("not a serial port");
 }
 
 } // namespace
 
 /**
- * The real cards, read one at a time. A read may hang in a driver, which nothing can interrupt: it
- * has a thread of its own, which then is left alone with it, and keeps this object alive.
+ * Reads real cards, one at a time. A read can hang in a driver, where nothing can interrupt it, so
+ * it runs on a thread of its own. A thread that hangs is abandoned; it keeps this object alive.
  */
 class CardReaders::RealCards : public std::enable_shared_from_this<RealCards>
 {
@@ -109,7 +105,7 @@ private:
     template <class Work> RealResult run(Work work)
     {
         const auto deadline = CardChannel::Clock::now() + m_timeLimit;
-        const RealResult busy{CardPresence::Card, {}, QStringLiteral("the reader doesn't answer")};
+        const RealResult busy{CardPresence::Card, {}, QStringLiteral("the reader doesn't respond")};
         {
             std::unique_lock<std::mutex> lock(m_mutex);
             if (!m_free.wait_until(lock, deadline, [this] { return !m_isBusy; })) {
@@ -131,7 +127,7 @@ private:
             release();
             return {CardPresence::Card, {}, QString::fromLocal8Bit(error.what())};
         }
-        // The deadline ends the read itself, between two commands; what is over that hangs.
+        // CardChannel ends the read at the deadline, between two commands; beyond that it hangs.
         if (answer.wait_until(deadline + m_timeLimit / 2) == std::future_status::timeout) {
             thread.detach();
             return busy;
@@ -187,17 +183,18 @@ QByteArray CardReaders::readSerial(CardKind kind)
     const CardResult result = read(kind, readSerialField, true);
     const QString serial = result.fields.value(QLatin1String("serial")).toString();
     if (result.isRead() && serial.isEmpty()) {
-        say(QStringLiteral("the simulated %1 has no \"serial\"").arg(cardName(kind)));
+        logFailure(QStringLiteral("the simulated %1").arg(cardName(kind)),
+                   QStringLiteral("it has no \"serial\""));
     }
     return QByteArray::fromHex(serial.toLatin1());
 }
 
-/// \param realRead  null: a card of this kind can't be read through PC/SC
+/// \param realRead  null if a card of this kind can't be read through PC/SC
 CardResult CardReaders::read(CardKind kind, RealRead realRead, bool contactlessFirst)
 {
     const CardConfig config = this->config();
     const auto fail = [kind](CardStatus status, const QString &reason) {
-        say(QStringLiteral("no %1 was read: %2").arg(cardName(kind), reason));
+        logFailure(QStringLiteral("no %1 was read").arg(cardName(kind)), reason);
         return CardResult{status, {}};
     };
     if (config.reader == CardReaderChoice::None) {
@@ -205,8 +202,8 @@ CardResult CardReaders::read(CardKind kind, RealRead realRead, bool contactlessF
     }
     if (config.reader == CardReaderChoice::Pcsc && !realRead) {
         return fail(CardStatus::NoReader,
-                    QStringLiteral("it needs a reader with a security module; "
-                                   "PC/SC, which devices.ini asks for, doesn't do"));
+                    QStringLiteral("it can't be read through PC/SC, which devices.ini asks for: "
+                                   "that needs a reader with a security module"));
     }
     if (config.reader != CardReaderChoice::Simulated && realRead) {
         const RealResult real = m_real->read(realRead, contactlessFirst);
@@ -221,18 +218,18 @@ CardResult CardReaders::read(CardKind kind, RealRead realRead, bool contactlessF
                                                                 : CardStatus::NoCard,
                         real.reason);
         }
-        sayOnce(QStringLiteral("simulated cards are read: ") + real.reason);
+        logSimulationOnce(real.reason);
     }
     return readSimulatedCard(m_folder + QStringLiteral("/cards"), kind, config);
 }
 
-/// A line that would come with every read, unless something changes.
-void CardReaders::sayOnce(const QString &line)
+/// Logs why simulated cards are read, at the first read and when the reason changes.
+void CardReaders::logSimulationOnce(const QString &reason)
 {
     const std::lock_guard<std::mutex> lock(m_mutex);
-    if (line != m_said) {
-        m_said = line;
-        say(line);
+    if (reason != m_loggedReason) {
+        m_loggedReason = reason;
+        logFailure("simulated cards are read", reason);
     }
 }
 
@@ -247,7 +244,7 @@ bool CardReaders::isConnected()
         : RealResult{
             CardPresence::NoReader, {}, QStringLiteral("devices.ini says there is no reader")};
     if (!real.reason.isEmpty()) {
-        say(QStringLiteral("no card reader: ") + real.reason);
+        logFailure("no card reader", real.reason);
     }
     return real.reason.isEmpty();
 }
@@ -260,13 +257,13 @@ bool CardReaders::openUsb()
 
 bool CardReaders::openSerial(const QString &port)
 {
-    const QString obstacle = serialObstacle(port);
-    if (!obstacle.isEmpty()) {
+    const QString problem = serialPortProblem(port);
+    if (!problem.isEmpty()) {
         // Quoted: the name comes from a page.
         qWarning() << "portable: the card reader on" << port
-                   << "doesn't open:" << qUtf8Printable(obstacle);
+                   << "doesn't open:" << qUtf8Printable(problem);
     }
-    m_isOpen = obstacle.isEmpty() && isConnected();
+    m_isOpen = problem.isEmpty() && isConnected();
     return m_isOpen;
 }
 
@@ -275,13 +272,13 @@ void CardReaders::close()
     m_isOpen = false;
 }
 
-/// False with the reason in the log.
+/// If not, the log gives the reason.
 bool CardReaders::hasSimulatedReader()
 {
     const CardReaderChoice choice = config().reader;
     const bool result = choice == CardReaderChoice::Auto || choice == CardReaderChoice::Simulated;
     if (!result) {
-        say(QStringLiteral("no security module: devices.ini has no simulated reader"));
+        logFailure("no security module", QStringLiteral("devices.ini has no simulated reader"));
     }
     return result;
 }
@@ -289,15 +286,14 @@ bool CardReaders::hasSimulatedReader()
 bool CardReaders::hasModule()
 {
     if (!m_isOpen) {
-        say(QStringLiteral("no security module: the card reader isn't open"));
-        return false;
+        return logFailure("no security module", QStringLiteral("the card reader isn't open"));
     }
     return hasSimulatedReader();
 }
 
 QByteArray CardReaders::moduleNumber()
 {
-    // In the form of a real one; no module has a number of zeros.
+    // The format of a real one; no real module has the number zero.
     return hasSimulatedReader() ? QByteArray("00.00-20000101-0000000000-0000000000") : QByteArray();
 }
 

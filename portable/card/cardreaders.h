@@ -14,8 +14,8 @@
 namespace portable {
 
 /**
- * The card readers of the program: simulated ones, and those of PC/SC. Callable from any thread.
- * devices.ini is read at each call, so a card is swapped by editing it.
+ * The card readers of the program, simulated and PC/SC. Callable from any thread. Every call reads
+ * devices.ini, so editing it swaps the simulated card.
  */
 class CardReaders
 {
@@ -23,35 +23,36 @@ public:
     static CardReaders &instance();
 
     /**
-     * \param folder     where devices.ini and the folder cards/ are
-     * \param timeLimit  of a read of a real card
+     * \param folder     folder of devices.ini and cards/
+     * \param cards      the real readers
+     * \param timeLimit  for a read of a real card
      */
     CardReaders(const QString &folder, std::unique_ptr<SmartCards> cards,
                 std::chrono::milliseconds timeLimit = std::chrono::seconds(5));
 
     /**
-     * Reads a card. Why it can't be read goes to the log.
-     * \param type  2: contactless before contact; any other: the other way round
+     * Reads a card. On failure the log gives the reason.
+     * \param type  2: contactless cards first; any other value: contact cards first
      */
     CardResult read(CardKind kind, int type = 0);
 
-    /// The number of a card's chip, 4 to 10 bytes; empty when it can't be read.
+    /// Serial number of a card's chip, 4 to 10 bytes; empty on failure, with a line in the log.
     QByteArray readSerial(CardKind kind);
 
-    /// Whether a reader is connected, be it the simulated one; the reason in the log when not.
+    /// Whether a reader is connected, real or simulated; if not, the log gives the reason.
     bool isConnected();
 
-    /// \name Opening keeps a state that reading doesn't need
+    /// \name Opening changes what hasModule() returns; reading works without it
     ///@{
     bool openUsb();
-    bool openSerial(const QString &port); ///< \param port  a serial device of this machine
+    bool openSerial(const QString &port); ///< \param port  path of a serial port
     void close();
     ///@}
 
-    /// Whether the security module, which is simulated only, answers: while open.
+    /// Whether there is a security module: only the simulated reader has one, while it is open.
     bool hasModule();
 
-    QByteArray moduleNumber(); ///< Of the simulated security module; null without it.
+    QByteArray moduleNumber(); ///< Number of the simulated security module; null without one.
 
 private:
     using RealRead = QJsonObject (*)(CardChannel &, bool contactlessFirst, QString *error);
@@ -60,13 +61,13 @@ private:
     CardResult read(CardKind kind, RealRead realRead, bool contactlessFirst);
     bool hasSimulatedReader();
     CardConfig config() const;
-    void sayOnce(const QString &line);
+    void logSimulationOnce(const QString &reason);
 
     const QString m_folder;
     const std::shared_ptr<RealCards> m_real;
     std::atomic<bool> m_isOpen{false};
     std::mutex m_mutex;
-    QString m_said; // guarded by m_mutex
+    QString m_loggedReason; // guarded by m_mutex
 };
 
 } // namespace portable

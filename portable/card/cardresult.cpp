@@ -58,7 +58,7 @@ QString cardName(CardKind kind)
 QByteArray cardText(const CardResult &result)
 {
     QJsonObject text = result.fields;
-    // Callers tell success by "code", a text, or "result", a number: both are there.
+    // Some callers check "code", a string, others "result", a number: both are set.
     text.insert(QStringLiteral("code"), QString::number(int(result.status)));
     text.insert(QStringLiteral("result"), result.isRead() ? 1 : 0);
     text.insert(QStringLiteral("message"), message(result.status));

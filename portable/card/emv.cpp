@@ -10,7 +10,7 @@ namespace portable {
 
 namespace {
 
-constexpr int maxRecords = 48; // that are read of one application; real ones have 3 to 12
+constexpr int maxRecords = 48; // read from one application; real ones have 3 to 12
 constexpr size_t maxApplications = 12;
 
 // EMV Book 3, annex A
@@ -24,7 +24,7 @@ constexpr quint32 tagPriority = 0x87;
 constexpr quint32 tagDirectoryFile = 0x88;
 constexpr quint32 tagFileLocator = 0x94;
 constexpr quint32 tagTerminalQualifiers = 0x9F66; // EMV contactless, Book A
-constexpr quint32 tagDataWanted = 0x9F38;
+constexpr quint32 tagPdol = 0x9F38;
 
 /// Debit and credit applications of the payment schemes, for cards without a directory.
 constexpr const char *knownApplications[] = {
@@ -32,7 +32,7 @@ constexpr const char *knownApplications[] = {
     "A0000000031010",   "A0000000041010",   "A0000000651010",   "A00000002501",
 };
 
-/// What is known of the card so far.
+/// What has been read from the card so far.
 struct BankCard
 {
     QString number;
@@ -46,7 +46,7 @@ quint8 byteAt(const QByteArray &bytes, int place)
     return quint8(bytes[place]);
 }
 
-/// "2030-12" for "3012"; empty for anything that is no month.
+/// "2030-12" for "3012"; empty for anything that isn't a year and month.
 QString expiryOf(const QString &yearMonth)
 {
     bool isNumber = false;
@@ -58,7 +58,7 @@ QString expiryOf(const QString &yearMonth)
     return QStringLiteral("20%1-%2").arg(yearMonth.left(2), yearMonth.mid(2));
 }
 
-/// The digits of a card number, two a byte, filled up by F; empty for anything else.
+/// A card number without its padding of F; empty for anything else.
 QString numberOf(QString digits)
 {
     while (digits.endsWith(QLatin1Char('f'))) {
@@ -76,8 +76,8 @@ QString hex(const QByteArray &bytes)
     return QString::fromLatin1(bytes.toHex());
 }
 
-/// Takes what a record, or the answer to the start, tells of the card.
-void note(const QByteArray &data, BankCard *card)
+/// Adds the number and expiry in a record, or in the response to GET PROCESSING OPTIONS.
+void addDataOf(const QByteArray &data, BankCard *card)
 {
     const auto set = [](QString *field, const QString &value) {
         if (field->isEmpty()) {
@@ -86,7 +86,7 @@ void note(const QByteArray &data, BankCard *card)
     };
     set(&card->number, numberOf(hex(findTlv(data, tagNumber))));
     set(&card->expiry, expiryOf(hex(findTlv(data, tagExpiry)).left(4)));
-    // Track 2: the number, D, year and month, and what we don't need.
+    // Track 2: the number, D, year and month, and more that isn't needed.
     const QString track2 = hex(findTlv(data, tagTrack2));
     const int separator = track2.indexOf(QLatin1Char('d'));
     if (separator > 0) {
@@ -98,7 +98,7 @@ void note(const QByteArray &data, BankCard *card)
 struct Application
 {
     QByteArray identifier;
-    int priority = 0; // 1 is the highest; 0 says nothing
+    int priority = 0; // 1 is the highest; 0: none is given
 };
 
 void addApplications(const QByteArray &directory, std::vector<Application> *applications)
@@ -114,19 +114,19 @@ void addApplications(const QByteArray &directory, std::vector<Application> *appl
     }
 }
 
-/// The applications in the directory of that name, the preferred ones first.
+/// The applications in the directory of that name, by priority.
 std::vector<Application> directory(CardChannel &card, const char *name)
 {
     std::vector<Application> applications;
-    const CardAnswer answer = card.selectByName(name);
-    if (!answer.isOk()) {
+    const CardResponse response = card.selectByName(name);
+    if (!response.isOk()) {
         return applications;
     }
-    addApplications(answer.data, &applications); // contactless: all stand here
-    const QByteArray file = findTlv(answer.data, tagDirectoryFile); // contact: in a file
+    addApplications(response.data, &applications); // contactless cards list them here,
+    const QByteArray file = findTlv(response.data, tagDirectoryFile); // contact cards in a file
     if (!file.isEmpty() && byteAt(file, 0) >= 1 && byteAt(file, 0) <= 30) {
         for (int number = 1; number <= maxRecords; ++number) {
-            const CardAnswer record = card.readRecord(number, byteAt(file, 0));
+            const CardResponse record = card.readRecord(number, byteAt(file, 0));
             if (!record.isOk()) {
                 break;
             }
@@ -157,11 +157,11 @@ std::vector<Application> applicationsOf(CardChannel &card, bool contactlessFirst
     return applications;
 }
 
-/// The data that the card wants for a start, in a template; null when it wants too much.
-QByteArray startData(const QByteArray &dataWanted)
+/// The data of GET PROCESSING OPTIONS that the card's PDOL asks for; empty if it is malformed.
+QByteArray processingOptionsData(const QByteArray &pdol)
 {
     std::vector<DolEntry> entries;
-    if (!parseDol(dataWanted, &entries)) {
+    if (!parseDol(pdol, &entries)) {
         return {};
     }
     QByteArray values;
@@ -171,7 +171,7 @@ QByteArray startData(const QByteArray &dataWanted)
         }
         QByteArray value(entry.length, 0); // no amount, no country, no date
         if (entry.tag == tagTerminalQualifiers && entry.length == 4) {
-            // Full EMV contactless; PIN online and signature. A card refuses a terminal with none.
+            // EMV mode, online PIN, signature. A card refuses a terminal that supports nothing.
             value = QByteArray::fromHex("26000000");
         }
         values += value;
@@ -179,14 +179,14 @@ QByteArray startData(const QByteArray &dataWanted)
     return QByteArray::fromHex("83") + char(values.size()) + values;
 }
 
-/// Where the records are; the answer to the start may have it in two forms.
-QByteArray fileLocator(const QByteArray &answer)
+/// The list of records in the response to GET PROCESSING OPTIONS, which has one of two formats.
+QByteArray fileLocator(const QByteArray &response)
 {
-    const QByteArray plain = findTlv(answer, tagFormat1);
-    return plain.isEmpty() ? findTlv(answer, tagFileLocator) : plain.mid(2);
+    const QByteArray plain = findTlv(response, tagFormat1);
+    return plain.isEmpty() ? findTlv(response, tagFileLocator) : plain.mid(2);
 }
 
-/// Reads the records that are named, until the card's number and expiry are known.
+/// Reads the listed records until number and expiry are known.
 void readRecords(CardChannel &channel, const QByteArray &locator, BankCard *card)
 {
     int left = maxRecords;
@@ -199,28 +199,28 @@ void readRecords(CardChannel &channel, const QByteArray &locator, BankCard *card
         }
         for (int number = first; number <= last && !card->isComplete() && left > 0;
              ++number, --left) {
-            const CardAnswer record = channel.readRecord(number, file);
+            const CardResponse record = channel.readRecord(number, file);
             if (record.isOk()) {
-                note(record.data, card);
+                addDataOf(record.data, card);
             }
         }
     }
 }
 
-/// Reads one application; \return false, with the reason, without a card number in it.
+/// Reads one application. \return false without a card number, with the reason in `error`
 bool readApplication(CardChannel &channel, const QByteArray &identifier, BankCard *card,
                      QString *error)
 {
-    const CardAnswer selected = channel.selectByName(identifier);
+    const CardResponse selected = channel.selectByName(identifier);
     if (!selected.isOk()) {
-        return false; // the reason of an application before it says more
+        return false; // keep the more useful reason of an earlier application
     }
-    const QByteArray data = startData(findTlv(selected.data, tagDataWanted));
+    const QByteArray data = processingOptionsData(findTlv(selected.data, tagPdol));
     if (data.isEmpty()) {
-        *error = QStringLiteral("its list of data for a start is malformed");
+        *error = QStringLiteral("its list of transaction data (PDOL) is malformed");
         return false;
     }
-    const CardAnswer started =
+    const CardResponse started =
         channel.send({0x80, 0xA8, 0x00, 0x00, data}); // GET PROCESSING OPTIONS
     if (!started.isOk()) {
         *error =
@@ -228,7 +228,7 @@ bool readApplication(CardChannel &channel, const QByteArray &identifier, BankCar
         return false;
     }
     *card = {};
-    note(started.data, card);
+    addDataOf(started.data, card);
     readRecords(channel, fileLocator(started.data), card);
     if (card->number.isEmpty()) {
         *error = QStringLiteral("none of its records has a card number");

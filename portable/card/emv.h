@@ -8,11 +8,11 @@
 namespace portable {
 
 /**
- * Reads the number and the expiry of a bank card (EMV Books 1 and 3): chooses the application,
- * starts a transaction of nothing, which is never completed, and reads the records that are named.
- * \param contactlessFirst  which of the two directories of applications is asked first
- * \return "number" (digits) and, if it is told, "expiry" (2030-12); on failure nothing, with the
- *         reason for the log
+ * Reads number and expiry of a bank card (EMV Books 1 and 3): selects the application, starts a
+ * transaction over nothing, which is never completed, and reads the records that the card lists.
+ * \param contactlessFirst  whether to try the contactless directory of applications first
+ * \return "number" (digits) and, if the card has it, "expiry" (2030-12); empty on failure, with the
+ *         reason in `error`
  */
 QJsonObject readBankCard(CardChannel &card, bool contactlessFirst, QString *error);
 

@@ -14,8 +14,8 @@ namespace portable {
 
 namespace {
 
-constexpr auto waitForOthers = std::chrono::milliseconds(1000); // that hold the card
-constexpr auto betweenTries = std::chrono::milliseconds(50);
+constexpr auto sharingTimeout = std::chrono::milliseconds(1000); // while another program has it
+constexpr auto retryInterval = std::chrono::milliseconds(50);
 
 QString reasonOf(const char *step, LONG code)
 {
@@ -24,7 +24,7 @@ QString reasonOf(const char *step, LONG code)
         .arg(quint32(code), 8, 16, QLatin1Char('0'));
 }
 
-/// A connection to the service of PC/SC.
+/// A connection to the PC/SC service.
 class Context
 {
 public:
@@ -43,17 +43,17 @@ public:
 
     SCARDCONTEXT handle() const { return m_handle; }
 
-    /// The names of the readers; none, with the reason for the log.
+    /// Names of the readers; without one, the reason is in `reason`.
     std::vector<QByteArray> readers(QString *reason) const
     {
         if (m_code != SCARD_S_SUCCESS) {
-            *reason = reasonOf("the PC/SC service (pcscd) doesn't answer", m_code);
+            *reason = reasonOf("the PC/SC service (pcscd) doesn't respond", m_code);
             return {};
         }
         DWORD size = 0;
         LONG code = SCardListReaders(m_handle, nullptr, nullptr, &size);
         QByteArray names(int(size), '\0');
-        if (code == SCARD_S_SUCCESS) { // a reader plugged in just now makes it fail: the next read
+        if (code == SCARD_S_SUCCESS) { // fails if a reader was just plugged in; the next read works
             code = SCardListReaders(m_handle, nullptr, names.data(), &size);
         }
         if (code != SCARD_S_SUCCESS) {
@@ -87,27 +87,27 @@ public:
     ~PcscConnection() override
     {
         if (m_isConnected) {
-            // Nothing stays selected. A card that is gone can't be reset: the service would not see
-            // the next one.
+            // Reset, so that no application stays selected. Resetting a card that is gone would
+            // keep the service from noticing the next one.
             SCardDisconnect(m_handle, m_isGone ? SCARD_LEAVE_CARD : SCARD_RESET_CARD);
         }
     }
 
-    /// For us alone: another program's commands between ours would give us its card's data.
+    /// Exclusive: another program's commands between ours could select another application.
     bool connect(const QByteArray &reader, QString *reason)
     {
-        const auto end = std::chrono::steady_clock::now() + waitForOthers;
+        const auto end = std::chrono::steady_clock::now() + sharingTimeout;
         LONG code = tryConnect(reader);
         while (code == LONG(SCARD_E_SHARING_VIOLATION) && std::chrono::steady_clock::now() < end) {
-            std::this_thread::sleep_for(betweenTries);
+            std::this_thread::sleep_for(retryInterval);
             code = tryConnect(reader);
         }
         m_isConnected = code == SCARD_S_SUCCESS;
         if (!m_isConnected) {
-            *reason =
-                reasonOf(code == LONG(SCARD_E_SHARING_VIOLATION) ? "another program uses the card"
-                                                                 : "the card can't be reached",
-                         code);
+            *reason = reasonOf(code == LONG(SCARD_E_SHARING_VIOLATION)
+                                   ? "another program is using the card"
+                                   : "can't connect to the card",
+                               code);
         }
         return m_isConnected;
     }
@@ -122,10 +122,10 @@ public:
         DWORD size = sizeof answer;
         const LONG code =
             SCardTransmit(m_handle, protocol, bytes, DWORD(command.size()), nullptr, answer, &size);
-        // Some drivers call it success that a card that was pulled out says nothing.
+        // Some drivers report success without data for a card that was pulled out.
         m_isGone = code != SCARD_S_SUCCESS || size < 2;
         if (code != SCARD_S_SUCCESS) {
-            *error = reasonOf("it doesn't answer", code);
+            *error = reasonOf("it doesn't respond", code);
             return {};
         }
         return {reinterpret_cast<const char *>(answer), int(size)};
@@ -145,7 +145,7 @@ private:
     bool m_isGone = false;
 };
 
-/// Made up by the reader for a card without contacts: 3B 8n 80 01 (PC/SC part 3, 3.1.3.2.3).
+/// Readers make up this ATR for contactless cards: 3B 8n 80 01 (PC/SC part 3, 3.1.3.2.3).
 bool isContactless(const SCARD_READERSTATE &state)
 {
     const unsigned char *const atr = state.rgbAtr;
@@ -153,13 +153,13 @@ bool isContactless(const SCARD_READERSTATE &state)
         && atr[3] == 0x01;
 }
 
-/// The slot of a security module, "... SAM 0": the card that lies there isn't the customer's.
-bool isModuleSlot(const QByteArray &reader)
+/// Whether this is the slot of a security module, "... SAM 0": its card isn't the customer's.
+bool isSamSlot(const QByteArray &reader)
 {
     return reader.toUpper().split(' ').contains("SAM");
 }
 
-/// The readers with a customer's card, those to be tried first in front.
+/// The readers with a customer's card, in the order to try them.
 std::vector<SCARD_READERSTATE> cards(const Context &context, const std::vector<QByteArray> &readers,
                                      bool contactlessFirst, QString *reason)
 {
@@ -172,13 +172,13 @@ std::vector<SCARD_READERSTATE> cards(const Context &context, const std::vector<Q
     const LONG code =
         SCardGetStatusChange(context.handle(), 0, states.data(), DWORD(states.size()));
     if (code != SCARD_S_SUCCESS) {
-        *reason = reasonOf("the PC/SC readers don't tell their state", code);
+        *reason = reasonOf("the PC/SC readers don't report their state", code);
         return {};
     }
     states.erase(std::remove_if(states.begin(), states.end(),
                                 [](const SCARD_READERSTATE &state) {
                                     return (state.dwEventState & SCARD_STATE_PRESENT) == 0
-                                        || isModuleSlot(state.szReader);
+                                        || isSamSlot(state.szReader);
                                 }),
                  states.end());
     std::stable_partition(states.begin(), states.end(), [=](const SCARD_READERSTATE &state) {

@@ -7,30 +7,30 @@
 
 namespace portable {
 
-/// What stands before a read of a real card.
+/// What a search for a real card found.
 enum class CardPresence { NoReader, NoCard, Card };
 
-/// The readers of this machine. Used by one thread at a time.
+/// The smart card readers of this machine. Used by one thread at a time.
 class SmartCards
 {
 public:
     virtual ~SmartCards() = default;
 
-    /// Reads a card; false when it isn't the right one.
+    /// Reads a card. \return false if it isn't the right one, to go on with the next
     using Read = std::function<bool(CardConnection &)>;
 
-    /// Whether there is a reader; the reason for the log when not.
+    /// Whether there is a reader; if not, the reason is in `reason`.
     virtual bool hasReader(QString *reason) = 0;
 
     /**
-     * Hands one card after the other to `read`, until it returns true.
-     * \param contactlessFirst  whether contactless cards come before those with contacts
-     * \param reason  why there is no reader or card, or why a card can't be reached
+     * Passes one card after another to `read`, until it returns true.
+     * \param contactlessFirst  whether contactless cards come before contact cards
+     * \param reason            receives why there is no reader or card, or no connection to it
      */
     virtual CardPresence visit(bool contactlessFirst, const Read &read, QString *reason) = 0;
 };
 
-/// Those of PC/SC (pcsc-lite). Without its service, or a reader, each call fails at once.
+/// The readers of PC/SC (pcsc-lite). Without its service or a reader, every call fails at once.
 class PcscCards : public SmartCards
 {
 public:

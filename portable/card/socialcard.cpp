@@ -10,10 +10,10 @@ namespace portable {
 
 namespace {
 
-/// The name of the application: "sx1.sh." and, in GB 2312, "社会保障".
+/// Name of the application: "sx1.sh." and, in GB 2312, "社会保障".
 constexpr char applicationName[] = "sx1.sh.\xC9\xE7\xBB\xE1\xB1\xA3\xD5\xCF";
 
-/// GB/T 3304: the codes of the peoples of China, from 01.
+/// GB/T 3304: the nationalities of China by code, from 01.
 constexpr const char *nations[] = {
     "汉",     "蒙古",   "回",       "藏",     "维吾尔",   "苗",   "彝",     "壮",
     "布依",   "朝鲜",   "满",       "侗",     "瑶",       "白",   "土家",   "哈尼",
@@ -24,7 +24,7 @@ constexpr const char *nations[] = {
     "京",     "塔塔尔", "独龙",     "鄂伦春", "赫哲",     "门巴", "珞巴",   "基诺",
 };
 
-/// A text in the national encoding; what stands behind its end (zeros, blanks) is cut off.
+/// A text in GB 18030, without its padding of zeros or spaces.
 QString text(const QByteArray &bytes)
 {
     const QByteArray content(bytes.constData(),
@@ -46,7 +46,7 @@ QString nation(const QByteArray &bytes)
     return code >= 1 && code <= count ? QString::fromUtf8(nations[code - 1]) : QString();
 }
 
-/// Eight digits, two a byte: year, month, day.
+/// A date in BCD: year, month, day.
 QString date(const QByteArray &bytes)
 {
     return QDate::fromString(QString::fromLatin1(bytes.toHex()), QStringLiteral("yyyyMMdd"))
@@ -68,7 +68,7 @@ constexpr Field fields[] = {
     {0xEF06, 0x0B, "nation", nation},   {0xEF06, 0x0D, "birthDate", date},
 };
 
-/// The value of a record: its number, a length, the value. Empty when it isn't of this form.
+/// The value of a record, which is its number, a length and the value; empty if malformed.
 QByteArray valueOf(const QByteArray &record, int number)
 {
     if (record.size() < 2 || quint8(record[0]) != number) {
@@ -86,7 +86,7 @@ QJsonObject readSocialCard(CardChannel &card, QString *error)
         *error = card.failure().isEmpty() ? reason : card.failure();
         return QJsonObject();
     };
-    const CardAnswer application = card.selectByName(applicationName);
+    const CardResponse application = card.selectByName(applicationName);
     if (!application.isOk()) {
         return fail(QStringLiteral("it has no social security application (%1)")
                         .arg(application.statusText()));
@@ -94,13 +94,13 @@ QJsonObject readSocialCard(CardChannel &card, QString *error)
     QJsonObject result;
     QString refusal;
     quint16 selectedFile = 0;
-    CardAnswer selected;
+    CardResponse selected;
     for (const Field &field : fields) {
         if (field.file != selectedFile) {
             selected = card.selectFile(field.file);
             selectedFile = field.file;
         }
-        const CardAnswer record =
+        const CardResponse record =
             selected.isOk() ? card.readRecordOfSelectedFile(field.record) : selected;
         if (!record.isOk()) {
             refusal = record.statusText();

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "portable/card/speech.h"
 
+#include "portable/base/failure.h"
+
 #include <QStandardPaths>
 #include <QStringList>
 #include <QtDebug>
@@ -24,10 +26,9 @@ constexpr const char *prompts[] = {
     "请正视摄像头", "请按指纹",         "请在屏上签名", "谢谢",
 };
 
-bool fail(const char *reason)
+bool logUnspoken(const QString &why)
 {
-    qWarning("portable: a prompt isn't spoken: %s", reason);
-    return false;
+    return logFailure("a prompt isn't spoken", why);
 }
 
 /// The speech program of this machine with its options for Chinese; empty without one.
@@ -46,7 +47,7 @@ QStringList findCommand()
     return {};
 }
 
-/// Starts a program without waiting for it; it is our child, whose end waitpid tells.
+/// Starts a program without waiting for its end; the caller reaps it with waitpid.
 bool start(const QStringList &command, pid_t *process)
 {
     std::vector<QByteArray> words;
@@ -66,7 +67,7 @@ bool start(const QStringList &command, pid_t *process)
     const int error =
         posix_spawn(process, arguments[0], &actions, nullptr, arguments.data(), environ);
     posix_spawn_file_actions_destroy(&actions);
-    return error == 0 || fail(std::strerror(error));
+    return error == 0 || logUnspoken(qt_error_string(error));
 }
 
 } // namespace
@@ -80,15 +81,16 @@ QString prompt(int number)
 bool speak(const QString &text)
 {
     static std::mutex mutex;
-    static pid_t speaker = 0; // process of the last prompt, 0: has ended; guarded by mutex
+    static pid_t speech = 0; // process of the last prompt, 0 once it has ended; guarded by mutex
     const std::lock_guard<std::mutex> lock(mutex);
-    if (speaker > 0 && ::waitpid(speaker, nullptr, WNOHANG) == 0) {
-        return fail("the one before is still being spoken");
+    if (speech > 0 && ::waitpid(speech, nullptr, WNOHANG) == 0) {
+        return logUnspoken(QStringLiteral("the previous one is still being spoken"));
     }
-    speaker = 0;
+    speech = 0;
     const QStringList command = findCommand();
-    return command.isEmpty() ? fail("neither espeak-ng nor spd-say is installed")
-                             : start(command + QStringList{text}, &speaker);
+    return command.isEmpty()
+        ? logUnspoken(QStringLiteral("neither espeak-ng nor spd-say is installed"))
+        : start(command + QStringList{text}, &speech);
 }
 
 } // namespace portable

@@ -5,14 +5,14 @@ class QString;
 
 namespace portable {
 
-/// The prompt of a number, in Chinese; empty for a number without one. docs/cards.md lists them.
+/// The prompt with this number, in Chinese; empty if there is none. docs/cards.md lists them.
 QString prompt(int number);
 
 /**
- * Starts to speak with the speech program of this machine (espeak-ng or spd-say), and returns at
- * once. One prompt at a time: while another is spoken, none is started. Callable from any thread.
+ * Starts speaking with this machine's speech program (espeak-ng or spd-say) and returns at once.
+ * Fails while a previous text is still being spoken. Callable from any thread.
  * \param text  in Chinese
- * \return false, with a line in the log, when it isn't spoken
+ * \return false if it isn't spoken, with the reason in the log
  */
 bool speak(const QString &text);
 

@@ -5,9 +5,9 @@ namespace portable {
 
 namespace {
 
-constexpr int deepest = 6; // EMV nests 4 deep
+constexpr int maxDepth = 6; // EMV nests 4 deep
 
-/// Goes over bytes, refusing every step past their end.
+/// Reads bytes in order, and never past their end.
 class Cursor
 {
 public:
@@ -18,7 +18,7 @@ public:
 
     bool atEnd() const { return m_place == m_bytes.size(); }
 
-    /// Zeros between objects have no meaning.
+    /// Zeros between objects are padding.
     void skipPadding()
     {
         while (!atEnd() && m_bytes[m_place] == 0) {
@@ -37,7 +37,7 @@ public:
         if ((byte & 0x1F) != 0x1F) {
             return true;
         }
-        for (int i = 0; i < 3; ++i) { // further bytes: bit 8 says that another one follows
+        for (int i = 0; i < 3; ++i) { // up to three more bytes; bit 8: another one follows
             if (!readByte(&byte)) {
                 return false;
             }
@@ -60,7 +60,7 @@ public:
             return true;
         }
         const int count = byte & 0x7F;
-        if (count < 1 || count > 3) { // 0 is the indefinite form, which cards don't use
+        if (count < 1 || count > 3) { // 0 would be the indefinite form, which cards don't use
             return false;
         }
         *length = 0;
@@ -97,7 +97,7 @@ private:
     int m_place = 0;
 };
 
-/// Appends to `found`; as it was, and false, when the bytes are malformed.
+/// Appends to `found`. \return false, with `found` unchanged, if the bytes are malformed
 bool collect(const QByteArray &bytes, quint32 wanted, int depth, std::vector<QByteArray> *found)
 {
     const size_t before = found->size();
@@ -114,7 +114,7 @@ bool collect(const QByteArray &bytes, quint32 wanted, int depth, std::vector<QBy
         }
         if (tag == wanted) {
             found->push_back(value);
-        } else if (isConstructed && depth < deepest) {
+        } else if (isConstructed && depth < maxDepth) {
             collect(value, wanted, depth + 1, found);
         }
     }

@@ -13,7 +13,7 @@ namespace portable {
 
 namespace {
 
-/// The path of a document's file; empty, with a reason, when nothing can be written there.
+/// The path of a document's file; empty, with a reason, when it can't be created.
 QString placeOf(const char *directory, const char *name, const QString &extension, QString *error)
 {
     const QString folder = pathOf(directory);
@@ -29,18 +29,9 @@ QString placeOf(const char *directory, const char *name, const QString &extensio
         *error = QStringLiteral("the name of the file is too long");
         return {};
     }
-    // Tried before the first page, or else it would be known only when everything has been scanned.
+    // Checked before the first page, not only when everything has been scanned.
     const QString path = folder + QLatin1Char('/') + file;
     return canWriteFile(path, error) ? path : QString();
-}
-
-bool fail(const char *function, const QString &why)
-{
-    constexpr int longest = 1000; // a path from a page may be of any length
-    return failed(function,
-                  why.size() <= longest
-                      ? why
-                      : why.left(longest / 2) + QStringLiteral("...") + why.right(longest / 2));
 }
 
 } // namespace
@@ -50,7 +41,7 @@ DocumentBuilder::DocumentBuilder(QString extension)
 {
 }
 
-/// Runs `body` while nobody else works on the document; no exception leaves it.
+/// Runs `body` with the document locked; no exception escapes.
 template <class Body> bool DocumentBuilder::exclusively(const char *function, Body body)
 {
     const std::lock_guard<std::mutex> lock(m_mutex);
@@ -64,16 +55,16 @@ bool DocumentBuilder::start(const char *function, const char *directory, const c
         QString error;
         const QString path = placeOf(directory, name, m_extension, &error);
         if (path.isEmpty()) {
-            return fail(function, error);
+            return logFailure(function, error);
         }
         if (m_work && !m_work->pages.pages().empty()) {
             const bool written = m_work->write(m_work->pages, m_work->path, &error);
-            fail(function,
-                 QStringLiteral("%1 was not ended; its %2 pages are %3")
-                     .arg(m_work->path)
-                     .arg(m_work->pages.pages().size())
-                     .arg(written ? QStringLiteral("written now")
-                                  : QStringLiteral("lost: ") + error));
+            logFailure(function,
+                       QStringLiteral("%1 was not ended; its %2 pages are %3")
+                           .arg(m_work->path)
+                           .arg(m_work->pages.pages().size())
+                           .arg(written ? QStringLiteral("written now")
+                                        : QStringLiteral("lost: ") + error));
         }
         m_work = std::make_unique<Work>();
         m_work->path = path;
@@ -86,7 +77,7 @@ bool DocumentBuilder::addPage(const char *function, const PageMaker &make, float
 {
     return exclusively(function, [&] {
         if (!m_work) {
-            return fail(function, QStringLiteral("no document was started"));
+            return logFailure(function, QStringLiteral("no document was started"));
         }
         QString error;
         PageSpool &pages = m_work->pages;
@@ -94,7 +85,7 @@ bool DocumentBuilder::addPage(const char *function, const PageMaker &make, float
         if (image && pages.insert(pageIndex(number, pages.pages().size()), *image, &error)) {
             return true;
         }
-        return !error.isEmpty() && fail(function, error);
+        return !error.isEmpty() && logFailure(function, error);
     });
 }
 
@@ -102,16 +93,16 @@ bool DocumentBuilder::end(const char *function)
 {
     return exclusively(function, [&] {
         if (!m_work) {
-            return fail(function, QStringLiteral("no document was started"));
+            return logFailure(function, QStringLiteral("no document was started"));
         }
         QString error;
         if (m_work->pages.pages().empty()) {
-            error = m_work->path + QStringLiteral(": not written, for it has no page");
+            error = m_work->path + QStringLiteral(": not written, as it has no page");
         } else if (!m_work->write(m_work->pages, m_work->path, &error)) {
-            return fail(function, error);
+            return logFailure(function, error);
         }
         m_work.reset();
-        return error.isEmpty() || fail(function, error);
+        return error.isEmpty() || logFailure(function, error);
     });
 }
 

@@ -2,6 +2,7 @@
 #include "portable/document/mergedimage.h"
 
 #include "portable/base/atomicfile.h"
+#include "portable/base/failure.h"
 #include "portable/document/pageimage.h"
 #include "portable/picture/jpegfile.h"
 
@@ -17,12 +18,12 @@ namespace {
 
 constexpr int bytesPerPixel = 3;
 
-/// Where the pictures go in the result.
+/// Where the pictures are placed in the result.
 struct Layout
 {
     double scale = 1;
     cv::Size size;
-    std::vector<cv::Rect> places; ///< One for each, none empty.
+    std::vector<cv::Rect> places; ///< One for each picture, none empty.
 };
 
 double limit(qint64 given)
@@ -30,10 +31,10 @@ double limit(qint64 given)
     return given > 0 ? double(std::min<qint64>(given, largestJpegSide)) : largestJpegSide;
 }
 
-/// \return false when some pictures would vanish, so many there are
+/// \return false when there are so many pictures that some would vanish
 bool layOut(const std::vector<PageSpool::Entry> &pages, const MergePlan &plan, Layout *layout)
 {
-    // Of the whole in its own size: along the direction, and across it.
+    // The unscaled size of the whole, along the direction and across it.
     double along = plan.gap * double(pages.size() - 1);
     double across = 0;
     const auto turn = [&plan](cv::Size size) {
@@ -48,7 +49,7 @@ bool layOut(const std::vector<PageSpool::Entry> &pages, const MergePlan &plan, L
     const double maxAcross = limit(plan.sideBySide ? plan.maxHeight : plan.maxWidth);
     layout->scale = std::min({1.0, maxAlong / along, maxAcross / across});
 
-    // Edges are rounded, not sizes, so that what touched still does.
+    // Edges are rounded, not sizes, so that adjacent pictures stay adjacent.
     double position = 0;
     cv::Size total;
     for (const PageSpool::Entry &entry : pages) {
@@ -77,7 +78,7 @@ cv::Mat pixelsOf(const PageSpool &pages, const PageSpool::Entry &entry, QString 
     return ok ? pixels : cv::Mat();
 }
 
-/// The pages in the sizes of their places.
+/// The pages scaled to their places.
 bool scalePages(const PageSpool &pages, const Layout &layout, PageSpool *scaled, QString *error)
 {
     for (std::size_t i = 0; i < layout.places.size(); ++i) {
@@ -94,7 +95,7 @@ bool scalePages(const PageSpool &pages, const Layout &layout, PageSpool *scaled,
     return true;
 }
 
-/// The rows of the result, from pages that have the sizes of their places.
+/// The rows of the result, from pages of the sizes of their places.
 RowSource rowsOf(const PageSpool &pages, const Layout &layout)
 {
     const auto row =
@@ -149,11 +150,11 @@ QByteArray merged(const PageSpool &pages, const MergePlan &plan, int quality, QS
 bool readMergePlan(short direction, short gap, qint64 maxWidth, qint64 maxHeight, MergePlan *plan,
                    QString *error)
 {
-    constexpr short widestGap = 1000;
+    constexpr short maxGap = 1000;
     if (direction != 0 && direction != 1) {
         *error = QStringLiteral("there is no direction %1").arg(direction);
-    } else if (gap < 0 || gap > widestGap) {
-        *error = QStringLiteral("a gap of %1 pixels is not from 0 to %2").arg(gap).arg(widestGap);
+    } else if (gap < 0 || gap > maxGap) {
+        *error = QStringLiteral("a gap of %1 pixels is not from 0 to %2").arg(gap).arg(maxGap);
     } else if (maxWidth < 0 || maxHeight < 0) {
         *error = QStringLiteral("a largest size of %1 x %2 pixels").arg(maxWidth).arg(maxHeight);
     } else {
@@ -168,8 +169,7 @@ bool writeMergedImage(const PageSpool &pages, const MergePlan &plan, int quality
 {
     const QByteArray file = merged(pages, plan, quality, error);
     if (file.isEmpty()) {
-        *error = path + QStringLiteral(": ") + *error;
-        return false;
+        return prefixError(path, error);
     }
     return writeWholeFile(path, file, error);
 }

@@ -5,25 +5,25 @@
 
 namespace portable {
 
-/// How pictures are merged into one.
+/// How pictures are merged into one: beside or below each other.
 struct MergePlan
 {
-    bool sideBySide = false; ///< Or else one under another.
-    int gap = 0; ///< White pixels between two.
-    qint64 maxWidth = 0; ///< Of the result in pixels; 0: no limit but that of JPEG.
+    bool sideBySide = false; ///< Otherwise one below another.
+    int gap = 0; ///< White pixels between two pictures.
+    qint64 maxWidth = 0; ///< Of the result in pixels; 0: only the limit of JPEG.
     qint64 maxHeight = 0;
 };
 
-/// A plan from the numbers that a page gives; false with a reason where they make none.
+/// Checks the numbers that a page gives. \return false with a reason when they are no plan
 bool readMergePlan(short direction, short gap, qint64 maxWidth, qint64 maxHeight, MergePlan *plan,
                    QString *error);
 
 /**
- * Writes pages as one JPEG: along the plan's direction in their order, aligned at the left or at
- * the top, on white. One that is larger than the plan or JPEG allows is scaled down as a whole, and
- * its resolution with it. Takes the memory of a page, however many there are.
+ * Writes pages as one JPEG: in order along the plan's direction, aligned left or top, on white. A
+ * result larger than the plan or JPEG allows is scaled down as a whole, and its resolution with it.
+ * Needs the memory of one page, however many there are.
  * \param pages  Bgr
- * \return false with a reason that names the path; then no file is there
+ * \return false with a reason that names the path; no file is created then
  */
 bool writeMergedImage(const PageSpool &pages, const MergePlan &plan, int quality,
                       const QString &path, QString *error);

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-// The structure is that of GB/T 33190-2016, chapter 7; in each file the order of elements matters.
+// The structure follows GB/T 33190-2016, chapter 7; in each file the order of elements matters.
 #include "portable/document/ofddocument.h"
 
 #include "portable/base/atomicfile.h"
@@ -19,7 +19,7 @@ namespace portable {
 
 namespace {
 
-// Objects of a document are numbered from 1, each number once. A page takes four.
+// The objects of a document are numbered from 1, each number used once. A page has four.
 enum IdOfPage { PageId, LayerId, ObjectId, ImageId, IdsPerPage };
 
 QString id(std::size_t page, IdOfPage which)
@@ -27,7 +27,7 @@ QString id(std::size_t page, IdOfPage which)
     return QString::number(1 + page * IdsPerPage + which);
 }
 
-QString millimetres(int pixels, int dpi)
+QString millimeters(int pixels, int dpi)
 {
     return QString::number(pixels * 25.4 / dpi, 'f', 3);
 }
@@ -35,15 +35,15 @@ QString millimetres(int pixels, int dpi)
 /// "0 0 width height"
 QString boxOf(const Page &page)
 {
-    return QStringLiteral("0 0 ") + millimetres(page.size.width, page.dpi.x) + QLatin1Char(' ')
-        + millimetres(page.size.height, page.dpi.y);
+    return QStringLiteral("0 0 ") + millimeters(page.size.width, page.dpi.x) + QLatin1Char(' ')
+        + millimeters(page.size.height, page.dpi.y);
 }
 
-/// The unit square, which an image fills, made as large as the page.
+/// Scales the unit square, which an image fills, to the page.
 QString matrixOf(const Page &page)
 {
-    return millimetres(page.size.width, page.dpi.x) + QStringLiteral(" 0 0 ")
-        + millimetres(page.size.height, page.dpi.y) + QStringLiteral(" 0 0");
+    return millimeters(page.size.width, page.dpi.x) + QStringLiteral(" 0 0 ")
+        + millimeters(page.size.height, page.dpi.y) + QStringLiteral(" 0 0");
 }
 
 QString imageName(std::size_t page, const Page &of)
@@ -58,7 +58,7 @@ QString pageFile(std::size_t page)
     return QStringLiteral("Pages/Page_%1/Content.xml").arg(page);
 }
 
-/// Writes one XML file, all of whose elements are of OFD's namespace.
+/// Writes one XML file with all elements in OFD's namespace.
 class OfdXml
 {
 public:
@@ -82,7 +82,7 @@ public:
         m_writer.writeTextElement(space(), QLatin1String(name), text);
     }
 
-    /// The file with this root.
+    /// The bytes of a file with this root element.
     static QByteArray file(const char *root, const Attributes &attributes,
                            const std::function<void(OfdXml &)> &children)
     {
@@ -181,7 +181,7 @@ QByteArray pageXml(std::size_t index, const Page &page)
     });
 }
 
-/// A ZIP file that is being made: on the disk once close() says so.
+/// A ZIP file being written; complete on disk when close() returns true.
 class Zip
 {
 public:
@@ -198,7 +198,7 @@ public:
         }
     }
 
-    /// Compressed.
+    /// Adds a file, compressed.
     bool add(const QString &name, const QByteArray &bytes)
     {
         char *copy = static_cast<char *>(std::malloc(std::size_t(bytes.size())));
@@ -215,7 +215,7 @@ public:
         return add(name, source, ZIP_CM_DEFLATE);
     }
 
-    /// As they are, for pictures are compressed already; read by close().
+    /// Stored, as pictures are compressed already; close() reads the bytes.
     bool add(const QString &name, const QByteArray &path, const PageSpool::Entry &page)
     {
         return m_zip
@@ -260,7 +260,7 @@ private:
     }
 
     std::unique_ptr<zip_t, Discard> m_zip;
-    QString m_reason; // why it couldn't be begun
+    QString m_reason; // why it couldn't be created
 };
 
 bool writeTo(const QString &path, const PageSpool &spool, QString *error)

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-/// \file How pictures become pages.
+/// \file Pictures turned into pages of a document.
 #pragma once
 
 #include "portable/document/pagespool.h"
@@ -8,17 +8,17 @@
 
 namespace portable {
 
-// Of a picture in memory: 8-bit BGR. None when the picture can't be encoded.
+// From a picture in memory, 8-bit BGR. nullopt when the picture can't be encoded.
 
 std::optional<PageImage> jpegPage(const cv::Mat &picture, int quality, Dpi dpi);
 std::optional<PageImage> group4Page(const cv::Mat &picture, Dpi dpi);
 std::optional<PageImage> bilevelPngPage(const cv::Mat &picture, Dpi dpi);
 PageImage bgrPage(const cv::Mat &picture, Dpi dpi);
 
-// Of the bytes of an image file. Their resolution is the file's own, or else `dpi`, where the file
-// tells none or one that no scanner has. None, with a reason, when it isn't a whole image.
+// From the bytes of an image file. The resolution is the file's own, or `dpi` when the file has
+// none or an absurd one. nullopt, with a reason, when the file isn't a complete image.
 
-/// A JPEG stays as it is, but for those that need turning or that viewers may show wrong.
+/// A JPEG is embedded unchanged, unless it must be rotated or viewers might not show it properly.
 std::optional<PageImage> jpegPageOf(const QByteArray &file, int quality, Dpi dpi, QString *error);
 std::optional<PageImage> group4PageOf(const QByteArray &file, Dpi dpi, QString *error);
 

@@ -12,7 +12,7 @@ namespace portable {
 
 namespace {
 
-/// Where spools lie.
+/// The directory of spools.
 QString spoolDirectory()
 {
     const QString usual = QStringLiteral("/var/tmp");
@@ -23,8 +23,8 @@ QString spoolDirectory()
 }
 
 /**
- * Moves all of `length` bytes.
- * \param move  takes how many are done, and does some more as pread and pwrite do
+ * Reads or writes all of `length` bytes.
+ * \param move  is given the number of bytes done, and does more like pread and pwrite
  * \return false with a reason
  */
 template <class Move> bool moveAll(qint64 length, Move move, QString *error)
@@ -64,7 +64,7 @@ bool PageSpool::insert(std::size_t index, const PageImage &image, QString *error
     };
     if (!moveAll(length, write, error)) {
         if (::ftruncate(file, m_end) != 0) {
-            // Its space is lost until the document ends; the next page is written over it.
+            // Its space is not freed until the next page is written over it.
         }
         return false;
     }
@@ -92,8 +92,9 @@ bool PageSpool::open(QString *error)
 {
     const QString directory = spoolDirectory();
     auto file = std::make_unique<QTemporaryFile>(directory + QStringLiteral("/pages-XXXXXX"));
-    if (!file->open()) { // asking for its name would give it one
-        *error = QStringLiteral("no place for pages in %1: %2").arg(directory, file->errorString());
+    if (!file->open()) { // calling fileName() would give it a name
+        *error =
+            QStringLiteral("pages can't be stored in %1: %2").arg(directory, file->errorString());
         return false;
     }
     m_file = std::move(file);

@@ -1,11 +1,12 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include "portable/picture/picturefile.h"
+#include "portable/picture/resolution.h"
 
 #include <QByteArray>
 #include <QString>
 #include <QTemporaryFile>
+#include <opencv2/core.hpp>
 
 #include <memory>
 #include <vector>
@@ -13,19 +14,19 @@
 namespace portable {
 
 enum class Encoding {
-    Jpeg, ///< a JPEG file
-    Png, ///< a PNG file
-    Group4, ///< what group4Data() makes
-    Bgr ///< rows of 8-bit BGR, nothing between them
+    Jpeg, ///< A JPEG file.
+    Png, ///< A PNG file.
+    Group4, ///< As group4Data() returns it.
+    Bgr ///< Rows of 8-bit BGR without padding.
 };
 
-/// What a page is, apart from its bytes.
+/// A page without its bytes.
 struct Page
 {
     Encoding encoding = Encoding::Jpeg;
     cv::Size size; ///< In pixels.
     Dpi dpi;
-    bool grey = false; ///< A JPEG of one component.
+    bool isGrey = false; ///< A JPEG of one component.
 };
 
 /// A page with its bytes.
@@ -36,18 +37,18 @@ struct PageImage
 };
 
 /**
- * The index at which a page goes in a list of `count`.
- * \param number  as pages give it: a whole number from 2 on is the page's own number, counted from
- *                1; any other, and one beyond the end, appends
+ * The index at which a new page is inserted among `count` pages.
+ * \param number  as a counter page gives it: a whole number from 2 to `count` is the page's number,
+ *                counted from 1; any other value appends
  */
 std::size_t pageIndex(float number, std::size_t count);
 
 /**
- * The pages of a document in their order, on disk: a document takes the memory of one page, however
- * many it has. The disk space is freed with the object; where the file system has files without a
+ * The pages of a document in order, on disk: however many there are, only one is in memory at a
+ * time. The disk space is freed with the object and, on file systems that support files without a
  * name (on Linux all usual ones), also when the process is killed.
  *
- * It lies where $TMPDIR says, or else in /var/tmp, for /tmp may be memory.
+ * The file is in $TMPDIR if set, otherwise in /var/tmp, as /tmp may be in memory.
  */
 class PageSpool
 {
@@ -56,7 +57,7 @@ public:
     PageSpool(const PageSpool &) = delete;
     PageSpool &operator=(const PageSpool &) = delete;
 
-    /// A page and where its bytes lie in the spool's file.
+    /// A page and the place of its bytes in the spool's file.
     struct Entry
     {
         Page page;
@@ -64,21 +65,21 @@ public:
         qint64 length = 0;
     };
 
-    /// \return false, with the pages as they were and a reason, when the disk doesn't take it
+    /// \return false with a reason when it can't be written; the pages are unchanged then
     bool insert(std::size_t index, const PageImage &image, QString *error);
 
     const std::vector<Entry> &pages() const { return m_pages; }
 
-    /// Fills `buffer` with `length` bytes of a page, from its byte `from` on.
+    /// Reads `length` bytes of a page from its byte `from` on. \return false with a reason
     bool read(const Entry &page, qint64 from, qint64 length, char *buffer, QString *error) const;
 
-    /// The spool's file under a path that this process can open; empty before the first page.
+    /// A path by which this process can open the spool's file; empty before the first page.
     QByteArray path() const;
 
 private:
     bool open(QString *error);
 
-    std::unique_ptr<QTemporaryFile> m_file; // made with the first page
+    std::unique_ptr<QTemporaryFile> m_file; // created with the first page
     qint64 m_end = 0;
     std::vector<Entry> m_pages;
 };

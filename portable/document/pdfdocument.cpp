@@ -6,7 +6,7 @@
 
 #include <QFile>
 
-// Silences what qpdf 11 says about the pointers of its earlier versions.
+// Silences the warnings of qpdf 11 about the pointers of earlier versions.
 #define POINTERHOLDER_TRANSITION 0
 #include <qpdf/Pipeline.hh>
 #include <qpdf/QPDF.hh>
@@ -30,7 +30,7 @@ template <class T> using QpdfPointer = std::shared_ptr<T>;
 template <class T> using QpdfPointer = PointerHolder<T>;
 #endif
 
-/// Gives qpdf the bytes of a page when it writes them, a little at a time.
+/// Provides qpdf with the bytes of a page in small blocks when it writes them.
 class PageBytes : public QPDFObjectHandle::StreamDataProvider
 {
 public:
@@ -61,7 +61,7 @@ private:
     const PageSpool::Entry &m_page;
 };
 
-/// The object that a text in PDF's syntax stands for; %1, %2, ... are replaced.
+/// Parses an object from PDF syntax, with %1, %2, ... replaced.
 template <class... Values> QPDFObjectHandle object(const char *text, const Values &...values)
 {
     const QString filled = QString::fromLatin1(text).arg(values...);
@@ -73,7 +73,7 @@ QString number(qint64 value)
     return QString::number(value);
 }
 
-/// In points, of which an inch has 72.
+/// Length in points, 1/72 inch.
 QString points(int pixels, int dpi)
 {
     return QString::number(pixels * 72.0 / dpi, 'f', 3);
@@ -91,7 +91,7 @@ QPDFObjectHandle imageOf(QPDF &pdf, const PageSpool &pages, const PageSpool::Ent
         object("<< /Type /XObject /Subtype /Image /Width %1 /Height %2"
                " /ColorSpace /%3 /BitsPerComponent %4 >>",
                width, height,
-               isInk || page.grey ? QStringLiteral("DeviceGray") : QStringLiteral("DeviceRGB"),
+               isInk || page.isGrey ? QStringLiteral("DeviceGray") : QStringLiteral("DeviceRGB"),
                number(isInk ? 1 : 8)));
     // 7.4.6, table 11: K -1 is group 4; a bit of 1 is ink.
     const QPDFObjectHandle parameters = isInk
@@ -124,7 +124,7 @@ struct CloseFile
     void operator()(std::FILE *file) const { std::fclose(file); }
 };
 
-/// qpdf writes into a file of ours, for it says nothing of a full disk.
+/// Writes through a FILE of our own: qpdf doesn't report a full disk.
 bool writeTo(const QString &path, const PageSpool &pages, QString *error)
 {
     std::unique_ptr<std::FILE, CloseFile> file(
@@ -146,7 +146,7 @@ bool writeTo(const QString &path, const PageSpool &pages, QString *error)
         *error = QString::fromLocal8Bit(failure.what());
         return false;
     }
-    // Which of its writes failed, and why, is not known any more.
+    // Which write failed, and why, is no longer known.
     const bool written = std::fflush(file.get()) == 0 && std::ferror(file.get()) == 0;
     if (std::fclose(file.release()) != 0 || !written) {
         *error = QStringLiteral("not all of it could be written: is the disk full?");

@@ -13,31 +13,31 @@ namespace portable {
 
 namespace {
 
-// Sides of the detector's input in pixels. The usual size comes first; a larger one for faces that
-// are small in the picture.
-constexpr int usualSize = 416;
-constexpr int thoroughSize = 608;
-constexpr int smallSize = 224; // blurs what is large
-constexpr int glanceSize = 320;
-constexpr float smallestFace = 24; // pixels wide; below there is nothing to recognise
+// Sides of the detector's input in pixels. The default is tried first, the large one next: it finds
+// faces that are small in the picture.
+constexpr int defaultInput = 416;
+constexpr int largeInput = 608;
+constexpr int smallInput = 224; // finds faces that fill the picture
+constexpr int fastInput = 320;
+constexpr float minFaceSide = 24; // pixels; a smaller face can't be recognized
 
-// dlib's usual 0.6 for this descriptor took 5 of 21 pairs of different people for one person; all
-// were farther apart than 0.55, and altered pictures of one face nearer than 0.3.
-constexpr float limitDistance = 0.5F;
-constexpr float farDistance = 1.2F;
+// dlib's threshold for this descriptor, 0.6, accepted 5 of 21 pairs of different people. All of
+// those were more than 0.55 apart, altered pictures of the same face less than 0.3.
+constexpr float matchDistance = 0.5F;
+constexpr float zeroScoreDistance = 1.2F;
 
 constexpr char featureMark[] = "FAC1";
 constexpr int valueDigits = 3;
-constexpr float valueUnit = 1.0F / (1 << 16); // of a descriptor, whose values are within -2 to 2
-constexpr int valueZero = 1 << 17;
+constexpr float valueUnit = 1.0F / (1 << 16); // descriptor values are within -2 to 2
+constexpr int valueZero = 1 << 17; // offset that makes them positive
 
-/// The largest of the faces that are large enough; `inside` is where there can be any.
+/// The largest face, or null; the part of it within `inside` must be at least minFaceSide wide.
 const FaceBox *largest(const std::vector<FaceBox> &faces, const cv::Rect2f &inside)
 {
     const FaceBox *result = nullptr;
     for (const FaceBox &face : faces) {
         const cv::Rect2f seen = face.box & inside;
-        if (std::min(seen.width, seen.height) >= smallestFace
+        if (std::min(seen.width, seen.height) >= minFaceSide
             && (!result || face.box.area() > result->box.area())) {
             result = &face;
         }
@@ -45,7 +45,7 @@ const FaceBox *largest(const std::vector<FaceBox> &faces, const cv::Rect2f &insi
     return result;
 }
 
-/// The first face found with any of these sizes of the detector's input.
+/// Tries these detector input sizes in order until one finds a face.
 bool findFace(FaceNets &nets, const cv::Mat &picture, const cv::Rect2f &inside,
               const std::vector<int> &sizes, FaceBox *face)
 {
@@ -64,14 +64,14 @@ bool findFace(FaceNets &nets, const cv::Mat &picture, const std::vector<int> &si
     return findFace(nets, picture, {{}, cv::Size2f(picture.size())}, sizes, face);
 }
 
-/// In a picture that the face fills, as a card's photo, the detector misses its surroundings.
+/// The detector misses a face that fills the picture, as in an ID photo; a margin helps.
 bool findFaceWithMargin(FaceNets &nets, const cv::Mat &picture, FaceBox *face)
 {
     const int margin = std::max(picture.cols, picture.rows) / 2;
     const cv::Rect2f inside(cv::Point2f(cv::Point(margin, margin)), cv::Size2f(picture.size()));
     cv::Mat wide;
     cv::copyMakeBorder(picture, wide, margin, margin, margin, margin, cv::BORDER_REPLICATE);
-    const bool found = findFace(nets, wide, inside, {usualSize, smallSize, thoroughSize}, face);
+    const bool found = findFace(nets, wide, inside, {defaultInput, smallInput, largeInput}, face);
     face->box -= inside.tl();
     return found;
 }
@@ -81,20 +81,20 @@ bool findFaceWithMargin(FaceNets &nets, const cv::Mat &picture, FaceBox *face)
 QString failureText(FaceFailure failure)
 {
     switch (failure) {
-    case FaceFailure::none:
+    case FaceFailure::None:
         return {};
-    case FaceFailure::unreadable:
+    case FaceFailure::Unreadable:
         return QStringLiteral("the image can't be read");
-    case FaceFailure::noFace:
+    case FaceFailure::NoFace:
         return QStringLiteral("there is no face in the picture");
-    case FaceFailure::noEngine:
-        return QStringLiteral("there is no face engine");
-    case FaceFailure::noCamera:
-        return QStringLiteral("no camera delivers pictures");
-    case FaceFailure::noFeature:
-        return QStringLiteral("it is no face feature of this library");
-    case FaceFailure::busy:
-        return QStringLiteral("another check uses the camera");
+    case FaceFailure::NoEngine:
+        return QStringLiteral("the face engine isn't available");
+    case FaceFailure::NoCamera:
+        return QStringLiteral("no camera is delivering frames");
+    case FaceFailure::NoFeature:
+        return QStringLiteral("not a face feature of this library");
+    case FaceFailure::Busy:
+        return QStringLiteral("another check is using the camera");
     }
     return {};
 }
@@ -113,29 +113,29 @@ FaceEngine::FaceEngine(std::function<QString()> folder)
 
 FaceFailure FaceEngine::prepare()
 {
-    return use([](FaceNets &) { return FaceFailure::none; });
+    return use([](FaceNets &) { return FaceFailure::None; });
 }
 
 FaceFailure FaceEngine::find(const cv::Mat &picture, SeenFace *face)
 {
     return use([&](FaceNets &nets) {
-        if (!findFace(nets, picture, {usualSize, thoroughSize}, &face->box)
+        if (!findFace(nets, picture, {defaultInput, largeInput}, &face->box)
             && !findFaceWithMargin(nets, picture, &face->box)) {
-            return FaceFailure::noFace;
+            return FaceFailure::NoFace;
         }
         face->points = nets.points(picture, face->box);
-        return FaceFailure::none;
+        return FaceFailure::None;
     });
 }
 
-FaceFailure FaceEngine::glance(const cv::Mat &picture, SeenFace *face)
+FaceFailure FaceEngine::findFast(const cv::Mat &picture, SeenFace *face)
 {
     return use([&](FaceNets &nets) {
-        if (!findFace(nets, picture, {glanceSize}, &face->box)) {
-            return FaceFailure::noFace;
+        if (!findFace(nets, picture, {fastInput}, &face->box)) {
+            return FaceFailure::NoFace;
         }
         face->points = nets.points(picture, face->box);
-        return FaceFailure::none;
+        return FaceFailure::None;
     });
 }
 
@@ -144,7 +144,7 @@ FaceFailure FaceEngine::describe(const cv::Mat &picture, const SeenFace &face,
 {
     return use([&](FaceNets &nets) {
         *descriptor = nets.describe(picture, face.points);
-        return FaceFailure::none;
+        return FaceFailure::None;
     });
 }
 
@@ -152,7 +152,7 @@ FaceFailure FaceEngine::describe(const cv::Mat &picture, FaceDescriptor *descrip
 {
     SeenFace face;
     const FaceFailure failure = find(picture, &face);
-    return failure == FaceFailure::none ? describe(picture, face, descriptor) : failure;
+    return failure == FaceFailure::None ? describe(picture, face, descriptor) : failure;
 }
 
 template <class Use> FaceFailure FaceEngine::use(Use useNets)
@@ -165,25 +165,24 @@ template <class Use> FaceFailure FaceEngine::use(Use useNets)
         if (!m_nets) {
             qWarning().noquote() << "portable: no face engine:" << error
                                  << "(scripts/fetch-face-models.sh installs the models)";
-            return FaceFailure::noEngine;
+            return FaceFailure::NoEngine;
         }
     }
     try {
         return useNets(*m_nets);
     } catch (const cv::Exception &exception) {
-        qWarning().noquote() << "portable: the face engine failed:"
-                             << QString::fromStdString(exception.err);
-        return FaceFailure::noEngine;
+        qWarning().noquote() << "portable: the face engine failed:" << reasonOf(exception);
+        return FaceFailure::NoEngine;
     }
 }
 
 int faceScore(const FaceDescriptor &a, const FaceDescriptor &b)
 {
     const float apart = distance(a, b);
-    const float score = apart <= limitDistance
-        ? 100 - apart / limitDistance * (100 - samePersonScore)
-        : samePersonScore * (farDistance - apart) / (farDistance - limitDistance);
-    return std::clamp(int(score), 0, 100); // cut off, so that the limit stays where it is
+    const float score = apart <= matchDistance
+        ? 100 - apart / matchDistance * (100 - samePersonScore)
+        : samePersonScore * (zeroScoreDistance - apart) / (zeroScoreDistance - matchDistance);
+    return std::clamp(int(score), 0, 100); // rounded down: just beyond matchDistance is no match
 }
 
 QByteArray faceFeature(const FaceDescriptor &descriptor)

@@ -11,18 +11,18 @@
 
 namespace portable {
 
-/// Why there is no score. The numbers are what pages get.
+/// Why there is no score. Pages see the numbers.
 enum class FaceFailure {
-    none = 0,
-    unreadable = -1, ///< No image file, or a broken or much too large one.
-    noFace = -2,
-    noEngine = -3, ///< The weights of the networks aren't installed.
-    noCamera = -4, ///< No camera is open, or it delivers nothing.
-    noFeature = -5, ///< Not a feature of ours.
-    busy = -6, ///< Another check uses the camera.
+    None = 0,
+    Unreadable = -1, ///< Not an image file, broken, or far too large.
+    NoFace = -2,
+    NoEngine = -3, ///< The weights aren't installed or OpenCV failed; the log gives the reason.
+    NoCamera = -4, ///< No camera is open, or it delivers no frames.
+    NoFeature = -5, ///< Not a face feature of this library.
+    Busy = -6, ///< Another check is using the camera.
 };
 
-/// For the log.
+/// The failure in words, for the log.
 QString failureText(FaceFailure failure);
 
 /// A face in a picture.
@@ -33,31 +33,31 @@ struct SeenFace
 };
 
 /**
- * Finds and describes faces. The networks are loaded by the first call that needs them, and looked
- * for again by each one as long as they aren't there. Callable from any thread; one call computes
- * at a time.
+ * Finds and describes faces. The first call loads the networks; while that fails, every call tries
+ * again. Callable from any thread; calls run one at a time.
  */
 class FaceEngine
 {
 public:
-    /// That of the library, with the models that devices.ini names or those beside the program.
+    /// The library's own engine. Its models are those devices.ini names, or beside the program.
     static FaceEngine &instance();
 
-    /// \param folder  asked for where the weights are
+    /// \param folder  returns the folder of the weights; called by each attempt to load them
     explicit FaceEngine(std::function<QString()> folder);
 
-    /// Loads the networks. \return noEngine, with the reason in the log, or none
+    /// Loads the networks. \return None, or NoEngine with the reason in the log
     FaceFailure prepare();
 
     /**
-     * The largest face of a picture; looked for with more and more effort.
-     * \return noFace or noEngine when there is none
+     * Finds the largest face of a picture, with increasing effort.
+     * \return None, NoFace or NoEngine
      */
     FaceFailure find(const cv::Mat &picture, SeenFace *face);
 
-    /// The same for a camera's picture: quick, and without faces that are small in it.
-    FaceFailure glance(const cv::Mat &picture, SeenFace *face);
+    /// The same for camera frames: fast, but misses small faces.
+    FaceFailure findFast(const cv::Mat &picture, SeenFace *face);
 
+    /// Describes a face that was found in this picture. \return None or NoEngine
     FaceFailure describe(const cv::Mat &picture, const SeenFace &face, FaceDescriptor *descriptor);
 
     /// find() and describe() in one.
@@ -71,19 +71,19 @@ private:
     std::unique_ptr<FaceNets> m_nets; // guarded by m_mutex
 };
 
-/// Where two faces count as one person's.
+/// From this score on, two faces count as the same person.
 constexpr int samePersonScore = 60;
 
 /**
- * How alike two faces are, 0 to 100: 100 for a distance of 0, samePersonScore for 0.5, 0 from 1.2
- * on; linear in between.
+ * Similarity of two faces: 100 at distance 0, samePersonScore at 0.5, 0 from 1.2 on, linear in
+ * between.
  */
 int faceScore(const FaceDescriptor &a, const FaceDescriptor &b);
 
 /// A descriptor as text, see FeatureWriter.
 QByteArray faceFeature(const FaceDescriptor &descriptor);
 
-/// \return false for anything that faceFeature() didn't make
+/// Parses a descriptor. \return false for anything faceFeature() didn't produce; null is safe
 bool readFaceFeature(const char *feature, FaceDescriptor *descriptor);
 
 } // namespace portable

@@ -14,8 +14,8 @@ namespace portable {
 
 namespace {
 
-// Shapes, means and anchors are those that the networks were trained with: sources of
-// @vladmandic/face-api 1.7.15, tinyFaceDetector/, faceLandmarkNet/, faceRecognitionNet/.
+// The networks were trained with these shapes, means and anchors; from the sources of
+// @vladmandic/face-api 1.7.15: tinyFaceDetector/, faceLandmarkNet/, faceRecognitionNet/.
 
 const cv::Scalar detectorMean(117.001, 114.697, 97.404); // RGB
 const cv::Scalar faceMean(122.782, 117.001, 104.298); // RGB
@@ -26,19 +26,19 @@ constexpr std::array<std::array<float, 2>, 5> anchors{{{1.603231F, 2.094468F},
                                                        {4.266906F, 5.178857F},
                                                        {9.041765F, 10.66308F}}}; // in cells
 constexpr int valuesPerAnchor = 5; // x, y, width, height, confidence
-constexpr float leastCertainty = 0.5F;
-constexpr float sameFace = 0.4F; // overlap above which two boxes are one face
-constexpr double toUnit = 1.0 / 255; // colors
+constexpr float minConfidence = 0.5F;
+constexpr float maxOverlap = 0.4F; // intersection over union; above, two boxes are one face
+constexpr double toUnit = 1.0 / 255; // scales 8-bit colors to 0..1
 constexpr int pointsSize = 112;
 constexpr int chipSize = 150;
 
 /**
- * Where eye corners and nose lie in an upright face of side 1 (dlib's get_face_chip_details, for
- * five points), and what is left around it. The descriptor was trained on such chips.
+ * Position of an eye corner or the nose in an upright face of side 1 (dlib's get_face_chip_details
+ * with five points). The descriptor was trained on such chips, with chipPadding around the face.
  */
 struct ChipPoint
 {
-    size_t number; // in FacePoints
+    size_t number; ///< Index into FacePoints.
     float x;
     float y;
 };
@@ -49,7 +49,7 @@ constexpr std::array<ChipPoint, 5> chipPoints{{{45, 0.8595674595992F, 0.21349815
                                                {33, 0.4901123135679F, 0.6277975316475F}}};
 constexpr float chipPadding = 0.25F;
 
-/// Adds layers to a network one by one; each gives its number, for the layers behind it.
+/// Adds layers to a network one by one. Each function returns the id of its layer for later ones.
 class NetBuilder
 {
 public:
@@ -81,14 +81,14 @@ public:
         return add("Convolution", params, {from});
     }
 
-    /// Filters with their bias, both below `name`.
+    /// The same with the filters and bias of the model's layer `name`.
     int convolution(int from, const std::string &name, int stride, int pad)
     {
         return convolution(from, m_weights.filters(name + "/filters"),
                            m_weights.vector(name + "/bias"), stride, pad);
     }
 
-    /// 3 x 3 for each channel by itself, then 1 x 1 over all channels.
+    /// Depthwise separable: 3 x 3 for each channel by itself, then 1 x 1 over all channels.
     int separable(int from, const std::string &name, int stride, int pad)
     {
         const cv::Mat each = m_weights.channelFilters(name + "/depthwise_filter");
@@ -97,7 +97,7 @@ public:
                            m_weights.vector(name + "/bias"), 1, 0);
     }
 
-    int fullConnection(int from, const cv::Mat &matrix, const cv::Mat &bias)
+    int fullyConnected(int from, const cv::Mat &matrix, const cv::Mat &bias)
     {
         cv::dnn::LayerParams params;
         params.set("num_output", matrix.rows);
@@ -109,7 +109,7 @@ public:
         return add("InnerProduct", params, {from});
     }
 
-    /// \param slope  of the negative side
+    /// \param slope  for negative values; 0 is a plain ReLU
     int relu(int from, float slope = 0)
     {
         cv::dnn::LayerParams params;
@@ -117,7 +117,7 @@ public:
         return add("ReLU", params, {from});
     }
 
-    /// \param ceil  whether a window that sticks out at the end counts
+    /// \param ceil  whether a window that extends past the end still counts
     int pooling(int from, const char *kind, int size, int stride, bool ceil)
     {
         cv::dnn::LayerParams params;
@@ -128,7 +128,7 @@ public:
         return add("Pooling", params, {from});
     }
 
-    int meanOfAll(int from)
+    int globalAverage(int from)
     {
         cv::dnn::LayerParams params;
         params.set("pool", "ave");
@@ -143,7 +143,7 @@ public:
         return add("Eltwise", params, from);
     }
 
-    /// Adds rows and columns at the end, or channels, of one value.
+    /// Appends channels, or rows and columns, filled with `value`.
     int padding(int from, int channels, int pixels, float value = 0)
     {
         const int amounts[] = {0, 0, 0, channels, 0, pixels, 0, pixels};
@@ -178,8 +178,8 @@ cv::dnn::Net buildDetector(const ModelWeights &weights)
         layer = net.pooling(layer, "max", 2, 2, true);
         layer = net.relu(net.separable(layer, "conv" + std::to_string(block), 1, 1), slope);
     }
-    constexpr float belowAll = -1e6F;
-    layer = net.pooling(net.padding(layer, 0, 1, belowAll), "max", 2, 1, false);
+    constexpr float neverMax = -1e6F;
+    layer = net.pooling(net.padding(layer, 0, 1, neverMax), "max", 2, 1, false);
     net.convolution(layer, "conv8", 1, 0);
     return net.net();
 }
@@ -201,11 +201,11 @@ cv::dnn::Net buildPoints(const ModelWeights &weights)
         layer = net.relu(net.sum(terms));
     }
     layer = net.pooling(layer, "ave", 7, 2, false);
-    net.fullConnection(layer, weights.matrix("fc/weights"), weights.vector("fc/bias"));
+    net.fullyConnected(layer, weights.matrix("fc/weights"), weights.vector("fc/bias"));
     return net.net();
 }
 
-/// The residual network of the descriptor: its convolutions carry a scale, folded in here.
+/// Builds the descriptor's residual network. Its scale layers are folded into the convolutions.
 class DescriptorBuilder
 {
 public:
@@ -235,7 +235,7 @@ public:
             layer = residual(layer, name);
         }
         layer = residualDown(layer, "conv256_down_out", 0, 1);
-        m_net.fullConnection(m_net.meanOfAll(layer), m_weights.matrix("fc"), {});
+        m_net.fullyConnected(m_net.globalAverage(layer), m_weights.matrix("fc"), {});
         return m_net.net();
     }
 
@@ -260,9 +260,9 @@ private:
     }
 
     /**
-     * Halves width and height.
-     * \param channels  how many more there are afterwards
-     * \param pixels    how much smaller the convolution's result is than that of the pooling
+     * Residual block that halves width and height.
+     * \param channels  number of channels it adds
+     * \param pixels    by how much the convolution's output is smaller than the pooled input
      */
     int residualDown(int from, const std::string &name, int channels, int pixels)
     {
@@ -283,7 +283,7 @@ float sigmoid(float value)
     return 1 / (1 + std::exp(-value));
 }
 
-/// As a network takes it: RGB, less the mean, around -0.5 to 0.5.
+/// Network input: RGB, mean subtracted, about -0.5 to 0.5.
 cv::Mat networkInput(const cv::Mat &picture, int size, const cv::Scalar &mean)
 {
     return cv::dnn::blobFromImage(picture, toUnit, {size, size}, mean, true);
@@ -295,15 +295,15 @@ float overlap(const cv::Rect2f &a, const cv::Rect2f &b)
     return both / (a.area() + b.area() - both);
 }
 
-/// Leaves the surest of boxes that overlap, in order.
-std::vector<FaceBox> oneBoxAFace(std::vector<FaceBox> boxes)
+/// Non-maximum suppression: keeps the most confident of overlapping boxes, in order.
+std::vector<FaceBox> withoutOverlaps(std::vector<FaceBox> boxes)
 {
     std::sort(boxes.begin(), boxes.end(),
               [](const FaceBox &a, const FaceBox &b) { return a.confidence > b.confidence; });
     std::vector<FaceBox> result;
     for (const FaceBox &box : boxes) {
         if (std::none_of(result.begin(), result.end(), [&box](const FaceBox &surer) {
-                return overlap(surer.box, box.box) > sameFace;
+                return overlap(surer.box, box.box) > maxOverlap;
             })) {
             result.push_back(box);
         }
@@ -311,10 +311,10 @@ std::vector<FaceBox> oneBoxAFace(std::vector<FaceBox> boxes)
     return result;
 }
 
-/// The shift, turn and scale that brings the face upright into a chip: the least squares of it.
+/// The similarity transform that brings the face upright into a chip, by least squares.
 cv::Matx23f chipTransform(const FacePoints &points)
 {
-    using Number = std::complex<float>; // turn and scale are one product
+    using Number = std::complex<float>; // rotation and scale are one product
     Number meanFrom;
     Number meanTo;
     std::array<Number, chipPoints.size()> from;
@@ -333,9 +333,10 @@ cv::Matx23f chipTransform(const FacePoints &points)
         product += (to[i] - meanTo) * std::conj(from[i] - meanFrom);
         spread += std::norm(from[i] - meanFrom);
     }
-    const Number turn = product / std::max(spread, 1e-6F);
-    const Number shift = meanTo - turn * meanFrom;
-    return {turn.real(), -turn.imag(), shift.real(), turn.imag(), turn.real(), shift.imag()};
+    const Number rotation = product / std::max(spread, 1e-6F);
+    const Number shift = meanTo - rotation * meanFrom;
+    return {rotation.real(), -rotation.imag(), shift.real(),
+            rotation.imag(), rotation.real(),  shift.imag()};
 }
 
 } // namespace
@@ -357,14 +358,14 @@ std::unique_ptr<FaceNets> FaceNets::load(const QString &folder, QString *error)
         nets->m_descriptor = DescriptorBuilder(descriptor).build();
         return nets;
     } catch (const cv::Exception &exception) {
-        *error = QString::fromStdString(exception.err);
+        *error = reasonOf(exception);
         return nullptr;
     }
 }
 
 std::vector<FaceBox> FaceNets::detect(const cv::Mat &picture, int size)
 {
-    // A square with the picture at its top left.
+    // A square with the picture in its top left corner.
     const int side = std::max(picture.cols, picture.rows);
     const double scale = double(size) / side;
     cv::Mat square(size, size, CV_8UC3, cv::Scalar::all(0));
@@ -386,20 +387,20 @@ std::vector<FaceBox> FaceNets::detect(const cv::Mat &picture, int size)
                     return output.ptr<float>(0, anchor * valuesPerAnchor + which, row)[column];
                 };
                 const float confidence = sigmoid(value(4));
-                if (confidence < leastCertainty) {
+                if (confidence < minConfidence) {
                     continue;
                 }
                 const cv::Size2f extent(
                     std::exp(value(2)) * anchors[size_t(anchor)][0] * pixelsPerCell,
                     std::exp(value(3)) * anchors[size_t(anchor)][1] * pixelsPerCell);
-                const cv::Point2f centre((float(column) + sigmoid(value(0))) * pixelsPerCell,
+                const cv::Point2f center((float(column) + sigmoid(value(0))) * pixelsPerCell,
                                          (float(row) + sigmoid(value(1))) * pixelsPerCell);
-                boxes.push_back({{centre - cv::Point2f(extent.width, extent.height) * 0.5F, extent},
+                boxes.push_back({{center - cv::Point2f(extent.width, extent.height) * 0.5F, extent},
                                  confidence});
             }
         }
     }
-    return oneBoxAFace(std::move(boxes));
+    return withoutOverlaps(std::move(boxes));
 }
 
 FacePoints FaceNets::points(const cv::Mat &picture, const FaceBox &face)
@@ -408,7 +409,7 @@ FacePoints FaceNets::points(const cv::Mat &picture, const FaceBox &face)
     const int side = std::max({box.width, box.height, 1});
     const cv::Rect square(box.x - (side - box.width) / 2, box.y - (side - box.height) / 2, side,
                           side);
-    // What lies beside the box is black, for so it was in training.
+    // Black beside the box, as in training.
     cv::Mat cut(square.size(), picture.type(), cv::Scalar::all(0));
     picture(box).copyTo(cut(box - square.tl()));
     m_points.setInput(networkInput(cut, pointsSize, faceMean));
@@ -425,8 +426,9 @@ FacePoints FaceNets::points(const cv::Mat &picture, const FaceBox &face)
 
 FaceDescriptor FaceNets::describe(const cv::Mat &picture, const FacePoints &points)
 {
-    // The mean with the mirrored face is steadier than either: light and turn count less.
-    std::array<cv::Mat, 2> chips;
+    // Averaging with the mirrored face makes light and pose matter less. A vector, because OpenCV
+    // 4.10 takes no array here.
+    std::vector<cv::Mat> chips(2);
     cv::warpAffine(picture, chips[0], chipTransform(points), {chipSize, chipSize});
     cv::flip(chips[0], chips[1], 1);
     m_descriptor.setInput(
@@ -438,6 +440,14 @@ FaceDescriptor FaceNets::describe(const cv::Mat &picture, const FacePoints &poin
         descriptor[size_t(i)] = (output.ptr<float>(0)[i] + output.ptr<float>(1)[i]) / 2;
     }
     return descriptor;
+}
+
+QString reasonOf(const cv::Exception &exception)
+{
+    const std::string function = exception.func.empty() ? "OpenCV" : exception.func;
+    return QStringLiteral("%1: %2 (OpenCV %3)")
+        .arg(QString::fromStdString(function), QString::fromStdString(exception.err).simplified(),
+             QStringLiteral(CV_VERSION));
 }
 
 float distance(const FaceDescriptor &a, const FaceDescriptor &b)

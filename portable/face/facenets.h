@@ -11,7 +11,7 @@
 
 namespace portable {
 
-/// Where a face is, in pixels, and how sure the detector is of it (0 to 1).
+/// Bounding box of a face in pixels, and the detector's confidence (0 to 1).
 struct FaceBox
 {
     cv::Rect2f box;
@@ -19,34 +19,35 @@ struct FaceBox
 };
 
 /**
- * The 68 points of a face in pixels, in the usual order (iBUG 300-W): 0 chin line, 17 brows, 27
- * nose, 36 and 42 eyes, 48 mouth. "Left" is the left of the picture.
+ * The 68 landmarks of a face in pixels, in iBUG 300-W order: from 0 the jaw line, 17 brows, 27
+ * nose, 36 and 42 eyes, 48 mouth. The eye at 36 is the one on the left of the picture.
  */
 using FacePoints = std::array<cv::Point2f, 68>;
 
-/// What a face looks like; the smaller the distance of two, the more alike they are.
+/// Embedding of a face: the smaller the distance of two, the more alike the faces.
 using FaceDescriptor = std::array<float, 128>;
 
 /**
- * The three networks behind the face functions: a detector, the points of a face, its descriptor.
- * They are those of the npm package @vladmandic/face-api (MIT), whose weight files are read.
+ * The three networks behind the face functions: detector, landmarks and descriptor. They are those
+ * of the npm package @vladmandic/face-api (MIT), whose weight files this class reads.
  *
- * Belongs to one thread at a time. Pictures are 8-bit BGR. Everything throws cv::Exception when
- * OpenCV can't do it.
+ * Used by one thread at a time. Pictures are 8-bit BGR. Apart from load(), every function throws
+ * cv::Exception when OpenCV fails.
  */
 class FaceNets
 {
 public:
-    /// Builds the networks. \return null, with a reason for the log, without usable weights
+    /// Builds the networks. \return null, with the reason in `error`, without usable weights
     static std::unique_ptr<FaceNets> load(const QString &folder, QString *error);
 
     /**
-     * The faces of a picture, the surest first.
-     * \param size  side in pixels, a multiple of 32, that the picture is shrunk or grown to: a
-     *              larger one finds smaller faces, and takes longer
+     * The faces of a picture, most confident first.
+     * \param size  side in pixels, a multiple of 32, that the picture is scaled to: larger finds
+     *              smaller faces and takes longer
      */
     std::vector<FaceBox> detect(const cv::Mat &picture, int size);
 
+    /// The landmarks of a face that detect() found.
     FacePoints points(const cv::Mat &picture, const FaceBox &face);
 
     FaceDescriptor describe(const cv::Mat &picture, const FacePoints &points);
@@ -57,7 +58,10 @@ private:
     cv::dnn::Net m_descriptor;
 };
 
-/// The Euclidean distance.
+/// What OpenCV says about a failure, with its version, in one line for the log.
+QString reasonOf(const cv::Exception &exception);
+
+/// Euclidean distance.
 float distance(const FaceDescriptor &a, const FaceDescriptor &b);
 
 } // namespace portable

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-/// \file What is done with the faces before a camera: waiting for one, checking that it lives.
+/// \file Faces in front of a camera: waiting for one, liveness check.
 #pragma once
 
 #include "portable/base/backgroundjob.h"
@@ -12,50 +12,52 @@
 namespace portable {
 
 /**
- * The camera that faces are looked for with: the one that is open, the main preview's before camera
- * 4; when none is, camera 2, or else 1, as long as the object lives.
+ * The camera in which faces are searched: the open one, the main preview's before camera 4. When
+ * none is open, it opens camera 2, or else 1, and stops it in its destructor.
  */
 class FaceCamera
 {
 public:
-    enum class Former { keeps, isClosed }; ///< What becomes of a preview that was open before.
+    /// Whether the destructor also stops the main preview's camera when that was open before.
+    enum class Preview { Keep, Close };
 
-    explicit FaceCamera(CameraSet &cameras, Former former = Former::keeps);
+    explicit FaceCamera(CameraSet &cameras, Preview preview = Preview::Keep);
     ~FaceCamera();
     FaceCamera(const FaceCamera &) = delete;
     FaceCamera &operator=(const FaceCamera &) = delete;
 
     /**
-     * Some twelve pictures a second. A camera that was lost is waited for, for two seconds.
-     * \return false when there is none, at `deadline`, and when the work is to end
+     * Waits for the next frame; at most about twelve a second. A lost camera gets two seconds to
+     * come back.
+     * \return false without a camera, at `deadline` or when a stop is requested
      */
     bool next(cv::Mat &frame, BackgroundJob::Clock::time_point deadline,
               const BackgroundJob::Stop &stop);
 
 private:
     CameraSet &m_cameras;
-    std::shared_ptr<Camera> m_closed; // when this object goes, if it still is open; null for none
-    BackgroundJob::Clock::time_point m_due; // of the next picture
+    std::shared_ptr<Camera> m_stopped; // by the destructor; null: no camera
+    BackgroundJob::Clock::time_point m_due; // earliest time of the next frame
 };
 
-/// Waits for a face and describes it. \return noFace when none came before the deadline
+/// Waits for a face and describes it. \return NoFace when none came before the deadline
 FaceFailure awaitFace(FaceCamera &camera, FaceEngine &engine,
                       BackgroundJob::Clock::time_point deadline, const BackgroundJob::Stop &stop,
                       FaceDescriptor *descriptor);
 
-/// What a liveness check has found.
+/// Outcome of a liveness check.
 struct LivenessResult
 {
-    FaceFailure failure = FaceFailure::noCamera; ///< Why there was nothing to judge; or none.
+    FaceFailure failure = FaceFailure::NoCamera; ///< Why there was nothing to judge, or None.
     bool hasBlinked = false;
     bool hasMoved = false;
     bool passed = false;
-    cv::Mat picture; ///< Of the face, the first of it; empty without one.
+    cv::Mat picture; ///< First frame with the face; empty without one.
 };
 
 /**
- * Checks until it is passed, or the deadline.
- * \param onFrame  receives every picture
+ * Checks for a living face until it passes, or until the deadline.
+ * \param onFrame  called with every frame, on the caller's thread
  */
 LivenessResult checkLiveness(FaceCamera &camera, FaceEngine &engine,
                              BackgroundJob::Clock::time_point deadline,

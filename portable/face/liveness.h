@@ -7,34 +7,35 @@
 
 namespace portable {
 
-/// What a liveness check looks at in one picture. Lengths are parts of the distance of the eyes.
+/// What a liveness check measures in one frame. Lengths are relative to the eye distance.
 struct FaceSample
 {
-    double seconds = 0; ///< When it was taken, from any beginning.
-    cv::Point2f centre; ///< Between the eyes, in pixels.
-    float eyeDistance = 0; ///< From outer corner to outer corner, in pixels.
+    double seconds = 0; ///< When it was taken, since any fixed moment.
+    cv::Point2f center; ///< Midpoint between the eyes, in pixels.
+    float eyeDistance = 0; ///< Between the outer corners, in pixels.
 
     /**
-     * How much light and dark there is around the eyes (deviation / mean). An open eye has white
-     * and iris, a closed one is skin: a blink takes a third of it or more. The points themselves
-     * don't tell: those of this network stay where they are when an eye closes.
+     * Contrast around the eyes (standard deviation / mean). An open eye shows white and iris, a
+     * closed one skin: a blink takes a third of the contrast or more. The landmarks are no use
+     * here: this network leaves them in place when an eye closes.
      */
     float eyeContrast = 0;
 
-    float turn = 0; ///< Of the head: tip of the nose from the middle of the eyes, along their line.
-    float nod = 0; ///< The same, across it.
+    float turn = 0; ///< Head turn: offset of the nose tip from `center` along the eye line.
+    float nod = 0; ///< The same across the eye line.
 };
 
+/// Measures a face that was found in this picture.
 FaceSample sampleOf(const cv::Mat &picture, const SeenFace &face, double seconds);
 
 /**
- * Judges by a row of samples, some ten a second, whether a living person is there: one who blinks
- * and turns or nods the head. It is no protection against a film played to the camera.
+ * Judges from successive samples, about ten a second, whether a living person is in front of the
+ * camera: one who blinks and turns or nods the head. It does not protect against a replayed video.
  */
 class LivenessCheck
 {
 public:
-    /// \return whether it is of the same person as the last one; else all begins anew
+    /// \return whether it shows the same person as the last one; if not, the check starts over
     bool add(const FaceSample &sample);
 
     bool hasBlinked() const { return m_blinks > 0; }
@@ -48,7 +49,7 @@ private:
     bool endsBlink() const;
     void noteMovement();
 
-    Samples m_samples; // of one person, without a gap
+    Samples m_samples; // the last seconds, all of one person
     double m_since = 0; // when that person was first seen, in seconds
     int m_blinks = 0;
     bool m_moved = false;

@@ -13,8 +13,8 @@ namespace portable {
 
 namespace {
 
-constexpr qint64 largestFile = 64 << 20; // far above any of the models in use
-constexpr int largestAxis = 1 << 16;
+constexpr qint64 maxFileSize = 64 << 20; // far above any of the models in use
+constexpr int maxAxis = 1 << 16;
 
 bool readFile(const QString &path, QByteArray *content, QString *error)
 {
@@ -23,17 +23,17 @@ bool readFile(const QString &path, QByteArray *content, QString *error)
         *error = path + QStringLiteral(": ") + file.errorString();
         return false;
     }
-    *content = file.read(largestFile);
+    *content = file.read(maxFileSize);
     return true;
 }
 
-/// How many numbers a tensor of this shape has; 0 for a shape that can't be.
-qint64 countOf(const QJsonArray &shape, std::vector<int> *axes)
+/// Number of elements of a tensor of this shape; 0 for an invalid shape.
+qint64 elementCount(const QJsonArray &shape, std::vector<int> *axes)
 {
     qint64 count = 1;
     for (const QJsonValue &value : shape) {
         const int axis = value.toInt();
-        if (axis < 1 || axis > largestAxis || count > largestFile) {
+        if (axis < 1 || axis > maxAxis || count > maxFileSize) {
             return 0;
         }
         axes->push_back(axis);
@@ -76,12 +76,12 @@ bool ModelWeights::readTensors(const QByteArray &manifest, const QByteArray &num
     for (const QJsonValue &value : tensors) {
         const QJsonObject entry = value.toObject();
         const QJsonObject quantization = entry[QStringLiteral("quantization")].toObject();
-        const bool isQuantized = !quantization.isEmpty(); // to a byte each
+        const bool isQuantized = !quantization.isEmpty(); // to one byte each
         const qint64 size = isQuantized ? 1 : qint64(sizeof(float));
         Tensor tensor;
-        const qint64 count = countOf(entry[QStringLiteral("shape")].toArray(), &tensor.shape);
+        const qint64 count = elementCount(entry[QStringLiteral("shape")].toArray(), &tensor.shape);
         if (count < 1 || count * size > left) {
-            *error = QStringLiteral("the weights are broken: manifest and numbers don't fit");
+            *error = QStringLiteral("the weights are broken: manifest and data don't match");
             return false;
         }
         const double scale = quantization[QStringLiteral("scale")].toDouble();
@@ -95,7 +95,7 @@ bool ModelWeights::readTensors(const QByteArray &manifest, const QByteArray &num
         m_tensors[entry[QStringLiteral("name")].toString().toStdString()] = std::move(tensor);
     }
     if (left != 0 || m_tensors.empty()) {
-        *error = QStringLiteral("the weights are broken: manifest and numbers don't fit");
+        *error = QStringLiteral("the weights are broken: manifest and data don't match");
         return false;
     }
     return true;
@@ -131,7 +131,7 @@ cv::Mat ModelWeights::matrix(const std::string &name) const
 {
     const Tensor &from = tensor(name, 2);
     return cv::Mat(from.shape[0], from.shape[1], CV_32F,
-                   const_cast<float *>(from.values.data())) // only read here
+                   const_cast<float *>(from.values.data())) // only read: t() copies
         .t();
 }
 
@@ -140,7 +140,7 @@ cv::Mat ModelWeights::vector(const std::string &name) const
     return cv::Mat(tensor(name, 1).values, true).reshape(1, 1);
 }
 
-/// Throws cv::Exception where the model has no such tensor: it is another model then.
+/// Throws cv::Exception without such a tensor: these are the weights of another model.
 const ModelWeights::Tensor &ModelWeights::tensor(const std::string &name, size_t axes) const
 {
     const auto found = m_tensors.find(name);

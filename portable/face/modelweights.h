@@ -12,28 +12,27 @@
 namespace portable {
 
 /**
- * The weights of a network in the format of TensorFlow.js: "<model>-weights_manifest.json" tells
- * name, shape and quantisation of each tensor, in the order in which they stand in "<model>.bin".
+ * The weights of a network in TensorFlow.js format: "<model>-weights_manifest.json" lists name,
+ * shape and quantization of each tensor, in the order of their data in "<model>.bin".
  *
- * Tensors come out as float matrices in the order of OpenCV's dnn module, which is the reverse of
- * TensorFlow's for the last two axes and has them first.
+ * The functions return float matrices in the axis order of OpenCV's dnn module.
  */
 class ModelWeights
 {
 public:
-    /// \return false, with a reason for the log, unless both files are there and fit together
+    /// \return false, with the reason in `error`, unless both files exist and match
     bool read(const QString &folder, const QString &model, QString *error);
 
-    /// Of a convolution: [rows, columns, in, out] becomes [out, in, rows, columns].
+    /// Filters of a convolution: [rows, columns, in, out] becomes [out, in, rows, columns].
     cv::Mat filters(const std::string &name) const;
 
-    /// Of a convolution of each channel by itself: [rows, columns, n, 1] becomes [n, 1, ...].
+    /// Filters of a depthwise convolution: [rows, columns, n, 1] becomes [n, 1, rows, columns].
     cv::Mat channelFilters(const std::string &name) const;
 
-    /// Of a full connection: [in, out] becomes [out, in].
+    /// Weights of a fully connected layer: [in, out] becomes [out, in].
     cv::Mat matrix(const std::string &name) const;
 
-    /// One row.
+    /// A one-dimensional tensor as one row.
     cv::Mat vector(const std::string &name) const;
 
 private:

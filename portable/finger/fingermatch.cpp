@@ -15,15 +15,15 @@ namespace portable {
 namespace {
 
 constexpr float pi = float(CV_PI);
-constexpr float turnBin = pi / 15; // 12 degrees
+constexpr float rotationBin = pi / 15; // 12 degrees
 constexpr float shiftBin = 16; // pixels
-constexpr size_t attempts = 12; // of the alignments that got most votes
+constexpr size_t maxAlignments = 12; // to be tried, those with most votes
 constexpr int refits = 3;
-constexpr float roughPlace = 18; // pixels, before the refit
-constexpr float finePlace = 9; // afterwards
-constexpr float nearDirection = pi / 7; // about 26 degrees
-constexpr double overlapMargin = 6; // pixels around what a print shows
-constexpr int leastOverlap = 10; // minutiae in the part that both show; fewer count as these
+constexpr float roughReach = 18; // pixels between paired minutiae, before the first refit
+constexpr float fineReach = 9; // after it
+constexpr float maxDirectionGap = pi / 7; // about 26 degrees
+constexpr double overlapMargin = 6; // pixels around a print's outline
+constexpr int minOverlap = 10; // minutiae in the shared area; fewer count as this many
 
 constexpr char featureMark[] = "FIN1";
 constexpr int countDigits = 2;
@@ -32,7 +32,7 @@ constexpr int directionDigits = 2;
 constexpr float directionUnit = 2 * pi / (1 << 12);
 constexpr int forkDigits = 1;
 
-/// A turn and a shift, as complex numbers: z becomes turn * z + shift.
+/// A rotation and a shift, as complex numbers: z becomes turn * z + shift.
 struct Alignment
 {
     std::complex<float> turn{1, 0};
@@ -46,24 +46,25 @@ struct Alignment
     }
 };
 
-/// From -pi to pi.
+/// The same angle from -pi to pi.
 float wrapped(float angle)
 {
     return std::remainder(angle, 2 * pi);
 }
 
-/// One number for the bin of an alignment; those that have the same lie near each other.
+/// Key of an alignment's bin; alignments in the same bin are close to each other.
 quint64 binOf(float angle, const std::complex<float> &shift, float half)
 {
     const auto part = [half](float value, float size) {
         return quint64(int(std::floor(value / size + half)) + (1 << 15)) & 0xFFFF;
     };
-    return part(angle, turnBin) << 48U | part(shift.real(), shiftBin) << 32U
+    return part(angle, rotationBin) << 48U | part(shift.real(), shiftBin) << 32U
         | part(shift.imag(), shiftBin) << 16U | quint64(half > 0);
 }
 
-/// Every pair votes for the alignment that lays it upon each other; the most popular ones.
-std::vector<Alignment> popularAlignments(const Minutiae &a, const Minutiae &b)
+/// Every pair votes for the alignment that makes it coincide. \return the alignments with most
+/// votes
+std::vector<Alignment> topAlignments(const Minutiae &a, const Minutiae &b)
 {
     struct Bin
     {
@@ -79,7 +80,7 @@ std::vector<Alignment> popularAlignments(const Minutiae &a, const Minutiae &b)
             const auto turn = std::polar(1.0F, angle);
             const auto shift = std::complex<float>(to.place.x, to.place.y)
                 - turn * std::complex<float>(from.place.x, from.place.y);
-            // Two rows of bins, for what lies half-way between two of a row.
+            // Two overlapping grids of bins, so that no alignment falls between bins in both.
             for (const float half : {0.0F, 0.5F}) {
                 Bin &bin = bins[binOf(angle, shift, half)];
                 ++bin.votes;
@@ -92,7 +93,7 @@ std::vector<Alignment> popularAlignments(const Minutiae &a, const Minutiae &b)
     for (const auto &bin : bins) {
         order.push_back(&bin.second);
     }
-    const auto count = std::min(attempts, order.size());
+    const auto count = std::min(maxAlignments, order.size());
     std::partial_sort(order.begin(), order.begin() + std::ptrdiff_t(count), order.end(),
                       [](const Bin *x, const Bin *y) { return x->votes > y->votes; });
     std::vector<Alignment> result;
@@ -106,8 +107,8 @@ std::vector<Alignment> popularAlignments(const Minutiae &a, const Minutiae &b)
 
 using Pairs = std::vector<std::pair<const Minutia *, const Minutia *>>;
 
-/// Who lies upon whom, nearest first, each once.
-Pairs pairsOf(const Minutiae &a, const Minutiae &b, const Alignment &alignment, float reach)
+/// Pairs of coinciding minutiae, closest first, each minutia at most once.
+Pairs pairUp(const Minutiae &a, const Minutiae &b, const Alignment &alignment, float reach)
 {
     struct Candidate
     {
@@ -121,7 +122,7 @@ Pairs pairsOf(const Minutiae &a, const Minutiae &b, const Alignment &alignment, 
         for (size_t k = 0; k < b.size(); ++k) {
             const cv::Point2f apart = moved.place - b[k].place;
             if (apart.dot(apart) <= reach * reach
-                && std::fabs(wrapped(moved.direction - b[k].direction)) <= nearDirection) {
+                && std::fabs(wrapped(moved.direction - b[k].direction)) <= maxDirectionGap) {
                 candidates.push_back({apart.dot(apart), i, k});
             }
         }
@@ -141,7 +142,7 @@ Pairs pairsOf(const Minutiae &a, const Minutiae &b, const Alignment &alignment, 
     return pairs;
 }
 
-/// The alignment that brings the pairs nearest to each other: least squares, without scaling.
+/// The alignment that fits the pairs best: least squares, without scaling.
 Alignment fit(const Pairs &pairs)
 {
     const auto number = [](const Minutia *minutia) {
@@ -196,16 +197,16 @@ int fingerScore(const Minutiae &a, const Minutiae &b)
     const Outline outlineA = outlineOf(a);
     const Outline outlineB = outlineOf(b);
     double best = 0;
-    for (Alignment alignment : popularAlignments(a, b)) {
-        Pairs pairs = pairsOf(a, b, alignment, roughPlace);
+    for (Alignment alignment : topAlignments(a, b)) {
+        Pairs pairs = pairUp(a, b, alignment, roughReach);
         for (int i = 0; i < refits && pairs.size() >= 3; ++i) {
             alignment = fit(pairs);
-            pairs = pairsOf(a, b, alignment, finePlace);
+            pairs = pairUp(a, b, alignment, fineReach);
         }
-        const int seenOfA = std::max(countWithin(a, alignment, outlineB), leastOverlap);
-        const int seenOfB = std::max(countWithin(b, inverse(alignment), outlineA), leastOverlap);
+        const int sharedOfA = std::max(countWithin(a, alignment, outlineB), minOverlap);
+        const int sharedOfB = std::max(countWithin(b, inverse(alignment), outlineA), minOverlap);
         const auto count = double(pairs.size());
-        best = std::max(best, count * count / (double(seenOfA) * seenOfB));
+        best = std::max(best, count * count / (double(sharedOfA) * sharedOfB));
     }
     return std::min(100, int(std::lround(100 * best)));
 }

@@ -12,23 +12,23 @@ namespace portable {
 namespace {
 
 // Lengths are in pixels at 500 dpi.
-constexpr int largestSide = 800; // of a picture; sensors of 500 dpi stay below
-constexpr int smallestSide = 64;
+constexpr int maxSide = 800; // of a picture; 500 dpi sensors deliver less
+constexpr int minSide = 64;
 constexpr int directions = 16; // of the filters
 constexpr double flowSigma = 8; // smoothing of the ridge direction
-constexpr float ridgeStrength = 40; // of the gradient, squared: what is less is background
-constexpr float leastCoherence = 0.25F;
-constexpr int edgeMargin = 14; // ridges end at the edge of the print without being minutiae
-constexpr double leastPeriod = 6; // of the ridges
+constexpr float minStrength = 40; // of the gradient, squared; less is background
+constexpr float minCoherence = 0.25F;
+constexpr int edgeMargin = 14; // ridges that end at the edge of the print are no minutiae
+constexpr double minPeriod = 6; // of the ridges
 constexpr double maxPeriod = 14;
-constexpr double evenSigma = 20; // what is wider is uneven pressure or light
-constexpr double leastShare = 0.5; // of the ridges; the noisiest prints 0.6, noise and texts 0.4
+constexpr double backgroundSigma = 20; // wider structures are uneven pressure or light
+constexpr double minRidgeShare = 0.5; // noisiest prints have 0.6, noise and text 0.4
 constexpr int traceLength = 12; // along the ridge, for the direction of a minutia
-constexpr int shortestRidge = 8; // shorter ones are spurs and specks
-constexpr float leastApart = 7; // nearer ones are a break or a bridge, not minutiae
-constexpr size_t plentyOfMinutiae = 25; // a good picture has at least these
+constexpr int minBranch = 8; // shorter branches are spurs and specks
+constexpr float minDistance = 7; // closer minutiae come from a break or a bridge
+constexpr size_t goodMinutiaCount = 25; // a good picture has at least this many
 
-/// Direction of the ridges (0 to pi, clockwise), how clear it is, and where there are any.
+/// Ridge direction (0 to pi, clockwise), its coherence (0 to 1) and the mask of the print (255).
 struct Flow
 {
     cv::Mat angle;
@@ -69,10 +69,10 @@ Flow ridgeFlow(const cv::Mat &picture)
             const float coherence = std::hypot(a - b, c) / std::max(strength, 1e-3F);
             flow.coherence.at<float>(y, x) = coherence;
             flow.mask.at<uchar>(y, x) =
-                strength > ridgeStrength && coherence > leastCoherence ? 255 : 0;
+                strength > minStrength && coherence > minCoherence ? 255 : 0;
         }
     }
-    // One area without holes.
+    // Merge it into one area without holes.
     const cv::Mat disc = cv::getStructuringElement(cv::MORPH_ELLIPSE, {25, 25});
     cv::morphologyEx(flow.mask, flow.mask, cv::MORPH_CLOSE, disc);
     cv::morphologyEx(flow.mask, flow.mask, cv::MORPH_OPEN, disc);
@@ -81,17 +81,17 @@ Flow ridgeFlow(const cv::Mat &picture)
 
 struct Waves
 {
-    double period = 0; ///< The strongest within what ridges can have.
-    double share = 0; ///< Of those that ridges can have, in all that there are; 0 to 1.
+    double period = 0; ///< Strongest period between minPeriod and maxPeriod, in pixels.
+    double share = 0; ///< Share of such periods in the picture's power, 0 to 1.
 };
 
-/// The waves of the picture, by its spectrum.
+/// Analyzes the picture's spectrum.
 Waves ridgeWaves(const cv::Mat &picture, const cv::Mat &mask)
 {
     cv::Mat values;
     picture.convertTo(values, CV_32F);
     cv::Mat uneven;
-    cv::GaussianBlur(values, uneven, {}, evenSigma);
+    cv::GaussianBlur(values, uneven, {}, backgroundSigma);
     values -= uneven;
     values -= cv::mean(values, mask);
     values.setTo(0, mask == 0);
@@ -101,7 +101,7 @@ Waves ridgeWaves(const cv::Mat &picture, const cv::Mat &mask)
     cv::Mat spectrum;
     cv::dft(values, spectrum, cv::DFT_COMPLEX_OUTPUT);
     const int first = cvCeil(side / maxPeriod);
-    const int last = cvFloor(side / leastPeriod);
+    const int last = cvFloor(side / minPeriod);
     std::vector<double> power(size_t(side), 0.0);
     double allPower = 1e-9;
     for (int y = 0; y < side; ++y) {
@@ -122,11 +122,11 @@ Waves ridgeWaves(const cv::Mat &picture, const cv::Mat &mask)
         weighted += weight * ring;
         sum += weight;
     }
-    return {std::clamp(weighted > 0 ? side * sum / weighted : 9.0, leastPeriod, maxPeriod),
+    return {std::clamp(weighted > 0 ? side * sum / weighted : 9.0, minPeriod, maxPeriod),
             ridgePower / allPower};
 }
 
-/// A wave across `angle` with an even middle, longer along it.
+/// Gabor-like filter: a wave across `angle` under a Gaussian, without a constant part.
 cv::Mat ridgeFilter(double angle, double period)
 {
     const int reach = cvRound(period * 1.2);
@@ -146,7 +146,7 @@ cv::Mat ridgeFilter(double angle, double period)
     return kernel;
 }
 
-/// Ridges as 1, all else 0.
+/// Binary picture: 1 on ridges.
 cv::Mat ridges(const cv::Mat &picture, const Flow &flow, double period)
 {
     cv::Mat values;
@@ -172,23 +172,23 @@ cv::Mat ridges(const cv::Mat &picture, const Flow &flow, double period)
     return result;
 }
 
-/// The neighbours of a pixel, clockwise from the one above.
+/// Offsets of a pixel's neighbors, clockwise from the one above.
 constexpr std::array<std::array<int, 2>, 8> around{
     {{0, -1}, {1, -1}, {1, 0}, {1, 1}, {0, 1}, {-1, 1}, {-1, 0}, {-1, -1}}};
 
-using Neighbours = std::array<uchar, 8>;
+using Neighbors = std::array<uchar, 8>;
 
-Neighbours neighbours(const cv::Mat &lines, int x, int y)
+Neighbors neighbors(const cv::Mat &lines, int x, int y)
 {
-    Neighbours values;
+    Neighbors values;
     for (size_t i = 0; i < around.size(); ++i) {
         values[i] = lines.at<uchar>(y + around[i][1], x + around[i][0]);
     }
     return values;
 }
 
-/// How often it goes from 0 to 1 around a pixel: 1 at an end, 2 on a line, 3 at a fork.
-int crossings(const Neighbours &values)
+/// Crossing number, the 0-to-1 changes around a pixel: 1 at an end, 2 on a line, 3 at a fork.
+int crossings(const Neighbors &values)
 {
     int count = 0;
     for (size_t i = 0; i < values.size(); ++i) {
@@ -212,7 +212,7 @@ void thin(cv::Mat &lines)
                     if (lines.at<uchar>(y, x) == 0) {
                         continue;
                     }
-                    const Neighbours n = neighbours(lines, x, y);
+                    const Neighbors n = neighbors(lines, x, y);
                     const int count = n[0] + n[1] + n[2] + n[3] + n[4] + n[5] + n[6] + n[7];
                     const bool isEdge = second ? n[0] * n[2] * n[6] == 0 && n[0] * n[4] * n[6] == 0
                                                : n[0] * n[2] * n[4] == 0 && n[2] * n[4] * n[6] == 0;
@@ -229,32 +229,33 @@ void thin(cv::Mat &lines)
     }
 }
 
-/// Follows a line from `start` through `next`. \return where it is after some steps or ends
+/// Follows a line from `start` through `next`. \return its end, or the point after traceLength
+/// steps
 cv::Point trace(const cv::Mat &lines, cv::Point start, cv::Point next, int *steps)
 {
     cv::Point before = start;
     cv::Point at = next;
     for (*steps = 1; *steps < traceLength; ++*steps) {
-        const Neighbours values = neighbours(lines, at.x, at.y);
+        const Neighbors values = neighbors(lines, at.x, at.y);
         if (crossings(values) != 2 && *steps > 2) {
             break;
         }
-        cv::Point further(-1, -1);
-        int farthest = 2; // squared distance from where it came: not back, and not beside that
+        cv::Point following(-1, -1);
+        int farthest = 2; // squared distance from `before`: neither back nor beside it
         for (size_t i = 0; i < around.size(); ++i) {
             const cv::Point candidate = at + cv::Point(around[i][0], around[i][1]);
             const cv::Point step = candidate - before;
             if (values[i] != 0 && candidate != start && step.dot(step) >= farthest) {
                 farthest = step.dot(step);
-                further = candidate;
+                following = candidate;
             }
         }
-        if (further.x < 1 || further.y < 1 || further.x > lines.cols - 2
-            || further.y > lines.rows - 2) {
+        if (following.x < 1 || following.y < 1 || following.x > lines.cols - 2
+            || following.y > lines.rows - 2) {
             break;
         }
         before = at;
-        at = further;
+        at = following;
     }
     return at;
 }
@@ -271,36 +272,31 @@ float angleBetween(float a, float b)
     return std::min(difference, float(2 * CV_PI) - difference);
 }
 
-/// The minutia at a pixel of a line. \return false where there is none
-bool minutiaAt(const cv::Mat &lines, const cv::Point &place, Minutia *minutia)
+/// Directions of the lines that leave this pixel of a line; nothing if one is a spur or a speck.
+std::vector<float> branchesAt(const cv::Mat &lines, const cv::Point &place)
 {
-    const Neighbours values = neighbours(lines, place.x, place.y);
-    const int count = crossings(values);
-    if (count != 1 && count != 3) {
-        return false;
-    }
+    const Neighbors values = neighbors(lines, place.x, place.y);
     std::vector<float> branches;
     for (size_t i = 0; i < around.size(); ++i) {
-        // One branch for each run of neighbours; of two in a run the straight one stands for it.
+        // One branch for each run of set neighbors; of two in a run, the straight one.
         const bool isRun = values[i] == 1 && values[(i + 7) % 8] == 0;
         if (isRun) {
             const size_t at = i % 2 == 1 && values[(i + 1) % 8] == 1 ? (i + 1) % 8 : i;
             int steps = 0;
             const cv::Point end =
                 trace(lines, place, place + cv::Point(around[at][0], around[at][1]), &steps);
-            if (steps < shortestRidge) {
-                return false;
+            if (steps < minBranch) {
+                return {};
             }
             branches.push_back(angleTo(place, end));
         }
     }
-    minutia->place = place;
-    minutia->isFork = count == 3;
-    if (!minutia->isFork) {
-        minutia->direction = branches[0];
-        return true;
-    }
-    // The stem is the branch that the other two are farthest from.
+    return branches;
+}
+
+/// The stem of a fork: the branch opposite the narrowest angle of the other two.
+float stemOf(const std::vector<float> &branches)
+{
     size_t stem = 0;
     float narrowest = 10;
     for (size_t i = 0; i < 3; ++i) {
@@ -310,17 +306,33 @@ bool minutiaAt(const cv::Mat &lines, const cv::Point &place, Minutia *minutia)
             stem = i;
         }
     }
-    minutia->direction = branches[stem];
+    return branches[stem];
+}
+
+/// The minutia at a pixel of a line. \return false if there is none
+bool minutiaAt(const cv::Mat &lines, const cv::Point &place, Minutia *minutia)
+{
+    const int count = crossings(neighbors(lines, place.x, place.y));
+    if (count != 1 && count != 3) {
+        return false;
+    }
+    const std::vector<float> branches = branchesAt(lines, place);
+    if (branches.empty()) {
+        return false;
+    }
+    minutia->place = place;
+    minutia->isFork = count == 3;
+    minutia->direction = minutia->isFork ? stemOf(branches) : branches[0];
     return true;
 }
 
-/// Takes away those that lie so near to each other that a break or a bridge has made them.
-Minutiae withoutNeighbours(const Minutiae &all)
+/// Drops minutiae that are so close together that they come from a break or a bridge.
+Minutiae withoutNeighbors(const Minutiae &all)
 {
     Minutiae result;
     for (const Minutia &one : all) {
         const auto near = std::count_if(all.begin(), all.end(), [&one](const Minutia &other) {
-            return cv::norm(one.place - other.place) < double(leastApart);
+            return cv::norm(one.place - other.place) < double(minDistance);
         });
         if (near == 1) { // itself
             result.push_back(one);
@@ -329,40 +341,17 @@ Minutiae withoutNeighbours(const Minutiae &all)
     return result;
 }
 
-} // namespace
-
-Fingerprint readFingerprint(const cv::Mat &picture)
+/// Minutiae of the thinned ridges, except near the edge of the print; the clearest, best first.
+Minutiae findMinutiae(const cv::Mat &lines, const Flow &flow)
 {
-    Fingerprint print;
-    cv::Mat grey = picture;
-    const int side = std::max(grey.cols, grey.rows);
-    if (std::min(grey.cols, grey.rows) < smallestSide) {
-        return print;
-    }
-    if (side > largestSide) {
-        const double scale = double(largestSide) / side;
-        cv::resize(picture, grey, {}, scale, scale, cv::INTER_AREA);
-    }
-    const Flow flow = ridgeFlow(grey);
-    const double area = cv::countNonZero(flow.mask);
-    if (area < smallestSide * smallestSide) {
-        return print;
-    }
-    const Waves waves = ridgeWaves(grey, flow.mask);
-    if (waves.share < leastShare) { // clear lines, but no ridges: a text, a photograph
-        return print;
-    }
-    cv::Mat lines = ridges(grey, flow, waves.period);
-    thin(lines);
-
     cv::Mat inner;
     cv::erode(
         flow.mask, inner,
         cv::getStructuringElement(cv::MORPH_ELLIPSE, {2 * edgeMargin + 1, 2 * edgeMargin + 1}),
         {-1, -1}, 1, cv::BORDER_CONSTANT, 0);
     Minutiae found;
-    for (int y = 1; y < grey.rows - 1; ++y) {
-        for (int x = 1; x < grey.cols - 1; ++x) {
+    for (int y = 1; y < lines.rows - 1; ++y) {
+        for (int x = 1; x < lines.cols - 1; ++x) {
             Minutia minutia;
             if (lines.at<uchar>(y, x) != 0 && inner.at<uchar>(y, x) != 0
                 && minutiaAt(lines, {x, y}, &minutia)) {
@@ -370,22 +359,54 @@ Fingerprint readFingerprint(const cv::Mat &picture)
             }
         }
     }
-    print.minutiae = withoutNeighbours(found);
+    Minutiae minutiae = withoutNeighbors(found);
     const auto clarity = [&flow](const Minutia &minutia) {
         return flow.coherence.at<float>(cv::Point(minutia.place));
     };
-    std::sort(print.minutiae.begin(), print.minutiae.end(),
+    std::sort(minutiae.begin(), minutiae.end(),
               [&](const Minutia &a, const Minutia &b) { return clarity(a) > clarity(b); });
-    print.minutiae.resize(std::min(print.minutiae.size(), maxMinutiae));
+    minutiae.resize(std::min(minutiae.size(), maxMinutiae));
+    return minutiae;
+}
 
-    // Clear ridges over a finger's area, with enough minutiae to compare.
+/// 100 for clear ridges over the area of a finger with enough minutiae to compare; 0 without any.
+int qualityOf(const Flow &flow, double area, size_t minutiae)
+{
     constexpr double goodArea = 200 * 200;
-    const double clear = cv::mean(flow.coherence, flow.mask)[0];
-    const double enough = std::min(1.0, double(print.minutiae.size()) / double(plentyOfMinutiae));
-    print.quality = print.minutiae.empty()
-        ? 0
-        : cvRound(100 * std::min(1.0, clear / 0.75) * std::min(1.0, area / goodArea)
-                  * std::sqrt(enough));
+    constexpr double goodCoherence = 0.75;
+    const double clarity = cv::mean(flow.coherence, flow.mask)[0] / goodCoherence;
+    const double enough = double(minutiae) / double(goodMinutiaCount);
+    return cvRound(100 * std::min(1.0, clarity) * std::min(1.0, area / goodArea)
+                   * std::sqrt(std::min(1.0, enough)));
+}
+
+} // namespace
+
+Fingerprint readFingerprint(const cv::Mat &picture)
+{
+    Fingerprint print;
+    cv::Mat gray = picture;
+    const int side = std::max(gray.cols, gray.rows);
+    if (std::min(gray.cols, gray.rows) < minSide) {
+        return print;
+    }
+    if (side > maxSide) {
+        const double scale = double(maxSide) / side;
+        cv::resize(picture, gray, {}, scale, scale, cv::INTER_AREA);
+    }
+    const Flow flow = ridgeFlow(gray);
+    const double area = cv::countNonZero(flow.mask);
+    if (area < minSide * minSide) {
+        return print;
+    }
+    const Waves waves = ridgeWaves(gray, flow.mask);
+    if (waves.share < minRidgeShare) { // clear lines but not ridges: text, a photograph
+        return print;
+    }
+    cv::Mat lines = ridges(gray, flow, waves.period);
+    thin(lines);
+    print.minutiae = findMinutiae(lines, flow);
+    print.quality = qualityOf(flow, area, print.minutiae.size());
     return print;
 }
 

@@ -11,33 +11,33 @@ namespace portable {
 /// Where a ridge ends or forks.
 struct Minutia
 {
-    cv::Point2f place; ///< In pixels.
+    cv::Point2f place; ///< In pixels, from the top left corner.
     float direction = 0; ///< Into the ridge, or into the stem of the fork; 0 to 2 pi, clockwise.
     bool isFork = false;
 };
 
 using Minutiae = std::vector<Minutia>;
 
-/// What a picture of a finger shows.
+/// The result of reading a picture of a finger.
 struct Fingerprint
 {
-    Minutiae minutiae; ///< At most maxMinutiae, the clearest of them.
-    int quality = 0; ///< 0 to 100, of the picture; 0 when there is no finger in it.
+    Minutiae minutiae; ///< The clearest, at most maxMinutiae.
+    int quality = 0; ///< Of the picture, 0 to 100; 0 when it shows no finger.
 };
 
 constexpr size_t maxMinutiae = 100;
 
 /**
- * Finds the minutiae: ridge direction by the structure tensor, ridges by filters along it, thinned
- * to lines whose crossing number tells ends and forks.
- * \param picture  8-bit grey, dark ridges, about 500 dpi as sensors deliver it (a ridge each 6 to
- * 14 pixels)
+ * Finds the minutiae: takes the ridge direction from the structure tensor, filters along it, thins
+ * the ridges to lines and finds ends and forks by their crossing number.
+ * \param picture  8-bit gray, dark ridges, about 500 dpi as sensors deliver it (one ridge every 6
+ *                 to 14 pixels)
  */
 Fingerprint readFingerprint(const cv::Mat &picture);
 
 /**
- * How alike two fingers are, 0 to 100, however they lay on the sensor: which share of the minutiae
- * in the part that both show coincide, when they are laid upon each other as well as possible.
+ * Similarity of two fingers, 0 to 100, independent of their rotation and position on the sensor:
+ * the share of minutiae that coincide in the area both show, under the best alignment.
  */
 int fingerScore(const Minutiae &a, const Minutiae &b);
 
@@ -45,16 +45,16 @@ int fingerScore(const Minutiae &a, const Minutiae &b);
 QByteArray fingerFeature(const Minutiae &minutiae);
 
 /**
- * Reads one feature of those that stand one after another.
- * \param text  moved behind it; ends with a NUL. Left where it is on failure.
- * \return false at the end, and for anything that fingerFeature() didn't make
+ * Parses the first of several concatenated features.
+ * \param text  NUL-terminated; advanced past the feature, unchanged on failure
+ * \return false at the end, and for anything fingerFeature() didn't produce
  */
 bool readFingerFeature(const char **text, Minutiae *minutiae);
 
 /**
- * Passes over one that can't be read.
- * \param text  not empty; ends with a NUL
- * \return where another may begin; null without one
+ * Skips a feature that can't be parsed.
+ * \param text  not empty, NUL-terminated
+ * \return where the next one may begin, or null
  */
 const char *nextFingerFeature(const char *text);
 

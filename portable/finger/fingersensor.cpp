@@ -1,8 +1,10 @@
 // SPDX-License-Identifier: MIT
 #include "portable/finger/fingersensor.h"
 
+#include "base/clock.h"
+#include "portable/base/failure.h"
 #include "portable/finger/fingerprint.h"
-#include "portable/picture/uprightimage.h"
+#include "portable/picture/picturereader.h"
 
 #include <QBuffer>
 #include <QDebug>
@@ -19,25 +21,25 @@ namespace {
 constexpr std::chrono::milliseconds lookPause{200};
 constexpr int goodQuality = 50;
 
-QByteArray pngText(const cv::Mat &grey)
+QByteArray pngText(const cv::Mat &gray)
 {
-    const uchar *pixels = grey.data;
+    const uchar *pixels = gray.data;
     QByteArray bytes;
     QBuffer buffer(&bytes);
-    QImage(pixels, grey.cols, grey.rows, int(grey.step), QImage::Format_Grayscale8)
+    QImage(pixels, gray.cols, gray.rows, int(gray.step), QImage::Format_Grayscale8)
         .save(&buffer, "PNG");
     return bytes.toBase64();
 }
 
-FingerCapture captureOf(const cv::Mat &grey)
+FingerCapture captureOf(const cv::Mat &gray)
 {
-    const Fingerprint print = readFingerprint(grey);
+    const Fingerprint print = readFingerprint(gray);
     if (print.quality <= 0) {
-        return failedCapture(FingerCapture::unreadable);
+        return failedCapture(FingerCapture::Unreadable);
     }
     FingerCapture capture;
     capture.score = print.quality;
-    capture.image = pngText(grey);
+    capture.image = pngText(gray);
     capture.feature = fingerFeature(print.minutiae).toHex();
     capture.message = print.quality < goodQuality ? "指纹质量较低，建议重新采集" : "采集成功";
     return capture;
@@ -49,8 +51,8 @@ FingerCapture failedCapture(FingerCapture::Failure failure)
 {
     FingerCapture capture;
     capture.score = failure;
-    capture.message = failure == FingerCapture::busy ? "指纹仪正在采集"
-        : failure == FingerCapture::unreadable       ? "指纹图像无法识别"
+    capture.message = failure == FingerCapture::Busy ? "指纹仪正在采集"
+        : failure == FingerCapture::Unreadable       ? "指纹图像无法识别"
                                                      : "未检测到手指";
     return capture;
 }
@@ -64,13 +66,13 @@ FingerSensor::FingerSensor(std::function<QString()> folder, std::function<QStrin
 FingerCapture FingerSensor::capture(BackgroundJob::Clock::time_point deadline,
                                     const BackgroundJob::Stop &stop) const
 {
-    using Clock = BackgroundJob::Clock;
-    FingerCapture capture = failedCapture(FingerCapture::noFinger);
+    base::Clock &clock = base::Clock::shared();
+    FingerCapture capture = failedCapture(FingerCapture::NoFinger);
     QString why;
     do {
         const QString path = fingerOnSensor(&why);
-        cv::Mat picture;
-        if (!path.isEmpty() && readImageFile(path, &picture, &why)) {
+        cv::Mat picture = path.isEmpty() ? cv::Mat() : readPicture(path, &why, biometricLimits);
+        if (!picture.empty()) {
             cv::cvtColor(picture, picture, cv::COLOR_BGR2GRAY);
             capture = captureOf(picture);
             if (capture.score < 0) {
@@ -79,33 +81,33 @@ FingerCapture FingerSensor::capture(BackgroundJob::Clock::time_point deadline,
             }
             return capture;
         }
-        if (!path.isEmpty()) { // perhaps still being written
-            why = path + QStringLiteral(": ") + why;
-            capture = failedCapture(FingerCapture::unreadable);
+        if (!path.isEmpty()) { // may still be being written
+            prefixError(path, &why);
+            capture = failedCapture(FingerCapture::Unreadable);
         }
-    } while (Clock::now() < deadline
-             && !stop.sleepUntil(std::min(deadline, Clock::now() + lookPause)));
+    } while (clock.now() < deadline
+             && !stop.sleepUntil(std::min(deadline, clock.now() + lookPause)));
     if (!stop.isRequested()) {
         qWarning().noquote() << "portable: fingerprint sensor: no finger:" << why;
     }
     return capture;
 }
 
-/// The picture of it; empty, with a reason for the log, without one.
+/// Path of the finger's picture; empty, with the reason in `why`, without one.
 QString FingerSensor::fingerOnSensor(QString *why) const
 {
     const QString finger = m_finger();
     const QDir folder(m_folder());
     if (finger == QLatin1String("none")) {
-        *why = QStringLiteral("devices.ini says \"none\"");
+        *why = QStringLiteral("devices.ini sets it to \"none\"");
         return {};
     }
     if (!finger.isEmpty()) {
-        *why = folder.filePath(finger) + QStringLiteral(" is not there");
+        *why = folder.filePath(finger) + QStringLiteral(" doesn't exist");
         return folder.exists(finger) ? folder.filePath(finger) : QString();
     }
     const QStringList files = folder.entryList(QDir::Files, QDir::Name);
-    *why = folder.path() + QStringLiteral(" has no pictures");
+    *why = folder.path() + QStringLiteral(" has no files");
     return files.isEmpty() ? QString() : folder.filePath(files.first());
 }
 

@@ -10,33 +10,34 @@
 
 namespace portable {
 
-/// What a capture gives.
+/// Result of a capture.
 struct FingerCapture
 {
-    /// Below 0 there is no finger; the numbers are what pages get.
-    enum Failure { noFinger = -1, unreadable = -2, busy = -3 };
+    /// Why there is no finger. Pages see the numbers.
+    enum Failure { NoFinger = -1, Unreadable = -2, Busy = -3 };
 
-    int score = noFinger; ///< Quality of the picture, 0 to 100, or a Failure.
+    int score = NoFinger; ///< Quality of the picture, 0 to 100, or a Failure.
     QByteArray image; ///< Base64 of a PNG.
-    QByteArray feature; ///< Of fingerFeature(), as hexadecimal digits.
-    const char *message = ""; ///< For people, UTF-8.
+    QByteArray feature; ///< Of fingerFeature(), in hexadecimal digits.
+    const char *message = ""; ///< For the user, in Chinese (UTF-8).
 };
 
-/// What a capture without a finger gives.
+/// The result of a capture that failed.
 FingerCapture failedCapture(FingerCapture::Failure failure);
 
-/// A simulated sensor: a folder of pictures, one of which is the finger that lies on it.
+/// A simulated sensor: a folder of pictures, one of which is the finger on the sensor.
 class FingerSensor
 {
 public:
     /**
-     * Both are asked again and again while a capture waits.
-     * \param folder  where the pictures are
-     * \param finger  name of the one on the sensor; empty: the first; "none": no finger
+     * Both functions are called repeatedly while a capture waits, on its thread.
+     * \param folder  returns the folder of the pictures
+     * \param finger  returns the file name of the finger on the sensor; empty: the first file by
+     *                name; "none": no finger
      */
     FingerSensor(std::function<QString()> folder, std::function<QString()> finger);
 
-    /// Waits for a finger. Why none came stands in the log.
+    /// Waits for a finger. If none comes, the log gives the reason.
     FingerCapture capture(BackgroundJob::Clock::time_point deadline,
                           const BackgroundJob::Stop &stop) const;
 

@@ -5,7 +5,7 @@
 
 namespace portable {
 
-/// How bright a camera's pictures come; each -100 to 100, 0 is how the camera is by itself.
+/// Brightness settings of a camera; each -100 to 100, 0 is the camera's own default.
 struct Adjustments
 {
     int exposure = 0;
@@ -22,9 +22,9 @@ struct Adjustments
 };
 
 /**
- * The new value of each of the 256, for cv::LUT; how pictures are adjusted whose source can't do
- * it. Exposure doubles or halves the light with each 50, contrast does so with the distance from
- * middle grey, and brightness adds up to half of the scale. Empty when there is nothing to do.
+ * The new value of each of the 256, for cv::LUT: adjusts pictures in software where the source
+ * can't. Each 50 of exposure doubles the light, each 50 of contrast doubles the distance from
+ * middle grey, and brightness adds up to half of the scale. Empty when all are 0.
  */
 cv::Mat toneTable(const Adjustments &adjustments);
 

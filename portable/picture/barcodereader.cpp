@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "portable/picture/barcodereader.h"
 
-#include "portable/picture/picturefile.h"
+#include "portable/picture/bilevel.h"
 
 #include <QDebug>
 #include <QTextCodec>
@@ -33,12 +33,12 @@ using ZXing::BarcodeFormats;
 using Clock = std::chrono::steady_clock;
 
 constexpr auto timeLimit = std::chrono::seconds(3);
-constexpr auto lastLook = std::chrono::seconds(2); // what one that has begun by then may take
-constexpr int searchesAtMost = 2; // one that was given up and another
-constexpr size_t codesAtMost = 32;
-constexpr int repeatsAtMost = 8; // in a row, before a code that won't go away ends the search
+constexpr auto lastPass = std::chrono::seconds(2); // beyond the limit, for a pass that has begun
+constexpr int maxSearches = 2; // an abandoned one and another
+constexpr size_t maxCodes = 32;
+constexpr int maxRepeats = 8; // in a row, of a code that painting over doesn't remove
 
-/// None for a kind that doesn't exist. sGetBarCodeEx tells pages the same.
+/// The kinds of sGetBarCodeEx; None for any other number.
 BarcodeFormats formatsOf(long kind)
 {
     switch (kind) {
@@ -77,7 +77,7 @@ bool isLinear(const ZXing::Result &code)
     return BarcodeFormats(BarcodeFormat::LinearCodes).testFlag(code.format());
 }
 
-/// The corners of a matrix code; of a linear one the ends of some scan lines.
+/// The corners of a matrix code; for a linear code the ends of some scan lines.
 std::vector<cv::Point> cornersOf(const ZXing::Result &code)
 {
     std::vector<cv::Point> corners;
@@ -87,7 +87,7 @@ std::vector<cv::Point> cornersOf(const ZXing::Result &code)
     return corners;
 }
 
-/// A linear code's scan line.
+/// The scan line on which a linear code was read.
 std::pair<cv::Point, cv::Point> scanLineOf(const ZXing::Result &code)
 {
     const auto corners = cornersOf(code);
@@ -95,8 +95,8 @@ std::pair<cv::Point, cv::Point> scanLineOf(const ZXing::Result &code)
 }
 
 /**
- * Paints the code over. A linear one doesn't say how high it is: a band around its scan line goes,
- * the higher the more often the code has come back.
+ * Paints the code over. The height of a linear one is unknown: a band around its scan line is
+ * painted, a higher one each time the code is read again.
  */
 void erase(cv::Mat &grey, const ZXing::Result &code, int repeats)
 {
@@ -112,13 +112,13 @@ void erase(cv::Mat &grey, const ZXing::Result &code, int repeats)
     cv::polylines(grey, corners, true, paper, 5); // the frayed edge
 }
 
-/// Degrees in the same direction as `degrees` for something that looks alike after quarter turns.
+/// The angle reduced to -45 to 45, as quarter turns make no difference.
 double withinEighthTurn(double degrees)
 {
     return degrees - 90 * std::round(degrees / 90);
 }
 
-/// By how many degrees the code lies askew, clockwise, from -45 to 45.
+/// The rotation of the code in degrees, clockwise, from -45 to 45.
 double tiltOf(const cv::Mat &grey, const ZXing::Result &code)
 {
     if (!isLinear(code)) {
@@ -126,7 +126,8 @@ double tiltOf(const cv::Mat &grey, const ZXing::Result &code)
         const cv::Point top = corners[1] - corners[0];
         return withinEighthTurn(std::atan2(top.y, top.x) * 180 / CV_PI);
     }
-    // Its scan line may cross the bars aslant. The gradients along it are square to the bars.
+    // The scan line may cross the bars at an angle; the gradients along it are at right angles to
+    // them.
     const auto [start, end] = scanLineOf(code);
     cv::Rect line(start, end);
     line = cv::Rect(line.tl() - cv::Point(3, 3), line.br() + cv::Point(4, 4))
@@ -141,7 +142,7 @@ double tiltOf(const cv::Mat &grey, const ZXing::Result &code)
     return withinEighthTurn(std::atan2(2 * x.dot(y), x.dot(x) - y.dot(y)) / 2 * 180 / CV_PI);
 }
 
-/// The whole picture turned counterclockwise, on white.
+/// The whole picture rotated counterclockwise, on white.
 cv::Mat turnedBy(double degrees, const cv::Mat &grey)
 {
     const cv::Point2f middle(float(grey.cols - 1) / 2, float(grey.rows - 1) / 2);
@@ -163,22 +164,22 @@ cv::Mat reduced(const cv::Mat &grey, double scale)
     return smaller;
 }
 
-/// `grey` itself, or smaller.
-cv::Mat limited(const cv::Mat &grey, double pixelsAtMost, double longestSide)
+/// `grey` itself, or a smaller copy within these limits.
+cv::Mat limited(const cv::Mat &grey, double maxPixels, double maxSide)
 {
-    const double scale = std::min(std::sqrt(pixelsAtMost / double(grey.total())),
-                                  longestSide / std::max(grey.cols, grey.rows));
+    const double scale = std::min(std::sqrt(maxPixels / double(grey.total())),
+                                  maxSide / std::max(grey.cols, grey.rows));
     return scale < 1 ? reduced(grey, scale) : grey;
 }
 
 /**
- * Where a square code may be: patches that stand alone and are about as wide as high, such as the
- * text lines of a page are not. The largest first, not too many.
+ * Where a square code may be: separate patches that are about as wide as high, unlike lines of
+ * text. The largest come first, and not too many.
  */
 std::vector<cv::Rect> squarePatches(const cv::Mat &grey)
 {
-    constexpr size_t patchesAtMost = 40;
-    constexpr int smallest = 10; // pixels of the reduced picture
+    constexpr size_t maxPatches = 40;
+    constexpr int smallest = 10; // pixels in the reduced picture
     const double scale = std::min(1.0, 800.0 / std::max(grey.cols, grey.rows));
     cv::Mat small = reduced(grey, scale);
     cv::morphologyEx(small, small, cv::MORPH_GRADIENT, cv::Mat());
@@ -205,14 +206,13 @@ std::vector<cv::Rect> squarePatches(const cv::Mat &grey)
     }
     std::sort(patches.begin(), patches.end(),
               [](const cv::Rect &a, const cv::Rect &b) { return a.area() > b.area(); });
-    patches.resize(std::min(patches.size(), patchesAtMost));
+    patches.resize(std::min(patches.size(), maxPatches));
     return patches;
 }
 
 /**
- * The code's text. One that doesn't name its encoding is UTF-8 by custom; where it isn't, ZXing
- * takes it for Latin or Japanese, but on our terminals' papers it stems from programs that write
- * GBK.
+ * The code's text. A code that doesn't name its encoding is UTF-8 by custom; ZXing takes any other
+ * for Latin or Japanese, but on the documents of our terminals it is GBK.
  */
 QString textOf(const ZXing::Result &code)
 {
@@ -235,7 +235,7 @@ QString textOf(const ZXing::Result &code)
     return text;
 }
 
-/// A search for the codes in one picture. It is let alone when it takes much too long.
+/// A search for the codes in one picture, which is abandoned when it takes far too long.
 class Search
 {
 public:
@@ -244,20 +244,20 @@ public:
     {
     }
 
-    /// Finds what there is, in the thread that may take its time.
+    /// Runs the search, on a thread of its own that may take any time.
     void run(const cv::Mat &picture);
 
-    /// Waits for run(), but not for ever. \return what was found until then
+    /// Waits for run(), within the time limit. \return what was found until then
     QStringList result();
 
 private:
     void lookFromAllSides(const cv::Mat &grey);
 
-    /// Reads all codes that can be read without turning the picture, which it paints on.
+    /// One pass: reads all codes that can be read without rotating the picture. Paints on it.
     void look(cv::Mat grey)
     {
         read(grey, m_formats);
-        // ZXing seeks these around the middle of a picture only.
+        // ZXing looks for these only around the center of a picture.
         const auto central =
             m_formats & (BarcodeFormats(BarcodeFormat::DataMatrix) | BarcodeFormat::Aztec);
         if (!central.empty()) {
@@ -273,10 +273,10 @@ private:
      */
     void read(cv::Mat grey, BarcodeFormats formats)
     {
-        // Fewer lines that agree let parts of linear codes pass for codes. Else: try everything.
+        // With fewer agreeing lines, parts of linear codes are taken for codes.
         const auto hints = ZXing::DecodeHints().setFormats(formats).setMinLineCount(4);
         int repeats = 0;
-        while (m_found.size() < codesAtMost && repeats <= repeatsAtMost && isInTime()) {
+        while (m_found.size() < maxCodes && repeats <= maxRepeats && isInTime()) {
             const ZXing::ImageView view(grey.data, grey.cols, grey.rows, ZXing::ImageFormat::Lum,
                                         int(grey.step));
             const ZXing::Result code = ZXing::ReadBarcode(view, hints);
@@ -288,7 +288,7 @@ private:
         }
     }
 
-    /// \return false for one that was found before
+    /// \return false for a code that was found before
     bool add(const cv::Mat &grey, const ZXing::Result &code)
     {
         if (!m_found.emplace(code.format(), code.text()).second) {
@@ -318,7 +318,7 @@ private:
     const Clock::time_point m_end = Clock::now() + timeLimit;
     bool m_isLate = false;
     std::set<std::pair<BarcodeFormat, std::string>> m_found;
-    double m_tilt = 0; // how askew the first code lay in the picture that it was found in
+    double m_tilt = 0; // of the first code, in the picture it was found in
 
     std::mutex m_mutex;
     std::condition_variable m_ended;
@@ -333,7 +333,7 @@ void Search::run(const cv::Mat &picture)
     try {
         // Codes are read at 200 dpi and less: an A4 page of 600 dpi has 35 million pixels.
         lookFromAllSides(limited(greyOf(picture), 36e6, 10000));
-    } catch (...) { // for the one who waits
+    } catch (...) { // rethrown by result()
         failure = std::current_exception();
     }
     const std::lock_guard<std::mutex> lock(m_mutex);
@@ -344,12 +344,12 @@ void Search::run(const cv::Mat &picture)
 
 void Search::lookFromAllSides(const cv::Mat &grey)
 {
-    // How far a code may lie askew: PDF417 5 to 10 degrees, linear ones 10 to 30, QR codes 45.
+    // Readable rotations: PDF417 5 to 10 degrees, linear codes 10 to 30, QR codes 45.
     constexpr double otherAngles[] = {15, -15, 30, -30, 45};
-    constexpr double askew = 3;
+    constexpr double significantTilt = 3;
 
     look(grey.clone());
-    // Looking at it turned takes several looks at more pixels; a long strip becomes a large square.
+    // Rotated passes are several and have more pixels: a long strip becomes a large square.
     const cv::Mat toTurn = limited(grey, 4e6, 3000);
     double angle = 0;
     for (const double other : otherAngles) {
@@ -358,8 +358,8 @@ void Search::lookFromAllSides(const cv::Mat &grey)
             look(turnedBy(angle, toTurn));
         }
     }
-    // What lies beside a code that was found, but can't be read as far askew as that one.
-    if (!m_found.empty() && std::abs(m_tilt) > askew) {
+    // Other codes of the same tilt, which can't be read at it.
+    if (!m_found.empty() && std::abs(m_tilt) > significantTilt) {
         look(turnedBy(angle + m_tilt, toTurn));
     }
 }
@@ -367,8 +367,8 @@ void Search::lookFromAllSides(const cv::Mat &grey)
 QStringList Search::result()
 {
     std::unique_lock<std::mutex> lock(m_mutex);
-    if (!m_ended.wait_until(lock, m_end + lastLook, [this] { return m_hasEnded; })) {
-        qWarning("portable: barcodes: the picture takes far too long and is given up");
+    if (!m_ended.wait_until(lock, m_end + lastPass, [this] { return m_hasEnded; })) {
+        qWarning("portable: barcodes: the picture takes far too long and is abandoned");
     }
     if (m_failure) {
         std::rethrow_exception(m_failure);
@@ -385,14 +385,14 @@ bool isBarcodeKind(long kind)
     return !formatsOf(kind).empty();
 }
 
-// ZXing can't be stopped, and picks QR codes from all triples of what looks like their corners: a
-// picture full of those takes it hours.
+// ZXing can't be stopped, and tries all triples of what looks like a corner of a QR code: a picture
+// full of those takes hours.
 QStringList readBarcodes(const cv::Mat &picture, long kind)
 {
     const int running = ++searchesRunning;
     const std::shared_ptr<void> place(nullptr, [](void *) { --searchesRunning; });
-    if (running > searchesAtMost) {
-        throw std::runtime_error("pictures that were given up are still being searched");
+    if (running > maxSearches) {
+        throw std::runtime_error("abandoned pictures are still being searched");
     }
     const auto search = std::make_shared<Search>(formatsOf(kind));
     std::thread([search, picture, place] { search->run(picture); }).detach();

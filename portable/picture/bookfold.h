@@ -6,10 +6,10 @@
 namespace portable {
 
 /**
- * The column at which two pages of an open book, or of a folded sheet, meet: near the middle of the
- * page that is found, else of the picture, the upright line that is dark and plain. Where none
- * stands out it is that middle itself.
- * \param picture  8-bit BGR, the fold upright
+ * The column at which the two pages of an open book, or of a folded sheet, meet: the dark, even
+ * vertical line near the middle of the page, or of the picture when no page is found. The middle
+ * itself when no line is distinct enough.
+ * \param picture  8-bit BGR, the fold vertical
  */
 int foldColumn(const cv::Mat &picture);
 

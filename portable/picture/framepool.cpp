@@ -5,10 +5,10 @@ namespace portable {
 
 namespace {
 
-/// More than that are in use only when a reader hoards frames; those aren't kept afterwards.
+/// More are in use only when a reader hoards frames; the surplus is not kept afterwards.
 constexpr size_t capacity = 6;
 
-/// Whether the pool's own reference is the only one; sees all that former holders did.
+/// Whether the pool holds the only reference. Synchronizes with its former holders.
 bool isFree(const cv::Mat &frame)
 {
     return CV_XADD(&frame.u->refcount, 0) == 1;

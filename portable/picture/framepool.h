@@ -8,15 +8,15 @@
 namespace portable {
 
 /**
- * Frames that are used again once nobody holds them any more, so that a preview doesn't allocate
- * (and fault in) megabytes for each picture. Belongs to one thread; its frames may go anywhere.
+ * Frames that are reused once nobody holds them any longer, so that a preview doesn't allocate
+ * (and fault in) megabytes for each picture. Used by one thread; its frames may be passed to any.
  */
 class FramePool
 {
 public:
     /**
-     * An 8-bit BGR matrix that nobody else holds.
-     * \param fresh  set to whether it is new, and not one that was handed out before
+     * An 8-bit BGR matrix that nobody else holds; its content is undefined.
+     * \param fresh  set to true for a new matrix, false for a reused one
      */
     cv::Mat take(const cv::Size &size, bool *fresh = nullptr);
 

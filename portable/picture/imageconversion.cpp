@@ -21,6 +21,9 @@ QImage toImage(const cv::Mat &bgr)
 cv::Mat toMat(const QImage &image)
 {
     QImage opaque = image.convertToFormat(QImage::Format_RGB32);
+    if (opaque.isNull()) {
+        return {};
+    }
     if (image.hasAlphaChannel()) {
         opaque.fill(Qt::white);
         QPainter(&opaque).drawImage(0, 0, image);

@@ -15,7 +15,8 @@ namespace {
 constexpr UINT8 dotsPerInch = 1; // density units of a JFIF head
 constexpr UINT8 dotsPerCentimetre = 2;
 
-/// libjpeg's errors jump back instead of ending the process; damage to the picture is one too.
+/// Makes libjpeg's errors, and warnings of a damaged picture, jump back instead of ending the
+/// process.
 struct Failure : jpeg_error_mgr
 {
     std::jmp_buf back;
@@ -35,7 +36,7 @@ struct Failure : jpeg_error_mgr
 
     static Failure *of(j_common_ptr jpeg) { return static_cast<Failure *>(jpeg->err); }
 
-    /// Warnings that cost no pixel.
+    /// Warnings that leave every pixel intact.
     static bool isHarmless(int code)
     {
         return code == JWRN_EXTRANEOUS_DATA || code == JWRN_JFIF_MAJOR || code == JWRN_ADOBE_XFORM;
@@ -60,7 +61,7 @@ public:
     Reader(const Reader &) = delete;
     Reader &operator=(const Reader &) = delete;
 
-    // Between setjmp and the end no object with a destructor may be made: libjpeg's errors jump.
+    // After setjmp no object with a destructor may be created: libjpeg's errors jump over it.
     bool readHead(const QByteArray &bytes)
     {
         if (setjmp(m_failure.back) != 0) {
@@ -77,7 +78,7 @@ public:
         if (setjmp(m_failure.back) != 0) {
             return false;
         }
-        m_jpeg.scale_denom = 8; // all of its data is read, but little computed
+        m_jpeg.scale_denom = 8; // reads all of the data at little cost
         m_jpeg.out_color_space = m_jpeg.jpeg_color_space;
         jpeg_start_decompress(&m_jpeg);
         const JSAMPARRAY row =
@@ -122,7 +123,7 @@ public:
         m_jpeg.client_data = this;
         m_destination.init_destination = [](j_compress_ptr jpeg) { of(jpeg).grow(0); };
         m_destination.empty_output_buffer = [](j_compress_ptr jpeg) -> boolean {
-            of(jpeg).grow(of(jpeg).m_bytes.size()); // libjpeg means the whole buffer here
+            of(jpeg).grow(of(jpeg).m_bytes.size()); // the whole buffer is full
             return TRUE;
         };
         m_destination.term_destination = [](j_compress_ptr jpeg) {
@@ -135,7 +136,7 @@ public:
     Writer(const Writer &) = delete;
     Writer &operator=(const Writer &) = delete;
 
-    // What calls libjpeg makes no object with a destructor between setjmp and its end.
+    // After setjmp no object with a destructor may be created: libjpeg's errors jump over it.
 
     bool start(const cv::Size &size, Pixels pixels, int quality, Dpi dpi)
     {

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "portable/picture/pagefinder.h"
 
-#include "portable/picture/picturefile.h"
+#include "portable/picture/bilevel.h"
 
 #include <opencv2/imgproc.hpp>
 
@@ -15,13 +15,13 @@ namespace {
 
 using Contour = std::vector<cv::Point>;
 
-// Longer sides in pixels, at least, of what is searched for pages, and for the slope of text.
+// Minimum length in pixels of the longer side of pictures searched for a page and for text skew.
 constexpr int finderSide = 480;
-constexpr int slopeSide = 450;
-constexpr int ringWidth = 6; // pixels along the edges of what is searched: the desk
-constexpr double smallestPage = 0.01; // of the picture's area
-constexpr double leastBreadth = 0.1; // of its length: others are pens and rulers
-constexpr double leastSquareness = 0.7; // of a page's area to that of the rectangle around it
+constexpr int skewSide = 450;
+constexpr int ringWidth = 6; // pixels along the edges of the searched picture, taken for the desk
+constexpr double minPage = 0.01; // of the picture's area
+constexpr double minBreadth = 0.1; // of its length; anything narrower is a pen or a ruler
+constexpr double minSquareness = 0.7; // area of a page to that of its bounding rectangle
 
 /// A line through `point`; `direction` is of length 1.
 struct Line
@@ -30,7 +30,7 @@ struct Line
     cv::Point2f direction;
 };
 
-/// Halved, which is the cheapest way, as long as the longer side keeps this many pixels.
+/// Halved, which is the cheapest way, while the longer side keeps at least this many pixels.
 cv::Mat shrunken(const cv::Mat &picture, int leastSide)
 {
     cv::Mat result = picture;
@@ -43,7 +43,7 @@ cv::Mat shrunken(const cv::Mat &picture, int leastSide)
     return result;
 }
 
-/// The value that `share` of `values` don't exceed.
+/// The quantile of `values`: a `share` of them is not above it.
 template <class Value> Value quantile(std::vector<Value> &values, double share)
 {
     const auto place = values.begin() + std::ptrdiff_t(double(values.size() - 1) * share);
@@ -77,7 +77,7 @@ cv::Vec3b ringColor(const cv::Mat &ycc)
     return {quantile(values[0], 0.5), quantile(values[1], 0.5), quantile(values[2], 0.5)};
 }
 
-/// How far each pixel is from the desk's color, in lightness or in hue, whichever is more.
+/// The distance of each pixel from the desk's color, in lightness or in hue, whichever is larger.
 cv::Mat differenceFrom(const cv::Vec3b &desk, const cv::Mat &ycc)
 {
     cv::Mat difference(ycc.size(), CV_8U);
@@ -94,7 +94,7 @@ cv::Mat differenceFrom(const cv::Vec3b &desk, const cv::Mat &ycc)
     return difference;
 }
 
-/// White where something lies on the desk. A desk with a grain may differ from itself somewhat.
+/// White where something lies on the desk; the grain of the desk itself is tolerated.
 cv::Mat objectsIn(const cv::Mat &small)
 {
     cv::Mat ycc;
@@ -111,7 +111,7 @@ cv::Mat objectsIn(const cv::Mat &small)
     return objects;
 }
 
-/// The contour that is most like a large rectangle; empty when none is.
+/// The contour most similar to a large rectangle; empty when none is.
 Contour pageContour(const cv::Mat &objects)
 {
     std::vector<Contour> contours;
@@ -120,7 +120,7 @@ Contour pageContour(const cv::Mat &objects)
     double bestScore = 0;
     for (Contour &contour : contours) {
         const double area = cv::contourArea(contour);
-        if (area < smallestPage * double(objects.total())) {
+        if (area < minPage * double(objects.total())) {
             continue;
         }
         const cv::Size2f around = cv::minAreaRect(contour).size;
@@ -128,7 +128,7 @@ Contour pageContour(const cv::Mat &objects)
             double(std::min(around.width, around.height)) / std::max(around.width, around.height);
         const double squareness = area / around.area();
         const double score = area * squareness * squareness;
-        if (breadth >= leastBreadth && squareness >= leastSquareness && score > bestScore) {
+        if (breadth >= minBreadth && squareness >= minSquareness && score > bestScore) {
             bestScore = score;
             best.swap(contour);
         }
@@ -136,7 +136,7 @@ Contour pageContour(const cv::Mat &objects)
     return best;
 }
 
-/// The first in order: of four corners the one nearest to the picture's top left; clockwise.
+/// The corners clockwise, beginning with the one nearest to the top left of the picture.
 PageCorners ordered(PageCorners corners)
 {
     cv::Point2f centre;
@@ -145,7 +145,7 @@ PageCorners ordered(PageCorners corners)
     }
     std::sort(corners.begin(), corners.end(), [&](const cv::Point2f &a, const cv::Point2f &b) {
         return std::atan2(a.y - centre.y, a.x - centre.x)
-            < std::atan2(b.y - centre.y, b.x - centre.x); // clockwise, for y points down
+            < std::atan2(b.y - centre.y, b.x - centre.x); // clockwise, as y points down
     });
     const auto first = std::min_element(
         corners.begin(), corners.end(),
@@ -178,7 +178,7 @@ double cross(const cv::Point2f &a, const cv::Point2f &b)
     return double(a.x) * b.y - double(a.y) * b.x;
 }
 
-/// The line along the points of the contour that lie near this side, away from its ends.
+/// The line through the points of the contour near this side, its ends left out.
 Line fittedSide(const Contour &contour, const cv::Point2f &from, const cv::Point2f &to)
 {
     const cv::Point2f side = to - from;
@@ -188,7 +188,7 @@ Line fittedSide(const Contour &contour, const cv::Point2f &from, const cv::Point
     for (const cv::Point &point : contour) {
         const cv::Point2f offset = cv::Point2f(point) - from;
         const float along = offset.dot(direction) / length;
-        // Corners may be dog-eared, and are rounded by the search.
+        // Corners may be dog-eared, and the search rounds them.
         if (along > 0.08F && along < 0.92F
             && std::abs(cross(direction, offset)) < 0.03 * double(length) + 2) {
             near.push_back(point);
@@ -203,7 +203,7 @@ Line fittedSide(const Contour &contour, const cv::Point2f &from, const cv::Point
     return {{line[2], line[3]}, {line[0], line[1]}};
 }
 
-/// Where two lines meet; `otherwise` where they meet far from it, or not at all.
+/// Where two lines intersect; `otherwise` when that is far away from it, or they don't.
 cv::Point2f intersection(const Line &a, const Line &b, const cv::Point2f &otherwise, double far)
 {
     const double sine = cross(a.direction, b.direction);
@@ -215,7 +215,7 @@ cv::Point2f intersection(const Line &a, const Line &b, const cv::Point2f &otherw
     return cv::norm(point - otherwise) < far ? point : otherwise;
 }
 
-/// Where the sides meet, each the one from a corner to the next.
+/// The corners where adjacent sides intersect; side i goes from corner i to the next.
 PageCorners meetings(const std::array<Line, 4> &sides, const PageCorners &rough)
 {
     const std::vector<cv::Point2f> outline(rough.begin(), rough.end());
@@ -244,7 +244,7 @@ int brightness(const cv::Mat &picture, const cv::Point2f &point)
     return pixel[0] + pixel[1] + pixel[2];
 }
 
-/// The line where the picture changes most, within `reach` pixels of a side.
+/// The line of the strongest change within `reach` pixels of a side.
 Line sharpenedSide(const cv::Mat &picture, const cv::Point2f &from, const cv::Point2f &to,
                    int reach)
 {
@@ -274,7 +274,7 @@ Line sharpenedSide(const cv::Mat &picture, const cv::Point2f &from, const cv::Po
     return {{line[2], line[3]}, {line[0], line[1]}};
 }
 
-/// The corners in a copy of the picture that is scaled by this.
+/// The corners in a copy of the picture that is scaled by `scale`.
 PageCorners scaled(const PageCorners &corners, const cv::Point2f &scale)
 {
     PageCorners result;
@@ -289,7 +289,7 @@ cv::Point2f scaleOf(const cv::Mat &picture, const cv::Mat &copy)
     return {float(copy.cols) / float(picture.cols), float(copy.rows) / float(picture.rows)};
 }
 
-/// The corners as this picture has them, which were found in a smaller one.
+/// Corners found in a small copy, refined in the picture itself.
 PageCorners sharpened(const cv::Mat &picture, const cv::Mat &small, const PageCorners &found)
 {
     const cv::Point2f scale = scaleOf(small, picture);
@@ -303,8 +303,9 @@ PageCorners sharpened(const cv::Mat &picture, const cv::Mat &small, const PageCo
 }
 
 /**
- * Width to height of the rectangle that a camera sees as these corners, its lens being behind the
- * middle of the picture (Zhang and He, "Whiteboard scanning and image enhancement", section 4).
+ * Width to height of the rectangle that a camera sees with these corners, the principal point
+ * being the center of the picture (Zhang and He, "Whiteboard scanning and image enhancement",
+ * section 4).
  */
 double proportions(const PageCorners &corners, const cv::Size &picture)
 {
@@ -322,8 +323,8 @@ double proportions(const PageCorners &corners, const cv::Size &picture)
     const cv::Vec3d across = right * topRight - topLeft;
     const cv::Vec3d down = bottom * bottomLeft - topLeft;
 
-    // The focal length shows where the sides converge in both directions; else a usual one is
-    // taken.
+    // The focal length follows from sides that converge in both directions; otherwise a usual one
+    // is assumed.
     const double longer = std::max(picture.width, picture.height);
     double focalSquare = longer * longer;
     if (std::abs(across[2]) > 0.05 && std::abs(down[2]) > 0.05) {
@@ -345,17 +346,17 @@ cv::Size straightSize(const PageCorners &corners, const cv::Size &picture)
     const double height =
         std::max(cv::norm(corners[3] - corners[0]), cv::norm(corners[2] - corners[1]));
     const double plain = width / std::max(height, 1.0);
-    // A wrong corner may ask for anything.
+    // With a wrong corner the estimate can be anything.
     const double ratio = std::clamp(proportions(corners, picture), plain / 2, plain * 2);
     const auto side = [](double length) { return std::max(1, cvRound(length)); };
     return plain < ratio ? cv::Size(side(height * ratio), side(height))
                          : cv::Size(side(width), side(width / ratio));
 }
 
-/// Puts the corners of a page at those of a picture of `size`.
+/// Maps the corners of a page to those of a picture of `size`.
 cv::Mat transformation(const PageCorners &corners, const cv::Size &size)
 {
-    // Pixels are points at their middles here, the page ends with the outer edge of the outermost.
+    // Coordinates are those of pixel centers; the page extends to the outer edges of its pixels.
     const float right = float(size.width) - 0.5F;
     const float bottom = float(size.height) - 0.5F;
     const PageCorners target{cv::Point2f(-0.5F, -0.5F), cv::Point2f(right, -0.5F),
@@ -370,7 +371,7 @@ cv::Mat warped(const cv::Mat &picture, const cv::Mat &transform, const cv::Size 
     return result;
 }
 
-/// Turns a picture of `size` by this about its middle, so that lines of this slope get level.
+/// Rotates a picture of `size` about its center so that lines of this slope become level.
 cv::Mat levelling(const cv::Size &size, double slope)
 {
     cv::Mat rotation = cv::Mat::eye(3, 3, CV_64F);
@@ -379,11 +380,11 @@ cv::Mat levelling(const cv::Size &size, double slope)
     return rotation;
 }
 
-/// How distinct rows are when they slope like this: the more, the more lie on lines of text.
+/// How distinctly the ink forms rows of this slope: largest for the slope of the text.
 double distinctness(const std::vector<cv::Point> &ink, int height, double slope)
 {
     const double tangent = std::tan(slope * CV_PI / 180);
-    const int margin = height; // lines leave the picture at the sides
+    const int margin = height; // sloping lines leave the picture at its sides
     std::vector<int> rows(size_t(height + 2 * margin));
     for (const cv::Point &point : ink) {
         const int row = cvRound(point.y - tangent * point.x) + margin;
@@ -399,7 +400,7 @@ double distinctness(const std::vector<cv::Point> &ink, int height, double slope)
     return sum;
 }
 
-/// \param middle  the picture or a shrunken one: halving it once serves both steps
+/// \param middle  the picture or a shrunken copy, which is made once for both steps
 std::optional<PageCorners> findPageBy(const cv::Mat &middle, const cv::Mat &picture)
 {
     const cv::Mat small = shrunken(middle, finderSide);
@@ -418,9 +419,9 @@ cv::Mat straightenedBy(const cv::Mat &middle, const cv::Mat &picture, const Page
     const cv::Size size = straightSize(corners, picture.size());
     cv::Mat transform = transformation(corners, size);
 
-    // The slope is measured on a small page, so that the large one is interpolated only once.
+    // The skew is measured on a small page, so that the large one is interpolated only once.
     const cv::Mat small = greyOf(middle);
-    const double shrink = std::min(1.0, double(slopeSide) / std::max(size.width, size.height));
+    const double shrink = std::min(1.0, double(skewSide) / std::max(size.width, size.height));
     const cv::Size smallSize(std::max(1, cvRound(size.width * shrink)),
                              std::max(1, cvRound(size.height * shrink)));
     const PageCorners smallCorners = scaled(corners, scaleOf(picture, small));
@@ -441,26 +442,26 @@ std::optional<PageCorners> findPage(const cv::Mat &picture)
 
 cv::Mat straightened(const cv::Mat &picture, const PageCorners &corners)
 {
-    return straightenedBy(shrunken(picture, 2 * slopeSide), picture, corners);
+    return straightenedBy(shrunken(picture, 2 * skewSide), picture, corners);
 }
 
 cv::Mat straightenedPage(const cv::Mat &picture)
 {
-    const cv::Mat middle = shrunken(picture, 2 * slopeSide);
+    const cv::Mat middle = shrunken(picture, 2 * skewSide);
     const auto corners = findPageBy(middle, picture);
     return corners ? straightenedBy(middle, picture, *corners) : cv::Mat();
 }
 
 double skewAngle(const cv::Mat &page)
 {
-    const cv::Mat grey = greyOf(shrunken(page, slopeSide));
+    const cv::Mat grey = greyOf(shrunken(page, skewSide));
     if (std::min(grey.cols, grey.rows) < 50) {
         return 0;
     }
     cv::Mat ink;
     cv::adaptiveThreshold(grey, ink, 255, cv::ADAPTIVE_THRESH_MEAN_C, cv::THRESH_BINARY_INV, 25,
                           15);
-    // What the outermost pixels show may be the desk.
+    // The outermost pixels may show the desk.
     const int margin = std::min(ink.cols, ink.rows) / 25;
     const cv::Mat inner =
         ink(cv::Rect(margin, margin, ink.cols - 2 * margin, ink.rows - 2 * margin));
@@ -497,7 +498,7 @@ double skewAngle(const cv::Mat &page)
     const std::vector<cv::Point> many = some(12000);
     const double bestValue = tryAround(many, 0.4, 0.1);
     const double level = distinctness(many, inner.rows, 0);
-    // Text that is level but for the error of the measurement, or no text at all, stays.
+    // Text that is level within the error of measurement, or no text at all, is left as it is.
     const bool isPlain =
         bestValue > 1.2 * level && std::abs(best) > 0.2 && std::abs(best) < largestSlope;
     return isPlain ? best : 0;

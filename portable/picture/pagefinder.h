@@ -12,28 +12,28 @@ namespace portable {
 using PageCorners = std::array<cv::Point2f, 4>;
 
 /**
- * Looks for the one sheet, book or card that differs most from what lies along the edges of the
- * picture. Takes a few milliseconds.
+ * Finds the sheet, book or card that differs most from the desk, which is whatever is seen along
+ * the edges of the picture. Takes a few milliseconds.
  * \param picture  8-bit BGR
- * \return nothing when there is none, when it has the color of the desk, or is smaller than a
+ * \return nullopt when there is none, when it has the color of the desk, or is smaller than a
  *         hundredth of the picture
  */
 std::optional<PageCorners> findPage(const cv::Mat &picture);
 
 /**
- * The page cut out and made rectangular, in its own proportions and about its size in the picture;
- * then turned by the few degrees that its lines of text may be askew on it.
- * \return 8-bit BGR, with pixels of its own
+ * Cuts the page out and makes it rectangular, in its true proportions and about the size it has in
+ * the picture, then rotates it by the few degrees by which its text may be skewed on the page.
+ * \return 8-bit BGR, a copy
  */
 cv::Mat straightened(const cv::Mat &picture, const PageCorners &corners);
 
-/// findPage and straightened; empty when there is no page.
+/// findPage() and straightened(); empty when there is no page.
 cv::Mat straightenedPage(const cv::Mat &picture);
 
 /**
- * How much the lines of text on a page rise or fall: degrees, positive when they fall to the right.
+ * The skew of the lines of text on a page in degrees, positive when they fall to the right.
  * \param page  8-bit BGR or grey
- * \return 0 when it isn't plain, and beyond 5 degrees
+ * \return 0 when there is no clear skew, and beyond 5 degrees
  */
 double skewAngle(const cv::Mat &page);
 

@@ -1,14 +1,23 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include "portable/picture/picturefile.h"
+#include <QByteArray>
 
 #include <optional>
 
 namespace portable {
 
-/** The resolution that a PNG, BMP or TIFF file tells; none for other files and where it is not
- * told. */
+/// Dots per inch, both at least 1.
+struct Dpi
+{
+    int x = 300;
+    int y = 300;
+};
+
+/**
+ * Resolution stored in a PNG, BMP or TIFF file; nullopt when absent or for other formats. It is the
+ * file's own word, and may be absurd.
+ */
 std::optional<Dpi> storedDpi(const QByteArray &file);
 
 } // namespace portable

@@ -10,16 +10,15 @@ namespace {
 const cv::Size essenceSize(96, 54);
 
 /**
- * In grey levels, on average over the picture. Measured on the desk scene: its clock makes 0.3,
- * strong noise (sigma 8) 0.5 to 1, a card laid on the desk 1.6, a page moved by 4 pixels 5 and
- * more.
+ * Mean difference in grey levels. Measured on the test scene: its clock causes 0.3, strong noise
+ * (sigma 8) 0.5 to 1, a card laid on the desk 1.6, a page moved by 4 pixels 5 and more.
  */
 constexpr double movement = 1.2;
 
-/// How fast, from look to look, slow changes become part of the picture at rest.
+/// The share of each new frame in the picture at rest, which thus follows slow changes.
 constexpr double following = 0.1;
 
-/// A frame without its noise and its brightness, which lamps and automatic exposure change.
+/// A frame without noise and without its mean brightness, which lamps and auto exposure change.
 cv::Mat essence(const cv::Mat &frame)
 {
     cv::Mat small;

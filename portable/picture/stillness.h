@@ -8,26 +8,26 @@
 namespace portable {
 
 /**
- * Finds the moments at which something new lies still before the camera, from its frames one after
- * the other. Small changes (noise, a clock, light that grows over minutes) are no movement.
+ * Detects when something new has come to rest before the camera, from successive frames. Small
+ * changes (noise, a clock, daylight) don't count as movement.
  */
 class Stillness
 {
 public:
     using Clock = std::chrono::steady_clock;
 
-    /// \param still  how long nothing may move after something has
+    /// \param still  how long nothing must move after a movement
     explicit Stillness(std::chrono::milliseconds still);
 
     /**
-     * Takes the next frame, 8-bit BGR; a few a second will do.
+     * Takes the next frame, 8-bit BGR; a few per second are enough.
      * \return true once after each movement, at the first frame after the rest
      */
     bool look(const cv::Mat &frame, Clock::time_point taken);
 
 private:
     const std::chrono::milliseconds m_still;
-    cv::Mat m_resting; // what nothing has moved against since m_since; see essence()
+    cv::Mat m_resting; // the scene since m_since, see essence()
     Clock::time_point m_since;
     bool m_hasMoved = false;
 };

@@ -14,7 +14,7 @@ namespace portable {
 
 namespace {
 
-/// What libtiff complained about last, on this thread.
+/// The last error that libtiff reported on this thread.
 thread_local QString complaint; // NOLINT: a handler of libtiff has no object to write to
 
 void complain(const char *module, const char *format, va_list arguments)
@@ -25,7 +25,7 @@ void complain(const char *module, const char *format, va_list arguments)
     complaint = QString::fromLocal8Bit(text);
 }
 
-/// A file in memory as libtiff wants to see it.
+/// A file in memory with the callbacks that libtiff needs.
 class Memory
 {
 public:
@@ -42,10 +42,10 @@ public:
     };
     using File = std::unique_ptr<TIFF, Close>;
 
-    /// \param mode  as of TIFFOpen. The file ends before the memory does.
+    /// \param mode  as of TIFFOpen. The file must be closed before this object goes.
     File open(const char *mode)
     {
-        static const bool once = [] { // it would write to stderr
+        static const bool once = [] { // by default it writes to stderr
             TIFFSetErrorHandler(complain);
             TIFFSetWarningHandler(nullptr);
             return true;
@@ -82,7 +82,7 @@ private:
         if (end > self.m_bytes.size()) {
             const int former = self.m_bytes.size();
             self.m_bytes.resize(int(end));
-            if (self.m_position > former) { // sought beyond the end
+            if (self.m_position > former) { // after a seek beyond the end
                 std::fill(self.m_bytes.begin() + former,
                           self.m_bytes.begin() + int(self.m_position), '\0');
             }
@@ -110,7 +110,7 @@ private:
     qint64 m_position = 0;
 };
 
-/// The fields that all our pictures have: one strip, the resolution.
+/// Sets the fields that all our pictures have in common.
 void describe(TIFF *tiff, QSize size, int dpiX, int dpiY)
 {
     TIFFSetField(tiff, TIFFTAG_IMAGEWIDTH, uint32_t(size.width()));
@@ -156,7 +156,7 @@ QByteArray tiffOfJpeg(const QByteArray &jpeg, QSize size, bool isGrey, int dpiX,
         if (!isGrey) {
             TIFFSetField(tiff, TIFFTAG_YCBCRSUBSAMPLING, 2, 2);
         }
-        // libtiff takes the data as not const, but only reads it.
+        // libtiff's parameter isn't const, but it only reads the data.
         ok = TIFFWriteRawStrip(tiff, 0, const_cast<char *>(jpeg.constData()), jpeg.size()) > 0
             && TIFFWriteDirectory(tiff) != 0;
     }
@@ -213,13 +213,13 @@ QSize tiffDpi(const QByteArray &tiff)
         return {};
     }
     const double perInch = unit == RESUNIT_CENTIMETER ? 2.54 : 1;
-    const auto whole = [perInch](float value) { // which may be anything, infinite too
+    const auto whole = [perInch](float value) { // which may be anything, even infinite
         return value > 0 && value < 1e6F ? int(std::lround(double(value) * perInch)) : -1;
     };
     return {whole(x), whole(y)};
 }
 
-QImage readTiff(const QByteArray &tiff, qint64 maximumPixels, QString *error)
+QImage readTiff(const QByteArray &tiff, qint64 maxPixels, QString *error)
 {
     Memory memory(tiff);
     const Memory::File file = memory.open("rm");
@@ -230,7 +230,7 @@ QImage readTiff(const QByteArray &tiff, qint64 maximumPixels, QString *error)
         *error = QStringLiteral("a damaged TIFF: ") + complaint;
         return {};
     }
-    if (width == 0 || height == 0 || qint64(width) > maximumPixels / qint64(height)) {
+    if (width == 0 || height == 0 || qint64(width) > maxPixels / qint64(height)) {
         *error = QStringLiteral("%1 x %2 pixels are too many").arg(width).arg(height);
         return {};
     }

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-/// \file TIFF files, by libtiff. Free of OpenCV, whose headers don't go with libtiff's.
+/// \file TIFF files, by libtiff. Free of OpenCV, whose headers clash with libtiff's.
 #pragma once
 
 #include <QByteArray>
@@ -9,32 +9,32 @@
 namespace portable {
 
 /**
- * A TIFF of one strip, which is a whole JPEG file: nothing is encoded a second time.
+ * A TIFF of one strip, which is a whole JPEG file: nothing is encoded again.
  * \param jpeg   grey, or color as YCbCr 4:2:0
  * \param dpiX,dpiY  dots per inch
  */
 QByteArray tiffOfJpeg(const QByteArray &jpeg, QSize size, bool isGrey, int dpiX, int dpiY);
 
-/// Where the pixels of a bilevel picture lie: one byte each, 0 is ink.
+/// The pixels of a bilevel picture, one byte each, 0 is ink; not owned.
 struct InkView
 {
     const uchar *pixels;
-    qptrdiff step; ///< Bytes from row to row.
+    qptrdiff step; ///< Bytes from one row to the next.
     QSize size;
 };
 
 /// A TIFF in CCITT group 4 of one strip, MSB first, bit 1 = ink.
 QByteArray tiffOfInk(const InkView &ink, int dpiX, int dpiY);
 
-/// The bytes of the first strip as they lie in the file.
+/// The bytes of the first strip as stored in the file; empty when there is none.
 QByteArray firstStrip(const QByteArray &tiff);
 
 bool isTiff(const QByteArray &bytes);
 
-/// The resolution of the first picture in dots per inch; invalid when the file doesn't tell.
+/// Resolution of the first picture in dots per inch; invalid when the file has none.
 QSize tiffDpi(const QByteArray &tiff);
 
 /// The first picture of a TIFF file; null, with a reason, when it can't be read.
-QImage readTiff(const QByteArray &tiff, qint64 maximumPixels, QString *error);
+QImage readTiff(const QByteArray &tiff, qint64 maxPixels, QString *error);
 
 } // namespace portable

@@ -11,7 +11,7 @@ namespace portable {
 
 namespace {
 
-constexpr int longestText = 1000; // more fills no picture, but costs time
+constexpr int longestText = 1000; // more doesn't fit on a picture and only costs time
 constexpr int smallestPixels = 8;
 constexpr int layout = Qt::AlignLeft | Qt::AlignTop | Qt::TextWordWrap | Qt::TextWrapAnywhere;
 
@@ -28,7 +28,7 @@ QFont fontOf(const Watermark &watermark, int dpi, int pictureHeight)
     return font;
 }
 
-/// Where text of this length begins within `whole`; a negative position counts from the end.
+/// Start of a text of this length within `whole`; a negative position counts from the end.
 int beginOf(int position, int length, int whole)
 {
     const qint64 begin = position >= 0 ? position : qint64(whole) + position - length;
@@ -45,7 +45,7 @@ void stamp(cv::Mat &picture, const Watermark &watermark, int dpi)
     }
     const QRect whole(0, 0, picture.cols, picture.rows);
     const QFont font = fontOf(watermark, dpi, picture.rows);
-    // Slanted letters reach beyond their box.
+    // Slanted letters extend beyond their box.
     const int margin = font.pixelSize() / 4;
     const QRect box = QFontMetrics(font).boundingRect(whole, layout, text);
     const QPoint begin(beginOf(watermark.position.x(), box.width(), whole.width()),
@@ -53,7 +53,7 @@ void stamp(cv::Mat &picture, const Watermark &watermark, int dpi)
     const QRect place(begin, box.size());
     const QRect touched = place.adjusted(-margin, -margin, margin, margin).intersected(whole);
 
-    // A matrix of 24 bits can be painted on directly only from Qt 5.14 on.
+    // Qt can paint on 24-bit BGR only from 5.14 on.
     cv::Mat part = picture(cv::Rect(touched.x(), touched.y(), touched.width(), touched.height()));
     cv::Mat pixels;
     cv::cvtColor(part, pixels, cv::COLOR_BGR2BGRA);

@@ -8,23 +8,24 @@
 
 namespace portable {
 
-/// The text that captures are stamped with. Any values do no harm.
+/// The text stamped on captures. Every field value is safe.
 struct Watermark
 {
     bool isOn = false;
     QString text;
     int opacity = 100; ///< Percent.
-    QString family; ///< Of the font; empty, or one that isn't there: the usual one.
-    int points = 12; ///< Size of the font, at the resolution of the picture.
+    QString family; ///< Font family; the default one when empty or not installed.
+    int points = 12; ///< Font size, at the resolution of the picture.
     QColor color{Qt::red};
-    /// Of the text's top left corner; negative: its distance from the right or bottom edge.
+    /// Of the text's top left corner in pixels; negative: distance of the text from the right or
+    /// bottom edge.
     QPoint position{20, 20};
 };
 
 /**
- * Writes the watermark on an 8-bit BGR picture, in lines as its width asks for; text that leaves
- * the picture is moved into it, and cut off where it is larger. Needs a QGuiApplication, for the
- * fonts. \param dpi  of the picture, vertically
+ * Draws the watermark on an 8-bit BGR picture, wrapped to its width. Text that would leave the
+ * picture is moved into it, and clipped when it is larger. Needs a QGuiApplication for the fonts.
+ * \param dpi  vertical resolution of the picture
  */
 void stamp(cv::Mat &picture, const Watermark &watermark, int dpi);
 

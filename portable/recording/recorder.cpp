@@ -6,84 +6,85 @@
 #include <QFileInfo>
 
 #include <algorithm>
+#include <cmath>
 #include <exception>
 
 namespace portable {
 
 namespace {
 
-using Clock = RecorderTimes::Clock;
+using Duration = base::Clock::Duration;
 
-/// Who is that far behind lets a picture stand instead of encoding it again and again.
-constexpr qint64 maxRepeats = 2 * picturesPerSecond;
+/// Further behind than this, frames are skipped instead of repeated.
+constexpr qint64 maxRepeats = qint64(2) * videoFrameRate;
 
-/// How often a paused recording looks whether the preview has ended.
-constexpr std::chrono::seconds pausedLook{1};
+/// How often a paused recording checks whether the preview has ended.
+constexpr std::chrono::seconds pausedPollInterval{1};
 
-/// How many pictures a video of this length has.
-qint64 picturesIn(Clock::duration length)
+/// The number of frames in a video of this length.
+qint64 framesIn(Duration length)
 {
     const std::chrono::duration<double> seconds = length;
-    return qint64(seconds.count() * picturesPerSecond + 0.5);
+    return std::llround(seconds.count() * videoFrameRate);
 }
 
-/// From when on there are so many.
-Clock::duration timeOf(qint64 pictures)
+/// The shortest length with this number of frames.
+Duration lengthOf(qint64 frames)
 {
-    const std::chrono::duration<double> seconds((double(pictures) - 0.5) / picturesPerSecond);
-    return std::chrono::ceil<Clock::duration>(seconds);
+    const std::chrono::duration<double> seconds((double(frames) - 0.5) / videoFrameRate);
+    return std::chrono::ceil<Duration>(seconds);
 }
 
 } // namespace
 
-/// A video file that grows with the recorded time; its first picture is there already.
-class Recorder::GrowingVideo
+/// Writes frames at a constant rate; the file already has its first one.
+class Recorder::ConstantRateVideo
 {
 public:
-    explicit GrowingVideo(VideoFile &file)
+    explicit ConstantRateVideo(VideoFile &file)
         : m_file(file)
     {
     }
 
-    /// Makes it `count` pictures long with `frame` as the last; empty: the one before as well.
+    /// Extends it to `count` frames, the last one `frame`; if that is empty, repeats the last.
     bool growTo(qint64 count, const cv::Mat &frame, QString *error)
     {
         m_count = std::max(m_count, count - maxRepeats);
         for (; m_count < count; ++m_count) {
-            // While we hold the frame its memory is not used for another.
-            const bool fresh = m_count == count - 1 && !frame.empty() && frame.data != m_shown.data;
-            if (!m_file.add(m_count, fresh ? frame : cv::Mat(), error)) {
+            // Comparing addresses is enough: while m_last holds the frame, its memory isn't reused.
+            const bool isNew = m_count == count - 1 && !frame.empty() && frame.data != m_last.data;
+            if (!m_file.add(m_count, isNew ? frame : cv::Mat(), error)) {
                 return false;
             }
-            if (fresh) {
-                m_shown = frame;
-                ++m_fresh;
+            if (isNew) {
+                m_last = frame;
+                ++m_different;
             }
         }
         return true;
     }
 
-    /// For the log: a video with few pictures of its own stutters.
+    /// For the log; a video with few different pictures stutters.
     QString summary() const
     {
         return QStringLiteral("%1, %2 s, %3 different pictures")
             .arg(m_file.path())
-            .arg(double(m_count) / picturesPerSecond, 0, 'f', 1)
-            .arg(m_fresh);
+            .arg(double(m_count) / videoFrameRate, 0, 'f', 1)
+            .arg(m_different);
     }
 
 private:
     VideoFile &m_file;
-    cv::Mat m_shown;
+    cv::Mat m_last; // the last frame added, except the first
     qint64 m_count = 1;
-    qint64 m_fresh = 1;
+    qint64 m_different = 1;
 };
 
 Recorder &Recorder::instance()
 {
     static Recorder recorder(CameraSet::instance());
     static const bool once = [] {
-        // After that of the cameras, so it is called before: the preview is still there.
+        // Registered after the cameras' routine, so called before it: the preview still runs.
         qAddPostRoutine([] { recorder.finish(); });
         return true;
     }();
@@ -91,9 +92,9 @@ Recorder &Recorder::instance()
     return recorder;
 }
 
-Recorder::Recorder(const CameraSet &cameras, RecorderTimes times)
+Recorder::Recorder(const CameraSet &cameras, base::Clock &clock)
     : m_cameras(cameras)
-    , m_times(std::move(times))
+    , m_clock(clock)
 {
 }
 
@@ -116,14 +117,14 @@ bool Recorder::begin(const QString &path, VideoFormat format, QString *error)
 {
     std::unique_lock<std::mutex> lock(m_mutex);
     if (m_state != State::Idle) {
-        *error = QStringLiteral("the former one is not finished");
+        *error = QStringLiteral("the previous one has not finished");
         return false;
     }
     m_state = State::Starting;
-    std::thread former = std::move(m_thread);
+    std::thread previous = std::move(m_thread);
     lock.unlock();
-    if (former.joinable()) {
-        former.join();
+    if (previous.joinable()) {
+        previous.join();
     }
     auto file = open(path, format, error);
     if (file) {
@@ -135,8 +136,8 @@ bool Recorder::begin(const QString &path, VideoFormat format, QString *error)
     if (!file) {
         return false;
     }
-    m_before = {};
-    m_since = m_times.now();
+    m_recordedBefore = {};
+    m_resumedAt = m_clock.now();
     m_thread = std::thread(&Recorder::run, this, std::move(file));
     return true;
 }
@@ -157,7 +158,7 @@ bool Recorder::pause()
     if (m_state != State::Running) {
         return false;
     }
-    m_before = recorded();
+    m_recordedBefore = recorded();
     m_state = State::Paused;
     return true;
 }
@@ -168,7 +169,7 @@ bool Recorder::resume()
     if (m_state != State::Paused) {
         return false;
     }
-    m_since = m_times.now();
+    m_resumedAt = m_clock.now();
     m_state = State::Running;
     m_changed.notify_all();
     return true;
@@ -196,14 +197,14 @@ void Recorder::finish()
         }
         return m_state == State::Idle;
     });
-    std::thread former = std::move(m_thread);
+    std::thread previous = std::move(m_thread);
     lock.unlock();
-    if (former.joinable()) {
-        former.join();
+    if (previous.joinable()) {
+        previous.join();
     }
 }
 
-/// Makes the file, with its first picture in it.
+/// Creates the file with its first frame.
 std::unique_ptr<VideoFile> Recorder::open(const QString &path, VideoFormat format, QString *error)
 try {
     cv::Mat frame;
@@ -212,10 +213,10 @@ try {
         *error = QStringLiteral("there is no preview");
         return nullptr;
     }
-    // The extension would make a name of it.
+    // Checked before the extension is added, which would make a file name of it.
     const QFileInfo file(path);
     if (file.fileName().isEmpty() || file.isDir()) {
-        *error = QStringLiteral("the path is not that of a file");
+        *error = QStringLiteral("the path is not a file name");
         return nullptr;
     }
     qint64 width;
@@ -228,24 +229,24 @@ try {
     auto video = VideoFile::create(videoPath(path, format), format,
                                    videoSize(frame.size(), width, height), error);
     return video && video->add(0, frame, error) ? std::move(video) : nullptr;
-} catch (const std::exception &failure) { // OpenCV's, or too little memory
+} catch (const std::exception &failure) { // OpenCV's, or out of memory
     *error = QString::fromLocal8Bit(failure.what());
     return nullptr;
 }
 
 void Recorder::run(std::unique_ptr<VideoFile> file)
 {
-    GrowingVideo video(*file);
+    ConstantRateVideo video(*file);
     QString error;
-    bool whole = false;
+    bool isComplete = false;
     try {
-        whole = record(video, &error) && file->finish(&error);
-    } catch (const std::exception &failure) { // OpenCV's, or too little memory
+        isComplete = record(video, &error) && file->finish(&error);
+    } catch (const std::exception &failure) { // OpenCV's, or out of memory
         error = QString::fromLocal8Bit(failure.what());
     }
     const QString summary = video.summary();
     file.reset();
-    if (whole) {
+    if (isComplete) {
         qInfo().noquote() << "portable: recorded:" << summary;
     } else {
         qWarning().noquote() << "portable: the recording broke off:" << error;
@@ -255,11 +256,11 @@ void Recorder::run(std::unique_ptr<VideoFile> file)
     m_changed.notify_all();
 }
 
-bool Recorder::record(GrowingVideo &video, QString *error)
+bool Recorder::record(ConstantRateVideo &video, QString *error)
 {
-    PreviewWatch preview(m_cameras, m_times.cameraChange);
+    PreviewWatch preview(m_cameras, m_clock);
     qint64 due = 1;
-    while (waitForPicture(&due)) {
+    while (waitForFrame(&due)) {
         const auto camera = preview.camera();
         if (preview.ended()) {
             qInfo("portable: the recording ends with the preview");
@@ -268,7 +269,7 @@ bool Recorder::record(GrowingVideo &video, QString *error)
             return true;
         }
         if (!camera) {
-            continue; // it may be over; if not, what is missing is made up for
+            continue; // a switch of cameras, perhaps; missing frames are added afterwards
         }
         cv::Mat frame;
         camera->currentFrame(frame);
@@ -280,35 +281,36 @@ bool Recorder::record(GrowingVideo &video, QString *error)
 }
 
 /**
- * Waits for the moment of the next picture, or for something to happen before.
- * \param due  how many pictures were due; set to how many are now
- * \return false when the recording is to end, with `due` at that moment
+ * Waits until the next frame is due or the state changes.
+ * \param due  number of frames due before the call; set to the number due now
+ * \return false when the recording is to end, with the final `due`
  */
-bool Recorder::waitForPicture(qint64 *due)
+bool Recorder::waitForFrame(qint64 *due)
 {
     std::unique_lock<std::mutex> lock(m_mutex);
-    if (m_state != State::Ending && picturesIn(recorded()) <= *due) {
-        const Clock::duration toNext = timeOf(*due + 1) - recorded();
-        m_changed.wait_for(lock, m_state == State::Paused ? pausedLook : toNext);
+    if (m_state != State::Ending && framesIn(recorded()) <= *due) {
+        const Duration untilNext = lengthOf(*due + 1) - recorded();
+        m_clock.waitFor(m_changed, lock, m_state == State::Paused ? pausedPollInterval : untilNext);
     }
-    *due = std::max(*due, picturesIn(recorded()));
+    *due = std::max(*due, framesIn(recorded()));
     return m_state != State::Ending;
 }
 
-/// Stops the clock, if it runs. To be called with m_mutex held, as the next one.
+/// Stops the recording time. Call with m_mutex held.
 void Recorder::end()
 {
     if (m_state == State::Running || m_state == State::Paused) {
-        m_before = recorded();
+        m_recordedBefore = recorded();
         m_state = State::Ending;
         m_changed.notify_all();
     }
 }
 
-/// The time recorded until now.
-Recorder::Clock::duration Recorder::recorded() const
+/// Recording time so far. Call with m_mutex held.
+Duration Recorder::recorded() const
 {
-    return m_state == State::Running ? m_before + (m_times.now() - m_since) : m_before;
+    return m_state == State::Running ? m_recordedBefore + (m_clock.now() - m_resumedAt)
+                                     : m_recordedBefore;
 }
 
 } // namespace portable

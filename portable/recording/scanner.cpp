@@ -3,8 +3,8 @@
 
 #include "portable/base/atomicfile.h"
 #include "portable/base/writecheck.h"
-#include "portable/camera/shot.h"
 #include "portable/picture/bookfold.h"
+#include "portable/picture/picturewriter.h"
 #include "portable/picture/stillness.h"
 
 #include <QCoreApplication>
@@ -21,16 +21,17 @@ namespace portable {
 
 namespace {
 
-QByteArray encoded(const cv::Mat &picture, const QString &extension)
+/// \param page  of the shot, or all of it
+QByteArray encoded(const cv::Mat &page, const Shot &shot, const QString &extension)
 {
     if (extension == QLatin1String("png")) {
-        return pngFile(picture, shotDpi());
+        return pngFile(page, shot.dpi);
     }
-    return extension == QLatin1String("tif") ? jpegTiffFile(picture, shotQuality(), shotDpi())
-                                             : jpegFile(picture, shotQuality(), shotDpi());
+    return extension == QLatin1String("tif") ? jpegTiffFile(page, shot.quality, shot.dpi)
+                                             : jpegFile(page, shot.quality, shot.dpi);
 }
 
-/// \param slot  as the macro SLOT writes it, or anything else
+/// \param slot  as written by the macro SLOT; anything else is refused
 bool hasSlot(const QObject &receiver, const char *slot)
 {
     if (!slot || slot[0] != '1') {
@@ -41,7 +42,7 @@ bool hasSlot(const QObject &receiver, const char *slot)
         && QMetaObject::checkConnectArgs("shot(int)", signature.constData());
 }
 
-/// What of an open book goes into a file each.
+/// The parts of an open book that go into a file each.
 std::vector<cv::Mat> pagesOf(const cv::Mat &book, BookMode mode)
 {
     if (mode == BookMode::BothInOne) {
@@ -56,14 +57,14 @@ std::vector<cv::Mat> pagesOf(const cv::Mat &book, BookMode mode)
 
 } // namespace
 
-/// What a scan does; `isDue` is asked again and again, with a camera that is open.
+/// A scan in progress.
 struct Scanner::Scan
 {
     QString name; // for the log
     ScanFiles files;
-    std::function<bool(Camera &camera)> isDue;
-    int shots = 0; // then it ends; 0: never
-    BookMode bookMode = BookMode::BothInOne; // for what is no book, too
+    std::function<bool(Camera &camera)> isDue; // whether to take a shot; called every scanInterval
+    int shots = 0; // number after which it ends; 0: none
+    BookMode bookMode = BookMode::BothInOne; // also for scans other than books
     bool isObserved = false;
 };
 
@@ -77,7 +78,7 @@ Scanner &Scanner::instance()
 {
     static Scanner scanner(CameraSet::instance(), takeShot);
     static const bool once = [] {
-        // After that of the cameras, so it is called before.
+        // Registered after the cameras' routine, so called before it.
         qAddPostRoutine([] { scanner.stop(); });
         return true;
     }();
@@ -85,10 +86,10 @@ Scanner &Scanner::instance()
     return scanner;
 }
 
-Scanner::Scanner(const CameraSet &cameras, Shoot shoot, ScannerTimes times)
+Scanner::Scanner(const CameraSet &cameras, Shoot shoot, base::Clock &clock)
     : m_cameras(cameras)
     , m_shoot(std::move(shoot))
-    , m_times(times)
+    , m_clock(clock)
 {
 }
 
@@ -105,7 +106,7 @@ bool Scanner::observe(const QObject *receiver, const char *slot)
         return true;
     }
     if (!hasSlot(*receiver, slot)) {
-        qWarning("portable: nobody hears of the automatic scan: there is no slot \"%s\"",
+        qWarning("portable: the automatic scan has no receiver: there is no slot \"%s\"",
                  slot ? slot : "");
         return false;
     }
@@ -114,7 +115,7 @@ bool Scanner::observe(const QObject *receiver, const char *slot)
 
 bool Scanner::startAutomatic(const ScanFiles &files)
 {
-    Scan scan = pageScan(QStringLiteral("automatic scan"), files);
+    Scan scan = motionScan(QStringLiteral("automatic scan"), files);
     scan.isObserved = true;
     return start(std::move(scan));
 }
@@ -124,12 +125,15 @@ bool Scanner::startTimed(const ScanFiles &files, std::chrono::seconds interval, 
     Scan scan;
     scan.name = QStringLiteral("timed scan");
     scan.files = files;
-    scan.isDue = [interval, due = Clock::now() + interval](Camera &) mutable {
-        const auto now = Clock::now();
+    scan.isDue = [this, interval, due = m_clock.now() + interval](Camera &) mutable {
+        const auto now = m_clock.now();
         if (now < due) {
             return false;
         }
-        due = std::max(due + interval, now); // one that was late is not made up for
+        due += interval;
+        if (due <= now) {
+            due = now + interval; // missed shots aren't made up for
+        }
         return true;
     };
     scan.shots = shots;
@@ -138,7 +142,7 @@ bool Scanner::startTimed(const ScanFiles &files, std::chrono::seconds interval, 
 
 bool Scanner::startBook(const ScanFiles &files, BookMode mode)
 {
-    Scan scan = pageScan(QStringLiteral("book scan"), files);
+    Scan scan = motionScan(QStringLiteral("book scan"), files);
     scan.bookMode = mode;
     return start(std::move(scan));
 }
@@ -149,16 +153,16 @@ void Scanner::stop()
     end();
 }
 
-/// A scan of each page that is laid before the camera.
-Scanner::Scan Scanner::pageScan(const QString &name, const ScanFiles &files) const
+/// A scan that takes a shot of each document put under the camera.
+Scanner::Scan Scanner::motionScan(const QString &name, const ScanFiles &files) const
 {
     Scan scan;
     scan.name = name;
     scan.files = files;
-    // Shared, for a std::function is copied.
-    scan.isDue = [stillness = std::make_shared<Stillness>(m_times.still)](Camera &camera) {
+    // Shared because a std::function is copyable.
+    scan.isDue = [this, stillness = std::make_shared<Stillness>(stillPeriod)](Camera &camera) {
         cv::Mat frame;
-        return camera.currentFrame(frame) && stillness->look(frame, Clock::now());
+        return camera.currentFrame(frame) && stillness->look(frame, m_clock.now());
     };
     return scan;
 }
@@ -174,7 +178,7 @@ bool Scanner::start(Scan scan)
         error = QStringLiteral("it needs a directory, and a prefix without \"/\"");
     } else if (canWriteFile(scan.files.path(1), &error)) {
         qInfo().noquote() << "portable:" << scan.name << "begins, with" << scan.files.path(1);
-        m_stop = false; // the thread that reads it is to come
+        m_stop = false; // no lock needed: no thread is running
         m_thread = std::thread([this, scan = std::move(scan)] { run(scan); });
         return true;
     }
@@ -182,7 +186,7 @@ bool Scanner::start(Scan scan)
     return false;
 }
 
-/// Ends the thread. To be called with m_changing held.
+/// Ends the thread. Call with m_changing held.
 void Scanner::end()
 {
     if (!m_thread.joinable()) {
@@ -198,7 +202,7 @@ void Scanner::end()
 
 void Scanner::run(const Scan &scan)
 {
-    PreviewWatch preview(m_cameras, m_times.cameraChange);
+    PreviewWatch preview(m_cameras, m_clock);
     int done = 0;
     while ((scan.shots == 0 || done < scan.shots) && sleep()) {
         const auto camera = preview.camera();
@@ -210,26 +214,26 @@ void Scanner::run(const Scan &scan)
             if (camera && scan.isDue(*camera) && save(scan, done + 1)) {
                 ++done;
             }
-        } catch (const std::exception &failure) { // OpenCV's, or too little memory
+        } catch (const std::exception &failure) { // OpenCV's, or out of memory
             qWarning("portable: %s: %s", qUtf8Printable(scan.name), failure.what());
         }
     }
     qInfo().noquote() << "portable:" << scan.name << "has ended, with shots:" << done;
 }
 
-/// Takes a shot and writes its file, or both its files or none.
-bool Scanner::save(const Scan &scan, int shot)
+/// Takes a shot and writes its file; of two files both or neither.
+bool Scanner::save(const Scan &scan, int number)
 {
-    const cv::Mat picture = m_shoot();
-    if (picture.empty()) {
-        return false; // it said why
+    const Shot shot = m_shoot();
+    if (shot.picture.empty()) {
+        return false; // the reason is in the log
     }
-    const std::vector<cv::Mat> pages = pagesOf(picture, scan.bookMode);
-    int number = (shot - 1) * int(pages.size());
+    const std::vector<cv::Mat> pages = pagesOf(shot.picture, scan.bookMode);
+    int file = (number - 1) * int(pages.size());
     std::vector<FileContent> files;
     QString error;
     for (const cv::Mat &page : pages) {
-        files.emplace_back(scan.files.path(++number), encoded(page, scan.files.extension));
+        files.emplace_back(scan.files.path(++file), encoded(page, shot, scan.files.extension));
         if (files.back().second.isEmpty()) {
             error = files.back().first + QStringLiteral(": can't be encoded");
         }
@@ -240,16 +244,16 @@ bool Scanner::save(const Scan &scan, int shot)
     }
     qInfo().noquote() << "portable:" << scan.name + QLatin1Char(':') << files.front().first;
     if (scan.isObserved) {
-        Q_EMIT m_signal.shot(shot);
+        Q_EMIT m_signal.shot(number);
     }
     return true;
 }
 
-/// \return false when told to stop, at once
+/// \return false as soon as the scan is stopped
 bool Scanner::sleep()
 {
     std::unique_lock<std::mutex> lock(m_mutex);
-    return !m_stopped.wait_for(lock, m_times.look, [this] { return m_stop; });
+    return !m_clock.waitFor(m_stopped, lock, scanInterval, [this] { return m_stop; });
 }
 
 } // namespace portable

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "portable/recording/videofile.h"
 
+#include "portable/base/failure.h"
 #include "portable/base/writecheck.h"
 #include "portable/camera/framesource.h"
 
@@ -24,9 +25,9 @@ namespace portable {
 
 namespace {
 
-constexpr int smallestSide = 16;
-constexpr int largestSide = 4096;
-constexpr int mpeg4Quality = 4; // quantiser: 2 is the best, 31 the worst
+constexpr int minSide = 16;
+constexpr int maxSide = 4096;
+constexpr int mpeg4Quantizer = 4; // 2 is the best quality, 31 the worst
 
 struct Container
 {
@@ -49,7 +50,7 @@ const Container *containerOf(const QString &path)
 
 int even(double side)
 {
-    return int(std::clamp(side, double(smallestSide), double(largestSide))) & ~1;
+    return int(std::clamp(side, double(minSide), double(maxSide))) & ~1;
 }
 
 QString errorText(int code)
@@ -87,7 +88,7 @@ QString videoPath(const QString &path, VideoFormat format)
     if (containerOf(path)) {
         return path;
     }
-    return path + QLatin1String(format == VideoFormat::Usual ? ".mp4" : ".avi");
+    return path + QLatin1String(format == VideoFormat::Standard ? ".mp4" : ".avi");
 }
 
 cv::Size videoSize(const cv::Size &picture, qint64 width, qint64 height)
@@ -95,18 +96,17 @@ cv::Size videoSize(const cv::Size &picture, qint64 width, qint64 height)
     if (width > 0 && height > 0) {
         return {even(double(width)), even(double(height))};
     }
-    const double shrink =
-        std::min(1.0, double(largestSide) / std::max(picture.width, picture.height));
-    return {even(picture.width * shrink), even(picture.height * shrink)};
+    const double scale = std::min(1.0, double(maxSide) / std::max(picture.width, picture.height));
+    return {even(picture.width * scale), even(picture.height * scale)};
 }
 
-cv::Rect fittedInto(const cv::Size &frame, const cv::Size &picture)
+cv::Rect fitInto(const cv::Size &frame, const cv::Size &picture)
 {
     const double scale =
         std::min(double(frame.width) / picture.width, double(frame.height) / picture.height);
     const auto side = [scale](int ofPicture, int ofFrame) {
         const int scaled = std::max(1, int(std::lround(ofPicture * scale)));
-        return ofFrame - scaled < 2 ? ofFrame : scaled; // no bars of a pixel
+        return ofFrame - scaled < 2 ? ofFrame : scaled; // no bars of one pixel
     };
     const cv::Size size(side(picture.width, frame.width), side(picture.height, frame.height));
     return {{(frame.width - size.width) / 2, (frame.height - size.height) / 2}, size};
@@ -115,8 +115,8 @@ cv::Rect fittedInto(const cv::Size &frame, const cv::Size &picture)
 std::unique_ptr<VideoFile> VideoFile::create(const QString &path, VideoFormat format,
                                              const cv::Size &size, QString *error)
 {
-    av_log_set_level(AV_LOG_QUIET); // it goes to stderr, beside the log
-    // Before anything is touched: whether a file can be made there.
+    av_log_set_level(AV_LOG_QUIET); // it would write to stderr
+    // Before anything is changed on the disk.
     if (!canWriteFile(path, error)) {
         return nullptr;
     }
@@ -130,8 +130,8 @@ std::unique_ptr<VideoFile> VideoFile::create(const QString &path, VideoFormat fo
     }
     file->m_muxer.reset(context);
     const bool globalHeader = (context->oformat->flags & AVFMT_GLOBALHEADER) != 0;
-    const bool old = format == VideoFormat::Old || muxer == QLatin1String("avi");
-    const bool ready = (!old && file->openEncoder("libx264", globalHeader, error))
+    const bool isMpeg4 = format == VideoFormat::Legacy || muxer == QLatin1String("avi");
+    const bool ready = (!isMpeg4 && file->openEncoder("libx264", globalHeader, error))
         || file->openEncoder("mpeg4", globalHeader, error);
     return ready && file->openFile(error) ? std::move(file) : nullptr;
 }
@@ -164,20 +164,20 @@ bool VideoFile::openEncoder(const char *encoder, bool globalHeader, QString *err
     m_encoder->width = m_size.width;
     m_encoder->height = m_size.height;
     m_encoder->pix_fmt = AV_PIX_FMT_YUV420P;
-    m_encoder->color_range = AVCOL_RANGE_MPEG; // what OpenCV converts to: BT.601
+    m_encoder->color_range = AVCOL_RANGE_MPEG; // as OpenCV converts: BT.601
     m_encoder->colorspace = AVCOL_SPC_SMPTE170M;
-    m_encoder->time_base = {1, picturesPerSecond};
-    m_encoder->framerate = {picturesPerSecond, 1};
-    m_encoder->gop_size = picturesPerSecond; // what a killed process may lose
+    m_encoder->time_base = {1, videoFrameRate};
+    m_encoder->framerate = {videoFrameRate, 1};
+    m_encoder->gop_size = videoFrameRate; // a killed process loses this much
     m_encoder->max_b_frames = 0;
     m_encoder->thread_count = 1; // leaves the other cores to the preview
     if (codec->id == AV_CODEC_ID_H264) {
-        // The fastest: at the same quality files are larger, but slow machines keep up.
+        // The fastest preset, for slow machines; files are larger at the same quality.
         av_opt_set(m_encoder->priv_data, "preset", "ultrafast", 0);
         av_opt_set(m_encoder->priv_data, "crf", "23", 0);
     } else {
         m_encoder->flags |= AV_CODEC_FLAG_QSCALE;
-        m_encoder->global_quality = FF_QP2LAMBDA * mpeg4Quality;
+        m_encoder->global_quality = FF_QP2LAMBDA * mpeg4Quantizer;
     }
     if (globalHeader) {
         m_encoder->flags |= AV_CODEC_FLAG_GLOBAL_HEADER;
@@ -202,16 +202,16 @@ bool VideoFile::openFile(QString *error)
     m_stream->avg_frame_rate = m_encoder->framerate;
     if (m_encoder->codec_id == AV_CODEC_ID_MPEG4
         && QLatin1String(m_muxer->oformat->name) == QLatin1String("avi")) {
-        m_stream->codecpar->codec_tag = MKTAG('X', 'V', 'I', 'D'); // players know it best
+        m_stream->codecpar->codec_tag = MKTAG('X', 'V', 'I', 'D'); // the tag most players know
     }
-    // MP4 in pieces of a GOP each, so that it plays without its end. Others ignore that.
+    // MP4 in fragments of a GOP each, which play without the end of the file. Others ignore it.
     av_opt_set(m_muxer.get(), "movflags", "frag_keyframe+empty_moov+default_base_moof",
                AV_OPT_SEARCH_CHILDREN);
     m_muxer->flags |= AVFMT_FLAG_FLUSH_PACKETS;
     m_muxer->flush_packets = 1;
 
     QDir().mkpath(QFileInfo(m_path).absolutePath());
-    // "file:" keeps a path like "http://..." from being an address.
+    // With "file:", a path like "http://..." isn't taken for a URL.
     const QByteArray url = "file:" + QFile::encodeName(m_path);
     code = avio_open(&m_muxer->pb, url.constData(), AVIO_FLAG_WRITE);
     if (code >= 0) {
@@ -242,18 +242,18 @@ void VideoFile::draw(const cv::Mat &picture)
 {
     const cv::Size spare = picture.size() - m_size;
     if (spare.width >= 0 && spare.width < 2 && spare.height >= 0 && spare.height < 2) {
-        // Just made even: cutting a line off is better than scaling.
+        // Odd size: cropping a line is better than scaling.
         cv::cvtColor(picture(cv::Rect({}, m_size)), m_yuv, cv::COLOR_BGR2YUV_I420);
     } else {
-        const cv::Rect place = fittedInto(m_size, picture.size());
+        const cv::Rect place = fitInto(m_size, picture.size());
         if (place != m_place) {
             m_canvas = cv::Scalar::all(0);
             m_place = place;
         }
-        const bool muchSmaller = place.width * 2 < picture.cols; // where linear drops whole lines
+        const bool isMuchSmaller = place.width * 2 < picture.cols; // linear would skip lines
         cv::Mat target = m_canvas(place);
         cv::resize(picture, target, place.size(), 0, 0,
-                   muchSmaller ? cv::INTER_AREA : cv::INTER_LINEAR);
+                   isMuchSmaller ? cv::INTER_AREA : cv::INTER_LINEAR);
         cv::cvtColor(m_canvas, m_yuv, cv::COLOR_BGR2YUV_I420);
     }
     const int pixels = m_size.area();
@@ -264,7 +264,7 @@ void VideoFile::draw(const cv::Mat &picture)
                   lines.data(), m_encoder->pix_fmt, m_size.width, m_size.height);
 }
 
-/// Gives the encoder a frame, or null for the end, and writes what comes out.
+/// Sends the encoder a frame, or null at the end, and writes the packets it returns.
 bool VideoFile::encode(const AVFrame *frameOrNull, QString *error)
 {
     int code = avcodec_send_frame(m_encoder.get(), frameOrNull);
@@ -319,7 +319,7 @@ bool VideoFile::close(QString *error)
     return code >= 0 || fail(code, error);
 }
 
-/// Sends to the disk what FFmpeg holds back. \return its code, with m_goodSize set on success
+/// Flushes FFmpeg's buffer to the file. \return its error code; updates m_goodSize on success
 int VideoFile::flushed()
 {
     avio_flush(m_muxer->pb);
@@ -335,11 +335,10 @@ QString VideoFile::description() const
         + QLatin1String(m_encoder->codec_id == AV_CODEC_ID_H264 ? ", H.264" : ", MPEG-4");
 }
 
-/// \return false, always
+/// Sets the error to the path and FFmpeg's reason. \return false
 bool VideoFile::fail(int code, QString *error) const
 {
-    *error = m_path + QStringLiteral(": ") + errorText(code);
-    return false;
+    return setError(m_path + QStringLiteral(": ") + errorText(code), error);
 }
 
 } // namespace portable

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-/// \file Videos as files, through FFmpeg's libraries.
+/// \file Writes video files with FFmpeg's libraries.
 #pragma once
 
 #include <QString>
@@ -16,64 +16,64 @@ struct AVStream;
 namespace portable {
 
 enum class VideoFormat {
-    Usual, ///< H.264, in MP4 unless the path says otherwise.
-    Old, ///< MPEG-4 part 2, in AVI unless the path says otherwise: for old players.
+    Standard, ///< H.264, in MP4 unless the path has another extension.
+    Legacy, ///< MPEG-4 part 2 for old players, in AVI unless the path has another extension.
 };
 
-/// Each picture of a video is shown for 1/25 s.
-constexpr int picturesPerSecond = 25;
+/// Frames per second of all videos.
+constexpr int videoFrameRate = 25;
 
-/// `path` if it ends in .mp4, .avi or .mkv, whatever the case; else with the format's extension.
+/// `path` if it ends in .mp4, .avi or .mkv, in any case; else with the format's extension added.
 QString videoPath(const QString &path, VideoFormat format);
 
 /**
- * The size of a video: as asked for, each side within 16 to 4096; with a side of 0 or less that of
- * the picture, made smaller if it is too large. Always even, for colors are stored at half size.
+ * The size of a video: as requested, each side clamped to 16..4096; if a side is 0 or less, the
+ * size of the picture, scaled down if it is too large. Always even: 4:2:0 halves the color planes.
  */
 cv::Size videoSize(const cv::Size &picture, qint64 width, qint64 height);
 
-/// The place of a picture in a frame of another shape: in the middle, as large as possible.
-cv::Rect fittedInto(const cv::Size &frame, const cv::Size &picture);
+/// Where a picture goes in a frame of another aspect ratio: centered, as large as fits.
+cv::Rect fitInto(const cv::Size &frame, const cv::Size &picture);
 
 /**
- * A video file that is being made, without sound. It stands under its name from the beginning and
- * what is in it plays, up to the last second, should the process be killed.
+ * Writes a video file without sound. The file has its final name from the start, and if the process
+ * is killed, all but the last second plays.
  *
- * The path's extension decides on the container (MP4, AVI, Matroska). The pictures are
- * H.264; MPEG-4 part 2 for VideoFormat::Old, in AVI, and where there is no encoder for H.264.
+ * The path's extension selects the container (MP4, AVI, Matroska). The codec is H.264, but MPEG-4
+ * part 2 for VideoFormat::Legacy, in AVI, and where there is no H.264 encoder.
  *
- * An object belongs to one thread at a time.
+ * Not thread-safe: one thread uses an object at a time.
  */
 class VideoFile
 {
 public:
     /**
-     * Opens encoder and file, making missing directories and replacing an existing file.
-     * \param path  as videoPath() gives it
-     * \param size  as videoSize() gives it
-     * \return null, with a reason for the log that names the path, and nothing left behind
+     * Opens encoder and file, creating missing directories and replacing an existing file.
+     * \param path  from videoPath()
+     * \param size  from videoSize()
+     * \return null, with a reason for the log that names the path, and no file left behind
      */
     static std::unique_ptr<VideoFile> create(const QString &path, VideoFormat format,
                                              const cv::Size &size, QString *error);
 
     /**
-     * Closes the file. An unfinished one is cut to what plays, and removed where that is not a
-     * single picture.
+     * Closes the file. An unfinished one is truncated to what plays, and removed when that is
+     * nothing.
      */
     ~VideoFile();
     VideoFile(const VideoFile &) = delete;
     VideoFile &operator=(const VideoFile &) = delete;
 
     /**
-     * Adds a picture. After a failure there is no point in adding more.
-     * \param index    when to show it: `index` / picturesPerSecond seconds from the beginning.
-     *                 Grows from picture to picture; each is shown until the next.
-     * \param picture  8-bit BGR of any size, gets bars where its shape differs; empty: the last one
-     *                 once more
+     * Adds a frame. After a failure there is no point in adding more.
+     * \param index    its time in units of 1 / videoFrameRate s, increasing; it is shown until the
+     *                 next one
+     * \param picture  8-bit BGR of any size, letterboxed to the video's shape; empty: repeats the
+     *                 last one
      */
     bool add(qint64 index, const cv::Mat &picture, QString *error);
 
-    /// Writes what is still to be written. \return whether the file is whole
+    /// Writes what is still pending and closes the file. \return whether it is complete
     bool finish(QString *error);
 
     QString path() const { return m_path; }
@@ -102,10 +102,10 @@ private:
     Handle<AVPacket> m_packet;
     AVStream *m_stream = nullptr; // of m_muxer
     cv::Mat m_canvas; // BGR with bars
-    cv::Rect m_place; // of the picture on m_canvas
+    cv::Rect m_place; // of the picture in m_canvas
     cv::Mat m_yuv; // planar 4:2:0
     qint64 m_headerSize = 0;
-    qint64 m_goodSize = 0; // of the file after the last write that went well
+    qint64 m_goodSize = 0; // of the file after the last successful write
 };
 
 } // namespace portable

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "portable/system/fileoperations.h"
 
+#include "portable/base/failure.h"
 #include "portable/base/texts.h"
 
 #include <QDir>
@@ -17,41 +18,35 @@ namespace portable {
 
 namespace {
 
-bool fail(const QString &reason, QString *error)
+/// \param file  has just failed; its error text may contain a name from a page
+bool setFileError(const QFile &file, QString *error)
 {
-    *error = reason;
-    return false;
+    return setError(logText(file.errorString()), error);
 }
 
-/// \param file  has just failed; its reason may hold a name from a page
-bool fail(const QFile &file, QString *error)
-{
-    return fail(logText(file.errorString()), error);
-}
-
-/// Before anything is done: half a path may be usable, and something would be made there.
+/// Checked before anything is done: an operation could get halfway with an unusable path.
 bool isUsable(const QString &path, QString *error)
 {
     if (path.isEmpty()) {
-        return fail(QStringLiteral("the path is empty"), error);
+        return setError(QStringLiteral("the path is empty"), error);
     }
     const QByteArray bytes = QFile::encodeName(path);
     const QList<QByteArray> names = bytes.split('/');
     const bool fits = bytes.size() < PATH_MAX
         && std::all_of(names.begin(), names.end(),
                        [](const QByteArray &name) { return name.size() <= NAME_MAX; });
-    return fits || fail(QStringLiteral("the path is too long"), error);
+    return fits || setError(QStringLiteral("the path is too long"), error);
 }
 
-/// The path for Qt, to which ":..." is not a file but a resource built into the program.
+/// The path for Qt, which takes ":..." for a resource of the program.
 QString forQt(const QString &path)
 {
     return path.startsWith(QLatin1Char(':')) ? QStringLiteral("./") + path : path;
 }
 
 /**
- * An absolute path without "..": where Qt makes a path absolute, "link/.." is nothing to it, and
- * another file would be meant than by the system. A link at the end stays one.
+ * An absolute path without "..", resolved as by the kernel: Qt would simply drop "link/..", and
+ * refer to another file. If the last component is a link, it isn't followed.
  */
 QString resolved(const QFileInfo &file)
 {
@@ -59,38 +54,38 @@ QString resolved(const QFileInfo &file)
     return QDir::cleanPath(directory + QLatin1Char('/') + file.fileName());
 }
 
-/// That there is a file to read; else why not.
+/// Fails with a reason unless it is a file.
 bool requireFile(const QFileInfo &file, QString *error)
 {
     return file.isFile()
-        || fail(file.isDir()        ? QStringLiteral("it is a directory")
-                    : file.exists() ? QStringLiteral("it is a device or the like, no file")
-                                    : QStringLiteral("there is no such file"),
-                error);
+        || setError(file.isDir()        ? QStringLiteral("it is a directory")
+                        : file.exists() ? QStringLiteral("it is a device or the like, not a file")
+                                        : QStringLiteral("there is no such file"),
+                    error);
 }
 
 bool requireDirectory(const QFileInfo &directory, QString *error)
 {
     return directory.isDir()
-        || fail(directory.exists() ? QStringLiteral("it is not a directory")
-                                   : QStringLiteral("there is no such directory"),
-                error);
+        || setError(directory.exists() ? QStringLiteral("it is not a directory")
+                                       : QStringLiteral("there is no such directory"),
+                    error);
 }
 
-/// That there is a file, or a link whatever it leads to: something that is deleted by its name.
+/// Fails unless it is a file, or a link to anything: what can be deleted by name.
 bool requireFileOrLink(const QFileInfo &file, QString *error)
 {
     return file.isSymLink() || requireFile(file, error);
 }
 
-/// That something can be put there: nothing is replaced, and no directory is made for it.
+/// Fails if something is there already or its directory doesn't exist.
 bool requirePlace(const QFileInfo &target, QString *error)
 {
-    if (target.exists() || target.isSymLink()) { // also a link to nothing
-        return fail(QStringLiteral("the target exists, and nothing is replaced"), error);
+    if (target.exists() || target.isSymLink()) { // exists() is false for dangling links
+        return setError(QStringLiteral("the target exists, and nothing is replaced"), error);
     }
     return QFileInfo(target.path()).isDir()
-        || fail(QStringLiteral("there is no such target directory"), error);
+        || setError(QStringLiteral("there is no such target directory"), error);
 }
 
 std::filesystem::path native(const QString &path)
@@ -98,7 +93,7 @@ std::filesystem::path native(const QString &path)
     return QFile::encodeName(path).toStdString();
 }
 
-/// Qt would make it a copy of what it leads to, on another file system.
+/// On another file system, Qt would copy the link's target instead.
 bool moveLink(const QString &from, const QString &to, QString *error)
 {
     std::error_code code;
@@ -107,13 +102,13 @@ bool moveLink(const QString &from, const QString &to, QString *error)
         std::error_code ignored;
         std::filesystem::remove(native(to), ignored);
     }
-    return !code || fail(QString::fromStdString(code.message()), error);
+    return !code || setError(QString::fromStdString(code.message()), error);
 }
 
 bool moveToTrash(const QFileInfo &file)
 {
 #if QT_VERSION >= QT_VERSION_CHECK(5, 15, 0)
-    // Without this directory Qt moves the file into the folder "files" of the current one.
+    // Without this directory Qt moves the file to "files" in the current directory.
     const QString data = QStandardPaths::writableLocation(QStandardPaths::GenericDataLocation);
     return !data.isEmpty() && QDir().mkpath(data) && QFile::moveToTrash(resolved(file));
 #else
@@ -122,7 +117,7 @@ bool moveToTrash(const QFileInfo &file)
 #endif
 }
 
-/// The program of the desktops' own tools that finds the right one (package xdg-utils).
+/// Path of xdg-open (package xdg-utils), which finds the default program; empty when missing.
 QString opener()
 {
     return QStandardPaths::findExecutable(QStringLiteral("xdg-open"));
@@ -132,25 +127,25 @@ bool openOnDesktop(const QFileInfo &file, QString *error)
 {
     const QString program = opener();
     if (program.isEmpty()) {
-        return fail(QStringLiteral("there is no xdg-open (package xdg-utils)"), error);
+        return setError(QStringLiteral("there is no xdg-open (package xdg-utils)"), error);
     }
     if (qEnvironmentVariableIsEmpty("DISPLAY") && qEnvironmentVariableIsEmpty("WAYLAND_DISPLAY")) {
-        return fail(
+        return setError(
             QStringLiteral("there is no display: neither DISPLAY nor WAYLAND_DISPLAY is set"),
             error);
     }
     QProcess process;
     process.setProgram(program);
-    // Absolute: whatever its name, it is neither an option nor a URL.
+    // An absolute path is never taken for an option or a URL.
     process.setArguments({resolved(file)});
     process.setStandardInputFile(QProcess::nullDevice());
     process.setStandardOutputFile(QProcess::nullDevice());
     process.setStandardErrorFile(QProcess::nullDevice());
     return process.startDetached()
-        || fail(QStringLiteral("%1: %2").arg(program, process.errorString()), error);
+        || setError(QStringLiteral("%1: %2").arg(program, process.errorString()), error);
 }
 
-/// The patterns that a format stands for, see filesOfFormat().
+/// The name patterns of a format, see filesOfFormat().
 QStringList patterns(const QString &format)
 {
     QStringList result;
@@ -186,7 +181,7 @@ bool deleteForever(const QString &path, QString *error)
     if (!isUsable(path, error) || !requireFileOrLink(QFileInfo(file), error)) {
         return false;
     }
-    return file.remove() || fail(file, error);
+    return file.remove() || setFileError(file, error);
 }
 
 bool copyFile(const QString &from, const QString &to, QString *error)
@@ -197,7 +192,7 @@ bool copyFile(const QString &from, const QString &to, QString *error)
         || !requirePlace(QFileInfo(target), error)) {
         return false;
     }
-    return source.copy(target) || fail(source, error);
+    return source.copy(target) || setFileError(source, error);
 }
 
 bool moveFile(const QString &from, const QString &to, QString *error)
@@ -212,7 +207,7 @@ bool moveFile(const QString &from, const QString &to, QString *error)
     if (QFileInfo(source).isSymLink()) {
         return moveLink(source.fileName(), target, error);
     }
-    return source.rename(target) || fail(source, error);
+    return source.rename(target) || setFileError(source, error);
 }
 
 bool renameFile(const QString &from, const QString &to, QString *error)
@@ -246,9 +241,9 @@ bool createDirectory(const QString &path, QString *error)
     if (std::filesystem::is_directory(place, ignored)) {
         return true;
     }
-    return fail(code ? QString::fromStdString(code.message())
-                     : QStringLiteral("there is something else of that name"),
-                error);
+    return setError(code ? QString::fromStdString(code.message())
+                         : QStringLiteral("something else with that name exists"),
+                    error);
 }
 
 bool canOpenOnDesktop()
@@ -276,7 +271,7 @@ QStringList filesOfFormat(const QString &directory, const QString &format, QStri
         return {};
     }
     if (!folder.isReadable()) {
-        fail(QStringLiteral("it may not be read"), error);
+        setError(QStringLiteral("it may not be read"), error);
         return {};
     }
     QStringList names = folder.entryList(patterns(format), QDir::Files);

@@ -1,12 +1,12 @@
 // SPDX-License-Identifier: MIT
 /**
  * \file
- * What pages do to files. Every function may be called from any thread; one that fails has changed
- * nothing and gives the reason for the log in `error`.
+ * File operations that pages may request. All functions may be called from any thread. On failure
+ * they have changed nothing and set `error` to a reason for the log.
  *
- * "File" means a regular file. Links are followed except where something is deleted or moved: then
- * the link itself goes. Nothing that exists is ever replaced. Paths are taken as the system takes
- * them; one that is empty, or too long for the system, is refused before anything is done.
+ * "File" means a regular file. Symbolic links are followed, but deleting and moving affect the link
+ * itself. Existing files are never replaced. Paths are resolved as by the kernel; empty paths and
+ * paths longer than it allows are refused in advance.
  */
 #pragma once
 
@@ -15,7 +15,7 @@
 
 namespace portable {
 
-/// Into the desktop's trash; where there is none, or it can't take the file, as deleteForever.
+/// Moves to the desktop's trash; where there is none or that fails, like deleteForever().
 bool deleteFile(const QString &path, QString *error);
 bool deleteForever(const QString &path, QString *error);
 
@@ -25,27 +25,27 @@ bool copyFile(const QString &from, const QString &to, QString *error);
 /// \param to  the new path, in a directory that exists, on any file system
 bool moveFile(const QString &from, const QString &to, QString *error);
 
-/// As moveFile; but a bare name, without "/", means the same directory.
+/// Like moveFile(), but a name without "/" means the same directory.
 bool renameFile(const QString &from, const QString &to, QString *error);
 
 bool isFile(const QString &path, QString *error);
 bool isDirectory(const QString &path, QString *error);
 
-/// With the directories above it. True when it exists already; "a/.." is never made on the way.
+/// Creates missing parents, too; "a/.." doesn't create a. True if it exists already.
 bool createDirectory(const QString &path, QString *error);
 
-/// Whether xdg-open is there, the program behind the next two.
+/// Whether xdg-open is installed, which the next two functions use.
 bool canOpenOnDesktop();
 
-/// Shows it with the desktop's program for it. True once that was asked: it says no more.
+/// Opens it with the desktop's default program. True once xdg-open has started.
 bool openFile(const QString &path, QString *error);
 bool openDirectory(const QString &path, QString *error);
 
 /**
- * The files in a directory (not below it, none that are hidden) whose names have the format.
- * \param format  an extension ("jpg" or ".jpg") or a pattern ("*.jp*g"), in any case; several
- *                parted by ";". Empty or "*.*": all files.
- * \return names without the directory, sorted; empty on failure too
+ * The files in a directory that match a format; not those in subdirectories or hidden ones.
+ * \param format  extensions ("jpg" or ".jpg") or patterns ("*.jp*g") separated by ";", matched
+ *                case-insensitively. Empty or "*.*": all files.
+ * \return sorted names without the directory; empty on failure
  */
 QStringList filesOfFormat(const QString &directory, const QString &format, QString *error);
 

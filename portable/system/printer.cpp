@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "portable/system/printer.h"
 
+#include "portable/picture/bilevel.h"
 #include "portable/picture/imageconversion.h"
-#include "portable/picture/picturefile.h"
 
 #include <QBuffer>
 #include <QDebug>
@@ -23,8 +23,8 @@ namespace portable {
 
 namespace {
 
-constexpr int connectLimitMs = 3000;
-constexpr double answerLimitSeconds = 5; // for each of the few requests of a job
+constexpr int connectTimeoutMs = 3000;
+constexpr double responseTimeoutSeconds = 5; // for each of a job's few requests
 
 struct Closer
 {
@@ -34,54 +34,54 @@ struct Closer
 using Server = std::unique_ptr<http_t, Closer>;
 using Answer = std::unique_ptr<ipp_t, Closer>;
 
-/// What the print server says of a printer.
+/// A printer as described by the print server.
 struct Printer
 {
     QByteArray name;
     Sheet sheet; // its default paper
-    bool isSheetKnown = false; // else A4
-    QString delay; // why a queued job doesn't come out; empty when nothing is known against it
+    bool isSheetKnown = false; // if not, A4 is assumed
+    QString warning; // why a queued job will have to wait; else empty
 };
 
-/// CUPS's word for the last failure of this thread.
+/// CUPS's message for the last failure on this thread.
 QString lastError()
 {
     const char *text = cupsLastErrorString();
     return std::strcmp(text, std::strerror(0)) == 0
-        ? QStringLiteral("no answer that can be understood")
+        ? QStringLiteral("its answer can't be understood")
         : QString::fromUtf8(text);
 }
 
 Server connectToServer(QString *error)
 {
-    // Without this, a server that wants a password has it asked for on the terminal.
+    // Otherwise CUPS asks for passwords on the terminal.
     cupsSetPasswordCB2([](const char *, http_t *, const char *, const char *,
                           void *) -> const char * { return nullptr; },
                        nullptr);
     Server server(httpConnect2(cupsServer(), ippPort(), nullptr, AF_UNSPEC, cupsEncryption(), 1,
-                               connectLimitMs, nullptr));
+                               connectTimeoutMs, nullptr));
     if (!server) {
         *error = QStringLiteral("no print server answers at %1: is CUPS installed and running?")
                      .arg(QString::fromUtf8(cupsServer()));
         return nullptr;
     }
-    // Called when the time has run out; 0 gives up.
+    // The callback is called on timeout; 0 gives up.
     httpSetTimeout(
-        server.get(), answerLimitSeconds, [](http_t *, void *) { return 0; }, nullptr);
+        server.get(), responseTimeoutSeconds, [](http_t *, void *) { return 0; }, nullptr);
     return server;
 }
 
-/// Name of the default printer: the user's or else the server's. \return null when there is none
+/// The user's default printer, else the server's; empty, with the reason, when there is none.
 QByteArray defaultPrinter(http_t *server, QString *error)
 {
-    const QByteArray name = cupsGetDefault2(server);
+    QByteArray name = cupsGetDefault2(server);
     if (!name.isEmpty()) {
         return name;
     }
     *error = cupsLastError() == IPP_STATUS_ERROR_NOT_FOUND
         ? QStringLiteral("there is no default printer; set one (lpadmin -d NAME) or name one in "
                          "devices.ini, [printing] printer=NAME")
-        : QStringLiteral("the print server doesn't tell its default printer: ") + lastError();
+        : QStringLiteral("the print server doesn't report its default printer: ") + lastError();
     return {};
 }
 
@@ -90,7 +90,7 @@ QByteArray resourceOf(const QByteArray &printer)
     return "/printers/" + QUrl::toPercentEncoding(QString::fromUtf8(printer));
 }
 
-/// A request about a printer, as RFC 8011 defines them.
+/// A new request for a printer (RFC 8011).
 ipp_t *newRequest(ipp_op_t operation, const QByteArray &printer)
 {
     const QByteArray uri = "ipp://localhost" + resourceOf(printer);
@@ -101,18 +101,18 @@ ipp_t *newRequest(ipp_op_t operation, const QByteArray &printer)
     return request;
 }
 
-/// The part of the sheet to print on: a little paper stays white even where none need to.
+/// The part of the sheet to print on; leaves a small margin even on borderless printers.
 QRectF printableArea(const Sheet &sheet)
 {
-    constexpr double leastMargin = 5;
+    constexpr double minMargin = 5;
     const QMarginsF &margins = sheet.margins;
     return QRectF(QPointF(), sheet.size)
-        .marginsRemoved(
-            {std::max(margins.left(), leastMargin), std::max(margins.top(), leastMargin),
-             std::max(margins.right(), leastMargin), std::max(margins.bottom(), leastMargin)});
+        .marginsRemoved({std::max(margins.left(), minMargin), std::max(margins.top(), minMargin),
+                         std::max(margins.right(), minMargin),
+                         std::max(margins.bottom(), minMargin)});
 }
 
-/// Reads "media-col-default" (PWG 5100.7). \return false when the printer doesn't tell it
+/// Reads "media-col-default" (PWG 5100.7). \return false when it is missing or unusable
 bool readSheet(ipp_t *answer, Sheet *sheet)
 {
     const auto collection = [](ipp_t *of, const char *name) {
@@ -120,17 +120,17 @@ bool readSheet(ipp_t *answer, Sheet *sheet)
             of ? ippFindAttribute(of, name, IPP_TAG_BEGIN_COLLECTION) : nullptr;
         return found ? ippGetCollection(found, 0) : nullptr;
     };
-    const auto millimetres = [](ipp_t *of, const char *name) {
+    const auto millimeters = [](ipp_t *of, const char *name) {
         ipp_attribute_t *found = of ? ippFindAttribute(of, name, IPP_TAG_INTEGER) : nullptr;
         return found ? ippGetInteger(found, 0) / 100.0 : 0;
     };
     ipp_t *media = collection(answer, "media-col-default");
     ipp_t *size = collection(media, "media-size");
     Sheet read;
-    read.size = {millimetres(size, "x-dimension"), millimetres(size, "y-dimension")};
-    read.margins = {millimetres(media, "media-left-margin"), millimetres(media, "media-top-margin"),
-                    millimetres(media, "media-right-margin"),
-                    millimetres(media, "media-bottom-margin")};
+    read.size = {millimeters(size, "x-dimension"), millimeters(size, "y-dimension")};
+    read.margins = {millimeters(media, "media-left-margin"), millimeters(media, "media-top-margin"),
+                    millimeters(media, "media-right-margin"),
+                    millimeters(media, "media-bottom-margin")};
     if (printableArea(read).isEmpty()) {
         return false;
     }
@@ -138,7 +138,7 @@ bool readSheet(ipp_t *answer, Sheet *sheet)
     return true;
 }
 
-QString readDelay(ipp_t *answer)
+QString readWarning(ipp_t *answer)
 {
     ipp_attribute_t *state = ippFindAttribute(answer, "printer-state", IPP_TAG_ENUM);
     if (!state || ippGetInteger(state, 0) != IPP_PSTATE_STOPPED) {
@@ -149,7 +149,7 @@ QString readDelay(ipp_t *answer)
         .arg(QString::fromUtf8(reason ? ippGetString(reason, 0, nullptr) : "unknown reason"));
 }
 
-/// Asks for a printer. \return without a name when it can't be used
+/// Queries a printer. \return a printer without name, with the reason, when it can't be used
 Printer findPrinter(http_t *server, const QByteArray &name, QString *error)
 {
     const char *const wanted[] = {"media-col-default", "printer-state", "printer-state-reasons"};
@@ -160,14 +160,14 @@ Printer findPrinter(http_t *server, const QByteArray &name, QString *error)
     if (!answer || cupsLastError() >= IPP_STATUS_ERROR_BAD_REQUEST) {
         *error = cupsLastError() == IPP_STATUS_ERROR_NOT_FOUND
             ? QStringLiteral("there is no printer \"%1\"").arg(QString::fromUtf8(name))
-            : QStringLiteral("printer %1 can't be asked: ").arg(QString::fromUtf8(name))
+            : QStringLiteral("printer %1 can't be queried: ").arg(QString::fromUtf8(name))
                 + lastError();
         return {};
     }
     Printer printer;
     printer.name = name;
     printer.isSheetKnown = readSheet(answer.get(), &printer.sheet);
-    printer.delay = readDelay(answer.get());
+    printer.warning = readWarning(answer.get());
     return printer;
 }
 
@@ -179,9 +179,8 @@ QImage imageOf(const cv::Mat &picture)
 }
 
 /**
- * Queues a page. Not by cupsCreateJob and its like: they connect anew behind our back, and such a
- * connection has no limit of time.
- * \return the job's number, 0 on failure
+ * Queues a page. Doesn't use cupsCreateJob() and the like, which may reconnect internally without
+ * our timeout. \return the job number, 0 on failure
  */
 int queue(http_t *server, const Printer &printer, const PrintJob &job, const QByteArray &page)
 {
@@ -203,7 +202,7 @@ int queue(http_t *server, const Printer &printer, const PrintJob &job, const QBy
     const bool isBegun =
         cupsSendRequest(server, request, resource.constData(), length) == HTTP_STATUS_CONTINUE;
     ippDelete(request);
-    if (isBegun) { // a server that refuses says why in its answer, though it may not read all this
+    if (isBegun) { // may fail when the server refuses early; its response then has the reason
         cupsWriteRequestData(server, page.constData(), size_t(page.size()));
     }
     const Answer answer(isBegun ? cupsGetResponse(server, resource.constData()) : nullptr);
@@ -216,8 +215,8 @@ int queue(http_t *server, const Printer &printer, const PrintJob &job, const QBy
 
 QByteArray printedPage(const PrintJob &job, const Sheet &sheet)
 {
-    constexpr int unitsPerInch = 1200; // of the page's coordinates; the picture keeps its pixels
-    constexpr double unitsPerMillimetre = unitsPerInch / 25.4;
+    constexpr int unitsPerInch = 1200; // of the page's coordinates; the picture isn't resampled
+    constexpr double unitsPerMillimeter = unitsPerInch / 25.4;
     const QRectF area = printableArea(sheet);
     cv::Mat picture = job.isGrey ? greyOf(job.picture) : job.picture;
     if ((picture.cols > picture.rows) != (area.width() > area.height())) {
@@ -238,7 +237,7 @@ QByteArray printedPage(const PrintJob &job, const Sheet &sheet)
         QPageSize(sheet.size, QPageSize::Millimeter, QString(), QPageSize::ExactMatch));
     writer.setPageMargins({});
     QPainter painter(&writer);
-    painter.scale(unitsPerMillimetre, unitsPerMillimetre);
+    painter.scale(unitsPerMillimeter, unitsPerMillimeter);
     painter.drawImage(place, imageOf(picture));
     painter.end();
     return file.data();
@@ -266,7 +265,7 @@ bool print(const PrintJob &job, const QString &printerName, QString *error)
         return false;
     }
     qInfo().noquote() << "portable:" << job.title + QStringLiteral(": print job") << number
-                      << "on printer" << QString::fromUtf8(name) + printer.delay;
+                      << "on printer" << QString::fromUtf8(name) + printer.warning;
     return true;
 }
 

@@ -35,13 +35,13 @@ struct FreeHeaders
     void operator()(curl_slist *headers) const { curl_slist_free_all(headers); }
 };
 
-bool isWeb(const QUrl &address)
+bool isHttp(const QUrl &address)
 {
     return (address.scheme() == QLatin1String("http") || address.scheme() == QLatin1String("https"))
         && !address.host().isEmpty();
 }
 
-/// The text of an answer in the encoding that its header names; else it is taken for UTF-8.
+/// Decodes a response by the charset in its header; UTF-8 when there is none.
 QString decoded(const QByteArray &answer, const char *contentType)
 {
     static const QRegularExpression form(QStringLiteral("charset\\s*=\\s*\"?([^\\s;\"]+)"),
@@ -51,39 +51,43 @@ QString decoded(const QByteArray &answer, const char *contentType)
     return codec ? codec->toUnicode(answer) : QString::fromUtf8(answer);
 }
 
-/// One upload: curl's handle, what it is given, and what it has received.
+/// One upload: curl's handle with its input and the response.
 class Transfer
 {
 public:
-    Transfer(const UploadRequest &request, const UploadLimits &limits)
+    Transfer(const UploadRequest &request, const UploadLimits &limits, const base::Clock &clock)
         : m_handle(curl_easy_init())
         , m_form(curl_mime_init(m_handle.get()))
-        , m_headers(curl_slist_append(nullptr, "Expect:")) // some servers never say "continue"
-        , m_answerLimit(limits.answerBytes)
+        , m_headers(curl_slist_append(nullptr, "Expect:")) // some servers never send "100 Continue"
+        , m_limits(limits)
+        , m_clock(clock)
     {
         if (!isReady()) {
             return;
         }
         m_hasFile = fillForm(request);
-        setUp(limits);
+        setUp();
     }
 
     bool isReady() const { return m_handle && m_form && m_headers; }
 
-    /// Whether the file could be found; the transfer itself reads it, bit by bit.
+    /// Whether the file was found; it is read during the transfer.
     bool hasFile() const { return m_hasFile; }
 
-    /// Sends the form to an address. \return false with the reason when that gets no answer
+    /// Sends the form to a URL. \return false, with the reason, when there is no response
     bool post(const QUrl &address, QString *error)
     {
         m_answer.clear();
         m_error.fill('\0');
+        m_transferred = 0;
+        m_lastProgress = m_clock.now();
+        m_abortReason.clear();
         set(CURLOPT_URL, address.toEncoded().constData());
         const CURLcode code = curl_easy_perform(m_handle.get());
         if (code == CURLE_WRITE_ERROR) {
-            *error = QStringLiteral("the answer is longer than %1 bytes").arg(m_answerLimit);
+            *error = QStringLiteral("the answer is longer than %1 bytes").arg(m_limits.answerBytes);
         } else if (code == CURLE_ABORTED_BY_CALLBACK) {
-            *error = QStringLiteral("given up, for the program ends");
+            *error = m_abortReason;
         } else if (code != CURLE_OK) {
             const char *detail = m_error.front() ? m_error.data() : curl_easy_strerror(code);
             *error = QString::fromUtf8(detail).simplified();
@@ -98,7 +102,7 @@ public:
         return int(status);
     }
 
-    /// Where the answer sends us; empty when it doesn't.
+    /// Where the response redirects to; empty when it doesn't.
     QUrl redirection() const { return QUrl::fromEncoded(QByteArray(info(CURLINFO_REDIRECT_URL))); }
 
     QString answer() const { return decoded(m_answer, info(CURLINFO_CONTENT_TYPE)); }
@@ -140,11 +144,11 @@ private:
         return part;
     }
 
-    void setUp(const UploadLimits &limits)
+    void setUp()
     {
         set(CURLOPT_MIMEPOST, m_form.get());
         set(CURLOPT_HTTPHEADER, m_headers.get());
-        set(CURLOPT_USERAGENT, "doccamera"); // some firewalls refuse who has none
+        set(CURLOPT_USERAGENT, "doccamera"); // some firewalls refuse requests without one
 #if LIBCURL_VERSION_NUM >= 0x075500
         set(CURLOPT_PROTOCOLS_STR, "http,https");
 #else
@@ -153,53 +157,67 @@ private:
         set(CURLOPT_SSL_VERIFYPEER, 1L);
         set(CURLOPT_SSL_VERIFYHOST, 2L);
         set(CURLOPT_FOLLOWLOCATION, 0L); // see upload()
-        set(CURLOPT_NOSIGNAL, 1L); // signals are no good in a program with threads
-        set(CURLOPT_CONNECTTIMEOUT_MS, long(limits.connect.count()));
-        set(CURLOPT_LOW_SPEED_LIMIT, 1L);
-        set(CURLOPT_LOW_SPEED_TIME, long(limits.stall.count()));
-        set(CURLOPT_TIMEOUT_MS, long(limits.whole.count()));
+        set(CURLOPT_NOSIGNAL, 1L); // signals don't work with threads
+        set(CURLOPT_CONNECTTIMEOUT_MS, long(m_limits.connect.count()));
+        set(CURLOPT_TIMEOUT_MS, long(m_limits.total.count()));
         set(CURLOPT_ERRORBUFFER, m_error.data());
         set(CURLOPT_WRITEFUNCTION, &Transfer::receive);
         set(CURLOPT_WRITEDATA, this);
-        set(CURLOPT_XFERINFOFUNCTION, &Transfer::isToEnd);
+        set(CURLOPT_XFERINFOFUNCTION, &Transfer::shouldAbort);
+        set(CURLOPT_XFERINFODATA, this);
         set(CURLOPT_NOPROGRESS, 0L);
     }
 
     static size_t receive(const char *data, size_t, size_t size, void *self)
     {
         auto *transfer = static_cast<Transfer *>(self);
-        if (size > size_t(transfer->m_answerLimit - transfer->m_answer.size())) {
+        if (size > size_t(transfer->m_limits.answerBytes - transfer->m_answer.size())) {
             return 0;
         }
         transfer->m_answer.append(data, int(size));
         return size;
     }
 
-    /// Asked about once a second: the program's end waits for the threads of Qt's pool.
-    static int isToEnd(void *, curl_off_t, curl_off_t, curl_off_t, curl_off_t)
+    /// Called by curl at least once a second.
+    static int shouldAbort(void *self, curl_off_t, curl_off_t received, curl_off_t, curl_off_t sent)
     {
-        return QCoreApplication::closingDown() ? 1 : 0;
+        auto *transfer = static_cast<Transfer *>(self);
+        transfer->checkProgress(received + sent);
+        return transfer->m_abortReason.isEmpty() ? 0 : 1;
+    }
+
+    /// curl's own limit averages the speed over several seconds.
+    void checkProgress(curl_off_t transferred)
+    {
+        if (transferred != m_transferred) {
+            m_transferred = transferred;
+            m_lastProgress = m_clock.now();
+        }
+        if (QCoreApplication::closingDown()) { // which waits for the threads of Qt's pool
+            m_abortReason = QStringLiteral("aborted because the program ends");
+        } else if (m_clock.now() - m_lastProgress >= m_limits.stall) {
+            m_abortReason =
+                QStringLiteral("nothing was sent or received for %1 s").arg(m_limits.stall.count());
+        }
     }
 
     const std::unique_ptr<CURL, FreeHandle> m_handle;
     const std::unique_ptr<curl_mime, FreeForm> m_form;
     const std::unique_ptr<curl_slist, FreeHeaders> m_headers;
-    const int m_answerLimit;
+    const UploadLimits m_limits;
+    const base::Clock &m_clock;
     bool m_hasFile = false;
     QByteArray m_answer;
     std::array<char, CURL_ERROR_SIZE> m_error{};
+    curl_off_t m_transferred = 0; // bytes of this request and its response
+    base::Clock::TimePoint m_lastProgress;
+    QString m_abortReason; // empty while it goes on
 };
 
-/// Moved, and by what HTTP says (RFC 9110, 15.4) the same request may be sent to the new place.
-bool isMoved(int status)
+/// Whether the same request may be repeated at the new location (RFC 9110, 15.4).
+bool isRepeatableRedirect(int status)
 {
     return status == 301 || status == 307 || status == 308;
-}
-
-bool mayFollow(const QUrl &from, const QUrl &to)
-{
-    const QString secure = QStringLiteral("https");
-    return isWeb(to) && (from.scheme() != secure || to.scheme() == secure);
 }
 
 QString refusal(int status, const QUrl &redirection)
@@ -207,12 +225,12 @@ QString refusal(int status, const QUrl &redirection)
     const QString text = QStringLiteral("the server answered with HTTP status %1").arg(status);
     return redirection.isEmpty()
         ? text
-        : text + QStringLiteral(", sending us to ") + uploadLabel(redirection);
+        : text + QStringLiteral(", redirecting to ") + uploadLabel(redirection);
 }
 
 /**
- * Redirections are followed by hand, for curl would make a GET without the file of some. 302 and
- * 303 are not: they lead to the page of a result as well as to that of a login.
+ * Follows redirections itself because curl turns some into a GET without the file. 302 and 303 are
+ * not followed: they may lead to a result page or to a login.
  */
 UploadResult run(Transfer &transfer, QUrl address)
 {
@@ -220,7 +238,8 @@ UploadResult run(Transfer &transfer, QUrl address)
     for (int redirects = 0; transfer.post(address, &result.error); ++redirects) {
         const int status = transfer.status();
         const QUrl redirection = transfer.redirection();
-        if (isMoved(status) && redirects < maxRedirects && mayFollow(address, redirection)) {
+        if (isRepeatableRedirect(status) && redirects < maxRedirects
+            && mayFollowRedirection(address, redirection)) {
             address = redirection;
             continue;
         }
@@ -236,7 +255,8 @@ UploadResult run(Transfer &transfer, QUrl address)
 
 } // namespace
 
-UploadResult upload(const UploadRequest &request, const UploadLimits &limits)
+UploadResult upload(const UploadRequest &request, const UploadLimits &limits,
+                    const base::Clock &clock)
 {
     static const bool isInitialized = curl_global_init(CURL_GLOBAL_DEFAULT) == CURLE_OK;
     UploadResult result;
@@ -245,9 +265,9 @@ UploadResult upload(const UploadRequest &request, const UploadLimits &limits)
         result.error = noFile;
         return result;
     }
-    Transfer transfer(request, limits);
+    Transfer transfer(request, limits, clock);
     if (!isInitialized || !transfer.isReady()) {
-        result.error = QStringLiteral("libcurl can't be used");
+        result.error = QStringLiteral("libcurl failed to initialize");
         return result;
     }
     if (!transfer.hasFile()) {
@@ -259,7 +279,7 @@ UploadResult upload(const UploadRequest &request, const UploadLimits &limits)
         QFile sent(request.file);
         if (!sent.remove()) {
             qWarning().noquote() << "portable:" << logText(request.file)
-                                 << "was sent, but can't be removed:" << sent.errorString();
+                                 << "was uploaded, but can't be removed:" << sent.errorString();
         }
     }
     return result;
@@ -293,11 +313,17 @@ QUrl uploadAddress(const QString &host, const QString &page, long port, QString 
     if (port != 0) {
         address.setPort(int(port));
     }
-    if (!address.isValid() || !isWeb(address)) {
-        *error = QStringLiteral("it is no address of http or https");
+    if (!address.isValid() || !isHttp(address)) {
+        *error = QStringLiteral("it is not an http or https URL");
         return {};
     }
     return address;
+}
+
+bool mayFollowRedirection(const QUrl &from, const QUrl &to)
+{
+    const QString secure = QStringLiteral("https");
+    return isHttp(to) && (from.scheme() != secure || to.scheme() == secure);
 }
 
 UploadFields uploadFields(const QString &text)

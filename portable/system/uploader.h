@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
-/// \file Files to web servers; docs/upload.md tells pages and servers what goes over the wire.
+/// \file Uploads files to web servers; docs/upload.md describes the requests.
 #pragma once
+
+#include "base/clock.h"
 
 #include <QString>
 #include <QUrl>
@@ -15,48 +17,53 @@ using UploadFields = std::vector<std::pair<QString, QString>>;
 
 struct UploadRequest
 {
-    QUrl address; ///< As uploadAddress() makes it.
+    QUrl address; ///< From uploadAddress().
     QString file; ///< Path.
-    QString fileField; ///< Name of the form field that the file goes in; empty: "file".
-    UploadFields fields; ///< Further fields of the form.
-    bool removeFile = false; ///< Afterwards, if the server has accepted it.
+    QString fileField; ///< Name of the file's form field; empty: "file".
+    UploadFields fields; ///< The form's other fields.
+    bool removeFile = false; ///< After the server has accepted it.
 };
 
-/// When an upload is given up; tests wait less.
+/// When an upload is aborted.
 struct UploadLimits
 {
     std::chrono::milliseconds connect{10'000};
-    std::chrono::seconds stall{30}; ///< Without a byte in either direction.
-    std::chrono::milliseconds whole{600'000};
+    std::chrono::seconds stall{30}; ///< Without data in either direction.
+    std::chrono::milliseconds total{600'000}; ///< For each request.
     int answerBytes = 16 * 1024 * 1024;
 };
 
 struct UploadResult
 {
-    bool accepted = false; ///< The server answered with 2xx.
-    QString answer; ///< Its text, where it gave one, whether it accepted the file or not.
-    QString error; ///< Why it is not accepted, for the log.
+    bool accepted = false; ///< The server responded with 2xx.
+    QString answer; ///< The body of its response, also when it refused the file.
+    QString error; ///< Why it was not accepted, for the log.
 };
 
 /**
- * Sends a file as multipart/form-data (RFC 7578) by POST, and waits for the answer. Callable from
- * any thread, by several at once. It is given up, too, when the application ends.
+ * Sends a file as multipart/form-data (RFC 7578) by POST and waits for the response. May be called
+ * from any thread, also concurrently. Aborted when the application ends.
+ * \param clock  measures UploadLimits::stall
  */
-UploadResult upload(const UploadRequest &request, const UploadLimits &limits = {});
+UploadResult upload(const UploadRequest &request, const UploadLimits &limits = {},
+                    const base::Clock &clock = base::Clock::shared());
 
 /**
- * Puts an address together.
- * \param host  an address of http or https, or a host, optionally with port and path, for http
- * \param page  goes behind the path of `host`; may be empty, and may have a query
- * \param port  in place of that of `host`; 0: leaves it
- * \return empty, with a reason for the log, when that makes no address of http or https
+ * Composes a URL.
+ * \param host  an http or https URL, or a host with optional port and path, for http
+ * \param page  appended to the path of `host`; may be empty and may have a query
+ * \param port  replaces that of `host`; 0 keeps it
+ * \return empty, with a reason for the log, when the result isn't an http or https URL
  */
 QUrl uploadAddress(const QString &host, const QString &page, long port, QString *error);
 
-/// "key=value&key=value", percent-encoded as in a URL; "+" is itself. What has no key is left out.
+/// Whether an upload may follow a redirection: to http or https, but never from https to http.
+bool mayFollowRedirection(const QUrl &from, const QUrl &to);
+
+/// Parses "key=value&key=value", percent-encoded, with a literal "+". Skips items without a key.
 UploadFields uploadFields(const QString &text);
 
-/// An address for the log: without the parts that are for the server's eyes only.
+/// A URL for the log, without user info, query and fragment, which may be confidential.
 QString uploadLabel(const QUrl &address);
 
 } // namespace portable

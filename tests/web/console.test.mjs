@@ -2,71 +2,53 @@
 //
 // The console in Chromium, from file://, against the real server.
 import assert from 'node:assert/strict';
-import { existsSync, readFileSync, readdirSync, writeFileSync } from 'node:fs';
+import { readFileSync, readdirSync, writeFileSync } from 'node:fs';
 import { join } from 'node:path';
 import { after, afterEach, before, test } from 'node:test';
-import { chromium } from 'playwright-core';
+import { Browser, skip } from './browser.mjs';
 import { startServer } from './server.mjs';
 
 const consoleFolder = new URL('../../console/', import.meta.url);
-const executablePath = process.env.CHROMIUM || '/usr/bin/chromium';
-const skip = existsSync(executablePath) ? false : `no ${executablePath}`;
-
 let server;
 let browser;
-let context;
-let faults; // of the pages: exceptions, broken policies
-let outside; // what they asked for elsewhere
+let page; // the one of the current test
 
-before(async () => {
-  if (skip)
-    return;
-  server = await startServer();
-  browser = await chromium.launch({ executablePath, args: ['--no-sandbox', '--disable-gpu'] });
-});
-after(async () => {
-  if (browser)
-    await browser.close();
-  if (server)
-    await server.end();
-});
-afterEach(async () => {
-  if (!context)
-    return;
-  await context.close();
-  context = null;
-  assert.deepEqual(faults, []);
-  assert.deepEqual(outside, []);
-});
-
-/** A page as at a first visit. */
-async function openConnected() {
-  context = await browser.newContext({ viewport: { width: 1280, height: 800 }, locale: 'en-US', colorScheme: 'light' });
-  faults = [];
-  outside = [];
-  const page = await context.newPage();
-  page.setDefaultTimeout(20000);
-  page.on('pageerror', (error) => faults.push(error.message));
-  page.on('console', (message) => {
+function listen(tab) {
+  tab.on('console', (message) => {
     if (message.type() === 'error' && !message.text().includes('ERR_CONNECTION_REFUSED'))
-      faults.push(message.text());
+      tab.faults.push(message.text()); // a broken policy, mostly
   });
-  page.on('request', (request) => {
-    if (!/^(file|data|blob):/.test(request.url()))
-      outside.push(request.url());
+  tab.on('request', (request) => {
+    if (!/^(file|data|blob|about):/.test(request.url()))
+      tab.faults.push(`asked for ${request.url()}`);
   });
-  await page.goto(new URL('index.html', consoleFolder).href);
-  await page.waitForSelector('#state.open');
-  return page;
 }
 
-async function send(page, text) {
+before(async () => {
+  if (!skip)
+    [server, browser] = await Promise.all([startServer(),
+      Browser.launch({ locale: 'en-US', colorScheme: 'light' }, listen)]);
+});
+after(() => browser && Promise.all([browser.close(), server.end()]));
+afterEach(async () => {
+  if (page)
+    await browser.leave(page);
+  page = null;
+});
+
+/** Opens the console as on a first visit. */
+async function openConnected() {
+  page = await browser.open(new URL('index.html', consoleFolder).href);
+  await page.waitForSelector('#state.open');
+}
+
+async function send(text) {
   await page.fill('#command', text);
   await page.press('#command', 'Enter');
 }
 
-/** The result that the log shows for the latest answer of a command. */
-async function answerOf(page, name) {
+/** The result that the log shows for the latest answer to a command. */
+async function answerOf(name) {
   const title = page.locator('b.name', { hasText: new RegExp(`^${name}$`) });
   const answer = page.locator('#log li.answer', { has: title });
   await answer.last().waitFor();
@@ -74,14 +56,14 @@ async function answerOf(page, name) {
 }
 
 /** Waits until the canvas has shown three different pictures. */
-async function pictureMoves(page) {
+async function pictureMoves() {
   await page.waitForFunction(() => {
     window.seenPictures = (window.seenPictures || new Set()).add(document.querySelector('#picture').toDataURL());
     return window.seenPictures.size >= 3;
-  }, null, { polling: 200 });
+  }, null, { polling: 50 });
 }
 
-test('needs nothing newer than Chromium 80 has', () => {
+test('uses nothing newer than Chromium 80', () => {
   const newer = {
     js: /\.(at|replaceAll|replaceChildren|findLast|toSorted)\(|structuredClone|Object\.hasOwn|\?\?=|\|\|=|&&=|this\.#/,
     css: /:(is|where|has)\(|\b(inset|aspect-ratio|accent-color|inset-inline)\s*:|@container|@layer|^\s*gap:/m,
@@ -93,18 +75,18 @@ test('needs nothing newer than Chromium 80 has', () => {
   }
 });
 
-test('connects and reads the state of the device', { skip }, async () => {
-  const page = await openConnected();
+test('connects and reads the device state', { skip }, async () => {
+  await openConnected();
   await page.locator('#device-facts', { hasText: 'V1.0.2' }).waitFor();
   assert.match(await page.innerText('#device-facts'), /1920 × 1080/);
   assert.equal(await page.innerText('#command-count'), '179');
 });
 
 test('shows a moving preview and saves its frame', { skip }, async () => {
-  const page = await openConnected();
+  await openConnected();
   await page.click('#start');
-  assert.equal(await answerOf(page, 'bStartPlay'), 'true');
-  await pictureMoves(page);
+  assert.equal(await answerOf('bStartPlay'), 'true');
+  await pictureMoves();
   await page.locator('#live', { hasText: 'live' }).waitFor();
   assert.match(await page.innerText('#figure-size'), /^800×600$/);
 
@@ -121,11 +103,11 @@ test('shows a moving preview and saves its frame', { skip }, async () => {
   await page.mouse.wheel(0, -100);
   assert.notEqual(await scale(), fitting);
   await page.click('#stop');
-  assert.equal(await answerOf(page, 'bStopPlay'), 'true');
+  assert.equal(await answerOf('bStopPlay'), 'true');
 });
 
 test('a command of each family is answered', { skip }, async () => {
-  const page = await openConnected();
+  await openConnected();
   const folder = server.folder;
   const commands = [
     ['preview', 'bStartPlay()', /^true$/],
@@ -149,30 +131,30 @@ test('a command of each family is answered', { skip }, async () => {
   for (const [family, text, result] of commands) {
     const name = text.slice(0, text.indexOf('('));
     assert.equal(await page.evaluate((known) => facts.byName.get(known).family, name), family);
-    await send(page, text);
-    assert.match(await answerOf(page, name), result);
+    await send(text);
+    assert.match(await answerOf(name), result);
   }
   await page.locator('.thumbnail').first().waitFor(); // the photo of the card
 });
 
-test('comes back after the server was restarted', { skip }, async () => {
-  const page = await openConnected();
+test('reconnects after a restart of the server', { skip }, async () => {
+  await openConnected();
   await server.kill();
   await page.locator('#trouble').waitFor();
-  await send(page, 'getVersion()');
+  await send('getVersion()');
   assert.match(await page.innerText('#command-hint'), /^Not connected/);
   await server.start();
   await page.waitForSelector('#state.open');
   assert.equal(await page.isVisible('#trouble'), false);
-  await send(page, 'getVersion()');
-  assert.equal(await answerOf(page, 'getVersion'), 'V1.0.2');
+  await send('getVersion()');
+  assert.equal(await answerOf('getVersion'), 'V1.0.2');
 });
 
-test('fields make the text, and the text fills the fields', { skip }, async () => {
-  const page = await openConnected();
+test('fields compose the text, and the text fills the fields', { skip }, async () => {
+  await openConnected();
   await page.keyboard.press('Escape');
   await page.focus('#stage');
-  await page.keyboard.press('/'); // from here on without a mouse
+  await page.keyboard.press('/'); // keyboard only from here on
   await page.keyboard.type('vSetPreViewSize');
   await page.keyboard.press('Enter');
   await page.keyboard.type('900');
@@ -180,12 +162,12 @@ test('fields make the text, and the text fills the fields', { skip }, async () =
   await page.keyboard.type('700');
   assert.equal(await page.inputValue('#command'), 'vSetPreViewSize(900,700)');
   await page.keyboard.press('Control+Enter');
-  assert.equal(await answerOf(page, 'vSetPreViewSize'), '(empty)');
+  assert.equal(await answerOf('vSetPreViewSize'), '(empty)');
   await page.keyboard.press('Control+k');
-  await page.keyboard.type('sGetBarCodeEx'); // its first field is a list: that stays shut
+  await page.keyboard.type('sGetBarCodeEx'); // its first field is a list, which must not open
   await page.keyboard.press('Enter');
   await page.keyboard.press('Control+Enter');
-  assert.equal(await answerOf(page, 'sGetBarCodeEx'), '(empty)');
+  assert.equal(await answerOf('sGetBarCodeEx'), '(empty)');
 
   await page.fill('#command', 'bStartPlayRotate(90)');
   assert.equal(await page.inputValue('#fields select'), '90');
@@ -196,7 +178,7 @@ test('fields make the text, and the text fills the fields', { skip }, async () =
 });
 
 test('runs a script and marks its lines', { skip }, async () => {
-  const page = await openConnected();
+  await openConnected();
   await page.click('#tab-script');
   await page.fill('#script', '# versions\ngetVersion()\nwait 1\nbDirIsExist(/nowhere)\ndisplayVideoPara()\nversion()');
   const marks = () => page.$$eval('#script-marks .mark', (all) => all.map((each) => each.textContent));
@@ -220,8 +202,8 @@ test('runs a script and marks its lines', { skip }, async () => {
   assert.equal(await page.inputValue('#script'), 'getVersion()\nwait 600000');
 });
 
-test('keeps language and colors, and never scrolls as a whole', { skip }, async () => {
-  const page = await openConnected();
+test('remembers language and colors, and never scrolls as a whole', { skip }, async () => {
+  await openConnected();
   await page.click('[data-language=zh]');
   await page.click('[data-theme-choice=dark]');
   await page.reload();
@@ -237,11 +219,11 @@ test('keeps language and colors, and never scrolls as a whole', { skip }, async 
 });
 
 test('texts from the server stay texts', { skip }, async () => {
-  const page = await openConnected();
+  await openConnected();
   const hostile = '<img src=x onerror=window.caught=1><b id=planted>.ini';
   writeFileSync(join(server.folder, hostile), '');
-  await send(page, `sGetAllFormatFiles(${server.folder},ini)`);
-  assert.ok((await answerOf(page, 'sGetAllFormatFiles')).includes(hostile));
+  await send(`sGetAllFormatFiles(${server.folder},ini)`);
+  assert.ok((await answerOf('sGetAllFormatFiles')).includes(hostile));
   await page.locator('#log li.answer').last().dblclick();
   assert.ok((await page.inputValue('#whole-text')).includes(hostile));
   await page.keyboard.press('Escape');

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 //
-// The real server for tests, in a folder of its own: its port, 1818, is fixed, so that only one test
-// at a time can have it.
+// The real server for tests, in a folder of its own. Its port, 1818, is fixed: only one test file can
+// run it at a time.
 import { spawn } from 'node:child_process';
 import { copyFileSync, existsSync, mkdtempSync, rmSync, symlinkSync, writeFileSync } from 'node:fs';
 import { connect } from 'node:net';
@@ -32,7 +32,7 @@ async function until(condition, what) {
   while (!await condition()) {
     if (Date.now() > end)
       throw new Error(`${what}: not within ${waitMilliseconds / 1000} s`);
-    await sleep(50);
+    await sleep(20);
   }
 }
 
@@ -43,7 +43,7 @@ export class Server {
     this.folder = mkdtempSync(join(tmpdir(), 'rvo-web-'));
     this.process = null;
     const program = 'rvowebSocketServer';
-    // A copy: the program looks for its files where it really lies, and there it writes its log.
+    // A copy, not a link: the program finds its files and writes its log beside the real executable.
     copyFileSync(join(buildFolder, program), join(this.folder, program));
     for (const name of ['libdoccamera.so', 'libcardreader.so', 'cards', 'fingers', 'models']) {
       if (existsSync(join(buildFolder, name)))
@@ -69,7 +69,7 @@ export class Server {
     }, 'the server to listen');
   }
 
-  /** Ends it at once, as a crash would. */
+  /** Kills it, as a crash would. */
   async kill() {
     if (!this.process || this.process.exitCode !== null || this.process.signalCode !== null)
       return;
@@ -78,19 +78,14 @@ export class Server {
     await ended;
   }
 
-  async restart() {
-    await this.kill();
-    await this.start();
-  }
-
-  /** Ends it and removes its folder. */
+  /** Kills it and removes its folder. */
   async end() {
     await this.kill();
     rmSync(this.folder, { recursive: true, force: true });
   }
 }
 
-/** A server that runs. */
+/** Starts a server. */
 export async function startServer(options) {
   const server = new Server(options);
   await server.start();

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "portable/camera/testscene.h"
+#include "portable/camera/testsheet.h"
 
 #include <QPainter>
 #include <QPainterPath>
@@ -15,7 +15,7 @@ namespace {
 const QColor ink(34, 36, 42);
 const QColor accent(28, 76, 138);
 
-/// A font with Chinese where there is one; Qt takes the nearest it has otherwise.
+/// A font with Chinese glyphs; Qt substitutes the closest one it has.
 QFont textFont(int pixels, bool bold = false)
 {
     QFont font(QStringLiteral("WenQuanYi Micro Hei"));
@@ -33,7 +33,7 @@ void paintText(QPainter &painter, const QRectF &area, const QString &text, const
     painter.drawText(area, flags | Qt::TextWordWrap, text);
 }
 
-/// Letterhead: a mark, the title in two languages, the number of the form.
+/// Letterhead: logo, bilingual title, form number.
 void paintHead(QPainter &painter)
 {
     painter.setPen(Qt::NoPen);
@@ -57,7 +57,7 @@ void paintHead(QPainter &painter)
     painter.fillRect(QRectF(70, 160, 1260, 4), accent);
 }
 
-/// The form: a table of labels and what an applicant filled in.
+/// The form: a table of labels and filled-in values.
 void paintForm(QPainter &painter)
 {
     const struct
@@ -104,7 +104,7 @@ void paintParagraphs(QPainter &painter)
         textFont(24));
 }
 
-/// A ridge of hills across `area`, from its crest line down.
+/// The outline of a ridge of hills across `area`, filled down to its bottom.
 QPainterPath ridge(const QRectF &area, double crest, double height, double phase, double waves)
 {
     QPainterPath path(area.bottomLeft());
@@ -135,7 +135,7 @@ void paintTree(QPainter &painter, const QPointF &foot, double height)
     painter.fillPath(tree, QColor(24, 62, 50));
 }
 
-/// A photograph: mountains over a lake in the evening.
+/// A photo-like picture: mountains above a lake in the evening.
 QImage photo(const QSize &size)
 {
     QImage image(size, QImage::Format_RGB32);
@@ -163,7 +163,7 @@ QImage photo(const QSize &size)
     painter.fillPath(ridge(land, 0.51 * unit, 0.09 * unit, 2.9, 2.1), QColor(84, 116, 146));
     painter.fillPath(ridge(land, 0.58 * unit, 0.04 * unit, 5.0, 3.0), QColor(52, 92, 92));
 
-    // The lake mirrors what is above it, darker and broken by ripples.
+    // The lake reflects what is above it, darker and broken up by ripples.
     const QRect above(0, int(2 * horizon - area.height()), size.width(),
                       int(area.height() - horizon));
     painter.drawImage(QPointF(0, horizon), image.copy(above).mirrored(false, true));
@@ -198,8 +198,8 @@ void paintPhoto(QPainter &painter)
 }
 
 /**
- * Paints a barcode's dark modules as one path, so that neighbours leave no seam between them; the
- * quiet zone around them is the paper's.
+ * Paints a barcode's dark modules as one path, which avoids seams between neighbors. The quiet zone
+ * is the paper around it.
  */
 void paintBarcode(QPainter &painter, const ZXing::BitMatrix &code, const QRectF &area)
 {
@@ -224,19 +224,20 @@ void paintBarcodes(QPainter &painter)
     const auto qr = MultiFormatWriter(BarcodeFormat::QRCode)
                         .setMargin(4)
                         .setEccLevel(4)
-                        .encode(sceneQrText().toStdWString(), 1, 1);
+                        .encode(testSheetQrText().toStdWString(), 1, 1);
     paintBarcode(painter, qr, {980, 530, 280, 280});
     paintText(painter, {910, 812, 420, 30}, QStringLiteral("扫码查看 Scan me"), textFont(20),
               QColor(96, 100, 108), Qt::AlignHCenter);
 
     const auto code128 = MultiFormatWriter(BarcodeFormat::Code128)
                              .setMargin(10)
-                             .encode(sceneCode128Text().toStdWString(), 1, 1);
+                             .encode(testSheetCode128Text().toStdWString(), 1, 1);
     paintBarcode(painter, code128, {40, 790, 560, 100});
-    paintText(painter, {40, 894, 560, 36}, sceneCode128Text(), textFont(25), ink, Qt::AlignHCenter);
+    paintText(painter, {40, 894, 560, 36}, testSheetCode128Text(), textFont(25), ink,
+              Qt::AlignHCenter);
 }
 
-/// The signature line with a round seal over it.
+/// The signature line with a round seal across it.
 void paintSignature(QPainter &painter)
 {
     paintText(painter, {650, 770, 240, 30}, QStringLiteral("签名 Signature"), textFont(20),
@@ -273,19 +274,19 @@ void paintSignature(QPainter &painter)
 
 } // namespace
 
-QString sceneQrText()
+QString testSheetQrText()
 {
     return QStringLiteral("https://example.com/sample?no=000128");
 }
 
-QString sceneCode128Text()
+QString testSheetCode128Text()
 {
     return QStringLiteral("SAMPLE-000128");
 }
 
-void paintScenePage(QPainter &painter)
+void paintTestSheet(QPainter &painter)
 {
-    painter.fillRect(scenePage, QColor(251, 251, 248));
+    painter.fillRect(testSheetArea, QColor(251, 251, 248));
     paintHead(painter);
     paintForm(painter);
     paintParagraphs(painter);

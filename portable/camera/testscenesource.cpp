@@ -1,28 +1,28 @@
 // SPDX-License-Identifier: MIT
-#include "portable/camera/scenesource.h"
+#include "portable/camera/testscenesource.h"
 
 namespace portable {
 
-SceneSource::SceneSource(const cv::Size &usualSize, double framesPerSecond)
-    : m_usualSize(usualSize)
+TestSceneSource::TestSceneSource(const cv::Size &defaultSize, double framesPerSecond)
+    : m_defaultSize(defaultSize)
     , m_framesPerSecond(framesPerSecond)
 {
 }
 
-bool SceneSource::open(const cv::Size &wanted, QString * /*error*/)
+bool TestSceneSource::open(const cv::Size &wanted, QString * /*error*/)
 {
     m_scene = std::make_unique<TestScene>(sizeFor(wanted));
-    m_pool.clear(); // its frames show the scene that was
+    m_pool.clear(); // its frames show the previous scene
     return true;
 }
 
-void SceneSource::close()
+void TestSceneSource::close()
 {
     m_scene.reset();
     m_pool.clear();
 }
 
-bool SceneSource::read(cv::Mat &frame, QString * /*error*/)
+bool TestSceneSource::read(cv::Mat &frame, QString * /*error*/)
 {
     bool fresh = false;
     frame = m_pool.take(m_scene->background().size(), &fresh);
@@ -33,15 +33,15 @@ bool SceneSource::read(cv::Mat &frame, QString * /*error*/)
     return true;
 }
 
-std::vector<cv::Size> SceneSource::sizes() const
+std::vector<cv::Size> TestSceneSource::sizes() const
 {
     return {{2592, 1944}, {1920, 1080}, {1600, 1200}, {1280, 720},
             {1024, 768},  {800, 600},   {640, 480}};
 }
 
-cv::Size SceneSource::sizeFor(const cv::Size &wanted) const
+cv::Size TestSceneSource::sizeFor(const cv::Size &wanted) const
 {
-    return chooseSize(sizes(), wanted.empty() ? m_usualSize : wanted);
+    return chooseSize(sizes(), wanted.empty() ? m_defaultSize : wanted);
 }
 
 } // namespace portable

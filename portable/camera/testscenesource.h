@@ -9,12 +9,12 @@
 
 namespace portable {
 
-/// The built-in desk scene as a source; a frame costs the painting of its clock.
-class SceneSource : public FrameSource
+/// The built-in test scene. Only the clock is painted for each frame.
+class TestSceneSource : public FrameSource
 {
 public:
-    /// \param usualSize  the size without a wish, or the nearest to it of sizes()
-    SceneSource(const cv::Size &usualSize, double framesPerSecond);
+    /// \param defaultSize  used when open() is asked for none; the nearest of sizes() is taken
+    TestSceneSource(const cv::Size &defaultSize, double framesPerSecond);
 
     QString name() const override { return QStringLiteral("desk scene"); }
     bool open(const cv::Size &wanted, QString *error) override;
@@ -25,7 +25,7 @@ public:
     cv::Size sizeFor(const cv::Size &wanted) const override;
 
 private:
-    const cv::Size m_usualSize;
+    const cv::Size m_defaultSize;
     const double m_framesPerSecond;
     std::unique_ptr<TestScene> m_scene; // while open
     FramePool m_pool;

@@ -1,0 +1,342 @@
+// SPDX-License-Identifier: MIT
+// The portable library's V4L2 code. The devices are FIFOs whose ioctls this program answers.
+#include "portable/camera/v4l2controls.h"
+#include "portable/camera/v4l2devices.h"
+#include "tests/portabletest.h"
+
+#include <QtTest>
+#include <linux/videodev2.h>
+#include <sys/ioctl.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdarg>
+#include <cstring>
+#include <map>
+
+using namespace portable;
+
+namespace {
+
+struct FakeControl
+{
+    int minimum, maximum, step, defaultValue, value;
+    unsigned flags = 0;
+};
+
+struct FakeFormat
+{
+    unsigned pixelFormat;
+    std::vector<cv::Size> sizes; ///< Of a range: smallest, largest, step.
+    bool isRange = false;
+};
+
+/// A V4L2 driver behind one node.
+struct FakeDriver
+{
+    QByteArray name;
+    unsigned capabilities = V4L2_CAP_VIDEO_CAPTURE;
+    std::vector<FakeFormat> formats;
+    std::map<unsigned, FakeControl> controls;
+    int streamError = 0; ///< Of setting the format; 0: none.
+    QStringList changes; ///< "control=value"
+
+    /// \return 0 or an errno
+    int answer(unsigned long request, void *argument)
+    {
+        switch (request) {
+        case VIDIOC_QUERYCAP:
+            return describe(static_cast<v4l2_capability *>(argument));
+        case VIDIOC_ENUM_FMT:
+            return enumerate(static_cast<v4l2_fmtdesc *>(argument));
+        case VIDIOC_ENUM_FRAMESIZES:
+            return enumerate(static_cast<v4l2_frmsizeenum *>(argument));
+        case VIDIOC_G_FMT:
+            return 0;
+        case VIDIOC_S_FMT:
+            return streamError;
+        case VIDIOC_QUERYCTRL:
+            return query(static_cast<v4l2_queryctrl *>(argument));
+        case VIDIOC_G_CTRL:
+        case VIDIOC_S_CTRL:
+            return access(static_cast<v4l2_control *>(argument), request == VIDIOC_S_CTRL);
+        default:
+            return ENOTTY;
+        }
+    }
+
+private:
+    int describe(v4l2_capability *capability) const
+    {
+        std::strcpy(reinterpret_cast<char *>(capability->card), name.constData());
+        std::strcpy(reinterpret_cast<char *>(capability->bus_info), "usb-1");
+        capability->capabilities = V4L2_CAP_VIDEO_CAPTURE | V4L2_CAP_META_CAPTURE;
+        capability->device_caps = capabilities;
+        return 0;
+    }
+
+    int enumerate(v4l2_fmtdesc *format) const
+    {
+        if (format->type != V4L2_BUF_TYPE_VIDEO_CAPTURE || format->index >= formats.size()) {
+            return EINVAL;
+        }
+        format->pixelformat = formats[format->index].pixelFormat;
+        return 0;
+    }
+
+    int enumerate(v4l2_frmsizeenum *size) const
+    {
+        for (const FakeFormat &format : formats) {
+            if (format.pixelFormat != size->pixel_format || size->index >= format.sizes.size()) {
+                continue;
+            }
+            const auto side = [](int value) { return __u32(value); };
+            if (format.isRange) {
+                const auto &s = format.sizes;
+                size->type = V4L2_FRMSIZE_TYPE_STEPWISE;
+                size->stepwise = {side(s[0].width),  side(s[1].width),  side(s[2].width),
+                                  side(s[0].height), side(s[1].height), side(s[2].height)};
+            } else {
+                size->type = V4L2_FRMSIZE_TYPE_DISCRETE;
+                size->discrete = {side(format.sizes[size->index].width),
+                                  side(format.sizes[size->index].height)};
+            }
+            return 0;
+        }
+        return EINVAL;
+    }
+
+    int query(v4l2_queryctrl *query) const
+    {
+        const auto found = controls.find(query->id);
+        if (found == controls.end()) {
+            return EINVAL;
+        }
+        query->minimum = found->second.minimum;
+        query->maximum = found->second.maximum;
+        query->step = found->second.step;
+        query->default_value = found->second.defaultValue;
+        query->flags = found->second.flags;
+        return 0;
+    }
+
+    int access(v4l2_control *control, bool isSet)
+    {
+        const auto found = controls.find(control->id);
+        if (found == controls.end()) {
+            return EINVAL;
+        }
+        FakeControl &fake = found->second;
+        if (!isSet) {
+            control->value = fake.value;
+            return 0;
+        }
+        if (control->value < fake.minimum || control->value > fake.maximum) {
+            return ERANGE;
+        }
+        fake.value = control->value;
+        changes << shortName(control->id) + QLatin1Char('=') + QString::number(control->value);
+        return 0;
+    }
+
+    static QString shortName(unsigned id)
+    {
+        const std::map<unsigned, const char *> names{{V4L2_CID_BRIGHTNESS, "brightness"},
+                                                     {V4L2_CID_CONTRAST, "contrast"},
+                                                     {V4L2_CID_EXPOSURE, "gain"},
+                                                     {V4L2_CID_EXPOSURE_AUTO, "mode"},
+                                                     {V4L2_CID_EXPOSURE_ABSOLUTE, "exposure"},
+                                                     {V4L2_CID_AUTO_FOCUS_START, "focus"},
+                                                     {V4L2_CID_FOCUS_AUTO, "autofocus"}};
+        return line(names.at(id));
+    }
+};
+
+std::map<QString, FakeDriver> drivers; // by path
+int interruptions = 0; // that many calls are interrupted by a signal
+
+} // namespace
+
+/// In place of the C library's.
+extern "C" int ioctl(int file, unsigned long request, ...) noexcept
+{
+    va_list arguments;
+    va_start(arguments, request);
+    void *argument = va_arg(arguments, void *);
+    va_end(arguments);
+    const auto driver =
+        drivers.find(QFile::symLinkTarget(QStringLiteral("/proc/self/fd/%1").arg(file)));
+    if (driver == drivers.end()) {
+        return int(::syscall(SYS_ioctl, file, request, argument));
+    }
+    errno = interruptions-- > 0 ? EINTR : driver->second.answer(request, argument);
+    return errno == 0 ? 0 : -1;
+}
+
+class TestPortableV4l2 : public PortableTest
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void init()
+    {
+        PortableTest::init();
+        drivers.clear();
+        interruptions = 0;
+    }
+
+    void camerasInTheOrderOfTheirNodes()
+    {
+        node("video10").name = "Ten";
+        node("video2").name = "Two";
+        node("video0").name = "Metadata";
+        node("video0").capabilities = V4L2_CAP_META_CAPTURE;
+        node("videox").name = "No number";
+        QCOMPARE(::mkfifo(utf8("video3"), 0600), 0); // no V4L2 device
+        for (const char *name : {"video1", "video4"}) { // these can't be opened
+            sockaddr_un address = {};
+            address.sun_family = AF_UNIX;
+            std::strcpy(address.sun_path, utf8(name));
+            const int server = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+            QCOMPARE(::bind(server, reinterpret_cast<sockaddr *>(&address), sizeof address), 0);
+            ::close(server);
+        }
+        writeFile(path("sys/class/video4linux/video1/name"), "Closed\n");
+        writeFile(path("sys/class/video4linux/video1/index"), "0\n");
+        writeFile(path("sys/class/video4linux/video4/index"), "1\n"); // of the same camera
+        writeFile(path("sys/devices/usb1/1-1/idVendor"), "2b19\n");
+        writeFile(path("sys/devices/usb1/1-1/idProduct"), "0200\n");
+        QVERIFY(QDir().mkpath(path("sys/class/video4linux/video2")));
+        QVERIFY(
+            QFile::link(path("sys/devices/usb1/1-1"), path("sys/class/video4linux/video2/device")));
+        const V4l2Devices devices = v4l2DevicesIn(m_folder->path(), path("sys"));
+        QCOMPARE(v4l2Labels(devices).replace(m_folder->path(), line("/dev")),
+                 line("/dev/video1 (Closed), /dev/video2 (Two, 2b19:0200), /dev/video10 (Ten), "
+                      "/dev/videox (No number)"));
+        QCOMPARE(devices[1].bus, line("usb-1"));
+        QCOMPARE(v4l2Labels({}), line("none"));
+    }
+
+    void sizes_data()
+    {
+        const Rows<int, bool, QString> row("camera", "hasMjpeg", "sizes");
+        row("MJPEG's, where it has them", 0, true, "1920 x 1080, 640 x 480");
+        row("of all formats otherwise", 1, false, "1280 x 720, 640 x 480, 320 x 240");
+        row("MJPEG without sizes", 2, true, "640 x 480");
+        row("common ones within a range", 3, false, "1000 x 600, 800 x 600, 320 x 240");
+        row("any within a range without steps", 4, false, "700 x 500, 640 x 480");
+        row("none", 5, false, "");
+    }
+
+    void sizes()
+    {
+        QFETCH(int, camera);
+        const std::vector<FakeFormat> cameras[] = {
+            {{V4L2_PIX_FMT_YUYV, {{2592, 1944}}},
+             {V4L2_PIX_FMT_MJPEG, {{640, 480}, {1920, 1080}, {640, 480}}}},
+            {{V4L2_PIX_FMT_YUYV, {{640, 480}, {320, 240}}}, {V4L2_PIX_FMT_RGB24, {{1280, 720}}}},
+            {{V4L2_PIX_FMT_MJPEG, {}}, {V4L2_PIX_FMT_YUYV, {{640, 480}}}},
+            {{V4L2_PIX_FMT_YUYV, {{320, 240}, {1000, 600}, {240, 180}}, true}},
+            {{V4L2_PIX_FMT_YUYV, {{321, 240}, {700, 500}, {0, 0}}, true}},
+            {},
+        };
+        node("video0").formats = cameras[camera];
+        interruptions = 2;
+        const V4l2Formats formats = v4l2Formats(path("video0"));
+        QTEST(formats.hasMjpeg, "hasMjpeg");
+        QStringList texts;
+        for (const cv::Size &size : formats.sizes) {
+            texts << QStringLiteral("%1 x %2").arg(size.width).arg(size.height);
+        }
+        QTEST(texts.join(line(", ")), "sizes");
+    }
+
+    void obstacles_data()
+    {
+        const Rows<int, QString> row("error", "reason");
+        row("none", 0, "");
+        row("busy", EBUSY, "it is in use by another program");
+        row("unplugged", ENODEV, "it is not there (unplugged?)");
+        row("forbidden", EPERM, "no permission to open it (is this user in the group \"video\"?)");
+        row("no camera", ENOTTY, "it is not a camera");
+        row("other", EIO, qt_error_string(EIO));
+    }
+
+    void obstacles()
+    {
+        QFETCH(int, error);
+        node("video0").streamError = error;
+        QTEST(v4l2Obstacle(path("video0")), "reason");
+        QCOMPARE(v4l2Obstacle(path("video1")), line("it is not there (unplugged?)"));
+    }
+
+    void adjustments()
+    {
+        FakeDriver &driver = node("video0");
+        driver.controls = {{V4L2_CID_BRIGHTNESS, {-64, 64, 1, 0, 7}},
+                           {V4L2_CID_CONTRAST, {0, 95, 1, 32, 32, V4L2_CTRL_FLAG_READ_ONLY}},
+                           {V4L2_CID_EXPOSURE_AUTO, {0, 3, 1, 3, 3}},
+                           {V4L2_CID_EXPOSURE_ABSOLUTE, {3, 2047, 1, 250, 300}}};
+        {
+            V4l2Controls controls(path("video0"));
+            const Adjustments rest = controls.adjust({-100, 50, 40});
+            QCOMPARE(rest.brightness, 0);
+            QCOMPARE(rest.contrast, 40); // can't be set, as when disabled
+            QCOMPARE(rest.exposure, 0);
+            QCOMPARE(taken(driver), line("brightness=32 mode=1 exposure=3"));
+            QCOMPARE(controls.adjust({-100, 50, 40}).contrast, 40);
+            QCOMPARE(taken(driver), QString()); // nothing has changed
+            controls.adjust({0, 50, 40});
+            QCOMPARE(taken(driver), line("mode=1 exposure=250 mode=3"));
+        }
+        // As they were before, the mode last: it may forbid to set the exposure.
+        QCOMPARE(taken(driver), line("brightness=7 exposure=300 mode=3"));
+    }
+
+    void exposureOfSimpleCameras()
+    {
+        FakeDriver &driver = node("video0");
+        V4l2Controls none(path("video0"));
+        QCOMPARE(none.adjust({10, 0, 0}).exposure, 10);
+        driver.controls = {{V4L2_CID_EXPOSURE, {-100, 100, 1, 0, 0}}};
+        V4l2Controls controls(path("video0"));
+        QCOMPARE(controls.adjust({10, 0, 0}).exposure, 0);
+        QCOMPARE(taken(driver), line("gain=10"));
+    }
+
+    void focusing()
+    {
+        FakeDriver &driver = node("video0");
+        V4l2Controls controls(path("video0"));
+        QVERIFY(!controls.focus());
+        driver.controls = {{V4L2_CID_FOCUS_AUTO, {0, 1, 1, 1, 1}}};
+        QVERIFY(controls.focus());
+        QCOMPARE(taken(driver), line("autofocus=0 autofocus=1"));
+        driver.controls[V4L2_CID_AUTO_FOCUS_START] = {0, 1, 1, 0, 0};
+        QVERIFY(controls.focus());
+        QCOMPARE(taken(driver), line("focus=0"));
+    }
+
+private:
+    /// The driver of a node, which is made when it is missing.
+    FakeDriver &node(const char *name)
+    {
+        ::mkfifo(utf8(name), 0600);
+        return drivers[QFileInfo(path(name)).canonicalFilePath()];
+    }
+
+    /// What has been set since the last call.
+    static QString taken(FakeDriver &driver)
+    {
+        const QString changes = driver.changes.join(QLatin1Char(' '));
+        driver.changes.clear();
+        return changes;
+    }
+};
+
+QTEST_GUILESS_MAIN(TestPortableV4l2)
+#include "tst_portablev4l2.moc"
