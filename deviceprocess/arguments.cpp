@@ -7,7 +7,7 @@ const char *functionName(std::uint32_t function)
 {
     static constexpr const char *names[] = {
 #define DEVICE(library, kind, seconds, result, name, parameters, names) #name,
-#include "deviceprocess/functions.h"
+#include "devicelib/functions.h"
     };
     return function < functionCount ? names[function] : "?";
 }
@@ -16,7 +16,7 @@ int functionSeconds(std::uint32_t function)
 {
     static constexpr int seconds[] = {
 #define DEVICE(library, kind, seconds, result, name, parameters, names) seconds,
-#include "deviceprocess/functions.h"
+#include "devicelib/functions.h"
     };
     return function < functionCount ? seconds[function] : 0;
 }

@@ -91,7 +91,7 @@ template <class Args, std::size_t index, FunctionKind kind> constexpr Role roleO
 /// Index of each function in functions.h.
 enum class FunctionId : std::uint32_t {
 #define DEVICE(library, kind, seconds, result, name, parameters, names) name,
-#include "deviceprocess/functions.h"
+#include "devicelib/functions.h"
     Count
 };
 

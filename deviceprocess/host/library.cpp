@@ -19,14 +19,14 @@ namespace {
 constexpr Execute executions[] = {
 #define DEVICE(library, kind, seconds, result, name, parameters, names)                            \
     Execution<FunctionId::name, FunctionKind::kind, result parameters>::execute,
-#include "deviceprocess/functions.h"
+#include "devicelib/functions.h"
 };
 
 enum class Half { doccamera, cardreader };
 
 constexpr Half halves[] = {
 #define DEVICE(library, kind, seconds, result, name, parameters, names) Half::library,
-#include "deviceprocess/functions.h"
+#include "devicelib/functions.h"
 };
 
 void *open(const QString &configured)

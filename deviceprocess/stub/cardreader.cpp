@@ -9,4 +9,4 @@
 #define DEVICE_cardreader(...) __VA_ARGS__
 #define DEVICE(library, kind, seconds, result, name, parameters, names)                            \
     DEVICE_##library(EXPORTED(kind, result, name, parameters, names))
-#include "deviceprocess/functions.h"
+#include "devicelib/functions.h"

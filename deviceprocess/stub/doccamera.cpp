@@ -9,4 +9,4 @@
 #define DEVICE_cardreader(...)
 #define DEVICE(library, kind, seconds, result, name, parameters, names)                            \
     DEVICE_##library(EXPORTED(kind, result, name, parameters, names))
-#include "deviceprocess/functions.h"
+#include "devicelib/functions.h"

@@ -7,8 +7,6 @@
 #include "devicelib/doccamera.h"
 #include "deviceprocess/stub/forward.h"
 
-using deviceprocess::SizeList;
-
 #define EXPORTED(kind, result, name, parameters, names)                                            \
     extern "C" result name parameters                                                              \
     {                                                                                              \

@@ -145,7 +145,7 @@ std::function<ReleasePixels(std::uint64_t)> releaseOfThread()
 const std::array<Deliver, functionCount> deliverers = {
 #define DEVICE(library, kind, seconds, result, name, parameters, names)                            \
     DeliveryOf<FunctionId::name, result parameters>::deliver,
-#include "deviceprocess/functions.h"
+#include "devicelib/functions.h"
 };
 
 } // namespace deviceprocess

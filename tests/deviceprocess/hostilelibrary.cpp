@@ -21,8 +21,6 @@
 #include <stdexcept>
 #include <string>
 
-using deviceprocess::SizeList;
-
 namespace {
 
 /// On every socket of the device process, what no message looks like.
@@ -83,4 +81,4 @@ template <class Result> Result failure()
         act(#name);                                                                                \
         return failure<result>();                                                                  \
     }
-#include "deviceprocess/functions.h"
+#include "devicelib/functions.h"

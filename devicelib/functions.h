@@ -1,9 +1,10 @@
 // SPDX-License-Identifier: MIT
 //
-// The device interface as a list, once: stub and host are both made from it. No include guard:
-// whoever includes this file defines DEVICE(library, kind, seconds, result, name, parameters,
-// names) first and gets it expanded for every function. devicelib/ is included before, so a
-// signature that differs from it doesn't compile.
+// The functions of the device interface as a list: the device process, the stub libraries and the
+// portable library's exports are made from it. No include guard: whoever includes this file defines
+// DEVICE(library, kind, seconds, result, name, parameters, names) first and gets it expanded for
+// every function. devicelib/ is included before, so a signature that differs from it doesn't
+// compile.
 //
 // library  doccamera or cardreader: which shared library has the function
 // kind     Query, or Setting: its last call is repeated to a new device process, or
@@ -13,7 +14,7 @@
 // seconds  how long it may take before the device process is taken for stuck
 
 #ifndef DEVICE
-#error "define DEVICE before including functions.h"
+#error "define DEVICE before including devicelib/functions.h"
 #endif
 
 // clang-format off
@@ -43,7 +44,7 @@ DEVICE(doccamera, SettingOf,   5, void, vSetResolutionEx, (int camera, int index
 DEVICE(doccamera, SettingOf,   5, void, setResolution, (int camera, int width, int height), (camera, width, height))
 DEVICE(doccamera, Query,       5, int, iGetResolutionX, (int camera), (camera))
 DEVICE(doccamera, Query,       5, int, iGetResolutionY, (int camera), (camera))
-DEVICE(doccamera, Query,       5, void, getResolutionIndex, (int camera, SizeList &sizes), (camera, sizes))
+DEVICE(doccamera, Query,       5, void, getResolutionIndex, (int camera, std::vector<std::pair<double, double>> &sizes), (camera, sizes))
 DEVICE(doccamera, Setting,     5, void, vSetRotate, (short angle), (angle))
 DEVICE(doccamera, Query,       5, short, iGetRotate, (), ())
 DEVICE(doccamera, Setting,     5, void, vSetFlip, (short mode), (mode))
