@@ -154,6 +154,7 @@ int main(int argc, char **argv)
                  path("DEVICEHOST_CARDS", "libportablecardreader.so"));
     static Pictures pictures(memory);
     makeRelay();
+    CallerLink::sendApart(MessageKind::Pong, 0, Writer()); // ready
     std::thread(takeControl, std::ref(library), std::ref(pictures)).detach();
     return QApplication::exec();
 }

@@ -431,6 +431,7 @@ bool DeviceHost::start()
     m_control = control[0];
     m_events = events[0];
     m_endReason.clear();
+    m_isUp = false;
     m_pinged = {};
     qInfo("device process: started, process %d", int(pid));
     return m_state != State::Stopping;
@@ -439,7 +440,7 @@ bool DeviceHost::start()
 /// Before anybody else's calls, on a connection of its own. Opens the way for those then.
 void DeviceHost::repeatSettings()
 {
-    const bool isDone = sendSettings();
+    const bool isDone = waitUntilUp() && sendSettings();
     {
         const std::lock_guard<std::mutex> lock(m_mutex);
         if (isDone && m_state == State::Starting) {
@@ -447,6 +448,20 @@ void DeviceHost::repeatSettings()
         }
     }
     m_changed.notify_all();
+}
+
+/// Loading the libraries takes its time, more of it on a busy machine.
+bool DeviceHost::waitUntilUp()
+{
+    std::unique_lock<std::mutex> lock(m_mutex);
+    const auto isSettled = [this] { return m_isUp || m_state != State::Starting; };
+    if (!m_changed.wait_for(lock, startLimit, isSettled)) {
+        const quint64 generation = m_generation;
+        lock.unlock();
+        end(generation, QStringLiteral("it was not ready in %1 s").arg(startLimit.count() / 1000));
+        return false;
+    }
+    return m_isUp;
 }
 
 bool DeviceHost::sendSettings()
@@ -493,6 +508,8 @@ void DeviceHost::takeEvents()
         if (message.kind == MessageKind::Pong) {
             const std::lock_guard<std::mutex> lock(m_mutex);
             m_pinged = {};
+            m_isUp = true;
+            m_changed.notify_all();
             continue;
         }
         const bool isLog = message.kind == MessageKind::Log;
@@ -509,6 +526,11 @@ void DeviceHost::takeEvents()
         }
     }
     closeDescriptor(&message.descriptor);
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    if (m_state == State::Starting) {
+        m_state = State::Waiting; // it died before it was ready: nobody waits for that any longer
+    }
+    m_changed.notify_all();
 }
 
 QString DeviceHost::callsUnderWay() const

@@ -106,6 +106,7 @@ private:
     void supervise();
     bool start();
     void repeatSettings();
+    bool waitUntilUp();
     bool sendSettings();
     void takeEvents();
     void reap();
@@ -127,6 +128,7 @@ private:
     int m_restarts = 0;
     int m_failuresInRow = 0;
     Clock::time_point m_started;
+    bool m_isUp = false; ///< Whether this process has said that it is ready.
     Clock::time_point m_pinged; ///< When the oldest ping without an answer was sent; else unset.
     std::list<Setting> m_settings; ///< In the order of their last calls.
     std::map<std::thread::id, FunctionId> m_underWay;
