@@ -46,8 +46,9 @@ else
     say "not root: the disk is not filled"
     trap 'rm -rf "$folder"' EXIT
 fi
-for file in rvowebSocketServer libdoccamera.so libcardreader.so elecsign webbrowser \
-    run-elecsign.sh run-webbrowser.sh; do
+for file in rvowebSocketServer devicehost libdevicestub.so libdoccamera.so libcardreader.so \
+    libportabledoccamera.so libportablecardreader.so elecsign webbrowser run-elecsign.sh \
+    run-webbrowser.sh; do
     cp "build/$name/$file" "$folder/"
 done
 mkdir "$folder/pictures" "$folder/out"

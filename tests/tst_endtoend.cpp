@@ -44,7 +44,9 @@ private Q_SLOTS:
         m_folder = QStringLiteral("/tmp/rvo-e2e-%1").arg(QCoreApplication::applicationPid());
         QVERIFY(QDir().mkpath(m_folder));
         const QDir built = QFileInfo(QStringLiteral(PROGRAM)).dir();
-        for (const char *name : {"rvowebSocketServer", "libdoccamera.so", "libcardreader.so"}) {
+        for (const char *name :
+             {"rvowebSocketServer", "devicehost", "libdevicestub.so", "libdoccamera.so",
+              "libcardreader.so", "libportabledoccamera.so", "libportablecardreader.so"}) {
             const QString file = QString::fromUtf8(name);
             QVERIFY2(QFile::copy(built.filePath(file), inFolder(file)), name);
         }

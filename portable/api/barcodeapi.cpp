@@ -19,20 +19,20 @@ char *codesIn(const cv::Mat &picture, long kind = portable::anyBarcode)
 
 char *codesInFile(const char *function, const char *localPath, long kind)
 {
-    return portable::guarded(function, [&]() -> char * {
-        QString error;
-        const QString path = QString::fromLocal8Bit(localPath);
-        const cv::Mat picture = portable::readPicture(path, &error);
-        if (picture.empty()) {
-            prefixError(path, &error);
-            logFailure(function, error);
-            return nullptr;
-        }
-        return codesIn(picture, kind);
-    });
+    QString error;
+    const QString path = QString::fromLocal8Bit(localPath);
+    const cv::Mat picture = portable::readPicture(path, &error);
+    if (picture.empty()) {
+        prefixError(path, &error);
+        logFailure(function, error);
+        return nullptr;
+    }
+    return codesIn(picture, kind);
 }
 
 } // namespace
+
+namespace portable::api {
 
 char *sGetBarCode(const char *image)
 {
@@ -50,8 +50,8 @@ char *sGetBarCodeEx(long kind, const char *image)
 
 char *sGetBarCodeOnline()
 {
-    return portable::guarded(__func__, []() -> char * {
-        const cv::Mat picture = portable::takePlainShot();
-        return picture.empty() ? nullptr : codesIn(picture);
-    });
+    const cv::Mat picture = portable::takePlainShot();
+    return picture.empty() ? nullptr : codesIn(picture);
 }
+
+} // namespace portable::api

@@ -97,28 +97,28 @@ struct Target
 /// Takes a picture and writes all of the files or none.
 bool capture(const char *function, std::initializer_list<Target> targets)
 {
-    return guarded(function, [&] {
-        std::vector<QString> paths;
-        for (const Target &target : targets) {
-            paths.push_back(targetPath(function, target.directory, target.name, target.extension));
-            if (paths.back().isEmpty()) {
-                return false;
-            }
+    std::vector<QString> paths;
+    for (const Target &target : targets) {
+        paths.push_back(targetPath(function, target.directory, target.name, target.extension));
+        if (paths.back().isEmpty()) {
+            return false;
         }
-        const Shot shot = takeShot();
-        if (shot.picture.empty()) {
-            return false; // the reason is in the log
-        }
-        std::vector<FileContent> files;
-        auto path = paths.begin();
-        for (const Target &target : targets) {
-            files.emplace_back(*path++, target.encode(shot));
-        }
-        return writeAll(function, files);
-    });
+    }
+    const Shot shot = takeShot();
+    if (shot.picture.empty()) {
+        return false; // the reason is in the log
+    }
+    std::vector<FileContent> files;
+    auto path = paths.begin();
+    for (const Target &target : targets) {
+        files.emplace_back(*path++, target.encode(shot));
+    }
+    return writeAll(function, files);
 }
 
 } // namespace
+
+namespace portable::api {
 
 bool bSaveJPG(const char *directory, const char *name)
 {
@@ -161,31 +161,29 @@ bool bSaveGrayAndTIF(const char *greyDirectory, const char *greyName, const char
 bool SplitPic(const char *image, const char *directory)
 {
     const char *const function = __func__;
-    return guarded(function, [&] {
-        const QString folder = pathOf(directory);
-        if (folder.isEmpty()) {
-            return logFailure(function, QStringLiteral("it needs a directory for the halves"));
-        }
-        const QString path = pathOf(image);
-        QString error;
-        const cv::Mat picture = readPicture(path, &error);
-        if (!picture.empty() && picture.cols < 2) {
-            setError(QStringLiteral("it is too narrow to be split"), &error);
-        }
-        if (picture.cols < 2) {
-            prefixError(path, &error);
-            return logFailure(function, error);
-        }
-        const int fold = foldColumn(picture);
-        const CaptureSettings settings = captureSettings();
-        const auto half = [&](int begin, int end) {
-            return colorJpeg({picture.colRange(begin, end), settings.quality, settings.dpi});
-        };
-        const QString base = folder + QLatin1Char('/') + QFileInfo(path).completeBaseName();
-        return writeAll(function,
-                        {{base + QStringLiteral("_left.jpg"), half(0, fold)},
-                         {base + QStringLiteral("_right.jpg"), half(fold, picture.cols)}});
-    });
+    const QString folder = pathOf(directory);
+    if (folder.isEmpty()) {
+        return logFailure(function, QStringLiteral("it needs a directory for the halves"));
+    }
+    const QString path = pathOf(image);
+    QString error;
+    const cv::Mat picture = readPicture(path, &error);
+    if (!picture.empty() && picture.cols < 2) {
+        setError(QStringLiteral("it is too narrow to be split"), &error);
+    }
+    if (picture.cols < 2) {
+        prefixError(path, &error);
+        return logFailure(function, error);
+    }
+    const int fold = foldColumn(picture);
+    const CaptureSettings settings = captureSettings();
+    const auto half = [&](int begin, int end) {
+        return colorJpeg({picture.colRange(begin, end), settings.quality, settings.dpi});
+    };
+    const QString base = folder + QLatin1Char('/') + QFileInfo(path).completeBaseName();
+    return writeAll(function,
+                    {{base + QStringLiteral("_left.jpg"), half(0, fold)},
+                     {base + QStringLiteral("_right.jpg"), half(fold, picture.cols)}});
 }
 
 const char *sGetImageBase64_Byte(int number)
@@ -195,48 +193,44 @@ const char *sGetImageBase64_Byte(int number)
         logFailure(__func__, QStringLiteral("%1 is not a number from 0 to 2").arg(number));
         return nullptr;
     }
-    return guarded(__func__, [&]() -> const char * {
-        const Shot shot = takeShot();
-        if (shot.picture.empty()) {
-            return nullptr; // the reason is in the log
-        }
-        // One per thread: another thread may still be reading the text of its call.
-        thread_local QByteArray text;
-        text = encoders[number](shot).toBase64();
-        return text.constData();
-    });
+    const Shot shot = takeShot();
+    if (shot.picture.empty()) {
+        return nullptr; // the reason is in the log
+    }
+    // One per thread: another thread may still be reading the text of its call.
+    thread_local QByteArray text;
+    text = encoders[number](shot).toBase64();
+    return text.constData();
 }
 
 char *Base64Encode(const char *file)
 {
     const char *const function = __func__;
-    return guarded(function, [&]() -> char * {
-        const QString path = pathOf(file);
-        if (QFileInfo(path).size() > largestFileEncoded) {
-            logFailure(function, path + QStringLiteral(": it is too large for a text"));
-            return nullptr;
-        }
-        QString error;
-        const QByteArray bytes = readWholeFile(path, &error);
-        if (bytes.isNull()) {
-            prefixError(path, &error);
-            logFailure(function, error);
-            return nullptr;
-        }
-        return heapText(bytes.toBase64());
-    });
+    const QString path = pathOf(file);
+    if (QFileInfo(path).size() > largestFileEncoded) {
+        logFailure(function, path + QStringLiteral(": it is too large for a text"));
+        return nullptr;
+    }
+    QString error;
+    const QByteArray bytes = readWholeFile(path, &error);
+    if (bytes.isNull()) {
+        prefixError(path, &error);
+        logFailure(function, error);
+        return nullptr;
+    }
+    return heapText(bytes.toBase64());
 }
 
 bool Base64Decode(const char *base64, const char *path)
 {
     const char *const function = __func__;
-    return guarded(function, [&] {
-        QString error;
-        const QByteArray bytes = bytesOfBase64(base64, &error);
-        if (bytes.isEmpty()) {
-            return logFailure(function, error);
-        }
-        return writeWholeFile(QString::fromLocal8Bit(path), bytes, &error)
-            || logFailure(function, error);
-    });
+    QString error;
+    const QByteArray bytes = bytesOfBase64(base64, &error);
+    if (bytes.isEmpty()) {
+        return logFailure(function, error);
+    }
+    return writeWholeFile(QString::fromLocal8Bit(path), bytes, &error)
+        || logFailure(function, error);
 }
+
+} // namespace portable::api

@@ -31,6 +31,8 @@ CardResult readSocialCard(int type)
 
 } // namespace
 
+namespace portable::api {
+
 char *sIDCardReader()
 {
     return heapText(portable::asciiCardText(readIdentityCard()));
@@ -146,3 +148,5 @@ bool bPlayVoice(int number)
     }
     return portable::speak(text);
 }
+
+} // namespace portable::api

@@ -118,6 +118,8 @@ bool addBase64(const char *function, DocumentBuilder &document, const char *base
 
 } // namespace
 
+namespace portable::api {
+
 bool bSavePDFStart(const char *directory, const char *name)
 {
     return pdf().start(__func__, directory, name, portable::writePdf);
@@ -207,3 +209,5 @@ bool bSaveMergeEnd()
 {
     return mergedPicture().end(__func__);
 }
+
+} // namespace portable::api

@@ -183,6 +183,8 @@ QByteArray resultText(const LivenessResult &result)
 
 } // namespace
 
+namespace portable::api {
+
 // Comparing
 
 int lImageMatch(const char *image1, const char *image2)
@@ -322,3 +324,5 @@ void DemoUIShow(int, void (*onResult)(int result))
         base::postToMainThread([onResult] { onResult(0); });
     }
 }
+
+} // namespace portable::api

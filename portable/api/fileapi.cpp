@@ -39,6 +39,8 @@ bool toPaths(const char *function, const char *from, const char *to,
 
 } // namespace
 
+namespace portable::api {
+
 bool bDeleteFile(const char *path)
 {
     return toPath(__func__, path, portable::deleteFile);
@@ -106,3 +108,5 @@ const char *sGetAllFormatFiles(const char *directory, const char *format)
     text = names.join(QLatin1Char('|')).toUtf8();
     return text.constData();
 }
+
+} // namespace portable::api

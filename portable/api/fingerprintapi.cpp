@@ -53,6 +53,8 @@ int failMatch(const QString &why, MatchFailure failure)
 
 } // namespace
 
+namespace portable::api {
+
 void fingerCaptureRawData(int timeoutMs,
                           void (*onCapture)(QByteArray image, QByteArray feature, int score,
                                             const char *message, void *context),
@@ -102,3 +104,5 @@ int lFingerMatch(int, const char *feature, int count, const char *storedFeatures
     }
     return best;
 }
+
+} // namespace portable::api

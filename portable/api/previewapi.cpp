@@ -10,6 +10,8 @@
 
 using portable::CameraSet;
 
+namespace portable::api {
+
 bool bStartPlay(short rotation)
 {
     return CameraSet::instance().start(1, rotation);
@@ -101,3 +103,5 @@ void doccameraVeriosn(char *buffer, int capacity)
         qstrncpy(buffer, "portable device library " PORTABLE_VERSION, uint(capacity));
     }
 }
+
+} // namespace portable::api

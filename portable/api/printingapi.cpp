@@ -19,17 +19,15 @@ template <class MakeJob> bool printCopies(const char *function, int copies, Make
     if (copies < 0 || copies > portable::maxCopies) {
         return logFailure(function, QStringLiteral("%1 copies are none or too many").arg(copies));
     }
-    return portable::guarded(function, [&] {
-        PrintJob job;
-        job.copies = copies > 0 ? copies : 1;
-        if (!makeJob(job)) {
-            return false;
-        }
-        QString error;
-        const QString printer = portable::deviceSetting(QStringLiteral("printing/printer"));
-        return portable::print(job, printer, &error)
-            || logFailure(function, job.title + QStringLiteral(": ") + error);
-    });
+    PrintJob job;
+    job.copies = copies > 0 ? copies : 1;
+    if (!makeJob(job)) {
+        return false;
+    }
+    QString error;
+    const QString printer = portable::deviceSetting(QStringLiteral("printing/printer"));
+    return portable::print(job, printer, &error)
+        || logFailure(function, job.title + QStringLiteral(": ") + error);
 }
 
 bool printFile(const char *function, const QString &path, int copies, bool isGrey)
@@ -44,6 +42,8 @@ bool printFile(const char *function, const QString &path, int copies, bool isGre
 }
 
 } // namespace
+
+namespace portable::api {
 
 bool bPrint(int copies)
 {
@@ -66,3 +66,5 @@ bool bPrintImageFile(const char *image, int copies)
 {
     return printFile(__func__, QString::fromUtf8(image), copies, false);
 }
+
+} // namespace portable::api

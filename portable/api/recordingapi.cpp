@@ -8,6 +8,8 @@ using portable::pathOf;
 using portable::Recorder;
 using portable::VideoFormat;
 
+namespace portable::api {
+
 bool bStartRec(const char *path)
 {
     return Recorder::instance().start(pathOf(path), VideoFormat::Standard);
@@ -43,3 +45,5 @@ void vSetRecSize(qint64 width, qint64 height)
 {
     Recorder::instance().setSize(width, height);
 }
+
+} // namespace portable::api

@@ -30,6 +30,8 @@ QString extensionOf(const QString &format)
 
 } // namespace
 
+namespace portable::api {
+
 void iAutoScan_observr(QObject *receiver, const char *slot)
 {
     Scanner::instance().observe(receiver, slot);
@@ -81,3 +83,5 @@ bool bBookScanner(const char *directory, const char *prefix, const char *formatO
     return Scanner::instance().startBook({folder, pathOf(prefix), extension},
                                          CameraSet::instance().settings().bookMode());
 }
+
+} // namespace portable::api

@@ -28,6 +28,8 @@ std::atomic<short> cameraMode{0}; // has no effect in this library
 
 } // namespace
 
+namespace portable::api {
+
 bool bSetMode(int mode)
 {
     return settings().setMode(mode)
@@ -208,3 +210,5 @@ void vSetCapturePin(void (*)(int, int, int, unsigned int, int, void *))
               "one get no events");
     }
 }
+
+} // namespace portable::api

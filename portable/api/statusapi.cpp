@@ -29,6 +29,8 @@ char *usbList(const char *function, QString (*part)(const UsbDevice &device))
 
 } // namespace
 
+namespace portable::api {
+
 char *sGetDevicesId()
 {
     return usbList(__func__, [](const UsbDevice &device) { return device.identifier(); });
@@ -55,3 +57,5 @@ char *sGetSerialNum()
     }
     return portable::heapText(number);
 }
+
+} // namespace portable::api

@@ -44,6 +44,8 @@ char *answerOf(const UploadResult &result)
 
 } // namespace
 
+namespace portable::api {
+
 char *sUpLoadImage(const char *address, const char *file, const char *fileField, bool removeFile,
                    const char *extraFields)
 {
@@ -74,3 +76,5 @@ bool sUpLoadImageEx5(const char *host, const char *page, long port, const char *
     *response = result.answer;
     return result.accepted;
 }
+
+} // namespace portable::api

@@ -15,6 +15,8 @@ void change(const std::function<void(Watermark &)> &change)
 
 } // namespace
 
+namespace portable::api {
+
 void vSetWaterPrint(short on, const char *text, short opacity)
 {
     if (opacity < 0 || opacity > 100) {
@@ -51,3 +53,5 @@ void vSetWaterPrintPos(short x, short y)
 {
     change([&](Watermark &watermark) { watermark.position = {x, y}; });
 }
+
+} // namespace portable::api

@@ -36,8 +36,10 @@ template <class Body> auto guarded(const char *function, Body body) -> decltype(
         return body();
     } catch (const std::exception &failure) {
         logFailure(function, QString::fromLocal8Bit(failure.what()));
-        return {};
+    } catch (...) {
+        logFailure(function, QStringLiteral("something that is no std::exception was thrown"));
     }
+    return decltype(body())();
 }
 
 } // namespace portable

@@ -45,7 +45,8 @@ export class Server {
     const program = 'rvowebSocketServer';
     // A copy, not a link: the program finds its files and writes its log beside the real executable.
     copyFileSync(join(buildFolder, program), join(this.folder, program));
-    for (const name of ['libdoccamera.so', 'libcardreader.so', 'cards', 'fingers', 'models']) {
+    for (const name of ['devicehost', 'libdevicestub.so', 'libdoccamera.so', 'libcardreader.so',
+      'libportabledoccamera.so', 'libportablecardreader.so', 'cards', 'fingers', 'models']) {
       if (existsSync(join(buildFolder, name)))
         symlinkSync(join(buildFolder, name), join(this.folder, name));
     }
