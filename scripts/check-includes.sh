@@ -38,6 +38,8 @@ BEGIN {
         "portable/document portable/recording portable/system portable/face portable/finger " \
         "portable/card")
 
+    rule("deviceprocess", "devicelib")
+
     rule("companions/common", "")
     rule("companions/browser", "companions/common")
     rule("companions/signature", "companions/common")
