@@ -56,6 +56,13 @@ template <class Tuple, std::size_t index> struct ElementOrVoid<Tuple, index, tru
     using Type = std::tuple_element_t<index, Tuple>;
 };
 
+template <class Type> constexpr bool isOutput = false;
+template <> inline constexpr bool isOutput<QImage &> = true;
+template <> inline constexpr bool isOutput<cv::Mat &> = true;
+template <> inline constexpr bool isOutput<SizeList &> = true;
+template <> inline constexpr bool isOutput<QString *> = true;
+template <> inline constexpr bool isOutput<int *> = true;
+
 /// \tparam Args  a tuple of the argument types
 template <class Args, std::size_t index, FunctionKind kind> constexpr Role roleOf()
 {
@@ -78,12 +85,7 @@ template <class Args, std::size_t index, FunctionKind kind> constexpr Role roleO
     } else if constexpr (std::is_same_v<Type, char *>) {
         return Role::Buffer;
     } else {
-        static_assert(
-            std::is_same_v<
-                Type,
-                QImage
-                    &> || std::is_same_v<Type, cv::Mat &> || std::is_same_v<Type, SizeList &> || std::is_same_v<Type, QString *> || std::is_same_v<Type, int *>,
-            "an argument type that nobody has taught to travel");
+        static_assert(isOutput<Type>, "an argument type that nobody has taught to travel");
         return Role::Output;
     }
 }
