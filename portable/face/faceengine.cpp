@@ -2,9 +2,9 @@
 #include "portable/face/faceengine.h"
 
 #include "portable/base/deviceini.h"
+#include "portable/base/failure.h"
 #include "portable/base/featuretext.h"
 
-#include <QDebug>
 #include <opencv2/imgproc.hpp>
 
 #include <algorithm>
@@ -163,15 +163,15 @@ template <class Use> FaceFailure FaceEngine::use(Use useNets)
         QString error;
         m_nets = FaceNets::load(folder, &error);
         if (!m_nets) {
-            qWarning().noquote() << "portable: no face engine:" << error
-                                 << "(scripts/fetch-face-models.sh installs the models)";
+            logWarning() << "no face engine:" << error
+                         << "(scripts/fetch-face-models.sh installs the models)";
             return FaceFailure::NoEngine;
         }
     }
     try {
         return useNets(*m_nets);
     } catch (const cv::Exception &exception) {
-        qWarning().noquote() << "portable: the face engine failed:" << reasonOf(exception);
+        logWarning() << "the face engine failed:" << reasonOf(exception);
         return FaceFailure::NoEngine;
     }
 }

@@ -7,7 +7,6 @@
 #include "portable/picture/picturereader.h"
 
 #include <QBuffer>
-#include <QDebug>
 #include <QDir>
 #include <QImage>
 #include <opencv2/imgproc.hpp>
@@ -76,8 +75,7 @@ FingerCapture FingerSensor::capture(BackgroundJob::Clock::time_point deadline,
             cv::cvtColor(picture, picture, cv::COLOR_BGR2GRAY);
             capture = captureOf(picture);
             if (capture.score < 0) {
-                qWarning().noquote()
-                    << "portable: fingerprint sensor:" << path << "shows no finger";
+                logWarning() << "fingerprint sensor:" << path << "shows no finger";
             }
             return capture;
         }
@@ -88,7 +86,7 @@ FingerCapture FingerSensor::capture(BackgroundJob::Clock::time_point deadline,
     } while (clock.now() < deadline
              && !stop.sleepUntil(std::min(deadline, clock.now() + lookPause)));
     if (!stop.isRequested()) {
-        qWarning().noquote() << "portable: fingerprint sensor: no finger:" << why;
+        logWarning() << "fingerprint sensor: no finger:" << why;
     }
     return capture;
 }
