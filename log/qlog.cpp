@@ -90,7 +90,7 @@ QDateTime creationTime(const QFileInfo &file)
     return birth.isValid() ? birth : file.metadataChangeTime();
 }
 
-/// What the log writes of a message: all of it, or the beginning and the length of a long one.
+/// What the file gets of a message: all of it, or the beginning and the length of a long one.
 QString shortened(const QString &message)
 {
     constexpr int aroundText = 4096; // bytes that a line has beside a text of a page
@@ -189,7 +189,7 @@ void QLog::Record::writeLine(const QString &text)
     const qint64 now = clock();
     checkFile(now);
     if (!file.isOpen() || mayWrite(now)) {
-        write(text, now);
+        write(shortened(text), now);
     } else {
         ++skippedLines;
     }
@@ -359,9 +359,8 @@ void QLog::handleMessage(QtMsgType, const QMessageLogContext &, const QString &m
     }
 }
 
-void QLog::log(const QString &text)
+void QLog::log(const QString &message)
 {
-    const QString message = shortened(text);
     const HandlerFlags flags = m_record->flags;
     if (flags.testFlag(LogToFile)) {
         m_record->writeLine(message);
@@ -486,5 +485,7 @@ void QLog::setFreeSpace(FreeSpace freeSpace)
 {
     const Lock lock;
     m_record->freeSpace = freeSpace ? std::move(freeSpace) : &bytesFree;
+    m_record->isStopped = false;
+    m_record->skippedLines = 0;
     m_record->spaceCheckedAt = Record::neverChecked;
 }

@@ -12,10 +12,10 @@
  * qInfo, qWarning, qCritical and qFatal goes to a dated file, to the listeners of the network log
  * and to a signal, as selected with handler().
  *
- * A message is logged as it is, without time, level or category; of one of more than 1 MiB in UTF-8
- * (and a little for what comes around a text of that length) only the first 64 KiB and its length.
- * In the file it is followed by a line end and encoded in the local 8-bit encoding
- * (QTextCodec::codecForLocale()).
+ * A message is logged as it is, without time, level or category. In the file it is followed by a
+ * line end and encoded in the local 8-bit encoding (QTextCodec::codecForLocale()); of one of more
+ * than 1 MiB in UTF-8 (and a little for what comes around a text of that length) the file gets only
+ * the first 64 KiB and the length.
  *
  * The files are in logPath(). The current day's file is `vx_log_yyyy-MM-dd.txt`; once it is larger
  * than maxLogSize(), it is renamed to `vx_log_yyyy-MM-dd-hhmmss.txt` and a new one is started.
@@ -118,7 +118,7 @@ private:
     QLog();
     static void handleMessage(QtMsgType type, const QMessageLogContext &context,
                               const QString &message);
-    void log(const QString &text);
+    void log(const QString &message);
 
     struct Record;
     const std::unique_ptr<Record> m_record;

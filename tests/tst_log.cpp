@@ -283,13 +283,11 @@ private Q_SLOTS:
 
     void longLines()
     {
-        QSignalSpy spy(m_log, &QLog::sig_newLog);
-        m_log->handler(QLog::LogToFile | QLog::LogToSignal);
+        m_log->handler(QLog::LogToFile);
         print(QString(1500000, u'x'));
-        const QByteArray expected =
-            QByteArray(65536, 'x') + "... (the beginning of a line of 1500000 characters)";
-        QVERIFY(today() == expected + '\n');
-        QVERIFY(spy.value(0).value(0).toString().toLatin1() == expected);
+        QVERIFY(today()
+                == QByteArray(65536, 'x')
+                    + "... (the beginning of a line of 1500000 characters)\n");
     }
 
     void dataOfDevicesIsNotLogged()
