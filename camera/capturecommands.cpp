@@ -2,6 +2,7 @@
 //
 // Still pictures, saved to files by the device library or returned to the page as base64.
 
+#include "base/neighbor.h"
 #include "camera/mat2base64.h"
 #include "devicelib/doccamera.h"
 #include "dispatch/arguments.h"
@@ -9,6 +10,7 @@
 #include "log/trace.h"
 
 #include <QDateTime>
+#include <QDebug>
 #include <QFile>
 #include <opencv2/core.hpp>
 
@@ -78,11 +80,13 @@ QString MessageRun::bSaveTIF24Bit_callback(QString name, QString, MessageRun *)
 QString MessageRun::SplitPic_callback(QString name, QString args, MessageRun *)
 {
     const Arguments fields(args);
-    QStringList logged;
-    for (int i = 0; i < std::min(fields.count(), maxFieldsLogged); ++i) {
-        logged << fields.text(i);
-    }
-    if (logged.size() >= 2) {
+    if (fields.count() >= 2 && LongText(args).isShortened()) {
+        traceLine("messagerun", __LINE__, __func__) << LongText(args);
+    } else if (fields.count() >= 2) {
+        QStringList logged;
+        for (int i = 0; i < std::min(fields.count(), maxFieldsLogged); ++i) {
+            logged << fields.text(i);
+        }
         traceLine("messagerun", __LINE__, __func__) << logged;
     }
     return replyTwoTexts(name, args, SplitPic);
@@ -111,7 +115,12 @@ QString MessageRun::bSaveJPGEx_callback(QString name, QString, MessageRun *)
         + QDateTime::currentDateTime().toString(QStringLiteral("yyyyMMddhhmmsszzz"));
     bSaveJPG("/tmp", file.toUtf8().constData());
     QFile saved(QStringLiteral("/tmp/%1.jpg").arg(file));
-    if (!saved.open(QIODevice::ReadOnly)) {
+    // Others may have guessed the name.
+    const QString squatter = base::squatterProblem(saved.fileName());
+    if (!squatter.isEmpty()) {
+        qWarning().noquote() << "bSaveJPGEx: the picture isn't saved:" << squatter;
+    }
+    if (!squatter.isEmpty() || !saved.open(QIODevice::ReadOnly)) {
         return reply(name, currentFrame());
     }
     const QByteArray bytes = saved.readAll();

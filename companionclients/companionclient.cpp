@@ -2,6 +2,7 @@
 #include "companionclients/companionclient.h"
 
 #include "base/clock.h"
+#include "base/neighbor.h"
 
 #include <QCoreApplication>
 #include <QDebug>
@@ -28,8 +29,25 @@ CompanionClient::CompanionClient(const QString &socketName, const QString &scrip
 
 bool CompanionClient::tryToConnect()
 {
+    const QString squatter = base::squatterProblem(base::localSocketPath(m_socketName));
+    if (!squatter.isEmpty()) {
+        qCritical().noquote() << "companion: refusing" << m_socketName << "-" << squatter;
+        return false;
+    }
     m_socket.connectToServer(m_socketName, QIODevice::ReadWrite);
-    return m_socket.waitForConnected(socketTimeoutMs);
+    return m_socket.waitForConnected(socketTimeoutMs) && isPeerTrusted();
+}
+
+/// Disconnects from a program of another user, who would get the requests and could answer them.
+bool CompanionClient::isPeerTrusted()
+{
+    const QString problem = base::peerProblem(m_socket.socketDescriptor());
+    if (problem.isEmpty()) {
+        return true;
+    }
+    qCritical().noquote() << "companion: refusing the program on" << m_socketName << "-" << problem;
+    m_socket.abort();
+    return false;
 }
 
 void CompanionClient::closeConnection()

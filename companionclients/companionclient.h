@@ -9,6 +9,8 @@
  * The client of a companion program: starts it with a script beside the server and connects to its
  * local socket. The program is started detached and never stopped from here.
  *
+ * A program of another user on that socket is refused, with a log line that names the user.
+ *
  * Main thread only. Starting a companion blocks it, for up to a minute and a half if the companion
  * does not come up.
  */
@@ -48,6 +50,7 @@ protected:
 
 private:
     bool tryToConnect();
+    bool isPeerTrusted();
 
     const QString m_socketName;
     const QString m_scriptPath;

@@ -59,5 +59,6 @@ void Webbrowsersouthinterface::slot_readyRead()
     if (gpWebSocket) {
         MessageRun::send_msg(QString::fromUtf8(upToNul(m_socket.readAll())));
     }
-    TRACE << m_socket.readAll(); // nothing, unless no page is current
+    TRACE << m_socket.read(LongText::maxBytes); // nothing, unless no page is current
+    m_socket.readAll();
 }

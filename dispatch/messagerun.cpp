@@ -3,6 +3,7 @@
 
 #include "base/mainthread.h"
 #include "dispatch/arguments.h"
+#include "log/longtext.h"
 
 #include <QCoreApplication>
 #include <QDebug>
@@ -36,7 +37,7 @@ void MessageRun::recv_msg(QString msg, QWebSocket *)
 
 void MessageRun::handle_msg_slot(QString msg, QObject *)
 {
-    qDebug() << msg;
+    qDebug() << LongText(msg);
     QString name = msg;
     QString args;
     const int open = msg.indexOf(QLatin1Char('('));

@@ -24,6 +24,8 @@ namespace {
 constexpr auto readerPause = 5ms;
 constexpr auto secondFamilyPause = 1000ms;
 
+constexpr int maxFailureLogged = 500; // characters; the text of a card that was read is longer
+
 void pause(base::Clock::Duration time)
 {
     base::Clock::shared().sleepFor(time);
@@ -126,14 +128,14 @@ QString MessageRun::WReadSFZCardBas_callback(QString name, QString, MessageRun *
     if (code == 0) {
         return reply(name, first);
     }
-    traceLine("messagerun", __LINE__, __func__) << first;
+    traceLine("messagerun", __LINE__, __func__) << withoutData(first, maxFailureLogged);
 
     pause(readerPause);
     const QString second = utf8Of(DeviceText(::ReadCard(nullptr, nullptr)));
     if (resultOf(second) != 0) {
         return reply(name, second);
     }
-    traceLine("messagerun", __LINE__, __func__) << second;
+    traceLine("messagerun", __LINE__, __func__) << withoutData(second, maxFailureLogged);
 
     pause(readerPause);
     return reply(name, readInto(ReadSFZCardBas_DK));

@@ -21,10 +21,12 @@ constexpr qint64 noScore = -99; // means "could not be compared" to pages
 constexpr int featureTextAbove = 20;
 constexpr int featureBytesAbove = 100;
 
+constexpr int maxEventLogged = 100; // characters; features are longer
+
 /// Sends an event of the library to the client that is current when the main thread gets to it.
 void sendEvent(const char *name, const QString &result)
 {
-    traceLine("messagerun", __LINE__, "operator()") << name << result;
+    traceLine("messagerun", __LINE__, "operator()") << name << withoutData(result, maxEventLogged);
     MessageRun::sendFromAnyThread(MessageRun::framed(QLatin1String(name), result));
 }
 
@@ -116,8 +118,9 @@ QString MessageRun::bImageMatch_callback(QString name, QString args, MessageRun 
 QString MessageRun::lFaceFeatureMatch_callback(QString name, QString args, MessageRun *)
 {
     const Arguments fields(args);
-    qDebug() << "lFaceFeatureMatch" << withBlanks(args) << fields.text(0).size()
-             << fields.text(1).size();
+    const QString logged = args.left(LongText::maxBytes + 1);
+    qDebug() << "lFaceFeatureMatch" << LongText(withBlanks(logged), args.size())
+             << fields.text(0).size() << fields.text(1).size();
     return reply(name, featureScore(fields.text(0), fields.text(1)));
 }
 

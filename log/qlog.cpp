@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "log/qlog.h"
 
+#include "log/longtext.h"
 #include "log/qlogtonet.h"
 
 #include <QCoreApplication>
@@ -9,6 +10,10 @@
 #include <QFile>
 #include <QTextCodec>
 #include <QThread>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <sys/statvfs.h>
+#include <unistd.h>
 
 #include <cstdio>
 #include <limits>
@@ -85,6 +90,56 @@ QDateTime creationTime(const QFileInfo &file)
     return birth.isValid() ? birth : file.metadataChangeTime();
 }
 
+/// What the file gets of a message: all of it, or the beginning and the length of a long one.
+QString shortened(const QString &message)
+{
+    constexpr int aroundText = 4096; // bytes that a line has beside a text of a page
+    constexpr int most = LongText::maxBytes + aroundText;
+    constexpr int mostBytesOfOne = 3;
+    if (message.size() <= most / mostBytesOfOne
+        || charactersWithin(message, most) == message.size()) {
+        return message;
+    }
+    return message.left(charactersWithin(message, LongText::shownBytes))
+        + QStringLiteral("... (the beginning of a line of %1 characters)").arg(message.size());
+}
+
+/// Bytes that the disk of a folder has for this user; the largest number if that is unknown.
+qint64 bytesFree(const QString &folder)
+{
+    struct statvfs disk = {};
+    if (statvfs(QFile::encodeName(folder).constData(), &disk) != 0) {
+        return std::numeric_limits<qint64>::max();
+    }
+    return qint64(disk.f_bavail) * qint64(disk.f_frsize);
+}
+
+/// Opens a file for appending that nobody else may read, even if it was readable before.
+bool openPrivateFile(QFile &file, const QString &path)
+{
+    file.setFileName(path);
+    const int created =
+        ::open(QFile::encodeName(path).constData(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600);
+    if (created >= 0) {
+        fchmod(created, 0600);
+        ::close(created);
+    }
+    return file.open(QFile::WriteOnly | QFile::Append | QFile::Text | QFile::Unbuffered);
+}
+
+/// Makes a folder, for this user only, and its parents.
+void createPrivateFolder(const QString &path)
+{
+    const QString folder = QDir::cleanPath(path);
+    QDir().mkpath(QFileInfo(folder).path());
+    ::mkdir(QFile::encodeName(folder).constData(), 0700);
+}
+
+QString defaultLogPath()
+{
+    return QCoreApplication::applicationDirPath() + QStringLiteral("/log");
+}
+
 } // namespace
 
 /// State of the log, and its operations on the file and the network. All of it needs s_mutex.
@@ -106,7 +161,15 @@ struct QLog::Record
     qint64 checkedMinute = neverChecked; // of the last check of currentFileName, since the epoch
     qint64 size = 0; // of the file, as tracked by writeLine()
 
+    FreeSpace freeSpace = &bytesFree;
+    qint64 spaceCheckedAt = neverChecked;
+    qint64 writtenSinceCheck = 0;
+    bool isStopped = false; // for want of space
+    qint64 skippedLines = 0; // while stopped
+
     void writeLine(const QString &text);
+    void write(const QString &text, qint64 now);
+    bool mayWrite(qint64 now);
     void checkFile(qint64 now);
     void rotateFile(qint64 now);
     void closeFile();
@@ -125,6 +188,47 @@ void QLog::Record::writeLine(const QString &text)
 {
     const qint64 now = clock();
     checkFile(now);
+    if (!file.isOpen() || mayWrite(now)) {
+        write(shortened(text), now);
+    } else {
+        ++skippedLines;
+    }
+}
+
+/// Whether the disk has space; when that changes, writes a line about it.
+bool QLog::Record::mayWrite(qint64 now)
+{
+    constexpr qint64 checkInterval = 1000; // ms
+    constexpr qint64 checkBytes = 1024 * 1024;
+    const bool isDue = spaceCheckedAt == neverChecked || writtenSinceCheck >= checkBytes
+        || now < spaceCheckedAt || now - spaceCheckedAt >= checkInterval;
+    if (!isDue) {
+        return !isStopped;
+    }
+    spaceCheckedAt = now;
+    writtenSinceCheck = 0;
+    const bool isLow = freeSpace(logPath) < minFreeBytes;
+    if (isLow == isStopped) {
+        return !isStopped;
+    }
+    isStopped = isLow;
+    const QString time = QDateTime::fromMSecsSinceEpoch(now).toString(
+        QStringLiteral("'['yyyy-MM-dd HH:mm:ss'] log: '"));
+    write(time
+              + (isLow ? QStringLiteral("stopped, the disk has less than %1 MB free")
+                             .arg(minFreeBytes / 1000000)
+                       : QStringLiteral("goes on, the disk has space again; %1 lines are missing")
+                             .arg(skippedLines)),
+          now);
+    skippedLines = 0;
+    return !isStopped;
+}
+
+void QLog::Record::write(const QString &text, qint64 now)
+{
+    if (!file.isOpen() && currentFileName.isEmpty()) {
+        checkFile(now); // the line before was the last of its file
+    }
     const EncodedLine line = encodedLine(text);
     if (!file.isOpen()) {
         std::fwrite(line.bytes.constData(), 1, std::size_t(line.bytes.size()), stderr);
@@ -133,6 +237,7 @@ void QLog::Record::writeLine(const QString &text)
     const qint64 written = qMax(file.write(line.bytes), Q_INT64_C(0));
     const qint64 reported = size + qMin<qint64>(line.reported, written);
     size += written;
+    writtenSinceCheck += written;
     if (reported > maxLogSize) {
         rotateFile(now);
     }
@@ -151,8 +256,7 @@ void QLog::Record::checkFile(qint64 now)
         closeFile();
         currentFileName = today;
         deleteOldFiles();
-        file.setFileName(today);
-        file.open(QFile::WriteOnly | QFile::Append | QFile::Text | QFile::Unbuffered);
+        openPrivateFile(file, today);
     }
     size = file.size();
     checkedMinute = minute;
@@ -210,7 +314,9 @@ QLog *QLog::instance()
 QLog::QLog()
     : m_record(std::make_unique<Record>())
 {
-    setLogPath(QCoreApplication::applicationDirPath() + QStringLiteral("/log"));
+    setLogPath(defaultLogPath());
+    // Of an earlier version, or made by a companion's script.
+    ::chmod(QFile::encodeName(defaultLogPath()).constData(), 0700);
     const Lock lock;
     s_log = this;
 }
@@ -303,7 +409,8 @@ void QLog::setLogPath(const QString &path)
     const Lock lock;
     m_record->logPath = QDir::toNativeSeparators(path);
     m_record->checkedMinute = Record::neverChecked;
-    QDir().mkpath(m_record->logPath);
+    m_record->spaceCheckedAt = Record::neverChecked;
+    createPrivateFolder(m_record->logPath);
 }
 
 unsigned short QLog::netPort() const
@@ -371,4 +478,14 @@ void QLog::setClock(Clock clock)
     const Lock lock;
     m_record->clock = clock ? std::move(clock) : &QDateTime::currentMSecsSinceEpoch;
     m_record->checkedMinute = Record::neverChecked;
+    m_record->spaceCheckedAt = Record::neverChecked;
+}
+
+void QLog::setFreeSpace(FreeSpace freeSpace)
+{
+    const Lock lock;
+    m_record->freeSpace = freeSpace ? std::move(freeSpace) : &bytesFree;
+    m_record->isStopped = false;
+    m_record->skippedLines = 0;
+    m_record->spaceCheckedAt = Record::neverChecked;
 }

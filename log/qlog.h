@@ -13,11 +13,16 @@
  * and to a signal, as selected with handler().
  *
  * A message is logged as it is, without time, level or category. In the file it is followed by a
- * line end and encoded in the local 8-bit encoding (QTextCodec::codecForLocale()).
+ * line end and encoded in the local 8-bit encoding (QTextCodec::codecForLocale()); of one of more
+ * than 1 MiB in UTF-8 (and a little for what comes around a text of that length) the file gets only
+ * the first 64 KiB and the length.
  *
  * The files are in logPath(). The current day's file is `vx_log_yyyy-MM-dd.txt`; once it is larger
  * than maxLogSize(), it is renamed to `vx_log_yyyy-MM-dd-hhmmss.txt` and a new one is started.
- * Opening a file deletes the expired ones (autoDeleteLog()).
+ * Opening a file deletes the expired ones (autoDeleteLog()). The files, and folders made for them,
+ * are for this user only. While their disk has less than minFreeBytes free, no messages are written
+ * to them: a line says so, and another one how many are missing once there is space again. The disk
+ * is looked at after a second, or a mebibyte of lines if that is sooner.
  *
  * Every function may be called from any thread. Messages are handled one at a time, in the thread
  * that prints them, under the mutex that all functions here take. To avoid a deadlock, messages
@@ -42,6 +47,10 @@ public:
 
     /// Milliseconds since the epoch, like QDateTime::currentMSecsSinceEpoch().
     using Clock = std::function<qint64()>;
+    /// Bytes that the disk of a folder has free.
+    using FreeSpace = std::function<qint64(const QString &folder)>;
+
+    static constexpr qint64 minFreeBytes = 256000000;
 
     /**
      * The log of this process, created by the first call (which needs the application object for
@@ -71,7 +80,8 @@ public:
 
     /// The folder of the files, with native separators; default: "log" beside the program.
     QString logPath() const;
-    /// Creates the folder and its parents if missing. The next message goes there.
+    /// Creates the folder, for this user only, and its parents if missing. The next message goes
+    /// there.
     void setLogPath(const QString &path);
 
     /// The TCP port of the network log; default 34353.
@@ -95,6 +105,8 @@ public:
 
     /// For tests: sets the source of the time; an empty function restores the real clock.
     void setClock(Clock clock);
+    /// For tests: sets the source of the free space; an empty function restores the real one.
+    void setFreeSpace(FreeSpace freeSpace);
 
 Q_SIGNALS:
     /// A message, for LogToSignal. Emitted in the thread that prints it, with the mutex held.

@@ -2,11 +2,13 @@
 //
 // Still pictures, base64, documents: what is saved.
 
+#include "base/neighbor.h"
 #include "dispatch/base64.h"
 #include "tests/commandtable.h"
 
 #include <QDir>
 #include <opencv2/imgcodecs.hpp>
+#include <unistd.h>
 
 class TestCaptureCommands : public CommandTest
 {
@@ -114,6 +116,14 @@ private Q_SLOTS:
             QRegularExpression(QStringLiteral("^/tmp/VX\\d{17}\\.jpg$")).match(path).hasMatch(),
             qPrintable(path));
         QVERIFY(!QFile::exists(path));
+
+        // One that somebody else put there isn't sent, or removed.
+        recording::answer("getVideoFrameMatEx", false);
+        base::setOwnUser(geteuid() + 1);
+        const QString reply = ask("bSaveJPGEx()");
+        base::setOwnUser(geteuid());
+        QCOMPARE(reply, QStringLiteral("BeginbSaveJPGExEndbSaveJPGEx"));
+        QVERIFY(QFile::remove(path));
     }
 
     void savedFileThatIsNotThere()

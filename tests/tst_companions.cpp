@@ -2,6 +2,7 @@
 //
 // The clients of the signature service and the browser helper, with fakes on real local sockets.
 
+#include "base/neighbor.h"
 #include "companionclients/signsouthinterface.h"
 #include "companionclients/webbrowser.h"
 #include "companionclients/webbrowsersouthinterface.h"
@@ -17,12 +18,20 @@
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QLocalServer>
+#include <QSignalSpy>
 #include <QTemporaryDir>
 #include <QtEndian>
 #include <linux/sockios.h>
 #include <sys/ioctl.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <array>
+#include <csignal>
 #include <memory>
 #include <thread>
 #include <vector>
@@ -107,6 +116,13 @@ public:
         client()->flush();
     }
 
+    /// Whether anybody has connected.
+    bool isAskedFor()
+    {
+        m_server.waitForNewConnection(0);
+        return m_server.hasPendingConnections();
+    }
+
     /// Whether the client has read everything that was said.
     bool isHeard()
     {
@@ -117,6 +133,102 @@ private:
     QLocalServer m_server;
     QPointer<QLocalSocket> m_client;
 };
+
+/// While it lives, this program takes another user for its own.
+class OtherUser
+{
+public:
+    explicit OtherUser(uid_t user) { base::setOwnUser(user); }
+    ~OtherUser() { base::setOwnUser(geteuid()); }
+    Q_DISABLE_COPY(OtherUser)
+};
+
+/// While it lives, keeps what is logged.
+class Log
+{
+public:
+    Log()
+    {
+        s_lines.clear();
+        m_before = qInstallMessageHandler(
+            [](QtMsgType, const QMessageLogContext &, const QString &text) { s_lines << text; });
+    }
+    ~Log() { qInstallMessageHandler(m_before); }
+    Q_DISABLE_COPY(Log)
+
+    /// Whether a line begins like this and names the user.
+    static bool has(const char *beginning, uid_t user)
+    {
+        const QString name = QStringLiteral("uid %1").arg(user);
+        return std::any_of(s_lines.cbegin(), s_lines.cend(), [&](const QString &line) {
+            return line.startsWith(QString::fromUtf8(beginning)) && line.contains(name);
+        });
+    }
+
+private:
+    static inline QStringList s_lines;
+    QtMessageHandler m_before;
+};
+
+/// A child process that does something, says whether it succeeded and then waits until it is ended.
+class Process
+{
+public:
+    template <class Act> explicit Process(Act act)
+    {
+        std::array<int, 2> ends{};
+        if (pipe(ends.data()) != 0 || (m_id = fork()) < 0) {
+            qFatal("there are no processes left");
+        }
+        if (m_id == 0) {
+            const char result = act() ? 'y' : 'n';
+            if (::write(ends[1], &result, 1) == 1) {
+                pause();
+            }
+            _exit(0);
+        }
+        ::close(ends[1]);
+        char result = 'n';
+        m_isReady = ::read(ends[0], &result, 1) == 1 && result == 'y';
+        ::close(ends[0]);
+    }
+    ~Process()
+    {
+        kill(m_id, SIGKILL);
+        waitpid(m_id, nullptr, 0);
+    }
+    Q_DISABLE_COPY(Process)
+    bool isReady() const { return m_isReady; }
+
+private:
+    pid_t m_id = -1;
+    bool m_isReady = false;
+};
+
+sockaddr_un addressOf(const QString &path)
+{
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    qstrncpy(address.sun_path, path.toLocal8Bit().constData(), sizeof address.sun_path);
+    return address;
+}
+
+int boundSocket(const QString &path)
+{
+    const int descriptor = ::socket(AF_UNIX, SOCK_STREAM, 0);
+    const sockaddr_un address = addressOf(path);
+    return bind(descriptor, reinterpret_cast<const sockaddr *>(&address), sizeof address) == 0
+        ? descriptor
+        : -1;
+}
+
+bool sendTo(const QString &path, const QByteArray &bytes)
+{
+    const int descriptor = ::socket(AF_UNIX, SOCK_STREAM, 0);
+    const sockaddr_un address = addressOf(path);
+    return connect(descriptor, reinterpret_cast<const sockaddr *>(&address), sizeof address) == 0
+        && ::write(descriptor, bytes.constData(), size_t(bytes.size())) == bytes.size();
+}
 
 } // namespace
 
@@ -272,6 +384,82 @@ private Q_SLOTS:
             & (QFile::ReadGroup | QFile::WriteGroup | QFile::ReadOther | QFile::WriteOther);
         QCOMPARE(int(others), 0);
         QVERIFY(Webbrowsersouthinterface::instance()->start());
+    }
+
+    void programsOfOthersAreRefused()
+    {
+        // As if this program ran for another user than the one who made the files.
+        FakeCompanion service(signSocket);
+        RequestServer companion(browserSocket, {{1, 1}});
+        QCOMPARE(companion.start(), RequestServer::Start::Listening);
+        QSignalSpy requests(&companion, &RequestServer::request);
+        const OtherUser other(geteuid() + 1);
+        const Log log;
+
+        QLocalSocket client;
+        client.connectToServer(browserSocket);
+        client.write(number(1) + sized("x"));
+        QTRY_COMPARE(client.state(), QLocalSocket::UnconnectedState);
+        QVERIFY(requests.isEmpty());
+        QVERIFY(
+            Log::has("refusing a client on SOUTHINTERFACE_BROWSER - it belongs to ", geteuid()));
+
+        QVERIFY(!SignSouthInterface::instance()->start());
+        QVERIFY(!service.isAskedFor());
+        QVERIFY(Log::has("companion: refusing SOUTHINTERFACE_ELECSIGNSERVER - the f", geteuid())
+                || Log::has("companion: refusing SOUTHINTERFACE_ELECSIGNSERVER - /", geteuid()));
+
+        RequestServer second(signSocket, {});
+        QCOMPARE(second.start(), RequestServer::Start::Failed);
+        QVERIFY(Log::has("can't listen on SOUTHINTERFACE_ELECSIGNSERVER - ", geteuid()));
+    }
+
+    void programsOfARealOtherUser()
+    {
+        if (geteuid() != 0) {
+            QSKIP("only root can run programs of another user");
+        }
+        constexpr uid_t other = 65534;
+        const QString path = m_folder.filePath(signSocket);
+        const Log log;
+        {
+            // The file is ours, the listener isn't.
+            const Process squatter([&] {
+                const int descriptor = boundSocket(path);
+                return setresuid(other, other, other) == 0 && listen(descriptor, 5) == 0;
+            });
+            QVERIFY(squatter.isReady());
+            QVERIFY(!SignSouthInterface::instance()->start());
+            QVERIFY(Log::has("companion: refusing the program on", other));
+            QVERIFY(QFile::remove(path));
+        }
+        {
+            // The file isn't ours, and neither side touches it.
+            FakeCompanion service(signSocket);
+            QCOMPARE(lchown(path.toLocal8Bit().constData(), other, other), 0);
+            QVERIFY(!SignSouthInterface::instance()->start());
+            QVERIFY(!service.isAskedFor());
+            QVERIFY(Log::has("companion: refusing SOUTHINTERFACE_ELECSIGNSERVER - /", other));
+            RequestServer companion(signSocket, {});
+            QCOMPARE(companion.start(), RequestServer::Start::Failed);
+            QVERIFY(QFile::exists(path));
+            QVERIFY(QFile::remove(path));
+        }
+        {
+            RequestServer companion(signSocket, {{1, 1}});
+            QCOMPARE(companion.start(), RequestServer::Start::Listening);
+            QSignalSpy requests(&companion, &RequestServer::request);
+            // Lets the other user as far as the connection.
+            QCOMPARE(chmod(path.toLocal8Bit().constData(), 0777), 0);
+            QCOMPARE(chmod(m_folder.path().toLocal8Bit().constData(), 0711), 0);
+            const QByteArray request = number(1) + sized("x");
+            const Process client(
+                [&] { return setresuid(other, other, other) == 0 && sendTo(path, request); });
+            QCOMPARE(chmod(m_folder.path().toLocal8Bit().constData(), 0700), 0);
+            QVERIFY(client.isReady());
+            QTRY_VERIFY(Log::has("refusing a client on", other));
+            QVERIFY(requests.isEmpty());
+        }
     }
 
     void repliesAboveAHundredBytes()
@@ -450,6 +638,15 @@ private Q_SLOTS:
         WebBrowser::instance()->closeURL();
         QCOMPARE(shown().count(QStringLiteral("ended")), 2);
         QCOMPARE(asked("@"), QStringLiteral("next")); // kept until the next page
+        {
+            const OtherUser other(geteuid() + 1);
+            const Log log;
+            WebBrowser::instance()->openURL(QStringLiteral("c.html"), {}); // somebody's profile
+            QVERIFY(Log::has("companion: the browser isn't started: ", geteuid()));
+        }
+        WebBrowser::instance()->openURL(QStringLiteral("d.html"), {});
+        QTRY_COMPARE(shown().section(QLatin1Char('\n'), 4), QStringLiteral("d.html\n"));
+        WebBrowser::instance()->closeURL();
         qputenv("PATH", path);
     }
 

@@ -15,6 +15,7 @@
 #include <QTemporaryDir>
 #include <QTextCodec>
 #include <QtTest>
+#include <sys/stat.h>
 
 #include <atomic>
 #include <cstring>
@@ -105,6 +106,7 @@ private Q_SLOTS:
         m_log->setLogPath(m_folder->path());
         m_log->setMaxLogSize(defaultMaxLogSize);
         m_log->setSaveDay(30);
+        m_log->setFreeSpace([](const QString &) { return QLog::minFreeBytes; });
         m_log->setPort(freePort());
     }
 
@@ -112,6 +114,7 @@ private Q_SLOTS:
     {
         m_log->handler({});
         m_log->setClock({});
+        m_log->setFreeSpace({});
     }
 
     void folderBesideTheProgramExistsFromTheStart()
@@ -249,6 +252,115 @@ private Q_SLOTS:
             QVERIFY2(content(m_folder->filePath(name)) == content(otherFolder.filePath(name)),
                      qPrintable(name));
         }
+    }
+
+    void longTexts_data()
+    {
+        constexpr int mebibyte = 1024 * 1024;
+        const auto quoted = [](const char *character, int count) -> QByteArray {
+            return '"' + QByteArray(character).repeated(count) + '"';
+        };
+        const Rows<QString, QByteArray> row("text", "expected");
+        row("a mebibyte", QString(mebibyte, u'A'), quoted("A", mebibyte));
+        row("one more", QString(mebibyte + 1, u'A'),
+            quoted("A", 65536) + " ... the beginning of 1048577 characters");
+        row("characters of several bytes", QString(400000, u'柜'),
+            quoted("柜", 21845) + " ... the beginning of 400000 characters");
+        row("whole characters only", QLatin1Char('A') + QString::fromUtf8("𠀀").repeated(300000),
+            "\"A" + QByteArray("𠀀").repeated(16383) + "\" ... the beginning of 600001 characters");
+        row("escaped characters", QString(200000, QChar(1)),
+            quoted("\\u0001", 65536) + " ... the beginning of 200000 characters");
+    }
+
+    void longTexts()
+    {
+        QFETCH(const QString, text);
+        QFETCH(const QByteArray, expected);
+        m_log->handler(QLog::LogToFile);
+        qDebug() << LongText(text);
+        QVERIFY(today() == expected + '\n');
+    }
+
+    void longLines()
+    {
+        m_log->handler(QLog::LogToFile);
+        print(QString(1500000, u'x'));
+        QVERIFY(today()
+                == QByteArray(65536, 'x')
+                    + "... (the beginning of a line of 1500000 characters)\n");
+    }
+
+    void dataOfDevicesIsNotLogged()
+    {
+        QCOMPARE(withoutData(QStringLiteral("-1"), 5), QStringLiteral("-1"));
+        QCOMPARE(withoutData(QStringLiteral("Zm9vYg"), 5),
+                 QStringLiteral("(6 characters, not logged)"));
+    }
+
+    void filesAreForThisUserOnly()
+    {
+        const mode_t before = umask(0);
+        const QString folder = m_folder->filePath(QStringLiteral("a/private"));
+        m_log->setLogPath(folder);
+        const auto modes = [](const QString &path) {
+            return QFile::permissions(path)
+                & (QFile::ReadGroup | QFile::WriteGroup | QFile::ExeGroup | QFile::ReadOther
+                   | QFile::WriteOther | QFile::ExeOther);
+        };
+        QCOMPARE(int(modes(folder)), 0);
+        m_log->handler(QLog::LogToFile);
+        print(QStringLiteral("new"));
+        setTime(QStringLiteral("2022-11-17T10:00:00.000"));
+        const QString old = folder + QStringLiteral("/vx_log_2022-11-17.txt");
+        QVERIFY(QFile(old).open(QFile::WriteOnly)); // for everybody, as earlier versions made it
+        QVERIFY(modes(old) != 0);
+        print(QStringLiteral("old"));
+        QCOMPARE(content(old), QByteArray("old\n"));
+        const QFileInfoList all = QDir(folder).entryInfoList(QDir::Files);
+        QCOMPARE(all.size(), 2);
+        for (const QFileInfo &file : all) {
+            QCOMPARE(int(modes(file.filePath())), 0);
+        }
+        umask(before);
+    }
+
+    void stopsWhileTheDiskIsAlmostFull()
+    {
+        qint64 space = QLog::minFreeBytes;
+        int checks = 0;
+        m_log->setFreeSpace([&](const QString &folder) {
+            ++checks;
+            return folder == m_folder->path() ? space : 0;
+        });
+        setTime(QStringLiteral("2022-11-17T11:28:00.000"));
+        QSignalSpy spy(m_log, &QLog::sig_newLog);
+        m_log->handler(QLog::LogToFile | QLog::LogToSignal);
+        print(QStringLiteral("one"));
+        space -= 1;
+        print(QStringLiteral("two")); // within the same second
+        m_now += 1000;
+        print(QStringLiteral("three"));
+        print(QStringLiteral("four"));
+        m_now += 1000;
+        print(QStringLiteral("five"));
+        space += 1;
+        print(QStringLiteral("six"));
+        m_now += 1000;
+        print(QStringLiteral("seven"));
+        QCOMPARE(
+            content(filePath(QStringLiteral("2022-11-17"))),
+            QByteArray("one\ntwo\n"
+                       "[2022-11-17 11:28:01] log: stopped, the disk has less than 256 MB free\n"
+                       "[2022-11-17 11:28:03] log: goes on, the disk has space again; "
+                       "4 lines are missing\nseven\n"));
+        QCOMPARE(checks, 4); // one a second
+        QCOMPARE(spy.size(), 7);
+
+        // Much can be written in a second.
+        print(QString(1024 * 1024, u'x'));
+        space = 0;
+        print(QStringLiteral("eight"));
+        QVERIFY(content(filePath(QStringLiteral("2022-11-17"))).endsWith("256 MB free\n"));
     }
 
     void fileTruncatedFromOutsideIsNoticed()

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 // What all rooms of the portable library use: files, texts, background work.
+#include "base/logtext.h"
 #include "portable/base/atomicfile.h"
 #include "portable/base/backgroundjob.h"
 #include "portable/base/base64text.h"
@@ -253,6 +254,34 @@ private Q_SLOTS:
                               line("subject: file: reason"), line("bThrows: too bad"),
                               line("bMissing") + missing, line("iMissing") + missing,
                               line("sMissing") + missing}));
+    }
+
+    void linesCannotBeForged()
+    {
+        const QString forged = line("/tmp/a\n[2026-01-01] portable: \x1b[2Jforged\r.jpg");
+        logFailure(forged, forged);
+        logInfo() << line("scan") << forged << 3;
+        logWarning() << "no" << line("quotes ");
+        const QString shown = line("/tmp/a\\n[2026-01-01] portable: \\u001b[2Jforged\\r.jpg");
+        QCOMPARE(m_log->takeLines(),
+                 (QStringList{shown + line(": ") + shown, line("scan ") + shown + line(" 3"),
+                              line("no quotes ")}));
+        // A terminal shows nothing but what is here.
+        QCOMPARE(base::oneLine(line("a\tb柜𠀀é")), line("a\\tb柜𠀀é"));
+        QCOMPARE(base::oneLine(QString(QChar(0x202e)) + QChar(0x2028) + QChar(0x85) + QChar(0)),
+                 line("\\u202e\\u2028\\u0085\\u0000"));
+        QCOMPARE(base::oneLine(QString(QChar(0xd840)) + QChar(0x7f)), line("\\ud840\\u007f"));
+        QCOMPARE(base::oneLine(QString::fromUcs4(U"\U000e0001", 1)), line("\\U000e0001"));
+    }
+
+    void addressesWithoutSecrets()
+    {
+        QCOMPARE(
+            base::withoutSecrets(line("opened http://teller:p@ss@bank/a?token=1 and ws://b/#x.")),
+            line("opened http://bank/a?... and ws://b/?..."));
+        QCOMPARE(base::withoutSecrets(line("not an address: bank/a?token=1")),
+                 line("not an address: bank/a?..."));
+        QCOMPARE(base::withoutSecrets(line("/tmp/a?b#c@d")), line("/tmp/a?b#c@d"));
     }
 
     void texts()

@@ -148,7 +148,7 @@ void WebSocketServerManager::slot_newConnection()
 
 void WebSocketServerManager::slot_textMessageReceived(const QString &message)
 {
-    TRACE << message;
+    TRACE << LongText(message);
     auto *socket = qobject_cast<QWebSocket *>(sender());
     if (message.startsWith(QLatin1Char('@'))) {
         WebBrowser::instance()->recvMessage(message, socket);
@@ -221,7 +221,7 @@ void WebSocketServerManager::slot_textFrameReceived(const QString &frame, bool i
     if (!socket) {
         return;
     }
-    TRACE << frame << (isLastFrame ? "true" : "false");
+    TRACE << LongText(frame) << (isLastFrame ? "true" : "false");
     Q_EMIT signal_textFrameReceived(socket->peerAddress().toString(), socket->peerPort(), frame,
                                     isLastFrame);
 }

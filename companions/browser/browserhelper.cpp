@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "companions/browser/browserhelper.h"
 
+#include "base/logtext.h"
+
 #include <QDebug>
 
 BrowserHelper::BrowserHelper(const Settings &settings, const Screens &screens,
@@ -33,7 +35,8 @@ void BrowserHelper::show(const QList<QByteArray> &parts)
         return;
     }
     const bool hasData = parts.size() > 1;
-    qInfo() << "request for" << m_page.shown() << "with" << (hasData ? parts[1].size() : 0)
+    qInfo() << "request for" << base::withoutSecrets(m_page.shown()) << "with"
+            << (hasData ? parts[1].size() : 0)
             << "bytes of data"; // which is the customer's and not logged
     m_window.open(hasData ? withData(m_page.url, QString::fromUtf8(parts[1]))
                           : m_page.url.toEncoded(),
@@ -43,6 +46,6 @@ void BrowserHelper::show(const QList<QByteArray> &parts)
 void BrowserHelper::reply(const char *what, const QString &text)
 {
     const QString line = QLatin1String(what) + QLatin1Char(' ') + text;
-    qInfo().noquote() << line;
+    qInfo().noquote() << base::oneLine(base::withoutSecrets(line));
     m_server.reply(line.toUtf8());
 }

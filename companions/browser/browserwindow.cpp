@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "companions/browser/browserwindow.h"
 
+#include "base/logtext.h"
 #include "companions/common/customerscreen.h"
 
 #include <QDebug>
@@ -169,7 +170,8 @@ void BrowserWindow::open(const QByteArray &address, const QVector<QRect> &screen
 
 void BrowserWindow::start(const QString &program, const QStringList &options)
 {
-    qInfo().noquote() << "starting" << program << options.join(QLatin1Char(' '));
+    qInfo().noquote() << "starting"
+                      << base::oneLine(program + QLatin1Char(' ') + options.join(QLatin1Char(' ')));
     m_lastOutput.clear();
     m_browser.start(program, options);
     if (!m_browser.waitForStarted()) {
@@ -215,7 +217,8 @@ void BrowserWindow::ended()
     const QString why = m_browser.exitStatus() == QProcess::CrashExit
         ? program + QStringLiteral(" crashed")
         : program + QStringLiteral(" ended with status %1").arg(m_browser.exitCode());
-    qInfo().noquote() << "last output of the browser:" << QString::fromUtf8(m_lastOutput);
+    qInfo().noquote() << "last output of the browser:"
+                      << base::oneLine(base::withoutSecrets(QString::fromUtf8(m_lastOutput)));
     if (wasOpen) {
         Q_EMIT closed(why);
     } else {

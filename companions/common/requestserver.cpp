@@ -1,8 +1,9 @@
 // SPDX-License-Identifier: MIT
 #include "companions/common/requestserver.h"
 
+#include "base/neighbor.h"
+
 #include <QDebug>
-#include <QDir>
 #include <QLocalSocket>
 #include <QLockFile>
 
@@ -47,9 +48,21 @@ RequestServer::~RequestServer()
 
 RequestServer::Start RequestServer::start()
 {
+    // Another user who listens here would get the requests, and whoever owns the file can replace
+    // it.
+    const QString squatter = base::squatterProblem(base::localSocketPath(m_name));
+    if (!squatter.isEmpty()) {
+        qCritical().noquote() << "can't listen on" << m_name << "-" << squatter;
+        return Start::Failed;
+    }
     // No other instance may probe and listen in between.
-    QLockFile lock(QDir::temp().filePath(m_name + QLatin1String(".lock")));
-    if (!lock.tryLock(lockWaitMs)) {
+    const QString lockPath = base::localSocketPath(m_name + QLatin1String(".lock"));
+    const QString lockProblem = base::squatterProblem(lockPath);
+    QLockFile lock(lockPath);
+    if (!lockProblem.isEmpty()) {
+        qWarning().noquote() << "can't lock" << m_name << "-" << lockProblem
+                             << "- continuing without";
+    } else if (!lock.tryLock(lockWaitMs)) {
         qWarning() << "can't lock" << m_name << "- continuing without";
     }
     if (somebodyListens(m_name)) {
@@ -78,6 +91,13 @@ bool RequestServer::reply(const QByteArray &bytes)
 void RequestServer::takeConnections()
 {
     while (QLocalSocket *socket = m_server.nextPendingConnection()) {
+        const QString problem = base::peerProblem(socket->socketDescriptor());
+        if (!problem.isEmpty()) {
+            qWarning().noquote() << "refusing a client on" << m_name << "-" << problem;
+            socket->abort();
+            socket->deleteLater();
+            continue;
+        }
         m_sockets << socket;
         const auto reader = std::make_shared<FrameReader>(m_partsOfType);
         connect(socket, &QLocalSocket::readyRead, this,

@@ -17,8 +17,9 @@ QT_FORWARD_DECLARE_CLASS(QLocalSocket)
  * disconnected. Connecting alone changes nothing: the server connects and disconnects once at its
  * start, and a second instance of a companion probes the first.
  *
- * Only the companion's own user (and root) can connect. Use it on the thread that created it, which
- * needs an event loop.
+ * Only the companion's own user can be a client: the permissions of the socket file keep others
+ * out, and whoever gets past them, as root does, is refused with a log line. Use it on the thread
+ * that created it, which needs an event loop.
  */
 class RequestServer : public QObject
 {
@@ -28,7 +29,7 @@ public:
     enum class Start {
         Listening,
         AnotherRuns, ///< another instance is listening: nothing was changed
-        Failed, ///< can't listen; the log gives the reason
+        Failed, ///< can't listen, or the socket file is another user's; the log gives the reason
     };
 
     /**

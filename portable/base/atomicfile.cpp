@@ -6,12 +6,12 @@
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
+#include <QRandomGenerator>
 #include <QStringList>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <atomic>
 #include <cerrno>
 #include <climits>
 #include <cstdio>
@@ -29,13 +29,14 @@ QString systemError()
     return qt_error_string(errno);
 }
 
-/// A hidden name in the directory of `path` that no other process or thread uses.
+/// A hidden name in the directory of `path` that nobody else uses or could guess and take first.
 QString temporaryFor(const QString &path)
 {
-    static std::atomic<unsigned> number{0};
     const QFileInfo file(path);
     const QString suffix = file.suffix().left(longestKeptSuffix);
-    const QString name = QStringLiteral(".part-%1-%2").arg(::getpid()).arg(number++);
+    const QString name =
+        QStringLiteral(".part-%1")
+            .arg(QRandomGenerator::system()->generate64(), 16, 16, QLatin1Char('0'));
     return file.path() + QLatin1Char('/') + name
         + (suffix.isEmpty() ? QString() : QLatin1Char('.') + suffix);
 }
@@ -154,9 +155,8 @@ int PendingFile::create(QString *error)
     if (!makeDirectories(error)) {
         return -1;
     }
-    // A file of this name can only be a leftover of a killed process with the same process id.
     int fd;
-    int attempts = 100;
+    int attempts = 3; // no two files get the same name unless the random numbers are none
     do {
         m_temporary = temporaryFor(m_path);
         fd = ::open(QFile::encodeName(m_temporary).constData(),

@@ -1,9 +1,29 @@
 // SPDX-License-Identifier: MIT
 #include "portable/base/failure.h"
 
+#include "base/logtext.h"
+
 #include <QtDebug>
 
 namespace portable {
+
+LogLine::LogLine(QtMsgType type)
+    : m_type(type)
+    , m_stream(&m_text)
+{
+    m_stream.noquote();
+}
+
+LogLine::~LogLine()
+{
+    m_text.chop(m_text.endsWith(QLatin1Char(' ')) ? 1 : 0); // QDebug puts one after each value
+    const QByteArray line = base::oneLine(m_text).toUtf8();
+    if (m_type == QtWarningMsg) {
+        qWarning("portable: %s", line.constData());
+    } else {
+        qInfo("portable: %s", line.constData());
+    }
+}
 
 bool logFailure(const QString &subject, const QString &why)
 {
@@ -11,7 +31,7 @@ bool logFailure(const QString &subject, const QString &why)
     const QString shown = why.size() <= maxLength
         ? why
         : why.left(maxLength / 2) + QStringLiteral("...") + why.right(maxLength / 2);
-    qWarning("portable: %s: %s", qUtf8Printable(subject), qUtf8Printable(shown));
+    logWarning() << subject + QStringLiteral(": ") + shown;
     return false;
 }
 

@@ -2,6 +2,7 @@
 /// \file How the portable library reports failures: in the log, or to its caller.
 #pragma once
 
+#include <QDebug>
 #include <QString>
 
 #include <exception>
@@ -9,8 +10,45 @@
 namespace portable {
 
 /**
+ * A log line of the library, "portable: a b c", written at the end of the statement:
+ * `logWarning() << cameraName(number) << "is lost:" << why;`. Texts are printed without quotes,
+ * with whatever could forge a line escaped (base::oneLine()): they may come from a page or a
+ * device.
+ */
+class LogLine
+{
+public:
+    explicit LogLine(QtMsgType type);
+    ~LogLine();
+    Q_DISABLE_COPY(LogLine)
+
+    template <class Value> LogLine &operator<<(const Value &value)
+    {
+        m_stream << value;
+        return *this;
+    }
+
+private:
+    const QtMsgType m_type;
+    QString m_text;
+    QDebug m_stream; // into m_text
+};
+
+/// A line about a fault.
+inline LogLine logWarning()
+{
+    return LogLine(QtWarningMsg);
+}
+
+/// A line about what is going on.
+inline LogLine logInfo()
+{
+    return LogLine(QtInfoMsg);
+}
+
+/**
  * Logs why something fails, in one line "portable: subject: why". A very long reason, which holds
- * a path from a page, is shortened in the middle.
+ * a path from a page, is shortened in the middle; what could forge a line is escaped.
  * \param subject  the exported function, the file or the device
  * \return false, what such functions return then
  */

@@ -1,9 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "portable/camera/camera.h"
 
+#include "portable/base/failure.h"
 #include "portable/camera/camerasources.h"
-
-#include <QDebug>
 
 #include <atomic>
 #include <exception>
@@ -34,12 +33,12 @@ bool Camera::start()
 {
     QString error;
     if (!open(&error)) {
-        qWarning().noquote() << "portable:" << cameraName(m_number)
-                             << "doesn't start:" << m_source->name() + QLatin1Char(':') << error;
+        logWarning() << cameraName(m_number)
+                     << "doesn't start:" << m_source->name() + QLatin1Char(':') << error;
         return false;
     }
-    qInfo().noquote() << "portable:" << cameraName(m_number)
-                      << "started:" << m_source->name() + QLatin1Char(',') << sizeText(size());
+    logInfo() << cameraName(m_number) << "started:" << m_source->name() + QLatin1Char(',')
+              << sizeText(size());
     m_thread = std::thread(&Camera::run, this);
     return true;
 }
@@ -141,8 +140,7 @@ void Camera::adjustSource(const Settings::View &settings)
     if (settings.focusRequest != m_focusRequest) {
         m_focusRequest = settings.focusRequest;
         if (!m_source->focus()) {
-            qInfo().noquote() << "portable:" << cameraName(m_number)
-                              << "can't focus:" << m_source->name();
+            logInfo() << cameraName(m_number) << "can't focus:" << m_source->name();
         }
     }
 }
@@ -219,8 +217,7 @@ void Camera::withdraw()
 bool Camera::recover(const QString &why)
 {
     withdraw();
-    qWarning().noquote() << "portable:" << cameraName(m_number)
-                         << "lost:" << m_source->name() + QLatin1Char(':') << why;
+    logWarning() << cameraName(m_number) << "lost:" << m_source->name() + QLatin1Char(':') << why;
     m_source->close();
     QString ignored;
     do {
@@ -228,7 +225,7 @@ bool Camera::recover(const QString &why)
             return false;
         }
     } while (!open(&ignored));
-    qInfo().noquote() << "portable:" << cameraName(m_number) << "is back:" << m_source->name();
+    logInfo() << cameraName(m_number) << "is back:" << m_source->name();
     return true;
 }
 

@@ -2,10 +2,10 @@
 #include "portable/camera/cameraset.h"
 
 #include "portable/base/deviceini.h"
+#include "portable/base/failure.h"
 #include "portable/camera/camerasources.h"
 
 #include <QCoreApplication>
-#include <QDebug>
 #include <opencv2/core/utils/logger.hpp>
 
 namespace portable {
@@ -67,8 +67,8 @@ std::shared_ptr<Camera> CameraSet::open(int camera, int rotation)
     }
     replace(slot, nullptr);
     if (!isRotation(rotation)) {
-        qWarning().noquote() << "portable:" << cameraName(camera)
-                             << "doesn't start: there is no rotation by" << rotation << "degrees";
+        logWarning() << cameraName(camera) << "doesn't start: there is no rotation by" << rotation
+                     << "degrees";
         return nullptr;
     }
     if (rotation != 0) {
@@ -77,7 +77,7 @@ std::shared_ptr<Camera> CameraSet::open(int camera, int rotation)
     QString error;
     auto source = m_factory(camera, &error);
     if (!source) {
-        qWarning().noquote() << "portable:" << cameraName(camera) << "doesn't start:" << error;
+        logWarning() << cameraName(camera) << "doesn't start:" << error;
         return nullptr;
     }
     auto started = std::make_shared<Camera>(camera, std::move(source), m_settings, m_clock);

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "portable/recording/recorder.h"
 
+#include "portable/base/failure.h"
+
 #include <QCoreApplication>
 #include <QDebug>
 #include <QFileInfo>
@@ -108,7 +110,7 @@ bool Recorder::start(const QString &path, VideoFormat format)
     QString error;
     const bool started = begin(path, format, &error);
     if (!started) {
-        qWarning().noquote() << "portable: recording doesn't start:" << error;
+        logWarning() << "recording doesn't start:" << error;
     }
     return started;
 }
@@ -128,7 +130,7 @@ bool Recorder::begin(const QString &path, VideoFormat format, QString *error)
     }
     auto file = open(path, format, error);
     if (file) {
-        qInfo().noquote() << "portable: recording, without sound:" << file->description();
+        logInfo() << "recording, without sound:" << file->description();
     }
     lock.lock();
     m_state = file ? State::Running : State::Idle;
@@ -247,9 +249,9 @@ void Recorder::run(std::unique_ptr<VideoFile> file)
     const QString summary = video.summary();
     file.reset();
     if (isComplete) {
-        qInfo().noquote() << "portable: recorded:" << summary;
+        logInfo() << "recorded:" << summary;
     } else {
-        qWarning().noquote() << "portable: the recording broke off:" << error;
+        logWarning() << "the recording broke off:" << error;
     }
     const std::lock_guard<std::mutex> lock(m_mutex);
     m_state = State::Idle;

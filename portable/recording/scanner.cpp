@@ -2,6 +2,7 @@
 #include "portable/recording/scanner.h"
 
 #include "portable/base/atomicfile.h"
+#include "portable/base/failure.h"
 #include "portable/base/writecheck.h"
 #include "portable/picture/bookfold.h"
 #include "portable/picture/picturewriter.h"
@@ -177,12 +178,12 @@ bool Scanner::start(Scan scan)
     } else if (scan.files.directory.isEmpty() || scan.files.prefix.contains(QLatin1Char('/'))) {
         error = QStringLiteral("it needs a directory, and a prefix without \"/\"");
     } else if (canWriteFile(scan.files.path(1), &error)) {
-        qInfo().noquote() << "portable:" << scan.name << "begins, with" << scan.files.path(1);
+        logInfo() << scan.name << "begins, with" << scan.files.path(1);
         m_stop = false; // no lock needed: no thread is running
         m_thread = std::thread([this, scan = std::move(scan)] { run(scan); });
         return true;
     }
-    qWarning().noquote() << "portable:" << scan.name << "doesn't start:" << error;
+    logWarning() << scan.name << "doesn't start:" << error;
     return false;
 }
 
@@ -207,7 +208,7 @@ void Scanner::run(const Scan &scan)
     while ((scan.shots == 0 || done < scan.shots) && sleep()) {
         const auto camera = preview.camera();
         if (preview.ended()) {
-            qInfo().noquote() << "portable:" << scan.name << "ends with the preview";
+            logInfo() << scan.name << "ends with the preview";
             return;
         }
         try {
@@ -215,10 +216,10 @@ void Scanner::run(const Scan &scan)
                 ++done;
             }
         } catch (const std::exception &failure) { // OpenCV's, or out of memory
-            qWarning("portable: %s: %s", qUtf8Printable(scan.name), failure.what());
+            logFailure(scan.name, QString::fromLocal8Bit(failure.what()));
         }
     }
-    qInfo().noquote() << "portable:" << scan.name << "has ended, with shots:" << done;
+    logInfo() << scan.name << "has ended, with shots:" << done;
 }
 
 /// Takes a shot and writes its file; of two files both or neither.
@@ -239,10 +240,10 @@ bool Scanner::save(const Scan &scan, int number)
         }
     }
     if (!error.isEmpty() || !writeWholeFiles(files, &error)) {
-        qWarning().noquote() << "portable:" << scan.name + QLatin1Char(':') << error;
+        logWarning() << scan.name + QLatin1Char(':') << error;
         return false;
     }
-    qInfo().noquote() << "portable:" << scan.name + QLatin1Char(':') << files.front().first;
+    logInfo() << scan.name + QLatin1Char(':') << files.front().first;
     if (scan.isObserved) {
         Q_EMIT m_signal.shot(number);
     }

@@ -1,11 +1,11 @@
 // SPDX-License-Identifier: MIT
 #include "portable/system/printer.h"
 
+#include "portable/base/failure.h"
 #include "portable/picture/bilevel.h"
 #include "portable/picture/imageconversion.h"
 
 #include <QBuffer>
-#include <QDebug>
 #include <QImage>
 #include <QPageSize>
 #include <QPainter>
@@ -264,8 +264,8 @@ bool print(const PrintJob &job, const QString &printerName, QString *error)
             QStringLiteral("printer %1 takes no job: ").arg(QString::fromUtf8(name)) + lastError();
         return false;
     }
-    qInfo().noquote() << "portable:" << job.title + QStringLiteral(": print job") << number
-                      << "on printer" << QString::fromUtf8(name) + printer.warning;
+    logInfo() << job.title + QStringLiteral(": print job") << number << "on printer"
+              << QString::fromUtf8(name) + printer.warning;
     return true;
 }
 

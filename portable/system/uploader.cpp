@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: MIT
 #include "portable/system/uploader.h"
 
+#include "portable/base/failure.h"
 #include "portable/base/texts.h"
 
 #include <QCoreApplication>
-#include <QDebug>
 #include <QFile>
 #include <QFileInfo>
 #include <QMimeDatabase>
@@ -278,8 +278,8 @@ UploadResult upload(const UploadRequest &request, const UploadLimits &limits,
     if (result.accepted && request.removeFile) {
         QFile sent(request.file);
         if (!sent.remove()) {
-            qWarning().noquote() << "portable:" << logText(request.file)
-                                 << "was uploaded, but can't be removed:" << sent.errorString();
+            logWarning() << logText(request.file)
+                         << "was uploaded, but can't be removed:" << sent.errorString();
         }
     }
     return result;
