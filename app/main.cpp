@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// Start-up, in its order; the rest of the program's life is the event loop.
+// Start-up. Everything else happens in the event loop.
 
 #include "app/singleinstance.h"
 #include "devicelib/doccamera.h"
@@ -15,9 +15,9 @@
 
 namespace {
 
-constexpr quint16 port = 1818; // pages know no other
+constexpr quint16 port = 1818; // hard-coded in every page
 
-/// Begins a start-up line: the log facility adds no time of its own.
+/// Starts a start-up line with the time, which the log does not add by itself.
 QDebug startLine()
 {
     const QString time =
@@ -48,7 +48,7 @@ void exitIfAnotherRuns()
 
 int main(int argc, char *argv[])
 {
-    static char loggingRules[] = "QT_LOGGING_RULES=\"*.debug=true\""; // putenv keeps the memory
+    static char loggingRules[] = "QT_LOGGING_RULES=\"*.debug=true\""; // putenv keeps the pointer
     putenv(loggingRules);
     QApplication application(argc, argv);
     logVersions();

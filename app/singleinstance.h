@@ -3,20 +3,20 @@
 
 #include <QByteArray>
 
-/// What the process list said.
+/// How many processes of this program run.
 struct InstanceCount
 {
-    QByteArray line; ///< the line as it was read, without its line end
-    long count = 0; ///< processes of this program, this one included; 0 when it can't be told
+    QByteArray line; ///< what the pipeline printed, trimmed
+    long count = 0; ///< including this process; 0 if unknown
 
     bool anotherRuns() const { return count > 1; }
 };
 
 /**
- * Counts the processes of this program by a shell pipeline over `ps -ef`. The pipeline runs with
- * an empty LD_LIBRARY_PATH (a makers' libraries must not get into the system's tools); the
- * program's own value is the same afterwards.
+ * Counts the processes of this program with a shell pipeline over `ps -ef`. The pipeline runs with
+ * an empty LD_LIBRARY_PATH, since vendor libraries must not be loaded into ps; the variable is
+ * restored afterwards.
  *
- * A command line that holds "sh" anywhere is not counted: shells that start the program.
+ * Command lines that contain "sh" are not counted: they are the shells that start the program.
  */
 InstanceCount countInstances();

@@ -35,7 +35,7 @@ bool CompanionClient::tryToConnect()
     return m_socket.waitForConnected(milliseconds(m_waits.connect));
 }
 
-void CompanionClient::leave()
+void CompanionClient::closeConnection()
 {
     if (!isConnected()) {
         return;
@@ -44,12 +44,12 @@ void CompanionClient::leave()
     m_socket.abort();
 }
 
-void CompanionClient::leaveForRestart()
+void CompanionClient::closeConnectionForRestart()
 {
     if (!isConnected()) {
         return;
     }
-    leave();
+    closeConnection();
     sleep(m_waits.pause);
 }
 

@@ -8,49 +8,52 @@
 #include <chrono>
 
 /**
- * The client of a companion program: starts it by a script beside the server, and holds the
- * connection to its local socket. The program is started detached and never stopped from here.
+ * The client of a companion program: starts it with a script beside the server and connects to its
+ * local socket. The program is started detached and never stopped from here.
  *
- * Main thread; starting blocks it, up to about a minute and a half with a companion that does not
- * come.
+ * Main thread only. Starting a companion blocks it, for up to a minute and a half if the companion
+ * does not come up.
  */
 class CompanionClient : public QObject
 {
     Q_OBJECT
 
 public:
-    /// How long the client waits.
+    /// Timeouts and pauses; tests shorten them.
     struct Waits
     {
-        std::chrono::milliseconds connect{30000}; ///< for a connection, each attempt
-        std::chrono::milliseconds write{30000}; ///< for a request to be written
-        std::chrono::milliseconds read{100}; ///< for more of a reply, each look
-        std::chrono::milliseconds pause{2000}; ///< after leaving a service, between attempts
-        std::chrono::milliseconds settle{300}; ///< between the browser helper's script and socket
+        std::chrono::milliseconds connect{30000}; ///< timeout of each attempt to connect
+        std::chrono::milliseconds write{30000}; ///< timeout of writing a request
+        std::chrono::milliseconds read{100}; ///< timeout of each wait for more of a reply
+        std::chrono::milliseconds pause{2000}; ///< after disconnecting, and between attempts
+        std::chrono::milliseconds settle{
+            300}; ///< between starting the browser helper and connecting
     };
 
-    /// Tests shorten the waits.
     void setWaits(const Waits &waits) { m_waits = waits; }
 
     bool isConnected() const { return m_socket.state() == QLocalSocket::ConnectedState; }
 
 protected:
-    /// Probes the socket once, and leaves it again. \param script  a name beside the program
+    /**
+     * Connects to the socket once and disconnects again.
+     * \param script  file name of the start script, in the program's folder
+     */
     CompanionClient(const QString &socketName, const QString &script);
 
-    /// Ends the connection if there is one.
-    void leave();
+    /// Disconnects if connected.
+    void closeConnection();
 
-    /// The same before a new start: gives the service a moment to end.
-    void leaveForRestart();
+    /// The same before a new start, followed by a pause in which the service can end.
+    void closeConnectionForRestart();
 
-    /// Starts the script.
+    /// Runs the start script, detached.
     void launch();
 
-    /// Three attempts to connect; after each that failed a pause and the script again.
+    /// Tries three times to connect; after each failure pauses and runs the script again.
     bool connectInThreeAttempts();
 
-    /// Writes a number as the companions read it: 32 bits, native byte order.
+    /// Writes a number in the companions' format: 32 bits, native byte order.
     bool writeNumber(int number);
 
     QLocalSocket m_socket;

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 //
-// Signing, and pages on the customer's screen. Each kind ends the other's companion first: the two
-// never have the screen at the same time.
+// Signing, and pages on the customer's screen. Each of the two first disconnects the other's
+// companion: they never use the screen at the same time.
 
 #include "companionclients/signsouthinterface.h"
 #include "companionclients/webbrowsersouthinterface.h"
@@ -15,7 +15,7 @@ namespace {
 using Sign = void (SignSouthInterface::*)(const QString &, const QString &, const QString &,
                                           const QString &, int);
 
-/// The result of a signing command: whether the request was sent. The signature comes later.
+/// \return the result of a signing command: whether the request was sent; the signature comes later
 bool requestSignature(const QString &args, Sign sign)
 {
     Webbrowsersouthinterface::instance()->stopWeb();
@@ -28,10 +28,10 @@ bool requestSignature(const QString &args, Sign sign)
         service->stop();
         return false;
     }
-    // "," parts the command's fields, so pages write "." between the numbers of the place.
+    // "," separates the command's fields, so pages separate the numbers of the location by ".".
     const QString location = fields.text(2).replace(QLatin1Char('.'), QLatin1Char(','));
     if (Arguments(location).count() < 4) {
-        return false; // and the connection stays
+        return false; // without disconnecting
     }
     (service->*sign)(fields.text(0), fields.text(1), location, fields.text(3),
                      fields.number<int>(4));
@@ -44,7 +44,7 @@ QString replySigning(const QString &name, const QString &args, Sign sign)
     return QString();
 }
 
-/// Starts the browser helper in place of the signature service; null when it does not come.
+/// Starts the browser helper in place of the signature service; null if it does not come up.
 Webbrowsersouthinterface *startBrowser()
 {
     SignSouthInterface::instance()->stop();

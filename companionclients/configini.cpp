@@ -15,7 +15,7 @@ ConfigIni::ConfigIni()
     port = quint16(file.value(portKey, 1818).toInt());
     browser = file.value(browserKey, QStringLiteral("uos-browser")).toString();
     padsize = file.value(padsizeKey, QSize(1280, 800)).toSize();
-    // The counter pages are made for this one; the other stays the key's default on purpose.
+    // The counter pages are made for this browser; the key's other default above is intended.
     browser = QStringLiteral("gnome-www-browser");
 
     file.setValue(portKey, int(port));

@@ -5,17 +5,17 @@
 #include <QString>
 
 /**
- * The settings of the counter pages' browser, from `server.ini` beside the program.
+ * Settings of the counter pages' browser, from `server.ini` beside the program.
  *
- * The constructor reads the file and writes the values back at once, so that a missing file or
- * key exists afterwards. A file that can't be written is no error: the values stand in memory.
+ * The constructor reads the file and writes the values back at once, which creates a missing file
+ * or key. It is no error if the file can't be written.
  */
 class ConfigIni
 {
 public:
     ConfigIni();
 
-    quint16 port; ///< key "port", 1818; kept for pages' sake: the server's port is fixed
-    QString browser; ///< key "browser"; always gnome-www-browser, whatever the file says
-    QSize padsize; ///< key "padsize", 1280 x 800 pixels: the page window on the pad screen
+    quint16 port; ///< key "port", default 1818; not used: the server's port is fixed
+    QString browser; ///< key "browser"; always set to gnome-www-browser
+    QSize padsize; ///< key "padsize", default 1280 x 800: size of the page's window in pixels
 };

@@ -10,11 +10,11 @@
 
 namespace {
 
-constexpr int longestDroppedReply = 100;
-constexpr int longestReply = 256 * 1024 * 1024; // bytes; no page could take more
+constexpr int maxDroppedReplyBytes = 100;
+constexpr int maxReplyBytes = 256 * 1024 * 1024; // bytes; no page could receive more
 
-/// Markers on standard output, for whoever starts the server by hand.
-void mark(const char *marker)
+/// Prints a progress marker on standard output, for a technician who runs the server by hand.
+void printMarker(const char *marker)
 {
     std::puts(marker);
 }
@@ -50,19 +50,19 @@ SignSouthInterface::SignSouthInterface()
 
 bool SignSouthInterface::start()
 {
-    leaveForRestart();
-    mark("start1");
+    closeConnectionForRestart();
+    printMarker("start1");
     TRACE;
     launch();
     if (!connectInThreeAttempts()) {
-        mark("start36");
+        printMarker("start36");
         TRACE;
     }
     if (isConnected()) {
-        mark("start3");
+        printMarker("start3");
         return true;
     }
-    mark("start2");
+    printMarker("start2");
     TRACE;
     return false;
 }
@@ -85,11 +85,11 @@ void SignSouthInterface::send(int type, const QByteArray &json)
 {
     if (!isConnected()) {
         TRACE << "not connected";
-        mark("sign1");
+        printMarker("sign1");
         return;
     }
     if (!writeNumber(type)) {
-        mark("sign2");
+        printMarker("sign2");
         return;
     }
     writeNumber(json.size());
@@ -101,27 +101,27 @@ void SignSouthInterface::send(int type, const QByteArray &json)
 
 void SignSouthInterface::slot_readyRead()
 {
-    mark("SignSouthInterface::slot_readyRead1");
+    printMarker("SignSouthInterface::slot_readyRead1");
     std::fflush(stdout);
     qint32 length = 0;
     m_socket.read(reinterpret_cast<char *>(&length), sizeof length);
     QByteArray payload;
     if (!readPayload(length, &payload)) {
-        TRACE << "the service left within a reply of" << length << "bytes," << payload.size()
-              << "had come";
+        TRACE << "the service disconnected after" << payload.size() << "of" << length
+              << "bytes of a reply";
         return;
     }
     std::printf("ddd=%d %d\n", length, length);
-    mark("SignSouthInterface::slot_readyRead2");
+    printMarker("SignSouthInterface::slot_readyRead2");
     std::fflush(stdout);
-    if (payload.size() > longestDroppedReply) {
+    if (payload.size() > maxDroppedReplyBytes) {
         Q_EMIT sig_msg(payload);
     }
 }
 
 /**
- * The length must be met exactly: more than that runs on as less does, until the service is gone.
- * What then comes is not kept: a service that talks on must not use up the memory.
+ * Only the exact length ends a reply: after too many bytes, as after too few, this waits until the
+ * service disconnects. Bytes beyond the length are not kept, to bound the memory.
  */
 bool SignSouthInterface::readPayload(int length, QByteArray *payload)
 {
@@ -132,7 +132,7 @@ bool SignSouthInterface::readPayload(int length, QByteArray *payload)
         }
         m_socket.waitForReadyRead(int(m_waits.read.count()));
         const QByteArray more = m_socket.readAll();
-        if (payload->size() < qMin(length, longestReply)) {
+        if (payload->size() < qMin(length, maxReplyBytes)) {
             *payload += more;
         }
     }

@@ -6,11 +6,11 @@
 #include <QByteArray>
 
 /**
- * The client of the signature service: one request per signing job goes out, the service's reply
- * goes to all pages as it is.
+ * The client of the signature service: sends one request per signing job, and passes the service's
+ * reply on to all pages unchanged.
  *
- * Request, numbers of 32 bits in native byte order: type (1 or 2), length of the JSON text, the
- * text. Reply: length, payload.
+ * Request: type (1 or 2), length of the JSON text, the text. Reply: length, payload. The numbers
+ * have 32 bits in native byte order.
  */
 class SignSouthInterface : public CompanionClient
 {
@@ -19,16 +19,16 @@ class SignSouthInterface : public CompanionClient
 public:
     static SignSouthInterface *instance();
 
-    /// Starts the service and connects. \return whether the connection stands
+    /// Starts the service and connects. \return whether it is connected
     bool start();
 
-    /// Ends the connection; the service goes on.
-    void stop() { leave(); }
+    /// Disconnects; the service keeps running.
+    void stop() { closeConnection(); }
 
     /**
-     * Sends a request; without a connection a trace line, and nothing is sent.
-     * \param location  where the signature is to stand: numbers parted by ","
-     * \param timeout   for the customer, as the service means it
+     * Sends a request; if not connected, only writes a trace line.
+     * \param location  where the signature goes: numbers separated by ","
+     * \param timeout   how long the customer may take, in the service's unit
      */
     void DoGWQ_StartSign(const QString &pdfpath, const QString &xmlpath, const QString &location,
                          const QString &retain, int timeout);
@@ -43,8 +43,8 @@ public Q_SLOTS:
     void slot_stateChanged(QLocalSocket::LocalSocketState state);
 
     /**
-     * Takes one reply in. Holds the main thread until it has exactly the length announced, or the
-     * service is gone: then what has come is dropped.
+     * Reads one reply. Blocks the main thread until exactly the announced number of bytes has
+     * arrived, or the service has disconnected: then the incomplete reply is dropped.
      */
     void slot_readyRead();
 

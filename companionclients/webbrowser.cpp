@@ -24,7 +24,7 @@ QStringList WebBrowser::arguments(const QString &url, const QVector<QRect> &scre
     QStringList arguments;
     if (screens.size() >= 2) {
         const int screen = smallestScreen(screens);
-        qDebug() << "the page's screen:" << screen;
+        qDebug() << "companion: showing the page on screen" << screen;
         arguments << QStringLiteral("--kiosk")
                   << QStringLiteral("--window-position=%1,0").arg(screens[screen].left());
     }

@@ -13,8 +13,8 @@
 class QWebSocket;
 
 /**
- * Shows a counter page in a browser that it starts itself, keeps the page's data, and hands them to
- * the page when it asks. Comes into being at the first use, and `server.ini` with it. Main thread.
+ * Shows a counter page in a browser that it starts itself, keeps the page's data and sends it to
+ * the page on request. Created, together with `server.ini`, on first use. Main thread only.
  */
 class WebBrowser : public QObject
 {
@@ -23,19 +23,19 @@ class WebBrowser : public QObject
 public:
     static WebBrowser *instance();
 
-    /// Shows a page in place of the one shown before. Blocks until the browser has started.
+    /// Shows a page, replacing the previous one. Blocks until the browser has started.
     void openURL(const QString &url, const QString &data);
 
-    /// Ends the browser that was started here; waits for it, 30 s at most.
+    /// Terminates the browser and waits for it, for at most 30 s.
     void closeURL();
 
-    /// A text from a page: one that begins with "@" is answered with the page data.
+    /// Answers a text from a page that starts with "@" with the page data; ignores others.
     void recvMessage(QString message, QWebSocket *socket);
 
     /**
-     * The browser's command line: full screen on the smallest screen where there are several.
-     * \param screens   where each lies on the desktop, in pixels
-     * \param pageSize  of the window, in pixels
+     * The browser's command line: with several screens, full screen on the smallest.
+     * \param screens   geometry of each screen on the desktop, in pixels
+     * \param pageSize  size of the window, in pixels
      */
     static QStringList arguments(const QString &url, const QVector<QRect> &screens,
                                  const QSize &pageSize);
@@ -45,5 +45,5 @@ private:
 
     ConfigIni m_settings;
     QProcess m_browser;
-    QString m_pageData; // empty until a page was opened
+    QString m_pageData; // of the latest page; empty before the first
 };

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "companionclients/webbrowsersouthinterface.h"
 
+#include "dispatch/devicetext.h"
 #include "dispatch/messagerun.h"
 #include "log/trace.h"
 
@@ -8,19 +9,6 @@
 #include <QWebSocket>
 
 #include <cstdio>
-
-namespace {
-
-QByteArray upToNul(QByteArray text)
-{
-    const int nul = text.indexOf('\0');
-    if (nul >= 0) {
-        text.truncate(nul);
-    }
-    return text;
-}
-
-} // namespace
 
 Webbrowsersouthinterface *Webbrowsersouthinterface::instance()
 {
@@ -36,7 +24,7 @@ Webbrowsersouthinterface::Webbrowsersouthinterface()
 
 bool Webbrowsersouthinterface::start()
 {
-    leaveForRestart();
+    closeConnectionForRestart();
     launch();
     QThread::msleep(ulong(m_waits.settle.count()));
     if (!connectInThreeAttempts()) {
@@ -71,5 +59,5 @@ void Webbrowsersouthinterface::slot_readyRead()
     if (gpWebSocket) {
         MessageRun::send_msg(QString::fromUtf8(upToNul(m_socket.readAll())));
     }
-    TRACE << m_socket.readAll(); // what there is no page for
+    TRACE << m_socket.readAll(); // nothing, unless no page is current
 }

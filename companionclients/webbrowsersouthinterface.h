@@ -6,9 +6,9 @@
 /**
  * The client of the browser helper, which shows pages on the customer's screen.
  *
- * Requests, numbers of 32 bits in native byte order: type 1, length, URL; or type 2, length, URL,
- * length, page data. Texts are UTF-8 up to their first zero byte. What the helper replies goes to
- * the current page as text.
+ * Requests: type 1, length, URL; or type 2, length, URL, length, page data. The numbers have 32
+ * bits in native byte order; texts are UTF-8 and end at their first zero byte. The helper's replies
+ * go to the current client as text.
  */
 class Webbrowsersouthinterface : public CompanionClient
 {
@@ -17,16 +17,16 @@ class Webbrowsersouthinterface : public CompanionClient
 public:
     static Webbrowsersouthinterface *instance();
 
-    /// Starts the helper and connects. \return whether the connection stands
+    /// Starts the helper and connects. \return whether it is connected
     bool start();
 
-    /// Ends the connection: the helper then closes its window.
-    void stopWeb() { leave(); }
+    /// Disconnects, upon which the helper closes its window.
+    void stopWeb() { closeConnection(); }
 
-    /// Shows a page. \return false without a connection, or when a number could not be written
+    /// Shows a page. \return false if not connected, or if a number could not be written
     bool openURL(const QString &url);
 
-    /// The same with data for the page, unparsed.
+    /// The same with data for the page, passed on unparsed.
     bool openURL(const QString &url, const QString &data);
 
 public Q_SLOTS:

@@ -9,8 +9,8 @@
 #include <type_traits>
 
 /**
- * Reads a number as the protocol does: base 10; a text that is no number, or is out of the
- * type's range, is 0.
+ * Parses a number the protocol's way: base 10; 0 if the text is not a number or is out of the
+ * type's range.
  */
 template <class Number> Number numberFrom(const QStringRef &text)
 {
@@ -29,18 +29,18 @@ template <class Number> Number numberFrom(const QStringRef &text)
     }
 }
 
-/// The same for a whole argument text: what commands with one argument take.
+/// The same for a whole argument text, for commands with a single argument.
 template <class Number> Number numberFrom(const QString &text)
 {
     return numberFrom<Number>(QStringRef(&text));
 }
 
 /**
- * The fields of an argument text: parted at ",", empty fields kept, so an empty text is one
- * empty field. Every reader is total: a missing field is an empty text or 0, never a crash.
+ * The fields of an argument text, separated by ",". Empty fields count, so an empty text is one
+ * empty field. Any index is safe: a missing field reads as an empty text or 0.
  *
- * Fields are looked for when they are asked for: commands have few, and a text of nothing but ","
- * must not cost more memory than it has itself.
+ * Fields are searched for on access instead of split in advance: commands use few of them, and a
+ * text of nothing but "," must not take many times its own memory.
  */
 class Arguments
 {
@@ -53,16 +53,16 @@ public:
 
     int count() const { return m_text.count(QLatin1Char(',')) + 1; }
 
-    /// A field as it was sent.
+    /// A field, unchanged.
     QString text(int index) const { return field(index).toString(); }
 
-    /// A field as NUL-terminated UTF-8, alive as long as this object.
+    /// A field as NUL-terminated UTF-8, valid as long as this object.
     const char *utf8(int index) const { return keep(field(index).toUtf8()); }
 
-    /// A field in the local 8-bit encoding, NUL-terminated, alive as long as this object.
+    /// A field in the local 8-bit encoding, NUL-terminated, valid as long as this object.
     const char *local8Bit(int index) const { return keep(field(index).toLocal8Bit()); }
 
-    /// A field as a number of a named width (short, int, long, qint64, float).
+    /// A field as a number: short, int, long, qint64 or float.
     template <class Number> Number number(int index) const
     {
         return numberFrom<Number>(field(index));

@@ -13,8 +13,8 @@ constexpr char standardAlphabet[] =
 constexpr char urlAlphabet[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789-_";
 
 /**
- * Two characters for every 12 bits: every preview frame passes here, and a pair at a time takes
- * a quarter of the time of a character at a time.
+ * Two characters for every 12 bits. Every preview frame passes through here, and encoding in pairs
+ * takes a quarter of the time.
  */
 using PairTable = std::array<char, 4096 * 2>;
 

@@ -5,30 +5,30 @@
 #include <string>
 
 /**
- * Base64 of bytes, RFC 4648, without line breaks.
- * \param url  false: the standard alphabet, filled up with "="; true: "-" and "_" in place of "+"
- *             and "/", filled up with "." (not the RFC's "=": pages expect it so)
+ * Encodes bytes as base64, RFC 4648, without line breaks.
+ * \param url  false: the standard alphabet, padded with "="; true: "-" and "_" instead of "+" and
+ *             "/", padded with "." (not the RFC's "=", but what pages expect)
  */
 std::string base64_encode(const unsigned char *bytes, unsigned long length, bool url);
 
-/// Base64 of bytes in the standard alphabet with "=".
+/// Encodes bytes as base64 in the standard alphabet, padded with "=".
 std::string base64_encode(const unsigned char *bytes, unsigned int length);
 
 /**
- * The bytes of a base64 text in the standard alphabet. Ends without an error at the end, the
- * first "=" or the first character outside the alphabet (a line break too). Two or three
- * characters left over give one or two bytes, a single one nothing.
+ * Decodes a base64 text in the standard alphabet. Stops, without an error, at the first "=" or
+ * other character outside the alphabet, line breaks included. Two or three characters left over
+ * give one or two bytes, a single one gives none.
  */
 std::string base64_decode(const std::string &text);
 
-/// Length of the base64 text of so many bytes.
+/// Length of the base64 text of this many bytes.
 constexpr std::size_t base64Length(std::size_t bytes)
 {
     return (bytes + 2) / 3 * 4;
 }
 
 /**
- * The encoder itself, into memory of the caller: standard alphabet with "=".
- * \param text  room for base64Length(length) characters; no NUL is appended
+ * Encodes into the caller's memory: standard alphabet, padded with "=".
+ * \param text  has room for base64Length(length) characters; no NUL is appended
  */
 void base64EncodeInto(const unsigned char *bytes, std::size_t length, char *text);

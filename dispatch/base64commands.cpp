@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// The two base64 commands of the device library; the codec of base64.h has no part in them.
+// The device library's two base64 commands, which do not use the codec of base64.h.
 
 #include "devicelib/doccamera.h"
 #include "dispatch/arguments.h"
@@ -12,7 +12,7 @@ QString MessageRun::Base64Encode_callback(QString name, QString args, MessageRun
     return reply(name, utf8Of(DeviceText(Base64Encode(args.toUtf8().constData()))));
 }
 
-// Unlike most texts these go out in the local 8-bit encoding.
+// Unlike most texts, these are passed in the local 8-bit encoding.
 QString MessageRun::Base64Decode_callback(QString name, QString args, MessageRun *)
 {
     const Arguments fields(args);

@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: MIT
 //
-// The command vocabulary, once, in the order of registration. No include guard: whoever includes
-// this file defines COMMAND(command) first, and gets it expanded for every name. From here come
-// the declarations of the callbacks (MessageRun), the registry, and the checks of the tests.
+// The list of all commands, in the order of registration. No include guard: define
+// COMMAND(command) before including this file, which expands it for every name. It generates the
+// declarations of the callbacks (MessageRun), the registry and checks in the tests.
 //
-// The spellings are what pages send, odd ones included.
+// The spellings, including the odd ones, are those that pages send.
 
 #ifndef COMMAND
 #error "define COMMAND(command) before including commandlist.h"

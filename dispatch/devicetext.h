@@ -1,26 +1,35 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include <QByteArray>
 #include <QString>
 
 #include <cstdlib>
 #include <memory>
 
-/// A text that the device library allocated with malloc and gave away; freed with its owner.
+/// Frees a text that the device library allocated with malloc.
 struct FreeText
 {
     void operator()(char *text) const { std::free(text); }
 };
+/// A malloc'ed text of the device library that the caller owns.
 using DeviceText = std::unique_ptr<char, FreeText>;
 
-/// A device text as it is meant where nothing else is said: UTF-8; null is empty.
+/// Decodes a device text as UTF-8, the usual encoding; null is empty.
 inline QString utf8Of(const DeviceText &text)
 {
     return QString::fromUtf8(text.get());
 }
 
-/// A device text byte for byte, one character each; null is empty.
+/// Converts a device text byte by byte, as Latin-1; null is empty.
 inline QString latin1Of(const DeviceText &text)
 {
     return QString::fromLatin1(text.get());
+}
+
+/// The bytes before the first NUL, which some device libraries count in a message's length.
+inline QByteArray upToNul(const QByteArray &bytes)
+{
+    const int nul = bytes.indexOf('\0');
+    return nul < 0 ? bytes : bytes.left(nul);
 }

@@ -41,7 +41,7 @@ void MessageRun::handle_msg_slot(QString msg, QObject *)
     QString args;
     const int open = msg.indexOf(QLatin1Char('('));
     if (open >= 0) {
-        // The last character is dropped whatever it is: it need not be ")".
+        // Drops the last character, whether or not it is ")".
         args = msg.mid(open + 1, qMax(0, msg.size() - open - 2));
         name = msg.left(open);
     }

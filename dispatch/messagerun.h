@@ -12,16 +12,17 @@ class QTimer;
 class QWebSocket;
 
 /**
- * The current client: the page that sent the latest command; null after any page has left.
- * Replies and library events go to it. Main thread only. Written by the transport alone.
+ * The current client: the page that sent the latest command; null after any page has left, until
+ * the next command. Replies and library events go to it. Main thread only. Set by the transport
+ * alone.
  */
 extern QPointer<QWebSocket> gpWebSocket;
 
 /**
- * The dispatcher: turns one text of a page, `name(arguments)`, into one call of the command's
- * callback, and is the door through which replies leave.
+ * The dispatcher: turns each text from a page, `name(arguments)`, into a call of the command's
+ * callback, and sends the replies.
  *
- * Lives in the main thread; every callback runs there, one at a time, in the order in which the
+ * Lives in the main thread. Every callback runs there, one at a time, in the order in which the
  * texts arrived.
  */
 class MessageRun : public QObject
@@ -32,18 +33,18 @@ public:
     /**
      * A command callback.
      * \param name  the command as received
-     * \param args  the argument text: all after the first "(" but the last character
+     * \param args  the argument text: everything after the first "(" except the last character
      * \param self  the dispatcher
-     * \return the reply that it has sent; nobody looks at it
+     * \return the reply that was sent; ignored
      */
     using Callback = QString (*)(QString name, QString args, MessageRun *self);
 
     explicit MessageRun(QObject *parent = nullptr);
 
-    /// The registry: every command that exists, by name.
+    /// The registry: every command by its name.
     const QMap<QString, Callback> &commands() const { return m_commands; }
 
-    /// Sends a text to the current client; drops it when there is none. Main thread only.
+    /// Sends a text to the current client; drops it if there is none. Main thread only.
     static void send_msg(QString text);
 
     /**
@@ -52,33 +53,33 @@ public:
      */
     static void send_json_msg(bool ok, QString funcname, QString data);
 
-    /// send_msg from any thread: the text is sent by the main thread, later.
+    /// send_msg() from any thread. Another thread's text is sent later, by the main thread.
     void sendmsg_thread(QString text);
 
     /**
-     * The same without a dispatcher at hand: for listeners of the device library that are called
-     * on its threads and get no context. The page that is current at delivery gets it.
+     * The same without a dispatcher, for the device library's callbacks: they run on its threads
+     * and some get no context. Always sent later, to the client that is current then.
      */
     static void sendFromAnyThread(const QString &text);
 
     /**
-     * \name Replies: compose the framed text, send it to the current client, return it.
+     * \name Replies: compose the framed text, send it to the current client and return it.
      * @{
      */
     static QString reply(const QString &name, const QString &result);
     static QString reply(const QString &name, bool result);
-    static QString reply(const QString &name); ///< the bare acknowledgement, no result
+    static QString reply(const QString &name); ///< acknowledges, with an empty result
     template <class Number, class = std::enable_if_t<std::is_integral_v<Number>>>
     static QString reply(const QString &name, Number result)
     {
         return reply(name, QString::number(result));
     }
-    static QString reply(const QString &name, const char *) = delete; // it would be a truth value
+    static QString reply(const QString &name, const char *) = delete; // would convert to bool
     /// @}
 
     /**
-     * The reply of the many commands that hand two UTF-8 texts on: false, without the call, with
-     * fewer than two fields; further fields are ignored.
+     * Calls a device function with the first two fields in UTF-8 and replies with its result. With
+     * fewer than two fields, replies false without calling it; further fields are ignored.
      */
     static QString replyTwoTexts(const QString &name, const QString &args,
                                  bool (*call)(const char *first, const char *second));
@@ -96,21 +97,21 @@ public:
 Q_SIGNALS:
     void handle_msg_signal(QString msg, QObject *);
     void sig_sendmsg(QString message);
-    /// Ends the wait of an upload.
+    /// An upload is done; each Upload checks whether it is its own.
     void sig_sync_close();
 
 public Q_SLOTS:
-    /// Entry from the transport: one command text. The socket is not looked at.
+    /// Entry from the transport: one command text. The socket is ignored.
     void recv_msg(QString msg, QWebSocket *socket);
-    /// Parses one command text and calls its callback; an unknown name gets no answer.
+    /// Parses one command text and calls its callback; an unknown name gets no reply.
     void handle_msg_slot(QString msg, QObject *);
-    /// Pushes one frame to the current client. Nothing starts the timer that would call it.
+    /// Pushes one frame to the current client. The timer that calls it is never started.
     void OnSengImgMessage();
-    /// An answer of a server to an upload, arriving later: sent as a reply of sUpLoadImageEx2.
+    /// A server's late answer to an upload, sent as a reply of sUpLoadImageEx2.
     void http_reply_slot(int retCode, QString text);
-    /// An event of the automatic scan: sent as a reply of iAutoScan.
+    /// An event of the automatic scan, sent as a reply of iAutoScan.
     void slot_iAutoshot(int pagenum);
-    /// Part of the signal-slot table of the fingerprint modules; there is nothing to do.
+    /// Slot for fingerprint modules to connect to; does nothing.
     void slot_zazfpRead(bool bOK, QString fileName);
 
 private:

@@ -1,7 +1,8 @@
 // SPDX-License-Identifier: MIT
 //
-// Files and folders, for pages can't reach them themselves. Commands with one path take the whole
-// argument text, "," included; but for bDeleteFileForever, which takes the first field.
+// Files and folders, on behalf of pages, which have no access to them. Commands with one path take
+// the whole argument text, including any ","; except bDeleteFileForever, which takes the first
+// field.
 
 #include "devicelib/doccamera.h"
 #include "dispatch/arguments.h"
@@ -71,7 +72,7 @@ QString MessageRun::IsExeExist_callback(QString name, QString, MessageRun *)
     return reply(name, IsExeExist());
 }
 
-// Answered without the device library.
+// Does not ask the device library.
 QString MessageRun::sGetTempPath_callback(QString name, QString, MessageRun *)
 {
     return reply(name, QStringLiteral("/tmp"));

@@ -17,15 +17,15 @@
 
 namespace {
 
-// The mutex of the log. It is no member because it must outlive the log: when the program ends, a
-// thread that prints may be waiting for it. (Its destructor does nothing.)
+// Not a member: it must outlive the log, since a thread that prints may be waiting for it while the
+// program exits. (Its destructor does nothing.)
 std::mutex s_mutex;
-QLog *s_log = nullptr; // guarded by s_mutex; null before and after the log's life
+QLog *s_log = nullptr; // guarded by s_mutex; null before the log exists and after it is gone
 
 thread_local bool t_holdsMutex = false;
 thread_local bool t_isNetThread = false;
 
-/// Holds s_mutex; does nothing in a thread that holds it already, as a slot called by log() does.
+/// Locks s_mutex, unless this thread holds it already, as in a slot called by log().
 class Lock
 {
 public:
@@ -50,7 +50,7 @@ private:
     const bool m_outermost;
 };
 
-/// A line as bytes, and how many of them the file would report right after a QTextStream took it.
+/// An encoded line, and by how much the file's size grows right after a QTextStream took it.
 struct EncodedLine
 {
     QByteArray bytes;
@@ -58,35 +58,36 @@ struct EncodedLine
 };
 
 /**
- * The bytes that QTextStream makes of `stream << text << "\n"`. It keeps up to 16384 characters
- * to itself until it is destroyed (qtextstream.cpp, QTEXTSTREAM_BUFFERSIZE), so the file reports
- * nothing of a line that fits, all of one whose line end overflows, else all but the line end.
+ * The bytes that QTextStream writes for `stream << text << "\n"`. It buffers up to 16384 characters
+ * until it is destroyed (qtextstream.cpp, QTEXTSTREAM_BUFFERSIZE). So the file doesn't grow at
+ * first by a line that fits, grows by all of a line whose line end overflows the buffer, and by all
+ * but the line end of a longer one.
  */
 EncodedLine encodedLine(const QString &text)
 {
-    constexpr int StreamBufferSize = 16384;
-    constexpr QChar LineEnd(u'\n');
+    constexpr int streamBufferSize = 16384;
+    constexpr QChar lineEnd(u'\n');
     const QTextCodec *codec = QTextCodec::codecForLocale();
     QTextCodec::ConverterState state(QTextCodec::IgnoreHeader);
-    if (text.size() > StreamBufferSize) {
+    if (text.size() > streamBufferSize) {
         const QByteArray bytes = codec->fromUnicode(text.constData(), text.size(), &state);
-        return {bytes + codec->fromUnicode(&LineEnd, 1, &state), bytes.size()};
+        return {bytes + codec->fromUnicode(&lineEnd, 1, &state), bytes.size()};
     }
-    const QString line = text + LineEnd;
+    const QString line = text + lineEnd;
     const QByteArray bytes = codec->fromUnicode(line.constData(), line.size(), &state);
-    return {bytes, line.size() > StreamBufferSize ? bytes.size() : 0};
+    return {bytes, line.size() > streamBufferSize ? bytes.size() : 0};
 }
 
 QDateTime creationTime(const QFileInfo &file)
 {
-    // Not every file system knows it; the time of the last change is the earliest left then.
+    // Not every file system records it; the last metadata change is the closest substitute.
     const QDateTime birth = file.birthTime();
     return birth.isValid() ? birth : file.metadataChangeTime();
 }
 
 } // namespace
 
-/// The state of the log, and what is done with the file and the network; s_mutex held.
+/// State of the log, and its operations on the file and the network. All of it needs s_mutex.
 struct QLog::Record
 {
     unsigned short port = 34353;
@@ -95,15 +96,15 @@ struct QLog::Record
     QString logPath;
     QString name = QStringLiteral("vx");
     QFile file;
-    QString currentFileName; // the last one opened, or tried; empty forces a reopen
-    QLogToNet *net = nullptr; // lives and dies in netThread
+    QString currentFileName; // last file opened, or attempted; empty: reopen
+    QLogToNet *net = nullptr; // lives in netThread and is deleted there
     QThread *netThread = nullptr;
     HandlerFlags flags;
 
-    static constexpr qint64 NeverChecked = std::numeric_limits<qint64>::min();
+    static constexpr qint64 neverChecked = std::numeric_limits<qint64>::min();
     Clock clock = &QDateTime::currentMSecsSinceEpoch;
-    qint64 checkedMinute = NeverChecked; // since the epoch; when currentFileName was last checked
-    qint64 size = 0; // of the file, counted along
+    qint64 checkedMinute = neverChecked; // of the last check of currentFileName, since the epoch
+    qint64 size = 0; // of the file, as tracked by writeLine()
 
     void writeLine(const QString &text);
     void checkFile(qint64 now);
@@ -139,8 +140,8 @@ void QLog::Record::writeLine(const QString &text)
 
 void QLog::Record::checkFile(qint64 now)
 {
-    // Time zones differ by whole minutes, so a day begins with a minute. Looked at that often, a
-    // new time zone is noticed, too, and a file that somebody else has cut short.
+    // A day starts on a whole minute in every time zone, so one check a minute is enough. It also
+    // notices a changed time zone and a file that was truncated from outside.
     const qint64 minute = now / 60000;
     if (minute == checkedMinute) {
         return;
@@ -159,7 +160,8 @@ void QLog::Record::checkFile(qint64 now)
 
 void QLog::Record::rotateFile(qint64 now)
 {
-    // Never overwrites: the second rotation within a second fails, and the file grows on.
+    // rename() never overwrites: a second rotation within one second fails, and the file keeps
+    // growing.
     file.rename(fileName(now, QStringLiteral("yyyy-MM-dd-hhmmss")));
     closeFile();
 }
@@ -170,7 +172,7 @@ void QLog::Record::closeFile()
         file.close();
     }
     currentFileName.clear();
-    checkedMinute = NeverChecked;
+    checkedMinute = neverChecked;
 }
 
 void QLog::Record::deleteOldFiles() const
@@ -218,7 +220,7 @@ QLog::~QLog()
     handler({});
     const Lock lock;
     s_log = nullptr;
-    m_record->stopNet(); // somebody may have created it without the flag
+    m_record->stopNet(); // createLogNet() works without the flag, too
 }
 
 void QLog::handler(HandlerFlags flags)
@@ -300,7 +302,7 @@ void QLog::setLogPath(const QString &path)
 {
     const Lock lock;
     m_record->logPath = QDir::toNativeSeparators(path);
-    m_record->checkedMinute = Record::NeverChecked;
+    m_record->checkedMinute = Record::neverChecked;
     QDir().mkpath(m_record->logPath);
 }
 
@@ -338,13 +340,13 @@ void QLog::createLogNet()
     }
     auto *net = new QLogToNet(m_record->port);
     connect(this, &QLog::sig_toNet, net, &QLogToNet::slot_toNet);
-    // Whatever thread prints may get here, and a parent must live in the same one.
+    // Any thread that prints may get here, and a parent must live in the same thread.
     auto *thread = new QThread(QThread::currentThread() == this->thread() ? this : nullptr);
     thread->setObjectName(QStringLiteral("log-net"));
     connect(
         thread, &QThread::started, net, [] { t_isNetThread = true; }, Qt::DirectConnection);
-    // At the thread's end, in the thread: what is still on its way goes out, then the port closes.
-    // Not deleteLater(), which does nothing when the application object is gone already.
+    // Runs in the thread as it ends: sends what is still queued, then closes the port. Not
+    // deleteLater(), which does nothing once the application object is gone.
     connect(
         thread, &QThread::finished, net,
         [net] {
@@ -368,5 +370,5 @@ void QLog::setClock(Clock clock)
 {
     const Lock lock;
     m_record->clock = clock ? std::move(clock) : &QDateTime::currentMSecsSinceEpoch;
-    m_record->checkedMinute = Record::NeverChecked;
+    m_record->checkedMinute = Record::neverChecked;
 }

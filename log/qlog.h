@@ -8,25 +8,24 @@
 #include <memory>
 
 /**
- * The log of the process: takes Qt's message handler over, so that every line that qDebug, qInfo,
- * qWarning, qCritical and qFatal print goes to a dated file, to the listeners of the network log
- * and to whoever is connected to a signal, as switched on by handler().
+ * The log of the process. Installs Qt's message handler, so that everything printed with qDebug,
+ * qInfo, qWarning, qCritical and qFatal goes to a dated file, to the listeners of the network log
+ * and to a signal, as selected with handler().
  *
- * A line is the message as it is: no time, no level, no category; whoever wants them prints them.
- * In the file a line end follows, in the local 8-bit encoding (QTextCodec::codecForLocale()).
+ * A message is logged as it is, without time, level or category. In the file it is followed by a
+ * line end and encoded in the local 8-bit encoding (QTextCodec::codecForLocale()).
  *
- * Files lie in logPath(): `vx_log_yyyy-MM-dd.txt` is the file of the day; when it has grown beyond
- * maxLogSize() it is moved to `vx_log_yyyy-MM-dd-hhmmss.txt` and begun anew. Whenever a file is
- * opened, old ones are deleted (autoDeleteLog()).
+ * The files are in logPath(). The current day's file is `vx_log_yyyy-MM-dd.txt`; once it is larger
+ * than maxLogSize(), it is renamed to `vx_log_yyyy-MM-dd-hhmmss.txt` and a new one is started.
+ * Opening a file deletes the expired ones (autoDeleteLog()).
  *
- * Every function may be called from any thread. One message at a time is handled, in the thread
- * that prints it, under one mutex that everything else here takes too. What is printed while its
- * own thread holds that mutex (by Qt, or by a slot connected directly to a signal of this class)
- * is not logged, nor is what the network log's thread prints: it would wait for itself.
+ * Every function may be called from any thread. Messages are handled one at a time, in the thread
+ * that prints them, under the mutex that all functions here take. To avoid a deadlock, messages
+ * are dropped that are printed by a thread already holding that mutex (by Qt, or by a slot
+ * connected directly to a signal of this class) or by the network log's own thread.
  *
- * No failure is reported, for there is nowhere to report to. Lines for a file that could not be
- * opened go to standard error, until there is a reason to open another one (the next day, another
- * folder).
+ * Failures are not reported, since the log is where they would go. If a file can't be opened, its
+ * lines go to standard error until another file is due (the next day, another folder).
  */
 class QLog : public QObject
 {
@@ -34,49 +33,50 @@ class QLog : public QObject
 
 public:
     enum HandlerFlag {
-        LogToFile = 1, ///< appended to the file of the day
-        LogToNet = 2, ///< sent to the listeners of the network log, which begins with the first
-        LogToSignal = 4, ///< passed on by sig_newLog()
+        LogToFile = 1, ///< append to the current day's file
+        LogToNet = 2, ///< send to the network log's listeners; the first message starts it
+        LogToSignal = 4, ///< emit sig_newLog()
     };
     Q_DECLARE_FLAGS(HandlerFlags, HandlerFlag)
     Q_FLAG(HandlerFlags)
 
-    /// Milliseconds since the epoch, as QDateTime::currentMSecsSinceEpoch() has them.
+    /// Milliseconds since the epoch, like QDateTime::currentMSecsSinceEpoch().
     using Clock = std::function<qint64()>;
 
     /**
-     * The one log; made by the first call, which needs the application object for logPath(), and
-     * destroyed when the program ends. What is printed after that goes where Qt sends it.
+     * The log of this process, created by the first call (which needs the application object for
+     * logPath()) and destroyed at exit. Messages printed later get Qt's default handling.
      */
     static QLog *instance();
     ~QLog() override;
 
     /**
-     * Takes the message handler over, or changes what it does; with no flag gives it back to Qt.
-     * What is no longer wanted is closed before this returns: the file, the port and the thread
-     * of the network log, whose listeners get what was printed before if they read as it comes.
+     * Selects where messages go. Installs the message handler, or restores Qt's if no flag is set.
+     * Whatever is no longer needed is closed before this returns: the file, and the network log
+     * with its port and thread. Its listeners still get what was printed before, unless they are
+     * slow to read.
      */
     void handler(HandlerFlags flags);
 
-    /// Days that files are kept; 30 unless set.
+    /// Retention of the files in days; default 30.
     unsigned short saveDay() const;
     void setSaveDay(unsigned short days);
 
     /**
-     * Bytes above which the file of the day is rotated; 52428800 unless set. What counts is the
-     * size before the line just written, unless that has 16384 characters or more.
+     * Size in bytes above which the current file is rotated; default 52428800. It is compared with
+     * the size before the line just written, or after it if that has 16384 characters or more.
      */
     int maxLogSize() const;
     void setMaxLogSize(int bytes);
 
-    /// The folder of the files, with native separators; "log" beside the program unless set.
+    /// The folder of the files, with native separators; default: "log" beside the program.
     QString logPath() const;
-    /// Makes the folder, with its parents, if it is missing. The next message goes there.
+    /// Creates the folder and its parents if missing. The next message goes there.
     void setLogPath(const QString &path);
 
-    /// The TCP port of the network log; 34353 unless set.
+    /// The TCP port of the network log; default 34353.
     unsigned short netPort() const;
-    /// Ends the network log on the old port before it returns; the next message begins the new one.
+    /// Stops the network log on the old port before returning; the next message starts the new one.
     void setPort(unsigned short port);
 
     /// Emits sig_newLog().
@@ -84,23 +84,22 @@ public:
     /// Emits sig_toNet().
     void toNet(const QString &message);
 
-    /// Begins the network log unless it exists; the handler does so by itself.
+    /// Starts the network log unless it is running; the message handler does so by itself.
     void createLogNet();
 
     /**
-     * Deletes the files that were created saveDay() days ago or earlier. Only those ending in
-     * ".txt" that have "vx" in their names; and only if the folder holds at least saveDay() files
-     * ending in ".txt", whatever else they are called.
+     * Deletes the ".txt" files with "vx" in their names that were created at least saveDay() days
+     * ago; but none at all while the folder holds fewer than saveDay() ".txt" files of any name.
      */
     void autoDeleteLog();
 
-    /// For tests: takes the time from here; an empty function brings the real clock back.
+    /// For tests: sets the source of the time; an empty function restores the real clock.
     void setClock(Clock clock);
 
 Q_SIGNALS:
-    /// A message, for LogToSignal. Emitted in the thread that prints, the mutex held.
+    /// A message, for LogToSignal. Emitted in the thread that prints it, with the mutex held.
     void sig_newLog(const QString &message);
-    /// A message on its way to the network log. Emitted in the thread that prints, the mutex held.
+    /// A message for the network log. Emitted in the thread that prints it, with the mutex held.
     void sig_toNet(const QString &message);
 
 private:

@@ -23,8 +23,8 @@ QLogToNet::QLogToNet(unsigned short port, QObject *parent)
     m_record->server = new QTcpServer(this);
     connect(m_record->server, &QTcpServer::newConnection, this, &QLogToNet::acceptClients);
     if (m_record->server->listen(QHostAddress::AnyIPv4, port)) {
-        // A thread without an event loop, such as a device library's, has nothing that watches
-        // sockets: there the server is bound but deaf. This runs in the thread it is moved to.
+        // In a thread without an event dispatcher, such as a device library's, the server is bound
+        // but does not accept. This runs in the thread that it is moved to.
         QMetaObject::invokeMethod(m_record->server, &QTcpServer::resumeAccepting,
                                   Qt::QueuedConnection);
     }
@@ -47,7 +47,7 @@ void QLogToNet::acceptClients()
             continue;
         }
         connect(client, &QTcpSocket::disconnected, this, &QLogToNet::removeClient);
-        // Unread input would pile up in the socket.
+        // Otherwise unread input would accumulate in the socket.
         connect(client, &QTcpSocket::readyRead, client,
                 [client] { client->skip(client->bytesAvailable()); });
         m_record->clients.append(client);
@@ -67,7 +67,7 @@ void QLogToNet::removeClient()
 void QLogToNet::slot_toNet(const QString &message)
 {
     Q_ASSERT(QThread::currentThread() == thread());
-    // Written to without the mutex: a write that finds its listener gone calls removeClient().
+    // Writes without the mutex: a write to a listener that has gone calls removeClient().
     QList<QTcpSocket *> clients;
     {
         const std::lock_guard<std::mutex> lock(m_record->mutex);
@@ -75,7 +75,7 @@ void QLogToNet::slot_toNet(const QString &message)
     }
     const QByteArray bytes = message.toUtf8();
     for (QTcpSocket *client : qAsConst(clients)) {
-        if (client->bytesToWrite() > MaxWaitingBytes) {
+        if (client->bytesToWrite() > maxWaitingBytes) {
             client->abort();
             continue;
         }

@@ -8,11 +8,11 @@
 
 /**
  * The network log: a TCP server that copies every log message to every connected listener, as raw
- * UTF-8 with no terminator or length in between. What listeners send is thrown away.
+ * UTF-8 without terminators or lengths. What listeners send is discarded.
  *
- * Owned and run by QLog in a thread of its own. It may be created in any thread and moved then;
- * everything else happens in the thread it lives in. Nothing here reports a failure: a port that
- * can't be bound leaves a network log without listeners, a write error is left to the socket.
+ * Owned by QLog, which runs it in a thread of its own. It may be created in any thread and moved
+ * afterwards; everything else happens in the thread it lives in. Failures are not reported: if the
+ * port can't be bound there are no listeners, and write errors are left to the socket.
  */
 class QLogToNet : public QObject
 {
@@ -20,18 +20,18 @@ class QLogToNet : public QObject
 
 public:
     /**
-     * Bytes that may wait for one listener, beside what the system's own socket buffers hold. Who
-     * reads so slowly that more waits is disconnected at the next message; the others go on.
+     * Bytes that may be queued for one listener, not counting the kernel's socket buffers. A slow
+     * listener with more than that is disconnected at the next message; the others are unaffected.
      */
-    static constexpr qint64 MaxWaitingBytes = 8 * 1024 * 1024;
+    static constexpr qint64 maxWaitingBytes = 8 * 1024 * 1024;
 
-    /// Listens at once, on all IPv4 addresses.
+    /// Starts listening at once, on all IPv4 addresses.
     explicit QLogToNet(unsigned short port, QObject *parent = nullptr);
     /// Closes the port and drops the listeners.
     ~QLogToNet() override;
 
 public Q_SLOTS:
-    /// Sends the message to every listener, in the order they came.
+    /// Sends the message to every listener, in the order in which they connected.
     void slot_toNet(const QString &message);
 
 private:

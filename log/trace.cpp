@@ -20,7 +20,7 @@ QByteArray baseName(const char *file)
 
 QDebug traceLine(const char *file, int line, const char *function)
 {
-    // A plain C text is the one kind of text that QDebug does not quote.
+    // QDebug quotes every kind of string but plain C strings.
     return QMessageLogger(file, line, function).debug()
         << line << function << baseName(file).constData();
 }

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// What is connected, and versions.
+// Connected devices and versions.
 
 #include "devicelib/cardreader.h"
 #include "devicelib/doccamera.h"
@@ -13,8 +13,8 @@
 namespace {
 
 /**
- * USB identifiers of the makers' document cameras, as their library spells them; upper case is
- * another text.
+ * USB identifiers of the vendors' document cameras, as their library spells them. Compared
+ * case-sensitively.
  */
 const std::array<QLatin1String, 3> cameraIds{
     QLatin1String("usb#vid_2b19&pid_0200"),
@@ -31,7 +31,7 @@ bool cameraConnected()
 
 } // namespace
 
-// A form of its own: two statuses, parted by "|".
+// Two statuses, separated by "|".
 QString MessageRun::GetDeviceStatus_callback(QString, QString, MessageRun *)
 {
     const QString camera =
@@ -58,12 +58,12 @@ QString MessageRun::sGetDevicesId_callback(QString name, QString, MessageRun *)
 
 QString MessageRun::sServerVersion_callback(QString name, QString, MessageRun *)
 {
-    std::array<char, 1001> text{}; // one more than the library is told of: always terminated
+    std::array<char, 1001> text{}; // one more than announced to the library: always terminated
     doccameraVeriosn(text.data(), int(text.size()) - 1);
     return reply(name, QString::fromUtf8(text.data()));
 }
 
-// What pages know this server by; no version of the program or its platform.
+// Constants by which pages recognize this server, not the program's version or platform.
 QString MessageRun::getVersion_callback(QString name, QString, MessageRun *)
 {
     return reply(name, QStringLiteral("V1.0.2"));

@@ -15,9 +15,9 @@
 Q_DECLARE_METATYPE(recording::Value)
 
 /**
- * A test of a family of commands: text in, device calls, reply out. Its commands_data() gives the
- * table; each of its functions has a page of its own, which is current. A test with an init() or a
- * cleanup() calls those here from it.
+ * Base of the tests of command families: text in, device calls and reply out. commands_data() of
+ * the derived test provides the table. Every test function has its own page, which is the current
+ * client. A derived init() or cleanup() must call the one here.
  */
 class CommandTest : public QObject
 {
@@ -26,7 +26,7 @@ class CommandTest : public QObject
 protected Q_SLOTS:
     void initTestCase()
     {
-        // So that the local 8-bit encoding shows where it isn't UTF-8.
+        // Makes a mistaken local 8-bit encoding visible.
         QTextCodec::setCodecForLocale(QTextCodec::codecForName("GBK"));
         clock().runFree();
         base::Clock::setShared(&clock());
@@ -75,9 +75,10 @@ protected:
     }
 
     /**
-     * \param answer  what the device says to the last of the calls; the others say nothing
-     * particular \param calls   the device calls with their arguments, parted by blanks \param
-     * result  the text within the frame; null: the command answers nothing
+     * Adds a row to the table.
+     * \param answer  the device's answer to the last of the calls; the others get the default
+     * \param calls   the device calls with their arguments, separated by blanks
+     * \param result  the text within the frame; null: the command does not reply
      */
     static void commandRow(const char *title, const char *command, const char *args,
                            const recording::Value &answer, const char *calls, const char *result)
@@ -93,7 +94,7 @@ protected:
     void send(const QString &command) { m_dispatcher.recv_msg(command, nullptr); }
     void send(const char *command) { send(QString::fromUtf8(command)); }
 
-    /// Sends it. \return the reply, frame and all
+    /// Sends a command. \return the framed reply
     template <class Text> QString ask(const Text &command)
     {
         send(command);
@@ -107,9 +108,9 @@ protected:
         return clock;
     }
 
-    void leave() { m_pair.reset(); } ///< The page goes away.
+    void leave() { m_pair.reset(); } ///< Closes the page.
 
-    /// Whether the page is the current one, or none is.
+    /// Makes the page the current client, or nobody.
     void setCurrent(bool isCurrent) { gpWebSocket = isCurrent ? m_pair->serverSide() : nullptr; }
 
     MessageRun m_dispatcher;

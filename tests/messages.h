@@ -10,7 +10,7 @@
 
 /**
  * Collects what a worker thread emits the way the transport gets it, through the event loop.
- * (A QSignalSpy would be written to by the worker.)
+ * (A QSignalSpy would be written to by the worker's thread.)
  */
 class Messages : public QObject
 {
@@ -25,14 +25,14 @@ public:
         keep(worker, &CaptureImgThread::sig_frame, m_frames);
     }
 
-    /// Results and frames that have arrived and were not taken by next() or nextFrame().
+    /// Results and frames received and not yet taken with next() or nextFrame().
     const QList<QByteArray> &list() const { return m_results; }
     const QList<QByteArray> &frames() const { return m_frames; }
 
-    /// The next result, waited for; "nothing" when none comes.
+    /// Waits for the next result; "nothing" if none comes.
     QByteArray next() { return takeFrom(m_results); }
 
-    /// The next preview frame, waited for; "nothing" when none comes.
+    /// Waits for the next preview frame; "nothing" if none comes.
     QByteArray nextFrame() { return takeFrom(m_frames); }
 
 private:
@@ -44,7 +44,7 @@ private:
 
     static QByteArray takeFrom(QList<QByteArray> &list)
     {
-        const bool came = QTest::qWaitFor([&list] { return !list.isEmpty(); }, 10000);
+        const bool came = QTest::qWaitFor([&list] { return !list.isEmpty(); }, 30000);
         return came ? list.takeFirst() : QByteArray("nothing");
     }
 

@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include <QSignalSpy>
 #include <QStringList>
 #include <QUrl>
 #include <QWebSocket>
@@ -10,35 +9,43 @@
 
 #include <memory>
 
-/// A page as the server meets it: a WebSocket client that keeps the texts it was sent.
+/// How long to wait for what must come; only a failing test waits that long.
+constexpr int patienceMs = 30000;
+
+/// A page: a WebSocket client that keeps the texts it receives.
 class Page
 {
 public:
-    /// Connects and waits until it stands; isConnected() tells whether it does.
+    /// Connects and waits for the connection; see isConnected().
     explicit Page(quint16 port)
     {
         QObject::connect(&m_socket, &QWebSocket::textMessageReceived, &m_socket,
                          [this](const QString &text) { m_received << text; });
-        QSignalSpy connected(&m_socket, &QWebSocket::connected);
         m_socket.open(QUrl(QStringLiteral("ws://127.0.0.1:%1").arg(port)));
-        connected.wait();
+        (void)QTest::qWaitFor(
+            [this] {
+                const auto state = m_socket.state();
+                return state == QAbstractSocket::ConnectedState
+                    || state == QAbstractSocket::UnconnectedState;
+            },
+            patienceMs);
     }
 
     bool isConnected() const { return m_socket.state() == QAbstractSocket::ConnectedState; }
     QWebSocket &socket() { return m_socket; }
     void send(const QString &text) { m_socket.sendTextMessage(text); }
 
-    /// The texts that have come and that next() has not handed out.
+    /// The texts received and not yet taken with next().
     QStringList received() const { return m_received; }
 
-    /// The next text, waited for; a null text when none comes.
+    /// Waits for the next text; null if none comes.
     QString next()
     {
-        const bool came = QTest::qWaitFor([this] { return !m_received.isEmpty(); }, 10000);
+        const bool came = QTest::qWaitFor([this] { return !m_received.isEmpty(); }, patienceMs);
         return came ? m_received.takeFirst() : QString();
     }
 
-    /// The next text that is no preview frame.
+    /// Waits for the next text that is not a preview frame.
     QString nextReply()
     {
         QString text = next();
@@ -53,7 +60,7 @@ private:
     QStringList m_received;
 };
 
-/// A page and the server's end of its connection, without a server around it.
+/// A page and the server's end of its connection, without a server.
 class PagePair
 {
 public:
@@ -61,7 +68,7 @@ public:
     {
         m_server.listen(QHostAddress::LocalHost);
         m_page = std::make_unique<Page>(m_server.serverPort());
-        if (!QTest::qWaitFor([this] { return m_server.hasPendingConnections(); }, 10000)) {
+        if (!QTest::qWaitFor([this] { return m_server.hasPendingConnections(); }, patienceMs)) {
             qFatal("the page could not connect");
         }
         m_serverSide.reset(m_server.nextPendingConnection());

@@ -30,7 +30,7 @@ qint64 lFaceFeatureMatch(const char *feature1, const char *feature2)
     return call<qint64>(__func__, Bytes{feature1}, Bytes{feature2});
 }
 
-/// Hands the output of its answer, if there is one, to the listener.
+/// Passes the output of its answer, if any, to the callback.
 bool bFaceFeatureGet(bool flag, const char *text1, const char *text2,
                      void (*onFeature)(const char *feature, void *context), void *context)
 {

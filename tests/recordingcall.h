@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-/// \file What the functions of the recording device library are written with; not for tests.
+/// \file Implements the functions of the recording device library; not for tests.
 #pragma once
 
 #include "tests/recordingdevice.h"
@@ -17,10 +17,10 @@ struct Answer
     QVariant output;
 };
 
-/// Writes a call down, waits at its gate, runs its hook and takes its answer.
+/// Records a call, waits at its gate, runs its hook and takes its answer.
 Answer take(const char *function, const QStringList &arguments);
 
-/// Keeps a text that belongs to the library until the next one of the same function.
+/// Keeps a text owned by the library until the function's next one.
 const char *keepText(const char *function, const QByteArray &text);
 void keepListener(const char *function, const std::any &listener);
 void keepContext(const char *function, void *context);
@@ -71,7 +71,7 @@ template <class Type> Type converted(const char *function, const QVariant &value
     }
 }
 
-/// Carries out a function with these arguments: one line for each function.
+/// Implements a function with these arguments, in one line.
 template <class Result = void, class... Arguments>
 Result call(const char *function, const Arguments &...arguments)
 {
@@ -80,7 +80,7 @@ Result call(const char *function, const Arguments &...arguments)
     return converted<Result>(function, answer.result);
 }
 
-/// The same for a function that fills something in.
+/// The same for a function with an output argument.
 template <class Result = void, class Output, class... Arguments>
 Result fill(const char *function, Output &output, const Arguments &...arguments)
 {

@@ -16,7 +16,7 @@
 namespace recording {
 namespace {
 
-/// What is known of one function.
+/// Calls, answers and gate of one function.
 struct Function
 {
     Answer standing;
@@ -24,8 +24,8 @@ struct Function
     std::function<void(const QStringList &)> hook;
     bool muted = false;
     int heldForMs = 0; // 0: calls don't wait
-    int opened = 0; // changes to let the waiting calls go
-    int held = 0; // calls that wait
+    int opened = 0; // a change releases the waiting calls
+    int held = 0; // waiting calls
     int count = 0;
     std::any listener;
     void *context = nullptr;
@@ -36,7 +36,7 @@ struct State
 {
     std::mutex mutex; // guards everything below
     std::condition_variable changed; // a call was made, or a gate opened
-    std::map<QByteArray, Function> functions; // entries stay: calls wait with a reference to one
+    std::map<QByteArray, Function> functions; // never erased: waiting calls hold references
     QStringList calls;
     QPointer<QObject> receiver;
     QByteArray slot;
@@ -49,7 +49,7 @@ State &state()
     return immortal;
 }
 
-/// Does something with the entry of a function under the lock.
+/// Runs an action on a function's entry under the lock.
 template <class Action> auto with(const QByteArray &function, Action action)
 {
     const std::lock_guard<std::mutex> lock(state().mutex);
@@ -159,7 +159,7 @@ bool waitUntilHeld(const QByteArray &function)
     State &all = state();
     std::unique_lock<std::mutex> lock(all.mutex);
     const Function &entry = all.functions[function];
-    return all.changed.wait_for(lock, std::chrono::seconds(10),
+    return all.changed.wait_for(lock, std::chrono::seconds(30),
                                 [&entry] { return entry.held > 0; });
 }
 

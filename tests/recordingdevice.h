@@ -1,14 +1,15 @@
 // SPDX-License-Identifier: MIT
 /**
  * \file
- * A device library for tests: implements all of devicelib/ by writing down each call with its
- * arguments and answering what the test told it. Every function here may be called from any thread.
+ * A device library for tests: implements all of devicelib/ by recording each call with its
+ * arguments and giving the answers that the test has set. Every function here may be called from
+ * any thread.
  *
  *     void init() { recording::reset(); }
  *
- *     recording::answer("bSaveJPG", true);                      // until it is told otherwise
- *     recording::answerOnce("bStartPlay", false);               // first this one, then the former
- *     recording::answer("getVideoFrame", true, image);          // result, then what it fills in
+ *     recording::answer("bSaveJPG", true);                      // until set again
+ *     recording::answerOnce("bStartPlay", false);               // once, then the answer above
+ *     recording::answer("getVideoFrame", true, image);          // result and output argument
  *     recording::answer("readIDMsg_qt", {}, "name|number");     // a function without a result
  *     recording::answer("sGetBarCode", nullptr);                // a null text
  *     ...
@@ -16,15 +17,15 @@
  *
  *     recording::hold("lImageMatch");                           // a slow device
  *     ...
- *     QVERIFY(recording::waitFor("lImageMatch"));               // it was called and is waiting
+ *     QVERIFY(recording::waitFor("lImageMatch"));               // called, and waiting
  *     recording::release("lImageMatch");
  *
  *     const auto onResult = recording::listener<void(int, void *)>("bImageMatchOnline");
  *     std::thread([onResult] { onResult(80, nullptr); }).join();
  *
- * Arguments are written as texts: a text as it is (in hex after "hex:" when it isn't UTF-8), raw
- * bytes in hex up to the first zero byte, a null pointer as "null", a listener as "listener", a
- * context as "context", a receiver as its class. What a function fills in is no argument.
+ * Arguments are recorded as texts: a text unchanged (in hex after "hex:" if it isn't UTF-8), raw
+ * bytes in hex up to the first zero byte, a null pointer as "null", a callback as "listener", a
+ * context as "context", a receiver as its class name. Output arguments are not recorded.
  */
 #pragma once
 
@@ -41,8 +42,8 @@ Q_DECLARE_METATYPE(cv::Mat)
 namespace recording {
 
 /**
- * What the device says: bool, number, text (null: nullptr), QImage, cv::Mat, a vector of pairs of
- * doubles (getResolutionIndex), QPoint (vGetDPI). Nothing is the default: false, 0, null, empty.
+ * An answer of the device: bool, number, text (null: nullptr), QImage, cv::Mat, a vector of pairs
+ * of doubles (getResolutionIndex) or QPoint (vGetDPI). Default: false, 0, null, empty.
  */
 class Value
 {
@@ -64,43 +65,43 @@ private:
     QVariant m_value;
 };
 
-/// Forgets calls, answers, hooks and listeners, and releases who waits. For init().
+/// Clears calls, answers, hooks and listeners, and releases held calls. For init().
 void reset();
 
 /// The calls since reset() or the last take, in order, as "bStartPlay(90)".
 QStringList calls();
-QStringList takeCalls(); ///< The same, and forgets them.
-QString takeText(); ///< The same as one text, parted by blanks.
+QStringList takeCalls(); ///< The same, and clears them.
+QString takeText(); ///< takeCalls() as one text, separated by blanks.
 
-/// How often a function was called since reset() or the last take, muted ones included.
+/// Number of calls of a function since reset() or the last take, including muted ones.
 int count(const QByteArray &function);
 
-/// Waits, without an event loop, until count() is reached; false when the time is over.
-bool waitFor(const QByteArray &function, int count = 1, int timeoutMs = 10000);
+/// Waits, without an event loop, until a function was called this often; false on timeout.
+bool waitFor(const QByteArray &function, int count = 1, int timeoutMs = 30000);
 
-/// What a function returns, and what it fills in, from now on; before that, the default.
+/// Sets a function's result and output argument from now on, instead of the default.
 void answer(const QByteArray &function, const Value &result, const Value &output = {});
 
-/// The same for one call; used up in the order given, before the standing answer.
+/// Sets the answer to one call; used in the order given, before that of answer().
 void answerOnce(const QByteArray &function, const Value &result, const Value &output = {});
 
-/// Leaves the calls of these out of the list: what a worker thread repeats all the time.
+/// Omits these functions from calls(), for what a worker thread calls all the time.
 void mute(const QList<QByteArray> &functions);
 
-/// Makes the calls of a function wait, once written down, until release() or that time is over.
+/// Makes calls of a function wait, once recorded, until release() or for this time.
 void hold(const QByteArray &function, int forMs = 60000);
 void release(const QByteArray &function);
 
-/// Waits, without an event loop, until a call is held; false when none is within ten seconds.
+/// Waits, without an event loop, until a call is held; false on timeout.
 bool waitUntilHeld(const QByteArray &function);
 
-/// Runs at each call of a function, on its thread, before it returns: to leave a file, say.
+/// Runs a hook at each call of a function, on its thread, before it returns: to create a file, say.
 void whenCalled(const QByteArray &function, std::function<void(const QStringList &arguments)> hook);
 
-/// The listener that a function was given last, as std::any of its type; empty when none was.
+/// The callback last passed to a function, as std::any of its type; empty if none was.
 std::any listenerOf(const QByteArray &function);
 
-/// The same as a function pointer; null when none was given. Another type ends the program.
+/// The same as a function pointer; null if none was passed. Another type ends the program.
 template <class Function> Function *listener(const QByteArray &function)
 {
     const std::any given = listenerOf(function);
@@ -113,10 +114,10 @@ template <class Function> Function *listener(const QByteArray &function)
     return std::any_cast<Function *>(given);
 }
 
-/// The context pointer that a function was given last along with its listener.
+/// The context last passed to a function along with its callback.
 void *contextOf(const QByteArray &function);
 
-/// Invokes the slot of iAutoScan_observr, queued, as a device library does. False without one.
+/// Invokes the slot set with iAutoScan_observr, queued, as a device library does. False if none.
 bool notifyObserver(int number);
 
 } // namespace recording

@@ -3,7 +3,7 @@
 
 #include <QtTest>
 
-/// A text that a row may give as a literal, in UTF-8.
+/// A text in a row, which may be a UTF-8 literal.
 class CellText
 {
 public:
@@ -19,7 +19,7 @@ public:
     const QString value;
 };
 
-/// As which type a row takes what belongs into a column.
+/// The type in which a row takes the value of a column.
 template <class Column> struct Cell
 {
     using Type = Column;
@@ -30,7 +30,7 @@ template <> struct Cell<QString>
 };
 
 /**
- * The table of a test: names its columns, then makes a row a call.
+ * The table of a test: names the columns, then adds a row with each call.
  *
  *     const Rows<QString, int> row("name", "length");
  *     row("a short one", "中", 1);

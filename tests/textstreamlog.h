@@ -9,8 +9,8 @@
 #include <utility>
 
 /**
- * The log file written in the plainest way: a text stream for each line, the file's name and size
- * asked for anew every time. What the log writes must be the same; how fast, is compared to it.
+ * Reference implementation of the log file: a text stream for each line, the file's name and size
+ * determined every time. The log must write the same bytes; the benchmark compares their speed.
  */
 class TextStreamLog
 {

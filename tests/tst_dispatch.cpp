@@ -21,7 +21,7 @@ std::string encoded(const char *bytes, bool url)
                          url);
 }
 
-/// Quotation marks within a literal are hard to read.
+/// With ' instead of ", which is hard to read in a literal.
 QString unquoted(QString text)
 {
     return text.replace(QLatin1Char('"'), QLatin1Char('\''));
@@ -36,7 +36,7 @@ class TestDispatch : public QObject
 private Q_SLOTS:
     void init() { recording::reset(); }
 
-    void everyNameIsThereOnce()
+    void everyCommandIsRegisteredOnce()
     {
         QStringList names;
 #define COMMAND(command) names << QStringLiteral(#command);
@@ -50,7 +50,7 @@ private Q_SLOTS:
         }
     }
 
-    void textsArePartedAtTheFirstParenthesis_data()
+    void textsAreSplitAtTheFirstParenthesis_data()
     {
         const Rows<QString, QString> row("text", "calls");
         // clang-format off
@@ -60,22 +60,22 @@ private Q_SLOTS:
         row("only the opening one",                    "bStartPlay4(",              "bStartPlay4()");
         row("the last character is dropped",           "bAVPreview(90,7)",          "bAVPreview(90,7)");
         row("... whatever it is",                      "bAVPreview(90,78",          "bAVPreview(90,7)");
-        row("... even behind the closing one",         "bAVPreview(90,7)x",         "bAVPreview(90,0)");
+        row("... even after the closing one",         "bAVPreview(90,7)x",         "bAVPreview(90,0)");
         row("parentheses within",                      "bAVPreview((5),7)",         "bAVPreview(0,7)");
         row("another case is another name",            "bstartplay4()",             "");
         row("a blank before the name",                 " bStartPlay4()",            "");
-        row("a blank behind the name",                 "bStartPlay4 ()",            "");
-        row("a name nobody knows",                     "bStartPlay7()",             "");
+        row("a blank after the name",                 "bStartPlay4 ()",            "");
+        row("an unknown name",                     "bStartPlay7()",             "");
         row("nothing",                                 "",                          "");
         row("a parenthesis",                           "(",                         "");
         row("the other parenthesis",                   ")",                         "");
         row("both",                                    "()",                        "");
         row("only blanks and line ends",               " \r\n\t",                   "");
-        row("a template's marks",                      "%1%2(%1)",                  "");
+        row("placeholders",                      "%1%2(%1)",                  "");
         // clang-format on
     }
 
-    void textsArePartedAtTheFirstParenthesis()
+    void textsAreSplitAtTheFirstParenthesis()
     {
         QFETCH(QString, text);
         MessageRun dispatcher;
@@ -83,7 +83,7 @@ private Q_SLOTS:
         QTEST(recording::takeText(), "calls");
     }
 
-    void repliesOfOtherThreadsLeaveByTheMainThread()
+    void repliesOfOtherThreadsAreSentByTheMainThread()
     {
         PagePair pair;
         gpWebSocket = pair.serverSide();
@@ -91,7 +91,7 @@ private Q_SLOTS:
         std::thread([&dispatcher] { dispatcher.sendmsg_thread(QStringLiteral("late")); }).join();
         QCOMPARE(pair.page().next(), QStringLiteral("late"));
 
-        // The page leaves before the main thread comes to it.
+        // The page leaves before the main thread gets to it.
         std::thread([&dispatcher] {
             dispatcher.sendmsg_thread(QStringLiteral("too late"));
         }).join();

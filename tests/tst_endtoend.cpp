@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// The real program with the portable device library: it needs port 1818 for itself.
+// The real program with the portable device library. Needs port 1818.
 
 #include "app/singleinstance.h"
 #include "tests/pages.h"
@@ -35,13 +35,12 @@ class TestEndToEnd : public QObject
 private Q_SLOTS:
     void initTestCase()
     {
-        QVERIFY2(!somebodyListens(),
-                 "port 1818 is taken: end the server that runs, then try again");
+        QVERIFY2(!somebodyListens(), "port 1818 is taken: stop the running server, then try again");
         QVERIFY2(countInstances().count == 0,
-                 "a process with the server's name on its command line runs (ps -ef): it would not "
-                 "start");
-        // A folder of its own, for settings and log. Its name must not hold "sh": such processes
-        // are not counted as instances.
+                 "the server would not start: a running process has its name on the command line "
+                 "(ps -ef)");
+        // A folder of its own for settings and log. The server does not count instances with "sh"
+        // in their command line, so it must not be in the folder's name.
         m_folder = QStringLiteral("/tmp/rvo-e2e-%1").arg(QCoreApplication::applicationPid());
         QVERIFY(QDir().mkpath(m_folder));
         const QDir built = QFileInfo(QStringLiteral(PROGRAM)).dir();
@@ -84,10 +83,10 @@ private Q_SLOTS:
             QCOMPARE(frame.size(), QSize(800, 600));
             frames << text;
         }
-        QVERIFY2(frames.size() > 10, "the picture stands still");
+        QVERIFY2(frames.size() > 10, "the picture does not change");
         QVERIFY(other.next().startsWith(QLatin1String("/9j/")));
 
-        // A camera that isn't there: the reply says so after three tries.
+        // A missing camera: the reply follows after three attempts.
         page.send(QStringLiteral("bStartPlay2()"));
         QCOMPARE(page.nextReply(), QStringLiteral("BeginbStartPlay2falseEndbStartPlay2"));
 
@@ -109,7 +108,7 @@ private Q_SLOTS:
         QVERIFY(Page(port).isConnected());
     }
 
-    void theLogTellsWhatHappened()
+    void theLogShowsWhatHappened()
     {
         QFile log(inFolder(QStringLiteral("log/vx_log_%1.txt")
                                .arg(QDate::currentDate().toString(QStringLiteral("yyyy-MM-dd")))));

@@ -126,7 +126,7 @@ private Q_SLOTS:
                     && progress->windowFlags().testFlag(Qt::WindowStaysOnTopHint));
             QCOMPARE(progress->findChild<QLabel *>()->text(), QStringLiteral("图片上传中。。。"));
 
-            // Other commands go on meanwhile.
+            // Other commands are answered meanwhile.
             QCOMPARE(ask("getVersion()"), QStringLiteral("BegingetVersionV1.0.2EndgetVersion"));
 
             recording::release("sUpLoadImageEx5");
@@ -149,7 +149,7 @@ private Q_SLOTS:
         recording::hold("sUpLoadImageEx5");
         send("sUpLoadImageEx5(a,b,1,d,0,f,g,1,0)");
         QVERIFY(recording::waitFor("sUpLoadImageEx5"));
-        // The second has too few fields: it is done at once, and the first's box stays.
+        // The second has too few fields: it is done at once, and the first's dialog stays.
         QCOMPARE(ask("sUpLoadImageEx5(a,b,1,d,0,f,g,0)"),
                  QStringLiteral("BeginsUpLoadImageEx5falseEndsUpLoadImageEx5"));
         QVERIFY(box<QDialog>());
@@ -164,7 +164,7 @@ private Q_SLOTS:
         for (const QString &answer : answers) {
             recording::answerOnce("sUpLoadImageEx5", true, answer.toUtf8().constData());
             send("sUpLoadImageEx5(a,b,1,d,0,f,g,1,0)");
-            QThreadPool::globalInstance()->waitForDone(); // and this thread has heard of none yet
+            QThreadPool::globalInstance()->waitForDone(); // this thread has not been notified yet
         }
         QTRY_VERIFY(!box<QDialog>());
         send("version()");

@@ -25,8 +25,8 @@
 
 namespace {
 
-constexpr int DefaultMaxLogSize = 50 * 1024 * 1024;
-const char *const PrintAtExit = "--print-at-exit";
+constexpr int defaultMaxLogSize = 50 * 1024 * 1024;
+const char *const printAtExitOption = "--print-at-exit";
 
 void print(const QString &text)
 {
@@ -56,7 +56,7 @@ bool isFree(quint16 port)
     return QTcpServer().listen(QHostAddress::AnyIPv4, port);
 }
 
-/// A listener of the network log that keeps what it hears.
+/// A listener of the network log that keeps what it receives.
 class Listener : public QTcpSocket
 {
 public:
@@ -70,7 +70,7 @@ public:
         connectToHost(QHostAddress::LocalHost, port);
         return waitForConnected(5000);
     }
-    /// Stops reading: a little fills the socket, then the system's buffers.
+    /// Stops reading, so the socket and then the kernel's buffers fill up.
     void stall()
     {
         disconnect(this, &QTcpSocket::readyRead, this, nullptr);
@@ -95,7 +95,7 @@ private Q_SLOTS:
         QCOMPARE(QLog::instance(), m_log);
         QCOMPARE(m_log->netPort(), quint16(34353));
         QCOMPARE(m_log->saveDay(), quint16(30));
-        QCOMPARE(m_log->maxLogSize(), DefaultMaxLogSize);
+        QCOMPARE(m_log->maxLogSize(), defaultMaxLogSize);
     }
 
     void init()
@@ -103,7 +103,7 @@ private Q_SLOTS:
         m_folder = std::make_unique<QTemporaryDir>();
         QVERIFY(m_folder->isValid());
         m_log->setLogPath(m_folder->path());
-        m_log->setMaxLogSize(DefaultMaxLogSize);
+        m_log->setMaxLogSize(defaultMaxLogSize);
         m_log->setSaveDay(30);
         m_log->setPort(freePort());
     }
@@ -128,7 +128,7 @@ private Q_SLOTS:
         m_log->handler({});
         const QtMessageHandler before = qInstallMessageHandler(
             [](QtMsgType, const QMessageLogContext &, const QString &text) { messages << text; });
-        m_log->handler({}); // no change of flags: whoever has the handler keeps it
+        m_log->handler({}); // no change of flags, so the handler is left alone
         print(QStringLiteral("Qt's"));
         qInstallMessageHandler(before);
         QCOMPARE(messages, QStringList{QStringLiteral("Qt's")});
@@ -154,7 +154,7 @@ private Q_SLOTS:
         print(QStringLiteral("early"));
         m_now += 24 * 3600 * 1000 - 1;
         print(QStringLiteral("late again"));
-        m_now -= 24 * 3600 * 1000; // somebody sets the clock back
+        m_now -= 24 * 3600 * 1000; // the clock is set back
         print(QStringLiteral("back"));
         QCOMPARE(content(filePath(QStringLiteral("2022-11-17"))), QByteArray("late\nback\n"));
         QCOMPARE(content(filePath(QStringLiteral("2022-11-18"))),
@@ -220,7 +220,7 @@ private Q_SLOTS:
 
         const QString letters = QStringLiteral("bSaveJPG(/tmp,柜台扫描)é𠀀") + QChar(0)
             + QStringLiteral("\n") + QChar(0xd840); // half a character last
-        // 16384 characters are what a text stream keeps before it bothers the file.
+        // A text stream buffers 16384 characters before it writes to the file.
         const std::vector<int> lengths{0, 1, 60, 300, 4000, 16382, 16383, 16384, 16385, 30000};
         const std::vector<int> weights{2, 2, 60, 20, 6, 1, 2, 2, 2, 3};
         std::mt19937 random(7);
@@ -238,7 +238,7 @@ private Q_SLOTS:
             QVERIFY2(QFileInfo(m_folder->filePath(name)).size()
                          == QFileInfo(otherFolder.filePath(name)).size(),
                      qPrintable(QString::number(line)));
-            m_now += random() % 8 ? 7300 : 90; // past midnight; now and then two a second
+            m_now += random() % 8 ? 7300 : 90; // past midnight; some within one second
         }
         QTextCodec::setCodecForLocale(before);
 
@@ -251,7 +251,7 @@ private Q_SLOTS:
         }
     }
 
-    void fileCutShortByOthersIsNoticed()
+    void fileTruncatedFromOutsideIsNoticed()
     {
         setTime(QStringLiteral("2022-11-17T11:28:00.000"));
         m_log->setMaxLogSize(10);
@@ -275,14 +275,14 @@ private Q_SLOTS:
                                                                 "ageInMsecs", "left");
         // clang-format off
         //            what                                            names           keep  age       left
-        row("fewer files than days: none goes", ours,          4, 40, 0,  ours);
-        row("as many files as days: all old ones go", ours,          3, 40, 0,  QStringList());
-        row("others stay but count, if they are .txt", ours + others, 5, 40, 0,  others);
-        row("other endings do not count",       ours + others, 6, 40, 0,  ours + others);
-        row("young ones stay",                  ours,          2, 1,  0,  ours);
-        row("to the day: goes",                 one,           1, 1,  0,  QStringList());
-        row("a millisecond younger: stays",     one,           1, 1,  -1, one);
-        row("none kept",                        ours + others, 0, 0,  0,  others);
+        row("fewer files than days: none", ours,          4, 40, 0,  ours);
+        row("as many files as days: all old ones", ours,          3, 40, 0,  QStringList());
+        row("other .txt files count but stay", ours + others, 5, 40, 0,  others);
+        row("other extensions don't count",       ours + others, 6, 40, 0,  ours + others);
+        row("recent ones stay",                  ours,          2, 1,  0,  ours);
+        row("exactly that many days old",                 one,           1, 1,  0,  QStringList());
+        row("a millisecond younger",     one,           1, 1,  -1, one);
+        row("no retention",                        ours + others, 0, 0,  0,  others);
         // clang-format on
     }
 
@@ -322,7 +322,7 @@ private Q_SLOTS:
         QCOMPARE(files().size(), 3);
         m_now += 1000;
         print(QStringLiteral("after"));
-        QCOMPARE(files().size(), 1); // the file of the day that is over was made now, 40 days ago
+        QCOMPARE(files().size(), 1); // yesterday's file was really created now, 40 days earlier
         createFiles(old);
         m_now += 3600 * 1000;
         print(QStringLiteral("long after"));
@@ -341,15 +341,15 @@ private Q_SLOTS:
         QCOMPARE(today(), QByteArray("here\nhere again\n"));
     }
 
-    void unwritableFolderLosesNothingLater()
+    void unwritableFolderLosesNoLaterLines()
     {
         createFiles({QStringLiteral("file")});
         m_log->setLogPath(m_folder->filePath(QStringLiteral("file/log")));
         m_log->handler(QLog::LogToFile);
         print(QStringLiteral("(this line belongs on standard error)"));
         m_log->setLogPath(m_folder->path());
-        print(QStringLiteral("heard again"));
-        QCOMPARE(today(), QByteArray("heard again\n"));
+        print(QStringLiteral("logged again"));
+        QCOMPARE(today(), QByteArray("logged again\n"));
     }
 
     void signalPassesMessagesOn()
@@ -387,20 +387,20 @@ private Q_SLOTS:
         });
         m_log->handler(QLog::LogToFile | QLog::LogToSignal);
         print(QStringLiteral("one"));
-        QCOMPARE(m_log->maxLogSize(), DefaultMaxLogSize + 1);
+        QCOMPARE(m_log->maxLogSize(), defaultMaxLogSize + 1);
         QCOMPARE(today(), QByteArray("one\n"));
     }
 
     void linesOfManyThreadsStayWhole()
     {
-        constexpr int Threads = 8;
-        constexpr int Lines = 500;
+        constexpr int threadCount = 8;
+        constexpr int linesEach = 500;
         m_log->setMaxLogSize(20000); // with rotations in between
         m_log->handler(QLog::LogToFile);
         std::vector<std::thread> threads;
-        for (int number = 0; number < Threads; ++number) {
+        for (int number = 0; number < threadCount; ++number) {
             threads.emplace_back([number] {
-                for (int line = 0; line < Lines; ++line) {
+                for (int line = 0; line < linesEach; ++line) {
                     print(QStringLiteral("%1 %2 %3")
                               .arg(number)
                               .arg(line)
@@ -416,9 +416,9 @@ private Q_SLOTS:
         for (const QString &name : files()) { // rotated ones first, oldest first
             all += content(m_folder->filePath(name));
         }
-        std::vector<int> next(Threads, 0);
+        std::vector<int> next(threadCount, 0);
         const QList<QByteArray> lines = all.trimmed().split('\n');
-        QCOMPARE(lines.size(), Threads * Lines);
+        QCOMPARE(lines.size(), threadCount * linesEach);
         for (const QByteArray &line : lines) {
             const QList<QByteArray> parts = line.split(' ');
             QCOMPARE(parts.size(), 3);
@@ -452,7 +452,7 @@ private Q_SLOTS:
         QCOMPARE(stays.state(), QAbstractSocket::ConnectedState);
     }
 
-    void netLogBegunInAPlainThreadIsHeard()
+    void netLogStartedInAPlainThreadIsHeard()
     {
         m_log->handler(QLog::LogToNet);
         std::thread([] { print(QStringLiteral("from a device library's thread")); }).join();
@@ -497,7 +497,7 @@ private Q_SLOTS:
         QVERIFY(beginListening(listener));
     }
 
-    void takenPortIsNoHarm()
+    void takenPortIsHarmless()
     {
         QTcpServer other;
         QVERIFY(other.listen(QHostAddress::AnyIPv4));
@@ -511,8 +511,8 @@ private Q_SLOTS:
 
     void stalledListenerIsDropped()
     {
-        constexpr int MessageSize = 2 * 1024 * 1024;
-        constexpr int Messages = 16; // far more than the limit and the system's buffers together
+        constexpr int messageSize = 2 * 1024 * 1024;
+        constexpr int messages = 16; // far more than the limit and the kernel's buffers together
         m_log->handler(QLog::LogToNet);
         print(QStringLiteral("begin"));
         Listener reads;
@@ -525,9 +525,9 @@ private Q_SLOTS:
         QTRY_VERIFY(reads.heard().endsWith('!'));
         stalls.stall();
         qint64 expected = reads.heard().size();
-        for (int i = 0; i < Messages; ++i) {
-            print(QString(MessageSize, QLatin1Char('x')));
-            expected += MessageSize;
+        for (int i = 0; i < messages; ++i) {
+            print(QString(messageSize, QLatin1Char('x')));
+            expected += messageSize;
             QTRY_COMPARE(qint64(reads.heard().size()), expected);
         }
         qint64 stillCame = 0;
@@ -536,12 +536,12 @@ private Q_SLOTS:
         stalls.setReadBufferSize(0);
         stillCame += stalls.readAll().size();
         QTRY_COMPARE(stalls.state(), QAbstractSocket::UnconnectedState);
-        QVERIFY(stillCame < qint64(Messages) * MessageSize);
+        QVERIFY(stillCame < qint64(messages) * messageSize);
         print(QStringLiteral("goes on"));
         QTRY_VERIFY(reads.heard().endsWith("goes on"));
     }
 
-    void talkingListenerIsIgnored()
+    void inputOfListenersIsDiscarded()
     {
         const quint16 port = freePort();
         const QLogToNet net(port);
@@ -555,14 +555,14 @@ private Q_SLOTS:
         QCOMPARE(itsSocket->bytesAvailable(), Q_INT64_C(0));
     }
 
-    void traceTellsItsPlace()
+    void traceShowsItsPlace()
     {
         m_log->handler(QLog::LogToFile);
         const QString fromPage = QStringLiteral("a\n2 b \"c\"");
         const int line = __LINE__ + 1;
         TRACE << "text" << fromPage << 7;
         TRACE;
-        const QByteArray place = " traceTellsItsPlace tst_log";
+        const QByteArray place = " traceShowsItsPlace tst_log";
         QCOMPARE(today(),
                  QByteArray::number(line) + place + " text \"a\\n2 b \\\"c\\\"\" 7\n"
                      + QByteArray::number(line + 1) + place + "\n");
@@ -571,13 +571,13 @@ private Q_SLOTS:
     void programEndGivesMessagesBackToQt()
     {
         QProcess program;
-        program.start(QCoreApplication::applicationFilePath(),
-                      {QLatin1String(PrintAtExit), m_folder->path(), QString::number(freePort())});
+        program.start(
+            QCoreApplication::applicationFilePath(),
+            {QLatin1String(printAtExitOption), m_folder->path(), QString::number(freePort())});
         QVERIFY(program.waitForFinished());
         QCOMPARE(program.exitStatus(), QProcess::NormalExit);
         QCOMPARE(program.exitCode(), 0);
-        // A thread that begins when the application object is gone may draw a warning from Qt
-        // before.
+        // Qt may print a warning first, for a thread that starts without an application object.
         QVERIFY(program.readAllStandardError().endsWith("after the log\n"));
         QCOMPARE(today(), QByteArray("while it runs\nafter the application object\n"));
     }
@@ -587,7 +587,7 @@ private:
     {
         return m_folder->filePath(QStringLiteral("vx_log_%1.txt").arg(time));
     }
-    /// What lies in the file of the day in the log's folder.
+    /// Content of the current day's file in the log's folder.
     QByteArray today() const
     {
         return content(QStringLiteral("%1/vx_log_%2.txt")
@@ -605,7 +605,7 @@ private:
         m_now = msecs(localTime);
         m_log->setClock([this] { return m_now.load(); });
     }
-    /// Prints until the listener, just connected, hears it: it has been accepted then.
+    /// Prints until a newly connected listener receives it, that is, has been accepted.
     bool beginListening(Listener &listener)
     {
         return QTest::qWaitFor([&] {
@@ -621,14 +621,14 @@ private:
 
 namespace {
 
-/// Leaves the log installed, its network part running, and prints when it is gone.
+/// Exits with the log installed and the network log running, and prints after that.
 int printAtExit(int argc, char **argv)
 {
     struct Last
     {
         ~Last() { qInfo("after the log"); }
     };
-    static const Last last; // made before the log, so destroyed after it
+    static const Last last; // created before the log, so destroyed after it
     {
         const QCoreApplication application(argc, argv);
         QLog::instance()->setLogPath(application.arguments().at(2));
@@ -644,7 +644,7 @@ int printAtExit(int argc, char **argv)
 
 int main(int argc, char **argv)
 {
-    if (argc == 4 && std::strcmp(argv[1], PrintAtExit) == 0) {
+    if (argc == 4 && std::strcmp(argv[1], printAtExitOption) == 0) {
         return printAtExit(argc, argv);
     }
     const QCoreApplication application(argc, argv);

@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: MIT
 #include "app/singleinstance.h"
 #include "companionclients/configini.h"
+#include "tests/files.h"
 #include "tests/rows.h"
 
 #include <QCoreApplication>
-#include <QFile>
 #include <QSettings>
 #include <QTemporaryDir>
 #include <QtTest>
@@ -14,19 +14,6 @@ namespace {
 QString settingsFile()
 {
     return QCoreApplication::applicationDirPath() + QLatin1String("/server.ini");
-}
-
-QByteArray contents(const QString &path)
-{
-    QFile file(path);
-    return file.open(QIODevice::ReadOnly) ? file.readAll() : QByteArray();
-}
-
-void write(const QString &path, const QByteArray &text)
-{
-    QFile file(path);
-    QVERIFY(file.open(QIODevice::WriteOnly));
-    file.write(text);
 }
 
 } // namespace
@@ -45,7 +32,7 @@ private Q_SLOTS:
         QCOMPARE(settings.port, quint16{1818});
         QCOMPARE(settings.browser, QStringLiteral("gnome-www-browser"));
         QCOMPARE(settings.padsize, QSize(1280, 800));
-        QCOMPARE(contents(settingsFile()),
+        QCOMPARE(contentOf(settingsFile()),
                  QByteArray("[General]\n"
                             "browser=gnome-www-browser\n"
                             "padsize=@Size(1280 800)\n"
@@ -67,7 +54,7 @@ private Q_SLOTS:
     void settingsAreReadAndWrittenBack()
     {
         QFETCH(QByteArray, file);
-        write(settingsFile(), file);
+        writeFile(settingsFile(), file);
         const ConfigIni settings;
         QTEST(int{settings.port}, "port");
         QTEST(settings.padsize, "padsize");
@@ -79,18 +66,19 @@ private Q_SLOTS:
         QCOMPARE(back.value(QStringLiteral("padsize")).toSize(), settings.padsize);
     }
 
-    // That a second process ends is tested on the real program.
+    // tst_endtoend checks that a second process exits.
     void countingRunsWithoutTheLibraryPath()
     {
-        // A process list of our own, which looks at its environment.
+        // A fake ps that checks its environment.
         const QTemporaryDir folder;
         const QString ps = folder.filePath(QStringLiteral("ps"));
-        write(ps,
-              "#!/bin/sh\n"
-              "echo 1 rvowebSocketServer; echo 2 /a/rvowebSocketServer -x; echo 3 sh "
-              "rvowebSocketServer\n"
-              "echo 4 RVOWEBSOCKETSERVER; echo 5 vi rvowebSocketServer.txt; echo 6 other\n"
-              "[ -z \"$LD_LIBRARY_PATH\" ] || echo 7 rvowebSocketServer \"$LD_LIBRARY_PATH\"\n");
+        writeFile(
+            ps,
+            "#!/bin/sh\n"
+            "echo 1 rvowebSocketServer; echo 2 /a/rvowebSocketServer -x; echo 3 sh "
+            "rvowebSocketServer\n"
+            "echo 4 RVOWEBSOCKETSERVER; echo 5 vi rvowebSocketServer.txt; echo 6 other\n"
+            "[ -z \"$LD_LIBRARY_PATH\" ] || echo 7 rvowebSocketServer \"$LD_LIBRARY_PATH\"\n");
         QVERIFY(QFile::setPermissions(ps, QFile::ReadOwner | QFile::ExeOwner));
         const QByteArray path = qgetenv("PATH");
         qputenv("PATH", folder.path().toLocal8Bit() + ':' + path);

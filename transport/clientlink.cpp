@@ -12,7 +12,7 @@
 
 namespace {
 
-/// QWebSocket hides its TCP socket. It is a child of the server's listening socket.
+/// Finds the TCP socket that QWebSocket hides: a descendant of the server.
 QTcpSocket *findTcpSocket(const QWebSocketServer *server, const QWebSocket *socket)
 {
     const auto candidates = server->findChildren<QTcpSocket *>();
@@ -38,7 +38,7 @@ ClientLink::ClientLink(QWebSocket *socket, QWebSocketServer *server)
         m_tcp->setSocketOption(QAbstractSocket::LowDelayOption, 1);
         m_tcp->setSocketOption(QAbstractSocket::SendBufferSizeSocketOption, kernelBuffer);
     }
-    connect(socket, &QWebSocket::bytesWritten, this, &ClientLink::forgetWritten);
+    connect(socket, &QWebSocket::bytesWritten, this, &ClientLink::dequeueWritten);
 }
 
 void ClientLink::sendFrame(const QByteArray &text, const QByteArray &frame)
@@ -63,7 +63,7 @@ void ClientLink::sendFrame(const QByteArray &text, const QByteArray &frame)
     m_socket->flush(); // now, not after a turn of the event loop
 }
 
-void ClientLink::forgetWritten(qint64 bytes)
+void ClientLink::dequeueWritten(qint64 bytes)
 {
     m_written += bytes;
     while (!m_waiting.isEmpty() && m_waiting.head() <= m_written) {

@@ -10,56 +10,55 @@ class QWebSocket;
 class QWebSocketServer;
 
 /**
- * What the server keeps about one page's connection beside its WebSocket: the way for preview
- * frames. A frame is put together once for all pages (webSocketTextFrame) and written straight to
- * each page's TCP socket: a third of the cost of sendTextMessage, which frames and copies for each.
+ * Sends preview frames to one page. A WebSocket frame is built once for all pages
+ * (webSocketTextFrame) and written directly to each page's TCP socket, at a third of the cost of
+ * sendTextMessage, which builds and copies it for each.
  *
- * A page that does not read gets no more frames than frameLimit until it has taken one; nothing
- * piles up for it here. Other texts go by QWebSocket::sendTextMessage as ever; order is kept, for
- * both write to the same socket at once.
+ * For a page that does not read, at most frameLimit frames are queued; further ones are dropped.
+ * Other texts use QWebSocket::sendTextMessage as usual; they stay in order with the frames, since
+ * both write to the same socket immediately.
  *
- * Child of its WebSocket; main thread.
+ * Child of its WebSocket. Main thread only.
  */
 class ClientLink : public QObject
 {
     Q_OBJECT
 
 public:
-    /// How many frames may wait for a page that does not read.
+    /// Frames that may be queued for a page that does not read.
     static constexpr int frameLimit = 2;
 
     /**
-     * What the kernel may keep of a connection, in bytes (it takes twice as much): a few
-     * frames. Its own choice, up to 4 MB, makes the preview of a slow page seconds old.
+     * The kernel's send buffer for a connection, in bytes (the kernel doubles it): room for a few
+     * frames. Its default, up to 4 MB, would let a slow page's preview lag by seconds.
      */
     static constexpr int kernelBuffer = 384 * 1024;
 
     /**
-     * Takes charge of a new connection of the server. Limits its kernel buffer, and switches
-     * TCP_NODELAY on: without it a short reply behind a large frame waits for the page's
-     * acknowledgement, up to 40 ms.
+     * Sets up a new connection of the server: limits its kernel buffer and enables TCP_NODELAY,
+     * without which a short reply behind a large frame waits up to 40 ms for an acknowledgement.
      */
     ClientLink(QWebSocket *socket, QWebSocketServer *server);
 
     /**
-     * Sends a frame, or drops it when frameLimit are waiting or the connection is closing.
-     * \param text   ASCII, the message itself
-     * \param frame  the same as webSocketTextFrame makes it
+     * Sends a frame; drops it if frameLimit are queued or the connection is closing.
+     * \param text   the message, ASCII
+     * \param frame  the result of webSocketTextFrame() for it
      */
     void sendFrame(const QByteArray &text, const QByteArray &frame);
 
     /**
-     * A text as one unmasked WebSocket text frame (RFC 6455, section 5.2), header and payload.
+     * Builds an unmasked WebSocket text frame (RFC 6455, section 5.2), header and payload.
      * \param text    UTF-8
-     * \param buffer  where it is put; its memory is used again when nobody else holds it
+     * \param buffer  receives the frame; its memory is reused unless it is shared
      */
     static void webSocketTextFrame(const QByteArray &text, QByteArray &buffer);
 
 private:
-    void forgetWritten(qint64 bytes);
+    void dequeueWritten(qint64 bytes);
 
     QWebSocket *const m_socket;
-    QTcpSocket *const m_tcp; // below m_socket; null if Qt keeps it elsewhere
-    qint64 m_written = 0; // bytes that have left, since the connection was last idle
-    QQueue<qint64> m_waiting; // of each waiting frame: where it ends, counted like m_written
+    QTcpSocket *const m_tcp; // the one under m_socket; null if not found
+    qint64 m_written = 0; // bytes written since the queue was last empty
+    QQueue<qint64> m_waiting; // end of each queued frame, counted like m_written
 };

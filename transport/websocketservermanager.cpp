@@ -5,6 +5,7 @@
 #include "camera/stoprecthread.h"
 #include "companionclients/signsouthinterface.h"
 #include "companionclients/webbrowser.h"
+#include "dispatch/devicetext.h"
 #include "dispatch/messagerun.h"
 #include "identity/facematchthread.h"
 #include "identity/livingbodydetectthread.h"
@@ -22,10 +23,10 @@
 namespace {
 
 /**
- * Of a page's text, in bytes; a page that sends a longer one is disconnected. Documents in base64
- * are far below, and what is above would use up the machine's memory.
+ * Longest text of a page, in bytes; a page that sends a longer one is disconnected. Documents in
+ * base64 are far below this; more would use up the machine's memory.
  */
-constexpr quint64 longestMessage = 256 * 1024 * 1024;
+constexpr quint64 maxMessageBytes = 256 * 1024 * 1024;
 
 QString clientKey(const QString &ip, int port)
 {
@@ -37,18 +38,11 @@ QString clientKey(const QWebSocket *socket)
     return clientKey(socket->peerAddress().toString(), socket->peerPort());
 }
 
-/// Without an early end, so that the compiler looks at many characters at once.
+/// Without an early exit, so that the compiler can vectorize the loop.
 bool isAscii(const QByteArray &text)
 {
     const auto bytes = reinterpret_cast<const uchar *>(text.constData());
     return std::accumulate(bytes, bytes + text.size(), 0U, std::bit_or<>()) < 0x80;
-}
-
-/// Messages end at the first NUL byte: some device libraries count one in.
-QByteArray upToNul(const QByteArray &bytes)
-{
-    const int nul = bytes.indexOf('\0');
-    return nul < 0 ? bytes : bytes.left(nul);
 }
 
 } // namespace
@@ -130,8 +124,8 @@ void WebSocketServerManager::slot_newConnection()
     }
     socket->setParent(m_server);
 #if QT_VERSION >= QT_VERSION_CHECK(5, 15, 0)
-    socket->setMaxAllowedIncomingFrameSize(longestMessage);
-    socket->setMaxAllowedIncomingMessageSize(longestMessage);
+    socket->setMaxAllowedIncomingFrameSize(maxMessageBytes);
+    socket->setMaxAllowedIncomingMessageSize(maxMessageBytes);
 #endif
     TRACE << socket->peerAddress().toString() << socket->peerPort()
           << (socket->peerAddress().isLoopback() ? "true" : "false") << socket->peerName();
@@ -141,8 +135,8 @@ void WebSocketServerManager::slot_newConnection()
             &WebSocketServerManager::slot_error);
     connect(socket, &QWebSocket::textMessageReceived, this,
             &WebSocketServerManager::slot_textMessageReceived);
-    // Made anew for every page, so that a message goes out once for each that ever connected:
-    // listeners of these signals reckon with it.
+    // Connected once more for every page, so a message goes out as often as pages ever connected.
+    // Existing users of these signals rely on it.
     connect(this, &WebSocketServerManager::signal_thread_MessageReceived, this,
             &WebSocketServerManager::slot_thread_MessageReceived);
     connect(this, &WebSocketServerManager::signal_thread_MessageReceived_binary, this,
@@ -177,7 +171,7 @@ void WebSocketServerManager::slot_disconnected()
     if (!socket) {
         return;
     }
-    gpWebSocket = nullptr; // whichever page has left
+    gpWebSocket = nullptr; // no matter which page has left
     stopPreviews();
     m_clients.remove(m_clients.key(socket));
     m_links.remove(socket);
@@ -197,7 +191,7 @@ void WebSocketServerManager::slot_closed()
     Q_EMIT signal_close();
 }
 
-/// The preview never outlives the page that started it. No page is current: the answers are lost.
+/// A preview never outlives the page that started it. No client is current: the replies are lost.
 void WebSocketServerManager::stopPreviews()
 {
     Q_EMIT send_recv_msg(QStringLiteral("bStopPlay"), nullptr);
@@ -214,8 +208,8 @@ void WebSocketServerManager::slot_error(QAbstractSocket::SocketError)
 
 void WebSocketServerManager::slot_serverError(QWebSocketProtocol::CloseCode)
 {
-    // signal_error speaks of pages: the listening socket's errors go to the log alone. That it
-    // could not listen at all is told by who tried.
+    // signal_error is for pages; errors of the listening socket only go to the log. A failed
+    // listen() is logged by websocke_server_start().
     if (m_running) {
         qWarning() << "transport:" << m_server->errorString();
     }
@@ -236,7 +230,7 @@ void WebSocketServerManager::slot_captureImgThread(QByteArray byte)
 {
     Q_ASSERT(QThread::currentThread() == thread());
     const QString message = QString::fromUtf8(upToNul(byte));
-    const auto clients = m_clients; // a page may leave the table while it is written to
+    const auto clients = m_clients; // writing to a page may remove it from the table
     for (QWebSocket *socket : clients) {
         socket->sendTextMessage(message);
     }
@@ -246,7 +240,7 @@ void WebSocketServerManager::slot_frame(const QByteArray &bytes)
 {
     Q_ASSERT(QThread::currentThread() == thread());
     const QByteArray text = upToNul(bytes);
-    if (!isAscii(text)) { // no base64: a device library's mistake, which must become valid UTF-8
+    if (!isAscii(text)) { // not base64: sent like any text, which makes it valid UTF-8
         slot_captureImgThread(text);
         return;
     }

@@ -16,11 +16,10 @@ class ClientLink;
 class MessageRun;
 
 /**
- * The server's endpoint: listens for pages, keeps the table of those connected, routes what they
- * send, and broadcasts what workers and companions produce.
+ * The server's endpoint: accepts pages, keeps the table of their connections, routes what they
+ * send, and broadcasts the messages of workers and companions.
  *
- * Everything here runs in the main thread; nothing else touches a page's socket but
- * MessageRun::send_msg in the same thread.
+ * Main thread only. Apart from this class, only MessageRun::send_msg writes to a page's socket.
  */
 class WebSocketServerManager : public QObject
 {
@@ -28,37 +27,37 @@ class WebSocketServerManager : public QObject
 
 public:
     /**
-     * Makes the dispatcher and connects the workers' messages (which makes the workers). Nothing
-     * listens yet.
+     * Creates the dispatcher and connects the workers' messages, which creates the workers. Does
+     * not listen yet.
      */
     WebSocketServerManager(QString serverName, QWebSocketServer::SslMode mode,
                            QObject *parent = nullptr);
     ~WebSocketServerManager() override;
 
     /**
-     * Starts listening; does nothing but a debug line when it runs already. When it can't listen,
-     * running() stays false, a log line says why, and the process goes on.
+     * Starts listening; if it is already running, only writes a debug line. If it can't listen,
+     * running() stays false and a log line gives the reason.
      */
     void websocke_server_start(QHostAddress address, quint16 port);
 
-    /// Stops listening and closes every page's connection; a debug line when it does not run.
+    /// Stops listening and closes all connections; if not running, only writes a debug line.
     void websocke_server_stop();
 
     /// Whether the server listens.
     bool running() const { return m_running; }
 
-    /// The port listened on, 0 when it does not run; for a start at port 0.
+    /// The port listened on, 0 if not running; useful after a start at port 0.
     quint16 port() const;
 
     /// The dispatcher, owned by this object.
     MessageRun *dispatcher() const { return m_messageRun; }
 
-    /// Sends to the page at that address and port; nothing when there is none.
+    /// Sends to the page at this address and port; does nothing if there is none.
     void websocke_server_sendData(QString ip, int port, QString message);
     void websocke_server_sendData_binary(QString ip, int port, QByteArray data);
 
 Q_SIGNALS:
-    // Declared for listeners; of these only signal_error, signal_textFrameReceived, signal_close
+    // For users of this class. Of these, only signal_error, signal_textFrameReceived, signal_close
     // and send_recv_msg are ever emitted.
     void signal_conncted(QString ip, int port);
     void signal_disconncted(QString ip, int port);
@@ -68,10 +67,10 @@ Q_SIGNALS:
     void signal_textFrameReceived(QString ip, quint32 port, QString frame, bool isLastFrame);
     void signal_textMessageReceived(QString ip, quint32 port, QString message);
     void signal_close();
-    /// A way for any thread to reach the current page; see slot_thread_MessageReceived.
+    /// Lets any thread send to the current page; see slot_thread_MessageReceived().
     void signal_thread_MessageReceived(const QString &message);
     void signal_thread_MessageReceived_binary(const QByteArray &data);
-    /// A command text for the dispatcher, with the page that sent it (null: the server itself).
+    /// A command text for the dispatcher; the page that sent it, or null for the server itself.
     void send_recv_msg(QString message, QWebSocket *);
 
 public Q_SLOTS:
@@ -95,17 +94,17 @@ private:
     QWebSocket *client(const QString &ip, int port) const;
     void stopPreviews();
 
-    QPointer<QWebSocket> m_currentSocket; // the page that sent the latest command, gone or not
+    QPointer<QWebSocket> m_currentSocket; // sent the latest command
     QString m_serverName;
     QWebSocketServer::SslMode m_sslMode;
-    bool m_running = false; // what the last listen said
+    bool m_running = false; // result of the last listen()
     QWebSocketServer *m_server = nullptr;
     QHash<QString, QWebSocket *> m_clients; // by "address-port"
     QHostAddress m_listenAddress;
     quint16 m_listenPort = 1818;
     MessageRun *m_messageRun;
 
-    QHash<QWebSocket *, ClientLink *> m_links; // of the pages in m_clients
-    std::array<QByteArray, 4> m_frames; // ready frames; those still being written are in use
+    QHash<QWebSocket *, ClientLink *> m_links; // of the sockets in m_clients
+    std::array<QByteArray, 4> m_frames; // reused in turn; those being written are still shared
     std::size_t m_nextFrame = 0;
 };

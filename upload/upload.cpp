@@ -23,14 +23,14 @@ constexpr int fieldsNeeded = 9;
 constexpr int showProgressField = 7;
 constexpr int showResultField = 8;
 
-/// A switch of the command: "true" in any case and any company, or a number other than 0.
+/// A switch of the command: contains "true", case-insensitively, or is a number other than 0.
 bool isOn(const QString &field)
 {
     return field.contains(QLatin1String("true"), Qt::CaseInsensitive)
         || numberFrom<int>(field) != 0;
 }
 
-/// The sixth field counts only while the fifth is 0.
+/// The sixth field is only used if the fifth is 0.
 bool upload(const QString &args, QString *answer)
 {
     const Arguments fields(args);

@@ -11,12 +11,13 @@ class MessageRun;
 class QDialog;
 
 /**
- * One upload with its progress box and result box: the device library's call runs on the global
- * thread pool, the answer goes to the page when it is done, then the result box is shown.
+ * One upload with its progress dialog and result box. The device library's call runs on the global
+ * thread pool; when it is done, the reply goes to the page, then the result box is shown.
  *
- * No event loop is nested for it: the boxes are modal windows that this object opens and closes,
- * so pages may come, leave and send commands meanwhile, further uploads among them, and each upload
- * is answered when it is done, whichever began first. Deletes itself after the answer. Main thread.
+ * There is no nested event loop: the dialogs are modal windows that this object opens and closes.
+ * Meanwhile pages may connect, leave and send commands, including further uploads; each upload is
+ * answered when it is done, in whatever order they started. Deletes itself after the reply. Main
+ * thread only.
  */
 class Upload : public QObject
 {
@@ -25,8 +26,8 @@ class Upload : public QObject
 public:
     /**
      * Starts an upload.
-     * \param name  the command, for the answer
-     * \param args  its nine fields (fewer: the answer is "false", nothing is uploaded)
+     * \param name  the command, for the reply
+     * \param args  its nine fields; with fewer, the reply is "false" and nothing is uploaded
      */
     static void start(const QString &name, const QString &args, MessageRun *dispatcher);
 
@@ -44,7 +45,7 @@ private:
     void showResult(bool success);
 
     const QString m_name;
-    std::optional<Outcome> m_outcome; // from the end of the upload until it is answered
+    std::optional<Outcome> m_outcome; // set from the end of the upload until the reply
     QPointer<QDialog> m_progress;
     bool m_resultWanted;
 };

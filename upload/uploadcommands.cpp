@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// Upload of images to a server that the page names. The transfer is the device library's.
+// Upload of images to a server that the page names. The device library does the transfer.
 
 #include "devicelib/doccamera.h"
 #include "dispatch/arguments.h"
@@ -8,7 +8,7 @@
 #include "dispatch/messagerun.h"
 #include "upload/upload.h"
 
-// The fifth field goes out before the fourth; missing ones from the third on are empty, or off.
+// The fifth field is passed before the fourth. Missing fields from the third on are empty or off.
 QString MessageRun::sUpLoadImage_callback(QString name, QString args, MessageRun *)
 {
     const Arguments fields(args);
@@ -20,7 +20,7 @@ QString MessageRun::sUpLoadImage_callback(QString name, QString args, MessageRun
                                                 fields.number<int>(4) != 0, fields.utf8(3)))));
 }
 
-// The same under another name; its sixth field is nobody's.
+// The same under another name. Its sixth field is ignored.
 QString MessageRun::sUpLoadImageEx6_callback(QString name, QString args, MessageRun *self)
 {
     return sUpLoadImage_callback(name, args, self);
@@ -46,7 +46,7 @@ QString MessageRun::bUpLoadImage_callback(QString name, QString args, MessageRun
                                      fields.utf8(3)));
 }
 
-// Answers when the upload is done.
+// Replies when the upload is done.
 QString MessageRun::sUpLoadImageEx5_callback(QString name, QString args, MessageRun *self)
 {
     Upload::start(name, args, self);
