@@ -2,6 +2,7 @@
 //
 // Start-up. Everything else happens in the event loop.
 
+#include "app/descriptorlimit.h"
 #include "app/singleinstance.h"
 #include "devicelib/doccamera.h"
 #include "log/qlog.h"
@@ -55,6 +56,7 @@ int main(int argc, char *argv[])
     exitIfAnotherRuns();
 
     QLog::instance()->handler(QLog::LogToFile);
+    raiseDescriptorLimit();
     startLine() << "boreaTcp：系统启动";
     logVersions();
 

@@ -1,6 +1,7 @@
 # SPDX-License-Identifier: MIT
 # The server: a static library, which tests link too, and the program itself.
 add_library(server_core STATIC
+    app/descriptorlimit.cpp
     app/singleinstance.cpp
     camera/capturecommands.cpp
     camera/captureimgthread.cpp
@@ -22,6 +23,7 @@ add_library(server_core STATIC
     dispatch/arguments.cpp
     dispatch/base64.cpp
     dispatch/base64commands.cpp
+    dispatch/clientqueue.cpp
     dispatch/messagerun.cpp
     files/filecommands.cpp
     identity/cardcommands.cpp
@@ -37,6 +39,10 @@ add_library(server_core STATIC
     log/trace.cpp
     status/statuscommands.cpp
     transport/clientlink.cpp
+    transport/framescanner.cpp
+    transport/pagelistener.cpp
+    transport/pagesocket.cpp
+    transport/refusallog.cpp
     transport/websocketservermanager.cpp
     upload/upload.cpp
     upload/uploadcommands.cpp)

@@ -3,6 +3,7 @@
 
 #include "base/mainthread.h"
 #include "dispatch/arguments.h"
+#include "dispatch/clientqueue.h"
 #include "log/longtext.h"
 
 #include <QCoreApplication>
@@ -16,6 +17,7 @@ QPointer<QWebSocket> gpWebSocket;
 MessageRun::MessageRun(QObject *parent)
     : QObject(parent)
     , m_previewTimer(new QTimer(this))
+    , m_clientQueue(new ClientQueue(this))
 {
     connect(m_previewTimer, &QTimer::timeout, this, &MessageRun::OnSengImgMessage);
     connect(this, &MessageRun::handle_msg_signal, this, &MessageRun::handle_msg_slot);

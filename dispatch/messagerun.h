@@ -8,6 +8,7 @@
 
 #include <type_traits>
 
+class ClientQueue;
 class QTimer;
 class QWebSocket;
 
@@ -43,6 +44,9 @@ public:
 
     /// The registry: every command by its name.
     const QMap<QString, Callback> &commands() const { return m_commands; }
+
+    /// The texts of all clients that wait to be carried out. The transport fills it.
+    ClientQueue *clientQueue() const { return m_clientQueue; }
 
     /// Sends a text to the current client; drops it if there is none. Main thread only.
     static void send_msg(QString text);
@@ -118,6 +122,7 @@ private:
     void InitCallBackMap();
 
     QTimer *m_previewTimer;
+    ClientQueue *m_clientQueue;
     bool m_pushImages = false;
     QMap<QString, Callback> m_commands;
 };

@@ -2,6 +2,7 @@
 #include "camera/captureimgthread.h"
 #include "dispatch/messagerun.h"
 #include "tests/pages.h"
+#include "tests/rawpage.h"
 #include "tests/recordingdevice.h"
 #include "tests/rows.h"
 #include "transport/clientlink.h"
@@ -28,40 +29,6 @@ void show(const QByteArray &frame)
 {
     Q_EMIT CaptureImgThread::instance()->sig_frame(frame);
 }
-
-/// A page that connects and then does not read until asked to: a plain TCP client.
-class StalledPage
-{
-public:
-    explicit StalledPage(quint16 port)
-    {
-        m_socket.setReadBufferSize(1); // or Qt would read in the background
-        m_socket.setSocketOption(QAbstractSocket::ReceiveBufferSizeSocketOption, 4096);
-        m_socket.connectToHost(QHostAddress::LocalHost, port);
-        m_socket.write("GET / HTTP/1.1\r\nHost: localhost\r\nUpgrade: websocket\r\n"
-                       "Connection: Upgrade\r\nSec-WebSocket-Key: dGhlIHNhbXBsZSBub25jZQ==\r\n"
-                       "Sec-WebSocket-Version: 13\r\n\r\n");
-    }
-
-    /// Reads everything sent so far, up to a text that must come; empty if it doesn't.
-    QByteArray readUpTo(const QByteArray &text)
-    {
-        m_socket.setReadBufferSize(0);
-        QByteArray bytes;
-        const bool came = QTest::qWaitFor(
-            [&] {
-                bytes += m_socket.readAll();
-                return bytes.indexOf(text, qMax(0, bytes.size() - (1 << 20))) >= 0;
-            },
-            patienceMs);
-        return came ? bytes : QByteArray();
-    }
-
-    QTcpSocket &socket() { return m_socket; }
-
-private:
-    QTcpSocket m_socket;
-};
 
 } // namespace
 
@@ -187,7 +154,7 @@ private Q_SLOTS:
     {
         QFETCH(QByteArray, frame);
         Page other(port());
-        StalledPage bad(port());
+        RawPage bad(port());
         QTRY_COMPARE(pages(), 2);
         bad.socket().write(frame);
         QTRY_COMPARE(pages(), 1);
@@ -280,9 +247,9 @@ private Q_SLOTS:
         QTRY_COMPARE(stays.received().count(QStringLiteral("result")), 20);
     }
 
-    void aStalledPageGetsTwoFramesAndEveryResult()
+    void aRawPageGetsTwoFramesAndEveryResult()
     {
-        StalledPage stalled(port());
+        RawPage stalled(port());
         Page other(port());
         QTRY_COMPARE(pages(), 2);
 
@@ -398,7 +365,7 @@ private Q_SLOTS:
     {
         QSignalSpy errors(m_manager.get(), &WebSocketServerManager::signal_error);
         {
-            StalledPage page(port());
+            RawPage page(port());
             QTRY_COMPARE(pages(), 1);
             page.socket().abort(); // without a closing frame
         }

@@ -1,74 +1,105 @@
 // SPDX-License-Identifier: MIT
 #include "transport/clientlink.h"
 
-#include <QDebug>
-#include <QTcpSocket>
+#include "transport/pagesocket.h"
+
 #include <QThread>
 #include <QWebSocket>
-#include <QWebSocketServer>
 #include <QtEndian>
 
 #include <cstring>
+#include <utility>
 
-namespace {
-
-/// Finds the TCP socket that QWebSocket hides: a descendant of the server.
-QTcpSocket *findTcpSocket(const QWebSocketServer *server, const QWebSocket *socket)
-{
-    const auto candidates = server->findChildren<QTcpSocket *>();
-    for (QTcpSocket *candidate : candidates) {
-        if (candidate->peerPort() == socket->peerPort()
-            && candidate->peerAddress() == socket->peerAddress()) {
-            return candidate;
-        }
-    }
-    qWarning() << "transport: no TCP socket found for the page at port" << socket->peerPort()
-               << "- its preview is slower, its replies may be delayed";
-    return nullptr;
-}
-
-} // namespace
-
-ClientLink::ClientLink(QWebSocket *socket, QWebSocketServer *server)
+ClientLink::ClientLink(QWebSocket *socket, PageSocket *page, ClientQueue *queue,
+                       const Limits &limits)
     : QObject(socket)
+    , m_limits(limits)
     , m_socket(socket)
-    , m_tcp(findTcpSocket(server, socket))
+    , m_page(page)
+    , m_queue(queue)
 {
-    if (m_tcp) {
-        m_tcp->setSocketOption(QAbstractSocket::LowDelayOption, 1);
-        m_tcp->setSocketOption(QAbstractSocket::SendBufferSizeSocketOption, kernelBuffer);
-    }
+    m_page->setSocketOption(QAbstractSocket::LowDelayOption, 1);
+    m_page->setSocketOption(QAbstractSocket::SendBufferSizeSocketOption, kernelBuffer);
     connect(socket, &QWebSocket::bytesWritten, this, &ClientLink::dequeueWritten);
 }
 
-void ClientLink::sendFrame(const QByteArray &text, const QByteArray &frame)
+void ClientLink::sendFrame(const QByteArray &frame)
 {
     Q_ASSERT(QThread::currentThread() == thread());
-    if (m_socket->state() != QAbstractSocket::ConnectedState) {
+    if (m_page->state() != QAbstractSocket::ConnectedState || m_page->isRefused()) {
         return;
     }
-    if (m_socket->bytesToWrite() == 0) {
+    if (m_page->bytesToWrite() == 0) {
         m_waiting.clear();
         m_written = 0;
     }
     if (m_waiting.size() >= frameLimit) {
         return;
     }
-    if (m_tcp) {
-        m_tcp->write(frame);
-    } else {
-        m_socket->sendTextMessage(QString::fromLatin1(text));
+    m_page->write(frame);
+    m_waiting.enqueue(m_written + m_page->bytesToWrite());
+    m_page->flush(); // now, not after a turn of the event loop
+}
+
+qint64 ClientLink::unread() const
+{
+    return m_page->bytesToWrite();
+}
+
+void ClientLink::checkUnread()
+{
+    const qint64 before = m_unread;
+    noteUnread();
+    if (before == 0) {
+        m_lastRead = base::Clock::shared().now(); // it had read everything until now
     }
-    m_waiting.enqueue(m_written + m_socket->bytesToWrite());
-    m_socket->flush(); // now, not after a turn of the event loop
+    if (before > m_limits.unreadMost && m_unread > before) {
+        m_page->drop(QStringLiteral("it has %1 MiB unread").arg(m_unread / Limits::MiB));
+    }
+}
+
+/// Holds the page's commands back, or lets them go on.
+void ClientLink::noteUnread()
+{
+    m_unread = unread();
+    if (m_unread <= m_limits.unreadWait) {
+        m_hold.release();
+        m_told = false;
+    } else if (!m_hold && m_queue) {
+        m_hold = m_queue->hold(m_socket);
+    }
+}
+
+void ClientLink::checkTimes()
+{
+    checkUnread();
+    if (m_unread <= m_limits.unreadWait || stalledFor() <= m_limits.unreadStall) {
+        return;
+    }
+    const QString state =
+        QStringLiteral("has %1 MiB unread and has read nothing for %2 s")
+            .arg(m_unread / Limits::MiB)
+            .arg(std::chrono::duration_cast<std::chrono::seconds>(stalledFor()).count());
+    if (m_unread > m_limits.unreadStalled) {
+        m_page->drop(QStringLiteral("it ") + state);
+    } else if (!std::exchange(m_told, true)) {
+        m_page->log(state + QStringLiteral(": its commands wait"));
+    }
+}
+
+base::Clock::Duration ClientLink::stalledFor() const
+{
+    return m_unread > 0 ? base::Clock::shared().now() - m_lastRead : base::Clock::Duration::zero();
 }
 
 void ClientLink::dequeueWritten(qint64 bytes)
 {
+    m_lastRead = base::Clock::shared().now();
     m_written += bytes;
     while (!m_waiting.isEmpty() && m_waiting.head() <= m_written) {
         m_waiting.dequeue();
     }
+    noteUnread();
 }
 
 void ClientLink::webSocketTextFrame(const QByteArray &text, QByteArray &buffer)

@@ -1,13 +1,17 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include "base/clock.h"
+#include "dispatch/clientqueue.h"
+#include "transport/limits.h"
+
 #include <QByteArray>
 #include <QObject>
+#include <QPointer>
 #include <QQueue>
 
-class QTcpSocket;
+class PageSocket;
 class QWebSocket;
-class QWebSocketServer;
 
 /**
  * Sends preview frames to one page. A WebSocket frame is built once for all pages
@@ -38,14 +42,31 @@ public:
      * Sets up a new connection of the server: limits its kernel buffer and enables TCP_NODELAY,
      * without which a short reply behind a large frame waits up to 40 ms for an acknowledgement.
      */
-    ClientLink(QWebSocket *socket, QWebSocketServer *server);
+    ClientLink(QWebSocket *socket, PageSocket *page, ClientQueue *queue, const Limits &limits);
+
+    /// The TCP socket below.
+    PageSocket *page() const { return m_page; }
 
     /**
      * Sends a frame; drops it if frameLimit are queued or the connection is closing.
-     * \param text   the message, ASCII
-     * \param frame  the result of webSocketTextFrame() for it
+     * \param frame  the result of webSocketTextFrame()
      */
-    void sendFrame(const QByteArray &text, const QByteArray &frame);
+    void sendFrame(const QByteArray &frame);
+
+    /// Bytes that the page has still to read, what the kernel keeps excepted.
+    qint64 unread() const;
+
+    /// How long the page has read nothing though there is something, as of the last check.
+    base::Clock::Duration stalledFor() const;
+
+    /**
+     * To be called when something was sent to the page: holds its commands back while it has much
+     * unread, and disconnects it if it had too much already.
+     */
+    void checkUnread();
+
+    /// The same; disconnects the page also if it has read nothing for too long.
+    void checkTimes();
 
     /**
      * Builds an unmasked WebSocket text frame (RFC 6455, section 5.2), header and payload.
@@ -57,8 +78,16 @@ public:
 private:
     void dequeueWritten(qint64 bytes);
 
+    void noteUnread();
+
+    const Limits m_limits;
     QWebSocket *const m_socket;
-    QTcpSocket *const m_tcp; // the one under m_socket; null if not found
+    PageSocket *const m_page;
+    const QPointer<ClientQueue> m_queue;
+    ClientQueue::Hold m_hold; // while there is much unread
+    base::Clock::TimePoint m_lastRead{};
+    qint64 m_unread = 0; // when it was last looked at
+    bool m_told = false; // that its commands wait
     qint64 m_written = 0; // bytes written since the queue was last empty
     QQueue<qint64> m_waiting; // end of each queued frame, counted like m_written
 };

@@ -5,6 +5,7 @@
 #include "camera/stoprecthread.h"
 #include "companionclients/signsouthinterface.h"
 #include "companionclients/webbrowser.h"
+#include "dispatch/clientqueue.h"
 #include "dispatch/devicetext.h"
 #include "dispatch/messagerun.h"
 #include "identity/facematchthread.h"
@@ -12,6 +13,8 @@
 #include "identity/readidcardthread.h"
 #include "log/trace.h"
 #include "transport/clientlink.h"
+#include "transport/pagelistener.h"
+#include "transport/pagesocket.h"
 
 #include <QThread>
 #include <QWebSocket>
@@ -22,20 +25,9 @@
 
 namespace {
 
-/**
- * Longest text of a page, in bytes; a page that sends a longer one is disconnected. Documents in
- * base64 are far below this; more would use up the machine's memory.
- */
-constexpr quint64 maxMessageBytes = 256 * 1024 * 1024;
-
 QString clientKey(const QString &ip, int port)
 {
     return QStringLiteral("%1-%2").arg(ip).arg(port);
-}
-
-QString clientKey(const QWebSocket *socket)
-{
-    return clientKey(socket->peerAddress().toString(), socket->peerPort());
 }
 
 /// Without an early exit, so that the compiler can vectorize the loop.
@@ -63,6 +55,13 @@ WebSocketServerManager::WebSocketServerManager(QString serverName, QWebSocketSer
     broadcastMessagesOf(FaceMatchThread::instance());
     broadcastMessagesOf(LivingBodyDetectThread::instance());
     broadcastMessagesOf(StopRecThread::instance());
+    connect(this, &WebSocketServerManager::signal_thread_MessageReceived, this,
+            &WebSocketServerManager::deliverForEachConnection);
+    connect(this, &WebSocketServerManager::signal_thread_MessageReceived_binary, this,
+            &WebSocketServerManager::deliverBinaryForEachConnection);
+    m_messageRun->clientQueue()->setRun([this](QObject *client, const QString &text) {
+        carryOut(static_cast<QWebSocket *>(client), text);
+    });
 }
 
 template <class Worker> void WebSocketServerManager::broadcastMessagesOf(Worker *worker)
@@ -90,14 +89,17 @@ void WebSocketServerManager::websocke_server_start(QHostAddress address, quint16
         connect(m_server, &QWebSocketServer::closed, this, &WebSocketServerManager::slot_closed);
         connect(m_server, &QWebSocketServer::serverError, this,
                 &WebSocketServerManager::slot_serverError);
+        m_listener = new PageListener(m_server, m_limits, this);
+        connect(m_listener, &PageListener::tick, this, &WebSocketServerManager::checkTimes);
+        m_messageRun->clientQueue()->setTurn(m_limits.turn);
     }
     m_listenAddress = address;
     m_listenPort = port;
-    m_running = m_server->listen(address, port);
+    m_running = m_listener->start(address, port);
     if (m_running) {
-        qInfo() << "transport: listening on port" << m_server->serverPort();
+        qInfo() << "transport: listening on port" << m_listener->serverPort();
     } else {
-        qWarning() << "transport: can't listen on port" << port << "-" << m_server->errorString();
+        qWarning() << "transport: can't listen on port" << port << "-" << m_listener->errorString();
     }
 }
 
@@ -108,12 +110,13 @@ void WebSocketServerManager::websocke_server_stop()
         return;
     }
     m_running = false;
+    m_listener->stop();
     m_server->close();
 }
 
 quint16 WebSocketServerManager::port() const
 {
-    return m_running ? m_server->serverPort() : quint16{0};
+    return m_running ? m_listener->serverPort() : quint16{0};
 }
 
 void WebSocketServerManager::slot_newConnection()
@@ -122,34 +125,68 @@ void WebSocketServerManager::slot_newConnection()
     if (!socket) {
         return;
     }
+    ++m_connections;
     socket->setParent(m_server);
-#if QT_VERSION >= QT_VERSION_CHECK(5, 15, 0)
-    socket->setMaxAllowedIncomingFrameSize(maxMessageBytes);
-    socket->setMaxAllowedIncomingMessageSize(maxMessageBytes);
-#endif
     TRACE << socket->peerAddress().toString() << socket->peerPort()
           << (socket->peerAddress().isLoopback() ? "true" : "false") << socket->peerName();
+    PageSocket *page = m_listener->takeSocketOf(socket);
+    if (!page) { // it has gone within its handshake
+        socket->deleteLater();
+        return;
+    }
 
     connect(socket, &QWebSocket::disconnected, this, &WebSocketServerManager::slot_disconnected);
     connect(socket, QOverload<QAbstractSocket::SocketError>::of(&QWebSocket::error), this,
             &WebSocketServerManager::slot_error);
     connect(socket, &QWebSocket::textMessageReceived, this,
             &WebSocketServerManager::slot_textMessageReceived);
-    // Connected once more for every page, so a message goes out as often as pages ever connected.
-    // Existing users of these signals rely on it.
-    connect(this, &WebSocketServerManager::signal_thread_MessageReceived, this,
-            &WebSocketServerManager::slot_thread_MessageReceived);
-    connect(this, &WebSocketServerManager::signal_thread_MessageReceived_binary, this,
-            &WebSocketServerManager::slot_thread_MessageReceived_binary);
+    ClientQueue *queue = m_messageRun->clientQueue();
+    connect(page, &PageSocket::frameTaken, queue, [queue, socket] { queue->run(socket); });
+    // A page that says goodbye, or is refused, has no commands any more.
+    connect(socket, &QWebSocket::aboutToClose, queue, [queue, socket] { queue->forget(socket); });
+    connect(page, &PageSocket::refused, this, [this, queue, socket, page] {
+        queue->forget(socket);
+        m_clients.remove(page->peer());
+    });
 
-    m_clients.insert(clientKey(socket), socket);
-    m_links.insert(socket, new ClientLink(socket, m_server));
+    m_clients.insert(page->peer(), socket);
+    m_links.insert(socket, new ClientLink(socket, page, queue, m_limits));
 }
 
 void WebSocketServerManager::slot_textMessageReceived(const QString &message)
 {
     TRACE << LongText(message);
     auto *socket = qobject_cast<QWebSocket *>(sender());
+    ClientLink *link = m_links.value(socket);
+    if (!link) {
+        route(message, socket);
+        return;
+    }
+    link->page()->noteText();
+    m_messageRun->clientQueue()->push(socket, message);
+    pauseOrResume(link);
+}
+
+/// Carries out one text of a page, at once or after it has waited.
+void WebSocketServerManager::carryOut(QWebSocket *socket, const QString &message)
+{
+    ClientLink *link = m_links.value(socket);
+    if (link && link->page()->isPaused() && link->page()->peerHasGone()) {
+        socket->abort();
+        return;
+    }
+    route(message, socket);
+    checkUnread(socket);
+    if (gpWebSocket != socket) {
+        checkUnread(gpWebSocket);
+    }
+    if (ClientLink *remaining = m_links.value(socket)) {
+        pauseOrResume(remaining);
+    }
+}
+
+void WebSocketServerManager::route(const QString &message, QWebSocket *socket)
+{
     if (message.startsWith(QLatin1Char('@'))) {
         WebBrowser::instance()->recvMessage(message, socket);
     } else if (message.startsWith(QLatin1Char('#'))) {
@@ -164,6 +201,58 @@ void WebSocketServerManager::slot_textMessageReceived(const QString &message)
     }
 }
 
+/// Reads no more from a page while many of its texts wait.
+void WebSocketServerManager::pauseOrResume(ClientLink *link)
+{
+    const ClientQueue *queue = m_messageRun->clientQueue();
+    QWebSocket *socket = link->page()->webSocket();
+    const int texts = queue->waitingTexts(socket);
+    link->page()->setPaused(texts > 0
+                            && (texts >= m_limits.waitingTexts
+                                || queue->waitingBytes(socket) >= m_limits.waitingBytes
+                                || queue->waitingBytes() >= m_limits.waitingBytesOfAll));
+}
+
+void WebSocketServerManager::checkUnread(QWebSocket *socket)
+{
+    ClientLink *link = m_links.value(socket);
+    if (!link) {
+        return;
+    }
+    link->checkUnread();
+    if (link->unread() > m_limits.unreadWait) {
+        limitUnreadOfAll();
+    }
+}
+
+/// When all pages together leave too much unread, those that read nothing have to go.
+void WebSocketServerManager::limitUnreadOfAll()
+{
+    qint64 total = 0;
+    ClientLink *worst = nullptr;
+    for (ClientLink *link : qAsConst(m_links)) {
+        total += link->unread();
+        if (link->stalledFor() > m_limits.unreadOfAllStall
+            && (!worst || link->unread() > worst->unread())) {
+            worst = link;
+        }
+    }
+    if (total > m_limits.unreadOfAll && worst && worst->unread() > 0) {
+        worst->page()->drop(QStringLiteral("all pages have %1 MiB unread, and it does not read")
+                                .arg(total / Limits::MiB));
+    }
+}
+
+void WebSocketServerManager::checkTimes()
+{
+    const auto links = m_links;
+    for (ClientLink *link : links) { // deletes none at once
+        link->checkTimes();
+        pauseOrResume(link);
+    }
+    limitUnreadOfAll();
+}
+
 void WebSocketServerManager::slot_disconnected()
 {
     TRACE;
@@ -172,18 +261,22 @@ void WebSocketServerManager::slot_disconnected()
         return;
     }
     gpWebSocket = nullptr; // no matter which page has left
+    m_messageRun->clientQueue()->forget(socket);
     stopPreviews();
-    m_clients.remove(m_clients.key(socket));
-    m_links.remove(socket);
+    ClientLink *link = m_links.take(socket);
+    if (link && m_clients.value(link->page()->peer()) == socket) {
+        m_clients.remove(link->page()->peer());
+    }
     socket->abort();
     socket->close(QWebSocketProtocol::CloseCodeNormal, QString());
-    socket->deleteLater();
+    if (link) {
+        link->page()->deleteWebSocketLater();
+    }
 }
 
 void WebSocketServerManager::slot_closed()
 {
     const auto clients = std::exchange(m_clients, {});
-    m_links.clear();
     for (QWebSocket *socket : clients) {
         socket->close(QWebSocketProtocol::CloseCodeNormal, QString());
     }
@@ -211,7 +304,7 @@ void WebSocketServerManager::slot_serverError(QWebSocketProtocol::CloseCode)
     // signal_error is for pages; errors of the listening socket only go to the log. A failed
     // listen() is logged by websocke_server_start().
     if (m_running) {
-        qWarning() << "transport:" << m_server->errorString();
+        m_listener->logRefusal(m_server->errorString());
     }
 }
 
@@ -248,7 +341,7 @@ void WebSocketServerManager::slot_frame(const QByteArray &bytes)
     ClientLink::webSocketTextFrame(text, frame);
     const auto links = m_links;
     for (ClientLink *link : links) {
-        link->sendFrame(text, frame);
+        link->sendFrame(frame);
     }
 }
 
@@ -287,4 +380,18 @@ void WebSocketServerManager::slot_thread_MessageReceived_binary(const QByteArray
                                         m_currentSocket->peerPort(), data);
     }
     TRACE << "thread send data..........binary";
+}
+
+void WebSocketServerManager::deliverForEachConnection(const QString &message)
+{
+    for (quint64 i = 0, count = m_connections; i < count; ++i) {
+        slot_thread_MessageReceived(message);
+    }
+}
+
+void WebSocketServerManager::deliverBinaryForEachConnection(const QByteArray &data)
+{
+    for (quint64 i = 0, count = m_connections; i < count; ++i) {
+        slot_thread_MessageReceived_binary(data);
+    }
 }

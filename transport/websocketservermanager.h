@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include "transport/limits.h"
+
 #include <QAbstractSocket>
 #include <QHash>
 #include <QHostAddress>
@@ -14,6 +16,7 @@
 
 class ClientLink;
 class MessageRun;
+class PageListener;
 
 /**
  * The server's endpoint: accepts pages, keeps the table of their connections, routes what they
@@ -33,6 +36,9 @@ public:
     WebSocketServerManager(QString serverName, QWebSocketServer::SslMode mode,
                            QObject *parent = nullptr);
     ~WebSocketServerManager() override;
+
+    /// Replaces the limits on what pages may take; before the first start.
+    void setLimits(const Limits &limits) { m_limits = limits; }
 
     /**
      * Starts listening; if it is already running, only writes a debug line. If it can't listen,
@@ -93,6 +99,14 @@ private:
     template <class Worker> void broadcastMessagesOf(Worker *worker);
     QWebSocket *client(const QString &ip, int port) const;
     void stopPreviews();
+    void carryOut(QWebSocket *socket, const QString &message);
+    void route(const QString &message, QWebSocket *socket);
+    void pauseOrResume(ClientLink *link);
+    void checkUnread(QWebSocket *socket);
+    void limitUnreadOfAll();
+    void checkTimes();
+    void deliverForEachConnection(const QString &message);
+    void deliverBinaryForEachConnection(const QByteArray &data);
 
     QPointer<QWebSocket> m_currentSocket; // sent the latest command
     QString m_serverName;
@@ -104,7 +118,12 @@ private:
     quint16 m_listenPort = 1818;
     MessageRun *m_messageRun;
 
-    QHash<QWebSocket *, ClientLink *> m_links; // of the sockets in m_clients
+    Limits m_limits;
+    PageListener *m_listener = nullptr; // created with m_server
+    // A message of the signal_thread_... signals goes out once for every page that ever connected:
+    // existing users of these signals rely on it.
+    quint64 m_connections = 0;
+    QHash<QWebSocket *, ClientLink *> m_links; // of all open connections
     std::array<QByteArray, 4> m_frames; // reused in turn; those being written are still shared
     std::size_t m_nextFrame = 0;
 };

@@ -1,0 +1,63 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <QtGlobal>
+
+#include <chrono>
+
+/**
+ * What one page, and all pages together, may take of the server. Every limit that bites is logged;
+ * docs/protocol-intro.md lists them. Tests use smaller ones.
+ */
+struct Limits
+{
+    static constexpr qint64 MiB = 1024 * 1024;
+
+    /// A handshake takes a fraction of a second; browsers open spare connections and leave them.
+    std::chrono::milliseconds handshake = std::chrono::seconds(10);
+    /// Request headers with every cookie of the machine: browsers send 16 KiB at most.
+    qint64 handshakeBytes = 64 * 1024;
+
+    /// One text, all its fragments: an A4 page at 600 dpi as base64 of a bitmap.
+    quint64 message = 128 * MiB;
+    /// Received bytes of messages that have not ended, of all pages: four of the longest.
+    qint64 unfinished = 512 * MiB;
+    /// A page whose own unfinished message is not longer is served though the total is used up.
+    qint64 unfinishedAlways = 64 * 1024;
+    /// Silence within a message: a browser sends a message in one go.
+    std::chrono::milliseconds stalledMessage = std::chrono::seconds(10);
+
+    /// How long one page's commands may run before the other pages have their turn.
+    std::chrono::milliseconds turn{50};
+    /// Texts of one page that wait to be carried out; beyond it nothing is read from the page.
+    int waitingTexts = 10000;
+    qint64 waitingBytes = 64 * MiB; ///< the same in bytes of memory
+    qint64 waitingBytesOfAll = 256 * MiB; ///< the same for all pages together
+    /// Bytes that may be read ahead from a page that nothing is taken from.
+    qint64 readAhead = 64 * 1024;
+
+    /// Unread bytes from which a page's next command waits: a few pictures.
+    qint64 unreadWait = 16 * MiB;
+    /// Unread bytes from which a page is disconnected once it has read nothing for unreadStall.
+    qint64 unreadStalled = 64 * MiB;
+    std::chrono::milliseconds unreadStall = std::chrono::seconds(10);
+    /// Unread bytes from which the next message disconnects a page, even one that reads.
+    qint64 unreadMost = 256 * MiB;
+    /// Unread bytes of all pages, from which the one that has read nothing for longest has to go.
+    qint64 unreadOfAll = 512 * MiB;
+    /// ... if it has read nothing for this long: a page on this machine takes 1 MiB in a few ms.
+    std::chrono::milliseconds unreadOfAllStall = std::chrono::seconds(2);
+
+    /// File descriptors of the process; 0: its soft limit.
+    quint64 descriptors = 0;
+    /// Of these, kept free for files, cameras, card readers, the companions and the log.
+    quint64 descriptorReserve = 32;
+    /// Connections that the kernel accepts while the main thread is busy.
+    int backlog = 511;
+
+    /// How long a refused page may take to read why before its connection is cut.
+    std::chrono::milliseconds linger = std::chrono::seconds(2);
+    /// How often what depends on time is looked at.
+    std::chrono::milliseconds tick = std::chrono::seconds(1);
+    int logLinesPerSecond = 5; ///< about refused pages
+};

@@ -1,0 +1,173 @@
+// SPDX-License-Identifier: MIT
+#include "transport/pagelistener.h"
+
+#include "dispatch/messagerun.h"
+#include "transport/pagesocket.h"
+
+#include <QWebSocket>
+#include <QWebSocketServer>
+#include <sys/resource.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <limits>
+#include <tuple>
+
+namespace {
+
+constexpr quint16 tryAgainLater = 1013; // IANA's registry of WebSocket close codes
+
+quint64 softDescriptorLimit()
+{
+    rlimit limit{};
+    if (getrlimit(RLIMIT_NOFILE, &limit) != 0 || limit.rlim_cur == RLIM_INFINITY) {
+        return std::numeric_limits<quint64>::max();
+    }
+    return limit.rlim_cur;
+}
+
+} // namespace
+
+PageListener::PageListener(QWebSocketServer *server, const Limits &limits, QObject *parent)
+    : QTcpServer(parent)
+    , m_server(server)
+    , m_shared(std::make_shared<PageSockets>(limits))
+{
+    connect(this, &QTcpServer::acceptError, this, &PageListener::handleAcceptError);
+    m_tick.setInterval(limits.tick);
+    connect(&m_tick, &QTimer::timeout, this, &PageListener::checkTimes);
+}
+
+PageListener::~PageListener()
+{
+    qDeleteAll(findChildren<PageSocket *>(QString(), Qt::FindDirectChildrenOnly));
+}
+
+bool PageListener::start(const QHostAddress &address, quint16 port)
+{
+    if (!listen(address, port)) {
+        return false;
+    }
+    // Qt's own is 50. On a socket that listens this only changes the number.
+    ::listen(int(socketDescriptor()), limits().backlog);
+    return true;
+}
+
+void PageListener::stop()
+{
+    close();
+    const auto handshaking = findChildren<PageSocket *>(QString(), Qt::FindDirectChildrenOnly);
+    for (PageSocket *page : handshaking) {
+        page->abort();
+    }
+}
+
+const Limits &PageListener::limits() const
+{
+    return m_shared->limits;
+}
+
+void PageListener::logRefusal(const QString &line)
+{
+    m_shared->log.write(line);
+}
+
+void PageListener::incomingConnection(qintptr descriptor)
+{
+    if (nearLimit(descriptor) && !makeRoom()) {
+        m_shared->log.write(QStringLiteral("a connection is refused: no file descriptor is free"));
+        ::close(int(descriptor));
+        return;
+    }
+    auto *page = new PageSocket(m_shared, descriptor, this);
+    if (page->state() != QAbstractSocket::ConnectedState) {
+        m_shared->log.write(QStringLiteral("a connection failed: %1").arg(page->errorString()));
+        ::close(int(descriptor));
+        delete page;
+        return;
+    }
+    connect(page, &QTcpSocket::disconnected, page, [page] {
+        if (!page->webSocket()) {
+            page->deleteLater();
+        }
+    });
+    if (!m_tick.isActive()) {
+        m_tick.start();
+    }
+    m_server->handleConnection(page);
+}
+
+PageSocket *PageListener::takeSocketOf(QWebSocket *socket)
+{
+    const auto handshaking = findChildren<PageSocket *>(QString(), Qt::FindDirectChildrenOnly);
+    for (PageSocket *page : handshaking) {
+        if (page->state() == QAbstractSocket::ConnectedState
+            && page->peerPort() == socket->peerPort()
+            && page->peerAddress() == socket->peerAddress()) {
+            // It would delete the socket on its own when it is disconnected.
+            disconnect(page, &QTcpSocket::disconnected, m_server, nullptr);
+            page->setWebSocket(socket);
+            return page;
+        }
+    }
+    return nullptr;
+}
+
+/// The kernel hands out the lowest free descriptor, so a high one means that those below are used.
+bool PageListener::nearLimit(qintptr descriptor) const
+{
+    const quint64 most = limits().descriptors != 0 ? limits().descriptors : softDescriptorLimit();
+    return quint64(descriptor) + limits().descriptorReserve >= most;
+}
+
+/**
+ * Ends one connection: one that has never sent a text before one that has, and of these the one
+ * that has been silent for longest; never the current page's.
+ */
+bool PageListener::makeRoom()
+{
+    const auto rank = [](const PageSocket *page) {
+        return std::make_tuple(page->hasSentText() && !page->isRefused(), page->lastHeard());
+    };
+    PageSocket *least = nullptr;
+    for (PageSocket *page : qAsConst(m_shared->all)) {
+        if (page->state() != QAbstractSocket::UnconnectedState
+            && (!page->webSocket() || page->webSocket() != gpWebSocket)
+            && (!least || rank(page) < rank(least))) {
+            least = page;
+        }
+    }
+    if (!least) {
+        return false;
+    }
+    least->drop(QStringLiteral("it makes room for another page"), tryAgainLater);
+    return true;
+}
+
+void PageListener::handleAcceptError(QAbstractSocket::SocketError error)
+{
+    m_shared->log.write(QStringLiteral("can't accept a connection: %1").arg(errorString()));
+    // QTcpServer has paused itself. A connection that was gone before it was accepted is no reason.
+    if (error == QAbstractSocket::NetworkError || makeRoom()) {
+        resumeAccepting();
+    } else {
+        m_acceptLater = true;
+        m_tick.start();
+    }
+}
+
+void PageListener::checkTimes()
+{
+    const auto pages = m_shared->all;
+    for (PageSocket *page : pages) {
+        page->checkTimes(); // deletes none at once
+    }
+    Q_EMIT tick();
+    m_shared->log.flush();
+    if (m_acceptLater) {
+        m_acceptLater = false;
+        resumeAccepting();
+    } else if (m_shared->all.isEmpty()) {
+        m_tick.stop();
+    }
+}
