@@ -46,7 +46,7 @@ else
     say "not root: the disk is not filled"
     trap 'rm -rf "$folder"' EXIT
 fi
-for file in rvowebSocketServer libdoccamera.so libcardreader.so elecsign webbrowser \
+for file in rvowebSocketServer libdoccamera.so libcardreader.so barcodeworker elecsign webbrowser \
     run-elecsign.sh run-webbrowser.sh; do
     cp "build/$name/$file" "$folder/"
 done
