@@ -124,7 +124,7 @@ struct Code
  */
 QString textOf(const Code &code)
 {
-    QString text = QString::fromUtf8(code.text);
+    QString text = QString::fromUtf8(code.text.constData(), code.text.size()); // with zero bytes
     const auto isSuspect = [](QChar c) { // half-width katakana or upper Latin-1
         return (c >= QChar(0xff61) && c <= QChar(0xff9f)) || (c >= QChar(0x80) && c <= QChar(0xff));
     };
