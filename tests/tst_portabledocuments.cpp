@@ -586,6 +586,12 @@ private Q_SLOTS:
             QVERIFY(!bSaveMergePage() && !bSaveMergePage());
             QVERIFY(m_log->lines().size() == 2
                     && m_log->takeLines()[0].contains(line("the disk is nearly full")));
+            QVERIFY(!bSaveBMP(folder("").constData(), "capture"));
+            QVERIFY(m_log->lines().size() == 1
+                    && m_log->takeLines()[0].contains(line("the disk is nearly full")));
+        }
+        {
+            const FullDisk disk(1 << 20);
             QVERIFY(bSavePDFEnd() && bSaveOFDEnd() && bSaveMergeEnd());
         }
         QCOMPARE(m_log->takeLines(), QStringList());
