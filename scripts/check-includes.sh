@@ -27,7 +27,8 @@ BEGIN {
     rule("base", "")
 
     rule("portable/base", "devicelib")
-    rule("portable/picture", "devicelib portable/base")
+    rule("portable/barcodeworker", "") # a program of its own, with few libraries
+    rule("portable/picture", "devicelib portable/base portable/barcodeworker")
     rule("portable/camera", "devicelib portable/picture portable/base")
     rule("portable/document", "devicelib portable/picture portable/base")
     rule("portable/recording", "devicelib portable/camera portable/picture portable/base")

@@ -9,6 +9,7 @@
 #include <QProcess>
 #include <QStandardPaths>
 #include <QtTest>
+#include <unistd.h>
 
 #include <cstdlib>
 
@@ -16,6 +17,7 @@ namespace {
 
 /// zint's numbers of the types of codes ("zint -t").
 enum Type { itf = 3, code39 = 8, ean = 13, codabar = 18, code128 = 20, code93 = 25, dataBar = 29 };
+enum DataBarType { dataBarStacked = 79, dataBarExpanded = 31 };
 enum MatrixType { pdf417 = 55, qr = 58, dataMatrix = 71, aztec = 92 };
 
 QStringList sorted(const QString &texts)
@@ -155,6 +157,52 @@ private Q_SLOTS:
         QTEST(taken(sGetBarCode(file.constData())), "expected");
     }
 
+    /// ZXing 1.4 to 2.x abort on some of these.
+    void turnedDataBars_data()
+    {
+        const Rows<int, int> row("type", "angle");
+        for (const int angle : {0, 10, 25, 45, 70, 137}) {
+            for (const int type : {int(dataBar), int(dataBarStacked), int(dataBarExpanded)}) {
+                QTest::addRow("zint %d by %d degrees", type, angle) << type << angle;
+            }
+        }
+    }
+
+    void turnedDataBars()
+    {
+        QFETCH(int, type);
+        QFETCH(int, angle);
+        const QByteArray number = type == dataBarExpanded ? "[01]09501101530003" : "0950110153001";
+        m_page = emptyPage(1100, 700);
+        place(code(type, number, 33, "3"), {350, 350}, angle);
+        place(code(qr, "STILL READ"), {950, 350});
+        const QStringList texts = sorted(taken(sGetBarCode(savedPage().constData())));
+        QVERIFY2(texts.contains(line("STILL READ")), qPrintable(texts.join(QLatin1Char('|'))));
+        m_log->takeLines(); // whether the decoder fails depends on its version
+        taken(sGetBarCodeEx(11, savedPage().constData()));
+        QCOMPARE(taken(sGetBarCodeEx(1, savedPage().constData())), line("STILL READ"));
+    }
+
+    /// All triples of what looks like a corner of a QR code are tried: hours.
+    void endlessSearch()
+    {
+        m_page = emptyPage(900, 900);
+        QPainter painter(&m_page);
+        for (int x = 10; x < 860; x += 30) {
+            for (int y = 10; y < 860; y += 30) {
+                painter.fillRect(x, y, 21, 21, Qt::black);
+                painter.fillRect(x + 3, y + 3, 15, 15, Qt::white);
+                painter.fillRect(x + 6, y + 6, 9, 9, Qt::black);
+            }
+        }
+        painter.end();
+        QCOMPARE(taken(sGetBarCode(savedPage().constData())), QString());
+        QCOMPARE(m_log->takeLines(),
+                 QStringList(line("barcodes: the picture takes far too long and is abandoned")));
+        const QString children = line("/proc/self/task/%1/children").arg(::getpid());
+        QCOMPARE(contentOf(children), QByteArray()); // nothing goes on searching
+    }
+
     void pictureWithoutCode()
     {
         QPainter painter(&m_page);
@@ -213,15 +261,16 @@ private:
     }
 
     /// A code as zint draws it. \param height  of a linear one, in modules
-    QImage code(int type, const QByteArray &content, int height = 50)
+    QImage code(int type, const QByteArray &content, int height = 50, const char *scale = "1.5")
     {
         const QString input = path("content");
         const QString output = path("code.png");
         writeFile(input, content);
         outputOf("zint",
-                 words("--binary --notext --quietzones --scale 1.5 -b %1 --height %2 -i")
+                 words("--binary --notext --quietzones --scale %3 -b %1 --height %2 -i")
                          .replaceInStrings(line("%1"), QString::number(type))
                          .replaceInStrings(line("%2"), QString::number(height))
+                         .replaceInStrings(line("%3"), line(scale))
                      << input << line("-o") << output);
         return QImage(output);
     }

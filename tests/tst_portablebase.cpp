@@ -4,8 +4,10 @@
 #include "portable/base/atomicfile.h"
 #include "portable/base/backgroundjob.h"
 #include "portable/base/base64text.h"
+#include "portable/base/diskspace.h"
 #include "portable/base/failure.h"
 #include "portable/base/featuretext.h"
+#include "portable/base/filereader.h"
 #include "portable/base/inifile.h"
 #include "portable/base/texts.h"
 #include "portable/base/unsupported.h"
@@ -13,8 +15,10 @@
 #include "tests/portabletest.h"
 
 #include <QtTest>
+#include <sys/stat.h>
 
 #include <future>
+#include <limits>
 #include <stdexcept>
 
 using namespace portable;
@@ -100,23 +104,52 @@ private Q_SLOTS:
 
     void wholeFiles()
     {
+        QCOMPARE(mkfifo(QFile::encodeName(path("pipe")).constData(), 0600), 0);
         QString error;
         writeFile(path("empty"), "");
-        QVERIFY(!readWholeFile(path("empty"), &error).isNull());
+        QVERIFY(!readWholeFile(path("empty"), 10, &error).isNull());
         writeFile(path("full"), QByteArray("\0x", 2));
-        QCOMPARE(readWholeFile(path("full"), &error), QByteArray("\0x", 2));
+        QCOMPARE(readWholeFile(path("full"), 2, &error), QByteArray("\0x", 2));
         QVERIFY(error.isEmpty());
         const std::pair<QString, const char *> bad[] = {
             {path("absent"), "there is no such file"},
             {m_folder->path(), "it is not a regular file"},
-            {line("/dev/zero"), "it is not a regular file"}};
+            {path("pipe"), "it is not a regular file"},
+            {line("/dev/zero"), "it is not a regular file"},
+            // No size, and no end that could be waited for.
+            {line("/proc/self/pagemap"), "it is larger than 1048576 bytes"}};
         for (const auto &[file, reason] : bad) {
-            QVERIFY(readWholeFile(file, &error).isNull());
+            QVERIFY(readWholeFile(file, 1 << 30, &error).isNull());
             QCOMPARE(error, line(reason));
         }
-        QVERIFY(QFile::resize(path("full"), (1LL << 30) + 1));
-        QVERIFY(readWholeFile(path("full"), &error).isNull());
-        QCOMPARE(error, line("it is larger than a gigabyte"));
+        QVERIFY(readWholeFile(path("full"), 1, &error).isNull());
+        QCOMPARE(error, line("it is larger than 1 bytes"));
+        QVERIFY(readWholeFile(line("/proc/self/status"), 1 << 20, &error).startsWith("Name:"));
+        const QByteArray large(3'000'000, 'x');
+        writeFile(path("large"), large);
+        QCOMPARE(readWholeFile(path("large"), large.size(), &error), large);
+    }
+
+    void filesThatGrowWhileTheyAreRead()
+    {
+        QString error;
+        writeFile(path("growing"), "ab");
+        RegularFile file;
+        QVERIFY(file.open(path("growing"), 3, &error));
+        char bytes[8];
+        QCOMPARE(file.read(bytes, 2, &error), qint64(2));
+        writeFile(path("growing"), "abcdef");
+        QCOMPARE(file.read(bytes, 8, &error), qint64(-1));
+        QCOMPARE(error, line("it is larger than 3 bytes"));
+    }
+
+    void roomOnTheDisk()
+    {
+        QString error;
+        QVERIFY2(hasRoomFor(0, path("none/yet"), &error), qPrintable(error));
+        QVERIFY(!hasRoomFor(std::numeric_limits<qint64>::max() / 2, path("none/yet"), &error));
+        QVERIFY2(error.startsWith(line("the disk is nearly full: ")), qPrintable(error));
+        QVERIFY(areOnOneDisk(path("a"), path("b/c")) && !areOnOneDisk(path("a"), line("/proc/x")));
     }
 
     void base64_data()

@@ -2,10 +2,12 @@
 // PDF and OFD documents and merged pictures, through the exported functions; what they write is
 // looked at by other programs.
 #include "devicelib/doccamera.h"
+#include "portable/document/documentbuilder.h"
 #include "portable/document/pagespool.h"
 #include "portable/picture/bilevel.h"
 #include "portable/picture/imageconversion.h"
 #include "portable/picture/picturewriter.h"
+#include "tests/fulldisk.h"
 #include "tests/portabletest.h"
 
 #include <QImageReader>
@@ -572,6 +574,57 @@ private Q_SLOTS:
         QVERIFY(bSavePDFEnd() && bSaveOFDEnd() && bSaveMergeEnd());
         QCOMPARE(imagesOf(path("full.pdf")).size(), 2);
         checkPdf(path("full.pdf"));
+    }
+
+    /// What was added before is written, even with the last of the disk.
+    void disksThatAreNearlyFull()
+    {
+        useCamera(picture(1600, 1200));
+        QVERIFY(startPdf(folder(""), "kept") && bSavePDFColorPage());
+        QVERIFY(startOfd(folder(""), "kept") && bSaveOFDColorPage());
+        QVERIFY(startMerge(folder(""), "kept") && bSaveMergePage());
+        {
+            const FullDisk disk((256LL << 20) + 100'000);
+            QVERIFY(!bSaveMergePage() && !bSaveMergePage());
+            QVERIFY(m_log->lines().size() == 2
+                    && m_log->takeLines()[0].contains(line("the disk is nearly full")));
+            QVERIFY(!bSaveBMP(folder("").constData(), "capture"));
+            QVERIFY(m_log->lines().size() == 1
+                    && m_log->takeLines()[0].contains(line("the disk is nearly full")));
+        }
+        {
+            const FullDisk disk(1 << 20);
+            QVERIFY(bSavePDFEnd() && bSaveOFDEnd() && bSaveMergeEnd());
+        }
+        QCOMPARE(m_log->takeLines(), QStringList());
+        QCOMPARE(QImage(path("kept.jpg")).size(), QSize(1600, 1200));
+        checkPdf(path("kept.pdf"));
+    }
+
+    void documentsWithoutEnd()
+    {
+        const auto written = std::make_shared<std::vector<size_t>>();
+        const auto write = [written](const portable::PageSpool &pages, const QString &, QString *) {
+            written->push_back(pages.pages().size());
+            return true;
+        };
+        const QByteArray page(1000, 'x');
+        const auto add = [&page](portable::DocumentBuilder &document) {
+            return document.addPage("test", [&page](QString *) {
+                return std::make_optional(portable::PageImage{{}, page});
+            });
+        };
+        const std::pair<portable::DocumentBuilder::Limits, const char *> kinds[] = {
+            {{3, 1 << 20}, "more than 3 pages"}, {{100, 3999}, "more than 0 MB"}};
+        for (const auto &[limits, reason] : kinds) {
+            portable::DocumentBuilder document(line(".pdf"), limits);
+            QVERIFY(document.start("test", folder("").constData(), "long", write));
+            QVERIFY(add(document) && add(document) && add(document));
+            QVERIFY(!add(document) && !add(document));
+            QVERIFY(m_log->lines().size() == 2 && m_log->takeLines()[0].contains(line(reason)));
+            QVERIFY(document.end("test"));
+        }
+        QCOMPARE(*written, (std::vector<size_t>{3, 3}));
     }
 
     void pagesFromSeveralThreads()

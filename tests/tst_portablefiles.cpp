@@ -183,6 +183,20 @@ private Q_SLOTS:
         QVERIFY(!QFileInfo(path("link")).isSymLink());
     }
 
+    /// Copied until the disk is full, if nobody stops it.
+    void filesWithoutEnd()
+    {
+        const QString endless = line("/proc/self/pagemap");
+        QVERIFY(!bCopyFile(Utf8(endless), utf8("copy")));
+        QVERIFY(!bMoveFile(Utf8(endless), utf8("copy")));
+        QCOMPARE(PortableLog::takeLines().size(), 2);
+        writeFile(path("sparse"), "x");
+        QVERIFY(QFile::resize(path("sparse"), 1LL << 40));
+        QVERIFY(!bCopyFile(utf8("sparse"), utf8("copy")));
+        QVERIFY(PortableLog::takeLines().join(QString()).contains(line("the disk is nearly full")));
+        QVERIFY(!QFile::exists(path("copy")));
+    }
+
     void existence()
     {
         writeFile(path("资料 夹/文件,1"));

@@ -3,6 +3,7 @@
 #include "devicelib/doccamera.h"
 #include "portable/recording/recorder.h"
 #include "tests/fakesource.h"
+#include "tests/fulldisk.h"
 #include "tests/manualclock.h"
 #include "tests/portabletest.h"
 
@@ -459,6 +460,30 @@ private Q_SLOTS:
         studio.recorder.finish();
         QCOMPARE(everythingIn(m_folder->path()), QStringList{line("a.mp4")});
         QVERIFY(!play(path("a.mp4")).empty());
+    }
+
+    /// It ends by itself, with a file that is complete, and leaves room for others.
+    void nearlyFullDisk()
+    {
+        Studio studio;
+        QVERIFY(studio.recorder.start(path("a"), VideoFormat::Standard));
+        studio.record(10);
+        const FullDisk disk(255 << 20);
+        for (int i = 0; i < 500 && studio.recorder.isRecording(); ++i) {
+            studio.clock.advance(40ms);
+            QTest::qWait(2);
+        }
+        QVERIFY(!studio.recorder.isRecording());
+        QStringList lines = m_log->takeLines();
+        QVERIFY(lines.join(QLatin1Char('\n'))
+                    .contains(line("the recording ends: the disk is nearly full")));
+        QVERIFY(lines.last().startsWith(line("recorded: ")));
+        QVERIFY(play(path("a.mp4")).size() > 10);
+
+        QVERIFY(!studio.recorder.start(path("b"), VideoFormat::Standard));
+        lines = m_log->takeLines();
+        QVERIFY(lines.size() == 1 && lines[0].contains(line("the disk is nearly full")));
+        QVERIFY(!QFile::exists(path("b.mp4")));
     }
 
     void fullDisk_data()

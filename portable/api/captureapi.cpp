@@ -3,6 +3,8 @@
 #include "portable/base/atomicfile.h"
 #include "portable/base/base64text.h"
 #include "portable/base/failure.h"
+#include "portable/base/filereader.h"
+#include "portable/base/inputlimits.h"
 #include "portable/base/texts.h"
 #include "portable/camera/shot.h"
 #include "portable/picture/bilevel.h"
@@ -15,10 +17,6 @@
 using namespace portable;
 
 namespace {
-
-// On its way to a page a text is held several times, with two bytes a character; a QString holds at
-// most 2^30 characters.
-constexpr qint64 largestFileEncoded = 128 << 20;
 
 using Encoder = QByteArray (*)(const Shot &shot);
 
@@ -207,12 +205,8 @@ char *Base64Encode(const char *file)
 {
     const char *const function = __func__;
     const QString path = pathOf(file);
-    if (QFileInfo(path).size() > largestFileEncoded) {
-        logFailure(function, path + QStringLiteral(": it is too large for a text"));
-        return nullptr;
-    }
     QString error;
-    const QByteArray bytes = readWholeFile(path, &error);
+    const QByteArray bytes = readWholeFile(path, limits::encodedFile, &error);
     if (bytes.isNull()) {
         prefixError(path, &error);
         logFailure(function, error);

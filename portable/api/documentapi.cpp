@@ -3,6 +3,8 @@
 #include "portable/base/atomicfile.h"
 #include "portable/base/base64text.h"
 #include "portable/base/failure.h"
+#include "portable/base/filereader.h"
+#include "portable/base/inputlimits.h"
 #include "portable/camera/shot.h"
 #include "portable/document/documentbuilder.h"
 #include "portable/document/mergedimage.h"
@@ -32,7 +34,8 @@ DocumentBuilder &ofd()
 
 DocumentBuilder &mergedPicture()
 {
-    static DocumentBuilder document(QStringLiteral(".jpg"));
+    static DocumentBuilder document(
+        QStringLiteral(".jpg"), {portable::limits::documentPages, portable::limits::mergedBytes});
     return document;
 }
 
@@ -94,7 +97,7 @@ bool addFile(const char *function, DocumentBuilder &document, const QString &pat
             portable::setError(QStringLiteral("it needs the path of an image"), error);
             return {};
         }
-        const QByteArray file = portable::readWholeFile(path, error);
+        const QByteArray file = portable::readWholeFile(path, portable::limits::pictureFile, error);
         MaybePage made = file.isNull() ? MaybePage() : page(file, error);
         if (!made) {
             portable::prefixError(path, error);

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "portable/base/atomicfile.h"
 
+#include "portable/base/diskspace.h"
 #include "portable/base/failure.h"
 
 #include <QDir>
@@ -21,7 +22,6 @@ namespace portable {
 
 namespace {
 
-constexpr qint64 largestFileRead = 1 << 30; // a QByteArray ends at twice that
 constexpr int longestKeptSuffix = 8;
 
 QString systemError()
@@ -71,7 +71,7 @@ public:
 
     const QString &path() const { return m_path; }
 
-    bool write(const QByteArray &bytes, QString *error);
+    bool write(const QByteArray &bytes, Reserve reserve, QString *error);
     bool write(const Writer &writer, QString *error);
 
     /// Renames the file to its final name.
@@ -97,8 +97,12 @@ PendingFile::~PendingFile()
     }
 }
 
-bool PendingFile::write(const QByteArray &bytes, QString *error)
+bool PendingFile::write(const QByteArray &bytes, Reserve reserve, QString *error)
 {
+    QString why;
+    if (reserve == Reserve::Keep && !hasRoomFor(bytes.size(), m_path, &why)) {
+        return fail(why, error);
+    }
     const int fd = create(error);
     if (fd < 0) {
         return false;
@@ -203,33 +207,10 @@ QString pathOf(const char *utf8)
     return QString::fromUtf8(utf8);
 }
 
-QByteArray readWholeFile(const QString &path, QString *error)
-{
-    QFile file(path);
-    // Reading a device or a pipe might never end, or never begin.
-    const QFileInfo info(path);
-    if (!info.isFile()) {
-        setError(info.exists() ? QStringLiteral("it is not a regular file")
-                               : QStringLiteral("there is no such file"),
-                 error);
-    } else if (!file.open(QIODevice::ReadOnly)) {
-        setError(file.errorString(), error);
-    } else if (file.size() > largestFileRead) {
-        setError(QStringLiteral("it is larger than a gigabyte"), error);
-    } else {
-        QByteArray bytes = file.readAll();
-        if (file.error() == QFileDevice::NoError) {
-            return bytes.isNull() ? QByteArray("") : bytes;
-        }
-        setError(file.errorString(), error);
-    }
-    return {};
-}
-
-bool writeWholeFile(const QString &path, const QByteArray &bytes, QString *error)
+bool writeWholeFile(const QString &path, const QByteArray &bytes, QString *error, Reserve reserve)
 {
     PendingFile file(path);
-    return file.write(bytes, error) && file.commit(error);
+    return file.write(bytes, reserve, error) && file.commit(error);
 }
 
 bool writeWholeFile(const QString &path,
@@ -245,7 +226,7 @@ bool writeWholeFiles(const std::vector<FileContent> &files, QString *error)
     std::deque<PendingFile> pending;
     for (const FileContent &file : files) {
         pending.emplace_back(file.first);
-        if (!pending.back().write(file.second, error)) {
+        if (!pending.back().write(file.second, Reserve::Keep, error)) {
             return false;
         }
     }

@@ -13,11 +13,11 @@ namespace portable {
 /// A path given in UTF-8; "" for null. Paths in the local 8-bit encoding are up to the caller.
 QString pathOf(const char *utf8);
 
-/**
- * The bytes of a regular file of at most a gigabyte; an empty one gives an empty array, not a null
- * one. \return null, with a reason that doesn't name the file, when it can't be read
- */
-QByteArray readWholeFile(const QString &path, QString *error);
+/// What becomes of the free space that hasRoomFor() keeps.
+enum class Reserve {
+    Keep, ///< A file that would use it isn't written.
+    MayUse ///< For what was collected before and would be lost.
+};
 
 /**
  * Writes a file atomically: the bytes go to a temporary file in the same directory, which is
@@ -28,7 +28,8 @@ QByteArray readWholeFile(const QString &path, QString *error);
  * failure the file may be missing or short.
  * \return false with a reason for the log, which names the path
  */
-bool writeWholeFile(const QString &path, const QByteArray &bytes, QString *error);
+bool writeWholeFile(const QString &path, const QByteArray &bytes, QString *error,
+                    Reserve reserve = Reserve::Keep);
 
 /**
  * The same for content that is written by path (by a library, or too large for memory). `write` is

@@ -2,11 +2,32 @@
 #include "portable/base/inifile.h"
 
 #include "portable/base/failure.h"
+#include "portable/base/filereader.h"
+#include "portable/base/inputlimits.h"
+
+#include <QFileInfo>
 
 namespace portable {
 
+namespace {
+
+/// The path for QSettings, which would wait for a FIFO and read a file of any size.
+QString checked(const QString &path)
+{
+    QString error;
+    RegularFile file;
+    if (file.open(path, limits::settingsFile, &error) || !QFileInfo::exists(path)) {
+        return path;
+    }
+    logFailure(path, error);
+    return QStringLiteral("/dev/null");
+}
+
+} // namespace
+
 IniFile::IniFile(const QString &path)
-    : m_settings(path, QSettings::IniFormat)
+    : m_path(path)
+    , m_settings(checked(path), QSettings::IniFormat)
 {
     m_settings.setIniCodec("UTF-8");
     if (m_settings.status() == QSettings::AccessError) {
@@ -32,7 +53,7 @@ QString IniFile::text(const QString &key) const
 
 void IniFile::logProblem(const QString &what) const
 {
-    logFailure(m_settings.fileName(), what);
+    logFailure(m_path, what);
 }
 
 } // namespace portable

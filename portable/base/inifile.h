@@ -28,6 +28,7 @@ public:
     void logProblem(const QString &what) const;
 
 private:
+    const QString m_path;
     QSettings m_settings;
 };
 

@@ -2,11 +2,14 @@
 #include "portable/camera/filesources.h"
 
 #include "portable/base/failure.h"
+#include "portable/base/filereader.h"
 #include "portable/picture/picturereader.h"
 
 #include <QDir>
 #include <QFile>
 #include <QImageReader>
+
+#include <limits>
 
 namespace portable {
 
@@ -35,8 +38,10 @@ QStringList pictures(const QString &path)
 /// Why the file can't be read; empty when it can.
 QString fileObstacle(const QString &path)
 {
-    QFile file(path);
-    return file.open(QIODevice::ReadOnly) ? QString() : file.errorString();
+    QString error;
+    RegularFile file;
+    file.open(path, std::numeric_limits<qint64>::max(), &error);
+    return error;
 }
 
 /// With FFmpeg only: OpenCV's other backends take file names for patterns and pipelines.

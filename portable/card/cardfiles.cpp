@@ -2,10 +2,11 @@
 #include "portable/card/cardfiles.h"
 
 #include "portable/base/failure.h"
+#include "portable/base/filereader.h"
 #include "portable/base/inifile.h"
+#include "portable/base/inputlimits.h"
 
 #include <QDir>
-#include <QFile>
 #include <QFileInfo>
 #include <QJsonDocument>
 
@@ -17,7 +18,6 @@ namespace {
 
 constexpr CardKind kinds[] = {CardKind::Identity, CardKind::SocialSecurity, CardKind::Bank,
                               CardKind::Ic};
-constexpr qint64 maxFileSize = 1 << 20; // card or photo, in bytes; pages get it in one text
 
 QStringList requiredFields(CardKind kind)
 {
@@ -55,17 +55,10 @@ QByteArray contentOf(const QString &folder, const QString &name)
         logFailure(path, QStringLiteral("it is not a file in the card folder"));
         return {};
     }
-    QFile file(real);
-    if (!file.open(QIODevice::ReadOnly)) {
-        logFailure(path, file.errorString());
-        return {};
-    }
-    QByteArray content = file.read(maxFileSize + 1);
-    if (content.isEmpty() || content.size() > maxFileSize) {
-        logFailure(path,
-                   content.isEmpty()
-                       ? QStringLiteral("it is empty")
-                       : QStringLiteral("it is larger than %1 bytes").arg(maxFileSize));
+    QString error;
+    const QByteArray content = readWholeFile(real, limits::cardFile, &error);
+    if (content.isEmpty()) {
+        logFailure(path, content.isNull() ? error : QStringLiteral("it is empty"));
         return {};
     }
     return content;

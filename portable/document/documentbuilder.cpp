@@ -2,6 +2,7 @@
 #include "portable/document/documentbuilder.h"
 
 #include "portable/base/atomicfile.h"
+#include "portable/base/diskspace.h"
 #include "portable/base/failure.h"
 #include "portable/base/writecheck.h"
 
@@ -37,7 +38,13 @@ QString placeOf(const char *directory, const char *name, const QString &extensio
 } // namespace
 
 DocumentBuilder::DocumentBuilder(QString extension)
+    : DocumentBuilder(std::move(extension), Limits())
+{
+}
+
+DocumentBuilder::DocumentBuilder(QString extension, const Limits &limits)
     : m_extension(std::move(extension))
+    , m_limits(limits)
 {
 }
 
@@ -82,11 +89,34 @@ bool DocumentBuilder::addPage(const char *function, const PageMaker &make, float
         QString error;
         PageSpool &pages = m_work->pages;
         const std::optional<PageImage> image = make(&error);
-        if (image && pages.insert(pageIndex(number, pages.pages().size()), *image, &error)) {
+        if (image && mayAdd(*image, &error)
+            && pages.insert(pageIndex(number, pages.pages().size()), *image, &error)) {
             return true;
         }
         return !error.isEmpty() && logFailure(function, error);
     });
+}
+
+/// Whether the document stays within its limits, and can still be written, with this page.
+bool DocumentBuilder::mayAdd(const PageImage &image, QString *error) const
+{
+    const PageSpool &pages = m_work->pages;
+    const qint64 bytes = pages.bytes() + image.bytes.size();
+    if (qint64(pages.pages().size()) >= m_limits.pages) {
+        return setError(
+            QStringLiteral("%1: more than %2 pages").arg(m_work->path).arg(m_limits.pages), error);
+    }
+    if (bytes > m_limits.bytes) {
+        return setError(QStringLiteral("%1: its pages have more than %2 MB")
+                            .arg(m_work->path)
+                            .arg(m_limits.bytes / limits::mebi),
+                        error);
+    }
+    // The end writes all of them a second time.
+    const QString spool = PageSpool::directory();
+    const qint64 spooled = image.bytes.size();
+    return hasRoomFor(areOnOneDisk(spool, m_work->path) ? spooled + bytes : spooled, spool, error)
+        && (hasRoomFor(bytes, m_work->path, error) || prefixError(m_work->path, error));
 }
 
 bool DocumentBuilder::end(const char *function)

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include "portable/base/inputlimits.h"
 #include "portable/document/pagespool.h"
 
 #include <functional>
@@ -26,8 +27,16 @@ public:
     /// Makes a page. \return nullopt, with a reason unless it was logged already
     using PageMaker = std::function<std::optional<PageImage>(QString *error)>;
 
+    /// A page that would exceed these is refused; those before it are kept.
+    struct Limits
+    {
+        int pages = limits::documentPages;
+        qint64 bytes = limits::documentBytes; ///< Of the pages as they are stored.
+    };
+
     /// \param extension  of its files: ".pdf"
     explicit DocumentBuilder(QString extension);
+    DocumentBuilder(QString extension, const Limits &limits);
 
     // `function` is the exported function that the log names on failure.
 
@@ -41,7 +50,8 @@ public:
     bool start(const char *function, const char *directory, const char *name, Writer writer);
 
     /**
-     * Adds a page.
+     * Adds a page, unless the document has too many or the disk has too little room left for them
+     * and for the document.
      * \param make    called only when a document was started
      * \param number  see pageIndex()
      */
@@ -64,7 +74,10 @@ private:
 
     template <class Body> bool exclusively(const char *function, Body body);
 
+    bool mayAdd(const PageImage &image, QString *error) const;
+
     const QString m_extension;
+    const Limits m_limits;
     std::mutex m_mutex;
     std::unique_ptr<Work> m_work; // guarded by m_mutex; null when none was started
 };

@@ -171,7 +171,7 @@ bool writeMergedImage(const PageSpool &pages, const MergePlan &plan, int quality
     if (file.isEmpty()) {
         return prefixError(path, error);
     }
-    return writeWholeFile(path, file, error);
+    return writeWholeFile(path, file, error, Reserve::MayUse);
 }
 
 } // namespace portable

@@ -12,16 +12,6 @@ namespace portable {
 
 namespace {
 
-/// The directory of spools.
-QString spoolDirectory()
-{
-    const QString usual = QStringLiteral("/var/tmp");
-    const QFileInfo info(usual);
-    return qEnvironmentVariableIsEmpty("TMPDIR") && info.isDir() && info.isWritable()
-        ? usual
-        : QDir::tempPath();
-}
-
 /**
  * Reads or writes all of `length` bytes.
  * \param move  is given the number of bytes done, and does more like pread and pwrite
@@ -83,6 +73,15 @@ bool PageSpool::read(const Entry &page, qint64 from, qint64 length, char *buffer
     return moveAll(length, read, error);
 }
 
+QString PageSpool::directory()
+{
+    const QString usual = QStringLiteral("/var/tmp");
+    const QFileInfo info(usual);
+    return qEnvironmentVariableIsEmpty("TMPDIR") && info.isDir() && info.isWritable()
+        ? usual
+        : QDir::tempPath();
+}
+
 QByteArray PageSpool::path() const
 {
     return m_file ? "/proc/self/fd/" + QByteArray::number(m_file->handle()) : QByteArray();
@@ -90,11 +89,10 @@ QByteArray PageSpool::path() const
 
 bool PageSpool::open(QString *error)
 {
-    const QString directory = spoolDirectory();
-    auto file = std::make_unique<QTemporaryFile>(directory + QStringLiteral("/pages-XXXXXX"));
+    const QString folder = directory();
+    auto file = std::make_unique<QTemporaryFile>(folder + QStringLiteral("/pages-XXXXXX"));
     if (!file->open()) { // calling fileName() would give it a name
-        *error =
-            QStringLiteral("pages can't be stored in %1: %2").arg(directory, file->errorString());
+        *error = QStringLiteral("pages can't be stored in %1: %2").arg(folder, file->errorString());
         return false;
     }
     m_file = std::move(file);

@@ -73,6 +73,12 @@ public:
     /// Reads `length` bytes of a page from its byte `from` on. \return false with a reason
     bool read(const Entry &page, qint64 from, qint64 length, char *buffer, QString *error) const;
 
+    /// Of all pages.
+    qint64 bytes() const { return m_end; }
+
+    /// Where spools are.
+    static QString directory();
+
     /// A path by which this process can open the spool's file; empty before the first page.
     QByteArray path() const;
 

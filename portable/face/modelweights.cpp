@@ -2,8 +2,9 @@
 #include "portable/face/modelweights.h"
 
 #include "portable/base/failure.h"
+#include "portable/base/filereader.h"
+#include "portable/base/inputlimits.h"
 
-#include <QFile>
 #include <QJsonArray>
 #include <QJsonDocument>
 #include <QJsonObject>
@@ -15,17 +16,12 @@ namespace portable {
 
 namespace {
 
-constexpr qint64 maxFileSize = 64 << 20; // far above any of the models in use
 constexpr int maxAxis = 1 << 16;
 
 bool readFile(const QString &path, QByteArray *content, QString *error)
 {
-    QFile file(path);
-    if (!file.open(QIODevice::ReadOnly)) {
-        return setError(path + QStringLiteral(": ") + file.errorString(), error);
-    }
-    *content = file.read(maxFileSize);
-    return true;
+    *content = readWholeFile(path, limits::modelFile, error);
+    return !content->isNull() || prefixError(path, error);
 }
 
 /// Number of elements of a tensor of this shape; 0 for an invalid shape.
@@ -34,7 +30,7 @@ qint64 elementCount(const QJsonArray &shape, std::vector<int> *axes)
     qint64 count = 1;
     for (const QJsonValue &value : shape) {
         const int axis = value.toInt();
-        if (axis < 1 || axis > maxAxis || count > maxFileSize) {
+        if (axis < 1 || axis > maxAxis || count > limits::modelFile) {
             return 0;
         }
         axes->push_back(axis);

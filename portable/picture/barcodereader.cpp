@@ -1,232 +1,138 @@
 // SPDX-License-Identifier: MIT
 #include "portable/picture/barcodereader.h"
 
-#include "portable/picture/bilevel.h"
+#include "portable/picture/barcodeprocess.h"
 
 #include <QDebug>
 #include <QTextCodec>
-
-#define ZX_USE_UTF8 1
-#include <ZXing/ReadBarcode.h>
 #include <opencv2/imgproc.hpp>
+#include <sys/mman.h>
+#include <unistd.h>
 
 #include <algorithm>
-#include <atomic>
-#include <chrono>
-#include <cmath>
-#include <condition_variable>
-#include <exception>
+#include <cerrno>
+#include <cstring>
 #include <memory>
 #include <mutex>
 #include <set>
 #include <stdexcept>
-#include <thread>
+#include <string>
 #include <utility>
-#include <vector>
 
 namespace portable {
 
 namespace {
 
-using ZXing::BarcodeFormat;
-using ZXing::BarcodeFormats;
-using Clock = std::chrono::steady_clock;
+using Clock = BarcodeProcess::Clock;
+using std::chrono::milliseconds;
 
-constexpr auto timeLimit = std::chrono::seconds(3);
-constexpr auto lastPass = std::chrono::seconds(2); // beyond the limit, for a pass that has begun
-constexpr int maxSearches = 2; // an abandoned one and another
-constexpr size_t maxCodes = 32;
-constexpr int maxRepeats = 8; // in a row, of a code that painting over doesn't remove
+constexpr milliseconds timeLimit{3000};
+constexpr milliseconds lastPass{2000}; // beyond the limit, for a pass that has begun
+constexpr milliseconds shortestSearch{1000}; // after one that failed
 
-/// The kinds of sGetBarCodeEx; None for any other number.
-BarcodeFormats formatsOf(long kind)
+/// A grey copy of a picture, in memory that a worker can map.
+class SharedPicture
 {
-    switch (kind) {
-    case anyBarcode:
-        return BarcodeFormat::Any;
-    case 1:
-        return BarcodeFormat::QRCode | BarcodeFormat::MicroQRCode;
-    case 2:
-        return BarcodeFormat::DataMatrix;
-    case 3:
-        return BarcodeFormat::PDF417;
-    case 4:
-        return BarcodeFormat::Code128;
-    case 5:
-        return BarcodeFormat::Code39;
-    case 6:
-        return BarcodeFormat::EAN13 | BarcodeFormat::EAN8 | BarcodeFormat::UPCA
-            | BarcodeFormat::UPCE;
-    case 7:
-        return BarcodeFormat::Code93;
-    case 8:
-        return BarcodeFormat::Codabar;
-    case 9:
-        return BarcodeFormat::ITF;
-    case 10:
-        return BarcodeFormat::Aztec;
-    case 11:
-        return BarcodeFormat::DataBar | BarcodeFormat::DataBarExpanded;
-    default:
-        return BarcodeFormat::None;
-    }
-}
-
-bool isLinear(const ZXing::Result &code)
-{
-    return BarcodeFormats(BarcodeFormat::LinearCodes).testFlag(code.format());
-}
-
-/// The corners of a matrix code; for a linear code the ends of some scan lines.
-std::vector<cv::Point> cornersOf(const ZXing::Result &code)
-{
-    std::vector<cv::Point> corners;
-    for (const ZXing::PointI &corner : code.position()) {
-        corners.emplace_back(corner.x, corner.y);
-    }
-    return corners;
-}
-
-/// The scan line on which a linear code was read.
-std::pair<cv::Point, cv::Point> scanLineOf(const ZXing::Result &code)
-{
-    const auto corners = cornersOf(code);
-    return {(corners[0] + corners[3]) / 2, (corners[1] + corners[2]) / 2};
-}
-
-/**
- * Paints the code over. The height of a linear one is unknown: a band around its scan line is
- * painted, a higher one each time the code is read again.
- */
-void erase(cv::Mat &grey, const ZXing::Result &code, int repeats)
-{
-    const cv::Scalar paper(255);
-    if (isLinear(code)) {
-        const auto [start, end] = scanLineOf(code);
-        const int height = std::max(8, int(cv::norm(end - start) / 5));
-        cv::line(grey, start, end, paper, height * (repeats + 1));
-        return;
-    }
-    const auto corners = cornersOf(code);
-    cv::fillConvexPoly(grey, corners, paper);
-    cv::polylines(grey, corners, true, paper, 5); // the frayed edge
-}
-
-/// The angle reduced to -45 to 45, as quarter turns make no difference.
-double withinEighthTurn(double degrees)
-{
-    return degrees - 90 * std::round(degrees / 90);
-}
-
-/// The rotation of the code in degrees, clockwise, from -45 to 45.
-double tiltOf(const cv::Mat &grey, const ZXing::Result &code)
-{
-    if (!isLinear(code)) {
-        const auto corners = cornersOf(code);
-        const cv::Point top = corners[1] - corners[0];
-        return withinEighthTurn(std::atan2(top.y, top.x) * 180 / CV_PI);
-    }
-    // The scan line may cross the bars at an angle; the gradients along it are at right angles to
-    // them.
-    const auto [start, end] = scanLineOf(code);
-    cv::Rect line(start, end);
-    line = cv::Rect(line.tl() - cv::Point(3, 3), line.br() + cv::Point(4, 4))
-        & cv::Rect(cv::Point(), grey.size());
-    if (line.empty()) {
-        return 0;
-    }
-    cv::Mat x;
-    cv::Mat y;
-    cv::Sobel(grey(line), x, CV_32F, 1, 0);
-    cv::Sobel(grey(line), y, CV_32F, 0, 1);
-    return withinEighthTurn(std::atan2(2 * x.dot(y), x.dot(x) - y.dot(y)) / 2 * 180 / CV_PI);
-}
-
-/// The whole picture rotated counterclockwise, on white.
-cv::Mat turnedBy(double degrees, const cv::Mat &grey)
-{
-    const cv::Point2f middle(float(grey.cols - 1) / 2, float(grey.rows - 1) / 2);
-    const cv::Rect2f bounds =
-        cv::RotatedRect(cv::Point2f(), grey.size(), float(degrees)).boundingRect2f();
-    cv::Mat turn = cv::getRotationMatrix2D(middle, degrees, 1);
-    turn.at<double>(0, 2) += double(bounds.width - 1) / 2 - double(middle.x);
-    turn.at<double>(1, 2) += double(bounds.height - 1) / 2 - double(middle.y);
-    cv::Mat turned;
-    cv::warpAffine(grey, turned, turn, bounds.size(), cv::INTER_LINEAR, cv::BORDER_CONSTANT, 255);
-    return turned;
-}
-
-cv::Mat reduced(const cv::Mat &grey, double scale)
-{
-    const cv::Size size(std::max(1, int(grey.cols * scale)), std::max(1, int(grey.rows * scale)));
-    cv::Mat smaller;
-    cv::resize(grey, smaller, size, 0, 0, cv::INTER_AREA);
-    return smaller;
-}
-
-/// `grey` itself, or a smaller copy within these limits.
-cv::Mat limited(const cv::Mat &grey, double maxPixels, double maxSide)
-{
-    const double scale = std::min(std::sqrt(maxPixels / double(grey.total())),
-                                  maxSide / std::max(grey.cols, grey.rows));
-    return scale < 1 ? reduced(grey, scale) : grey;
-}
-
-/**
- * Where a square code may be: separate patches that are about as wide as high, unlike lines of
- * text. The largest come first, and not too many.
- */
-std::vector<cv::Rect> squarePatches(const cv::Mat &grey)
-{
-    constexpr size_t maxPatches = 40;
-    constexpr int smallest = 10; // pixels in the reduced picture
-    const double scale = std::min(1.0, 800.0 / std::max(grey.cols, grey.rows));
-    cv::Mat small = reduced(grey, scale);
-    cv::morphologyEx(small, small, cv::MORPH_GRADIENT, cv::Mat());
-    cv::threshold(small, small, 0, 255, cv::THRESH_BINARY | cv::THRESH_OTSU);
-    cv::Mat labels;
-    cv::Mat table;
-    cv::Mat centres;
-    const int count = cv::connectedComponentsWithStats(small, labels, table, centres);
-    std::vector<cv::Rect> patches;
-    for (int i = 1; i < count; ++i) { // 0 is the background
-        const int *row = table.ptr<int>(i);
-        const cv::Rect box(row[cv::CC_STAT_LEFT], row[cv::CC_STAT_TOP], row[cv::CC_STAT_WIDTH],
-                           row[cv::CC_STAT_HEIGHT]);
-        const auto [shorter, longer] = std::minmax(box.width, box.height);
-        if (shorter < smallest || longer > 3 * shorter) { // a Data Matrix may be 2.7 times as wide
-            continue;
+public:
+    explicit SharedPicture(const cv::Mat &picture)
+        : m_file(::memfd_create("barcodes", MFD_CLOEXEC))
+    {
+        if (m_file < 0 || ::ftruncate(m_file, off_t(picture.total())) != 0 || !copy(picture)) {
+            const int error = errno;
+            close();
+            throw std::runtime_error(std::string("a copy of the picture: ") + std::strerror(error));
         }
-        const int margin = longer / 10 + 3;
-        const cv::Rect2d wide(box.x - margin, box.y - margin, box.width + 2 * margin,
-                              box.height + 2 * margin);
-        patches.push_back(cv::Rect(cv::Rect2d(wide.x / scale, wide.y / scale, wide.width / scale,
-                                              wide.height / scale))
-                          & cv::Rect(cv::Point(), grey.size()));
     }
-    std::sort(patches.begin(), patches.end(),
-              [](const cv::Rect &a, const cv::Rect &b) { return a.area() > b.area(); });
-    patches.resize(std::min(patches.size(), maxPatches));
-    return patches;
-}
+    ~SharedPicture() { close(); }
+    SharedPicture(const SharedPicture &) = delete;
+    SharedPicture &operator=(const SharedPicture &) = delete;
+
+    int file() const { return m_file; }
+
+private:
+    bool copy(const cv::Mat &picture) const
+    {
+        void *memory =
+            ::mmap(nullptr, picture.total(), PROT_READ | PROT_WRITE, MAP_SHARED, m_file, 0);
+        if (memory == MAP_FAILED) {
+            return false;
+        }
+        const std::shared_ptr<void> mapped(
+            memory, [size = picture.total()](void *start) { ::munmap(start, size); });
+        cv::Mat grey(picture.size(), CV_8U, memory); // of the right size: it is written in place
+        if (picture.channels() == 1) {
+            picture.copyTo(grey);
+        } else {
+            cv::cvtColor(picture, grey, cv::COLOR_BGR2GRAY);
+        }
+        return true;
+    }
+
+    void close()
+    {
+        if (m_file >= 0) {
+            ::close(m_file);
+        }
+        m_file = -1;
+    }
+
+    int m_file;
+};
+
+/// The worker kept for the next picture: starting one takes longer than most searches.
+class SpareWorker
+{
+public:
+    static SpareWorker &instance()
+    {
+        static SpareWorker spare;
+        return spare;
+    }
+
+    /// The spare one, or a new one.
+    std::unique_ptr<BarcodeProcess> take()
+    {
+        std::unique_lock<std::mutex> lock(m_mutex);
+        std::unique_ptr<BarcodeProcess> worker = std::move(m_worker);
+        lock.unlock();
+        return worker && worker->isReady() ? std::move(worker) : std::make_unique<BarcodeProcess>();
+    }
+
+    void giveBack(std::unique_ptr<BarcodeProcess> worker)
+    {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        m_worker.swap(worker); // one that was there ends after the lock
+    }
+
+private:
+    std::mutex m_mutex;
+    std::unique_ptr<BarcodeProcess> m_worker; // guarded by m_mutex
+};
+
+/// A code that a worker has found.
+struct Code
+{
+    int format = 0;
+    bool hasEncoding = false;
+    QByteArray text; ///< UTF-8
+    QByteArray bytes;
+};
 
 /**
  * The code's text. A code that doesn't name its encoding is UTF-8 by custom; ZXing takes any other
  * for Latin or Japanese, but on the documents of our terminals it is GBK.
  */
-QString textOf(const ZXing::Result &code)
+QString textOf(const Code &code)
 {
-    QString text = QString::fromStdString(code.text());
+    QString text = QString::fromUtf8(code.text.constData(), code.text.size()); // with zero bytes
     const auto isSuspect = [](QChar c) { // half-width katakana or upper Latin-1
         return (c >= QChar(0xff61) && c <= QChar(0xff9f)) || (c >= QChar(0x80) && c <= QChar(0xff));
     };
-    if (!code.hasECI() && std::any_of(text.cbegin(), text.cend(), isSuspect)) {
-        const QByteArray bytes(reinterpret_cast<const char *>(code.bytes().data()),
-                               int(code.bytes().size()));
+    if (!code.hasEncoding && std::any_of(text.cbegin(), text.cend(), isSuspect)) {
         for (const char *name : {"GB18030", "UTF-8"}) {
             QTextCodec *codec = QTextCodec::codecForName(name);
-            const QString decoded = codec->toUnicode(bytes);
-            if (codec->fromUnicode(decoded) == bytes) {
+            const QString decoded = codec->toUnicode(code.bytes);
+            if (codec->fromUnicode(decoded) == code.bytes) {
                 text = decoded;
             }
         }
@@ -235,168 +141,104 @@ QString textOf(const ZXing::Result &code)
     return text;
 }
 
-/// A search for the codes in one picture, which is abandoned when it takes far too long.
+/// A search for the codes in one picture, by one worker or several.
 class Search
 {
 public:
-    explicit Search(BarcodeFormats formats)
-        : m_formats(formats)
+    Search(const cv::Mat &picture, long kind)
+        : m_picture(picture)
     {
+        m_request.width = picture.cols;
+        m_request.height = picture.rows;
+        m_request.kind = std::int32_t(kind);
     }
 
-    /// Runs the search, on a thread of its own that may take any time.
-    void run(const cv::Mat &picture);
-
-    /// Waits for run(), within the time limit. \return what was found until then
-    QStringList result();
+    QStringList run()
+    {
+        if (searchOnce()) {
+            return m_texts;
+        }
+        qWarning("portable: barcodes: the decoder fails on this picture (%s); it is searched again "
+                 "without GS1 DataBar",
+                 qPrintable(m_end));
+        m_request.withDataBar = 0; // whose decoder has assertions that some pictures violate
+        if (!searchOnce() && m_texts.isEmpty()) {
+            throw std::runtime_error("the decoder failed again: " + m_end.toStdString());
+        }
+        return m_texts;
+    }
 
 private:
-    void lookFromAllSides(const cv::Mat &grey);
-
-    /// One pass: reads all codes that can be read without rotating the picture. Paints on it.
-    void look(cv::Mat grey)
+    /// \return false when the worker has ended before its time
+    bool searchOnce()
     {
-        read(grey, m_formats);
-        // ZXing looks for these only around the center of a picture.
-        const auto central =
-            m_formats & (BarcodeFormats(BarcodeFormat::DataMatrix) | BarcodeFormat::Aztec);
-        if (!central.empty()) {
-            for (const cv::Rect &patch : squarePatches(grey)) {
-                read(grey(patch), central);
-            }
+        const auto passed = std::chrono::duration_cast<milliseconds>(Clock::now() - m_start);
+        m_request.milliseconds = std::int32_t(std::max(timeLimit - passed, shortestSearch).count());
+        auto worker = SpareWorker::instance().take();
+        QByteArray message;
+        bool isDone = false;
+        auto reception = worker->send(m_request, m_picture.file())
+            ? BarcodeProcess::Reception::Message
+            : BarcodeProcess::Reception::Ended;
+        while (!isDone && reception == BarcodeProcess::Reception::Message) {
+            reception = worker->receive(m_start + timeLimit + lastPass, &message);
+            isDone = reception == BarcodeProcess::Reception::Message && isLast(message);
         }
+        if (isDone) {
+            SpareWorker::instance().giveBack(std::move(worker));
+        } else if (reception == BarcodeProcess::Reception::Late) {
+            qWarning("portable: barcodes: the picture takes far too long and is abandoned");
+        } else {
+            m_end = worker->end();
+        }
+        return reception != BarcodeProcess::Reception::Ended;
     }
 
-    /**
-     * Reads one code at a time, painting over what was read: ZXing's function for several aborts
-     * the process on ordinary linear codes.
-     */
-    void read(cv::Mat grey, BarcodeFormats formats)
+    /// Takes in a message. \return whether it is the worker's last one about this picture
+    bool isLast(const QByteArray &message)
     {
-        // With fewer agreeing lines, parts of linear codes are taken for codes.
-        const auto hints = ZXing::DecodeHints().setFormats(formats).setMinLineCount(4);
-        int repeats = 0;
-        while (m_found.size() < maxCodes && repeats <= maxRepeats && isInTime()) {
-            const ZXing::ImageView view(grey.data, grey.cols, grey.rows, ZXing::ImageFormat::Lum,
-                                        int(grey.step));
-            const ZXing::Result code = ZXing::ReadBarcode(view, hints);
-            if (!code.isValid()) {
-                return;
-            }
-            repeats = add(grey, code) ? 0 : repeats + 1;
-            erase(grey, code, repeats);
+        BarcodeReply head;
+        if (size_t(message.size()) < sizeof head) {
+            throw std::runtime_error("the worker's answer is too short");
         }
-    }
-
-    /// \return false for a code that was found before
-    bool add(const cv::Mat &grey, const ZXing::Result &code)
-    {
-        if (!m_found.emplace(code.format(), code.text()).second) {
-            return false;
-        }
-        if (m_found.size() == 1) {
-            m_tilt = tiltOf(grey, code);
-        }
-        const QString text = textOf(code);
-        const std::lock_guard<std::mutex> lock(m_mutex);
-        m_texts << text;
-        return true;
-    }
-
-    bool isInTime()
-    {
-        if (Clock::now() < m_end) {
-            return true;
-        }
-        if (!std::exchange(m_isLate, true)) {
+        std::memcpy(&head, message.constData(), sizeof head);
+        const QByteArray rest = message.mid(int(sizeof head));
+        const auto textSize = int(std::min<std::uint32_t>(head.textSize, largestBarcodeReply));
+        if (head.type == BarcodeReply::Found) {
+            add({head.format, head.hasEncoding != 0, rest.left(textSize), rest.mid(textSize)});
+        } else if (head.type == BarcodeReply::Failed) {
+            throw std::runtime_error(rest.toStdString());
+        } else if (head.type == BarcodeReply::OutOfTime) {
             qWarning("portable: barcodes: the picture takes too long, some codes may be missing");
         }
-        return false;
+        return head.type != BarcodeReply::Found;
     }
 
-    const BarcodeFormats m_formats;
-    const Clock::time_point m_end = Clock::now() + timeLimit;
-    bool m_isLate = false;
-    std::set<std::pair<BarcodeFormat, std::string>> m_found;
-    double m_tilt = 0; // of the first code, in the picture it was found in
-
-    std::mutex m_mutex;
-    std::condition_variable m_ended;
-    bool m_hasEnded = false; // guarded by m_mutex, as all below
-    std::exception_ptr m_failure;
-    QStringList m_texts;
-};
-
-void Search::run(const cv::Mat &picture)
-{
-    std::exception_ptr failure;
-    try {
-        // Codes are read at 200 dpi and less: an A4 page of 600 dpi has 35 million pixels.
-        lookFromAllSides(limited(greyOf(picture), 36e6, 10000));
-    } catch (...) { // rethrown by result()
-        failure = std::current_exception();
-    }
-    const std::lock_guard<std::mutex> lock(m_mutex);
-    m_failure = failure;
-    m_hasEnded = true;
-    m_ended.notify_all();
-}
-
-void Search::lookFromAllSides(const cv::Mat &grey)
-{
-    // Readable rotations: PDF417 5 to 10 degrees, linear codes 10 to 30, QR codes 45.
-    constexpr double otherAngles[] = {15, -15, 30, -30, 45};
-    constexpr double significantTilt = 3;
-
-    look(grey.clone());
-    // Rotated passes are several and have more pixels: a long strip becomes a large square.
-    const cv::Mat toTurn = limited(grey, 4e6, 3000);
-    double angle = 0;
-    for (const double other : otherAngles) {
-        if (m_found.empty()) {
-            angle = other;
-            look(turnedBy(angle, toTurn));
+    void add(const Code &code)
+    {
+        if (m_found.emplace(code.format, code.text).second) { // a second worker finds them again
+            m_texts << textOf(code);
         }
     }
-    // Other codes of the same tilt, which can't be read at it.
-    if (!m_found.empty() && std::abs(m_tilt) > significantTilt) {
-        look(turnedBy(angle + m_tilt, toTurn));
-    }
-}
 
-QStringList Search::result()
-{
-    std::unique_lock<std::mutex> lock(m_mutex);
-    if (!m_ended.wait_until(lock, m_end + lastPass, [this] { return m_hasEnded; })) {
-        qWarning("portable: barcodes: the picture takes far too long and is abandoned");
-    }
-    if (m_failure) {
-        std::rethrow_exception(m_failure);
-    }
-    return m_texts;
-}
-
-std::atomic<int> searchesRunning{0};
+    const Clock::time_point m_start = Clock::now();
+    const SharedPicture m_picture;
+    BarcodeRequest m_request;
+    std::set<std::pair<int, QByteArray>> m_found;
+    QStringList m_texts;
+    QString m_end; // how the last worker ended, when it did too early
+};
 
 } // namespace
 
 bool isBarcodeKind(long kind)
 {
-    return !formatsOf(kind).empty();
+    return kind >= anyBarcode && kind <= largestBarcodeKind;
 }
 
-// ZXing can't be stopped, and tries all triples of what looks like a corner of a QR code: a picture
-// full of those takes hours.
 QStringList readBarcodes(const cv::Mat &picture, long kind)
 {
-    const int running = ++searchesRunning;
-    const std::shared_ptr<void> place(nullptr, [](void *) { --searchesRunning; });
-    if (running > maxSearches) {
-        throw std::runtime_error("abandoned pictures are still being searched");
-    }
-    const auto search = std::make_shared<Search>(formatsOf(kind));
-    std::thread([search, picture, place] { search->run(picture); }).detach();
-    return search->result();
+    return Search(picture, kind).run();
 }
 
 } // namespace portable

@@ -1,6 +1,10 @@
 // SPDX-License-Identifier: MIT
 #include "portable/picture/jpegfile.h"
 
+#include "portable/base/failure.h"
+#include "portable/base/inputlimits.h"
+
+#include <chrono>
 #include <csetjmp>
 #include <cstdio>
 
@@ -56,6 +60,11 @@ public:
     {
         m_jpeg.err = m_failure.install();
         jpeg_create_decompress(&m_jpeg);
+        m_jpeg.client_data = this;
+        m_progress.progress_monitor = [](j_common_ptr jpeg) {
+            static_cast<Reader *>(jpeg->client_data)->checkTime();
+        };
+        m_jpeg.progress = &m_progress;
     }
     ~Reader() { jpeg_destroy_decompress(&m_jpeg); }
     Reader(const Reader &) = delete;
@@ -108,10 +117,59 @@ public:
 
     QString reason() const { return QString::fromLatin1(m_failure.reason); }
 
+    /// Whether the whole picture, in another form, is in memory while it is decoded.
+    bool keepsCoefficients() { return jpeg_has_multiple_scans(&m_jpeg) != 0; }
+
+    bool isLate() const { return m_isLate; }
+
 private:
+    void checkTime()
+    {
+        if (std::chrono::steady_clock::now() >= m_deadline) {
+            m_isLate = true;
+            std::longjmp(m_failure.back, 1);
+        }
+    }
+
+    const std::chrono::steady_clock::time_point m_deadline =
+        std::chrono::steady_clock::now() + limits::decoding;
+    bool m_isLate = false;
     jpeg_decompress_struct m_jpeg{};
+    jpeg_progress_mgr m_progress{};
     Failure m_failure;
 };
+
+/// What says how much work a JPEG makes.
+struct JpegOutline
+{
+    qint64 pixels = 0; ///< Of the largest frame.
+    qint64 scans = 0;
+};
+
+/// Goes from marker to marker (ITU-T T.81, annex B) without decoding anything.
+JpegOutline outlineOf(const QByteArray &bytes)
+{
+    constexpr int startOfScan = 0xda;
+    JpegOutline outline;
+    const auto byte = [&bytes](int at) { return int(uchar(bytes.at(at))); };
+    const auto word = [&byte](int at) { return byte(at) << 8 | byte(at + 1); };
+    // Compressed data hold no 0xff before anything but 0 and the restart markers, 0xd0 to 0xd7.
+    for (int at = bytes.indexOf('\xff'); at >= 0 && at + 4 <= bytes.size();
+         at = bytes.indexOf('\xff', at)) {
+        const int marker = byte(++at);
+        if (marker == 0 || marker == 1 || marker == 0xff || (marker >= 0xd0 && marker <= 0xd9)) {
+            continue; // without a segment
+        }
+        const bool isFrame =
+            marker >= 0xc0 && marker <= 0xcf && marker != 0xc4 && marker != 0xc8 && marker != 0xcc;
+        if (isFrame && at + 8 <= bytes.size()) {
+            outline.pixels = qMax(outline.pixels, qint64(word(at + 4)) * word(at + 6));
+        }
+        outline.scans += marker == startOfScan ? 1 : 0;
+        at = at + 1 + word(at + 1);
+    }
+    return outline;
+}
 
 class Writer
 {
@@ -196,14 +254,31 @@ private:
 
 } // namespace
 
-std::optional<JpegHead> validateJpeg(const QByteArray &bytes, qint64 maxPixels, QString *error)
+bool checkScans(const QByteArray &bytes, QString *error)
 {
+    const JpegOutline outline = outlineOf(bytes);
+    if (outline.scans > limits::jpegScans
+        || outline.scans * outline.pixels > limits::jpegScanPixels) {
+        return setError(QStringLiteral("%1 scans are too many for %2 pixels")
+                            .arg(outline.scans)
+                            .arg(outline.pixels),
+                        error);
+    }
+    return true;
+}
+
+std::optional<JpegHead> validateJpeg(const QByteArray &bytes, QString *error)
+{
+    if (!checkScans(bytes, error)) {
+        return {};
+    }
     Reader reader;
     if (!reader.readHead(bytes)) {
         *error = reader.reason();
         return {};
     }
     const JpegHead head = reader.head();
+    const qint64 maxPixels = reader.keepsCoefficients() ? limits::pixels : limits::unchangedPixels;
     if (qint64(head.size.width) * head.size.height > maxPixels) {
         *error = QStringLiteral("%1 x %2 pixels are too many")
                      .arg(head.size.width)
@@ -211,7 +286,9 @@ std::optional<JpegHead> validateJpeg(const QByteArray &bytes, qint64 maxPixels, 
         return {};
     }
     if (!reader.decode()) {
-        *error = reader.reason();
+        *error = reader.isLate()
+            ? QStringLiteral("decoding it takes longer than %1 s").arg(limits::decoding.count())
+            : reader.reason();
         return {};
     }
     return head;

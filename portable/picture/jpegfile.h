@@ -29,10 +29,19 @@ struct JpegHead
 };
 
 /**
- * Decodes a JPEG from its start to its end, keeping nothing.
- * \return nullopt, with a reason, when it is no JPEG, broken, cut short, or larger than `maxPixels`
+ * Whether a JPEG has few enough scans to be decoded: a progressive one of a few kilobytes may have
+ * thousands, each of which goes through all pixels. Anything else that is wrong with it is left to
+ * the decoder.
+ * \return false with a reason
  */
-std::optional<JpegHead> validateJpeg(const QByteArray &bytes, qint64 maxPixels, QString *error);
+bool checkScans(const QByteArray &bytes, QString *error);
+
+/**
+ * Decodes a JPEG from its start to its end, keeping nothing.
+ * \return nullopt, with a reason, when it is no JPEG, broken, cut short, has too many pixels or
+ *         scans, or takes too long (inputlimits.h)
+ */
+std::optional<JpegHead> validateJpeg(const QByteArray &bytes, QString *error);
 
 /// Row `y` of a picture, valid until the next call; null, with a reason, when it can't be read.
 using RowSource = std::function<const uchar *(int y, QString *error)>;

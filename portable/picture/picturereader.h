@@ -2,12 +2,14 @@
 /// \file Picture files decoded: the one place where the portable library does it.
 #pragma once
 
+#include "portable/base/inputlimits.h"
 #include "portable/picture/jpegfile.h"
 
 #include <QByteArray>
 #include <QString>
 #include <opencv2/core.hpp>
 
+#include <chrono>
 #include <optional>
 
 namespace portable {
@@ -15,9 +17,9 @@ namespace portable {
 /// What is decoded, and how large the picture may become.
 struct PictureLimits
 {
-    /// Files of more pixels are refused: an A3 page of 600 dpi has 70 million.
-    qint64 maxPixels = 128'000'000;
+    qint64 maxPixels = limits::pixels; ///< Pictures of more are refused.
     int maxSide = 0; ///< Larger pictures are shrunk to it, in pixels; 0: none is.
+    std::chrono::seconds decoding = limits::decoding; ///< What takes longer is refused.
 };
 
 /// For faces and fingers, which need no larger pictures.
@@ -26,8 +28,10 @@ constexpr PictureLimits biometricLimits{64'000'000, 2048};
 // Errors are for the log and don't name the file.
 
 /**
- * Decodes a picture file of any format that Qt or libtiff knows, of a TIFF the first picture.
- * \return 8-bit BGR, upright as its EXIF data say; empty, with a reason, when it can't be read
+ * Decodes a picture file: JPEG, PNG, BMP, TIFF (the first picture), GIF, PBM, PGM, PPM, and WebP
+ * where Qt's plug-in is installed. The limits hold for what the decoder finds, not for what a
+ * header says. \return 8-bit BGR, upright as its EXIF data say; empty, with a reason, when it can't
+ * be read
  */
 cv::Mat readPicture(const QString &path, QString *error, const PictureLimits &limits = {});
 
@@ -44,11 +48,7 @@ struct CheckedJpeg
     bool isUpright = true; ///< Whether its EXIF data ask for no rotation or mirroring.
 };
 
-/**
- * Decodes a JPEG from its start to its end, keeping no pixels.
- * \return nullopt, with a reason, when it is no JPEG, broken, cut short or has too many pixels
- */
-std::optional<CheckedJpeg> checkJpeg(const QByteArray &file, QString *error,
-                                     const PictureLimits &limits = {});
+/// validateJpeg(), and whether it is upright.
+std::optional<CheckedJpeg> checkJpeg(const QByteArray &file, QString *error);
 
 } // namespace portable

@@ -4,6 +4,7 @@
 #include <tiffio.h>
 
 #include <algorithm>
+#include <climits>
 #include <cmath>
 #include <cstdio>
 #include <cstring>
@@ -29,12 +30,18 @@ void complain(const char *module, const char *format, va_list arguments)
 class Memory
 {
 public:
+    using Clock = std::chrono::steady_clock;
+
     explicit Memory(QByteArray bytes = {})
         : m_bytes(std::move(bytes))
     {
     }
 
     const QByteArray &bytes() const { return m_bytes; }
+
+    /// Nothing can be read any more when the time is over.
+    void setDeadline(Clock::time_point deadline) { m_deadline = deadline; }
+    bool isLate() const { return m_isLate; }
 
     struct Close
     {
@@ -63,6 +70,10 @@ private:
     static tmsize_t read(thandle_t handle, void *data, tmsize_t size)
     {
         Memory &self = of(handle);
+        self.m_isLate = self.m_isLate || Clock::now() >= self.m_deadline;
+        if (self.m_isLate) {
+            return -1;
+        }
         const qint64 left = std::max<qint64>(0, self.m_bytes.size() - self.m_position);
         const qint64 count = std::min<qint64>(left, size);
         if (count > 0) {
@@ -108,7 +119,18 @@ private:
 
     QByteArray m_bytes;
     qint64 m_position = 0;
+    Clock::time_point m_deadline = Clock::time_point::max();
+    bool m_isLate = false;
 };
+
+/// Whether libtiff needs more memory for a tile or strip than for all that may be decoded.
+bool hasHugeParts(TIFF *tiff, qint64 maxPixels)
+{
+    constexpr uint64_t bytesPerPixel = 8; // four channels of 16 bits
+    const uint64_t part =
+        TIFFIsTiled(tiff) != 0 ? TIFFTileSize64(tiff) : TIFFStripSize64(tiff); // 0 on overflow
+    return part == 0 || part > uint64_t(maxPixels) * bytesPerPixel;
+}
 
 /// Sets the fields that all our pictures have in common.
 void describe(TIFF *tiff, QSize size, int dpiX, int dpiY)
@@ -137,6 +159,17 @@ std::vector<uchar> packed(const InkView &ink)
         }
     }
     return bits;
+}
+
+/// Of the first picture; empty when it has none, or one beyond all sense.
+QSize sizeOf(TIFF *tiff)
+{
+    uint32_t width = 0;
+    uint32_t height = 0;
+    const bool isKnown = TIFFGetField(tiff, TIFFTAG_IMAGEWIDTH, &width) != 0
+        && TIFFGetField(tiff, TIFFTAG_IMAGELENGTH, &height) != 0 && width <= INT_MAX
+        && height <= INT_MAX;
+    return isKnown ? QSize(int(width), int(height)) : QSize();
 }
 
 } // namespace
@@ -219,31 +252,44 @@ QSize tiffDpi(const QByteArray &tiff)
     return {whole(x), whole(y)};
 }
 
-QImage readTiff(const QByteArray &tiff, qint64 maxPixels, QString *error)
+QSize tiffSize(const QByteArray &tiff)
 {
     Memory memory(tiff);
     const Memory::File file = memory.open("rm");
-    uint32_t width = 0;
-    uint32_t height = 0;
-    if (!file || TIFFGetField(file.get(), TIFFTAG_IMAGEWIDTH, &width) == 0
-        || TIFFGetField(file.get(), TIFFTAG_IMAGELENGTH, &height) == 0) {
+    return file ? sizeOf(file.get()) : QSize();
+}
+
+QImage readTiff(const QByteArray &tiff, qint64 maxPixels, std::chrono::seconds limit,
+                QString *error)
+{
+    Memory memory(tiff);
+    memory.setDeadline(Memory::Clock::now() + limit);
+    const Memory::File file = memory.open("rm");
+    const QSize size = file ? sizeOf(file.get()) : QSize();
+    if (size.isEmpty()) {
         *error = QStringLiteral("a damaged TIFF: ") + complaint;
         return {};
     }
-    if (width == 0 || height == 0 || qint64(width) > maxPixels / qint64(height)) {
-        *error = QStringLiteral("%1 x %2 pixels are too many").arg(width).arg(height);
+    if (qint64(size.width()) * size.height() > maxPixels) {
+        *error = QStringLiteral("%1 x %2 pixels are too many").arg(size.width()).arg(size.height());
         return {};
     }
-    QImage image(int(width), int(height), QImage::Format_RGBA8888);
-    if (image.isNull()
-        || TIFFReadRGBAImageOriented(file.get(), width, height,
+    if (hasHugeParts(file.get(), maxPixels)) {
+        *error = QStringLiteral("a TIFF whose tiles or strips are too large");
+        return {};
+    }
+    QImage image(size, QImage::Format_RGBA8888);
+    const bool isRead = !image.isNull()
+        && TIFFReadRGBAImageOriented(file.get(), uint32_t(size.width()), uint32_t(size.height()),
                                      reinterpret_cast<uint32_t *>(image.bits()),
                                      ORIENTATION_TOPLEFT, 1)
-            == 0) {
+            != 0;
+    if (memory.isLate()) {
+        *error = QStringLiteral("decoding it takes longer than %1 s").arg(limit.count());
+    } else if (!isRead) {
         *error = QStringLiteral("a damaged TIFF: ") + complaint;
-        return {};
     }
-    return image;
+    return isRead && !memory.isLate() ? image : QImage();
 }
 
 } // namespace portable

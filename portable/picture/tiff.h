@@ -6,6 +6,8 @@
 #include <QImage>
 #include <QSize>
 
+#include <chrono>
+
 namespace portable {
 
 /**
@@ -34,7 +36,16 @@ bool isTiff(const QByteArray &bytes);
 /// Resolution of the first picture in dots per inch; invalid when the file has none.
 QSize tiffDpi(const QByteArray &tiff);
 
-/// The first picture of a TIFF file; null, with a reason, when it can't be read.
-QImage readTiff(const QByteArray &tiff, qint64 maxPixels, QString *error);
+/// The size of the first picture, as it is stored; empty when there is none.
+QSize tiffSize(const QByteArray &tiff);
+
+/**
+ * The first picture of a TIFF, upright. Nothing is allocated for one of more than `maxPixels`, nor
+ * for tiles or strips larger than such a picture.
+ * \param limit  what takes longer to decode is given up
+ * \return null, with a reason, when it can't be read
+ */
+QImage readTiff(const QByteArray &tiff, qint64 maxPixels, std::chrono::seconds limit,
+                QString *error);
 
 } // namespace portable

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "portable/recording/recorder.h"
 
+#include "portable/base/diskspace.h"
 #include "portable/base/failure.h"
 
 #include <QCoreApplication>
@@ -65,6 +66,8 @@ public:
         }
         return true;
     }
+
+    QString path() const { return m_file.path(); }
 
     /// For the log; a video with few different pictures stutters.
     QString summary() const
@@ -221,6 +224,9 @@ try {
         *error = QStringLiteral("the path is not a file name");
         return nullptr;
     }
+    if (!hasRoomFor(0, path, error)) {
+        return nullptr;
+    }
     qint64 width;
     qint64 height;
     {
@@ -262,6 +268,7 @@ bool Recorder::record(ConstantRateVideo &video, QString *error)
 {
     PreviewWatch preview(m_cameras, m_clock);
     qint64 due = 1;
+    qint64 nextCheck = videoFrameRate; // of the disk: each second
     while (waitForFrame(&due)) {
         const auto camera = preview.camera();
         if (preview.ended()) {
@@ -269,6 +276,15 @@ bool Recorder::record(ConstantRateVideo &video, QString *error)
             const std::lock_guard<std::mutex> lock(m_mutex);
             end();
             return true;
+        }
+        if (due >= nextCheck) {
+            nextCheck = due + videoFrameRate;
+            if (!hasRoomFor(0, video.path(), error)) {
+                qWarning().noquote() << "portable: the recording ends:" << *error;
+                const std::lock_guard<std::mutex> lock(m_mutex);
+                end();
+                return true;
+            }
         }
         if (!camera) {
             continue; // a switch of cameras, perhaps; missing frames are added afterwards

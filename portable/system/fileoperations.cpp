@@ -1,7 +1,9 @@
 // SPDX-License-Identifier: MIT
 #include "portable/system/fileoperations.h"
 
+#include "portable/base/diskspace.h"
 #include "portable/base/failure.h"
+#include "portable/base/filereader.h"
 #include "portable/base/texts.h"
 
 #include <QDir>
@@ -9,10 +11,17 @@
 #include <QFileInfo>
 #include <QProcess>
 #include <QStandardPaths>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <climits>
+#include <cstdio>
 #include <filesystem>
+#include <limits>
+#include <vector>
 
 namespace portable {
 
@@ -105,6 +114,38 @@ bool moveLink(const QString &from, const QString &to, QString *error)
     return !code || setError(QString::fromStdString(code.message()), error);
 }
 
+/**
+ * Copies a file, with its permissions, to a path where nothing is. Some files of the kernel would
+ * never end: the copy does, at the size of the file, and it leaves room on the disk.
+ */
+bool copyContent(const QString &from, const QString &to, QString *error)
+{
+    RegularFile source;
+    if (!source.open(from, std::numeric_limits<qint64>::max(), error)
+        || !hasRoomFor(source.size(), to, error)) {
+        return false;
+    }
+    const int file = ::open(QFile::encodeName(to).constData(),
+                            O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, source.permissions() | 0200);
+    if (file < 0) {
+        return setError(qt_error_string(errno), error);
+    }
+    QFile target;
+    target.open(file, QIODevice::WriteOnly | QIODevice::Unbuffered, QFileDevice::AutoCloseHandle);
+    std::vector<char> block(1 << 20);
+    qint64 count = 0;
+    bool written = true;
+    while (written && (count = source.read(block.data(), qint64(block.size()), error)) > 0) {
+        written = target.write(block.data(), count) == count && hasRoomFor(0, to, error);
+    }
+    if (!written && error->isEmpty()) {
+        setFileError(target, error);
+    }
+    ::fchmod(file, source.permissions());
+    target.close();
+    return (written && count == 0) || (QFile::remove(to), false);
+}
+
 bool moveToTrash(const QFileInfo &file)
 {
 #if QT_VERSION >= QT_VERSION_CHECK(5, 15, 0)
@@ -186,13 +227,12 @@ bool deleteForever(const QString &path, QString *error)
 
 bool copyFile(const QString &from, const QString &to, QString *error)
 {
-    QFile source(forQt(from));
     const QString target = forQt(to);
-    if (!isUsable(from, error) || !isUsable(to, error) || !requireFile(QFileInfo(source), error)
-        || !requirePlace(QFileInfo(target), error)) {
+    if (!isUsable(from, error) || !isUsable(to, error)
+        || !requireFile(QFileInfo(forQt(from)), error) || !requirePlace(QFileInfo(target), error)) {
         return false;
     }
-    return source.copy(target) || setFileError(source, error);
+    return copyContent(forQt(from), target, error);
 }
 
 bool moveFile(const QString &from, const QString &to, QString *error)
@@ -207,7 +247,16 @@ bool moveFile(const QString &from, const QString &to, QString *error)
     if (QFileInfo(source).isSymLink()) {
         return moveLink(source.fileName(), target, error);
     }
-    return source.rename(target) || setFileError(source, error);
+    if (::renameat2(AT_FDCWD, QFile::encodeName(source.fileName()).constData(), AT_FDCWD,
+                    QFile::encodeName(target).constData(), RENAME_NOREPLACE)
+        == 0) {
+        return true;
+    }
+    if (errno != EXDEV) { // some file systems can't tell whether something is replaced
+        return source.rename(target) || setFileError(source, error);
+    }
+    return copyContent(source.fileName(), target, error)
+        && (source.remove() || (QFile::remove(target), setFileError(source, error)));
 }
 
 bool renameFile(const QString &from, const QString &to, QString *error)

@@ -2,6 +2,8 @@
 #include "portable/system/uploader.h"
 
 #include "portable/base/failure.h"
+#include "portable/base/filereader.h"
+#include "portable/base/inputlimits.h"
 #include "portable/base/texts.h"
 
 #include <QCoreApplication>
@@ -65,14 +67,16 @@ public:
         if (!isReady()) {
             return;
         }
-        m_hasFile = fillForm(request);
+        m_hasFile =
+            m_file.open(request.file, limits::uploadedFile, &m_fileError) && fillForm(request);
         setUp();
     }
 
     bool isReady() const { return m_handle && m_form && m_headers; }
 
-    /// Whether the file was found; it is read during the transfer.
+    /// Whether the file was opened; it is read during the transfer.
     bool hasFile() const { return m_hasFile; }
+    const QString &fileError() const { return m_fileError; }
 
     /// Sends the form to a URL. \return false, with the reason, when there is no response
     bool post(const QUrl &address, QString *error)
@@ -129,12 +133,40 @@ private:
         }
         const QString field = request.fileField;
         curl_mimepart *part = addPart(field.isEmpty() ? QStringLiteral("file") : field);
-        const bool hasFile =
-            curl_mime_filedata(part, QFile::encodeName(request.file).constData()) == CURLE_OK;
-        const QFileInfo file(request.file);
-        curl_mime_filename(part, file.fileName().toUtf8().constData());
-        curl_mime_type(part, QMimeDatabase().mimeTypeForFile(file).name().toUtf8().constData());
+        // Not by its name: another file may have it by then.
+        const bool hasFile = curl_mime_data_cb(part, m_file.size(), &Transfer::readFile,
+                                               &Transfer::seekFile, nullptr, this)
+            == CURLE_OK;
+        const QString name = QFileInfo(request.file).fileName();
+        curl_mime_filename(part, name.toUtf8().constData());
+        curl_mime_type(part, typeOfFile(name).toUtf8().constData());
         return hasFile;
+    }
+
+    /// Its media type, by its name or else by its beginning.
+    QString typeOfFile(const QString &name)
+    {
+        QByteArray beginning(4096, '\0');
+        QString unused;
+        const qint64 size = m_file.read(beginning.data(), beginning.size(), &unused);
+        beginning.resize(int(qMax<qint64>(size, 0)));
+        m_file.rewind();
+        return QMimeDatabase().mimeTypeForFileNameAndData(name, beginning).name();
+    }
+
+    static size_t readFile(char *buffer, size_t, size_t size, void *self)
+    {
+        auto *transfer = static_cast<Transfer *>(self);
+        const qint64 count = transfer->m_file.read(buffer, qint64(size), &transfer->m_fileError);
+        return count < 0 ? CURL_READFUNC_ABORT : size_t(count);
+    }
+
+    /// Curl goes back to the beginning when it sends the form again.
+    static int seekFile(void *self, curl_off_t offset, int origin)
+    {
+        auto *transfer = static_cast<Transfer *>(self);
+        const bool isBeginning = offset == 0 && origin == SEEK_SET;
+        return isBeginning && transfer->m_file.rewind() ? CURL_SEEKFUNC_OK : CURL_SEEKFUNC_FAIL;
     }
 
     curl_mimepart *addPart(const QString &name)
@@ -206,6 +238,8 @@ private:
     const std::unique_ptr<curl_slist, FreeHeaders> m_headers;
     const UploadLimits m_limits;
     const base::Clock &m_clock;
+    RegularFile m_file;
+    QString m_fileError;
     bool m_hasFile = false;
     QByteArray m_answer;
     std::array<char, CURL_ERROR_SIZE> m_error{};
@@ -260,18 +294,13 @@ UploadResult upload(const UploadRequest &request, const UploadLimits &limits,
 {
     static const bool isInitialized = curl_global_init(CURL_GLOBAL_DEFAULT) == CURLE_OK;
     UploadResult result;
-    const QString noFile = QStringLiteral("there is no such file, or it may not be read");
-    if (!QFileInfo(request.file).isFile()) {
-        result.error = noFile;
-        return result;
-    }
     Transfer transfer(request, limits, clock);
     if (!isInitialized || !transfer.isReady()) {
         result.error = QStringLiteral("libcurl failed to initialize");
         return result;
     }
     if (!transfer.hasFile()) {
-        result.error = noFile;
+        result.error = transfer.fileError();
         return result;
     }
     result = run(transfer, request.address);
