@@ -281,7 +281,7 @@ private Q_SLOTS:
             {"absent.png", "there is no such file"},
             {"pipe.png", "it is not a regular file"},
             {"", "it is not a regular file"},
-            {"empty.png", "it is no picture of a format that is read"}};
+            {"empty.png", "it can't be read as a picture: Unsupported image format"}};
         for (const auto &[name, reason] : reasons) {
             QVERIFY(readPicture(path(name), &error).empty());
             QCOMPARE(error, line(reason));
