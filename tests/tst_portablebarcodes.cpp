@@ -175,9 +175,11 @@ private Q_SLOTS:
         const QByteArray number = type == dataBarExpanded ? "[01]09501101530003" : "0950110153001";
         m_page = emptyPage(1100, 700);
         place(code(type, number, 33, "3"), {350, 350}, angle);
-        place(code(qr, "STILL READ"), {950, 350});
+        place(code(qr, "STILL READ"), {950, 150});
+        place(code(code128, "AND THIS"), {950, 500}, 90); // found after the others
         const QStringList texts = sorted(taken(sGetBarCode(savedPage().constData())));
-        QVERIFY2(texts.contains(line("STILL READ")), qPrintable(texts.join(QLatin1Char('|'))));
+        QVERIFY2(texts.contains(line("STILL READ")) && texts.contains(line("AND THIS")),
+                 qPrintable(texts.join(QLatin1Char('|'))));
         m_log->takeLines(); // whether the decoder fails depends on its version
         taken(sGetBarCodeEx(11, savedPage().constData()));
         QCOMPARE(taken(sGetBarCodeEx(1, savedPage().constData())), line("STILL READ"));

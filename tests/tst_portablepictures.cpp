@@ -227,7 +227,8 @@ private Q_SLOTS:
         row("half a TIFF", tiff.left(tiff.size() / 2));
         row("four bytes of a TIFF", tiff.left(4));
         // What is inside has other limits than its head says: formats like that are not read.
-        row("an icon", iconOf(png.data()));
+        row("an icon", iconOf(pngFile(colored({80, 40}), {})));
+        row("an icon with more than it says", iconOf(png.data()));
         row("a drawing", "<svg xmlns='http://www.w3.org/2000/svg' width='9' height='9'/>");
         row("scans without end", progressiveJpeg({800, 600}, 200));
         row("scans of too many pixels", progressiveJpeg({16'000, 8'000}, 40));
@@ -282,7 +283,7 @@ private Q_SLOTS:
             {"absent.png", "there is no such file"},
             {"pipe.png", "it is not a regular file"},
             {"", "it is not a regular file"},
-            {"empty.png", "it is no picture of a format that is read"}};
+            {"empty.png", "it can't be read as a picture: Unsupported image format"}};
         for (const auto &[name, reason] : reasons) {
             QVERIFY(readPicture(path(name), &error).empty());
             QCOMPARE(error, line(reason));

@@ -112,7 +112,7 @@ QImage decodeByQt(const QByteArray &file, QString *error, const PictureLimits &l
 {
     const char *format = formatOf(file);
     if (!format) {
-        setError(QStringLiteral("it is no picture of a format that is read"), error);
+        setError(QStringLiteral("it can't be read as a picture: Unsupported image format"), error);
         return {};
     }
     if (qstrcmp(format, "jpeg") == 0 && !checkScans(file, error)) {
