@@ -75,7 +75,13 @@ class TestLimits : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
-    void initTestCase() { CaptureImgThread::instance()->setPause(true); }
+    void initTestCase()
+    {
+        CaptureImgThread::instance()->setPause(true);
+        start();
+        m_manager.reset();
+        QTest::qWait(100); // for the worker threads: their start needs descriptors
+    }
 
     void init()
     {

@@ -10,12 +10,17 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <cerrno>
+#include <cstring>
 #include <limits>
 #include <tuple>
 
 namespace {
 
 constexpr quint16 tryAgainLater = 1013; // IANA's registry of WebSocket close codes
+
+/// After so many without a connection in between, accepting pauses: it must not take all the time.
+constexpr int acceptErrorsInARow = 16;
 
 quint64 softDescriptorLimit()
 {
@@ -74,6 +79,7 @@ void PageListener::logRefusal(const QString &line)
 
 void PageListener::incomingConnection(qintptr descriptor)
 {
+    m_acceptErrors = 0;
     if (nearLimit(descriptor) && !makeRoom()) {
         m_shared->log.write(QStringLiteral("a connection is refused: no file descriptor is free"));
         ::close(int(descriptor));
@@ -144,11 +150,20 @@ bool PageListener::makeRoom()
     return true;
 }
 
-void PageListener::handleAcceptError(QAbstractSocket::SocketError error)
+/**
+ * QTcpServer has paused itself. Whatever was wrong once, it says again from then on, also when
+ * there is just no further connection to accept: what is wrong has to be found out here.
+ */
+void PageListener::handleAcceptError()
 {
-    m_shared->log.write(QStringLiteral("can't accept a connection: %1").arg(errorString()));
-    // QTcpServer has paused itself. A connection that was gone before it was accepted is no reason.
-    if (error == QAbstractSocket::NetworkError || makeRoom()) {
+    const int spare = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    if (spare >= 0) {
+        ::close(spare);
+    } else {
+        m_shared->log.write(QStringLiteral("can't accept a connection: %1")
+                                .arg(QString::fromLocal8Bit(strerror(errno))));
+    }
+    if ((spare >= 0 || makeRoom()) && ++m_acceptErrors < acceptErrorsInARow) {
         resumeAccepting();
     } else {
         m_acceptLater = true;
@@ -166,6 +181,7 @@ void PageListener::checkTimes()
     m_shared->log.flush();
     if (m_acceptLater) {
         m_acceptLater = false;
+        m_acceptErrors = 0;
         resumeAccepting();
     } else if (m_shared->all.isEmpty()) {
         m_tick.stop();

@@ -51,7 +51,7 @@ protected:
     void incomingConnection(qintptr descriptor) override;
 
 private:
-    void handleAcceptError(QAbstractSocket::SocketError error);
+    void handleAcceptError();
     bool nearLimit(qintptr descriptor) const;
     bool makeRoom();
     void checkTimes();
@@ -59,5 +59,6 @@ private:
     QWebSocketServer *const m_server;
     const std::shared_ptr<PageSockets> m_shared;
     QTimer m_tick;
+    int m_acceptErrors = 0; // since a connection was last accepted
     bool m_acceptLater = false; // accepting pauses until the next tick
 };
