@@ -396,10 +396,23 @@ private Q_SLOTS:
         QCOMPARE(pausedPages(), 0);
     }
 
+    void silentPagesMakeRoom_data()
+    {
+        const Rows<bool> row("descriptors");
+        row("descriptors", true);
+        row("connections", false);
+    }
+
     void silentPagesMakeRoom()
     {
-        // Each page needs two: its own end is in this process too.
-        m_limits.descriptors = quint64(nextDescriptor()) + 3 + 2 * 6 + m_limits.descriptorReserve;
+        QFETCH(bool, descriptors);
+        if (descriptors) {
+            // Each page needs two: its own end is in this process too.
+            m_limits.descriptors =
+                quint64(nextDescriptor()) + 3 + 2 * 6 + m_limits.descriptorReserve;
+        } else {
+            m_limits.connections = 6;
+        }
         start();
         auto talks = std::make_unique<Page>(port());
         talks->send(QStringLiteral("@"));

@@ -48,6 +48,8 @@ struct Limits
     /// ... if it has read nothing for this long: a page on this machine takes 1 MiB in a few ms.
     std::chrono::milliseconds unreadOfAllStall = std::chrono::seconds(2);
 
+    /// Connections, pages or not yet: 30 kB each, and all are polled whenever anything happens.
+    int connections = 4096;
     /// File descriptors of the process; 0: its soft limit.
     quint64 descriptors = 0;
     /// Of these, kept free for files, cameras, card readers, the companions and the log.

@@ -81,7 +81,7 @@ void PageListener::incomingConnection(qintptr descriptor)
 {
     m_acceptErrors = 0;
     if (nearLimit(descriptor) && !makeRoom()) {
-        m_shared->log.write(QStringLiteral("a connection is refused: no file descriptor is free"));
+        m_shared->log.write(QStringLiteral("a connection is refused: there is no room"));
         ::close(int(descriptor));
         return;
     }
@@ -119,9 +119,12 @@ PageSocket *PageListener::takeSocketOf(QWebSocket *socket)
     return nullptr;
 }
 
-/// The kernel hands out the lowest free descriptor, so a high one means that those below are used.
 bool PageListener::nearLimit(qintptr descriptor) const
 {
+    if (m_shared->all.size() >= limits().connections) {
+        return true;
+    }
+    // The kernel hands out the lowest free descriptor: a high one means that those below are used.
     const quint64 most = limits().descriptors != 0 ? limits().descriptors : softDescriptorLimit();
     return quint64(descriptor) + limits().descriptorReserve >= most;
 }

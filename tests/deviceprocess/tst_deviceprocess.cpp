@@ -61,6 +61,15 @@ private Q_SLOTS:
         m_manager.websocke_server_start(QHostAddress::LocalHost, 0);
         m_page = std::make_unique<Page>(m_manager.port());
         QVERIFY(m_page->isConnected());
+        // What each answers when the library fails quietly; some are answered, if at all, by
+        // events.
+        for (int i = 0; i < commands().size(); i += step()) {
+            const QString &command = commands()[i];
+            if (!isCompanions(command) && !answer(command, 1500).isNull()) {
+                m_failures[command] = m_answer;
+            }
+        }
+        QVERIFY2(m_failures.size() >= 90 / step(), qPrintable(QString::number(m_failures.size())));
     }
 
     void everyCommand_data()
@@ -74,22 +83,14 @@ private Q_SLOTS:
     void everyCommand()
     {
         QFETCH(QString, what);
-        int tried = 0;
-        for (int i = 0; i < commands().size(); i += step()) {
-            const QString &command = commands()[i];
-            order("none none");
-            if (isCompanions(command) || answer(command).isNull()) {
-                continue; // answered, if at all, by events
-            }
-            const QString failure = m_answer;
+        for (auto i = m_failures.cbegin(); i != m_failures.cend(); ++i) {
+            const QString &command = i.key();
             order("any " + what.toLatin1());
             QVERIFY2(!answer(command).isNull(), qPrintable(what + QLatin1Char(' ') + command));
-            QVERIFY2(m_answer == failure, qPrintable(command + QLatin1Char(' ') + m_answer));
+            QVERIFY2(m_answer == i.value(), qPrintable(command + QLatin1Char(' ') + m_answer));
             order("none none");
             QVERIFY2(!answer(QStringLiteral("iGetRotate")).isNull(), qPrintable(command));
-            ++tried;
         }
-        QVERIFY2(tried >= 150 / step(), qPrintable(QString::number(tried)));
     }
 
     void aKilledProcessIsReplaced()
@@ -120,7 +121,7 @@ private:
     }
 
     /// Sends a command with arguments of all kinds. \return its answer; null without one
-    QString answer(const QString &command)
+    QString answer(const QString &command, int limitMs = 8000)
     {
         const QString begin = QStringLiteral("Begin") + command;
         m_answer = QString();
@@ -135,13 +136,14 @@ private:
             }
             return false;
         };
-        return QTest::qWaitFor(came, 8000) ? m_answer : QString();
+        return QTest::qWaitFor(came, limitMs) ? m_answer : QString();
     }
 
     WebSocketServerManager m_manager{QStringLiteral("test"), QWebSocketServer::NonSecureMode};
     std::unique_ptr<Page> m_page;
     QString m_order;
     QString m_answer;
+    QMap<QString, QString> m_failures; ///< Of the commands that are tried: their answers.
 };
 
 QTEST_MAIN(TestDeviceProcess)
