@@ -50,6 +50,7 @@ if(DEVICE_LIBRARIES)
     target_link_libraries(rvowebSocketServer PRIVATE ${DEVICE_LIBRARIES})
 else()
     target_link_libraries(rvowebSocketServer PRIVATE doccamera cardreader)
+    add_dependencies(rvowebSocketServer devicehost portabledoccamera portablecardreader)
 endif()
 # Libraries next to the program are found; LD_LIBRARY_PATH takes precedence (DT_RUNPATH).
 set_target_properties(rvowebSocketServer PROPERTIES

@@ -1,0 +1,71 @@
+// SPDX-License-Identifier: MIT
+#include "deviceprocess/host/library.h"
+
+#include "deviceprocess/host/execute.h"
+
+#include <QCoreApplication>
+#include <QFile>
+#include <QFileInfo>
+#include <QStringList>
+#include <QtDebug>
+#include <dlfcn.h>
+
+#include <stdexcept>
+
+namespace deviceprocess {
+
+namespace {
+
+constexpr Execute executions[] = {
+#define DEVICE(library, kind, seconds, result, name, parameters, names)                            \
+    Execution<FunctionId::name, FunctionKind::kind, result parameters>::execute,
+#include "deviceprocess/functions.h"
+};
+
+enum class Half { doccamera, cardreader };
+
+constexpr Half halves[] = {
+#define DEVICE(library, kind, seconds, result, name, parameters, names) Half::library,
+#include "deviceprocess/functions.h"
+};
+
+void *open(const QString &configured)
+{
+    const QString beside = QCoreApplication::applicationDirPath() + QLatin1Char('/') + configured;
+    const QString path = QFileInfo::exists(beside) ? beside : configured;
+    void *library = dlopen(QFile::encodeName(path).constData(), RTLD_NOW | RTLD_GLOBAL);
+    if (!library) {
+        qWarning("device process: %s", dlerror());
+    }
+    return library;
+}
+
+} // namespace
+
+void Library::load(const QString &camera, const QString &cards)
+{
+    void *const libraries[] = {open(camera), open(cards)};
+    QStringList missing;
+    for (std::size_t i = 0; i < functionCount; ++i) {
+        const char *name = functionName(std::uint32_t(i));
+        void *library = libraries[std::size_t(halves[i])];
+        m_functions[i] = library ? dlsym(library, name) : nullptr;
+        if (library && !m_functions[i]) {
+            missing << QString::fromLatin1(name);
+        }
+    }
+    if (!missing.isEmpty()) {
+        qWarning().noquote() << "device process: the library doesn't have"
+                             << missing.join(QStringLiteral(", "));
+    }
+}
+
+void Library::execute(std::uint32_t function, Reader &arguments, Writer &reply, Pictures &pictures)
+{
+    if (function >= functionCount || !m_functions[function]) {
+        throw std::runtime_error("there is no such function in the library");
+    }
+    executions[function](m_functions[function], arguments, reply, pictures);
+}
+
+} // namespace deviceprocess

@@ -1,0 +1,36 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include "deviceprocess/arguments.h"
+#include "deviceprocess/wire.h"
+
+#include <QString>
+
+#include <array>
+
+namespace deviceprocess {
+
+class Pictures;
+
+/// The real device library: the portable one, or a maker's.
+class Library
+{
+public:
+    /**
+     * Loads both libraries; what is missing is named in the log, and fails when it is called.
+     * \param camera, cards  paths; a bare name is looked for beside the program, then as the
+     *                       dynamic loader does
+     */
+    void load(const QString &camera, const QString &cards);
+
+    /**
+     * Carries a call out on this thread. Throws what the library throws, and std::runtime_error for
+     * a function that it doesn't have.
+     */
+    void execute(std::uint32_t function, Reader &arguments, Writer &reply, Pictures &pictures);
+
+private:
+    std::array<void *, functionCount> m_functions{};
+};
+
+} // namespace deviceprocess

@@ -1,0 +1,570 @@
+// SPDX-License-Identifier: MIT
+#include "deviceprocess/stub/devicehost.h"
+
+#include "deviceprocess/stub/mappedpictures.h"
+
+#include <QFile>
+#include <QStringList>
+#include <QtDebug>
+#include <fcntl.h>
+#include <spawn.h>
+#include <sys/socket.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cmath>
+#include <csignal>
+#include <cstring>
+#include <utility>
+
+extern char **environ;
+
+namespace deviceprocess {
+
+namespace {
+
+using std::chrono::milliseconds;
+using std::chrono::seconds;
+
+constexpr milliseconds startLimit{10000}; ///< For loading the libraries and repeating settings.
+constexpr seconds longestPause{30}; ///< Between the starts of a process that keeps dying.
+constexpr seconds soundAfter{5}; ///< A process that lived that long counts as a sound one.
+constexpr milliseconds pingAfter{500}; ///< A call that takes longer makes us look.
+constexpr milliseconds pongLimit{
+    1000}; ///< For a thread of the process that has nothing else to do.
+constexpr int lowestDescriptor = 10; ///< Ours are above those that the process gets as 3 and 4.
+constexpr int eventsPerSecond = 2000; ///< What no camera or reader says; the process runs wild.
+
+thread_local quint64 threadGeneration = 0;
+
+/// A descriptor that is not among those which posix_spawn fills.
+bool moveUp(int *descriptor)
+{
+    const int moved = fcntl(*descriptor, F_DUPFD_CLOEXEC, lowestDescriptor);
+    close(*descriptor);
+    *descriptor = moved;
+    return moved >= 0;
+}
+
+/**
+ * Starts the program with `control` and `events` as descriptors 3 and 4, in a process group of its
+ * own, so that its children end with it. Its name on the process list is "devicehost" alone: the
+ * server's own name in a path would count as a second server.
+ */
+int spawn(const QByteArray &program, const std::vector<QByteArray> &furtherEnvironment, int control,
+          int events, pid_t *pid)
+{
+    posix_spawn_file_actions_t actions;
+    posix_spawn_file_actions_init(&actions);
+    posix_spawn_file_actions_addopen(&actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
+    posix_spawn_file_actions_adddup2(&actions, control, 3);
+    posix_spawn_file_actions_adddup2(&actions, events, 4);
+    posix_spawnattr_t attributes;
+    posix_spawnattr_init(&attributes);
+    sigset_t none;
+    sigemptyset(&none);
+    posix_spawnattr_setsigmask(&attributes, &none);
+    posix_spawnattr_setpgroup(&attributes, 0);
+    posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETPGROUP | POSIX_SPAWN_SETSIGMASK);
+    char name[] = "devicehost";
+    char *const arguments[] = {name, nullptr};
+    std::vector<char *> variables;
+    for (char **variable = environ; *variable; ++variable) {
+        variables.push_back(*variable);
+    }
+    for (const QByteArray &variable : furtherEnvironment) {
+        variables.push_back(const_cast<char *>(variable.constData()));
+    }
+    variables.push_back(nullptr);
+    const int error =
+        posix_spawn(pid, program.constData(), &actions, &attributes, arguments, variables.data());
+    posix_spawnattr_destroy(&attributes);
+    posix_spawn_file_actions_destroy(&actions);
+    return error;
+}
+
+QString nameOf(FunctionId function)
+{
+    return QString::fromLatin1(functionName(std::uint32_t(function)));
+}
+
+/// Passes a line of the host on to the server's log. The body: its QtMsgType, then the text.
+void logLine(const Message &message)
+{
+    Reader reader(message);
+    const auto type = reader.value<std::int32_t>();
+    const QString text = QString::fromUtf8(reader.bytes());
+    if (type == QtDebugMsg) {
+        qDebug().noquote() << text;
+    } else if (type == QtInfoMsg) {
+        qInfo().noquote() << text;
+    } else {
+        qWarning().noquote() << text;
+    }
+}
+
+/// Calls the listener that an event is for. \return false for an event that can't be
+bool deliver(const Message &message)
+{
+    if (message.function >= functionCount || !deliverers[message.function]) {
+        return false;
+    }
+    Reader reader(message);
+    return deliverers[message.function](reader);
+}
+
+} // namespace
+
+/// A thread's connection to one process; closed when the thread ends.
+struct DeviceHost::Connection
+{
+    int socket = -1;
+    quint64 generation = 0;
+
+    ~Connection() { closeDescriptor(&socket); }
+};
+
+DeviceHost::DeviceHost(const QString &program)
+    : m_program(program)
+{
+}
+
+void DeviceHost::stop()
+{
+    {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        m_state = State::Stopping;
+        if (m_pid > 0) {
+            kill(-m_pid, SIGKILL);
+        }
+    }
+    m_changed.notify_all();
+    if (m_supervisor.joinable()) {
+        m_supervisor.join();
+    }
+}
+
+quint64 DeviceHost::generationOfThread()
+{
+    return threadGeneration;
+}
+
+pid_t DeviceHost::processId() const
+{
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    return m_pid;
+}
+
+int DeviceHost::restarts() const
+{
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    return m_restarts;
+}
+
+DeviceHost::Clock::time_point DeviceHost::deadline(FunctionId function) const
+{
+    return Clock::now() + scaled(seconds(functionSeconds(std::uint32_t(function))));
+}
+
+milliseconds DeviceHost::scaled(milliseconds time) const
+{
+    return milliseconds(qint64(double(time.count()) * m_timeFactor));
+}
+
+bool DeviceHost::isUsable(const Connection &connection) const
+{
+    return m_state == State::Running && connection.generation == m_generation
+        && connection.socket >= 0;
+}
+
+/// The calling thread's connection to the process that runs; starts it first, or waits for that.
+std::shared_ptr<DeviceHost::Connection> DeviceHost::connection(Clock::time_point until)
+{
+    thread_local std::shared_ptr<Connection> own;
+    std::unique_lock<std::mutex> lock(m_mutex);
+    if (own && isUsable(*own)) {
+        return own;
+    }
+    if (m_state == State::Idle) {
+        m_state = State::Starting;
+        m_supervisor = std::thread(&DeviceHost::supervise, this);
+    }
+    const auto latest = std::min(until, Clock::now() + startLimit);
+    m_changed.wait_until(lock, latest, [this] { return m_state != State::Starting; });
+    if (m_state != State::Running) {
+        return nullptr;
+    }
+    own = std::make_shared<Connection>();
+    own->generation = m_generation;
+    own->socket = newCaller(syscall(SYS_gettid) == getpid());
+    return own->socket >= 0 ? own : nullptr;
+}
+
+/// Under m_mutex. \return the server's end of a new connection; -1 when the process is gone
+int DeviceHost::newCaller(bool isMainThread)
+{
+    int sockets[2];
+    if (!makeSocketPair(sockets)) {
+        qWarning("device process: no further connection: %s", std::strerror(errno));
+        return -1;
+    }
+    Writer hello;
+    hello.value<std::uint8_t>(isMainThread ? 1 : 0);
+    hello.setDescriptor(sockets[1]);
+    const bool isSent =
+        sendMessage(m_control, MessageKind::Call, 0, hello, Clock::now() + seconds(5));
+    close(sockets[1]);
+    if (!isSent) {
+        close(sockets[0]);
+        return -1;
+    }
+    return sockets[0];
+}
+
+void DeviceHost::keepSetting(FunctionId function, FunctionKind kind, const QByteArray &arguments)
+{
+    if (kind != FunctionKind::Setting && kind != FunctionKind::SettingOf) {
+        return;
+    }
+    QByteArray key = functionName(std::uint32_t(function));
+    if (kind == FunctionKind::SettingOf) {
+        key += arguments.left(int(sizeof(int)));
+    }
+    forgetSetting({function, key, {}});
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    m_settings.push_back({function, key, arguments});
+}
+
+/// A preview that is open is opened again in a new process, before anybody notices more than a gap.
+void DeviceHost::keepPreview(FunctionId function, FunctionKind kind, const QByteArray &arguments,
+                             const Message &reply)
+{
+    if (kind != FunctionKind::Opening && kind != FunctionKind::Closing) {
+        return;
+    }
+    const bool isFourth = function == FunctionId::bStartPlay4 || function == FunctionId::bStopPlay4;
+    const QByteArray key = isFourth ? "fourth preview" : "preview";
+    forgetSetting({function, key, {}});
+    Reader answer(reply);
+    if (kind == FunctionKind::Opening && answer.value<bool>()) {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        m_settings.push_back({function, key, arguments});
+    }
+}
+
+void DeviceHost::forgetSetting(const Setting &setting)
+{
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    m_settings.remove_if([&](const Setting &one) { return one.key == setting.key; });
+}
+
+bool DeviceHost::call(FunctionId function, FunctionKind kind, const Writer &arguments,
+                      Message *reply)
+{
+    keepSetting(function, kind, arguments.body());
+    const auto until = deadline(function);
+    const auto link = connection(until);
+    if (!link) {
+        qWarning().noquote() << "device process:" << nameOf(function)
+                             << "failed: the process doesn't run";
+        return false;
+    }
+    threadGeneration = link->generation;
+    {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        m_underWay[std::this_thread::get_id()] = function;
+    }
+    const Received result = exchange(*link, function, arguments, until, reply);
+    {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        m_underWay.erase(std::this_thread::get_id());
+    }
+    if (result == Received::Message) {
+        keepPreview(function, kind, arguments.body(), *reply);
+        return true;
+    }
+    // Whatever came later on this connection would be taken for the answer to another call.
+    closeDescriptor(&link->socket);
+    if (result == Received::TimedOut) {
+        end(link->generation,
+            QStringLiteral("%1 took longer than %2 s")
+                .arg(nameOf(function))
+                .arg(functionSeconds(std::uint32_t(function)) * m_timeFactor));
+    } else if (result == Received::Invalid) {
+        end(link->generation, nameOf(function) + QStringLiteral(" was answered with garbage"));
+    }
+    return false;
+}
+
+/// One call and its answer; listeners that the library calls meanwhile are called here.
+Received DeviceHost::exchange(Connection &link, FunctionId function, const Writer &arguments,
+                              Clock::time_point until, Message *reply)
+{
+    if (!sendMessage(link.socket, MessageKind::Call, std::uint32_t(function), arguments, until)) {
+        return Clock::now() >= until ? Received::TimedOut : Received::Closed;
+    }
+    for (;;) {
+        while (!waitReadable(link.socket, std::min(until, Clock::now() + pingAfter))) {
+            if (Clock::now() >= until || !isAlive(link.generation)) {
+                return Received::TimedOut;
+            }
+        }
+        const Received result = receiveMessage(link.socket, reply, until);
+        if (result != Received::Message) {
+            return result;
+        }
+        if (reply->kind == MessageKind::Event) {
+            if (!deliver(*reply)) {
+                return Received::Invalid;
+            }
+        } else if (reply->function != std::uint32_t(function)) {
+            return Received::Invalid;
+        } else if (reply->kind == MessageKind::Failed) {
+            qWarning().noquote() << "device process:" << nameOf(function) << "threw"
+                                 << QString::fromUtf8(reply->body);
+            reply->body.clear();
+            return Received::Message;
+        } else {
+            return reply->kind == MessageKind::Reply ? Received::Message : Received::Invalid;
+        }
+    }
+}
+
+/**
+ * Whether the process as a whole still does anything: it has a thread that answers pings at once,
+ * so that one that is stopped, or starved of memory, is found long before the call's time is over.
+ */
+bool DeviceHost::isAlive(quint64 generation)
+{
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    if (generation != m_generation || m_control < 0) {
+        return false;
+    }
+    const auto now = Clock::now();
+    if (m_pinged == Clock::time_point()) {
+        m_pinged = now;
+        return sendMessage(m_control, MessageKind::Ping, 0, Writer(), now + pongLimit);
+    }
+    const bool isLate = now - m_pinged > std::max(scaled(pongLimit), milliseconds(500));
+    if (isLate && m_endReason.isEmpty()) {
+        m_endReason = QStringLiteral("it doesn't react any more");
+    }
+    return !isLate;
+}
+
+void DeviceHost::rejectGarbage(FunctionId function, quint64 generation)
+{
+    end(generation, nameOf(function) + QStringLiteral(" was answered with garbage"));
+}
+
+/// Ends the process, unless it has been replaced already.
+void DeviceHost::end(quint64 generation, const QString &reason)
+{
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    if (generation == m_generation && m_pid > 0) {
+        if (m_endReason.isEmpty()) {
+            m_endReason = reason;
+        }
+        kill(-m_pid, SIGKILL);
+        kill(m_pid, SIGKILL);
+    }
+}
+
+void DeviceHost::release(quint64 generation, std::uint64_t held)
+{
+    Writer content;
+    content.value(held);
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    if (generation == m_generation && m_control >= 0) {
+        sendMessage(m_control, MessageKind::Release, 0, content, Clock::now() + seconds(1));
+    }
+}
+
+void DeviceHost::supervise()
+{
+    for (;;) {
+        if (start()) {
+            std::thread repeating(&DeviceHost::repeatSettings, this); // events come meanwhile
+            takeEvents();
+            repeating.join();
+        }
+        reap();
+        forgetMappings();
+        waitBeforeRestart();
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        if (m_state == State::Stopping) {
+            return;
+        }
+        ++m_restarts;
+        m_state = State::Starting;
+    }
+}
+
+bool DeviceHost::start()
+{
+    int control[2] = {-1, -1};
+    int events[2] = {-1, -1};
+    pid_t pid = 0;
+    int error = 0;
+    if (!makeSocketPair(control) || !makeSocketPair(events) || !moveUp(&control[1])
+        || !moveUp(&events[1])) {
+        error = errno;
+    } else {
+        error = spawn(QFile::encodeName(m_program), m_environment, control[1], events[1], &pid);
+    }
+    closeDescriptor(&control[1]);
+    closeDescriptor(&events[1]);
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    m_started = Clock::now();
+    if (error != 0) {
+        closeDescriptor(&control[0]);
+        closeDescriptor(&events[0]);
+        m_endReason = QStringLiteral("can't be started: %1: %2")
+                          .arg(m_program, QString::fromLocal8Bit(std::strerror(error)));
+        return false;
+    }
+    ++m_generation;
+    m_pid = pid;
+    m_control = control[0];
+    m_events = events[0];
+    m_endReason.clear();
+    m_pinged = {};
+    qInfo("device process: started, process %d", int(pid));
+    return m_state != State::Stopping;
+}
+
+/// Before anybody else's calls, on a connection of its own. Opens the way for those then.
+void DeviceHost::repeatSettings()
+{
+    const bool isDone = sendSettings();
+    {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        if (isDone && m_state == State::Starting) {
+            m_state = State::Running;
+        }
+    }
+    m_changed.notify_all();
+}
+
+bool DeviceHost::sendSettings()
+{
+    std::list<Setting> settings;
+    Connection own;
+    {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        if (m_generation == 1) {
+            return true; // the first call of all sets what it sets
+        }
+        settings = m_settings;
+        own.generation = m_generation;
+        own.socket = newCaller(false);
+    }
+    const auto until = Clock::now() + startLimit;
+    for (const Setting &setting : settings) {
+        Writer arguments;
+        arguments.raw(setting.arguments);
+        Message reply;
+        if (own.socket < 0
+            || exchange(own, setting.function, arguments, until, &reply) != Received::Message) {
+            // Once more might end the next process as well.
+            forgetSetting(setting);
+            end(own.generation, nameOf(setting.function) + QStringLiteral(" was not answered"));
+            return false;
+        }
+        closeDescriptor(&reply.descriptor);
+    }
+    return true;
+}
+
+/// Until the process has gone, or floods us.
+void DeviceHost::takeEvents()
+{
+    Message message;
+    Clock::time_point second = Clock::now();
+    int count = 0;
+    while (receiveMessage(m_events, &message, Clock::time_point::max()) == Received::Message) {
+        if (Clock::now() - second > seconds(1)) {
+            second = Clock::now();
+            count = 0;
+        }
+        if (message.kind == MessageKind::Pong) {
+            const std::lock_guard<std::mutex> lock(m_mutex);
+            m_pinged = {};
+            continue;
+        }
+        const bool isLog = message.kind == MessageKind::Log;
+        if (isLog) {
+            logLine(message);
+        }
+        const bool isSound = isLog || (message.kind == MessageKind::Event && deliver(message));
+        if (!isSound || ++count > eventsPerSecond) {
+            end(m_generation,
+                isSound
+                    ? QStringLiteral("it sent more than %1 events in a second").arg(eventsPerSecond)
+                    : QStringLiteral("it sent a damaged event"));
+            break;
+        }
+    }
+    closeDescriptor(&message.descriptor);
+}
+
+QString DeviceHost::callsUnderWay() const
+{
+    QStringList names;
+    for (const auto &call : m_underWay) {
+        names << nameOf(call.second);
+    }
+    return names.isEmpty() ? QStringLiteral("no call") : names.join(QStringLiteral(", "));
+}
+
+/// Sees the process off, and says why it ended.
+void DeviceHost::reap()
+{
+    std::unique_lock<std::mutex> lock(m_mutex);
+    QString how = m_endReason;
+    const pid_t pid = m_pid;
+    if (m_state != State::Stopping) {
+        m_state = State::Waiting;
+    }
+    closeDescriptor(&m_control);
+    closeDescriptor(&m_events);
+    if (pid > 0) {
+        kill(-pid, SIGKILL); // its children; and itself, should it have closed its socket only
+        lock.unlock();
+        int status = 0;
+        while (waitpid(pid, &status, 0) < 0 && errno == EINTR) { }
+        lock.lock();
+        m_pid = 0;
+        if (how.isEmpty()) {
+            how = WIFSIGNALED(status)
+                ? QStringLiteral("signal %1, %2")
+                      .arg(WTERMSIG(status))
+                      .arg(QString::fromLocal8Bit(strsignal(WTERMSIG(status))))
+                : QStringLiteral("status %1").arg(WEXITSTATUS(status));
+        }
+    }
+    if (m_state != State::Stopping) {
+        qWarning().noquote() << QStringLiteral("device process: ended during %1 (%2); restart %3")
+                                    .arg(callsUnderWay(), how)
+                                    .arg(m_restarts + 1);
+    }
+    m_changed.notify_all();
+}
+
+/// None after the first failure; then 1, 2, 4 ... seconds while it keeps dying.
+void DeviceHost::waitBeforeRestart()
+{
+    std::unique_lock<std::mutex> lock(m_mutex);
+    m_failuresInRow = Clock::now() - m_started > scaled(soundAfter) ? 1 : m_failuresInRow + 1;
+    if (m_failuresInRow == 1) {
+        return;
+    }
+    const auto pause =
+        std::min<seconds>(seconds(1 << std::min(m_failuresInRow - 2, 5)), longestPause);
+    m_changed.wait_for(lock, scaled(pause), [this] { return m_state == State::Stopping; });
+}
+
+} // namespace deviceprocess

@@ -1,0 +1,138 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include "deviceprocess/arguments.h"
+#include "deviceprocess/wire.h"
+
+#include <QByteArray>
+#include <QString>
+
+#include <array>
+#include <chrono>
+#include <condition_variable>
+#include <cstdint>
+#include <list>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <thread>
+#include <utility>
+#include <vector>
+
+namespace deviceprocess {
+
+/// Calls a listener with what an event says. \return false when the event is damaged
+using Deliver = bool (*)(Reader &reader);
+
+/**
+ * The device process, seen from the server: starts it at the first call, carries calls to it and
+ * events back, ends it when it doesn't answer, and starts it again. Callable from any thread.
+ *
+ * A call has a connection of its own thread; threads don't wait for each other. A thread of this
+ * class takes events and lines for the log, and listeners are called on it, but for those that the
+ * library calls during a call and on its thread.
+ */
+class DeviceHost
+{
+public:
+    using Clock = std::chrono::steady_clock;
+
+    static DeviceHost &instance();
+
+    /// \param program  path of the program to start
+    explicit DeviceHost(const QString &program);
+    ~DeviceHost() { stop(); }
+    DeviceHost(const DeviceHost &) = delete;
+    DeviceHost &operator=(const DeviceHost &) = delete;
+
+    /**
+     * Carries a call out.
+     * \param kind       settings are kept, and repeated to a new process
+     * \param reply      what the host answered; its body holds result and outputs
+     * \return false, with a line in the log, when there is no answer: the process ended, was too
+     *         slow, or could not be started
+     */
+    bool call(FunctionId function, FunctionKind kind, const Writer &arguments, Message *reply);
+
+    /// The process has sent what can't be: it is ended, and the calls under way fail.
+    void rejectGarbage(FunctionId function, quint64 generation);
+
+    /// Gives a held picture back. Nothing for those of a process that has gone.
+    void release(quint64 generation, std::uint64_t held);
+
+    /// Ends the process; calls fail from then on, and no listener is called any more.
+    void stop();
+
+    /// Sets the factor of all times, those of calls and those between restarts; 1 at first.
+    void setTimeFactor(double factor) { m_timeFactor = factor; }
+
+    /// Sets what the program finds in its environment as well, "NAME=value" each.
+    void setEnvironment(std::vector<QByteArray> variables) { m_environment = std::move(variables); }
+
+    /// Of the process that gave the latest reply to this thread; see release().
+    static quint64 generationOfThread();
+
+    /// Process id; 0 while none runs.
+    pid_t processId() const;
+
+    /// How often it was started after the first time.
+    int restarts() const;
+
+private:
+    enum class State { Idle, Starting, Running, Waiting, Stopping };
+    struct Connection;
+    /// A call that a new process gets first.
+    struct Setting
+    {
+        FunctionId function;
+        QByteArray key; ///< A later call with the same one takes its place.
+        QByteArray arguments;
+    };
+
+    std::shared_ptr<Connection> connection(Clock::time_point until);
+    bool isUsable(const Connection &connection) const;
+    int newCaller(bool isMainThread);
+    std::chrono::milliseconds scaled(std::chrono::milliseconds time) const;
+    Clock::time_point deadline(FunctionId function) const;
+    Received exchange(Connection &connection, FunctionId function, const Writer &arguments,
+                      Clock::time_point until, Message *reply);
+    bool isAlive(quint64 generation);
+    void keepSetting(FunctionId function, FunctionKind kind, const QByteArray &arguments);
+    void keepPreview(FunctionId function, FunctionKind kind, const QByteArray &arguments,
+                     const Message &reply);
+    void forgetSetting(const Setting &setting);
+    void end(quint64 generation, const QString &reason);
+
+    void supervise();
+    bool start();
+    void repeatSettings();
+    bool sendSettings();
+    void takeEvents();
+    void reap();
+    QString callsUnderWay() const;
+    void waitBeforeRestart();
+
+    const QString m_program;
+    double m_timeFactor = 1;
+    std::vector<QByteArray> m_environment;
+    mutable std::mutex m_mutex;
+    std::condition_variable m_changed;
+    std::thread m_supervisor;
+    State m_state = State::Idle; // guarded by m_mutex, as all below
+    quint64 m_generation = 0; ///< Counts the processes.
+    pid_t m_pid = 0;
+    int m_control = -1; ///< New callers, and pictures given back.
+    int m_events = -1; ///< Used by the supervisor alone while it is open.
+    QString m_endReason; ///< Why this process was ended by us; empty: it ended by itself.
+    int m_restarts = 0;
+    int m_failuresInRow = 0;
+    Clock::time_point m_started;
+    Clock::time_point m_pinged; ///< When the oldest ping without an answer was sent; else unset.
+    std::list<Setting> m_settings; ///< In the order of their last calls.
+    std::map<std::thread::id, FunctionId> m_underWay;
+};
+
+/// How an event of each function gets to its listener; made from functions.h.
+extern const std::array<Deliver, functionCount> deliverers;
+
+} // namespace deviceprocess

@@ -1,0 +1,151 @@
+// SPDX-License-Identifier: MIT
+#include "devicelib/biometrics.h"
+#include "devicelib/cardreader.h"
+#include "devicelib/doccamera.h"
+#include "deviceprocess/stub/forward.h"
+
+#include <QCoreApplication>
+#include <QFile>
+#include <QFileInfo>
+#include <QSettings>
+#include <QtDebug>
+#include <dlfcn.h>
+#include <sys/uio.h>
+#include <unistd.h>
+
+#include <algorithm>
+
+namespace deviceprocess {
+
+namespace {
+
+/// What follows a NUL may belong to a raw feature; no maker's is longer.
+constexpr std::size_t maxRawBytes = 64 * 1024;
+
+/// The folder of this library, where the program lies too.
+QString ownFolder()
+{
+    Dl_info info{};
+    dladdr(reinterpret_cast<void *>(&ownFolder), &info);
+    return QFileInfo(QFile::decodeName(info.dli_fname)).absolutePath();
+}
+
+/// [library] of devices.ini beside the program.
+QString setting(const char *key)
+{
+    const QSettings ini(QCoreApplication::applicationDirPath() + QStringLiteral("/devices.ini"),
+                        QSettings::IniFormat);
+    return ini.value(QStringLiteral("library/") + QLatin1String(key)).toString();
+}
+
+/// The libraries when they are loaded into the server itself: [library] process=inside.
+class InsideLibraries
+{
+public:
+    InsideLibraries()
+    {
+        m_isInside = setting("process") == QLatin1String("inside");
+        if (m_isInside) {
+            m_camera = load(setting("camera"), "libportabledoccamera.so");
+            m_cards = load(setting("cards"), "libportablecardreader.so");
+        }
+    }
+
+    void *find(FunctionId function)
+    {
+        if (!m_isInside) {
+            return nullptr;
+        }
+        const char *name = functionName(std::uint32_t(function));
+        void *found = m_camera ? dlsym(m_camera, name) : nullptr;
+        return found || !m_cards ? found : dlsym(m_cards, name);
+    }
+
+private:
+    static void *load(const QString &configured, const char *usual)
+    {
+        const QString path = configured.isEmpty()
+            ? ownFolder() + QLatin1Char('/') + QLatin1String(usual)
+            : configured;
+        void *library = dlopen(QFile::encodeName(path).constData(), RTLD_NOW | RTLD_LOCAL);
+        if (!library) {
+            qWarning("device library: %s", dlerror());
+        }
+        return library;
+    }
+
+    bool m_isInside = false;
+    void *m_camera = nullptr;
+    void *m_cards = nullptr;
+};
+
+} // namespace
+
+DeviceHost &DeviceHost::instance()
+{
+    static DeviceHost &host = *new DeviceHost(ownFolder() + QStringLiteral("/devicehost"));
+    // It goes with the application, before what listeners use; calls fail from then on.
+    static const struct Ending
+    {
+        Ending()
+        {
+            bool isNumber = false;
+            const double factor = setting("timeFactor").toDouble(&isNumber);
+            host.setTimeFactor(isNumber && factor > 0 ? factor : 1);
+            // Not on its command line, which may not hold the server's name.
+            host.setEnvironment({"DEVICEHOST_CAMERA=" + QFile::encodeName(setting("camera")),
+                                 "DEVICEHOST_CARDS=" + QFile::encodeName(setting("cards")),
+                                 "DEVICEHOST_MEMORY=" + setting("memory").toLatin1()});
+            qAddPostRoutine([] { host.stop(); });
+        }
+        ~Ending() { host.stop(); }
+    } ending;
+    return host;
+}
+
+void *insideFunction(FunctionId function)
+{
+    static InsideLibraries &libraries = *new InsideLibraries;
+    static std::array<void *, functionCount> &functions = *[] {
+        auto *table = new std::array<void *, functionCount>;
+        for (std::size_t i = 0; i < functionCount; ++i) {
+            (*table)[i] = libraries.find(FunctionId(i));
+        }
+        return table;
+    }();
+    return functions[std::size_t(function)];
+}
+
+QByteArray bytesBehind(const char *data)
+{
+    if (!data) {
+        return {};
+    }
+    // The kernel copies, so that the end of the mapped memory is no fault but the end.
+    QByteArray bytes(int(std::max(std::strlen(data) + 1, maxRawBytes)), Qt::Uninitialized);
+    const iovec to{bytes.data(), std::size_t(bytes.size())};
+    const iovec from{const_cast<char *>(data), std::size_t(bytes.size())};
+    const ssize_t copied = process_vm_readv(getpid(), &to, 1, &from, 1, 0);
+    const auto text = ssize_t(std::strlen(data)) + 1;
+    if (copied < text) { // not allowed here, or a page's end in between: the text alone
+        return QByteArray(data, int(text));
+    }
+    bytes.truncate(int(copied));
+    return bytes;
+}
+
+std::function<ReleasePixels(std::uint64_t)> releaseOfThread()
+{
+    const quint64 generation = DeviceHost::generationOfThread();
+    return [generation](std::uint64_t held) {
+        return [generation, held] { DeviceHost::instance().release(generation, held); };
+    };
+}
+
+const std::array<Deliver, functionCount> deliverers = {
+#define DEVICE(library, kind, seconds, result, name, parameters, names)                            \
+    DeliveryOf<FunctionId::name, result parameters>::deliver,
+#include "deviceprocess/functions.h"
+};
+
+} // namespace deviceprocess
