@@ -22,6 +22,8 @@ add_library(server_core STATIC
     dispatch/arguments.cpp
     dispatch/base64.cpp
     dispatch/base64commands.cpp
+    dispatch/deviceguard.cpp
+    dispatch/failureresult.cpp
     dispatch/messagerun.cpp
     files/filecommands.cpp
     identity/cardcommands.cpp
