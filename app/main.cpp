@@ -5,6 +5,7 @@
 #include "app/descriptorlimit.h"
 #include "app/singleinstance.h"
 #include "devicelib/doccamera.h"
+#include "dispatch/deviceguard.h"
 #include "log/qlog.h"
 #include "transport/websocketservermanager.h"
 
@@ -30,7 +31,10 @@ void logVersions()
 {
     startLine() << "版本编译时间" << __DATE__ << __TIME__;
     char library[1000] = {};
-    doccameraVeriosn(library, sizeof library);
+    guarded(QStringLiteral("doccameraVeriosn"), false, [&library] {
+        doccameraVeriosn(library, sizeof library);
+        return true;
+    });
     startLine() << library;
 }
 

@@ -3,6 +3,7 @@
 
 #include "camera/frameencoder.h"
 #include "devicelib/doccamera.h"
+#include "dispatch/deviceguard.h"
 #include "dispatch/messagerun.h"
 
 #include <QDebug>
@@ -83,6 +84,11 @@ template <class Value> const Start *findStart(Value Start::*field, Value value)
 QByteArray resultText(const char *name, bool result)
 {
     return MessageRun::framed(QLatin1String(name), MessageRun::truth(result)).toLatin1();
+}
+
+bool stopPlay()
+{
+    return guarded(QStringLiteral("bStopPlay"), false, [] { return ::bStopPlay(); });
 }
 
 int truncated(double value)
@@ -334,7 +340,7 @@ void CaptureImgThread::Loop::perform(enumCameraOPeration operation)
 void CaptureImgThread::Loop::close()
 {
     d.currentCamera = noCamera;
-    emitResult("bStopPlay", bStopPlay());
+    emitResult("bStopPlay", stopPlay());
 }
 
 void CaptureImgThread::Loop::open(const Start &start)
@@ -344,7 +350,7 @@ void CaptureImgThread::Loop::open(const Start &start)
         return;
     }
     if (d.currentCamera > 0) {
-        bStopPlay();
+        stopPlay();
     }
     const bool started = tryThreeTimes(start);
     if (started) {
@@ -356,17 +362,19 @@ void CaptureImgThread::Loop::open(const Start &start)
 bool CaptureImgThread::Loop::tryThreeTimes(const Start &start)
 {
     const auto attempt = [&start](Rotation rotation) {
-        return start.start(rotation == Rotation::AsSet ? iGetRotate() : short{0});
+        return guarded(QLatin1String(start.name), false, [&start, rotation] {
+            return start.start(rotation == Rotation::AsSet ? iGetRotate() : short{0});
+        });
     };
     if (attempt(start.firstTries)) {
         return true;
     }
-    bStopPlay();
+    stopPlay();
     d.clock.sleepFor(secondTryWait);
     if (attempt(start.firstTries)) {
         return true;
     }
-    bStopPlay();
+    stopPlay();
     d.clock.sleepFor(thirdTryWait);
     return attempt(start.lastTry);
 }
@@ -374,11 +382,16 @@ bool CaptureImgThread::Loop::tryThreeTimes(const Start &start)
 void CaptureImgThread::Loop::fetchFrame()
 {
     QImage frame;
-    if (!getVideoFrame(frame) || frame.isNull()) {
+    const bool isFetched =
+        guarded(QStringLiteral("getVideoFrame"), false, [&frame] { return getVideoFrame(frame); });
+    if (!isFetched || frame.isNull()) {
         ++m_failures;
         recoverFromFailure();
     } else if (d.previewEnabled) {
-        push(frame);
+        guarded(QStringLiteral("getVideoFrame"), false, [this, &frame] {
+            push(frame); // out of memory, at worst
+            return true;
+        });
         m_failures = 0;
     } else if (m_failures > 0) {
         // A frame that is not pushed does not end a row of failures.
@@ -417,10 +430,10 @@ void CaptureImgThread::Loop::recoverFromFailure()
         return;
     }
     qDebug() << "capture error";
-    bStopPlay();
+    stopPlay();
     d.clock.sleepFor(restartWait);
     if (const Start *start = findStart(&Start::camera, d.currentCamera)) {
-        start->start(0);
+        guarded(QLatin1String(start->name), false, [start] { return start->start(0); });
     }
     m_failures = 0;
 }

@@ -7,6 +7,7 @@
 #include "camera/mat2base64.h"
 #include "devicelib/doccamera.h"
 #include "dispatch/arguments.h"
+#include "dispatch/deviceguard.h"
 #include "dispatch/messagerun.h"
 
 #include <QDebug>
@@ -75,10 +76,10 @@ QString MessageRun::bStartPlayRotate_callback(QString, QString args, MessageRun 
     return open(11);
 }
 
-QString MessageRun::bStopPlay_callback(QString, QString, MessageRun *)
+QString MessageRun::bStopPlay_callback(QString name, QString, MessageRun *)
 {
     qDebug() << "bStopPlay_callback";
-    bStopRec();
+    guarded(name, false, [] { return bStopRec(); }); // whatever it does, the camera is closed
     CaptureImgThread::instance()->closeCamera();
     return repliedLater();
 }

@@ -2,6 +2,7 @@
 #include "camera/stoprecthread.h"
 
 #include "devicelib/doccamera.h"
+#include "dispatch/deviceguard.h"
 #include "dispatch/messagerun.h"
 #include "log/trace.h"
 
@@ -53,18 +54,27 @@ bool StopRecThread::sleep(base::Clock::Duration time)
     return !m_clock.waitFor(m_wake, lock, time, [this] { return m_ending; });
 }
 
-void StopRecThread::run()
+/// \return false when the thread is to end at once
+bool StopRecThread::waitForFile(bool *isComplete)
 {
     for (int polls = 0; polls < maxPolls && isRecording(); ++polls) {
         if (!sleep(pollWait)) {
-            return;
+            return false;
         }
         TRACE << isRecording();
     }
     if (!sleep(lastWait)) {
-        return;
+        return false;
     }
-    const QString text =
-        MessageRun::framed(QStringLiteral("bStopRec"), MessageRun::truth(!isRecording()));
-    Q_EMIT sig_msg(text.toLocal8Bit());
+    *isComplete = !isRecording();
+    return true;
+}
+
+void StopRecThread::run()
+{
+    const QString command = QStringLiteral("bStopRec");
+    bool isComplete = false;
+    if (guarded(command, true, [this, &isComplete] { return waitForFile(&isComplete); })) {
+        Q_EMIT sig_msg(MessageRun::framed(command, MessageRun::truth(isComplete)).toLocal8Bit());
+    }
 }

@@ -36,6 +36,7 @@ protected:
     void run() override;
 
 private:
+    bool waitForFile(bool *isComplete);
     bool sleep(base::Clock::Duration time);
 
     base::Clock &m_clock;

@@ -27,3 +27,13 @@ if(SANITIZE)
         add_link_options(-fsanitize=undefined)
     endif()
 endif()
+
+if(FUZZ)
+    if(NOT CMAKE_CXX_COMPILER_ID STREQUAL "Clang")
+        message(FATAL_ERROR "FUZZ needs clang++, which has libFuzzer: scripts/fuzz.sh chooses it")
+    endif()
+    # GCC and clang-tidy check the code; here clang's warnings would only differ by version.
+    add_compile_options(-w -O1 -g -fno-omit-frame-pointer
+        -fsanitize=fuzzer-no-link,address,undefined -fno-sanitize-recover=undefined)
+    add_link_options(-fsanitize=address,undefined)
+endif()

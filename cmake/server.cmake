@@ -24,6 +24,8 @@ add_library(server_core STATIC
     dispatch/base64.cpp
     dispatch/base64commands.cpp
     dispatch/clientqueue.cpp
+    dispatch/deviceguard.cpp
+    dispatch/failureresult.cpp
     dispatch/messagerun.cpp
     files/filecommands.cpp
     identity/cardcommands.cpp

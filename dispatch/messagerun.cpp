@@ -4,6 +4,8 @@
 #include "base/mainthread.h"
 #include "dispatch/arguments.h"
 #include "dispatch/clientqueue.h"
+#include "dispatch/deviceguard.h"
+#include "dispatch/failureresult.h"
 #include "log/longtext.h"
 
 #include <QCoreApplication>
@@ -27,7 +29,7 @@ MessageRun::MessageRun(QObject *parent)
 
 void MessageRun::InitCallBackMap()
 {
-#define COMMAND(command)                                                                           \
+#define COMMAND(command, failure)                                                                  \
     m_commands.insert(QStringLiteral(#command), &MessageRun::command##_callback);
 #include "dispatch/commandlist.h"
 }
@@ -49,7 +51,20 @@ void MessageRun::handle_msg_slot(QString msg, QObject *)
         name = msg.left(open);
     }
     if (const Callback callback = m_commands.value(name)) {
+        carryOut(callback, name, args);
+    }
+}
+
+/// The one guard around all callbacks: an exception of the device library is answered as a failure.
+void MessageRun::carryOut(Callback callback, const QString &name, const QString &args)
+{
+    try {
         callback(name, args, this);
+    } catch (...) {
+        logException(name);
+        if (const auto result = failureResult(name)) {
+            reply(name, *result);
+        }
     }
 }
 

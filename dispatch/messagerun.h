@@ -94,7 +94,7 @@ public:
     /// "true" or "false".
     static QString truth(bool value);
 
-#define COMMAND(command)                                                                           \
+#define COMMAND(command, failure)                                                                  \
     static QString command##_callback(QString name, QString args, MessageRun *self);
 #include "dispatch/commandlist.h"
 
@@ -120,6 +120,7 @@ public Q_SLOTS:
 
 private:
     void InitCallBackMap();
+    void carryOut(Callback callback, const QString &name, const QString &args);
 
     QTimer *m_previewTimer;
     ClientQueue *m_clientQueue;

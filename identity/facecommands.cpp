@@ -7,6 +7,7 @@
 #include "devicelib/biometrics.h"
 #include "devicelib/doccamera.h"
 #include "dispatch/arguments.h"
+#include "dispatch/deviceguard.h"
 #include "dispatch/messagerun.h"
 #include "identity/facematchthread.h"
 #include "identity/livingbodydetectthread.h"
@@ -195,9 +196,15 @@ QString MessageRun::CloseLivingBody_callback(QString, QString, MessageRun *)
     return QStringLiteral(" ");
 }
 
-QString MessageRun::ShowLivingBodyPage_callback(QString, QString, MessageRun *)
+QString MessageRun::ShowLivingBodyPage_callback(QString name, QString, MessageRun *)
 {
     CaptureImgThread::instance()->setPause(true);
-    DemoUIShow(0, onLivingBodyPage);
+    const bool isShown = guarded(name, false, [] {
+        DemoUIShow(0, onLivingBodyPage);
+        return true;
+    });
+    if (!isShown) {
+        onLivingBodyPage(0); // the preview goes on
+    }
     return QStringLiteral(" ");
 }

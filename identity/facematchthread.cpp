@@ -2,6 +2,7 @@
 #include "identity/facematchthread.h"
 
 #include "devicelib/biometrics.h"
+#include "dispatch/deviceguard.h"
 #include "dispatch/messagerun.h"
 
 FaceMatchThread *FaceMatchThread::instance()
@@ -49,8 +50,10 @@ void FaceMatchThread::run()
         m_queue.clear();
         lock.unlock();
 
-        const int score = lImageMatch(path1.toUtf8().constData(), path2.toUtf8().constData());
-        Q_EMIT sig_msg(
-            MessageRun::framed(QStringLiteral("lImageMatch"), QString::number(score)).toUtf8());
+        const QString command = QStringLiteral("lImageMatch");
+        const int score = guarded(command, 0, [&first = path1, &second = path2] {
+            return lImageMatch(first.toUtf8().constData(), second.toUtf8().constData());
+        });
+        Q_EMIT sig_msg(MessageRun::framed(command, QString::number(score)).toUtf8());
     }
 }

@@ -11,6 +11,7 @@ LivingBodyDetectThread *LivingBodyDetectThread::instance()
 }
 
 LivingBodyDetectThread::LivingBodyDetectThread()
+    : RequestThread(QStringLiteral("bLivingBodyDetect"))
 {
     setObjectName(QStringLiteral("liveness"));
     start();
@@ -23,6 +24,5 @@ LivingBodyDetectThread::~LivingBodyDetectThread()
 
 QString LivingBodyDetectThread::serve()
 {
-    return MessageRun::framed(QStringLiteral("bLivingBodyDetect"),
-                              MessageRun::truth(bLivingBodyDetect()));
+    return MessageRun::truth(bLivingBodyDetect());
 }

@@ -3,7 +3,6 @@
 
 #include "devicelib/cardreader.h"
 #include "dispatch/devicetext.h"
-#include "dispatch/messagerun.h"
 
 ReadIdCardThread *ReadIdCardThread::instance()
 {
@@ -12,6 +11,7 @@ ReadIdCardThread *ReadIdCardThread::instance()
 }
 
 ReadIdCardThread::ReadIdCardThread()
+    : RequestThread(QStringLiteral("sIDCardReader"))
 {
     setObjectName(QStringLiteral("ID card"));
     start();
@@ -24,6 +24,5 @@ ReadIdCardThread::~ReadIdCardThread()
 
 QString ReadIdCardThread::serve()
 {
-    return MessageRun::framed(QStringLiteral("sIDCardReader"),
-                              latin1Of(DeviceText(sIDCardReader())));
+    return latin1Of(DeviceText(sIDCardReader()));
 }

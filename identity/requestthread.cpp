@@ -1,6 +1,10 @@
 // SPDX-License-Identifier: MIT
 #include "identity/requestthread.h"
 
+#include "dispatch/deviceguard.h"
+#include "dispatch/failureresult.h"
+#include "dispatch/messagerun.h"
+
 void RequestThread::request()
 {
     {
@@ -28,7 +32,9 @@ void RequestThread::run()
     while (m_running) {
         m_wake.wait(lock, [this] { return m_requests > 0 || !m_running; });
         for (; m_requests > 0; --m_requests) {
-            Q_EMIT sig_msg(serve().toLocal8Bit());
+            const QString result = guarded(m_command, failureResult(m_command).value_or(QString()),
+                                           [this] { return serve(); });
+            Q_EMIT sig_msg(MessageRun::framed(m_command, result).toLocal8Bit());
         }
     }
 }

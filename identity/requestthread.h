@@ -2,6 +2,7 @@
 #pragma once
 
 #include <QByteArray>
+#include <QString>
 #include <QThread>
 
 #include <condition_variable>
@@ -29,7 +30,14 @@ Q_SIGNALS:
     void sig_msg(QByteArray text);
 
 protected:
-    /// Serves one request on this thread: calls the device and returns the framed reply.
+    /// \param command  whose requests these are: its name frames the replies
+    explicit RequestThread(const QString &command)
+        : m_command(command)
+    {
+    }
+
+    /// Serves one request on this thread: calls the device and returns the result. What it throws
+    /// is answered as a failure.
     virtual QString serve() = 0;
 
     /// Ends the thread after the current batch, and waits for it.
@@ -38,6 +46,7 @@ protected:
     void run() override;
 
 private:
+    const QString m_command;
     std::mutex m_mutex;
     std::condition_variable m_wake;
     int m_requests = 0; // guarded by m_mutex

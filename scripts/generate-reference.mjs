@@ -43,7 +43,7 @@ function faults() {
   const found = [];
   const need = (holds, what) => holds || found.push(what);
   const bothLanguages = (text) => text && text.en && text.zh;
-  const registered = [...read('dispatch/commandlist.h').matchAll(/^COMMAND\((\w+)\)/gm)].map((m) => m[1]);
+  const registered = [...read('dispatch/commandlist.h').matchAll(/^COMMAND\((\w+),/gm)].map((m) => m[1]);
   const families = facts.families.map((family) => family.id);
   const events = facts.events.map((event) => event.id);
   const expected = families.flatMap((id) => registered.filter((name) =>

@@ -17,8 +17,11 @@ struct Answer
     QVariant output;
 };
 
-/// Records a call, waits at its gate, runs its hook and takes its answer.
+/// Records a call, waits at its gate, runs its hook and takes its answer. May throw.
 Answer take(const char *function, const QStringList &arguments);
+
+/// The text of functions without an answer; null: none.
+QByteArray textWithoutAnswer();
 
 /// Keeps a text owned by the library until the function's next one.
 const char *keepText(const char *function, const QByteArray &text);
@@ -58,12 +61,26 @@ inline void keep(const char *function, void *const &context)
     keepContext(function, context);
 }
 
+template <class Type>
+constexpr bool isText =
+    std::is_same_v<
+        Type,
+        char
+            *> || std::is_same_v<Type, const char *> || std::is_same_v<Type, QString> || std::is_same_v<Type, QByteArray>;
+
 template <class Type> Type converted(const char *function, const QVariant &value)
 {
-    if constexpr (std::is_same_v<Type, char *>) {
-        return value.isValid() ? strdup(value.toByteArray().constData()) : nullptr;
-    } else if constexpr (std::is_same_v<Type, const char *>) {
-        return value.isValid() ? keepText(function, value.toByteArray()) : nullptr;
+    if constexpr (isText<Type>) {
+        const QByteArray text = value.isValid() ? value.toByteArray() : textWithoutAnswer();
+        if constexpr (std::is_same_v<Type, char *>) {
+            return text.isNull() ? nullptr : strdup(text.constData());
+        } else if constexpr (std::is_same_v<Type, const char *>) {
+            return text.isNull() ? nullptr : keepText(function, text);
+        } else if constexpr (std::is_same_v<Type, QString>) {
+            return QString::fromUtf8(text);
+        } else {
+            return text;
+        }
     } else if constexpr (std::is_same_v<Type, short>) {
         return short(value.toInt());
     } else if constexpr (!std::is_void_v<Type>) {
@@ -87,6 +104,11 @@ Result fill(const char *function, Output &output, const Arguments &...arguments)
     (keep(function, arguments), ...);
     const Answer answer = take(function, {textOf(arguments)...});
     output = converted<Output>(function, answer.output);
+    if constexpr (isText<Output> && std::is_same_v<Result, bool>) {
+        if (!answer.result.isValid()) {
+            return !textWithoutAnswer().isEmpty();
+        }
+    }
     return converted<Result>(function, answer.result);
 }
 

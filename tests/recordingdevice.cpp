@@ -12,6 +12,8 @@
 #include <deque>
 #include <map>
 #include <mutex>
+#include <stdexcept>
+#include <thread>
 
 namespace recording {
 namespace {
@@ -40,6 +42,9 @@ struct State
     QStringList calls;
     QPointer<QObject> receiver;
     QByteArray slot;
+    bool throws = false;
+    int blocksForMs = 0;
+    QByteArray text; // of functions without an answer; null: none
 };
 
 /// Never destroyed: worker threads call the device until the very end of the process.
@@ -88,6 +93,9 @@ void reset()
     }
     all.receiver.clear();
     all.slot.clear();
+    all.throws = false;
+    all.blocksForMs = 0;
+    all.text.clear();
 }
 
 QStringList calls()
@@ -154,6 +162,30 @@ void release(const QByteArray &function)
     with(function, open);
 }
 
+void throwAlways()
+{
+    const std::lock_guard<std::mutex> lock(state().mutex);
+    state().throws = true;
+}
+
+void blockAlways(int ms)
+{
+    const std::lock_guard<std::mutex> lock(state().mutex);
+    state().blocksForMs = ms;
+}
+
+void answerTexts(const QByteArray &text)
+{
+    const std::lock_guard<std::mutex> lock(state().mutex);
+    state().text = text;
+}
+
+QByteArray textWithoutAnswer()
+{
+    const std::lock_guard<std::mutex> lock(state().mutex);
+    return state().text;
+}
+
 bool waitUntilHeld(const QByteArray &function)
 {
     State &all = state();
@@ -213,6 +245,14 @@ Answer take(const char *function, const QStringList &arguments)
         lock.unlock();
         hook(arguments);
         lock.lock();
+    }
+    if (const int ms = all.blocksForMs) {
+        lock.unlock();
+        std::this_thread::sleep_for(std::chrono::milliseconds(ms));
+        lock.lock();
+    }
+    if (all.throws) {
+        throw std::runtime_error("the device is broken");
     }
 
     if (entry.once.empty()) {

@@ -20,6 +20,10 @@
  *     QVERIFY(recording::waitFor("lImageMatch"));               // called, and waiting
  *     recording::release("lImageMatch");
  *
+ *     recording::throwAlways();                                 // a broken device: all functions
+ *     recording::blockAlways(20);
+ *     recording::answerTexts(QByteArray(100'000'000, 'x'));
+ *
  *     const auto onResult = recording::listener<void(int, void *)>("bImageMatchOnline");
  *     std::thread([onResult] { onResult(80, nullptr); }).join();
  *
@@ -65,7 +69,7 @@ private:
     QVariant m_value;
 };
 
-/// Clears calls, answers, hooks and listeners, and releases held calls. For init().
+/// Clears calls, answers, faults, hooks and listeners, and releases held calls. For init().
 void reset();
 
 /// The calls since reset() or the last take, in order, as "bStartPlay(90)".
@@ -91,6 +95,16 @@ void mute(const QList<QByteArray> &functions);
 /// Makes calls of a function wait, once recorded, until release() or for this time.
 void hold(const QByteArray &function, int forMs = 60000);
 void release(const QByteArray &function);
+
+/// Makes every call throw std::runtime_error, once recorded.
+void throwAlways();
+
+/// Makes every call take this long, once recorded.
+void blockAlways(int ms);
+
+/// Sets the answer of every function with a text, result or output, that has no answer of its own.
+/// Those that tell by a bool whether there is a text say that there is one.
+void answerTexts(const QByteArray &text);
 
 /// Waits, without an event loop, until a call is held; false on timeout.
 bool waitUntilHeld(const QByteArray &function);

@@ -5,6 +5,7 @@
 #include "base/taskqueue.h"
 #include "devicelib/doccamera.h"
 #include "dispatch/arguments.h"
+#include "dispatch/deviceguard.h"
 #include "dispatch/messagerun.h"
 
 #include <QDialog>
@@ -67,9 +68,10 @@ void Upload::start(const QString &name, const QString &args, MessageRun *dispatc
 {
     const QPointer<Upload> self = new Upload(name, args, dispatcher);
     static PoolTasks tasks;
-    tasks.start([self, args, dispatcher] {
+    tasks.start([self, name, args, dispatcher] {
         Outcome outcome;
-        outcome.success = upload(args, &outcome.answer);
+        outcome.success =
+            guarded(name, false, [&args, &outcome] { return upload(args, &outcome.answer); });
         base::postToMainThread([self, outcome, dispatcher] {
             if (self) {
                 self->m_outcome = outcome;
