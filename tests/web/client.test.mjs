@@ -2,7 +2,7 @@
 //
 // The JavaScript client against the real server.
 import assert from 'node:assert/strict';
-import { writeFileSync } from 'node:fs';
+import { existsSync, writeFileSync } from 'node:fs';
 import { join } from 'node:path';
 import { after, afterEach, before, test } from 'node:test';
 import { setTimeout as sleep } from 'node:timers/promises';
@@ -161,9 +161,11 @@ test('pushed texts become events', async () => {
   const bytes = Buffer.from(await next(client, 'frame'), 'base64');
   assert.deepEqual([...bytes.subarray(0, 3)], [0xff, 0xd8, 0xff]);
 
-  const score = next(client, 'AfterbImageMatchOnline');
-  assert.equal(await client.call('bImageMatchOnline', '/nowhere.jpg', 1, 0, 0), true);
-  assert.ok(await score < 0);
+  if (existsSync(join(server.folder, 'models'))) { // they are fetched, which needs a network
+    const score = next(client, 'AfterbImageMatchOnline');
+    assert.equal(await client.call('bImageMatchOnline', '/nowhere.jpg', 1, 0, 0), true);
+    assert.ok(await score < 0);
+  }
 
   for (const text of ['{"from": "another page"}', 'BeginclosexEndclose']) {
     const relayed = next(client, 'text');
