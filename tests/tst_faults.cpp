@@ -3,8 +3,6 @@
 // Every command on a device library that does wrong: the page gets the command's answer, the server
 // lives, and the next command is answered.
 
-#include "companionclients/signsouthinterface.h"
-#include "companionclients/webbrowsersouthinterface.h"
 #include "dispatch/failureresult.h"
 #include "dispatch/messagerun.h"
 #include "tests/manualclock.h"
@@ -150,10 +148,6 @@ private Q_SLOTS:
         qputenv("TMPDIR", QFile::encodeName(m_folder.path())); // no companion listens there
         clock().runFree();
         base::Clock::setShared(&clock());
-        CompanionClient::Waits waits;
-        waits.connect = waits.pause = waits.settle = std::chrono::milliseconds(0);
-        SignSouthInterface::instance()->setWaits(waits);
-        Webbrowsersouthinterface::instance()->setWaits(waits);
         m_server = std::make_unique<WebSocketServerManager>(QStringLiteral("faults"),
                                                             QWebSocketServer::NonSecureMode);
         m_server->websocke_server_start(QHostAddress::LocalHost, 0);
