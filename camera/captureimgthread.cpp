@@ -186,7 +186,7 @@ CaptureImgThread::~CaptureImgThread()
 {
     destory();
     wait();
-    // Tells the thread sanitizer, which does not know QThread::wait, that the thread has ended.
+    // Shows the thread sanitizer, which does not know QThread::wait, that the thread has ended.
     const std::lock_guard<std::mutex> lock(d->mutex);
 }
 

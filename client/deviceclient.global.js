@@ -247,7 +247,7 @@ class ServerNotRunningError extends DeviceError {
 }
 
 /**
- * The browser blocks the connection, as far as a page can tell; see docs/integration.md.
+ * The browser apparently blocks the connection; see docs/integration.md.
  */
 class RefusedByBrowserError extends DeviceError {
   constructor(url, why) {
@@ -431,7 +431,7 @@ const defaults = {
   retryDelays: [500, 1000, 2000, 4000, 8000, 15000],
 };
 
-/** Stands in for the facts of a command that is sent raw. */
+/** Default facts, for a command that is sent raw. */
 const rawFact = { reply: 'text', late: true };
 
 /** The maximum of timers, about 24 days; anything longer, even Infinity, would fire at once. */

@@ -25,7 +25,7 @@ FaceMatchThread::~FaceMatchThread()
     }
     m_wake.notify_one();
     wait();
-    // Tells the thread sanitizer, which does not know QThread::wait, that the thread has ended.
+    // Shows the thread sanitizer, which does not know QThread::wait, that the thread has ended.
     const std::lock_guard<std::mutex> lock(m_mutex);
 }
 

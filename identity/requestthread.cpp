@@ -22,7 +22,7 @@ void RequestThread::end()
     }
     m_wake.notify_all();
     wait();
-    // Tells the thread sanitizer, which does not know QThread::wait, that the thread has ended.
+    // Shows the thread sanitizer, which does not know QThread::wait, that the thread has ended.
     const std::lock_guard<std::mutex> lock(m_mutex);
 }
 
