@@ -43,7 +43,7 @@ struct Limits
     std::chrono::milliseconds unreadStall = std::chrono::seconds(10);
     /// Unread bytes from which the next message disconnects a page, even one that reads.
     qint64 unreadMost = 256 * MiB;
-    /// Unread bytes of all pages, from which the one that has read nothing for longest has to go.
+    /// Unread bytes of all pages, from which the stalled one with the most unread has to go.
     qint64 unreadOfAll = 512 * MiB;
     /// ... if it has read nothing for this long: a page on this machine takes 1 MiB in a few ms.
     std::chrono::milliseconds unreadOfAllStall = std::chrono::seconds(2);
