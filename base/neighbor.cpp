@@ -41,7 +41,7 @@ uid_t ownUser()
 
 QString userText(uid_t user)
 {
-    const QString number = QStringLiteral("uid %1").arg(user);
+    QString number = QStringLiteral("uid %1").arg(user);
     passwd entry{};
     passwd *found = nullptr;
     std::vector<char> names(16384);

@@ -35,7 +35,7 @@ int pollTime(Clock::time_point until)
         return -1;
     }
     const auto left = std::chrono::ceil<std::chrono::milliseconds>(until - Clock::now()).count();
-    return int(std::clamp<std::int64_t>(left, 0, 3600 * 1000));
+    return int(std::clamp<std::int64_t>(left, 0, std::int64_t(3600) * 1000));
 }
 
 Received waitFor(int socket, short events, Clock::time_point until)

@@ -16,7 +16,7 @@ constexpr char urlAlphabet[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuv
  * Two characters for every 12 bits. Every preview frame passes through here, and encoding in pairs
  * takes a quarter of the time.
  */
-using PairTable = std::array<char, 4096 * 2>;
+using PairTable = std::array<char, std::size_t(4096) * 2>;
 
 constexpr PairTable pairsOf(const char *alphabet)
 {
@@ -37,16 +37,16 @@ void encode(const unsigned char *bytes, std::size_t length, char *text, const Pa
     const unsigned char *const wholeEnd = bytes + length / 3 * 3;
     for (; bytes != wholeEnd; bytes += 3, text += 4) {
         const unsigned bits = (bytes[0] << 16U) | (bytes[1] << 8U) | bytes[2];
-        std::memcpy(text, &pairs[2 * (bits >> 12U)], 2);
-        std::memcpy(text + 2, &pairs[2 * (bits & 4095U)], 2);
+        std::memcpy(text, &pairs[std::size_t(2) * (bits >> 12U)], 2);
+        std::memcpy(text + 2, &pairs[std::size_t(2) * (bits & 4095U)], 2);
     }
     const std::size_t rest = length % 3;
     if (rest == 0) {
         return;
     }
     const unsigned bits = (bytes[0] << 16U) | (rest == 2 ? bytes[1] << 8U : 0U);
-    std::memcpy(text, &pairs[2 * (bits >> 12U)], 2);
-    std::memcpy(text + 2, &pairs[2 * (bits & 4095U)], 2);
+    std::memcpy(text, &pairs[std::size_t(2) * (bits >> 12U)], 2);
+    std::memcpy(text + 2, &pairs[std::size_t(2) * (bits & 4095U)], 2);
     if (rest == 1) {
         text[2] = fill;
     }

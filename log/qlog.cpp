@@ -199,7 +199,7 @@ void QLog::Record::writeLine(const QString &text)
 bool QLog::Record::mayWrite(qint64 now)
 {
     constexpr qint64 checkInterval = 1000; // ms
-    constexpr qint64 checkBytes = 1024 * 1024;
+    constexpr qint64 checkBytes = qint64(1024) * 1024;
     const bool isDue = spaceCheckedAt == neverChecked || writtenSinceCheck >= checkBytes
         || now < spaceCheckedAt || now - spaceCheckedAt >= checkInterval;
     if (!isDue) {

@@ -23,7 +23,7 @@ public:
      * Bytes that may be queued for one listener, not counting the kernel's socket buffers. A slow
      * listener with more than that is disconnected at the next message; the others are unaffected.
      */
-    static constexpr qint64 maxWaitingBytes = 8 * 1024 * 1024;
+    static constexpr qint64 maxWaitingBytes = qint64(8) * 1024 * 1024;
 
     /// Starts listening at once, on all IPv4 addresses.
     explicit QLogToNet(unsigned short port, QObject *parent = nullptr);

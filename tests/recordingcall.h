@@ -71,7 +71,7 @@ constexpr bool isText =
 template <class Type> Type converted(const char *function, const QVariant &value)
 {
     if constexpr (isText<Type>) {
-        const QByteArray text = value.isValid() ? value.toByteArray() : textWithoutAnswer();
+        QByteArray text = value.isValid() ? value.toByteArray() : textWithoutAnswer();
         if constexpr (std::is_same_v<Type, char *>) {
             return text.isNull() ? nullptr : strdup(text.constData());
         } else if constexpr (std::is_same_v<Type, const char *>) {

@@ -107,7 +107,7 @@ QStringList calls()
 QStringList takeCalls()
 {
     const std::lock_guard<std::mutex> lock(state().mutex);
-    const QStringList taken = state().calls;
+    QStringList taken = state().calls;
     forgetCalls();
     return taken;
 }
@@ -258,7 +258,7 @@ Answer take(const char *function, const QStringList &arguments)
     if (entry.once.empty()) {
         return entry.standing;
     }
-    const Answer answer = entry.once.front();
+    Answer answer = entry.once.front();
     entry.once.pop_front();
     return answer;
 }
@@ -295,7 +295,7 @@ QString textOf(const char *text)
     }
     QTextCodec::ConverterState decoding;
     const QByteArray bytes(text);
-    const QString decoded =
+    QString decoded =
         QTextCodec::codecForName("UTF-8")->toUnicode(bytes.constData(), bytes.size(), &decoding);
     if (decoding.invalidChars > 0 || decoding.remainingChars > 0) {
         return QLatin1String("hex:") + QLatin1String(bytes.toHex());

@@ -166,8 +166,9 @@ void doccameraVeriosn(char *buffer, int capacity)
 {
     QByteArray version;
     fill(__func__, version, capacity);
-    if (capacity > 0)
+    if (capacity > 0) {
         qstrncpy(buffer, version.constData(), uint(capacity));
+    }
 }
 bool bDeleteFile(const char *path)                        { return call<bool>(__func__, path); }
 bool bDeleteFileForever(const char *path)                 { return call<bool>(__func__, path); }

@@ -11,19 +11,19 @@
  */
 struct Limits
 {
-    static constexpr qint64 MiB = 1024 * 1024;
+    static constexpr qint64 MiB = qint64(1024) * 1024;
 
     /// A handshake takes a fraction of a second; browsers open spare connections and leave them.
     std::chrono::milliseconds handshake = std::chrono::seconds(10);
     /// Request headers with every cookie of the machine: browsers send 16 KiB at most.
-    qint64 handshakeBytes = 64 * 1024;
+    qint64 handshakeBytes = qint64(64) * 1024;
 
     /// One text, all its fragments: an A4 page at 600 dpi as base64 of a bitmap.
     quint64 message = 128 * MiB;
     /// Received bytes of messages that have not ended, of all pages: four of the longest.
     qint64 unfinished = 512 * MiB;
     /// A page whose own unfinished message is not longer is served though the total is used up.
-    qint64 unfinishedAlways = 64 * 1024;
+    qint64 unfinishedAlways = qint64(64) * 1024;
     /// Silence within a message: a browser sends a message in one go.
     std::chrono::milliseconds stalledMessage = std::chrono::seconds(10);
 
@@ -34,7 +34,7 @@ struct Limits
     qint64 waitingBytes = 64 * MiB; ///< the same in bytes of memory
     qint64 waitingBytesOfAll = 256 * MiB; ///< the same for all pages together
     /// Bytes that may be read ahead from a page that nothing is taken from.
-    qint64 readAhead = 64 * 1024;
+    qint64 readAhead = qint64(64) * 1024;
 
     /// Unread bytes from which a page's next command waits: a few pictures.
     qint64 unreadWait = 16 * MiB;

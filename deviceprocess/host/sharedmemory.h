@@ -31,7 +31,7 @@ class SharedMemory : public cv::MatAllocator
 {
 public:
     /// Smaller matrices travel in the message: that is cheaper than mapping.
-    static constexpr std::size_t minShared = 256 * 1024;
+    static constexpr std::size_t minShared = std::size_t(256) * 1024;
     /// Bytes in use and kept for later use, of all segments together.
     static constexpr std::size_t maxShared = std::size_t(768) << 20;
 

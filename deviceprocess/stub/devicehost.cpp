@@ -20,8 +20,6 @@
 #include <cstring>
 #include <utility>
 
-extern char **environ;
-
 namespace deviceprocess {
 
 namespace {

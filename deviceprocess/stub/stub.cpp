@@ -20,7 +20,7 @@ namespace deviceprocess {
 namespace {
 
 /// What follows a NUL may belong to a raw feature; no maker's is longer.
-constexpr std::size_t maxRawBytes = 64 * 1024;
+constexpr std::size_t maxRawBytes = std::size_t(64) * 1024;
 
 /// The folder of this library, where the program lies too.
 QString ownFolder()

@@ -33,7 +33,7 @@ cv::Mat cropped(const cv::Mat &frame, const CaptureSettings &settings)
 
 cv::Mat pageOrWhole(const cv::Mat &frame)
 {
-    const cv::Mat page = straightenedPage(frame);
+    cv::Mat page = straightenedPage(frame);
     if (page.empty()) {
         qInfo("portable: no page is found; the whole picture is taken");
         return frame.clone();

@@ -56,7 +56,7 @@ QByteArray contentOf(const QString &folder, const QString &name)
         return {};
     }
     QString error;
-    const QByteArray content = readWholeFile(real, limits::cardFile, &error);
+    QByteArray content = readWholeFile(real, limits::cardFile, &error);
     if (content.isEmpty()) {
         logFailure(path, content.isNull() ? error : QStringLiteral("it is empty"));
         return {};
