@@ -368,6 +368,7 @@ private Q_SLOTS:
     {
         const Rows<QByteArray> row("deed");
         row("listeners are called at once", "obey");
+        row("null texts", "nulls");
         row("listeners are called by another thread, in a call of another thread", "later");
         row("outputs are empty after a failure", "throw");
     }
