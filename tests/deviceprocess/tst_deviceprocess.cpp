@@ -434,11 +434,11 @@ private Q_SLOTS:
         QFETCH(int, picture);
         giveTime();
         order("any obey " + QByteArray::number(picture + 30));
-        cv::Mat matrix;
+        cv::Mat matrix = sample::matrix(sample::Small, 9); // to be replaced, also by none
         QVERIFY(getVideoFrameMat(matrix));
         QCOMPARE(seen(matrix),
                  seen(picture == sample::Cube ? cv::Mat() : sample::matrix(picture, 3)));
-        QImage image;
+        QImage image = sample::image(sample::Small, 9);
         QVERIFY(getVideoFrame(image));
         const QImage sent = sample::image(picture, 3);
         QCOMPARE(seen(image),
@@ -448,6 +448,8 @@ private Q_SLOTS:
     void picturesThatAreKeptStayAsTheyAre()
     {
         giveTime();
+        const QString ownFiles = QStringLiteral("/proc/self/fd");
+        const uint before = QDir(ownFiles).count();
         std::vector<cv::Mat> kept;
         for (int i = 0; i < 70; ++i) { // more than the process holds for us
             order("any obey " + QByteArray::number(sample::Large + 10 * i));
@@ -465,6 +467,7 @@ private Q_SLOTS:
             QVERIFY(getVideoFrameMat(frame));
         }
         QTRY_VERIFY(mappings() <= 8);
+        QVERIFY(QDir(ownFiles).count() < before + 10);
         const QDir opened(QStringLiteral("/proc/%1/fd").arg(DeviceHost::instance().processId()));
         QVERIFY2(opened.count() < 40, qPrintable(QString::number(opened.count())));
     }
