@@ -52,7 +52,10 @@ public:
             m_bytes.append(data, int(size));
         }
     }
-    void bytes(const QByteArray &data) { bytes(data.constData(), data.size()); }
+    void bytes(const QByteArray &data)
+    {
+        bytes(data.isNull() ? nullptr : data.constData(), data.size());
+    }
 
     /// A body that was made before.
     void raw(const QByteArray &body) { m_bytes = body; }

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "camera/captureimgthread.h"
+#include "tests/waitfor.h"
 
 #include <QByteArray>
 #include <QList>
@@ -44,7 +45,7 @@ private:
 
     static QByteArray takeFrom(QList<QByteArray> &list)
     {
-        const bool came = QTest::qWaitFor([&list] { return !list.isEmpty(); }, 30000);
+        const bool came = waitFor([&list] { return !list.isEmpty(); });
         return came ? list.takeFirst() : QByteArray("nothing");
     }
 

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include "tests/waitfor.h"
+
 #include <QStringList>
 #include <QUrl>
 #include <QWebSocket>
@@ -8,9 +10,6 @@
 #include <QtTest>
 
 #include <memory>
-
-/// How long to wait for what must come; only a failing test waits that long.
-constexpr int patienceMs = 30000;
 
 /// A page: a WebSocket client that keeps the texts it receives.
 class Page
@@ -22,13 +21,11 @@ public:
         QObject::connect(&m_socket, &QWebSocket::textMessageReceived, &m_socket,
                          [this](const QString &text) { m_received << text; });
         m_socket.open(QUrl(QStringLiteral("ws://127.0.0.1:%1").arg(port)));
-        (void)QTest::qWaitFor(
-            [this] {
-                const auto state = m_socket.state();
-                return state == QAbstractSocket::ConnectedState
-                    || state == QAbstractSocket::UnconnectedState;
-            },
-            patienceMs);
+        waitFor([this] {
+            const auto state = m_socket.state();
+            return state == QAbstractSocket::ConnectedState
+                || state == QAbstractSocket::UnconnectedState;
+        });
     }
 
     bool isConnected() const { return m_socket.state() == QAbstractSocket::ConnectedState; }
@@ -41,7 +38,7 @@ public:
     /// Waits for the next text; null if none comes.
     QString next()
     {
-        const bool came = QTest::qWaitFor([this] { return !m_received.isEmpty(); }, patienceMs);
+        const bool came = waitFor([this] { return !m_received.isEmpty(); });
         return came ? m_received.takeFirst() : QString();
     }
 
@@ -68,7 +65,7 @@ public:
     {
         m_server.listen(QHostAddress::LocalHost);
         m_page = std::make_unique<Page>(m_server.serverPort());
-        if (!QTest::qWaitFor([this] { return m_server.hasPendingConnections(); }, patienceMs)) {
+        if (!waitFor([this] { return m_server.hasPendingConnections(); })) {
             qFatal("the page could not connect");
         }
         m_serverSide.reset(m_server.nextPendingConnection());

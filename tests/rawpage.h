@@ -60,12 +60,10 @@ public:
     {
         m_socket.setReadBufferSize(0);
         QByteArray bytes;
-        const bool came = QTest::qWaitFor(
-            [&] {
-                bytes += m_socket.readAll();
-                return bytes.indexOf(end, qMax(0, bytes.size() - (1 << 20))) >= 0;
-            },
-            patienceMs);
+        const bool came = waitFor([&] {
+            bytes += m_socket.readAll();
+            return bytes.indexOf(end, qMax(0, bytes.size() - (1 << 20))) >= 0;
+        });
         return came ? bytes : QByteArray();
     }
 
@@ -74,12 +72,10 @@ public:
     {
         m_socket.setReadBufferSize(0);
         QByteArray bytes;
-        const bool ended = QTest::qWaitFor(
-            [&] {
-                bytes += m_socket.readAll();
-                return m_socket.state() == QAbstractSocket::UnconnectedState;
-            },
-            patienceMs);
+        const bool ended = waitFor([&] {
+            bytes += m_socket.readAll();
+            return m_socket.state() == QAbstractSocket::UnconnectedState;
+        });
         return ended ? bytes : QByteArray();
     }
 

@@ -14,6 +14,7 @@
 #include "tests/pages.h"
 #include "tests/recordingdevice.h"
 #include "tests/rows.h"
+#include "tests/waitfor.h"
 
 #include <QJsonDocument>
 #include <QJsonObject>
@@ -79,7 +80,7 @@ public:
     QLocalSocket *client()
     {
         if (!m_client || m_client->state() != QLocalSocket::ConnectedState) {
-            if (!QTest::qWaitFor([this] { return m_server.hasPendingConnections(); }, patienceMs)) {
+            if (!waitFor([this] { return m_server.hasPendingConnections(); })) {
                 qFatal("the client did not connect");
             }
             while (m_server.hasPendingConnections()) {
@@ -93,12 +94,11 @@ public:
     QByteArray take(int length)
     {
         QByteArray bytes;
-        if (!QTest::qWaitFor(
-                [&] {
-                    bytes += client()->read(length - bytes.size());
-                    return bytes.size() >= length;
-                },
-                patienceMs)) {
+        const bool came = waitFor([&] {
+            bytes += client()->read(length - bytes.size());
+            return bytes.size() >= length;
+        });
+        if (!came) {
             return "nothing";
         }
         return bytes;

@@ -13,9 +13,9 @@
 #include "companions/signature/signwindow.h"
 #include "tests/manualclock.h"
 #include "tests/messages.h"
+#include "tests/waitfor.h"
 
 #include <QCryptographicHash>
-#include <QDeadlineTimer>
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QLabel>
@@ -28,7 +28,6 @@
 #include <QSignalSpy>
 #include <QTemporaryDir>
 #include <QTemporaryFile>
-#include <QTimer>
 #include <signal.h>
 #include <sys/socket.h>
 #include <sys/un.h>
@@ -36,13 +35,10 @@
 
 #include <algorithm>
 #include <array>
-#include <chrono>
 #include <cstring>
 #include <functional>
 #include <memory>
 #include <tuple>
-
-using namespace std::chrono_literals;
 
 namespace {
 
@@ -191,22 +187,6 @@ SignWindow *shownWindow()
         }
     }
     return nullptr;
-}
-
-/**
- * Like QTest::qWaitFor(), but without its sleeps between events: the image of a page arrives in
- * more than a hundred pieces.
- */
-bool waitFor(const std::function<bool()> &condition)
-{
-    QTimer wake; // for the deadline
-    wake.start(100);
-    const QDeadlineTimer deadline(20s);
-    while (!condition() && !deadline.hasExpired()) {
-        QCoreApplication::processEvents(QEventLoop::WaitForMoreEvents);
-        QCoreApplication::sendPostedEvents(nullptr, QEvent::DeferredDelete);
-    }
-    return condition();
 }
 
 /// Waits for a signing window other than the one before. \return null when none comes

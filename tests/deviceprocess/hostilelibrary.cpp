@@ -1,17 +1,17 @@
 // SPDX-License-Identifier: MIT
 //
 // A device library that does wrong what it is told to: the file named by HOSTILE_ORDER holds a
-// function's name and what it does when it is called. Every other function fails quietly.
+// function's name, or "any", what it does when it is called, and a number for that. Every other
+// function fails quietly.
 
 #include "devicelib/biometrics.h"
 #include "devicelib/cardreader.h"
 #include "devicelib/doccamera.h"
-#include "deviceprocess/arguments.h"
+#include "tests/deviceprocess/sample.h"
 
-#include <QByteArray>
-#include <QImage>
-#include <QString>
-#include <opencv2/core.hpp>
+#include <QMetaObject>
+#include <QObject>
+#include <QtDebug>
 #include <unistd.h>
 
 #include <csignal>
@@ -20,8 +20,21 @@
 #include <fstream>
 #include <stdexcept>
 #include <string>
+#include <thread>
+#include <tuple>
 
 namespace {
+
+using deviceprocess::FunctionKind;
+using deviceprocess::Role;
+using deviceprocess::roleOf;
+
+struct Order
+{
+    std::string function;
+    std::string deed;
+    int number = 0;
+};
 
 /// On every socket of the device process, what no message looks like.
 void writeGarbage()
@@ -43,42 +56,154 @@ void eatMemory()
     }
 }
 
-void act(const char *function)
+/// \return the order, when it is for this function
+Order act(const char *function)
 {
     std::ifstream file(std::getenv("HOSTILE_ORDER"));
-    std::string name;
-    std::string order;
-    file >> name >> order;
-    if (name != function && name != "any") {
-        return;
+    Order order;
+    file >> order.function >> order.deed >> order.number;
+    if (order.function != function && order.function != "any") {
+        return {};
     }
-    if (order == "crash") {
+    if (order.deed == "crash") {
         std::raise(SIGSEGV);
-    } else if (order == "hang") {
+    } else if (order.deed == "hang") {
         for (;;) {
             pause();
         }
-    } else if (order == "throw") {
+    } else if (order.deed == "throw") {
         throw std::runtime_error("as ordered");
-    } else if (order == "garbage") {
+    } else if (order.deed == "garbage") {
         writeGarbage();
-    } else if (order == "memory") {
+    } else if (order.deed == "memory") {
         eatMemory();
+    } else if (order.deed == "log") {
+        qDebug("debug line");
+        qInfo("info line");
+        qWarning("warning line");
     }
+    return order;
 }
 
-template <class Result> Result failure()
+/// Does what it is asked for: writes its arguments down, and fills and calls what it is given.
+template <FunctionKind kind, class Type> struct Function;
+template <FunctionKind kind, class Result, class... Args> struct Function<kind, Result(Args...)>
 {
-    return Result();
-}
+    using Tuple = std::tuple<Args...>;
+    const char *name;
+
+    Result operator()(Args... args) const
+    {
+        const Order order = act(name);
+        if (order.deed == "obey" || order.deed == "nulls" || order.deed == "later"
+            || order.deed == "stranger" || order.deed == "flood") {
+            obey(order, Tuple(args...), std::index_sequence_for<Args...>());
+            return result(order);
+        }
+        return Result();
+    }
+
+private:
+    template <std::size_t... index>
+    void obey(const Order &order, [[maybe_unused]] const Tuple &args,
+              std::index_sequence<index...>) const
+    {
+        QByteArray line = QByteArray(name) + '(';
+        (write<index>(line, std::get<index>(args)), ...);
+        std::ofstream(std::string(std::getenv("HOSTILE_ORDER")) + "ed", std::ios::app)
+            << line.constData() << ")\n";
+        (fill<index>(order, args), ...);
+    }
+
+    template <std::size_t index, class Arg> void write(QByteArray &line, const Arg &arg) const
+    {
+        constexpr Role role = roleOf<Tuple, index, kind>();
+        if constexpr (role == Role::RawBytes) {
+            line += (arg ? QByteArray(arg, 5).toHex() : QByteArray("null")) + ' ';
+        } else if constexpr (role == Role::Value || role == Role::Text) {
+            line += sample::described(arg) + ' ';
+        }
+    }
+
+    template <std::size_t index> void fill(const Order &order, const Tuple &args) const
+    {
+        constexpr Role role = roleOf<Tuple, index, kind>();
+        if constexpr (role == Role::Output) {
+            using Type = std::tuple_element_t<index, Tuple>;
+            if constexpr (std::is_pointer_v<Type>) {
+                sample::fill(std::get<index>(args), index, order.number);
+            } else {
+                sample::fill(&std::get<index>(args), index, order.number);
+            }
+        } else if constexpr (role == Role::Buffer) {
+            std::strcpy(std::get<index>(args), sample::version);
+        } else if constexpr (role == Role::Receiver) {
+            QMetaObject::invokeMethod(std::get<index>(args), "take", Q_ARG(int, 5));
+        } else if constexpr (role == Role::Listener) {
+            void *context = nullptr;
+            if constexpr (index + 1 < sizeof...(Args)) {
+                context = std::get<index + 1>(args);
+            }
+            if (order.deed == "stranger") {
+                context = reinterpret_cast<void *>(99);
+            }
+            const auto listener = std::get<index>(args);
+            const int times = order.deed == "flood" ? order.number : 1;
+            const auto callAll = [=] {
+                for (int i = 0; i < times; ++i) {
+                    call(listener, context);
+                }
+            };
+            if (order.deed == "obey" || order.deed == "nulls") {
+                callAll();
+            } else {
+                std::thread(callAll).join();
+            }
+        }
+    }
+
+    template <class... Values> static void call(void (*listener)(Values...), void *context)
+    {
+        callWith(listener, context, std::index_sequence_for<Values...>());
+    }
+    template <class... Values, std::size_t... index>
+    static void callWith(void (*listener)(Values...), [[maybe_unused]] void *context,
+                         std::index_sequence<index...>)
+    {
+        listener(argument<Values>(index, context)...);
+    }
+    template <class Value> static Value argument(std::size_t index, void *context)
+    {
+        if constexpr (std::is_same_v<Value, void *>) {
+            return context;
+        } else if constexpr (std::is_same_v<Value, QByteArray>) {
+            return sample::feature(index);
+        } else if constexpr (std::is_arithmetic_v<Value>) {
+            return sample::number<Value>(index);
+        } else {
+            static QByteArray texts[8];
+            texts[index] = sample::text(index);
+            return texts[index].constData();
+        }
+    }
+
+    static Result result(const Order &order)
+    {
+        if constexpr (std::is_same_v<Result, const char *>) {
+            return order.deed == "nulls" ? nullptr : "a result";
+        } else if constexpr (std::is_pointer_v<Result>) {
+            return order.deed == "nulls" ? nullptr : ::strdup("a result");
+        } else if constexpr (!std::is_void_v<Result>) {
+            return sample::number<Result>(0);
+        }
+    }
+};
 
 } // namespace
 
-#pragma GCC diagnostic ignored "-Wunused-parameter" // what it is asked for is no matter
 #define DEVICE(library, kind, seconds, result, name, parameters, names)                            \
     extern "C" result name parameters                                                              \
     {                                                                                              \
-        act(#name);                                                                                \
-        return failure<result>();                                                                  \
+        return Function<FunctionKind::kind, result parameters>{#name} names;                       \
     }
 #include "devicelib/functions.h"

@@ -4,6 +4,7 @@
 import assert from 'node:assert/strict';
 import { readFileSync } from 'node:fs';
 import { after, before, test } from 'node:test';
+import { fileURLToPath } from 'node:url';
 import WebSocket from 'ws';
 import { DeviceClient } from '../../client/deviceclient.js';
 import { startServer } from './server.mjs';
@@ -16,8 +17,13 @@ const skipped = ['bPrint', 'bPrintImage', 'bPrintImageFile', 'bPlayVoice', 'Open
 
 const types = { boolean: 'boolean', number: 'number', text: 'string', empty: 'undefined', none: 'undefined' };
 
+// A scene takes half a second to draw, and ten commands start a camera.
+const photo = `image:${fileURLToPath(new URL('../../portable/samples/cards/lisi.jpg', import.meta.url))}`;
+const settings = ['[cameras]', ...[1, 2, 3, 4, 5, 6, 8, 9].map((camera) => `${camera}=${photo}`),
+  `dual=${photo}|${photo}`].join('\n');
+
 let server;
-before(async () => { server = await startServer(); });
+before(async () => { server = await startServer({ settings }); });
 after(() => server.end());
 
 function check({ name, reply }, result) {

@@ -68,9 +68,10 @@ test('every page shows its data, in both languages, and fits small and large scr
   };
   for (const name of pages) {
     const [data, chinese, english] = cases[name];
-    const page = await open(name, data);
+    const page = await open(name, data, { width: 800, height: 600 });
     for (const [width, height] of [[800, 600], [1024, 600], [1920, 1080]]) {
-      await page.setViewportSize({ width, height });
+      if (width > 800)
+        await page.setViewportSize({ width, height });
       const hidden = await page.evaluate(() => {
         const main = document.querySelector('main');
         return [main.scrollHeight - main.clientHeight, main.scrollWidth - main.clientWidth];
@@ -114,14 +115,12 @@ test('much data is shown smaller and whole; too much is cut off at its end only'
 test('data is never read as markup, and pictures come from this machine only', { skip }, async () => {
   const markup = '<img src=x onerror=alert(1)><script>alert(2)</script>';
   for (const name of pages) {
-    for (const data of [markup, `no=${markup},name=${markup},text=${markup},window=${markup},amount=${markup},`
-                        + `currency=${markup},item=${markup}:${markup},title=${markup},ask=${markup},${markup}=1,__proto__=x,`
-                        + 'photo=http://127.0.0.1:9/x.png,qr=javascript:alert(3)']) {
-      const page = await open(name, data);
-      assert.match(await seen(page), /<img src\s+x onerror=alert\(1\)>/, name); // a pair as well
-      assert.equal(await page.locator('img, main script').count(), 0);
-      await close(page);
-    }
+    const page = await open(name, `${markup},no=${markup},name=${markup},text=${markup},window=${markup},amount=${markup},`
+                            + `currency=${markup},item=${markup}:${markup},title=${markup},ask=${markup},${markup}=1,__proto__=x,`
+                            + 'photo=http://127.0.0.1:9/x.png,qr=javascript:alert(3)');
+    assert.match(await seen(page), /<img src\s+x onerror=alert\(1\)>/, name); // a pair as well
+    assert.equal(await page.locator('img, main script').count(), 0);
+    await close(page);
   }
   const page = await open('teller', '');
   for (const [path, address] of [['/a b/#李.png', 'file:///a%20b/%23%E6%9D%8E.png'], ['li.jpg', 'li.jpg'],

@@ -37,15 +37,15 @@ async function until(condition, what) {
 }
 
 export class Server {
-  /** @param settings  text of devices.ini */
-  constructor({ settings = '[cameras]\n1=scene\n' } = {}) {
+  /** @param settings  text of devices.ini; the usual scene is small, which is drawn sooner */
+  constructor({ settings = '[cameras]\n1=scene\n[scene]\nsize=640x480\n' } = {}) {
     // No "sh" in the name: such processes are not counted as instances.
     this.folder = mkdtempSync(join(tmpdir(), 'rvo-web-'));
     this.process = null;
-    const program = 'rvowebSocketServer';
-    // A copy, not a link: the program finds its files and writes its log beside the real executable.
-    copyFileSync(join(buildFolder, program), join(this.folder, program));
-    for (const name of ['devicehost', 'libdevicestub.so', 'libdoccamera.so', 'libcardreader.so',
+    // Copies, not links: a program finds its settings and writes its log beside the real executable.
+    for (const program of ['rvowebSocketServer', 'devicehost'])
+      copyFileSync(join(buildFolder, program), join(this.folder, program));
+    for (const name of ['libdevicestub.so', 'libdoccamera.so', 'libcardreader.so',
       'libportabledoccamera.so', 'libportablecardreader.so', 'cards', 'fingers', 'models']) {
       if (existsSync(join(buildFolder, name)))
         symlinkSync(join(buildFolder, name), join(this.folder, name));
