@@ -33,6 +33,7 @@ private Q_SLOTS:
         QString error;
         QVERIFY(writeWholeFiles({{path("new/a"), "one"}, {path("new/b"), ""}}, &error));
         QCOMPARE(contentOf(path("new/a")), QByteArray("one"));
+        QVERIFY(QFileInfo(path("new")).permissions().testFlag(QFile::ExeOwner));
         QCOMPARE(everythingIn(path("new")), (QStringList{line("a"), line("b")}));
 
         // All can be written, but when "second" gets its name, it is the directory of the third.
