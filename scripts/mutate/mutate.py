@@ -84,7 +84,8 @@ def files_to_change(options):
         fail(f'{LEFT_OUT.name}: there is no {path}')
     chosen = [f for f in tracked
               if f.endswith(('.cpp', '.h')) and not f.startswith(TESTS_OF_OTHERS)
-              and f not in left_out and any(f == p or f.startswith(p + '/') or p == '.' for p in paths)]
+              and f not in left_out
+              and any(f == p or f.startswith(p + '/') or p == '.' for p in paths)]
     if not chosen:
         fail('no sources of the product among: ' + ' '.join(paths))
     return tracked, sorted(chosen)
