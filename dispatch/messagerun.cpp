@@ -106,7 +106,7 @@ QString MessageRun::truth(bool value)
 
 QString MessageRun::reply(const QString &name, const QString &result)
 {
-    const QString text = framed(name, result);
+    QString text = framed(name, result);
     send_msg(text);
     return text;
 }

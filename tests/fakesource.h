@@ -100,13 +100,18 @@ public:
     QString name() const override { return QStringLiteral("/dev/fake (Fake)"); }
     bool open(const cv::Size &wanted, QString *error) override
     {
+        if (m_isOpen) {
+            *error = QStringLiteral("it was not closed");
+            return false;
+        }
         m_size = sizeFor(wanted);
-        return m_device->open(m_size, error);
+        m_isOpen = m_device->open(m_size, error);
+        return m_isOpen;
     }
-    void close() override { }
+    void close() override { m_isOpen = false; }
     bool read(cv::Mat &frame, QString *error) override
     {
-        const int number = m_device->next(error);
+        const int number = m_isOpen ? m_device->next(error) : 0;
         frame = cv::Mat(m_size, CV_8UC3, cv::Scalar::all(number % 256));
         return number > 0;
     }
@@ -121,4 +126,5 @@ private:
     const std::shared_ptr<FakeDevice> m_device;
     const double m_framesPerSecond;
     cv::Size m_size;
+    bool m_isOpen = false;
 };

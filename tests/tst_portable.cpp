@@ -162,6 +162,7 @@ private Q_SLOTS:
             QCOMPARE(source.second, line("auto"));
         }
         QCOMPARE(sample.sceneSize, DeviceConfig().sceneSize);
+        QCOMPARE(sample.playback.secondsPerPicture, DeviceConfig().playback.secondsPerPicture);
         QCOMPARE(m_log->takeLines(), QStringList());
     }
 
@@ -416,7 +417,14 @@ private Q_SLOTS:
         useIni("[cameras]\n1=scene\n2=none\n");
         std::vector<std::pair<double, double>> sizes;
         getResolutionIndex(1, sizes);
-        QCOMPARE(sizes.front(), std::make_pair(2592.0, 1944.0));
+        QCOMPARE(sizes,
+                 (std::vector<std::pair<double, double>>{{2592, 1944},
+                                                         {1920, 1080},
+                                                         {1600, 1200},
+                                                         {1280, 720},
+                                                         {1024, 768},
+                                                         {800, 600},
+                                                         {640, 480}}));
         QCOMPARE(iGetResolutionX(1), 1920);
         QCOMPARE(iGetResolutionY(1), 1080);
         for (int absent : {2, 0, 7, -3, 26, INT_MAX}) {

@@ -283,7 +283,7 @@ private Q_SLOTS:
     {
         ManyCameras many;
         const auto first = many.cameras.open(1);
-        QVERIFY(first && many.cameras.start(2));
+        QVERIFY(first && many.cameras.isOpen() && many.cameras.start(2));
         many.cameras.stop(first);
         many.cameras.stop(nullptr);
         QVERIFY(many.cameras.mainCamera());
@@ -429,6 +429,7 @@ private Q_SLOTS:
         left->fail(line("unplugged"));
         QVERIFY(!pair.read(frame, &error));
         QCOMPARE(error, line("/dev/fake (Fake): unplugged"));
+        pair.close();
         QVERIFY(!pair.open({}, &error));
         QCOMPARE(error, line("/dev/fake (Fake): unplugged"));
 

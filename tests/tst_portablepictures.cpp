@@ -255,6 +255,9 @@ private Q_SLOTS:
             error.clear();
             QVERIFY(!checkJpeg(many, &error) && error.contains(line("scans are too many")));
         }
+        // All of its coefficients would be in memory, whatever is made of it.
+        QVERIFY(!checkJpeg(progressiveJpeg({17'000, 10'000}, 1), &error));
+        QCOMPARE(error, line("17000 x 10000 pixels are too many"));
     }
 
     /// At a time limit of nothing each format is given up, with a reason and nothing half decoded.

@@ -26,8 +26,6 @@ namespace {
 using Clock = BarcodeProcess::Clock;
 using std::chrono::milliseconds;
 
-constexpr milliseconds timeLimit{3000};
-constexpr milliseconds lastPass{2000}; // beyond the limit, for a pass that has begun
 constexpr milliseconds shortestSearch{1000}; // after one that failed
 
 /// A grey copy of a picture, in memory that a worker can map.
@@ -145,8 +143,9 @@ QString textOf(const Code &code)
 class Search
 {
 public:
-    Search(const cv::Mat &picture, long kind)
-        : m_picture(picture)
+    Search(const cv::Mat &picture, long kind, milliseconds time)
+        : m_time(time)
+        , m_picture(picture)
     {
         m_request.width = picture.cols;
         m_request.height = picture.rows;
@@ -173,7 +172,8 @@ private:
     bool searchOnce()
     {
         const auto passed = std::chrono::duration_cast<milliseconds>(Clock::now() - m_start);
-        m_request.milliseconds = std::int32_t(std::max(timeLimit - passed, shortestSearch).count());
+        m_request.milliseconds = std::int32_t(std::max(m_time - passed, shortestSearch).count());
+        const milliseconds lastPass = m_time * 2 / 3; // for a pass that has begun
         auto worker = SpareWorker::instance().take();
         QByteArray message;
         bool isDone = false;
@@ -181,7 +181,7 @@ private:
             ? BarcodeProcess::Reception::Message
             : BarcodeProcess::Reception::Ended;
         while (!isDone && reception == BarcodeProcess::Reception::Message) {
-            reception = worker->receive(m_start + timeLimit + lastPass, &message);
+            reception = worker->receive(m_start + m_time + lastPass, &message);
             isDone = reception == BarcodeProcess::Reception::Message && isLast(message);
         }
         if (isDone) {
@@ -222,6 +222,7 @@ private:
     }
 
     const Clock::time_point m_start = Clock::now();
+    const milliseconds m_time;
     const SharedPicture m_picture;
     BarcodeRequest m_request;
     std::set<std::pair<int, QByteArray>> m_found;
@@ -236,9 +237,9 @@ bool isBarcodeKind(long kind)
     return kind >= anyBarcode && kind <= largestBarcodeKind;
 }
 
-QStringList readBarcodes(const cv::Mat &picture, long kind)
+QStringList readBarcodes(const cv::Mat &picture, long kind, milliseconds time)
 {
-    return Search(picture, kind).run();
+    return Search(picture, kind, time).run();
 }
 
 } // namespace portable

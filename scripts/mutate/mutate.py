@@ -25,6 +25,8 @@ WORK = ROOT / 'build/mutate'
 COPY = WORK / 'source'
 BUILD = WORK / 'build'
 HERE = Path(__file__).resolve().parent
+LEFT_OUT = HERE / 'left-out.txt'
+EQUIVALENT = HERE / 'equivalent.txt'
 REPORT = WORK / 'report.txt'
 TESTS_OF_OTHERS = ('tests/', 'bench/') # faults go into the product
 FUNCTION_LIMIT = 120 # s, for a test function without a fault
@@ -57,6 +59,12 @@ def load(path, otherwise):
         return otherwise
 
 
+def blocks(path):
+    """The blocks of lines between empty ones, without indentation and comments."""
+    lines = [line.strip() for line in path.read_text().splitlines() if not line.startswith('#')]
+    return [block.split('\n') for block in re.split(r'\n{2,}', '\n'.join(lines).strip()) if block]
+
+
 # -- which files ------------------------------------------------------------------------------------
 
 
@@ -71,8 +79,12 @@ def files_to_change(options):
     for path in options.paths:
         if not os.path.exists(path):
             fail(f'no such file or folder: {path}')
+    left_out = {block[0] for block in blocks(LEFT_OUT)} - set(paths)
+    for path in left_out - set(tracked):
+        fail(f'{LEFT_OUT.name}: there is no {path}')
     chosen = [f for f in tracked
               if f.endswith(('.cpp', '.h')) and not f.startswith(TESTS_OF_OTHERS)
+              and f not in left_out
               and any(f == p or f.startswith(p + '/') or p == '.' for p in paths)]
     if not chosen:
         fail('no sources of the product among: ' + ' '.join(paths))
@@ -250,10 +262,23 @@ def all_faults(chosen, commands, seed):
         times[what] = times.get(what, 0) + 1
         fault['key'] = digest(what, times[what])
         fault['rank'] = digest(seed, fault['key'])
+    faults = without_equivalent(faults, chosen)
     faults.sort(key=lambda f: f['rank'])
     for number, fault in enumerate(faults, 1):
         fault['number'] = number
     return faults
+
+
+def without_equivalent(faults, chosen):
+    """Those that EQUIVALENT doesn't name."""
+    texts = {f: (ROOT / f).read_text().splitlines() for f in chosen}
+    listed = {tuple(block[:3]) for block in blocks(EQUIVALENT) if block[0] in texts}
+    def entry(fault):
+        line = texts[fault['file']][fault['line'] - 1].strip()
+        return fault['file'], line, what_changes(fault)
+    for file, line, change in sorted(listed - {entry(f) for f in faults}):
+        fail(f'{EQUIVALENT.name}: nothing is like this any more: {file}: {line}: {change}')
+    return [f for f in faults if entry(f) not in listed]
 
 
 def pick(faults, count, dropped):
@@ -440,6 +465,8 @@ def options_of_command():
     parser.add_argument('--seed', default='1', help='another number, other faults (1)')
     parser.add_argument('--only', '--keep', metavar='N,N', default='',
                         help='run only these of the faults, by their numbers')
+    parser.add_argument('--tests', metavar='NAME,NAME', default='',
+                        help='run only these test programs, which is faster')
     parser.add_argument('--list', action='store_true', help='list the faults, build and run nothing')
     options = parser.parse_args()
     if not options.paths and not options.changed:
@@ -447,11 +474,14 @@ def options_of_command():
     return options
 
 
-def describe(fault):
+def what_changes(fault):
     def short(text):
         return text if len(text) <= 70 else text[:67] + '...'
-    return (f'{fault["file"]}:{fault["line"]}  {fault["kind"]}  '
-            f'{short(fault["original"])}  ->  {short(fault["mutated"])}')
+    return f'{fault["kind"]}  {short(fault["original"])}  ->  {short(fault["mutated"])}'
+
+
+def describe(fault):
+    return f'{fault["file"]}:{fault["line"]}  {what_changes(fault)}'
 
 
 def main():
@@ -475,8 +505,10 @@ def main():
             print(f'{fault["number"]:5}  {describe(fault)}')
         return
     tests = tests_of(chosen, tracked, commands)
+    if options.tests:
+        tests = {name: tests[name] for name in options.tests.split(',') if name in tests}
     if not tests:
-        fail('no test program is built from ' + ' '.join(chosen))
+        fail('no such test program is built from ' + ' '.join(chosen))
     print(f'{len(faults)} possible faults in {len(chosen)} files; building {len(tests)} test programs',
           flush=True)
     picked = build_with_faults(faults, options, tracked, tests)
