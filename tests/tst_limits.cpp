@@ -14,6 +14,7 @@
 #include "transport/pagesocket.h"
 #include "transport/refusallog.h"
 #include "transport/websocketservermanager.h"
+#include "upload/uploadpool.h"
 
 #include <QtTest>
 #include <sys/resource.h>
@@ -466,6 +467,73 @@ private Q_SLOTS:
         getrlimit(RLIMIT_NOFILE, &raised);
         QCOMPARE(quint64(raised.rlim_cur), expected);
         QCOMPARE(raised.rlim_max, before.rlim_max);
+    }
+
+    void anUploadHoldsItsPageOnly_data()
+    {
+        const Rows<QString, QString> row("function", "command");
+        row("sUpLoadImage", "sUpLoadImage", "sUpLoadImage(a,b)");
+        row("sUpLoadImageEx6", "sUpLoadImage", "sUpLoadImageEx6(a,b)");
+        row("sUpLoadImageEx2", "sUpLoadImageEx2", "sUpLoadImageEx2(a,b,1,d)");
+        row("bUpLoadImage", "bUpLoadImage", "bUpLoadImage(a,b,1,d)");
+    }
+
+    void anUploadHoldsItsPageOnly()
+    {
+        QFETCH(QString, command);
+        QFETCH(QString, function);
+        const QByteArray called = function.toLatin1();
+        start();
+        Page asks(port());
+        Page other(port());
+        recording::answer(called, true);
+        recording::hold(called);
+        asks.send(command);
+        asks.send(QStringLiteral("@"));
+        asks.send(QStringLiteral("bStopPlay4()"));
+        QTRY_VERIFY(recording::count(called) == 1);
+        other.send(QStringLiteral("bStopPlay4()"));
+        QCOMPARE(other.next(), QString::fromLatin1(answer));
+        recording::release(called);
+        const QString name = command.section(QLatin1Char('('), 0, 0);
+        QCOMPARE(asks.next(), MessageRun::framed(name, QStringLiteral("true")));
+        QCOMPARE(asks.next(), QString());
+        QCOMPARE(asks.next(), QString::fromLatin1(answer));
+        QCOMPARE(recording::count("bStopPlay4"), 2);
+
+        recording::hold(called);
+        asks.send(command);
+        asks.send(QStringLiteral("sGetBarCode(1)"));
+        QTRY_VERIFY(recording::count(called) == 2);
+        asks.socket().abort();
+        QTRY_COMPARE(pages(), 1);
+        recording::release(called);
+        other.send(command);
+        QCOMPARE(other.next(), MessageRun::framed(name, QStringLiteral("true")));
+        QVERIFY(other.received().isEmpty());
+        QCOMPARE(recording::count("sGetBarCode"), 0);
+    }
+
+    // Its threads keep descriptors for a while: after those that count them.
+    void silentUploadsHoldUpNobody()
+    {
+        start();
+        Page silent(port());
+        Page other(port());
+        recording::hold("sUpLoadImageEx5");
+        for (int i = 0; i < UploadPool::threadsOfClient + 5; ++i) {
+            silent.send(QStringLiteral("sUpLoadImageEx5(a,b,1,d,0,f,g,0,0)"));
+        }
+        QTRY_COMPARE(recording::count("sUpLoadImageEx5"), UploadPool::threadsOfClient);
+        recording::answer("bUpLoadImage", true);
+        other.send(QStringLiteral("bUpLoadImage(a,b,1,d)"));
+        QCOMPARE(other.next(), QStringLiteral("BeginbUpLoadImagetrueEndbUpLoadImage"));
+        // Those that wait are not begun for a page that has gone.
+        silent.socket().abort();
+        QTRY_COMPARE(pages(), 1);
+        recording::release("sUpLoadImageEx5");
+        other.send(QStringLiteral("sUpLoadImageEx5(a,b,1,d,0,f,g,0,0)"));
+        QTRY_COMPARE(recording::count("sUpLoadImageEx5"), UploadPool::threadsOfClient + 1);
     }
 
     void refusalsDoNotFillTheLog()
