@@ -11,6 +11,7 @@
 #include "tests/rows.h"
 #include "transport/clientlink.h"
 #include "transport/limits.h"
+#include "transport/pagelistener.h"
 #include "transport/pagesocket.h"
 #include "transport/refusallog.h"
 #include "transport/websocketservermanager.h"
@@ -168,6 +169,26 @@ private Q_SLOTS:
         const QByteArray got = page.readUpTo(answer + bytes({0x81, answer.size()}) + answer);
         QVERIFY(got.contains("there?"));
         QCOMPARE(recording::count("bStopPlay4"), 2);
+    }
+
+    void readsNoFasterThanItHandles()
+    {
+        m_limits.turn = 0ms; // a frame a turn
+        m_limits.readAhead = 1000;
+        start();
+        RawPage page(port());
+        QTRY_COMPARE(pages(), 1);
+        const QByteArray ping = RawPage::frame(RawPage::fin | RawPage::ping, QByteArray(100, 'x'));
+        page.write(ping.repeated(2000) + command + ping + RawPage::message(QByteArray(900, 'y')));
+        qint64 most = 0;
+        QVERIFY(eventually([&] {
+            most = qMax(most, received());
+            return recording::count("bStopPlay4") > 0;
+        }));
+        QVERIFY2(most > 0 && most <= 1001, qPrintable(QString::number(most)));
+        page.write(command);
+        QVERIFY(!page.readUpTo(answer + bytes({0x8A, 100}) + QByteArray(100, 'x')).isEmpty());
+        QTRY_COMPARE(recording::count("bStopPlay4"), 2);
     }
 
     void unfinishedMessagesOfAll()
@@ -410,7 +431,7 @@ private Q_SLOTS:
         if (descriptors) {
             // Each page needs two: its own end is in this process too.
             m_limits.descriptors =
-                quint64(nextDescriptor()) + 3 + 2 * 6 + m_limits.descriptorReserve;
+                PageListener::openDescriptors() + 3 + 2 * 6 + m_limits.descriptorReserve;
         } else {
             m_limits.connections = 6;
         }
@@ -435,6 +456,11 @@ private Q_SLOTS:
         for (const auto &page : silent) {
             QVERIFY(page->isConnected());
         }
+        const int most = pages();
+        for (int i = 0; i < 6; ++i) { // each takes the place, and the descriptor, of an older one
+            silent.push_back(std::make_unique<Page>(port()));
+        }
+        QTRY_COMPARE(pages(), most);
         QVERIFY(talks->isConnected());
         QVERIFY(current->isConnected());
     }
@@ -514,7 +540,6 @@ private Q_SLOTS:
         QCOMPARE(recording::count("sGetBarCode"), 0);
     }
 
-    // Its threads keep descriptors for a while: after those that count them.
     void silentUploadsHoldUpNobody()
     {
         start();
