@@ -131,7 +131,7 @@ void PageSocket::feed()
     if (isMore) {
         m_feedLater.start();
     }
-    keepReading();
+    limitReading();
     m_feeding = false;
     if (m_deleteWanted) {
         m_webSocket->deleteLater();
@@ -142,12 +142,16 @@ void PageSocket::feed()
  * Qt reads whatever comes unless it has a limit: a page could send faster than its frames are dealt
  * with. Beyond the limit the kernel lets the page wait.
  */
-void PageSocket::keepReading()
+void PageSocket::limitReading()
 {
-    if (m_paused || m_refused || state() != ConnectedState) {
+    if (m_refused || state() != ConnectedState) {
         return;
     }
-    const qint64 size = qMax(m_shared->limits.readAhead, m_needed);
+    // More than is there: Qt switches the notifier off when it has filled the buffer, not when it
+    // finds it full.
+    const qint64 wanted = m_paused ? 0 : m_needed;
+    const qint64 size =
+        qMax(QTcpSocket::bytesAvailable() + 1, qMax(m_shared->limits.readAhead, wanted));
     setReadBufferSize(size == readBufferSize() ? size + 1 : size); // reads on when it changes
 }
 
@@ -214,9 +218,7 @@ void PageSocket::setPaused(bool paused)
     }
     m_paused = paused;
     if (paused) {
-        // More than is there: Qt switches the notifier off when it has filled the buffer, not when
-        // it finds it full.
-        setReadBufferSize(QTcpSocket::bytesAvailable() + m_shared->limits.readAhead);
+        limitReading();
     } else {
         m_feedLater.start();
     }

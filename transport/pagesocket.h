@@ -107,7 +107,7 @@ private:
     void checkHandshake();
     void feed();
     bool feedFrame();
-    void keepReading();
+    void limitReading();
     void noteUnfinished();
     void refuseIfTooMuchIsUnfinished();
     void discard();
