@@ -47,7 +47,8 @@ add_library(server_core STATIC
     transport/refusallog.cpp
     transport/websocketservermanager.cpp
     upload/upload.cpp
-    upload/uploadcommands.cpp)
+    upload/uploadcommands.cpp
+    upload/uploadpool.cpp)
 target_include_directories(server_core PUBLIC ${PROJECT_SOURCE_DIR})
 target_link_libraries(server_core
     PUBLIC base devicelib Qt5::Core Qt5::Gui Qt5::Network Qt5::WebSockets Qt5::Widgets

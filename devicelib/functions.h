@@ -126,10 +126,10 @@ DEVICE(doccamera, Query,      30, char *, sGetBarCodeEx, (long kind, const char 
 DEVICE(doccamera, Query,      30, char *, sGetBarCodeOnline, (), ())
 
 // Upload (the library's own limits end it first), status, files
-DEVICE(doccamera, Query,     300, char *, sUpLoadImage, (const char *p1, const char *p2, const char *p3, bool flag, const char *p4), (p1, p2, p3, flag, p4))
-DEVICE(doccamera, Query,     300, char *, sUpLoadImageEx2, (const char *p1, const char *p2, long p3, const char *p4), (p1, p2, p3, p4))
-DEVICE(doccamera, Query,     300, bool, bUpLoadImage, (const char *p1, const char *p2, long p3, const char *p4), (p1, p2, p3, p4))
-DEVICE(doccamera, Query,     300, bool, sUpLoadImageEx5, (const char *p1, const char *p2, long p3, const char *p4, const char *p6, const char *p7, QString *answer), (p1, p2, p3, p4, p6, p7, answer))
+DEVICE(doccamera, Query,     660, char *, sUpLoadImage, (const char *p1, const char *p2, const char *p3, bool flag, const char *p4), (p1, p2, p3, flag, p4))
+DEVICE(doccamera, Query,     660, char *, sUpLoadImageEx2, (const char *p1, const char *p2, long p3, const char *p4), (p1, p2, p3, p4))
+DEVICE(doccamera, Query,     660, bool, bUpLoadImage, (const char *p1, const char *p2, long p3, const char *p4), (p1, p2, p3, p4))
+DEVICE(doccamera, Query,     660, bool, sUpLoadImageEx5, (const char *p1, const char *p2, long p3, const char *p4, const char *p6, const char *p7, QString *answer), (p1, p2, p3, p4, p6, p7, answer))
 DEVICE(doccamera, Query,       5, char *, sGetDevicesId, (), ())
 DEVICE(doccamera, Query,       5, char *, sEnumUSBDevice, (), ())
 DEVICE(doccamera, Query,       5, char *, sGetSerialNum, (), ())

@@ -96,6 +96,23 @@ Received readExactly(int socket, char *data, std::size_t size, Clock::time_point
     return Received::Message;
 }
 
+/// Takes memory as bytes come, not because a header says so.
+Received readBody(int socket, std::size_t size, Clock::time_point until, Message *message)
+{
+    constexpr std::size_t firstStep = 1 << 20;
+    message->body.clear();
+    std::size_t done = 0;
+    Received result = Received::Message;
+    while (result == Received::Message && done < size) {
+        const std::size_t step = std::min(size - done, std::max(done, firstStep));
+        message->body.resize(int(done + step));
+        result =
+            readExactly(socket, message->body.data() + done, step, until, &message->descriptor);
+        done += step;
+    }
+    return result;
+}
+
 } // namespace
 
 bool sendMessage(int socket, MessageKind kind, std::uint32_t function, const Writer &content,
@@ -160,9 +177,7 @@ Received receiveMessage(int socket, Message *message, Clock::time_point until)
     }
     message->kind = MessageKind(header.kind);
     message->function = header.function;
-    message->body.resize(int(header.length));
-    return readExactly(socket, message->body.data(), std::size_t(header.length), until,
-                       &message->descriptor);
+    return readBody(socket, std::size_t(header.length), until, message);
 }
 
 bool waitReadable(int socket, Clock::time_point until)

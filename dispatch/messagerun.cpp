@@ -16,6 +16,18 @@
 
 QPointer<QWebSocket> gpWebSocket;
 
+namespace {
+
+void sendTo(QWebSocket *client, const QString &text)
+{
+    Q_ASSERT(QThread::currentThread() == QCoreApplication::instance()->thread());
+    if (client) {
+        client->sendTextMessage(text);
+    }
+}
+
+} // namespace
+
 MessageRun::MessageRun(QObject *parent)
     : QObject(parent)
     , m_previewTimer(new QTimer(this))
@@ -70,10 +82,7 @@ void MessageRun::carryOut(Callback callback, const QString &name, const QString 
 
 void MessageRun::send_msg(QString text)
 {
-    Q_ASSERT(QThread::currentThread() == QCoreApplication::instance()->thread());
-    if (gpWebSocket) {
-        gpWebSocket->sendTextMessage(text);
-    }
+    sendTo(gpWebSocket, text);
 }
 
 void MessageRun::send_json_msg(bool ok, QString funcname, QString data)
@@ -119,6 +128,11 @@ QString MessageRun::reply(const QString &name, bool result)
 QString MessageRun::reply(const QString &name)
 {
     return reply(name, QString());
+}
+
+void MessageRun::replyTo(QWebSocket *client, const QString &name, const QString &result)
+{
+    sendTo(client, framed(name, result));
 }
 
 QString MessageRun::replyTwoTexts(const QString &name, const QString &args,

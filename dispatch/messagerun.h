@@ -81,6 +81,9 @@ public:
     static QString reply(const QString &name, const char *) = delete; // would convert to bool
     /// @}
 
+    /// The same to a client of which it is known that it asked; dropped if it has gone.
+    static void replyTo(QWebSocket *client, const QString &name, const QString &result);
+
     /**
      * Calls a device function with the first two fields in UTF-8 and replies with its result. With
      * fewer than two fields, replies false without calling it; further fields are ignored.

@@ -21,6 +21,8 @@ constexpr qint64 noScore = -99; // means "could not be compared" to pages
 // library does not get its length.
 constexpr int featureTextAbove = 20;
 constexpr int featureBytesAbove = 100;
+/// Far above any feature, in base64 characters; decoding more would hold everybody up.
+constexpr int longestFeatureText = 16 * 1024 * 1024;
 
 constexpr int maxEventLogged = 100; // characters; features are longer
 
@@ -49,6 +51,10 @@ QString withBlanks(const QString &args)
 qint64 featureScore(const QString &text1, const QString &text2)
 {
     if (text1.size() <= featureTextAbove || text2.size() <= featureTextAbove) {
+        return 0;
+    }
+    if (qMax(text1.size(), text2.size()) > longestFeatureText) {
+        qWarning() << "faces: a feature has more than" << longestFeatureText << "characters";
         return 0;
     }
     const QByteArray feature1 = QByteArray::fromBase64(text1.toLatin1());

@@ -4,6 +4,7 @@
 #include "tests/waitfor.h"
 
 #include <QStringList>
+#include <QTcpSocket>
 #include <QUrl>
 #include <QWebSocket>
 #include <QWebSocketServer>
@@ -26,6 +27,10 @@ public:
             return state == QAbstractSocket::ConnectedState
                 || state == QAbstractSocket::UnconnectedState;
         });
+        if (auto *socket = m_socket.findChild<QTcpSocket *>()) {
+            // Or the second of two texts would wait 40 ms for the acknowledgement of the first.
+            socket->setSocketOption(QAbstractSocket::LowDelayOption, 1);
+        }
     }
 
     bool isConnected() const { return m_socket.state() == QAbstractSocket::ConnectedState; }

@@ -150,6 +150,10 @@ private Q_SLOTS:
         base::Clock::setShared(&clock());
         m_server = std::make_unique<WebSocketServerManager>(QStringLiteral("faults"),
                                                             QWebSocketServer::NonSecureMode);
+        Limits limits; // none of time: the clock runs ahead of the pages
+        limits.handshake = limits.stalledMessage = limits.unreadStall = limits.unreadOfAllStall =
+            std::chrono::hours(100000);
+        m_server->setLimits(limits);
         m_server->websocke_server_start(QHostAddress::LocalHost, 0);
         QVERIFY(m_server->running());
         qInstallMessageHandler(Warnings::collect);

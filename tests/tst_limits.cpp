@@ -11,9 +11,11 @@
 #include "tests/rows.h"
 #include "transport/clientlink.h"
 #include "transport/limits.h"
+#include "transport/pagelistener.h"
 #include "transport/pagesocket.h"
 #include "transport/refusallog.h"
 #include "transport/websocketservermanager.h"
+#include "upload/uploadpool.h"
 
 #include <QtTest>
 #include <sys/resource.h>
@@ -167,6 +169,26 @@ private Q_SLOTS:
         const QByteArray got = page.readUpTo(answer + bytes({0x81, answer.size()}) + answer);
         QVERIFY(got.contains("there?"));
         QCOMPARE(recording::count("bStopPlay4"), 2);
+    }
+
+    void readsNoFasterThanItHandles()
+    {
+        m_limits.turn = 0ms; // a frame a turn
+        m_limits.readAhead = 1000;
+        start();
+        RawPage page(port());
+        QTRY_COMPARE(pages(), 1);
+        const QByteArray ping = RawPage::frame(RawPage::fin | RawPage::ping, QByteArray(100, 'x'));
+        page.write(ping.repeated(2000) + command + ping + RawPage::message(QByteArray(900, 'y')));
+        qint64 most = 0;
+        QVERIFY(waitFor([&] {
+            most = qMax(most, received());
+            return recording::count("bStopPlay4") > 0;
+        }));
+        QVERIFY2(most > 0 && most <= 1001, qPrintable(QString::number(most)));
+        page.write(command);
+        QVERIFY(!page.readUpTo(answer + bytes({0x8A, 100}) + QByteArray(100, 'x')).isEmpty());
+        QTRY_COMPARE(recording::count("bStopPlay4"), 2);
     }
 
     void unfinishedMessagesOfAll()
@@ -409,7 +431,7 @@ private Q_SLOTS:
         if (descriptors) {
             // Each page needs two: its own end is in this process too.
             m_limits.descriptors =
-                quint64(nextDescriptor()) + 3 + 2 * 6 + m_limits.descriptorReserve;
+                PageListener::openDescriptors() + 3 + 2 * 6 + m_limits.descriptorReserve;
         } else {
             m_limits.connections = 6;
         }
@@ -434,6 +456,11 @@ private Q_SLOTS:
         for (const auto &page : silent) {
             QVERIFY(page->isConnected());
         }
+        const int most = pages();
+        for (int i = 0; i < 6; ++i) { // each takes the place, and the descriptor, of an older one
+            silent.push_back(std::make_unique<Page>(port()));
+        }
+        QTRY_COMPARE(pages(), most);
         QVERIFY(talks->isConnected());
         QVERIFY(current->isConnected());
     }
@@ -466,6 +493,72 @@ private Q_SLOTS:
         getrlimit(RLIMIT_NOFILE, &raised);
         QCOMPARE(quint64(raised.rlim_cur), expected);
         QCOMPARE(raised.rlim_max, before.rlim_max);
+    }
+
+    void anUploadHoldsItsPageOnly_data()
+    {
+        const Rows<QString, QString> row("function", "command");
+        row("sUpLoadImage", "sUpLoadImage", "sUpLoadImage(a,b)");
+        row("sUpLoadImageEx6", "sUpLoadImage", "sUpLoadImageEx6(a,b)");
+        row("sUpLoadImageEx2", "sUpLoadImageEx2", "sUpLoadImageEx2(a,b,1,d)");
+        row("bUpLoadImage", "bUpLoadImage", "bUpLoadImage(a,b,1,d)");
+    }
+
+    void anUploadHoldsItsPageOnly()
+    {
+        QFETCH(QString, command);
+        QFETCH(QString, function);
+        const QByteArray called = function.toLatin1();
+        start();
+        Page asks(port());
+        Page other(port());
+        recording::answer(called, true);
+        recording::hold(called);
+        asks.send(command);
+        asks.send(QStringLiteral("@"));
+        asks.send(QStringLiteral("bStopPlay4()"));
+        QTRY_VERIFY(recording::count(called) == 1);
+        other.send(QStringLiteral("bStopPlay4()"));
+        QCOMPARE(other.next(), QString::fromLatin1(answer));
+        recording::release(called);
+        const QString name = command.section(QLatin1Char('('), 0, 0);
+        QCOMPARE(asks.next(), MessageRun::framed(name, QStringLiteral("true")));
+        QCOMPARE(asks.next(), QString());
+        QCOMPARE(asks.next(), QString::fromLatin1(answer));
+        QCOMPARE(recording::count("bStopPlay4"), 2);
+
+        recording::hold(called);
+        asks.send(command);
+        asks.send(QStringLiteral("sGetBarCode(1)"));
+        QTRY_VERIFY(recording::count(called) == 2);
+        asks.socket().abort();
+        QTRY_COMPARE(pages(), 1);
+        recording::release(called);
+        other.send(command);
+        QCOMPARE(other.next(), MessageRun::framed(name, QStringLiteral("true")));
+        QVERIFY(other.received().isEmpty());
+        QCOMPARE(recording::count("sGetBarCode"), 0);
+    }
+
+    void silentUploadsHoldUpNobody()
+    {
+        start();
+        Page silent(port());
+        Page other(port());
+        recording::hold("sUpLoadImageEx5");
+        for (int i = 0; i < UploadPool::threadsOfClient + 5; ++i) {
+            silent.send(QStringLiteral("sUpLoadImageEx5(a,b,1,d,0,f,g,0,0)"));
+        }
+        QTRY_COMPARE(recording::count("sUpLoadImageEx5"), UploadPool::threadsOfClient);
+        recording::answer("bUpLoadImage", true);
+        other.send(QStringLiteral("bUpLoadImage(a,b,1,d)"));
+        QCOMPARE(other.next(), QStringLiteral("BeginbUpLoadImagetrueEndbUpLoadImage"));
+        // Those that wait are not begun for a page that has gone.
+        silent.socket().abort();
+        QTRY_COMPARE(pages(), 1);
+        recording::release("sUpLoadImageEx5");
+        other.send(QStringLiteral("sUpLoadImageEx5(a,b,1,d,0,f,g,0,0)"));
+        QTRY_COMPARE(recording::count("sUpLoadImageEx5"), UploadPool::threadsOfClient + 1);
     }
 
     void refusalsDoNotFillTheLog()

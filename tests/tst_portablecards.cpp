@@ -457,6 +457,7 @@ private Q_SLOTS:
         row("locator is cut off",             started.with(start, "80057C00180101" "9000"),       noNumber);
         row("locator of files 0 and 31",      started.with(start, "800A7C000001FF00F801FF009000"), noNumber);
         row("PDOL is longer than a command",  wanting("9F0281FF"),                                badPdol);
+        row("PDOL of 128 bytes",              wanting("9F028180").with("80A8000083838180" + QByteArray(256, '0') + "00", "6985"), "!its payment application doesn't start (6985)");
         row("PDOL is cut off",                wanting("9F029F"),                                  badPdol);
         row("social security",                social,                                             socialFields);
         row("a woman",                        holder(0x0A, "0A01329000"),                         changed("男", "女"));

@@ -49,6 +49,7 @@ public:
     std::map<QByteArray, QByteArray> answers;
     std::vector<Request> requests; ///< Complete ones.
     QTcpSocket *lastSocket = nullptr; ///< Of the last request.
+    std::chrono::milliseconds delay{0};
 
     QString address(const char *path) const
     {
@@ -83,8 +84,10 @@ private:
     {
         const auto found = answers.find(path);
         if (found != answers.end()) {
-            socket->write(found->second);
-            socket->disconnectFromHost();
+            QTimer::singleShot(delay, socket, [socket, text = found->second] {
+                socket->write(text);
+                socket->disconnectFromHost();
+            });
         }
     }
 };
@@ -243,6 +246,8 @@ private Q_SLOTS:
         const Rows<QString, UploadLimits, QString> row("path", "limits", "reason");
         UploadLimits soonOver;
         soonOver.total = 200ms;
+        UploadLimits shortHeaders;
+        shortHeaders.headerBytes = 20;
         UploadLimits shortAnswer;
         shortAnswer.answerBytes = 5;
         // clang-format off
@@ -250,6 +255,8 @@ private Q_SLOTS:
         row("half an answer", "/cut",    UploadLimits(), "closed");
         row("no web server",  "/noise",  UploadLimits(), "HTTP/0.9");
         row("endless answer", "/up",     shortAnswer,    "longer than 5 bytes");
+        row("long headers",   "/up",     shortHeaders,   "headers are longer than 20 bytes");
+        row("slow redirects", "/loop",   soonOver,       "timed out");
         // clang-format on
     }
 
@@ -259,6 +266,8 @@ private Q_SLOTS:
         QFETCH(UploadLimits, limits);
         QFETCH(QString, reason);
         m_server->answers["/cut"] = httpAnswer("200 OK", "0123456789").chopped(5);
+        m_server->answers["/loop"] = httpAnswer("308 Moved", "there", "Location: /loop\r\n");
+        m_server->delay = path == line("/loop") ? 50ms : 0ms; // six of them exceed the time
         m_server->answers["/noise"] = "SSH-2.0-OpenSSH_9.2\r\n";
         UploadRequest request = requestTo(path);
         request.removeFile = true;

@@ -33,7 +33,8 @@ struct Limits
     int waitingTexts = 10000;
     qint64 waitingBytes = 64 * MiB; ///< the same in bytes of memory
     qint64 waitingBytesOfAll = 256 * MiB; ///< the same for all pages together
-    /// Bytes that may be read ahead from a page that nothing is taken from.
+    /// Bytes that are read from a page before its earlier ones are dealt with; the rest of a
+    /// message that has begun comes on top.
     qint64 readAhead = qint64(64) * 1024;
 
     /// Unread bytes from which a page's next command waits: a few pictures.

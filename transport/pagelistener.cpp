@@ -4,6 +4,7 @@
 #include "dispatch/messagerun.h"
 #include "transport/pagesocket.h"
 
+#include <QDir>
 #include <QWebSocket>
 #include <QWebSocketServer>
 #include <sys/resource.h>
@@ -19,8 +20,11 @@ namespace {
 
 constexpr quint16 tryAgainLater = 1013; // IANA's registry of WebSocket close codes
 
-/// After so many without a connection in between, accepting pauses: it must not take all the time.
-constexpr int acceptErrorsInARow = 16;
+/// Connections accepted in a row: what the others send has its turn.
+constexpr int acceptedInARow = 64;
+
+/// Descriptors that are left when it is time to count them.
+constexpr quint64 worthCounting = 1000;
 
 quint64 softDescriptorLimit()
 {
@@ -38,7 +42,6 @@ PageListener::PageListener(QWebSocketServer *server, const Limits &limits, QObje
     , m_server(server)
     , m_shared(std::make_shared<PageSockets>(limits))
 {
-    connect(this, &QTcpServer::acceptError, this, &PageListener::handleAcceptError);
     m_tick.setInterval(limits.tick);
     connect(&m_tick, &QTimer::timeout, this, &PageListener::checkTimes);
 }
@@ -55,11 +58,16 @@ bool PageListener::start(const QHostAddress &address, quint16 port)
     }
     // Qt's own is 50. On a socket that listens this only changes the number.
     ::listen(int(socketDescriptor()), limits().backlog);
+    // QTcpServer's own loop keeps the first error for ever, EAGAIN too, and never tells of another.
+    pauseAccepting();
+    m_notifier = std::make_unique<QSocketNotifier>(socketDescriptor(), QSocketNotifier::Read);
+    connect(m_notifier.get(), &QSocketNotifier::activated, this, [this] { acceptAll(); });
     return true;
 }
 
 void PageListener::stop()
 {
+    m_notifier.reset();
     close();
     const auto handshaking = findChildren<PageSocket *>(QString(), Qt::FindDirectChildrenOnly);
     for (PageSocket *page : handshaking) {
@@ -79,8 +87,7 @@ void PageListener::logRefusal(const QString &line)
 
 void PageListener::incomingConnection(qintptr descriptor)
 {
-    m_acceptErrors = 0;
-    if (nearLimit(descriptor) && !makeRoom()) {
+    if (nearLimit() && !makeRoom()) {
         m_shared->log.write(QStringLiteral("a connection is refused: there is no room"));
         ::close(int(descriptor));
         return;
@@ -119,14 +126,21 @@ PageSocket *PageListener::takeSocketOf(QWebSocket *socket)
     return nullptr;
 }
 
-bool PageListener::nearLimit(qintptr descriptor) const
+quint64 PageListener::openDescriptors()
 {
-    if (m_shared->all.size() >= limits().connections) {
+    const QDir::Filters all = QDir::NoDotAndDotDot | QDir::AllEntries | QDir::System;
+    return QDir(QStringLiteral("/proc/self/fd")).entryList(all).size() - 1; // that of the listing
+}
+
+bool PageListener::nearLimit() const
+{
+    const auto connections = quint64(m_shared->all.size());
+    if (connections >= quint64(limits().connections)) {
         return true;
     }
-    // The kernel hands out the lowest free descriptor: a high one means that those below are used.
     const quint64 most = limits().descriptors != 0 ? limits().descriptors : softDescriptorLimit();
-    return quint64(descriptor) + limits().descriptorReserve >= most;
+    return connections + limits().descriptorReserve + worthCounting >= most
+        && openDescriptors() + limits().descriptorReserve > most;
 }
 
 /**
@@ -153,24 +167,25 @@ bool PageListener::makeRoom()
     return true;
 }
 
-/**
- * QTcpServer has paused itself. Whatever was wrong once, it says again from then on, also when
- * there is just no further connection to accept: what is wrong has to be found out here.
- */
-void PageListener::handleAcceptError()
+void PageListener::acceptAll()
 {
-    const int spare = ::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0);
-    if (spare >= 0) {
-        ::close(spare);
-    } else {
-        m_shared->log.write(QStringLiteral("can't accept a connection: %1")
-                                .arg(QString::fromLocal8Bit(strerror(errno))));
-    }
-    if ((spare >= 0 || makeRoom()) && ++m_acceptErrors < acceptErrorsInARow) {
-        resumeAccepting();
-    } else {
-        m_acceptLater = true;
-        m_tick.start();
+    for (int i = 0; i < acceptedInARow; ++i) {
+        const int descriptor =
+            ::accept4(int(socketDescriptor()), nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC);
+        const int error = errno;
+        if (descriptor >= 0) {
+            incomingConnection(descriptor);
+        } else if (error == EAGAIN || error == EWOULDBLOCK) {
+            return;
+        } else if (error == EMFILE || error == ENFILE || error == ENOBUFS || error == ENOMEM) {
+            m_shared->log.write(QStringLiteral("can't accept a connection: %1")
+                                    .arg(QString::fromLocal8Bit(strerror(error))));
+            if (!makeRoom()) {
+                m_notifier->setEnabled(false);
+                m_tick.start();
+                return;
+            }
+        } // else: it has gone already
     }
 }
 
@@ -182,10 +197,8 @@ void PageListener::checkTimes()
     }
     Q_EMIT tick();
     m_shared->log.flush();
-    if (m_acceptLater) {
-        m_acceptLater = false;
-        m_acceptErrors = 0;
-        resumeAccepting();
+    if (m_notifier && !m_notifier->isEnabled()) {
+        m_notifier->setEnabled(true);
     } else if (m_shared->all.isEmpty()) {
         m_tick.stop();
     }

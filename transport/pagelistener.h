@@ -3,6 +3,7 @@
 
 #include "transport/limits.h"
 
+#include <QSocketNotifier>
 #include <QTcpServer>
 #include <QTimer>
 
@@ -37,6 +38,9 @@ public:
 
     const Limits &limits() const;
 
+    /// File descriptors that the process has open.
+    static quint64 openDescriptors();
+
     /// Logs that something from a page was refused, some lines a second.
     void logRefusal(const QString &line);
 
@@ -51,14 +55,13 @@ protected:
     void incomingConnection(qintptr descriptor) override;
 
 private:
-    void handleAcceptError();
-    bool nearLimit(qintptr descriptor) const;
+    void acceptAll();
+    bool nearLimit() const;
     bool makeRoom();
     void checkTimes();
 
     QWebSocketServer *const m_server;
     const std::shared_ptr<PageSockets> m_shared;
     QTimer m_tick;
-    int m_acceptErrors = 0; // since a connection was last accepted
-    bool m_acceptLater = false; // accepting pauses until the next tick
+    std::unique_ptr<QSocketNotifier> m_notifier; // disabled: accepting pauses until the next tick
 };

@@ -116,18 +116,43 @@ void PageSocket::feed()
         return;
     }
     m_feeding = true;
+    // Qt has stopped reading then, and goes on only when it is told so after readyRead().
+    bool isMore = readBufferSize() > 0 && QTcpSocket::bytesAvailable() >= readBufferSize()
+        && m_view == View::Everything && sender() != &m_feedLater;
     const auto end = now() + m_shared->limits.turn;
     while (!m_paused && !m_refused && state() == ConnectedState && feedFrame()) {
         Q_EMIT frameTaken();
-        if (now() > end) {
-            m_feedLater.start();
+        m_lastHeard = now();
+        if (m_lastHeard > end) {
+            isMore = true;
             break;
         }
     }
+    if (isMore) {
+        m_feedLater.start();
+    }
+    limitReading();
     m_feeding = false;
     if (m_deleteWanted) {
         m_webSocket->deleteLater();
     }
+}
+
+/**
+ * Qt reads whatever comes unless it has a limit: a page could send faster than its frames are dealt
+ * with. Beyond the limit the kernel lets the page wait.
+ */
+void PageSocket::limitReading()
+{
+    if (m_refused || state() != ConnectedState) {
+        return;
+    }
+    // More than is there: Qt switches the notifier off when it has filled the buffer, not when it
+    // finds it full.
+    const qint64 wanted = m_paused ? 0 : m_needed;
+    const qint64 size =
+        qMax(QTcpSocket::bytesAvailable() + 1, qMax(m_shared->limits.readAhead, wanted));
+    setReadBufferSize(size == readBufferSize() ? size + 1 : size); // reads on when it changes
 }
 
 /// Hands the next frame to QWebSocket. \return false if there is none to hand out
@@ -143,11 +168,13 @@ bool PageSocket::feedFrame()
         return false;
     }
     if (!frame.complete || quint64(buffered) < frame.size) {
+        m_needed = frame.complete ? qint64(frame.size) : FrameScanner::longestHeader;
         noteUnfinished();
         refuseIfTooMuchIsUnfinished();
         return false;
     }
 
+    m_needed = 0;
     m_scanner.advance(frame);
     m_frameStart = buffered;
     m_frameSize = qint64(frame.size);
@@ -191,11 +218,8 @@ void PageSocket::setPaused(bool paused)
     }
     m_paused = paused;
     if (paused) {
-        // More than is there: Qt switches the notifier off when it has filled the buffer, not when
-        // it finds it full.
-        setReadBufferSize(QTcpSocket::bytesAvailable() + m_shared->limits.readAhead);
+        limitReading();
     } else {
-        setReadBufferSize(0);
         m_feedLater.start();
     }
 }

@@ -107,6 +107,7 @@ private:
     void checkHandshake();
     void feed();
     bool feedFrame();
+    void limitReading();
     void noteUnfinished();
     void refuseIfTooMuchIsUnfinished();
     void discard();
@@ -122,6 +123,7 @@ private:
     View m_view = View::Everything;
     qint64 m_frameStart = 0; // of a frame being handed out: bytes in the buffer before it was read
     qint64 m_frameSize = 0;
+    qint64 m_needed = 0; // bytes in the buffer before there is anything to hand out
     qint64 m_unfinished = 0; // this page's part of PageSockets::unfinished
     bool m_sentText = false;
     bool m_paused = false;

@@ -1,21 +1,19 @@
 // SPDX-License-Identifier: MIT
 #include "upload/upload.h"
 
-#include "base/mainthread.h"
-#include "base/taskqueue.h"
 #include "devicelib/doccamera.h"
 #include "dispatch/arguments.h"
 #include "dispatch/deviceguard.h"
 #include "dispatch/messagerun.h"
+#include "upload/uploadpool.h"
 
 #include <QDialog>
 #include <QLabel>
 #include <QMessageBox>
-#include <QRunnable>
-#include <QThreadPool>
 #include <QVBoxLayout>
+#include <QWebSocket>
 
-#include <functional>
+#include <memory>
 #include <utility>
 
 namespace {
@@ -44,40 +42,21 @@ bool upload(const QString &args, QString *answer)
                            answer);
 }
 
-/// Runs the queued tasks on the threads of the global pool, one for each start().
-class PoolTasks : public QRunnable
-{
-public:
-    PoolTasks() { setAutoDelete(false); }
-
-    void start(std::function<void()> task)
-    {
-        m_tasks.push(std::move(task));
-        QThreadPool::globalInstance()->start(this);
-    }
-
-    void run() override { m_tasks.runNext(); }
-
-private:
-    base::TaskQueue m_tasks;
-};
-
 } // namespace
 
 void Upload::start(const QString &name, const QString &args, MessageRun *dispatcher)
 {
     const QPointer<Upload> self = new Upload(name, args, dispatcher);
-    static PoolTasks tasks;
-    tasks.start([self, name, args, dispatcher] {
-        Outcome outcome;
-        outcome.success =
-            guarded(name, false, [&args, &outcome] { return upload(args, &outcome.answer); });
-        base::postToMainThread([self, outcome, dispatcher] {
-            if (self) {
-                self->m_outcome = outcome;
-                Q_EMIT dispatcher->sig_sync_close();
-            }
-        });
+    const auto outcome = std::make_shared<Outcome>();
+    const auto work = [name, args, outcome] {
+        outcome->success =
+            guarded(name, false, [&args, &outcome] { return upload(args, &outcome->answer); });
+    };
+    UploadPool::instance().start(gpWebSocket, work, [self, outcome, dispatcher](bool) {
+        if (self) {
+            self->m_outcome = *outcome;
+            Q_EMIT dispatcher->sig_sync_close();
+        }
     });
 }
 

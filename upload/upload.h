@@ -11,8 +11,8 @@ class MessageRun;
 class QDialog;
 
 /**
- * One upload with its progress dialog and result box. The device library's call runs on the global
- * thread pool; when it is done, the reply goes to the page, then the result box is shown.
+ * One upload with its progress dialog and result box. The device library's call runs in UploadPool;
+ * when it is done, the reply goes to the page, then the result box is shown.
  *
  * There is no nested event loop: the dialogs are modal windows that this object opens and closes.
  * Meanwhile pages may connect, leave and send commands, including further uploads; each upload is

@@ -20,16 +20,18 @@ QList<Request> FrameReader::feed(const QByteArray &bytes)
             complete << m_request;
         }
     }
+    m_bytes.remove(0, m_parsed); // once, however many requests there were
+    m_parsed = 0;
     return complete;
 }
 
 bool FrameReader::peekNumber(int *number)
 {
     qint32 value = 0;
-    if (m_bytes.size() < int(sizeof value)) {
+    if (m_bytes.size() - m_parsed < int(sizeof value)) {
         return false;
     }
-    std::memcpy(&value, m_bytes.constData(), sizeof value);
+    std::memcpy(&value, m_bytes.constData() + m_parsed, sizeof value);
     *number = value;
     return true;
 }
@@ -44,7 +46,7 @@ bool FrameReader::takeType()
         m_error = QStringLiteral("a request of the unknown type %1").arg(type);
         return false;
     }
-    m_bytes.remove(0, sizeof(qint32));
+    m_parsed += int(sizeof(qint32));
     m_request = Request{type, {}};
     m_partsMissing = m_partsOfType.value(type);
     return true;
@@ -61,11 +63,11 @@ bool FrameReader::takePart()
         m_error = QStringLiteral("a length of %1 bytes").arg(length);
         return false;
     }
-    if (m_bytes.size() - header < length) {
+    if (m_bytes.size() - m_parsed - header < length) {
         return false;
     }
-    m_request.parts << m_bytes.mid(header, length);
-    m_bytes.remove(0, header + length);
+    m_request.parts << m_bytes.mid(m_parsed + header, length);
+    m_parsed += header + length;
     --m_partsMissing;
     return true;
 }

@@ -42,7 +42,8 @@ private:
     bool takePart();
 
     const QMap<int, int> m_partsOfType;
-    QByteArray m_bytes; ///< received but not parsed yet
+    QByteArray m_bytes; ///< received and not forgotten yet
+    int m_parsed = 0; ///< bytes of these that are parsed
     Request m_request; ///< the one being received
     int m_partsMissing = 0; ///< 0 between requests
     QString m_error;

@@ -34,6 +34,7 @@ constexpr milliseconds pingAfter{500}; ///< A call that takes longer makes us lo
 constexpr milliseconds pongLimit{
     1000}; ///< For a thread of the process that has nothing else to do.
 constexpr int lowestDescriptor = 10; ///< Ours are above those that the process gets as 3 and 4.
+constexpr int longestSetting = 1 << 20; ///< In bytes: more is not kept for a new process.
 constexpr int eventsPerSecond = 2000; ///< What no camera or reader says; the process runs wild.
 
 thread_local quint64 threadGeneration = 0;
@@ -232,6 +233,11 @@ void DeviceHost::keepSetting(FunctionId function, FunctionKind kind, const QByte
         key += arguments.left(int(sizeof(int)));
     }
     forgetSetting({function, key, {}});
+    if (arguments.size() > longestSetting) {
+        qWarning().noquote() << "device process: the setting of" << nameOf(function)
+                             << "is too long to be repeated";
+        return;
+    }
     const std::lock_guard<std::mutex> lock(m_mutex);
     m_settings.push_back({function, key, arguments});
 }

@@ -176,7 +176,9 @@ QByteArray processingOptionsData(const QByteArray &pdol)
         }
         values += value;
     }
-    return QByteArray::fromHex("83") + char(values.size()) + values;
+    // Lengths from 128 on take two bytes (ISO/IEC 8825-1, 8.1.3.5).
+    const char *const tag = values.size() < 128 ? "83" : "8381";
+    return QByteArray::fromHex(tag) + char(values.size()) + values;
 }
 
 /// The list of records in the response to GET PROCESSING OPTIONS, which has one of two formats.

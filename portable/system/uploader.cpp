@@ -63,6 +63,7 @@ public:
         , m_headers(curl_slist_append(nullptr, "Expect:")) // some servers never send "100 Continue"
         , m_limits(limits)
         , m_clock(clock)
+        , m_end(clock.now() + limits.total)
     {
         if (!isReady()) {
             return;
@@ -82,13 +83,24 @@ public:
     bool post(const QUrl &address, QString *error)
     {
         m_answer.clear();
+        m_headerBytes = 0;
         m_error.fill('\0');
         m_transferred = 0;
         m_lastProgress = m_clock.now();
+        const auto left = m_end - m_lastProgress;
+        if (left <= left.zero()) {
+            *error = QStringLiteral("timed out after its redirections");
+            return false;
+        }
+        // At least 1: with 0 there would be no limit.
+        set(CURLOPT_TIMEOUT_MS, long(std::chrono::ceil<std::chrono::milliseconds>(left).count()));
         m_abortReason.clear();
         set(CURLOPT_URL, address.toEncoded().constData());
         const CURLcode code = curl_easy_perform(m_handle.get());
-        if (code == CURLE_WRITE_ERROR) {
+        if (code == CURLE_WRITE_ERROR && m_headerBytes > m_limits.headerBytes) {
+            *error = QStringLiteral("the answer's headers are longer than %1 bytes")
+                         .arg(m_limits.headerBytes);
+        } else if (code == CURLE_WRITE_ERROR) {
             *error = QStringLiteral("the answer is longer than %1 bytes").arg(m_limits.answerBytes);
         } else if (code == CURLE_ABORTED_BY_CALLBACK) {
             *error = m_abortReason;
@@ -191,10 +203,11 @@ private:
         set(CURLOPT_FOLLOWLOCATION, 0L); // see upload()
         set(CURLOPT_NOSIGNAL, 1L); // signals don't work with threads
         set(CURLOPT_CONNECTTIMEOUT_MS, long(m_limits.connect.count()));
-        set(CURLOPT_TIMEOUT_MS, long(m_limits.total.count()));
         set(CURLOPT_ERRORBUFFER, m_error.data());
         set(CURLOPT_WRITEFUNCTION, &Transfer::receive);
         set(CURLOPT_WRITEDATA, this);
+        set(CURLOPT_HEADERFUNCTION, &Transfer::receiveHeader);
+        set(CURLOPT_HEADERDATA, this);
         set(CURLOPT_XFERINFOFUNCTION, &Transfer::shouldAbort);
         set(CURLOPT_XFERINFODATA, this);
         set(CURLOPT_NOPROGRESS, 0L);
@@ -208,6 +221,13 @@ private:
         }
         transfer->m_answer.append(data, int(size));
         return size;
+    }
+
+    static size_t receiveHeader(const char *, size_t, size_t size, void *self)
+    {
+        auto *transfer = static_cast<Transfer *>(self);
+        transfer->m_headerBytes += qint64(size);
+        return transfer->m_headerBytes > transfer->m_limits.headerBytes ? 0 : size;
     }
 
     /// Called by curl at least once a second.
@@ -238,10 +258,12 @@ private:
     const std::unique_ptr<curl_slist, FreeHeaders> m_headers;
     const UploadLimits m_limits;
     const base::Clock &m_clock;
+    const base::Clock::TimePoint m_end; // of all its requests
     RegularFile m_file;
     QString m_fileError;
     bool m_hasFile = false;
     QByteArray m_answer;
+    qint64 m_headerBytes = 0;
     std::array<char, CURL_ERROR_SIZE> m_error{};
     curl_off_t m_transferred = 0; // bytes of this request and its response
     base::Clock::TimePoint m_lastProgress;

@@ -29,8 +29,9 @@ struct UploadLimits
 {
     std::chrono::milliseconds connect{10'000};
     std::chrono::seconds stall{30}; ///< Without data in either direction.
-    std::chrono::milliseconds total{600'000}; ///< For each request.
+    std::chrono::milliseconds total{600'000}; ///< With all redirections.
     int answerBytes = 16 * 1024 * 1024;
+    int headerBytes = 256 * 1024; ///< Of each response, those with status 100 included.
 };
 
 struct UploadResult
@@ -43,7 +44,7 @@ struct UploadResult
 /**
  * Sends a file as multipart/form-data (RFC 7578) by POST and waits for the response. May be called
  * from any thread, also concurrently. Aborted when the application ends.
- * \param clock  measures UploadLimits::stall
+ * \param clock  measures UploadLimits::stall and what is left of UploadLimits::total
  */
 UploadResult upload(const UploadRequest &request, const UploadLimits &limits = {},
                     const base::Clock &clock = base::Clock::shared());
