@@ -40,7 +40,8 @@ def main():
     build, *only = sys.argv[1:]
     folders = {f.split('/')[0] for f in run('git', 'ls-files', '*.h').stdout.split() if '/' in f}
     header_filter = f'^{re.escape(str(ROOT))}/({"|".join(sorted(folders))})/'
-    settings = (ROOT / '.clang-tidy').read_text() + run('clang-tidy', '--version').stdout \
+    settings = ''.join((ROOT / name).read_text() for name in ('.clang-tidy', 'tests/.clang-tidy')) \
+        + run('clang-tidy', '--version').stdout \
         + header_filter
     cache = Path(build) / 'tidy'
     cache.mkdir(exist_ok=True)

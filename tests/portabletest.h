@@ -19,7 +19,7 @@
 /// A text that the library hands over; null stays null.
 inline QString taken(char *text)
 {
-    const QString result = QString::fromUtf8(text);
+    QString result = QString::fromUtf8(text);
     std::free(text);
     return result;
 }

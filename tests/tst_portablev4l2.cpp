@@ -343,7 +343,7 @@ private:
     /// What has been set since the last call.
     static QString taken(FakeDriver &driver)
     {
-        const QString changes = driver.changes.join(QLatin1Char(' '));
+        QString changes = driver.changes.join(QLatin1Char(' '));
         driver.changes.clear();
         return changes;
     }

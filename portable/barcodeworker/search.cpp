@@ -268,7 +268,7 @@ private:
         if (m_found.size() == 1) {
             m_tilt = tiltOf(grey, code);
         }
-        m_report({static_cast<int>(code.format()), code.hasECI(), code.text(),
+        m_report({int(code.format()), code.hasECI(), code.text(),
                   std::string(reinterpret_cast<const char *>(code.bytes().data()),
                               code.bytes().size())});
         return true;

@@ -444,8 +444,8 @@ int Soak::judge(const Usage &before, const Usage &after) const
     print("after, no clients", after);
     std::printf("memory slope after the warm-up: %+.2f MiB an hour\n", slopePerHour());
     std::printf("replies: %llu sent for, %llu lost; after %.1f ms (median), %.1f (99 %%)\n",
-                static_cast<unsigned long long>(m_sent), static_cast<unsigned long long>(m_lost),
-                percentile(m_replyMs, 0.5), percentile(m_replyMs, 0.99));
+                quint64(m_sent), quint64(m_lost), percentile(m_replyMs, 0.5),
+                percentile(m_replyMs, 0.99));
     std::printf("frames a second: %.0f at the 1st percentile, %.0f median, %.0f at the 99th (%zu "
                 "seconds)\n",
                 percentile(m_frameRates, 0.01), percentile(m_frameRates, 0.5),
