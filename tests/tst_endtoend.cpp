@@ -110,7 +110,12 @@ private Q_SLOTS:
     {
         Page page(port);
         page.send(QStringLiteral("bStartPlay2()"));
-        QCOMPARE(page.nextReply(), QStringLiteral("BeginbStartPlay2falseEndbStartPlay2"));
+        QString answer = page.nextReply();
+        // The page of the test before has left, which stops the preview: its answer may come here.
+        if (answer.startsWith(QLatin1String("BeginbStopPlay"))) {
+            answer = page.nextReply();
+        }
+        QCOMPARE(answer, QStringLiteral("BeginbStartPlay2falseEndbStartPlay2"));
         QFile log(inFolder(QStringLiteral("log/vx_log_%1.txt")
                                .arg(QDate::currentDate().toString(QStringLiteral("yyyy-MM-dd")))));
         QVERIFY(log.open(QIODevice::ReadOnly));

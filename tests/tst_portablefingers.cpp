@@ -186,7 +186,9 @@ private Q_SLOTS:
         cv::RNG random(3);
         Minutiae some;
         for (int i = 0; i < 15; ++i) { // 40 pixels apart, so that pairs are unmistakable
-            some.push_back({{float(100 + i % 4 * 40), float(100 + i / 4 * 40)},
+            const int column = i % 4;
+            const int line = i / 4;
+            some.push_back({{float(100 + column * 40), float(100 + line * 40)},
                             random.uniform(0.F, float(2 * CV_PI)),
                             i % 2 == 0});
         }
