@@ -24,8 +24,10 @@ add_library(server_core STATIC
     dispatch/base64.cpp
     dispatch/base64commands.cpp
     dispatch/clientqueue.cpp
+    dispatch/commandfacts.cpp
     dispatch/deviceguard.cpp
     dispatch/failureresult.cpp
+    dispatch/loggedtext.cpp
     dispatch/messagerun.cpp
     files/filecommands.cpp
     identity/cardcommands.cpp
