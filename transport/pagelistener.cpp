@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "transport/pagelistener.h"
 
+#include "access/accesscontrol.h"
 #include "dispatch/messagerun.h"
 #include "transport/pagesocket.h"
 
@@ -100,7 +101,40 @@ void PageListener::incomingConnection(qintptr descriptor)
     if (!m_tick.isActive()) {
         m_tick.start();
     }
+    if (m_access && m_access->isActive()) {
+        page->awaitHead();
+        connect(page, &PageSocket::headArrived, this,
+                [this, page](const QByteArray &head) { answerHandshake(page, head); });
+    } else {
+        m_server->handleConnection(page);
+    }
+}
+
+/// Lets a page in, or not, by the access policy.
+void PageListener::answerHandshake(PageSocket *page, const QByteArray &head)
+{
+    if (m_access->isActive()) {
+        const auto admission = m_access->atHandshake(head, page->localAddress(), page->peer());
+        if (!admission.visitor) {
+            page->refuseHandshake(admission.status);
+            return;
+        }
+        page->admit(admission.visitor, admission.subprotocol);
+    }
+    makeHandshake(page);
+}
+
+/// Hands a page over whose handshake has arrived already.
+void PageListener::makeHandshake(PageSocket *page)
+{
+    const qint64 available = page->bytesAvailable();
     m_server->handleConnection(page);
+    // It looks for what is there already; should a version not do so, it is told.
+    QTimer::singleShot(0, page, [page, available] {
+        if (!page->webSocket() && page->bytesAvailable() == available) {
+            Q_EMIT page->readyRead();
+        }
+    });
 }
 
 PageSocket *PageListener::takeSocketOf(QWebSocket *socket)

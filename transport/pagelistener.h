@@ -8,6 +8,9 @@
 
 #include <memory>
 
+namespace accesspolicy {
+class AccessControl;
+}
 class PageSocket;
 class QWebSocket;
 class QWebSocketServer;
@@ -37,6 +40,9 @@ public:
 
     const Limits &limits() const;
 
+    /// Sets whose policy decides on handshakes; it must outlive this object.
+    void setAccess(accesspolicy::AccessControl *access) { m_access = access; }
+
     /// Logs that something from a page was refused, some lines a second.
     void logRefusal(const QString &line);
 
@@ -52,12 +58,15 @@ protected:
 
 private:
     void handleAcceptError();
+    void answerHandshake(PageSocket *page, const QByteArray &head);
+    void makeHandshake(PageSocket *page);
     bool nearLimit(qintptr descriptor) const;
     bool makeRoom();
     void checkTimes();
 
     QWebSocketServer *const m_server;
     const std::shared_ptr<PageSockets> m_shared;
+    accesspolicy::AccessControl *m_access = nullptr;
     QTimer m_tick;
     int m_acceptErrors = 0; // since a connection was last accepted
     bool m_acceptLater = false; // accepting pauses until the next tick
