@@ -71,13 +71,21 @@ AccessControl::~AccessControl()
     }
 }
 
+void AccessControl::restrictDevices() const
+{
+    if (m_found.policy) {
+        restrictDeviceProcess(m_found.policy.get());
+    }
+}
+
 void AccessControl::start()
 {
     m_watch = new PolicyWatch(this);
-    m_watch->watch({m_places.system, m_places.own});
     connect(m_watch, &PolicyWatch::changed, this, &AccessControl::reload);
     if (m_found.policy) {
         apply();
+    } else {
+        m_watch->watch({m_places.system, m_places.own});
     }
 }
 
@@ -114,6 +122,11 @@ void AccessControl::apply()
                      policy.auditKeep, policy.isAuditChained};
         }
     }
+    QStringList watched{m_places.system, m_places.own};
+    if (!policy.tokenFile.isEmpty()) {
+        watched << policy.tokenFile;
+    }
+    m_watch->watch(watched);
     setLoggedTextRules(rules);
     QLog::instance()->setMaxFolderSize(isActive ? policy.logMiB * MiB : 0);
     m_audit.open(audit);
@@ -192,7 +205,7 @@ AccessControl::Passage AccessControl::atText(Visitor &visitor, const QString &me
     if (decision.refusal) {
         refused(decision.what, visitor.originText(), visitor.peer(), *decision.refusal);
         passage.isOpen = !isEnforcing();
-    } else if (decision.facts) {
+    } else if (decision.facts && m_audit.isWanted()) {
         QJsonObject line = eventOf("carried out", visitor.originText(), visitor.peer());
         line.insert(QStringLiteral("what"), decision.what);
         m_audit.write(line);

@@ -42,7 +42,13 @@ public:
     /// Why there is a file, but no policy; empty if there is none, or a good one.
     QString error() const { return m_error; }
 
-    /// Applies the policy that was read to log, audit and device process; watches for changes.
+    /// Restricts the device process, for the policy that was read; before its first call.
+    void restrictDevices() const;
+
+    /**
+     * Applies the policy to log, audit and device process; watches for changes. Only in a process
+     * that stays: two would write one audit.
+     */
     void start();
 
     /// Whether anything is decided.

@@ -69,17 +69,17 @@ void AuditLog::openFile()
         return;
     }
     m_isBroken = false;
+    m_size = m_file.size();
     takeUpChain();
 }
 
 /// Finds out number and hash of the last line. What a crash left of one stays, as a line.
 void AuditLog::takeUpChain()
 {
-    const qint64 size = m_file.size();
-    if (size == 0) {
+    if (m_size == 0) {
         return; // of a rotated one, which this object has written
     }
-    m_file.seek(qMax(qint64(0), size - longestLine));
+    m_file.seek(qMax(qint64(0), m_size - longestLine));
     const QByteArray end = m_file.readAll();
     const int torn = end.size() - end.lastIndexOf('\n') - 1;
     QByteArray last = end.left(end.size() - torn);
@@ -97,6 +97,18 @@ void AuditLog::takeUpChain()
                   {QStringLiteral("intact"), intact}});
     }
     qInfo().noquote() << "access: the audit goes on behind line" << m_number << m_previous;
+}
+
+/// Now, in UTC, as in ISO 8601, to the millisecond.
+QString AuditLog::timeText()
+{
+    const qint64 now = QDateTime::currentMSecsSinceEpoch();
+    if (now / 1000 != m_timeSecond) {
+        m_timeSecond = now / 1000;
+        m_time = QDateTime::fromSecsSinceEpoch(m_timeSecond, Qt::UTC)
+                     .toString(QStringLiteral("yyyy-MM-ddThh:mm:ss"));
+    }
+    return QStringLiteral("%1.%2Z").arg(m_time).arg(now % 1000, 3, 10, QLatin1Char('0'));
 }
 
 void AuditLog::rotate()
@@ -133,7 +145,7 @@ void AuditLog::write(QJsonObject event)
 
 void AuditLog::writeNow(QJsonObject event)
 {
-    if (m_file.isOpen() && m_file.size() >= m_settings.longest) {
+    if (m_file.isOpen() && m_size >= m_settings.longest) {
         rotate();
     } else if (!m_file.isOpen()) {
         openFile();
@@ -142,8 +154,7 @@ void AuditLog::writeNow(QJsonObject event)
         return;
     }
     event.insert(QStringLiteral("n"), double(++m_number));
-    event.insert(QStringLiteral("time"),
-                 QDateTime::currentDateTimeUtc().toString(Qt::ISODateWithMs));
+    event.insert(QStringLiteral("time"), timeText());
     if (m_settings.isChained) {
         event.insert(QStringLiteral("prev"), QString::fromLatin1(m_previous));
     }
@@ -151,6 +162,7 @@ void AuditLog::writeNow(QJsonObject event)
     if (m_file.write(line + '\n') == line.size() + 1) {
         m_isBroken = false;
         m_previous = hashOf(line);
+        m_size += line.size() + 1;
         return;
     }
     if (!std::exchange(m_isBroken, true)) {

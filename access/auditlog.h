@@ -37,6 +37,9 @@ public:
     /// Goes on with the chain of the file, if there is one.
     void open(const Settings &settings);
 
+    /// Whether anything is written.
+    bool isWanted() const { return !m_settings.path.isEmpty(); }
+
     /// Writes an event, with its time and number.
     void write(QJsonObject event);
 
@@ -44,12 +47,16 @@ private:
     void writeNow(QJsonObject event);
     void openFile();
     void takeUpChain();
+    QString timeText();
     void rotate();
 
     Settings m_settings;
     QFile m_file;
     QByteArray m_previous; // hash of the last line
     qint64 m_number = 0; // of the last line
+    qint64 m_timeSecond = -1; // since the epoch, of m_time
+    QString m_time; // "2026-11-22T02:11:38", which takes longer to make than all the rest
+    qint64 m_size = 0; // of the file
     bool m_isBroken = false; // and that has been said
     base::Clock::TimePoint m_second{};
     int m_lines = 0; // of this second

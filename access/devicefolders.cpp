@@ -4,10 +4,20 @@
 #include <QDebug>
 #include <QFile>
 #include <dlfcn.h>
+#include <sys/syscall.h>
+#include <unistd.h>
 
 namespace accesspolicy {
 
 namespace {
+
+/// linux/landlock.h; what the device process is restricted by.
+bool hasLandlock()
+{
+    constexpr long createRuleset = 444;
+    constexpr int onlyVersion = 1;
+    return syscall(createRuleset, nullptr, 0, onlyVersion) > 0;
+}
 
 /// Of our stub library alone; a maker's library in the server itself doesn't have it.
 using SetFolders = bool (*)(const char *folders);
@@ -36,9 +46,11 @@ void restrictDeviceProcess(const Policy *policy)
         reinterpret_cast<SetFolders>(dlsym(RTLD_DEFAULT, "restrictDeviceProcess"));
     const bool isDone =
         setFolders && setFolders(isRestricted ? lines(policy->paths).constData() : nullptr);
-    if (isRestricted && !isDone) {
-        qWarning("access: the device library is not in a process of its own: paths are decided on "
-                 "before it opens them, and nothing restricts it then");
+    if (isRestricted && (!isDone || !hasLandlock())) {
+        qWarning("access: paths are decided on before the device library opens them, and nothing "
+                 "restricts it then: %s",
+                 isDone ? "the kernel has no Landlock, or it is switched off"
+                        : "it is not in a process of its own");
     }
 }
 

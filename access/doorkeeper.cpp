@@ -14,6 +14,8 @@ namespace accesspolicy {
 namespace {
 
 constexpr int full = 503;
+constexpr int mostBytesOfOne =
+    4; // of a character in UTF-8, so that most texts needn't be converted
 
 Refusal refusal(const QString &reason, const char *key, int status = 403)
 {
@@ -164,7 +166,7 @@ Doorkeeper::Decision Doorkeeper::atText(Visitor &visitor, const QString &message
         decision.refusal = refusal(QStringLiteral("more than limits.commands_per_second"),
                                    "limits.commands_per_second");
     }
-    if (!decision.refusal && message.size() / 1024 >= m_policy->messageKiB
+    if (!decision.refusal && message.size() >= m_policy->messageKiB * (1024 / mostBytesOfOne)
         && message.toUtf8().size() > qint64(m_policy->messageKiB) * 1024) {
         decision.refusal = refusal(QStringLiteral("the text is longer than limits.message_kib"),
                                    "limits.message_kib");

@@ -3,11 +3,13 @@
 
 #include <QDir>
 #include <QFile>
+#include <fcntl.h>
 #include <pwd.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <iterator>
 
 namespace accesspolicy {
 
@@ -63,6 +65,32 @@ QByteArray placeOf(const QByteArray &folder)
 {
     const RealPath real = realPath(folder);
     return real.problem.isEmpty() ? real.path : folder;
+}
+
+/// Whether two paths end with the same name.
+bool endAlike(const QByteArray &one, const QByteArray &other)
+{
+    return one.mid(one.lastIndexOf('/')) == other.mid(other.lastIndexOf('/'));
+}
+
+/// Which of the files that libraries make of a name is a link already: its extension; else null.
+const char *extensionOfLink(const QByteArray &path)
+{
+    const int slash = path.lastIndexOf('/');
+    const int folder = ::open(path.left(slash + 1).constData(), O_PATH | O_DIRECTORY | O_CLOEXEC);
+    if (folder < 0) {
+        return nullptr; // it doesn't exist yet
+    }
+    const auto isLink = [&](const char *extension) {
+        struct stat status = {};
+        return fstatat(folder, (path.mid(slash + 1) + extension).constData(), &status,
+                       AT_SYMLINK_NOFOLLOW)
+            == 0
+            && S_ISLNK(status.st_mode);
+    };
+    const auto found = std::find_if(std::begin(addedExtensions), std::end(addedExtensions), isLink);
+    ::close(folder);
+    return found == std::end(addedExtensions) ? nullptr : *found;
 }
 
 } // namespace
@@ -151,8 +179,14 @@ QStringList PathRules::folders(Right right) const
 bool PathRules::isInFolders(const QByteArray &path, Right right) const
 {
     const auto &list = of(right);
-    return std::any_of(list.begin(), list.end(),
-                       [&](const Folder &folder) { return isWithin(path, folder.real()); });
+    const auto contains = [&](const Folder &folder) {
+        return !folder.place.isEmpty() && isWithin(path, folder.place);
+    };
+    // Those that don't exist yet are looked for only if no other has it: that takes long.
+    return std::any_of(list.begin(), list.end(), contains)
+        || std::any_of(list.begin(), list.end(), [&](const Folder &folder) {
+               return folder.place.isEmpty() && isWithin(path, folder.real());
+           });
 }
 
 /// Any part of the name counts: "libx.so.1" is a library.
@@ -161,7 +195,9 @@ bool PathRules::hasDeniedExtension(const QByteArray &path) const
     const QString name = QFile::decodeName(path.mid(path.lastIndexOf('/') + 1)).toLower();
     const auto parts = name.splitRef(QLatin1Char('.'));
     return std::any_of(parts.begin() + 1, parts.end(), [&](const QStringRef &part) {
-        return m_deniedExtensions.contains(part.toString().trimmed());
+        const QStringRef extension = part.trimmed();
+        return std::any_of(m_deniedExtensions.begin(), m_deniedExtensions.end(),
+                           [&](const QString &denied) { return extension == denied; });
     });
 }
 
@@ -185,7 +221,8 @@ PathRules::Answer PathRules::decided(const QString &path, Right right, LastLink 
     if (m_never.contains(real.path)) {
         return refused("", QStringLiteral("no policy opens this folder"));
     }
-    if (hasDeniedExtension(real.path) || hasDeniedExtension(bytes)) {
+    if (hasDeniedExtension(real.path)
+        || (!endAlike(real.path, bytes) && hasDeniedExtension(bytes))) {
         return refused("deny_extensions", QStringLiteral("the extension is denied"));
     }
     if (!isInFolders(real.path, right)) {
@@ -218,18 +255,9 @@ PathRules::Answer PathRules::decideNew(const QString &path) const
     if (name.isEmpty() || dots.startsWith(name)) {
         return refused(keyOf(Right::Write), QStringLiteral("it has no name"));
     }
-    Answer answer = decideEntry(path, Right::Write);
-    const QByteArray place = answer.path;
-    for (const char *extension : addedExtensions) {
-        struct stat status = {};
-        const bool isLink = answer.isAllowed && lstat((place + extension).constData(), &status) == 0
-            && S_ISLNK(status.st_mode);
-        if (isLink) { // it may lead out of the folder
-            answer = decide(path + QLatin1String(extension), Right::Write);
-        }
-    }
-    answer.path = place;
-    return answer;
+    const Answer answer = decideEntry(path, Right::Write);
+    const char *link = answer.isAllowed ? extensionOfLink(answer.path) : nullptr;
+    return link ? refused(keyOf(Right::Write), QStringLiteral("a link has that name")) : answer;
 }
 
 } // namespace accesspolicy

@@ -84,9 +84,7 @@ int main(int argc, char *argv[])
     QApplication application(argc, argv);
     // Before the first call of the device library.
     const std::unique_ptr<accesspolicy::AccessControl> access = readPolicy();
-    if (access->error().isEmpty()) {
-        access->start();
-    }
+    access->restrictDevices();
     logVersions();
     exitIfAnotherRuns();
 
@@ -95,6 +93,7 @@ int main(int argc, char *argv[])
     if (!access->error().isEmpty()) {
         endForFaultyPolicy(access->error());
     }
+    access->start();
     startLine() << "boreaTcp：系统启动";
     logVersions();
 

@@ -424,6 +424,12 @@ void QLog::setMaxLogSize(int bytes)
     m_record->maxLogSize = bytes;
 }
 
+qint64 QLog::maxFolderSize() const
+{
+    const Lock lock;
+    return m_record->maxFolderSize;
+}
+
 void QLog::setMaxFolderSize(qint64 bytes)
 {
     const Lock lock;

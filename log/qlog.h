@@ -82,6 +82,7 @@ public:
      * Bytes of all files in the folder from which the oldest of the log are deleted, whenever a
      * file is opened or rotated; today's are kept. Default 0: no limit.
      */
+    qint64 maxFolderSize() const;
     void setMaxFolderSize(qint64 bytes);
 
     /// The folder of the files, with native separators; default: "log" beside the program.

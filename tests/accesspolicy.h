@@ -5,7 +5,7 @@
 #include "access/doorkeeper.h"
 #include "access/policyparser.h"
 
-#include <QtTest>
+#include <memory>
 
 /// "[policy] version=1" and what follows; sections are separated by blanks: "[origin] allow=file".
 inline QByteArray policyText(QString sections)

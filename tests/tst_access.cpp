@@ -5,6 +5,7 @@
 #include "access/policyfile.h"
 #include "access/policywatch.h"
 #include "base/neighbor.h"
+#include "deviceprocess/host/landlock.h"
 #include "dispatch/loggedtext.h"
 #include "log/qlog.h"
 #include "tests/accesspolicy.h"
@@ -13,7 +14,10 @@
 #include "tests/rows.h"
 
 #include <QTemporaryDir>
+#include <fcntl.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -478,6 +482,18 @@ private Q_SLOTS:
         setOpenat2Used(true);
     }
 
+    void ownPagesCanBeLeftOut()
+    {
+        const auto policy =
+            policyOf(line("[grant.a] origin=*|allow=all [pages] addresses=http://a"));
+        const Doorkeeper doorkeeper(policy, at("prog/webSite"));
+        for (const QString &text : {line("GWQ_CallNumber(1)"), line("DoGWQ_StartInfo()"),
+                                    line("OpenURL(%1)").arg(at("prog/webSite/pay.html"))}) {
+            Visitor visitor({}, {}, std::make_shared<VisitorCounts>());
+            QCOMPARE(doorkeeper.atText(visitor, text).refusal->key, line("pages.addresses"));
+        }
+    }
+
     void aLinkThatIsSwappedNeverWins()
     {
         PathRules rules;
@@ -508,6 +524,41 @@ private Q_SLOTS:
         setOpenat2Used(true);
         QCOMPARE(wrong, QByteArray());
         QVERIFY(allowed >= 500 && refused >= 500);
+    }
+
+    void theDeviceProcessIsKeptToTheFolders()
+    {
+        // Not in /tmp, which every device library may use.
+        const QTemporaryDir folder(QCoreApplication::applicationDirPath()
+                                   + line("/../landlock-XXXXXX"));
+        const auto in = [&](const char *name) {
+            return QFileInfo(folder.path()).canonicalFilePath() + line(name);
+        };
+        writeFile(in("/scan/a"));
+        writeFile(in("/write/a"));
+        writeFile(in("/secret/a"));
+        symlink(qPrintable(in("/secret/a")), qPrintable(in("/scan/link")));
+        const pid_t child = fork();
+        if (child == 0) {
+            qInstallMessageHandler([](QtMsgType, const QMessageLogContext &, const QString &) {});
+            deviceprocess::restrictFolders(
+                QFile::encodeName(line("r %1\nw %2\n").arg(in("/scan"), in("/write"))));
+            const auto opens = [&](const char *name, int flags) {
+                return open(qPrintable(in(name)), flags, 0600) >= 0;
+            };
+            const bool isRight = opens("/scan/a", O_RDONLY) && !opens("/scan/a", O_RDWR)
+                && !opens("/scan/new", O_WRONLY | O_CREAT) && !opens("/scan/link", O_RDONLY)
+                && !opens("/secret/a", O_RDONLY) && opens("/write/new", O_WRONLY | O_CREAT)
+                && unlink(qPrintable(in("/write/a"))) == 0 && unlink(qPrintable(in("/scan/a"))) != 0
+                && access("/etc/hostname", R_OK) == 0;
+            _exit(isRight ? 0 : 1);
+        }
+        int status = -1;
+        QCOMPARE(waitpid(child, &status, 0), child);
+        if (syscall(444, nullptr, 0, 1) < 1) {
+            QSKIP("this kernel has no Landlock");
+        }
+        QCOMPARE(status, 0);
     }
 
     void grants_data()
@@ -625,6 +676,14 @@ private Q_SLOTS:
         QVERIFY(!parsePolicy(policyText(sections), QStringLiteral("f"), m_never, &error));
         QCOMPARE(error.line, line);
         QVERIFY(!error.reason.isEmpty());
+    }
+
+    void theExampleIsAPolicy()
+    {
+        PolicyError error;
+        const auto policy = parsePolicy(contentOf(line(SOURCE_DIR "/docs/examples/access.ini")),
+                                        line("access.ini"), m_never, &error);
+        QVERIFY2(policy, qPrintable(error.text()));
     }
 
     void commentsAndBlanks()

@@ -5,6 +5,7 @@
 #include "dispatch/messagerun.h"
 #include "transport/pagesocket.h"
 
+#include <QDebug>
 #include <QWebSocket>
 #include <QWebSocketServer>
 #include <sys/resource.h>
@@ -34,6 +35,28 @@ quint64 softDescriptorLimit()
 
 } // namespace
 
+/// Accepts on a further address, for the listener that has all the rest.
+class PageListener::Further : public QTcpServer
+{
+public:
+    explicit Further(PageListener *owner)
+        : m_owner(owner)
+    {
+        connect(this, &QTcpServer::acceptError, this, [this] {
+            QTimer::singleShot(m_owner->limits().tick, this, [this] { resumeAccepting(); });
+        });
+    }
+
+protected:
+    void incomingConnection(qintptr descriptor) override
+    {
+        m_owner->incomingConnection(descriptor);
+    }
+
+private:
+    PageListener *const m_owner;
+};
+
 PageListener::PageListener(QWebSocketServer *server, const Limits &limits, QObject *parent)
     : QTcpServer(parent)
     , m_server(server)
@@ -59,8 +82,21 @@ bool PageListener::start(const QHostAddress &address, quint16 port)
     return true;
 }
 
+void PageListener::alsoListenOn(const QHostAddress &address)
+{
+    auto further = std::make_unique<Further>(this);
+    if (further->listen(address, serverPort())) {
+        ::listen(int(further->socketDescriptor()), limits().backlog);
+        m_further.push_back(std::move(further));
+    } else {
+        qWarning().noquote() << "transport: can't listen on" << address.toString() << "-"
+                             << further->errorString();
+    }
+}
+
 void PageListener::stop()
 {
+    m_further.clear();
     close();
     const auto handshaking = findChildren<PageSocket *>(QString(), Qt::FindDirectChildrenOnly);
     for (PageSocket *page : handshaking) {

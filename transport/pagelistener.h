@@ -7,6 +7,7 @@
 #include <QTimer>
 
 #include <memory>
+#include <vector>
 
 namespace accesspolicy {
 class AccessControl;
@@ -35,6 +36,9 @@ public:
     /// Listens like QTcpServer::listen(), with the backlog of the limits.
     bool start(const QHostAddress &address, quint16 port);
 
+    /// Listens on another address too, on the same port; started, and not without a log line.
+    void alsoListenOn(const QHostAddress &address);
+
     /// Stops listening and ends the connections whose handshake is not done.
     void stop();
 
@@ -57,6 +61,8 @@ protected:
     void incomingConnection(qintptr descriptor) override;
 
 private:
+    class Further;
+
     void handleAcceptError();
     void answerHandshake(PageSocket *page, const QByteArray &head);
     void makeHandshake(PageSocket *page);
@@ -67,6 +73,7 @@ private:
     QWebSocketServer *const m_server;
     const std::shared_ptr<PageSockets> m_shared;
     accesspolicy::AccessControl *m_access = nullptr;
+    std::vector<std::unique_ptr<Further>> m_further;
     QTimer m_tick;
     int m_acceptErrors = 0; // since a connection was last accepted
     bool m_acceptLater = false; // accepting pauses until the next tick

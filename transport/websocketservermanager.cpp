@@ -99,12 +99,31 @@ void WebSocketServerManager::websocke_server_start(QHostAddress address, quint16
     }
     m_listenAddress = address;
     m_listenPort = port;
-    m_running = m_listener->start(address, port);
+    QList<QHostAddress> addresses = listenAddresses(address);
+    m_running = m_listener->start(addresses.takeFirst(), port);
     if (m_running) {
+        for (const QHostAddress &further : qAsConst(addresses)) {
+            m_listener->alsoListenOn(further);
+        }
         qInfo() << "transport: listening on port" << m_listener->serverPort();
     } else {
         qWarning() << "transport: can't listen on port" << port << "-" << m_listener->errorString();
     }
+}
+
+/// The addresses of the policy; the handshake checks them again, for the policy may change.
+QList<QHostAddress> WebSocketServerManager::listenAddresses(const QHostAddress &usual) const
+{
+    const accesspolicy::Policy *policy =
+        m_access && m_access->isEnforcing() ? m_access->policy() : nullptr;
+    if (!policy || policy->listensEverywhere) {
+        return {usual};
+    }
+    QList<QHostAddress> addresses;
+    if (policy->listensOnLoopback || policy->listenAddresses.isEmpty()) {
+        addresses << QHostAddress::LocalHost << QHostAddress::LocalHostIPv6;
+    }
+    return addresses + policy->listenAddresses;
 }
 
 void WebSocketServerManager::websocke_server_stop()

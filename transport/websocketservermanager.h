@@ -111,6 +111,7 @@ private:
     void deliver(const QString &message, QWebSocket *socket);
     void routeByPolicy(const QString &message, QWebSocket *socket);
     void applyPolicy();
+    QList<QHostAddress> listenAddresses(const QHostAddress &usual) const;
     void applyPolicyTo(ClientLink *link);
     void noteUnread(ClientLink *link);
     bool stopsPreviews(QWebSocket *leaving) const;
