@@ -72,8 +72,11 @@ std::optional<Refusal> ArgumentRules::decide()
             return refusal(QStringLiteral("the pages of webSite/ are not in pages.addresses"),
                            "pages.addresses");
         }
-        if (!has(i) || text(i).isEmpty()) {
-            continue; // the library gets nothing to open
+        // Of an empty text the library gets nothing to open; but it may take the page on an empty
+        // host for one.
+        const bool isServer = use == Use::UploadHost || use == Use::UploadAddress;
+        if (!has(i) || (text(i).isEmpty() && !isServer)) {
+            continue;
         }
         if (const Verdict refused = decideOn(use, i)) {
             return refused;

@@ -429,6 +429,7 @@ private Q_SLOTS:
         }
         row("upload to another port", "bUpLoadImage(https://ecm.bank.example,up,8443,$/scan/a.jpg)",
             no);
+        row("upload, no host", "bUpLoadImage(,//evil.example/x,0,$/scan/a.jpg)", no);
         row("upload, page is a host",
             "bUpLoadImage(https://ecm.bank.example,@evil/,0,$/scan/a.jpg)", no);
 
