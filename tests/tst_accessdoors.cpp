@@ -383,6 +383,7 @@ private Q_SLOTS:
         QCOMPARE(RawPage::closeCode(page.readToTheEnd()), 1009);
         QVERIFY(!s_logged.filter(line("limits.message_kib (access.ini:4)")).isEmpty());
 
+        QTRY_VERIFY(!gpWebSocket); // it has gone
         RawPage lazy(port()); // reads nothing
         lazy.write(RawPage::message("version()"));
         QTRY_VERIFY(gpWebSocket);
