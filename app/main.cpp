@@ -2,8 +2,10 @@
 //
 // Start-up. Everything else happens in the event loop.
 
+#include "access/accesscontrol.h"
 #include "app/descriptorlimit.h"
 #include "app/singleinstance.h"
+#include "base/logtext.h"
 #include "devicelib/doccamera.h"
 #include "dispatch/deviceguard.h"
 #include "log/qlog.h"
@@ -13,11 +15,14 @@
 #include <QDateTime>
 #include <QDebug>
 
+#include <cstdio>
 #include <cstdlib>
+#include <memory>
 
 namespace {
 
 constexpr quint16 port = 1818; // hard-coded in every page
+constexpr int faultyPolicy = 78; // EX_CONFIG of sysexits.h
 
 /// Starts a start-up line with the time, which the log does not add by itself.
 QDebug startLine()
@@ -49,6 +54,27 @@ void exitIfAnotherRuns()
     exit(EXIT_SUCCESS);
 }
 
+/// The access policy: the system's, or the one beside the program.
+std::unique_ptr<accesspolicy::AccessControl> readPolicy()
+{
+    const QString own = QCoreApplication::applicationDirPath();
+    accesspolicy::PolicyPlaces places;
+    places.own = own + QStringLiteral("/access.ini");
+    places.ownFolders = QStringList{own};
+    return std::make_unique<accesspolicy::AccessControl>(places, own + QStringLiteral("/log"),
+                                                         own + QStringLiteral("/webSite"));
+}
+
+/// Says why it is none, on standard error and in the log, and ends the program.
+[[noreturn]] void endForFaultyPolicy(const QString &error)
+{
+    const QByteArray line = (QLatin1String("access: ") + base::oneLine(error)).toLocal8Bit();
+    fprintf(stderr, "%s\n", line.constData());
+    startLine() << line.constData();
+    QLog::instance()->handler({}); // writes the line
+    exit(faultyPolicy);
+}
+
 } // namespace
 
 int main(int argc, char *argv[])
@@ -56,17 +82,25 @@ int main(int argc, char *argv[])
     static char loggingRules[] = "QT_LOGGING_RULES=\"*.debug=true\""; // putenv keeps the pointer
     putenv(loggingRules);
     QApplication application(argc, argv);
+    // Before the first call of the device library.
+    const std::unique_ptr<accesspolicy::AccessControl> access = readPolicy();
+    access->restrictDevices();
     logVersions();
     exitIfAnotherRuns();
 
     QLog::instance()->handler(QLog::LogToFile);
     raiseDescriptorLimit();
+    if (!access->error().isEmpty()) {
+        endForFaultyPolicy(access->error());
+    }
+    access->start();
     startLine() << "boreaTcp：系统启动";
     logVersions();
 
     // Never deleted: pages are served until the process ends.
     auto *manager =
         new WebSocketServerManager(QStringLiteral("boreaTcp"), QWebSocketServer::NonSecureMode);
+    manager->setAccess(access.get());
     manager->websocke_server_start(QHostAddress::Any, port);
     QGuiApplication::setQuitOnLastWindowClosed(false);
     return QApplication::exec();

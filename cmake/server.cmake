@@ -1,6 +1,18 @@
 # SPDX-License-Identifier: MIT
 # The server: a static library, which tests link too, and the program itself.
 add_library(server_core STATIC
+    access/accesscontrol.cpp
+    access/argumentrules.cpp
+    access/auditlog.cpp
+    access/devicefolders.cpp
+    access/doorkeeper.cpp
+    access/handshake.cpp
+    access/origin.cpp
+    access/pathrules.cpp
+    access/policyfile.cpp
+    access/policyparser.cpp
+    access/policywatch.cpp
+    access/realpath.cpp
     app/descriptorlimit.cpp
     app/singleinstance.cpp
     camera/capturecommands.cpp
@@ -24,8 +36,10 @@ add_library(server_core STATIC
     dispatch/base64.cpp
     dispatch/base64commands.cpp
     dispatch/clientqueue.cpp
+    dispatch/commandfacts.cpp
     dispatch/deviceguard.cpp
     dispatch/failureresult.cpp
+    dispatch/loggedtext.cpp
     dispatch/messagerun.cpp
     files/filecommands.cpp
     identity/cardcommands.cpp
@@ -38,13 +52,13 @@ add_library(server_core STATIC
     log/longtext.cpp
     log/qlog.cpp
     log/qlogtonet.cpp
+    log/refusallog.cpp
     log/trace.cpp
     status/statuscommands.cpp
     transport/clientlink.cpp
     transport/framescanner.cpp
     transport/pagelistener.cpp
     transport/pagesocket.cpp
-    transport/refusallog.cpp
     transport/websocketservermanager.cpp
     upload/upload.cpp
     upload/uploadcommands.cpp

@@ -5,6 +5,8 @@
 #include <QObject>
 #include <QString>
 
+#include <chrono>
+
 /**
  * The client of a companion program: starts it with a script beside the server and connects to its
  * local socket. The program is started detached and never stopped from here.
@@ -19,6 +21,10 @@ class CompanionClient : public QObject
     Q_OBJECT
 
 public:
+    /// Limits how long a companion may take to send a reply that it has begun; 0: it may for ever.
+    static void setReplyLimit(std::chrono::seconds limit) { s_replyLimit = limit; }
+    static std::chrono::seconds replyLimit() { return s_replyLimit; }
+
     bool isConnected() const { return m_socket.state() == QLocalSocket::ConnectedState; }
 
 protected:
@@ -49,6 +55,8 @@ protected:
     QLocalSocket m_socket;
 
 private:
+    static inline std::chrono::seconds s_replyLimit{0};
+
     bool tryToConnect();
     bool isPeerTrusted();
 

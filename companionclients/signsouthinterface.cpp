@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "companionclients/signsouthinterface.h"
 
+#include "base/clock.h"
 #include "log/trace.h"
 
 #include <QJsonDocument>
@@ -127,7 +128,14 @@ void SignSouthInterface::slot_readyRead()
 bool SignSouthInterface::readPayload(int length, QByteArray *payload)
 {
     *payload = m_socket.readAll();
+    const auto start = base::Clock::shared().now();
     while (payload->size() != length) {
+        if (replyLimit().count() > 0 && base::Clock::shared().now() - start > replyLimit()) {
+            qWarning("companion: the signature service has not ended a reply within %d s",
+                     int(replyLimit().count()));
+            closeConnection();
+            return false;
+        }
         if (length < 0 || !isConnected()) {
             return false;
         }

@@ -6,7 +6,7 @@
 std::optional<QString> failureResult(const QString &command)
 {
     static const QHash<QString, const char *> results{
-#define COMMAND(command, failure) {QStringLiteral(#command), failure},
+#define COMMAND(command, failure, ...) {QStringLiteral(#command), failure},
 #include "dispatch/commandlist.h"
     };
     const char *const result = results.value(command, nullptr);

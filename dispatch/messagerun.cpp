@@ -4,8 +4,10 @@
 #include "base/mainthread.h"
 #include "dispatch/arguments.h"
 #include "dispatch/clientqueue.h"
+#include "dispatch/commandfacts.h"
 #include "dispatch/deviceguard.h"
 #include "dispatch/failureresult.h"
+#include "dispatch/loggedtext.h"
 #include "log/longtext.h"
 
 #include <QCoreApplication>
@@ -41,7 +43,7 @@ MessageRun::MessageRun(QObject *parent)
 
 void MessageRun::InitCallBackMap()
 {
-#define COMMAND(command, failure)                                                                  \
+#define COMMAND(command, failure, ...)                                                             \
     m_commands.insert(QStringLiteral(#command), &MessageRun::command##_callback);
 #include "dispatch/commandlist.h"
 }
@@ -53,17 +55,10 @@ void MessageRun::recv_msg(QString msg, QWebSocket *)
 
 void MessageRun::handle_msg_slot(QString msg, QObject *)
 {
-    qDebug() << LongText(msg);
-    QString name = msg;
-    QString args;
-    const int open = msg.indexOf(QLatin1Char('('));
-    if (open >= 0) {
-        // Drops the last character, whether or not it is ")".
-        args = msg.mid(open + 1, qMax(0, msg.size() - open - 2));
-        name = msg.left(open);
-    }
-    if (const Callback callback = m_commands.value(name)) {
-        carryOut(callback, name, args);
+    qDebug() << LongText(loggedText(msg));
+    const commands::Text text(msg);
+    if (const Callback callback = m_commands.value(text.name)) {
+        carryOut(callback, text.name, text.args);
     }
 }
 

@@ -97,7 +97,7 @@ public:
     /// "true" or "false".
     static QString truth(bool value);
 
-#define COMMAND(command, failure)                                                                  \
+#define COMMAND(command, failure, ...)                                                             \
     static QString command##_callback(QString name, QString args, MessageRun *self);
 #include "dispatch/commandlist.h"
 

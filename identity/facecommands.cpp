@@ -8,6 +8,7 @@
 #include "devicelib/doccamera.h"
 #include "dispatch/arguments.h"
 #include "dispatch/deviceguard.h"
+#include "dispatch/loggedtext.h"
 #include "dispatch/messagerun.h"
 #include "identity/facematchthread.h"
 #include "identity/livingbodydetectthread.h"
@@ -125,7 +126,8 @@ QString MessageRun::bImageMatch_callback(QString name, QString args, MessageRun 
 QString MessageRun::lFaceFeatureMatch_callback(QString name, QString args, MessageRun *)
 {
     const Arguments fields(args);
-    const QString logged = args.left(LongText::maxBytes + 1);
+    const QString logged =
+        loggedTextRules().hidesPersonal ? QString() : args.left(LongText::maxBytes + 1);
     qDebug() << "lFaceFeatureMatch" << LongText(withBlanks(logged), args.size())
              << fields.text(0).size() << fields.text(1).size();
     return reply(name, featureScore(fields.text(0), fields.text(1)));

@@ -148,6 +148,7 @@ struct QLog::Record
     unsigned short port = 34353;
     unsigned short saveDay = 30;
     int maxLogSize = 50 * 1024 * 1024;
+    qint64 maxFolderSize = 0; // 0: no limit
     QString logPath;
     QString name = QStringLiteral("vx");
     QFile file;
@@ -174,6 +175,7 @@ struct QLog::Record
     void rotateFile(qint64 now);
     void closeFile();
     void deleteOldFiles() const;
+    void limitFolder(qint64 now) const;
     void stopNet();
 
 private:
@@ -256,6 +258,7 @@ void QLog::Record::checkFile(qint64 now)
         closeFile();
         currentFileName = today;
         deleteOldFiles();
+        limitFolder(now);
         openPrivateFile(file, today);
     }
     size = file.size();
@@ -289,6 +292,29 @@ void QLog::Record::deleteOldFiles() const
     for (const QFileInfo &old : files) {
         if (old.fileName().contains(name) && creationTime(old) <= cutoff) {
             QFile::remove(old.filePath());
+        }
+    }
+}
+
+void QLog::Record::limitFolder(qint64 now) const
+{
+    if (maxFolderSize <= 0) {
+        return;
+    }
+    const QFileInfoList files =
+        QDir(logPath).entryInfoList(QDir::Files | QDir::Hidden, QDir::Time | QDir::Reversed);
+    qint64 total = 0;
+    for (const QFileInfo &each : files) {
+        total += each.size();
+    }
+    const QString today =
+        QDateTime::fromMSecsSinceEpoch(now).toString(QStringLiteral("yyyy-MM-dd"));
+    for (const QFileInfo &old : files) {
+        const bool isOurs = old.suffix() == QLatin1String("txt")
+            && old.fileName().startsWith(name + QLatin1String("_log_"));
+        if (total > maxFolderSize && isOurs && !old.fileName().contains(today)
+            && QFile::remove(old.filePath())) {
+            total -= old.size();
         }
     }
 }
@@ -396,6 +422,19 @@ void QLog::setMaxLogSize(int bytes)
 {
     const Lock lock;
     m_record->maxLogSize = bytes;
+}
+
+qint64 QLog::maxFolderSize() const
+{
+    const Lock lock;
+    return m_record->maxFolderSize;
+}
+
+void QLog::setMaxFolderSize(qint64 bytes)
+{
+    const Lock lock;
+    m_record->maxFolderSize = bytes;
+    m_record->limitFolder(m_record->clock());
 }
 
 QString QLog::logPath() const

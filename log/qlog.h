@@ -78,6 +78,13 @@ public:
     int maxLogSize() const;
     void setMaxLogSize(int bytes);
 
+    /**
+     * Bytes of all files in the folder from which the oldest of the log are deleted, whenever a
+     * file is opened or rotated; today's are kept. Default 0: no limit.
+     */
+    qint64 maxFolderSize() const;
+    void setMaxFolderSize(qint64 bytes);
+
     /// The folder of the files, with native separators; default: "log" beside the program.
     QString logPath() const;
     /// Creates the folder, for this user only, and its parents if missing. The next message goes

@@ -522,6 +522,18 @@ private Q_SLOTS:
         QVERIFY(messages.list().isEmpty());
     }
 
+    void aReplyThatDoesNotEnd()
+    {
+        CompanionClient::setReplyLimit(std::chrono::seconds(1));
+        FakeCompanion service(signSocket);
+        QVERIFY(SignSouthInterface::instance()->start());
+        base::Clock::setShared(nullptr); // one that goes on by itself
+        service.say(number(500) + QByteArray(200, 'x'));
+        QTRY_VERIFY(!SignSouthInterface::instance()->isConnected());
+        base::Clock::setShared(&m_clock);
+        CompanionClient::setReplyLimit(std::chrono::seconds(0));
+    }
+
     void pages_data()
     {
         const Rows<QString> row("page");

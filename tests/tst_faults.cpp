@@ -49,7 +49,7 @@ constexpr int muchBytes = 256 * 1024;
 QStringList commandNames()
 {
     return {
-#define COMMAND(command, failure) QStringLiteral(#command),
+#define COMMAND(command, failure, ...) QStringLiteral(#command),
 #include "dispatch/commandlist.h"
     };
 }

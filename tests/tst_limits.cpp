@@ -4,6 +4,7 @@
 #include "camera/captureimgthread.h"
 #include "dispatch/clientqueue.h"
 #include "dispatch/messagerun.h"
+#include "log/refusallog.h"
 #include "tests/manualclock.h"
 #include "tests/pages.h"
 #include "tests/rawpage.h"
@@ -13,7 +14,6 @@
 #include "transport/limits.h"
 #include "transport/pagelistener.h"
 #include "transport/pagesocket.h"
-#include "transport/refusallog.h"
 #include "transport/websocketservermanager.h"
 #include "upload/uploadpool.h"
 
@@ -565,7 +565,7 @@ private Q_SLOTS:
     {
         ManualClock clock;
         base::Clock::setShared(&clock);
-        RefusalLog log(2);
+        RefusalLog log("transport", 2);
         for (const char *line :
              {"^transport: first", "^transport: second",
               "^transport: 3 more lines like these were left out", "^transport: next"}) {

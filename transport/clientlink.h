@@ -56,6 +56,9 @@ public:
     /// Bytes that the page has still to read, what the kernel keeps excepted.
     qint64 unread() const;
 
+    /// Replaces the limits.
+    void setLimits(const Limits &limits) { m_limits = limits; }
+
     /// How long the page has read nothing though there is something, as of the last check.
     base::Clock::Duration stalledFor() const;
 
@@ -80,7 +83,7 @@ private:
 
     void noteUnread();
 
-    const Limits m_limits;
+    Limits m_limits;
     QWebSocket *const m_socket;
     PageSocket *const m_page;
     const QPointer<ClientQueue> m_queue;

@@ -36,6 +36,9 @@ public:
      */
     Frame look(const uchar *bytes, qint64 count) const;
 
+    /// Replaces the limit, for messages of which nothing has come yet.
+    void setLongestMessage(quint64 bytes) { m_longest = bytes; }
+
     /// Goes on behind a complete, good frame.
     void advance(const Frame &frame);
 

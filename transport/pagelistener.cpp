@@ -1,9 +1,11 @@
 // SPDX-License-Identifier: MIT
 #include "transport/pagelistener.h"
 
+#include "access/accesscontrol.h"
 #include "dispatch/messagerun.h"
 #include "transport/pagesocket.h"
 
+#include <QDebug>
 #include <QDir>
 #include <QWebSocket>
 #include <QWebSocketServer>
@@ -56,18 +58,39 @@ bool PageListener::start(const QHostAddress &address, quint16 port)
     if (!listen(address, port)) {
         return false;
     }
-    // Qt's own is 50. On a socket that listens this only changes the number.
-    ::listen(int(socketDescriptor()), limits().backlog);
-    // QTcpServer's own loop keeps the first error for ever, EAGAIN too, and never tells of another.
-    pauseAccepting();
-    m_notifier = std::make_unique<QSocketNotifier>(socketDescriptor(), QSocketNotifier::Read);
-    connect(m_notifier.get(), &QSocketNotifier::activated, this, [this] { acceptAll(); });
+    acceptFrom(this);
     return true;
+}
+
+void PageListener::alsoListenOn(const QHostAddress &address)
+{
+    auto further = std::make_unique<QTcpServer>();
+    if (further->listen(address, serverPort())) {
+        acceptFrom(further.get());
+        m_further.push_back(std::move(further));
+    } else {
+        qWarning().noquote() << "transport: can't listen on" << address.toString() << "-"
+                             << further->errorString();
+    }
+}
+
+/// Accepts what a server listens for, in its place.
+void PageListener::acceptFrom(QTcpServer *server)
+{
+    const qintptr socket = server->socketDescriptor();
+    // Qt's own is 50. On a socket that listens this only changes the number.
+    ::listen(int(socket), limits().backlog);
+    // QTcpServer's own loop keeps the first error for ever, EAGAIN too, and never tells of another.
+    server->pauseAccepting();
+    m_notifiers.push_back(std::make_unique<QSocketNotifier>(socket, QSocketNotifier::Read));
+    QSocketNotifier *notifier = m_notifiers.back().get();
+    connect(notifier, &QSocketNotifier::activated, this, [this, notifier] { acceptAll(notifier); });
 }
 
 void PageListener::stop()
 {
-    m_notifier.reset();
+    m_notifiers.clear();
+    m_further.clear();
     close();
     const auto handshaking = findChildren<PageSocket *>(QString(), Qt::FindDirectChildrenOnly);
     for (PageSocket *page : handshaking) {
@@ -107,7 +130,41 @@ void PageListener::incomingConnection(qintptr descriptor)
     if (!m_tick.isActive()) {
         m_tick.start();
     }
+    if (m_access && m_access->isActive()) {
+        page->awaitHead();
+        connect(page, &PageSocket::headArrived, this,
+                [this, page](const QByteArray &head) { answerHandshake(page, head); });
+    } else {
+        m_server->handleConnection(page);
+    }
+}
+
+/// Lets a page in, or not, by the access policy.
+void PageListener::answerHandshake(PageSocket *page, const QByteArray &head)
+{
+    if (m_access->isActive()) {
+        const auto admission = m_access->atHandshake(head, page->localAddress(), page->peer());
+        if (!admission.visitor) {
+            page->refuseHandshake(admission.status);
+            return;
+        }
+        page->admit(admission.visitor, admission.subprotocol);
+    }
+    makeHandshake(page);
+}
+
+/// Hands a page over whose handshake has arrived already.
+void PageListener::makeHandshake(PageSocket *page)
+{
+    const qint64 available = page->bytesAvailable();
     m_server->handleConnection(page);
+    // QWebSocketServer reads what has arrived already; should a version wait for a signal, here it
+    // is.
+    QTimer::singleShot(0, page, [page, available] {
+        if (!page->webSocket() && page->bytesAvailable() == available) {
+            Q_EMIT page->readyRead();
+        }
+    });
 }
 
 PageSocket *PageListener::takeSocketOf(QWebSocket *socket)
@@ -167,11 +224,11 @@ bool PageListener::makeRoom()
     return true;
 }
 
-void PageListener::acceptAll()
+void PageListener::acceptAll(QSocketNotifier *notifier)
 {
     for (int i = 0; i < acceptedInARow; ++i) {
         const int descriptor =
-            ::accept4(int(socketDescriptor()), nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC);
+            ::accept4(int(notifier->socket()), nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC);
         const int error = errno;
         if (descriptor >= 0) {
             incomingConnection(descriptor);
@@ -181,7 +238,7 @@ void PageListener::acceptAll()
             m_shared->log.write(QStringLiteral("can't accept a connection: %1")
                                     .arg(QString::fromLocal8Bit(strerror(error))));
             if (!makeRoom()) {
-                m_notifier->setEnabled(false);
+                notifier->setEnabled(false);
                 m_tick.start();
                 return;
             }
@@ -197,9 +254,12 @@ void PageListener::checkTimes()
     }
     Q_EMIT tick();
     m_shared->log.flush();
-    if (m_notifier && !m_notifier->isEnabled()) {
-        m_notifier->setEnabled(true);
-    } else if (m_shared->all.isEmpty()) {
+    bool wasPaused = false;
+    for (const auto &notifier : m_notifiers) {
+        wasPaused = wasPaused || !notifier->isEnabled();
+        notifier->setEnabled(true);
+    }
+    if (!wasPaused && m_shared->all.isEmpty()) {
         m_tick.stop();
     }
 }

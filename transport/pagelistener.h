@@ -8,7 +8,11 @@
 #include <QTimer>
 
 #include <memory>
+#include <vector>
 
+namespace accesspolicy {
+class AccessControl;
+}
 class PageSocket;
 class QWebSocket;
 class QWebSocketServer;
@@ -33,10 +37,16 @@ public:
     /// Listens like QTcpServer::listen(), with the backlog of the limits.
     bool start(const QHostAddress &address, quint16 port);
 
+    /// Listens on another address too, on the same port; started, and not without a log line.
+    void alsoListenOn(const QHostAddress &address);
+
     /// Stops listening and ends the connections whose handshake is not done.
     void stop();
 
     const Limits &limits() const;
+
+    /// Sets whose policy decides on handshakes; it must outlive this object.
+    void setAccess(accesspolicy::AccessControl *access) { m_access = access; }
 
     /// File descriptors that the process has open.
     static quint64 openDescriptors();
@@ -55,13 +65,19 @@ protected:
     void incomingConnection(qintptr descriptor) override;
 
 private:
-    void acceptAll();
+    void acceptFrom(QTcpServer *server);
+    void acceptAll(QSocketNotifier *notifier);
+    void answerHandshake(PageSocket *page, const QByteArray &head);
+    void makeHandshake(PageSocket *page);
     bool nearLimit() const;
     bool makeRoom();
     void checkTimes();
 
     QWebSocketServer *const m_server;
     const std::shared_ptr<PageSockets> m_shared;
+    accesspolicy::AccessControl *m_access = nullptr;
+    std::vector<std::unique_ptr<QTcpServer>> m_further; ///< On further addresses.
     QTimer m_tick;
-    std::unique_ptr<QSocketNotifier> m_notifier; // disabled: accepting pauses until the next tick
+    /// One for each address; disabled: accepting pauses until the next tick.
+    std::vector<std::unique_ptr<QSocketNotifier>> m_notifiers;
 };

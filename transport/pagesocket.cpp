@@ -1,13 +1,17 @@
 // SPDX-License-Identifier: MIT
 #include "transport/pagesocket.h"
 
+#include "access/visitor.h"
+
 #include <QCoreApplication>
 #include <QWebSocket>
 #include <QtEndian>
 #include <poll.h>
 #include <sys/socket.h>
 
+#include <algorithm>
 #include <array>
+#include <cstring>
 #include <utility>
 
 namespace {
@@ -107,7 +111,50 @@ void PageSocket::checkHandshake()
     const qint64 most = m_shared->limits.handshakeBytes;
     if (QTcpSocket::bytesAvailable() > most && !peek(most).contains("\r\n\r\n")) {
         drop(QStringLiteral("its handshake is longer than %1 bytes").arg(most));
+    } else if (m_awaitsHead) {
+        const QByteArray start = peek(most);
+        const int end = start.indexOf("\r\n\r\n");
+        if (end >= 0) {
+            m_awaitsHead = false;
+            Q_EMIT headArrived(start.left(end + 4));
+        }
     }
+}
+
+void PageSocket::admit(std::shared_ptr<accesspolicy::Visitor> visitor,
+                       const QByteArray &subprotocol)
+{
+    m_visitor = std::move(visitor);
+    m_subprotocol = subprotocol;
+}
+
+void PageSocket::refuseHandshake(int status)
+{
+    discard();
+    const bool isFull = status == 503;
+    write(isFull ? "HTTP/1.1 503 Service Unavailable\r\n" : "HTTP/1.1 403 Forbidden\r\n");
+    write("Content-Length: 0\r\nConnection: close\r\n\r\n");
+    disconnectFromHost();
+}
+
+/// Names the subprotocol behind the status line of the response, which QWebSocketServer can't.
+qint64 PageSocket::writeData(const char *data, qint64 size)
+{
+    static const char accepted[] = "HTTP/1.1 101";
+    const void *lineEnd = memchr(data, '\n', std::size_t(size));
+    if (m_subprotocol.isEmpty() || !lineEnd
+        || std::strncmp(data, accepted, std::min(std::size_t(size), std::strlen(accepted))) != 0) {
+        return QTcpSocket::writeData(data, size);
+    }
+    const qint64 line = static_cast<const char *>(lineEnd) + 1 - data;
+    const QByteArray header =
+        "Sec-WebSocket-Protocol: " + std::exchange(m_subprotocol, {}) + "\r\n";
+    const qint64 written = QTcpSocket::writeData(data, line);
+    if (written < line
+        || QTcpSocket::writeData(header.constData(), header.size()) < header.size()) {
+        return written;
+    }
+    return line + QTcpSocket::writeData(data + line, size - line);
 }
 
 void PageSocket::feed()
@@ -242,7 +289,7 @@ void PageSocket::refuse(quint16 closeCode, const QString &reason)
     setReadBufferSize(0);
     discard();
     writeClose(closeCode, reason);
-    Q_EMIT refused();
+    Q_EMIT refused(closeCode);
     if (bytesToWrite() > 0) {
         m_webSocket->abort(); // it does not read
     } else {

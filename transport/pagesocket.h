@@ -2,9 +2,9 @@
 #pragma once
 
 #include "base/clock.h"
+#include "log/refusallog.h"
 #include "transport/framescanner.h"
 #include "transport/limits.h"
-#include "transport/refusallog.h"
 
 #include <QSet>
 #include <QTcpSocket>
@@ -14,13 +14,16 @@
 
 class PageSocket;
 class QWebSocket;
+namespace accesspolicy {
+class Visitor;
+}
 
 /// What the sockets of all pages share.
 struct PageSockets
 {
     explicit PageSockets(const Limits &theLimits)
         : limits(theLimits)
-        , log(theLimits.logLinesPerSecond)
+        , log("transport", theLimits.logLinesPerSecond)
     {
     }
 
@@ -53,6 +56,24 @@ public:
     /// Goes on as the socket of this WebSocket, whose child it becomes, after the handshake.
     void setWebSocket(QWebSocket *socket);
     QWebSocket *webSocket() const { return m_webSocket; }
+
+    /// Has the head of the handshake announced by headArrived() before anybody reads it.
+    void awaitHead() { m_awaitsHead = true; }
+
+    /**
+     * Remembers who it is that an access policy lets in.
+     * \param subprotocol  to be named in the response to the handshake; empty: none
+     */
+    void admit(std::shared_ptr<accesspolicy::Visitor> visitor, const QByteArray &subprotocol);
+
+    /// Who it is; null if no policy was in force when the page came.
+    accesspolicy::Visitor *visitor() const { return m_visitor.get(); }
+
+    /// Answers the handshake with this HTTP status, and ends the connection.
+    void refuseHandshake(int status);
+
+    /// Replaces the limit of a message.
+    void setLongestMessage(quint64 bytes) { m_scanner.setLongestMessage(bytes); }
 
     /// Stops handing out frames, and then reading, until it is called with false.
     void setPaused(bool paused);
@@ -93,10 +114,15 @@ public:
     void log(const QString &text);
 
 Q_SIGNALS:
+    /// The head of the handshake is there, its empty line included; see awaitHead().
+    void headArrived(const QByteArray &head);
     /// QWebSocket has dealt with a frame; commands may be carried out here.
     void frameTaken();
     /// The page has been refused; it gets nothing any more, and will disconnect.
-    void refused();
+    void refused(int closeCode);
+
+protected:
+    qint64 writeData(const char *data, qint64 size) override;
 
 private:
     enum class View { Everything, Nothing, Frame };
@@ -125,6 +151,9 @@ private:
     qint64 m_frameSize = 0;
     qint64 m_needed = 0; // bytes in the buffer before there is anything to hand out
     qint64 m_unfinished = 0; // this page's part of PageSockets::unfinished
+    std::shared_ptr<accesspolicy::Visitor> m_visitor;
+    QByteArray m_subprotocol; // not yet sent
+    bool m_awaitsHead = false;
     bool m_sentText = false;
     bool m_paused = false;
     bool m_feeding = false;

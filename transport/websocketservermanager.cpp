@@ -1,12 +1,15 @@
 // SPDX-License-Identifier: MIT
 #include "transport/websocketservermanager.h"
 
+#include "access/accesscontrol.h"
 #include "camera/captureimgthread.h"
 #include "camera/stoprecthread.h"
+#include "companionclients/companionclient.h"
 #include "companionclients/signsouthinterface.h"
 #include "companionclients/webbrowser.h"
 #include "dispatch/clientqueue.h"
 #include "dispatch/devicetext.h"
+#include "dispatch/loggedtext.h"
 #include "dispatch/messagerun.h"
 #include "identity/facematchthread.h"
 #include "identity/livingbodydetectthread.h"
@@ -91,16 +94,36 @@ void WebSocketServerManager::websocke_server_start(QHostAddress address, quint16
                 &WebSocketServerManager::slot_serverError);
         m_listener = new PageListener(m_server, m_limits, this);
         connect(m_listener, &PageListener::tick, this, &WebSocketServerManager::checkTimes);
+        m_listener->setAccess(m_access);
         m_messageRun->clientQueue()->setTurn(m_limits.turn);
     }
     m_listenAddress = address;
     m_listenPort = port;
-    m_running = m_listener->start(address, port);
+    QList<QHostAddress> addresses = listenAddresses(address);
+    m_running = m_listener->start(addresses.takeFirst(), port);
     if (m_running) {
+        for (const QHostAddress &further : qAsConst(addresses)) {
+            m_listener->alsoListenOn(further);
+        }
         qInfo() << "transport: listening on port" << m_listener->serverPort();
     } else {
         qWarning() << "transport: can't listen on port" << port << "-" << m_listener->errorString();
     }
+}
+
+/// The addresses of the policy; the handshake checks them again, for the policy may change.
+QList<QHostAddress> WebSocketServerManager::listenAddresses(const QHostAddress &usual) const
+{
+    const accesspolicy::Policy *policy =
+        m_access && m_access->isEnforcing() ? m_access->policy() : nullptr;
+    if (!policy || policy->listensEverywhere) {
+        return {usual};
+    }
+    QList<QHostAddress> addresses;
+    if (policy->listensOnLoopback || policy->listenAddresses.isEmpty()) {
+        addresses << QHostAddress::LocalHost << QHostAddress::LocalHostIPv6;
+    }
+    return addresses + policy->listenAddresses;
 }
 
 void WebSocketServerManager::websocke_server_stop()
@@ -144,18 +167,68 @@ void WebSocketServerManager::slot_newConnection()
     connect(page, &PageSocket::frameTaken, queue, [queue, socket] { queue->run(socket); });
     // A page that says goodbye, or is refused, has no commands any more.
     connect(socket, &QWebSocket::aboutToClose, queue, [queue, socket] { queue->forget(socket); });
-    connect(page, &PageSocket::refused, this, [this, queue, socket, page] {
+    connect(page, &PageSocket::refused, this, [this, queue, socket, page](int closeCode) {
         queue->forget(socket);
+        if (closeCode == QWebSocketProtocol::CloseCodeTooMuchData && m_access
+            && m_access->isEnforcing() && page->visitor()) {
+            m_access->noteRefusal(*page->visitor(), QStringLiteral("a text"),
+                                  QStringLiteral("limits.message_kib"));
+        }
         m_clients.remove(page->peer());
     });
 
     m_clients.insert(page->peer(), socket);
-    m_links.insert(socket, new ClientLink(socket, page, queue, m_limits));
+    auto *link = new ClientLink(socket, page, queue, m_limits);
+    m_links.insert(socket, link);
+    applyPolicyTo(link);
+}
+
+void WebSocketServerManager::setAccess(accesspolicy::AccessControl *access)
+{
+    m_access = access;
+    connect(access, &accesspolicy::AccessControl::changed, this,
+            &WebSocketServerManager::applyPolicy);
+    applyPolicy();
+}
+
+void WebSocketServerManager::applyPolicy()
+{
+    const accesspolicy::Policy *policy = m_access->policy();
+    CompanionClient::setReplyLimit(
+        std::chrono::seconds(m_access->isEnforcing() ? policy->companionWaitSeconds : 0));
+    const auto links = m_links; // pages that have to go leave the table
+    for (ClientLink *link : links) {
+        applyPolicyTo(link);
+    }
+}
+
+/// Gives a page the limits of the policy; one that may not be connected any more has to go.
+void WebSocketServerManager::applyPolicyTo(ClientLink *link)
+{
+    if (!m_access) {
+        return;
+    }
+    Limits limits = m_limits;
+    if (m_access->isEnforcing()) {
+        const accesspolicy::Visitor *visitor = link->page()->visitor();
+        if (!visitor || !m_access->mayStay(*visitor)) {
+            link->page()->refuse(QWebSocketProtocol::CloseCodePolicyViolated,
+                                 QStringLiteral("the access policy has changed"));
+            return;
+        }
+        const accesspolicy::Policy *policy = m_access->policy();
+        limits.message = quint64(policy->messageKiB) * 1024;
+        limits.unreadMost = qint64(policy->pendingReplyMiB) * Limits::MiB;
+        limits.unreadStalled = limits.unreadMost;
+        limits.unreadWait = qMin(limits.unreadWait, limits.unreadMost);
+    }
+    link->page()->setLongestMessage(limits.message);
+    link->setLimits(limits);
 }
 
 void WebSocketServerManager::slot_textMessageReceived(const QString &message)
 {
-    TRACE << LongText(message);
+    TRACE << LongText(loggedText(message));
     auto *socket = qobject_cast<QWebSocket *>(sender());
     ClientLink *link = m_links.value(socket);
     if (!link) {
@@ -186,6 +259,40 @@ void WebSocketServerManager::carryOut(QWebSocket *socket, const QString &message
 }
 
 void WebSocketServerManager::route(const QString &message, QWebSocket *socket)
+{
+    if (m_access && m_access->isActive()) {
+        routeByPolicy(message, socket);
+        return;
+    }
+    deliver(message, socket);
+}
+
+/// Asks the policy; a page that is refused gets its answer, and doesn't become the current one.
+void WebSocketServerManager::routeByPolicy(const QString &message, QWebSocket *socket)
+{
+    const ClientLink *link = m_links.value(socket);
+    accesspolicy::Visitor *visitor = link ? link->page()->visitor() : nullptr;
+    if (!visitor) { // has come before the policy, which enforces nothing yet
+        if (!m_access->isEnforcing()) {
+            deliver(message, socket);
+        }
+        return;
+    }
+    const auto passage = m_access->atText(*visitor, message);
+    if (!passage.isOpen) {
+        if (passage.answer) {
+            socket->sendTextMessage(*passage.answer);
+        }
+        return;
+    }
+    if (passage.startsPreview) {
+        m_previewOwner = socket;
+    }
+    deliver(passage.message, socket);
+}
+
+/// Carries a text out.
+void WebSocketServerManager::deliver(const QString &message, QWebSocket *socket)
 {
     if (message.startsWith(QLatin1Char('@'))) {
         WebBrowser::instance()->recvMessage(message, socket);
@@ -219,9 +326,24 @@ void WebSocketServerManager::checkUnread(QWebSocket *socket)
     if (!link) {
         return;
     }
+    noteUnread(link);
     link->checkUnread();
     if (link->unread() > m_limits.unreadWait) {
         limitUnreadOfAll();
+    }
+}
+
+/// Says once that a page leaves more unread than the policy has.
+void WebSocketServerManager::noteUnread(ClientLink *link)
+{
+    const accesspolicy::Policy *policy = m_access ? m_access->policy() : nullptr;
+    const accesspolicy::Visitor *visitor = link->page()->visitor();
+    if (!policy || !visitor || link->unread() <= qint64(policy->pendingReplyMiB) * Limits::MiB) {
+        m_unreadNoted.remove(link);
+    } else if (!m_unreadNoted.contains(link)) {
+        m_unreadNoted.insert(link);
+        m_access->noteRefusal(*visitor, QStringLiteral("unread replies"),
+                              QStringLiteral("limits.pending_reply_mib"));
     }
 }
 
@@ -247,6 +369,7 @@ void WebSocketServerManager::checkTimes()
 {
     const auto links = m_links;
     for (ClientLink *link : links) { // deletes none at once
+        noteUnread(link);
         link->checkTimes();
         pauseOrResume(link);
     }
@@ -262,8 +385,11 @@ void WebSocketServerManager::slot_disconnected()
     }
     gpWebSocket = nullptr; // no matter which page has left
     m_messageRun->clientQueue()->forget(socket);
-    stopPreviews();
+    if (stopsPreviews(socket)) {
+        stopPreviews();
+    }
     ClientLink *link = m_links.take(socket);
+    m_unreadNoted.remove(link);
     if (link && m_clients.value(link->page()->peer()) == socket) {
         m_clients.remove(link->page()->peer());
     }
@@ -282,6 +408,13 @@ void WebSocketServerManager::slot_closed()
     }
     stopPreviews();
     Q_EMIT signal_close();
+}
+
+bool WebSocketServerManager::stopsPreviews(QWebSocket *leaving) const
+{
+    const bool byOwner = m_access && m_access->isEnforcing()
+        && m_access->policy()->stopOnLeave == accesspolicy::Policy::Leaving::Owner;
+    return !byOwner || !m_previewOwner || m_previewOwner == leaving;
 }
 
 /// A preview never outlives the page that started it. No client is current: the replies are lost.

@@ -8,12 +8,16 @@
 #include <QHostAddress>
 #include <QObject>
 #include <QPointer>
+#include <QSet>
 #include <QWebSocket>
 #include <QWebSocketProtocol>
 #include <QWebSocketServer>
 
 #include <array>
 
+namespace accesspolicy {
+class AccessControl;
+}
 class ClientLink;
 class MessageRun;
 class PageListener;
@@ -39,6 +43,9 @@ public:
 
     /// Replaces the limits on what pages may take; before the first start.
     void setLimits(const Limits &limits) { m_limits = limits; }
+
+    /// Has an access policy decide on pages and their texts; before the first start.
+    void setAccess(accesspolicy::AccessControl *access);
 
     /**
      * Starts listening; if it is already running, only writes a debug line. If it can't listen,
@@ -101,6 +108,13 @@ private:
     void stopPreviews();
     void carryOut(QWebSocket *socket, const QString &message);
     void route(const QString &message, QWebSocket *socket);
+    void deliver(const QString &message, QWebSocket *socket);
+    void routeByPolicy(const QString &message, QWebSocket *socket);
+    void applyPolicy();
+    QList<QHostAddress> listenAddresses(const QHostAddress &usual) const;
+    void applyPolicyTo(ClientLink *link);
+    void noteUnread(ClientLink *link);
+    bool stopsPreviews(QWebSocket *leaving) const;
     void pauseOrResume(ClientLink *link);
     void checkUnread(QWebSocket *socket);
     void limitUnreadOfAll();
@@ -119,6 +133,9 @@ private:
     MessageRun *m_messageRun;
 
     Limits m_limits;
+    accesspolicy::AccessControl *m_access = nullptr;
+    QPointer<QWebSocket> m_previewOwner; // sent the latest command that starts a preview
+    QSet<ClientLink *> m_unreadNoted; // links of which it was said that they have too much unread
     PageListener *m_listener = nullptr; // created with m_server
     // A message of the signal_thread_... signals goes out once for every page that ever connected:
     // existing users of these signals rely on it.

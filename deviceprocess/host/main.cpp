@@ -5,6 +5,7 @@
 // with the server.
 
 #include "deviceprocess/host/callerlink.h"
+#include "deviceprocess/host/landlock.h"
 #include "deviceprocess/host/library.h"
 #include "deviceprocess/host/pictures.h"
 #include "deviceprocess/host/relay.h"
@@ -135,6 +136,9 @@ int main(int argc, char **argv)
     fcntl(controlSocket, F_SETFD, FD_CLOEXEC);
     fcntl(controlSocket + 1, F_SETFD, FD_CLOEXEC);
     qInstallMessageHandler(sendLogLine);
+    if (qEnvironmentVariableIsSet("DEVICEHOST_FOLDERS")) {
+        restrictFolders(qgetenv("DEVICEHOST_FOLDERS")); // before there is any other thread
+    }
 
     static SharedMemory memory;
     cv::Mat::setDefaultAllocator(&memory);

@@ -146,6 +146,20 @@ void DeviceHost::stop()
     }
 }
 
+void DeviceHost::setFolders(const QByteArray &folders)
+{
+    quint64 generation = 0;
+    {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        if (folders == m_folders && folders.isNull() == m_folders.isNull()) {
+            return;
+        }
+        m_folders = folders;
+        generation = m_generation;
+    }
+    end(generation, QStringLiteral("the folders of the access policy have changed"));
+}
+
 quint64 DeviceHost::generationOfThread()
 {
     return threadGeneration;
@@ -417,7 +431,14 @@ bool DeviceHost::start()
         || !moveUp(&events[1])) {
         error = errno;
     } else {
-        error = spawn(QFile::encodeName(m_program), m_environment, control[1], events[1], &pid);
+        std::vector<QByteArray> environment = m_environment;
+        {
+            const std::lock_guard<std::mutex> lock(m_mutex);
+            if (!m_folders.isNull()) {
+                environment.push_back("DEVICEHOST_FOLDERS=" + m_folders);
+            }
+        }
+        error = spawn(QFile::encodeName(m_program), environment, control[1], events[1], &pid);
     }
     closeDescriptor(&control[1]);
     closeDescriptor(&events[1]);

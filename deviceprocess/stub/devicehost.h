@@ -69,6 +69,12 @@ public:
     /// Sets what the program finds in its environment as well, "NAME=value" each.
     void setEnvironment(std::vector<QByteArray> variables) { m_environment = std::move(variables); }
 
+    /**
+     * Restricts the process to folders, one a line, "r /path", "w /path" or "d /path" to read,
+     * write or delete in; null: it is not restricted. Replaces a process that runs if that changes.
+     */
+    void setFolders(const QByteArray &folders);
+
     /// Of the process that gave the latest reply to this thread; see release().
     static quint64 generationOfThread();
 
@@ -116,6 +122,7 @@ private:
     const QString m_program;
     double m_timeFactor = 1;
     std::vector<QByteArray> m_environment;
+    QByteArray m_folders; ///< Guarded by m_mutex.
     mutable std::mutex m_mutex;
     std::condition_variable m_changed;
     std::thread m_supervisor;

@@ -103,6 +103,24 @@ DeviceHost &DeviceHost::instance()
     return host;
 }
 
+} // namespace deviceprocess
+
+/**
+ * For the server, which looks for it at run time: a maker's library in its place doesn't have it.
+ * \param folders  see DeviceHost::setFolders()
+ * \return false if the library is in the server itself, where nothing can be restricted
+ */
+extern "C" bool restrictDeviceProcess(const char *folders)
+{
+    if (deviceprocess::setting("process") == QLatin1String("inside")) {
+        return false;
+    }
+    deviceprocess::DeviceHost::instance().setFolders(folders);
+    return true;
+}
+
+namespace deviceprocess {
+
 void *insideFunction(FunctionId function)
 {
     static InsideLibraries &libraries = *new InsideLibraries;

@@ -79,7 +79,7 @@ namespace {
 const QStringList &commands()
 {
     static const QStringList names = {
-#define COMMAND(command, failure) QStringLiteral(#command),
+#define COMMAND(command, failure, ...) QStringLiteral(#command),
 #include "dispatch/commandlist.h"
     };
     return names;

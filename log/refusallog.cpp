@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "transport/refusallog.h"
+#include "log/refusallog.h"
 
 #include <QDebug>
 
@@ -11,7 +11,7 @@ void RefusalLog::write(const QString &line)
         return;
     }
     ++m_lines;
-    qWarning().noquote() << "transport:" << line;
+    qWarning().noquote().nospace() << m_room << ": " << line;
 }
 
 void RefusalLog::flush()
@@ -21,7 +21,8 @@ void RefusalLog::flush()
         return;
     }
     if (m_leftOut > 0) {
-        qWarning() << "transport:" << m_leftOut << "more lines like these were left out";
+        qWarning().nospace() << m_room << ": " << m_leftOut
+                             << " more lines like these were left out";
     }
     m_second = now;
     m_lines = 0;

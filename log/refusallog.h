@@ -9,8 +9,10 @@
 class RefusalLog
 {
 public:
-    explicit RefusalLog(int linesPerSecond)
-        : m_linesPerSecond(linesPerSecond)
+    /// \param room  what each line begins with; must live as long as the program
+    RefusalLog(const char *room, int linesPerSecond)
+        : m_room(room)
+        , m_linesPerSecond(linesPerSecond)
     {
     }
 
@@ -21,6 +23,7 @@ public:
     void flush();
 
 private:
+    const char *m_room;
     int m_linesPerSecond;
     int m_lines = 0;
     qint64 m_leftOut = 0;
