@@ -93,7 +93,11 @@ private Q_SLOTS:
         m_limits.tick = 20ms;
     }
 
-    void cleanup() { m_manager.reset(); }
+    void cleanup()
+    {
+        m_manager.reset();
+        base::Clock::setShared(nullptr);
+    }
 
     void framesThatAreRefused_data()
     {
@@ -255,6 +259,22 @@ private Q_SLOTS:
         QVERIFY(silent.isConnected());
     }
 
+    void aSlowMessageIsServed()
+    {
+        base::Clock::setShared(&m_clock);
+        start();
+        RawPage page(port());
+        QTRY_COMPARE(pages(), 1);
+        for (int i = 0; i < 3; ++i) {
+            page.write(command.mid(i, 1));
+            QTRY_COMPARE(received(), qint64(i + 1));
+            m_clock.advance(m_limits.stalledMessage * 2 / 3);
+            QTest::qWait(50); // some ticks
+        }
+        page.write(command.mid(3));
+        QVERIFY(!page.readUpTo(answer).isEmpty());
+    }
+
     void commandsWaitForAPageThatDoesNotRead()
     {
         m_limits.unreadWait = 1 << 20;
@@ -380,6 +400,7 @@ private Q_SLOTS:
     void nothingIsReadWhileTooManyTextsWait()
     {
         m_limits.waitingTexts = 10;
+        m_limits.waitingBytesOfAll = 10 * 2 * (14 + 12);
         m_limits.readAhead = 1000;
         start();
         RawPage page(port());
@@ -403,10 +424,14 @@ private Q_SLOTS:
         for (const PageSocket *socket : m_manager->findChildren<PageSocket *>()) {
             QCOMPARE(queue->waitingTexts(socket->webSocket()), 10);
         }
+        Page other(port()); // has none that wait
+        other.send(QStringLiteral("bStopPlay4()"));
+        QCOMPARE(other.next(), QString::fromLatin1(answer));
+        QCOMPARE(pausedPages(), 2);
         // It is noticed all the same when the page goes.
         leaves.socket().disconnectFromHost();
-        QTRY_COMPARE(pages(), 1);
-        QCOMPARE(recording::count("bStopPlay4"), 1);
+        QTRY_COMPARE(pages(), 2);
+        QCOMPARE(recording::count("bStopPlay4"), 2);
 
         recording::takeCalls();
         holds.clear();
@@ -469,15 +494,22 @@ private Q_SLOTS:
     {
         m_limits.logLinesPerSecond = 1000000;
         start();
+        static int lines;
+        lines = 0;
+        const auto before =
+            qInstallMessageHandler([](QtMsgType, const QMessageLogContext &, const QString &text) {
+                lines += text.contains(QLatin1String("can't accept a connection")) ? 1 : 0;
+            });
         QTcpSocket page;
         page.connectToHost(QHostAddress::LocalHost, port());
         {
             const FewDescriptors none{rlim_t(nextDescriptor())};
-            expectLine("can't accept a connection");
             QTRY_COMPARE(page.state(), QAbstractSocket::ConnectedState);
             QTest::qWait(100);
             QCOMPARE(m_manager->findChildren<PageSocket *>().size(), 0);
         }
+        qInstallMessageHandler(before);
+        QVERIFY2(lines > 0 && lines < 300, qPrintable(QString::number(lines))); // one a tick
         QTRY_COMPARE(m_manager->findChildren<PageSocket *>().size(), 1);
         QVERIFY(Page(port()).isConnected());
     }
@@ -546,9 +578,11 @@ private Q_SLOTS:
         Page silent(port());
         Page other(port());
         recording::hold("sUpLoadImageEx5");
-        for (int i = 0; i < UploadPool::threadsOfClient + 5; ++i) {
+        expectLine("^upload: refused, 1000 uploads wait already");
+        for (int i = 0; i <= UploadPool::threadsOfClient + UploadPool::waitingUploads; ++i) {
             silent.send(QStringLiteral("sUpLoadImageEx5(a,b,1,d,0,f,g,0,0)"));
         }
+        QCOMPARE(silent.next(), QStringLiteral("BeginsUpLoadImageEx5EndsUpLoadImageEx5"));
         QTRY_COMPARE(recording::count("sUpLoadImageEx5"), UploadPool::threadsOfClient);
         recording::answer("bUpLoadImage", true);
         other.send(QStringLiteral("bUpLoadImage(a,b,1,d)"));
@@ -563,8 +597,7 @@ private Q_SLOTS:
 
     void refusalsDoNotFillTheLog()
     {
-        ManualClock clock;
-        base::Clock::setShared(&clock);
+        base::Clock::setShared(&m_clock);
         RefusalLog log(2);
         for (const char *line :
              {"^transport: first", "^transport: second",
@@ -576,11 +609,10 @@ private Q_SLOTS:
         for (int i = 0; i < 3; ++i) {
             log.write(QStringLiteral("unexpected"));
         }
-        clock.advance(1s);
+        m_clock.advance(1s);
         log.flush();
         log.flush();
         log.write(QStringLiteral("next"));
-        base::Clock::setShared(nullptr);
     }
 
 private:
@@ -614,6 +646,7 @@ private:
         return sum;
     }
 
+    ManualClock m_clock;
     Limits m_limits;
     std::unique_ptr<WebSocketServerManager> m_manager;
 };
