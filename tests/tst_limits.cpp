@@ -577,12 +577,20 @@ private Q_SLOTS:
         start();
         Page silent(port());
         Page other(port());
+        const QString upload = QStringLiteral("sUpLoadImageEx5(a,b,1,d,0,f,g,0,0)");
         recording::hold("sUpLoadImageEx5");
-        expectLine("^upload: refused, 1000 uploads wait already");
-        for (int i = 0; i <= UploadPool::threadsOfClient + UploadPool::waitingUploads; ++i) {
-            silent.send(QStringLiteral("sUpLoadImageEx5(a,b,1,d,0,f,g,0,0)"));
+        for (int i = 1; i < UploadPool::threadsOfClient + UploadPool::waitingUploads; ++i) {
+            silent.send(upload);
         }
-        QCOMPARE(silent.next(), QStringLiteral("BeginsUpLoadImageEx5EndsUpLoadImageEx5"));
+        silent.send(QStringLiteral("@"));
+        QCOMPARE(silent.next(), QString::fromLatin1(""));
+        int dropped = 0;
+        expectLine("^upload: refused, 1000 uploads wait already");
+        for (int i = 0; i < 2; ++i) { // the last that may wait, and one more
+            UploadPool::instance().start(
+                gpWebSocket, [] {}, [&dropped](bool ran) { dropped += ran ? 0 : 1; });
+        }
+        QTRY_COMPARE(dropped, 1);
         QTRY_COMPARE(recording::count("sUpLoadImageEx5"), UploadPool::threadsOfClient);
         recording::answer("bUpLoadImage", true);
         other.send(QStringLiteral("bUpLoadImage(a,b,1,d)"));
@@ -591,8 +599,18 @@ private Q_SLOTS:
         silent.socket().abort();
         QTRY_COMPARE(pages(), 1);
         recording::release("sUpLoadImageEx5");
-        other.send(QStringLiteral("sUpLoadImageEx5(a,b,1,d,0,f,g,0,0)"));
-        QTRY_COMPARE(recording::count("sUpLoadImageEx5"), UploadPool::threadsOfClient + 1);
+        QTRY_COMPARE(dropped, 2);
+        recording::hold("sUpLoadImageEx5");
+        for (int i = 0; i < UploadPool::threads; ++i) {
+            other.send(upload);
+        }
+        QTRY_COMPARE(recording::count("sUpLoadImageEx5"), 2 * UploadPool::threadsOfClient);
+        recording::release("sUpLoadImageEx5");
+        for (int i = 0; i < UploadPool::threads; ++i) {
+            QVERIFY(!other.next().isNull());
+        }
+        QCOMPARE(recording::count("sUpLoadImageEx5"),
+                 UploadPool::threadsOfClient + UploadPool::threads);
     }
 
     void refusalsDoNotFillTheLog()

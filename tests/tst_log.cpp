@@ -288,7 +288,11 @@ private Q_SLOTS:
 
     void longLines()
     {
+        m_log->setMaxLogSize(16384);
         m_log->handler(QLog::LogToFile);
+        print(QString(16384, u'x')); // and a line end: the next line goes to the next file
+        QCOMPARE(today(), QByteArray("(no such file)"));
+        m_log->setMaxLogSize(defaultMaxLogSize);
         print(QString(1500000, u'x'));
         QVERIFY(today()
                 == QByteArray(65536, 'x')
