@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-/// \file Disks that are full for the portable library. Include it in one file of a program: it
+/// \file Disks that are full for the library or the log. Include it in one file of a program: it
 /// defines the function by which the library asks for free space.
 #pragma once
 

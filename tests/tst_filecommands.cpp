@@ -120,7 +120,7 @@ private Q_SLOTS:
             recording::answer("sUpLoadImageEx5", success, "answer");
             recording::hold("sUpLoadImageEx5");
             send("sUpLoadImageEx5(a,b,1,d,0,f,g,TRUE,1)");
-            auto *progress = box<QDialog>();
+            const QPointer<QDialog> progress = box<QDialog>();
             QVERIFY(progress && progress->isModal());
             QVERIFY(progress->windowFlags().testFlag(Qt::FramelessWindowHint)
                     && progress->windowFlags().testFlag(Qt::WindowStaysOnTopHint));
@@ -131,14 +131,16 @@ private Q_SLOTS:
 
             recording::release("sUpLoadImageEx5");
             QCOMPARE(page().next(), QStringLiteral("BeginsUpLoadImageEx5answerEndsUpLoadImageEx5"));
-            auto *result = box<QMessageBox>();
+            const QPointer<QMessageBox> result = box<QMessageBox>();
             QVERIFY(result && result->isModal());
+            QVERIFY(result->windowFlags().testFlag(Qt::WindowStaysOnTopHint));
+            QCOMPARE(result->windowTitle(), QStringLiteral("提示信息"));
             QCOMPARE(result->text(),
                      success ? QStringLiteral("   上传成功!     ")
                              : QStringLiteral("   上传失败!     "));
             QCOMPARE(result->icon(), QMessageBox::NoIcon);
             result->close();
-            QVERIFY(!box<QDialog>());
+            QTRY_VERIFY(!progress && !result);
         }
     }
 

@@ -93,7 +93,11 @@ private Q_SLOTS:
         m_limits.tick = 20ms;
     }
 
-    void cleanup() { m_manager.reset(); }
+    void cleanup()
+    {
+        m_manager.reset();
+        base::Clock::setShared(nullptr);
+    }
 
     void framesThatAreRefused_data()
     {
@@ -255,6 +259,22 @@ private Q_SLOTS:
         QVERIFY(silent.isConnected());
     }
 
+    void aSlowMessageIsServed()
+    {
+        base::Clock::setShared(&m_clock);
+        start();
+        RawPage page(port());
+        QTRY_COMPARE(pages(), 1);
+        for (int i = 0; i < 3; ++i) {
+            page.write(command.mid(i, 1));
+            QTRY_COMPARE(received(), qint64(i + 1));
+            m_clock.advance(m_limits.stalledMessage * 2 / 3);
+            QTest::qWait(50); // some ticks
+        }
+        page.write(command.mid(3));
+        QVERIFY(!page.readUpTo(answer).isEmpty());
+    }
+
     void commandsWaitForAPageThatDoesNotRead()
     {
         m_limits.unreadWait = 1 << 20;
@@ -380,6 +400,7 @@ private Q_SLOTS:
     void nothingIsReadWhileTooManyTextsWait()
     {
         m_limits.waitingTexts = 10;
+        m_limits.waitingBytesOfAll = 10 * 2 * (14 + 12);
         m_limits.readAhead = 1000;
         start();
         RawPage page(port());
@@ -403,10 +424,14 @@ private Q_SLOTS:
         for (const PageSocket *socket : m_manager->findChildren<PageSocket *>()) {
             QCOMPARE(queue->waitingTexts(socket->webSocket()), 10);
         }
+        Page other(port()); // has none that wait
+        other.send(QStringLiteral("bStopPlay4()"));
+        QCOMPARE(other.next(), QString::fromLatin1(answer));
+        QCOMPARE(pausedPages(), 2);
         // It is noticed all the same when the page goes.
         leaves.socket().disconnectFromHost();
-        QTRY_COMPARE(pages(), 1);
-        QCOMPARE(recording::count("bStopPlay4"), 1);
+        QTRY_COMPARE(pages(), 2);
+        QCOMPARE(recording::count("bStopPlay4"), 2);
 
         recording::takeCalls();
         holds.clear();
@@ -469,15 +494,22 @@ private Q_SLOTS:
     {
         m_limits.logLinesPerSecond = 1000000;
         start();
+        static int lines;
+        lines = 0;
+        const auto before =
+            qInstallMessageHandler([](QtMsgType, const QMessageLogContext &, const QString &text) {
+                lines += text.contains(QLatin1String("can't accept a connection")) ? 1 : 0;
+            });
         QTcpSocket page;
         page.connectToHost(QHostAddress::LocalHost, port());
         {
             const FewDescriptors none{rlim_t(nextDescriptor())};
-            expectLine("can't accept a connection");
             QTRY_COMPARE(page.state(), QAbstractSocket::ConnectedState);
             QTest::qWait(100);
             QCOMPARE(m_manager->findChildren<PageSocket *>().size(), 0);
         }
+        qInstallMessageHandler(before);
+        QVERIFY2(lines > 0 && lines < 300, qPrintable(QString::number(lines))); // one a tick
         QTRY_COMPARE(m_manager->findChildren<PageSocket *>().size(), 1);
         QVERIFY(Page(port()).isConnected());
     }
@@ -545,10 +577,20 @@ private Q_SLOTS:
         start();
         Page silent(port());
         Page other(port());
+        const QString upload = QStringLiteral("sUpLoadImageEx5(a,b,1,d,0,f,g,0,0)");
         recording::hold("sUpLoadImageEx5");
-        for (int i = 0; i < UploadPool::threadsOfClient + 5; ++i) {
-            silent.send(QStringLiteral("sUpLoadImageEx5(a,b,1,d,0,f,g,0,0)"));
+        for (int i = 1; i < UploadPool::threadsOfClient + UploadPool::waitingUploads; ++i) {
+            silent.send(upload);
         }
+        silent.send(QStringLiteral("@"));
+        QCOMPARE(silent.next(), QString::fromLatin1(""));
+        int dropped = 0;
+        expectLine("^upload: refused, 1000 uploads wait already");
+        for (int i = 0; i < 2; ++i) { // the last that may wait, and one more
+            UploadPool::instance().start(
+                gpWebSocket, [] {}, [&dropped](bool ran) { dropped += ran ? 0 : 1; });
+        }
+        QTRY_COMPARE(dropped, 1);
         QTRY_COMPARE(recording::count("sUpLoadImageEx5"), UploadPool::threadsOfClient);
         recording::answer("bUpLoadImage", true);
         other.send(QStringLiteral("bUpLoadImage(a,b,1,d)"));
@@ -557,14 +599,23 @@ private Q_SLOTS:
         silent.socket().abort();
         QTRY_COMPARE(pages(), 1);
         recording::release("sUpLoadImageEx5");
-        other.send(QStringLiteral("sUpLoadImageEx5(a,b,1,d,0,f,g,0,0)"));
-        QTRY_COMPARE(recording::count("sUpLoadImageEx5"), UploadPool::threadsOfClient + 1);
+        QTRY_COMPARE(dropped, 2);
+        recording::hold("sUpLoadImageEx5");
+        for (int i = 0; i < UploadPool::threads; ++i) {
+            other.send(upload);
+        }
+        QTRY_COMPARE(recording::count("sUpLoadImageEx5"), 2 * UploadPool::threadsOfClient);
+        recording::release("sUpLoadImageEx5");
+        for (int i = 0; i < UploadPool::threads; ++i) {
+            QVERIFY(!other.next().isNull());
+        }
+        QCOMPARE(recording::count("sUpLoadImageEx5"),
+                 UploadPool::threadsOfClient + UploadPool::threads);
     }
 
     void refusalsDoNotFillTheLog()
     {
-        ManualClock clock;
-        base::Clock::setShared(&clock);
+        base::Clock::setShared(&m_clock);
         RefusalLog log("transport", 2);
         for (const char *line :
              {"^transport: first", "^transport: second",
@@ -576,11 +627,10 @@ private Q_SLOTS:
         for (int i = 0; i < 3; ++i) {
             log.write(QStringLiteral("unexpected"));
         }
-        clock.advance(1s);
+        m_clock.advance(1s);
         log.flush();
         log.flush();
         log.write(QStringLiteral("next"));
-        base::Clock::setShared(nullptr);
     }
 
 private:
@@ -614,6 +664,7 @@ private:
         return sum;
     }
 
+    ManualClock m_clock;
     Limits m_limits;
     std::unique_ptr<WebSocketServerManager> m_manager;
 };

@@ -2,6 +2,7 @@
 #include "log/qlog.h"
 #include "log/qlogtonet.h"
 #include "log/trace.h"
+#include "tests/fulldisk.h"
 #include "tests/rows.h"
 #include "tests/textstreamlog.h"
 
@@ -264,10 +265,14 @@ private Q_SLOTS:
         row("a mebibyte", QString(mebibyte, u'A'), quoted("A", mebibyte));
         row("one more", QString(mebibyte + 1, u'A'),
             quoted("A", 65536) + " ... the beginning of 1048577 characters");
-        row("characters of several bytes", QString(400000, u'柜'),
-            quoted("柜", 21845) + " ... the beginning of 400000 characters");
-        row("whole characters only", QLatin1Char('A') + QString::fromUtf8("𠀀").repeated(300000),
-            "\"A" + QByteArray("𠀀").repeated(16383) + "\" ... the beginning of 600001 characters");
+        row("characters of two bytes", QString(600000, u'é'),
+            quoted("é", 32768) + " ... the beginning of 600000 characters");
+        row("of three bytes", QString(400000, QChar(0x800)),
+            quoted("\u0800", 21845) + " ... the beginning of 400000 characters");
+        row("whole characters only",
+            QLatin1Char('A') + QString::fromUtf8("𠀀").repeated(16384) + QString(1200000, u'B'),
+            "\"A" + QByteArray("𠀀").repeated(16383)
+                + "\" ... the beginning of 1232769 characters");
         row("escaped characters", QString(200000, QChar(1)),
             quoted("\\u0001", 65536) + " ... the beginning of 200000 characters");
     }
@@ -283,7 +288,11 @@ private Q_SLOTS:
 
     void longLines()
     {
+        m_log->setMaxLogSize(16384);
         m_log->handler(QLog::LogToFile);
+        print(QString(16384, u'x')); // and a line end: the next line goes to the next file
+        QCOMPARE(today(), QByteArray("(no such file)"));
+        m_log->setMaxLogSize(defaultMaxLogSize);
         print(QString(1500000, u'x'));
         QVERIFY(today()
                 == QByteArray(65536, 'x')
@@ -361,6 +370,11 @@ private Q_SLOTS:
         space = 0;
         print(QStringLiteral("eight"));
         QVERIFY(content(filePath(QStringLiteral("2022-11-17"))).endsWith("256 MB free\n"));
+
+        m_log->setFreeSpace({}); // what the disk says
+        const FullDisk full(QLog::minFreeBytes - 1);
+        print(QStringLiteral("nine"));
+        QCOMPARE(content(filePath(QStringLiteral("2022-11-17"))).count("256 MB free\n"), 3);
     }
 
     void fileTruncatedFromOutsideIsNoticed()
@@ -692,6 +706,13 @@ private Q_SLOTS:
         // Qt may print a warning first, for a thread that starts without an application object.
         QVERIFY(program.readAllStandardError().endsWith("after the log\n"));
         QCOMPARE(today(), QByteArray("while it runs\nafter the application object\n"));
+
+        // Without a folder the lines go to standard error.
+        program.start(QCoreApplication::applicationFilePath(),
+                      {QLatin1String(printAtExitOption), QStringLiteral("/proc/log"),
+                       QString::number(freePort())});
+        QVERIFY(program.waitForFinished());
+        QVERIFY(program.readAllStandardError().contains("while it runs\nafter the application"));
     }
 
 private:

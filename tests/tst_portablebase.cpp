@@ -9,16 +9,17 @@
 #include "portable/base/featuretext.h"
 #include "portable/base/filereader.h"
 #include "portable/base/inifile.h"
+#include "portable/base/inputlimits.h"
 #include "portable/base/texts.h"
 #include "portable/base/unsupported.h"
 #include "portable/base/writecheck.h"
+#include "tests/fulldisk.h"
 #include "tests/portabletest.h"
 
 #include <QtTest>
 #include <sys/stat.h>
 
 #include <future>
-#include <limits>
 #include <stdexcept>
 
 using namespace portable;
@@ -150,8 +151,15 @@ private Q_SLOTS:
     {
         QString error;
         QVERIFY2(hasRoomFor(0, path("none/yet"), &error), qPrintable(error));
-        QVERIFY(!hasRoomFor(std::numeric_limits<qint64>::max() / 2, path("none/yet"), &error));
-        QVERIFY2(error.startsWith(line("the disk is nearly full: ")), qPrintable(error));
+        const FullDisk full(limits::diskReserve + 10 * limits::mebi);
+        QVERIFY(hasRoomFor(10 * limits::mebi, path("none/yet"), &error));
+        QVERIFY(!hasRoomFor(10 * limits::mebi + 1, path("none/yet"), &error));
+        QCOMPARE(error,
+                 line("the disk is nearly full: 266 MB are free, and 10 MB are needed besides "
+                      "256 MB kept for others"));
+        QVERIFY(writeWholeFile(path("small"), "1", &error));
+        QVERIFY(!writeWholeFiles({{path("large"), QByteArray(11 << 20, 'x')}}, &error));
+        QVERIFY2(error.startsWith(path("large: the disk is")), qPrintable(error));
         QVERIFY(areOnOneDisk(path("a"), path("b/c")) && !areOnOneDisk(path("a"), line("/proc/x")));
     }
 
@@ -342,7 +350,12 @@ private Q_SLOTS:
         QCOMPARE(m_log->takeLines(), QStringList());
         writeFile(path("bad.ini"), "[g\nno value\n");
         IniFile bad(path("bad.ini"));
-        QCOMPARE(m_log->takeLines().size(), 1);
+        QCOMPARE(m_log->takeLines(),
+                 QStringList{path("bad.ini: there are lines in it without \"=\"")});
+        writeFile(path("large.ini"), "[g]\na=1\n" + QByteArray(limits::settingsFile, '\n'));
+        QCOMPARE(IniFile(path("large.ini")).text(line("g/a")), QString());
+        QCOMPARE(m_log->takeLines(),
+                 QStringList{path("large.ini: it is larger than 1048576 bytes")});
         IniFile absent(path("absent.ini"));
         QCOMPARE(absent.text(line("g/a")), QString());
         QCOMPARE(m_log->takeLines(), QStringList());
