@@ -651,6 +651,16 @@ private Q_SLOTS:
         }
     }
 
+    void truthsAreZeroOrOne()
+    {
+        for (const uchar byte : {0, 1, 2, 129}) {
+            const Message message{MessageKind::Reply, 0, QByteArray(1, char(byte)), -1};
+            Reader reader(message);
+            QCOMPARE(reader.value<bool>(), byte == 1);
+            QCOMPARE(reader.isOk(), byte <= 1);
+        }
+    }
+
     void messages()
     {
         int ends[2];
