@@ -86,7 +86,7 @@ std::function<ReleasePixels(std::uint64_t)> releaseOfThread()
 const std::array<Deliver, functionCount> deliverers = {
 #define DEVICE(library, kind, seconds, result, name, parameters, names)                            \
     DeliveryOf<FunctionId::name, result parameters>::deliver,
-#include "deviceprocess/functions.h"
+#include "devicelib/functions.h"
 };
 
 namespace {
@@ -171,7 +171,7 @@ using Call = void (*)();
 constexpr Call calls[] = {
 #define DEVICE(library, kind, seconds, result, name, parameters, names)                            \
     &Caller<result parameters>::call<FunctionId::name, FunctionKind::kind>,
-#include "deviceprocess/functions.h"
+#include "devicelib/functions.h"
 };
 
 constexpr std::size_t segmentSize = 4096;
