@@ -600,6 +600,8 @@ private Q_SLOTS:
             pixels, false);
         row("unknown place", with(good, &PictureHeader::place, PixelPlace(3)), pixels, false);
         row("behind the end", good, with(pixels, &SharedPixels::offset, 4096 - 191), false);
+        row("the last padding missing", with(good, &PictureHeader::bytesPerLine, 49),
+            with(pixels, &SharedPixels::offset, 4096 - 195), false);
         row("far behind the end", good, with(pixels, &SharedPixels::offset, 5000), false);
         row("more than there is", good, with(pixels, &SharedPixels::segmentSize, 4097), false);
         row("the last of an inline one",
