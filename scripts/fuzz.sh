@@ -33,7 +33,7 @@ done
 seconds=$(awk -v minutes="$minutes" 'BEGIN { print int(minutes * 60) }')
 [ "$seconds" -gt 0 ] || { usage >&2; exit 2; }
 
-targets=$(sed -n 's/^add_fuzz_target(\([a-z]*\).*/\1/p' tests/fuzz/CMakeLists.txt)
+targets=$(sed -nE 's/^add_(server_)?fuzz_target\(([a-z]+).*/\2/p' tests/fuzz/CMakeLists.txt)
 if [ "$target" != all ]; then
     grep -qx "$target" <<<"$targets" || fail "there is no target $target; there are: $(tr '\n' ' ' <<<"$targets")"
     targets=$target
@@ -67,7 +67,7 @@ run_target() {
 }
 export -f run_target
 export ASAN_OPTIONS=allocator_may_return_null=1:detect_odr_violation=0 \
-    LSAN_OPTIONS=suppressions=$PWD/tests/lsan.supp \
+    LSAN_OPTIONS=suppressions=$PWD/tests/lsan.supp:print_suppressions=0 \
     UBSAN_OPTIONS=print_stacktrace=1
 say "fuzzing for $seconds s each: $(tr '\n' ' ' <<<"$targets")"
 # shellcheck disable=SC2016 # for the shell that xargs starts
