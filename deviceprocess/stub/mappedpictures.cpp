@@ -190,8 +190,8 @@ bool readPicture(Reader &reader, const MakeRelease &release, cv::Mat *picture)
     const std::uint64_t used = bytesUsed(
         header, std::uint64_t(CV_ELEM_SIZE(type)) * std::uint64_t(std::max(header.width, 0)));
     auto pixels = used > 0 ? readPixels(reader, header, used, release) : nullptr;
-    if (!pixels || header.format != type) {
-        return false;
+    if (!pixels || header.format != type || header.bytesPerLine % CV_ELEM_SIZE1(type) != 0) {
+        return false; // OpenCV would throw
     }
     cv::Mat shared(header.height, header.width, type, const_cast<uchar *>(pixels->data),
                    std::size_t(header.bytesPerLine));

@@ -653,6 +653,19 @@ private Q_SLOTS:
         }
     }
 
+    void linesOfMatricesHoldWholeNumbers()
+    {
+        for (const std::uint64_t bytesPerLine : {8U, 9U}) {
+            Writer writer;
+            writer.value(PictureHeader{PixelPlace::Inline, 4, 2, CV_16UC1, bytesPerLine});
+            writer.bytes(QByteArray(20, 'p'));
+            const Message message{MessageKind::Reply, 0, writer.body(), -1};
+            Reader reader(message);
+            cv::Mat picture;
+            QCOMPARE(readPicture(reader, {}, &picture), bytesPerLine == 8);
+        }
+    }
+
     void truthsAreZeroOrOne()
     {
         for (const uchar byte : {0, 1, 2, 129}) {
