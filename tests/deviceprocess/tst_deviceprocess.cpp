@@ -668,7 +668,7 @@ private Q_SLOTS:
 
     void truthsAreZeroOrOne()
     {
-        for (const uchar byte : {0, 1, 2, 129}) {
+        for (const int byte : {0, 1, 2, 129}) {
             const Message message{MessageKind::Reply, 0, QByteArray(1, char(byte)), -1};
             Reader reader(message);
             QCOMPARE(reader.value<bool>(), byte == 1);
