@@ -62,7 +62,6 @@ void checkCameras()
 
 void fuzz::prepare()
 {
-    QDir::setCurrent(folder());
     write(QStringLiteral("a.jpg"), QByteArray(mostBytes, 'a'));
     write(QStringLiteral("large.JPG"), QByteArray(mostBytes + 1, 'a'));
     write(QStringLiteral("empty.[pdf]"), {});
@@ -78,7 +77,7 @@ void fuzz::run(const QByteArray &input)
     Fields fields(input);
     const QString name = QString::fromUtf8(fields.part());
     const QString format = QString::fromUtf8(fields.part());
-    checkPaths(name, format);
+    checkPaths(path(name), format); // an absolute one stays as it is
     write(QStringLiteral("devices.ini"), fields.rest());
     checkCameras();
 }
