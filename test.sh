@@ -12,7 +12,8 @@ Installs missing Debian packages (as root or with sudo) and the npm packages of 
 (tests/web/), checks the layout of the sources and the direction of their includes, builds, and
 runs the tests.
 
-  --sanitizers   also run them with the address and thread sanitizers
+  --sanitizers   also run them with the address and thread sanitizers, then each fuzz target for
+                 half a minute
   --lint         run clang-tidy, shellcheck and style checks instead; any finding fails
   --no-install   do not install Debian or npm packages
   --help         show this text
@@ -23,10 +24,14 @@ TEXT
 
 install=yes
 lint=no
+fuzz=no
 builds=release
 for option in "$@"; do
     case "$option" in
-    --sanitizers) builds="release asan tsan" ;;
+    --sanitizers)
+        builds="release asan tsan"
+        fuzz=yes
+        ;;
     --lint) lint=yes ;;
     --no-install) install=no ;;
     --help | -h) usage; exit 0 ;;
@@ -40,6 +45,7 @@ if [ "$lint" = yes ]; then
 fi
 if [ "$install" = yes ]; then
     install_packages build run test format
+    [ "$fuzz" = no ] || install_packages fuzz
     install_npm_packages
 fi
 say "checking layout and includes"
@@ -56,3 +62,4 @@ for name in $builds; do
     say "testing build/$name"
     (cd "build/$name" && ctest -j"$(nproc)" --output-on-failure)
 done
+[ "$fuzz" = no ] || scripts/fuzz.sh --no-install all 0.5

@@ -84,6 +84,11 @@ public:
     template <class Value> Value value()
     {
         static_assert(std::is_trivially_copyable<Value>::value, "plain values only");
+        if constexpr (std::is_same<Value, bool>::value) {
+            const auto byte = value<std::uint8_t>(); // a bool of another value is undefined
+            m_isOk = m_isOk && byte <= 1;
+            return m_isOk && byte == 1;
+        }
         Value result{};
         if (const char *from = take(sizeof result)) {
             std::memcpy(&result, from, sizeof result);

@@ -33,7 +33,7 @@ done
 seconds=$(awk -v minutes="$minutes" 'BEGIN { print int(minutes * 60) }')
 [ "$seconds" -gt 0 ] || { usage >&2; exit 2; }
 
-targets=$(sed -n 's/^add_fuzz_target(\([a-z]*\).*/\1/p' tests/fuzz/CMakeLists.txt)
+targets=$(sed -nE 's/^add_(server_)?fuzz_target\(([a-z]+).*/\2/p' tests/fuzz/CMakeLists.txt)
 if [ "$target" != all ]; then
     grep -qx "$target" <<<"$targets" || fail "there is no target $target; there are: $(tr '\n' ' ' <<<"$targets")"
     targets=$target
@@ -45,14 +45,17 @@ build fuzz $([ "$target" = all ] && echo fuzz_targets || echo "fuzz_$target") \
 
 # run_target NAME SECONDS: one target; fails and says so when it has found something.
 run_target() {
-    local name=$1 seconds=$2 folder=build/fuzz log status=0
+    local name=$1 seconds=$2 folder=build/fuzz log status=0 leaks=1
     local program=$folder/tests/fuzz/fuzz_$name
     log=$folder/findings/$name.log
     mkdir -p "$folder/findings" "$folder/corpus/$name" "$folder/seeds/$name"
     FUZZ_SEEDS=$folder/seeds/$name "$program" >"$log" 2>&1 || status=$?
+    # To look for leaks takes long in a program with threads: it is done once, at the end.
+    ! grep -q "^add_server_fuzz_target($name\b" tests/fuzz/CMakeLists.txt || leaks=0
     # Standard output is closed: what the code prints for technicians would fill the disk.
     [ "$status" -ne 0 ] || "$program" -max_total_time="$seconds" -timeout=10 -rss_limit_mb=2048 \
-        -close_fd_mask=1 -print_final_stats=1 -artifact_prefix="$folder/findings/$name-" \
+        -detect_leaks="$leaks" -close_fd_mask=1 -print_final_stats=1 \
+        -artifact_prefix="$folder/findings/$name-" \
         "$folder/corpus/$name" "$folder/seeds/$name" >"$log" 2>&1 || status=$?
     if [ "$status" -ne 0 ]; then
         tail -n 40 "$log"
@@ -67,7 +70,7 @@ run_target() {
 }
 export -f run_target
 export ASAN_OPTIONS=allocator_may_return_null=1:detect_odr_violation=0 \
-    LSAN_OPTIONS=suppressions=$PWD/tests/lsan.supp \
+    LSAN_OPTIONS=suppressions=$PWD/tests/lsan.supp:print_suppressions=0 \
     UBSAN_OPTIONS=print_stacktrace=1
 say "fuzzing for $seconds s each: $(tr '\n' ' ' <<<"$targets")"
 # shellcheck disable=SC2016 # for the shell that xargs starts

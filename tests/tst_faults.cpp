@@ -5,6 +5,7 @@
 
 #include "dispatch/failureresult.h"
 #include "dispatch/messagerun.h"
+#include "tests/devicelisteners.h"
 #include "tests/manualclock.h"
 #include "tests/pages.h"
 #include "tests/recordingdevice.h"
@@ -16,7 +17,6 @@
 
 #include <memory>
 #include <mutex>
-#include <thread>
 
 namespace {
 
@@ -69,39 +69,6 @@ QString commandText(const QString &name)
     // For an upload the last two mean: no progress, no result on the screen.
     const QString usual = QStringLiteral("1,2,3,4,5,6,7,0,0");
     return name + QLatin1Char('(') + own.value(name, usual) + QLatin1Char(')');
-}
-
-template <class Function, class... Arguments>
-void callListener(const char *function, Arguments... arguments)
-{
-    if (auto *listener = recording::listener<Function>(function)) {
-        std::thread([=] { listener(arguments...); }).join();
-    }
-}
-
-/// Calls the listeners that a library calls even when it fails.
-void reportFailures()
-{
-    callListener<void(int)>("DemoUIShow", 0);
-    callListener<void()>("CloseLivingBody");
-    callListener<void(QByteArray, QByteArray, int, const char *, void *)>(
-        "fingerCaptureRawData", QByteArray(), QByteArray(), -1, static_cast<const char *>(nullptr),
-        recording::contextOf("fingerCaptureRawData"));
-}
-
-/// Calls all listeners that the library was given.
-void reportResults()
-{
-    reportFailures();
-    void *const none = nullptr;
-    callListener<void(int, void *)>("bImageMatchOnline", 80, none);
-    callListener<void(const char *, void *)>("bFaceFeatureGetOnline", "late", none);
-    callListener<void(int, void *)>("bLivingBodyDetectOnline", 1, none);
-    callListener<void(const char *, int, int)>("AutoLivingBody", "late", 4, 0);
-    callListener<void(const char *, int, int)>("AutoLivingBody", "late", 4, 1);
-    callListener<void(int, int, int, unsigned, int, void *)>("vSetCapturePin", 1, 0, 0, 0U, 0,
-                                                             none);
-    recording::notifyObserver(1);
 }
 
 /// Warnings since the last take, instead of a terminal full of debug lines.
@@ -190,7 +157,7 @@ private Q_SLOTS:
         QCOMPARE(take(nextAnswer), nextAnswer);
         if (fault == Fault::CallsBackLate) {
             m_page.reset();
-            reportResults();
+            reportResults("late");
             return; // the next row's page must get its answers
         }
         const int calls = recording::calls().size();

@@ -190,8 +190,8 @@ bool readPicture(Reader &reader, const MakeRelease &release, cv::Mat *picture)
     const std::uint64_t used = bytesUsed(
         header, std::uint64_t(CV_ELEM_SIZE(type)) * std::uint64_t(std::max(header.width, 0)));
     auto pixels = used > 0 ? readPixels(reader, header, used, release) : nullptr;
-    if (!pixels || header.format != type) {
-        return false;
+    if (!pixels || header.format != type || header.bytesPerLine % CV_ELEM_SIZE1(type) != 0) {
+        return false; // OpenCV would throw
     }
     cv::Mat shared(header.height, header.width, type, const_cast<uchar *>(pixels->data),
                    std::size_t(header.bytesPerLine));
@@ -216,9 +216,11 @@ bool readPicture(Reader &reader, const MakeRelease &release, QImage *picture)
         return false;
     }
     const auto bits = std::uint64_t(QImage::toPixelFormat(format).bitsPerPixel());
-    const std::uint64_t used =
-        bytesUsed(header, (bits * std::uint64_t(std::max(header.width, 0)) + 7) / 8);
-    auto pixels = used > 0 ? readPixels(reader, header, used, release) : nullptr;
+    const std::uint64_t bytesInLine = (bits * std::uint64_t(std::max(header.width, 0)) + 7) / 8;
+    // QImage reads the padding of the last line, too, when it is copied.
+    const std::uint64_t used = header.bytesPerLine * std::uint64_t(std::max(header.height, 0));
+    auto pixels =
+        bytesUsed(header, bytesInLine) > 0 ? readPixels(reader, header, used, release) : nullptr;
     if (!pixels) {
         return false;
     }

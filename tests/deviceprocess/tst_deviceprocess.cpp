@@ -600,6 +600,8 @@ private Q_SLOTS:
             pixels, false);
         row("unknown place", with(good, &PictureHeader::place, PixelPlace(3)), pixels, false);
         row("behind the end", good, with(pixels, &SharedPixels::offset, 4096 - 191), false);
+        row("the last padding missing", with(good, &PictureHeader::bytesPerLine, 49),
+            with(pixels, &SharedPixels::offset, 4096 - 195), false);
         row("far behind the end", good, with(pixels, &SharedPixels::offset, 5000), false);
         row("more than there is", good, with(pixels, &SharedPixels::segmentSize, 4097), false);
         row("the last of an inline one",
@@ -648,6 +650,29 @@ private Q_SLOTS:
             if (file >= 0) {
                 close(file);
             }
+        }
+    }
+
+    void linesOfMatricesHoldWholeNumbers()
+    {
+        for (const std::uint64_t bytesPerLine : {8U, 9U}) {
+            Writer writer;
+            writer.value(PictureHeader{PixelPlace::Inline, 4, 2, CV_16UC1, bytesPerLine});
+            writer.bytes(QByteArray(20, 'p'));
+            const Message message{MessageKind::Reply, 0, writer.body(), -1};
+            Reader reader(message);
+            cv::Mat picture;
+            QCOMPARE(readPicture(reader, {}, &picture), bytesPerLine == 8);
+        }
+    }
+
+    void truthsAreZeroOrOne()
+    {
+        for (const int byte : {0, 1, 2, 129}) {
+            const Message message{MessageKind::Reply, 0, QByteArray(1, char(byte)), -1};
+            Reader reader(message);
+            QCOMPARE(reader.value<bool>(), byte == 1);
+            QCOMPARE(reader.isOk(), byte <= 1);
         }
     }
 

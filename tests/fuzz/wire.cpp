@@ -34,6 +34,8 @@ template <class Pixels> void touch(const Pixels *pixels, std::size_t size)
 void use(const QImage &image)
 {
     touch(image.constBits(), std::size_t(image.sizeInBytes()));
+    image.convertToFormat(QImage::Format_RGB32);
+    image.copy();
 }
 
 void use(const cv::Mat &picture)
@@ -86,7 +88,7 @@ std::function<ReleasePixels(std::uint64_t)> releaseOfThread()
 const std::array<Deliver, functionCount> deliverers = {
 #define DEVICE(library, kind, seconds, result, name, parameters, names)                            \
     DeliveryOf<FunctionId::name, result parameters>::deliver,
-#include "deviceprocess/functions.h"
+#include "devicelib/functions.h"
 };
 
 namespace {
@@ -171,7 +173,7 @@ using Call = void (*)();
 constexpr Call calls[] = {
 #define DEVICE(library, kind, seconds, result, name, parameters, names)                            \
     &Caller<result parameters>::call<FunctionId::name, FunctionKind::kind>,
-#include "deviceprocess/functions.h"
+#include "devicelib/functions.h"
 };
 
 constexpr std::size_t segmentSize = 4096;
