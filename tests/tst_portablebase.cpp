@@ -274,7 +274,7 @@ private Q_SLOTS:
             wasStopped = stop.sleepUntil(BackgroundJob::Clock::now() + std::chrono::seconds(30));
             return {};
         }));
-        QTimer::singleShot(0, qApp, &QCoreApplication::quit);
+        QTimer::singleShot(0, QCoreApplication::instance(), &QCoreApplication::quit);
         QCoreApplication::exec();
         QVERIFY(wasStopped);
         QVERIFY(!job.run([](const BackgroundJob::Stop &) {}));

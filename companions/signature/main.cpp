@@ -2,8 +2,8 @@
 //
 // The signature service.
 
+#include "base/memorylimit.h"
 #include "companions/common/companionprogram.h"
-#include "companions/signature/memorylimit.h"
 #include "companions/signature/signatureservice.h"
 
 #include <QApplication>

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "companions/signature/pagerenderer.h"
 
-#include "companions/signature/memorylimit.h"
+#include "base/memorylimit.h"
 
 namespace {
 

@@ -4,6 +4,7 @@
 // starts it, with a socket for new callers as descriptor 3 and one for events as 4, and it ends
 // with the server.
 
+#include "base/memorylimit.h"
 #include "deviceprocess/host/callerlink.h"
 #include "deviceprocess/host/landlock.h"
 #include "deviceprocess/host/library.h"
@@ -56,8 +57,7 @@ void limitResources(int memoryMiB)
     prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0);
     const rlimit noCore{0, 0};
     setrlimit(RLIMIT_CORE, &noCore);
-    const rlimit memory{rlim_t(memoryMiB) << 20, rlim_t(memoryMiB) << 20};
-    setrlimit(RLIMIT_DATA, &memory);
+    limitMemory(rlim_t(memoryMiB) << 20);
 }
 
 /// Lines go to the server's log, with the text that they have there today.
