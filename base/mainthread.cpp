@@ -12,23 +12,24 @@ namespace base {
 
 namespace {
 
-/// Lives on the main thread and runs one task for each event.
+/// Never deleted: worker threads may post until the very end of the process.
+TaskQueue &tasks()
+{
+    static auto *const queue = new TaskQueue;
+    return *queue;
+}
+
+/**
+ * Lives on the main thread and runs one task for each event. It has no members: the thread
+ * sanitizer doesn't see how Qt hands an object to that thread which another one has made.
+ */
 class Receiver : public QObject
 {
 public:
     Receiver() { moveToThread(QCoreApplication::instance()->thread()); }
 
-    void post(std::function<void()> task)
-    {
-        m_tasks.push(std::move(task));
-        QCoreApplication::postEvent(this, new QEvent(QEvent::User));
-    }
-
 protected:
-    void customEvent(QEvent * /*event*/) override { m_tasks.runNext(); }
-
-private:
-    TaskQueue m_tasks;
+    void customEvent(QEvent * /*event*/) override { tasks().runNext(); }
 };
 
 } // namespace
@@ -38,9 +39,9 @@ void postToMainThread(std::function<void()> task)
     if (!QCoreApplication::instance()) {
         return;
     }
-    // Never deleted: worker threads may post until the very end of the process.
     static auto *const receiver = new Receiver;
-    receiver->post(std::move(task));
+    tasks().push(std::move(task));
+    QCoreApplication::postEvent(receiver, new QEvent(QEvent::User));
 }
 
 } // namespace base

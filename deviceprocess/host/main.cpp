@@ -4,6 +4,7 @@
 // starts it, with a socket for new callers as descriptor 3 and one for events as 4, and it ends
 // with the server.
 
+#include "base/mainthread.h"
 #include "base/memorylimit.h"
 #include "deviceprocess/host/callerlink.h"
 #include "deviceprocess/host/landlock.h"
@@ -113,8 +114,7 @@ void takeControl(Library &library, Pictures &pictures)
         if (isMainThread) {
             // A shared pointer, for functors are copied on their way.
             auto shared = std::make_shared<std::unique_ptr<CallerLink>>(std::move(link));
-            QMetaObject::invokeMethod(
-                qApp, [shared] { serveOnMainThread(std::move(*shared)); }, Qt::QueuedConnection);
+            base::postToMainThread([shared] { serveOnMainThread(std::move(*shared)); });
         } else {
             std::thread([link = std::move(link)] {
                 while (link->serveOne()) { }

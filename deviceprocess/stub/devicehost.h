@@ -8,6 +8,7 @@
 #include <QString>
 
 #include <array>
+#include <atomic>
 #include <chrono>
 #include <condition_variable>
 #include <cstdint>
@@ -120,7 +121,7 @@ private:
     void waitBeforeRestart();
 
     const QString m_program;
-    double m_timeFactor = 1;
+    std::atomic<double> m_timeFactor{1};
     std::vector<QByteArray> m_environment;
     QByteArray m_folders; ///< Guarded by m_mutex.
     mutable std::mutex m_mutex;
