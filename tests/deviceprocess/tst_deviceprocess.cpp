@@ -533,31 +533,19 @@ private Q_SLOTS:
 
     void badEventsEndTheProcess_data()
     {
-        const Rows<QByteArray, bool> row("order", "ends");
-        row("a context that nobody gave", "bFaceFeatureGet stranger", true);
-        row("a flood", "bFaceFeatureGet flood 2001", true);
-        row("many", "bFaceFeatureGet flood 1000", false);
+        const Rows<QByteArray> row("order");
+        row("a context that nobody gave", "bFaceFeatureGet stranger");
+        row("a flood", "bFaceFeatureGet flood 2001");
     }
 
     void badEventsEndTheProcess()
     {
         QFETCH(QByteArray, order);
-        QFETCH(bool, ends);
-        if (!ends) {
-            giveTime();
-        }
         this->order(order);
-        Heard::take();
         const int restarts = DeviceHost::instance().restarts();
         bFaceFeatureGet(true, "a", "b", &Heard::listen<const char *, void *>, Heard::contexts);
         this->order("none none");
-        if (ends) {
-            QVERIFY(waitFor([=] { return DeviceHost::instance().restarts() > restarts; }));
-        } else {
-            QByteArray heard;
-            QVERIFY(waitFor([&] { return (heard += Heard::take()).count('<') == 1000; }));
-            QCOMPARE(DeviceHost::instance().restarts(), restarts);
-        }
+        QVERIFY(waitFor([=] { return DeviceHost::instance().restarts() > restarts; }));
     }
 
     void linesAreLogged()
