@@ -75,7 +75,7 @@ bool isOnProc(int descriptor)
     return fstatfs(descriptor, &system) == 0 && system.f_type == procMagic;
 }
 
-/// Target of the link that an O_PATH descriptor stands for; empty when it is none.
+/// Target of the link that an O_PATH descriptor refers to; empty if it isn't a link.
 QByteArray targetOf(int descriptor, const char *name)
 {
     std::array<char, PATH_MAX> target;

@@ -25,7 +25,7 @@ void writeFile(const QString &path, const QByteArray &content)
     }
 }
 
-/// A policy like the one in docs/access.md, with a page that it lets in.
+/// A policy like the one in docs/access.md, and a page that it admits.
 class Terminal
 {
 public:

@@ -100,7 +100,7 @@ void ClientQueue::runNext(const ClientPtr &client)
     client->spent += base::Clock::shared().now() - start;
 }
 
-/// Lets the client wait for its turn, if there is something to carry out.
+/// Queues the client for its turn if it has something to carry out.
 void ClientQueue::queueUp(const ClientPtr &client)
 {
     if (client->mayRun() && !client->inRing) {

@@ -29,7 +29,7 @@ public:
      * Takes received bytes. \return the requests they complete, in order
      *
      * Nothing more is read after an unknown type or a length that is negative or above
-     * `maxPartSize`: there is no way to tell where the next request starts.
+     * `maxPartSize`: the start of the next request is unknown.
      */
     QList<Request> feed(const QByteArray &bytes);
 

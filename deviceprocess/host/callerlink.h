@@ -26,7 +26,7 @@ public:
     bool serveOne();
 
     /**
-     * Tells the server of a listener's call: during a call of the server, and on its thread, on the
+     * Sends a listener's call to the server: during a call of the server, and on its thread, on the
      * same connection, so that it comes before the reply; else on the connection for events.
      */
     static void sendEvent(std::uint32_t function, const Writer &event);

@@ -20,7 +20,7 @@ namespace deviceprocess {
 using Execute = void (*)(void *libraryFunction, Reader &arguments, Writer &reply,
                          Pictures &pictures);
 
-/// Stands in the library's place for the receiver of iAutoScan_observr.
+/// Passed to the library as the receiver of iAutoScan_observr.
 QObject *relayReceiver();
 const char *relaySlot();
 

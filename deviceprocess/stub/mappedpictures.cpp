@@ -46,7 +46,7 @@ private:
 
 using MappingPointer = std::shared_ptr<const Mapping>;
 
-/// The latest mappings, so that a preview doesn't map anew for each frame.
+/// The latest mappings, reused so that a preview doesn't map every frame.
 class Mappings
 {
 public:
@@ -119,7 +119,7 @@ struct Pixels
     }
 };
 
-/// Lets matrices share Pixels: deletes them with the last matrix.
+/// Shares Pixels between matrices: deletes them with the last matrix.
 class PixelsAllocator : public cv::MatAllocator
 {
 public:
