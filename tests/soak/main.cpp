@@ -12,6 +12,7 @@
 #include <algorithm>
 #include <array>
 #include <chrono>
+#include <cinttypes>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
@@ -443,9 +444,9 @@ int Soak::judge(const Usage &before, const Usage &after) const
     print("end", m_samples.back().second);
     print("after, no clients", after);
     std::printf("memory slope after the warm-up: %+.2f MiB an hour\n", slopePerHour());
-    std::printf("replies: %llu sent for, %llu lost; after %.1f ms (median), %.1f (99 %%)\n",
-                quint64(m_sent), quint64(m_lost), percentile(m_replyMs, 0.5),
-                percentile(m_replyMs, 0.99));
+    std::printf("replies: %" PRIu64 " sent for, %" PRIu64
+                " lost; after %.1f ms (median), %.1f (99 %%)\n",
+                m_sent, m_lost, percentile(m_replyMs, 0.5), percentile(m_replyMs, 0.99));
     std::printf("frames a second: %.0f at the 1st percentile, %.0f median, %.0f at the 99th (%zu "
                 "seconds)\n",
                 percentile(m_frameRates, 0.01), percentile(m_frameRates, 0.5),
