@@ -5,6 +5,7 @@
 #include "tests/manualclock.h"
 #include "tests/portabletest.h"
 
+#include <QScopeGuard>
 #include <QSslSocket>
 #include <QTcpServer>
 #include <QtTest>
@@ -409,6 +410,12 @@ private Q_SLOTS:
         QVERIFY(!mayFollowRedirection(secure, plain));
         QVERIFY(!mayFollowRedirection(plain, QUrl(line("ftp://h/a"))));
         QVERIFY(!mayFollowRedirection(plain, QUrl(line("http:///a"))));
+        qputenv("DEVICEHOST_FOLDERS", "r /tmp"); // an access policy restricts the device process
+        const auto end = qScopeGuard([] { qunsetenv("DEVICEHOST_FOLDERS"); });
+        QVERIFY(mayFollowRedirection(plain, QUrl(line("http://h:80/b"))));
+        for (const char *other : {"http://other/a", "http://h:81/a", "https://h/a"}) {
+            QVERIFY2(!mayFollowRedirection(plain, QUrl(line(other))), other);
+        }
     }
 
     void severalAtOnce()

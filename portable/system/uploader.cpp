@@ -374,7 +374,13 @@ QUrl uploadAddress(const QString &host, const QString &page, long port, QString 
 bool mayFollowRedirection(const QUrl &from, const QUrl &to)
 {
     const QString secure = QStringLiteral("https");
-    return isHttp(to) && (from.scheme() != secure || to.scheme() == secure);
+    const int usualPort = from.scheme() == secure ? 443 : 80;
+    const bool isSameServer = from.scheme() == to.scheme() && from.host() == to.host()
+        && from.port(usualPort) == to.port(usualPort);
+    // The server has set this variable for a device process that an access policy restricts. The
+    // policy has decided on the address of the command only.
+    return isHttp(to) && (from.scheme() != secure || to.scheme() == secure)
+        && (isSameServer || !qEnvironmentVariableIsSet("DEVICEHOST_FOLDERS"));
 }
 
 UploadFields uploadFields(const QString &text)

@@ -58,7 +58,10 @@ UploadResult upload(const UploadRequest &request, const UploadLimits &limits = {
  */
 QUrl uploadAddress(const QString &host, const QString &page, long port, QString *error);
 
-/// Whether an upload may follow a redirection: to http or https, but never from https to http.
+/**
+ * Whether an upload may follow a redirection: to http or https, but never from https to http; under
+ * an access policy only to the same scheme, host and port.
+ */
 bool mayFollowRedirection(const QUrl &from, const QUrl &to);
 
 /// Parses "key=value&key=value", percent-encoded, with a literal "+". Skips items without a key.
