@@ -24,7 +24,7 @@ namespace {
 
 constexpr std::chrono::seconds reportInterval{10};
 constexpr int mostOrigins = 200; ///< that are counted by name; any page can make up more
-constexpr qint64 MiB = 1024 * 1024;
+constexpr qint64 MiB = qint64(1024) * 1024;
 
 const char *modeName(Policy::Mode mode)
 {

@@ -14,7 +14,7 @@ using commands::Use;
 
 namespace {
 
-constexpr qint64 MiB = 1024 * 1024;
+constexpr qint64 MiB = qint64(1024) * 1024;
 
 /// Devices that card readers are on; a device is never a file of [files].
 constexpr const char *readerDevices[] = {"/dev/tty", "/dev/rfcomm", "/dev/usb/", "/dev/hidraw",
@@ -78,7 +78,7 @@ std::optional<Refusal> ArgumentRules::decide()
         if (!has(i) || (text(i).isEmpty() && !isServer)) {
             continue;
         }
-        if (const Verdict refused = decideOn(use, i)) {
+        if (Verdict refused = decideOn(use, i)) {
             return refused;
         }
     }
@@ -173,7 +173,7 @@ std::optional<Refusal> ArgumentRules::readFile(int index)
 /// A link is moved itself; but what it leads to must be readable, for it keeps leading there.
 std::optional<Refusal> ArgumentRules::moveFile(int index)
 {
-    if (const Verdict refused = readFile(index)) {
+    if (Verdict refused = readFile(index)) {
         return refused;
     }
     m_replaced[std::size_t(index)] = QString();

@@ -15,7 +15,7 @@ namespace accesspolicy {
 
 namespace {
 
-constexpr qint64 longestLine = 64 * 1024;
+constexpr qint64 longestLine = qint64(64) * 1024;
 
 QByteArray hashOf(const QByteArray &line)
 {

@@ -92,10 +92,10 @@ std::optional<Refusal> Doorkeeper::atHandshake(const Arrival &arrival, Origin *o
     if (!std::any_of(m_policy->hosts.begin(), m_policy->hosts.end(), covers)) {
         return refusal(QStringLiteral("the Host header is not in host.allow"), "host.allow");
     }
-    if (const auto refused = atOrigin(*origin)) {
+    if (auto refused = atOrigin(*origin)) {
         return refused;
     }
-    if (const auto refused = byToken(handshake)) {
+    if (auto refused = byToken(handshake)) {
         return refused;
     }
     if (arrival.counts.all >= m_policy->clients) {

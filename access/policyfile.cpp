@@ -16,7 +16,7 @@ namespace accesspolicy {
 
 namespace {
 
-constexpr qint64 longestFile = 256 * 1024;
+constexpr qint64 longestFile = qint64(256) * 1024;
 
 QString systemError()
 {

@@ -195,7 +195,7 @@ QByteArray tokenFrom(const QString &path, int line)
                                    "writable by the group nor readable by others")
                         .arg(path)};
     }
-    const QByteArray token = file.read(longestToken).trimmed();
+    QByteArray token = file.read(longestToken).trimmed();
     if (token.size() < shortestToken) {
         throw Fault{
             line, QStringLiteral("%1: the token needs %2 characters").arg(path).arg(shortestToken)};
