@@ -133,8 +133,7 @@ private Q_SLOTS:
                                    "counter.bank.example",
                                    "https://counter.bank.example\t",
                                    "https://c\xD0\xBEunter.bank.example",
-                                   "https://counter\xE3\x80\x82"
-                                   "bank.example",
+                                   "https://counter\u3002bank.example",
                                    "https://*.bank.example",
                                    "*",
                                    "",

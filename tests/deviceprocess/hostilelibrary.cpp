@@ -204,6 +204,7 @@ private:
 #define DEVICE(library, kind, seconds, result, name, parameters, names)                            \
     extern "C" result name parameters                                                              \
     {                                                                                              \
-        return Function<FunctionKind::kind, result parameters>{#name} names;                       \
+        const Function<FunctionKind::kind, result parameters> function{#name};                     \
+        return function names;                                                                     \
     }
 #include "devicelib/functions.h"
