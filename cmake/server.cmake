@@ -68,7 +68,14 @@ target_link_libraries(server_core
     PUBLIC base devicelib Qt5::Core Qt5::Gui Qt5::Network Qt5::WebSockets Qt5::Widgets
     PRIVATE companion_common warnings OpenCV::imgproc OpenCV::imgcodecs JPEG::JPEG Threads::Threads)
 
-add_executable(rvowebSocketServer app/main.cpp app/icons.qrc)
+# The log has the date of the build, so all that the program is linked from renews it.
+set(_build_date ${PROJECT_BINARY_DIR}/builddate.cpp)
+add_custom_command(OUTPUT ${_build_date}
+    COMMAND ${CMAKE_COMMAND} -DOUTPUT=${_build_date} -P ${PROJECT_SOURCE_DIR}/cmake/builddate.cmake
+    DEPENDS server_core app/main.cpp app/builddate.h cmake/builddate.cmake
+    VERBATIM)
+set_source_files_properties(${_build_date} PROPERTIES SKIP_AUTOGEN ON)
+add_executable(rvowebSocketServer app/main.cpp app/icons.qrc ${_build_date})
 target_link_libraries(rvowebSocketServer PRIVATE server_core warnings)
 if(DEVICE_LIBRARIES)
     target_link_libraries(rvowebSocketServer PRIVATE ${DEVICE_LIBRARIES})
