@@ -3,8 +3,10 @@
 // Start-up. Everything else happens in the event loop.
 
 #include "access/accesscontrol.h"
+#include "app/builddate.h"
 #include "app/descriptorlimit.h"
 #include "app/singleinstance.h"
+#include "base/display.h"
 #include "base/logtext.h"
 #include "devicelib/doccamera.h"
 #include "dispatch/deviceguard.h"
@@ -15,6 +17,7 @@
 #include <QDateTime>
 #include <QDebug>
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <memory>
@@ -34,13 +37,29 @@ QDebug startLine()
 
 void logVersions()
 {
-    startLine() << "版本编译时间" << __DATE__ << __TIME__;
+    startLine() << "版本编译时间" << buildDate << buildTime;
     char library[1000] = {};
     guarded(QStringLiteral("doccameraVeriosn"), false, [&library] {
         doccameraVeriosn(library, sizeof library);
         return true;
     });
     startLine() << library;
+}
+
+bool hasOption(int argc, char *argv[], const char *option)
+{
+    return std::any_of(argv + 1, argv + argc,
+                       [option](const char *given) { return qstrcmp(given, option) == 0; });
+}
+
+/// A display that can't be reached, mostly for want of XAUTHORITY, is a technician's business.
+void logMissingDisplay()
+{
+    const QByteArray display = qgetenv("DISPLAY") + qgetenv("WAYLAND_DISPLAY");
+    if (!display.isEmpty() && QGuiApplication::platformName() == QLatin1String("offscreen")) {
+        qWarning() << "the display can't be used: windows and counter pages are not shown;"
+                   << "DISPLAY is" << display << "and XAUTHORITY" << qgetenv("XAUTHORITY");
+    }
 }
 
 void exitIfAnotherRuns()
@@ -81,6 +100,11 @@ int main(int argc, char *argv[])
 {
     static char loggingRules[] = "QT_LOGGING_RULES=\"*.debug=true\""; // putenv keeps the pointer
     putenv(loggingRules);
+    if (hasOption(argc, argv, "--simulate")) {
+        static char simulation[] = "DEVICE_SIMULATION=1"; // for the device process as well
+        putenv(simulation);
+    }
+    base::allowNoDisplay(); // the companions and the device process take over what it chooses
     QApplication application(argc, argv);
     // Before the first call of the device library.
     const std::unique_ptr<accesspolicy::AccessControl> access = readPolicy();
@@ -95,6 +119,7 @@ int main(int argc, char *argv[])
     }
     access->start();
     startLine() << "boreaTcp：系统启动";
+    logMissingDisplay();
     logVersions();
 
     // Never deleted: pages are served until the process ends.

@@ -5,9 +5,8 @@
 #include "companions/common/requestserver.h"
 
 /**
- * Call first in main(), before creating the application: adds the time to log lines, and makes Qt
- * use its offscreen platform where it would abort because there is no display or it can't be
- * reached. A QT_QPA_PLATFORM that is already set is kept.
+ * Call first in main(), before creating the application: adds the time to log lines, and calls
+ * base::allowNoDisplay().
  */
 void prepareCompanion();
 

@@ -4,6 +4,7 @@
 // starts it, with a socket for new callers as descriptor 3 and one for events as 4, and it ends
 // with the server.
 
+#include "base/display.h"
 #include "base/mainthread.h"
 #include "base/memorylimit.h"
 #include "deviceprocess/host/callerlink.h"
@@ -142,6 +143,7 @@ int main(int argc, char **argv)
 
     static SharedMemory memory;
     cv::Mat::setDefaultAllocator(&memory);
+    base::allowNoDisplay();
     QApplication application(argc, argv);
     QApplication::setQuitOnLastWindowClosed(false);
 
