@@ -11,9 +11,10 @@ usage: ./run.sh [option]
 Installs missing Debian packages (as root or with sudo), builds the server and its companions into
 build/release/ and starts the server. Press Ctrl-C to stop it.
 
-  --build-only   install and build only
-  --no-install   do not install packages
-  --help         show this text
+  --build-only      install and build only
+  --no-install      do not install packages
+  --no-simulation   no test scene, card and finger where the machine has no device
+  --help            show this text
 
 If the display can't be reached: QT_QPA_PLATFORM=offscreen ./run.sh
 
@@ -25,10 +26,12 @@ TEXT
 
 start=yes
 install=yes
+simulate=--simulate
 for option in "$@"; do
     case "$option" in
     --build-only) start=no ;;
     --no-install) install=no ;;
+    --no-simulation) simulate= ;;
     --help | -h) usage; exit 0 ;;
     *) usage >&2; exit 2 ;;
     esac
@@ -52,4 +55,7 @@ choose_platform
 say "server:       ws://127.0.0.1:1818 (all addresses)"
 say "console page: file://$PWD/console/index.html"
 say "log:          $PWD/build/release/log/vx_log_$(date +%F).txt (has the reason if pages can't connect)"
-exec "$program"
+if [ -n "$simulate" ]; then
+    say "simulation:   on: a test scene, cards and a finger are made up where no device is (--no-simulation)"
+fi
+exec "$program" ${simulate:+"$simulate"}

@@ -106,6 +106,8 @@ class DeviceState {
     for (const row of STATE_ROWS)
       this.view.list.append(this.rowOf(row));
     this.view.read.disabled = this.reading;
+    // The portable library says so itself.
+    this.view.simulation.hidden = !String(this.results.get('sServerVersion()')).includes('(simulation)');
     this.view.time.textContent = this.reading ? t('device.reading')
       : this.readAt ? clock(this.readAt).slice(0, 8) : t('device.never');
   }

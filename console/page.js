@@ -261,7 +261,8 @@ const script = new Script({
   stop: byId('script-stop'), halt: byId('script-halt'),
 }, ask);
 const deviceState = new DeviceState(
-  { list: byId('device-facts'), time: byId('device-time'), read: byId('device-read') }, askQuietly,
+  { list: byId('device-facts'), time: byId('device-time'), read: byId('device-read'),
+    simulation: byId('simulation') }, askQuietly,
   (asked, milliseconds, silent) => log.add('note', {
     error: silent.length > 0,
     say: () => (silent.length ? t('note.device.failed', silent.join(', '))

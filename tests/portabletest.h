@@ -98,7 +98,8 @@ private:
 
 /**
  * Each function of such a test has a log and an empty folder of its own, and no devices.ini beside
- * the program but its own. A test with an init() or a cleanup() calls those here from it.
+ * the program but its own; simulation is on. A test with an init() or a cleanup() calls those here
+ * from it.
  */
 class PortableTest : public QObject
 {
@@ -107,6 +108,7 @@ class PortableTest : public QObject
 protected Q_SLOTS:
     void init()
     {
+        qputenv("DEVICE_SIMULATION", "1");
         m_log = std::make_unique<PortableLog>();
         m_folder = std::make_unique<QTemporaryDir>();
         QVERIFY(m_folder->isValid());

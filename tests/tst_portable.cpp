@@ -100,6 +100,9 @@ private Q_SLOTS:
         //   what                            [cameras]            machine camera  source
         row("no hardware: the scene",        "",                        0,  3,    "desk scene");
         row("no hardware: two scenes",       "",                        0, 25,    "desk scene beside desk scene");
+        row("no hardware, not simulated",    "[simulation]\nenabled=0", 0, 1,    "!this machine has no camera; simulation is off ([simulation] enabled= in devices.ini, or the server's --simulate)");
+        row("simulated by the file",         "[simulation]\nenabled=True", 0, 25, "desk scene beside desk scene");
+        row("named, not simulated",          "1=scene\n[simulation]",  0,  1,    "desk scene");
         row("1 is the first",                "",                        2,  1,    "/dev/video0");
         row("9 is the first too",            "",                        2,  9,    "/dev/video0");
         row("2 is the second",               "",                        2,  2,    "/dev/video1");
@@ -129,6 +132,9 @@ private Q_SLOTS:
         QFETCH(QByteArray, ini);
         QFETCH(int, machine);
         QFETCH(int, camera);
+        if (ini.contains("[simulation]")) {
+            qunsetenv("DEVICE_SIMULATION");
+        }
         writeFile(path("devices.ini"), "[cameras]\n" + ini + '\n');
         QString error;
         const auto source = makeSource(
@@ -155,9 +161,11 @@ private Q_SLOTS:
                          file + line("playback/framesPerSecond must be a number from 1 to 60")}));
 
         // The sample says what holds without it.
+        qunsetenv("DEVICE_SIMULATION");
         const DeviceConfig sample =
             readDeviceConfig(line(SOURCE_DIR "/portable/devices.ini.sample"));
         QCOMPARE(sample.sources.size(), size_t(9));
+        QVERIFY(!sample.isSimulated);
         for (const auto &source : sample.sources) {
             QCOMPARE(source.second, line("auto"));
         }
@@ -439,7 +447,7 @@ private Q_SLOTS:
         char buffer[64];
         doccameraVeriosn(buffer, sizeof buffer);
         const QByteArray whole = buffer;
-        QVERIFY(whole.startsWith("portable device library "));
+        QVERIFY(whole.startsWith("portable device library ") && whole.endsWith(" (simulation)"));
         for (const int capacity : {-1, 0, 1, 5, whole.size(), whole.size() + 1}) {
             std::fill(std::begin(buffer), std::end(buffer), '#');
             doccameraVeriosn(buffer, capacity);
@@ -450,6 +458,9 @@ private Q_SLOTS:
                                 [](char c) { return c == '#'; }));
         }
         doccameraVeriosn(nullptr, 10);
+        qunsetenv("DEVICE_SIMULATION");
+        doccameraVeriosn(buffer, sizeof buffer);
+        QVERIFY(!QByteArray(buffer).contains("simulation"));
     }
 
 private:

@@ -156,10 +156,11 @@ QString readBy(CardConnection &connection, bool contactlessFirst = false)
 }
 
 const QByteArray idCard = "{\"type\":\"idcard\",\"name\":\"甲\",\"sex\":\"男\",\"nation\":\"汉\","
-                          "\"birthDate\":\"1990-01-01\",\"address\":\"某地\",\"number\":\"0001\","
+                          "\"birthDate\":\"1990-01-01\",\"address\":\"某地\",\"number\":"
+                          "\"000000199001010018\",\"tag\":\"a\","
                           "\"authority\":\"某局\",\"validFrom\":\"2020-01-01\","
                           "\"validTo\":\"长期\",\"photo\":\"face.jpg\"}";
-const QByteArray bankCard = "{\"type\":\"bankcard\",\"number\":\"0002\",\"expiry\":\"2030-01\"}";
+const QByteArray bankCard = "{\"type\":\"bankcard\",\"number\":\"0018\",\"expiry\":\"2035-01\"}";
 
 } // namespace
 
@@ -195,7 +196,7 @@ private Q_SLOTS:
         // clang-format off
         //   what                              [cards]                             kind  number
         row("the first of its kind",           "",                                 id,   "b");
-        row("another kind",                    "",                                 bank, "0002");
+        row("another kind",                    "",                                 bank, "0018");
         row("none of its kind",                "",                                 ic,   "!2");
         row("named",                           "idcard=c.json",                    id,   "c");
         row("auto",                            "idcard=auto\ncard=auto",           id,   "b");
@@ -204,7 +205,7 @@ private Q_SLOTS:
         row("common card",                     "card=c.json",                      id,   "c");
         row("common card of another kind",     "card=c.json",                      bank, "!2");
         row("common card taken away",          "card=none",                        bank, "!2");
-        row("a kind's own key wins",           "card=none\nbankcard=d.json",       bank, "0002");
+        row("a kind's own key wins",           "card=none\nbankcard=d.json",       bank, "0018");
         row("named, of another kind",          "idcard=d.json",                    id,   "!2");
         row("no such file",                    "idcard=absent.json",               id,   "!3");
         row("broken, and named",               "idcard=a.json",                    id,   "!3");
@@ -212,7 +213,7 @@ private Q_SLOTS:
         row("outside by an absolute path",     "idcard=/etc/passwd",               id,   "!3");
         row("outside by a link",               "idcard=link.json",                 id,   "!3");
         row("the folder itself",               "idcard=.",                         id,   "!3");
-        row("Chinese name with a comma",       "bankcard=\"卡, 乙.json\"",         bank, "0003");
+        row("Chinese name with a comma",       "bankcard=\"卡, 乙.json\"",         bank, "0026");
         row("no reader",                       "reader=none",                      id,   "!1");
         row("an ID card on PC/SC",             "reader=pcsc",                      id,   "!1");
         row("unknown reader",                  "reader=smart",                     id,   "b");
@@ -224,18 +225,20 @@ private Q_SLOTS:
         QFETCH(QByteArray, ini);
         QFETCH(CardKind, kind);
         writeCard("a.json", "{");
-        writeCard("b.json", QByteArray(idCard).replace("0001", "b"));
-        writeCard("c.json", QByteArray(idCard).replace("0001", "c"));
+        writeCard("b.json", QByteArray(idCard).replace("\"a\"", "\"b\""));
+        writeCard("c.json", QByteArray(idCard).replace("\"a\"", "\"c\""));
         writeCard("d.json", bankCard);
-        writeCard("卡, 乙.json", QByteArray(bankCard).replace("0002", "0003"));
-        writeCard("face.jpg", "JPEG");
+        writeCard("卡, 乙.json", QByteArray(bankCard).replace("0018", "0026"));
+        writeCard("face.jpg", "\xFF\xD8\xFF");
         writeFile(path("outside.json"), idCard);
         QFile::link(path("outside.json"), cardPath("link.json"));
         writeIni(ini);
         const CardResult result = m_readers->read(kind);
-        QTEST(result.isRead() ? result.fields.value(line("number")).toString()
+        const QString key = line(kind == CardKind::Bank ? "number" : "tag");
+        QTEST(result.isRead() ? result.fields.value(key).toString()
                               : QStringLiteral("!%1").arg(int(result.status)),
               "expected");
+        QCOMPARE(result.fields.value(line("simulated")).toBool(), result.isRead());
         QVERIFY(result.isRead() || !PortableLog::lines().isEmpty());
     }
 
@@ -256,7 +259,16 @@ private Q_SLOTS:
         row("nested without end",       QByteArray(100000, '['),                "invalid JSON at byte");
         row("no kind",                  with("idcard", "passport"),             "\"type\" is not a kind");
         row("field missing",            with("address", "street"),              "\"address\" is missing");
-        row("field is no text",         with("\"0001\"", "1"),                  "\"number\" is missing");
+        row("field is no text",         with("\"000000199001010018\"", "1"),    "\"number\" is missing");
+        row("check digit",              with("010018", "010019"),               "check digit");
+        row("letter in the number",     with("0000001990", "00000O1990"),       "check digit");
+        row("number too short",         with("0000001990", "000001990"),        "check digit");
+        row("no such day",              with("1990-01-01", "1990-02-30"),       "\"birthDate\" is no date");
+        row("other day of birth",       with("1990-01-01", "1990-01-02"),       "isn't the one in \"number\"");
+        row("not valid yet",            with("2020-01-01", "2999-01-01"),       "is to come");
+        row("expired",                  with("长期", "2020-06-30"),             "it has expired");
+        row("ends before it begins",    with("长期", "2019-12-31"),             "it has expired");
+        row("a photo that is none",     with("face.jpg", "bad.json"),           "bad.json: it is no JPEG");
         row("photo not there",          with("face.jpg", "absent.jpg"),         "absent.jpg: there is no such file");
         row("photo is empty",           with("face.jpg", "empty.jpg"),          "empty.jpg: it is empty");
         row("photo outside",            with("face.jpg", "../devices.ini"),     "it is not a file in the card folder");
@@ -273,7 +285,7 @@ private Q_SLOTS:
         QFETCH(QString, said);
         writeIni("idcard=bad.json");
         writeCard("bad.json", content);
-        writeCard("face.jpg", "JPEG");
+        writeCard("face.jpg", "\xFF\xD8\xFF");
         writeCard("empty.jpg", "");
         const CardResult result = m_readers->read(CardKind::Identity);
         QCOMPARE(result.status, CardStatus::Unreadable);
@@ -291,11 +303,11 @@ private Q_SLOTS:
         };
         QCOMPARE(number(), QString());
         writeCard("b.json", bankCard);
-        QCOMPARE(number(), line("0002"));
-        writeCard("a.json", QByteArray(bankCard).replace("0002", "0003"));
-        QCOMPARE(number(), line("0003"));
+        QCOMPARE(number(), line("0018"));
+        writeCard("a.json", QByteArray(bankCard).replace("0018", "0026"));
+        QCOMPARE(number(), line("0026"));
         writeIni("bankcard=b.json");
-        QCOMPARE(number(), line("0002"));
+        QCOMPARE(number(), line("0018"));
         writeIni("bankcard=none");
         QCOMPARE(number(), QString());
     }
@@ -525,16 +537,23 @@ private Q_SLOTS:
         constexpr auto noReader = CardPresence::NoReader;
         constexpr auto noCard = CardPresence::NoCard;
         constexpr auto present = CardPresence::Card;
+        const QByteArray simulation = "[simulation]\nenabled=true";
         // clang-format off
         //   what                          [cards]             reader    bank   number
         row("a real card wins",            "",                 present,  true,  "0000001234567897");
         row("also over another",           "",                 present,  false, "!3");
-        row("no card: the simulated one",  "",                 noCard,   true,  "0002");
-        row("no reader: likewise",         "reader=auto",      noReader, true,  "0002");
+        row("no card",                     "",                 noCard,   true,  "!2");
+        row("no reader",                   "reader=auto",      noReader, true,  "!1");
+        row("no card, in simulation",      simulation,         noCard,   true,  "!2");
+        row("no reader, in simulation",    simulation,         noReader, true,  "0018");
+        row("no reader, but a named card", "bankcard=bank.json", noReader, true, "0018");
+        row("no reader, for any kind",     "card=bank.json",   noReader, true,  "0018");
+        row("named for another kind",      "iccard=bank.json", noReader, true,  "!1");
+        row("no card, but a named one",    "bankcard=bank.json", noCard, true,  "!2");
         row("real ones only",              "reader=pcsc",      present,  true,  "0000001234567897");
         row("real ones only: no card",     "reader=pcsc",      noCard,   true,  "!2");
         row("real ones only: no reader",   "reader=pcsc",      noReader, true,  "!1");
-        row("simulated ones only",         "reader=simulated", present,  true,  "0002");
+        row("simulated ones only",         "reader=simulated", present,  true,  "0018");
         row("no reader at all",            "reader=none",      present,  true,  "!1");
         // clang-format on
     }
@@ -544,6 +563,7 @@ private Q_SLOTS:
         QFETCH(QByteArray, ini);
         QFETCH(CardPresence, presence);
         QFETCH(bool, isBankCard);
+        qunsetenv("DEVICE_SIMULATION");
         writeIni(ini);
         writeCard("bank.json", bankCard);
         if (presence == CardPresence::Card) {
@@ -601,7 +621,7 @@ private Q_SLOTS:
     void manyThreadsRead()
     {
         writeCard("id.json", idCard);
-        writeCard("face.jpg", "JPEG");
+        writeCard("face.jpg", "\xFF\xD8\xFF");
         m_real->insert({contactBankCard()});
         std::atomic<int> read{0};
         std::vector<std::thread> threads;
@@ -639,6 +659,14 @@ private Q_SLOTS:
         QVERIFY(!m_readers->hasModule() && m_readers->moduleNumber().isNull());
         writeIni("reader=none");
         QVERIFY(!m_readers->openUsb() && !m_readers->isConnected());
+
+        qunsetenv("DEVICE_SIMULATION");
+        writeIni("");
+        QVERIFY(m_readers->openUsb() && m_readers->isConnected() && !m_readers->hasModule());
+        m_real->presence = CardPresence::NoReader;
+        QVERIFY(!m_readers->openUsb() && !m_readers->isConnected());
+        writeIni("idcard=a.json");
+        QVERIFY(m_readers->openUsb() && m_readers->isConnected() && m_readers->hasModule());
     }
 
     void serialDevices()

@@ -284,7 +284,7 @@ private Q_SLOTS:
         const QString samples = line(SOURCE_DIR "/portable/samples/fingers");
         const Captured first = capture(iniWith(samples, nullptr), 5000);
         QVERIFY2(first.score >= 80, qPrintable(first.message));
-        QCOMPARE(first.message, line("采集成功"));
+        QCOMPARE(first.message, line("采集成功（仿真）"));
         QImage image;
         QVERIFY(image.loadFromData(QByteArray::fromBase64(first.image), "PNG"));
         QCOMPARE(image.size(), QSize(300, 380));
@@ -339,6 +339,16 @@ private Q_SLOTS:
         QFETCH(QString, log);
         log.replace(line("FOLDER"), m_folder->path());
         QCOMPARE(m_log->takeLines(), QStringList{line("fingerprint sensor: ") + log});
+    }
+
+    void noSensorUnlessSimulated()
+    {
+        qunsetenv("DEVICE_SIMULATION");
+        const Captured captured = capture(iniWith(m_folder->path(), nullptr), 50);
+        QCOMPARE(captured.score, -4);
+        QCOMPARE(captured.message, line("未连接指纹仪"));
+        QCOMPARE(m_log->takeLines().size(), 1);
+        QCOMPARE(capture(iniWith(m_folder->path(), "none"), 50).score, -1); // asked for by name
     }
 
     void fingerComesWhileItWaits()

@@ -4,6 +4,7 @@
 #include "devicelib/biometrics.h"
 #include "portable/base/deviceini.h"
 #include "portable/base/failure.h"
+#include "portable/base/simulation.h"
 #include "portable/finger/fingerprint.h"
 #include "portable/finger/fingersensor.h"
 
@@ -45,6 +46,12 @@ BackgroundJob &sensorJob()
     return one.job;
 }
 
+/// The only sensor is the simulated one, if there is to be one.
+bool hasSensor()
+{
+    return isSimulationEnabled() || !deviceSetting(QStringLiteral("fingers/finger")).isEmpty();
+}
+
 int failMatch(const QString &why, MatchFailure failure)
 {
     logFailure("lFingerMatch", why);
@@ -65,6 +72,13 @@ void fingerCaptureRawData(int timeoutMs,
             onCapture(capture.image, capture.feature, capture.score, capture.message, context);
         });
     };
+    if (!hasSensor()) {
+        logFailure(__func__,
+                   QStringLiteral("there is no fingerprint sensor")
+                       + QLatin1String(simulationHint));
+        answer(failedCapture(FingerCapture::NoSensor));
+        return;
+    }
     const auto deadline = base::Clock::shared().now()
         + (timeoutMs > 0 ? std::min(std::chrono::milliseconds(timeoutMs), longestTimeout)
                          : usualTimeout);

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include "devicelib/doccamera.h"
+#include "portable/base/simulation.h"
 #include "portable/base/unsupported.h"
 #include "portable/camera/cameraset.h"
 #include "portable/camera/camerasources.h"
@@ -100,7 +101,9 @@ void vSetImageDispFlag(bool)
 void doccameraVeriosn(char *buffer, int capacity)
 {
     if (buffer && capacity > 0) {
-        qstrncpy(buffer, "portable device library " PORTABLE_VERSION, uint(capacity));
+        const QByteArray version = QByteArrayLiteral("portable device library " PORTABLE_VERSION)
+            + (isSimulationEnabled() ? " (simulation)" : "");
+        qstrncpy(buffer, version.constData(), uint(capacity));
     }
 }
 

@@ -2,6 +2,7 @@
 #include "portable/camera/camerasources.h"
 
 #include "portable/base/inifile.h"
+#include "portable/base/simulation.h"
 #include "portable/camera/pairsource.h"
 #include "portable/camera/testscenesource.h"
 #include "portable/camera/v4l2source.h"
@@ -137,14 +138,19 @@ DeviceConfig readDeviceConfig(const QString &path)
                &config.playback.framesPerSecond);
     readNumber(ini, QStringLiteral("playback/secondsPerPicture"), 0.1, 86400,
                &config.playback.secondsPerPicture);
+    config.isSimulated = isSimulationEnabled(ini);
     return config;
 }
 
-QString autoSource(int camera, const V4l2Devices &devices, QString *error)
+QString autoSource(int camera, const V4l2Devices &devices, bool isSimulated, QString *error)
 {
     const bool isDual = camera == dualCamera;
-    if (devices.empty()) { // no hardware at all: a developer's machine
+    if (devices.empty() && isSimulated) {
         return isDual ? QStringLiteral("scene|scene") : QStringLiteral("scene");
+    }
+    if (devices.empty()) {
+        *error = QStringLiteral("this machine has no camera") + QLatin1String(simulationHint);
+        return {};
     }
     const auto needed = size_t(isDual ? 2 : autoPosition(camera));
     if (devices.size() < needed) {
@@ -170,7 +176,7 @@ std::unique_ptr<FrameSource> makeSource(int camera, const DeviceConfig &config,
     const auto configured = config.sources.find(camera);
     QString text = configured != config.sources.end() ? configured->second : QString();
     if (text.isEmpty() || text == QLatin1String("auto")) {
-        text = autoSource(camera, lister(), error);
+        text = autoSource(camera, lister(), config.isSimulated, error);
         if (text.isEmpty()) {
             return nullptr;
         }

@@ -29,6 +29,7 @@ struct DeviceConfig
     cv::Size sceneSize{1920, 1080};
     double sceneFramesPerSecond = 30;
     PlaybackSettings playback;
+    bool isSimulated = false; ///< See isSimulationEnabled().
 };
 
 /// Reads a devices.ini. Invalid values are logged and replaced by their defaults.
@@ -36,9 +37,10 @@ DeviceConfig readDeviceConfig(const QString &path);
 
 /**
  * The source text that "auto" stands for.
+ * \param isSimulated  on a machine without any camera it is the test scene
  * \return empty, with a reason for the log, when the machine has too few cameras
  */
-QString autoSource(int camera, const V4l2Devices &devices, QString *error);
+QString autoSource(int camera, const V4l2Devices &devices, bool isSimulated, QString *error);
 
 /**
  * The source that `config` assigns to a camera, not opened yet.

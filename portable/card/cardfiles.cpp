@@ -5,11 +5,15 @@
 #include "portable/base/filereader.h"
 #include "portable/base/inifile.h"
 #include "portable/base/inputlimits.h"
+#include "portable/base/simulation.h"
+#include "portable/card/cardcheck.h"
 
 #include <QDir>
 #include <QFileInfo>
 #include <QJsonDocument>
 
+#include <algorithm>
+#include <iterator>
 #include <optional>
 
 namespace portable {
@@ -100,14 +104,22 @@ std::optional<CardFile> parse(const QString &folder, const QString &name)
     return {};
 }
 
-/// The first card file of this kind, in the order of their names.
+/// Member of a file that is wrong on purpose, for pages that must notice; it isn't passed on.
+const QLatin1String validKey("valid");
+
+bool isWrongOnPurpose(const CardFile &card)
+{
+    return card.fields.value(validKey) == QJsonValue(false);
+}
+
+/// The first card file of this kind, in the order of their names, that isn't wrong on purpose.
 std::optional<CardFile> firstOf(const QString &folder, CardKind kind)
 {
     const QStringList names = QDir(folder).entryList({QStringLiteral("*.json")},
                                                      QDir::Files | QDir::Readable, QDir::Name);
     for (const QString &name : names) {
         auto card = parse(folder, name);
-        if (card && card->kind == kind) {
+        if (card && card->kind == kind && !isWrongOnPurpose(*card)) {
             return card;
         }
     }
@@ -121,8 +133,8 @@ bool isSerial(const QString &text)
     return bytes.size() >= 4 && bytes.size() <= 10 && bytes.toHex() == text.toLatin1().toLower();
 }
 
-/// Whether the card has all fields of its kind; logs what is missing.
-bool isComplete(const QString &folder, const CardFile &card)
+/// Whether the card has all fields of its kind, and they could be real; logs what is wrong.
+bool isSound(const QString &folder, const CardFile &card)
 {
     const QString path = QDir(folder).absoluteFilePath(card.name);
     for (const QString &field : requiredFields(card.kind)) {
@@ -136,7 +148,10 @@ bool isComplete(const QString &folder, const CardFile &card)
         logFailure(path, QStringLiteral("\"serial\" is not 4 to 10 bytes in hexadecimal digits"));
         return false;
     }
-    return true;
+    const QString problem = isWrongOnPurpose(card)
+        ? QString()
+        : cardProblem(card.kind, card.fields, QDate::currentDate());
+    return problem.isEmpty() || logFailure(path, problem);
 }
 
 /// Replaces the photo's file name with its content as base64, if the card has a photo.
@@ -148,6 +163,10 @@ bool loadPhoto(const QString &folder, QJsonObject *fields)
         return true;
     }
     const QByteArray photo = contentOf(folder, name);
+    if (!photo.isNull() && !isPicture(photo)) {
+        return logFailure(QDir(folder).absoluteFilePath(name),
+                          QStringLiteral("it is no JPEG, PNG or BMP picture"));
+    }
     fields->insert(key, QString::fromLatin1(photo.toBase64()));
     return !photo.isNull();
 }
@@ -208,11 +227,25 @@ QString fileName(const IniFile &ini, const QString &key)
 
 } // namespace
 
+bool CardConfig::simulates(CardKind kind) const
+{
+    return reader == CardReaderChoice::Simulated
+        || (reader == CardReaderChoice::Auto
+            && (isSimulated || files.count(kind) > 0 || !commonFile.isEmpty()));
+}
+
+bool CardConfig::simulatesAny() const
+{
+    return std::any_of(std::begin(kinds), std::end(kinds),
+                       [this](CardKind kind) { return simulates(kind); });
+}
+
 CardConfig readCardConfig(const QString &path)
 {
     IniFile ini(path);
     CardConfig config;
     config.reader = readerChoice(ini);
+    config.isSimulated = isSimulationEnabled(ini);
     config.commonFile = fileName(ini, QStringLiteral("card"));
     QStringList others = ini.keys(QStringLiteral("cards"));
     others.removeAll(QStringLiteral("reader"));
@@ -238,7 +271,9 @@ CardResult readSimulatedCard(const QString &folder, CardKind kind, const CardCon
         return result;
     }
     result.status = CardStatus::Unreadable;
-    if (isComplete(folder, *card) && loadPhoto(folder, &card->fields)) {
+    if (isSound(folder, *card) && loadPhoto(folder, &card->fields)) {
+        card->fields.remove(validKey);
+        card->fields.insert(QStringLiteral("simulated"), true);
         result = {CardStatus::Read, card->fields};
     }
     return result;

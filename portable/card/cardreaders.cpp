@@ -2,6 +2,7 @@
 #include "portable/card/cardreaders.h"
 
 #include "portable/base/failure.h"
+#include "portable/base/simulation.h"
 #include "portable/card/emv.h"
 #include "portable/card/socialcard.h"
 
@@ -200,10 +201,13 @@ CardResult CardReaders::read(CardKind kind, RealRead realRead, bool contactlessF
     if (config.reader == CardReaderChoice::None) {
         return fail(CardStatus::NoReader, QStringLiteral("devices.ini says there is no reader"));
     }
-    if (config.reader == CardReaderChoice::Pcsc && !realRead) {
+    const bool isSimulated = config.simulates(kind);
+    const QString hint = isSimulated ? QString() : QString::fromLatin1(simulationHint);
+    if (!realRead && !isSimulated) {
         return fail(CardStatus::NoReader,
-                    QStringLiteral("it can't be read through PC/SC, which devices.ini asks for: "
-                                   "that needs a reader with a security module"));
+                    QStringLiteral("it can't be read through PC/SC: that needs a reader with a "
+                                   "security module")
+                        + hint);
     }
     if (config.reader != CardReaderChoice::Simulated && realRead) {
         const RealResult real = m_real->read(realRead, contactlessFirst);
@@ -213,10 +217,11 @@ CardResult CardReaders::read(CardKind kind, RealRead realRead, bool contactlessF
         if (real.presence == CardPresence::Card) {
             return fail(CardStatus::Unreadable, real.reason);
         }
-        if (config.reader == CardReaderChoice::Pcsc) {
-            return fail(real.presence == CardPresence::NoReader ? CardStatus::NoReader
-                                                                : CardStatus::NoCard,
-                        real.reason);
+        if (real.presence == CardPresence::NoCard) { // the user is about to put a card on it
+            return fail(CardStatus::NoCard, real.reason);
+        }
+        if (!isSimulated) {
+            return fail(CardStatus::NoReader, real.reason + hint);
         }
         logSimulationOnce(real.reason);
     }
@@ -235,16 +240,16 @@ void CardReaders::logSimulationOnce(const QString &reason)
 
 bool CardReaders::isConnected()
 {
-    const CardReaderChoice choice = config().reader;
-    if (choice == CardReaderChoice::Auto || choice == CardReaderChoice::Simulated) {
+    const CardConfig config = this->config();
+    if (config.simulatesAny()) {
         return true;
     }
-    const RealResult real = choice == CardReaderChoice::Pcsc
-        ? m_real->findReader()
-        : RealResult{
-            CardPresence::NoReader, {}, QStringLiteral("devices.ini says there is no reader")};
+    if (config.reader == CardReaderChoice::None) {
+        return logFailure("no card reader", QStringLiteral("devices.ini says there is none"));
+    }
+    const RealResult real = m_real->findReader();
     if (!real.reason.isEmpty()) {
-        logFailure("no card reader", real.reason);
+        logFailure("no card reader", real.reason + QLatin1String(simulationHint));
     }
     return real.reason.isEmpty();
 }
@@ -275,10 +280,10 @@ void CardReaders::close()
 /// If not, the log gives the reason.
 bool CardReaders::hasSimulatedReader()
 {
-    const CardReaderChoice choice = config().reader;
-    const bool result = choice == CardReaderChoice::Auto || choice == CardReaderChoice::Simulated;
+    const bool result = config().simulates(CardKind::Identity);
     if (!result) {
-        logFailure("no security module", QStringLiteral("devices.ini has no simulated reader"));
+        logFailure("no security module",
+                   QStringLiteral("there is none behind PC/SC") + QLatin1String(simulationHint));
     }
     return result;
 }

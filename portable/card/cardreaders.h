@@ -14,8 +14,9 @@
 namespace portable {
 
 /**
- * The card readers of the program, simulated and PC/SC. Callable from any thread. Every call reads
- * devices.ini, so editing it swaps the simulated card.
+ * The card readers of the program: PC/SC, and the simulated one if simulation is on or devices.ini
+ * names it or a card. Callable from any thread. Every call reads devices.ini, so editing it swaps
+ * the simulated card.
  */
 class CardReaders
 {

@@ -40,7 +40,8 @@ FingerCapture captureOf(const cv::Mat &gray)
     capture.score = print.quality;
     capture.image = pngText(gray);
     capture.feature = fingerFeature(print.minutiae).toHex();
-    capture.message = print.quality < goodQuality ? "指纹质量较低，建议重新采集" : "采集成功";
+    capture.message =
+        print.quality < goodQuality ? "指纹质量较低，建议重新采集（仿真）" : "采集成功（仿真）";
     return capture;
 }
 
@@ -52,6 +53,7 @@ FingerCapture failedCapture(FingerCapture::Failure failure)
     capture.score = failure;
     capture.message = failure == FingerCapture::Busy ? "指纹仪正在采集"
         : failure == FingerCapture::Unreadable       ? "指纹图像无法识别"
+        : failure == FingerCapture::NoSensor         ? "未连接指纹仪"
                                                      : "未检测到手指";
     return capture;
 }

@@ -14,7 +14,7 @@ namespace portable {
 struct FingerCapture
 {
     /// Why there is no finger. Pages see the numbers.
-    enum Failure { NoFinger = -1, Unreadable = -2, Busy = -3 };
+    enum Failure { NoFinger = -1, Unreadable = -2, Busy = -3, NoSensor = -4 };
 
     int score = NoFinger; ///< Quality of the picture, 0 to 100, or a Failure.
     QByteArray image; ///< Base64 of a PNG.

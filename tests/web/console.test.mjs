@@ -78,6 +78,7 @@ test('uses nothing newer than Chromium 80', () => {
 test('connects and reads the device state', { skip }, async () => {
   await openConnected();
   await page.locator('#device-facts', { hasText: 'V1.0.2' }).waitFor();
+  await page.locator('#simulation').waitFor();
   assert.match(await page.innerText('#device-facts'), /640 × 480/);
   assert.equal(await page.innerText('#command-count'), '179');
 });

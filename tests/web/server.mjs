@@ -57,7 +57,7 @@ export class Server {
   async start() {
     await until(async () => !await somebodyListens(), 'port 1818 to become free');
     let ended = '';
-    this.process = spawn(join(this.folder, 'rvowebSocketServer'), [], {
+    this.process = spawn(join(this.folder, 'rvowebSocketServer'), ['--simulate'], {
       cwd: this.folder,
       env: { QT_QPA_PLATFORM: 'offscreen', ...process.env },
       stdio: ['ignore', 'ignore', 'pipe'],
