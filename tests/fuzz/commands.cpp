@@ -72,7 +72,7 @@ void fuzz::run(const QByteArray &input)
 QList<QByteArray> fuzz::seeds()
 {
     static const char *const names[] = {
-#define COMMAND(command, failure) #command,
+#define COMMAND(command, failure, ...) #command,
 #include "dispatch/commandlist.h"
     };
     QList<QByteArray> seeds;

@@ -34,8 +34,8 @@ template <class Pixels> void touch(const Pixels *pixels, std::size_t size)
 void use(const QImage &image)
 {
     touch(image.constBits(), std::size_t(image.sizeInBytes()));
-    image.convertToFormat(QImage::Format_RGB32);
-    image.copy();
+    const QImage converted = image.convertToFormat(QImage::Format_RGB32).copy();
+    touch(converted.constBits(), std::size_t(converted.sizeInBytes()));
 }
 
 void use(const cv::Mat &picture)
