@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "portable/barcodeworker/search.h"
 
+#include "portable/barcodeworker/zbar.h"
+
 #define ZX_USE_UTF8 1
 #include <ZXing/ReadBarcode.h>
 #include <opencv2/imgproc.hpp>
@@ -153,6 +155,15 @@ cv::Mat turnedBy(double degrees, const cv::Mat &grey)
     return turned;
 }
 
+/// With the edges that a lens out of focus has lost, as far as bars of three pixels need it.
+cv::Mat sharpened(const cv::Mat &grey)
+{
+    cv::Mat blurred;
+    cv::GaussianBlur(grey, blurred, cv::Size(), 3);
+    cv::addWeighted(grey, 3, blurred, -2, 0, blurred);
+    return blurred;
+}
+
 cv::Mat reduced(const cv::Mat &grey, double scale)
 {
     const cv::Size size(std::max(1, int(grey.cols * scale)), std::max(1, int(grey.rows * scale)));
@@ -259,6 +270,27 @@ private:
         }
     }
 
+    /// For linear codes that are too blurred for ZXing.
+    void lookWithZbar(const cv::Mat &grey)
+    {
+        const auto isLinearFormat = [](const auto &code) {
+            return BarcodeFormats(BarcodeFormat::LinearCodes).testFlag(code.first);
+        };
+        if (std::any_of(m_found.begin(), m_found.end(), isLinearFormat) || !isInTime()) {
+            return;
+        }
+        auto codes = readWithZbar(grey, m_formats);
+        if (codes.empty() && isInTime()) {
+            codes = readWithZbar(sharpened(grey), m_formats);
+        }
+        for (const FoundBarcode &code : codes) {
+            if (m_found.size() < maxCodes
+                && m_found.emplace(BarcodeFormat(code.format), code.text).second) {
+                m_report(code);
+            }
+        }
+    }
+
     /// \return false for a code that was found before
     bool add(const cv::Mat &grey, const ZXing::Result &code)
     {
@@ -308,6 +340,7 @@ void Search::lookFromAllSides(const cv::Mat &grey)
     if (!m_found.empty() && std::abs(m_tilt) > significantTilt) {
         look(turnedBy(angle + m_tilt, toTurn));
     }
+    lookWithZbar(grey); // last: what it finds says nothing about the tilt of the others
 }
 
 } // namespace

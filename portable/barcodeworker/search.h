@@ -9,7 +9,7 @@
 
 namespace portable {
 
-/// A code as ZXing reads it.
+/// A code as ZXing or ZBar reads it.
 struct FoundBarcode
 {
     int format = 0; ///< A number of ZXing's.
