@@ -499,6 +499,18 @@ private Q_SLOTS:
         }
     }
 
+    void theRootIsAFolder()
+    {
+        const Doorkeeper doorkeeper(policyOf(line("[grant.a] origin=*|allow=all [files] write=/")),
+                                    QString());
+        for (const char *text : {"bSaveJPG(/,s1)", "iAutoScan(1,/,p)", "bSaveJPG(/srv,s1)"}) {
+            Visitor visitor({}, {}, std::make_shared<VisitorCounts>());
+            const auto decision = doorkeeper.atText(visitor, line(text));
+            QVERIFY2(!decision.refusal, text);
+            QCOMPARE(decision.message, line(text));
+        }
+    }
+
     void aLinkThatIsSwappedNeverWins()
     {
         PathRules rules;
@@ -739,6 +751,23 @@ private Q_SLOTS:
         QCOMPARE(problem().contains(line("belongs to")), getuid() != 0);
         base::setOwnUser(getuid());
         QFile::remove(own);
+    }
+
+    void onlyItsOwnFilesAreWatched()
+    {
+        writeFile(at("watch/a"));
+        PolicyWatch one;
+        PolicyWatch other;
+        one.watch({at("watch/a")});
+        other.watch({at("watch/b")});
+        const QSignalSpy changesOfOne(&one, &PolicyWatch::changed);
+        const QSignalSpy changesOfOther(&other, &PolicyWatch::changed);
+        writeFile(at("watch/b"));
+        QTRY_COMPARE(changesOfOther.size(), 1);
+        QCOMPARE(changesOfOne.size(), 0);
+        writeFile(at("watch/a"));
+        QTRY_COMPARE(changesOfOne.size(), 1);
+        QCOMPARE(changesOfOther.size(), 1);
     }
 
     void theAuditIsAChain()
