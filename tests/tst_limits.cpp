@@ -17,6 +17,7 @@
 #include "transport/websocketservermanager.h"
 #include "upload/uploadpool.h"
 
+#include <QSemaphore>
 #include <QtTest>
 #include <sys/resource.h>
 #include <unistd.h>
@@ -117,7 +118,7 @@ private Q_SLOTS:
             RawPage::frame(RawPage::text, QByteArray(600, 'x')) + RawPage::header(0, 401).left(4),
             1009, "the message is too long");
         // QWebSocket's own checks.
-        row("a fragment of nothing", RawPage::frame(RawPage::fin, "x"), 1002, "");
+        row("a fragment of nothing", RawPage::frame(RawPage::fin, QByteArray(1000, 'x')), 1002, "");
         row("text within a text", RawPage::frame(RawPage::text, "x") + command, 1002, "");
         row("no UTF-8", RawPage::message("\xFF"), 1007, "");
     }
@@ -611,6 +612,26 @@ private Q_SLOTS:
         }
         QCOMPARE(recording::count("sUpLoadImageEx5"),
                  UploadPool::threadsOfClient + UploadPool::threads);
+    }
+
+    void everyThreadCanUpload()
+    {
+        QSemaphore begun;
+        QSemaphore mayEnd;
+        int ended = 0;
+        std::vector<QObject> clients(UploadPool::threads + 1);
+        for (QObject &client : clients) {
+            UploadPool::instance().start(
+                &client,
+                [&] {
+                    begun.release();
+                    mayEnd.acquire();
+                },
+                [&ended](bool ran) { ended += ran ? 1 : 0; });
+        }
+        QTRY_COMPARE(begun.available(), UploadPool::threads);
+        mayEnd.release(UploadPool::threads + 1);
+        QTRY_COMPARE(ended, UploadPool::threads + 1);
     }
 
     void refusalsDoNotFillTheLog()
