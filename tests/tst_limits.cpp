@@ -526,6 +526,10 @@ private Q_SLOTS:
         getrlimit(RLIMIT_NOFILE, &raised);
         QCOMPARE(quint64(raised.rlim_cur), expected);
         QCOMPARE(raised.rlim_max, before.rlim_max);
+        const rlimit many{65537, qMax<rlim_t>(before.rlim_max, 65537)};
+        if (setrlimit(RLIMIT_NOFILE, &many) == 0) { // more isn't taken away
+            QCOMPARE(raiseDescriptorLimit(), quint64(65537));
+        }
     }
 
     void anUploadHoldsItsPageOnly_data()

@@ -20,6 +20,7 @@
 #include <QtTest>
 #include <sys/stat.h>
 
+#include <cerrno>
 #include <future>
 #include <stdexcept>
 
@@ -143,6 +144,8 @@ private Q_SLOTS:
         QCOMPARE(file.read(bytes, 2, &error), qint64(2));
         QVERIFY(file.rewind()); // counts from the start again
         QCOMPARE(file.read(bytes, 2, &error), qint64(2));
+        errno = EINTR; // of an earlier call
+        QCOMPARE(file.read(bytes, 2, &error), qint64(0));
         writeFile(path("growing"), "abcdef");
         QCOMPARE(file.read(bytes, 8, &error), qint64(-1));
         QCOMPARE(error, line("it is larger than 2 bytes"));

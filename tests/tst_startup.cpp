@@ -99,6 +99,9 @@ private Q_SLOTS:
         const InstanceCount unknown = countInstances();
         setrlimit(RLIMIT_NOFILE, &before);
         QCOMPARE(unknown.count, 0L);
+        InstanceCount one;
+        one.count = 1; // this one
+        QVERIFY(!one.anotherRuns());
         QVERIFY(!qEnvironmentVariableIsSet("LD_LIBRARY_PATH"));
         if (!oldPath.isNull()) {
             qputenv("LD_LIBRARY_PATH", oldPath);
