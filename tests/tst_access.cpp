@@ -245,7 +245,10 @@ private Q_SLOTS:
         QFETCH(QString, sections);
         QFETCH(QByteArray, head);
         QFETCH(bool, passes);
-        QCOMPARE(!knock(*policyOf(sections), head), passes);
+        const auto refusal = knock(*policyOf(sections), head);
+        QCOMPARE(!refusal, passes);
+        QCOMPARE(refusal && refusal->reason == line("there is no Host header"),
+                 !head.contains("Host: "));
     }
 
     void addresses_data()
@@ -378,6 +381,8 @@ private Q_SLOTS:
         row("list upwards", "sGetAllFormatFiles($/scan,../secret/*)", no);
         row("list elsewhere", "sGetAllFormatFiles($/secret,)", no);
         row("make", "bCreateDir($/scan/x/y)", "=");
+        row("make a folder of the policy", "bCreateDir($/later)", "=");
+        row("make in it", "bCreateDir($/later/x)", "=");
         row("make elsewhere", "bCreateDir($/x)", no);
         row("capture", "bSaveJPG($/scanlink,s1)", "bSaveJPG($/scan,s1)");
         row("capture, in the name", "bSaveJPG($/scan,sub/s1)", "bSaveJPG($/scan/sub,s1)");
@@ -456,11 +461,10 @@ private Q_SLOTS:
         writeFile(at("scan/large"), QByteArray((1 << 20) + 1, 'x'));
         const auto policy = policyOf(
             line("[origin] allow=* [grant.a] origin=*|allow=all [files] "
-                 "read=%1/scan, ~/pictures, /dev/shm/x|write=%1/scanlink|delete=%1/scan|"
+                 "read=%1/scan, ~/pictures|write=%1/scanlink, %1/later|delete=%1/scan|"
                  "deny_extensions=.py, desktop [upload] hosts=https://ecm.bank.example|max_mib=1 "
                  "[pages] addresses=own, https://*.bank.example")
-                .arg(m_root)
-                .replace(line(", /dev/shm/x"), QString()),
+                .arg(m_root),
             m_never);
         const Doorkeeper doorkeeper(policy, at("prog/webSite"));
         const QString message = text.replace(QLatin1Char('$'), m_root);
@@ -491,6 +495,18 @@ private Q_SLOTS:
                                     line("OpenURL(%1)").arg(at("prog/webSite/pay.html"))}) {
             Visitor visitor({}, {}, std::make_shared<VisitorCounts>());
             QCOMPARE(doorkeeper.atText(visitor, text).refusal->key, line("pages.addresses"));
+        }
+    }
+
+    void theRootIsAFolder()
+    {
+        const Doorkeeper doorkeeper(policyOf(line("[grant.a] origin=*|allow=all [files] write=/")),
+                                    QString());
+        for (const char *text : {"bSaveJPG(/,s1)", "iAutoScan(1,/,p)", "bSaveJPG(/srv,s1)"}) {
+            Visitor visitor({}, {}, std::make_shared<VisitorCounts>());
+            const auto decision = doorkeeper.atText(visitor, line(text));
+            QVERIFY2(!decision.refusal, text);
+            QCOMPARE(decision.message, line(text));
         }
     }
 
@@ -597,8 +613,11 @@ private Q_SLOTS:
         const Origin from = origin == QLatin1String("none") ? Origin()
             : origin == QLatin1String("file")               ? *originFrom(line("null"))
                                                             : *originFrom(origin);
-        Visitor visitor(from, {}, std::make_shared<VisitorCounts>());
-        const auto refusal = Doorkeeper(policy, {}).atText(visitor, text).refusal;
+        const auto counts = std::make_shared<VisitorCounts>();
+        const auto refusal = Doorkeeper(policy, {})
+                                 .atText(*std::make_unique<Visitor>(from, QString(), counts), text)
+                                 .refusal;
+        QVERIFY(counts->all == 0 && counts->ofOrigin.isEmpty()); // of a page that is gone
         QCOMPARE(refusal ? (refusal->key.isEmpty() ? refusal->reason : refusal->key)
                          : QString::fromLatin1(""),
                  rule);
@@ -731,6 +750,23 @@ private Q_SLOTS:
         QCOMPARE(problem().contains(line("belongs to")), getuid() != 0);
         base::setOwnUser(getuid());
         QFile::remove(own);
+    }
+
+    void onlyItsOwnFilesAreWatched()
+    {
+        writeFile(at("watch/a"));
+        PolicyWatch one;
+        PolicyWatch other;
+        one.watch({at("watch/a")});
+        other.watch({at("watch/b")});
+        const QSignalSpy changesOfOne(&one, &PolicyWatch::changed);
+        const QSignalSpy changesOfOther(&other, &PolicyWatch::changed);
+        writeFile(at("watch/b"));
+        QTRY_COMPARE(changesOfOther.size(), 1);
+        QCOMPARE(changesOfOne.size(), 0);
+        writeFile(at("watch/a"));
+        QTRY_COMPARE(changesOfOne.size(), 1);
+        QCOMPARE(changesOfOther.size(), 1);
     }
 
     void theAuditIsAChain()

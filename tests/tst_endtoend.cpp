@@ -3,11 +3,12 @@
 // The real program with the portable device library. Needs port 1818.
 
 #include "app/singleinstance.h"
+#include "tests/accesspolicy.h"
+#include "tests/files.h"
 #include "tests/pages.h"
 
 #include <QDateTime>
 #include <QDir>
-#include <QFile>
 #include <QImage>
 #include <QProcess>
 #include <QTcpSocket>
@@ -50,25 +51,13 @@ private Q_SLOTS:
             const QString file = QString::fromUtf8(name);
             QVERIFY2(QFile::copy(built.filePath(file), inFolder(file)), name);
         }
-        QFile settings(inFolder(QStringLiteral("devices.ini")));
-        QVERIFY(settings.open(QIODevice::WriteOnly));
-        settings.write("[cameras]\n1=scene\n2=image:/nowhere.png\n");
-        settings.close();
-
-        // A display that can't be reached is none: the server starts all the same, and says so.
-        QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
-        environment.remove(QStringLiteral("QT_QPA_PLATFORM"));
-        environment.insert(QStringLiteral("DISPLAY"), QStringLiteral(":987"));
-        m_server.setProcessEnvironment(environment);
-        m_server.start(program(), {QStringLiteral("--simulate")});
-        QVERIFY(m_server.waitForStarted());
-        QTRY_VERIFY_WITH_TIMEOUT(somebodyListens(), 30000);
+        writeFile(inFolder(line("devices.ini")), "[cameras]\n1=scene\n2=image:/nowhere.png\n");
+        start();
     }
 
     void cleanupTestCase()
     {
-        m_server.kill();
-        m_server.waitForFinished();
+        end();
         if (!m_folder.isEmpty()) {
             QDir(m_folder).removeRecursively();
         }
@@ -121,10 +110,7 @@ private Q_SLOTS:
             answer = page.nextReply();
         }
         QCOMPARE(answer, QStringLiteral("BeginbStartPlay2falseEndbStartPlay2"));
-        QFile log(inFolder(QStringLiteral("log/vx_log_%1.txt")
-                               .arg(QDate::currentDate().toString(QStringLiteral("yyyy-MM-dd")))));
-        QVERIFY(log.open(QIODevice::ReadOnly));
-        const QString text = QString::fromUtf8(log.readAll());
+        const QByteArray text = log();
         for (const char *line : {
                  "]  boreaTcp：系统启动\n",
                  "]  版本编译时间 ",
@@ -134,13 +120,74 @@ private Q_SLOTS:
                  "\"bStartPlay2()\"\n",
                  "/nowhere.png",
              }) {
-            QVERIFY2(text.contains(QString::fromUtf8(line)), line);
+            QVERIFY2(text.contains(line), line);
         }
+    }
+
+    void thereAreEnoughDescriptors()
+    {
+        const QByteArray limits = contentOf(line("/proc/%1/limits").arg(m_server.processId()));
+        const int at = limits.indexOf("Max open files");
+        const QList<QByteArray> words = limits.mid(at, 60).simplified().split(' ');
+        QVERIFY(at >= 0 && words[3].toLong() >= qMin(words[4].toLong(), 65536L));
+    }
+
+    // The last one: it leaves the policy behind.
+    void thePolicyBesideTheProgram()
+    {
+        end();
+        const QString file = inFolder(line("access.ini"));
+        writeFile(file, policyText(line("x=y")));
+        m_server.start(program(), QStringList());
+        QVERIFY(m_server.waitForFinished(30000));
+        QCOMPARE(m_server.exitCode(), 78);
+        const QByteArray reason =
+            "access: " + file.toUtf8() + ":3: there is no key \"x\" in section [policy]\n";
+        QVERIFY(m_server.readAllStandardError().contains(reason));
+        QVERIFY(log().contains(reason));
+
+        writeFile(file, policyText(line("[grant.a] origin=none|allow=status [audit] file=a.log")));
+        start();
+        Page page(port);
+        page.send(line("bStartPlay()"));
+        QCOMPARE(page.nextReply(), line("BeginbStartPlayfalseEndbStartPlay"));
+        QVERIFY(contentOf(inFolder(line("log/a.log"))).contains("\"what\":\"bStartPlay\""));
+        // The device process has been restricted from its start.
+        QVERIFY(!log().contains("the folders of the access policy have changed"));
     }
 
 private:
     QString inFolder(const QString &name) const { return m_folder + QLatin1Char('/') + name; }
-    QString program() const { return inFolder(QStringLiteral("rvowebSocketServer")); }
+    QString program() const { return inFolder(line("rvowebSocketServer")); }
+    QByteArray log() const
+    {
+        const QString today = QDate::currentDate().toString(Qt::ISODate);
+        return contentOf(inFolder(line("log/vx_log_%1.txt").arg(today)));
+    }
+
+    void start()
+    {
+        QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+        environment.insert(line("QT_LOGGING_RULES"),
+                           line("*=false")); // the server logs all the same
+        // A display that can't be reached is none: the server starts, and says so.
+        environment.remove(line("QT_QPA_PLATFORM"));
+        environment.insert(line("DISPLAY"), line(":987"));
+        m_server.setProcessEnvironment(environment);
+        rlimit before{};
+        getrlimit(RLIMIT_NOFILE, &before);
+        const rlimit few{500, before.rlim_max}; // which the server raises
+        setrlimit(RLIMIT_NOFILE, &few);
+        m_server.start(program(), {line("--simulate")});
+        QVERIFY(m_server.waitForStarted());
+        setrlimit(RLIMIT_NOFILE, &before);
+        QTRY_VERIFY_WITH_TIMEOUT(somebodyListens(), 30000);
+    }
+    void end()
+    {
+        m_server.kill();
+        m_server.waitForFinished();
+    }
 
     QString m_folder;
     QProcess m_server;

@@ -17,6 +17,7 @@
 #include "transport/websocketservermanager.h"
 #include "upload/uploadpool.h"
 
+#include <QSemaphore>
 #include <QtTest>
 #include <sys/resource.h>
 #include <unistd.h>
@@ -117,7 +118,7 @@ private Q_SLOTS:
             RawPage::frame(RawPage::text, QByteArray(600, 'x')) + RawPage::header(0, 401).left(4),
             1009, "the message is too long");
         // QWebSocket's own checks.
-        row("a fragment of nothing", RawPage::frame(RawPage::fin, "x"), 1002, "");
+        row("a fragment of nothing", RawPage::frame(RawPage::fin, QByteArray(1000, 'x')), 1002, "");
         row("text within a text", RawPage::frame(RawPage::text, "x") + command, 1002, "");
         row("no UTF-8", RawPage::message("\xFF"), 1007, "");
     }
@@ -525,6 +526,10 @@ private Q_SLOTS:
         getrlimit(RLIMIT_NOFILE, &raised);
         QCOMPARE(quint64(raised.rlim_cur), expected);
         QCOMPARE(raised.rlim_max, before.rlim_max);
+        const rlimit many{65537, qMax<rlim_t>(before.rlim_max, 65537)};
+        if (setrlimit(RLIMIT_NOFILE, &many) == 0) { // more isn't taken away
+            QCOMPARE(raiseDescriptorLimit(), quint64(65537));
+        }
     }
 
     void anUploadHoldsItsPageOnly_data()
@@ -611,6 +616,26 @@ private Q_SLOTS:
         }
         QCOMPARE(recording::count("sUpLoadImageEx5"),
                  UploadPool::threadsOfClient + UploadPool::threads);
+    }
+
+    void everyThreadCanUpload()
+    {
+        QSemaphore begun;
+        QSemaphore mayEnd;
+        int ended = 0;
+        std::vector<QObject> clients(UploadPool::threads + 1);
+        for (QObject &client : clients) {
+            UploadPool::instance().start(
+                &client,
+                [&] {
+                    begun.release();
+                    mayEnd.acquire();
+                },
+                [&ended](bool ran) { ended += ran ? 1 : 0; });
+        }
+        QTRY_COMPARE(begun.available(), UploadPool::threads);
+        mayEnd.release(UploadPool::threads + 1);
+        QTRY_COMPARE(ended, UploadPool::threads + 1);
     }
 
     void refusalsDoNotFillTheLog()

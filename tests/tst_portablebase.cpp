@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 // What all rooms of the portable library use: files, texts, background work.
 #include "base/logtext.h"
+#include "base/neighbor.h"
 #include "portable/base/atomicfile.h"
 #include "portable/base/backgroundjob.h"
 #include "portable/base/base64text.h"
@@ -19,6 +20,7 @@
 #include <QtTest>
 #include <sys/stat.h>
 
+#include <cerrno>
 #include <future>
 #include <stdexcept>
 
@@ -142,6 +144,8 @@ private Q_SLOTS:
         QCOMPARE(file.read(bytes, 2, &error), qint64(2));
         QVERIFY(file.rewind()); // counts from the start again
         QCOMPARE(file.read(bytes, 2, &error), qint64(2));
+        errno = EINTR; // of an earlier call
+        QCOMPARE(file.read(bytes, 2, &error), qint64(0));
         writeFile(path("growing"), "abcdef");
         QCOMPARE(file.read(bytes, 8, &error), qint64(-1));
         QCOMPARE(error, line("it is larger than 2 bytes"));
@@ -312,9 +316,11 @@ private Q_SLOTS:
                               line("no quotes ")}));
         // A terminal shows nothing but what is here.
         QCOMPARE(base::oneLine(line("a\tb柜𠀀é")), line("a\\tb柜𠀀é"));
-        QCOMPARE(base::oneLine(QString(QChar(0x202e)) + QChar(0x2028) + QChar(0x85) + QChar(0)),
-                 line("\\u202e\\u2028\\u0085\\u0000"));
-        QCOMPARE(base::oneLine(QString(QChar(0xd840)) + QChar(0x7f)), line("\\ud840\\u007f"));
+        QCOMPARE(base::oneLine(QString(QChar(0x202e)) + QChar(0x2028) + QChar(0x80) + QChar(0xffff)
+                               + QChar(0)),
+                 line("\\u202e\\u2028\\u0080\\uffff\\u0000"));
+        const QString half = QChar(0xd840);
+        QCOMPARE(base::oneLine(half + QChar(0x7f) + half), line("\\ud840\\u007f\\ud840"));
         QCOMPARE(base::oneLine(QString::fromUcs4(U"\U000e0001", 1)), line("\\U000e0001"));
     }
 
@@ -326,6 +332,20 @@ private Q_SLOTS:
         QCOMPARE(base::withoutSecrets(line("not an address: bank/a?token=1")),
                  line("not an address: bank/a?..."));
         QCOMPARE(base::withoutSecrets(line("/tmp/a?b#c@d")), line("/tmp/a?b#c@d"));
+    }
+
+    void users()
+    {
+        QCOMPARE(base::userText(0), line("root (uid 0)"));
+        QCOMPARE(base::userText(3999999999U), line("uid 3999999999"));
+        writeFile(path("own"));
+        QCOMPARE(base::squatterProblem(path("own")), QString());
+        base::setOwnUser(geteuid() + 1);
+        const QString owner = line(" belongs to ") + base::userText(geteuid());
+        QVERIFY(base::squatterProblem(path("own")).endsWith(owner));
+        QCOMPARE(base::squatterProblem(line("/etc")), line("/etc belongs to root (uid 0)"));
+        QCOMPARE(base::squatterProblem(line("/none")), QString());
+        base::setOwnUser(geteuid());
     }
 
     void texts()

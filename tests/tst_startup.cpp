@@ -75,26 +75,36 @@ private Q_SLOTS:
         writeFile(
             ps,
             "#!/bin/sh\n"
-            "echo 1 rvowebSocketServer; echo 2 /a/rvowebSocketServer -x; echo 3 sh "
-            "rvowebSocketServer\n"
+            "for i in 1 2 3 4 5 6 7 8 9 10; do echo $i /a/rvowebSocketServer -x; done\n"
+            "echo 3 sh rvowebSocketServer\n"
             "echo 4 RVOWEBSOCKETSERVER; echo 5 vi rvowebSocketServer.txt; echo 6 other\n"
             "[ -z \"$LD_LIBRARY_PATH\" ] || echo 7 rvowebSocketServer \"$LD_LIBRARY_PATH\"\n");
         QVERIFY(QFile::setPermissions(ps, QFile::ReadOwner | QFile::ExeOwner));
         const QByteArray path = qgetenv("PATH");
         qputenv("PATH", folder.path().toLocal8Bit() + ':' + path);
-        const QByteArray before = qgetenv("LD_LIBRARY_PATH");
+        const QByteArray oldPath = qgetenv("LD_LIBRARY_PATH");
         qputenv("LD_LIBRARY_PATH", "/some/where");
         const InstanceCount instances = countInstances();
         qputenv("PATH", path);
         QCOMPARE(qgetenv("LD_LIBRARY_PATH"), QByteArray("/some/where"));
-        QCOMPARE(instances.line, QByteArray("2"));
+        QCOMPARE(instances.line, QByteArray("10"));
+        QCOMPARE(instances.count, 10L);
         QVERIFY(instances.anotherRuns());
 
         qunsetenv("LD_LIBRARY_PATH");
-        countInstances();
+        rlimit before{};
+        getrlimit(RLIMIT_NOFILE, &before);
+        const rlimit none{3, before.rlim_max}; // no pipe can be made
+        setrlimit(RLIMIT_NOFILE, &none);
+        const InstanceCount unknown = countInstances();
+        setrlimit(RLIMIT_NOFILE, &before);
+        QCOMPARE(unknown.count, 0L);
+        InstanceCount one;
+        one.count = 1; // this one
+        QVERIFY(!one.anotherRuns());
         QVERIFY(!qEnvironmentVariableIsSet("LD_LIBRARY_PATH"));
-        if (!before.isNull()) {
-            qputenv("LD_LIBRARY_PATH", before);
+        if (!oldPath.isNull()) {
+            qputenv("LD_LIBRARY_PATH", oldPath);
         }
     }
 };

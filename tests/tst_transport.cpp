@@ -11,6 +11,7 @@
 #include <QTcpServer>
 #include <QTcpSocket>
 #include <QtTest>
+#include <fcntl.h>
 
 #include <memory>
 
@@ -265,13 +266,15 @@ private Q_SLOTS:
         QVERIFY(!stalled.readUpTo(QByteArray(size, 'Z')).isEmpty());
     }
 
-    void noDelayIsSet()
+    void optionsOfTheSockets()
     {
         Page page(port());
         QVERIFY(pagesBecome(1));
         const auto sockets = m_manager->findChildren<QTcpSocket *>();
         QCOMPARE(sockets.size(), 1);
         QCOMPARE(sockets.first()->socketOption(QAbstractSocket::LowDelayOption).toInt(), 1);
+        // No program that the server starts keeps the connection open.
+        QCOMPARE(fcntl(int(sockets.first()->socketDescriptor()), F_GETFD), FD_CLOEXEC);
     }
 
     void startAndStop()
