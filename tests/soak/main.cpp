@@ -21,6 +21,7 @@
 #include <functional>
 #include <memory>
 #include <random>
+#include <set>
 #include <string>
 #include <thread>
 #include <vector>
@@ -112,6 +113,7 @@ private:
 
     std::uint64_t m_sent = 0;
     std::uint64_t m_lost = 0;
+    std::set<std::string> m_filesBefore;
     std::vector<double> m_replyMs;
     Clock::time_point m_lastFrame{};
     Clock::time_point m_disturbed{}; ///< When the preview was last interrupted on purpose.
@@ -455,6 +457,9 @@ int Soak::judge(const Usage &before, const Usage &after) const
     const bool isLeft = after.descriptors > before.descriptors || after.threads > before.threads;
     if (isLeft) {
         std::printf("FAILED: descriptors or threads are left over\n");
+        for (const std::string &file : m_server.openFiles()) {
+            std::printf("  %s%s\n", file.c_str(), m_filesBefore.count(file) > 0 ? "" : "  (new)");
+        }
     }
     if (m_lost > 0) {
         std::printf("FAILED: replies were lost\n");
@@ -478,6 +483,8 @@ int Soak::run()
         keepPreviewOn();
     }
     const Usage before = usageWithoutClients();
+    const auto files = m_server.openFiles();
+    m_filesBefore.insert(files.begin(), files.end());
 
     m_begin = m_secondBegin = m_nextSample = Clock::now();
     m_nextChurn = m_begin + seconds(10);

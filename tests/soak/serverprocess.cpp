@@ -87,6 +87,19 @@ Usage ServerProcess::usage() const
     return usage;
 }
 
+std::vector<std::string> ServerProcess::openFiles() const
+{
+    std::vector<std::string> files;
+    std::error_code error;
+    const fs::path folder = "/proc/" + std::to_string(m_pid) + "/fd";
+    for (fs::directory_iterator i(folder, error), end; !error && i != end; i.increment(error)) {
+        std::error_code gone;
+        files.push_back(i->path().filename().string() + " "
+                        + fs::read_symlink(i->path(), gone).string());
+    }
+    return files;
+}
+
 int ServerProcess::killCompanions() const
 {
     int killed = 0;

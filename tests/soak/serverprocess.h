@@ -5,6 +5,7 @@
 
 #include <cstdint>
 #include <string>
+#include <vector>
 
 /// What a process and its log use at one moment.
 struct Usage
@@ -31,6 +32,9 @@ public:
     bool isRunning();
 
     Usage usage() const;
+
+    /// What its descriptors refer to, as in /proc: "socket:[1234]".
+    std::vector<std::string> openFiles() const;
 
     /// Kills the programs of the folder other than the server. \return how many there were
     int killCompanions() const;
