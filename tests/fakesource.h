@@ -34,6 +34,12 @@ public:
         change([=] { m_failure = reason; });
     }
 
+    /// The next read fails with this reason.
+    void failOnce(const QString &reason)
+    {
+        change([=] { m_failureOnce = reason; });
+    }
+
     std::vector<cv::Size> opened() const
     {
         const std::lock_guard<std::mutex> lock(m_mutex);
@@ -55,10 +61,12 @@ public:
     int next(QString *error)
     {
         std::unique_lock<std::mutex> lock(m_mutex);
-        m_changed.wait_for(lock, std::chrono::seconds(10),
-                           [this] { return m_free != 0 || !m_failure.isEmpty(); });
-        *error = m_failure;
-        if (m_free == 0 || !m_failure.isEmpty()) {
+        m_changed.wait_for(lock, std::chrono::seconds(10), [this] {
+            return m_free != 0 || !m_failure.isEmpty() || !m_failureOnce.isEmpty();
+        });
+        *error = m_failureOnce.isEmpty() ? m_failure : m_failureOnce;
+        m_failureOnce.clear();
+        if (m_free == 0 || !error->isEmpty()) {
             return 0;
         }
         if (m_free > 0) {
@@ -84,6 +92,7 @@ private:
     int m_free = -1; // frames that may come; -1: any number. Guarded by m_mutex, like all below
     int m_number = 0;
     QString m_failure;
+    QString m_failureOnce;
     std::vector<cv::Size> m_opened; // size of each successful open
 };
 

@@ -183,25 +183,110 @@ private Q_SLOTS:
         cv::Mat frame;
         quint64 sequence = 0;
         one.device->fail(line("unplugged"));
-        while (one.camera.nextFrame(sequence, frame)) { } // the last ones before
-        QVERIFY(frame.empty());
-        QVERIFY(!one.camera.currentFrame(frame)); // at once: no time passes
-        QVERIFY(!one.camera.nextFrame(sequence, frame));
         QTRY_COMPARE(m_log->lines(),
                      QStringList{line("camera 1 lost: /dev/fake (Fake): unplugged")});
+        QVERIFY(!one.camera.currentFrame(frame)); // at once: no time passes
+        QVERIFY(frame.empty() && !one.camera.hasFrame());
         m_log->takeLines();
 
-        QVERIFY(one.clock.waitForWaiter(reopenInterval));
+        QVERIFY(one.clock.waitForWaiter(reopenInterval)); // tried at once, in vain
         one.clock.advance(reopenInterval); // in vain
         QVERIFY(one.clock.waitForWaiter(reopenInterval));
+        auto next =
+            std::async(std::launch::async, [&] { return one.camera.nextFrame(sequence, frame); });
+        QVERIFY(one.clock.waitForWaiter(frameTimeout));
         one.device->fail({});
         one.clock.advance(reopenInterval - 1ms);
         QVERIFY(m_log->lines().isEmpty());
         one.clock.advance(1ms);
         QTRY_COMPARE(m_log->lines(), QStringList{line("camera 1 is back: /dev/fake (Fake)")});
-        const quint64 before = sequence;
+        QVERIFY(next.get()); // who waited sees a gap only
+    }
+
+    void singleFailureIsNoGap()
+    {
+        OneCamera one;
+        QVERIFY(one.startHeld());
+        cv::Mat frame;
+        quint64 sequence = 0;
         QVERIFY(one.camera.nextFrame(sequence, frame));
-        QVERIFY(sequence > before);
+        one.device->failOnce(line("EIO"));
+        one.device->deliverFreely();
+        QVERIFY(one.camera.nextFrame(sequence, frame)); // without any time passing
+        QCOMPARE(one.device->opened().size(), size_t(2));
+    }
+
+    void noPictureOfAFormerSize()
+    {
+        OneCamera one;
+        QVERIFY(one.startHeld());
+        cv::Mat frame;
+        one.settings.setResolution(1, {80, 60});
+        auto current =
+            std::async(std::launch::async, [&] { return one.camera.currentFrame(frame); });
+        QVERIFY(one.clock.waitForWaiter(resizeTimeout));
+        one.clock.advance(resizeTimeout);
+        QVERIFY(!current.get() && frame.empty());
+        QVERIFY(m_log->lines().contains(line("camera 1 has no picture of the new size yet")));
+        one.device->deliverFreely();
+        QVERIFY(one.camera.currentFrame(frame));
+        QCOMPARE(frame.size(), cv::Size(80, 60));
+    }
+
+    /// The server stops a camera that delivers no frames and starts it 3 s later, whatever comes.
+    void lostCameraIsBackWhateverTheServerDoes_data()
+    {
+        const Rows<bool, bool> row("isBackInThePause", "isOther");
+        row("back during the pause", true, false);
+        row("back after the start", false, false);
+        row("another camera is started", false, true);
+    }
+
+    void lostCameraIsBackWhateverTheServerDoes()
+    {
+        QFETCH(bool, isBackInThePause);
+        QFETCH(bool, isOther);
+        ManyCameras many;
+        QVERIFY(many.cameras.start(1));
+        many.device->fail(line("unplugged"));
+        const auto camera = many.cameras.mainCamera();
+        QTRY_VERIFY(!camera->hasFrame());
+        many.cameras.stopMain();
+        QVERIFY(!many.cameras.isOpen());
+        if (isBackInThePause) {
+            many.device->fail({});
+            QVERIFY(many.clock.waitForWaiter(reopenInterval));
+            many.clock.advance(reopenInterval);
+            QTRY_VERIFY(camera->hasFrame());
+        }
+        QCOMPARE(many.cameras.start(isOther ? 2 : 1), isBackInThePause);
+        many.device->fail({});
+        cv::Mat frame;
+        if (!isBackInThePause && !isOther) {
+            QVERIFY(many.clock.waitForWaiter(reopenInterval));
+            many.clock.advance(reopenInterval);
+            QTRY_VERIFY(camera->hasFrame());
+        }
+        QCOMPARE(many.cameras.nextPreviewFrame(frame), !isOther);
+        QCOMPARE(many.cameras.mainCamera() == camera, !isOther);
+    }
+
+    void lostCameraIsNotLookedForForEver()
+    {
+        ManyCameras many;
+        QVERIFY(many.cameras.start(1));
+        many.device->fail(line("unplugged"));
+        const auto camera = many.cameras.mainCamera();
+        QTRY_VERIFY(!camera->hasFrame());
+        many.cameras.stopMain();
+        for (auto passed = 0ms; passed < lostCameraLimit; passed += reopenInterval) {
+            QVERIFY(many.clock.waitForWaiter(reopenInterval));
+            many.clock.advance(reopenInterval);
+        }
+        QVERIFY(camera->hasEnded());
+        many.device->fail({});
+        QVERIFY(many.cameras.start(1)); // another object
+        QVERIFY(many.cameras.mainCamera() != camera && !camera->hasFrame());
     }
 
     void stopReleasesWhoWaits()

@@ -61,7 +61,7 @@ bool Camera::nextFrame(quint64 &last, cv::Mat &frame)
 {
     std::unique_lock<std::mutex> lock(m_mutex);
     m_clock.waitFor(m_published, lock, frameTimeout,
-                    [&] { return !m_hasFrame || m_sequence > last; });
+                    [&] { return m_stop || (m_hasFrame && m_sequence > last); });
     if (!m_hasFrame || m_sequence <= last) {
         frame.release();
         return false;
@@ -73,12 +73,43 @@ bool Camera::nextFrame(quint64 &last, cv::Mat &frame)
 
 bool Camera::currentFrame(cv::Mat &frame)
 {
-    const quint64 revision = m_settings.revision();
+    const Settings::View settings = m_settings.view(m_number);
     std::unique_lock<std::mutex> lock(m_mutex);
-    m_clock.waitFor(m_published, lock, frameTimeout,
-                    [&] { return !m_hasFrame || m_revision >= revision; });
+    const auto isWanted = [&] { return m_resolution == settings.resolution; };
+    const auto timeout = isWanted() ? frameTimeout : resizeTimeout;
+    m_clock.waitFor(m_published, lock, timeout,
+                    [&] { return !m_hasFrame || m_revision >= settings.revision; });
+    if (m_hasFrame && m_revision < settings.revision && !isWanted()) {
+        logWarning() << cameraName(m_number) << "has no picture of the new size yet";
+        frame.release();
+        return false;
+    }
     frame = m_frame;
     return m_hasFrame;
+}
+
+bool Camera::hasFrame() const
+{
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    return m_hasFrame;
+}
+
+void Camera::endAt(base::Clock::TimePoint time)
+{
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    m_end = time;
+}
+
+void Camera::endNotBefore(base::Clock::TimePoint time)
+{
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    m_end = std::max(m_end, time);
+}
+
+bool Camera::hasEnded() const
+{
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    return m_stop || m_clock.now() >= m_end;
 }
 
 cv::Size Camera::size() const
@@ -98,6 +129,8 @@ void Camera::run()
                        m_clock.now());
         QString error;
         if (!sleepUntil(due) || (!grab(&error) && !recover(error))) {
+            withdraw();
+            m_source->close();
             return;
         }
     }
@@ -154,7 +187,7 @@ bool Camera::grab(QString *error)
         if (!read(settings, frame, error)) {
             return false;
         }
-        publish(processed(frame, settings.orientation), frame.size(), settings.revision);
+        publish(processed(frame, settings.orientation), frame.size(), settings);
         return true;
     } catch (const std::exception &failure) { // OpenCV's, or out of memory
         *error = QString::fromLocal8Bit(failure.what());
@@ -186,7 +219,7 @@ cv::Mat Camera::processed(const cv::Mat &frame, const Orientation &orientation)
     return result;
 }
 
-void Camera::publish(const cv::Mat &frame, const cv::Size &size, quint64 revision)
+void Camera::publish(const cv::Mat &frame, const cv::Size &size, const Settings::View &settings)
 {
     {
         const std::lock_guard<std::mutex> lock(m_mutex);
@@ -195,7 +228,8 @@ void Camera::publish(const cv::Mat &frame, const cv::Size &size, quint64 revisio
         }
         m_frame = frame;
         m_size = size;
-        m_revision = revision;
+        m_revision = settings.revision;
+        m_resolution = settings.resolution;
         m_sequence = ++lastSequence;
         m_hasFrame = true;
     }
@@ -220,20 +254,21 @@ bool Camera::recover(const QString &why)
     logWarning() << cameraName(m_number) << "lost:" << m_source->name() + QLatin1Char(':') << why;
     m_source->close();
     QString ignored;
-    do {
+    while (!open(&ignored)) {
         if (!sleepUntil(m_clock.now() + reopenInterval)) {
             return false;
         }
-    } while (!open(&ignored));
+    }
     logInfo() << cameraName(m_number) << "is back:" << m_source->name();
     return true;
 }
 
-/// \return false as soon as the camera is stopped
+/// \return false as soon as the camera is stopped, and after its end
 bool Camera::sleepUntil(base::Clock::TimePoint time)
 {
     std::unique_lock<std::mutex> lock(m_mutex);
-    return !m_clock.waitUntil(m_stopped, lock, time, [this] { return m_stop; });
+    return !m_clock.waitUntil(m_stopped, lock, time, [this] { return m_stop; })
+        && m_clock.now() < m_end;
 }
 
 } // namespace portable

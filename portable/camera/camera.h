@@ -15,15 +15,20 @@
 namespace portable {
 
 constexpr std::chrono::seconds frameTimeout{2}; ///< How long readers wait for a frame at most.
-constexpr std::chrono::seconds reopenInterval{1}; ///< Between attempts to reopen a lost source.
+/// How long currentFrame() waits for the first frame of another size: some cameras adapt to the
+/// light first.
+constexpr std::chrono::seconds resizeTimeout{6};
+/// Between attempts to reopen a lost source; the first one is made at once.
+constexpr std::chrono::milliseconds reopenInterval{500};
 
 /**
  * An open camera: a source, and a thread that reads it and keeps the newest frame for any number of
  * readers.
  *
  * Frames are rotated and flipped as set, once for all readers. Readers share a frame by reference
- * count and must not write to it; it never changes. When the source fails, reads fail immediately
- * until the thread has reopened it.
+ * count and must not write to it; it never changes. When the source fails, there is no frame until
+ * the thread has reopened it: nextFrame() waits, so that a short failure is no more than a gap;
+ * currentFrame() fails at once.
  *
  * start() and stop() must not run at the same time; everything else may be called from any thread.
  */
@@ -49,6 +54,14 @@ public:
     /// Ends the thread and closes the source for good. Pending reads fail.
     void stop();
 
+    /// Whether there is a frame: not before start(), after stop(), and while the source is lost.
+    bool hasFrame() const;
+
+    /// Ends the thread and closes the source at this time; TimePoint::max(): never.
+    void endAt(base::Clock::TimePoint time);
+    void endNotBefore(base::Clock::TimePoint time); ///< Only puts an end off.
+    bool hasEnded() const;
+
     /**
      * Waits up to frameTimeout for a frame newer than the reader's last one.
      * \param last   sequence number of the reader's last frame, 0 before its first; set to that of
@@ -60,6 +73,7 @@ public:
 
     /**
      * The newest frame, without waiting; after a change of settings, the first one taken with them.
+     * If that doesn't come in frameTimeout, the newest one; but never one of a former size.
      * \return false, with `frame` empty, when there is none
      */
     bool currentFrame(cv::Mat &frame);
@@ -75,7 +89,7 @@ private:
     bool grab(QString *error);
     bool read(const Settings::View &settings, cv::Mat &frame, QString *error);
     cv::Mat processed(const cv::Mat &frame, const Orientation &orientation);
-    void publish(const cv::Mat &frame, const cv::Size &size, quint64 revision);
+    void publish(const cv::Mat &frame, const cv::Size &size, const Settings::View &settings);
     void withdraw();
     bool recover(const QString &why);
     bool sleepUntil(base::Clock::TimePoint time);
@@ -100,8 +114,10 @@ private:
     cv::Size m_size;
     quint64 m_sequence = 0;
     quint64 m_revision = 0; // of the settings m_frame was taken with
+    cv::Size m_resolution; // requested in them
     bool m_hasFrame = false;
     bool m_stop = false;
+    base::Clock::TimePoint m_end = base::Clock::TimePoint::max();
 };
 
 } // namespace portable

@@ -8,6 +8,8 @@
 #include <QCoreApplication>
 #include <opencv2/core/utils/logger.hpp>
 
+#include <utility>
+
 namespace portable {
 
 namespace {
@@ -54,6 +56,7 @@ CameraSet::~CameraSet()
 {
     stopMain();
     stopFourth();
+    takeLost(0);
 }
 
 std::shared_ptr<Camera> CameraSet::open(int camera, int rotation)
@@ -74,6 +77,25 @@ std::shared_ptr<Camera> CameraSet::open(int camera, int rotation)
     if (rotation != 0) {
         m_settings.setRotation(rotation);
     }
+    const Slot lost = &slot == &m_main ? takeLost(camera) : nullptr;
+    Slot opened = lost && lost->hasFrame() ? lost : started(camera);
+    if (opened) {
+        replace(slot, opened);
+    }
+    if (lost && opened == lost) {
+        lost->endAt(base::Clock::TimePoint::max());
+    } else if (lost && opened) {
+        lost->stop();
+    } else if (lost) {
+        lost->endAt(m_clock.now() + lookoutLimit);
+        replace(slot, lost);
+    }
+    return opened;
+}
+
+/// A camera of its own source, open; null on failure, with a line in the log.
+CameraSet::Slot CameraSet::started(int camera)
+{
     QString error;
     auto source = m_factory(camera, &error);
     if (!source) {
@@ -81,11 +103,18 @@ std::shared_ptr<Camera> CameraSet::open(int camera, int rotation)
         return nullptr;
     }
     auto started = std::make_shared<Camera>(camera, std::move(source), m_settings, m_clock);
-    if (!started->start()) {
+    return started->start() ? started : nullptr;
+}
+
+/// The lost camera, if it has this number and is still looked for; otherwise it is stopped.
+CameraSet::Slot CameraSet::takeLost(int camera)
+{
+    const Slot lost = std::move(m_lost);
+    if (lost && (lost->number() != camera || lost->hasEnded())) {
+        lost->stop();
         return nullptr;
     }
-    replace(slot, started);
-    return started;
+    return lost;
 }
 
 void CameraSet::stopMain()
@@ -97,7 +126,14 @@ void CameraSet::stopMain()
             && m_clock.now() - m_endAnnounced < cameraChangeLimit;
         m_ended = m_ended || isAnnounced;
     }
-    replace(m_main, nullptr);
+    const Slot ended = get(m_main);
+    if (!ended || ended->hasFrame()) {
+        replace(m_main, nullptr);
+        return;
+    }
+    takeLost(0); // a former one
+    ended->endAt(m_clock.now() + lostCameraLimit);
+    m_lost = exchanged(m_main, nullptr);
 }
 
 void CameraSet::stopFourth()
@@ -142,6 +178,9 @@ bool CameraSet::nextPreviewFrame(cv::Mat &frame)
 {
     const Slot camera = get(m_main);
     quint64 last = m_previewSequence;
+    if (camera) {
+        camera->endNotBefore(m_clock.now() + lookoutLimit);
+    }
     if (!camera || !camera->nextFrame(last, frame)) {
         frame.release();
         return false;
@@ -187,15 +226,16 @@ cv::Size CameraSet::size(int camera) const
 /// Puts `camera` into the slot and stops the one that was there.
 void CameraSet::replace(Slot &slot, const Slot &camera)
 {
-    Slot replaced;
-    {
-        const std::lock_guard<std::mutex> lock(m_mutex);
-        replaced = slot;
-        slot = camera;
-    }
-    if (replaced) {
+    if (const Slot replaced = exchanged(slot, camera)) {
         replaced->stop();
     }
+}
+
+/// Puts `camera` into the slot. \return the one that was there
+CameraSet::Slot CameraSet::exchanged(Slot &slot, const Slot &camera)
+{
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    return std::exchange(slot, camera);
 }
 
 CameraSet::Slot CameraSet::get(const Slot &slot) const

@@ -13,6 +13,14 @@
 
 namespace portable {
 
+/// How long a lost camera is kept after stopMain(). The server stops and starts one that delivers
+/// no frames, with a pause of 3 s; a camera that comes back meanwhile is there at once.
+constexpr std::chrono::seconds lostCameraLimit{5};
+
+/// How long a lost camera that couldn't be started is looked for after its last frame was asked
+/// for.
+constexpr std::chrono::seconds lookoutLimit{30};
+
 /// How long a switch from one camera to another may take.
 constexpr std::chrono::milliseconds cameraChangeLimit{5000};
 
@@ -36,7 +44,9 @@ public:
      * Opens a camera after closing the one it replaces.
      * \param camera    a number that cameraKey() knows
      * \param rotation  0 keeps the setting; 90, 180 or 270 changes it; anything else fails
-     * \return false, with one line in the log, when it delivers no frames; then none is open
+     * \return false, with one line in the log, when it delivers no frames; then none is open, but
+     * one that was lost when stopMain() ended it, within lostCameraLimit, delivers frames as soon
+     *         as it is back, as long as they are asked for
      */
     bool start(int camera, int rotation = 0) { return open(camera, rotation) != nullptr; }
 
@@ -85,6 +95,9 @@ private:
     using Slot = std::shared_ptr<Camera>;
 
     void replace(Slot &slot, const Slot &camera);
+    Slot exchanged(Slot &slot, const Slot &camera);
+    Slot started(int camera);
+    Slot takeLost(int camera);
     Slot get(const Slot &slot) const;
     std::unique_ptr<FrameSource> source(int camera) const;
 
@@ -94,6 +107,7 @@ private:
     std::atomic<quint64> m_previewSequence{0}; // of the last frame of nextPreviewFrame()
 
     std::mutex m_changing; // held throughout a start or stop
+    Slot m_lost; // ended by stopMain() while it was lost; guarded by m_changing
     mutable std::mutex m_mutex; // never held while waiting
     Slot m_main; // guarded by m_mutex, like all below
     Slot m_fourth;

@@ -45,13 +45,17 @@ bool describe(V4l2Device &device, const QString &sysfs)
         usb.vendorId.isEmpty() ? QString() : usb.vendorId + QLatin1Char(':') + usb.productId;
     const V4l2Node node(device.path);
     if (!node.isOpen()) {
-        // Its capabilities are unknown, but a camera's first node is the capture node.
+        const int obstacle = errno;
+        // Its capabilities are unknown, but a camera's first node is the capture node. It must be
+        // in the list: a camera in use or forbidden is not a missing one.
         device.name = firstLine(classFolder + QStringLiteral("/name"));
-        return firstLine(classFolder + QStringLiteral("/index")) == QLatin1String("0");
+        const QString index = firstLine(classFolder + QStringLiteral("/index"));
+        return index == QLatin1String("0")
+            || (index.isEmpty() && (obstacle == EBUSY || obstacle == EACCES || obstacle == EPERM));
     }
     auto capability = zeroed<v4l2_capability>();
     if (!node.ioctl(VIDIOC_QUERYCAP, capability)) {
-        return false;
+        return errno == EBUSY;
     }
     device.name = text(capability.card);
     device.bus = text(capability.bus_info);
