@@ -204,6 +204,39 @@ private Q_SLOTS:
         }
     }
 
+    void pdfSaysWhatItIs_data()
+    {
+        const Rows<bool> row("isArchive");
+        row("plain", false);
+        row("PDF/A-2b", true);
+    }
+
+    void pdfSaysWhatItIs()
+    {
+        QFETCH(bool, isArchive);
+        useCamera(picture(400, 300));
+        useIni(isArchive ? "[documents]\npdfa=true\n" : "");
+        const QString pdf = path("合同 <1> & 2.pdf");
+        QVERIFY(startPdf(folder(""), "合同 <1> & 2"));
+        QVERIFY(bSavePDFColorPage() && bSavePDFBWPage() && bSavePDFEnd());
+        checkPdf(pdf);
+        const QString info = QString::fromUtf8(outputOf("pdfinfo", {line("-isodates"), pdf}));
+        const QString today = QDateTime::currentDateTimeUtc().toString(line("yyyy-MM-dd"));
+        for (const QString &said :
+             {line("Title:           合同 <1> & 2\n"),
+              line("Producer:        portable device library "), line("PDF version:     1.7\n"),
+              line("CreationDate:    ") + today, line("ModDate:         ") + today}) {
+            QVERIFY2(info.contains(said), qPrintable(info));
+        }
+        const QByteArray metadata = outputOf("pdfinfo", {line("-meta"), pdf});
+        QVERIFY(metadata.contains(">合同 &lt;1&gt; &amp; 2</rdf:li>"));
+        QVERIFY(metadata.contains("<xmp:CreateDate>" + today.toUtf8()));
+        QCOMPARE(metadata.contains("<pdfaid:part>2</pdfaid:part>"), isArchive);
+        const QByteArray objects = outputOf("qpdf", {line("--qdf"), pdf, line("-")});
+        QCOMPARE(objects.contains("/S /GTS_PDFA1"), isArchive);
+        QCOMPARE(objects.contains("mntrRGB XYZ"), isArchive);
+    }
+
     void pdfOfFiles()
     {
         QVERIFY(vSetDPI(300, 300));

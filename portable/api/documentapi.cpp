@@ -2,8 +2,10 @@
 #include "devicelib/doccamera.h"
 #include "portable/base/atomicfile.h"
 #include "portable/base/base64text.h"
+#include "portable/base/deviceini.h"
 #include "portable/base/failure.h"
 #include "portable/base/filereader.h"
+#include "portable/base/inifile.h"
 #include "portable/base/inputlimits.h"
 #include "portable/camera/shot.h"
 #include "portable/document/documentbuilder.h"
@@ -24,6 +26,15 @@ DocumentBuilder &pdf()
 {
     static DocumentBuilder document(QStringLiteral(".pdf"));
     return document;
+}
+
+/// As [documents] of devices.ini has it when the document is complete.
+bool writeConfiguredPdf(const portable::PageSpool &pages, const QString &path, QString *error)
+{
+    const portable::IniFile ini(portable::deviceConfigPath());
+    const bool isArchive = ini.isOn(QStringLiteral("documents/pdfa"));
+    return portable::writePdf(
+        pages, path, isArchive ? portable::PdfKind::Archive : portable::PdfKind::Plain, error);
 }
 
 DocumentBuilder &ofd()
@@ -125,7 +136,7 @@ namespace portable::api {
 
 bool bSavePDFStart(const char *directory, const char *name)
 {
-    return pdf().start(__func__, directory, name, portable::writePdf);
+    return pdf().start(__func__, directory, name, writeConfiguredPdf);
 }
 
 bool bSavePDFColorPage()

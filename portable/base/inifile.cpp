@@ -51,6 +51,19 @@ QString IniFile::text(const QString &key) const
     return m_settings.value(key).toStringList().join(QLatin1Char(',')).trimmed();
 }
 
+bool IniFile::isOn(const QString &key) const
+{
+    const QStringList on{QStringLiteral("true"), QStringLiteral("1"), QStringLiteral("yes"),
+                         QStringLiteral("on")};
+    const QStringList off{QString(), QStringLiteral("false"), QStringLiteral("0"),
+                          QStringLiteral("no"), QStringLiteral("off")};
+    const QString value = text(key).toLower();
+    if (!on.contains(value) && !off.contains(value)) {
+        logProblem(QStringLiteral("%1 must be true or false, not \"%2\"").arg(key, value));
+    }
+    return on.contains(value);
+}
+
 void IniFile::logProblem(const QString &what) const
 {
     logFailure(m_path, what);

@@ -24,6 +24,9 @@ public:
      */
     QString text(const QString &key) const;
 
+    /// Whether the value is true, 1, yes or on; logs one that is neither that nor its opposite.
+    bool isOn(const QString &key) const;
+
     /// Logs what is wrong with the file, in one line that names it.
     void logProblem(const QString &what) const;
 

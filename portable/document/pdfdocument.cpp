@@ -4,7 +4,12 @@
 
 #include "portable/base/atomicfile.h"
 
+#include <QDateTime>
 #include <QFile>
+#include <QFileInfo>
+#if QT_VERSION >= QT_VERSION_CHECK(5, 14, 0)
+#include <QColorSpace>
+#endif
 
 // Silences the warnings of qpdf 11 about the pointers of earlier versions.
 #define POINTERHOLDER_TRANSITION 0
@@ -119,13 +124,94 @@ void addPage(QPDF &pdf, const PageSpool &pages, const PageSpool::Entry &entry)
     pdf.addPage(page, false);
 }
 
+constexpr char producer[] = "portable device library " PORTABLE_VERSION;
+
+QPDFObjectHandle textString(const QString &text)
+{
+    return QPDFObjectHandle::newUnicodeString(text.toStdString());
+}
+
+/// 7.9.4: D:YYYYMMDDHHmmSS and the time zone
+QString pdfDate(const QDateTime &utc)
+{
+    return utc.toString(QStringLiteral("'D:'yyyyMMddhhmmss'Z'"));
+}
+
+/// XMP (ISO 16684-1) with the same properties as the information dictionary, which PDF/A demands.
+QByteArray metadata(const QString &title, const QDateTime &utc, PdfKind kind)
+{
+    const QString date = utc.toString(QStringLiteral("yyyy-MM-ddThh:mm:ss'Z'"));
+    QString text = QStringLiteral(
+        "<?xpacket begin=\"\uFEFF\" id=\"W5M0MpCehiHzreSzNTczkc9d\"?>\n"
+        "<x:xmpmeta xmlns:x=\"adobe:ns:meta/\">\n"
+        "<rdf:RDF xmlns:rdf=\"http://www.w3.org/1999/02/22-rdf-syntax-ns#\">\n"
+        "<rdf:Description rdf:about=\"\" xmlns:dc=\"http://purl.org/dc/elements/1.1/\""
+        " xmlns:xmp=\"http://ns.adobe.com/xap/1.0/\" xmlns:pdf=\"http://ns.adobe.com/pdf/1.3/\""
+        " xmlns:pdfaid=\"http://www.aiim.org/pdfa/ns/id/\">\n"
+        "<dc:title><rdf:Alt><rdf:li xml:lang=\"x-default\">%1</rdf:li></rdf:Alt></dc:title>\n"
+        "<pdf:Producer>%2</pdf:Producer>\n"
+        "<xmp:CreatorTool>%2</xmp:CreatorTool>\n"
+        "<xmp:CreateDate>%3</xmp:CreateDate>\n"
+        "<xmp:ModifyDate>%3</xmp:ModifyDate>\n");
+    text = text.arg(title.toHtmlEscaped(), QLatin1String(producer), date);
+    if (kind == PdfKind::Archive) {
+        text += QLatin1String("<pdfaid:part>2</pdfaid:part>\n"
+                              "<pdfaid:conformance>B</pdfaid:conformance>\n");
+    }
+    text += QLatin1String("</rdf:Description>\n</rdf:RDF>\n</x:xmpmeta>\n<?xpacket end=\"w\"?>\n");
+    return text.toUtf8();
+}
+
+QPDFObjectHandle streamOf(QPDF &pdf, const char *dictionary, const QByteArray &bytes)
+{
+    QPDFObjectHandle stream = QPDFObjectHandle::newStream(&pdf, bytes.toStdString());
+    stream.replaceDict(QPDFObjectHandle::parse(dictionary));
+    return stream;
+}
+
+/// 14.3: Title, Producer and dates, in both forms.
+void describe(QPDF &pdf, const QString &title, PdfKind kind)
+{
+    const QDateTime now = QDateTime::currentDateTimeUtc();
+    QPDFObjectHandle info = QPDFObjectHandle::newDictionary();
+    info.replaceKey("/Title", textString(title));
+    info.replaceKey("/Producer", textString(QLatin1String(producer)));
+    info.replaceKey("/Creator", textString(QLatin1String(producer)));
+    info.replaceKey("/CreationDate", textString(pdfDate(now)));
+    info.replaceKey("/ModDate", textString(pdfDate(now)));
+    pdf.getTrailer().replaceKey("/Info", pdf.makeIndirectObject(info));
+    pdf.getRoot().replaceKey(
+        "/Metadata",
+        streamOf(pdf, "<< /Type /Metadata /Subtype /XML >>", metadata(title, now, kind)));
+}
+
+/// ISO 19005-2, 6.2.3: what the colors of the pages mean. \return whether this Qt has a profile
+bool addOutputIntent(QPDF &pdf)
+{
+#if QT_VERSION >= QT_VERSION_CHECK(5, 14, 0)
+    const QByteArray profile = QColorSpace(QColorSpace::SRgb).iccProfile();
+    QPDFObjectHandle intent = QPDFObjectHandle::parse("<< /Type /OutputIntent /S /GTS_PDFA1"
+                                                      " /OutputConditionIdentifier (sRGB)"
+                                                      " /RegistryName (http://www.color.org) >>");
+    intent.replaceKey("/DestOutputProfile", streamOf(pdf, "<< /N 3 >>", profile));
+    QPDFObjectHandle intents = QPDFObjectHandle::newArray();
+    intents.appendItem(intent);
+    pdf.getRoot().replaceKey("/OutputIntents", intents);
+    return !profile.isEmpty();
+#else
+    Q_UNUSED(pdf)
+    return false;
+#endif
+}
+
 struct CloseFile
 {
     void operator()(std::FILE *file) const { std::fclose(file); }
 };
 
 /// Writes through a FILE of our own: qpdf doesn't report a full disk.
-bool writeTo(const QString &path, const PageSpool &pages, QString *error)
+bool writeTo(const QString &path, const PageSpool &pages, const QString &title, PdfKind kind,
+             QString *error)
 {
     std::unique_ptr<std::FILE, CloseFile> file(
         std::fopen(QFile::encodeName(path).constData(), "wb"));
@@ -139,7 +225,14 @@ bool writeTo(const QString &path, const PageSpool &pages, QString *error)
         for (const PageSpool::Entry &entry : pages.pages()) {
             addPage(pdf, pages, entry);
         }
+        if (kind == PdfKind::Archive && !addOutputIntent(pdf)) {
+            *error = QStringLiteral("PDF/A needs Qt 5.14 or newer");
+            return false;
+        }
+        describe(pdf, title, kind);
         QPDFWriter writer(pdf, "PDF", file.get(), false);
+        writer.setMinimumPDFVersion("1.7");
+        writer.setNewlineBeforeEndstream(true); // ISO 19005-2, 6.1.7.1
         writer.setStreamDataMode(qpdf_s_preserve);
         writer.write();
     } catch (const std::exception &failure) {
@@ -157,10 +250,11 @@ bool writeTo(const QString &path, const PageSpool &pages, QString *error)
 
 } // namespace
 
-bool writePdf(const PageSpool &pages, const QString &path, QString *error)
+bool writePdf(const PageSpool &pages, const QString &path, PdfKind kind, QString *error)
 {
-    const auto write = [&pages](const QString &temporary, QString *why) {
-        return writeTo(temporary, pages, why);
+    const QString title = QFileInfo(path).completeBaseName();
+    const auto write = [&](const QString &temporary, QString *why) {
+        return writeTo(temporary, pages, title, kind, why);
     };
     return writeWholeFile(path, write, error);
 }

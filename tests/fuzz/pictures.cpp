@@ -60,7 +60,8 @@ void checkDocuments(const QByteArray &file)
     }
     PageSpool spool;
     if (const auto page = jpegPageOf(file, 75, Dpi(), &error)) {
-        fuzz::require(spool.insert(0, *page, &error) && writePdf(spool, path("a.pdf"), &error)
+        fuzz::require(spool.insert(0, *page, &error)
+                          && writePdf(spool, path("a.pdf"), PdfKind::Archive, &error)
                           && writeOfd(spool, path("a.ofd"), &error),
                       "a page that was taken gets into a document");
     }
