@@ -70,8 +70,8 @@ Usage ServerProcess::usage() const
     const fs::path proc = "/proc/" + std::to_string(m_pid);
     std::ifstream status(proc / "status");
     for (std::string line; std::getline(status, line);) {
-        if (line.rfind("VmRSS:", 0) == 0) {
-            usage.memoryMiB = std::atof(line.c_str() + 6) / 1024;
+        if (line.rfind("RssAnon:", 0) == 0) {
+            usage.memoryMiB = std::atof(line.c_str() + 8) / 1024;
         } else if (line.rfind("Threads:", 0) == 0) {
             usage.threads = std::atoi(line.c_str() + 8);
         }

@@ -10,7 +10,8 @@
 /// What a process and its log use at one moment.
 struct Usage
 {
-    double memoryMiB = 0; ///< Resident.
+    double memoryMiB =
+        0; ///< Private and resident: not libraries, not pictures of the device process.
     int descriptors = 0;
     int threads = 0;
     std::int64_t logBytes = 0;
