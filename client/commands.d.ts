@@ -1029,6 +1029,8 @@ export interface CommandFacts {
   to?: 'all';
   /** Why a page can't know whose request an answer is for. */
   mistakable?: 'broadcast' | 'unasked' | 'current';
+  /** A command that is sent before: what arrives before its answer is of an earlier request. */
+  mark?: string;
   alone?: true;
   dropped?: true;
   /** The only possible answer, of a late one. */

@@ -9,24 +9,24 @@
 
 /** What the client knows about each command; its types are in commands.d.ts. */
 const commands = {
-  bStopPlay: { reply: 'boolean', timeout: 30000, late: true, to: 'all', mistakable: 'unasked', dropped: true },
-  bStartPlay: { reply: 'boolean', timeout: 30000, late: true, to: 'all', mistakable: 'unasked', dropped: true },
-  bStartPlay2: { reply: 'boolean', timeout: 30000, late: true, to: 'all', mistakable: 'broadcast', dropped: true },
-  bStartPlayRotate: { reply: 'boolean', split: 'whole', fields: { angle: 'integer' }, timeout: 30000, late: true, to: 'all', mistakable: 'broadcast', dropped: true },
+  bStopPlay: { reply: 'boolean', mark: 'bGetPreviewEnable', timeout: 30000, late: true, to: 'all', mistakable: 'unasked', dropped: true },
+  bStartPlay: { reply: 'boolean', mark: 'bGetPreviewEnable', timeout: 30000, late: true, to: 'all', mistakable: 'unasked', dropped: true },
+  bStartPlay2: { reply: 'boolean', mark: 'bGetPreviewEnable', timeout: 30000, late: true, to: 'all', mistakable: 'broadcast', dropped: true },
+  bStartPlayRotate: { reply: 'boolean', split: 'whole', fields: { angle: 'integer' }, mark: 'bGetPreviewEnable', timeout: 30000, late: true, to: 'all', mistakable: 'broadcast', dropped: true },
   bStartPlay4: { reply: 'boolean', timeout: 30000 },
   bStopPlay4: { reply: 'boolean', timeout: 30000 },
-  bStartPlay6: { reply: 'boolean', timeout: 30000, late: true, to: 'all', mistakable: 'broadcast', dropped: true },
+  bStartPlay6: { reply: 'boolean', mark: 'bGetPreviewEnable', timeout: 30000, late: true, to: 'all', mistakable: 'broadcast', dropped: true },
   vSetImageDispFlag: { reply: 'empty', split: 'whole', fields: { on: 'boolean' } },
-  bStartPlay3: { reply: 'boolean', timeout: 30000, late: true, to: 'all', mistakable: 'broadcast', dropped: true },
+  bStartPlay3: { reply: 'boolean', mark: 'bGetPreviewEnable', timeout: 30000, late: true, to: 'all', mistakable: 'broadcast', dropped: true },
   vZoomOut: { reply: 'empty' },
   vZoomIn: { reply: 'empty' },
   vZoomOriginal: { reply: 'empty' },
   vSetPreViewSize: { reply: 'empty', split: 'comma', fields: { width: 'integer', height: 'integer' } },
   vSetZoomFactor: { reply: 'empty', split: 'whole', fields: { percent: 'integer' } },
-  bStartPlayOpen: { reply: 'boolean', timeout: 30000, late: true, to: 'all', mistakable: 'broadcast', dropped: true, otherFrames: ['bDualCameraOpen'] },
-  bStartPlay5: { reply: 'boolean', timeout: 30000, late: true, to: 'all', mistakable: 'broadcast', dropped: true },
-  bStartPlay8: { reply: 'boolean', timeout: 30000, late: true, to: 'all', mistakable: 'broadcast', dropped: true },
-  bStartPlay9: { reply: 'boolean', timeout: 30000, late: true, to: 'all', mistakable: 'broadcast', dropped: true },
+  bStartPlayOpen: { reply: 'boolean', mark: 'bGetPreviewEnable', timeout: 30000, late: true, to: 'all', mistakable: 'broadcast', dropped: true, otherFrames: ['bDualCameraOpen'] },
+  bStartPlay5: { reply: 'boolean', mark: 'bGetPreviewEnable', timeout: 30000, late: true, to: 'all', mistakable: 'broadcast', dropped: true },
+  bStartPlay8: { reply: 'boolean', mark: 'bGetPreviewEnable', timeout: 30000, late: true, to: 'all', mistakable: 'broadcast', dropped: true },
+  bStartPlay9: { reply: 'boolean', mark: 'bGetPreviewEnable', timeout: 30000, late: true, to: 'all', mistakable: 'broadcast', dropped: true },
   bAVPreview: { reply: 'boolean', split: 'comma', fields: { first: 'integer', second: 'integer' }, timeout: 30000 },
   vSetPreviewEnable: { reply: 'boolean', split: 'whole', fields: { on: 'boolean' } },
   bGetPreviewEnable: { reply: 'boolean' },
@@ -100,7 +100,7 @@ const commands = {
   iTimerScan: { reply: 'boolean', split: 'comma', fields: { seconds: 'integer', folder: 'text', prefix: 'text', shots: 'integer' } },
   bBookScanner: { reply: 'boolean', split: 'comma', fields: { folder: 'text', prefix: 'text', format: 'text' }, required: 2 },
   bStartRec: { reply: 'boolean', split: 'whole', fields: { file: 'text' } },
-  bStopRec: { reply: 'boolean', timeout: 200000, late: true, to: 'all', mistakable: 'broadcast', alone: true },
+  bStopRec: { reply: 'boolean', mark: 'isRecording', timeout: 200000, late: true, to: 'all', mistakable: 'broadcast', alone: true },
   bStartRecMp3: { reply: 'boolean', split: 'whole', fields: { file: 'text' } },
   isRecording: { reply: 'boolean' },
   bPauseRec: { reply: 'boolean' },
@@ -120,7 +120,7 @@ const commands = {
   sOCRToString: { reply: 'boolean' },
   ReadCard: { reply: 'json', split: 'comma', fields: { reserved: 'text', parameter: 'text' }, required: 0, timeout: 30000 },
   bOpenIDCardReader: { reply: 'boolean', split: 'whole', fields: { port: 'text' }, required: 0 },
-  sIDCardReader: { reply: 'json', timeout: 60000, late: true, to: 'all', mistakable: 'broadcast' },
+  sIDCardReader: { reply: 'json', mark: 'iReadCardBas_noPasamVX', timeout: 60000, late: true, to: 'all', mistakable: 'broadcast' },
   bGetSAMStatus: { reply: 'boolean' },
   bPlayVoice: { reply: 'boolean', split: 'whole', fields: { number: 'integer' } },
   bOpenIDCardSerialPort: { reply: 'boolean', split: 'whole', fields: { device: 'text' } },
@@ -138,19 +138,19 @@ const commands = {
   WReadCardBasEx: { reply: 'json', split: 'whole', fields: { type: 'integer' }, required: 0, timeout: 30000 },
   WReadSFZCardBas: { reply: 'json', timeout: 60000 },
   bImageMatch: { reply: 'boolean', split: 'comma', fields: { image1: 'text', image2: 'text' }, timeout: 60000 },
-  lImageMatch: { reply: 'number', split: 'comma', fields: { image1: 'text', image2: 'text' }, timeout: 60000, late: true, to: 'all', mistakable: 'broadcast', alone: true },
+  lImageMatch: { reply: 'number', split: 'comma', fields: { image1: 'text', image2: 'text' }, mark: 'lFaceFeatureMatch', timeout: 60000, late: true, to: 'all', mistakable: 'broadcast', alone: true },
   lImageIdMatch: { reply: 'number', split: 'comma', fields: { image1: 'text', image2: 'text' }, timeout: 60000 },
   lFaceMatch: { reply: 'number', split: 'comma', fields: { image: 'text' }, timeout: 60000 },
-  bLivingBodyDetect: { reply: 'boolean', timeout: 60000, late: true, to: 'all', mistakable: 'broadcast' },
-  bImageMatchOnline: { reply: 'boolean', split: 'comma', fields: { image: 'text', seconds: 'integer', b: 'integer', c: 'integer' }, timeout: 30000 },
-  bLivingBodyDetectOnline: { reply: 'boolean', split: 'comma', fields: { seconds: 'integer', b: 'integer' }, timeout: 30000 },
-  bFaceFeatureGetOnline: { reply: 'boolean', split: 'comma', fields: { seconds: 'integer', b: 'integer' }, timeout: 30000 },
+  bLivingBodyDetect: { reply: 'boolean', mark: 'lFaceFeatureMatch', timeout: 60000, late: true, to: 'all', mistakable: 'broadcast' },
+  bImageMatchOnline: { reply: 'boolean', split: 'comma', fields: { image: 'text', seconds: 'integer', b: 'integer', c: 'integer' }, mark: 'lFaceFeatureMatch', timeout: 30000 },
+  bLivingBodyDetectOnline: { reply: 'boolean', split: 'comma', fields: { seconds: 'integer', b: 'integer' }, mark: 'lFaceFeatureMatch', timeout: 30000 },
+  bFaceFeatureGetOnline: { reply: 'boolean', split: 'comma', fields: { seconds: 'integer', b: 'integer' }, mark: 'lFaceFeatureMatch', timeout: 30000 },
   bFaceFeatureGet: { reply: 'text', split: 'comma', fields: { fromFile: 'boolean', image: 'text', text: 'text' }, timeout: 60000 },
   lFaceFeatureMatch: { reply: 'number', split: 'comma', fields: { feature1: 'base64', feature2: 'base64' } },
-  ShowLivingBodyPage: { reply: 'boolean', timeout: 120000, late: true, mistakable: 'current', alone: true },
-  AutoLivingBody: { reply: 'boolean', timeout: 30000 },
-  CloseLivingBody: { reply: 'boolean', timeout: 30000, late: true, to: 'all', mistakable: 'broadcast', always: true },
-  fingerCaptureRawData: { reply: 'json', split: 'whole', fields: { seconds: 'integer' }, required: 0, timeout: 75000, late: true, mistakable: 'current', alone: true },
+  ShowLivingBodyPage: { reply: 'boolean', mark: 'lFaceFeatureMatch', timeout: 120000, late: true, mistakable: 'current', alone: true },
+  AutoLivingBody: { reply: 'boolean', mark: 'lFaceFeatureMatch', timeout: 30000 },
+  CloseLivingBody: { reply: 'boolean', mark: 'lFaceFeatureMatch', timeout: 30000, late: true, to: 'all', mistakable: 'broadcast', always: true },
+  fingerCaptureRawData: { reply: 'json', split: 'whole', fields: { seconds: 'integer' }, required: 0, mark: 'bSaveZAZFPBMP', timeout: 75000, late: true, mistakable: 'current', alone: true },
   lFingerMatch: { reply: 'number', split: 'comma', fields: { mode: 'integer', feature: 'hex', count: 'integer', stored: 'hex' }, repeat: true, timeout: 30000 },
   bSaveZAZFPBMP: { reply: 'boolean' },
   bSaveZAZFPBMPBase64: { reply: 'boolean' },
@@ -862,6 +862,8 @@ const jobs = {
   // -- Recording and scanning --
 
   async recordUntil(end, { file, mpeg4 = false, ...options }) {
+    if (end && end.then)
+      end.then(null, () => {}); // it may be rejected before it is waited for
     const start = mpeg4 ? 'bStartRecMp3' : 'bStartRec';
     const started = await this.callWith(options, start, file);
     succeeded(start, started, started);
@@ -1156,7 +1158,8 @@ class DeviceClient {
         throw new FailedError(name, started);
     };
     const turn = { name: event, shared: true, answered: 0 };
-    return this.request({ name, answer: event, fact: { late: true }, event: true, accept, turn, start }, { timeout, signal });
+    const fact = { late: true, mark: (entryOf(commands, name) || {}).mark };
+    return this.request({ name, answer: event, fact, event: true, accept, turn, start }, { timeout, signal });
   }
 
   /** Sends a text unchanged: "@" asks for the shown page's data, "#..." goes to the current page. */
@@ -1248,9 +1251,23 @@ class DeviceClient {
     // After the turn of an ended call its answer comes no more.
     this.waiting.set(call.answer, [...earlier.filter(({ ended }) => !ended || !turn), call]);
     call.sent = true;
+    if (call.fact.late && call.fact.mark)
+      this.mark(call);
     if (turn && turn.answered)
       expectAnswer(this.keyOf(turn.name), turn.answered);
     await call.start();
+  }
+
+  /**
+   * Sends a harmless command before that of a call: until it is answered, what arrives are answers of
+   * earlier requests, perhaps those of another tab, from which this one got the turn just now.
+   */
+  mark(call) {
+    const { mark } = call.fact;
+    call.early = true;
+    const marking = { name: mark, end: () => { call.early = false; } };
+    this.waiting.set(mark, [...(this.waiting.get(mark) || []), marking]);
+    this.socket.send(`${mark}()`);
   }
 
   mayBeSent(call) {
@@ -1337,7 +1354,7 @@ class DeviceClient {
   /** Ends the call that waits for an answer or event. @returns the call, if there is one */
   answer(name, value, text) {
     const calls = this.waiting.get(name) || [];
-    const call = calls.find(({ ended, accept }) => ended || !accept || accept(value, text));
+    const call = calls.find(({ early, ended, accept }) => !early && (ended || !accept || accept(value, text)));
     if (!call)
       return undefined;
     calls.splice(calls.indexOf(call), 1);

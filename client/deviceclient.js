@@ -219,7 +219,8 @@ export class DeviceClient {
         throw new FailedError(name, started);
     };
     const turn = { name: event, shared: true, answered: 0 };
-    return this.request({ name, answer: event, fact: { late: true }, event: true, accept, turn, start }, { timeout, signal });
+    const fact = { late: true, mark: (entryOf(commands, name) || {}).mark };
+    return this.request({ name, answer: event, fact, event: true, accept, turn, start }, { timeout, signal });
   }
 
   /** Sends a text unchanged: "@" asks for the shown page's data, "#..." goes to the current page. */
@@ -311,9 +312,23 @@ export class DeviceClient {
     // After the turn of an ended call its answer comes no more.
     this.waiting.set(call.answer, [...earlier.filter(({ ended }) => !ended || !turn), call]);
     call.sent = true;
+    if (call.fact.late && call.fact.mark)
+      this.mark(call);
     if (turn && turn.answered)
       expectAnswer(this.keyOf(turn.name), turn.answered);
     await call.start();
+  }
+
+  /**
+   * Sends a harmless command before that of a call: until it is answered, what arrives are answers of
+   * earlier requests, perhaps those of another tab, from which this one got the turn just now.
+   */
+  mark(call) {
+    const { mark } = call.fact;
+    call.early = true;
+    const marking = { name: mark, end: () => { call.early = false; } };
+    this.waiting.set(mark, [...(this.waiting.get(mark) || []), marking]);
+    this.socket.send(`${mark}()`);
   }
 
   mayBeSent(call) {
@@ -400,7 +415,7 @@ export class DeviceClient {
   /** Ends the call that waits for an answer or event. @returns the call, if there is one */
   answer(name, value, text) {
     const calls = this.waiting.get(name) || [];
-    const call = calls.find(({ ended, accept }) => ended || !accept || accept(value, text));
+    const call = calls.find(({ early, ended, accept }) => !early && (ended || !accept || accept(value, text)));
     if (!call)
       return undefined;
     calls.splice(calls.indexOf(call), 1);

@@ -93,6 +93,8 @@ export const jobs = {
   // -- Recording and scanning --
 
   async recordUntil(end, { file, mpeg4 = false, ...options }) {
+    if (end && end.then)
+      end.then(null, () => {}); // it may be rejected before it is waited for
     const start = mpeg4 ? 'bStartRecMp3' : 'bStartRec';
     const started = await this.callWith(options, start, file);
     succeeded(start, started, started);

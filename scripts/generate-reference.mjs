@@ -73,6 +73,7 @@ function faults() {
     need((command.reply.kind === 'none') === (command.reply.example === undefined), here('reply example'));
     need(!command.reply.mistakable || (command.reply.late && mistakes[command.reply.mistakable]),
          here('mistakable goes with late, and has one of three values'));
+    need(!command.reply.mistakable || marks[command.family], here('its family needs a mark'));
     need(command.reply.to !== 'all' || ['broadcast', 'unasked'].includes(command.reply.mistakable),
          here('an answer to every client is mistakable'));
     need(!command.reply.question || (command.reply.kind === 'boolean' && !command.reply.always),
@@ -111,6 +112,16 @@ function literal(value) {
   return typeof value === 'string' ? `'${value}'` : String(value);
 }
 
+/**
+ * Harmless commands, answered at once, by family: what arrives before the answer of one that was sent just
+ * before a request is not the answer to the request. Of the same family, so that an access policy that
+ * allows the request allows it too.
+ */
+const marks = {
+  preview: 'bGetPreviewEnable', recording: 'isRecording', card: 'iReadCardBas_noPasamVX', face: 'lFaceFeatureMatch',
+  fingerprint: 'bSaveZAZFPBMP',
+};
+
 function clientFacts(command) {
   const { kind, timeout, late, to, mistakable, alone, dropped, always, otherFrames, latin1 } = command.reply;
   const required = command.arguments.filter((argument) => !argument.optional).length;
@@ -123,7 +134,9 @@ function clientFacts(command) {
     if (command.arguments.some((argument) => argument.repeat))
       entry.repeat = true;
   }
+  const background = mistakable || (command.pushes || []).some((id) => id.startsWith('After'));
   const facts = {
+    mark: background ? marks[command.family] : undefined,
     timeout: timeout && timeout * 1000, late, to, mistakable, alone, dropped, always: late && always, otherFrames, latin1,
   };
   for (const [key, value] of Object.entries(facts)) {
@@ -249,6 +262,8 @@ export interface CommandFacts {
   to?: 'all';
   /** Why a page can't know whose request an answer is for. */
   mistakable?: 'broadcast' | 'unasked' | 'current';
+  /** A command that is sent before: what arrives before its answer is of an earlier request. */
+  mark?: string;
   alone?: true;
   dropped?: true;
   /** The only possible answer, of a late one. */
