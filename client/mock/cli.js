@@ -9,11 +9,11 @@ const usage = `usage: device-server-client [option...]
 
 A mock of the device server, for trying pages without devices.
 
-  --port NUMBER      default: 1818
+  --port NUMBER      default: 1818; 0: any free one
   --host ADDRESS     default: 127.0.0.1
   --script FILE      JSON: { "answers": { COMMAND: ANSWER or [ANSWER, ...] }, "pushes": [...] };
                      read again when it changes
-  --fps NUMBER       frames per second of a preview; default: 10
+  --fps NUMBER       frames per second of a preview; default: 10, 0: none
   --pictures FOLDER  its JPEG files are the frames
   --quiet            do not print what is received and sent
 
@@ -44,7 +44,7 @@ function readOptions(words) {
     options[option.slice(2)] = left.shift();
   }
   for (const name of ['port', 'fps']) {
-    if (options[name] !== undefined && !(Number(options[name]) > 0))
+    if (options[name] !== undefined && !(Number(options[name]) >= 0))
       fail(`--${name} must be a number`);
   }
   return options;

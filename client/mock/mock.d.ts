@@ -24,7 +24,7 @@ export interface MockOptions {
   port?: number;
   /** Default: 127.0.0.1 */
   host?: string;
-  /** Frames per second. Default: 10 */
+  /** Frames per second; 0: none. Default: 10 */
   fps?: number;
   /** Milliseconds until answers of background work, and until events that follow. Default: 300 */
   work?: number;

@@ -17,7 +17,7 @@ const framed = (name, result) => `Begin${name}${result}End${name}`;
 const defaults = {
   port: 1818,
   host: '127.0.0.1',
-  /** Frames per second. */
+  /** Frames per second; 0: none. */
   fps: 10,
   /** Milliseconds until answers that are sent when the work is done, and until events that follow. */
   work: 300,
@@ -82,7 +82,8 @@ export class MockServer {
       this.http.listen(port, host, resolve);
     });
     this.options.port = this.http.address().port;
-    this.every(1000 / fps, () => this.playing && this.sendsFrames && this.pushFrame());
+    if (fps > 0)
+      this.every(1000 / fps, () => this.playing && this.sendsFrames && this.pushFrame());
     for (const { event, result, after = 0, every } of pushes)
       this.later(after, () => {
         this.push(event, result);

@@ -75,6 +75,21 @@ for (const locks of [true, false]) {
   });
 }
 
+test('an attempt to connect ends though the server does not answer', { skip }, async () => {
+  const page = await browser.open(address(''));
+  mock.hang();
+  const codes = await page.evaluate(async (url) => {
+    const other = new DeviceClient({ url, connectTimeout: 300 });
+    const codeOf = (promise) => promise.catch(({ code, phase }) => [code, phase]);
+    const ended = await Promise.all([codeOf(other.callWith({ timeout: 100 }, 'getVersion')), codeOf(other.connect())]);
+    other.close();
+    return ended;
+  }, mock.url);
+  mock.resume();
+  assert.deepEqual(codes, [['TIMED_OUT', 'connection'], ['SERVER_NOT_RUNNING', undefined]]);
+  await browser.leave(page);
+});
+
 test('previews are decoded in a worker, or in the page where its policy allows no such worker', { skip }, async () => {
   for (const [csp, workers] of [['', 1], ["worker-src 'self'; script-src 'self' data: 'unsafe-eval'", 0]]) {
     policy = csp;
