@@ -578,6 +578,14 @@ function expectNoAnswer(key) {
   inStorage((storage) => storage.removeItem(stored(key)));
 }
 
+/** No answer comes from a server that is not running, or was started again. */
+function expectNone(url) {
+  const ofServer = (key) => key.startsWith(url);
+  Array.from(expected.keys()).filter(ofServer).forEach(expectNoAnswer);
+  const left = inStorage((storage) => Object.keys(storage).map((name) => name.slice(stored('').length))) || [];
+  left.filter(ofServer).forEach(expectNoAnswer);
+}
+
 /** For how many milliseconds an answer may still come, below `limit`; 0: none is expected. */
 function answerExpected(key, limit) {
   const until = Math.max(expected.get(key) || 0, Number(inStorage((storage) => storage.getItem(stored(key)))) || 0);
@@ -1300,15 +1308,12 @@ class DeviceClient {
     return `${this.options.url} ${name}`;
   }
 
-  /** Ends the calls that were sent: their answers were for the connection that is lost. */
+  /** Ends the calls that were sent: most answers were for the connection that is lost. */
   rejectSent() {
     this.waiting.clear();
     for (const call of this.calls) {
-      if (!call.sent)
-        continue;
-      if (call.turn && call.turn.answered)
-        expectNoAnswer(this.keyOf(call.turn.name));
-      call.end(new ConnectionLostError(call.name));
+      if (call.sent)
+        call.end(new ConnectionLostError(call.name));
     }
   }
 
@@ -1399,11 +1404,13 @@ class DeviceClient {
     this.socket = socket;
     const startedAt = Date.now();
     let openedAt = 0;
+    let gaveUp = false;
     const giveUp = async () => {
       const asks = !isLocalPage() && Date.now() - startedAt < promptMilliseconds
         && await permissionState() === 'prompt';
       if (socket.readyState !== 0)
         return; // the user has answered by now
+      gaveUp = !asks;
       if (asks)
         timer = setTimeout(giveUp, connectTimeout);
       else
@@ -1439,6 +1446,8 @@ class DeviceClient {
       const error = await whyNoConnection(url, this.everOpen);
       if (socket !== this.socket)
         return; // closed meanwhile
+      if (!gaveUp && error instanceof ServerNotRunningError)
+        expectNone(`${url} `);
       this.retryLater(error);
       reject(error);
     };

@@ -18,7 +18,7 @@ import {
 import { jobs } from './jobs.js';
 import { Preview } from './preview.js';
 import { commandText, entryOf, frameNames, frameStart, jsonOr, parseAnswer, resultOf } from './texts.js';
-import { answerExpected, expectAnswer, expectNoAnswer, hearTabs, sleep, takeTurn, tellTabs } from './turns.js';
+import { answerExpected, expectAnswer, expectNoAnswer, expectNone, hearTabs, sleep, takeTurn, tellTabs } from './turns.js';
 
 export { commands, events } from './commands.js';
 export {
@@ -361,15 +361,12 @@ export class DeviceClient {
     return `${this.options.url} ${name}`;
   }
 
-  /** Ends the calls that were sent: their answers were for the connection that is lost. */
+  /** Ends the calls that were sent: most answers were for the connection that is lost. */
   rejectSent() {
     this.waiting.clear();
     for (const call of this.calls) {
-      if (!call.sent)
-        continue;
-      if (call.turn && call.turn.answered)
-        expectNoAnswer(this.keyOf(call.turn.name));
-      call.end(new ConnectionLostError(call.name));
+      if (call.sent)
+        call.end(new ConnectionLostError(call.name));
     }
   }
 
@@ -460,11 +457,13 @@ export class DeviceClient {
     this.socket = socket;
     const startedAt = Date.now();
     let openedAt = 0;
+    let gaveUp = false;
     const giveUp = async () => {
       const asks = !isLocalPage() && Date.now() - startedAt < promptMilliseconds
         && await permissionState() === 'prompt';
       if (socket.readyState !== 0)
         return; // the user has answered by now
+      gaveUp = !asks;
       if (asks)
         timer = setTimeout(giveUp, connectTimeout);
       else
@@ -500,6 +499,8 @@ export class DeviceClient {
       const error = await whyNoConnection(url, this.everOpen);
       if (socket !== this.socket)
         return; // closed meanwhile
+      if (!gaveUp && error instanceof ServerNotRunningError)
+        expectNone(`${url} `);
       this.retryLater(error);
       reject(error);
     };

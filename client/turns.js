@@ -140,6 +140,14 @@ export function expectNoAnswer(key) {
   inStorage((storage) => storage.removeItem(stored(key)));
 }
 
+/** No answer comes from a server that is not running, or was started again. */
+export function expectNone(url) {
+  const ofServer = (key) => key.startsWith(url);
+  Array.from(expected.keys()).filter(ofServer).forEach(expectNoAnswer);
+  const left = inStorage((storage) => Object.keys(storage).map((name) => name.slice(stored('').length))) || [];
+  left.filter(ofServer).forEach(expectNoAnswer);
+}
+
 /** For how many milliseconds an answer may still come, below `limit`; 0: none is expected. */
 export function answerExpected(key, limit) {
   const until = Math.max(expected.get(key) || 0, Number(inStorage((storage) => storage.getItem(stored(key)))) || 0);

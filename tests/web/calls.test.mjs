@@ -5,7 +5,7 @@ import assert from 'node:assert/strict';
 import { after, afterEach, before, test } from 'node:test';
 import { setTimeout as sleep } from 'node:timers/promises';
 import WebSocket, { WebSocketServer } from 'ws';
-import { DeviceClient } from '../../client/deviceclient.js';
+import { DeviceClient, commands } from '../../client/deviceclient.js';
 import { startMock } from '../../client/mock/mock.js';
 
 let mock;
@@ -62,6 +62,14 @@ test('every call ends: answered, too late, aborted, cut off or closed', async ()
     assert.ok(milliseconds < 2000, what);
     assert.equal(client.calls.size, 0, what);
   }
+  const listeners = [];
+  const signal = {
+    aborted: false,
+    addEventListener: (_, listener) => listeners.push(listener),
+    removeEventListener: (_, listener) => listeners.splice(listeners.indexOf(listener), 1),
+  };
+  await page().callWith({ signal }, 'getVersion');
+  assert.deepEqual(listeners, [], 'a signal may outlive many calls');
 });
 
 test('a server that takes the connection and never answers: the time runs from the call on', async () => {
@@ -119,15 +127,34 @@ test('an answer that a page did not wait for is not that of the next call', asyn
     assert.ok(late.includes(first), name);
     client.close();
   }
-  // of a page that was closed meanwhile
-  mock.script('lImageMatch', { result: '1', delay: 150 }, '2');
-  const gone = page();
-  await gone.connect();
-  const call = gone.compareFaces('a', 'b').catch(({ code }) => code);
-  await sleep(20);
-  gone.close();
-  assert.equal(await call, 'CLOSED');
-  assert.equal(await page().compareFaces('a', 'b'), 2);
+  // It is not waited for longer than the command can take, nor from a server that was started again.
+  const { timeout } = commands.lImageMatch;
+  for (const [milliseconds, restart] of [[200, false], [60000, true]]) {
+    commands.lImageMatch.timeout = milliseconds;
+    const client = page();
+    mock.script('lImageMatch', { drop: true }, '2');
+    assert.equal((await outcome(client.compareFaces('a', 'b', { timeout: 50 }))).code, 'TIMED_OUT');
+    if (restart) {
+      await Promise.all([client.once('close'), mock.stop()]);
+      await client.connect().catch(() => {});
+      await mock.start();
+    }
+    assert.equal(await client.compareFaces('a', 'b', { timeout: 5000 }), 2);
+  }
+  commands.lImageMatch.timeout = timeout;
+  // of a page that was closed meanwhile, or lost its connection
+  for (const [leave, code] of [[(client) => client.close(), 'CLOSED'], [() => mock.drop(), 'CONNECTION_LOST']]) {
+    mock.requests.length = 0;
+    mock.script('lImageMatch', { result: '1', delay: 150 }, '2');
+    const gone = page();
+    await gone.connect();
+    const call = outcome(gone.compareFaces('a', 'b'));
+    while (!asked().includes('lImageMatch(a,b)'))
+      await sleep(5);
+    leave(gone);
+    assert.equal((await call).code, code);
+    assert.equal(await page().compareFaces('a', 'b'), 2);
+  }
 });
 
 test('jobs: started, awaited, failed', async () => {
@@ -207,4 +234,26 @@ test('once and frames', async () => {
   client.close();
   assert.deepEqual(await rest, { done: true, value: undefined });
   assert.equal(client.listeners.get('frame').size, 0);
+});
+
+test('the mock does as the server where that is odd', async () => {
+  const [client, other] = [page(), page()];
+  await Promise.all([client.call('bStartPlay'), other.call('getVersion')]);
+  const heard = [];
+  const both = [];
+  other.on('message', (text) => text.startsWith('/9j/') || heard.push(text));
+  client.on('lImageMatch', (score) => both.push(score));
+  mock.script('lImageMatch', (image) => ({ a: '1', c: '2', e: '3' })[image]);
+  for (const text of ['lImageMatch(a,b)', 'lImageMatch(c,d)', 'lImageMatch(e,f)', 'lImageMatch(a)', 'getversion()', '#relayed',
+    'bStopRec()', 'vSetPreviewEnable(0)', 'bGetPreviewEnable()', 'vSetPreviewEnable(1)', '@more'])
+    await other.send(text);
+  while (heard.length < 9 || both.length < 2)
+    await sleep(5);
+  assert.deepEqual(heard, ['BeginlImageMatch0EndlImageMatch', 'relayed', 'BeginbStopRecfalseEndbStopRec',
+    'BeginvSetPreviewEnabletrueEndvSetPreviewEnable', 'BeginbGetPreviewEnablefalseEndbGetPreviewEnable',
+    'BeginvSetPreviewEnabletrueEndvSetPreviewEnable', '', 'BeginlImageMatch1EndlImageMatch', 'BeginlImageMatch3EndlImageMatch']);
+  assert.deepEqual(both, [1, 3]);
+  const stopped = other.once('bStopPlay', { timeout: 5000 });
+  client.close();
+  assert.equal(await stopped, true);
 });

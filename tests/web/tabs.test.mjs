@@ -54,6 +54,10 @@ for (const locks of [true, false]) {
     assert.deepEqual(await Promise.all([compare(one, 'a'), compare(two, 'b'), compare(one, 'c'), compare(two, 'd')]),
                      [10, 20, 30, 40]);
 
+    mock.script('bStartPlay', 'false', 'true');
+    const started = [one, two].map((page) => page.evaluate(() => client.call('bStartPlay')));
+    assert.deepEqual((await Promise.all(started)).sort(), [false, true]);
+
     // A result goes to the tab that sent the latest command, which gives it to the one that asked.
     mock.script('fingerCaptureRawData', '{"score":7,"feature":"AA"}');
     const finger = one.evaluate(() => client.captureFinger());
