@@ -25,7 +25,8 @@
 //     tooFew     the result when required arguments are missing; nothing is done then
 //     note       irregularities
 //     pushes     events that may follow
-//   events    id, kind (of the result), to (all, current), form, pattern, summary, example
+//   events    id, kind (of the result), to (all, current), form, pattern, summary, example; match: what it
+//             returns of the request that it belongs to
 import { readFileSync, writeFileSync } from 'node:fs';
 import { fileURLToPath } from 'node:url';
 
@@ -371,6 +372,13 @@ ${note}${pushes}
 `;
 }
 
+/** Of an event that ends what a command has started. */
+function requestOf({ id, match }) {
+  if (match)
+    return ` It belongs to the request with the same \`${match}\`.`;
+  return id.startsWith('After') ? ' [Whose request](#whose-answer-it-is) it belongs to can\'t be known.' : '';
+}
+
 function protocolPage() {
   const ofFamily = ({ id }) => facts.commands.filter((command) => command.family === id);
   const index = facts.families.map((family) =>
@@ -381,7 +389,7 @@ function protocolPage() {
 
 ${bothOf(event.summary)}
 
-${isFramed(event) ? code(event.form) : `Without a frame: ${event.form}`}; to ${event.to === 'all' ? 'every client' : 'the current client'}.
+${isFramed(event) ? code(event.form) : `Without a frame: ${event.form}`}; to ${event.to === 'all' ? 'every client' : 'the current client'}.${requestOf(event)}
 `);
   return `<!-- Generated from docs/protocol-intro.md and ${source}. -->
 ${read('docs/protocol-intro.md').replace(/^<!--.*-->\n/, '').trim()}
