@@ -1204,12 +1204,12 @@ class DeviceClient {
         this.calls.delete(call);
         if (signal)
           signal.removeEventListener('abort', abort);
-        if (clean)
-          clean();
         if (error)
           reject(error);
         else
           resolve(value);
+        if (clean)
+          clean();
       };
       this.calls.add(call);
       if (signal && signal.aborted) {
@@ -1296,7 +1296,7 @@ class DeviceClient {
   leave(call) {
     const { fact, turn, sent, endTurn, unhear } = call;
     if (sent && fact.late && !(turn && turn.answered))
-      this.waiting.set(call.answer, this.waiting.get(call.answer).filter((each) => each !== call));
+      this.waiting.set(call.answer, (this.waiting.get(call.answer) || []).filter((each) => each !== call));
     if (unhear)
       unhear();
     if (endTurn)

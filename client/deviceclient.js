@@ -18,7 +18,9 @@ import {
 import { jobs } from './jobs.js';
 import { Preview } from './preview.js';
 import { commandText, entryOf, frameNames, frameStart, jsonOr, parseAnswer, resultOf } from './texts.js';
-import { answerExpected, expectAnswer, expectNoAnswer, expectNone, hearTabs, sleep, takeTurn, tellTabs } from './turns.js';
+import {
+  answerExpected, expectAnswer, expectNoAnswer, expectNone, hearTabs, sleep, takeTurn, tellTabs,
+} from './turns.js';
 
 export { commands, events } from './commands.js';
 export {
@@ -257,12 +259,12 @@ export class DeviceClient {
         this.calls.delete(call);
         if (signal)
           signal.removeEventListener('abort', abort);
-        if (clean)
-          clean();
         if (error)
           reject(error);
         else
           resolve(value);
+        if (clean)
+          clean();
       };
       this.calls.add(call);
       if (signal && signal.aborted) {
@@ -349,7 +351,7 @@ export class DeviceClient {
   leave(call) {
     const { fact, turn, sent, endTurn, unhear } = call;
     if (sent && fact.late && !(turn && turn.answered))
-      this.waiting.set(call.answer, this.waiting.get(call.answer).filter((each) => each !== call));
+      this.waiting.set(call.answer, (this.waiting.get(call.answer) || []).filter((each) => each !== call));
     if (unhear)
       unhear();
     if (endTurn)

@@ -50,10 +50,19 @@ function readOptions(words) {
   return options;
 }
 
+function readScript(path) {
+  const text = readFileSync(path, 'utf8');
+  try {
+    return JSON.parse(text);
+  } catch (error) {
+    throw new Error(`${path}: ${error.message}`);
+  }
+}
+
 function readPictures(folder) {
   const names = readdirSync(folder).filter((name) => /\.jpe?g$/i.test(name)).sort();
   if (names.length === 0)
-    fail(`${folder} has no JPEG files`);
+    throw new Error(`${folder} has no JPEG files`);
   return names.map((name) => readFileSync(join(folder, name)).toString('base64'));
 }
 
@@ -87,7 +96,7 @@ const { quiet, script, pictures, port = 1818, fps = 10, ...rest } = readOptions(
 const log = (line) => quiet || process.stdout.write(`${shortened(line)}\n`);
 let mock;
 try {
-  const scripted = script ? JSON.parse(readFileSync(script, 'utf8')) : {};
+  const scripted = script ? readScript(script) : {};
   const frames = pictures ? { frames: readPictures(pictures) } : {};
   mock = await startMock({ ...rest, ...scripted, ...frames, port: Number(port), fps: Number(fps), log });
 } catch (error) {
@@ -96,7 +105,7 @@ try {
 process.stdout.write(`listening at ${mock.url}\n`);
 if (script)
   watchFile(script, { interval: 500 }, () => attempt(() => {
-    mock.scriptAll(JSON.parse(readFileSync(script, 'utf8')).answers || {});
+    mock.scriptAll(readScript(script).answers || {});
     return `${script} was read again`;
   }));
 createInterface({ input: process.stdin }).on('line', (line) => attempt(() => carryOut(mock, line)));

@@ -6,7 +6,8 @@ import { existsSync, readFileSync } from 'node:fs';
 import { createServer } from 'node:http';
 
 const inPackage = new URL('./commands.json', import.meta.url);
-const facts = JSON.parse(readFileSync(existsSync(inPackage) ? inPackage : new URL('../../docs/commands.json', import.meta.url)));
+const inTree = new URL('../../docs/commands.json', import.meta.url);
+const facts = JSON.parse(readFileSync(existsSync(inPackage) ? inPackage : inTree));
 const samples = JSON.parse(readFileSync(new URL('./frames.json', import.meta.url)));
 
 const commands = new Map(facts.commands.map((command) => [command.name, command]));
@@ -43,6 +44,7 @@ export class MockServer {
   constructor(options = {}) {
     this.options = { ...defaults, ...options };
     this.scriptAll(this.options.answers);
+    this.options.pushes.forEach(({ event, result }) => textOfEvent(event, result)); // throws before any is sent
     this.requests = []; // { name, args, text }, as received
     this.clients = new Set();
     this.current = null;
@@ -139,19 +141,20 @@ export class MockServer {
 
   /** Sends an event to those who get it from the server: every client, or the current one. */
   push(event, result) {
-    const command = commands.get(event);
-    const { to, form = 'Begin', example } = events.get(event) || (command ? command.reply : {});
-    const text = result === undefined ? example : result;
-    if (text === undefined)
-      throw new Error(example === undefined && !events.has(event) ? `there is no event ${event}` : `${event} needs a result`);
-    this.send(to === 'all' ? this.clients : [this.current], form.startsWith('Begin') ? framed(event, text) : text);
+    const { to } = events.get(event) || (commands.get(event) || {}).reply || {};
+    this.send(to === 'all' ? this.clients : [this.current], textOfEvent(event, result));
   }
 
   pushFrame(base64) {
     const { frames } = this.options;
     const frame = base64 || frames[this.frameNumber % frames.length];
     this.frameNumber += 1;
-    this.whenAwake(() => this.clients.forEach((socket) => socket.bufferedAmount < 2 * frame.length && socket.send(frame)));
+    this.whenAwake(() => {
+      for (const socket of this.clients) {
+        if (socket.bufferedAmount < 2 * frame.length) // as for the server, two may wait
+          socket.send(frame);
+      }
+    });
   }
 
   /** Accepts connections, but answers nothing, not even handshakes. */
@@ -253,7 +256,8 @@ export class MockServer {
     } else if (answer.close) {
       socket.terminate();
     } else if (reply.late && !answer.now) {
-      this.work(command, () => this.reply(command, args, answer, reply.to === 'all' ? this.clients : null), answer.delay);
+      const to = () => (reply.to === 'all' ? this.clients : [this.current]);
+      this.work(command, () => this.reply(command, args, answer, to()), answer.delay);
     } else if (answer.delay) {
       this.takeTime(answer.delay, () => this.reply(command, args, answer, [socket]));
     } else {
@@ -303,7 +307,7 @@ export class MockServer {
     const { name, reply } = command;
     if (reply.kind !== 'none' && !answer.drop) {
       const text = framed(name, answer.result);
-      this.send(sockets || [this.current], answer.wrong ? text.slice(0, -4) : text);
+      this.send(sockets, answer.wrong ? text.slice(0, -4) : text);
     }
     if (answer.result !== 'false')
       this.follow(command, args, answer);
@@ -350,6 +354,18 @@ export class MockServer {
     this.timers.add(timer);
     return timer;
   }
+}
+
+/** The text of an event, or of an answer that nobody asked for; without a result, that of the reference. */
+function textOfEvent(name, result) {
+  const command = commands.get(name);
+  if (!events.has(name) && !command)
+    throw new Error(`there is no event ${name}`);
+  const { form = 'Begin', example } = events.get(name) || command.reply;
+  const text = result === undefined ? example : result;
+  if (text === undefined)
+    throw new Error(`${name} needs a result`);
+  return form.startsWith('Begin') ? framed(name, text) : text;
 }
 
 /** An event's result that belongs to a request. */

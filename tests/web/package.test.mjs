@@ -27,9 +27,8 @@ before(async () => {
   cpSync(here('apps'), join(folder, 'apps'), { recursive: true });
   // ws is taken from here: npm finds it there and asks no registry.
   const dependencies = { 'device-server-client': `file:${stdout.trim()}`, ws: `file:${here('node_modules/ws')}` };
-  const script = { answers: { getVersion: ['mocked', 'mocked'] } };
-  for (const [name, content] of Object.entries({ 'package.json': { type: 'module', dependencies }, 'script.json': script }))
-    writeFileSync(join(folder, 'apps', name), JSON.stringify(content));
+  writeFileSync(join(folder, 'apps/package.json'), JSON.stringify({ type: 'module', dependencies }));
+  writeFileSync(join(folder, 'apps/script.json'), '{ "answers": { "getVersion": "mocked" } }');
   const install = ['install', '--offline', '--no-audit', '--no-fund', '--loglevel=error'];
   const options = { cwd: join(folder, 'apps') };
   [browser] = await Promise.all([skip ? null : Browser.launch(), run('npm', install, options)]);
@@ -62,11 +61,12 @@ test('the package holds what it names, and nothing points out of it', () => {
 
 test('a bundled page and one without a bundler show the mock’s preview', { skip }, async () => {
   const bundle = join(folder, 'apps/bundle');
-  await run(here('node_modules/.bin/esbuild'), ['app.js', '--bundle', '--minify', '--target=chrome80', '--outfile=out.js'],
-            { cwd: bundle });
+  const options = ['--bundle', '--minify', '--target=chrome80', '--outfile=out.js'];
+  await run(here('node_modules/.bin/esbuild'), ['app.js', ...options], { cwd: bundle });
   writeFileSync(join(bundle, 'index.html'), '<!DOCTYPE html><canvas></canvas><script src="out.js"></script>');
   for (const name of ['plain', 'bundle']) {
-    const page = await browser.open(`${pathToFileURL(join(folder, 'apps', name, 'index.html'))}?server=${encodeURIComponent(server)}`);
+    const address = pathToFileURL(join(folder, 'apps', name, 'index.html'));
+    const page = await browser.open(`${address}?server=${encodeURIComponent(server)}`);
     await page.waitForFunction(() => document.title === 'mocked 400');
     await browser.leave(page);
   }
