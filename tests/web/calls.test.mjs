@@ -172,6 +172,9 @@ test('jobs: started, awaited, failed', async () => {
   const client = page();
   const place = { x: 1, y: 2, width: 3 };
   const signature = { status: 'error', code: 12, message: 'encrypted', pdfpath: '/b.pdf' };
+  const scores = [];
+  client.on('AfterbImageMatchOnline', (score) => scores.push(score)); // an event all the same
+  const withId = (answer) => (data) => ({ event: `${answer},${/id=[^,]*/.exec(data)}` });
   const cases = [
     // script, job, value or code of the error
     [{ lImageMatch: '87' }, () => client.compareFaces('a', 'b'), 87],
@@ -182,6 +185,7 @@ test('jobs: started, awaited, failed', async () => {
     [{ bFaceFeatureGetOnline: { event: '' } }, () => client.faceFeature(), 'FAILED'],
     [{ bLivingBodyDetectOnline: { event: 'false' } }, () => client.checkLiveness(), false],
     [{ AutoLivingBody: { event: '{"result":1}' } }, async () => (await client.watchLiveness()).result, 1],
+    [{ AutoLivingBody: { event: false } }, () => client.watchLiveness({ signal: AbortSignal.timeout(20) }), 'ABORTED'],
     [{ fingerCaptureRawData: '{"score":-1,"msg":"none"}' }, () => client.captureFinger(), 'FAILED'],
     [{ readIDMsg: '{"code":"0","name":"N"}' }, async () => (await client.readIdCard()).name, 'N'],
     [{ readIDMsg: '{"code":"2","message":"no card"}' }, () => client.readIdCard(), 'FAILED'],
@@ -202,6 +206,7 @@ test('jobs: started, awaited, failed', async () => {
     [{ DoGWQ_StartSign: { event: JSON.stringify(signature) } },
      () => client.sign('/not-b.pdf', { ...place, timeout: 60 }), 'TIMED_OUT'],
     [{}, async () => (await client.askCustomer({ name: 'A, B', ask: 'phone' })).phone, '13800000000'],
+    [{ DoGWQ_StartEvaluator: withId('value=5,text=a%2Cb,c') }, async () => (await client.rateService({})).text, 'a,b,c'],
     [{ DoGWQ_StartEvaluator: { event: 'value=1,id=another' } },
      () => client.rateService({ id: 'mine' }, { timeout: 60 }), 'TIMED_OUT'],
     [{}, async () => {
@@ -219,7 +224,8 @@ test('jobs: started, awaited, failed', async () => {
   }
   await client.call('getVersion'); // all before it has arrived
   const texts = asked();
-  for (const text of ['iAutoScan(1,/tmp,p)', 'iAutoScan(0,/tmp,p)', 'DoGWQ_StartSign(/a.pdf,,1.1.2.3,0,120)'])
+  assert.deepEqual(scores, [71]);
+  for (const text of ['CloseLivingBody()', 'iAutoScan(1,/tmp,p)', 'iAutoScan(0,/tmp,p)', 'DoGWQ_StartSign(/a.pdf,,1.1.2.3,0,120)'])
     assert.ok(texts.includes(text), text);
   assert.ok(texts.some((text) => text.startsWith('DoGWQ_StartInfo(name=A%2C B,ask=phone,id=')));
   assert.equal(texts.filter((text) => text === 'bStopRec()').length, 3, 'not without a connection');

@@ -54,6 +54,8 @@ for (const locks of [true, false]) {
     assert.deepEqual(await Promise.all([compare(one, 'a'), compare(two, 'b'), compare(one, 'c'), compare(two, 'd')]),
                      [10, 20, 30, 40]);
 
+    await one.evaluate((url) => localStorage.setItem(`device-server-client ${url} bLivingBodyDetect`, Date.now() + 1e9), mock.url);
+    assert.equal(await one.evaluate(() => client.call('bLivingBodyDetect')), true, 'the clock was changed');
     mock.script('bStartPlay', 'false', 'true');
     const started = [one, two].map((page) => page.evaluate(() => client.call('bStartPlay')));
     assert.deepEqual((await Promise.all(started)).sort(), [false, true]);
@@ -101,7 +103,7 @@ test('previews are decoded in a worker, or in the page where its policy allows n
     const counts = await page.evaluate(async () => {
       const previews = ['a', 'b'].map((id) => client.preview(document.getElementById(id), { worker: true }));
       await client.call('bStartPlay');
-      while (previews.some(({ drawn }) => drawn < 3))
+      while (previews.some(({ drawn }) => drawn < 9)) // the mock has six frames
         await client.once('drawn', { timeout: 10000 });
       return previews.map(({ broken, target }) => [broken, target.width, target.height]);
     });
