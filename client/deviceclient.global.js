@@ -723,7 +723,10 @@ function runDecoder() {
   globalThis.onmessage = function ({ data: { id, base64 } }) {
     const failed = (error) => globalThis.postMessage({ id, error: String(error) });
     try {
-      const bytes = Uint8Array.from(atob(base64), (character) => character.charCodeAt(0));
+      const characters = atob(base64);
+      const bytes = new Uint8Array(characters.length);
+      for (let i = 0; i < characters.length; i += 1)
+        bytes[i] = characters.charCodeAt(i);
       createImageBitmap(new Blob([bytes], { type: 'image/jpeg' }))
           .then((picture) => globalThis.postMessage({ id, picture }, [picture]), failed);
     } catch (error) {
