@@ -8,6 +8,48 @@ export type Numeric = number | string;
 /** Sent as 1 or 0. */
 export type Flag = boolean | number | string;
 
+/**
+ * What the portable device library says of a card; a maker's may say more, less or something else. Fields
+ * of the card are there only if it was read, and dates are written like 1990-01-01.
+ */
+export interface Card {
+  /** "0": read; "1": no reader; "2": no card; "3": it can't be read. */
+  code?: string;
+  /** 1: read; 0: not. */
+  result?: number;
+  /** Why it was not read. */
+  message?: string;
+  number?: string;
+  [field: string]: unknown;
+}
+export interface IdCard extends Card {
+  name?: string;
+  sex?: string;
+  nation?: string;
+  birthDate?: string;
+  address?: string;
+  authority?: string;
+  validFrom?: string;
+  validTo?: string;
+  /** A picture, base64. */
+  photo?: string;
+  serial?: string;
+}
+export interface SocialCard extends Card {
+  name?: string;
+  sex?: string;
+  cardNumber?: string;
+  nation?: string;
+  birthDate?: string;
+  validFrom?: string;
+  validTo?: string;
+  photo?: string;
+}
+export interface BankCard extends Card {
+  /** Year and month: 2035-12. */
+  expiry?: string;
+}
+
 /** Every command: its arguments and the result of its call. */
 export interface Commands {
   /**
@@ -569,7 +611,7 @@ export interface Commands {
    * @param reserved Ignored.
    * @param parameter Implementation-defined.
    */
-  ReadCard(reserved?: Text, parameter?: Text): any;
+  ReadCard(reserved?: Text, parameter?: Text): IdCard | string | null;
   /**
    * Opens the card reader on USB. 打开USB读卡器。
    * @param port Port name; the portable library ignores it.
@@ -578,7 +620,7 @@ export interface Commands {
   /**
    * Reads an identity card; every client gets the answer. 读取身份证，结果发送给所有页面。
    */
-  sIDCardReader(): any;
+  sIDCardReader(): IdCard | string | null;
   /**
    * Whether the reader's security module responds. 查询读卡器安全模块状态。
    */
@@ -613,7 +655,7 @@ export interface Commands {
    * Reads a social security card. 读取社保卡基本信息。
    * @param type Card type, implementation-defined.
    */
-  iReadCardBas_noPasam(type?: Numeric): any;
+  iReadCardBas_noPasam(type?: Numeric): SocialCard | string | null;
   /**
    * Not supported: always an empty answer. 不支持：始终返回空。
    * @param type Not used.
@@ -622,35 +664,35 @@ export interface Commands {
   /**
    * Reads an identity card. 读取身份证。
    */
-  readIDMsg(): any;
+  readIDMsg(): IdCard | string | null;
   /**
    * Reads an identity card. 读取身份证。
    */
-  readIDMsgVX(): any;
+  readIDMsgVX(): IdCard | string | null;
   /**
    * Reads a bank card; tries a second reader if the first fails. 读取银行卡；失败时换读卡器再试一次。
    * @param type Reader type, implementation-defined; the portable library tries contactless cards first for 2.
    */
-  GetBankCardInfo(type?: Numeric): any;
+  GetBankCardInfo(type?: Numeric): BankCard | string | null;
   /**
    * Reads a social security card. 读取社保卡基本信息。
    * @param type Card type, implementation-defined.
    */
-  iReadCardBasEx(type?: Numeric): any;
+  iReadCardBasEx(type?: Numeric): SocialCard | string | null;
   /**
    * Reads an identity card. 读取身份证。
    */
-  sIDCardReaderVX(): any;
+  sIDCardReaderVX(): IdCard | string | null;
   /**
    * Reads a social security card, on the second reader family where it is connected. 读取社保卡（优先第二类读卡器）。
    * With the second reader family the card's text is in outInfo, not escaped by the server; without it the text is sent unchanged.
    * @param type Card type, implementation-defined.
    */
-  WReadCardBasEx(type?: Numeric): any;
+  WReadCardBasEx(type?: Numeric): SocialCard | { lRet: number; outInfo: string } | string | null;
   /**
    * Reads an identity card, trying three readers in turn. 读取身份证（依次尝试三种读卡器）。
    */
-  WReadSFZCardBas(): any;
+  WReadSFZCardBas(): IdCard | string | null;
   /**
    * Whether two image files show the same person. 判断两个图像文件是否同一人。
    * @param image1 Image file.
@@ -968,6 +1010,10 @@ export interface PushedEvents {
   AfterbLivingBodyDetectOnline: boolean;
   /** The result of AutoLivingBody; its form is implementation-defined. AutoLivingBody 的结果，格式由设备库定义。 */
   AfterbLivingBodyDetectEvent2: any;
+  /** The customer's answer on the information exchange page. 客户在信息交互页面的答复。 */
+  AfterDoGWQ_StartInfo: string;
+  /** The customer's opinion on the service evaluation page. 客户在服务评价页面的评价。 */
+  AfterDoGWQ_StartEvaluator: string;
 }
 
 export interface CommandFacts {
@@ -981,8 +1027,14 @@ export interface CommandFacts {
   timeout?: number;
   late?: true;
   to?: 'all';
+  /** Why a page can't know whose request an answer is for. */
+  mistakable?: 'broadcast' | 'unasked' | 'current';
+  /** A command that is sent before: what arrives before its answer is of an earlier request. */
+  mark?: string;
   alone?: true;
   dropped?: true;
+  /** The only possible answer, of a late one. */
+  always?: true;
   otherFrames?: string[];
   latin1?: true;
 }

@@ -2,226 +2,37 @@
 //
 // The client of the device server: commands as promises, pushed texts as events, and a preview.
 //
-//   Errors        what can go wrong
-//   Texts         commands and answers on the wire
-//   DeviceClient  the connection, pending calls, events
-//   Preview       draws the newest frame
+//   errors.js   what can go wrong
+//   texts.js    commands and answers on the wire
+//   turns.js    whose answer it is: one call at a time, in all tabs
+//   jobs.js     background work as promises
+//   preview.js  draws the newest frame
+//   this file   the connection, pending calls, events
 //
 // For Chromium 80 and newer, and for Node with its own WebSocket class or one passed as an option.
 import { commands, events } from './commands.js';
+import {
+  AbortError, ArgumentError, CallTimeoutError, ClosedError, ConnectionLostError, FailedError,
+  RefusedByBrowserError, ServerNotRunningError,
+} from './errors.js';
+import { jobs } from './jobs.js';
+import { Preview } from './preview.js';
+import { commandText, entryOf, frameNames, frameStart, jsonOr, parseAnswer, resultOf } from './texts.js';
+import {
+  answerExpected, expectAnswer, expectNoAnswer, expectNone, hearTabs, sleep, takeTurn, tellTabs,
+} from './turns.js';
 
-// ---- Errors -------------------------------------------------------------------------------------
-
-/** Base of all errors of this client: they have a name, and a code that never changes. */
-export class DeviceError extends Error {
-  constructor(code, message) {
-    super(message);
-    this.name = new.target.name;
-    this.code = code;
-  }
-}
-
-/** There is no such command; the server would not answer. */
-export class UnknownCommandError extends DeviceError {
-  constructor(name) {
-    const meant = Object.keys(commands).find((each) => each.toLowerCase() === name.trim().toLowerCase());
-    super('UNKNOWN_COMMAND', meant ? `there is no command ${name}; did you mean ${meant}?`
-      : `there is no command ${name}`);
-  }
-}
-
-/** Arguments that the command doesn't accept or the protocol can't carry. */
-export class ArgumentError extends DeviceError {
-  constructor(name, what) {
-    super('BAD_ARGUMENT', `${name}: ${what}`);
-  }
-}
-
-/** Nothing listens at the address. */
-export class ServerNotRunningError extends DeviceError {
-  constructor(url) {
-    super('SERVER_NOT_RUNNING', `no connection to ${url}: the device server is not running there`);
-  }
-}
-
-/**
- * The browser apparently blocks the connection; see docs/integration.md.
- */
-export class RefusedByBrowserError extends DeviceError {
-  constructor(url, why) {
-    super('REFUSED_BY_BROWSER', `the browser refuses the connection to ${url}: ${why}`);
-  }
-}
-
-/** The connection was lost; for a call: before its answer arrived. */
-export class ConnectionLostError extends DeviceError {
-  constructor(name) {
-    super('CONNECTION_LOST', 'the connection to the device server was lost'
-        + (name ? ` before ${name} was answered` : ''));
-  }
-}
-
-/** No answer arrived in time. */
-export class CallTimeoutError extends DeviceError {
-  constructor(name, milliseconds, fact) {
-    const taken = fact.late && !fact.to
-      ? 'it may have gone to another page that sent a command meanwhile, or been dropped because a page disconnected'
-      : 'the server may be busy, perhaps with another page';
-    const dropped = fact.dropped ? ', or AutoLivingBody may have dropped it' : '';
-    super('TIMED_OUT', `no answer to ${name} within ${milliseconds / 1000} s: ${taken}${dropped}`);
-  }
-}
-
-/** close() was called. */
-export class ClosedError extends DeviceError {
-  constructor() {
-    super('CLOSED', 'this client was closed');
-  }
-}
-
-// ---- Texts --------------------------------------------------------------------------------------
-
-/** The bytes FF D8 FF at the start of every JPEG, and so of every frame, in base64. */
-const frameStart = '/9j/';
-
-/** In bytes. The server disconnects a page that sends a longer message. */
-const maxMessage = 256 * 1024 * 1024;
-
-/** Names are shorter: the search for the end of an answer looks no further back. */
-const nameLimit = 100;
-
-/** The entry of a name in a table, ignoring inherited members such as "toString". */
-function entryOf(table, name) {
-  return Object.prototype.hasOwnProperty.call(table, name) ? table[name] : undefined;
-}
-
-const frameNames = new Map();
-for (const [name, { otherFrames }] of Object.entries(commands)) {
-  for (const other of otherFrames || [])
-    frameNames.set(other, name);
-}
-
-/**
- * Parses "Begin<name><result>End<name>". Nothing separates the name from the result, so the name is
- * found at the end of the text; results may contain "End" and names may end with it.
- *
- * @returns {{name: string, result: string}|null} null if the text is not framed
- */
-export function parseAnswer(text) {
-  if (!text.startsWith('Begin'))
-    return null;
-  const nameStart = 'Begin'.length;
-  let other = null;
-  let end = text.lastIndexOf('End');
-  while (end >= nameStart && text.length - end < nameLimit) {
-    const name = text.slice(end + 'End'.length);
-    const resultStart = nameStart + name.length;
-    if (name && resultStart <= end && text.startsWith(name, nameStart)) {
-      const answer = { name, result: text.slice(resultStart, end) };
-      if (entryOf(commands, name) || entryOf(events, name) || frameNames.has(name))
-        return answer;
-      other = other || answer;
-    }
-    end = text.lastIndexOf('End', end - 1);
-  }
-  return other;
-}
-
-/** Argument types on the wire; the server takes an empty number for a missing one. */
-const forms = {
-  integer: [/^([+-]?\d+)?$/, 'a whole number'],
-  number: [/^([+-]?\d+(\.\d+)?)?$/, 'a number'],
-  boolean: [/^[01]$/, 'true or false, 1 or 0'],
-};
-
-/** An argument as { text } for the wire, or { fault }: what is wrong with it. */
-function fieldOf(type, value, splitAtCommas) {
-  const sent = type === 'boolean' && typeof value === 'boolean' ? Number(value) : value;
-  if (typeof sent !== 'string' && typeof sent !== 'number')
-    return { fault: `must be a text or a number, not ${sent === null ? 'null' : typeof sent}` };
-  const text = String(sent);
-  const [form, what] = forms[type] || [];
-  if (form && !form.test(text))
-    return { fault: `must be ${what}, not ${JSON.stringify(text)}: the server would read 0` };
-  if (text.includes('\0'))
-    return { fault: 'contains a NUL character, at which the device library would cut the text off' };
-  if (splitAtCommas && text.includes(','))
-    return { fault: 'contains a ",", which separates arguments in the protocol' };
-  return { text };
-}
-
-/**
- * The text that call() sends.
- *
- * @throws UnknownCommandError, ArgumentError
- */
-export function commandText(name, args) {
-  const fact = entryOf(commands, name);
-  if (!fact)
-    throw new UnknownCommandError(String(name));
-  const { split, fields = {}, repeat, required } = fact;
-  const names = Object.keys(fields);
-  const given = args.slice();
-  while (given.length > 0 && given[given.length - 1] === undefined)
-    given.pop(); // same as left out
-  const minimum = required === undefined ? names.length : required;
-  if (given.length < minimum)
-    throw new ArgumentError(name, `needs ${minimum} arguments (${names.join(', ')}), got ${given.length}`);
-  if (given.length > names.length && !repeat)
-    throw new ArgumentError(name, `takes ${names.length || 'no'} arguments, got ${given.length}`);
-  const texts = given.map((value, index) => {
-    const field = names[Math.min(index, names.length - 1)];
-    const { text, fault } = fieldOf(fields[field], value === undefined ? '' : value, split === 'comma');
-    if (fault)
-      throw new ArgumentError(name, `${field} ${fault}`);
-    return text;
-  });
-  const text = `${name}(${texts.join(',')})`;
-  if (text.length > maxMessage)
-    throw new ArgumentError(name, 'longer than the 256 MiB that the server accepts');
-  return text;
-}
-
-function jsonOr(text) {
-  try {
-    return JSON.parse(text);
-  } catch {
-    return text || null; // a vendor's device library may answer with its own texts
-  }
-}
-
-/** Decodes a text whose characters are bytes of UTF-8; unchanged if they are not. */
-function utf8Of(latin1) {
-  try {
-    return new TextDecoder('utf-8', { fatal: true })
-        .decode(Uint8Array.from(latin1, (character) => character.charCodeAt(0)));
-  } catch {
-    return latin1;
-  }
-}
-
-const results = {
-  boolean: (text) => text === 'true',
-  number: (text) => Number(text),
-  text: (text) => text,
-  json: jsonOr,
-  list: (text) => (text === '' ? [] : text.split('|')),
-  pair: (text) => text.slice(1, -1).split(',').map(Number),
-  empty: () => undefined,
-};
-
-/** The result of an answer or event of this name, in its type; the text for unknown names. */
-function resultOf(name, text) {
-  const fact = entryOf(commands, name) || {};
-  const kind = fact.reply && fact.reply !== 'none' ? fact.reply : entryOf(events, name) || 'text';
-  return results[kind](fact.latin1 ? utf8Of(text) : text);
-}
-
-// ---- DeviceClient -------------------------------------------------------------------------------
+export { commands, events } from './commands.js';
+export {
+  AbortError, ArgumentError, CallTimeoutError, ClosedError, ConnectionLostError, DeviceError, FailedError,
+  RefusedByBrowserError, ServerNotRunningError, UnknownCommandError,
+} from './errors.js';
+export { Preview } from './preview.js';
+export { commandText, parseAnswer } from './texts.js';
 
 const defaults = {
   url: 'ws://127.0.0.1:1818',
-  /** Milliseconds that a call waits for its answer; more for commands known to take longer. */
+  /** Milliseconds from a call to its answer; more for commands known to take longer. */
   timeout: 10000,
   /** Milliseconds for an attempt to connect; more while the browser asks its user. */
   connectTimeout: 15000,
@@ -229,7 +40,7 @@ const defaults = {
   retryDelays: [500, 1000, 2000, 4000, 8000, 15000],
 };
 
-/** Default facts, for a command that is sent raw. */
+/** Default facts, for a command that is sent raw and not known. */
 const rawFact = { reply: 'text', late: true };
 
 /** The maximum of timers, about 24 days; anything longer, even Infinity, would fire at once. */
@@ -241,16 +52,22 @@ const ownEvents = new Set(['open', 'close', 'frame', 'text', 'late', 'message', 
 /** A connection that ends sooner counts as a failed attempt, so that attempts slow down. */
 const stableMilliseconds = 5000;
 
+/** How long an attempt waits for the user whom the browser asks, in milliseconds. */
+const promptMilliseconds = 120000;
+
+/** How often a call looks whether the answer of an earlier one has come, in milliseconds. */
+const lookAgain = 200;
+
 /**
  * A page's connection to the device server.
  *
- * Events, heard with on():
+ * Events, heard with on(), once() and, for frames, frames():
  *   open                 connected or reconnected; the server has stopped the preview meanwhile
  *   close    error       the connection was lost, or an attempt failed; the error has retryIn
  *   frame    base64      a preview frame, JPEG
  *   <name>   result      a framed text that no call waits for: vSetCapturePin, iAutoScan, ...
  *   text     text, json  a text without a frame: the signature service's, the browser helper's
- *   late     {name, result}  an answer whose call has timed out
+ *   late     {name, result}  an answer whose call has ended before
  *   message  text        every text as received
  *   drawn    preview     a Preview has drawn a frame
  */
@@ -262,14 +79,14 @@ export class DeviceClient {
   constructor(options = {}) {
     this.options = { ...defaults, ...options };
     this.listeners = new Map();
-    this.waiting = new Map(); // pending calls by name, oldest first
-    this.queues = new Map(); // by name: end of the queue of commands that are sent one at a time
+    this.calls = new Set(); // that have not ended: to be answered, or to be sent
+    this.waiting = new Map(); // sent calls by the name of their answer, oldest first; an ended one
+                              // remains while its answer is still to come
     this.socket = null;
     this.state = 'closed'; // closed, connecting, open, waiting (to reconnect)
     this.lastError = null;
     this.failures = 0; // attempts in a row without a stable connection
     this.everOpen = false;
-    this.closings = 0; // number of calls of close()
     this.connection = null; // promise of the latest attempt
     this.abandonTry = null; // rejects it
     this.retryTimer = 0;
@@ -287,6 +104,41 @@ export class DeviceClient {
     const listeners = this.listeners.get(event);
     if (listeners)
       listeners.delete(listener);
+  }
+
+  /**
+   * Waits for the next event.
+   *
+   * @param options  timeout in milliseconds (none by default), signal, accept(value): whether it is
+   *                 the one that is waited for
+   * @returns a promise of its value; rejected by the time-out, the signal or close()
+   */
+  once(event, { timeout, signal, accept = () => true } = {}) {
+    return this.pending({ name: event }, { timeout, signal }, (done) =>
+      this.on(event, (...values) => accept(...values) && done(null, values[0])));
+  }
+
+  /**
+   * The frames, for "for await": always the newest one, so a slow loop misses some. Ends with close();
+   * `timeout` is that between two frames.
+   */
+  async* frames(options) {
+    let frame = null;
+    const end = this.on('frame', (newest) => { frame = newest; });
+    try {
+      for (;;) {
+        if (frame === null)
+          await this.once('frame', options);
+        const newest = frame;
+        frame = null;
+        yield newest;
+      }
+    } catch (error) {
+      if (!(error instanceof ClosedError))
+        throw error;
+    } finally {
+      end();
+    }
   }
 
   /** An exception in a listener is reported like any of the page's, and affects nothing else. */
@@ -316,9 +168,8 @@ export class DeviceClient {
 
   /** Ends the connection and all attempts, and rejects pending calls. */
   close() {
-    this.closings += 1;
     clearTimeout(this.retryTimer);
-    const socket = this.socket;
+    const { socket } = this;
     this.socket = null;
     this.state = 'closed';
     this.failures = 0;
@@ -326,30 +177,52 @@ export class DeviceClient {
       socket.close();
     if (this.abandonTry)
       this.abandonTry(new ClosedError()); // no effect once the attempt has settled
-    this.rejectAll(() => new ClosedError());
+    this.waiting.clear();
+    this.calls.forEach((call) => call.end(new ClosedError()));
   }
 
   /**
-   * Sends a command.
+   * Sends a command, after connecting if needed.
    *
-   * @returns a promise of its result, in the command's type; resolves to undefined at once for
-   *          commands that are never answered
+   * @returns a promise of its result, in the command's type; resolves to undefined, once it is sent,
+   *          for commands that are never answered
    */
   call(name, ...args) {
     return this.callWith({}, name, ...args);
   }
 
   /**
-   * call() with options: timeout, in milliseconds; raw: sends any name with unchecked arguments, and
-   * resolves to the result's text.
+   * call() with options: timeout, in milliseconds from now on; signal, an AbortSignal; raw: sends any
+   * name with unchecked arguments, and resolves to the result's text.
    */
-  async callWith({ timeout, raw }, name, ...args) {
+  async callWith({ timeout, signal, raw } = {}, name, ...args) {
     const text = raw ? `${name}(${args.join(',')})` : commandText(name, args);
-    const fact = raw ? rawFact : commands[name];
-    const limit = Math.min(timeout || Math.max(fact.timeout || 0, this.options.timeout), maxTimer);
-    if (fact.alone)
-      return this.inTurn(name, () => this.sendCall(name, fact, text, limit));
-    return this.sendCall(name, fact, text, limit);
+    const known = entryOf(commands, name);
+    const fact = known && (!raw || known.reply !== 'none') ? known : rawFact;
+    const call = {
+      name, answer: name, fact, raw, silent: fact.reply === 'none', turn: turnOf(name, fact),
+      start: () => this.socket.send(text),
+    };
+    return this.request(call, { timeout: timeout || Math.max(fact.timeout || 0, this.options.timeout), signal });
+  }
+
+  /**
+   * Calls a command that starts something in the background, and waits for the event that ends it.
+   *
+   * @param event    its name; 'text' for texts without a frame
+   * @param options  seconds from now on, or timeout, in milliseconds; signal; accept(value, text):
+   *                 whether an event is the one that is waited for
+   * @returns a promise of the event's value; rejected with FailedError if the command fails
+   */
+  async eventAfter(event, { seconds = 60, timeout = seconds * 1000, signal, accept } = {}, name, ...args) {
+    const start = async () => {
+      const started = await this.callWith({ signal }, name, ...args);
+      if (started === false)
+        throw new FailedError(name, started);
+    };
+    const turn = { name: event, shared: true, answered: 0 };
+    const fact = { late: true, mark: (entryOf(commands, name) || {}).mark };
+    return this.request({ name, answer: event, fact, event: true, accept, turn, start }, { timeout, signal });
   }
 
   /** Sends a text unchanged: "@" asks for the shown page's data, "#..." goes to the current page. */
@@ -360,61 +233,142 @@ export class DeviceClient {
   }
 
   /** Draws the frames; see Preview. */
-  preview(target) {
-    return new Preview(this, target);
+  preview(target, options) {
+    return new Preview(this, target, options);
   }
 
   // -- Calls --
 
-  /** Runs calls of a name one at a time: the server would mix up their answers. */
-  inTurn(name, run) {
-    const { closings } = this;
-    const turn = (this.queues.get(name) || Promise.resolve()).then(() => {
-      if (closings !== this.closings)
-        throw new ClosedError();
-      return run();
+  /**
+   * A promise that always ends: by done(error, value), time-out, signal or close().
+   *
+   * @param call   name, for messages; gets end(error, value)
+   * @param begin  called with done; may return a function to be called at the end
+   */
+  pending(call, { timeout, signal }, begin) {
+    return new Promise((resolve, reject) => {
+      let timer = 0;
+      let clean;
+      const abort = () => call.end(new AbortError(call.name, signal.reason));
+      const late = () => call.end(new CallTimeoutError(call.name, timeout, call.phase, call.fact));
+      call.end = (error, value) => {
+        if (call.ended)
+          return;
+        call.ended = true;
+        clearTimeout(timer);
+        this.calls.delete(call);
+        if (signal)
+          signal.removeEventListener('abort', abort);
+        if (error)
+          reject(error);
+        else
+          resolve(value);
+        if (clean)
+          clean();
+      };
+      this.calls.add(call);
+      if (signal && signal.aborted) {
+        abort();
+        return;
+      }
+      if (signal)
+        signal.addEventListener('abort', abort);
+      if (timeout)
+        timer = setTimeout(late, Math.min(timeout, maxTimer));
+      clean = begin(call.end);
+      if (call.ended && clean)
+        clean();
     });
-    this.queues.set(name, turn.catch(() => {}));
-    return turn;
   }
 
-  async sendCall(name, fact, text, limit) {
-    if (this.state !== 'open')
-      await this.whenOpen();
-    if (fact.reply === 'none') {
-      this.socket.send(text);
-      return undefined;
-    }
-    return new Promise((resolve, reject) => {
-      const call = { name, fact, resolve, reject, timedOut: false, timer: 0 };
-      call.timer = setTimeout(() => this.timeOut(call, limit), limit);
-      if (!this.waiting.has(name))
-        this.waiting.set(name, []);
-      this.waiting.get(name).push(call);
-      this.socket.send(text);
+  /** A call that is sent: its turn, the connection, its answer. */
+  request(call, options) {
+    return this.pending(call, options, () => {
+      this.begin(call).catch((error) => call.end(error));
+      return () => this.leave(call);
     });
+  }
+
+  /** Sends a call: at once, if it needs no turn and there is a connection. */
+  async begin(call) {
+    const { turn } = call;
+    if (turn) {
+      call.phase = 'turn';
+      call.endTurn = await takeTurn(this.keyOf(turn.name), turn.shared);
+    }
+    if (turn && turn.shared && !call.ended)
+      call.unhear = hearTabs((message) => this.heard(message));
+    while (!call.ended && !this.mayBeSent(call))
+      await (this.state === 'open' ? sleep(lookAgain) : this.whenOpen());
+    if (call.ended) {
+      this.leave(call);
+      return;
+    }
+    call.phase = 'answer';
+    if (call.silent) {
+      call.start();
+      call.end();
+      return;
+    }
+    const earlier = this.waiting.get(call.answer) || [];
+    // After the turn of an ended call its answer comes no more.
+    this.waiting.set(call.answer, [...earlier.filter(({ ended }) => !ended || !turn), call]);
+    call.sent = true;
+    if (call.fact.late && call.fact.mark)
+      this.mark(call);
+    if (turn && turn.answered)
+      expectAnswer(this.keyOf(turn.name), turn.answered);
+    await call.start();
   }
 
   /**
-   * The call stays in the queue if its answer is certain to arrive, so that a later call of the same
-   * name does not get it. It is not certain if it can go to another page, if the server may drop it,
-   * and for unknown names.
+   * Sends a harmless command before that of a call: until it is answered, what arrives are answers of
+   * earlier requests, perhaps those of another tab, from which this one got the turn just now.
    */
-  timeOut(call, limit) {
-    call.timedOut = true;
-    if (call.fact.late && (call.fact.to !== 'all' || call.fact.dropped)) {
-      const calls = this.waiting.get(call.name);
-      calls.splice(calls.indexOf(call), 1);
-    }
-    call.reject(new CallTimeoutError(call.name, limit, call.fact));
+  mark(call) {
+    const { mark } = call.fact;
+    call.early = true;
+    const marking = { name: mark, end: () => { call.early = false; } };
+    this.waiting.set(mark, [...(this.waiting.get(mark) || []), marking]);
+    this.socket.send(`${mark}()`);
   }
 
-  rejectAll(errorFor) {
-    const calls = Array.from(this.waiting.values()).flat();
+  mayBeSent(call) {
+    const { turn } = call;
+    if (this.state !== 'open')
+      call.phase = 'connection';
+    else if (turn && turn.answered && answerExpected(this.keyOf(turn.name), turn.answered))
+      call.phase = 'earlier';
+    else
+      return true;
+    return false;
+  }
+
+  /**
+   * A call that has ended gives up its turn. It stays in the list of those that wait if its answer is
+   * certain to arrive, so that a later call of the same name does not get it.
+   */
+  leave(call) {
+    const { fact, turn, sent, endTurn, unhear } = call;
+    if (sent && fact.late && !(turn && turn.answered))
+      this.waiting.set(call.answer, (this.waiting.get(call.answer) || []).filter((each) => each !== call));
+    if (unhear)
+      unhear();
+    if (endTurn)
+      endTurn();
+  }
+
+  /** Of a turn. */
+  keyOf(name) {
+    return `${this.options.url} ${name}`;
+  }
+
+  /** Ends the calls that were sent: most answers were for the connection that is lost. */
+  rejectSent() {
     this.waiting.clear();
-    for (const call of calls) {
-      clearTimeout(call.timer);
-      call.reject(errorFor(call));
+    for (const call of this.calls) {
+      if (call.sent)
+        call.end(new ConnectionLostError(call.name));
     }
   }
 
@@ -429,28 +383,51 @@ export class DeviceClient {
     const answer = parseAnswer(text);
     if (!answer || ownEvents.has(answer.name)) {
       const value = jsonOr(text);
-      this.emit('text', text, value !== null && typeof value === 'object' ? value : undefined);
+      const json = value !== null && typeof value === 'object' ? value : undefined;
+      this.emit('text', text, json);
+      this.answer('text', json || text, text);
       return;
     }
     const name = frameNames.get(answer.name) || answer.name;
-    const result = resultOf(name, answer.result);
-    const call = (this.waiting.get(name) || []).shift();
-    if (!call) {
+    const fact = entryOf(commands, name);
+    if (fact && fact.mistakable)
+      expectNoAnswer(this.keyOf(name));
+    if (!this.framed(name, answer.result) && (fact ? fact.mistakable === 'current' : entryOf(events, name)))
+      tellTabs({ url: this.options.url, name, result: answer.result }); // for the tab that asked
+  }
+
+  /** A framed text. @returns whether a call has waited for it */
+  framed(name, text) {
+    const result = resultOf(name, text);
+    const call = this.answer(name, result, text);
+    if (!call || call.event)
       this.emit(name, result);
-    } else if (call.timedOut) {
-      this.emit('late', { name, result });
-    } else {
-      clearTimeout(call.timer);
-      call.resolve(call.fact === rawFact ? answer.result : result);
-    }
+    return Boolean(call);
+  }
+
+  /** Another tab was the current client when a result of a call of this one arrived. */
+  heard({ url, name, result }) {
+    if (url === this.options.url && this.waiting.has(name) && this.waiting.get(name).length > 0)
+      this.framed(name, result);
+  }
+
+  /** Ends the call that waits for an answer or event. @returns the call, if there is one */
+  answer(name, value, text) {
+    const calls = this.waiting.get(name) || [];
+    const call = calls.find(({ early, ended, accept }) => !early && (ended || !accept || accept(value, text)));
+    if (!call)
+      return undefined;
+    calls.splice(calls.indexOf(call), 1);
+    if (call.ended)
+      this.emit('late', { name, result: value });
+    else
+      call.end(null, call.raw ? text : value);
+    return call;
   }
 
   // -- The connection --
 
-  /** Connects unless an attempt has failed already. */
   async whenOpen() {
-    if (this.state === 'waiting')
-      throw this.lastError;
     await this.connect();
     if (this.state !== 'open')
       throw new ClosedError(); // by a listener
@@ -480,17 +457,21 @@ export class DeviceClient {
       return;
     }
     this.socket = socket;
+    const startedAt = Date.now();
     let openedAt = 0;
-    const giveUpWhenNobodyIsAsked = async () => {
-      const state = await permissionState();
+    let gaveUp = false;
+    const giveUp = async () => {
+      const asks = !isLocalPage() && Date.now() - startedAt < promptMilliseconds
+        && await permissionState() === 'prompt';
       if (socket.readyState !== 0)
         return; // the user has answered by now
-      if (state === 'prompt')
-        timer = setTimeout(giveUpWhenNobodyIsAsked, connectTimeout);
+      gaveUp = !asks;
+      if (asks)
+        timer = setTimeout(giveUp, connectTimeout);
       else
         socket.close();
     };
-    let timer = setTimeout(giveUpWhenNobodyIsAsked, connectTimeout);
+    let timer = setTimeout(giveUp, connectTimeout);
     socket.onopen = () => {
       clearTimeout(timer);
       if (socket !== this.socket)
@@ -513,13 +494,15 @@ export class DeviceClient {
       if (openedAt) {
         if (Date.now() - openedAt >= stableMilliseconds)
           this.failures = 0;
-        this.rejectAll((call) => new ConnectionLostError(call.name));
+        this.rejectSent();
         this.retryLater(new ConnectionLostError());
         return;
       }
       const error = await whyNoConnection(url, this.everOpen);
       if (socket !== this.socket)
         return; // closed meanwhile
+      if (!gaveUp && error instanceof ServerNotRunningError)
+        expectNone(`${url} `);
       this.retryLater(error);
       reject(error);
     };
@@ -539,6 +522,18 @@ export class DeviceClient {
     }
     this.emit('close', error);
   }
+}
+
+Object.assign(DeviceClient.prototype, jobs);
+
+/**
+ * The turn of a command whose answers could be mixed up: its name; whether other tabs may get them;
+ * `answered`, in how many milliseconds an answer that is not to be taken for another has come.
+ */
+function turnOf(name, { mistakable, alone, dropped, always, timeout }) {
+  if (!mistakable && !alone)
+    return undefined;
+  return { name, shared: Boolean(mistakable), answered: mistakable && !dropped && !always ? timeout : 0 };
 }
 
 /** The browser's permission for this page to reach this machine: granted, denied, prompt or ''. */
@@ -561,102 +556,14 @@ async function permissionState() {
  * between a page and a server on the same machine.
  */
 async function whyNoConnection(url, everOpen) {
-  const { protocol, hostname } = globalThis.location || {};
-  const isLocalPage = protocol === 'file:' || /^(localhost|127\..*|\[::1\])$/.test(hostname);
-  if (!everOpen && !isLocalPage && await permissionState() === 'denied')
+  if (!everOpen && !isLocalPage() && await permissionState() === 'denied')
     return new RefusedByBrowserError(url, 'this page has no permission to reach this machine, '
         + 'unless it needs none and the device server is not running');
   return new ServerNotRunningError(url);
 }
 
-// ---- Preview ------------------------------------------------------------------------------------
-
-/**
- * Draws the newest frame on an <img> or <canvas>. While a frame is being decoded, only the newest of
- * the following ones is kept; a hidden page decodes nothing.
- */
-export class Preview {
-  constructor(client, target) {
-    this.client = client;
-    this.target = target;
-    this.received = 0;
-    this.drawn = 0;
-    this.dropped = 0; // replaced by a newer one
-    this.broken = 0; // not a readable JPEG
-    this.waiting = null;
-    this.drawing = false;
-    this.drawWaiting = this.drawWaiting.bind(this);
-    this.end = client.on('frame', (base64) => this.frame(base64));
-    document.addEventListener('visibilitychange', this.drawWaiting);
-  }
-
-  /** Stops drawing; the last frame stays. */
-  stop() {
-    this.end();
-    this.waiting = null;
-    document.removeEventListener('visibilitychange', this.drawWaiting);
-  }
-
-  frame(base64) {
-    this.received += 1;
-    if (this.waiting !== null)
-      this.dropped += 1;
-    this.waiting = base64;
-    this.drawWaiting();
-  }
-
-  async drawWaiting() {
-    if (this.drawing)
-      return;
-    this.drawing = true;
-    while (this.waiting !== null && !document.hidden) {
-      const base64 = this.waiting;
-      this.waiting = null;
-      try {
-        await this.draw(new Blob([bytesOf(base64)], { type: 'image/jpeg' }));
-      } catch {
-        this.broken += 1;
-      }
-    }
-    this.drawing = false;
-  }
-
-  async draw(blob) {
-    if (this.target.getContext) // not instanceof: it may belong to another window
-      await drawOnCanvas(this.target, blob);
-    else
-      await showInImage(this.target, blob);
-    this.drawn += 1;
-    this.client.emit('drawn', this);
-  }
-}
-
-function bytesOf(base64) {
-  const characters = atob(base64);
-  const bytes = new Uint8Array(characters.length);
-  for (let i = 0; i < characters.length; i += 1)
-    bytes[i] = characters.charCodeAt(i);
-  return bytes;
-}
-
-async function drawOnCanvas(canvas, blob) {
-  const picture = globalThis.createImageBitmap ? await createImageBitmap(blob)
-    : await showInImage(new Image(), blob);
-  if (canvas.width !== picture.width || canvas.height !== picture.height) {
-    canvas.width = picture.width;
-    canvas.height = picture.height;
-  }
-  canvas.getContext('2d').drawImage(picture, 0, 0);
-  if (picture.close)
-    picture.close();
-}
-
-/** @returns a promise of the element, settled once it shows the picture */
-function showInImage(image, blob) {
-  const url = URL.createObjectURL(blob);
-  return new Promise((resolve, reject) => {
-    image.onload = () => resolve(image);
-    image.onerror = reject;
-    image.src = url;
-  }).finally(() => URL.revokeObjectURL(url));
+/** Whether this page comes from this machine: no browser asks its user for it. */
+function isLocalPage() {
+  const { protocol, hostname } = globalThis.location || {};
+  return protocol === 'file:' || /^(localhost|127\..*|\[::1\])$/.test(hostname);
 }

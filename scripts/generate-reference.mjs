@@ -15,7 +15,8 @@
 //                optional, with the server's default; repeat: any number of this one
 //     reply      kind (boolean, number, text, json, list separated by "|", pair "(x,y)", empty, none: no
 //                answer at all), example; and where they apply: always (nothing else is answered), late
-//                (from a worker, when the work is done), to (all: to every client), alone (a second
+//                (from a worker, when the work is done), to (all: to every client), mistakable (why a
+//                page can't know whose request is answered; see mistakes below), alone (a second
 //                request before the answer gets none of its own, or is answered out of order), dropped
 //                (a waiting request gets none when AutoLivingBody arrives), question (a boolean whose
 //                false is not a failure), otherFrames (more names of the frame), latin1 (bytes as
@@ -24,7 +25,8 @@
 //     tooFew     the result when required arguments are missing; nothing is done then
 //     note       irregularities
 //     pushes     events that may follow
-//   events    id, kind (of the result), to (all, current), form, pattern, summary, example
+//   events    id, kind (of the result), to (all, current), form, pattern, summary, example; match: what it
+//             returns of the request that it belongs to
 import { readFileSync, writeFileSync } from 'node:fs';
 import { fileURLToPath } from 'node:url';
 
@@ -37,6 +39,11 @@ const source = 'docs/commands.json by scripts/generate-reference.mjs';
 
 const splits = ['none', 'whole', 'comma'];
 const types = ['text', 'integer', 'number', 'boolean', 'base64', 'hex', 'color'];
+const mistakes = {
+  broadcast: 'Every client gets it',
+  unasked: 'Every client gets it, and the server also sends it without a request',
+  current: 'It goes to the client that sent the latest command by then, which may be another one',
+};
 const kinds = ['boolean', 'number', 'text', 'json', 'list', 'pair', 'empty', 'none'];
 
 function faults() {
@@ -65,6 +72,11 @@ function faults() {
     need(splits.includes(command.split), here('no such split'));
     need(kinds.includes(command.reply.kind), here('no such kind of reply'));
     need((command.reply.kind === 'none') === (command.reply.example === undefined), here('reply example'));
+    need(!command.reply.mistakable || (command.reply.late && mistakes[command.reply.mistakable]),
+         here('mistakable goes with late, and has one of three values'));
+    need(!command.reply.mistakable || marks[command.family], here('its family needs a mark'));
+    need(command.reply.to !== 'all' || ['broadcast', 'unasked'].includes(command.reply.mistakable),
+         here('an answer to every client is mistakable'));
     need(!command.reply.question || (command.reply.kind === 'boolean' && !command.reply.always),
          here('only true and false answer a question'));
     need((command.split === 'none') === (args.length === 0), here('split none goes with no arguments'));
@@ -101,8 +113,18 @@ function literal(value) {
   return typeof value === 'string' ? `'${value}'` : String(value);
 }
 
+/**
+ * Harmless commands, answered at once, by family: what arrives before the answer of one that was sent just
+ * before a request is not the answer to the request. Of the same family, so that an access policy that
+ * allows the request allows it too.
+ */
+const marks = {
+  preview: 'bGetPreviewEnable', recording: 'isRecording', card: 'iReadCardBas_noPasamVX', face: 'lFaceFeatureMatch',
+  fingerprint: 'bSaveZAZFPBMP',
+};
+
 function clientFacts(command) {
-  const { kind, timeout, late, to, alone, dropped, otherFrames, latin1 } = command.reply;
+  const { kind, timeout, late, to, mistakable, alone, dropped, always, otherFrames, latin1 } = command.reply;
   const required = command.arguments.filter((argument) => !argument.optional).length;
   const entry = { reply: kind };
   if (command.arguments.length > 0) {
@@ -113,8 +135,12 @@ function clientFacts(command) {
     if (command.arguments.some((argument) => argument.repeat))
       entry.repeat = true;
   }
-  const wholeSeconds = timeout && timeout * 1000;
-  for (const [key, value] of Object.entries({ timeout: wholeSeconds, late, to, alone, dropped, otherFrames, latin1 })) {
+  const background = mistakable || (command.pushes || []).some((id) => id.startsWith('After'));
+  const facts = {
+    mark: background ? marks[command.family] : undefined,
+    timeout: timeout && timeout * 1000, late, to, mistakable, alone, dropped, always: late && always, otherFrames, latin1,
+  };
+  for (const [key, value] of Object.entries(facts)) {
     if (value !== undefined)
       entry[key] = value;
   }
@@ -174,6 +200,48 @@ export type Numeric = number | string;
 /** Sent as 1 or 0. */
 export type Flag = boolean | number | string;
 
+/**
+ * What the portable device library says of a card; a maker's may say more, less or something else. Fields
+ * of the card are there only if it was read, and dates are written like 1990-01-01.
+ */
+export interface Card {
+  /** "0": read; "1": no reader; "2": no card; "3": it can't be read. */
+  code?: string;
+  /** 1: read; 0: not. */
+  result?: number;
+  /** Why it was not read. */
+  message?: string;
+  number?: string;
+  [field: string]: unknown;
+}
+export interface IdCard extends Card {
+  name?: string;
+  sex?: string;
+  nation?: string;
+  birthDate?: string;
+  address?: string;
+  authority?: string;
+  validFrom?: string;
+  validTo?: string;
+  /** A picture, base64. */
+  photo?: string;
+  serial?: string;
+}
+export interface SocialCard extends Card {
+  name?: string;
+  sex?: string;
+  cardNumber?: string;
+  nation?: string;
+  birthDate?: string;
+  validFrom?: string;
+  validTo?: string;
+  photo?: string;
+}
+export interface BankCard extends Card {
+  /** Year and month: 2035-12. */
+  expiry?: string;
+}
+
 /** Every command: its arguments and the result of its call. */
 export interface Commands {
 ${members.join('')}}
@@ -193,8 +261,14 @@ export interface CommandFacts {
   timeout?: number;
   late?: true;
   to?: 'all';
+  /** Why a page can't know whose request an answer is for. */
+  mistakable?: 'broadcast' | 'unasked' | 'current';
+  /** A command that is sent before: what arrives before its answer is of an earlier request. */
+  mark?: string;
   alone?: true;
   dropped?: true;
+  /** The only possible answer, of a late one. */
+  always?: true;
   otherFrames?: string[];
   latin1?: true;
 }
@@ -205,16 +279,20 @@ export const events: Record<string, CommandFacts['reply']>;
 
 // ---- The client as a classic script -------------------------------------------------------------
 
+/** In the order in which they use each other. */
+const modules = ['errors', 'texts', 'turns', 'preview', 'jobs', 'deviceclient'].map((name) => `client/${name}.js`);
+
 function globalScript() {
-  const exported = /^export (?=(?:class|const|function) (\w+))/gm;
-  const modules = [clientTable(), read('client/deviceclient.js')];
-  const names = modules.flatMap((text) => [...text.matchAll(exported)].map((match) => match[1]));
-  const bodies = modules.map((text) => text.replace(/^\/\/ SPDX.*\n|^import .*\n/gm, '').replace(exported, '').trim());
+  const declared = /^export (?=(?:async )?(?:class|const|function) (\w+))/gm;
+  const texts = [clientTable(), ...modules.map(read)];
+  const bodies = texts.map((text) => text.replace(/^\/\/ SPDX.*\n|^(?:import|export) [^;]*? from [^;]*;\n/gm, '')
+      .replace(declared, '').trim());
   if (bodies.some((text) => /^(?:import|export)\b/m.test(text)))
-    throw new Error('client/deviceclient.js: an import or export that the generator does not support');
-  const rest = names.filter((name) => name !== 'DeviceClient');
+    throw new Error('client/: an import or export that the generator does not support');
+  const names = [...read('client/deviceclient.js').matchAll(/^export \{([^}]*)\} from/gm)]
+      .flatMap(([, list]) => list.split(',').map((name) => name.trim()).filter(Boolean));
   return `// SPDX-License-Identifier: MIT
-// Generated from client/deviceclient.js and ${source}: the same as
+// Generated from the modules of client/ and ${source}: the same as
 // a classic script, for pages without modules and from file://. All exports are properties of
 // DeviceClient.
 (function (global) {
@@ -222,7 +300,9 @@ function globalScript() {
 
 ${bodies.join('\n\n')}
 
-global.DeviceClient = Object.assign(DeviceClient, { ${rest.join(', ')} });
+global.DeviceClient = Object.assign(DeviceClient, {
+  ${names.join(', ').replace(/(.{1,100})(?:, |$)/g, (_, part, at, all) => (at + _.length < all.length ? `${part},\n  ` : part))},
+});
 })(typeof globalThis === 'object' ? globalThis : this);
 `;
 }
@@ -258,9 +338,10 @@ function answerOf({ name, reply, tooFew }) {
     parts.push(`or framed with ${reply.otherFrames.map(code).join(', ')}`);
   const text = `${parts.join(', ')}.`;
   const question = reply.question ? ' `false` is not a failure.' : '';
-  const late = reply.late ? ` It is sent when the work is done${reply.to === 'all' ? ', to every client' : ''}.` : '';
+  const late = reply.late ? ' It is sent when the work is done.' : '';
+  const whose = !reply.mistakable ? '' : ` ${mistakes[reply.mistakable]}: [whose request it answers](#whose-answer-it-is) can't be known.`;
   const few = tooFew === undefined ? '' : ` With too few arguments nothing is done, and the answer is ${tooFew ? code(tooFew) : 'empty'}.`;
-  return text + question + late + few;
+  return text + question + late + whose + few;
 }
 
 function argumentRow(argument) {
@@ -291,6 +372,13 @@ ${note}${pushes}
 `;
 }
 
+/** Of an event that ends what a command has started. */
+function requestOf({ id, match }) {
+  if (match)
+    return ` It belongs to the request with the same \`${match}\`.`;
+  return id.startsWith('After') ? ' [Whose request](#whose-answer-it-is) it belongs to can\'t be known.' : '';
+}
+
 function protocolPage() {
   const ofFamily = ({ id }) => facts.commands.filter((command) => command.family === id);
   const index = facts.families.map((family) =>
@@ -301,7 +389,7 @@ function protocolPage() {
 
 ${bothOf(event.summary)}
 
-${isFramed(event) ? code(event.form) : `Without a frame: ${event.form}`}; to ${event.to === 'all' ? 'every client' : 'the current client'}.
+${isFramed(event) ? code(event.form) : `Without a frame: ${event.form}`}; to ${event.to === 'all' ? 'every client' : 'the current client'}.${requestOf(event)}
 `);
   return `<!-- Generated from docs/protocol-intro.md and ${source}. -->
 ${read('docs/protocol-intro.md').replace(/^<!--.*-->\n/, '').trim()}

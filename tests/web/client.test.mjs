@@ -108,14 +108,17 @@ test('answers are parsed where names and results look alike', () => {
     assert.equal(parseAnswer(text), null, text);
 });
 
-/** A server that sends nothing but the answers a test asks for. */
+/** A server that sends nothing but the answers a test asks for, and those of the client's own commands. */
 class SilentSocket {
   constructor() {
     SilentSocket.last = this;
     queueMicrotask(() => this.onopen());
   }
 
-  send() {}
+  send(text) {
+    if (text === 'bGetPreviewEnable()')
+      this.answer('bGetPreviewEnable', 'true');
+  }
 
   close() {}
 

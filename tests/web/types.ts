@@ -22,7 +22,20 @@ export async function page(client: DeviceClient, canvas: HTMLCanvasElement) {
   await client.call('bSaveJPEG', '/tmp', 'scan1');
   // @ts-expect-error: its result is a boolean
   const wrong: number = await client.call('bStopPlay');
+  // @ts-expect-error: no such event
+  client.on('clsoe', () => {});
+  // @ts-expect-error: its value is a number
+  client.on('iAutoScan', (shot: string) => shot);
+  const card = await client.readIdCard({ signal: new AbortController().signal });
+  const named: [string | undefined, string | undefined] = [card.name, (await client.readBankCard()).expiry];
+  // @ts-expect-error: a maker's device library may answer with a text
+  (await client.call('readIDMsg')).name;
+  const lost: { retryIn?: number } = await client.once('close', { accept: (error) => error.code === 'CONNECTION_LOST' });
+  for await (const frame of client.frames())
+    client.off('frame', (base64) => base64 === frame);
+  const score: number = await client.eventAfter('AfterbImageMatchOnline', { seconds: 5 }, 'bImageMatchOnline', 'a', 1, 0, 0);
+  const signed: string | undefined = (await client.sign('a.pdf', { x: 1, y: 2, width: 3 })).signedpath;
   const script = new globalThis.DeviceClient({ timeout: 1000 });
   const given: boolean = await script.call('bStartPlay') || script instanceof globalThis.DeviceClient.DeviceError;
-  return { given, saved, sizes, names, version, wrong };
+  return { named, lost, score, signed, given, saved, sizes, names, version, wrong };
 }
