@@ -27,7 +27,6 @@ namespace {
 using std::chrono::milliseconds;
 using std::chrono::seconds;
 
-constexpr milliseconds startLimit{10000}; ///< For loading the libraries and repeating settings.
 constexpr seconds longestPause{30}; ///< Between the starts of a process that keeps dying.
 constexpr seconds soundAfter{5}; ///< A process that lived that long counts as a sound one.
 constexpr milliseconds pingAfter{500}; ///< A call that takes longer makes us look.
@@ -38,6 +37,11 @@ constexpr int longestSetting = 1 << 20; ///< In bytes: more is not kept for a ne
 constexpr int eventsPerSecond = 2000; ///< What no camera or reader says; the process runs wild.
 
 thread_local quint64 threadGeneration = 0;
+
+milliseconds scaled(milliseconds time, double factor)
+{
+    return milliseconds(qint64(double(time.count()) * factor));
+}
 
 /// A descriptor that is not among those which posix_spawn fills.
 bool moveUp(int *descriptor)
@@ -177,14 +181,16 @@ int DeviceHost::restarts() const
     return m_restarts;
 }
 
-DeviceHost::Clock::time_point DeviceHost::deadline(FunctionId function) const
+void DeviceHost::setTimeLimits(const TimeLimits &limits)
 {
-    return Clock::now() + scaled(seconds(functionSeconds(std::uint32_t(function))));
+    m_callFactor = limits.callFactor;
+    m_pauseFactor = limits.pauseFactor;
+    m_startLimit = limits.start;
 }
 
-milliseconds DeviceHost::scaled(milliseconds time) const
+DeviceHost::Clock::time_point DeviceHost::deadline(FunctionId function) const
 {
-    return milliseconds(qint64(double(time.count()) * m_timeFactor));
+    return Clock::now() + scaled(seconds(functionSeconds(std::uint32_t(function))), m_callFactor);
 }
 
 bool DeviceHost::isUsable(const Connection &connection) const
@@ -205,7 +211,7 @@ std::shared_ptr<DeviceHost::Connection> DeviceHost::connection(Clock::time_point
         m_state = State::Starting;
         m_supervisor = std::thread(&DeviceHost::supervise, this);
     }
-    const auto latest = std::min(until, Clock::now() + startLimit);
+    const auto latest = std::min(until, Clock::now() + m_startLimit.load());
     m_changed.wait_until(lock, latest, [this] { return m_state != State::Starting; });
     if (m_state != State::Running) {
         return nullptr;
@@ -310,7 +316,7 @@ bool DeviceHost::call(FunctionId function, FunctionKind kind, const Writer &argu
         end(link->generation,
             QStringLiteral("%1 took longer than %2 s")
                 .arg(nameOf(function))
-                .arg(functionSeconds(std::uint32_t(function)) * m_timeFactor));
+                .arg(functionSeconds(std::uint32_t(function)) * m_callFactor));
     } else if (result == Received::Invalid) {
         end(link->generation, nameOf(function) + QStringLiteral(" was answered with garbage"));
     }
@@ -366,7 +372,10 @@ bool DeviceHost::isAlive(quint64 generation)
         m_pinged = now;
         return sendMessage(m_control, MessageKind::Ping, 0, Writer(), now + pongLimit);
     }
-    const bool isLate = now - m_pinged > std::max(scaled(pongLimit), milliseconds(500));
+    // An answer may be there that we have no time for: that is not the process's fault.
+    const bool isLate =
+        now - m_pinged > std::max(scaled(pongLimit, m_callFactor), milliseconds(500)) && !m_isTaking
+        && !waitReadable(m_events, now);
     if (isLate && m_endReason.isEmpty()) {
         m_endReason = QStringLiteral("it doesn't react any more");
     }
@@ -480,10 +489,12 @@ bool DeviceHost::waitUntilUp()
 {
     std::unique_lock<std::mutex> lock(m_mutex);
     const auto isSettled = [this] { return m_isUp || m_state != State::Starting; };
-    if (!m_changed.wait_for(lock, startLimit, isSettled)) {
+    const milliseconds limit = m_startLimit;
+    if (!m_changed.wait_for(lock, limit, isSettled)) {
         const quint64 generation = m_generation;
         lock.unlock();
-        end(generation, QStringLiteral("it was not ready in %1 s").arg(startLimit.count() / 1000));
+        end(generation,
+            QStringLiteral("it was not ready in %1 s").arg(double(limit.count()) / 1000));
         return false;
     }
     return m_isUp;
@@ -502,7 +513,7 @@ bool DeviceHost::sendSettings()
         own.generation = m_generation;
         own.socket = newCaller(false);
     }
-    const auto until = Clock::now() + startLimit;
+    const auto until = Clock::now() + m_startLimit.load();
     for (const Setting &setting : settings) {
         Writer arguments;
         arguments.raw(setting.arguments);
@@ -526,6 +537,7 @@ void DeviceHost::takeEvents()
     Clock::time_point second = Clock::now();
     int count = 0;
     while (receiveMessage(m_events, &message, Clock::time_point::max()) == Received::Message) {
+        m_isTaking = true;
         if (Clock::now() - second > seconds(1)) {
             second = Clock::now();
             count = 0;
@@ -534,6 +546,7 @@ void DeviceHost::takeEvents()
             const std::lock_guard<std::mutex> lock(m_mutex);
             m_pinged = {};
             m_isUp = true;
+            m_isTaking = false;
             m_changed.notify_all();
             continue;
         }
@@ -549,7 +562,9 @@ void DeviceHost::takeEvents()
                     : QStringLiteral("it sent a damaged event"));
             break;
         }
+        m_isTaking = false;
     }
+    m_isTaking = false;
     closeDescriptor(&message.descriptor);
     const std::lock_guard<std::mutex> lock(m_mutex);
     if (m_state == State::Starting) {
@@ -605,13 +620,15 @@ void DeviceHost::reap()
 void DeviceHost::waitBeforeRestart()
 {
     std::unique_lock<std::mutex> lock(m_mutex);
-    m_failuresInRow = Clock::now() - m_started > scaled(soundAfter) ? 1 : m_failuresInRow + 1;
+    m_failuresInRow =
+        Clock::now() - m_started > scaled(soundAfter, m_pauseFactor) ? 1 : m_failuresInRow + 1;
     if (m_failuresInRow == 1) {
         return;
     }
     const auto pause =
         std::min<seconds>(seconds(1 << std::min(m_failuresInRow - 2, 5)), longestPause);
-    m_changed.wait_for(lock, scaled(pause), [this] { return m_state == State::Stopping; });
+    m_changed.wait_for(lock, scaled(pause, m_pauseFactor),
+                       [this] { return m_state == State::Stopping; });
 }
 
 } // namespace deviceprocess

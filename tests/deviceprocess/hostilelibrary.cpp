@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
 //
 // A device library that does wrong what it is told to: the file named by HOSTILE_ORDER holds a
-// function's name, or "any", what it does when it is called, and a number for that. Every other
-// function fails quietly.
+// function's name, "any" or "load", what it does when it is called, and a number for that. Every
+// other function fails quietly.
 
 #include "devicelib/biometrics.h"
 #include "devicelib/cardreader.h"
@@ -14,6 +14,7 @@
 #include <QtDebug>
 #include <unistd.h>
 
+#include <chrono>
 #include <csignal>
 #include <cstdlib>
 #include <cstring>
@@ -56,13 +57,13 @@ void eatMemory()
     }
 }
 
-/// \return the order, when it is for this function
-Order act(const char *function)
+/// \return the order, when it is for this function, or for any but "load"
+Order act(const std::string &function)
 {
     std::ifstream file(std::getenv("HOSTILE_ORDER"));
     Order order;
     file >> order.function >> order.deed >> order.number;
-    if (order.function != function && order.function != "any") {
+    if (order.function != function && (order.function != "any" || function == "load")) {
         return {};
     }
     if (order.deed == "crash") {
@@ -71,6 +72,8 @@ Order act(const char *function)
         for (;;) {
             pause();
         }
+    } else if (order.deed == "nap") {
+        std::this_thread::sleep_for(std::chrono::milliseconds(order.number));
     } else if (order.deed == "throw") {
         throw std::runtime_error("as ordered");
     } else if (order.deed == "garbage") {
@@ -84,6 +87,9 @@ Order act(const char *function)
     }
     return order;
 }
+
+/// An order for "load" is carried out before anybody can call.
+const Order atLoad = act("load");
 
 /// Does what it is asked for: writes its arguments down, and fills and calls what it is given.
 template <FunctionKind kind, class Type> struct Function;
