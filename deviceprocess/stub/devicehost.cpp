@@ -2,6 +2,7 @@
 #include "deviceprocess/stub/devicehost.h"
 
 #include "deviceprocess/stub/mappedpictures.h"
+#include "deviceprocess/stub/owedresults.h"
 
 #include <QFile>
 #include <QStringList>
@@ -29,7 +30,8 @@ using std::chrono::seconds;
 
 constexpr seconds longestPause{30}; ///< Between the starts of a process that keeps dying.
 constexpr seconds soundAfter{5}; ///< A process that lived that long counts as a sound one.
-constexpr milliseconds pingAfter{500}; ///< A call that takes longer makes us look.
+constexpr milliseconds pingAfter{500}; ///< A call that takes longer makes us ask.
+constexpr milliseconds lookEvery{100}; ///< During a call, whether the process has been stopped.
 constexpr milliseconds pongLimit{
     1000}; ///< For a thread of the process that has nothing else to do.
 constexpr int lowestDescriptor = 10; ///< Ours are above those that the process gets as 3 and 4.
@@ -92,6 +94,12 @@ int spawn(const QByteArray &program, const std::vector<QByteArray> &furtherEnvir
 QString nameOf(FunctionId function)
 {
     return QString::fromLatin1(functionName(std::uint32_t(function)));
+}
+
+QByteArray previewKey(FunctionId function)
+{
+    const bool isFourth = function == FunctionId::bStartPlay4 || function == FunctionId::bStopPlay4;
+    return isFourth ? "fourth preview" : "preview";
 }
 
 /// Passes a line of the host on to the server's log. The body: its QtMsgType, then the text.
@@ -262,20 +270,22 @@ void DeviceHost::keepSetting(FunctionId function, FunctionKind kind, const QByte
     m_settings.push_back({function, key, arguments});
 }
 
+/// Before the call: one that ends the process closes the preview as well.
+void DeviceHost::forgetPreview(FunctionId function, FunctionKind kind)
+{
+    if (kind == FunctionKind::Opening || kind == FunctionKind::Closing) {
+        forgetSetting({function, previewKey(function), {}});
+    }
+}
+
 /// A preview that is open is opened again in a new process, before anybody notices more than a gap.
 void DeviceHost::keepPreview(FunctionId function, FunctionKind kind, const QByteArray &arguments,
                              const Message &reply)
 {
-    if (kind != FunctionKind::Opening && kind != FunctionKind::Closing) {
-        return;
-    }
-    const bool isFourth = function == FunctionId::bStartPlay4 || function == FunctionId::bStopPlay4;
-    const QByteArray key = isFourth ? "fourth preview" : "preview";
-    forgetSetting({function, key, {}});
     Reader answer(reply);
     if (kind == FunctionKind::Opening && answer.value<bool>()) {
         const std::lock_guard<std::mutex> lock(m_mutex);
-        m_settings.push_back({function, key, arguments});
+        m_settings.push_back({function, previewKey(function), arguments});
     }
 }
 
@@ -289,7 +299,31 @@ bool DeviceHost::call(FunctionId function, FunctionKind kind, const Writer &argu
                       Message *reply)
 {
     keepSetting(function, kind, arguments.body());
+    forgetPreview(function, kind);
     const auto until = deadline(function);
+    bool isAnswered = attempt(function, arguments, until, reply);
+    if (!isAnswered && kind == FunctionKind::Frame && isReplaced(threadGeneration, until)) {
+        isAnswered = attempt(function, arguments, until, reply);
+    }
+    if (isAnswered) {
+        keepPreview(function, kind, arguments.body(), *reply);
+    }
+    return isAnswered;
+}
+
+/// Waits for another process than this one, but not for one whose start is put off.
+bool DeviceHost::isReplaced(quint64 generation, Clock::time_point until)
+{
+    std::unique_lock<std::mutex> lock(m_mutex);
+    const auto isNew = [=] { return m_state == State::Running && m_generation != generation; };
+    m_changed.wait_until(lock, until,
+                         [=] { return isNew() || m_isPausing || m_state == State::Stopping; });
+    return isNew();
+}
+
+bool DeviceHost::attempt(FunctionId function, const Writer &arguments, Clock::time_point until,
+                         Message *reply)
+{
     const auto link = connection(until);
     if (!link) {
         qWarning().noquote() << "device process:" << nameOf(function)
@@ -307,7 +341,6 @@ bool DeviceHost::call(FunctionId function, FunctionKind kind, const Writer &argu
         m_underWay.erase(std::this_thread::get_id());
     }
     if (result == Received::Message) {
-        keepPreview(function, kind, arguments.body(), *reply);
         return true;
     }
     // Whatever came later on this connection would be taken for the answer to another call.
@@ -331,8 +364,11 @@ Received DeviceHost::exchange(Connection &link, FunctionId function, const Write
         return Clock::now() >= until ? Received::TimedOut : Received::Closed;
     }
     for (;;) {
-        while (!waitReadable(link.socket, std::min(until, Clock::now() + pingAfter))) {
-            if (Clock::now() >= until || !isAlive(link.generation)) {
+        const auto askFrom = Clock::now() + pingAfter;
+        while (!waitReadable(link.socket, std::min(until, Clock::now() + lookEvery))) {
+            const auto now = Clock::now();
+            if (now >= until || hasStopped(link.generation)
+                || (now >= askFrom && !isAlive(link.generation))) {
                 return Received::TimedOut;
             }
         }
@@ -355,6 +391,21 @@ Received DeviceHost::exchange(Connection &link, FunctionId function, const Write
             return reply->kind == MessageKind::Reply ? Received::Message : Received::Invalid;
         }
     }
+}
+
+/// Whether somebody has stopped the process. It wouldn't answer pings either, but this is known at
+/// once.
+bool DeviceHost::hasStopped(quint64 generation)
+{
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    siginfo_t change{};
+    const bool hasStopped = generation == m_generation && m_pid > 0
+        && waitid(P_PID, id_t(m_pid), &change, WSTOPPED | WNOHANG | WNOWAIT) == 0
+        && change.si_pid == m_pid;
+    if (hasStopped && m_endReason.isEmpty()) {
+        m_endReason = QStringLiteral("it was stopped");
+    }
+    return hasStopped;
 }
 
 /**
@@ -416,6 +467,7 @@ void DeviceHost::supervise()
         if (start()) {
             std::thread repeating(&DeviceHost::repeatSettings, this); // events come meanwhile
             takeEvents();
+            OwedResults::instance().failAll(m_generation);
             repeating.join();
         }
         reap();
@@ -530,6 +582,15 @@ bool DeviceHost::sendSettings()
     return true;
 }
 
+/// On a busy machine a pong is late behind many events.
+void DeviceHost::noteSignOfLife()
+{
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    if (m_pinged != Clock::time_point()) {
+        m_pinged = Clock::now();
+    }
+}
+
 /// Until the process has gone, or floods us.
 void DeviceHost::takeEvents()
 {
@@ -550,6 +611,7 @@ void DeviceHost::takeEvents()
             m_changed.notify_all();
             continue;
         }
+        noteSignOfLife();
         const bool isLog = message.kind == MessageKind::Log;
         if (isLog) {
             logLine(message);
@@ -627,8 +689,11 @@ void DeviceHost::waitBeforeRestart()
     }
     const auto pause =
         std::min<seconds>(seconds(1 << std::min(m_failuresInRow - 2, 5)), longestPause);
+    m_isPausing = true;
+    m_changed.notify_all();
     m_changed.wait_for(lock, scaled(pause, m_pauseFactor),
                        [this] { return m_state == State::Stopping; });
+    m_isPausing = false;
 }
 
 } // namespace deviceprocess

@@ -110,8 +110,13 @@ private:
     Clock::time_point deadline(FunctionId function) const;
     Received exchange(Connection &connection, FunctionId function, const Writer &arguments,
                       Clock::time_point until, Message *reply);
+    bool attempt(FunctionId function, const Writer &arguments, Clock::time_point until,
+                 Message *reply);
+    bool isReplaced(quint64 generation, Clock::time_point until);
+    bool hasStopped(quint64 generation);
     bool isAlive(quint64 generation);
     void keepSetting(FunctionId function, FunctionKind kind, const QByteArray &arguments);
+    void forgetPreview(FunctionId function, FunctionKind kind);
     void keepPreview(FunctionId function, FunctionKind kind, const QByteArray &arguments,
                      const Message &reply);
     void forgetSetting(const Setting &setting);
@@ -122,6 +127,7 @@ private:
     void repeatSettings();
     bool waitUntilUp();
     bool sendSettings();
+    void noteSignOfLife();
     void takeEvents();
     void reap();
     QString callsUnderWay() const;
@@ -147,7 +153,9 @@ private:
     int m_failuresInRow = 0;
     Clock::time_point m_started;
     bool m_isUp = false; ///< Whether this process has said that it is ready.
-    Clock::time_point m_pinged; ///< When the oldest ping without an answer was sent; else unset.
+    /// When the oldest ping without an answer was sent, or the last event since; else unset.
+    Clock::time_point m_pinged;
+    bool m_isPausing = false; ///< Between two processes, as they keep dying.
     std::list<Setting> m_settings; ///< In the order of their last calls.
     std::map<std::thread::id, FunctionId> m_underWay;
 };

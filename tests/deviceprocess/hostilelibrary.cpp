@@ -19,10 +19,13 @@
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
+#include <memory>
+#include <new>
 #include <stdexcept>
 #include <string>
 #include <thread>
 #include <tuple>
+#include <vector>
 
 namespace {
 
@@ -57,6 +60,21 @@ void eatMemory()
     }
 }
 
+/// Until there is no room for a thread's stack, but for a few small things.
+void fillMemory()
+{
+    static std::vector<std::unique_ptr<char[]>> blocks;
+    constexpr std::size_t small = 256 << 10;
+    blocks.reserve(std::size_t(16) << 10);
+    try {
+        for (;;) {
+            blocks.emplace_back(new char[small]);
+        }
+    } catch (const std::bad_alloc &) {
+        blocks.resize(blocks.size() - 8);
+    }
+}
+
 /// \return the order, when it is for this function, or for any but "load"
 Order act(const std::string &function)
 {
@@ -80,6 +98,8 @@ Order act(const std::string &function)
         writeGarbage();
     } else if (order.deed == "memory") {
         eatMemory();
+    } else if (order.deed == "fill") {
+        fillMemory();
     } else if (order.deed == "log") {
         qDebug("debug line");
         qInfo("info line");
@@ -106,7 +126,7 @@ template <FunctionKind kind, class Result, class... Args> struct Function<kind, 
             obey(order, Tuple(args...), std::index_sequence_for<Args...>());
             return result(order);
         }
-        return Result();
+        return order.deed == "promise" ? result(order) : Result();
     }
 
 private:
