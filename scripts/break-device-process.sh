@@ -30,7 +30,7 @@ install_npm_packages
 build release product
 choose_platform
 folder=$(mktemp -d)
-(cd build/release && exec ./rvowebSocketServer) >"$folder/server.txt" 2>&1 &
+(cd build/release && exec ./rvowebSocketServer --simulate) >"$folder/server.txt" 2>&1 &
 server=$!
 trap 'kill "$server"; rm -rf "$folder"' EXIT
 sleep 2

@@ -339,6 +339,9 @@ bool DeviceHost::attempt(FunctionId function, const Writer &arguments, Clock::ti
     {
         const std::lock_guard<std::mutex> lock(m_mutex);
         m_underWay.erase(std::this_thread::get_id());
+        if (result != Received::Message && link->generation == m_generation) {
+            m_lost.push_back(function);
+        }
     }
     if (result == Received::Message) {
         return true;
@@ -505,6 +508,8 @@ bool DeviceHost::start()
     closeDescriptor(&events[1]);
     const std::lock_guard<std::mutex> lock(m_mutex);
     m_started = Clock::now();
+    m_isUp = false;
+    m_lost.clear();
     if (error != 0) {
         closeDescriptor(&control[0]);
         closeDescriptor(&events[0]);
@@ -517,7 +522,6 @@ bool DeviceHost::start()
     m_control = control[0];
     m_events = events[0];
     m_endReason.clear();
-    m_isUp = false;
     m_pinged = {};
     qInfo("device process: started, process %d", int(pid));
     return m_state != State::Stopping;
@@ -638,6 +642,9 @@ void DeviceHost::takeEvents()
 QString DeviceHost::callsUnderWay() const
 {
     QStringList names;
+    for (const FunctionId function : m_lost) {
+        names << nameOf(function);
+    }
     for (const auto &call : m_underWay) {
         names << nameOf(call.second);
     }
@@ -650,8 +657,11 @@ void DeviceHost::reap()
     std::unique_lock<std::mutex> lock(m_mutex);
     QString how = m_endReason;
     const pid_t pid = m_pid;
+    const bool wasSound = m_isUp && Clock::now() - m_started > scaled(soundAfter, m_pauseFactor);
+    m_failuresInRow = wasSound ? 1 : m_failuresInRow + 1;
     if (m_state != State::Stopping) {
-        m_state = State::Waiting;
+        // Calls wait for a process that comes at once, but for no other.
+        m_state = m_failuresInRow == 1 ? State::Starting : State::Waiting;
     }
     closeDescriptor(&m_control);
     closeDescriptor(&m_events);
@@ -682,8 +692,6 @@ void DeviceHost::reap()
 void DeviceHost::waitBeforeRestart()
 {
     std::unique_lock<std::mutex> lock(m_mutex);
-    m_failuresInRow =
-        Clock::now() - m_started > scaled(soundAfter, m_pauseFactor) ? 1 : m_failuresInRow + 1;
     if (m_failuresInRow == 1) {
         return;
     }

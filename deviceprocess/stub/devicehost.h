@@ -158,6 +158,7 @@ private:
     bool m_isPausing = false; ///< Between two processes, as they keep dying.
     std::list<Setting> m_settings; ///< In the order of their last calls.
     std::map<std::thread::id, FunctionId> m_underWay;
+    std::vector<FunctionId> m_lost; ///< Calls that failed with this process.
 };
 
 /// How an event of each function gets to its listener; made from functions.h.

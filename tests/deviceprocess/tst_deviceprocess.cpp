@@ -407,7 +407,7 @@ private Q_SLOTS:
             DeviceHost::instance().setTimeLimits(usualLimits);
             order("none none");
             if (got != i.value() || answer(QStringLiteral("iGetRotate")).isNull()) {
-                wrong << command + QLatin1Char(' ') + got;
+                wrong << i.value() + QLatin1String(" became ") + got;
             }
         }
         signalProcess(SIGKILL); // it may have no memory left
@@ -937,11 +937,15 @@ private:
                     m_failures[command] = text;
                 }
             }
-            const auto isLate = [&] { return !m_page->received().isEmpty(); };
-            if (!m_failures.contains(command) && waitFor(isLate, 200)) { // by another thread
-                m_failures[command] = m_page->next();
+            while (!m_failures.contains(command)
+                   && waitFor([&] { return !m_page->received().isEmpty(); }, 200)) {
+                const QString text = m_page->next();
+                if (isAnswer(text, command)) { // by another thread
+                    m_failures[command] = text;
+                }
             }
         }
+        signalProcess(SIGKILL); // the library has kept no promise: what waits for one goes on now
         QVERIFY2(m_failures.size() >= 90 / step(), qPrintable(QString::number(m_failures.size())));
     }
 
