@@ -91,7 +91,9 @@ DeviceHost &DeviceHost::instance()
         {
             bool isNumber = false;
             const double factor = setting("timeFactor").toDouble(&isNumber);
-            host.setTimeFactor(isNumber && factor > 0 ? factor : 1);
+            if (isNumber && factor > 0) {
+                host.setTimeLimits({factor, factor});
+            }
             // Not on its command line, which may not hold the server's name.
             host.setEnvironment({"DEVICEHOST_CAMERA=" + QFile::encodeName(setting("camera")),
                                  "DEVICEHOST_CARDS=" + QFile::encodeName(setting("cards")),
