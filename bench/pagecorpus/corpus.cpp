@@ -435,6 +435,15 @@ Sample made(cv::RNG &random, const Scene &scene)
     return {photographed(random, picture), pages};
 }
 
+/// Makes seeds that follow each other independent (SplitMix64 by Steele, Lea and Flood).
+uint64 scattered(uint64 seed)
+{
+    seed += 0x9e3779b97f4a7c15;
+    seed = (seed ^ (seed >> 30)) * 0xbf58476d1ce4e5b9;
+    seed = (seed ^ (seed >> 27)) * 0x94d049bb133111eb;
+    return seed ^ (seed >> 31);
+}
+
 } // namespace
 
 std::vector<Kind> kinds()
@@ -456,8 +465,7 @@ Sample sample(const std::string &kind, int seed)
             const Recipe &recipe = (*recipes)[i];
             if (recipe.name == kind) {
                 const bool hasPage = recipes == &withPage();
-                cv::RNG random(uint64(seed) * 7919 + i * 101 + (hasPage ? 50021 : 0));
-                random.next();
+                cv::RNG random(scattered(uint64(seed) * 1000 + i * 2 + uint64(hasPage)));
                 Scene scene;
                 scene.page().paper = paper(random);
                 scene.page().content = printedContent(random);

@@ -1,0 +1,140 @@
+// SPDX-License-Identifier: MIT
+#include "portable/picture/pagesearch/choice.h"
+
+#include <algorithm>
+#include <cmath>
+
+namespace portable::pagesearch {
+
+namespace {
+
+constexpr float certain = 0.6F; // the least evidence for a page
+constexpr float certainSide = 0.5F; // for three of its sides; a hand may cover much of the fourth
+constexpr float almostAsCertain = 0.3F; // the most that a page's outline may have less than a frame
+constexpr int samples = 24; // along a side
+
+/// From 0 at `least` to 1 at `most`.
+float ramp(float value, float least, float most)
+{
+    return std::clamp((value - least) / (most - least), 0.0F, 1.0F);
+}
+
+cv::Vec3f colorAt(const cv::Mat &colors, const cv::Point2f &place)
+{
+    return colors.at<cv::Vec3f>(std::clamp(cvRound(place.y), 0, colors.rows - 1),
+                                std::clamp(cvRound(place.x), 0, colors.cols - 1));
+}
+
+/// How the colors differ on both sides of a side.
+struct Look
+{
+    float consistency = 0; ///< 1 when the difference is the same everywhere along the side
+    float sharpness = 0; ///< the share of the difference that is within two pixels
+};
+
+Look lookAt(const cv::Mat &colors, const cv::Point2f &from, const cv::Point2f &to)
+{
+    const cv::Point2f side = to - from;
+    const cv::Point2f inwards = cv::Point2f(-side.y, side.x) / std::max(cv::norm(side), 1e-3);
+    cv::Vec3f close(0, 0, 0);
+    cv::Vec3f middle(0, 0, 0);
+    cv::Vec3f wide(0, 0, 0);
+    float sizes = 0;
+    for (int i = 0; i < samples; ++i) {
+        const cv::Point2f place = from + side * (0.06F + 0.88F * (float(i) + 0.5F) / samples);
+        const auto difference = [&](float reach) {
+            return colorAt(colors, place + inwards * reach)
+                - colorAt(colors, place - inwards * reach);
+        };
+        const cv::Vec3f here = difference(3);
+        middle += here;
+        sizes += float(cv::norm(here));
+        close += difference(1.5F);
+        wide += difference(6);
+    }
+    constexpr float nothing = 1e-3F * samples;
+    Look look;
+    look.consistency = float(cv::norm(middle)) / (sizes + nothing);
+    look.sharpness = float(cv::norm(close)) / (float(cv::norm(wide)) + nothing);
+    return look;
+}
+
+bool isWellInside(const cv::Point2f &point, const Corners &outline)
+{
+    constexpr double margin = 3; // pixels
+    for (size_t i = 0; i < 4; ++i) {
+        const cv::Point2f side = outline[(i + 1) % 4] - outline[i];
+        const cv::Point2f offset = point - outline[i];
+        const double distance = (double(side.x) * offset.y - double(side.y) * offset.x)
+            / std::max(cv::norm(side), 1e-3);
+        if (distance < margin) {
+            return false;
+        }
+    }
+    return true;
+}
+
+/**
+ * True for a frame around another, without a common side: what has three sides of a page in common
+ * with it and goes on for a while isn't its outline.
+ */
+bool surrounds(const Quad &outer, const Quad &inner)
+{
+    return std::all_of(inner.corners.begin(), inner.corners.end(), [&](const cv::Point2f &corner) {
+        return isWellInside(corner, outer.corners);
+    });
+}
+
+struct Candidate
+{
+    const Quad *quad;
+    float certainty;
+};
+
+} // namespace
+
+Evidence evidenceFor(const Edges &edges, const Quad &quad)
+{
+    Evidence evidence;
+    float beyond = 0;
+    for (size_t i = 0; i < 4; ++i) {
+        const Look look = lookAt(edges.colors, quad.corners[i], quad.corners[(i + 1) % 4]);
+        evidence.sides[i] = quad.support[i] * ramp(look.consistency, 0.5F, 0.9F)
+            * ramp(look.sharpness, 0.2F, 0.45F);
+        evidence.all += evidence.sides[i] / 4;
+        beyond += quad.beyond[i] / 4;
+    }
+    evidence.all -= beyond;
+    return evidence;
+}
+
+std::optional<Quad> choosePage(const Edges &edges, const std::vector<Quad> &quads)
+{
+    std::vector<Candidate> candidates;
+    const Candidate *best = nullptr;
+    for (const Quad &quad : quads) {
+        Evidence evidence = evidenceFor(edges, quad);
+        std::sort(evidence.sides.begin(), evidence.sides.end());
+        if (evidence.all >= certain && evidence.sides[1] >= certainSide) {
+            candidates.push_back({&quad, evidence.all});
+        }
+    }
+    for (const Candidate &candidate : candidates) {
+        if (best == nullptr || candidate.certainty > best->certainty) {
+            best = &candidate;
+        }
+    }
+    for (bool isOutermost = best == nullptr; !isOutermost;) {
+        isOutermost = true;
+        for (const Candidate &candidate : candidates) {
+            if (candidate.certainty > best->certainty - almostAsCertain
+                && surrounds(*candidate.quad, *best->quad)) {
+                best = &candidate;
+                isOutermost = false;
+            }
+        }
+    }
+    return best == nullptr ? std::nullopt : std::optional<Quad>(*best->quad);
+}
+
+} // namespace portable::pagesearch
