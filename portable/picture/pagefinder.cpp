@@ -8,6 +8,8 @@
 #include "portable/picture/pagesearch/sides.h"
 
 #include <algorithm>
+#include <cstdio>
+#include <cstdlib>
 
 namespace portable {
 
@@ -16,6 +18,7 @@ namespace {
 constexpr int minSide = 48; // pixels of the reduced picture
 constexpr size_t maxLines = 90; // text and patterned desks have many
 constexpr size_t maxQuads = 150;
+constexpr float minSharpness = 0.45F; // of a page's sides; the light of a lamp or window is softer
 
 /// Begins with the corner nearest to the top left of the picture.
 PageCorners ordered(PageCorners corners)
@@ -51,7 +54,9 @@ std::optional<PageCorners> findPage(const cv::Mat &picture)
         return {};
     }
     const PageCorners corners = enlarged(page->corners, edges.reduction);
-    return ordered(refined(picture, corners, edges.reduction + 2));
+    const Outline outline = refined(picture, corners, edges.reduction);
+    if (getenv("SHARP")) fprintf(stderr, "sharp %.2f\n", outline.sharpness);
+    return outline.sharpness >= minSharpness ? std::optional<PageCorners>(ordered(outline.corners)) : std::nullopt;
 }
 
 } // namespace portable

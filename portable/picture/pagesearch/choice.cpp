@@ -30,33 +30,35 @@ struct Look
 {
     float consistency = 0; ///< 1 when the difference is the same everywhere along the side
     float sharpness = 0; ///< the share of the difference that is within two pixels
+    float step = 0; ///< 1 when it is the largest difference nearby; near 0 for a printed line
 };
+
+constexpr std::array<float, 7> offsets{-6, -3, -1.5F, 0, 1.5F, 3, 6}; // pixels, inwards
 
 Look lookAt(const cv::Mat &colors, const cv::Point2f &from, const cv::Point2f &to)
 {
     const cv::Point2f side = to - from;
     const cv::Point2f inwards = cv::Point2f(-side.y, side.x) / std::max(cv::norm(side), 1e-3);
-    cv::Vec3f close(0, 0, 0);
-    cv::Vec3f middle(0, 0, 0);
-    cv::Vec3f wide(0, 0, 0);
+    std::array<cv::Vec3f, offsets.size()> sums{};
     float sizes = 0;
     for (int i = 0; i < samples; ++i) {
         const cv::Point2f place = from + side * (0.06F + 0.88F * (float(i) + 0.5F) / samples);
-        const auto difference = [&](float reach) {
-            return colorAt(colors, place + inwards * reach)
-                - colorAt(colors, place - inwards * reach);
-        };
-        const cv::Vec3f here = difference(3);
-        middle += here;
-        sizes += float(cv::norm(here));
-        close += difference(1.5F);
-        wide += difference(6);
+        std::array<cv::Vec3f, offsets.size()> here;
+        for (size_t k = 0; k < offsets.size(); ++k) {
+            here[k] = colorAt(colors, place + inwards * offsets[k]);
+            sums[k] += here[k];
+        }
+        sizes += float(cv::norm(here[5] - here[1]));
     }
     constexpr float nothing = 1e-3F * samples;
-    Look look;
-    look.consistency = float(cv::norm(middle)) / (sizes + nothing);
-    look.sharpness = float(cv::norm(close)) / (float(cv::norm(wide)) + nothing);
-    return look;
+    const auto wide = float(cv::norm(sums[6] - sums[0]));
+    const auto middle = float(cv::norm(sums[5] - sums[1]));
+    const auto close = float(cv::norm(sums[4] - sums[2]));
+    float most = middle + nothing;
+    for (size_t k = 2; k < 5; ++k) {
+        most = std::max(most, float(cv::norm(sums[k] - sums[1])));
+    }
+    return {middle / (sizes + nothing), close / (wide + nothing), middle / most};
 }
 
 bool isWellInside(const cv::Point2f &point, const Corners &outline)
@@ -100,7 +102,7 @@ Evidence evidenceFor(const Edges &edges, const Quad &quad)
     for (size_t i = 0; i < 4; ++i) {
         const Look look = lookAt(edges.colors, quad.corners[i], quad.corners[(i + 1) % 4]);
         evidence.sides[i] = quad.support[i] * ramp(look.consistency, 0.5F, 0.9F)
-            * ramp(look.sharpness, 0.2F, 0.45F);
+            * ramp(look.sharpness, 0.2F, 0.45F) * (0.75F + 0.25F * look.step);
         evidence.all += evidence.sides[i] / 4;
         beyond += quad.beyond[i] / 4;
     }

@@ -315,7 +315,8 @@ float SupportedLine::support(float from, float to) const
 bool SupportedLine::crossesPicture() const
 {
     constexpr float end = 5; // pixels
-    return support(0, end) > 0.5F && support(length() - end, length()) > 0.5F;
+    return support(0, length()) > 0.6F && support(0, end) > 0.5F
+        && support(length() - end, length()) > 0.5F;
 }
 
 float SupportedLine::crossing(const SupportedLine &other) const

@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <limits>
 
 namespace portable::pagesearch {
 
@@ -11,8 +12,9 @@ namespace {
 constexpr double minPage = 0.01; // of the picture's area
 constexpr float minBreadth = 0.1F; // of its length; anything narrower is a pen or a ruler
 constexpr float minSupport = 0.3F; // of a side; fingers hide some of it
+constexpr double maxCosine = 0.55; // of a corner's angle: a page seen from aside
 constexpr float parallel = 0.8F; // the least cosine between opposite sides
-constexpr size_t maxOthers = 16; // crossing a pair of lines
+constexpr size_t maxOthers = 40; // crossing a pair of lines
 constexpr int maxConsidered = 20000; // quads, so that a grid doesn't take long
 constexpr size_t maxCompared = 2000; // of them: most quads have many that are almost the same
 constexpr float nearCorner = 4; // pixels that say nothing: rounded corners, shadows
@@ -177,8 +179,12 @@ private:
     /// A page's sides end at its corners; those of tiles and boards often go on.
     static float beyondOf(const SupportedLine &line, const Side &side)
     {
+        constexpr float least = 2 * nearCorner; // pixels that say something
         const auto [before, after] = supportBeyond(line, side);
-        return std::max(before, after);
+        if (side.from < least) {
+            return after;
+        }
+        return side.to > line.length() - least ? before : (before + after) / 2;
     }
 
     static bool goesOn(const SupportedLine &line, const Side &side)
@@ -189,23 +195,28 @@ private:
 
     bool isPageShaped(const Corners &corners) const
     {
-        double shortest = 1e9;
+        double shortest = std::numeric_limits<double>::max();
         double longest = 0;
+        double turns = 0;
         for (size_t i = 0; i < 4; ++i) {
             const cv::Point2f in = corners[(i + 1) % 4] - corners[i];
             const cv::Point2f out = corners[(i + 2) % 4] - corners[(i + 1) % 4];
             const double length = cv::norm(in);
-            const double turn = double(in.x) * out.y - double(in.y) * out.x;
-            const double first = double(corners[1].x - corners[0].x) * (corners[2].y - corners[1].y)
-                - double(corners[1].y - corners[0].y) * (corners[2].x - corners[1].x);
-            if (turn * first <= 0) {
+            const double turn = in.x * out.y - in.y * out.x;
+            if (turn * turns < 0 || cosineAt(in, out) > maxCosine) {
                 return false;
             }
+            turns += turn;
             shortest = std::min(shortest, length);
             longest = std::max(longest, length);
         }
         return shortest >= double(minBreadth) * longest
             && areaOf(corners) >= minPage * m_size.area();
+    }
+
+    static double cosineAt(const cv::Point2f &in, const cv::Point2f &out)
+    {
+        return std::abs(in.dot(out)) / std::max(cv::norm(in) * cv::norm(out), 1e-3);
     }
 
     struct Other

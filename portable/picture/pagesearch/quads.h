@@ -20,7 +20,7 @@ struct Quad
 {
     Corners corners; ///< in the reduced picture
     std::array<float, 4> support{}; ///< of each side, from a corner to the next: 0 to 1
-    std::array<float, 4> beyond{}; ///< of the lines beyond the corners of each side, the larger
+    std::array<float, 4> beyond{}; ///< of the lines beyond the corners of each side
     double score = 0; ///< orders quads; the choice of a page takes more into account
 };
 

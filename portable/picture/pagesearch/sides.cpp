@@ -89,6 +89,32 @@ public:
         return float(best - m_reach - 1) + std::clamp(shift, -0.5F, 0.5F);
     }
 
+    /**
+     * The share of the difference between both ends of the strip that lies within `reach` pixels
+     * of the line: of all samples together.
+     */
+    float sharpness(const Line &line, int reach) const
+    {
+        cv::Vec3f wide(0, 0, 0);
+        cv::Vec3f close(0, 0, 0);
+        for (int i = 0; i < samples; ++i) {
+            const cv::Point2f offset = line.point - place(i, 0);
+            const float across = m_along.x * line.along.y - m_along.y * line.along.x;
+            const float along = m_along.dot(line.along);
+            // Where the line crosses this sample's row.
+            const float distance = (m_along.x * offset.y - m_along.y * offset.x)
+                - m_along.dot(offset) * across / std::max(along, 0.5F);
+            const auto *row = m_pixels.ptr<cv::Vec3f>(i);
+            const auto at = [&](float inwards) {
+                const int x = cvRound(distance + inwards) + m_reach + 1;
+                return row[std::clamp(x, 0, m_pixels.cols - 1)];
+            };
+            wide += at(float(m_reach)) - at(-float(m_reach));
+            close += at(float(reach)) - at(-float(reach));
+        }
+        return float(cv::norm(close) / std::max(cv::norm(wide), double(samples)));
+    }
+
 private:
     cv::Point2f m_from;
     cv::Point2f m_side;
@@ -98,9 +124,8 @@ private:
 };
 
 /// The line through the edge; the side itself when most samples disagree.
-Line refinedSide(const cv::Mat &picture, const cv::Point2f &from, const cv::Point2f &to, int reach)
+Line refinedSide(const Strip &strip, const Line &side)
 {
-    const Strip strip(picture, from, to, reach);
     const cv::Vec3f way = strip.typicalChange();
     std::vector<cv::Point2f> edge;
     for (int i = 0; i < samples; ++i) {
@@ -113,10 +138,7 @@ Line refinedSide(const cv::Mat &picture, const cv::Point2f &from, const cv::Poin
         const cv::Point2f offset = point - line.point;
         return std::abs(line.along.x * offset.y - line.along.y * offset.x) < nearLine;
     });
-    if (agreeing < samples / 2) {
-        return {from, (to - from) / std::max(cv::norm(to - from), 1e-3)};
-    }
-    return line;
+    return agreeing < samples / 2 ? side : line;
 }
 
 /// Where two lines cross; `otherwise` when that is far from it.
@@ -134,17 +156,25 @@ cv::Point2f corner(const Line &a, const Line &b, const cv::Point2f &otherwise, d
 
 } // namespace
 
-Corners refined(const cv::Mat &picture, const Corners &corners, int reach)
+Outline refined(const cv::Mat &picture, const Corners &corners, int reduction)
 {
+    const int reach = reduction + 2;
     std::array<Line, 4> sides;
+    std::array<float, 4> sharpness{};
     for (size_t i = 0; i < 4; ++i) {
-        sides[i] = refinedSide(picture, corners[i], corners[(i + 1) % 4], reach);
+        const cv::Point2f &from = corners[i];
+        const cv::Point2f &to = corners[(i + 1) % 4];
+        const Strip strip(picture, from, to, reach);
+        sides[i] = refinedSide(strip, {from, (to - from) / std::max(cv::norm(to - from), 1e-3)});
+        sharpness[i] = strip.sharpness(sides[i], std::max(1, cvRound(0.7 * reduction)));
     }
-    Corners result;
+    Outline outline;
     for (size_t i = 0; i < 4; ++i) {
-        result[i] = corner(sides[(i + 3) % 4], sides[i], corners[i], 3.0 * reach);
+        outline.corners[i] = corner(sides[(i + 3) % 4], sides[i], corners[i], 3.0 * reach);
     }
-    return result;
+    std::sort(sharpness.begin(), sharpness.end());
+    outline.sharpness = (sharpness[1] + sharpness[2]) / 2;
+    return outline;
 }
 
 } // namespace portable::pagesearch
