@@ -15,8 +15,8 @@
 #include <opencv2/imgproc.hpp>
 
 #include <algorithm>
-#include <chrono>
 #include <cstdio>
+#include <ctime>
 
 namespace {
 
@@ -43,6 +43,14 @@ struct Tally
                             other.milliseconds.end());
     }
 };
+
+/// The time that this thread has run.
+double milliseconds()
+{
+    timespec time{};
+    clock_gettime(CLOCK_THREAD_CPUTIME_ID, &time);
+    return double(time.tv_sec) * 1e3 + double(time.tv_nsec) / 1e6;
+}
 
 double quantile(std::vector<double> values, double share)
 {
@@ -90,12 +98,11 @@ Tally measured(const Kind &kind, int count, int seed, const QString &failures)
     Tally tally;
     for (int i = 0; i < count; ++i) {
         const Sample sample = pagecorpus::sample(kind.name, seed + i);
-        const auto start = std::chrono::steady_clock::now();
+        const double start = milliseconds();
         const auto found = portable::findPage(sample.picture);
-        const std::chrono::duration<double, std::milli> time =
-            std::chrono::steady_clock::now() - start;
+        const double time = milliseconds() - start;
         if (sample.picture.cols == 1920) {
-            tally.milliseconds.push_back(time.count());
+            tally.milliseconds.push_back(time);
         }
         ++tally.pictures;
         const double error = found ? pagecorpus::error(sample, *found) : 1;
@@ -105,14 +112,12 @@ Tally measured(const Kind &kind, int count, int seed, const QString &failures)
         if (isFound) {
             tally.errors.push_back(error);
         }
-        if (isFound != kind.hasPage || (found && !isFound)) {
-            if (!failures.isEmpty()) {
-                const QString name = QStringLiteral("%1/%2-%3.jpg")
-                                         .arg(failures, QString::fromStdString(kind.name))
-                                         .arg(seed + i);
-                writeFailure(QString(name).replace(QLatin1Char(' '), QLatin1Char('_')), sample,
-                             found);
-            }
+        if ((isFound != kind.hasPage || found.has_value() != kind.hasPage) && !failures.isEmpty()) {
+            const QString name =
+                QStringLiteral("%1-%2.jpg").arg(QString::fromStdString(kind.name)).arg(seed + i);
+            writeFailure(failures + QLatin1Char('/')
+                             + QString(name).replace(QLatin1Char(' '), QLatin1Char('_')),
+                         sample, found);
         }
     }
     return tally;

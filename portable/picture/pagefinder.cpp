@@ -8,8 +8,6 @@
 #include "portable/picture/pagesearch/sides.h"
 
 #include <algorithm>
-#include <cstdio>
-#include <cstdlib>
 
 namespace portable {
 
@@ -55,8 +53,10 @@ std::optional<PageCorners> findPage(const cv::Mat &picture)
     }
     const PageCorners corners = enlarged(page->corners, edges.reduction);
     const Outline outline = refined(picture, corners, edges.reduction);
-    if (getenv("SHARP")) fprintf(stderr, "sharp %.2f\n", outline.sharpness);
-    return outline.sharpness >= minSharpness ? std::optional<PageCorners>(ordered(outline.corners)) : std::nullopt;
+    if (outline.sharpness < minSharpness) {
+        return {};
+    }
+    return ordered(outline.corners);
 }
 
 } // namespace portable

@@ -2,6 +2,7 @@
 #include "portable/picture/pagesearch/lines.h"
 
 #include <algorithm>
+#include <array>
 #include <cmath>
 #include <limits>
 
@@ -91,6 +92,17 @@ float placeOn(const Line &line, const cv::Point2f &point)
     return line.along.dot(point - line.point);
 }
 
+/// Unit vectors of twice the angle of each direction.
+std::array<cv::Point2f, 256> doubledDirections()
+{
+    std::array<cv::Point2f, 256> result;
+    for (size_t i = 0; i < result.size(); ++i) {
+        const double angle = double(i) * CV_PI / 128;
+        result[i] = {float(std::cos(angle)), float(std::sin(angle))};
+    }
+    return result;
+}
+
 bool isInLine(const Segment &segment, const Line &line)
 {
     const cv::Point2f along = segment.end - segment.begin;
@@ -142,19 +154,18 @@ private:
 
     Segment grown(const cv::Point &seed, int tolerance)
     {
+        static const std::array<cv::Point2f, 256> doubled = doubledDirections();
         m_points.assign(1, seed);
         m_left.at<uchar>(seed) = 0;
         Segment segment;
-        double sine = 0;
-        double cosine = 0;
+        cv::Point2f sum; // directions are averaged with their angles doubled
         Direction mean = m_edges.normal.at<uchar>(seed);
         for (size_t i = 0; i < m_points.size(); ++i) {
             const cv::Point point = m_points[i];
             segment.moments.add(point.x, point.y, m_edges.weight.at<uchar>(point));
-            const double angle = m_edges.normal.at<uchar>(point) * CV_PI / 128; // doubled
-            sine += std::sin(angle);
-            cosine += std::cos(angle);
-            mean = Direction(cvRound(std::atan2(sine, cosine) * 128 / CV_PI) & 255);
+            const cv::Point2f &vector = doubled[m_edges.normal.at<uchar>(point)];
+            sum += vector;
+            mean = Direction(cvRound(cv::fastAtan2(sum.y, sum.x) * 256 / 360) & 255);
             takeNeighbors(point, mean, tolerance);
         }
         const Line line = segment.moments.line();

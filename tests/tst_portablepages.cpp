@@ -1,0 +1,172 @@
+// SPDX-License-Identifier: MIT
+// The search for a page, on some of the pictures of bench_pagefinder and on plain drawings of what
+// decides: sharp sides, colors, frames, corners.
+#include "bench/pagecorpus/corpus.h"
+#include "portable/picture/pagefinder.h"
+#include "tests/rows.h"
+
+#include <QtTest>
+#include <opencv2/imgproc.hpp>
+
+using portable::findPage;
+using portable::PageCorners;
+
+Q_DECLARE_METATYPE(cv::Scalar)
+
+namespace {
+
+const cv::Scalar deskColor(120, 125, 130);
+const PageCorners corners{cv::Point2f(520.3F, 180.6F), cv::Point2f(1450.4F, 240.2F),
+                          cv::Point2f(1400.7F, 900.5F), cv::Point2f(470.1F, 830.8F)};
+
+/// A four-sided patch of one color on a desk of another, its sides sharp to a fraction of a pixel.
+cv::Mat patch(const cv::Scalar &color, const cv::Scalar &around = deskColor)
+{
+    cv::Mat picture(1080, 1920, CV_8UC3, around);
+    std::vector<cv::Point> outline;
+    for (const cv::Point2f &corner : corners) {
+        outline.push_back(cv::Point(cvRound(corner.x * 16), cvRound(corner.y * 16)));
+    }
+    cv::fillConvexPoly(picture, outline, color, cv::LINE_AA, 4);
+    return picture;
+}
+
+void blur(cv::Mat &picture, double sigma)
+{
+    cv::GaussianBlur(picture, picture, {}, sigma);
+}
+
+/// The largest distance of a corner from where it is, in pixels; far when there is no page.
+double distance(const cv::Mat &picture)
+{
+    const auto found = findPage(picture);
+    double largest = found ? 0 : 1e6;
+    for (size_t i = 0; found && i < corners.size(); ++i) {
+        largest = std::max(largest, cv::norm((*found)[i] - corners[i]));
+    }
+    return largest;
+}
+
+} // namespace
+
+class TestPortablePages : public QObject
+{
+    Q_OBJECT
+
+private Q_SLOTS:
+    void photographs_data()
+    {
+        QTest::addColumn<QString>("kind");
+        QTest::addColumn<int>("seed");
+        for (const char *kind : {"perspective",
+                                 "wooden desk",
+                                 "printed border",
+                                 "white desk",
+                                 "receipt",
+                                 "card",
+                                 "patterned desk",
+                                 "hard shadow",
+                                 "hand on the page",
+                                 "lamp",
+                                 "dark paper",
+                                 "glossy",
+                                 "open book",
+                                 "empty: lamp",
+                                 "empty: wood",
+                                 "empty: pattern",
+                                 "empty: hard shadow",
+                                 "empty: hands",
+                                 "empty: things",
+                                 "empty: planks",
+                                 "empty: window light"}) {
+            QTest::newRow(kind) << QString::fromLatin1(kind) << 7;
+        }
+    }
+
+    void photographs()
+    {
+        QFETCH(QString, kind);
+        QFETCH(int, seed);
+        const pagecorpus::Sample sample = pagecorpus::sample(kind.toStdString(), seed);
+        const auto found = findPage(sample.picture);
+        QCOMPARE(found.has_value(), !sample.pages.empty());
+        const double error = found ? pagecorpus::error(sample, *found) : 0;
+        QVERIFY2(error < 0.01, qPrintable(QString::number(error)));
+    }
+
+    void patches_data()
+    {
+        const Rows<cv::Scalar, double, double> row("color", "blur", "most");
+        constexpr double none = 0;
+        row("as a camera sees it", {235, 238, 240}, 1, 0.5);
+        row("out of focus", {235, 238, 240}, 2.5, 1);
+        row("the light of a window", {235, 238, 240}, 14, none);
+        row("a lamp that is farther away", {235, 238, 240}, 60, none);
+        row("darker", {60, 62, 65}, 1, 0.5);
+        row("hardly brighter", {124, 129, 134}, 1, 1.5);
+        row("as bright, of another color", {150, 119, 113}, 1, 1);
+        row("the color of the desk", deskColor, 1, none);
+    }
+
+    void patches()
+    {
+        QFETCH(cv::Scalar, color);
+        QFETCH(double, blur);
+        QFETCH(double, most);
+        cv::Mat picture = patch(color);
+        ::blur(picture, blur);
+        const double off = distance(picture);
+        QVERIFY2(most > 0 ? off <= most : off == 1e6, qPrintable(QString::number(off)));
+    }
+
+    void whatIsOnThePageIsNone()
+    {
+        // A photo with a frame, far clearer than the sides of the paper.
+        cv::Mat picture = patch({150, 155, 160});
+        cv::rectangle(picture, {640, 330, 600, 380}, {20, 20, 20}, 9);
+        cv::rectangle(picture, {700, 380, 480, 280}, {30, 160, 60}, cv::FILLED);
+        blur(picture, 1);
+        QVERIFY(distance(picture) < 1);
+    }
+
+    void cornersMayBeHidden()
+    {
+        cv::Mat picture = patch({235, 238, 240});
+        cv::circle(picture, {1440, 890}, 150, {110, 140, 190}, cv::FILLED, cv::LINE_AA);
+        cv::ellipse(picture, {500, 500}, {60, 150}, 0, 0, 360, {110, 140, 190}, cv::FILLED);
+        blur(picture, 1);
+        QVERIFY(distance(picture) < 2);
+    }
+
+    void sidesThatGoOnAreNoPage()
+    {
+        // Tiles, each of which has four straight sides.
+        cv::Mat picture(1080, 1920, CV_8UC3, deskColor);
+        for (int i = 0; i < 8; ++i) {
+            for (int j = 0; j < 8; ++j) {
+                const int grey = (i + j) % 2 == 0 ? 200 : 90;
+                cv::rectangle(picture, {40 + i * 300, 30 + j * 260, 290, 250},
+                              cv::Scalar::all(grey), cv::FILLED);
+            }
+        }
+        blur(picture, 1);
+        QVERIFY(!findPage(picture));
+    }
+
+    void stripsAreNoPage()
+    {
+        cv::Mat picture(1080, 1920, CV_8UC3, deskColor);
+        cv::line(picture, {300, 300}, {1500, 800}, {250, 250, 250}, 60); // a ruler
+        const std::vector<cv::Point> slanting{{300, 100}, {700, 100}, {300, 500}, {-100, 500}};
+        std::vector<cv::Point> moved(slanting);
+        for (cv::Point &point : moved) {
+            point += cv::Point(1100, 500);
+        }
+        cv::fillConvexPoly(picture, moved, {20, 30, 200}, cv::LINE_AA);
+        blur(picture, 1);
+        QVERIFY(!findPage(picture));
+    }
+};
+
+QTEST_MAIN(TestPortablePages)
+#include "tst_portablepages.moc"
