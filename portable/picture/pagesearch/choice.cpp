@@ -11,6 +11,7 @@ namespace {
 constexpr float certain = 0.6F; // the least evidence for a page
 constexpr float certainSide = 0.5F; // for three of its sides; a hand may cover much of the fourth
 constexpr float almostAsCertain = 0.3F; // the most that a page's outline may have less than a frame
+constexpr float againstDisagreement = 0.3F;
 constexpr int samples = 24; // along a side
 
 /// From 0 at `least` to 1 at `most`.
@@ -30,6 +31,7 @@ struct Look
 {
     float consistency = 0; ///< 1 when the difference is the same everywhere along the side
     float sharpness = 0; ///< the share of the difference that is within two pixels
+    cv::Vec3f difference; ///< of the colors, inside less outside
     float step = 0; ///< 1 when it is the largest difference nearby; near 0 for a printed line
 };
 
@@ -58,7 +60,8 @@ Look lookAt(const cv::Mat &colors, const cv::Point2f &from, const cv::Point2f &t
     for (size_t k = 2; k < 5; ++k) {
         most = std::max(most, float(cv::norm(sums[k] - sums[1])));
     }
-    return {middle / (sizes + nothing), close / (wide + nothing), middle / most};
+    return {middle / (sizes + nothing), close / (wide + nothing),
+            (sums[5] - sums[1]) / float(samples), middle / most};
 }
 
 bool isWellInside(const cv::Point2f &point, const Corners &outline)
@@ -93,20 +96,41 @@ struct Candidate
     float certainty;
 };
 
+/**
+ * 0 when a page differs from what is around it in the same way at all sides, 1 when in opposite
+ * ways, like a board between other boards.
+ */
+float disagreement(const std::array<cv::Vec3f, 4> &differences)
+{
+    cv::Vec3f mean(0, 0, 0);
+    float sizes = 1e-3F;
+    for (const cv::Vec3f &difference : differences) {
+        mean += difference / 4;
+        sizes += float(cv::norm(difference));
+    }
+    float spread = 0;
+    for (const cv::Vec3f &difference : differences) {
+        spread += float(cv::norm(difference - mean));
+    }
+    return ramp(spread / sizes, 0.4F, 1);
+}
+
 } // namespace
 
 Evidence evidenceFor(const Edges &edges, const Quad &quad)
 {
     Evidence evidence;
     float beyond = 0;
+    std::array<cv::Vec3f, 4> differences;
     for (size_t i = 0; i < 4; ++i) {
         const Look look = lookAt(edges.colors, quad.corners[i], quad.corners[(i + 1) % 4]);
         evidence.sides[i] = quad.support[i] * ramp(look.consistency, 0.5F, 0.9F)
             * ramp(look.sharpness, 0.2F, 0.45F) * (0.75F + 0.25F * look.step);
         evidence.all += evidence.sides[i] / 4;
         beyond += quad.beyond[i] / 4;
+        differences[i] = look.difference;
     }
-    evidence.all -= beyond;
+    evidence.all -= beyond + againstDisagreement * disagreement(differences);
     return evidence;
 }
 

@@ -299,28 +299,36 @@ SupportedLine::SupportedLine(const Line &line, const Edges &edges)
     const cv::Rect inside(0, 0, edges.weight.cols, edges.weight.rows);
     m_sums.reserve(size_t(length) + 2);
     m_sums.push_back(0);
+    m_sumsNearby = m_sums;
     for (float distance = 0; distance <= length; ++distance) {
         int best = 0;
-        for (float offset = -1; offset <= 1; ++offset) {
-            const cv::Point2f place = at(distance) + across * offset;
+        int bestNearby = 0;
+        for (int offset = -2; offset <= 2; ++offset) {
+            const cv::Point2f place = at(distance) + across * float(offset);
             const cv::Point pixel(cvRound(place.x), cvRound(place.y));
-            if (inside.contains(pixel)
-                && turnBetween(edges.normal.at<uchar>(pixel), normal) <= supportingDirection) {
-                best = std::max(best, int(edges.weight.at<uchar>(pixel)));
+            if (!inside.contains(pixel)
+                || turnBetween(edges.normal.at<uchar>(pixel), normal) > supportingDirection) {
+                continue;
+            }
+            const int weight = edges.weight.at<uchar>(pixel);
+            bestNearby = std::max(bestNearby, weight);
+            if (std::abs(offset) <= 1) {
+                best = std::max(best, weight);
             }
         }
         m_sums.push_back(m_sums.back() + float(best) / 255);
+        m_sumsNearby.push_back(m_sumsNearby.back() + float(bestNearby) / 255);
     }
 }
 
-float SupportedLine::support(float from, float to) const
+float SupportedLine::share(const std::vector<float> &sums, float from, float to) const
 {
     const float first = std::clamp(from, 0.0F, length());
     const float last = std::clamp(to, 0.0F, length());
     if (last - first < 1) {
         return 0;
     }
-    return (m_sums[size_t(last)] - m_sums[size_t(first)]) / (to - from);
+    return (sums[size_t(last)] - sums[size_t(first)]) / (to - from);
 }
 
 bool SupportedLine::crossesPicture() const

@@ -30,7 +30,10 @@ public:
     float length() const { return float(m_sums.size()) - 1; }
 
     /// The share of the line between two distances that has an edge, 0 to 1; 0 outside the picture.
-    float support(float from, float to) const;
+    float support(float from, float to) const { return share(m_sums, from, to); }
+
+    /// The same for edges up to two pixels off, like those on the other side of a groove.
+    float supportNearby(float from, float to) const { return share(m_sumsNearby, from, to); }
 
     /// True for an edge from one border to another: of the desk, of its pattern, of a shadow.
     bool crossesPicture() const;
@@ -39,8 +42,11 @@ public:
     float crossing(const SupportedLine &other) const;
 
 private:
+    float share(const std::vector<float> &sums, float from, float to) const;
+
     Line m_line; // its point is the begin
     std::vector<float> m_sums; // of the weights up to each pixel
+    std::vector<float> m_sumsNearby;
 };
 
 /// The longest straight edges, at most `count`; those that cross the picture only if there is room.

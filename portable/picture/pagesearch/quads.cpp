@@ -172,8 +172,8 @@ private:
     static std::pair<float, float> supportBeyond(const SupportedLine &line, const Side &side)
     {
         const float reach = std::clamp(0.3F * (side.to - side.from), 20.0F, 50.0F);
-        return {line.support(side.from - nearCorner - reach, side.from - nearCorner),
-                line.support(side.to + nearCorner, side.to + nearCorner + reach)};
+        return {line.supportNearby(side.from - nearCorner - reach, side.from - nearCorner),
+                line.supportNearby(side.to + nearCorner, side.to + nearCorner + reach)};
     }
 
     /// A page's sides end at its corners; those of tiles and boards often go on.
