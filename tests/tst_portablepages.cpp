@@ -85,9 +85,9 @@ private Q_SLOTS:
     {
         const Rows<cv::Scalar, double, double> row("color", "blur", "most");
         constexpr double none = 0;
-        row("as a camera sees it", {235, 238, 240}, 1, 0.5);
+        row("as a camera sees it", {235, 238, 240}, 1, 0.2);
         row("out of focus", {235, 238, 240}, 2.5, 1);
-        row("the light of a window", {235, 238, 240}, 14, none);
+        row("the light of a window", {235, 238, 240}, 7, none);
         row("a lamp that is farther away", {235, 238, 240}, 60, none);
         row("darker", {60, 62, 65}, 1, 0.5);
         row("hardly brighter", {124, 129, 134}, 1, 1.5);
@@ -108,13 +108,15 @@ private Q_SLOTS:
 
     void whatIsOnThePageIsNone()
     {
-        // A photo with a frame, far clearer than the sides of the paper.
+        // A photo with a frame, far clearer than the sides of the paper, of which one is half
+        // hidden.
         cv::Mat picture = patch({150, 155, 160});
         cv::rectangle(picture, {640, 330, 600, 380}, {20, 20, 20}, 9);
         cv::rectangle(picture, {700, 380, 480, 280}, {30, 160, 60}, cv::FILLED);
+        cv::ellipse(picture, {980, 210}, {230, 60}, 4, 0, 360, {110, 140, 190}, cv::FILLED);
         blur(picture, 1);
         const double off = distance(picture);
-        QVERIFY2(off < 1, qPrintable(QString::number(off)));
+        QVERIFY2(off < 10, qPrintable(QString::number(off)));
     }
 
     void cornersMayBeHidden()
@@ -127,15 +129,24 @@ private Q_SLOTS:
         QVERIFY2(off < 2, qPrintable(QString::number(off)));
     }
 
+    void sidesThatGoOnAreNoPage_data()
+    {
+        // stagger: of each row of tiles or boards
+        const Rows<int, int> row("height", "stagger");
+        row("tiles", 260, 0);
+        row("boards", 200, 190);
+    }
+
     void sidesThatGoOnAreNoPage()
     {
-        // Tiles, each of which has four straight sides.
+        QFETCH(int, height);
+        QFETCH(int, stagger);
         cv::Mat picture(1080, 1920, CV_8UC3, deskColor);
-        for (int i = 0; i < 8; ++i) {
-            for (int j = 0; j < 8; ++j) {
-                const int grey = (i + j) % 2 == 0 ? 200 : 90;
-                cv::rectangle(picture, {40 + i * 300, 30 + j * 260, 290, 250},
-                              cv::Scalar::all(grey), cv::FILLED);
+        for (int i = -1; i < 5; ++i) {
+            for (int j = 0; j < 6; ++j) {
+                const int grey = i == 1 && j == 2 ? 200 : 90 + 10 * ((i + j) % 3);
+                const cv::Rect board(i * 500 + j % 3 * stagger, j * height - 20, 494, height - 6);
+                cv::rectangle(picture, board, cv::Scalar::all(grey), cv::FILLED);
             }
         }
         blur(picture, 1);
