@@ -16,8 +16,8 @@ using Direction = uint8_t;
 /// The unsigned angle between two directions, in 256ths of 180 degrees.
 inline int turnBetween(Direction a, Direction b)
 {
-    const int turn = int8_t(uint8_t(a - b));
-    return turn < 0 ? -turn : turn;
+    const int turn = uint8_t(a - b);
+    return turn < 128 ? turn : 256 - turn;
 }
 
 /// The edges in a reduced picture, one pixel wide.
