@@ -11,6 +11,7 @@ namespace {
 constexpr float certain = 0.6F; // the least evidence for a page
 constexpr float certainSide = 0.5F; // for three of its sides; a hand may cover much of the fourth
 constexpr float almostAsCertain = 0.3F; // the most that a page's outline may have less than a frame
+constexpr float edgeAlone = 0.25F; // of a side's evidence: its edge, whatever the colors are
 constexpr float againstDisagreement = 0.3F;
 constexpr int samples = 24; // along a side
 
@@ -124,8 +125,9 @@ Evidence evidenceFor(const Edges &edges, const Quad &quad)
     std::array<cv::Vec3f, 4> differences;
     for (size_t i = 0; i < 4; ++i) {
         const Look look = lookAt(edges.colors, quad.corners[i], quad.corners[(i + 1) % 4]);
-        evidence.sides[i] = quad.support[i] * ramp(look.consistency, 0.5F, 0.9F)
+        const float difference = ramp(look.consistency, 0.5F, 0.9F)
             * ramp(look.sharpness, 0.2F, 0.45F) * (0.75F + 0.25F * look.step);
+        evidence.sides[i] = quad.support[i] * (edgeAlone + (1 - edgeAlone) * difference);
         evidence.all += evidence.sides[i] / 4;
         beyond += quad.beyond[i] / 4;
         differences[i] = look.difference;
