@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <vector>
 
 namespace portable::pagesearch {
 
@@ -128,6 +129,7 @@ Line refinedSide(const Strip &strip, const Line &side)
 {
     const cv::Vec3f way = strip.typicalChange();
     std::vector<cv::Point2f> edge;
+    edge.reserve(samples);
     for (int i = 0; i < samples; ++i) {
         edge.push_back(strip.place(i, strip.edgeOf(i, way)));
     }
