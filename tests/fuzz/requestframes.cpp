@@ -42,7 +42,7 @@ void parseSigning(const Request &request)
 {
     try {
         const SigningRequest signing =
-            SigningRequest::fromJson(request.type, request.parts.first());
+            SigningRequest().read(request.type, request.parts.first());
         fuzz::require(signing.page >= 1 && !signing.inkPlace().isEmpty(), "a place to sign");
     } catch (const SigningFailure &) { // NOLINT(bugprone-empty-catch): what it is for
     }
