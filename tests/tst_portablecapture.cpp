@@ -538,7 +538,7 @@ private Q_SLOTS:
             QVERIFY(!SplitPic(utf8(bad), utf8("x")));
             const QString said = m_log->takeLines().value(0);
             QVERIFY(said.startsWith(line("SplitPic: ") + path(bad)));
-            QCOMPARE(said.contains(line("too narrow")), bad == line("strip.png"));
+            QCOMPARE(said.contains(line("too narrow")), qstrcmp(bad, "strip.png") == 0);
         }
         QVERIFY(!SplitPic(utf8("书 1.v2.png"), "")
                 && !SplitPic(utf8("书 1.v2.png"), utf8("camera.png")));
