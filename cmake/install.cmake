@@ -25,8 +25,10 @@ install(TARGETS ${_programs}
     LIBRARY DESTINATION ${PROGRAM_INSTALL_DIR} COMPONENT Runtime NAMELINK_SKIP)
 install(PROGRAMS ${PROJECT_BINARY_DIR}/run-elecsign.sh ${PROJECT_BINARY_DIR}/run-webbrowser.sh
     DESTINATION ${PROGRAM_INSTALL_DIR} COMPONENT Runtime)
+# The mock of the client comes with its npm package.
 install(DIRECTORY webSite console client portable/samples/cards portable/samples/fingers
-    DESTINATION ${PROGRAM_INSTALL_DIR} COMPONENT Runtime PATTERN README.md EXCLUDE)
+    DESTINATION ${PROGRAM_INSTALL_DIR} COMPONENT Runtime
+    PATTERN README.md EXCLUDE PATTERN mock EXCLUDE)
 install(PROGRAMS scripts/fetch-face-models.sh
     DESTINATION ${PROGRAM_INSTALL_DIR}/scripts COMPONENT Runtime)
 install(FILES scripts/common.sh DESTINATION ${PROGRAM_INSTALL_DIR}/scripts COMPONENT Runtime)
