@@ -121,6 +121,7 @@ for file in /etc/apt/apt.conf /etc/apt/apt.conf.d/*proxy*; do
 done
 printf '#!/bin/sh\nexit 101\n' >"$root/usr/sbin/policy-rc.d" # no services
 chmod +x "$root/usr/sbin/policy-rc.d"
+echo force-unsafe-io >"$root/etc/dpkg/dpkg.cfg.d/unsafe" # it is thrown away
 mkdir "$root/packages"
 cp "$server" "$root/packages/server.deb"
 cp "$policy" "$root/packages/policy.deb"

@@ -5,7 +5,10 @@
 
 static bool isOpen = false;
 
-bool bStartPlay(short) { return isOpen = true; }
+bool bStartPlay(short)
+{
+    return isOpen = true;
+}
 
 bool getVideoFrame(QImage &frame)
 {
