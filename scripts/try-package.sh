@@ -51,7 +51,7 @@ base=$PWD/build/try-package/$suite.tar
 work=$(mktemp -d --tmpdir rvo-try-XXXXXX)
 root=$work/root
 cleanup() {
-    umount --recursive --lazy "$root/proc" 2>/dev/null || true
+    umount "$root/var/cache/apt/archives" "$root/proc" 2>/dev/null || true
     rm -rf --one-file-system "$work"
 }
 trap cleanup EXIT
@@ -66,6 +66,11 @@ check() {
 }
 inside() { chroot "$root" env -i PATH=/usr/sbin:/usr/bin:/sbin:/bin LC_ALL=C.UTF-8 DEBIAN_FRONTEND=noninteractive "$@"; }
 apt() { inside apt-get -q -y -o Dpkg::Use-Pty=0 -o Dpkg::Options::=--force-confold "$@"; }
+
+# files: all of the system but its users' own and what it downloads.
+files() {
+    find "$root" \( -path "$root/proc" -o -path "$root/home" -o -path "$root/var/cache/apt" \) -prune -o -print | sort
+}
 
 # sizes OPTION...: what apt would download and unpack.
 sizes() { inside apt-get -q --assume-no "$@" 2>&1 | grep -E '^(Need to get|After this operation|[0-9]+ upgraded)' || true; }
@@ -115,6 +120,8 @@ fi
 mkdir -p "$root"
 tar -xf "$base" -C "$root"
 mount --types proc proc "$root/proc"
+mkdir -p "$(dirname "$base")/archives/partial" # what was downloaded before
+mount --bind "$(dirname "$base")/archives" "$root/var/cache/apt/archives"
 cp --dereference /etc/resolv.conf "$root/etc/resolv.conf"
 for file in /etc/apt/apt.conf /etc/apt/apt.conf.d/*proxy*; do
     [ ! -e "$file" ] || cp "$file" "$root/etc/apt/apt.conf.d/"
@@ -129,7 +136,7 @@ repack "$version~before"
 inside useradd --create-home clerk
 inside install -d -o clerk -g clerk /home/clerk/scan
 apt update >/dev/null
-find "$root" -xdev \( -path "$root/proc" -o -path "$root/home" \) -prune -o -print | sort >"$work/before"
+files >"$work/before"
 
 step "sizes in a minimal $suite"
 say "without recommended packages:"
@@ -164,10 +171,18 @@ step "downgrading"
 apt install --no-install-recommends --allow-downgrades /packages/old.deb >"$work/downgrade.log" 2>&1 || { tail "$work/downgrade.log"; fail "downgrade"; }
 check "the changed settings are kept" grep -q '^; mine' "$root/etc/rvowebsocketserver/devices.ini"
 use_server
-apt install --no-install-recommends /packages/server.deb >/dev/null 2>&1 || fail "the second upgrade"
 
-step "removing"
+step "upgrading and removing while it runs"
+unshare --net chroot --userspec=clerk:clerk "$root" env -i HOME=/home/clerk PATH=/usr/bin:/bin QT_QPA_PLATFORM=offscreen \
+    /usr/lib/rvowebsocketserver/rvowebSocketServer >/dev/null 2>&1 &
+runs() { inside pgrep -f ^/usr/lib/rvowebsocketserver/ >/dev/null; }
+for _ in $(seq 100); do ! runs || break; sleep 0.1; done
+apt install --no-install-recommends /packages/server.deb >"$work/upgrade.log" 2>&1 || { tail "$work/upgrade.log"; fail "upgrade"; }
+# shellcheck disable=SC2016 # for eval
+check "it runs on, which apt says" eval 'runs && grep -q "before is still running" "$work/upgrade.log"'
 apt remove rvowebsocketserver >"$work/remove.log" 2>&1 || { tail "$work/remove.log"; fail "removal"; }
+for _ in $(seq 100); do runs || break; sleep 0.1; done
+check "it has ended" eval '! runs'
 check "the program is gone" test ! -e "$root/usr/lib/rvowebsocketserver"
 check "the settings are kept" grep -q '^; mine' "$root/etc/rvowebsocketserver/devices.ini"
 
@@ -175,7 +190,7 @@ step "purging"
 apt purge rvowebsocketserver rvowebsocketserver-policy >"$work/purge.log" 2>&1 || { tail "$work/purge.log"; fail "purge"; }
 check "it names the user's data" grep -q 'kept.* /home/clerk/.local/state/rvowebsocketserver' "$work/purge.log"
 apt autoremove --purge >/dev/null 2>&1
-find "$root" -xdev \( -path "$root/proc" -o -path "$root/home" \) -prune -o -print | sort >"$work/after"
+files >"$work/after"
 left=$(comm -13 "$work/before" "$work/after" | sed "s|^$root||" | grep -i rvowebsocket || true)
 check "nothing else is left${left:+: $left}" test -z "$left"
 others=$(comm -13 "$work/before" "$work/after" | wc -l)
