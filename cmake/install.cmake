@@ -5,7 +5,6 @@
 # The programs and what they look for in their own folder stay together, without a folder of the
 # architecture in between. The server's path may not contain a text that app/singleinstance.cpp leaves
 # out of its count: so no share/, whose name has "sh".
-include(GNUInstallDirs)
 set(PROGRAM_INSTALL_DIR lib/rvowebsocketserver CACHE STRING "Where the programs and their files go")
 set(_documents ${CMAKE_INSTALL_DATADIR}/doc/rvowebsocketserver)
 set(_settings ${CMAKE_INSTALL_FULL_SYSCONFDIR}/rvowebsocketserver)
