@@ -42,6 +42,7 @@ BEGIN {
         "portable/card")
 
     rule("deviceprocess", "devicelib")
+    rule("docs", "devicelib") # the example of a device library
 
     rule("companions/common", "")
     rule("companions/browser", "companions/common")

@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+#include "base/datafolder.h"
 #include "devicelib/biometrics.h"
 #include "devicelib/cardreader.h"
 #include "devicelib/doccamera.h"
@@ -30,11 +31,10 @@ QString ownFolder()
     return QFileInfo(QFile::decodeName(info.dli_fname)).absolutePath();
 }
 
-/// [library] of devices.ini beside the program.
+/// [library] of devices.ini.
 QString setting(const char *key)
 {
-    const QSettings ini(QCoreApplication::applicationDirPath() + QStringLiteral("/devices.ini"),
-                        QSettings::IniFormat);
+    const QSettings ini(base::findData(QStringLiteral("devices.ini")), QSettings::IniFormat);
     return ini.value(QStringLiteral("library/") + QLatin1String(key)).toString();
 }
 
