@@ -201,6 +201,7 @@ private:
 double median(const std::vector<Costs> &costs, double Costs::*value)
 {
     std::vector<double> values;
+    values.reserve(costs.size());
     for (const Costs &one : costs) {
         values.push_back(one.*value);
     }
