@@ -52,10 +52,10 @@ QString preparationProblem(const QString &folder)
 
 QString DataPlaces::find(const QString &name) const
 {
-    const QString own = data + QLatin1Char('/') + name;
+    QString own = data + QLatin1Char('/') + name;
     if (data != program) {
         for (const QString &folder : {data, system, program}) {
-            const QString path = folder + QLatin1Char('/') + name;
+            QString path = folder + QLatin1Char('/') + name;
             if (QFileInfo::exists(path)) {
                 return path;
             }
