@@ -22,7 +22,7 @@ bool isWritable(const QString &folder)
     return faccessat(AT_FDCWD, QFile::encodeName(folder).constData(), W_OK | X_OK, AT_EACCESS) == 0;
 }
 
-/// As the XDG Base Directory Specification has it: a relative path is ignored.
+/// Relative paths are ignored, as desktops do with the XDG variables.
 QString stateFolder()
 {
     const QString home = qEnvironmentVariable("XDG_STATE_HOME");

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 // Pictures of pages on desks, and of desks without one, made like photographs of them. They are
-// the same for the same seed, and are made anew in every run.
+// the same for the same seed, and are generated in every run.
 #pragma once
 
 #include "bench/pagecorpus/sheet.h"

@@ -194,9 +194,12 @@ public:
     {
         return m_deed == "throw" ? QByteArray() : name + ('(' + m_asked) + ")\n";
     }
-    /// Result and outputs, and what is told to the listener.
+    /// Result and outputs, and what the listener gets.
     QByteArray expected() const { return m_expected; }
-    QByteArray told() const { return m_deed == "throw" && !isAlwaysTold ? QByteArray() : m_told; }
+    QByteArray delivered() const
+    {
+        return m_deed == "throw" && !isAlwaysDelivered ? QByteArray() : m_delivered;
+    }
 
     QByteArray call(Result (*function)(Args...))
     {
@@ -206,7 +209,7 @@ public:
 private:
     using Tuple = std::tuple<Args...>;
     template <std::size_t index> static constexpr Role role = roleOf<Tuple, index, kind>();
-    static constexpr bool isAlwaysTold = isAnsweredLater(kind) && std::is_void_v<Result>;
+    static constexpr bool isAlwaysDelivered = isAnsweredLater(kind) && std::is_void_v<Result>;
 
     template <std::size_t... index> void prepareAll(std::index_sequence<index...>)
     {
@@ -252,7 +255,7 @@ private:
             std::fill(std::begin(value), std::end(value), 'x');
         } else if constexpr (role<index> == Role::Receiver) {
             value = &Heard::instance();
-            m_told = "<5.0 >";
+            m_delivered = "<5.0 >";
         } else if constexpr (role<index> == Role::Slot) {
             value = SLOT(take(int));
         } else if constexpr (role<index> == Role::Pointer) {
@@ -268,11 +271,11 @@ private:
     {
         listener = &Heard::listen<Values...>;
         std::size_t index = 0;
-        m_told = "<";
-        ((m_told += told<Values>(index++, context) + ' '), ...);
-        m_told += '>';
+        m_delivered = "<";
+        ((m_delivered += delivered<Values>(index++, context) + ' '), ...);
+        m_delivered += '>';
     }
-    template <class Value> QByteArray told(std::size_t index, void *context) const
+    template <class Value> QByteArray delivered(std::size_t index, void *context) const
     {
         if (m_deed == "throw") {
             return Heard::text(failureValue<kind, Value>(context));
@@ -321,7 +324,7 @@ private:
     decltype(argumentsFor(std::index_sequence_for<Args...>())) m_args;
     QByteArray m_asked;
     QByteArray m_expected;
-    QByteArray m_told;
+    QByteArray m_delivered;
 };
 
 /// What is wrong when a function is called; empty when all is well.
@@ -345,9 +348,10 @@ QByteArray problem(const QByteArray &deed, const QString &ordered, const char *n
         return "asked: " + contentOf(ordered) + ", not " + probe.asked(name);
     }
     QByteArray heard;
-    waitFor([&] { return (heard += Heard::take()).size() >= probe.told().size(); });
-    return heard == probe.told() ? QByteArray()
-                                 : name + (" told " + heard + ", not " + probe.told());
+    waitFor([&] { return (heard += Heard::take()).size() >= probe.delivered().size(); });
+    return heard == probe.delivered()
+        ? QByteArray()
+        : name + (" delivered " + heard + ", not " + probe.delivered());
 }
 
 } // namespace
@@ -569,7 +573,7 @@ private Q_SLOTS:
     void resultsThatAreOwed_data()
     {
         const Rows<QString, QByteArray, QString, QString, bool> row("command", "function", "event",
-                                                                    "failure", "isAlwaysTold");
+                                                                    "failure", "isAlwaysDelivered");
         row("a page that pauses the preview", "ShowLivingBodyPage()", "DemoUIShow",
             "ShowLivingBodyPage", "false", true);
         row("an end", "CloseLivingBody()", "CloseLivingBody", "CloseLivingBody", "true", true);
@@ -590,7 +594,7 @@ private Q_SLOTS:
         QFETCH(QByteArray, function);
         QFETCH(QString, event);
         QFETCH(QString, failure);
-        QFETCH(bool, isAlwaysTold);
+        QFETCH(bool, isAlwaysDelivered);
         for (const QByteArray deed : {"promise", "later", "crash", "throw"}) {
             order(function + ' ' + deed);
             m_page->send(command);
@@ -601,7 +605,7 @@ private Q_SLOTS:
             }
             texts = (texts + textsUntil(QStringLiteral("bStopPlay")))
                         .filter(QLatin1String("Begin") + event);
-            const bool isPromised = deed == "promise" || deed == "later" || isAlwaysTold;
+            const bool isPromised = deed == "promise" || deed == "later" || isAlwaysDelivered;
             QVERIFY2(texts.size() == (isPromised ? 1 : 0),
                      (deed + texts.join(QLatin1Char(' ')).toUtf8()).constData());
             if (isPromised && deed != "later") {

@@ -29,11 +29,11 @@ struct Edges
     int reduction = 1; ///< pixels of the picture to one of these
 };
 
-/// How many times smaller than a picture of this size what is searched is: 1 or more.
+/// By what factor a picture of this size is reduced before the search: 1 or more.
 int reductionOf(const cv::Size &size);
 
 /**
- * Finds edges of lightness and of color. An edge is what stands out from its own neighborhood:
+ * Finds edges of lightness and of color. An edge is measured against its own neighborhood:
  * neither the light at its place nor the pattern and the noise of the desk there decide on it.
  * \param picture  8-bit BGR, at least 3 x 3 when reduced
  */
