@@ -119,12 +119,10 @@ void exitIfAnotherRuns()
 std::unique_ptr<accesspolicy::AccessControl> readPolicy()
 {
     const QString program = QCoreApplication::applicationDirPath();
-    const QString own = base::dataFolder();
-    accesspolicy::PolicyPlaces places;
-    places.own = own + QStringLiteral("/access.ini");
-    places.ownFolders = QStringList{program, own};
-    return std::make_unique<accesspolicy::AccessControl>(places, own + QStringLiteral("/log"),
-                                                         program + QStringLiteral("/webSite"));
+    const QString data = base::dataFolder();
+    return std::make_unique<accesspolicy::AccessControl>(
+        accesspolicy::PolicyPlaces::of(program, data), data + QStringLiteral("/log"),
+        program + QStringLiteral("/webSite"));
 }
 
 /// Says why it is none, on standard error and in the log, and ends the program.
