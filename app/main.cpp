@@ -8,6 +8,7 @@
 #include "app/singleinstance.h"
 #include "base/datafolder.h"
 #include "base/display.h"
+#include "base/freememory.h"
 #include "base/logtext.h"
 #include "devicelib/doccamera.h"
 #include "dispatch/deviceguard.h"
@@ -156,6 +157,7 @@ int main(int argc, char *argv[])
 
     QLog::instance()->handler(QLog::LogToFile);
     raiseDescriptorLimit();
+    base::returnFreeMemory();
     if (!access->error().isEmpty()) {
         endForFaultyPolicy(access->error());
     }
