@@ -21,6 +21,7 @@ class AccessControl;
 class ClientLink;
 class MessageRun;
 class PageListener;
+class PageSocket;
 
 /**
  * The server's endpoint: accepts pages, keeps the table of their connections, routes what they
@@ -106,6 +107,7 @@ private:
     template <class Worker> void broadcastMessagesOf(Worker *worker);
     QWebSocket *client(const QString &ip, int port) const;
     void stopPreviews();
+    void leave(QWebSocket *socket, PageSocket *page);
     void carryOut(QWebSocket *socket, const QString &message);
     void route(const QString &message, QWebSocket *socket);
     void deliver(const QString &message, QWebSocket *socket);
