@@ -358,6 +358,7 @@ private Q_SLOTS:
         row("with gaps between the lines", sample::PartOfSmall);
         row("from within shared memory", sample::PartOfLarge);
         row("with a palette", sample::WithPalette);
+        row("with a palette of greys", sample::GreyPalette);
         row("with three dimensions", sample::Cube);
     }
 
@@ -372,8 +373,12 @@ private Q_SLOTS:
         QImage image = sample::image(sample::Small, 9);
         QVERIFY(getVideoFrame(image));
         const QImage sent = sample::image(picture, 3);
-        QCOMPARE(seen(image),
-                 seen(sent.colorCount() > 0 ? sent.convertToFormat(QImage::Format_RGB32) : sent));
+        const auto plain = picture == sample::GreyPalette ? QImage::Format_Grayscale8
+            : picture == sample::WithPalette              ? QImage::Format_RGB32
+                                                          : sent.format();
+        QCOMPARE(seen(image), seen(sent.convertToFormat(plain)));
+        QCOMPARE(image.dotsPerMeterX(), sent.dotsPerMeterX());
+        QCOMPARE(image.dotsPerMeterY(), sent.dotsPerMeterY());
     }
 
     void picturesThatAreKeptStayAsTheyAre()
