@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-#include "portable/recording/videofile.h"
+#include "portable/video/videofile.h"
 
 #include "portable/base/failure.h"
 #include "portable/base/writecheck.h"
