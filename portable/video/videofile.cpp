@@ -1,25 +1,11 @@
 // SPDX-License-Identifier: MIT
 #include "portable/video/videofile.h"
 
-#include "portable/base/failure.h"
-#include "portable/base/writecheck.h"
-#include "portable/camera/framesource.h"
-
-#include <QDir>
-#include <QFile>
 #include <QFileInfo>
-#include <opencv2/imgproc.hpp>
-extern "C" {
-#include <libavcodec/avcodec.h>
-#include <libavformat/avformat.h>
-#include <libavutil/imgutils.h>
-#include <libavutil/opt.h>
-}
 
 #include <algorithm>
 #include <array>
 #include <cmath>
-#include <utility>
 
 namespace portable {
 
@@ -27,7 +13,6 @@ namespace {
 
 constexpr int minSide = 16;
 constexpr int maxSide = 4096;
-constexpr int mpeg4Quantizer = 4; // 2 is the best quality, 31 the worst
 
 struct Container
 {
@@ -37,55 +22,26 @@ struct Container
 constexpr std::array<Container, 3> containers{
     {{"mp4", "mp4"}, {"avi", "avi"}, {"mkv", "matroska"}}};
 
-/// The container of a path's extension; null for any other.
-const Container *containerOf(const QString &path)
+int even(double side)
+{
+    return int(std::clamp(side, double(minSide), double(maxSide))) & ~1;
+}
+
+} // namespace
+
+const char *videoMuxer(const QString &path)
 {
     const QString suffix = QFileInfo(path).suffix().toLower();
     const auto *const found =
         std::find_if(containers.begin(), containers.end(), [&](const Container &container) {
             return suffix == QLatin1String(container.extension);
         });
-    return found == containers.end() ? nullptr : found;
+    return found == containers.end() ? nullptr : found->muxer;
 }
-
-int even(double side)
-{
-    return int(std::clamp(side, double(minSide), double(maxSide))) & ~1;
-}
-
-QString errorText(int code)
-{
-    std::array<char, AV_ERROR_MAX_STRING_SIZE> text{};
-    av_strerror(code, text.data(), text.size());
-    return QString::fromLocal8Bit(text.data());
-}
-
-void freeMuxer(AVFormatContext *muxer)
-{
-    avio_closep(&muxer->pb);
-    avformat_free_context(muxer);
-}
-
-void freeEncoder(AVCodecContext *encoder)
-{
-    avcodec_free_context(&encoder);
-}
-
-void freeFrame(AVFrame *frame)
-{
-    av_frame_free(&frame);
-}
-
-void freePacket(AVPacket *packet)
-{
-    av_packet_free(&packet);
-}
-
-} // namespace
 
 QString videoPath(const QString &path, VideoFormat format)
 {
-    if (containerOf(path)) {
+    if (videoMuxer(path)) {
         return path;
     }
     return path + QLatin1String(format == VideoFormat::Standard ? ".mp4" : ".avi");
@@ -110,235 +66,6 @@ cv::Rect fitInto(const cv::Size &frame, const cv::Size &picture)
     };
     const cv::Size size(side(picture.width, frame.width), side(picture.height, frame.height));
     return {{(frame.width - size.width) / 2, (frame.height - size.height) / 2}, size};
-}
-
-std::unique_ptr<VideoFile> VideoFile::create(const QString &path, VideoFormat format,
-                                             const cv::Size &size, QString *error)
-{
-    av_log_set_level(AV_LOG_QUIET); // it would write to stderr
-    // Before anything is changed on the disk.
-    if (!canWriteFile(path, error)) {
-        return nullptr;
-    }
-    std::unique_ptr<VideoFile> file(new VideoFile(path, size)); // the constructor is private
-    const QLatin1String muxer(containerOf(path)->muxer);
-    AVFormatContext *context = nullptr;
-    const int code = avformat_alloc_output_context2(&context, nullptr, muxer.data(), nullptr);
-    if (code < 0) {
-        file->fail(code, error);
-        return nullptr;
-    }
-    file->m_muxer.reset(context);
-    const bool globalHeader = (context->oformat->flags & AVFMT_GLOBALHEADER) != 0;
-    const bool isMpeg4 = format == VideoFormat::Legacy || muxer == QLatin1String("avi");
-    const bool ready = (!isMpeg4 && file->openEncoder("libx264", globalHeader, error))
-        || file->openEncoder("mpeg4", globalHeader, error);
-    return ready && file->openFile(error) ? std::move(file) : nullptr;
-}
-
-VideoFile::VideoFile(QString path, const cv::Size &size)
-    : m_path(std::move(path))
-    , m_size(size)
-    , m_muxer(nullptr, freeMuxer)
-    , m_encoder(nullptr, freeEncoder)
-    , m_frame(av_frame_alloc(), freeFrame)
-    , m_packet(av_packet_alloc(), freePacket)
-    , m_canvas(size, CV_8UC3, cv::Scalar::all(0))
-    , m_place({}, size)
-{
-}
-
-VideoFile::~VideoFile()
-{
-    QString unused;
-    close(&unused);
-}
-
-bool VideoFile::openEncoder(const char *encoder, bool globalHeader, QString *error)
-{
-    const AVCodec *codec = avcodec_find_encoder_by_name(encoder);
-    m_encoder.reset(codec ? avcodec_alloc_context3(codec) : nullptr);
-    if (!m_encoder) {
-        return fail(AVERROR_ENCODER_NOT_FOUND, error);
-    }
-    m_encoder->width = m_size.width;
-    m_encoder->height = m_size.height;
-    m_encoder->pix_fmt = AV_PIX_FMT_YUV420P;
-    m_encoder->color_range = AVCOL_RANGE_MPEG; // as OpenCV converts: BT.601
-    m_encoder->colorspace = AVCOL_SPC_SMPTE170M;
-    m_encoder->time_base = {1, videoFrameRate};
-    m_encoder->framerate = {videoFrameRate, 1};
-    m_encoder->gop_size = videoFrameRate; // a killed process loses this much
-    m_encoder->max_b_frames = 0;
-    m_encoder->thread_count = 1; // leaves the other cores to the preview
-    if (codec->id == AV_CODEC_ID_H264) {
-        // The fastest preset, for slow machines; files are larger at the same quality.
-        av_opt_set(m_encoder->priv_data, "preset", "ultrafast", 0);
-        av_opt_set(m_encoder->priv_data, "crf", "23", 0);
-    } else {
-        m_encoder->flags |= AV_CODEC_FLAG_QSCALE;
-        m_encoder->global_quality = FF_QP2LAMBDA * mpeg4Quantizer;
-    }
-    if (globalHeader) {
-        m_encoder->flags |= AV_CODEC_FLAG_GLOBAL_HEADER;
-    }
-    const int code = avcodec_open2(m_encoder.get(), codec, nullptr);
-    return code >= 0 || fail(code, error);
-}
-
-/// Opens the file and writes its header.
-bool VideoFile::openFile(QString *error)
-{
-    m_frame->format = m_encoder->pix_fmt;
-    m_frame->width = m_size.width;
-    m_frame->height = m_size.height;
-    int code = av_frame_get_buffer(m_frame.get(), 0);
-    m_stream = avformat_new_stream(m_muxer.get(), nullptr);
-    if (code < 0 || !m_stream) {
-        return fail(AVERROR(ENOMEM), error);
-    }
-    avcodec_parameters_from_context(m_stream->codecpar, m_encoder.get());
-    m_stream->time_base = m_encoder->time_base;
-    m_stream->avg_frame_rate = m_encoder->framerate;
-    if (m_encoder->codec_id == AV_CODEC_ID_MPEG4
-        && QLatin1String(m_muxer->oformat->name) == QLatin1String("avi")) {
-        m_stream->codecpar->codec_tag = MKTAG('X', 'V', 'I', 'D'); // the tag most players know
-    }
-    // MP4 in fragments of a GOP each, which play without the end of the file. Others ignore it.
-    av_opt_set(m_muxer.get(), "movflags", "frag_keyframe+empty_moov+default_base_moof",
-               AV_OPT_SEARCH_CHILDREN);
-    m_muxer->flags |= AVFMT_FLAG_FLUSH_PACKETS;
-    m_muxer->flush_packets = 1;
-
-    QDir().mkpath(QFileInfo(m_path).absolutePath());
-    // With "file:", a path like "http://..." isn't taken for a URL.
-    const QByteArray url = "file:" + QFile::encodeName(m_path);
-    code = avio_open(&m_muxer->pb, url.constData(), AVIO_FLAG_WRITE);
-    if (code >= 0) {
-        code = avformat_write_header(m_muxer.get(), nullptr);
-    }
-    if (code >= 0) {
-        code = flushed();
-        m_headerSize = m_goodSize;
-    }
-    return code >= 0 || fail(code, error);
-}
-
-bool VideoFile::add(qint64 index, const cv::Mat &picture, QString *error)
-{
-    if (!picture.empty()) {
-        const int code = av_frame_make_writable(m_frame.get()); // the encoder may still have it
-        if (code < 0) {
-            return fail(code, error);
-        }
-        draw(picture);
-    }
-    m_frame->pts = index;
-    return encode(m_frame.get(), error);
-}
-
-/// Puts a picture, fitted, into m_frame.
-void VideoFile::draw(const cv::Mat &picture)
-{
-    const cv::Size spare = picture.size() - m_size;
-    if (spare.width >= 0 && spare.width < 2 && spare.height >= 0 && spare.height < 2) {
-        // Odd size: cropping a line is better than scaling.
-        cv::cvtColor(picture(cv::Rect({}, m_size)), m_yuv, cv::COLOR_BGR2YUV_I420);
-    } else {
-        const cv::Rect place = fitInto(m_size, picture.size());
-        if (place != m_place) {
-            m_canvas = cv::Scalar::all(0);
-            m_place = place;
-        }
-        const bool isMuchSmaller = place.width * 2 < picture.cols; // linear would skip lines
-        cv::Mat target = m_canvas(place);
-        cv::resize(picture, target, place.size(), 0, 0,
-                   isMuchSmaller ? cv::INTER_AREA : cv::INTER_LINEAR);
-        cv::cvtColor(m_canvas, m_yuv, cv::COLOR_BGR2YUV_I420);
-    }
-    const int pixels = m_size.area();
-    const std::array<const uint8_t *, 4> planes{m_yuv.data, m_yuv.data + pixels,
-                                                m_yuv.data + pixels + pixels / 4, nullptr};
-    const std::array<int, 4> lines{m_size.width, m_size.width / 2, m_size.width / 2, 0};
-    av_image_copy(m_frame->data, m_frame->linesize, const_cast<const uint8_t **>(planes.data()),
-                  lines.data(), m_encoder->pix_fmt, m_size.width, m_size.height);
-}
-
-/// Sends the encoder a frame, or null at the end, and writes the packets it returns.
-bool VideoFile::encode(const AVFrame *frameOrNull, QString *error)
-{
-    int code = avcodec_send_frame(m_encoder.get(), frameOrNull);
-    if (code < 0) {
-        return fail(code, error);
-    }
-    while ((code = avcodec_receive_packet(m_encoder.get(), m_packet.get())) >= 0) {
-        if (!write(error)) {
-            return false;
-        }
-    }
-    return code == AVERROR(EAGAIN) || code == AVERROR_EOF || fail(code, error);
-}
-
-/// Writes m_packet.
-bool VideoFile::write(QString *error)
-{
-    m_packet->stream_index = m_stream->index;
-    m_packet->duration = 1;
-    av_packet_rescale_ts(m_packet.get(), m_encoder->time_base, m_stream->time_base);
-    int code = av_write_frame(m_muxer.get(), m_packet.get());
-    av_packet_unref(m_packet.get());
-    if (code >= 0) {
-        code = flushed();
-    }
-    return code >= 0 || fail(code, error);
-}
-
-bool VideoFile::finish(QString *error)
-{
-    if (!encode(nullptr, error)) {
-        return false;
-    }
-    int code = av_write_trailer(m_muxer.get());
-    if (code >= 0) {
-        code = flushed();
-    }
-    return (code >= 0 || fail(code, error)) && close(error);
-}
-
-bool VideoFile::close(QString *error)
-{
-    if (!m_muxer || !m_muxer->pb) {
-        return true;
-    }
-    const int code = avio_closep(&m_muxer->pb);
-    if (m_goodSize <= m_headerSize) {
-        QFile::remove(m_path);
-    } else if (QFileInfo(m_path).size() > m_goodSize) {
-        QFile::resize(m_path, m_goodSize);
-    }
-    return code >= 0 || fail(code, error);
-}
-
-/// Flushes FFmpeg's buffer to the file. \return its error code; updates m_goodSize on success
-int VideoFile::flushed()
-{
-    avio_flush(m_muxer->pb);
-    if (m_muxer->pb->error >= 0) {
-        m_goodSize = avio_size(m_muxer->pb);
-    }
-    return m_muxer->pb->error;
-}
-
-QString VideoFile::description() const
-{
-    return m_path + QStringLiteral(", ") + sizeText(m_size)
-        + QLatin1String(m_encoder->codec_id == AV_CODEC_ID_H264 ? ", H.264" : ", MPEG-4");
-}
-
-/// Sets the error to the path and FFmpeg's reason. \return false
-bool VideoFile::fail(int code, QString *error) const
-{
-    return setError(m_path + QStringLiteral(": ") + errorText(code), error);
 }
 
 } // namespace portable
