@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 // The portable library's V4L2 code. The devices are FIFOs whose ioctls this program answers.
+#include "portable/camera/capturebutton.h"
 #include "portable/camera/v4l2controls.h"
 #include "portable/camera/v4l2devices.h"
 #include "portable/camera/v4l2source.h"
@@ -9,6 +10,8 @@
 #include <QImageWriter>
 #include <QRandomGenerator>
 #include <QtTest>
+#include <fcntl.h>
+#include <linux/input.h>
 #include <linux/videodev2.h>
 #include <poll.h>
 #include <sys/ioctl.h>
@@ -18,6 +21,7 @@
 #include <sys/un.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cerrno>
 #include <cstdarg>
 #include <cstring>
@@ -74,6 +78,7 @@ struct FakeDriver
     std::map<unsigned, FakeControl> controls;
     int streamError = 0; ///< Of setting the format; 0: none.
     QStringList changes; ///< "control=value"
+    std::vector<int> keys; ///< Of an input device.
 
     unsigned answeredCode = 0; ///< To any format asked for; 0: the same.
     cv::Size answeredSize{-1, -1}; ///< So: the one asked for.
@@ -101,6 +106,11 @@ struct FakeDriver
     int answer(unsigned long request, void *argument)
     {
         switch (request) {
+        case EVIOCGBIT(EV_KEY, KEY_MAX / 8 + 1):
+            for (const int key : keys) {
+                static_cast<uchar *>(argument)[key / 8] |= uchar(1 << key % 8);
+            }
+            return 0;
         case VIDIOC_QUERYCAP:
             return describe(static_cast<v4l2_capability *>(argument));
         case VIDIOC_ENUM_FMT:
@@ -746,6 +756,63 @@ private Q_SLOTS:
         driver.controls[V4L2_CID_AUTO_FOCUS_START] = {0, 1, 1, 0, 0};
         QVERIFY(controls.focus());
         QCOMPARE(taken(driver), line("focus=0"));
+    }
+
+    void captureButtons_data()
+    {
+        const Rows<QString, int, QString> row("device", "key", "pressed");
+        row("any", "", KEY_CAMERA, "button later");
+        row("named", "board", KEY_B, "board");
+    }
+
+    /// Each device sends a press, a release and a repetition of both keys.
+    void captureButtons()
+    {
+        QFETCH(QString, device);
+        QFETCH(int, key);
+        const std::map<QString, std::vector<int>> devices{
+            {line("button"), {KEY_CAMERA}},
+            {line("board"), {KEY_A, KEY_B, KEY_CAMERA}},
+            {line("mouse"), {BTN_LEFT}},
+            {line("later"), {KEY_CAMERA}}};
+        const auto file = [&](const QString &name) { return path("event-") + name; };
+        std::map<QString, int> ends;
+        const auto plugIn = [&](const QString &name) {
+            drivers[file(name)].keys = devices.at(name);
+            ::mkfifo(Utf8(file(name)), 0600);
+            ends[name] = ::open(Utf8(file(name)), O_RDWR | O_NONBLOCK);
+        };
+        for (const char *name : {"button", "board", "mouse"}) {
+            plugIn(line(name));
+        }
+        std::atomic<int> presses{0};
+        const CaptureButton button([&] { ++presses; },
+                                   {device.isEmpty() ? device : file(device), key}, path(""));
+        plugIn(line("later"));
+        QString pressed;
+        const auto press = [&](const QString &name) {
+            for (const int code : {KEY_CAMERA, KEY_B}) {
+                for (const int value : {1, 0, 2}) {
+                    input_event event{};
+                    event.type = EV_KEY;
+                    event.code = ushort(code);
+                    event.value = value;
+                    QCOMPARE(write(ends[name], &event, sizeof event), ssize_t(sizeof event));
+                }
+            }
+        };
+        for (const char *name : {"button", "board", "mouse", "later"}) {
+            const int before = presses;
+            press(line(name));
+            if (QTest::qWaitFor([&] { return presses > before; }, 300)) {
+                pressed += line(pressed.isEmpty() ? "" : " ") + line(name);
+            }
+            QVERIFY(presses <= before + 1);
+        }
+        QTEST(pressed, "pressed");
+        for (const auto &end : ends) {
+            close(end.second);
+        }
     }
 
 private:
