@@ -116,6 +116,58 @@ private Q_SLOTS:
         QCOMPARE(frame.cols, 40);
     }
 
+    void framesThatNobodyTakesAreSkipped()
+    {
+        OneCamera one;
+        one.device->canSkip = true;
+        QVERIFY(one.startHeld());
+        cv::Mat frame;
+        quint64 sequence = 0;
+        QVERIFY(one.camera.nextFrame(sequence, frame));
+        one.clock.advance(idleAfter - 1ms);
+        one.device->deliver(2); // the third one's read begins now
+        while (frameNumber(frame) < 3) {
+            const quint64 before = sequence;
+            QVERIFY(one.camera.nextFrame(sequence, frame));
+            QVERIFY(sequence > before);
+        }
+        QCOMPARE(int(one.device->skipped), 0);
+        one.clock.advance(idleAfter);
+        one.device->deliver(4); // the first one's read may have begun
+        QTRY_VERIFY(one.device->skipped >= 3);
+        QVERIFY(one.camera.hasFrame());
+
+        quint64 other = 0; // the frame there is isn't for this reader either
+        cv::Mat fresh;
+        auto next =
+            std::async(std::launch::async, [&] { return one.camera.nextFrame(other, fresh); });
+        QVERIFY(one.clock.waitForWaiter(frameTimeout));
+        one.device->deliver(2); // one may have been left out when the reader came
+        QVERIFY(next.get());
+        QVERIFY(frameNumber(fresh) > 6);
+        QVERIFY(one.camera.currentFrame(frame));
+
+        const int before = one.device->skipped;
+        one.clock.advance(idleAfter);
+        one.device->deliver(3);
+        QTRY_VERIFY(one.device->skipped > before && one.device->number() == 12);
+        auto late = std::async(std::launch::async, [&] { return one.camera.currentFrame(frame); });
+        QVERIFY(one.clock.waitForWaiter(frameTimeout));
+        one.clock.advance(frameTimeout);
+        QVERIFY(!late.get()); // an old one would show what is gone
+        QVERIFY(frame.empty());
+        one.clock.advance(idleAfter);
+        one.settings.setResolution(1, {80, 60}); // wanted, if only for its size
+        one.device->deliver(3);
+        QTRY_COMPARE(one.camera.size(), cv::Size(80, 60));
+        auto current =
+            std::async(std::launch::async, [&] { return one.camera.currentFrame(fresh); });
+        while (current.wait_for(1ms) == std::future_status::timeout) {
+            one.device->deliver(1);
+        }
+        QCOMPARE(fresh.size(), cv::Size(80, 60));
+    }
+
     void sourceIsReadAtItsRate()
     {
         OneCamera one(10);

@@ -603,12 +603,7 @@ private Q_SLOTS:
     {
         QFETCH(QString, frames);
         FakeDriver &driver = streamingNode(line("MJPG 64x48"));
-        for (const QString &batch : frames.split(QLatin1Char(' '))) {
-            driver.ready.emplace_back();
-            for (const QString &frame : batch.split(QLatin1Char('+'))) {
-                driver.ready.back().push_back(frameOf(frame));
-            }
-        }
+        script(driver, frames);
         driver.isGone = QLatin1String(QTest::currentDataTag()).startsWith(QLatin1String("unpl"));
         V4l2Source source = sourceOf();
         QString error;
@@ -632,6 +627,20 @@ private Q_SLOTS:
         const QStringList waits = driver.changes.filter(line("wait="));
         QCOMPARE(waits.first(), line("wait=5"));
         QVERIFY(!hasRead || waits.last() == line("wait=2"));
+    }
+
+    void skippedFramesAreNotDecoded()
+    {
+        FakeDriver &driver = streamingNode(line("MJPG 64x48"));
+        script(driver, line("0garbage 0error 60short 20"));
+        V4l2Source source = sourceOf();
+        QString error;
+        cv::Mat frame;
+        QVERIFY(source.open({}, &error) && source.canSkip());
+        QVERIFY(source.skip(&error) && source.skip(&error));
+        QVERIFY(source.read(frame, &error));
+        QVERIFY(!source.skip(&error));
+        QCOMPARE(error, line("it delivers no frames"));
     }
 
     void streamThatDoesNotStart()
@@ -841,6 +850,17 @@ private:
             }
         }
         return driver;
+    }
+
+    /// What each wait finds, "20 60+100": see frameOf().
+    static void script(FakeDriver &driver, const QString &frames)
+    {
+        for (const QString &batch : frames.split(QLatin1Char(' '))) {
+            driver.ready.emplace_back();
+            for (const QString &frame : batch.split(QLatin1Char('+'))) {
+                driver.ready.back().push_back(frameOf(frame));
+            }
+        }
     }
 
     V4l2Source sourceOf() const

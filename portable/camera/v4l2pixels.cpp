@@ -109,7 +109,7 @@ bool V4l2Pixels::decode(const V4l2FrameFormat &format, const V4l2Bytes &bytes, c
         return decodeJpeg(format.size, bytes, frame);
     }
     const int rows = raw->isHalvedDown ? format.size.height * 3 / 2 : format.size.height;
-    const auto line = std::size_t(format.size.width * raw->bytesPerPixel);
+    const std::size_t line = std::size_t(format.size.width) * std::size_t(raw->bytesPerPixel);
     // Behind the last line there may be no padding.
     if (bytes.size < format.bytesPerLine * std::size_t(rows - 1) + line) {
         return false;

@@ -79,37 +79,46 @@ void V4l2Source::close()
 
 bool V4l2Source::read(cv::Mat &frame, QString *error)
 {
-    V4l2Stream::Next next = readPastDamage(frame);
+    const auto decode = [&](const V4l2Bytes &bytes) {
+        return m_pixels->decode(m_stream->format(), bytes, frame);
+    };
+    V4l2Stream::Next next = pastDamage(decode);
     if (next == V4l2Stream::Next::Damaged && !m_toleratesDamage) {
         // In the frames of some cameras there is always a flaw that hardly anybody sees.
         m_toleratesDamage = true;
         m_pixels->tolerateDamage();
-        next = readPastDamage(frame);
+        next = pastDamage(decode);
         if (next == V4l2Stream::Next::Good) {
             logWarning() << name() << "delivers damaged frames only: they are used as they are";
         }
     }
-    if (next == V4l2Stream::Next::Good) {
-        m_hasDelivered = true;
-        return true;
+    return next == V4l2Stream::Next::Good || fail(error);
+}
+
+bool V4l2Source::skip(QString *error)
+{
+    const auto leaveOut = [](const V4l2Bytes &) { return true; };
+    return pastDamage(leaveOut) == V4l2Stream::Next::Good || fail(error);
+}
+
+/// Waits for the first whole frame. \return Damaged when too many in a row are
+V4l2Stream::Next V4l2Source::pastDamage(const V4l2Stream::Use &use)
+{
+    auto next = V4l2Stream::Next::Damaged;
+    for (int i = 0; i < maxDamagedFrames && next == V4l2Stream::Next::Damaged; ++i) {
+        next = m_stream ? m_stream->next(m_hasDelivered ? frameWait : firstFrameWait, use)
+                        : V4l2Stream::Next::None;
     }
+    m_hasDelivered = m_hasDelivered || next == V4l2Stream::Next::Good;
+    return next;
+}
+
+/// Ends the stream. \return false, with the reason
+bool V4l2Source::fail(QString *error)
+{
     m_stream.reset(); // or v4l2Obstacle() would find it busy with us
     const QString obstacle = v4l2Obstacle(m_device.path);
     return setError(obstacle.isEmpty() ? QStringLiteral("it delivers no frames") : obstacle, error);
-}
-
-/// \return Damaged when too many frames in a row are
-V4l2Stream::Next V4l2Source::readPastDamage(cv::Mat &frame)
-{
-    const auto decode = [&](const V4l2Bytes &bytes) {
-        return m_pixels->decode(m_stream->format(), bytes, frame);
-    };
-    auto next = V4l2Stream::Next::Damaged;
-    for (int i = 0; i < maxDamagedFrames && next == V4l2Stream::Next::Damaged; ++i) {
-        next = m_stream ? m_stream->next(m_hasDelivered ? frameWait : firstFrameWait, decode)
-                        : V4l2Stream::Next::None;
-    }
-    return next;
 }
 
 std::vector<cv::Size> V4l2Source::sizes() const

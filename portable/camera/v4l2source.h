@@ -24,6 +24,8 @@ public:
     bool open(const cv::Size &wanted, QString *error) override;
     void close() override;
     bool read(cv::Mat &frame, QString *error) override;
+    bool canSkip() const override { return true; }
+    bool skip(QString *error) override;
     double framesPerSecond() const override { return 0; }
     std::vector<cv::Size> sizes() const override;
     Adjustments adjust(const Adjustments &wanted) override;
@@ -32,7 +34,8 @@ public:
 private:
     V4l2Device find(const V4l2Devices &devices) const;
     V4l2Controls &controls();
-    V4l2Stream::Next readPastDamage(cv::Mat &frame);
+    V4l2Stream::Next pastDamage(const V4l2Stream::Use &use);
+    bool fail(QString *error);
 
     const QString m_text;
     const V4l2Lister m_lister;

@@ -155,8 +155,7 @@ bool V4l2Stream::queue(unsigned index)
     return m_node.ioctl(VIDIOC_QBUF, buffer);
 }
 
-V4l2Stream::Next V4l2Stream::next(std::chrono::milliseconds wait,
-                                  const std::function<bool(const V4l2Bytes &)> &use)
+V4l2Stream::Next V4l2Stream::next(std::chrono::milliseconds wait, const Use &use)
 {
     if (!m_node.waitForFrame(wait)) {
         return Next::None;

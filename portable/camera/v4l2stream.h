@@ -55,11 +55,13 @@ public:
         None, ///< In the time, or ever again.
     };
 
+    /// Called with a frame. \return whether it is whole
+    using Use = std::function<bool(const V4l2Bytes &)>;
+
     /**
      * Waits for a frame. Of those that have queued up, all but the newest are dropped.
-     * \param use  called with it; \return whether it is whole
      */
-    Next next(std::chrono::milliseconds wait, const std::function<bool(const V4l2Bytes &)> &use);
+    Next next(std::chrono::milliseconds wait, const Use &use);
 
 private:
     explicit V4l2Stream(const QString &path);
