@@ -55,6 +55,8 @@ add_library(server_core STATIC
     log/refusallog.cpp
     log/trace.cpp
     status/statuscommands.cpp
+    statussocket/statuslistener.cpp
+    statussocket/statusreport.cpp
     transport/clientlink.cpp
     transport/framescanner.cpp
     transport/pagelistener.cpp
@@ -66,7 +68,7 @@ add_library(server_core STATIC
 target_include_directories(server_core PUBLIC ${PROJECT_SOURCE_DIR})
 target_link_libraries(server_core
     PUBLIC base devicelib Qt5::Core Qt5::Gui Qt5::Network Qt5::WebSockets Qt5::Widgets
-    PRIVATE companion_common warnings OpenCV::imgproc OpenCV::imgcodecs JPEG::JPEG Threads::Threads)
+    PRIVATE companion_common warnings ${CMAKE_DL_LIBS} OpenCV::imgproc OpenCV::imgcodecs JPEG::JPEG Threads::Threads)
 
 # The log has the date of the build, so all that the program is linked from renews it.
 set(_build_date ${PROJECT_BINARY_DIR}/builddate.cpp)
@@ -75,6 +77,8 @@ add_custom_command(OUTPUT ${_build_date}
     DEPENDS server_core app/main.cpp app/builddate.h cmake/builddate.cmake
     VERBATIM)
 set_source_files_properties(${_build_date} PROPERTIES SKIP_AUTOGEN ON)
+set_source_files_properties(app/main.cpp PROPERTIES
+    COMPILE_DEFINITIONS SERVER_VERSION="${PROJECT_VERSION}")
 add_executable(rvowebSocketServer app/main.cpp app/icons.qrc ${_build_date})
 target_link_libraries(rvowebSocketServer PRIVATE server_core warnings)
 if(DEVICE_LIBRARIES)

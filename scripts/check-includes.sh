@@ -12,9 +12,10 @@ git ls-files -co --exclude-standard '*.cpp' '*.h' ':!tests/' ':!bench/' ':!scrip
 function rule(room, allowed) { rules[room] = " base " allowed " " }
 BEGIN {
     families = "camera identity status upload files companionclients"
-    rule("app", "transport access " families " dispatch log devicelib")
+    rule("app", "statussocket transport access " families " dispatch log devicelib")
     rule("transport", families " access dispatch log devicelib")
     rule("access", "dispatch log") # no family of commands knows of it
+    rule("statussocket", "transport camera access dispatch log") # looks, and changes nothing
     rule("camera", "dispatch log devicelib")
     rule("identity", "dispatch log devicelib camera") # liveness is shown in the preview
     rule("status", "dispatch log devicelib")

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "transport/limits.h"
+#include "transport/pagestatus.h"
 
 #include <QAbstractSocket>
 #include <QHash>
@@ -9,11 +10,13 @@
 #include <QObject>
 #include <QPointer>
 #include <QSet>
+#include <QVector>
 #include <QWebSocket>
 #include <QWebSocketProtocol>
 #include <QWebSocketServer>
 
 #include <array>
+#include <chrono>
 
 namespace accesspolicy {
 class AccessControl;
@@ -61,6 +64,12 @@ public:
 
     /// The port listened on, 0 if not running; useful after a start at port 0.
     quint16 port() const;
+
+    /// The pages that are connected now, and what they were sent.
+    QVector<PageStatus> pages() const;
+
+    /// Running mean of the time that it takes to send a preview frame to all pages.
+    std::chrono::nanoseconds frameSending() const { return m_frameSending; }
 
     /// The dispatcher, owned by this object.
     MessageRun *dispatcher() const { return m_messageRun; }
@@ -143,4 +152,5 @@ private:
     QHash<QWebSocket *, ClientLink *> m_links; // of all open connections
     std::array<QByteArray, 4> m_frames; // reused in turn; those being written are still shared
     std::size_t m_nextFrame = 0;
+    std::chrono::nanoseconds m_frameSending{};
 };

@@ -177,6 +177,32 @@ int DeviceHost::restarts() const
     return m_restarts;
 }
 
+std::optional<DeviceHost::Status> DeviceHost::status() const
+{
+    std::unique_lock<std::mutex> lock(m_mutex, std::try_to_lock);
+    for (int tries = 0; !lock && tries < 10; ++tries) {
+        std::this_thread::sleep_for(std::chrono::microseconds(100));
+        lock.try_lock();
+    }
+    if (!lock) {
+        return {};
+    }
+    const auto now = Clock::now();
+    const auto since = [now](Clock::time_point time) {
+        return std::chrono::duration_cast<milliseconds>(now - time);
+    };
+    Status status;
+    status.pid = m_pid;
+    status.restarts = m_restarts;
+    status.lastReason = m_lastReason.toUtf8();
+    status.running = m_pid > 0 ? since(m_started) : milliseconds(0);
+    for (const auto &call : m_underWay) {
+        status.calls.push_back(
+            {functionName(std::uint32_t(call.second.function)), since(call.second.since)});
+    }
+    return status;
+}
+
 DeviceHost::Clock::time_point DeviceHost::deadline(FunctionId function) const
 {
     return Clock::now() + scaled(seconds(functionSeconds(std::uint32_t(function))));
@@ -293,7 +319,7 @@ bool DeviceHost::call(FunctionId function, FunctionKind kind, const Writer &argu
     threadGeneration = link->generation;
     {
         const std::lock_guard<std::mutex> lock(m_mutex);
-        m_underWay[std::this_thread::get_id()] = function;
+        m_underWay[std::this_thread::get_id()] = {function, Clock::now()};
     }
     const Received result = exchange(*link, function, arguments, until, reply);
     {
@@ -562,7 +588,7 @@ QString DeviceHost::callsUnderWay() const
 {
     QStringList names;
     for (const auto &call : m_underWay) {
-        names << nameOf(call.second);
+        names << nameOf(call.second.function);
     }
     return names.isEmpty() ? QStringLiteral("no call") : names.join(QStringLiteral(", "));
 }
@@ -593,6 +619,7 @@ void DeviceHost::reap()
                 : QStringLiteral("status %1").arg(WEXITSTATUS(status));
         }
     }
+    m_lastReason = QStringLiteral("%1: %2").arg(callsUnderWay(), how);
     if (m_state != State::Stopping) {
         qWarning().noquote() << QStringLiteral("device process: ended during %1 (%2); restart %3")
                                     .arg(callsUnderWay(), how)

@@ -16,6 +16,7 @@
 #include <map>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <thread>
 #include <utility>
 #include <vector>
@@ -85,6 +86,29 @@ public:
     /// How often it was started after the first time.
     int restarts() const;
 
+    /// The process, for the status of the server.
+    struct Status
+    {
+        struct Call
+        {
+            const char *function;
+            std::chrono::milliseconds since;
+        };
+
+        pid_t pid = 0; ///< 0 while none runs
+        int restarts = 0;
+        QByteArray lastReason; ///< why the last one ended, in UTF-8; empty: none has
+        std::chrono::milliseconds running{}; ///< since when it does
+        std::vector<Call> calls; ///< under way
+    };
+
+    /**
+     * Calls nothing of the library, and waits for at most a millisecond or two: the lock is held
+     * while something is sent to the process.
+     * \return nullopt when it would take longer
+     */
+    std::optional<Status> status() const;
+
 private:
     enum class State { Idle, Starting, Running, Waiting, Stopping };
     struct Connection;
@@ -139,7 +163,13 @@ private:
     bool m_isUp = false; ///< Whether this process has said that it is ready.
     Clock::time_point m_pinged; ///< When the oldest ping without an answer was sent; else unset.
     std::list<Setting> m_settings; ///< In the order of their last calls.
-    std::map<std::thread::id, FunctionId> m_underWay;
+    QString m_lastReason; ///< Why the process before this one ended.
+    struct UnderWay
+    {
+        FunctionId function;
+        Clock::time_point since;
+    };
+    std::map<std::thread::id, UnderWay> m_underWay;
 };
 
 /// How an event of each function gets to its listener; made from functions.h.
