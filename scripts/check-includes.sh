@@ -43,6 +43,7 @@ BEGIN {
         "portable/card")
 
     rule("deviceprocess", "devicelib")
+    rule("devicectl", "access dispatch") # the rules of a policy, the list of commands
 
     rule("companions/common", "")
     rule("companions/browser", "companions/common")

@@ -31,7 +31,7 @@ namespace {
 using namespace std::chrono_literals;
 
 constexpr int format = 1; ///< of the report; another number when a member changes its meaning
-constexpr auto mainThreadWait = 3ms; ///< some frames' worth of its work
+constexpr auto mainThreadWait = 2ms; ///< some frames' worth of its work
 
 double milliseconds(std::chrono::nanoseconds time)
 {

@@ -131,10 +131,11 @@ extern "C" bool restrictDeviceProcess(const char *folders)
 extern "C" int deviceProcessStatus(char *json, int size)
 {
     using deviceprocess::setting;
-    const QString library = setting("camera");
+    static const QString library = setting("camera"); // one process has one
+    static const bool isInside = setting("process") == QLatin1String("inside");
     QJsonObject object{{QStringLiteral("library"),
                         library.isEmpty() ? QStringLiteral("libportabledoccamera.so") : library}};
-    if (setting("process") == QLatin1String("inside")) {
+    if (isInside) {
         object.insert(QStringLiteral("inside"), true);
     } else if (const auto status = deviceprocess::DeviceHost::instance().status()) {
         object.insert(QStringLiteral("pid"), int(status->pid));

@@ -1,0 +1,25 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include "devicectl/exitcode.h"
+
+#include <QString>
+#include <QTextStream>
+
+/// What `devicectl call` is to do.
+struct Call
+{
+    QString text; ///< "name(arguments)"
+    QString name;
+    quint16 port = 1818;
+    QString token; ///< of an access policy; empty: none
+    int answerSeconds = 30; ///< for the answer
+    int waitSeconds = 0; ///< and for what is pushed after it
+    QString until; ///< name of the answer that ends the waiting; empty: none does
+    QString pictureFile; ///< gets the answer's bytes; empty: it is printed
+    QString frameFile; ///< gets the next preview frame; empty: frames are ignored
+    bool isJson = false;
+};
+
+/// Connects, sends the command, prints what is answered and pushed, a line each.
+ExitCode carryOut(const Call &call, QTextStream &out, QTextStream &error);
