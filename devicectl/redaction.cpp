@@ -48,7 +48,7 @@ QString redactedLine(const QString &line)
 {
     static const QRegularExpression quoted(QStringLiteral(R"("((?:[^"\\]|\\.)*)(?:"|$))"));
     static const QRegularExpression call(QStringLiteral(R"(([A-Za-z_]\w{3,})\(([^)]*)\)?)"));
-    static const QRegularExpression frame(QStringLiteral("Begin(\\w+)End"));
+    static const QRegularExpression frame(QStringLiteral("Begin\\w.*End\\w*"));
     static const QRegularExpression digits(QStringLiteral(R"((?:\d[ -]?){10,}\d[0-9Xx]?)"));
     static const QRegularExpression longRun(QStringLiteral(R"([A-Za-z0-9+/=_]{64,})"));
     static const QRegularExpression foreign(QStringLiteral("[^\\x00-\\x7f]+"));

@@ -47,6 +47,13 @@ QJsonObject objectOf(const QByteArray &text)
     return QJsonDocument::fromJson(text).object();
 }
 
+/// Whether the main thread had its say.
+bool answers(const QByteArray &report)
+{
+    const QJsonObject mainThread = objectOf(report).value(QStringLiteral("mainThread")).toObject();
+    return mainThread.value(QStringLiteral("answers")).toBool();
+}
+
 } // namespace
 
 class TestStatusSocket : public QObject
@@ -146,7 +153,8 @@ private Q_SLOTS:
         Q_EMIT CaptureImgThread::instance()->sig_frame("/9j/AAAA");
         page.next();
         recording::reset();
-        const QByteArray text = answerOf(m_path);
+        QByteArray text;
+        QTRY_VERIFY(answers(text = answerOf(m_path)));
         const QJsonObject status = objectOf(text);
         QLog::instance()->handler({});
 
@@ -190,13 +198,6 @@ private Q_SLOTS:
         const accesspolicy::AccessControl access(places, m_folder->path(), m_folder->path());
         StatusReport report({QStringLiteral("9.9"), {}, m_folder->path()}, manager, access);
         const StatusListener listener(m_path, [&report] { return report.make(); });
-        const auto answers = [](const QByteArray &text) {
-            return objectOf(text)
-                .value(QStringLiteral("mainThread"))
-                .toObject()
-                .value(QStringLiteral("answers"))
-                .toBool();
-        };
         QTRY_VERIFY(answers(answerOf(m_path)));
 
         QLocalSocket socket; // without an event loop: nobody serves the main thread's events
