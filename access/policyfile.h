@@ -12,8 +12,8 @@
 
 namespace accesspolicy {
 
-/// Where a policy is looked for; set by start-up and by tests, by nothing that a page or the
-/// environment can change.
+/// Where a policy is looked for; set by start-up and by tests. No page can change it, and the
+/// environment only that of the user's own, which counts where there is no system's.
 struct PolicyPlaces
 {
     QString system = QStringLiteral("/etc/rvowebsocketserver/access.ini");

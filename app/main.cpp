@@ -6,6 +6,7 @@
 #include "app/builddate.h"
 #include "app/descriptorlimit.h"
 #include "app/singleinstance.h"
+#include "base/datafolder.h"
 #include "base/display.h"
 #include "base/logtext.h"
 #include "base/statuspath.h"
@@ -19,6 +20,7 @@
 #include <QApplication>
 #include <QDateTime>
 #include <QDebug>
+#include <QFile>
 
 #include <algorithm>
 #include <cstdio>
@@ -29,6 +31,8 @@ namespace {
 
 constexpr quint16 port = 1818; // hard-coded in every page
 constexpr int faultyPolicy = 78; // EX_CONFIG of sysexits.h
+constexpr int wrongOption = 64; // EX_USAGE
+constexpr int noDataFolder = 73; // EX_CANTCREAT
 
 /// Starts a start-up line with the time, which the log does not add by itself.
 QDebug startLine()
@@ -55,6 +59,44 @@ bool hasOption(int argc, char *argv[], const char *option)
                        [option](const char *given) { return qstrcmp(given, option) == 0; });
 }
 
+/// The value of `--data-dir DIR`; null if the option isn't there.
+QString namedDataFolder(int argc, char *argv[])
+{
+    static const char option[] = "--data-dir";
+    char **const end = argv + argc;
+    char **const given = std::find_if(
+        argv + 1, end, [](const char *argument) { return qstrcmp(argument, option) == 0; });
+    if (given == end) {
+        return QString();
+    }
+    if (given + 1 == end || !*given[1]) {
+        fprintf(stderr, "%s: the folder is missing\n", option);
+        exit(wrongOption);
+    }
+    return QFile::decodeName(given[1]);
+}
+
+/// Before anything is read or written. Ends the program if the folder named can't be used.
+void chooseDataFolder(const QString &named)
+{
+    const QString problem = base::chooseDataFolder(named);
+    if (problem.isEmpty()) {
+        return;
+    }
+    fprintf(stderr, "data folder: %s\n", QFile::encodeName(base::oneLine(problem)).constData());
+    if (!named.isEmpty()) {
+        exit(noDataFolder);
+    }
+}
+
+void logDataFolder()
+{
+    const QString folder = base::dataFolder();
+    if (folder != QCoreApplication::applicationDirPath()) {
+        startLine() << "data folder:" << folder;
+    }
+}
+
 /// A display that can't be reached, mostly for want of XAUTHORITY, is a technician's business.
 void logMissingDisplay()
 {
@@ -76,15 +118,16 @@ void exitIfAnotherRuns()
     exit(EXIT_SUCCESS);
 }
 
-/// The access policy: the system's, or the one beside the program.
+/// The access policy: the system's, or that of the data folder.
 std::unique_ptr<accesspolicy::AccessControl> readPolicy()
 {
-    const QString own = QCoreApplication::applicationDirPath();
+    const QString program = QCoreApplication::applicationDirPath();
+    const QString own = base::dataFolder();
     accesspolicy::PolicyPlaces places;
     places.own = own + QStringLiteral("/access.ini");
-    places.ownFolders = QStringList{own};
+    places.ownFolders = QStringList{program, own};
     return std::make_unique<accesspolicy::AccessControl>(places, own + QStringLiteral("/log"),
-                                                         own + QStringLiteral("/webSite"));
+                                                         program + QStringLiteral("/webSite"));
 }
 
 /// What this program is, for its status.
@@ -119,6 +162,7 @@ int main(int argc, char *argv[])
     }
     base::allowNoDisplay(); // the companions and the device process take over what it chooses
     QApplication application(argc, argv);
+    chooseDataFolder(namedDataFolder(argc, argv));
     // Before the first call of the device library.
     const std::unique_ptr<accesspolicy::AccessControl> access = readPolicy();
     access->restrictDevices();
@@ -132,6 +176,7 @@ int main(int argc, char *argv[])
     }
     access->start();
     startLine() << "boreaTcp：系统启动";
+    logDataFolder();
     logMissingDisplay();
     logVersions();
 

@@ -117,6 +117,13 @@ public:
     /// Compresses into data() and length(). \return false when libjpeg reports an error
     bool compress(const QImage &frame, QSize size, J_COLOR_SPACE space);
 
+    /// For the next files: another quality, and no density.
+    void setPlain(int quality)
+    {
+        m_quality = quality;
+        m_hasDensity = false;
+    }
+
     const uchar *data() const { return m_output.data(); }
     std::size_t length() const { return m_output.size() - m_destination.free_in_buffer; }
 
@@ -144,6 +151,8 @@ private:
     std::array<uchar *, rowsPerBatch> m_rows{};
     std::vector<int> m_columnMap;
     std::vector<int> m_rowMap;
+    int m_quality = defaultQuality;
+    bool m_hasDensity = true;
 };
 
 FrameEncoder::Compressor::Compressor()
@@ -205,8 +214,10 @@ void FrameEncoder::Compressor::begin(const QImage &frame)
 {
     m_jpeg.input_components = frame.depth() / 8;
     jpeg_set_defaults(&m_jpeg);
-    setDensity(frame);
-    jpeg_set_quality(&m_jpeg, defaultQuality, TRUE);
+    if (m_hasDensity) {
+        setDensity(frame);
+    }
+    jpeg_set_quality(&m_jpeg, m_quality, TRUE);
     jpeg_start_compress(&m_jpeg, TRUE);
 }
 
@@ -249,6 +260,8 @@ int FrameEncoder::Compressor::gatherRows(const QImage &frame, int first)
         uchar *target = m_rows[std::size_t(i)];
         if (frame.depth() == 32) {
             gatherRow<4>(source, m_columnMap, target);
+        } else if (frame.depth() == 8) {
+            gatherRow<1>(source, m_columnMap, target);
         } else {
             gatherRow<3>(source, m_columnMap, target);
         }
@@ -278,6 +291,21 @@ QByteArray FrameEncoder::encode(const QImage &frame, QSize size)
         return {};
     }
     return textOf(m_compressor->data(), m_compressor->length());
+}
+
+std::vector<unsigned char> FrameEncoder::fileOf(const QImage &picture, int quality)
+{
+    if (picture.isNull() || qMax(picture.width(), picture.height()) > maxDimension) {
+        return {};
+    }
+    Compressor compressor;
+    compressor.setPlain(quality);
+    const bool isGray = picture.format() == QImage::Format_Grayscale8;
+    if (!compressor.compress(picture, picture.size(),
+                             isGray ? JCS_GRAYSCALE : colorSpaceOf(picture))) {
+        return {};
+    }
+    return {compressor.data(), compressor.data() + compressor.length()};
 }
 
 QByteArray FrameEncoder::encodeByQt(const QImage &frame, QSize size)

@@ -31,6 +31,13 @@ public:
      */
     QByteArray encode(const QImage &frame, QSize size);
 
+    /**
+     * A JPEG file of a picture in its own size, without a density.
+     * \param picture  RGB888, BGR888 or Grayscale8
+     * \return empty on failure
+     */
+    static std::vector<unsigned char> fileOf(const QImage &picture, int quality);
+
 private:
     class Compressor;
 

@@ -27,6 +27,7 @@ add_library(server_core STATIC
     camera/captureimgthread.cpp
     camera/documentcommands.cpp
     camera/frameencoder.cpp
+    camera/imageencoder.cpp
     camera/mat2base64.cpp
     camera/outputcommands.cpp
     camera/previewcommands.cpp
@@ -73,7 +74,10 @@ add_library(server_core STATIC
 target_include_directories(server_core PUBLIC ${PROJECT_SOURCE_DIR})
 target_link_libraries(server_core
     PUBLIC access_rules base devicelib Qt5::Core Qt5::Gui Qt5::Network Qt5::WebSockets Qt5::Widgets
-    PRIVATE companion_common warnings ${CMAKE_DL_LIBS} OpenCV::imgproc OpenCV::imgcodecs JPEG::JPEG Threads::Threads)
+    PRIVATE companion_common warnings OpenCV::imgproc JPEG::JPEG Threads::Threads ${CMAKE_DL_LIBS})
+
+add_library(imageencoder MODULE camera/imageencodermodule.cpp)
+target_link_libraries(imageencoder PRIVATE warnings OpenCV::core OpenCV::imgcodecs)
 
 # The log has the date of the build, so all that the program is linked from renews it.
 set(_build_date ${PROJECT_BINARY_DIR}/builddate.cpp)
@@ -86,6 +90,7 @@ set_source_files_properties(app/main.cpp PROPERTIES
     COMPILE_DEFINITIONS SERVER_VERSION="${PROJECT_VERSION}")
 add_executable(rvowebSocketServer app/main.cpp app/icons.qrc ${_build_date})
 target_link_libraries(rvowebSocketServer PRIVATE server_core warnings)
+add_dependencies(rvowebSocketServer imageencoder)
 if(DEVICE_LIBRARIES)
     target_link_libraries(rvowebSocketServer PRIVATE ${DEVICE_LIBRARIES})
 else()

@@ -1,7 +1,9 @@
 // SPDX-License-Identifier: MIT
 #include "companionclients/configini.h"
 
-#include <QCoreApplication>
+#include "base/datafolder.h"
+
+#include <QFileInfo>
 #include <QSettings>
 
 ConfigIni::ConfigIni()
@@ -10,14 +12,17 @@ ConfigIni::ConfigIni()
     const auto browserKey = QStringLiteral("browser");
     const auto padsizeKey = QStringLiteral("padsize");
 
-    QSettings file(QCoreApplication::applicationDirPath() + QLatin1String("/server.ini"),
-                   QSettings::IniFormat);
+    const QString path = base::findData(QStringLiteral("server.ini"));
+    QSettings file(path, QSettings::IniFormat);
     port = quint16(file.value(portKey, 1818).toInt());
     browser = file.value(browserKey, QStringLiteral("uos-browser")).toString();
     padsize = file.value(padsizeKey, QSize(1280, 800)).toSize();
     // The counter pages are made for this browser; the key's other default above is intended.
     browser = QStringLiteral("gnome-www-browser");
 
+    if (QFileInfo(path).path() != base::dataFolder()) {
+        return;
+    }
     file.setValue(portKey, int(port));
     file.setValue(browserKey, browser);
     file.setValue(padsizeKey, padsize);

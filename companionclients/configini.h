@@ -5,10 +5,11 @@
 #include <QString>
 
 /**
- * Settings of the counter pages' browser, from `server.ini` beside the program.
+ * Settings of the counter pages' browser, from `server.ini`, wherever base/datafolder.h finds it.
  *
  * The constructor reads the file and writes the values back at once, which creates a missing file
- * or key. It is no error if the file can't be written.
+ * or key; but not to a file outside the data folder, which is the administrator's. It is no error
+ * if the file can't be written.
  */
 class ConfigIni
 {

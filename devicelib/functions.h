@@ -10,7 +10,11 @@
 // kind     Query, or Setting: its last call is repeated to a new device process, or
 //          SettingOf: the same for each value of its first argument, or
 //          Opening: repeated until a Closing of the same camera, when it succeeded, or
-//          Raw: a query whose `const char *` are bytes of a length that nobody says
+//          Raw: a query whose `const char *` are bytes of a length that nobody says, or
+//          Frame: a query that is repeated once if the device process ends meanwhile, or
+//          Later: a query that calls its listener once, when it is done. If the device process ends
+//          before, the listener gets zeros and nulls, or
+//          Score: the same, but the listener gets -1: a score of 0 is no failure
 // seconds  how long it may take before the device process is taken for stuck
 
 #ifndef DEVICE
@@ -31,9 +35,9 @@ DEVICE(doccamera, Opening,    30, bool, bStartPlayOpen, (), ())
 DEVICE(doccamera, Closing,    30, bool, bStopPlay, (), ())
 DEVICE(doccamera, Opening,    30, bool, bStartPlay4, (), ())
 DEVICE(doccamera, Closing,    30, bool, bStopPlay4, (), ())
-DEVICE(doccamera, Query,       5, bool, getVideoFrame, (QImage &frame), (frame))
-DEVICE(doccamera, Query,       5, bool, getVideoFrameMat, (cv::Mat &frame), (frame))
-DEVICE(doccamera, Query,       5, bool, getVideoFrameMatEx, (cv::Mat &frame), (frame))
+DEVICE(doccamera, Frame,       5, bool, getVideoFrame, (QImage &frame), (frame))
+DEVICE(doccamera, Frame,       5, bool, getVideoFrameMat, (cv::Mat &frame), (frame))
+DEVICE(doccamera, Frame,       5, bool, getVideoFrameMatEx, (cv::Mat &frame), (frame))
 DEVICE(doccamera, Query,      30, bool, bAVPreview, (qint64 first, qint64 second), (first, second))
 DEVICE(doccamera, Setting,     5, void, vSetImageDispFlag, (bool on), (on))
 
@@ -154,14 +158,14 @@ DEVICE(doccamera, Query,      30, qint64, lImageIdMatch, (const char *image1, co
 DEVICE(doccamera, Query,      30, bool, bImageMatch, (const char *image1, const char *image2), (image1, image2))
 DEVICE(doccamera, Raw,        30, qint64, lFaceFeatureMatch, (const char *feature1, const char *feature2), (feature1, feature2))
 DEVICE(doccamera, Query,      90, bool, bFaceFeatureGet, (bool flag, const char *text1, const char *text2, void (*onFeature)(const char *feature, void *context), void *context), (flag, text1, text2, onFeature, context))
-DEVICE(doccamera, Query,      30, bool, bImageMatchOnline, (const char *text, int a, int b, int c, void (*onResult)(int result, void *context)), (text, a, b, c, onResult))
-DEVICE(doccamera, Query,      30, bool, bFaceFeatureGetOnline, (int a, int b, void (*onFeature)(const char *feature, void *context)), (a, b, onFeature))
+DEVICE(doccamera, Score,      30, bool, bImageMatchOnline, (const char *text, int a, int b, int c, void (*onResult)(int result, void *context)), (text, a, b, c, onResult))
+DEVICE(doccamera, Later,      30, bool, bFaceFeatureGetOnline, (int a, int b, void (*onFeature)(const char *feature, void *context)), (a, b, onFeature))
 DEVICE(doccamera, Query,      30, bool, bLivingBodyDetect, (), ())
-DEVICE(doccamera, Query,      30, bool, bLivingBodyDetectOnline, (int a, int b, void (*onResult)(int result, void *context)), (a, b, onResult))
-DEVICE(doccamera, Query,      30, bool, AutoLivingBody, (void (*onData)(const char *data, int length, int kind)), (onData))
-DEVICE(doccamera, Query,      30, void, CloseLivingBody, (void (*onDone)()), (onDone))
-DEVICE(doccamera, Query,      30, void, DemoUIShow, (int number, void (*onResult)(int result)), (number, onResult))
-DEVICE(doccamera, Query,      30, void, fingerCaptureRawData, (int timeoutMs, void (*onCapture)(QByteArray image, QByteArray feature, int score, const char *message, void *context), void *context), (timeoutMs, onCapture, context))
+DEVICE(doccamera, Later,      30, bool, bLivingBodyDetectOnline, (int a, int b, void (*onResult)(int result, void *context)), (a, b, onResult))
+DEVICE(doccamera, Closing,    30, bool, AutoLivingBody, (void (*onData)(const char *data, int length, int kind)), (onData))
+DEVICE(doccamera, Later,      30, void, CloseLivingBody, (void (*onDone)()), (onDone))
+DEVICE(doccamera, Later,      30, void, DemoUIShow, (int number, void (*onResult)(int result)), (number, onResult))
+DEVICE(doccamera, Score,      30, void, fingerCaptureRawData, (int timeoutMs, void (*onCapture)(QByteArray image, QByteArray feature, int score, const char *message, void *context), void *context), (timeoutMs, onCapture, context))
 DEVICE(doccamera, Raw,        30, int, lFingerMatch, (int mode, const char *feature, int count, const char *storedFeatures), (mode, feature, count, storedFeatures))
 
 // Cards

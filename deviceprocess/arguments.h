@@ -23,7 +23,7 @@ namespace deviceprocess {
 using SizeList = std::vector<std::pair<double, double>>;
 
 /// How a function of functions.h is treated; see there.
-enum class FunctionKind { Query, Setting, SettingOf, Opening, Closing, Raw };
+enum class FunctionKind { Query, Setting, SettingOf, Opening, Closing, Raw, Frame, Later, Score };
 
 /// What an argument does; follows from its type and its neighbours'.
 enum class Role {

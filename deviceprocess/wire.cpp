@@ -71,12 +71,11 @@ void takeDescriptor(msghdr *received, int *descriptor)
 Received readExactly(int socket, char *data, std::size_t size, Clock::time_point until,
                      int *descriptor)
 {
+    // Every system call counts in a preview: no poll() where bytes are there already, nor without a
+    // limit to watch.
+    const int waiting = until == Clock::time_point::max() ? 0 : MSG_DONTWAIT;
     std::size_t done = 0;
     while (done < size) {
-        const Received ready = waitFor(socket, POLLIN, until);
-        if (ready != Received::Message) {
-            return ready;
-        }
         iovec part{data + done, size - done};
         Control control;
         msghdr received{};
@@ -84,13 +83,18 @@ Received readExactly(int socket, char *data, std::size_t size, Clock::time_point
         received.msg_iovlen = 1;
         received.msg_control = control.bytes;
         received.msg_controllen = sizeof control.bytes;
-        const ssize_t got = recvmsg(socket, &received, MSG_CMSG_CLOEXEC | MSG_DONTWAIT);
+        const ssize_t got = recvmsg(socket, &received, MSG_CMSG_CLOEXEC | waiting);
         if (got == 0 || (got < 0 && errno != EAGAIN && errno != EINTR)) {
             return Received::Closed;
         }
         if (got > 0) {
             takeDescriptor(&received, descriptor);
             done += std::size_t(got);
+        } else if (errno == EAGAIN) {
+            const Received ready = waitFor(socket, POLLIN, until);
+            if (ready != Received::Message) {
+                return ready;
+            }
         }
     }
     return Received::Message;

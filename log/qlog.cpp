@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "log/qlog.h"
 
+#include "base/datafolder.h"
 #include "log/longtext.h"
 #include "log/qlogtonet.h"
 
@@ -137,7 +138,7 @@ void createPrivateFolder(const QString &path)
 
 QString defaultLogPath()
 {
-    return QCoreApplication::applicationDirPath() + QStringLiteral("/log");
+    return base::dataFolder() + QStringLiteral("/log");
 }
 
 } // namespace

@@ -10,7 +10,8 @@ usage: scripts/break-device-process.sh [rounds]
 
 Builds the server and starts it, with preview, captures, PDF, recording, card reads and uploads going
 on, and so many times (default 200, 25 minutes) ends its device process by SIGKILL or SIGSTOP at a
-random moment. Fails when a command isn't answered or the picture takes longer than 3 s to come back.
+random moment. Fails when a command isn't answered, the picture takes longer than 3 s to come back, or
+no device process runs when a round begins.
 Needs port 1818, Node and the npm packages of tests/web.
 TEXT
 }
@@ -29,7 +30,7 @@ install_npm_packages
 build release product
 choose_platform
 folder=$(mktemp -d)
-(cd build/release && exec ./rvowebSocketServer) >"$folder/server.txt" 2>&1 &
+(cd build/release && exec ./rvowebSocketServer --simulate) >"$folder/server.txt" 2>&1 &
 server=$!
 trap 'kill "$server"; rm -rf "$folder"' EXIT
 sleep 2

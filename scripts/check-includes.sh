@@ -44,6 +44,7 @@ BEGIN {
 
     rule("deviceprocess", "devicelib")
     rule("devicectl", "access dispatch") # the rules of a policy, the list of commands
+    rule("docs", "devicelib") # the example of a device library
 
     rule("companions/common", "")
     rule("companions/browser", "companions/common")

@@ -58,6 +58,7 @@ build() {
     shift 2
     [ "$name" != release ] || type=Release
     say "building $target in build/$name"
-    cmake -S . -B "build/$name" -G Ninja -DCMAKE_BUILD_TYPE="$type" --log-level=WARNING "$@"
+    cmake -S . -B "build/$name" -G Ninja -DCMAKE_BUILD_TYPE="$type" -DWARNINGS_AS_ERRORS=ON \
+        --log-level=WARNING "$@"
     cmake --build "build/$name" --target "$target"
 }

@@ -10,7 +10,7 @@ for program in clang-tidy shellcheck python3 git; do
     command -v "$program" >/dev/null || fail "$program is not installed"
 done
 say "configuring $build"
-cmake -S . -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=Debug -DBUILD_BENCH=ON --log-level=WARNING \
+cmake -S . -B "$build" -G Ninja -DCMAKE_BUILD_TYPE=Debug -DWARNINGS_AS_ERRORS=ON -DBUILD_BENCH=ON --log-level=WARNING \
     -DCMAKE_EXPORT_COMPILE_COMMANDS=ON -DCMAKE_AUTOGEN_ORIGIN_DEPENDS=OFF >/dev/null
 ninja -C "$build" -t targets all | sed -n 's/^\(\w*_autogen\):.*/\1/p' | sort -u \
     | xargs ninja -C "$build" >/dev/null

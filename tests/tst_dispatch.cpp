@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+#include "camera/imageencoder.h"
 #include "camera/mat2base64.h"
 #include "dispatch/arguments.h"
 #include "dispatch/base64.h"
@@ -10,6 +11,7 @@
 #include <QTextCodec>
 #include <QtTest>
 #include <opencv2/imgcodecs.hpp>
+#include <opencv2/imgproc.hpp>
 
 #include <thread>
 
@@ -34,6 +36,14 @@ class TestDispatch : public QObject
     Q_OBJECT
 
 private Q_SLOTS:
+    void initTestCase()
+    {
+        const QString module =
+            QCoreApplication::applicationDirPath() + QStringLiteral("/libimageencoder.so");
+        QFile::remove(module);
+        QVERIFY(QFile::link(QStringLiteral(IMAGE_ENCODER), module));
+    }
+
     void init() { recording::reset(); }
 
     void everyCommandIsRegisteredOnce()
@@ -235,6 +245,40 @@ private Q_SLOTS:
         QVERIFY(cv::norm(back, picture, cv::NORM_INF) < 8);
         QCOMPARE(Mat2Base64(cv::Mat(), "JPG"), std::string());
         QCOMPARE(Mat2Base64(picture, "no such type"), std::string());
+    }
+
+    /// Pages get the same picture whether the module with OpenCV's encoders is installed or not.
+    void jpegWithoutTheModule_data()
+    {
+        const Rows<int, int, int> row("width", "height", "channels");
+        row("color", 1280, 720, 3);
+        row("odd", 61, 37, 3);
+        row("wide", 5000, 3, 3);
+        row("gray", 321, 200, 1);
+    }
+
+    void jpegWithoutTheModule()
+    {
+        QFETCH(int, width);
+        QFETCH(int, height);
+        QFETCH(int, channels);
+        cv::Mat picture(height, width, CV_8UC(channels));
+        cv::randu(picture, 0, 255);
+        cv::blur(picture, picture, {5, 5});
+        std::vector<unsigned char> expected;
+        QVERIFY(cv::imencode(".jpg", picture, expected, {cv::IMWRITE_JPEG_QUALITY, 70}));
+        QVERIFY(encodeJpeg(picture, 70) == expected);
+        const cv::Mat part = picture(cv::Rect(1, 1, width - 2, height - 2)); // with gaps
+        QVERIFY(cv::imencode(".jpg", part, expected, {cv::IMWRITE_JPEG_QUALITY, 70}));
+        QVERIFY(encodeJpeg(part, 70) == expected);
+    }
+
+    void otherFormatsByTheModule()
+    {
+        const cv::Mat picture(48, 64, CV_8UC3, cv::Scalar(10, 200, 30));
+        const auto file = encodeImage(picture, "png", 70);
+        QVERIFY(!file.empty());
+        QVERIFY(cv::norm(cv::imdecode(file, cv::IMREAD_COLOR), picture) == 0);
     }
 };
 

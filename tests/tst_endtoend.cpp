@@ -12,6 +12,7 @@
 #include <QImage>
 #include <QProcess>
 #include <QTcpSocket>
+#include <QTemporaryDir>
 #include <QtTest>
 
 #include <memory>
@@ -132,6 +133,34 @@ private Q_SLOTS:
         QVERIFY(at >= 0 && words[3].toLong() >= qMin(words[4].toLong(), 65536L));
     }
 
+    void dataIsInTheFolderThatIsNamed()
+    {
+        end();
+        const QTemporaryDir pages;
+        const QString data = pages.filePath(line("data"));
+        const QString option = line("--data-dir");
+        for (const auto &[arguments, code] :
+             {std::pair(QStringList{option}, 64), std::pair(QStringList{option, program()}, 73)}) {
+            QCOMPARE(QProcess::execute(program(), arguments), code);
+        }
+        const QString policy = line("[grant.a] origin=none|allow=file.read [files] read=");
+        writeFile(data + line("/access.ini"), policyText(policy + pages.path()));
+        writeFile(pages.filePath(line("seen")));
+        start({option, data});
+        Page page(port);
+        for (const auto &[name, seen] :
+             {std::pair("seen", "true"), std::pair("data/access.ini", "false")}) {
+            page.send(line("bFileIsExist(%1)").arg(pages.filePath(line(name))));
+            QCOMPARE(page.nextReply(), line("BeginbFileIsExist%1EndbFileIsExist").arg(line(seen)));
+        }
+        const QByteArray place = "data folder: \"" + data.toUtf8() + "\"\n";
+        const QString logs = data + line("/log/vx_log_%1.txt");
+        QVERIFY(contentOf(logs.arg(QDate::currentDate().toString(Qt::ISODate))).contains(place));
+        QVERIFY(!log().contains(place));
+        end();
+        start();
+    }
+
     // The last one: it leaves the policy behind.
     void thePolicyBesideTheProgram()
     {
@@ -165,7 +194,7 @@ private:
         return contentOf(inFolder(line("log/vx_log_%1.txt").arg(today)));
     }
 
-    void start()
+    void start(const QStringList &options = {})
     {
         QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
         environment.insert(line("QT_LOGGING_RULES"),
@@ -178,7 +207,7 @@ private:
         getrlimit(RLIMIT_NOFILE, &before);
         const rlimit few{500, before.rlim_max}; // which the server raises
         setrlimit(RLIMIT_NOFILE, &few);
-        m_server.start(program(), {line("--simulate")});
+        m_server.start(program(), QStringList{line("--simulate")} + options);
         QVERIFY(m_server.waitForStarted());
         setrlimit(RLIMIT_NOFILE, &before);
         QTRY_VERIFY_WITH_TIMEOUT(somebodyListens(), 30000);

@@ -536,7 +536,9 @@ private Q_SLOTS:
         for (const char *bad : {"absent.png", "strip.png"}) {
             m_log->takeLines();
             QVERIFY(!SplitPic(utf8(bad), utf8("x")));
-            QVERIFY(m_log->takeLines().value(0).startsWith(line("SplitPic: ") + path(bad)));
+            const QString said = m_log->takeLines().value(0);
+            QVERIFY(said.startsWith(line("SplitPic: ") + path(bad)));
+            QCOMPARE(said.contains(line("too narrow")), qstrcmp(bad, "strip.png") == 0);
         }
         QVERIFY(!SplitPic(utf8("书 1.v2.png"), "")
                 && !SplitPic(utf8("书 1.v2.png"), utf8("camera.png")));

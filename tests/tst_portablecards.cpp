@@ -788,7 +788,9 @@ private:
     {
         auto real = std::make_unique<FakeCards>();
         m_real = real.get();
-        m_readers = std::make_unique<CardReaders>(m_folder->path(), std::move(real), timeLimit);
+        m_readers = std::make_unique<CardReaders>(
+            [this](const QString &name) { return m_folder->filePath(name); }, std::move(real),
+            timeLimit);
     }
 
     QString cardPath(const char *name) const

@@ -421,6 +421,8 @@ private Q_SLOTS:
         QString identifiers = take(sEnumUSBDevice());
         identifiers.remove(QRegularExpression(line(" [^|]*")));
         QCOMPARE(take(sGetDevicesId()), identifiers);
+        QCOMPARE(PortableLog::lines().filter(line("this machine has no USB")).size(),
+                 identifiers.isEmpty() ? 2 : 0);
         const QString serial = take(sGetSerialNum());
         const QStringList lines =
             PortableLog::takeLines().filter(line("sGetSerialNum: camera 1 has no serial number"));

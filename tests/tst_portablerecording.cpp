@@ -165,7 +165,7 @@ QByteArray textOf(const QList<int> &numbers)
 /// Records the test scene for a moment, until the application ends.
 int recordScene(const QByteArray &path)
 {
-    if (!bStartPlay(0) || !bStartRec(path.constData())) {
+    if (!bStartPlay(0) || isRecording() || !bStartRec(path.constData()) || !isRecording()) {
         return 1;
     }
     QTimer::singleShot(200, QCoreApplication::instance(), &QCoreApplication::quit);

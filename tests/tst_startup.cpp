@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 #include "app/singleinstance.h"
+#include "base/datafolder.h"
 #include "companionclients/configini.h"
 #include "tests/files.h"
 #include "tests/rows.h"
@@ -8,6 +9,8 @@
 #include <QSettings>
 #include <QTemporaryDir>
 #include <QtTest>
+#include <sys/stat.h>
+#include <unistd.h>
 
 namespace {
 
@@ -64,6 +67,112 @@ private Q_SLOTS:
         QCOMPARE(back.value(QStringLiteral("browser")).toString(), settings.browser);
         QCOMPARE(back.value(QStringLiteral("port")).toInt(), int{settings.port});
         QCOMPARE(back.value(QStringLiteral("padsize")).toSize(), settings.padsize);
+    }
+
+    void settingsOutsideTheDataFolderStayAsTheyAre()
+    {
+        // The administrator's; here those beside the program stand for them.
+        const QTemporaryDir data;
+        qputenv(base::dataFolderVariable, QFile::encodeName(data.path()));
+        writeFile(settingsFile(), "[General]\npadsize=@Size(1 2)\n");
+        QCOMPARE(ConfigIni().padsize, QSize(1, 2));
+        QCOMPARE(contentOf(settingsFile()), QByteArray("[General]\npadsize=@Size(1 2)\n"));
+        QFile::remove(settingsFile());
+        QCOMPARE(ConfigIni().padsize, QSize(1280, 800));
+        QCOMPARE(everythingIn(data.path()), QStringList{line("server.ini")});
+        qunsetenv(base::dataFolderVariable);
+    }
+
+    void dataIsFoundInTheFirstFolderThatHasIt_data()
+    {
+        const Rows<QString, QString, QString> row("there", "dataFolder", "found");
+        // clang-format off
+        row("nowhere",              "",                         "d", "d/name");
+        row("everywhere",           "d/name e/name p/name",     "d", "d/name");
+        row("not of the user",      "e/name p/name",            "d", "e/name");
+        row("only installed",       "p/name/card.json",         "d", "p/name");
+        row("own folder",           "p/name e/name",            "p", "p/name");
+        row("own folder, nowhere",  "d/name e/name",            "p", "p/name");
+        // clang-format on
+    }
+
+    void dataIsFoundInTheFirstFolderThatHasIt()
+    {
+        QFETCH(QString, there);
+        QFETCH(QString, dataFolder);
+        const QTemporaryDir folder;
+        const auto names = there.split(QLatin1Char(' '));
+        for (const QString &name : names) {
+            writeFile(folder.filePath(name.isEmpty() ? line("x") : name));
+        }
+        const base::DataPlaces places{folder.filePath(dataFolder), folder.filePath(line("e")),
+                                      folder.filePath(line("p"))};
+        const QString found = places.find(line("name"));
+        QTEST(found.mid(folder.path().size() + 1), "found");
+    }
+
+    void theDataFolderIsChosen_data()
+    {
+        const Rows<QString, QString, QString, QString, QString, QString> row(
+            "program", "stateHome", "variable", "named", "chosen", "problem");
+        // clang-format off
+        row("program's own",         "p",  "$/s",  "",    "",      "",    "");
+        row("program's is not",      "",   "$/s",  "",    "",      "$/s/rvowebsocketserver", "");
+        row("no state home",         "",   "",     "",    "",      "$/h/.local/state/rvowebsocketserver", "");
+        row("relative state home",   "",   "s",    "",    "",      "$/h/.local/state/rvowebsocketserver", "");
+        row("state can't be made",   "",   "$/f",  "",    "",      "",    "$/f/rvowebsocketserver: it can't be created");
+        row("named",                 "p",  "$/s",  "",    "$/a/b/","$/a/b", "");
+        row("named, and a variable", "p",  "$/s",  "$/v", "$/a",   "$/a", "");
+        row("named, relative",       "p",  "",     "",    "a/../c","$/c", "");
+        row("named, program's own",  "p",  "",     "",    "$/p",   "",    "");
+        row("by the variable",       "p",  "",     "$/v", "",      "$/v", "");
+        row("a file",                "p",  "",     "",    "$/f",   "",    "$/f: it can't be created");
+        row("another user's",        "p",  "",     "",    "$/o",   "",    "$/o: it belongs to ");
+        // clang-format on
+    }
+
+    void theDataFolderIsChosen()
+    {
+        QFETCH(QString, stateHome);
+        QFETCH(QString, variable);
+        QFETCH(QString, named);
+        QFETCH(QString, chosen);
+        QFETCH(QString, problem);
+        const QTemporaryDir folder;
+        const auto in = [&folder](QString text) {
+            return text.replace(QLatin1Char('$'), folder.path());
+        };
+        QVERIFY(QDir(folder.path()).mkdir(line("p")) && QDir(folder.path()).mkdir(line("o")));
+        writeFile(folder.filePath(line("f")));
+        QCOMPARE(chown(Utf8(folder.filePath(line("o"))), 12345, gid_t(-1)),
+                 geteuid() == 0 ? 0 : -1);
+        if (problem.contains(line("belongs")) && geteuid() != 0) {
+            QSKIP("only root can make another user's folder");
+        }
+        const QString before = QDir::currentPath();
+        QDir::setCurrent(folder.path());
+        const QByteArray home = qgetenv("HOME");
+        qputenv("HOME", QFile::encodeName(in(line("$/h"))));
+        qputenv("XDG_STATE_HOME", QFile::encodeName(in(stateHome)));
+        qputenv(base::dataFolderVariable, QFile::encodeName(in(variable)));
+        QFETCH(QString, program);
+        // A folder that isn't there can't be written, not even by root.
+        const QString why = base::chooseDataFolder(
+            in(named), program.isEmpty() ? line("/nowhere") : folder.filePath(program));
+        const QString result = QFile::decodeName(qgetenv(base::dataFolderVariable));
+        qputenv("HOME", home);
+        qunsetenv("XDG_STATE_HOME");
+        qunsetenv(base::dataFolderVariable);
+        QDir::setCurrent(before);
+
+        QCOMPARE(result, in(chosen));
+        QCOMPARE(why.left(in(problem).size()), in(problem));
+        QCOMPARE(why.isEmpty(), problem.isEmpty());
+        struct stat status = {};
+        if (!chosen.isEmpty()) {
+            QCOMPARE(stat(Utf8(result), &status), 0);
+            QCOMPARE(status.st_mode & 07777, mode_t(0700));
+        }
     }
 
     // tst_endtoend checks that a second process exits.

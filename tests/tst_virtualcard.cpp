@@ -93,7 +93,9 @@ private Q_SLOTS:
         QVERIFY(ini.open(QIODevice::WriteOnly));
         ini.write("[cards]\nreader=pcsc\n");
         ini.close();
-        m_readers = std::make_unique<CardReaders>(m_folder->path(), std::make_unique<PcscCards>());
+        m_readers = std::make_unique<CardReaders>(
+            [this](const QString &name) { return m_folder->filePath(name); },
+            std::make_unique<PcscCards>());
 
         QString reason;
         if (!PcscCards().hasReader(&reason)) {

@@ -2,6 +2,7 @@
 //
 // The browser helper: shows pages on the customer's screen, at the server's request.
 
+#include "base/datafolder.h"
 #include "companions/browser/browserhelper.h"
 #include "companions/common/companionprogram.h"
 #include "companions/common/customerscreen.h"
@@ -14,9 +15,9 @@ int main(int argc, char *argv[])
     prepareCompanion();
     QGuiApplication application(argc, argv);
     QGuiApplication::setQuitOnLastWindowClosed(false);
-    const QString settings = QCoreApplication::applicationDirPath() + QLatin1String("/server.ini");
-    BrowserHelper helper([settings] { return BrowserSettings::read(settings); },
-                         [] { return hasDisplay() ? screenGeometries() : QVector<QRect>(); });
+    BrowserHelper helper(
+        [] { return BrowserSettings::read(base::findData(QStringLiteral("server.ini"))); },
+        [] { return hasDisplay() ? screenGeometries() : QVector<QRect>(); });
     if (!hasDisplay()) {
         // Only a new instance finds a display that appears later.
         qWarning() << "no display: every page will fail; DISPLAY is" << qgetenv("DISPLAY")

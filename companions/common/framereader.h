@@ -20,7 +20,8 @@ struct Request
 class FrameReader
 {
 public:
-    static constexpr int maxPartSize = 16 * 1024 * 1024; ///< bytes
+    /// In bytes: what the server takes from a page.
+    static constexpr int maxPartSize = 128 * 1024 * 1024;
 
     /// \param partsOfType  number of parts by type of request
     explicit FrameReader(const QMap<int, int> &partsOfType);

@@ -2,6 +2,7 @@
 //
 // The signature service.
 
+#include "base/datafolder.h"
 #include "base/memorylimit.h"
 #include "companions/common/companionprogram.h"
 #include "companions/signature/signatureservice.h"
@@ -56,8 +57,7 @@ int main(int argc, char *argv[])
     const QString strokes = strokesFile();
     try {
         SignatureService service(script(strokes));
-        QDir::setCurrent(
-            QCoreApplication::applicationDirPath()); // requests may name files relative to it
+        QDir::setCurrent(base::dataFolder()); // requests may name files relative to it
         return runCompanion(service.start());
     } catch (const QString &error) {
         qCritical() << "the strokes file" << strokes << "-" << error;

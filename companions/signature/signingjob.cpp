@@ -154,7 +154,7 @@ void SigningJob::stop()
 
 void SigningJob::open()
 {
-    m_request = SigningRequest::fromJson(m_type, m_json);
+    m_request.read(m_type, m_json);
     m_original = contentOf(m_request.pdfPath);
     m_document = std::make_unique<PdfDocument>(m_original);
     const QSizeF pageSize = m_document->pageSize(m_request.page);

@@ -40,7 +40,7 @@ QVector<double> numbers(const QString &text)
 
 } // namespace
 
-SigningRequest SigningRequest::fromJson(int type, const QByteArray &json)
+void SigningRequest::read(int type, const QByteArray &json)
 {
     const QJsonDocument document = QJsonDocument::fromJson(json);
     if (!document.isObject()) {
@@ -48,30 +48,27 @@ SigningRequest SigningRequest::fromJson(int type, const QByteArray &json)
     }
     const QJsonObject object = document.object();
 
-    SigningRequest request;
-    request.pdfPath = object.value(QLatin1String("pdfpath")).toString();
-    request.xmlPath = object.value(QLatin1String("xmlpath")).toString();
-    request.retain = object.value(QLatin1String("retain")).toString() == QLatin1String("1");
-    request.timeoutSeconds =
-        std::clamp(object.value(QLatin1String("timeout")).toInt(), 0, maxTimeout);
-    request.wholeDocument = type == 2;
-    if (request.pdfPath.isEmpty()) {
+    pdfPath = object.value(QLatin1String("pdfpath")).toString();
+    xmlPath = object.value(QLatin1String("xmlpath")).toString();
+    retain = object.value(QLatin1String("retain")).toString() == QLatin1String("1");
+    timeoutSeconds = std::clamp(object.value(QLatin1String("timeout")).toInt(), 0, maxTimeout);
+    wholeDocument = type == 2;
+    if (pdfPath.isEmpty()) {
         throw bad(QStringLiteral("the request names no PDF"));
     }
 
-    const QVector<double> place = numbers(object.value(QLatin1String("location")).toString());
-    if (place.size() != 4 && place.size() != 5) {
+    const QVector<double> location = numbers(object.value(QLatin1String("location")).toString());
+    if (location.size() < 4) {
         throw bad(QStringLiteral("the location has %1 numbers: it takes page, x, y, width and, if "
                                  "wanted, height")
-                      .arg(place.size()));
+                      .arg(location.size()));
     }
-    request.page = int(place[0]);
-    const double height = place.size() == 5 ? place[4] : place[3] / defaultAspect;
-    request.place = QRectF(place[1], place[2], place[3], height);
-    if (request.page != place[0] || request.page < 1 || request.place.isEmpty()) {
+    page = int(location[0]);
+    const double height = location.size() > 4 ? location[4] : location[3] / defaultAspect;
+    place = QRectF(location[1], location[2], location[3], height);
+    if (page != location[0] || page < 1 || place.isEmpty()) {
         throw bad(QStringLiteral("the location's page is no page number, or its rectangle empty"));
     }
-    return request;
 }
 
 double SigningRequest::padAspect() const

@@ -26,8 +26,9 @@ struct SigningRequest
     QRectF inkPlace() const;
 
     /**
+     * Takes over a request of the server.
      * \param type  1 or 2, of the request's frame
-     * \throws SigningFailure  BadRequest
+     * \throws SigningFailure  BadRequest; what was read before the fault, such as pdfPath, is kept
      */
-    static SigningRequest fromJson(int type, const QByteArray &json);
+    void read(int type, const QByteArray &json);
 };

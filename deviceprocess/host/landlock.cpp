@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "deviceprocess/host/landlock.h"
 
+#include "base/datafolder.h"
+
 #include <QDir>
 #include <QFile>
 #include <QList>
@@ -121,6 +123,7 @@ void allowUsual(Ruleset *rules)
     rules->allow(QFile::encodeName(QDir::tempPath()), Scratch);
     rules->allow("/tmp", Scratch);
     rules->allow(ownFolder(), Running);
+    rules->allow(qgetenv(base::dataFolderVariable), Reading);
     for (const char *variable : {"DEVICEHOST_CAMERA", "DEVICEHOST_CARDS"}) {
         const QByteArray library = qgetenv(variable);
         if (library.startsWith('/')) {

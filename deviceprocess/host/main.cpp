@@ -24,9 +24,11 @@
 #include <sys/resource.h>
 #include <unistd.h>
 
+#include <chrono>
 #include <csignal>
 #include <cstdlib>
 #include <memory>
+#include <system_error>
 #include <thread>
 
 using namespace deviceprocess;
@@ -74,24 +76,46 @@ void sendLogLine(QtMsgType type, const QMessageLogContext &, const QString &text
     }
 }
 
-/// The server has gone: so do we at once, and our children.
-[[noreturn]] void endWithServer()
+/// At once, and with our children.
+[[noreturn]] void endAtOnce()
 {
     kill(0, SIGKILL); // the process group, which is ours alone
     _exit(0);
 }
 
 /// Calls of the server's main thread are carried out on ours: windows want that.
-void serveOnMainThread(std::unique_ptr<CallerLink> link)
+void serveOnMainThread(const std::shared_ptr<CallerLink> &link)
 {
     auto *notifier = new QSocketNotifier(link->socket(), QSocketNotifier::Read, qApp);
-    const std::shared_ptr<CallerLink> shared = std::move(link);
-    QObject::connect(notifier, &QSocketNotifier::activated, notifier, [notifier, shared] {
-        if (!shared->serveOne()) {
+    QObject::connect(notifier, &QSocketNotifier::activated, notifier, [notifier, link] {
+        if (!link->serveOne()) {
             notifier->setEnabled(false);
             notifier->deleteLater();
         }
     });
+}
+
+/**
+ * Carries out the calls of one of the server's other threads on a thread of its own. Without memory
+ * for one, this process ends: the next has some.
+ */
+void serveOnOwnThread(const std::shared_ptr<CallerLink> &link)
+{
+    for (int tries = 0;; ++tries) {
+        try {
+            std::thread([link] {
+                while (link->serveOne()) { }
+            }).detach();
+            return;
+        } catch (const std::system_error &failure) {
+            if (tries == 30) {
+                qWarning("device process: no thread for another caller: %s", failure.what());
+                endAtOnce();
+            }
+            // On a busy machine those of former callers go late.
+            std::this_thread::sleep_for(std::chrono::milliseconds(10));
+        }
+    }
 }
 
 /// Takes what comes on the control socket, until the server goes.
@@ -110,19 +134,16 @@ void takeControl(Library &library, Pictures &pictures)
             continue;
         }
         const bool isMainThread = reader.value<std::uint8_t>() != 0;
-        auto link =
-            std::make_unique<CallerLink>(std::exchange(message.descriptor, -1), library, pictures);
+        // A shared pointer, for functors are copied on their way.
+        const auto link =
+            std::make_shared<CallerLink>(std::exchange(message.descriptor, -1), library, pictures);
         if (isMainThread) {
-            // A shared pointer, for functors are copied on their way.
-            auto shared = std::make_shared<std::unique_ptr<CallerLink>>(std::move(link));
-            base::postToMainThread([shared] { serveOnMainThread(std::move(*shared)); });
+            base::postToMainThread([link] { serveOnMainThread(link); });
         } else {
-            std::thread([link = std::move(link)] {
-                while (link->serveOne()) { }
-            }).detach();
+            serveOnOwnThread(link);
         }
     }
-    endWithServer();
+    endAtOnce();
 }
 
 } // namespace

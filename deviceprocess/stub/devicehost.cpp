@@ -2,6 +2,7 @@
 #include "deviceprocess/stub/devicehost.h"
 
 #include "deviceprocess/stub/mappedpictures.h"
+#include "deviceprocess/stub/owedresults.h"
 
 #include <QFile>
 #include <QStringList>
@@ -27,10 +28,10 @@ namespace {
 using std::chrono::milliseconds;
 using std::chrono::seconds;
 
-constexpr milliseconds startLimit{10000}; ///< For loading the libraries and repeating settings.
 constexpr seconds longestPause{30}; ///< Between the starts of a process that keeps dying.
 constexpr seconds soundAfter{5}; ///< A process that lived that long counts as a sound one.
-constexpr milliseconds pingAfter{500}; ///< A call that takes longer makes us look.
+constexpr milliseconds pingAfter{500}; ///< A call that takes longer makes us ask.
+constexpr milliseconds lookEvery{100}; ///< During a call, whether the process has been stopped.
 constexpr milliseconds pongLimit{
     1000}; ///< For a thread of the process that has nothing else to do.
 constexpr int lowestDescriptor = 10; ///< Ours are above those that the process gets as 3 and 4.
@@ -38,6 +39,11 @@ constexpr int longestSetting = 1 << 20; ///< In bytes: more is not kept for a ne
 constexpr int eventsPerSecond = 2000; ///< What no camera or reader says; the process runs wild.
 
 thread_local quint64 threadGeneration = 0;
+
+milliseconds scaled(milliseconds time, double factor)
+{
+    return milliseconds(qint64(double(time.count()) * factor));
+}
 
 /// A descriptor that is not among those which posix_spawn fills.
 bool moveUp(int *descriptor)
@@ -88,6 +94,12 @@ int spawn(const QByteArray &program, const std::vector<QByteArray> &furtherEnvir
 QString nameOf(FunctionId function)
 {
     return QString::fromLatin1(functionName(std::uint32_t(function)));
+}
+
+QByteArray previewKey(FunctionId function)
+{
+    const bool isFourth = function == FunctionId::bStartPlay4 || function == FunctionId::bStopPlay4;
+    return isFourth ? "fourth preview" : "preview";
 }
 
 /// Passes a line of the host on to the server's log. The body: its QtMsgType, then the text.
@@ -203,14 +215,16 @@ std::optional<DeviceHost::Status> DeviceHost::status() const
     return status;
 }
 
-DeviceHost::Clock::time_point DeviceHost::deadline(FunctionId function) const
+void DeviceHost::setTimeLimits(const TimeLimits &limits)
 {
-    return Clock::now() + scaled(seconds(functionSeconds(std::uint32_t(function))));
+    m_callFactor = limits.callFactor;
+    m_pauseFactor = limits.pauseFactor;
+    m_startLimit = limits.start;
 }
 
-milliseconds DeviceHost::scaled(milliseconds time) const
+DeviceHost::Clock::time_point DeviceHost::deadline(FunctionId function) const
 {
-    return milliseconds(qint64(double(time.count()) * m_timeFactor));
+    return Clock::now() + scaled(seconds(functionSeconds(std::uint32_t(function))), m_callFactor);
 }
 
 bool DeviceHost::isUsable(const Connection &connection) const
@@ -231,7 +245,7 @@ std::shared_ptr<DeviceHost::Connection> DeviceHost::connection(Clock::time_point
         m_state = State::Starting;
         m_supervisor = std::thread(&DeviceHost::supervise, this);
     }
-    const auto latest = std::min(until, Clock::now() + startLimit);
+    const auto latest = std::min(until, Clock::now() + m_startLimit.load());
     m_changed.wait_until(lock, latest, [this] { return m_state != State::Starting; });
     if (m_state != State::Running) {
         return nullptr;
@@ -282,20 +296,22 @@ void DeviceHost::keepSetting(FunctionId function, FunctionKind kind, const QByte
     m_settings.push_back({function, key, arguments});
 }
 
+/// Before the call: one that ends the process closes the preview as well.
+void DeviceHost::forgetPreview(FunctionId function, FunctionKind kind)
+{
+    if (kind == FunctionKind::Opening || kind == FunctionKind::Closing) {
+        forgetSetting({function, previewKey(function), {}});
+    }
+}
+
 /// A preview that is open is opened again in a new process, before anybody notices more than a gap.
 void DeviceHost::keepPreview(FunctionId function, FunctionKind kind, const QByteArray &arguments,
                              const Message &reply)
 {
-    if (kind != FunctionKind::Opening && kind != FunctionKind::Closing) {
-        return;
-    }
-    const bool isFourth = function == FunctionId::bStartPlay4 || function == FunctionId::bStopPlay4;
-    const QByteArray key = isFourth ? "fourth preview" : "preview";
-    forgetSetting({function, key, {}});
     Reader answer(reply);
     if (kind == FunctionKind::Opening && answer.value<bool>()) {
         const std::lock_guard<std::mutex> lock(m_mutex);
-        m_settings.push_back({function, key, arguments});
+        m_settings.push_back({function, previewKey(function), arguments});
     }
 }
 
@@ -309,7 +325,31 @@ bool DeviceHost::call(FunctionId function, FunctionKind kind, const Writer &argu
                       Message *reply)
 {
     keepSetting(function, kind, arguments.body());
+    forgetPreview(function, kind);
     const auto until = deadline(function);
+    bool isAnswered = attempt(function, arguments, until, reply);
+    if (!isAnswered && kind == FunctionKind::Frame && isReplaced(threadGeneration, until)) {
+        isAnswered = attempt(function, arguments, until, reply);
+    }
+    if (isAnswered) {
+        keepPreview(function, kind, arguments.body(), *reply);
+    }
+    return isAnswered;
+}
+
+/// Waits for another process than this one, but not for one whose start is put off.
+bool DeviceHost::isReplaced(quint64 generation, Clock::time_point until)
+{
+    std::unique_lock<std::mutex> lock(m_mutex);
+    const auto isNew = [=] { return m_state == State::Running && m_generation != generation; };
+    m_changed.wait_until(lock, until,
+                         [=] { return isNew() || m_isPausing || m_state == State::Stopping; });
+    return isNew();
+}
+
+bool DeviceHost::attempt(FunctionId function, const Writer &arguments, Clock::time_point until,
+                         Message *reply)
+{
     const auto link = connection(until);
     if (!link) {
         qWarning().noquote() << "device process:" << nameOf(function)
@@ -325,9 +365,11 @@ bool DeviceHost::call(FunctionId function, FunctionKind kind, const Writer &argu
     {
         const std::lock_guard<std::mutex> lock(m_mutex);
         m_underWay.erase(std::this_thread::get_id());
+        if (result != Received::Message && link->generation == m_generation) {
+            m_lost.push_back(function);
+        }
     }
     if (result == Received::Message) {
-        keepPreview(function, kind, arguments.body(), *reply);
         return true;
     }
     // Whatever came later on this connection would be taken for the answer to another call.
@@ -336,7 +378,7 @@ bool DeviceHost::call(FunctionId function, FunctionKind kind, const Writer &argu
         end(link->generation,
             QStringLiteral("%1 took longer than %2 s")
                 .arg(nameOf(function))
-                .arg(functionSeconds(std::uint32_t(function)) * m_timeFactor));
+                .arg(functionSeconds(std::uint32_t(function)) * m_callFactor));
     } else if (result == Received::Invalid) {
         end(link->generation, nameOf(function) + QStringLiteral(" was answered with garbage"));
     }
@@ -351,8 +393,11 @@ Received DeviceHost::exchange(Connection &link, FunctionId function, const Write
         return Clock::now() >= until ? Received::TimedOut : Received::Closed;
     }
     for (;;) {
-        while (!waitReadable(link.socket, std::min(until, Clock::now() + pingAfter))) {
-            if (Clock::now() >= until || !isAlive(link.generation)) {
+        const auto askFrom = Clock::now() + pingAfter;
+        while (!waitReadable(link.socket, std::min(until, Clock::now() + lookEvery))) {
+            const auto now = Clock::now();
+            if (now >= until || hasStopped(link.generation)
+                || (now >= askFrom && !isAlive(link.generation))) {
                 return Received::TimedOut;
             }
         }
@@ -377,6 +422,21 @@ Received DeviceHost::exchange(Connection &link, FunctionId function, const Write
     }
 }
 
+/// Whether somebody has stopped the process. It wouldn't answer pings either, but this is known at
+/// once.
+bool DeviceHost::hasStopped(quint64 generation)
+{
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    siginfo_t change{};
+    const bool hasStopped = generation == m_generation && m_pid > 0
+        && waitid(P_PID, id_t(m_pid), &change, WSTOPPED | WNOHANG | WNOWAIT) == 0
+        && change.si_pid == m_pid;
+    if (hasStopped && m_endReason.isEmpty()) {
+        m_endReason = QStringLiteral("it was stopped");
+    }
+    return hasStopped;
+}
+
 /**
  * Whether the process as a whole still does anything: it has a thread that answers pings at once,
  * so that one that is stopped, or starved of memory, is found long before the call's time is over.
@@ -392,7 +452,10 @@ bool DeviceHost::isAlive(quint64 generation)
         m_pinged = now;
         return sendMessage(m_control, MessageKind::Ping, 0, Writer(), now + pongLimit);
     }
-    const bool isLate = now - m_pinged > std::max(scaled(pongLimit), milliseconds(500));
+    // An answer may be there that we have no time for: that is not the process's fault.
+    const bool isLate =
+        now - m_pinged > std::max(scaled(pongLimit, m_callFactor), milliseconds(500)) && !m_isTaking
+        && !waitReadable(m_events, now);
     if (isLate && m_endReason.isEmpty()) {
         m_endReason = QStringLiteral("it doesn't react any more");
     }
@@ -433,6 +496,7 @@ void DeviceHost::supervise()
         if (start()) {
             std::thread repeating(&DeviceHost::repeatSettings, this); // events come meanwhile
             takeEvents();
+            OwedResults::instance().failAll(m_generation);
             repeating.join();
         }
         reap();
@@ -470,6 +534,8 @@ bool DeviceHost::start()
     closeDescriptor(&events[1]);
     const std::lock_guard<std::mutex> lock(m_mutex);
     m_started = Clock::now();
+    m_isUp = false;
+    m_lost.clear();
     if (error != 0) {
         closeDescriptor(&control[0]);
         closeDescriptor(&events[0]);
@@ -482,7 +548,6 @@ bool DeviceHost::start()
     m_control = control[0];
     m_events = events[0];
     m_endReason.clear();
-    m_isUp = false;
     m_pinged = {};
     qInfo("device process: started, process %d", int(pid));
     return m_state != State::Stopping;
@@ -506,10 +571,12 @@ bool DeviceHost::waitUntilUp()
 {
     std::unique_lock<std::mutex> lock(m_mutex);
     const auto isSettled = [this] { return m_isUp || m_state != State::Starting; };
-    if (!m_changed.wait_for(lock, startLimit, isSettled)) {
+    const milliseconds limit = m_startLimit;
+    if (!m_changed.wait_for(lock, limit, isSettled)) {
         const quint64 generation = m_generation;
         lock.unlock();
-        end(generation, QStringLiteral("it was not ready in %1 s").arg(startLimit.count() / 1000));
+        end(generation,
+            QStringLiteral("it was not ready in %1 s").arg(double(limit.count()) / 1000));
         return false;
     }
     return m_isUp;
@@ -528,7 +595,7 @@ bool DeviceHost::sendSettings()
         own.generation = m_generation;
         own.socket = newCaller(false);
     }
-    const auto until = Clock::now() + startLimit;
+    const auto until = Clock::now() + m_startLimit.load();
     for (const Setting &setting : settings) {
         Writer arguments;
         arguments.raw(setting.arguments);
@@ -545,6 +612,15 @@ bool DeviceHost::sendSettings()
     return true;
 }
 
+/// On a busy machine a pong is late behind many events.
+void DeviceHost::noteSignOfLife()
+{
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    if (m_pinged != Clock::time_point()) {
+        m_pinged = Clock::now();
+    }
+}
+
 /// Until the process has gone, or floods us.
 void DeviceHost::takeEvents()
 {
@@ -552,6 +628,7 @@ void DeviceHost::takeEvents()
     Clock::time_point second = Clock::now();
     int count = 0;
     while (receiveMessage(m_events, &message, Clock::time_point::max()) == Received::Message) {
+        m_isTaking = true;
         if (Clock::now() - second > seconds(1)) {
             second = Clock::now();
             count = 0;
@@ -560,9 +637,11 @@ void DeviceHost::takeEvents()
             const std::lock_guard<std::mutex> lock(m_mutex);
             m_pinged = {};
             m_isUp = true;
+            m_isTaking = false;
             m_changed.notify_all();
             continue;
         }
+        noteSignOfLife();
         const bool isLog = message.kind == MessageKind::Log;
         if (isLog) {
             logLine(message);
@@ -575,7 +654,9 @@ void DeviceHost::takeEvents()
                     : QStringLiteral("it sent a damaged event"));
             break;
         }
+        m_isTaking = false;
     }
+    m_isTaking = false;
     closeDescriptor(&message.descriptor);
     const std::lock_guard<std::mutex> lock(m_mutex);
     if (m_state == State::Starting) {
@@ -587,6 +668,9 @@ void DeviceHost::takeEvents()
 QString DeviceHost::callsUnderWay() const
 {
     QStringList names;
+    for (const FunctionId function : m_lost) {
+        names << nameOf(function);
+    }
     for (const auto &call : m_underWay) {
         names << nameOf(call.second.function);
     }
@@ -599,8 +683,11 @@ void DeviceHost::reap()
     std::unique_lock<std::mutex> lock(m_mutex);
     QString how = m_endReason;
     const pid_t pid = m_pid;
+    const bool wasSound = m_isUp && Clock::now() - m_started > scaled(soundAfter, m_pauseFactor);
+    m_failuresInRow = wasSound ? 1 : m_failuresInRow + 1;
     if (m_state != State::Stopping) {
-        m_state = State::Waiting;
+        // Calls wait for a process that comes at once, but for no other.
+        m_state = m_failuresInRow == 1 ? State::Starting : State::Waiting;
     }
     closeDescriptor(&m_control);
     closeDescriptor(&m_events);
@@ -632,13 +719,16 @@ void DeviceHost::reap()
 void DeviceHost::waitBeforeRestart()
 {
     std::unique_lock<std::mutex> lock(m_mutex);
-    m_failuresInRow = Clock::now() - m_started > scaled(soundAfter) ? 1 : m_failuresInRow + 1;
     if (m_failuresInRow == 1) {
         return;
     }
     const auto pause =
         std::min<seconds>(seconds(1 << std::min(m_failuresInRow - 2, 5)), longestPause);
-    m_changed.wait_for(lock, scaled(pause), [this] { return m_state == State::Stopping; });
+    m_isPausing = true;
+    m_changed.notify_all();
+    m_changed.wait_for(lock, scaled(pause, m_pauseFactor),
+                       [this] { return m_state == State::Stopping; });
+    m_isPausing = false;
 }
 
 } // namespace deviceprocess

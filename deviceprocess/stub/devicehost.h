@@ -23,6 +23,14 @@
 
 namespace deviceprocess {
 
+/// What the device process has time for.
+struct TimeLimits
+{
+    double callFactor = 1; ///< Of the times that functions.h gives to calls.
+    double pauseFactor = 1; ///< Of the pauses between restarts.
+    std::chrono::milliseconds start{10000}; ///< For loading the libraries and repeating settings.
+};
+
 /// Calls a listener with what an event says. \return false when the event is damaged
 using Deliver = bool (*)(Reader &reader);
 
@@ -65,8 +73,8 @@ public:
     /// Ends the process; calls fail from then on, and no listener is called any more.
     void stop();
 
-    /// Sets the factor of all times, those of calls and those between restarts; 1 at first.
-    void setTimeFactor(double factor) { m_timeFactor = factor; }
+    /// For what begins from now on.
+    void setTimeLimits(const TimeLimits &limits);
 
     /// Sets what the program finds in its environment as well, "NAME=value" each.
     void setEnvironment(std::vector<QByteArray> variables) { m_environment = std::move(variables); }
@@ -123,12 +131,16 @@ private:
     std::shared_ptr<Connection> connection(Clock::time_point until);
     bool isUsable(const Connection &connection) const;
     int newCaller(bool isMainThread);
-    std::chrono::milliseconds scaled(std::chrono::milliseconds time) const;
     Clock::time_point deadline(FunctionId function) const;
     Received exchange(Connection &connection, FunctionId function, const Writer &arguments,
                       Clock::time_point until, Message *reply);
+    bool attempt(FunctionId function, const Writer &arguments, Clock::time_point until,
+                 Message *reply);
+    bool isReplaced(quint64 generation, Clock::time_point until);
+    bool hasStopped(quint64 generation);
     bool isAlive(quint64 generation);
     void keepSetting(FunctionId function, FunctionKind kind, const QByteArray &arguments);
+    void forgetPreview(FunctionId function, FunctionKind kind);
     void keepPreview(FunctionId function, FunctionKind kind, const QByteArray &arguments,
                      const Message &reply);
     void forgetSetting(const Setting &setting);
@@ -139,13 +151,17 @@ private:
     void repeatSettings();
     bool waitUntilUp();
     bool sendSettings();
+    void noteSignOfLife();
     void takeEvents();
     void reap();
     QString callsUnderWay() const;
     void waitBeforeRestart();
 
     const QString m_program;
-    std::atomic<double> m_timeFactor{1};
+    std::atomic<double> m_callFactor{TimeLimits().callFactor};
+    std::atomic<double> m_pauseFactor{TimeLimits().pauseFactor};
+    std::atomic<std::chrono::milliseconds> m_startLimit{TimeLimits().start};
+    std::atomic<bool> m_isTaking{false}; ///< The supervisor is busy with an event.
     std::vector<QByteArray> m_environment;
     QByteArray m_folders; ///< Guarded by m_mutex.
     mutable std::mutex m_mutex;
@@ -161,7 +177,9 @@ private:
     int m_failuresInRow = 0;
     Clock::time_point m_started;
     bool m_isUp = false; ///< Whether this process has said that it is ready.
-    Clock::time_point m_pinged; ///< When the oldest ping without an answer was sent; else unset.
+    /// When the oldest ping without an answer was sent, or the last event since; else unset.
+    Clock::time_point m_pinged;
+    bool m_isPausing = false; ///< Between two processes, as they keep dying.
     std::list<Setting> m_settings; ///< In the order of their last calls.
     QString m_lastReason; ///< Why the process before this one ended.
     struct UnderWay
@@ -170,6 +188,7 @@ private:
         Clock::time_point since;
     };
     std::map<std::thread::id, UnderWay> m_underWay;
+    std::vector<FunctionId> m_lost; ///< Calls that failed with this process.
 };
 
 /// How an event of each function gets to its listener; made from functions.h.

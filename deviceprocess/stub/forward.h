@@ -6,6 +6,7 @@
 #include "deviceprocess/stub/devicehost.h"
 #include "deviceprocess/stub/listeners.h"
 #include "deviceprocess/stub/mappedpictures.h"
+#include "deviceprocess/stub/owedresults.h"
 #include "deviceprocess/wire.h"
 
 #include <QImage>
@@ -132,6 +133,42 @@ template <FunctionId function, class Result> Result readResult(Reader &reader)
     }
 }
 
+constexpr bool isAnsweredLater(FunctionKind kind)
+{
+    return kind == FunctionKind::Later || kind == FunctionKind::Score;
+}
+
+/// What a listener gets when there is no result.
+template <FunctionKind kind, class Type> Type failureValue([[maybe_unused]] void *context)
+{
+    if constexpr (std::is_same_v<Type, void *>) {
+        return context;
+    } else if constexpr (std::is_arithmetic_v<Type>) {
+        return kind == FunctionKind::Score ? Type(-1) : Type(0);
+    } else {
+        return Type();
+    }
+}
+
+template <FunctionKind kind, class... Values>
+OwedResults::Fail failureOf(void (*listener)(Values...), void *context)
+{
+    return [=] { listener(failureValue<kind, Values>(context)...); };
+}
+
+/// Calls the listener among the arguments with a failure.
+template <FunctionKind kind, std::size_t index = 0, class Args>
+OwedResults::Fail failureAmong(const Args &args)
+{
+    if constexpr (roleOf<Args, index, kind>() != Role::Listener) {
+        return failureAmong<kind, index + 1>(args);
+    } else if constexpr (index + 1 < std::tuple_size_v<Args>) {
+        return failureOf<kind>(std::get<index>(args), std::get<index + 1>(args));
+    } else {
+        return failureOf<kind>(std::get<index>(args), nullptr);
+    }
+}
+
 template <FunctionId function, FunctionKind kind, class Type> struct Forward;
 
 template <FunctionId function, FunctionKind kind, class Result, class... Args>
@@ -149,7 +186,29 @@ struct Forward<function, kind, Result(Args...)>
 
 private:
     template <std::size_t... index>
-    static Result carry([[maybe_unused]] const Tuple &args, std::index_sequence<index...>)
+    static Result carry(const Tuple &args, std::index_sequence<index...> indices)
+    {
+        if constexpr (!isAnsweredLater(kind)) {
+            return exchange(args, nullptr, indices);
+        } else {
+            OwedResults &owed = OwedResults::instance();
+            const quint64 call = owed.expect(function, failureAmong<kind>(args));
+            bool isOk = false;
+            if constexpr (std::is_void_v<Result>) { // it always calls its listener
+                exchange(args, &isOk, indices);
+                isOk ? owed.promise(call, DeviceHost::generationOfThread()) : owed.fail(call);
+            } else {
+                const Result result = exchange(args, &isOk, indices);
+                result ? owed.promise(call, DeviceHost::generationOfThread()) : owed.forget(call);
+                return result;
+            }
+        }
+    }
+
+    /// \param done  set when the call has been answered; may be null
+    template <std::size_t... index>
+    static Result exchange([[maybe_unused]] const Tuple &args, bool *done,
+                           std::index_sequence<index...>)
     {
         Writer writer;
         (writeArgument<Tuple, index, kind>(writer, function, args), ...);
@@ -157,29 +216,24 @@ private:
         bool isOk = DeviceHost::instance().call(function, kind, writer, &reply)
             && reply.kind == MessageKind::Reply;
         const quint64 generation = DeviceHost::generationOfThread();
-        if constexpr (std::is_void_v<Result>) {
-            if (isOk) {
-                Reader answer(reply);
-                (readArgument<Tuple, index, kind>(answer, args), ...);
-                isOk = accept(answer, generation);
-            }
-            closeDescriptor(&reply.descriptor);
-            if (!isOk) {
-                (clearArgument<Tuple, index, kind>(args), ...);
-            }
-        } else {
-            Result result{};
-            if (isOk) {
-                Reader answer(reply);
+        Reader answer(reply);
+        std::conditional_t<std::is_void_v<Result>, char, Result> result{};
+        if (isOk) {
+            if constexpr (!std::is_void_v<Result>) {
                 result = readResult<function, Result>(answer);
-                (readArgument<Tuple, index, kind>(answer, args), ...);
-                isOk = accept(answer, generation);
             }
-            closeDescriptor(&reply.descriptor);
-            if (!isOk) {
-                (clearArgument<Tuple, index, kind>(args), ...);
-                result = Result{};
-            }
+            (readArgument<Tuple, index, kind>(answer, args), ...);
+            isOk = accept(answer, generation);
+        }
+        closeDescriptor(&reply.descriptor);
+        if (!isOk) {
+            (clearArgument<Tuple, index, kind>(args), ...);
+            result = {};
+        }
+        if (done) {
+            *done = isOk;
+        }
+        if constexpr (!std::is_void_v<Result>) {
             return result;
         }
     }
@@ -250,6 +304,7 @@ private:
         if (!reader.isOk() || !listener) {
             return false;
         }
+        OwedResults::instance().settle(function);
         reinterpret_cast<void (*)(Args...)>(listener)(std::get<index>(args).pass()...);
         return true;
     }

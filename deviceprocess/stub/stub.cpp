@@ -1,4 +1,5 @@
 // SPDX-License-Identifier: MIT
+#include "base/datafolder.h"
 #include "devicelib/biometrics.h"
 #include "devicelib/cardreader.h"
 #include "devicelib/doccamera.h"
@@ -34,11 +35,10 @@ QString ownFolder()
     return QFileInfo(QFile::decodeName(info.dli_fname)).absolutePath();
 }
 
-/// [library] of devices.ini beside the program.
+/// [library] of devices.ini.
 QString setting(const char *key)
 {
-    const QSettings ini(QCoreApplication::applicationDirPath() + QStringLiteral("/devices.ini"),
-                        QSettings::IniFormat);
+    const QSettings ini(base::findData(QStringLiteral("devices.ini")), QSettings::IniFormat);
     return ini.value(QStringLiteral("library/") + QLatin1String(key)).toString();
 }
 
@@ -95,7 +95,9 @@ DeviceHost &DeviceHost::instance()
         {
             bool isNumber = false;
             const double factor = setting("timeFactor").toDouble(&isNumber);
-            host.setTimeFactor(isNumber && factor > 0 ? factor : 1);
+            if (isNumber && factor > 0) {
+                host.setTimeLimits({factor, factor});
+            }
             // Not on its command line, which may not hold the server's name.
             host.setEnvironment({"DEVICEHOST_CAMERA=" + QFile::encodeName(setting("camera")),
                                  "DEVICEHOST_CARDS=" + QFile::encodeName(setting("cards")),

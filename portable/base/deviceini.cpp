@@ -1,16 +1,16 @@
 // SPDX-License-Identifier: MIT
 #include "portable/base/deviceini.h"
 
+#include "base/datafolder.h"
 #include "portable/base/inifile.h"
 
-#include <QCoreApplication>
 #include <QDir>
 
 namespace portable {
 
 QString deviceConfigPath()
 {
-    return QCoreApplication::applicationDirPath() + QStringLiteral("/devices.ini");
+    return base::findData(QStringLiteral("devices.ini"));
 }
 
 QString deviceSetting(const QString &key)
@@ -21,8 +21,8 @@ QString deviceSetting(const QString &key)
 QString deviceFolder(const QString &key, const QString &usual)
 {
     const QString folder = deviceSetting(key);
-    return QDir(QCoreApplication::applicationDirPath())
-        .absoluteFilePath(folder.isEmpty() ? usual : folder);
+    return QDir::isAbsolutePath(folder) ? folder
+                                        : base::findData(folder.isEmpty() ? usual : folder);
 }
 
 } // namespace portable

@@ -1,12 +1,12 @@
 // SPDX-License-Identifier: MIT
-/// \file Single values of the devices.ini in the program's directory.
+/// \file Single values of devices.ini, wherever base/datafolder.h finds it.
 #pragma once
 
 #include <QString>
 
 namespace portable {
 
-/// Path of the devices.ini in the program's directory, whether it exists or not.
+/// Path of the devices.ini in force, whether it exists or not.
 QString deviceConfigPath();
 
 /**
@@ -16,8 +16,8 @@ QString deviceConfigPath();
  */
 QString deviceSetting(const QString &key);
 
-/// Absolute path of the folder that devices.ini names, or else of `usual`; both may be relative to
-/// the program's directory.
+/// Absolute path of the folder that devices.ini names, or else of `usual`. A relative one is looked
+/// for where devices.ini is: see base::findData().
 QString deviceFolder(const QString &key, const QString &usual);
 
 } // namespace portable

@@ -109,7 +109,7 @@ CameraSet::Slot CameraSet::started(int camera)
 /// The lost camera, if it has this number and is still looked for; otherwise it is stopped.
 CameraSet::Slot CameraSet::takeLost(int camera)
 {
-    const Slot lost = std::move(m_lost);
+    Slot lost = std::move(m_lost);
     if (lost && (lost->number() != camera || lost->hasEnded())) {
         lost->stop();
         return nullptr;

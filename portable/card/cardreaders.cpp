@@ -1,12 +1,12 @@
 // SPDX-License-Identifier: MIT
 #include "portable/card/cardreaders.h"
 
+#include "base/datafolder.h"
 #include "portable/base/failure.h"
 #include "portable/base/simulation.h"
 #include "portable/card/emv.h"
 #include "portable/card/socialcard.h"
 
-#include <QCoreApplication>
 #include <QDebug>
 #include <QFile>
 #include <QFileInfo>
@@ -153,21 +153,20 @@ private:
 
 CardReaders &CardReaders::instance()
 {
-    static CardReaders readers(QCoreApplication::applicationDirPath(),
-                               std::make_unique<PcscCards>());
+    static CardReaders readers(&base::findData, std::make_unique<PcscCards>());
     return readers;
 }
 
-CardReaders::CardReaders(const QString &folder, std::unique_ptr<SmartCards> cards,
+CardReaders::CardReaders(Find find, std::unique_ptr<SmartCards> cards,
                          std::chrono::milliseconds timeLimit)
-    : m_folder(folder)
+    : m_find(std::move(find))
     , m_real(std::make_shared<RealCards>(std::move(cards), timeLimit))
 {
 }
 
 CardConfig CardReaders::config() const
 {
-    return readCardConfig(m_folder + QStringLiteral("/devices.ini"));
+    return readCardConfig(m_find(QStringLiteral("devices.ini")));
 }
 
 CardResult CardReaders::read(CardKind kind, int type)
@@ -225,7 +224,7 @@ CardResult CardReaders::read(CardKind kind, RealRead realRead, bool contactlessF
         }
         logSimulationOnce(real.reason);
     }
-    return readSimulatedCard(m_folder + QStringLiteral("/cards"), kind, config);
+    return readSimulatedCard(m_find(QStringLiteral("cards")), kind, config);
 }
 
 /// Logs why simulated cards are read, at the first read and when the reason changes.

@@ -8,6 +8,7 @@
 
 #include <atomic>
 #include <chrono>
+#include <functional>
 #include <memory>
 #include <mutex>
 
@@ -23,12 +24,15 @@ class CardReaders
 public:
     static CardReaders &instance();
 
+    /// Finds a file or folder of the settings by its name.
+    using Find = std::function<QString(const QString &name)>;
+
     /**
-     * \param folder     folder of devices.ini and cards/
+     * \param find       path of "devices.ini" and "cards"
      * \param cards      the real readers
      * \param timeLimit  for a read of a real card
      */
-    CardReaders(const QString &folder, std::unique_ptr<SmartCards> cards,
+    CardReaders(Find find, std::unique_ptr<SmartCards> cards,
                 std::chrono::milliseconds timeLimit = std::chrono::seconds(5));
 
     /**
@@ -64,7 +68,7 @@ private:
     CardConfig config() const;
     void logSimulationOnce(const QString &reason);
 
-    const QString m_folder;
+    const Find m_find;
     const std::shared_ptr<RealCards> m_real;
     std::atomic<bool> m_isOpen{false};
     std::mutex m_mutex;

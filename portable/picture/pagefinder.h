@@ -12,11 +12,11 @@ namespace portable {
 using PageCorners = std::array<cv::Point2f, 4>;
 
 /**
- * Finds the sheet, book or card that differs most from the desk, which is whatever is seen along
- * the edges of the picture. Takes a few milliseconds.
+ * Finds the sheet, open book or card whose four sides are the clearest, wherever it lies in the
+ * picture. Takes 10 to 20 ms for 1920 x 1080 pixels, on one core.
  * \param picture  8-bit BGR
- * \return nullopt when there is none, when it has the color of the desk, or is smaller than a
- *         hundredth of the picture
+ * \return nullopt when no quadrilateral is certainly a page, or it is smaller than a hundredth of
+ *         the picture
  */
 std::optional<PageCorners> findPage(const cv::Mat &picture);
 

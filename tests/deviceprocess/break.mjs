@@ -97,7 +97,10 @@ for (let round = 0; round < rounds; round += 1) {
   await sleep(500 + Math.random() * 2000);
   for (let i = 0; i < 100 && Date.now() - lastFrame > 500; i += 1) await sleep(100);
   const pid = deviceProcess();
-  if (!pid) continue;
+  if (!pid) {
+    console.log(`round ${round}: no device process runs`);
+    continue;
+  }
   const at = Date.now();
   process.kill(pid, signal);
   while (lastFrame <= at + 300 && Date.now() - at < 20000) await sleep(20);
@@ -113,7 +116,9 @@ for (let round = 0; round < rounds; round += 1) {
 isOver = true;
 await commands;
 gaps.sort((a, b) => a - b);
-console.log(`${gaps.length} times: picture back after ${gaps[gaps.length >> 1]} ms (median), `
-  + `${gaps[gaps.length - 1]} (longest); ${answered} commands answered, ${unanswered} not`);
+const quantile = (part) => gaps[Math.min(gaps.length - 1, Math.floor(gaps.length * part))];
+console.log(`${gaps.length} of ${rounds} rounds: picture back after ${quantile(0.5)} ms (median), `
+  + `${quantile(0.95)} (95 %), ${quantile(1)} (longest); ${late} later than ${pictureLimit} ms; `
+  + `${answered} commands answered, ${unanswered} not`);
 socket.removeAllListeners('close');
-process.exit(late || unanswered ? 1 : 0);
+process.exit(late || unanswered || gaps.length < rounds ? 1 : 0);

@@ -1,8 +1,8 @@
 // SPDX-License-Identifier: MIT
 //
 // A device library that does wrong what it is told to: the file named by HOSTILE_ORDER holds a
-// function's name, or "any", what it does when it is called, and a number for that. Every other
-// function fails quietly.
+// function's name, "any" or "load", what it does when it is called, and a number for that. Every
+// other function fails quietly.
 
 #include "devicelib/biometrics.h"
 #include "devicelib/cardreader.h"
@@ -14,14 +14,18 @@
 #include <QtDebug>
 #include <unistd.h>
 
+#include <chrono>
 #include <csignal>
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
+#include <memory>
+#include <new>
 #include <stdexcept>
 #include <string>
 #include <thread>
 #include <tuple>
+#include <vector>
 
 namespace {
 
@@ -56,13 +60,28 @@ void eatMemory()
     }
 }
 
-/// \return the order, when it is for this function
-Order act(const char *function)
+/// Until there is no room for a thread's stack, but for a few small things.
+void fillMemory()
+{
+    static std::vector<std::unique_ptr<char[]>> blocks;
+    constexpr std::size_t small = 256 << 10;
+    blocks.reserve(std::size_t(16) << 10);
+    try {
+        for (;;) {
+            blocks.emplace_back(new char[small]);
+        }
+    } catch (const std::bad_alloc &) {
+        blocks.resize(blocks.size() - 8);
+    }
+}
+
+/// \return the order, when it is for this function, or for any but "load"
+Order act(const std::string &function)
 {
     std::ifstream file(std::getenv("HOSTILE_ORDER"));
     Order order;
     file >> order.function >> order.deed >> order.number;
-    if (order.function != function && order.function != "any") {
+    if (order.function != function && (order.function != "any" || function == "load")) {
         return {};
     }
     if (order.deed == "crash") {
@@ -71,12 +90,16 @@ Order act(const char *function)
         for (;;) {
             pause();
         }
+    } else if (order.deed == "nap") {
+        std::this_thread::sleep_for(std::chrono::milliseconds(order.number));
     } else if (order.deed == "throw") {
         throw std::runtime_error("as ordered");
     } else if (order.deed == "garbage") {
         writeGarbage();
     } else if (order.deed == "memory") {
         eatMemory();
+    } else if (order.deed == "fill") {
+        fillMemory();
     } else if (order.deed == "log") {
         qDebug("debug line");
         qInfo("info line");
@@ -84,6 +107,9 @@ Order act(const char *function)
     }
     return order;
 }
+
+/// An order for "load" is carried out before anybody can call.
+const Order atLoad = act("load");
 
 /// Does what it is asked for: writes its arguments down, and fills and calls what it is given.
 template <FunctionKind kind, class Type> struct Function;
@@ -100,7 +126,7 @@ template <FunctionKind kind, class Result, class... Args> struct Function<kind, 
             obey(order, Tuple(args...), std::index_sequence_for<Args...>());
             return result(order);
         }
-        return Result();
+        return order.deed == "promise" ? result(order) : Result();
     }
 
 private:

@@ -46,7 +46,7 @@ public:
     }
     QByteArray transmit(const QByteArray &command, QString * /*error*/) override
     {
-        const QByteArray answer = m_script.responseTo(command);
+        QByteArray answer = m_script.responseTo(command);
         m_written += fuzz::field(answer);
         return answer;
     }

@@ -49,14 +49,14 @@ public:
     {
         const int low = byte();
         const int size = std::min(low | byte() << 8, m_input.size() - m_at);
-        const QByteArray taken = m_input.mid(m_at, size);
+        QByteArray taken = m_input.mid(m_at, size);
         m_at += size;
         return taken;
     }
 
     QByteArray rest()
     {
-        const QByteArray taken = m_input.mid(m_at);
+        QByteArray taken = m_input.mid(m_at);
         m_at = m_input.size();
         return taken;
     }

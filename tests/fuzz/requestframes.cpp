@@ -41,8 +41,8 @@ QList<Request> read(const QByteArray &bytes, int piece)
 void parseSigning(const Request &request)
 {
     try {
-        const SigningRequest signing =
-            SigningRequest::fromJson(request.type, request.parts.first());
+        SigningRequest signing;
+        signing.read(request.type, request.parts.first());
         fuzz::require(signing.page >= 1 && !signing.inkPlace().isEmpty(), "a place to sign");
     } catch (const SigningFailure &) { // NOLINT(bugprone-empty-catch): what it is for
     }

@@ -73,12 +73,11 @@ QList<QByteArray> fuzz::seeds()
                              "/Rotate 90 >>";
     const QByteArray stream = "<< /Length 26 >>\nstream\nq 1 0 0 1 5 5 cm BT ET q Q\nendstream";
     const QByteArray field = "<< /Type /Annot /Subtype /Widget /Rect [ 10 10 200 200 ] /F 4 >>";
+    const QByteArray page = "<< /Type /Page /Parent 2 0 R /Contents [ 4 0 R 4 0 R ] "
+                            "/Annots [ 5 0 R ] /CropBox [ 10 20 200 300 ] >>";
     return {
         painted(),
         written({catalog, pages, "<< /Type /Page /Parent 2 0 R /Contents 4 0 R >>", stream}),
-        written({catalog, pages,
-                 "<< /Type /Page /Parent 2 0 R /Contents [ 4 0 R 4 0 R ] /Annots [ 5 0 R ] "
-                 "/CropBox [ 10 20 200 300 ] >>",
-                 stream, field}),
+        written({catalog, pages, page, stream, field}),
     };
 }

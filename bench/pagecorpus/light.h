@@ -1,0 +1,23 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <opencv2/core.hpp>
+
+namespace pagecorpus {
+
+/// Light that is darker by `fallOff` (0 to 1) at the place farthest from the lamp. CV_32F
+cv::Mat lampLight(cv::RNG &random, const cv::Size &size, double fallOff);
+
+/// The shadow of something large outside of the picture, which has clear edges. CV_32F factors
+cv::Mat hardShadow(cv::RNG &random, const cv::Size &size);
+
+/// Light that falls through a window with bars: brighter four-sided patches. CV_32F factors
+cv::Mat windowLight(cv::RNG &random, const cv::Size &size);
+
+/// The reflection of a lamp: a white spot that hides what is below. CV_32F, 0 to 1
+cv::Mat reflection(cv::RNG &random, const cv::Size &size, const cv::Point2f &center);
+
+/// What a camera does to a picture: blur, vignetting, a color cast, noise and JPEG compression.
+cv::Mat photographed(cv::RNG &random, cv::Mat scene);
+
+} // namespace pagecorpus

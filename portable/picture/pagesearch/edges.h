@@ -1,0 +1,42 @@
+// SPDX-License-Identifier: MIT
+#pragma once
+
+#include <opencv2/core.hpp>
+
+#include <cstdint>
+
+namespace portable::pagesearch {
+
+/**
+ * Directions of lines modulo 180 degrees, in 256ths of that: differences wrap around like the
+ * numbers do.
+ */
+using Direction = uint8_t;
+
+/// The unsigned angle between two directions, in 256ths of 180 degrees.
+inline int turnBetween(Direction a, Direction b)
+{
+    const int turn = uint8_t(a - b);
+    return turn < 128 ? turn : 256 - turn;
+}
+
+/// The edges in a reduced picture, one pixel wide.
+struct Edges
+{
+    cv::Mat weight; ///< 8-bit: 0 for no edge, up to 255 for one that is clear at its place
+    cv::Mat normal; ///< 8-bit: the Direction across the edge
+    cv::Mat colors; ///< CV_32FC3, smoothed: log lightness, red and blue relative to it
+    int reduction = 1; ///< pixels of the picture to one of these
+};
+
+/// By what factor a picture of this size is reduced before the search: 1 or more.
+int reductionOf(const cv::Size &size);
+
+/**
+ * Finds edges of lightness and of color. An edge is measured against its own neighborhood:
+ * neither the light at its place nor the pattern and the noise of the desk there decide on it.
+ * \param picture  8-bit BGR, at least 3 x 3 when reduced
+ */
+Edges findEdges(const cv::Mat &picture);
+
+} // namespace portable::pagesearch

@@ -1,0 +1,223 @@
+// SPDX-License-Identifier: MIT
+#include "portable/picture/bilevel.h"
+#include "portable/picture/pagefinder.h"
+
+#include <opencv2/imgproc.hpp>
+
+#include <algorithm>
+#include <cmath>
+#include <vector>
+
+namespace portable {
+
+namespace {
+
+// Minimum length in pixels of the longer side of pictures searched for text skew.
+constexpr int skewSide = 450;
+
+/// Halved, which is the cheapest way, while the longer side keeps at least this many pixels.
+cv::Mat shrunken(const cv::Mat &picture, int leastSide)
+{
+    cv::Mat result = picture;
+    while (std::max(result.cols, result.rows) / 2 >= leastSide) {
+        cv::Mat half;
+        cv::resize(result, half, {std::max(1, result.cols / 2), std::max(1, result.rows / 2)}, 0, 0,
+                   cv::INTER_AREA);
+        result = half;
+    }
+    return result;
+}
+
+/// The corners in a copy of the picture that is scaled by `scale`.
+PageCorners scaled(const PageCorners &corners, const cv::Point2f &scale)
+{
+    PageCorners result;
+    std::transform(corners.begin(), corners.end(), result.begin(), [&](const cv::Point2f &corner) {
+        return cv::Point2f((corner.x + 0.5F) * scale.x - 0.5F, (corner.y + 0.5F) * scale.y - 0.5F);
+    });
+    return result;
+}
+
+cv::Point2f scaleOf(const cv::Mat &picture, const cv::Mat &copy)
+{
+    return {float(copy.cols) / float(picture.cols), float(copy.rows) / float(picture.rows)};
+}
+
+/**
+ * Width to height of the rectangle that a camera sees with these corners, the principal point
+ * being the center of the picture (Zhang and He, "Whiteboard scanning and image enhancement",
+ * section 4).
+ */
+double proportions(const PageCorners &corners, const cv::Size &picture)
+{
+    const auto seen = [&](const cv::Point2f &corner) {
+        return cv::Vec3d(double(corner.x) - picture.width / 2.0,
+                         double(corner.y) - picture.height / 2.0, 1);
+    };
+    const cv::Vec3d topLeft = seen(corners[0]);
+    const cv::Vec3d topRight = seen(corners[1]);
+    const cv::Vec3d bottomRight = seen(corners[2]);
+    const cv::Vec3d bottomLeft = seen(corners[3]);
+    const cv::Vec3d diagonal = topLeft.cross(bottomRight);
+    const double right = diagonal.dot(bottomLeft) / topRight.cross(bottomRight).dot(bottomLeft);
+    const double bottom = diagonal.dot(topRight) / bottomLeft.cross(bottomRight).dot(topRight);
+    const cv::Vec3d across = right * topRight - topLeft;
+    const cv::Vec3d down = bottom * bottomLeft - topLeft;
+
+    // The focal length follows from sides that converge in both directions; otherwise a usual one
+    // is assumed.
+    const double longer = std::max(picture.width, picture.height);
+    double focalSquare = longer * longer;
+    if (std::abs(across[2]) > 0.05 && std::abs(down[2]) > 0.05) {
+        const double square = -(across[0] * down[0] + across[1] * down[1]) / (across[2] * down[2]);
+        if (square > 0.4 * longer * longer && square < 9 * longer * longer) {
+            focalSquare = square;
+        }
+    }
+    const auto length = [focalSquare](const cv::Vec3d &side) {
+        return std::sqrt((side[0] * side[0] + side[1] * side[1]) / focalSquare + side[2] * side[2]);
+    };
+    return length(across) / length(down);
+}
+
+cv::Size straightSize(const PageCorners &corners, const cv::Size &picture)
+{
+    const double width =
+        std::max(cv::norm(corners[1] - corners[0]), cv::norm(corners[2] - corners[3]));
+    const double height =
+        std::max(cv::norm(corners[3] - corners[0]), cv::norm(corners[2] - corners[1]));
+    const double plain = width / std::max(height, 1.0);
+    // With a wrong corner the estimate can be anything.
+    const double ratio = std::clamp(proportions(corners, picture), plain / 2, plain * 2);
+    const auto side = [](double length) { return std::max(1, cvRound(length)); };
+    return plain < ratio ? cv::Size(side(height * ratio), side(height))
+                         : cv::Size(side(width), side(width / ratio));
+}
+
+/// Maps the corners of a page to those of a picture of `size`.
+cv::Mat transformation(const PageCorners &corners, const cv::Size &size)
+{
+    // Coordinates are those of pixel centers; the page extends to the outer edges of its pixels.
+    const float right = float(size.width) - 0.5F;
+    const float bottom = float(size.height) - 0.5F;
+    const PageCorners target{cv::Point2f(-0.5F, -0.5F), cv::Point2f(right, -0.5F),
+                             cv::Point2f(right, bottom), cv::Point2f(-0.5F, bottom)};
+    return cv::getPerspectiveTransform(corners.data(), target.data());
+}
+
+cv::Mat warped(const cv::Mat &picture, const cv::Mat &transform, const cv::Size &size)
+{
+    cv::Mat result;
+    cv::warpPerspective(picture, result, transform, size, cv::INTER_LINEAR, cv::BORDER_REPLICATE);
+    return result;
+}
+
+/// Rotates a picture of `size` about its center so that lines of this slope become level.
+cv::Mat levelling(const cv::Size &size, double slope)
+{
+    cv::Mat rotation = cv::Mat::eye(3, 3, CV_64F);
+    const cv::Point2f middle(float(size.width) / 2, float(size.height) / 2);
+    cv::getRotationMatrix2D(middle, slope, 1).copyTo(rotation.rowRange(0, 2));
+    return rotation;
+}
+
+/// How distinctly the ink forms rows of this slope: largest for the slope of the text.
+double distinctness(const std::vector<cv::Point> &ink, int height, double slope)
+{
+    const double tangent = std::tan(slope * CV_PI / 180);
+    const int margin = height; // sloping lines leave the picture at its sides
+    std::vector<int> rows(size_t(height + 2 * margin));
+    for (const cv::Point &point : ink) {
+        const int row = cvRound(point.y - tangent * point.x) + margin;
+        if (row >= 0 && size_t(row) < rows.size()) {
+            ++rows[size_t(row)];
+        }
+    }
+    double sum = 0;
+    for (size_t i = 1; i < rows.size(); ++i) {
+        const double step = rows[i] - rows[i - 1];
+        sum += step * step;
+    }
+    return sum;
+}
+
+} // namespace
+
+cv::Mat straightened(const cv::Mat &picture, const PageCorners &corners)
+{
+    const cv::Size size = straightSize(corners, picture.size());
+    cv::Mat transform = transformation(corners, size);
+
+    // The skew is measured on a small page, so that the large one is interpolated only once.
+    const cv::Mat small = greyOf(shrunken(picture, 2 * skewSide));
+    const double shrink = std::min(1.0, double(skewSide) / std::max(size.width, size.height));
+    const cv::Size smallSize(std::max(1, cvRound(size.width * shrink)),
+                             std::max(1, cvRound(size.height * shrink)));
+    const PageCorners smallCorners = scaled(corners, scaleOf(picture, small));
+    const double slope =
+        skewAngle(warped(small, transformation(smallCorners, smallSize), smallSize));
+    if (slope != 0) {
+        transform = levelling(size, slope) * transform;
+    }
+    return warped(picture, transform, size);
+}
+
+cv::Mat straightenedPage(const cv::Mat &picture)
+{
+    const auto corners = findPage(picture);
+    return corners ? straightened(picture, *corners) : cv::Mat();
+}
+
+double skewAngle(const cv::Mat &page)
+{
+    const cv::Mat grey = greyOf(shrunken(page, skewSide));
+    if (std::min(grey.cols, grey.rows) < 50) {
+        return 0;
+    }
+    cv::Mat ink;
+    cv::adaptiveThreshold(grey, ink, 255, cv::ADAPTIVE_THRESH_MEAN_C, cv::THRESH_BINARY_INV, 25,
+                          15);
+    // The outermost pixels may show the desk.
+    const int margin = std::min(ink.cols, ink.rows) / 25;
+    const cv::Mat inner =
+        ink(cv::Rect(margin, margin, ink.cols - 2 * margin, ink.rows - 2 * margin));
+    std::vector<cv::Point> points;
+    cv::findNonZero(inner, points);
+    constexpr size_t enough = 200;
+    if (points.size() < enough) {
+        return 0;
+    }
+
+    const auto some = [&points](size_t count) {
+        std::vector<cv::Point> result;
+        for (size_t i = 0; i < points.size(); i += 1 + points.size() / count) {
+            result.push_back(points[i]);
+        }
+        return result;
+    };
+    double best = 0;
+    const auto tryAround = [&](const std::vector<cv::Point> &tried, double reach, double step) {
+        const double centre = best;
+        double bestValue = distinctness(tried, inner.rows, centre);
+        for (int i = -cvRound(reach / step); i <= cvRound(reach / step); ++i) {
+            const double slope = centre + i * step;
+            const double value = distinctness(tried, inner.rows, slope);
+            if (value > bestValue) {
+                bestValue = value;
+                best = slope;
+            }
+        }
+        return bestValue;
+    };
+    constexpr double largestSlope = 5;
+    tryAround(some(3000), largestSlope, 0.5);
+    const std::vector<cv::Point> many = some(12000);
+    const double bestValue = tryAround(many, 0.4, 0.1);
+    const double level = distinctness(many, inner.rows, 0);
+    // Text that is level within the error of measurement, or no text at all, is left as it is.
+    const bool isPlain =
+        bestValue > 1.2 * level && std::abs(best) > 0.2 && std::abs(best) < largestSlope;
+    return isPlain ? best : 0;
+}
+
+} // namespace portable

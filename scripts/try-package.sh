@@ -1,0 +1,205 @@
+#!/usr/bin/env bash
+# SPDX-License-Identifier: MIT
+# Tries the Debian packages in a minimal system: installation, use, upgrade, removal.
+cd "$(dirname "$0")/.."
+. scripts/common.sh
+
+usage() {
+    cat <<'TEXT'
+usage: scripts/try-package.sh [option]
+
+Installs the packages of build/packages/ (scripts/package.sh) in a minimal Debian in a folder of its own,
+starts the server there as a plain user, connects a page, upgrades, downgrades, removes and purges, and
+says at each step what doesn't hold. Prints what has to be downloaded and unpacked. Needs root.
+
+  --suite NAME    the release of Debian (default: bookworm)
+  --mirror URL    where it comes from (default: http://deb.debian.org/debian)
+  --no-install    do not install packages on this machine
+  --help          show this text
+TEXT
+}
+
+install=yes
+suite=bookworm
+mirror=http://deb.debian.org/debian
+arguments=("$@")
+while [ $# -gt 0 ]; do
+    case "$1" in
+    --suite) [ $# -ge 2 ] || { usage >&2; exit 2; }; suite=$2; shift ;;
+    --mirror) [ $# -ge 2 ] || { usage >&2; exit 2; }; mirror=$2; shift ;;
+    --no-install) install=no ;;
+    --help | -h) usage; exit 0 ;;
+    *) usage >&2; exit 2 ;;
+    esac
+    shift
+done
+[ "$(id -u)" -eq 0 ] || fail "this needs root, for chroot"
+if [ -z "${IN_NAMESPACE:-}" ]; then
+    [ "$install" = no ] || install_packages package
+    # Mounts and processes of its own: all of them end with this script.
+    IN_NAMESPACE=yes exec unshare --mount --pid --fork --kill-child --mount-proc "$0" "${arguments[@]}"
+fi
+
+architecture=$(dpkg --print-architecture)
+server=$(find build/packages -name "rvowebsocketserver_*_$architecture.deb" 2>/dev/null | sort -V | tail -n 1)
+[ -n "$server" ] || fail "no package in build/packages: run scripts/package.sh"
+version=$(dpkg-deb -f "$server" Version)
+policy=build/packages/rvowebsocketserver-policy_${version}_all.deb
+dev=build/packages/rvowebsocketserver-dev_${version}_all.deb
+
+base=$PWD/build/try-package/$suite.tar
+work=$(mktemp -d --tmpdir rvo-try-XXXXXX)
+root=$work/root
+cleanup() {
+    umount "$root/var/cache/apt/archives" "$root/proc" 2>/dev/null || true
+    rm -rf --one-file-system "$work"
+}
+trap cleanup EXIT
+
+step() { printf '\n'; say "$* ($(($(date +%s) - begin)) s)"; }
+# check WHAT COMMAND...: fails with the text if the command does.
+check() {
+    local what=$1
+    shift
+    "$@" || fail "$what"
+    say "  ok: $what"
+}
+inside() { chroot "$root" env -i PATH=/usr/sbin:/usr/bin:/sbin:/bin LC_ALL=C.UTF-8 DEBIAN_FRONTEND=noninteractive "$@"; }
+apt() { inside apt-get -q -y -o Dpkg::Use-Pty=0 -o Dpkg::Options::=--force-confold "$@"; }
+
+# files: all of the system but its users' own and what it downloads.
+files() {
+    find "$root" \( -path "$root/proc" -o -path "$root/home" -o -path "$root/var/cache/apt" \) -prune -o -print | sort
+}
+
+# sizes OPTION...: what apt would download and unpack.
+sizes() { inside apt-get -q --assume-no "$@" 2>&1 | grep -E '^(Need to get|After this operation|[0-9]+ upgraded)' || true; }
+
+# use_server: a server of a plain user, on a network of its own, and a page that uses it.
+use_server() {
+    # shellcheck disable=SC2016 # for the other shell
+    unshare --net bash -eu -c '
+        root=$1 page=$2
+        ip link set lo up
+        start() {
+            exec chroot --userspec=clerk:clerk "$root" env -i HOME=/home/clerk PATH=/usr/bin:/bin LC_ALL=C.UTF-8 \
+                QT_QPA_PLATFORM=offscreen /usr/lib/rvowebsocketserver/rvowebSocketServer "$@"
+        }
+        start --simulate >"$root/tmp/output.log" 2>&1 &
+        server=$!
+        python3 "$page" 30 /home/clerk/scan || { cat "$root/tmp/output.log"; exit 1; }
+        second=$(start 2>&1) || { echo "the second server ended with $?"; exit 1; }
+        case "$second" in *"is already running"*) ;; *) echo "the second server: $second"; exit 1 ;; esac
+        kill "$server"
+        wait "$server" || true
+    ' use_server "$root" "$PWD/scripts/try-package/page.py"
+    rm "$root/home/clerk/scan/capture.jpg" || fail "there is no capture"
+}
+
+# repack VERSION: the server package as an earlier one, whose settings have other defaults.
+repack() {
+    rm -rf "$work/old"
+    dpkg-deb -R "$server" "$work/old"
+    sed -i "s/^Version: .*/Version: $1/" "$work/old/DEBIAN/control"
+    echo '; an earlier default' >>"$work/old/etc/rvowebsocketserver/devices.ini"
+    echo '; an earlier default' >>"$work/old/etc/rvowebsocketserver/server.ini"
+    dpkg-deb --root-owner-group -Znone -b "$work/old" "$root/packages/old.deb" >/dev/null
+}
+
+begin=$(date +%s)
+if [ ! -e "$base" ]; then
+    step "making a minimal $suite"
+    mkdir -p "$(dirname "$base")"
+    debootstrap --variant=minbase "$suite" "$root" "$mirror" >"$work/debootstrap.log" 2>&1 \
+        || { tail -n 5 "$work/debootstrap.log" >&2; fail "debootstrap"; }
+    rm -f "$root"/var/cache/apt/archives/*.deb
+    tar -cf "$base.new" -C "$root" .
+    mv "$base.new" "$base"
+    rm -rf "$root"
+fi
+mkdir -p "$root"
+tar -xf "$base" -C "$root"
+mount --types proc proc "$root/proc"
+mkdir -p "$(dirname "$base")/archives/partial" # what was downloaded before
+mount --bind "$(dirname "$base")/archives" "$root/var/cache/apt/archives"
+cp --dereference /etc/resolv.conf "$root/etc/resolv.conf"
+for file in /etc/apt/apt.conf /etc/apt/apt.conf.d/*proxy*; do
+    [ ! -e "$file" ] || cp "$file" "$root/etc/apt/apt.conf.d/"
+done
+printf '#!/bin/sh\nexit 101\n' >"$root/usr/sbin/policy-rc.d" # no services
+chmod +x "$root/usr/sbin/policy-rc.d"
+echo force-unsafe-io >"$root/etc/dpkg/dpkg.cfg.d/unsafe" # it is thrown away
+mkdir "$root/packages"
+cp "$server" "$root/packages/server.deb"
+cp "$policy" "$root/packages/policy.deb"
+repack "$version~before"
+inside useradd --create-home clerk
+inside install -d -o clerk -g clerk /home/clerk/scan
+apt update >/dev/null
+files >"$work/before"
+
+step "sizes in a minimal $suite"
+say "without recommended packages:"
+sizes install --no-install-recommends /packages/server.deb
+say "with them, the browser among them:"
+sizes install /packages/server.deb
+
+step "installing $version~before"
+apt install --no-install-recommends /packages/old.deb >"$work/install.log" 2>&1 || { tail "$work/install.log"; fail "installation"; }
+find "$root/usr/lib/rvowebsocketserver" -maxdepth 1 -printf '%f ' && echo
+for program in "$root"/usr/lib/rvowebsocketserver/{rvowebSocketServer,devicehost,barcodeworker,elecsign,webbrowser,*.so}; do
+    check "libraries of $(basename "$program")" bash -c "! chroot '$root' ldd '${program#"$root"}' | grep 'not found'"
+done
+
+step "using it as a plain user"
+use_server
+data=$root/home/clerk/.local/state/rvowebsocketserver
+check "the data folder is the user's alone" test "$(stat -c '%a %U' "$data")" = "700 $(stat -c %U "$root/home/clerk")"
+check "the log says where it is" grep -q 'data folder: "/home/clerk/.local/state/rvowebsocketserver"' "$data"/log/vx_log_*.txt
+check "nothing is written beside the program" test ! -e "$root/usr/lib/rvowebsocketserver/log"
+
+step "upgrading to $version with changed settings"
+echo '; mine' >>"$root/etc/rvowebsocketserver/devices.ini"
+apt install --no-install-recommends /packages/server.deb /packages/policy.deb >"$work/upgrade.log" 2>&1 || { tail "$work/upgrade.log"; fail "upgrade"; }
+check "the changed settings are kept" grep -q '^; mine' "$root/etc/rvowebsocketserver/devices.ini"
+check "the others are the new ones" bash -c "! grep -q 'earlier default' '$root/etc/rvowebsocketserver/server.ini'"
+check "the policy is installed" test -e "$root/etc/rvowebsocketserver/access.ini"
+use_server
+check "the policy reports" grep -q 'access:' "$data"/log/vx_log_*.txt
+
+step "downgrading"
+apt install --no-install-recommends --allow-downgrades /packages/old.deb >"$work/downgrade.log" 2>&1 || { tail "$work/downgrade.log"; fail "downgrade"; }
+check "the changed settings are kept" grep -q '^; mine' "$root/etc/rvowebsocketserver/devices.ini"
+use_server
+
+step "upgrading and removing while it runs"
+unshare --net chroot --userspec=clerk:clerk "$root" env -i HOME=/home/clerk PATH=/usr/bin:/bin QT_QPA_PLATFORM=offscreen \
+    /usr/lib/rvowebsocketserver/rvowebSocketServer >/dev/null 2>&1 &
+runs() { inside pgrep -f ^/usr/lib/rvowebsocketserver/ >/dev/null; }
+for _ in $(seq 100); do ! runs || break; sleep 0.1; done
+apt install --no-install-recommends /packages/server.deb >"$work/upgrade.log" 2>&1 || { tail "$work/upgrade.log"; fail "upgrade"; }
+# shellcheck disable=SC2016 # for eval
+check "it runs on, which apt says" eval 'runs && grep -q "before is still running" "$work/upgrade.log"'
+apt remove rvowebsocketserver >"$work/remove.log" 2>&1 || { tail "$work/remove.log"; fail "removal"; }
+for _ in $(seq 100); do runs || break; sleep 0.1; done
+check "it has ended" eval '! runs'
+check "the program is gone" test ! -e "$root/usr/lib/rvowebsocketserver"
+check "the settings are kept" grep -q '^; mine' "$root/etc/rvowebsocketserver/devices.ini"
+
+step "purging"
+apt purge rvowebsocketserver rvowebsocketserver-policy >"$work/purge.log" 2>&1 || { tail "$work/purge.log"; fail "purge"; }
+check "it names the user's data" grep -q 'kept.* /home/clerk/.local/state/rvowebsocketserver' "$work/purge.log"
+apt autoremove --purge >/dev/null 2>&1
+files >"$work/after"
+left=$(comm -13 "$work/before" "$work/after" | sed "s|^$root||" | grep -i rvowebsocket || true)
+check "nothing else is left${left:+: $left}" test -z "$left"
+others=$(comm -13 "$work/before" "$work/after" | wc -l)
+say "  (the packages that it needed leave $others files behind, such as caches)"
+
+if [ -e /usr/include/opencv4/opencv2/core.hpp ] && command -v cmake c++ >/dev/null; then
+    step "building the example device library"
+    dpkg-deb -x "$dev" "$work/dev"
+    check "it builds" bash -c "cmake -S '$work/dev/usr/share/doc/rvowebsocketserver-dev/examples/library' \
+        -B '$work/example' -DCMAKE_PREFIX_PATH='$work/dev/usr' >/dev/null && cmake --build '$work/example' >/dev/null"
+fi
+step "everything holds"
