@@ -137,6 +137,8 @@ statussocket::Program programFacts()
     program.version = QStringLiteral(SERVER_VERSION);
     program.built = QStringLiteral("%1 %2").arg(QLatin1String(buildDate), QLatin1String(buildTime));
     program.folder = QCoreApplication::applicationDirPath();
+    program.dataFolder = base::dataFolder();
+    program.logFolder = QLog::instance()->logPath();
     return program;
 }
 

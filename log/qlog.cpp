@@ -169,7 +169,8 @@ struct QLog::Record
     bool isStopped = false; // for want of space
     qint64 skippedLines = 0; // while stopped
 
-    QVector<Problem> problems; // a ring once it is full
+    mutable std::mutex problemsMutex; // who reads them must not wait for the disk
+    QVector<Problem> problems; // a ring once it is full; this and the next need problemsMutex
     int nextProblem = 0; // of the ring, which is the oldest then
 
     void noteProblem(QtMsgType type, const QString &text);
@@ -205,6 +206,7 @@ void QLog::Record::writeLine(const QString &text)
 void QLog::Record::noteProblem(QtMsgType type, const QString &text)
 {
     const Problem problem{clock(), type, text.left(longestProblem)};
+    const std::lock_guard<std::mutex> lock(problemsMutex);
     if (problems.size() < mostProblems) {
         problems.append(problem);
     } else {
@@ -421,7 +423,7 @@ void QLog::log(QtMsgType type, const QString &message)
 
 QVector<QLog::Problem> QLog::problems() const
 {
-    const Lock lock;
+    const std::lock_guard<std::mutex> lock(m_record->problemsMutex);
     const QVector<Problem> &kept = m_record->problems;
     const int first = kept.size() < mostProblems ? 0 : m_record->nextProblem;
     return kept.mid(first) + kept.mid(0, first);

@@ -26,7 +26,6 @@ BEGIN {
     rule("log", "")
     rule("base", "")
     rule("devicelib", "")
-    rule("base", "")
 
     rule("portable/base", "devicelib")
     rule("portable/barcodeworker", "") # a program of its own, with few libraries

@@ -8,8 +8,10 @@
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
+#include <fcntl.h>
 #include <poll.h>
 #include <sys/eventfd.h>
+#include <sys/file.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
@@ -23,8 +25,10 @@ namespace statussocket {
 
 namespace {
 
-constexpr int waiting = 8; ///< connections that the kernel accepts meanwhile
-constexpr timeval readingTime{1, 0}; ///< a peer's, to take the answer
+constexpr int waiting = 64; ///< connections that the kernel accepts meanwhile
+/// A report fits in there as a whole, so nobody waits for a peer that doesn't read ...
+constexpr int socketBuffer = 512 * 1024;
+constexpr timeval readingTime{0, 100000}; ///< ... or hardly, where the system allows less
 
 bool cannot(const QString &path, const QString &why)
 {
@@ -37,7 +41,11 @@ QString systemError()
     return QString::fromLocal8Bit(std::strerror(errno));
 }
 
-/// A folder that only this user may enter; makes it. \return why it isn't one, or empty
+/**
+ * Makes a folder that only this user may enter. Its parent may be open to all, so a link in its
+ * place is not followed, and another user's folder not used.
+ * \return why there is none, or empty
+ */
 QString folderProblem(const QString &path)
 {
     QDir().mkpath(QFileInfo(path).path());
@@ -45,14 +53,21 @@ QString folderProblem(const QString &path)
     if (::mkdir(name.constData(), 0700) != 0 && errno != EEXIST) {
         return systemError();
     }
-    struct stat status = {};
-    if (::lstat(name.constData(), &status) != 0) {
+    const int folder = ::open(name.constData(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+    if (folder < 0) {
         return systemError();
     }
-    if (!S_ISDIR(status.st_mode) || status.st_uid != base::ownUser()) {
-        return QStringLiteral("%1 is not a folder of this user").arg(base::oneLine(path));
+    QString problem;
+    struct stat status = {};
+    if (::fstat(folder, &status) != 0) {
+        problem = systemError();
+    } else if (status.st_uid != base::ownUser()) {
+        problem = QStringLiteral("its folder belongs to ") + base::userText(status.st_uid);
+    } else if (::fchmod(folder, 0700) != 0) {
+        problem = systemError();
     }
-    return ::chmod(name.constData(), 0700) == 0 ? QString() : systemError();
+    ::close(folder);
+    return problem;
 }
 
 bool addressOf(const QString &path, sockaddr_un *address)
@@ -72,21 +87,27 @@ const sockaddr *generic(const sockaddr_un &address)
     return reinterpret_cast<const sockaddr *>(&address);
 }
 
-/// Whether somebody listens there.
-bool isTaken(const sockaddr_un &address)
+/// Held until it is closed or the process ends. \return -1 if another one has it, or with errno
+int lockedFile(const QString &path)
 {
-    const int probe = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
-    const bool connects = ::connect(probe, generic(address), sizeof address) == 0
-        || errno == EAGAIN; // its queue is full
-    ::close(probe);
-    return connects;
+    const int file = ::open(QFile::encodeName(path).constData(),
+                            O_RDWR | O_CREAT | O_NOFOLLOW | O_CLOEXEC, 0600);
+    if (file >= 0 && ::flock(file, LOCK_EX | LOCK_NB) != 0) {
+        const int error = errno;
+        ::close(file);
+        errno = error;
+        return -1;
+    }
+    return file;
 }
 
 } // namespace
 
-StatusListener::StatusListener(const QString &path, Answer answer)
+StatusListener::StatusListener(const QString &path, Answer answer,
+                               std::chrono::milliseconds freshFor)
     : m_path(path)
     , m_answer(std::move(answer))
+    , m_freshFor(freshFor)
 {
     if (listen()) {
         m_stop = ::eventfd(0, EFD_CLOEXEC);
@@ -103,6 +124,9 @@ StatusListener::~StatusListener()
         ::unlink(QFile::encodeName(m_path).constData());
         ::close(m_socket);
     }
+    if (m_lock >= 0) {
+        ::close(m_lock);
+    }
 }
 
 bool StatusListener::listen()
@@ -115,8 +139,10 @@ bool StatusListener::listen()
     if (!addressOf(m_path, &address)) {
         return cannot(m_path, QStringLiteral("the path is too long"));
     }
-    if (isTaken(address)) {
-        return cannot(m_path, QStringLiteral("another server does"));
+    m_lock = lockedFile(m_path + QStringLiteral(".lock"));
+    if (m_lock < 0) {
+        return cannot(m_path,
+                      errno == EWOULDBLOCK ? QStringLiteral("another server does") : systemError());
     }
     ::unlink(address.sun_path); // left behind
     const int socket = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0);
@@ -155,14 +181,19 @@ void StatusListener::answer(int peer)
 {
     const QString problem = base::peerProblem(peer);
     if (!problem.isEmpty()) {
-        qWarning().noquote() << "status: a connection was refused:" << problem;
+        m_refusals.write(QStringLiteral("a connection was refused: ") + problem);
         return;
     }
+    const auto now = std::chrono::steady_clock::now();
+    if (m_text.isEmpty() || now - m_made >= m_freshFor) {
+        m_made = now;
+        m_text = m_answer();
+    }
+    ::setsockopt(peer, SOL_SOCKET, SO_SNDBUF, &socketBuffer, sizeof socketBuffer);
     ::setsockopt(peer, SOL_SOCKET, SO_SNDTIMEO, &readingTime, sizeof readingTime);
-    const QByteArray text = m_answer();
     ssize_t sent = 0;
-    for (int at = 0; at < text.size() && sent >= 0; at += int(sent)) {
-        sent = ::send(peer, text.constData() + at, std::size_t(text.size() - at), MSG_NOSIGNAL);
+    for (int at = 0; at < m_text.size() && sent >= 0; at += int(sent)) {
+        sent = ::send(peer, m_text.constData() + at, std::size_t(m_text.size() - at), MSG_NOSIGNAL);
     }
 }
 

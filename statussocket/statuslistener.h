@@ -1,9 +1,12 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include "log/refusallog.h"
+
 #include <QByteArray>
 #include <QString>
 
+#include <chrono>
 #include <functional>
 #include <thread>
 
@@ -15,7 +18,7 @@ namespace statussocket {
  * nothing. What it sends is never read.
  *
  * A thread of its own answers, which sleeps until somebody asks: the main thread may be held up
- * by just what the status is to tell.
+ * by just what the status is to show.
  */
 class StatusListener
 {
@@ -24,11 +27,14 @@ public:
     using Answer = std::function<QByteArray()>;
 
     /**
-     * Listens. A socket that a server has left behind is replaced, one at which a server listens
-     * isn't. When it can't listen, a log line says why, and it does nothing.
-     * \param path  of the socket; its folder is made if it is missing
+     * Listens. What a killed server has left behind is replaced; a server that runs keeps its
+     * socket by a lock on "<path>.lock". When it can't listen, a log line says why, and it does
+     * nothing. \param path      of the socket; its folder is made if it is missing \param freshFor
+     * how long an answer may be given again: somebody who asks all the time must not keep the main
+     * thread busy
      */
-    StatusListener(const QString &path, Answer answer);
+    StatusListener(const QString &path, Answer answer,
+                   std::chrono::milliseconds freshFor = std::chrono::milliseconds(20));
 
     /// Stops, and removes the socket.
     ~StatusListener();
@@ -44,8 +50,13 @@ private:
 
     const QString m_path;
     const Answer m_answer;
+    const std::chrono::milliseconds m_freshFor;
+    int m_lock = -1;
     int m_socket = -1;
     int m_stop = -1; ///< an eventfd
+    QByteArray m_text; ///< the latest answer; this thread's, as the two below
+    std::chrono::steady_clock::time_point m_made;
+    RefusalLog m_refusals{"status", 1};
     std::thread m_thread;
 };
 

@@ -2,6 +2,7 @@
 #include "statussocket/statusreport.h"
 
 #include "access/accesscontrol.h"
+#include "base/datafolder.h"
 #include "base/mainthread.h"
 #include "camera/captureimgthread.h"
 #include "dispatch/clientqueue.h"
@@ -31,7 +32,7 @@ namespace {
 using namespace std::chrono_literals;
 
 constexpr int format = 1; ///< of the report; another number when a member changes its meaning
-constexpr auto mainThreadWait = 2ms; ///< some frames' worth of its work
+constexpr auto mainThreadWait = 2ms; ///< the time to send some frames
 
 double milliseconds(std::chrono::nanoseconds time)
 {
@@ -69,7 +70,7 @@ QJsonObject camera()
             {QStringLiteral("encodeMs"), milliseconds(figures.encoding)}};
 }
 
-/// The stub library's word; null with a maker's library in the server itself.
+/// As the stub library says; null with a maker's library in the server itself.
 QJsonValue deviceProcess()
 {
     using Status = int (*)(char *json, int size);
@@ -106,17 +107,16 @@ QJsonArray problems()
     return list;
 }
 
-bool isSimulationOn(const QString &folder)
+bool isSimulationOn()
 {
-    const QSettings devices(folder + QStringLiteral("/devices.ini"), QSettings::IniFormat);
+    const QSettings devices(base::findData(QStringLiteral("devices.ini")), QSettings::IniFormat);
     return qgetenv("DEVICE_SIMULATION") == "1"
         || devices.value(QStringLiteral("simulation/enabled")).toBool();
 }
 
-QJsonArray pagesOf(const WebSocketServerManager &manager)
+QJsonArray listed(const QVector<PageStatus> &pages)
 {
     QJsonArray list;
-    const auto pages = manager.pages();
     for (const PageStatus &page : pages) {
         list.append(QJsonObject{{QStringLiteral("address"), page.address},
                                 {QStringLiteral("origin"), page.origin},
@@ -129,22 +129,19 @@ QJsonArray pagesOf(const WebSocketServerManager &manager)
     return list;
 }
 
-/// What belongs to the main thread; on it.
-QJsonObject mainThreadPart(const WebSocketServerManager &manager,
-                           const accesspolicy::AccessControl &access)
-{
-    return {{QStringLiteral("port"), int(manager.port())},
-            {QStringLiteral("pages"), pagesOf(manager)},
-            {QStringLiteral("sendMs"), milliseconds(manager.frameSending())},
-            {QStringLiteral("queues"),
-             QJsonObject{{QStringLiteral("bytesOfTexts"),
-                          double(manager.dispatcher()->clientQueue()->waitingBytes())}}},
-            {QStringLiteral("access"),
-             QJsonObject{{QStringLiteral("mode"), access.modeText()},
-                         {QStringLiteral("file"), access.file()}}}};
-}
-
 } // namespace
+
+/// What belongs to the main thread. It only copies; the text is made by the thread that asks.
+struct StatusReport::MainThreadPart
+{
+    quint16 port = 0;
+    PagesStatus pages;
+    std::chrono::nanoseconds sending{};
+    qint64 waitingBytes = 0;
+    QString accessMode;
+    QString accessFile;
+    std::chrono::steady_clock::time_point time; ///< of this answer; unset: there was none yet
+};
 
 /// What the main thread and the one that asks share.
 struct StatusReport::Shared
@@ -154,9 +151,8 @@ struct StatusReport::Shared
 
     std::mutex mutex;
     std::condition_variable answered;
-    bool isAsked = false; // guarded by mutex, as all below: a request is on its way
-    QJsonObject part; // the latest answer
-    std::chrono::steady_clock::time_point time; // of that
+    bool isAsked = false; // guarded by mutex, as below: a request is on its way
+    MainThreadPart latest;
 };
 
 StatusReport::StatusReport(Program program, const WebSocketServerManager &manager,
@@ -174,56 +170,80 @@ StatusReport::~StatusReport()
     m_shared->manager = nullptr;
 }
 
-QByteArray StatusReport::make()
+/// One request at a time waits in its event loop, however often somebody asks.
+void StatusReport::askMainThread() const
 {
-    const auto answer = [shared = m_shared] {
+    {
+        const std::lock_guard<std::mutex> lock(m_shared->mutex);
+        if (std::exchange(m_shared->isAsked, true)) {
+            return;
+        }
+    }
+    base::postToMainThread([shared = m_shared] {
         if (!shared->manager) {
             return;
         }
-        const QJsonObject part = mainThreadPart(*shared->manager, *shared->access);
+        const WebSocketServerManager &manager = *shared->manager;
+        MainThreadPart part{manager.port(),
+                            manager.pages(mostPages),
+                            manager.frameSending(),
+                            manager.dispatcher()->clientQueue()->waitingBytes(),
+                            shared->access->modeText(),
+                            shared->access->file(),
+                            std::chrono::steady_clock::now()};
         const std::lock_guard<std::mutex> lock(shared->mutex);
-        shared->part = part;
-        shared->time = std::chrono::steady_clock::now();
+        shared->latest = std::move(part);
         shared->isAsked = false;
         shared->answered.notify_all();
-    };
+    });
+}
+
+QByteArray StatusReport::make()
+{
+    const auto latest = std::chrono::steady_clock::now() + mainThreadWait;
+    askMainThread();
+    const MessageRun::UnderWay underWay = MessageRun::underWay();
+    QJsonObject cameraPart = camera();
+    QJsonObject report{{QStringLiteral("format"), format},
+                       {QStringLiteral("version"), m_program.version},
+                       {QStringLiteral("built"), m_program.built},
+                       {QStringLiteral("pid"), double(getpid())},
+                       {QStringLiteral("uptimeSeconds"), double(m_started.elapsed()) / 1000},
+                       {QStringLiteral("deviceProcess"), deviceProcess()},
+                       {QStringLiteral("memory"),
+                        QJsonObject{{QStringLiteral("residentKiB"), residentKiB(getpid())}}},
+                       {QStringLiteral("simulation"), isSimulationOn()},
+                       {QStringLiteral("folders"),
+                        QJsonObject{{QStringLiteral("program"), m_program.folder},
+                                    {QStringLiteral("data"), m_program.dataFolder},
+                                    {QStringLiteral("log"), m_program.logFolder}}},
+                       {QStringLiteral("problems"), problems()}};
 
     std::unique_lock<std::mutex> lock(m_shared->mutex);
-    if (!std::exchange(m_shared->isAsked, true)) {
-        lock.unlock();
-        base::postToMainThread(answer);
-        lock.lock();
-    }
     const bool isAnswered =
-        m_shared->answered.wait_for(lock, mainThreadWait, [this] { return !m_shared->isAsked; });
-    QJsonObject report = m_shared->part;
-    const auto age = std::chrono::steady_clock::now() - m_shared->time;
+        m_shared->answered.wait_until(lock, latest, [this] { return !m_shared->isAsked; });
+    const MainThreadPart part = m_shared->latest;
     lock.unlock();
 
-    const MessageRun::UnderWay underWay = MessageRun::underWay();
     QJsonObject mainThread{{QStringLiteral("answers"), isAnswered},
                            {QStringLiteral("command"), underWay.name},
                            {QStringLiteral("forMs"), double(underWay.since.count())}};
-    if (!isAnswered && report.contains(QStringLiteral("pages"))) {
-        mainThread.insert(QStringLiteral("pagesAgeMs"), milliseconds(age));
+    if (!isAnswered && part.time != std::chrono::steady_clock::time_point()) {
+        mainThread.insert(QStringLiteral("pagesAgeMs"),
+                          milliseconds(std::chrono::steady_clock::now() - part.time));
     }
-    QJsonObject cameraPart = camera();
-    cameraPart.insert(QStringLiteral("sendMs"), report.take(QStringLiteral("sendMs")));
-    report.insert(QStringLiteral("format"), format);
-    report.insert(QStringLiteral("version"), m_program.version);
-    report.insert(QStringLiteral("built"), m_program.built);
-    report.insert(QStringLiteral("pid"), double(getpid()));
-    report.insert(QStringLiteral("uptimeSeconds"), double(m_started.elapsed()) / 1000);
-    report.insert(QStringLiteral("mainThread"), mainThread);
+    cameraPart.insert(QStringLiteral("sendMs"), milliseconds(part.sending));
     report.insert(QStringLiteral("camera"), cameraPart);
-    report.insert(QStringLiteral("deviceProcess"), deviceProcess());
-    report.insert(QStringLiteral("memory"),
-                  QJsonObject{{QStringLiteral("residentKiB"), residentKiB(getpid())}});
-    report.insert(QStringLiteral("simulation"), isSimulationOn(m_program.folder));
-    report.insert(QStringLiteral("folders"),
-                  QJsonObject{{QStringLiteral("program"), m_program.folder},
-                              {QStringLiteral("log"), QLog::instance()->logPath()}});
-    report.insert(QStringLiteral("problems"), problems());
+    report.insert(QStringLiteral("mainThread"), mainThread);
+    report.insert(QStringLiteral("port"), int(part.port));
+    report.insert(QStringLiteral("pages"), listed(part.pages.first));
+    report.insert(QStringLiteral("pageCount"), part.pages.count);
+    report.insert(QStringLiteral("queues"),
+                  QJsonObject{{QStringLiteral("bytesOfTexts"), double(part.waitingBytes)},
+                              {QStringLiteral("unreadBytes"), double(part.pages.bytesWaiting)}});
+    report.insert(QStringLiteral("access"),
+                  QJsonObject{{QStringLiteral("mode"), part.accessMode},
+                              {QStringLiteral("file"), part.accessFile}});
     return QJsonDocument(report).toJson(QJsonDocument::Compact) + '\n';
 }
 

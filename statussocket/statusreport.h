@@ -19,13 +19,16 @@ struct Program
 {
     QString version;
     QString built; ///< date and time
-    QString folder;
+    QString folder; ///< of the program
+    QString dataFolder;
+    QString logFolder;
 };
 
 /**
- * How the server is, as one JSON object (docs/devicectl.md has its members). Calls nothing of the
- * device library, and hardly waits: the main thread is asked for what it owns, and when it doesn't
- * answer at once, the report has what it said the last time, and the command that keeps it busy.
+ * The state of the server as one JSON object; docs/devicectl.md lists its members. Calls nothing of
+ * the device library and waits for nobody longer than some milliseconds: the main thread is asked
+ * for what it owns, and when it doesn't answer, the report has its former answer, and the command
+ * that keeps it busy.
  *
  * Made and destroyed on the main thread.
  */
@@ -37,11 +40,17 @@ public:
                  const accesspolicy::AccessControl &access);
     ~StatusReport();
 
-    /// The report in UTF-8, a line. From any thread but the main one, one call at a time.
+    /// The pages that are listed one by one.
+    static constexpr int mostPages = 100;
+
+    /// The report in UTF-8, one line. From any thread but the main one, one call at a time.
     QByteArray make();
 
 private:
     struct Shared;
+    struct MainThreadPart;
+
+    void askMainThread() const;
 
     const Program m_program;
     QElapsedTimer m_started;

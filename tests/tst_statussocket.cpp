@@ -23,6 +23,7 @@
 #include <unistd.h>
 
 #include <memory>
+#include <vector>
 
 using statussocket::StatusListener;
 using statussocket::StatusReport;
@@ -54,6 +55,23 @@ bool answers(const QByteArray &report)
     return mainThread.value(QStringLiteral("answers")).toBool();
 }
 
+sockaddr_un addressOf(const QString &path)
+{
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    qstrcpy(address.sun_path, QFile::encodeName(path).constData());
+    return address;
+}
+
+/// A connection that neither reads nor writes.
+int silentPeer(const QString &path)
+{
+    const sockaddr_un address = addressOf(path);
+    const int peer = socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+    connect(peer, reinterpret_cast<const sockaddr *>(&address), sizeof address);
+    return peer;
+}
+
 } // namespace
 
 class TestStatusSocket : public QObject
@@ -74,9 +92,9 @@ private Q_SLOTS:
         const StatusListener listener(m_path, [] { return QByteArray("well"); });
         QVERIFY(listener.isListening());
         struct stat status = {};
-        QCOMPARE(::stat(QFile::encodeName(m_path), &status), 0);
+        QCOMPARE(::stat(Utf8(m_path), &status), 0);
         QCOMPARE(int(status.st_mode & 0777), 0600);
-        QCOMPARE(::stat(QFile::encodeName(QFileInfo(m_path).path()), &status), 0);
+        QCOMPARE(::stat(Utf8(QFileInfo(m_path).path()), &status), 0);
         QCOMPARE(int(status.st_mode & 0777), 0700);
         QCOMPARE(answerOf(m_path), QByteArray("well"));
         base::setOwnUser(4711); // the peer is another user now
@@ -95,9 +113,7 @@ private Q_SLOTS:
             QCOMPARE(answerOf(m_path), QByteArray("first"));
         }
         QVERIFY(!QFileInfo::exists(m_path)); // it has tidied up
-        sockaddr_un address{};
-        address.sun_family = AF_UNIX;
-        qstrcpy(address.sun_path, QFile::encodeName(m_path).constData());
+        const sockaddr_un address = addressOf(m_path);
         const int left = socket(AF_UNIX, SOCK_STREAM, 0);
         QCOMPARE(bind(left, reinterpret_cast<const sockaddr *>(&address), sizeof address), 0);
         ::close(left);
@@ -105,17 +121,40 @@ private Q_SLOTS:
         QCOMPARE(answerOf(m_path), QByteArray("third"));
     }
 
+    void nobodyKeepsItFromOthers()
+    {
+        int made = 0;
+        const QByteArray large(200 * 1024, 'x');
+        std::vector<int> peers;
+        {
+            const StatusListener listener(
+                m_path, [&] { return QByteArray::number(++made) + large; }, std::chrono::hours(1));
+            for (int i = 0; i < 200; ++i) {
+                peers.push_back(silentPeer(m_path));
+            }
+            QCOMPARE(answerOf(m_path), "1" + large); // the same for all: made once
+        }
+        for (const int peer : peers) {
+            ::close(peer);
+        }
+    }
+
     void noSocketWhereItCannotBe_data()
     {
         QTest::addColumn<QString>("path");
         QTest::newRow("no folder") << QStringLiteral("/proc/no/status");
         QTest::newRow("a file in its place") << QStringLiteral("FOLDER/file/status");
+        QTest::newRow("a link in its place") << QStringLiteral("FOLDER/link/status");
+        QTest::newRow("a folder of the name") << QStringLiteral("FOLDER/run");
+        QTest::newRow("another user's folder") << QStringLiteral("/proc/1/status");
         QTest::newRow("too long") << QStringLiteral("FOLDER/run/") + QString(120, QLatin1Char('x'));
     }
     void noSocketWhereItCannotBe()
     {
         QFETCH(QString, path);
         writeFile(m_folder->filePath(QStringLiteral("file")));
+        writeFile(m_folder->filePath(QStringLiteral("run/file")));
+        QVERIFY(QFile::link(m_folder->path(), m_folder->filePath(QStringLiteral("link"))));
         path.replace(QLatin1String("FOLDER"), m_folder->path());
         const StatusListener listener(path, [] { return QByteArray(); });
         QVERIFY(!listener.isListening());
@@ -143,8 +182,9 @@ private Q_SLOTS:
         accesspolicy::PolicyPlaces places;
         places.system = m_folder->filePath(QStringLiteral("none.ini"));
         const accesspolicy::AccessControl access(places, m_folder->path(), m_folder->path());
-        StatusReport report({QStringLiteral("9.9"), {}, m_folder->path()}, manager, access);
-        const StatusListener listener(m_path, [&report] { return report.make(); });
+        StatusReport report({QStringLiteral("9.9"), {}, m_folder->path(), {}, {}}, manager, access);
+        const StatusListener listener(
+            m_path, [&report] { return report.make(); }, std::chrono::milliseconds(0));
 
         Page page(manager.port());
         page.send(QStringLiteral("SetPersonInfo(MARK)")); // no known command: its name isn't shown
@@ -164,6 +204,7 @@ private Q_SLOTS:
         QCOMPARE(status.value(QStringLiteral("port")).toInt(), int(manager.port()));
         const QJsonArray pages = status.value(QStringLiteral("pages")).toArray();
         QCOMPARE(pages.size(), 1);
+        QCOMPARE(status.value(QStringLiteral("pageCount")).toInt(), 1);
         const QJsonObject one = pages.first().toObject();
         QCOMPARE(one.value(QStringLiteral("lastCommand")).toString(), QStringLiteral("bSaveJPG"));
         QCOMPARE(one.value(QStringLiteral("framesSent")).toInt(), 1);
@@ -196,8 +237,9 @@ private Q_SLOTS:
         accesspolicy::PolicyPlaces places;
         places.system = m_folder->filePath(QStringLiteral("none.ini"));
         const accesspolicy::AccessControl access(places, m_folder->path(), m_folder->path());
-        StatusReport report({QStringLiteral("9.9"), {}, m_folder->path()}, manager, access);
-        const StatusListener listener(m_path, [&report] { return report.make(); });
+        StatusReport report({QStringLiteral("9.9"), {}, m_folder->path(), {}, {}}, manager, access);
+        const StatusListener listener(
+            m_path, [&report] { return report.make(); }, std::chrono::milliseconds(0));
         QTRY_VERIFY(answers(answerOf(m_path)));
 
         QLocalSocket socket; // without an event loop: nobody serves the main thread's events

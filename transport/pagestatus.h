@@ -2,6 +2,7 @@
 #pragma once
 
 #include <QString>
+#include <QVector>
 
 /// A page, as the status of the server shows it.
 struct PageStatus
@@ -13,4 +14,12 @@ struct PageStatus
     qint64 bytesWaiting = 0; ///< that it has still to read
     int textsWaiting = 0; ///< of it, that are still to be carried out
     QString lastCommand; ///< name without arguments; "#", "@", "(unknown)"; empty: none yet
+};
+
+/// All pages.
+struct PagesStatus
+{
+    int count = 0;
+    qint64 bytesWaiting = 0; ///< of all
+    QVector<PageStatus> first; ///< of some
 };

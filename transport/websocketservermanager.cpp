@@ -494,24 +494,32 @@ void WebSocketServerManager::slot_frame(const QByteArray &bytes)
     m_frameSending += m_frameSending.count() == 0 ? taken : (taken - m_frameSending) / 16;
 }
 
-QVector<PageStatus> WebSocketServerManager::pages() const
+PagesStatus WebSocketServerManager::pages(int most) const
 {
-    constexpr int longestOrigin = 256;
-    const ClientQueue *queue = m_messageRun->clientQueue();
-    QVector<PageStatus> pages;
+    PagesStatus pages;
+    pages.count = m_links.size();
+    pages.first.reserve(qMin(most, pages.count));
     for (auto each = m_links.cbegin(); each != m_links.cend(); ++each) {
-        const ClientLink *link = each.value();
-        PageStatus page;
-        page.address = link->page()->peer();
-        page.origin = base::oneLine(each.key()->origin().left(longestOrigin));
-        page.framesSent = link->framesSent();
-        page.framesDropped = link->framesDropped();
-        page.bytesWaiting = link->unread();
-        page.textsWaiting = queue->waitingTexts(each.key());
-        page.lastCommand = commandName(link->lastText());
-        pages.append(page);
+        pages.bytesWaiting += each.value()->unread();
+        if (pages.first.size() < most) {
+            pages.first.append(pageStatus(each.key(), *each.value()));
+        }
     }
     return pages;
+}
+
+PageStatus WebSocketServerManager::pageStatus(QWebSocket *socket, const ClientLink &link) const
+{
+    constexpr int longestOrigin = 256;
+    PageStatus page;
+    page.address = link.page()->peer();
+    page.origin = base::oneLine(socket->origin().left(longestOrigin));
+    page.framesSent = link.framesSent();
+    page.framesDropped = link.framesDropped();
+    page.bytesWaiting = link.unread();
+    page.textsWaiting = m_messageRun->clientQueue()->waitingTexts(socket);
+    page.lastCommand = commandName(link.lastText());
+    return page;
 }
 
 QWebSocket *WebSocketServerManager::client(const QString &ip, int port) const

@@ -10,7 +10,6 @@
 #include <QObject>
 #include <QPointer>
 #include <QSet>
-#include <QVector>
 #include <QWebSocket>
 #include <QWebSocketProtocol>
 #include <QWebSocketServer>
@@ -65,8 +64,8 @@ public:
     /// The port listened on, 0 if not running; useful after a start at port 0.
     quint16 port() const;
 
-    /// The pages that are connected now, and what they were sent.
-    QVector<PageStatus> pages() const;
+    /// The pages that are connected now, and what they were sent: all in sum, `most` one by one.
+    PagesStatus pages(int most) const;
 
     /// Running mean of the time that it takes to send a preview frame to all pages.
     std::chrono::nanoseconds frameSending() const { return m_frameSending; }
@@ -114,6 +113,7 @@ public Q_SLOTS:
 private:
     template <class Worker> void broadcastMessagesOf(Worker *worker);
     QWebSocket *client(const QString &ip, int port) const;
+    PageStatus pageStatus(QWebSocket *socket, const ClientLink &link) const;
     void stopPreviews();
     void carryOut(QWebSocket *socket, const QString &message);
     void route(const QString &message, QWebSocket *socket);
