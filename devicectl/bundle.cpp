@@ -65,6 +65,17 @@ void addLogs(const Environment &environment, QMap<QString, QByteArray> *files)
     }
 }
 
+void addSettings(const Environment &environment, const QString &folder, const QString &prefix,
+                 QMap<QString, QByteArray> *files)
+{
+    for (const char *name : {"server.ini", "devices.ini", "access.ini"}) {
+        const QByteArray content = environment.end(folder + QLatin1Char('/') + QLatin1String(name));
+        if (!content.isEmpty()) {
+            files->insert(prefix + QLatin1String(name), withoutSecretSettings(content));
+        }
+    }
+}
+
 } // namespace
 
 QMap<QString, QByteArray> bundleFiles(const Environment &environment)
@@ -87,17 +98,8 @@ QMap<QString, QByteArray> bundleFiles(const Environment &environment)
     if (const auto status = environment.status()) {
         files.insert(QStringLiteral("status.json"), redactedJson(*status));
     }
-    for (const QString &path :
-         {places.data + QStringLiteral("/server.ini"), places.data + QStringLiteral("/devices.ini"),
-          places.ownPolicy, places.systemPolicy}) {
-        const QByteArray content = environment.end(path);
-        if (!content.isEmpty()) {
-            const QString name = path == places.systemPolicy
-                ? QStringLiteral("settings/system-access.ini")
-                : QStringLiteral("settings/") + QFileInfo(path).fileName();
-            files.insert(name, withoutSecretSettings(content));
-        }
-    }
+    addSettings(environment, places.files.data, QStringLiteral("settings/"), &files);
+    addSettings(environment, places.files.system, QStringLiteral("settings/etc/"), &files);
     addLogs(environment, &files);
     const auto journal = environment.run(
         QStringLiteral("journalctl"),

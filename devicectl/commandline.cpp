@@ -188,21 +188,21 @@ ExitCode bundleVerb(const Line &line, const Streams &streams)
     return ExitCode::Good;
 }
 
-accesspolicy::FoundPolicy policyOf(const Line &line, const SystemEnvironment &environment)
+/// A draft may be anybody's and lie anywhere; it is read for what it says.
+accesspolicy::FoundPolicy draftIn(const QString &path, const Places &places)
 {
-    if (line.words.isEmpty() || line.has("--try")) {
-        return environment.policy();
+    QFile file(path);
+    accesspolicy::PolicyError error{QFileInfo(path).absoluteFilePath(), 0, QString()};
+    if (!file.open(QIODevice::ReadOnly)) {
+        error.reason = file.errorString();
+        return {nullptr, error};
     }
-    accesspolicy::PolicyPlaces places; // a draft, which belongs to whoever writes it
-    places.system = QFileInfo(line.words.first()).absoluteFilePath();
-    places.systemOwner = QFileInfo(places.system).ownerId();
-    places.ownFolders = QStringList{environment.places().program};
-    auto found = accesspolicy::findPolicy(places);
-    if (!found.policy && !found.error) {
-        found.error =
-            accesspolicy::PolicyError{places.system, 0, said({"it is missing", "不存在"})};
-    }
-    return found;
+    const QStringList own{places.files.program, places.files.data, places.files.system};
+    const auto policy = accesspolicy::parsePolicy(file.readAll(), error.file,
+                                                  accesspolicy::NeverFolders::of(own), &error);
+    return policy
+        ? accesspolicy::FoundPolicy{std::make_shared<const accesspolicy::Policy>(*policy), {}}
+        : accesspolicy::FoundPolicy{nullptr, error};
 }
 
 ExitCode tryText(const Line &line, const std::shared_ptr<const accesspolicy::Policy> &policy,
@@ -210,7 +210,7 @@ ExitCode tryText(const Line &line, const std::shared_ptr<const accesspolicy::Pol
 {
     const QString refusal =
         refusalOf(policy, line.value("--try"), line.words.join(QLatin1Char(' ')),
-                  places.program + QStringLiteral("/webSite"));
+                  places.files.program + QStringLiteral("/webSite"));
     if (line.has("--json")) {
         streams.json(QJsonDocument(QJsonObject{{QStringLiteral("allowed"), refusal.isEmpty()},
                                                {QStringLiteral("reason"), refusal}}));
@@ -225,7 +225,9 @@ ExitCode tryText(const Line &line, const std::shared_ptr<const accesspolicy::Pol
 ExitCode policyVerb(const Line &line, const Streams &streams)
 {
     const SystemEnvironment environment;
-    const auto found = policyOf(line, environment);
+    const auto found = line.words.isEmpty() || line.has("--try")
+        ? environment.policy()
+        : draftIn(line.words.first(), environment.places());
     if (found.error) {
         if (line.has("--json")) {
             streams.json(QJsonDocument(QJsonObject{{QStringLiteral("error"), found.error->reason},

@@ -46,6 +46,11 @@ Finding unknown()
     return warning(noStatus, startIt);
 }
 
+QString join(const QStringList &list)
+{
+    return list.join(QStringLiteral(", "));
+}
+
 QJsonValue member(const QJsonObject &status, const char *object, const char *name)
 {
     return status.value(QLatin1String(object)).toObject().value(QLatin1String(name));
@@ -60,20 +65,26 @@ bool isServer(const Environment::Process &process)
     return program.section(QLatin1Char('/'), -1) == QLatin1String("rvowebSocketServer");
 }
 
-Finding process(const Environment &environment)
+QStringList servers(const Environment &environment)
 {
     QStringList found;
     const auto processes = environment.processes();
     for (const auto &each : processes) {
         if (isServer(each)) {
-            found << QString::number(each.id);
+            found << QStringLiteral("%1 (%2)").arg(each.id).arg(each.user);
         }
     }
-    return found.isEmpty() ? fault({"the server does not run", "服务没有运行"},
-                                   {"start it; if it ends at once, its standard error says why",
-                                    "请启动服务；若立即退出，标准错误输出会说明原因"})
-                           : good({"the server runs, process %1", "服务正在运行，进程 %1"},
-                                  found.join(QStringLiteral(", ")));
+    return found;
+}
+
+Finding process(const Environment &environment)
+{
+    const QStringList found = servers(environment);
+    return found.isEmpty()
+        ? fault({"the server does not run", "服务没有运行"},
+                {"start it; if it ends at once, its standard error says why",
+                 "请启动服务；若立即退出，标准错误输出会说明原因"})
+        : good({"the server runs, process %1", "服务正在运行，进程 %1"}, join(found));
 }
 
 /// The inode of the socket that listens on port 1818 (/proc/net/tcp: local address, state 0A).
@@ -99,6 +110,12 @@ Finding port(const Environment &environment)
         return fault({"nobody listens on port 1818", "没有程序监听 1818 端口"}, startIt);
     }
     const auto holders = environment.holders(QStringLiteral("socket:[%1]").arg(inode));
+    if (holders.isEmpty()) {
+        return warning(
+            {"a program of another user listens on port 1818", "1818 端口被其他用户的程序监听"},
+            {"run devicectl as the user of the server, or as root",
+             "请以服务用户或 root 运行 devicectl"});
+    }
     const auto processes = environment.processes();
     for (const auto &each : processes) {
         if (holders.contains(each.id) && isServer(each)) {
@@ -108,29 +125,39 @@ Finding port(const Environment &environment)
     return fault(
         {"another program listens on port 1818: process %1", "1818 端口被其他程序占用：进程 %1"},
         {"end that program, then start the server", "结束该程序后启动服务"},
-        holders.isEmpty() ? QStringLiteral("?") : QString::number(holders.first()));
+        QString::number(holders.first()));
 }
 
-/// What the server's check counts as another server; see app/singleinstance.cpp.
-bool foolsInstanceCheck(const QString &line)
+/// What the server's check leaves out of its count of servers; see app/singleinstance.cpp.
+bool isLeftOut(const Environment::Process &process)
 {
-    const auto has = [&line](const char *text, Qt::CaseSensitivity sensitivity) {
-        return line.contains(QLatin1String(text), sensitivity);
-    };
-    return has("rvowebSocketServer", Qt::CaseSensitive) && !has("sh", Qt::CaseSensitive)
-        && !has("txt", Qt::CaseSensitive) && !has("grep", Qt::CaseSensitive)
-        && !has("sudo", Qt::CaseSensitive) && !has("qtcreator", Qt::CaseInsensitive);
+    const QString line = process.user + QLatin1Char(' ') + process.commandLine; // as ps shows it
+    for (const char *text : {"sh", "txt", "grep", "sudo"}) {
+        if (line.contains(QLatin1String(text))) {
+            return true;
+        }
+    }
+    return line.contains(QLatin1String("qtcreator"), Qt::CaseInsensitive);
 }
 
 Finding instance(const Environment &environment)
 {
     const auto processes = environment.processes();
     for (const auto &each : processes) {
-        if (!isServer(each) && foolsInstanceCheck(each.commandLine)) {
+        const QString id = QString::number(each.id);
+        if (isServer(each) && isLeftOut(each)) {
+            return warning({"another server would not notice the one that runs, process %1",
+                            "另一个实例无法发现正在运行的服务（进程 %1）"},
+                           {"its user's name, path and arguments must not contain sh, txt, grep, "
+                            "sudo or qtcreator",
+                            "其用户名、路径和参数不得包含 sh、txt、grep、sudo、qtcreator"},
+                           id);
+        }
+        if (!isServer(each) && !isLeftOut(each)
+            && each.commandLine.contains(QLatin1String("rvowebSocketServer"))) {
             return fault({"process %1 counts as a second server: its command line has the name",
                           "进程 %1 的命令行含有服务名，会被当作另一个实例"},
-                         {"end it before the server is started", "启动服务前请结束该进程"},
-                         QString::number(each.id));
+                         {"end it before the server is started", "启动服务前请结束该进程"}, id);
         }
     }
     return good({"no other command line is taken for the server", "没有命令行被误认为服务"});
@@ -140,9 +167,10 @@ Finding statusSocket(const Environment &environment)
 {
     return environment.status()
         ? good({"the server answers at its status socket", "状态套接字有应答"})
-        : fault({"no answer at the status socket", "状态套接字没有应答"},
-                {"start the server as the same user as devicectl",
-                 "请以与 devicectl 相同的用户启动服务"});
+        : fault({"no answer at the status socket (servers: %1)", "状态套接字没有应答（服务：%1）"},
+                {"start the server, and run devicectl as its user, in its session",
+                 "请启动服务，并以该用户在同一会话中运行 devicectl"},
+                join(servers(environment)));
 }
 
 Finding mainThread(const Environment &environment)
@@ -167,28 +195,46 @@ Finding mainThread(const Environment &environment)
 
 Finding programFolder(const Environment &environment)
 {
-    const auto facts = environment.facts(environment.places().program);
+    const QString folder = environment.places().files.program;
+    const auto facts = environment.facts(folder);
     constexpr int writableByOthers = 022;
     if (!facts.exists) {
         return fault({"the program's folder %1 is missing", "缺少程序目录 %1"},
-                     {"install the server", "请安装服务"}, environment.places().program);
+                     {"install the server", "请安装服务"}, folder);
     }
     return (facts.mode & writableByOthers) != 0
         ? fault({"others can replace the program: %1 is writable by them",
                  "其他用户可替换程序：%1 可被他们写入"},
-                {"chmod go-w that folder", "对该目录执行 chmod go-w"}, environment.places().program)
-        : good({"only its owner can change the program", "只有所有者能修改程序"});
+                {"chmod go-w that folder", "对该目录执行 chmod go-w"}, folder)
+        : good({"only its owner can change the program in %1", "只有所有者能修改 %1 中的程序"},
+               folder);
 }
+
+/// Whether a folder can be made: its nearest parent that is there can be written.
+bool canBeMade(const Environment &environment, const QString &folder)
+{
+    QString parent = folder;
+    while (parent.size() > 1 && !environment.facts(parent).exists) {
+        parent = parent.section(QLatin1Char('/'), 0, -2);
+    }
+    return environment.facts(parent).isWritable;
+}
+
+constexpr Text madeAtStart = {"the server makes %1 when it starts", "服务启动时会建立 %1"};
 
 Finding dataFolder(const Environment &environment)
 {
-    const QString folder = environment.places().data;
-    return environment.facts(folder).isWritable
-        ? good({"settings can be written in %1", "可在 %1 中写入设置"}, folder)
-        : warning({"settings can't be written in %1", "无法在 %1 中写入设置"},
-                  {"fine if they are managed; else give this user the folder",
-                   "若由管理员统一管理则无妨，否则请给该用户写权限"},
-                  folder);
+    const QString folder = environment.places().files.data;
+    const auto facts = environment.facts(folder);
+    if (!facts.exists && canBeMade(environment, folder)) {
+        return good(madeAtStart, folder);
+    }
+    return facts.isWritable
+        ? good({"the data folder is %1", "数据目录为 %1"}, folder)
+        : fault({"nothing can be written in the data folder %1", "无法写入数据目录 %1"},
+                {"give the server's user that folder, or start the server with --data-dir",
+                 "请将该目录交给服务用户，或用 --data-dir 启动服务"},
+                folder);
 }
 
 Finding logFolder(const Environment &environment)
@@ -196,6 +242,9 @@ Finding logFolder(const Environment &environment)
     const QString folder = environment.places().log;
     const auto facts = environment.facts(folder);
     constexpr int anyOther = 077;
+    if (!facts.exists && canBeMade(environment, folder)) {
+        return good(madeAtStart, folder);
+    }
     if (!facts.isWritable) {
         return fault({"the log can't be written in %1", "无法在 %1 中写日志"},
                      {"make the folder, owned by the server's user, mode 0700",
@@ -243,8 +292,7 @@ Finding logSize(const Environment &environment)
 Finding logErrors(const Environment &environment)
 {
     static const char *const marks[] = {"capture error", "device process: ended",
-                                        "can't listen on port", "is already running",
-                                        "log: stopped"};
+                                        "can't listen on port", "log: stopped"};
     int count = 0;
     QString last;
     for (int daysAgo : {1, 0}) {
@@ -281,6 +329,16 @@ Finding memory(const Environment &environment)
         : good({"the machine has %1 MiB of memory left", "内存剩余 %1 MiB"}, QString::number(free));
 }
 
+/// Whether a program of this name runs.
+bool runs(const Environment &environment, const char *name)
+{
+    const auto processes = environment.processes();
+    return std::any_of(processes.begin(), processes.end(), [name](const auto &process) {
+        return process.commandLine.section(QLatin1Char(' '), 0, 0).section(QLatin1Char('/'), -1)
+            == QLatin1String(name);
+    });
+}
+
 Finding clock(const Environment &environment)
 {
     if (environment.now().date().year() < 2024) {
@@ -290,11 +348,10 @@ Finding clock(const Environment &environment)
                      environment.now().toString(Qt::ISODate));
     }
     return environment.facts(QStringLiteral("/run/systemd/timesync/synchronized")).exists
-            || environment.hasProgram(QStringLiteral("chronyd"))
-            || environment.hasProgram(QStringLiteral("ntpd"))
-        ? good({"the clock is kept right", "时钟有同步"})
-        : warning({"nothing keeps the clock right", "时钟没有同步"},
-                  {"switch systemd-timesyncd or chrony on", "请启用 systemd-timesyncd 或 chrony"});
+            || runs(environment, "chronyd") || runs(environment, "ntpd")
+        ? good({"the clock is synchronized", "时钟有同步"})
+        : warning({"the clock is not synchronized", "时钟没有同步"},
+                  {"enable systemd-timesyncd or chrony", "请启用 systemd-timesyncd 或 chrony"});
 }
 
 // ---- camera
@@ -316,10 +373,14 @@ constexpr Text noCamera = {"there is no camera", "没有摄像头"};
 Finding cameraPresent(const Environment &environment)
 {
     const QStringList nodes = cameraNodes(environment);
-    return nodes.isEmpty()
-        ? fault(noCamera,
-                {"plug it in; then lsusb and dmesg tell more", "请连接；可用 lsusb 和 dmesg 查看"})
-        : good({"cameras: %1", "摄像头：%1"}, nodes.join(QStringLiteral(", ")));
+    if (!nodes.isEmpty()) {
+        return good({"cameras: %1", "摄像头：%1"}, join(nodes));
+    }
+    const bool isSimulated =
+        environment.status().value_or(QJsonObject()).value(QStringLiteral("simulation")).toBool();
+    return bad(isSimulated ? Level::Warning : Level::Fault, noCamera,
+               {"plug it in; lsusb and dmesg show whether the system sees it",
+                "请连接；可用 lsusb 和 dmesg 查看系统是否识别"});
 }
 
 Finding cameraPermitted(const Environment &environment)
@@ -389,10 +450,11 @@ Finding pcscd(const Environment &environment)
     if (environment.facts(QStringLiteral("/run/pcscd/pcscd.comm")).exists) {
         return good({"the service of card readers runs", "读卡器服务正在运行"});
     }
-    return fault(
+    return warning(
         {"the service of card readers (pcscd) does not run", "读卡器服务 (pcscd) 没有运行"},
-        {"install pcscd and libccid; systemctl enable --now pcscd.socket",
-         "请安装 pcscd 和 libccid；systemctl enable --now pcscd.socket"});
+        {"where there is a PC/SC reader, install pcscd and libccid; "
+         "systemctl enable --now pcscd.socket",
+         "使用 PC/SC 读卡器时请安装 pcscd 和 libccid；systemctl enable --now pcscd.socket"});
 }
 
 /// USB class 0b: smart card readers.
@@ -473,25 +535,42 @@ Finding customerScreen(const Environment &environment)
 
 // ---- browser
 
-const char *const browsers[] = {"gnome-www-browser", "uos-browser",   "chromium",
-                                "chromium-browser",  "google-chrome", "qaxbrowser"};
+/// The browser that server.ini names; empty if it names none.
+QString chosenBrowser(const Environment &environment)
+{
+    static const QRegularExpression line(QStringLiteral(R"(^ *browser *= *"?([^"\r\n]+))"),
+                                         QRegularExpression::MultilineOption);
+    const QString file = environment.places().files.find(QStringLiteral("server.ini"));
+    return line.match(QString::fromUtf8(environment.end(file))).captured(1).trimmed();
+}
 
 Finding browser(const Environment &environment)
 {
-    for (const char *name : browsers) {
-        if (environment.hasProgram(QLatin1String(name))) {
-            return good({"the browser is %1", "浏览器为 %1"}, QLatin1String(name));
+    // Those that the helper for counter pages looks for (companions/browser/browsersettings.h).
+    QStringList names{QStringLiteral("chromium"),      QStringLiteral("chromium-browser"),
+                      QStringLiteral("uos-browser"),   QStringLiteral("google-chrome-stable"),
+                      QStringLiteral("google-chrome"), QStringLiteral("microsoft-edge-stable")};
+    const QString chosen = chosenBrowser(environment);
+    if (!chosen.isEmpty()) {
+        names = QStringList{chosen};
+    }
+    for (const QString &name : qAsConst(names)) {
+        if (environment.hasProgram(name)) {
+            return good({"the browser is %1", "浏览器为 %1"}, name);
         }
     }
-    return fault({"there is no browser for the counter pages", "没有用于柜台页面的浏览器"},
-                 {"install chromium", "请安装 chromium"});
+    return warning(
+        {"there is no browser for the counter pages (%1)", "没有用于柜台页面的浏览器（%1）"},
+        {"install chromium, where counter pages are shown", "需要显示柜台页面时请安装 chromium"},
+        join(names));
 }
 
 /// The origins that a policy of the browser lets reach this machine.
 QStringList originsOfBrowserPolicies(const Environment &environment)
 {
     QStringList origins;
-    for (const char *family : {"chromium", "opt/chrome", "chromium-browser", "opt/uos-browser"}) {
+    for (const char *family :
+         {"chromium", "opt/chrome", "opt/edge", "chromium-browser", "opt/uos-browser"}) {
         const QString folder =
             QStringLiteral("/etc/%1/policies/managed").arg(QLatin1String(family));
         const auto names = environment.entries(folder);
@@ -517,14 +596,14 @@ Finding browserPolicy(const Environment &environment)
                   {"name the pages in LoopbackNetworkAllowedForUrls",
                    "请在 LoopbackNetworkAllowedForUrls 中列出网页"})
         : good({"the browser lets these pages connect: %1", "浏览器允许这些网页连接：%1"},
-               origins.join(QStringLiteral(", ")));
+               join(origins));
 }
 
-// ---- what the server needs beside it
+// ---- what else is installed
 
 Finding models(const Environment &environment)
 {
-    const QString folder = environment.places().program + QStringLiteral("/models");
+    const QString folder = environment.places().files.find(QStringLiteral("models"));
     for (const char *name : {"tiny_face_detector_model.bin", "face_landmark_68_model.bin",
                              "face_recognition_model.bin"}) {
         if (environment.facts(folder + QLatin1Char('/') + QLatin1String(name)).size == 0) {
@@ -549,7 +628,7 @@ Finding fonts(const Environment &environment)
 
 Finding companion(const Environment &environment, const char *name)
 {
-    const QString folder = environment.places().program + QLatin1Char('/');
+    const QString folder = environment.places().files.program + QLatin1Char('/');
     for (const QString &file :
          {QString::fromLatin1(name), QStringLiteral("run-%1.sh").arg(QLatin1String(name))}) {
         if (!environment.facts(folder + file).isExecutable) {
@@ -572,7 +651,11 @@ Finding browserHelper(const Environment &environment)
 
 Finding deviceHost(const Environment &environment)
 {
-    return environment.facts(environment.places().program + QStringLiteral("/devicehost"))
+    const auto status = environment.status();
+    if (status && status->value(QStringLiteral("deviceProcess")).isNull()) {
+        return good({"the server is linked with its device library", "服务已直接链接设备库"});
+    }
+    return environment.facts(environment.places().files.program + QStringLiteral("/devicehost"))
                .isExecutable
         ? good({"the program of the device process is there", "设备进程程序已安装"})
         : fault({"the program devicehost is missing", "缺少程序 devicehost"},

@@ -33,6 +33,7 @@ public:
     {
         qint64 id = 0;
         QString commandLine; ///< arguments separated by blanks
+        QString user{}; ///< name, or number of one without a name
     };
 
     struct Outcome

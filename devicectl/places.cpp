@@ -2,20 +2,43 @@
 #include "devicectl/places.h"
 
 #include <QCoreApplication>
+#include <QFile>
 #include <QFileInfo>
+#include <QJsonObject>
 
-Places findPlaces(const QString &programFolder, const QString &logFolder)
+namespace {
+
+/// By what its link in /usr/bin leads to, if it isn't next to this program.
+QString programFolder()
 {
+    const QString server =
+        QFileInfo(QCoreApplication::applicationDirPath() + QStringLiteral("/rvowebSocketServer"))
+            .canonicalFilePath();
+    return server.isEmpty() ? QStringLiteral("/usr/lib/rvowebsocketserver")
+                            : QFileInfo(server).path();
+}
+
+} // namespace
+
+Places findPlaces(const QJsonObject &told)
+{
+    const auto folder = [&told](const char *name) {
+        return told.value(QLatin1String(name)).toString();
+    };
     Places places;
-    places.program = programFolder;
-    if (places.program.isEmpty()) {
-        // Beside this program, as in a build; else where the package has it.
-        const QString own = QCoreApplication::applicationDirPath();
-        const bool isBeside = QFileInfo::exists(own + QStringLiteral("/rvowebSocketServer"));
-        places.program = isBeside ? own : QStringLiteral("/usr/lib/rvowebsocketserver");
+    places.files.program = folder("program");
+    places.files.data = folder("data");
+    places.files.system = QStringLiteral("/etc/") + QLatin1String(base::dataFolderName);
+    places.log = folder("log");
+    if (places.files.program.isEmpty()) {
+        places.files.program = programFolder();
     }
-    places.data = places.program;
-    places.log = logFolder.isEmpty() ? places.data + QStringLiteral("/log") : logFolder;
-    places.ownPolicy = places.data + QStringLiteral("/access.ini");
+    if (places.files.data.isEmpty()) {
+        const QString named = QFile::decodeName(qgetenv(base::dataFolderVariable));
+        places.files.data = named.isEmpty() ? base::usualDataFolder(places.files.program) : named;
+    }
+    if (places.log.isEmpty()) {
+        places.log = places.files.data + QStringLiteral("/log");
+    }
     return places;
 }

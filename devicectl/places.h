@@ -1,21 +1,25 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include "base/datafolder.h"
+
+class QJsonObject;
 #include <QString>
 
 /// Where the files of the server are.
 struct Places
 {
-    QString program; ///< folder of the programs and libraries
-    QString data; ///< folder of server.ini, devices.ini, cards/, fingers/
+    base::DataPlaces files; ///< settings and data
     QString log; ///< folder of the log
-    QString ownPolicy; ///< path of the access.ini that counts if the system has none
-    QString systemPolicy = QStringLiteral("/etc/rvowebsocketserver/access.ini");
+
+    /// Path of the access policy that counts where the administrator has none.
+    QString ownPolicy() const { return files.data + QStringLiteral("/access.ini"); }
+    QString systemPolicy() const { return files.system + QStringLiteral("/access.ini"); }
 };
 
 /**
- * The places of a server that runs, else those of an installed or built one.
- * \param programFolder  where the server says it is; empty: it doesn't run
- * \param logFolder      of its log, as it says; empty: unknown
+ * The places of the server that answers, or else those of one that is started now by this user: the
+ * one next to devicectl, as in a build, or the installed one.
+ * \param told  the member "folders" of the server's status; empty: it doesn't answer
  */
-Places findPlaces(const QString &programFolder, const QString &logFolder);
+Places findPlaces(const QJsonObject &told);

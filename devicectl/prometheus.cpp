@@ -27,6 +27,8 @@ constexpr Figure figures[] = {
     {"mainThread.forMs", "command_seconds", "gauge", millisecond, "Duration of the command under way."},
     {"memory.residentKiB", "resident_bytes", "gauge", kibibyte, "Memory of the server."},
     {"queues.bytesOfTexts", "queued_text_bytes", "gauge", 1, "Texts of pages that wait to be carried out."},
+    {"queues.unreadBytes", "unread_bytes", "gauge", 1, "Bytes that pages have still to read."},
+    {"pageCount", "pages", "gauge", 1, "Pages that are connected."},
     {"camera.source", "camera_source", "gauge", 1, "Number of the open camera, 0 for none."},
     {"camera.framesPerSecond", "camera_frames_per_second", "gauge", 1, "Frames that the camera delivers."},
     {"camera.framesFetched", "camera_frames_total", "counter", 1, "Frames delivered by the device."},
@@ -87,17 +89,6 @@ QJsonValue valueAt(const QJsonObject &status, const char *path)
     return value;
 }
 
-/// Sums over all pages: an address as a label would make a new series with each connection.
-void addPages(const QJsonArray &pages, Exposition *text)
-{
-    double waiting = 0;
-    for (const QJsonValue &page : pages) {
-        waiting += page.toObject().value(QStringLiteral("bytesWaiting")).toDouble();
-    }
-    text->single("pages", "gauge", "Pages that are connected.", pages.size());
-    text->single("unread_bytes", "gauge", "Bytes that pages have still to read.", waiting);
-}
-
 void addProblems(const QJsonArray &problems, Exposition *text)
 {
     int errors = 0;
@@ -137,7 +128,6 @@ QByteArray prometheusText(const QJsonObject &status)
         text.single("device_process_up", "gauge", "Whether the device process runs.",
                     process.toObject().value(QStringLiteral("pid")).toInt() > 0 ? 1 : 0);
     }
-    addPages(status.value(QStringLiteral("pages")).toArray(), &text);
     addProblems(status.value(QStringLiteral("problems")).toArray(), &text);
     return text.text();
 }

@@ -52,6 +52,12 @@ QString redactedLine(const QString &line)
     static const QRegularExpression digits(QStringLiteral(R"((?:\d[ -]?){10,}\d[0-9Xx]?)"));
     static const QRegularExpression longRun(QStringLiteral(R"([A-Za-z0-9+/=_]{64,})"));
     static const QRegularExpression foreign(QStringLiteral("[^\\x00-\\x7f]+"));
+    static const QRegularExpression secret(
+        QStringLiteral(R"(\b((?:token|pass\w*|pwd|secret|pin|user)\s*[=:]\s*)\S+)"),
+        QRegularExpression::CaseInsensitiveOption);
+    const auto value = [](const QRegularExpressionMatch &match) {
+        return match.captured(1) + leftOut(match.capturedLength() - match.capturedLength(1));
+    };
     const auto whole = [](const QRegularExpressionMatch &match) {
         return leftOut(match.capturedLength());
     };
@@ -62,7 +68,7 @@ QString redactedLine(const QString &line)
     QString text = replaced(line, quoted, [](const QRegularExpressionMatch &match) {
         return QLatin1Char('"') + withoutArguments(match.captured(1)) + QLatin1Char('"');
     });
-    text = replaced(text, call, unlessCommand);
+    text = replaced(replaced(base::withoutSecrets(text), secret, value), call, unlessCommand);
     for (const QRegularExpression &pattern : {frame, digits, longRun, foreign}) {
         text = replaced(text, pattern, whole);
     }

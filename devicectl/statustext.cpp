@@ -90,7 +90,7 @@ QStringList statusLines(const QJsonObject &status)
                       at("access").toObject().value(QStringLiteral("file")).toString(),
                       number(at("queues").toObject().value(QStringLiteral("bytesOfTexts"))));
     const auto pages = at("pages").toArray();
-    lines << said({"pages: %1", "网页：%1"}).arg(pages.size());
+    lines << said({"pages: %1", "网页：%1"}).arg(at("pageCount").toInt());
     for (const QJsonValue &page : pages) {
         lines << pageLine(page.toObject());
     }

@@ -52,18 +52,16 @@ QString linkTarget(const QString &link)
 SystemEnvironment::SystemEnvironment()
     : m_status(askForStatus(base::statusSocketPath(), &m_statusError))
 {
-    const QJsonObject folders =
-        m_status.value_or(QJsonObject()).value(QStringLiteral("folders")).toObject();
-    m_places = findPlaces(folders.value(QStringLiteral("program")).toString(),
-                          folders.value(QStringLiteral("log")).toString());
+    m_places =
+        findPlaces(m_status.value_or(QJsonObject()).value(QStringLiteral("folders")).toObject());
 }
 
 accesspolicy::FoundPolicy SystemEnvironment::policy() const
 {
     accesspolicy::PolicyPlaces places;
-    places.system = m_places.systemPolicy;
-    places.own = m_places.ownPolicy;
-    places.ownFolders = QStringList{m_places.program};
+    places.system = m_places.systemPolicy();
+    places.own = m_places.ownPolicy();
+    places.ownFolders = QStringList{m_places.files.program, m_places.files.data};
     return accesspolicy::findPolicy(places);
 }
 
@@ -128,7 +126,8 @@ QVector<Environment::Process> SystemEnvironment::processes() const
         QByteArray line = end(QStringLiteral("/proc/%1/cmdline").arg(id), 64 * 1024);
         line.replace('\0', ' ');
         if (!line.isEmpty()) { // threads of the kernel have none
-            list.append({id, QString::fromLocal8Bit(line).trimmed()});
+            list.append({id, QString::fromLocal8Bit(line).trimmed(),
+                         QFileInfo(QStringLiteral("/proc/%1").arg(id)).owner()});
         }
     }
     return list;

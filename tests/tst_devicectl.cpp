@@ -32,6 +32,7 @@ const char *const healthyStatus = R"({"version":"1.0.2","uptimeSeconds":12.5,"po
     "mainThread":{"answers":true,"command":"","forMs":0},"simulation":false,
     "camera":{"source":1,"paused":false,"framesPerSecond":25.5,"framesFetched":100,"fetchMs":2},
     "deviceProcess":{"pid":7,"restarts":0,"lastReason":"","calls":[],"residentKiB":1024},
+    "pageCount":1,"queues":{"unreadBytes":3},
     "pages":[{"address":"127.0.0.1-5","origin":"https://b.example","bytesWaiting":3}],
     "access":{"mode":"enforce","file":"/etc/rvowebsocketserver/access.ini"},
     "memory":{"residentKiB":2048},"problems":[]})";
@@ -49,7 +50,7 @@ public:
         m_policy.policy = std::make_shared<const accesspolicy::Policy>(policy);
         m_processes = {{5, line("./rvowebSocketServer")}, {7, line("devicehost")}};
         m_holders = {{line("socket:[4711]"), {5}}, {line("/dev/video0"), {7}}};
-        for (const char *folder : {"/p", "/p/log"}) {
+        for (const char *folder : {"/p", "/d", "/d/log"}) {
             add(folder, 0700);
         }
         for (const char *program :
@@ -58,7 +59,7 @@ public:
         }
         for (const char *model : {"tiny_face_detector_model.bin", "face_landmark_68_model.bin",
                                   "face_recognition_model.bin"}) {
-            add(QByteArray("/p/models/") + model, 0644);
+            add(QByteArray("/d/models/") + model, 0644);
         }
         for (const char *file :
              {"/dev/video0", "/run/pcscd/pcscd.comm", "/run/cups/cups.sock", "/home/t/.Xauthority",
@@ -78,7 +79,7 @@ public:
             {line("/sys/bus/usb/devices/1-1:1.0/bInterfaceClass"), "0b\n"},
             {line("/etc/chromium/policies/managed/a.json"),
              R"({"LoopbackNetworkAllowedForUrls":["https://b.example"]})"},
-            {line("/p/log/vx_log_2026-11-22.txt"), "a line\n"},
+            {line("/d/log/vx_log_2026-11-22.txt"), "a line\n"},
         };
     }
 
@@ -94,7 +95,7 @@ public:
 
     Places places() const override
     {
-        return {line("/p"), line("/p"), line("/p/log"), line("/p/access.ini")};
+        return {{line("/d"), line("/etc/x"), line("/p")}, line("/d/log")};
     }
     std::optional<QJsonObject> status() const override { return m_status; }
     accesspolicy::FoundPolicy policy() const override { return m_policy; }
@@ -205,33 +206,41 @@ const std::vector<FaultyTerminal> &faultyTerminals()
         {"process", [](FakeTerminal &t) { t.m_processes.clear(); }, "fault", "does not run"},
         {"port", content("/proc/net/tcp6", ""), "fault", "nobody"},
         {"port", [](FakeTerminal &t) { t.m_holders[line("socket:[4711]")] = {7}; }, "fault", "7"},
+        {"port", [](FakeTerminal &t) { t.m_holders.clear(); }, "warning", "another user"},
+        {"instance", [](FakeTerminal &t) { t.m_processes[0].user = line("josh"); }, "warning", "5"},
         {"instance", runs("vi /src/rvowebSocketServer/main.cpp"), "fault", "99"},
-        {"status", noStatus, "fault", "no answer"},
+        {"status", noStatus, "fault", "no answer at the status socket (servers: 5"},
         {"main-thread", status("mainThread", R"({"command":"ReadCard","forMs":9000})"), "fault",
          "ReadCard (9 s)"},
         {"program-folder", mode("/p", 0777), "fault", "/p is writable"},
-        {"data-folder", mode("/p", 0500), "warning", "/p"},
-        {"log-folder", mode("/p/log", 0500), "fault", "can't be written"},
-        {"log-folder", mode("/p/log", 0755), "warning", "other users"},
+        {"data-folder", mode("/d", 0500), "fault", "/d"},
+        {"log-folder", mode("/d/log", 0500), "fault", "can't be written"},
+        {"log-folder", mode("/d/log", 0755), "warning", "other users"},
         {"disk", [](FakeTerminal &t) { t.m_free = 200 << 20; }, "fault", "200 MiB"},
         {"disk", [](FakeTerminal &t) { t.m_free = 500 << 20; }, "warning", "500 MiB"},
         {"log-size",
          [](FakeTerminal &t) {
-             t.add("/p/log/x", 0600);
-             t.m_files[line("/p/log/x")].size = qint64(6) << 30;
+             t.add("/d/log/x", 0600);
+             t.m_files[line("/d/log/x")].size = qint64(6) << 30;
          },
          "warning", "6144 MiB"},
-        {"log-errors", content("/p/log/vx_log_2026-11-21.txt", "capture error\n"), "warning", "1"},
+        {"log-errors", content("/d/log/vx_log_2026-11-21.txt", "capture error\n"), "warning", "1"},
         {"memory", content("/proc/meminfo", "MemAvailable: 1024 kB"), "warning", "1 MiB"},
         {"clock", without("/run/systemd/timesync/synchronized"), "warning", "clock"},
         {"clock", [](FakeTerminal &t) { t.m_now = QDateTime(QDate(1970, 1, 1), QTime(0, 0)); },
          "fault", "1970"},
         {"camera", without("/dev/video0"), "fault", "no camera"},
+        {"camera",
+         [](FakeTerminal &t) {
+             t.m_files.remove(line("/dev/video0"));
+             t.m_status->insert(line("simulation"), true);
+         },
+         "warning", "no camera"},
         {"camera-permission", mode("/dev/video0", 0400), "fault", "/dev/video0"},
         {"camera-busy", runs("cheese"), "fault", "99"},
         {"camera-frames", status("camera", R"({"framesPerSecond":0})"), "fault", "no frames"},
         {"camera-frames", status("camera", R"({"framesPerSecond":2})"), "warning", "2.0"},
-        {"pcscd", without("/run/pcscd/pcscd.comm"), "fault", "pcscd"},
+        {"pcscd", without("/run/pcscd/pcscd.comm"), "warning", "pcscd"},
         {"card-reader", content("/sys/bus/usb/devices/1-1:1.0/bInterfaceClass", "03\n"), "warning",
          "no card reader"},
         {"cups", without("/run/cups/cups.sock"), "warning", "does not run"},
@@ -241,10 +250,12 @@ const std::vector<FaultyTerminal> &faultyTerminals()
         {"display-authority", without("/home/t/.Xauthority"), "fault", "/home/t/.Xauthority"},
         {"customer-screen", content("/sys/class/drm/card0-HDMI-A-2/status", "disconnected"),
          "warning", "screens: 1"},
-        {"browser", noProgram("chromium"), "fault", "no browser"},
+        {"browser", noProgram("chromium"), "warning", "no browser"},
+        {"browser", content("/d/server.ini", "[webbrowser]\nbrowser=netscape\n"), "warning",
+         "netscape"},
         {"browser-policy", content("/etc/chromium/policies/managed/a.json", "{}"), "warning",
          "no browser policy"},
-        {"models", without("/p/models/face_landmark_68_model.bin"), "warning", "landmark"},
+        {"models", without("/d/models/face_landmark_68_model.bin"), "warning", "landmark"},
         {"fonts", [](FakeTerminal &t) { t.m_outputs.remove(line("fc-list")); }, "warning",
          "Chinese font"},
         {"signature", without("/p/run-elecsign.sh"), "fault", "run-elecsign.sh"},
@@ -264,7 +275,7 @@ const std::vector<FaultyTerminal> &faultyTerminals()
          status("deviceProcess", R"({"calls":[{"function":"readIDCard","forMs":6000}]})"),
          "warning", "readIDCard"},
         {"library",
-         content("/p/log/vx_log_2026-11-22.txt", "x: the library doesn't have bStartPlay9\n"),
+         content("/d/log/vx_log_2026-11-22.txt", "x: the library doesn't have bStartPlay9\n"),
          "warning", "no bStartPlay9"},
         {"simulation", [](FakeTerminal &t) { t.m_status->insert(line("simulation"), true); },
          "warning", "simulated"},
@@ -426,7 +437,9 @@ private Q_SLOTS:
         row("a name in a card command", "41 f t \"SetPersonInfo(MARK,1)\"", "41 f t ");
         row("an ID number", "card 110101199003070011 read", "card");
         row("with an X, in groups", "1101 0119 9003 0700 1X", "");
-        row("a Chinese name", "customer 张三MARK丰 came", "customer");
+        row("a Chinese name", "customer 张三丰 came", "customer");
+        row("a token", "page ws://127.0.0.1:1818/?token=MARK came", "page ws://");
+        row("a password", "upload: user: u Password: MARK", "upload");
         row("a file's name", "\"bSaveJPG(/home/t,MARK)\"", "bSaveJPG(");
         row("an unknown text", R"("hello MARK")", "characters left out");
         row("an escaped quote", "\"#\\\" MARK\"", "characters left out");
@@ -442,11 +455,11 @@ private Q_SLOTS:
         QFETCH(QString, logged);
         QFETCH(QString, kept);
         FakeTerminal terminal;
-        terminal.m_contents[line("/p/log/vx_log_2026-11-22.txt")] = logged.toUtf8() + '\n';
-        terminal.m_contents[line("/p/log/audit.log")] = "MARK";
-        terminal.m_contents[line("/p/cards/1.json")] = "MARK";
-        terminal.m_contents[line("/p/devices.ini")] = "[a]\npassword=MARK\nsize=1\n";
-        terminal.m_contents[line("/p/server.ini")] = "url=https://u:MARK@h/?id=MARK\n";
+        terminal.m_contents[line("/d/log/vx_log_2026-11-22.txt")] = logged.toUtf8() + '\n';
+        terminal.m_contents[line("/d/log/audit.log")] = "MARK";
+        terminal.m_contents[line("/d/cards/1.json")] = "MARK";
+        terminal.m_contents[line("/d/devices.ini")] = "[a]\npassword=MARK\nsize=1\n";
+        terminal.m_contents[line("/etc/x/server.ini")] = "url=https://u:MARK@h/?id=MARK\n";
         terminal.m_outputs[line("journalctl")] = logged;
         terminal.m_status->insert(line("problems"),
                                   QJsonArray{QJsonObject{{line("text"), logged}}});
@@ -469,7 +482,7 @@ private Q_SLOTS:
             noise += QByteArray::number(qHash(i, 7), 36).left(7) + (i % 10 == 0 ? '\n' : ' ');
         }
         for (int i = 1; i < 9; ++i) {
-            const QString path = QStringLiteral("/p/log/vx_log_2026-11-%1.txt").arg(i + 10);
+            const QString path = QStringLiteral("/d/log/vx_log_2026-11-%1.txt").arg(i + 10);
             terminal.m_contents[path] = noise + "\nlast line\n";
         }
         const QString archive = m_folder.filePath(line("b.tar.gz"));
