@@ -19,6 +19,7 @@
 #include <QJsonDocument>
 #include <QMap>
 #include <QThread>
+#include <unistd.h>
 
 #include <algorithm>
 #include <vector>
@@ -86,7 +87,10 @@ ExitCode showStatus(const Line &line, const Streams &streams)
         return noServer(error, streams);
     }
     if (line.has("--json")) {
-        streams.json(QJsonDocument(*status));
+        const bool isLine = line.has("--watch");
+        streams.out << QString::fromUtf8(QJsonDocument(*status).toJson(
+            isLine ? QJsonDocument::Compact : QJsonDocument::Indented))
+                    << (isLine ? "\n" : "");
     } else if (!line.has("--prometheus")) {
         streams.out << statusLines(*status).join(QLatin1Char('\n')) << '\n';
     }
@@ -95,16 +99,41 @@ ExitCode showStatus(const Line &line, const Streams &streams)
 
 ExitCode statusVerb(const Line &line, const Streams &streams)
 {
+    if (line.has("--json") && line.has("--prometheus")) {
+        streams.error << said(
+            {"--json and --prometheus exclude each other", "--json 与 --prometheus 不能同时使用"})
+                      << '\n';
+        return ExitCode::Usage;
+    }
     if (!line.has("--watch")) {
         return showStatus(line, streams);
     }
+    const bool isScreen = !line.has("--json") && ::isatty(STDOUT_FILENO) == 1;
     for (;;) { // until Ctrl-C
-        streams.out << "\033[H\033[2J";
+        streams.out << (isScreen ? "\033[H\033[2J" : "");
         showStatus(line, streams);
         streams.out.flush();
         streams.error.flush();
         QThread::sleep(1);
     }
+}
+
+/// Commands whose names are close to a wrong one: another case, a part of it, a letter too few.
+QStringList similarCommands(const QString &wrong)
+{
+    constexpr int most = 5;
+    QStringList names;
+    for (const commands::Facts &facts : commands::all()) {
+        const QString name = facts.name;
+        const bool isClose = wrong.size() > 2
+            && (name.contains(wrong, Qt::CaseInsensitive)
+                || wrong.contains(name, Qt::CaseInsensitive)
+                || name.startsWith(wrong.left(wrong.size() - 2), Qt::CaseInsensitive));
+        if (isClose && names.size() < most) {
+            names << name;
+        }
+    }
+    return names;
 }
 
 ExitCode callVerb(const Line &line, const Streams &streams)
@@ -113,7 +142,12 @@ ExitCode callVerb(const Line &line, const Streams &streams)
     call.name = line.words.first();
     call.text = QStringLiteral("%1(%2)").arg(call.name, line.words.mid(1).join(QLatin1Char(',')));
     if (!commands::factsOf(call.name)) {
-        streams.error << said({"there is no command %1", "没有命令 %1"}).arg(call.name) << '\n';
+        const QStringList similar = similarCommands(call.name);
+        streams.error << said({"there is no command %1", "没有命令 %1"}).arg(call.name)
+                      << (similar.isEmpty() ? QString()
+                                            : said({"; similar ones: ", "；相近的命令："})
+                                  + similar.join(QStringLiteral(", ")))
+                      << '\n';
         return ExitCode::Usage;
     }
     QString unused;
@@ -490,7 +524,9 @@ ExitCode runDevicectl(const QStringList &words, QTextStream &out, QTextStream &e
     }
     const Verb *verb = verbOf(first);
     if (!verb) {
-        error << generalHelp();
+        error << (first.isEmpty() ? QString()
+                                  : said({"there is no verb %1\n", "没有动词 %1\n"}).arg(first))
+              << generalHelp();
         return ExitCode::Usage;
     }
     if (words.value(1) == QLatin1String("--help")) {

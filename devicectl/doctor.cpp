@@ -494,19 +494,39 @@ Finding printer(const Environment &environment)
                   {"lpadmin -d NAME, where pages print", "需要打印时：lpadmin -d 名称"});
 }
 
+/// A variable of the server, or of this program if it doesn't run: who looks may have come by ssh.
+QString variable(const Environment &environment, const char *name)
+{
+    const QString id = QString::number(qint64(
+        environment.status().value_or(QJsonObject()).value(QStringLiteral("pid")).toDouble()));
+    const QByteArray all = environment.end(QStringLiteral("/proc/%1/environ").arg(id));
+    if (all.isEmpty()) {
+        return environment.variable(name);
+    }
+    const QByteArray start = QByteArray(name) + '=';
+    const auto variables = all.split('\0');
+    for (const QByteArray &each : variables) {
+        if (each.startsWith(start)) {
+            return QString::fromLocal8Bit(each.mid(start.size()));
+        }
+    }
+    return {};
+}
+
 Finding display(const Environment &environment)
 {
-    const QString name = environment.variable("WAYLAND_DISPLAY") + environment.variable("DISPLAY");
+    const QString wayland = variable(environment, "WAYLAND_DISPLAY");
+    const QString name = wayland.isEmpty() ? variable(environment, "DISPLAY") : wayland;
     return name.isEmpty()
-        ? warning({"this session has no display: neither signing nor counter pages",
-                   "当前会话没有显示器：无法签名和显示柜台页面"},
+        ? warning({"the server has no display: neither signing nor counter pages",
+                   "服务没有显示器：无法签名和显示柜台页面"},
                   {"start the server in the desktop's session", "请在桌面会话中启动服务"})
         : good({"the display is %1", "显示器为 %1"}, name);
 }
 
 Finding authority(const Environment &environment)
 {
-    const QString file = environment.variable("XAUTHORITY");
+    const QString file = variable(environment, "XAUTHORITY");
     return file.isEmpty() || environment.facts(file).isReadable
         ? good(
             {"the display's authority file is readable or not needed", "显示授权文件可读或不需要"})

@@ -31,7 +31,7 @@ QJsonObject object(const char *text)
 const char *const healthyStatus = R"({"version":"1.0.2","uptimeSeconds":12.5,"port":1818,
     "mainThread":{"answers":true,"command":"","forMs":0},"simulation":false,
     "camera":{"source":1,"paused":false,"framesPerSecond":25.5,"framesFetched":100,"fetchMs":2},
-    "deviceProcess":{"pid":7,"restarts":0,"lastReason":"","calls":[],"residentKiB":1024},
+    "deviceProcess":{"pid":7,"restarts":0,"lastReason":"","calls":[],"runningSeconds":3661,"residentKiB":1024},
     "pageCount":1,"queues":{"unreadBytes":3},
     "pages":[{"address":"127.0.0.1-5","origin":"https://b.example","bytesWaiting":3}],
     "access":{"mode":"enforce","file":"/etc/rvowebsocketserver/access.ini"},
@@ -247,6 +247,12 @@ const std::vector<FaultyTerminal> &faultyTerminals()
         {"printer", [](FakeTerminal &t) { t.m_outputs[line("lpstat")] = line("no default"); },
          "warning", "no default printer"},
         {"display", [](FakeTerminal &t) { t.m_variables.clear(); }, "warning", "no display"},
+        {"display",
+         [](FakeTerminal &t) {
+             t.m_status->insert(line("pid"), 5);
+             t.m_contents[line("/proc/5/environ")] = QByteArray("LANG=C\0XDISPLAY=:0\0", 19);
+         },
+         "warning", "no display"},
         {"display-authority", without("/home/t/.Xauthority"), "fault", "/home/t/.Xauthority"},
         {"customer-screen", content("/sys/class/drm/card0-HDMI-A-2/status", "disconnected"),
          "warning", "screens: 1"},
@@ -425,8 +431,9 @@ private Q_SLOTS:
     void statusInWords()
     {
         const QString text = statusLines(object(healthyStatus)).join(QLatin1Char('\n'));
-        for (const char *part : {"server 1.0.2", "25.5 frames a second", "https://b.example",
-                                 "device process: 7", "enforce"}) {
+        for (const char *part :
+             {"server 1.0.2", "25.5 frames a second", "https://b.example",
+              "device process: ", "process 7, running for 1 h 1 min", "enforce"}) {
             QVERIFY2(text.contains(line(part)), qPrintable(text));
         }
     }
@@ -584,12 +591,13 @@ private Q_SLOTS:
     {
         const Rows<QString, int, QString> row("commandLine", "code", "said");
         row("no verb", "", 2, "usage");
-        row("unknown verb", "fly", 2, "usage");
+        row("unknown verb", "fly", 2, "no verb fly");
         row("unknown option", "status --fly", 2, "no option --fly");
         row("no value", "call --wait", 2, "needs a value");
         row("no number", "call --wait=x bStartPlay", 2, "x is no number");
         row("no command", "call", 2, "missing");
-        row("unknown command", "call startPlay", 2, "no command startPlay");
+        row("unknown command", "call startPlay", 2, "similar ones: bStartPlay,");
+        row("two formats", "status --json --prometheus", 2, "exclude each other");
         row("too much", "status now", 2, "now is too much");
         row("help", "call --help", 0, "--until NAME");
         row("no server", "status", 3, "does not answer");
