@@ -6,6 +6,7 @@
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QRegularExpression>
+#include <QStringList>
 
 std::optional<Answer> answerFrom(const QString &text)
 {
@@ -37,9 +38,13 @@ bool isFrame(const QString &text)
 
 bool isFailure(const Answer &answer)
 {
+    // These answer a constant, with or without a device; "true" is that of many others.
+    const QStringList constants{QStringLiteral("version"), QStringLiteral("getVersion"),
+                                QStringLiteral("sGetTempPath")};
     const auto failure = failureResult(answer.name);
     return answer.result == QLatin1String("false")
-        || (failure && *failure != QLatin1String("true") && answer.result == *failure);
+        || (failure && *failure != QLatin1String("true") && answer.result == *failure
+            && !constants.contains(answer.name));
 }
 
 QByteArray bytesOf(const QString &result)

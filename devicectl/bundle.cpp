@@ -15,7 +15,7 @@
 
 namespace {
 
-constexpr qint64 mostOfAll = 8 << 20; ///< bytes of all logs: the archive stays below 10 MiB anyhow
+constexpr qint64 mostOfAll = 5 << 20; ///< bytes of all logs: reading them takes a second or two
 constexpr qint64 mostOfOne = 2 << 20;
 constexpr int archiveTime = 10000; // ms
 
@@ -57,8 +57,11 @@ void addLogs(const Environment &environment, QMap<QString, QByteArray> *files)
     qint64 room = mostOfAll;
     for (auto name = names.crbegin(); name != names.crend() && room > 0; ++name) {
         if (!name->startsWith(QLatin1String("audit"))) {
-            const QByteArray log =
+            QByteArray log =
                 environment.end(folder + QLatin1Char('/') + *name, qMin(room, mostOfOne));
+            if (log.size() == qMin(room, mostOfOne)) { // it may begin within a quoted text
+                log.remove(0, log.indexOf('\n') + 1);
+            }
             room -= log.size();
             files->insert(QStringLiteral("log/") + *name, withoutPersonalData(log));
         }

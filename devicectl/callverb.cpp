@@ -22,11 +22,12 @@ public:
         : m_call(call)
         , m_out(out)
         , m_error(error)
+        , m_socket(call.origin)
     {
         m_timer.setSingleShot(true);
         QObject::connect(&m_socket, &QWebSocket::connected, &m_loop, [this] {
             m_isConnected = true;
-            m_socket.sendTextMessage(m_call.text);
+            m_socket.sendTextMessage(m_call.before.isEmpty() ? m_call.text : m_call.before);
         });
         QObject::connect(&m_socket, &QWebSocket::textMessageReceived, &m_loop,
                          [this](const QString &text) { take(text); });
@@ -62,9 +63,19 @@ private:
             m_error << said(m_isConnected
                                 ? Text{"the server closed the connection", "服务关闭了连接"}
                                 : Text{"can't connect: ", "无法连接："})
-                    << (m_isConnected ? QString() : m_socket.errorString()) << '\n';
+                    << (m_isConnected ? QString() : refusal()) << '\n';
             end(ExitCode::NoServer);
         }
+    }
+
+    QString refusal() const
+    {
+        const QString error = m_socket.errorString();
+        return error.contains(QLatin1String(" 403 "))
+            ? said({"the access policy refuses it; --origin and --token say who calls, the log why "
+                    "it was refused",
+                    "访问策略拒绝连接；可用 --origin 和 --token 说明身份，原因见日志"})
+            : error;
     }
 
     void timeOver()
@@ -90,6 +101,10 @@ private:
             return;
         }
         const auto answer = answerFrom(text);
+        if (!m_isBeforeDone) {
+            takeBefore(text, answer);
+            return;
+        }
         const bool isOwn = answer && answer->name == m_call.name;
         if (isOwn && !m_hasAnswer) {
             m_hasAnswer = true;
@@ -108,6 +123,21 @@ private:
             m_code = ExitCode::Bad;
         }
         endIfDone();
+    }
+
+    /// What comes until the command that goes before is answered.
+    void takeBefore(const QString &text, const std::optional<Answer> &answer)
+    {
+        if (!answer || answer->name != m_call.before.section(QLatin1Char('('), 0, 0)) {
+            return;
+        }
+        m_isBeforeDone = true;
+        if (isFailure(*answer)) {
+            show(text, answer);
+            end(ExitCode::Bad);
+        } else {
+            m_socket.sendTextMessage(m_call.text);
+        }
     }
 
     void endIfDone()
@@ -164,6 +194,7 @@ private:
     QTimer m_timer;
     ExitCode m_code = ExitCode::NoAnswer;
     bool m_isConnected = false;
+    bool m_isBeforeDone = m_call.before.isEmpty();
     bool m_hasAnswer = false;
     bool m_hasFrame = false;
     bool m_hasEnd = false;

@@ -9,9 +9,11 @@
 /// What `devicectl call` is to do.
 struct Call
 {
+    QString before; ///< a command that is answered first, "name(arguments)"; empty: none
     QString text; ///< "name(arguments)"
     QString name;
     quint16 port = 1818;
+    QString origin; ///< of the page that it plays; empty: a program's, which has none
     QString token; ///< of an access policy; empty: none
     int answerSeconds = 30; ///< for the answer
     int waitSeconds = 0; ///< and for what is pushed after it

@@ -141,9 +141,13 @@ ExitCode callVerb(const Line &line, const Streams &streams)
     Call call;
     call.name = line.words.first();
     call.text = QStringLiteral("%1(%2)").arg(call.name, line.words.mid(1).join(QLatin1Char(',')));
-    if (!commands::factsOf(call.name)) {
-        const QStringList similar = similarCommands(call.name);
-        streams.error << said({"there is no command %1", "没有命令 %1"}).arg(call.name)
+    const QString before = line.value("--before").section(QLatin1Char('('), 0, 0);
+    const QString wrong = !commands::factsOf(call.name) ? call.name
+        : commands::factsOf(before)                     ? QString()
+                                                        : before;
+    if (!wrong.isEmpty()) {
+        const QStringList similar = similarCommands(wrong);
+        streams.error << said({"there is no command %1", "没有命令 %1"}).arg(wrong)
                       << (similar.isEmpty() ? QString()
                                             : said({"; similar ones: ", "；相近的命令："})
                                   + similar.join(QStringLiteral(", ")))
@@ -164,7 +168,12 @@ ExitCode callVerb(const Line &line, const Streams &streams)
                       << '\n';
         return ExitCode::Declined;
     }
+    call.before = line.value("--before");
+    if (!call.before.isEmpty() && !call.before.contains(QLatin1Char('('))) {
+        call.before += QLatin1String("()");
+    }
     call.port = quint16(line.seconds("--port", 1818));
+    call.origin = line.value("--origin");
     call.token = line.value("--token");
     call.answerSeconds = line.seconds("--timeout", 30);
     call.waitSeconds = line.seconds("--wait", 0);
@@ -173,6 +182,16 @@ ExitCode callVerb(const Line &line, const Streams &streams)
     call.frameFile = line.value("--frame");
     call.isJson = line.has("--json");
     return carryOut(call, streams.out, streams.error);
+}
+
+/// As a column of a table; Chinese characters take two places.
+QString levelText(const QString &level)
+{
+    if (level == QLatin1String("ok")) {
+        return said({"ok      ", "正常  "});
+    }
+    return level == QLatin1String("warning") ? said({"warning ", "警告  "})
+                                             : said({"fault   ", "故障  "});
 }
 
 ExitCode doctorVerb(const Line &line, const Streams &streams)
@@ -186,9 +205,8 @@ ExitCode doctorVerb(const Line &line, const Streams &streams)
         const QString advice = finding.value(QStringLiteral("advice")).toString();
         hasFault = hasFault || level == QLatin1String("fault");
         if (!line.has("--json") && !(line.has("--quiet") && level == QLatin1String("ok"))) {
-            streams.out << level.leftJustified(8)
-                        << finding.value(QStringLiteral("title")).toString() << ": "
-                        << finding.value(QStringLiteral("meaning")).toString()
+            streams.out << levelText(level) << finding.value(QStringLiteral("title")).toString()
+                        << ": " << finding.value(QStringLiteral("meaning")).toString()
                         << (advice.isEmpty() ? QString() : QStringLiteral(" -> ") + advice) << '\n';
         }
     }
@@ -258,6 +276,10 @@ ExitCode tryText(const Line &line, const std::shared_ptr<const accesspolicy::Pol
 
 ExitCode policyVerb(const Line &line, const Streams &streams)
 {
+    if (line.has("--try") && line.words.isEmpty()) {
+        streams.error << said({"the text to be tried is missing\n", "缺少要试验的文本\n"});
+        return ExitCode::Usage;
+    }
     const SystemEnvironment environment;
     const auto found = line.words.isEmpty() || line.has("--try")
         ? environment.policy()
@@ -339,6 +361,9 @@ const std::vector<Verb> &verbs()
          -1,
          {"sends one command and prints its answer", "发送一个命令并显示应答"},
          {json,
+          {"--before",
+           "TEXT",
+           {"a command to be answered first, such as bStartPlay", "先执行的命令，如 bStartPlay"}},
           {"--wait", "SECONDS", {"also print what is pushed later", "同时显示之后推送的结果"}},
           {"--until", "NAME", {"end with the answer of this name", "收到此名称的应答后结束"}},
           {"--output",
@@ -346,6 +371,7 @@ const std::vector<Verb> &verbs()
            {"put a picture of the answer into a file", "将应答中的图片存入文件"}},
           {"--frame", "FILE", {"put the next preview frame into a file", "将下一帧预览存入文件"}},
           {"--timeout", "SECONDS", {"for the answer; 30", "等待应答的秒数，默认 30"}},
+          {"--origin", "ORIGIN", {"as a page of this origin", "以此来源的网页身份"}},
           {"--token", "TOKEN", {"of the access policy", "访问策略的令牌"}},
           {"--port", "PORT", {"of the server; 1818", "服务端口，默认 1818"}},
           {"--force", nullptr, {"even though pages are connected", "即使有网页已连接"}}},
@@ -405,10 +431,10 @@ QString generalHelp()
 
 QString helpOf(const Verb &verb)
 {
-    QString text =
-        said({"usage: devicectl %1 [OPTION...] %2\n%3\n\n",
-              "用法：devicectl %1 [选项...] %2\n%3\n\n"})
-            .arg(QLatin1String(verb.name), QLatin1String(verb.words), said(verb.summary));
+    QString text = said({"usage: devicectl %1 [OPTION...] %2\n%3\n\n",
+                         "用法：devicectl %1 [选项...] %2\n%3\n\n"})
+                       .arg(QLatin1String(verb.name), QLatin1String(verb.words), said(verb.summary))
+                       .replace(QLatin1String(" \n"), QLatin1String("\n"));
     for (const Option &option : verb.options) {
         const QString name = QLatin1String(option.name)
             + (option.value ? QLatin1Char(' ') + QLatin1String(option.value) : QString());
@@ -439,6 +465,9 @@ QString parse(const Verb &verb, const QStringList &words, Line *line)
             return said({"there is no option %1", "没有选项 %1"}).arg(name);
         }
         const bool hasValue = word.contains(QLatin1Char('='));
+        if (!option->value && hasValue) {
+            return said({"%1 takes no value", "%1 不带值"}).arg(name);
+        }
         if (option->value && !hasValue && i + 1 == words.size()) {
             return said({"%1 needs a value", "%1 需要值"}).arg(name);
         }
@@ -458,7 +487,8 @@ QString parse(const Verb &verb, const QStringList &words, Line *line)
         line->options.insert(name, value);
     }
     if (line->words.size() < verb.fewestWords) {
-        return said({"something is missing", "缺少参数"});
+        return said({"%1 is missing", "缺少 %1"})
+            .arg(QString::fromLatin1(verb.words).section(QLatin1Char(' '), 0, 0));
     }
     return verb.mostWords >= 0 && line->words.size() > verb.mostWords
         ? said({"%1 is too much", "多余的参数 %1"}).arg(line->words.last())

@@ -744,14 +744,18 @@ Finding restarts(const Environment &environment)
         return unknown();
     }
     const int count = member(*status, "deviceProcess", "restarts").toInt();
+    const QString reason = member(*status, "deviceProcess", "lastReason").toString();
     if (count == 0) {
         return good({"the device process was never restarted", "设备进程从未重启"});
+    }
+    if (count == 1 && reason.contains(QLatin1String("access policy"))) {
+        return good({"the device process was restarted for another access policy",
+                     "设备进程因访问策略变更而重启"});
     }
     return bad(count < 5 ? Level::Warning : Level::Fault,
                {"the device process was restarted: %1", "设备进程重启次数：%1"},
                {"tell the maker of the device library this reason", "请将此原因告知设备库厂商"},
-               QStringLiteral("%1, %2").arg(count).arg(
-                   member(*status, "deviceProcess", "lastReason").toString()));
+               QStringLiteral("%1, %2").arg(count).arg(reason));
 }
 
 Finding deviceCalls(const Environment &environment)

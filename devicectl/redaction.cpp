@@ -34,14 +34,15 @@ QString replaced(const QString &text, const QRegularExpression &pattern,
 /// A text of a page: "bStartPlay()" stays, "ReadCard(...)" loses its arguments.
 QString withoutArguments(const QString &quoted)
 {
-    static const QRegularExpression plain(QStringLiteral("^[-0-9., ]{0,40}$"));
+    static const QRegularExpression plain(
+        QStringLiteral("^(?:[-0-9., ]{0,40}|\\d+ characters left out)$"));
     const commands::Text text(quoted);
     if (!commands::factsOf(text.name)) {
         return leftOut(quoted.size());
     }
     return plain.match(text.args).hasMatch() && !commands::isPersonal(*commands::factsOf(text.name))
         ? quoted
-        : QStringLiteral("%1(%2)").arg(text.name, leftOut(text.args.size()));
+        : text.name + leftOut(text.args.size());
 }
 
 QString redactedLine(const QString &line)

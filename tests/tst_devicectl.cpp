@@ -276,6 +276,9 @@ const std::vector<FaultyTerminal> &faultyTerminals()
         {"device-process", status("deviceProcess", R"({"inside":true})"), "warning", "inside"},
         {"device-restarts", status("deviceProcess", R"({"restarts":1,"lastReason":"signal 11"})"),
          "warning", "1, signal 11"},
+        {"device-restarts",
+         status("deviceProcess", R"({"restarts":2,"lastReason":"the access policy"})"), "warning",
+         "2"},
         {"device-restarts", status("deviceProcess", R"({"restarts":5})"), "fault", "5"},
         {"device-calls",
          status("deviceProcess", R"({"calls":[{"function":"readIDCard","forMs":6000}]})"),
@@ -485,21 +488,25 @@ private Q_SLOTS:
     {
         FakeTerminal terminal;
         QByteArray noise; // hardly compressible
-        for (int i = 0; noise.size() < (4 << 20); ++i) {
+        for (int i = 0; noise.size() < (2 << 20); ++i) {
             noise += QByteArray::number(qHash(i, 7), 36).left(7) + (i % 10 == 0 ? '\n' : ' ');
         }
-        for (int i = 1; i < 9; ++i) {
+        terminal.m_contents[line("/d/log/vx_log_2026-11-22.txt")] =
+            '"' + QByteArray(2 << 20, ' ').replace(1 << 20, 4, "MARK") + "\"\nthe end\n";
+        for (int i = 1; i < 8; ++i) {
             const QString path = QStringLiteral("/d/log/vx_log_2026-11-%1.txt").arg(i + 10);
             terminal.m_contents[path] = noise + "\nlast line\n";
         }
         const QString archive = m_folder.filePath(line("b.tar.gz"));
-        QCOMPARE(writeBundle(bundleFiles(terminal), archive), QString());
+        const auto files = bundleFiles(terminal);
+        QCOMPARE(files[line("log/vx_log_2026-11-22.txt")], QByteArray("the end\n"));
+        QCOMPARE(writeBundle(files, archive), QString());
         QVERIFY(QFileInfo(archive).size() < 10 << 20);
         QCOMPARE(QFileInfo(archive).permissions() & 0x77, QFile::Permissions());
         const QByteArray names = outputOf("tar", {line("-tzf"), archive});
         QVERIFY(names.contains("./versions.txt\n"));
-        QVERIFY(names.contains("./log/vx_log_2026-11-22.txt\n")); // the newest ones
-        QVERIFY(!names.contains("2026-11-12"));
+        QVERIFY(names.contains("./log/vx_log_2026-11-17.txt\n")); // the newest ones
+        QVERIFY(!names.contains("2026-11-11"));
         QVERIFY(!writeBundle({}, line("/nowhere/b.tar.gz")).isEmpty());
     }
 
@@ -510,6 +517,7 @@ private Q_SLOTS:
         row("false", "BeginbStartPlayfalseEndbStartPlay", "bStartPlay", "false", true);
         row("empty", "BeginReadCardEndReadCard", "ReadCard", "", true);
         row("End in it", "BeginbSavePDFEndtrueEndbSavePDFEnd", "bSavePDFEnd", "true", false);
+        row("a constant", "BegingetVersionV1.0.2EndgetVersion", "getVersion", "V1.0.2", false);
         row("JSON", R"({"code":"1","funcname":"ReadCard","data":"x"})", "ReadCard", "x", false);
         row("JSON failure", R"({"code":"0","funcname":"ReadCard","data":"x"})", "ReadCard", "false",
             true);
@@ -540,6 +548,12 @@ private Q_SLOTS:
         row("pushed", "call --until iAutoScan bStartPlay", "bStartPlay()",
             {line("BeginbStartPlaytrueEndbStartPlay"), line("BeginiAutoScan1EndiAutoScan")}, 0,
             "true\niAutoScan 1\n");
+        row("before", "call --before bStopPlay bStartPlay", "bStopPlay()bStartPlay()",
+            {line("BeginotherxEndother"), line("BeginbStopPlaytrueEndbStopPlay"),
+             line("BeginbStartPlaytrueEndbStartPlay")},
+            0, "true\n");
+        row("before failed", "call --before bStopPlay bStartPlay", "bStopPlay()",
+            {line("BeginbStopPlayfalseEndbStopPlay")}, 1, "bStopPlay false\n");
         row("waited", "call --wait 1 bStartPlay", "bStartPlay()",
             {line("BeginbStartPlaytrueEndbStartPlay"), line("late")}, 0, "true\nlate\n");
         row("JSON", "call bStartPlay --json", "bStartPlay()",
@@ -561,16 +575,20 @@ private Q_SLOTS:
         QWebSocketServer server(QStringLiteral("fake"), QWebSocketServer::NonSecureMode);
         QVERIFY(server.listen(QHostAddress::LocalHost));
         QString received;
+        int next = 0; // of the texts
         connect(&server, &QWebSocketServer::newConnection, this, [&] {
             QWebSocket *page = server.nextPendingConnection();
             page->setParent(&server);
-            connect(page, &QWebSocket::textMessageReceived, page,
-                    [&received, &texts, page](const QString &text) {
-                        received = text;
-                        for (const QString &each : qAsConst(texts)) {
-                            page->sendTextMessage(each);
-                        }
-                    });
+            connect(page, &QWebSocket::textMessageReceived, page, [&, page](const QString &text) {
+                received += text;
+                const QString answer = QLatin1String("End") + text.section(QLatin1Char('('), 0, 0);
+                bool goesOn = true; // until the answer, or beyond that of the last one
+                while (goesOn && next < texts.size()) {
+                    page->sendTextMessage(texts[next]);
+                    const bool isAnswer = texts[next++].endsWith(answer);
+                    goesOn = !isAnswer || received == sent;
+                }
+            });
         });
         const QString file = m_folder.filePath(QStringLiteral("picture.jpg"));
         QFile::remove(file);
@@ -595,7 +613,9 @@ private Q_SLOTS:
         row("unknown option", "status --fly", 2, "no option --fly");
         row("no value", "call --wait", 2, "needs a value");
         row("no number", "call --wait=x bStartPlay", 2, "x is no number");
-        row("no command", "call", 2, "missing");
+        row("no command", "call", 2, "NAME is missing");
+        row("a value too many", "status --json=1", 2, "takes no value");
+        row("nothing to try", "policy --try https://a.example", 2, "missing");
         row("unknown command", "call startPlay", 2, "similar ones: bStartPlay,");
         row("two formats", "status --json --prometheus", 2, "exclude each other");
         row("too much", "status now", 2, "now is too much");
@@ -617,7 +637,7 @@ private Q_SLOTS:
 
     void everyVerbIsDocumented()
     {
-        const QByteArray manual = contentOf(line(SOURCE_DIR "/devicectl/devicectl.1"));
+        const QByteArray manual = contentOf(line(SOURCE_DIR "/docs/man/devicectl.1"));
         const QByteArray page = contentOf(line(SOURCE_DIR "/docs/devicectl.md"));
         const QString help = devicectl({line("--help")}).out;
         for (const QString &verb : verbNames()) {
