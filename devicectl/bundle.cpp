@@ -57,12 +57,12 @@ void addLogs(const Environment &environment, QMap<QString, QByteArray> *files)
     qint64 room = mostOfAll;
     for (auto name = names.crbegin(); name != names.crend() && room > 0; ++name) {
         if (!name->startsWith(QLatin1String("audit"))) {
-            QByteArray log =
-                environment.end(folder + QLatin1Char('/') + *name, qMin(room, mostOfOne));
-            if (log.size() == qMin(room, mostOfOne)) { // it may begin within a quoted text
+            const qint64 most = qMin(room, mostOfOne);
+            QByteArray log = environment.end(folder + QLatin1Char('/') + *name, most);
+            room -= log.size();
+            if (log.size() == most) { // it may begin within a quoted text
                 log.remove(0, log.indexOf('\n') + 1);
             }
-            room -= log.size();
             files->insert(QStringLiteral("log/") + *name, withoutPersonalData(log));
         }
     }
