@@ -348,7 +348,7 @@ const std::vector<Verb> &verbs()
          "",
          0,
          0,
-         {"says how the server is", "显示服务状态"},
+         {"shows the state of the server", "显示服务状态"},
          {json,
           {"--watch", nullptr, {"again every second", "每秒刷新"}},
           {"--prometheus",

@@ -170,7 +170,7 @@ Finding statusSocket(const Environment &environment)
         : fault({"no answer at the status socket (servers: %1)", "状态套接字没有应答（服务：%1）"},
                 {"start the server, and run devicectl as its user, in its session",
                  "请启动服务，并以该用户在同一会话中运行 devicectl"},
-                join(servers(environment)));
+                servers(environment).isEmpty() ? QStringLiteral("-") : join(servers(environment)));
 }
 
 Finding mainThread(const Environment &environment)
@@ -513,8 +513,27 @@ QString variable(const Environment &environment, const char *name)
     return {};
 }
 
+/// Whether the server's latest warnings and errors have this text.
+bool hasProblem(const Environment &environment, const char *text)
+{
+    const auto problems =
+        environment.status().value_or(QJsonObject()).value(QStringLiteral("problems")).toArray();
+    return std::any_of(problems.begin(), problems.end(), [text](const QJsonValue &problem) {
+        return problem.toObject()
+            .value(QStringLiteral("text"))
+            .toString()
+            .contains(QLatin1String(text));
+    });
+}
+
 Finding display(const Environment &environment)
 {
+    if (hasProblem(environment, "the display can't be used")) {
+        return warning({"the server can't use its display: neither signing nor counter pages",
+                        "服务无法使用显示器：无法签名和显示柜台页面"},
+                       {"start it in the desktop's session, as the user who is logged in",
+                        "请以登录用户在桌面会话中启动服务"});
+    }
     const QString wayland = variable(environment, "WAYLAND_DISPLAY");
     const QString name = wayland.isEmpty() ? variable(environment, "DISPLAY") : wayland;
     return name.isEmpty()

@@ -2,6 +2,7 @@
 #include "devicectl/statusclient.h"
 
 #include "base/neighbor.h"
+#include "devicectl/texts.h"
 
 #include <QJsonDocument>
 #include <QLocalSocket>
@@ -13,7 +14,12 @@ std::optional<QJsonObject> askForStatus(const QString &path, QString *error)
     QLocalSocket socket;
     socket.connectToServer(path, QIODevice::ReadOnly);
     if (!socket.waitForConnected(patience)) {
-        *error = path + QStringLiteral(": ") + socket.errorString();
+        const bool isLeft = socket.error() == QLocalSocket::ConnectionRefusedError;
+        const bool isMissing = socket.error() == QLocalSocket::ServerNotFoundError;
+        *error = path + QStringLiteral(": ")
+            + (isLeft          ? said({"the server has ended", "服务已退出"})
+                   : isMissing ? said({"no server of this user runs", "当前用户的服务没有运行"})
+                               : socket.errorString());
         return {};
     }
     *error = base::peerProblem(socket.socketDescriptor());

@@ -7,7 +7,7 @@
 #include <optional>
 
 /**
- * Asks the server how it is, at its status socket; takes at most some seconds.
+ * Asks the server for its state, at its status socket; takes at most some seconds.
  * \param path   of the socket
  * \param error  receives why there is no answer
  */

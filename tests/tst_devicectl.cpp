@@ -253,6 +253,12 @@ const std::vector<FaultyTerminal> &faultyTerminals()
              t.m_contents[line("/proc/5/environ")] = QByteArray("LANG=C\0XDISPLAY=:0\0", 19);
          },
          "warning", "no display"},
+        {"display",
+         [](FakeTerminal &t) {
+             const auto text = object(R"({"text":"the display can't be used: windows"})");
+             t.m_status->insert(line("problems"), QJsonArray{text});
+         },
+         "warning", "can't use its display"},
         {"display-authority", without("/home/t/.Xauthority"), "fault", "/home/t/.Xauthority"},
         {"customer-screen", content("/sys/class/drm/card0-HDMI-A-2/status", "disconnected"),
          "warning", "screens: 1"},
