@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: MIT
-/// \file What the server sends, taken apart.
+/// \file Parsing of what the server sends.
 #pragma once
 
 #include <QByteArray>

@@ -6,7 +6,7 @@
 #include <QString>
 #include <QTextStream>
 
-/// What `devicectl call` is to do.
+/// The command line of `devicectl call`.
 struct Call
 {
     QString before; ///< a command that is answered first, "name(arguments)"; empty: none
@@ -23,5 +23,5 @@ struct Call
     bool isJson = false;
 };
 
-/// Connects, sends the command, prints what is answered and pushed, a line each.
+/// Connects, sends the command, prints its answer and what is pushed, one line each.
 ExitCode carryOut(const Call &call, QTextStream &out, QTextStream &error);

@@ -443,7 +443,7 @@ QString helpOf(const Verb &verb)
     return text;
 }
 
-/// Takes the words apart. \return what is wrong, or empty
+/// Reads options and words. \return what is wrong, or empty
 QString parse(const Verb &verb, const QStringList &words, Line *line)
 {
     bool isOption = true;

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-/// What devicectl exits with; docs/devicectl.md and the man page list them.
+/// The exit statuses, which docs/devicectl.md and the man page list.
 enum class ExitCode {
     Good = 0, ///< done; a command was answered with anything but a failure
     Bad = 1, ///< doctor found a fault; a command answered a failure; a policy is faulty

@@ -12,5 +12,9 @@ int main(int argc, char *argv[])
     QTextStream error(stderr);
     out.setCodec("UTF-8");
     error.setCodec("UTF-8");
-    return int(runDevicectl(QCoreApplication::arguments().mid(1), out, error));
+    QStringList words; // UTF-8 even in a session without a locale, as over ssh
+    for (int i = 1; i < argc; ++i) {
+        words << QString::fromUtf8(argv[i]);
+    }
+    return int(runDevicectl(words, out, error));
 }

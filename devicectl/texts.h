@@ -3,14 +3,14 @@
 
 #include <QString>
 
-/// What is said to people, in the two languages; both in UTF-8.
+/// A message for people in both languages, in UTF-8.
 struct Text
 {
     const char *english;
     const char *chinese;
 };
 
-/// Chooses the language of said(); at first it is that of the locale.
+/// Chooses the language of said(), which at first is that of the locale.
 void speakChinese(bool chinese);
 
 /// The text in the language of the user. "%1" and so on are for QString::arg().

@@ -32,16 +32,22 @@ class WorkingOn
 public:
     explicit WorkingOn(const QString &name)
         : m_outer(s_workingOn.load(std::memory_order_relaxed))
+        , m_outerSince(s_workingSince)
     {
         s_workingSince = std::chrono::steady_clock::now().time_since_epoch().count();
         s_workingOn.store(commands::factsOf(name), std::memory_order_release);
     }
-    ~WorkingOn() { s_workingOn.store(m_outer, std::memory_order_release); }
+    ~WorkingOn()
+    {
+        s_workingSince = m_outerSince;
+        s_workingOn.store(m_outer, std::memory_order_release);
+    }
     WorkingOn(const WorkingOn &) = delete;
     WorkingOn &operator=(const WorkingOn &) = delete;
 
 private:
     const commands::Facts *const m_outer;
+    const std::chrono::steady_clock::rep m_outerSince;
 };
 
 void sendTo(QWebSocket *client, const QString &text)

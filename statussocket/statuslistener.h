@@ -27,11 +27,11 @@ public:
     using Answer = std::function<QByteArray()>;
 
     /**
-     * Listens. What a killed server has left behind is replaced; a server that runs keeps its
-     * socket by a lock on "<path>.lock". When it can't listen, a log line says why, and it does
-     * nothing. \param path      of the socket; its folder is made if it is missing \param freshFor
-     * how long an answer may be given again: somebody who asks all the time must not keep the main
-     * thread busy
+     * Listens. What a killed server has left behind is replaced; a running server keeps its socket
+     * by a lock on "<path>.lock". When it can't listen, a log line says why, and it does nothing.
+     * \param path      of the socket; its folder is made if it is missing
+     * \param freshFor  how long an answer is given again: whoever asks all the time must not keep
+     *                  the main thread busy
      */
     StatusListener(const QString &path, Answer answer,
                    std::chrono::milliseconds freshFor = std::chrono::milliseconds(20));
