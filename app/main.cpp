@@ -8,6 +8,7 @@
 #include "app/singleinstance.h"
 #include "base/datafolder.h"
 #include "base/display.h"
+#include "base/freememory.h"
 #include "base/logtext.h"
 #include "base/statuspath.h"
 #include "devicelib/doccamera.h"
@@ -122,12 +123,10 @@ void exitIfAnotherRuns()
 std::unique_ptr<accesspolicy::AccessControl> readPolicy()
 {
     const QString program = QCoreApplication::applicationDirPath();
-    const QString own = base::dataFolder();
-    accesspolicy::PolicyPlaces places;
-    places.own = own + QStringLiteral("/access.ini");
-    places.ownFolders = QStringList{program, own};
-    return std::make_unique<accesspolicy::AccessControl>(places, own + QStringLiteral("/log"),
-                                                         program + QStringLiteral("/webSite"));
+    const QString data = base::dataFolder();
+    return std::make_unique<accesspolicy::AccessControl>(
+        accesspolicy::PolicyPlaces::of(program, data), data + QStringLiteral("/log"),
+        program + QStringLiteral("/webSite"));
 }
 
 /// What this program is, for its status.
@@ -173,6 +172,7 @@ int main(int argc, char *argv[])
 
     QLog::instance()->handler(QLog::LogToFile);
     raiseDescriptorLimit();
+    base::returnFreeMemory();
     if (!access->error().isEmpty()) {
         endForFaultyPolicy(access->error());
     }

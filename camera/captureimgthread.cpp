@@ -372,10 +372,18 @@ bool CaptureImgThread::Loop::pass()
 {
     waitWhilePaused();
     std::unique_lock<std::mutex> lock(d.mutex);
+    if (d.running && d.currentCamera > 0) {
+        d.clock.waitFor(d.wake, lock, passWait);
+    } else {
+        // Until there is an operation: a terminal at rest is not woken for nothing.
+        d.wake.wait(lock, [this] { return !d.running || !d.queue.empty(); });
+        lock.unlock();
+        waitWhilePaused(); // it may have been paused meanwhile
+        lock.lock();
+    }
     if (!d.running) {
         return false;
     }
-    d.clock.waitFor(d.wake, lock, passWait);
     if (!d.queue.empty()) {
         const enumCameraOPeration operation = d.queue.front();
         d.queue.pop_front();

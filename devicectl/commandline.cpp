@@ -249,9 +249,9 @@ accesspolicy::FoundPolicy draftIn(const QString &path, const Places &places)
         error.reason = file.errorString();
         return {nullptr, error};
     }
-    const QStringList own{places.files.program, places.files.data, places.files.system};
-    const auto policy = accesspolicy::parsePolicy(file.readAll(), error.file,
-                                                  accesspolicy::NeverFolders::of(own), &error);
+    const auto never = accesspolicy::NeverFolders::of(
+        accesspolicy::PolicyPlaces::of(places.files.program, places.files.data).ownFolders);
+    const auto policy = accesspolicy::parsePolicy(file.readAll(), error.file, never, &error);
     return policy
         ? accesspolicy::FoundPolicy{std::make_shared<const accesspolicy::Policy>(*policy), {}}
         : accesspolicy::FoundPolicy{nullptr, error};

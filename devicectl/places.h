@@ -11,10 +11,6 @@ struct Places
 {
     base::DataPlaces files; ///< settings and data
     QString log; ///< folder of the log
-
-    /// Path of the access policy that counts where the administrator has none.
-    QString ownPolicy() const { return files.data + QStringLiteral("/access.ini"); }
-    QString systemPolicy() const { return files.system + QStringLiteral("/access.ini"); }
 };
 
 /**

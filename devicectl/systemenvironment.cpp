@@ -58,11 +58,8 @@ SystemEnvironment::SystemEnvironment()
 
 accesspolicy::FoundPolicy SystemEnvironment::policy() const
 {
-    accesspolicy::PolicyPlaces places;
-    places.system = m_places.systemPolicy();
-    places.own = m_places.ownPolicy();
-    places.ownFolders = QStringList{m_places.files.program, m_places.files.data};
-    return accesspolicy::findPolicy(places);
+    return accesspolicy::findPolicy(
+        accesspolicy::PolicyPlaces::of(m_places.files.program, m_places.files.data));
 }
 
 QString SystemEnvironment::variable(const char *name) const

@@ -30,9 +30,10 @@ BEGIN {
     rule("portable/base", "devicelib")
     rule("portable/barcodeworker", "") # a program of its own, with few libraries
     rule("portable/picture", "devicelib portable/base portable/barcodeworker")
-    rule("portable/camera", "devicelib portable/picture portable/base")
+    rule("portable/video", "portable/picture portable/base") # its module/ is compiled by itself
+    rule("portable/camera", "devicelib portable/video portable/picture portable/base")
     rule("portable/document", "devicelib portable/picture portable/base")
-    rule("portable/recording", "devicelib portable/camera portable/picture portable/base")
+    rule("portable/recording", "devicelib portable/video portable/camera portable/picture portable/base")
     rule("portable/system", "devicelib portable/picture portable/base")
     rule("portable/face", "devicelib portable/camera portable/base")
     rule("portable/finger", "devicelib portable/picture portable/base")

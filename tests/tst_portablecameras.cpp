@@ -5,7 +5,6 @@
 #include "portable/camera/filesources.h"
 #include "portable/camera/pairsource.h"
 #include "portable/camera/previewwatch.h"
-#include "portable/camera/v4l2source.h"
 #include "tests/fakesource.h"
 #include "tests/manualclock.h"
 #include "tests/portabletest.h"
@@ -521,31 +520,6 @@ private Q_SLOTS:
         PairSource none(std::make_unique<PictureSource>(path("absent"), PlaybackSettings()),
                         std::make_unique<FakeSource>(right));
         QVERIFY(none.sizes().empty());
-    }
-
-    void captureFormat_data()
-    {
-        const Rows<bool, bool, QString> row("hasMjpeg", "hasSizes", "expected");
-        // OpenCV's numbers: 3 width, 4 height, 5 frame rate, 6 format
-        row("MJPEG", true, true, "6=1196444237 3=1280 4=720 5=30");
-        row("other formats only", false, true, "3=1280 4=720 5=30");
-        row("sizes unknown", true, false, "6=1196444237 5=30");
-    }
-
-    void captureFormat()
-    {
-        QFETCH(bool, hasMjpeg);
-        QFETCH(bool, hasSizes);
-        V4l2Formats formats;
-        formats.hasMjpeg = hasMjpeg;
-        if (hasSizes) {
-            formats.sizes = {{1920, 1080}, {1280, 720}};
-        }
-        QStringList texts;
-        for (const auto &property : captureProperties(formats, {1270, 700})) {
-            texts << QStringLiteral("%1=%2").arg(property.first).arg(property.second, 0, 'f', 0);
-        }
-        QTEST(texts.join(QLatin1Char(' ')), "expected");
     }
 };
 

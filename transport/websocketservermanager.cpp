@@ -108,6 +108,7 @@ void WebSocketServerManager::websocke_server_start(QHostAddress address, quint16
         connect(m_listener, &PageListener::tick, this, &WebSocketServerManager::checkTimes);
         m_listener->setAccess(m_access);
         m_messageRun->clientQueue()->setTurn(m_limits.turn);
+        m_messageRun->clientQueue()->setFarewell(m_limits.farewell);
     }
     m_listenAddress = address;
     m_listenPort = port;
@@ -177,8 +178,8 @@ void WebSocketServerManager::slot_newConnection()
             &WebSocketServerManager::slot_textMessageReceived);
     ClientQueue *queue = m_messageRun->clientQueue();
     connect(page, &PageSocket::frameTaken, queue, [queue, socket] { queue->run(socket); });
-    // A page that says goodbye, or is refused, has no commands any more.
-    connect(socket, &QWebSocket::aboutToClose, queue, [queue, socket] { queue->forget(socket); });
+    connect(page, &PageSocket::goodbyeCame, this, [this, socket, page] { leave(socket, page); });
+    // One that is refused has no commands any more.
     connect(page, &PageSocket::refused, this, [this, queue, socket, page](int closeCode) {
         queue->forget(socket);
         if (closeCode == QWebSocketProtocol::CloseCodeTooMuchData && m_access
@@ -396,12 +397,13 @@ void WebSocketServerManager::slot_disconnected()
     if (!socket) {
         return;
     }
+    ClientLink *link = m_links.value(socket);
+    leave(socket, link ? link->page() : nullptr);
     gpWebSocket = nullptr; // no matter which page has left
-    m_messageRun->clientQueue()->forget(socket);
     if (stopsPreviews(socket)) {
         stopPreviews();
     }
-    ClientLink *link = m_links.take(socket);
+    m_links.remove(socket);
     m_unreadNoted.remove(link);
     if (link && m_clients.value(link->page()->peer()) == socket) {
         m_clients.remove(link->page()->peer());
@@ -421,6 +423,15 @@ void WebSocketServerManager::slot_closed()
     }
     stopPreviews();
     Q_EMIT signal_close();
+}
+
+/// What a page sent before it leaves is carried out; not what would take long.
+void WebSocketServerManager::leave(QWebSocket *socket, PageSocket *page)
+{
+    const int dropped = m_messageRun->clientQueue()->leave(socket);
+    if (dropped > 0 && page) {
+        page->log(QStringLiteral("has left: %1 of its commands are dropped").arg(dropped));
+    }
 }
 
 bool WebSocketServerManager::stopsPreviews(QWebSocket *leaving) const

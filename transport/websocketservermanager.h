@@ -23,6 +23,7 @@ class AccessControl;
 class ClientLink;
 class MessageRun;
 class PageListener;
+class PageSocket;
 
 /**
  * The server's endpoint: accepts pages, keeps the table of their connections, routes what they
@@ -115,6 +116,7 @@ private:
     QWebSocket *client(const QString &ip, int port) const;
     PageStatus pageStatus(QWebSocket *socket, const ClientLink &link) const;
     void stopPreviews();
+    void leave(QWebSocket *socket, PageSocket *page);
     void carryOut(QWebSocket *socket, const QString &message);
     void route(const QString &message, QWebSocket *socket);
     void deliver(const QString &message, QWebSocket *socket);

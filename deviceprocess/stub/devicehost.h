@@ -1,8 +1,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include "deviceprocess/arguments.h"
-#include "deviceprocess/wire.h"
+#include "deviceprocess/stub/keptsettings.h"
 
 #include <QByteArray>
 #include <QString>
@@ -12,7 +11,6 @@
 #include <chrono>
 #include <condition_variable>
 #include <cstdint>
-#include <list>
 #include <map>
 #include <memory>
 #include <mutex>
@@ -120,13 +118,6 @@ public:
 private:
     enum class State { Idle, Starting, Running, Waiting, Stopping };
     struct Connection;
-    /// A call that a new process gets first.
-    struct Setting
-    {
-        FunctionId function;
-        QByteArray key; ///< A later call with the same one takes its place.
-        QByteArray arguments;
-    };
 
     std::shared_ptr<Connection> connection(Clock::time_point until);
     bool isUsable(const Connection &connection) const;
@@ -139,11 +130,6 @@ private:
     bool isReplaced(quint64 generation, Clock::time_point until);
     bool hasStopped(quint64 generation);
     bool isAlive(quint64 generation);
-    void keepSetting(FunctionId function, FunctionKind kind, const QByteArray &arguments);
-    void forgetPreview(FunctionId function, FunctionKind kind);
-    void keepPreview(FunctionId function, FunctionKind kind, const QByteArray &arguments,
-                     const Message &reply);
-    void forgetSetting(const Setting &setting);
     void end(quint64 generation, const QString &reason);
 
     void supervise();
@@ -164,6 +150,7 @@ private:
     std::atomic<bool> m_isTaking{false}; ///< The supervisor is busy with an event.
     std::vector<QByteArray> m_environment;
     QByteArray m_folders; ///< Guarded by m_mutex.
+    KeptSettings m_settings;
     mutable std::mutex m_mutex;
     std::condition_variable m_changed;
     std::thread m_supervisor;
@@ -180,7 +167,6 @@ private:
     /// When the oldest ping without an answer was sent, or the last event since; else unset.
     Clock::time_point m_pinged;
     bool m_isPausing = false; ///< Between two processes, as they keep dying.
-    std::list<Setting> m_settings; ///< In the order of their last calls.
     QString m_lastReason; ///< Why the process before this one ended.
     struct UnderWay
     {

@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: MIT
 #include "portable/picture/barcodeprocess.h"
 
+#include "portable/base/module.h"
+
 #include <QFile>
-#include <QFileInfo>
-#include <dlfcn.h>
 #include <poll.h>
 #include <spawn.h>
 #include <sys/socket.h>
@@ -20,16 +20,6 @@
 namespace portable {
 
 namespace {
-
-/// Beside the file that this code was loaded from.
-QByteArray program()
-{
-    static const char here = 0;
-    Dl_info info{};
-    const bool isKnown = ::dladdr(&here, &info) != 0;
-    const QFileInfo file(isKnown ? QFile::decodeName(info.dli_fname) : QString());
-    return QFile::encodeName(file.absolutePath() + QStringLiteral("/barcodeworker"));
-}
 
 /// Starts the program with `socket` as its standard input. \return an error number, 0 for none
 int start(const QByteArray &path, int socket, pid_t *process)
@@ -61,7 +51,7 @@ int start(const QByteArray &path, int socket, pid_t *process)
 
 BarcodeProcess::BarcodeProcess()
 {
-    const QByteArray path = program();
+    const QByteArray path = QFile::encodeName(besideLibrary(QStringLiteral("barcodeworker")));
     int sockets[2];
     if (::socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, sockets) != 0) {
         fail(path, errno);
