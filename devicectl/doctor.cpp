@@ -321,7 +321,7 @@ Finding memory(const Environment &environment)
 {
     static const QRegularExpression available(QStringLiteral("MemAvailable: +(\\d+) kB"));
     const auto match = available.match(
-        QString::fromLatin1(environment.end(QStringLiteral("/proc/meminfo"), 64 * 1024)));
+        QString::fromLatin1(environment.end(QStringLiteral("/proc/meminfo"), 1 << 16)));
     const qint64 free = match.captured(1).toLongLong() / 1024;
     return free < 200
         ? warning({"the machine has %1 MiB of memory left", "内存仅剩 %1 MiB"},

@@ -120,7 +120,7 @@ QVector<Environment::Process> SystemEnvironment::processes() const
     QVector<Process> list;
     const auto ids = processIds();
     for (const qint64 id : ids) {
-        QByteArray line = end(QStringLiteral("/proc/%1/cmdline").arg(id), 64 * 1024);
+        QByteArray line = end(QStringLiteral("/proc/%1/cmdline").arg(id), 1 << 16);
         line.replace('\0', ' ');
         if (!line.isEmpty()) { // threads of the kernel have none
             list.append({id, QString::fromLocal8Bit(line).trimmed(),

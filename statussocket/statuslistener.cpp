@@ -59,11 +59,10 @@ QString folderProblem(const QString &path)
     }
     QString problem;
     struct stat status = {};
-    if (::fstat(folder, &status) != 0) {
-        problem = systemError();
-    } else if (status.st_uid != base::ownUser()) {
+    const bool isKnown = ::fstat(folder, &status) == 0;
+    if (isKnown && status.st_uid != base::ownUser()) {
         problem = QStringLiteral("its folder belongs to ") + base::userText(status.st_uid);
-    } else if (::fchmod(folder, 0700) != 0) {
+    } else if (!isKnown || ::fchmod(folder, 0700) != 0) {
         problem = systemError();
     }
     ::close(folder);

@@ -36,7 +36,8 @@ constexpr auto mainThreadWait = 2ms; ///< the time to send some frames
 
 double milliseconds(std::chrono::nanoseconds time)
 {
-    return double(time.count() / 1000) / 1000;
+    const qint64 microseconds = std::chrono::duration_cast<std::chrono::microseconds>(time).count();
+    return double(microseconds) / 1000;
 }
 
 /// Resident memory of a process; 0 if it is gone. The second field of proc(5), statm.
@@ -47,7 +48,8 @@ double residentKiB(qint64 pid)
         return 0;
     }
     const QList<QByteArray> fields = file.readAll().split(' ');
-    return fields.size() < 2 ? 0 : double(fields[1].toLongLong() * (sysconf(_SC_PAGESIZE) / 1024));
+    const qint64 pages = fields.size() < 2 ? 0 : fields[1].toLongLong();
+    return double(pages * sysconf(_SC_PAGESIZE)) / 1024;
 }
 
 QJsonObject camera()
@@ -75,7 +77,7 @@ QJsonValue deviceProcess()
 {
     using Status = int (*)(char *json, int size);
     static const auto status = reinterpret_cast<Status>(dlsym(RTLD_DEFAULT, "deviceProcessStatus"));
-    std::array<char, 64 * 1024> json{};
+    std::array<char, 65536> json{};
     const int length = status ? status(json.data(), int(json.size())) : 0;
     if (length == 0) {
         return {};
