@@ -2,12 +2,14 @@
 #include "transport/websocketservermanager.h"
 
 #include "access/accesscontrol.h"
+#include "base/logtext.h"
 #include "camera/captureimgthread.h"
 #include "camera/stoprecthread.h"
 #include "companionclients/companionclient.h"
 #include "companionclients/signsouthinterface.h"
 #include "companionclients/webbrowser.h"
 #include "dispatch/clientqueue.h"
+#include "dispatch/commandfacts.h"
 #include "dispatch/devicetext.h"
 #include "dispatch/loggedtext.h"
 #include "dispatch/messagerun.h"
@@ -31,6 +33,16 @@ namespace {
 QString clientKey(const QString &ip, int port)
 {
     return QStringLiteral("%1-%2").arg(ip).arg(port);
+}
+
+/// The name alone: what isn't a known command may be anything, and hold anything.
+QString commandName(const QString &text)
+{
+    if (text.isEmpty() || text[0] == QLatin1Char('#') || text[0] == QLatin1Char('@')) {
+        return text.left(1);
+    }
+    const QString name = text.section(QLatin1Char('('), 0, 0);
+    return commands::factsOf(name) ? name : QStringLiteral("(unknown)");
 }
 
 /// Without an early exit, so that the compiler can vectorize the loop.
@@ -237,6 +249,7 @@ void WebSocketServerManager::slot_textMessageReceived(const QString &message)
         return;
     }
     link->page()->noteText();
+    link->noteText(message);
     m_messageRun->clientQueue()->push(socket, message);
     pauseOrResume(link);
 }
@@ -481,12 +494,43 @@ void WebSocketServerManager::slot_frame(const QByteArray &bytes)
         slot_captureImgThread(text);
         return;
     }
+    const auto started = std::chrono::steady_clock::now();
     QByteArray &frame = m_frames[m_nextFrame++ % m_frames.size()];
     ClientLink::webSocketTextFrame(text, frame);
     const auto links = m_links;
     for (ClientLink *link : links) {
         link->sendFrame(frame);
     }
+    const std::chrono::nanoseconds taken = std::chrono::steady_clock::now() - started;
+    m_frameSending += m_frameSending.count() == 0 ? taken : (taken - m_frameSending) / 16;
+}
+
+PagesStatus WebSocketServerManager::pages(int most) const
+{
+    PagesStatus pages;
+    pages.count = m_links.size();
+    pages.first.reserve(qMin(most, pages.count));
+    for (auto each = m_links.cbegin(); each != m_links.cend(); ++each) {
+        pages.bytesWaiting += each.value()->unread();
+        if (pages.first.size() < most) {
+            pages.first.append(pageStatus(each.key(), *each.value()));
+        }
+    }
+    return pages;
+}
+
+PageStatus WebSocketServerManager::pageStatus(QWebSocket *socket, const ClientLink &link) const
+{
+    constexpr int longestOrigin = 256;
+    PageStatus page;
+    page.address = link.page()->peer();
+    page.origin = base::oneLine(socket->origin().left(longestOrigin));
+    page.framesSent = link.framesSent();
+    page.framesDropped = link.framesDropped();
+    page.bytesWaiting = link.unread();
+    page.textsWaiting = m_messageRun->clientQueue()->waitingTexts(socket);
+    page.lastCommand = commandName(link.lastText());
+    return page;
 }
 
 QWebSocket *WebSocketServerManager::client(const QString &ip, int port) const

@@ -134,6 +134,32 @@ int DeviceHost::restarts() const
     return m_restarts;
 }
 
+std::optional<DeviceHost::Status> DeviceHost::status() const
+{
+    std::unique_lock<std::mutex> lock(m_mutex, std::try_to_lock);
+    for (int tries = 0; !lock && tries < 10; ++tries) {
+        std::this_thread::sleep_for(std::chrono::microseconds(100));
+        lock.try_lock();
+    }
+    if (!lock) {
+        return {};
+    }
+    const auto now = Clock::now();
+    const auto since = [now](Clock::time_point time) {
+        return std::chrono::duration_cast<milliseconds>(now - time);
+    };
+    Status status;
+    status.pid = m_pid;
+    status.restarts = m_restarts;
+    status.lastReason = m_lastReason.toUtf8();
+    status.running = m_pid > 0 ? since(m_started) : milliseconds(0);
+    for (const auto &call : m_underWay) {
+        status.calls.push_back(
+            {functionName(std::uint32_t(call.second.function)), since(call.second.since)});
+    }
+    return status;
+}
+
 void DeviceHost::setTimeLimits(const TimeLimits &limits)
 {
     m_callFactor = limits.callFactor;
@@ -233,7 +259,7 @@ bool DeviceHost::attempt(FunctionId function, const Writer &arguments, Clock::ti
     threadGeneration = link->generation;
     {
         const std::lock_guard<std::mutex> lock(m_mutex);
-        m_underWay[std::this_thread::get_id()] = function;
+        m_underWay[std::this_thread::get_id()] = {function, Clock::now()};
     }
     const Received result = exchange(*link, function, arguments, until, reply);
     {
@@ -544,7 +570,7 @@ QString DeviceHost::callsUnderWay() const
         names << nameOf(function);
     }
     for (const auto &call : m_underWay) {
-        names << nameOf(call.second);
+        names << nameOf(call.second.function);
     }
     return names.isEmpty() ? QStringLiteral("no call") : names.join(QStringLiteral(", "));
 }
@@ -578,6 +604,7 @@ void DeviceHost::reap()
                 : QStringLiteral("status %1").arg(WEXITSTATUS(status));
         }
     }
+    m_lastReason = QStringLiteral("%1: %2").arg(callsUnderWay(), how);
     if (m_state != State::Stopping) {
         qWarning().noquote() << QStringLiteral("device process: ended during %1 (%2); restart %3")
                                     .arg(callsUnderWay(), how)

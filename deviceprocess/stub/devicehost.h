@@ -14,6 +14,7 @@
 #include <map>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <thread>
 #include <utility>
 #include <vector>
@@ -91,6 +92,29 @@ public:
     /// How often it was started after the first time.
     int restarts() const;
 
+    /// The process, for the status of the server.
+    struct Status
+    {
+        struct Call
+        {
+            const char *function;
+            std::chrono::milliseconds since;
+        };
+
+        pid_t pid = 0; ///< 0 while none runs
+        int restarts = 0;
+        QByteArray lastReason; ///< why the last one ended, in UTF-8; empty: none has
+        std::chrono::milliseconds running{}; ///< since when it does
+        std::vector<Call> calls; ///< under way
+    };
+
+    /**
+     * Calls nothing of the library, and waits for at most a millisecond or two: the lock is held
+     * while something is sent to the process.
+     * \return nullopt when it would take longer
+     */
+    std::optional<Status> status() const;
+
 private:
     enum class State { Idle, Starting, Running, Waiting, Stopping };
     struct Connection;
@@ -143,7 +167,13 @@ private:
     /// When the oldest ping without an answer was sent, or the last event since; else unset.
     Clock::time_point m_pinged;
     bool m_isPausing = false; ///< Between two processes, as they keep dying.
-    std::map<std::thread::id, FunctionId> m_underWay;
+    QString m_lastReason; ///< Why the process before this one ended.
+    struct UnderWay
+    {
+        FunctionId function;
+        Clock::time_point since;
+    };
+    std::map<std::thread::id, UnderWay> m_underWay;
     std::vector<FunctionId> m_lost; ///< Calls that failed with this process.
 };
 

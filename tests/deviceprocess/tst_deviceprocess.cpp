@@ -19,6 +19,8 @@
 using namespace deviceprocess;
 using namespace std::chrono_literals;
 
+extern "C" int deviceProcessStatus(char *json, int size); // the server looks for it at run time
+
 namespace {
 
 const QStringList &commands()
@@ -237,6 +239,27 @@ private Q_SLOTS:
         QVERIFY(isAnswered());
         lock.unlock();
         QCOMPARE(DeviceHost::instance().restarts(), restarts);
+    }
+
+    void theStatusNamesCallsAndWhyTheLastProcessEnded()
+    {
+        const auto status = [](const QByteArray &part) {
+            std::array<char, 4096> json{};
+            const int length = deviceProcessStatus(json.data(), int(json.size()));
+            return length > 0 && QByteArray(json.data(), length).contains(part);
+        };
+        order("iGetRotate nap 500");
+        std::thread caller(isAnswered);
+        QVERIFY(waitFor([&] { return status(R"("function":"iGetRotate")"); }));
+        caller.join();
+        order("none none");
+        QVERIFY(status(R"("calls":[])"));
+        signalProcess(SIGKILL);
+        QVERIFY(status(": signal 9, "));
+        const QByteArray pid = QByteArray::number(DeviceHost::instance().processId());
+        QVERIFY(status("\"pid\":" + pid));
+        char small[8];
+        QCOMPARE(deviceProcessStatus(small, sizeof small), 0);
     }
 
     void linesAreLogged()
