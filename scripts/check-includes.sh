@@ -28,6 +28,7 @@ BEGIN {
     rule("base", "")
 
     rule("portable/base", "devicelib")
+    rule("portable/fingerworker", "") # a program of its own, with few libraries
     rule("portable/barcodeworker", "") # a program of its own, with few libraries
     rule("portable/picture", "devicelib portable/base portable/barcodeworker")
     rule("portable/camera", "devicelib portable/picture portable/base")

@@ -47,7 +47,7 @@ else
     trap 'rm -rf "$folder"' EXIT
 fi
 for file in rvowebSocketServer devicehost libdevicestub.so libdoccamera.so libcardreader.so \
-    libportabledoccamera.so libportablecardreader.so barcodeworker elecsign webbrowser run-elecsign.sh \
+    libportabledoccamera.so libportablecardreader.so barcodeworker fingerworker elecsign webbrowser run-elecsign.sh \
     run-webbrowser.sh; do
     cp "build/$name/$file" "$folder/"
 done
