@@ -28,6 +28,7 @@ BEGIN {
     rule("devicelib", "")
 
     rule("portable/base", "devicelib")
+    rule("portable/fingerworker", "") # a program of its own, with few libraries
     rule("portable/barcodeworker", "") # a program of its own, with few libraries
     rule("portable/picture", "devicelib portable/base portable/barcodeworker")
     rule("portable/video", "portable/picture portable/base") # its module/ is compiled by itself

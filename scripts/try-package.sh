@@ -147,7 +147,7 @@ sizes install /packages/server.deb
 step "installing $version~before"
 apt install --no-install-recommends /packages/old.deb >"$work/install.log" 2>&1 || { tail "$work/install.log"; fail "installation"; }
 find "$root/usr/lib/rvowebsocketserver" -maxdepth 1 -printf '%f ' && echo
-for program in "$root"/usr/lib/rvowebsocketserver/{rvowebSocketServer,devicehost,barcodeworker,elecsign,webbrowser,*.so}; do
+for program in "$root"/usr/lib/rvowebsocketserver/{rvowebSocketServer,devicehost,barcodeworker,fingerworker,elecsign,webbrowser,*.so}; do
     check "libraries of $(basename "$program")" bash -c "! chroot '$root' ldd '${program#"$root"}' | grep 'not found'"
 done
 

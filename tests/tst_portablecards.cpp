@@ -5,12 +5,11 @@
 #include "portable/card/emv.h"
 #include "portable/card/socialcard.h"
 #include "portable/card/tlv.h"
+#include "tests/moduleonpty.h"
 #include "tests/portabletest.h"
 #include "tests/scriptedcard.h"
 
 #include <QtTest>
-#include <fcntl.h>
-#include <unistd.h>
 
 #include <atomic>
 #include <cstdlib>
@@ -98,13 +97,13 @@ private:
 class FakeCards : public SmartCards
 {
 public:
-    bool hasReader(QString *reason) override
+    bool hasReader(const QString &, QString *reason) override
     {
         *reason = presence == CardPresence::NoReader ? line("no reader here") : QString();
         return reason->isEmpty();
     }
 
-    CardPresence visit(bool, const Read &read, QString *reason) override
+    CardPresence visit(const QString &, bool, const Read &read, QString *reason) override
     {
         if (isInUse.exchange(true)) {
             qFatal("two reads at once");
@@ -216,7 +215,8 @@ private Q_SLOTS:
         row("Chinese name with a comma",       "bankcard=\"卡, 乙.json\"",         bank, "0026");
         row("no reader",                       "reader=none",                      id,   "!1");
         row("an ID card on PC/SC",             "reader=pcsc",                      id,   "!1");
-        row("unknown reader",                  "reader=smart",                     id,   "b");
+        row("a PC/SC reader by its name",      "reader=smart",                     id,   "!1");
+        row("PC/SC and the files",             "reader=pcsc|simulated",            id,   "b");
         // clang-format on
     }
 
@@ -283,7 +283,7 @@ private Q_SLOTS:
     {
         QFETCH(QByteArray, content);
         QFETCH(QString, said);
-        writeIni("idcard=bad.json");
+        writeIni("reader=simulated\nidcard=bad.json");
         writeCard("bad.json", content);
         writeCard("face.jpg", "\xFF\xD8\xFF");
         writeCard("empty.jpg", "");
@@ -671,21 +671,59 @@ private Q_SLOTS:
 
     void serialDevices()
     {
-        const int terminal = ::posix_openpt(O_RDWR | O_NOCTTY);
-        if (terminal < 0 || ::grantpt(terminal) != 0 || ::unlockpt(terminal) != 0) {
-            QSKIP("there are no pseudo terminals here (/dev/pts is not mounted)");
-        }
-        QVERIFY(m_readers->openSerial(line(::ptsname(terminal))));
-        QVERIFY(m_readers->hasModule());
-        ::close(terminal);
-        PortableLog::takeLines();
         for (const char *port : {"", "ttyS0", "/dev/absent", "/dev/null", "/dev", "/etc/passwd",
-                                 "/dev/../etc/passwd", "/dev/a\nforged line"}) {
+                                 "/dev/../etc/passwd", "/dev/tty", "/dev/a\nforged line"}) {
             QVERIFY(!m_readers->openSerial(line(port)));
             QCOMPARE(PortableLog::lines().size(), 1);
             QVERIFY(!PortableLog::takeLines().first().contains(QLatin1Char('\n')));
         }
         QVERIFY(!m_readers->hasModule()); // a failed opening leaves none open
+    }
+
+    void cardModule()
+    {
+        ModuleOnPty silent([](int, const QByteArray &) { return QByteArray(); });
+        ModuleOnPty module;
+        if (!module.isOpen()) {
+            QSKIP("there are no pseudo terminals here (/dev/pts is not mounted)");
+        }
+        const QString port = module.port();
+        const QByteArray number = "05.03-20200101-0000000007-4000000000";
+        const auto read = [this] {
+            const CardResult result = m_readers->read(CardKind::Identity);
+            return result.isRead() ? result.fields.value(line("name")).toString()
+                                   : QStringLiteral("!%1").arg(int(result.status));
+        };
+        // In simulation a terminal without a module is one of the simulated reader.
+        QVERIFY(m_readers->openSerial(silent.port()) && m_readers->hasModule());
+        QVERIFY(m_readers->moduleNumber().startsWith("00.00-"));
+        // One that a page opens is used until it closes it, and its lack of a card isn't made up
+        // for.
+        QVERIFY(m_readers->openSerial(port) && m_readers->hasModule());
+        QCOMPARE(read(), line("张三"));
+        QCOMPARE(m_readers->moduleNumber(), number);
+        module.setScript([](int command, const QByteArray &usual) {
+            return command == 0x2001 ? moduleFrame("000080") : usual;
+        });
+        QCOMPARE(read(), line("!2"));
+        m_readers->close();
+        QVERIFY(!m_readers->hasModule());
+        module.setScript({});
+
+        qunsetenv("DEVICE_SIMULATION");
+        QVERIFY(!m_readers->openSerial(silent.port()) && !m_readers->hasModule());
+        QCOMPARE(read(), line("!1"));
+        writeIni("reader=pcsc");
+        QVERIFY(!m_readers->openSerial(port));
+        writeIni("reader=pcsc|" + port.toUtf8());
+        QVERIFY(m_readers->openUsb() && m_readers->hasModule() && !m_readers->isConnected());
+        QCOMPARE(read(), line("张三"));
+        writeIni("");
+        QCOMPARE(read(), line("!1"));
+        m_ports << silent.port() << port;
+        QCOMPARE(read(), line("张三"));
+        const CardResult bank = m_readers->read(CardKind::Bank);
+        QCOMPARE(bank.status, CardStatus::NoReader);
     }
 
     void exportedFunctions()
@@ -790,7 +828,7 @@ private:
         m_real = real.get();
         m_readers = std::make_unique<CardReaders>(
             [this](const QString &name) { return m_folder->filePath(name); }, std::move(real),
-            timeLimit);
+            [this] { return m_ports; }, timeLimit);
     }
 
     QString cardPath(const char *name) const
@@ -812,6 +850,7 @@ private:
 
     std::unique_ptr<CardReaders> m_readers;
     FakeCards *m_real = nullptr; // m_readers owns it
+    QStringList m_ports; // serial ports of this machine
     int m_edits = 0; // of devices.ini
 };
 

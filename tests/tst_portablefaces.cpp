@@ -5,6 +5,7 @@
 #include "portable/camera/cameraset.h"
 #include "portable/face/faceengine.h"
 #include "portable/face/liveness.h"
+#include "portable/face/livenesspage.h"
 #include "portable/face/modelweights.h"
 #include "portable/picture/imageconversion.h"
 #include "portable/video/videofile.h"
@@ -12,6 +13,7 @@
 #include "tests/manualclock.h"
 #include "tests/portabletest.h"
 
+#include <QWindow>
 #include <QtTest>
 #include <opencv2/imgproc.hpp>
 
@@ -623,6 +625,76 @@ private Q_SLOTS:
         QCOMPARE(heard.results, QList<int>{0});
         QCOMPARE(locked(&Heard::framesAfterEnd), 0);
         QCOMPARE(locked(&Heard::reports), 0);
+    }
+
+    /// Its window opens with the check and ends with it; closing the window ends the check.
+    void pageOfTheCheck()
+    {
+        NEED_MODELS;
+        portrait(oneFace()).save(path("photo.png"));
+        useCamera(line("image:") + path("photo.png"));
+        const auto page = []() -> QWindow * {
+            for (QWindow *window : QGuiApplication::topLevelWindows()) {
+                if (window->title() == line("活体检测") && window->isExposed()) {
+                    return window;
+                }
+            }
+            return nullptr;
+        };
+        for (const bool isClosedByPerson : {true, false}) {
+            heard.results.clear();
+            DemoUIShow(0, onPage);
+            QTRY_VERIFY_WITH_TIMEOUT(page(), 20000);
+            if (isClosedByPerson) {
+                page()->close();
+            } else {
+                CloseLivingBody(onEnd);
+            }
+            QTRY_COMPARE_WITH_TIMEOUT(heard.results, QList<int>{0},
+                                      5000); // without waiting its time
+            QTRY_VERIFY(!page());
+        }
+        QVERIFY(m_log->lines().contains(
+            line("the page of the liveness check isn't seen: there is no display")));
+    }
+
+    void contentOfThePage()
+    {
+        QImage picture(640, 480, QImage::Format_RGB888);
+        picture.fill(Qt::blue);
+        QPainter(&picture).fillRect(0, 0, 320, 480, Qt::red);
+        const auto greenOf = [&](const LivenessResult &progress) {
+            const QImage page = paintLivenessPage({960, 720}, picture, progress);
+            const int middle = 280; // of the camera's picture
+            if (qBlue(page.pixel(380, middle)) < 200 || qRed(page.pixel(580, middle)) < 200) {
+                return -1; // it isn't a mirror
+            }
+            int count = 0;
+            for (int y = 600; y < 720; ++y) { // the steps
+                for (int x = 0; x < 960; ++x) {
+                    const QRgb pixel = page.pixel(x, y);
+                    count += qGreen(pixel) > qRed(pixel) + 60 ? 1 : 0;
+                }
+            }
+            return count;
+        };
+        LivenessResult progress;
+        QStringList hints;
+        QList<int> greens;
+        const auto look = [&] {
+            hints << livenessHint(progress);
+            greens << greenOf(progress);
+        };
+        look();
+        progress.failure = FaceFailure::None;
+        look();
+        progress.hasBlinked = true;
+        look();
+        progress.hasMoved = true;
+        look();
+        QCOMPARE(hints.removeDuplicates(), 0);
+        QVERIFY(greens[0] == 0 && greens[1] == 0);
+        QVERIFY(greens[2] > 1000 && greens[3] > 1.9 * greens[2]);
     }
 
 private:

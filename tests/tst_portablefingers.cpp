@@ -9,7 +9,11 @@
 #include "tests/portabletest.h"
 
 #include <QtTest>
+#include <dlfcn.h>
 #include <opencv2/imgproc.hpp>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
 
 #include <complex>
 #include <deque>
@@ -351,6 +355,48 @@ private Q_SLOTS:
         QCOMPARE(capture(iniWith(m_folder->path(), "none"), 50).score, -1); // asked for by name
     }
 
+    /// libfprint's virtual sensor, which takes its pictures from a socket.
+    void realSensor()
+    {
+        void *const library = ::dlopen("libfprint-2.so.2", RTLD_NOW | RTLD_LOCAL);
+        if (!library) {
+            QSKIP("the package libfprint-2-2 is not installed");
+        }
+        ::dlclose(library);
+        const QString worker = besideProgram("fingerworker");
+        QFile::remove(worker);
+        QVERIFY(QFile::link(line(FINGER_WORKER), worker));
+        const auto cleaner = qScopeGuard([&] {
+            QFile::remove(worker);
+            qunsetenv("FP_VIRTUAL_IMAGE");
+        });
+        qunsetenv("DEVICE_SIMULATION");
+        const QByteArray noFinger = iniWith(m_folder->path(), nullptr);
+        QCOMPARE(capture(noFinger, 5000).score, -4);
+        const QString log = m_log->takeLines().join(QLatin1Char('\n'));
+        QVERIFY2(log.contains(line("no sensor that libfprint knows")), qPrintable(log));
+
+        qputenv("FP_VIRTUAL_IMAGE", path("sensor").toUtf8());
+        qputenv("DEVICE_SIMULATION", "1"); // a real one isn't made up for
+        QCOMPARE(capture(noFinger, 1500).score, -1);
+        const auto pressed = [&](const cv::Mat &print) {
+            std::thread hand([&] { putOnVirtualSensor(print); });
+            const Captured result = capture(noFinger, 20000);
+            hand.join();
+            return result;
+        };
+        const Captured first = pressed(pressFinger(finger(0), {0, {}, 4, 0}, 9));
+        QVERIFY2(first.score >= 60, qPrintable(first.message + m_log->lines().join(line("\n"))));
+        QCOMPARE(first.message, line("采集成功"));
+        const auto scoreOf = [&](const Captured &other) {
+            return lFingerMatch(0, QByteArray::fromHex(first.feature).constData(), 1,
+                                QByteArray::fromHex(other.feature).constData());
+        };
+        QVERIFY(scoreOf(pressed(pressFinger(finger(0), {8, {5, 3}, 4, 0}, 3))) >= sameFinger);
+        QVERIFY(scoreOf(pressed(pressFinger(finger(1), {0, {}, 4, 0}, 9))) <= otherFinger);
+        QCOMPARE(pressed(cv::Mat(300, 300, CV_8U, cv::Scalar(255))).score, -2);
+    }
+
     void fingerComesWhileItWaits()
     {
         useIni(iniWith(m_folder->path(), nullptr));
@@ -407,6 +453,26 @@ private Q_SLOTS:
     }
 
 private:
+    /// Waits for the sensor's socket; sends size and pixels, as libfprint's virtual sensor expects.
+    void putOnVirtualSensor(const cv::Mat &print) const
+    {
+        sockaddr_un address{};
+        address.sun_family = AF_UNIX;
+        qstrncpy(address.sun_path, utf8("sensor"), sizeof address.sun_path);
+        const int socket = ::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0);
+        for (int tries = 0; tries < 1000
+             && ::connect(socket, reinterpret_cast<sockaddr *>(&address), sizeof address) != 0;
+             ++tries) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(20));
+        }
+        const qint32 size[] = {print.cols, print.rows};
+        QByteArray bytes(reinterpret_cast<const char *>(size), sizeof size);
+        bytes.append(reinterpret_cast<const char *>(print.data), int(print.total()));
+        (void)!::send(socket, bytes.constData(), size_t(bytes.size()), MSG_NOSIGNAL);
+        std::this_thread::sleep_for(std::chrono::milliseconds(300));
+        ::close(socket);
+    }
+
     /// From now on captures wait by m_clock.
     void useClock()
     {

@@ -1,7 +1,8 @@
 // SPDX-License-Identifier: MIT
 // The portable library's scans: when they take shots, what they write, and what they report.
 #include "devicelib/doccamera.h"
-#include "portable/camera/testscene.h"
+#include "portable/camera/pageturning.h"
+#include "portable/camera/testscenesource.h"
 #include "portable/picture/picturereader.h"
 #include "portable/picture/stillness.h"
 #include "portable/recording/scanner.h"
@@ -66,12 +67,24 @@ private:
 /// Cameras that all look at one desk, number 1 open, and a scanner whose time the test moves.
 struct Office
 {
-    Office() { cameras.start(1); }
+    using MakeSource = std::function<std::unique_ptr<FrameSource>(base::Clock &)>;
+
+    /// \param look  what the cameras look at; empty: the desk
+    explicit Office(MakeSource look = {})
+        : makeSource(std::move(look))
+    {
+        cameras.start(1);
+    }
 
     /// Moves the sheet; the camera's next frames show it.
     void put(int x)
     {
         desk->put(x);
+        awaitFrames();
+    }
+
+    void awaitFrames()
+    {
         cv::Mat frame;
         for (int i = 0; i < 3; ++i) { // one may have been published, another be in progress
             QVERIFY(cameras.nextPreviewFrame(frame));
@@ -97,7 +110,10 @@ struct Office
 
     std::shared_ptr<Desk> desk = std::make_shared<Desk>();
     ManualClock clock;
-    CameraSet cameras{[this](int, QString *) { return std::make_unique<DeskSource>(desk); }};
+    const MakeSource makeSource;
+    CameraSet cameras{[this](int, QString *) -> std::unique_ptr<FrameSource> {
+        return makeSource ? makeSource(clock) : std::make_unique<DeskSource>(desk);
+    }};
     Scanner scanner{cameras,
                     [this] {
                         cv::Mat frame;
@@ -376,6 +392,47 @@ private Q_SLOTS:
         QVERIFY(!office.scanner.startTimed({m_folder->path(), {}}, 1s, 0));
         QCOMPARE(m_log->takeLines(),
                  QStringList{line("timed scan doesn't start: there is no preview")});
+    }
+
+    /// In simulation each page of the scene gives one shot, and the empty desk none.
+    void pagesOfTheScene()
+    {
+        Office office([](base::Clock &clock) {
+            return std::make_unique<TestSceneSource>(cv::Size(640, 480), 60, clock);
+        });
+        cv::Mat first;
+        QVERIFY(office.cameras.currentFrame(first));
+        std::vector<cv::Mat> pages{first};
+        office.clock.advance(10s); // nothing turns by itself
+        office.awaitFrames();
+        cv::Mat later;
+        QVERIFY(office.cameras.currentFrame(later));
+        const auto differences = [](const cv::Mat &one, const cv::Mat &other) {
+            const cv::Rect sheet(60, 90, 360, 300); // without the clock
+            cv::Mat difference;
+            cv::absdiff(one(sheet), other(sheet), difference);
+            return cv::countNonZero(difference.reshape(1) > 60);
+        };
+        QCOMPARE(differences(first, later), 0);
+
+        QVERIFY(office.scanner.startAutomatic({m_folder->path(), {}}));
+        const auto period = sheetPeriod + emptyPeriod;
+        for (auto passed = 0ms; passed < 3 * period + 1500ms; passed += scanInterval) {
+            office.wait(scanInterval);
+            office.awaitFrames();
+        }
+        office.scanner.stop();
+        const QStringList files = QDir(m_folder->path()).entryList(QDir::Files, QDir::Name);
+        QCOMPARE(files, (QStringList{line("001.jpg"), line("002.jpg"), line("003.jpg")}));
+        for (const QString &file : files) {
+            QString error;
+            const cv::Mat page = readPicture(path(file), &error);
+            QVERIFY(cv::mean(page(cv::Rect(100, 150, 200, 150)))[0] > 150); // paper
+            for (const cv::Mat &other : pages) {
+                QVERIFY(differences(page, other) > 100);
+            }
+            pages.push_back(page);
+        }
     }
 
     void failedShotDoesNotEndTheScan()

@@ -89,16 +89,13 @@ private Q_SLOTS:
     void initTestCase()
     {
         m_folder = std::make_unique<QTemporaryDir>();
-        QFile ini(m_folder->filePath(QStringLiteral("devices.ini")));
-        QVERIFY(ini.open(QIODevice::WriteOnly));
-        ini.write("[cards]\nreader=pcsc\n");
-        ini.close();
+        useReader("pcsc");
         m_readers = std::make_unique<CardReaders>(
             [this](const QString &name) { return m_folder->filePath(name); },
-            std::make_unique<PcscCards>());
+            std::make_unique<PcscCards>(), &CardModules::usualPorts);
 
         QString reason;
-        if (!PcscCards().hasReader(&reason)) {
+        if (!PcscCards().hasReader({}, &reason)) {
             withoutReader();
             startService();
         } else if (QTcpServer().listen(QHostAddress::Any, readerPort)) {
@@ -136,6 +133,22 @@ private Q_SLOTS:
         const VirtualCard card(contactlessBankCard(), "3B80800101");
         QCOMPARE(number(CardKind::Bank), QStringLiteral("0000001234567890123"));
         QCOMPARE(m_readers->readSerial(CardKind::Identity).toHex(), QByteArray("0011223344"));
+    }
+
+    void readerByName()
+    {
+        const VirtualCard card(contactBankCard(), "3B800181");
+        useReader("virtual pcd 00 00");
+        QCOMPARE(number(CardKind::Bank), QStringLiteral("0000001234567897"));
+        for (const char *name : {"Virtual PCD 00 01", "absent"}) {
+            useReader(name);
+            PortableLog::takeLines();
+            QVERIFY(!m_readers->read(CardKind::Bank).isRead());
+            QCOMPARE(PortableLog::lines().size(), 1);
+        }
+        QVERIFY2(PortableLog::lines().first().contains(QLatin1String("00 00")),
+                 qPrintable(PortableLog::lines().first())); // what there is instead
+        useReader("pcsc");
     }
 
     void socialSecurityCards()
@@ -176,6 +189,13 @@ private:
         return result;
     }
 
+    void useReader(const QByteArray &reader)
+    {
+        // Longer each time: see TestPortableCards::writeIni().
+        writeFile(m_folder->filePath(QStringLiteral("devices.ini")),
+                  "[cards]\nreader=" + reader + QByteArray(++m_edits * 50, '\n'));
+    }
+
     void startService()
     {
         const QString service = QStringLiteral("/usr/sbin/pcscd");
@@ -188,7 +208,7 @@ private:
         QVERIFY(QDir().mkpath(QStringLiteral("/run/pcscd")));
         m_service.start(service, {QStringLiteral("--foreground")});
         QString reason;
-        if (!QTest::qWaitFor([&] { return PcscCards().hasReader(&reason); }, 5000)) {
+        if (!QTest::qWaitFor([&] { return PcscCards().hasReader({}, &reason); }, 5000)) {
             QSKIP(qPrintable(QStringLiteral("pcscd doesn't run here: ") + reason));
         }
     }
@@ -208,6 +228,7 @@ private:
     std::unique_ptr<QTemporaryDir> m_folder;
     std::unique_ptr<CardReaders> m_readers;
     QProcess m_service;
+    int m_edits = 0; // of devices.ini
 };
 
 QTEST_GUILESS_MAIN(TestVirtualCard)

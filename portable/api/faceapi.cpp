@@ -6,7 +6,7 @@
 #include "base/mainthread.h"
 #include "devicelib/biometrics.h"
 #include "portable/base/failure.h"
-#include "portable/face/facewatch.h"
+#include "portable/face/livenesspage.h"
 #include "portable/picture/picturereader.h"
 #include "portable/picture/picturewriter.h"
 
@@ -24,6 +24,7 @@ constexpr int usualSeconds = 10;
 constexpr int blockingSeconds = 8; // the caller's thread waits
 constexpr int maxSeconds = 60;
 constexpr int autoLivingBodySeconds = 15;
+constexpr int pageSeconds = 20; // to read the hints, too
 constexpr int shownSide = 800; // pixels, of the pictures that AutoLivingBody sends
 constexpr int shownQuality = 75;
 
@@ -140,11 +141,13 @@ FaceFailure describeNextFace(const char *function, int seconds, const Background
     return failure;
 }
 
-bool livesBeforeCamera(const char *function, int seconds, const BackgroundJob::Stop &stop)
+/// \param onFrame  see checkLiveness()
+bool livesBeforeCamera(const char *function, int seconds, const BackgroundJob::Stop &stop,
+                       const FrameListener &onFrame = {})
 {
     FaceCamera camera(CameraSet::instance());
     const LivenessResult result =
-        checkLiveness(camera, FaceEngine::instance(), deadlineIn(seconds), stop);
+        checkLiveness(camera, FaceEngine::instance(), deadlineIn(seconds), stop, onFrame);
     if (!stop.isRequested()) {
         logFaceFailure(function, QStringLiteral("live pictures"), result.failure);
     }
@@ -297,7 +300,10 @@ bool AutoLivingBody(void (*onData)(const char *data, int length, int kind))
         FaceCamera camera(CameraSet::instance(), FaceCamera::Preview::Close);
         const LivenessResult result =
             checkLiveness(camera, FaceEngine::instance(), deadlineIn(autoLivingBodySeconds), stop,
-                          [&](const cv::Mat &frame) { send(jpegText(frame), 0); });
+                          [&](const cv::Mat &frame, const LivenessResult &) {
+                              send(jpegText(frame), 0);
+                              return true;
+                          });
         if (stop.isRequested()) {
             return {};
         }
@@ -317,7 +323,11 @@ void DemoUIShow(int, void (*onResult)(int result))
 {
     const char *const function = __func__;
     const bool begun = beginWithCamera(function, [=](const BackgroundJob::Stop &stop) {
-        const bool lives = livesBeforeCamera(function, usualSeconds, stop);
+        LivenessPage page;
+        const bool lives = livesBeforeCamera(
+            function, pageSeconds, stop, [&](const cv::Mat &frame, const LivenessResult &soFar) {
+                return page.show(frame, soFar);
+            });
         return [=] { base::postToMainThread([=] { onResult(lives ? 1 : 0); }); };
     });
     if (!begun) {

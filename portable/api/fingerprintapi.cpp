@@ -6,6 +6,7 @@
 #include "portable/base/failure.h"
 #include "portable/base/simulation.h"
 #include "portable/finger/fingerprint.h"
+#include "portable/finger/fingerreader.h"
 #include "portable/finger/fingersensor.h"
 
 #include <QByteArray>
@@ -46,10 +47,42 @@ BackgroundJob &sensorJob()
     return one.job;
 }
 
-/// The only sensor is the simulated one, if there is to be one.
-bool hasSensor()
+/// Whether the simulated sensor takes the place of a real one that isn't there.
+bool isSimulated()
 {
     return isSimulationEnabled() || !deviceSetting(QStringLiteral("fingers/finger")).isEmpty();
+}
+
+FingerCapture captureFinger(const char *function, BackgroundJob::Clock::time_point deadline,
+                            const BackgroundJob::Stop &stop)
+{
+    const SensorPicture real = readSensor(deadline, stop);
+    const auto fail = [&](FingerCapture::Failure failure, const QString &why) {
+        if (!stop.isRequested()) {
+            logFailure(function, why);
+        }
+        return failedCapture(failure);
+    };
+    switch (real.outcome) {
+    case SensorPicture::Outcome::Picture: {
+        const FingerCapture capture = captureOf(real.gray, false);
+        return capture.score >= 0
+            ? capture
+            : fail(FingerCapture::Unreadable, QStringLiteral("the picture shows no finger"));
+    }
+    case SensorPicture::Outcome::Unreadable:
+        return fail(FingerCapture::Unreadable, real.why);
+    case SensorPicture::Outcome::NoFinger:
+        return fail(FingerCapture::NoFinger, real.why);
+    case SensorPicture::Outcome::Failed:
+        return fail(FingerCapture::NoSensor, real.why);
+    case SensorPicture::Outcome::NoSensor:
+        break;
+    }
+    return isSimulated() ? sensor().capture(deadline, stop)
+                         : fail(FingerCapture::NoSensor,
+                                QStringLiteral("there is no fingerprint sensor: ") + real.why
+                                    + QLatin1String(simulationHint));
 }
 
 int failMatch(const QString &why, MatchFailure failure)
@@ -72,18 +105,12 @@ void fingerCaptureRawData(int timeoutMs,
             onCapture(capture.image, capture.feature, capture.score, capture.message, context);
         });
     };
-    if (!hasSensor()) {
-        logFailure(__func__,
-                   QStringLiteral("there is no fingerprint sensor")
-                       + QLatin1String(simulationHint));
-        answer(failedCapture(FingerCapture::NoSensor));
-        return;
-    }
     const auto deadline = base::Clock::shared().now()
         + (timeoutMs > 0 ? std::min(std::chrono::milliseconds(timeoutMs), longestTimeout)
                          : usualTimeout);
+    const char *const function = __func__;
     const bool begun = sensorJob().begin([=](const BackgroundJob::Stop &stop) {
-        const FingerCapture capture = sensor().capture(deadline, stop);
+        const FingerCapture capture = captureFinger(function, deadline, stop);
         return [=] { answer(capture); };
     });
     if (!begun) {

@@ -104,36 +104,24 @@ QImage paintDesk(const cv::Size &size, double scale)
     return desk;
 }
 
-/// Paints the shadows of sheet, clock and pen.
-void paintShadows(QImage &desk, const QTransform &layout)
+/// Paints the shadow of something on the desk; lengths are those of the layout.
+void paintShadow(QImage &desk, const QTransform &layout, const QPainterPath &outline, double offset,
+                 double blur, int strength)
 {
-    const double scale = layout.m11();
-    const auto shadow = [&](const QPainterPath &outline, double offset, double blur, int strength) {
-        QImage mask(desk.size(), QImage::Format_Grayscale8);
-        mask.fill(Qt::black);
-        QPainter painter(&mask);
-        painter.setRenderHint(QPainter::Antialiasing);
-        painter.setTransform(layout);
-        painter.translate(offset, offset);
-        painter.fillPath(outline, QColor(strength, strength, strength));
-        painter.end();
-        cv::Mat pixels(mask.height(), mask.width(), CV_8UC1, mask.bits(),
-                       size_t(mask.bytesPerLine()));
-        cv::GaussianBlur(pixels, pixels, cv::Size(), blur * scale);
-        QImage black(desk.size(), QImage::Format_ARGB32_Premultiplied);
-        black.fill(QColor(24, 14, 6));
-        black.setAlphaChannel(mask);
-        QPainter(&desk).drawImage(0, 0, black);
-    };
-    QPainterPath sheet;
-    sheet.addPolygon(sheetToLayout().map(QPolygonF(testSheetArea)));
-    QPainterPath clock;
-    clock.addEllipse(clockCenter, clockRadius, clockRadius);
-    const QPainterPath pen = penToLayout().map(penOutline());
-    shadow(sheet, 3, 3, 120);
-    shadow(sheet, 12, 16, 105);
-    shadow(clock, 20, 16, 150);
-    shadow(pen, 9, 5, 140);
+    QImage mask(desk.size(), QImage::Format_Grayscale8);
+    mask.fill(Qt::black);
+    QPainter painter(&mask);
+    painter.setRenderHint(QPainter::Antialiasing);
+    painter.setTransform(layout);
+    painter.translate(offset, offset);
+    painter.fillPath(outline, QColor(strength, strength, strength));
+    painter.end();
+    cv::Mat pixels(mask.height(), mask.width(), CV_8UC1, mask.bits(), size_t(mask.bytesPerLine()));
+    cv::GaussianBlur(pixels, pixels, cv::Size(), blur * layout.m11());
+    QImage black(desk.size(), QImage::Format_ARGB32_Premultiplied);
+    black.fill(QColor(24, 14, 6));
+    black.setAlphaChannel(mask);
+    QPainter(&desk).drawImage(0, 0, black);
 }
 
 void paintPen(QPainter &painter)
@@ -235,20 +223,36 @@ cv::Mat bgraView(const QImage &image)
 TestScene::TestScene(const cv::Size &size)
 {
     const QTransform layout = layoutTo(size);
-    QImage picture = paintDesk(size, layout.m11());
-    paintShadows(picture, layout);
+    m_desk = paintDesk(size, layout.m11());
+    QPainterPath clock;
+    clock.addEllipse(clockCenter, clockRadius, clockRadius);
+    paintShadow(m_desk, layout, clock, 20, 16, 150);
+    paintShadow(m_desk, layout, penToLayout().map(penOutline()), 9, 5, 140);
 
-    QPainter painter(&picture);
+    QPainter painter(&m_desk);
     painter.setRenderHints(QPainter::Antialiasing | QPainter::SmoothPixmapTransform);
     painter.setTransform(layout);
     paintPen(painter);
-    painter.save();
     painter.translate(clockCenter);
     paintClock(painter);
-    painter.restore();
-    painter.setTransform(sheetToLayout(), true);
-    paintTestSheet(painter);
     painter.end();
+    putSheet(1);
+}
+
+void TestScene::putSheet(int page)
+{
+    const QTransform layout = layoutTo({m_desk.width(), m_desk.height()});
+    QImage picture = m_desk;
+    if (page > 0) {
+        QPainterPath sheet;
+        sheet.addPolygon(sheetToLayout().map(QPolygonF(testSheetArea)));
+        paintShadow(picture, layout, sheet, 3, 3, 120);
+        paintShadow(picture, layout, sheet, 12, 16, 105);
+        QPainter painter(&picture);
+        painter.setRenderHints(QPainter::Antialiasing | QPainter::SmoothPixmapTransform);
+        painter.setTransform(sheetToLayout() * layout);
+        paintTestSheet(painter, page);
+    }
     paintLight(picture);
 
     QRectF face(0, 0, 2 * faceRadius, 2 * faceRadius);
@@ -256,6 +260,7 @@ TestScene::TestScene(const cv::Size &size)
     const QRect area = layout.mapRect(face).toAlignedRect() & picture.rect();
     m_clockArea = cv::Rect(area.x(), area.y(), area.width(), area.height());
     m_clockFace = picture.copy(area);
+    m_background.release(); // earlier frames may share it
     cv::cvtColor(bgraView(picture), m_background, cv::COLOR_BGRA2BGR);
 }
 

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include "base/clock.h"
 #include "portable/camera/framesource.h"
 #include "portable/camera/testscene.h"
 #include "portable/picture/framepool.h"
@@ -9,12 +10,17 @@
 
 namespace portable {
 
-/// The built-in test scene. Only the clock is painted for each frame.
+/// The built-in test scene, whose pages turn while there is a PageTurning. Only the clock is
+/// painted for each frame.
 class TestSceneSource : public FrameSource
 {
 public:
-    /// \param defaultSize  used when open() is asked for none; the nearest of sizes() is taken
-    TestSceneSource(const cv::Size &defaultSize, double framesPerSecond);
+    /**
+     * \param defaultSize  used when open() is asked for none; the nearest of sizes() is taken
+     * \param clock        by which pages turn; must outlive the source
+     */
+    TestSceneSource(const cv::Size &defaultSize, double framesPerSecond,
+                    base::Clock &clock = base::Clock::shared());
 
     QString name() const override { return QStringLiteral("desk scene"); }
     bool open(const cv::Size &wanted, QString *error) override;
@@ -25,9 +31,16 @@ public:
     cv::Size sizeFor(const cv::Size &wanted) const override;
 
 private:
+    void turnPages();
+    void put(int page);
+
     const cv::Size m_defaultSize;
     const double m_framesPerSecond;
+    base::Clock &m_clock;
     std::unique_ptr<TestScene> m_scene; // while open
+    int m_page = 1; // of the sheet that lies on the desk, or did before it was taken away
+    int m_shownPage = 1; // 0: the desk is empty
+    base::Clock::TimePoint m_since; // since when m_page has been there
     FramePool m_pool;
 };
 

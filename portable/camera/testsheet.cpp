@@ -13,7 +13,26 @@ namespace portable {
 namespace {
 
 const QColor ink(34, 36, 42);
-const QColor accent(28, 76, 138);
+
+/// The color of a page's letterhead.
+QColor accentOf(int page)
+{
+    const QColor colors[] = {{28, 76, 138}, {24, 108, 72}, {140, 44, 52}, {92, 52, 140}};
+    return colors[(page - 1) % 4];
+}
+
+QString nameOn(int page)
+{
+    const QString names[] = {QStringLiteral("张三 Zhang San"), QStringLiteral("李四 Li Si"),
+                             QStringLiteral("王五 Wang Wu"), QStringLiteral("赵六 Zhao Liu")};
+    return names[(page - 1) % 4];
+}
+
+/// The number of a page's form.
+QString numberOf(int page)
+{
+    return QStringLiteral("%1").arg(127 + page, 6, 10, QLatin1Char('0'));
+}
 
 /// A font with Chinese glyphs; Qt substitutes the closest one it has.
 QFont textFont(int pixels, bool bold = false)
@@ -34,8 +53,9 @@ void paintText(QPainter &painter, const QRectF &area, const QString &text, const
 }
 
 /// Letterhead: logo, bilingual title, form number.
-void paintHead(QPainter &painter)
+void paintHead(QPainter &painter, int page)
 {
+    const QColor accent = accentOf(page);
     painter.setPen(Qt::NoPen);
     painter.setBrush(accent);
     painter.drawRoundedRect(QRectF(70, 56, 84, 84), 14, 14);
@@ -50,21 +70,21 @@ void paintHead(QPainter &painter)
     paintText(painter, {178, 110, 820, 34},
               QStringLiteral("Sample document for tests, without effect · 测试样张，无实际效力"),
               textFont(21), QColor(96, 100, 108));
-    paintText(painter, {1030, 62, 300, 40}, QStringLiteral("No. 000128"), textFont(30, true), ink,
-              Qt::AlignRight);
+    paintText(painter, {1030, 62, 300, 40}, QStringLiteral("No. ") + numberOf(page),
+              textFont(30, true), ink, Qt::AlignRight);
     paintText(painter, {1030, 106, 300, 34}, QStringLiteral("Counter 03 · 三号柜台"), textFont(21),
               QColor(96, 100, 108), Qt::AlignRight);
     painter.fillRect(QRectF(70, 160, 1260, 4), accent);
 }
 
 /// The form: a table of labels and filled-in values.
-void paintForm(QPainter &painter)
+void paintForm(QPainter &painter, int page)
 {
     const struct
     {
         QString label, value;
     } rows[] = {
-        {QStringLiteral("姓名 Name"), QStringLiteral("张三 Zhang San")},
+        {QStringLiteral("姓名 Name"), nameOn(page)},
         {QStringLiteral("出生日期 Date of birth"), QStringLiteral("1985-06-12")},
         {QStringLiteral("联系电话 Telephone"), QStringLiteral("010-5555 0128")},
         {QStringLiteral("住址 Address"), QStringLiteral("北京市样例区测试路 18 号 102 室")},
@@ -86,10 +106,10 @@ void paintForm(QPainter &painter)
     }
 }
 
-void paintParagraphs(QPainter &painter)
+void paintParagraphs(QPainter &painter, int page)
 {
     paintText(painter, {70, 478, 790, 36}, QStringLiteral("About this page · 说明"),
-              textFont(27, true), accent);
+              textFont(27, true), accentOf(page));
     paintText(painter, {70, 522, 790, 130},
               QStringLiteral("This page was drawn, to stand in for paper under a document camera. "
                              "Preview it, turn it, crop and straighten it, save it in any format, "
@@ -217,23 +237,23 @@ void paintBarcode(QPainter &painter, const ZXing::BitMatrix &code, const QRectF 
     painter.fillPath(modules, Qt::black);
 }
 
-void paintBarcodes(QPainter &painter)
+void paintBarcodes(QPainter &painter, int page)
 {
     using ZXing::BarcodeFormat;
     using ZXing::MultiFormatWriter;
     const auto qr = MultiFormatWriter(BarcodeFormat::QRCode)
                         .setMargin(4)
                         .setEccLevel(4)
-                        .encode(testSheetQrText().toStdWString(), 1, 1);
+                        .encode(testSheetQrText(page).toStdWString(), 1, 1);
     paintBarcode(painter, qr, {980, 530, 280, 280});
     paintText(painter, {910, 812, 420, 30}, QStringLiteral("扫码查看 Scan me"), textFont(20),
               QColor(96, 100, 108), Qt::AlignHCenter);
 
     const auto code128 = MultiFormatWriter(BarcodeFormat::Code128)
                              .setMargin(10)
-                             .encode(testSheetCode128Text().toStdWString(), 1, 1);
+                             .encode(testSheetCode128Text(page).toStdWString(), 1, 1);
     paintBarcode(painter, code128, {40, 790, 560, 100});
-    paintText(painter, {40, 894, 560, 36}, testSheetCode128Text(), textFont(25), ink,
+    paintText(painter, {40, 894, 560, 36}, testSheetCode128Text(page), textFont(25), ink,
               Qt::AlignHCenter);
 }
 
@@ -274,26 +294,26 @@ void paintSignature(QPainter &painter)
 
 } // namespace
 
-QString testSheetQrText()
+QString testSheetQrText(int page)
 {
-    return QStringLiteral("https://example.com/sample?no=000128");
+    return QStringLiteral("https://example.com/sample?no=") + numberOf(page);
 }
 
-QString testSheetCode128Text()
+QString testSheetCode128Text(int page)
 {
-    return QStringLiteral("SAMPLE-000128");
+    return QStringLiteral("SAMPLE-") + numberOf(page);
 }
 
-void paintTestSheet(QPainter &painter)
+void paintTestSheet(QPainter &painter, int page)
 {
     painter.fillRect(testSheetArea, QColor(251, 251, 248));
-    paintHead(painter);
-    paintForm(painter);
-    paintParagraphs(painter);
+    paintHead(painter, page);
+    paintForm(painter, page);
+    paintParagraphs(painter, page);
     paintPhoto(painter);
-    paintBarcodes(painter);
+    paintBarcodes(painter, page);
     paintSignature(painter);
-    paintText(painter, {70, 938, 1260, 30}, QStringLiteral("第 1 页，共 1 页 · Page 1 of 1"),
+    paintText(painter, {70, 938, 1260, 30}, QStringLiteral("第 %1 页 · Page %1").arg(page),
               textFont(18), QColor(128, 132, 140), Qt::AlignHCenter);
 }
 

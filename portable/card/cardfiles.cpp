@@ -198,24 +198,31 @@ std::optional<CardFile> cardOnReader(const QString &folder, CardKind kind, const
     return card;
 }
 
-CardReaderChoice readerChoice(const IniFile &ini)
+/// Reads the sources of cards, separated by |.
+void readSources(const QString &text, CardConfig *config)
 {
-    const QString text = ini.text(QStringLiteral("cards/reader"));
-    if (text == QLatin1String("pcsc")) {
-        return CardReaderChoice::Pcsc;
+    if (text.isEmpty()) {
+        return;
     }
-    if (text == QLatin1String("simulated")) {
-        return CardReaderChoice::Simulated;
+    config->isAuto = config->usesPcsc = config->usesModule = false;
+    for (const QString &entry : text.split(QLatin1Char('|'))) {
+        const QString source = entry.trimmed();
+        if (source == QLatin1String("auto")) {
+            config->isAuto = config->usesPcsc = config->usesModule = true;
+        } else if (source == QLatin1String("pcsc")) {
+            config->usesPcsc = true;
+        } else if (source == QLatin1String("serial")) {
+            config->usesModule = true;
+        } else if (source == QLatin1String("simulated")) {
+            config->isSimulatedReader = true;
+        } else if (source.startsWith(QLatin1Char('/'))) {
+            config->usesModule = true;
+            config->modulePort = source;
+        } else if (!source.isEmpty() && source != QLatin1String("none")) {
+            config->usesPcsc = true;
+            config->pcscReader = source;
+        }
     }
-    if (text == QLatin1String("none")) {
-        return CardReaderChoice::None;
-    }
-    if (!text.isEmpty() && text != QLatin1String("auto")) {
-        ini.logProblem(
-            QStringLiteral("cards/reader must be auto, pcsc, simulated or none, not \"%1\"")
-                .arg(text));
-    }
-    return CardReaderChoice::Auto;
 }
 
 /// The card file that a key names; empty without the key and for "auto".
@@ -229,9 +236,8 @@ QString fileName(const IniFile &ini, const QString &key)
 
 bool CardConfig::simulates(CardKind kind) const
 {
-    return reader == CardReaderChoice::Simulated
-        || (reader == CardReaderChoice::Auto
-            && (isSimulated || files.count(kind) > 0 || !commonFile.isEmpty()));
+    return isSimulatedReader
+        || (isAuto && (isSimulated || files.count(kind) > 0 || !commonFile.isEmpty()));
 }
 
 bool CardConfig::simulatesAny() const
@@ -244,7 +250,7 @@ CardConfig readCardConfig(const QString &path)
 {
     IniFile ini(path);
     CardConfig config;
-    config.reader = readerChoice(ini);
+    readSources(ini.text(QStringLiteral("cards/reader")), &config);
     config.isSimulated = isSimulationEnabled(ini);
     config.commonFile = fileName(ini, QStringLiteral("card"));
     QStringList others = ini.keys(QStringLiteral("cards"));

@@ -8,18 +8,19 @@
 
 namespace portable {
 
-/// Where cards are read.
-enum class CardReaderChoice {
-    Auto, ///< On a PC/SC reader; without a reader, the simulated one if CardConfig::simulates().
-    Pcsc,
-    Simulated,
-    None ///< Nowhere: no reader is connected.
-};
-
-/// The section [cards] of devices.ini; docs/cards.md describes its keys.
+/**
+ * The section [cards] of devices.ini; docs/cards.md describes its keys. The default is what
+ * `reader=auto` means.
+ */
 struct CardConfig
 {
-    CardReaderChoice reader = CardReaderChoice::Auto;
+    bool isAuto = true; ///< Simulated cards are read where there is no reader, if simulates().
+    bool usesPcsc = true;
+    QString pcscReader; ///< Part of the name of the PC/SC reader; empty: any.
+    bool usesModule = true; ///< ID cards are read by a module on a serial port.
+    QString modulePort; ///< Path of that port; empty: it is looked for.
+    bool isSimulatedReader = false; ///< The simulated reader was asked for outright.
+
     std::map<CardKind, QString> files; ///< Card file by kind, for the kinds with a key.
     QString commonFile; ///< Card file for all other kinds; empty: the first of its kind.
     bool isSimulated = false; ///< See isSimulationEnabled().
@@ -27,6 +28,7 @@ struct CardConfig
     /// Whether there is a simulated reader for this kind: cards are simulated, or one is named.
     bool simulates(CardKind kind) const;
     bool simulatesAny() const; ///< The same for any kind.
+    bool hasNoReader() const { return !usesPcsc && !usesModule && !isSimulatedReader; }
 };
 
 /// Reads a devices.ini. Logs unknown keys and values; their settings keep the default.

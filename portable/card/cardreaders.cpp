@@ -5,13 +5,8 @@
 #include "portable/base/failure.h"
 #include "portable/base/simulation.h"
 #include "portable/card/emv.h"
+#include "portable/card/serialport.h"
 #include "portable/card/socialcard.h"
-
-#include <QDebug>
-#include <QFile>
-#include <QFileInfo>
-#include <fcntl.h>
-#include <unistd.h>
 
 #include <condition_variable>
 #include <future>
@@ -21,14 +16,6 @@
 namespace portable {
 
 namespace {
-
-/// Result of a read through PC/SC.
-struct RealResult
-{
-    CardPresence presence = CardPresence::Card;
-    QJsonObject fields;
-    QString reason; ///< Why there are no fields, for the log.
-};
 
 QJsonObject readSerialField(CardChannel &card, bool, QString *error)
 {
@@ -43,70 +30,57 @@ QJsonObject readSocialCardFields(CardChannel &card, bool, QString *error)
     return readSocialCard(card, error);
 }
 
-/// Why this can't be opened as a serial port; empty when it can.
-QString serialPortProblem(const QString &port)
+/// Adds what simulation would change.
+QString withHint(const QString &reason)
 {
-    const QString path = QFileInfo(port).canonicalFilePath();
-    if (path.isEmpty()) {
-        return QStringLiteral("no such device");
-    }
-    if (!path.startsWith(QLatin1String("/dev/"))) { // the name comes from a page
-        return QStringLiteral("not a device");
-    }
-    const int file =
-        ::open(QFile::encodeName(path).constData(), O_RDWR | O_NOCTTY | O_NONBLOCK | O_CLOEXEC);
-    if (file < 0) {
-        return qt_error_string();
-    }
-    const bool isSerial = ::isatty(file) == 1;
-    ::close(file);
-    return isSerial ? QString() : QStringLiteral("not a serial port");
+    return reason + QLatin1String(simulationHint);
 }
 
 } // namespace
 
 /**
- * Reads real cards, one at a time. A read can hang in a driver, where nothing can interrupt it, so
- * it runs on a thread of its own. A thread that hangs is abandoned; it keeps this object alive.
+ * Reads cards through PC/SC, one at a time. A read can hang in a driver, where nothing can
+ * interrupt it, so it runs on a thread of its own. A thread that hangs is abandoned; it keeps this
+ * object alive.
  */
-class CardReaders::RealCards : public std::enable_shared_from_this<RealCards>
+class CardReaders::PcscReads : public std::enable_shared_from_this<PcscReads>
 {
 public:
-    RealCards(std::unique_ptr<SmartCards> cards, std::chrono::milliseconds timeLimit)
+    PcscReads(std::unique_ptr<SmartCards> cards, std::chrono::milliseconds timeLimit)
         : m_cards(std::move(cards))
         , m_timeLimit(timeLimit)
     {
     }
 
-    RealResult read(RealRead realRead, bool contactlessFirst)
+    CardAttempt read(const QString &reader, PcscRead pcscRead, bool contactlessFirst)
     {
         return run([=](SmartCards &cards, CardChannel::Clock::time_point deadline) {
-            RealResult result;
+            CardAttempt result;
             const auto visit = [&](CardConnection &connection) {
                 CardChannel card(connection, deadline);
-                result.fields = realRead(card, contactlessFirst, &result.reason);
+                result.fields = pcscRead(card, contactlessFirst, &result.reason);
                 return !result.fields.isEmpty();
             };
-            result.presence = cards.visit(contactlessFirst, visit, &result.reason);
+            result.presence = cards.visit(reader, contactlessFirst, visit, &result.reason);
             return result;
         });
     }
 
-    RealResult findReader()
+    CardAttempt findReader(const QString &reader)
     {
-        return run([](SmartCards &cards, CardChannel::Clock::time_point) {
-            RealResult result;
-            const bool found = cards.hasReader(&result.reason);
+        return run([=](SmartCards &cards, CardChannel::Clock::time_point) {
+            CardAttempt result;
+            const bool found = cards.hasReader(reader, &result.reason);
             result.presence = found ? CardPresence::NoCard : CardPresence::NoReader;
             return result;
         });
     }
 
 private:
-    template <class Work> RealResult run(Work work)
+    template <class Work> CardAttempt run(Work work)
     {
         const auto deadline = CardChannel::Clock::now() + m_timeLimit;
-        RealResult busy{CardPresence::Card, {}, QStringLiteral("the reader doesn't respond")};
+        CardAttempt busy{CardPresence::Card, {}, QStringLiteral("the reader doesn't respond")};
         {
             std::unique_lock<std::mutex> lock(m_mutex);
             if (!m_free.wait_until(lock, deadline, [this] { return !m_isBusy; })) {
@@ -115,8 +89,8 @@ private:
             m_isBusy = true;
         }
         const auto self = shared_from_this();
-        std::packaged_task<RealResult()> task([self, work, deadline] {
-            RealResult result = work(*self->m_cards, deadline);
+        std::packaged_task<CardAttempt()> task([self, work, deadline] {
+            CardAttempt result = work(*self->m_cards, deadline);
             self->release();
             return result;
         });
@@ -153,14 +127,16 @@ private:
 
 CardReaders &CardReaders::instance()
 {
-    static CardReaders readers(&base::findData, std::make_unique<PcscCards>());
+    static CardReaders readers(&base::findData, std::make_unique<PcscCards>(),
+                               &CardModules::usualPorts);
     return readers;
 }
 
-CardReaders::CardReaders(Find find, std::unique_ptr<SmartCards> cards,
+CardReaders::CardReaders(Find find, std::unique_ptr<SmartCards> cards, CardModules::Ports ports,
                          std::chrono::milliseconds timeLimit)
     : m_find(std::move(find))
-    , m_real(std::make_shared<RealCards>(std::move(cards), timeLimit))
+    , m_pcsc(std::make_shared<PcscReads>(std::move(cards), timeLimit))
+    , m_modules(std::move(ports), timeLimit)
 {
 }
 
@@ -171,11 +147,11 @@ CardConfig CardReaders::config() const
 
 CardResult CardReaders::read(CardKind kind, int type)
 {
-    const RealRead realRead = kind == CardKind::Bank ? readBankCard
+    const PcscRead pcscRead = kind == CardKind::Bank ? readBankCard
         : kind == CardKind::SocialSecurity           ? readSocialCardFields
         : kind == CardKind::Ic                       ? readSerialField
                                                      : nullptr;
-    return read(kind, realRead, type == 2);
+    return read(kind, pcscRead, type == 2);
 }
 
 QByteArray CardReaders::readSerial(CardKind kind)
@@ -189,50 +165,69 @@ QByteArray CardReaders::readSerial(CardKind kind)
     return QByteArray::fromHex(serial.toLatin1());
 }
 
-/// \param realRead  null if a card of this kind can't be read through PC/SC
-CardResult CardReaders::read(CardKind kind, RealRead realRead, bool contactlessFirst)
+/// \param pcscRead  null if a card of this kind can't be read through PC/SC
+CardResult CardReaders::read(CardKind kind, PcscRead pcscRead, bool contactlessFirst)
 {
     const CardConfig config = this->config();
     const auto fail = [kind](CardStatus status, const QString &reason) {
         logFailure(QStringLiteral("no %1 was read").arg(cardName(kind)), reason);
         return CardResult{status, {}};
     };
-    if (config.reader == CardReaderChoice::None) {
-        return fail(CardStatus::NoReader, QStringLiteral("devices.ini says there is no reader"));
+    const CardAttempt real =
+        pcscRead ? readByPcsc(config, pcscRead, contactlessFirst) : readByModule(config);
+    if (!real.fields.isEmpty()) {
+        return {CardStatus::Read, real.fields};
     }
-    const bool isSimulated = config.simulates(kind);
-    const QString hint = isSimulated ? QString() : QString::fromLatin1(simulationHint);
-    if (!realRead && !isSimulated) {
+    if (real.presence == CardPresence::Card) {
+        return fail(CardStatus::Unreadable, real.reason);
+    }
+    if (real.presence == CardPresence::NoCard) { // the user is about to put a card on it
+        return fail(CardStatus::NoCard, real.reason);
+    }
+    if (!config.simulates(kind)) {
         return fail(CardStatus::NoReader,
-                    QStringLiteral("it can't be read through PC/SC: that needs a reader with a "
-                                   "security module")
-                        + hint);
+                    config.hasNoReader() ? real.reason : withHint(real.reason));
     }
-    if (config.reader != CardReaderChoice::Simulated && realRead) {
-        const RealResult real = m_real->read(realRead, contactlessFirst);
-        if (!real.fields.isEmpty()) {
-            return {CardStatus::Read, real.fields};
-        }
-        if (real.presence == CardPresence::Card) {
-            return fail(CardStatus::Unreadable, real.reason);
-        }
-        if (real.presence == CardPresence::NoCard) { // the user is about to put a card on it
-            return fail(CardStatus::NoCard, real.reason);
-        }
-        if (!isSimulated) {
-            return fail(CardStatus::NoReader, real.reason + hint);
-        }
-        logSimulationOnce(real.reason);
+    if (!config.isSimulatedReader) {
+        logSimulationOnce(kind, real.reason);
     }
     return readSimulatedCard(m_find(QStringLiteral("cards")), kind, config);
 }
 
-/// Logs why simulated cards are read, at the first read and when the reason changes.
-void CardReaders::logSimulationOnce(const QString &reason)
+CardAttempt CardReaders::readByPcsc(const CardConfig &config, PcscRead pcscRead,
+                                    bool contactlessFirst)
+{
+    if (!config.usesPcsc) {
+        return {CardPresence::NoReader, {}, QStringLiteral("devices.ini names no PC/SC reader")};
+    }
+    return m_pcsc->read(config.pcscReader, pcscRead, contactlessFirst);
+}
+
+CardAttempt CardReaders::readByModule(const CardConfig &config)
+{
+    QString port;
+    return findModulePort(config, &port)
+        ? m_modules.read(port)
+        : CardAttempt{CardPresence::NoReader,
+                      {},
+                      QStringLiteral("devices.ini names no ID-card module on a serial port")};
+}
+
+/// The port of the ID-card module; empty to look for one. \return false if none may be used
+bool CardReaders::findModulePort(const CardConfig &config, QString *port)
 {
     const std::lock_guard<std::mutex> lock(m_mutex);
-    if (reason != m_loggedReason) {
-        m_loggedReason = reason;
+    *port = m_openPort.isEmpty() ? config.modulePort : m_openPort;
+    return config.usesModule;
+}
+
+/// Logs why simulated cards are read, at the first read and when the reason changes.
+void CardReaders::logSimulationOnce(CardKind kind, const QString &reason)
+{
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    QString &logged = m_loggedReasons[kind];
+    if (reason != logged) {
+        logged = reason;
         logFailure("simulated cards are read", reason);
     }
 }
@@ -240,51 +235,68 @@ void CardReaders::logSimulationOnce(const QString &reason)
 bool CardReaders::isConnected()
 {
     const CardConfig config = this->config();
-    if (config.simulatesAny()) {
-        return true;
-    }
-    if (config.reader == CardReaderChoice::None) {
-        return logFailure("no card reader", QStringLiteral("devices.ini says there is none"));
-    }
-    const RealResult real = m_real->findReader();
-    if (!real.reason.isEmpty()) {
-        logFailure("no card reader", real.reason + QLatin1String(simulationHint));
-    }
-    return real.reason.isEmpty();
+    QString reason;
+    return config.simulatesAny() || hasPcscReader(config, &reason)
+        || logFailure("no card reader", withHint(reason));
+}
+
+bool CardReaders::hasPcscReader(const CardConfig &config, QString *reason)
+{
+    *reason = config.usesPcsc ? m_pcsc->findReader(config.pcscReader).reason
+                              : QStringLiteral("devices.ini names no PC/SC reader");
+    return reason->isEmpty();
+}
+
+bool CardReaders::hasRealModule(const CardConfig &config, QString *reason)
+{
+    QString port;
+    return findModulePort(config, &port)
+        ? m_modules.responds(port, reason)
+        : setError(QStringLiteral("devices.ini names no ID-card module on a serial port"), reason);
 }
 
 bool CardReaders::openUsb()
 {
-    m_isOpen = isConnected();
+    close();
+    m_modules.forget();
+    const CardConfig config = this->config();
+    QString noModule;
+    QString noPcsc;
+    m_isOpen = config.simulatesAny() || hasPcscReader(config, &noPcsc)
+        || hasRealModule(config, &noModule)
+        || logFailure("no card reader", withHint(noPcsc + QStringLiteral("; ") + noModule));
     return m_isOpen;
 }
 
 bool CardReaders::openSerial(const QString &port)
 {
-    const QString problem = serialPortProblem(port);
-    if (!problem.isEmpty()) {
-        // Quoted: the name comes from a page.
-        qWarning() << "portable: the card reader on" << port
-                   << "doesn't open:" << qUtf8Printable(problem);
+    close();
+    const CardConfig config = this->config();
+    QString reason =
+        port + QStringLiteral(": devices.ini names no ID-card module on a serial port");
+    if (config.usesModule && m_modules.responds(port, &reason)) {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        m_openPort = port;
+        m_isOpen = true;
+        return true;
     }
-    m_isOpen = problem.isEmpty() && isConnected();
-    return m_isOpen;
+    QString problem;
+    if (!config.simulates(CardKind::Identity) || !SerialPort::open(port, &problem)) {
+        return logFailure("the card reader doesn't open",
+                          problem.isEmpty() ? reason : port + QStringLiteral(": ") + problem);
+    }
+    if (config.usesModule) {
+        logSimulationOnce(CardKind::Identity, reason);
+    }
+    m_isOpen = true;
+    return true;
 }
 
 void CardReaders::close()
 {
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    m_openPort.clear();
     m_isOpen = false;
-}
-
-/// If not, the log gives the reason.
-bool CardReaders::hasSimulatedReader()
-{
-    const bool result = config().simulates(CardKind::Identity);
-    if (!result) {
-        logFailure("no security module",
-                   QStringLiteral("there is none behind PC/SC") + QLatin1String(simulationHint));
-    }
-    return result;
 }
 
 bool CardReaders::hasModule()
@@ -292,13 +304,27 @@ bool CardReaders::hasModule()
     if (!m_isOpen) {
         return logFailure("no security module", QStringLiteral("the card reader isn't open"));
     }
-    return hasSimulatedReader();
+    const CardConfig config = this->config();
+    QString reason;
+    return hasRealModule(config, &reason) || config.simulates(CardKind::Identity)
+        || logFailure("no security module", withHint(reason));
 }
 
 QByteArray CardReaders::moduleNumber()
 {
-    // The format of a real one; no real module has the number zero.
-    return hasSimulatedReader() ? QByteArray("00.00-20000101-0000000000-0000000000") : QByteArray();
+    const CardConfig config = this->config();
+    QString reason;
+    QString port;
+    const QByteArray number =
+        findModulePort(config, &port) ? m_modules.number(port, &reason) : QByteArray();
+    if (!number.isEmpty()) {
+        return number;
+    }
+    if (config.simulates(CardKind::Identity)) {
+        return "00.00-20000101-0000000000-0000000000"; // no real module has the number zero
+    }
+    logFailure("no number of a security module", withHint(reason));
+    return {};
 }
 
 } // namespace portable

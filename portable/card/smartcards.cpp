@@ -43,8 +43,8 @@ public:
 
     SCARDCONTEXT handle() const { return m_handle; }
 
-    /// Names of the readers; without one, the reason is in `reason`.
-    std::vector<QByteArray> readers(QString *reason) const
+    /// The readers whose name has `part` in it; without one, the reason is in `reason`.
+    std::vector<QByteArray> readers(const QString &part, QString *reason) const
     {
         if (m_code != SCARD_S_SUCCESS) {
             *reason = reasonOf("the PC/SC service (pcscd) doesn't respond", m_code);
@@ -61,13 +61,23 @@ public:
             return {};
         }
         std::vector<QByteArray> result;
+        QStringList others;
         for (const QByteArray &name : names.left(int(size)).split('\0')) {
-            if (!name.isEmpty()) {
+            const QString text = QString::fromUtf8(name);
+            if (text.isEmpty()) {
+                continue;
+            }
+            if (text.contains(part, Qt::CaseInsensitive)) {
                 result.push_back(name);
+            } else {
+                others << text;
             }
         }
         if (result.empty()) {
-            *reason = QStringLiteral("no PC/SC reader is connected");
+            *reason = others.isEmpty()
+                ? QStringLiteral("no PC/SC reader is connected")
+                : QStringLiteral("no PC/SC reader has \"%1\" in its name, there are: %2")
+                      .arg(part, others.join(QStringLiteral(", ")));
         }
         return result;
     }
@@ -192,15 +202,16 @@ std::vector<SCARD_READERSTATE> cards(const Context &context, const std::vector<Q
 
 } // namespace
 
-bool PcscCards::hasReader(QString *reason)
+bool PcscCards::hasReader(const QString &name, QString *reason)
 {
-    return !Context().readers(reason).empty();
+    return !Context().readers(name, reason).empty();
 }
 
-CardPresence PcscCards::visit(bool contactlessFirst, const Read &read, QString *reason)
+CardPresence PcscCards::visit(const QString &name, bool contactlessFirst, const Read &read,
+                              QString *reason)
 {
     const Context context;
-    const std::vector<QByteArray> readers = context.readers(reason);
+    const std::vector<QByteArray> readers = context.readers(name, reason);
     if (readers.empty()) {
         return CardPresence::NoReader;
     }

@@ -1,10 +1,10 @@
 // SPDX-License-Identifier: MIT
 #include "portable/card/socialcard.h"
 
+#include "portable/card/holdercodes.h"
+
 #include <QDate>
 #include <QTextCodec>
-
-#include <iterator>
 
 namespace portable {
 
@@ -12,17 +12,6 @@ namespace {
 
 /// Name of the application: "sx1.sh." and, in GB 2312, "社会保障".
 constexpr char applicationName[] = "sx1.sh.\xC9\xE7\xBB\xE1\xB1\xA3\xD5\xCF";
-
-/// GB/T 3304: the nationalities of China by code, from 01.
-constexpr const char *nations[] = {
-    "汉",     "蒙古",   "回",       "藏",     "维吾尔",   "苗",   "彝",     "壮",
-    "布依",   "朝鲜",   "满",       "侗",     "瑶",       "白",   "土家",   "哈尼",
-    "哈萨克", "傣",     "黎",       "傈僳",   "佤",       "畲",   "高山",   "拉祜",
-    "水",     "东乡",   "纳西",     "景颇",   "柯尔克孜", "土",   "达斡尔", "仫佬",
-    "羌",     "布朗",   "撒拉",     "毛南",   "仡佬",     "锡伯", "阿昌",   "普米",
-    "塔吉克", "怒",     "乌孜别克", "俄罗斯", "鄂温克",   "德昂", "保安",   "裕固",
-    "京",     "塔塔尔", "独龙",     "鄂伦春", "赫哲",     "门巴", "珞巴",   "基诺",
-};
 
 /// A text in GB 18030, without its padding of zeros or spaces.
 QString text(const QByteArray &bytes)
@@ -33,17 +22,14 @@ QString text(const QByteArray &bytes)
     return (codec ? codec->toUnicode(content) : QString::fromLatin1(content)).trimmed();
 }
 
-/// GB/T 2261.1
 QString sex(const QByteArray &bytes)
 {
-    return bytes == "1" ? QStringLiteral("男") : bytes == "2" ? QStringLiteral("女") : QString();
+    return bytes.size() == 1 ? sexOfCode(bytes[0] - '0') : QString();
 }
 
 QString nation(const QByteArray &bytes)
 {
-    const int code = bytes.toHex().toInt();
-    const int count = int(std::size(nations));
-    return code >= 1 && code <= count ? QString::fromUtf8(nations[code - 1]) : QString();
+    return nationOfCode(bytes.toHex().toInt());
 }
 
 /// A date in BCD: year, month, day.

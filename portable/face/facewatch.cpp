@@ -81,8 +81,7 @@ FaceFailure awaitFace(FaceCamera &camera, FaceEngine &engine,
 
 LivenessResult checkLiveness(FaceCamera &camera, FaceEngine &engine,
                              BackgroundJob::Clock::time_point deadline,
-                             const BackgroundJob::Stop &stop,
-                             const std::function<void(const cv::Mat &)> &onFrame)
+                             const BackgroundJob::Stop &stop, const FrameListener &onFrame)
 {
     LivenessResult result;
     LivenessCheck check;
@@ -90,8 +89,8 @@ LivenessResult checkLiveness(FaceCamera &camera, FaceEngine &engine,
     cv::Mat frame;
     while (!result.passed && camera.next(frame, deadline, stop)) {
         const std::chrono::duration<double> time = now() - begin;
-        if (onFrame) {
-            onFrame(frame);
+        if (onFrame && !onFrame(frame, result)) {
+            break;
         }
         SeenFace face;
         const FaceFailure failure = engine.findFast(frame, &face);

@@ -45,7 +45,7 @@ FaceFailure awaitFace(FaceCamera &camera, FaceEngine &engine,
                       BackgroundJob::Clock::time_point deadline, const BackgroundJob::Stop &stop,
                       FaceDescriptor *descriptor);
 
-/// Outcome of a liveness check.
+/// Outcome of a liveness check, or how far it has got.
 struct LivenessResult
 {
     FaceFailure failure = FaceFailure::NoCamera; ///< Why there was nothing to judge, or None.
@@ -55,13 +55,15 @@ struct LivenessResult
     cv::Mat picture; ///< First frame with the face; empty without one.
 };
 
+using FrameListener = std::function<bool(const cv::Mat &frame, const LivenessResult &soFar)>;
+
 /**
  * Checks for a living face until it passes, or until the deadline.
- * \param onFrame  called with every frame, on the caller's thread
+ * \param onFrame  called with every frame and the result so far, on the caller's thread; false ends
+ *                 the check
  */
 LivenessResult checkLiveness(FaceCamera &camera, FaceEngine &engine,
                              BackgroundJob::Clock::time_point deadline,
-                             const BackgroundJob::Stop &stop,
-                             const std::function<void(const cv::Mat &)> &onFrame = {});
+                             const BackgroundJob::Stop &stop, const FrameListener &onFrame = {});
 
 } // namespace portable

@@ -30,21 +30,6 @@ QByteArray pngText(const cv::Mat &gray)
     return bytes.toBase64();
 }
 
-FingerCapture captureOf(const cv::Mat &gray)
-{
-    const Fingerprint print = readFingerprint(gray);
-    if (print.quality <= 0) {
-        return failedCapture(FingerCapture::Unreadable);
-    }
-    FingerCapture capture;
-    capture.score = print.quality;
-    capture.image = pngText(gray);
-    capture.feature = fingerFeature(print.minutiae).toHex();
-    capture.message =
-        print.quality < goodQuality ? "指纹质量较低，建议重新采集（仿真）" : "采集成功（仿真）";
-    return capture;
-}
-
 } // namespace
 
 FingerCapture failedCapture(FingerCapture::Failure failure)
@@ -55,6 +40,25 @@ FingerCapture failedCapture(FingerCapture::Failure failure)
         : failure == FingerCapture::Unreadable       ? "指纹图像无法识别"
         : failure == FingerCapture::NoSensor         ? "未连接指纹仪"
                                                      : "未检测到手指";
+    return capture;
+}
+
+FingerCapture captureOf(const cv::Mat &gray, bool isSimulated)
+{
+    const Fingerprint print = readFingerprint(gray);
+    if (print.quality <= 0) {
+        return failedCapture(FingerCapture::Unreadable);
+    }
+    FingerCapture capture;
+    capture.score = print.quality;
+    capture.image = pngText(gray);
+    capture.feature = fingerFeature(print.minutiae).toHex();
+    if (print.quality < goodQuality) {
+        capture.message =
+            isSimulated ? "指纹质量较低，建议重新采集（仿真）" : "指纹质量较低，建议重新采集";
+    } else {
+        capture.message = isSimulated ? "采集成功（仿真）" : "采集成功";
+    }
     return capture;
 }
 
@@ -75,7 +79,7 @@ FingerCapture FingerSensor::capture(BackgroundJob::Clock::time_point deadline,
         cv::Mat picture = path.isEmpty() ? cv::Mat() : readPicture(path, &why, biometricLimits);
         if (!picture.empty()) {
             cv::cvtColor(picture, picture, cv::COLOR_BGR2GRAY);
-            capture = captureOf(picture);
+            capture = captureOf(picture, true);
             if (capture.score < 0) {
                 logFailure("fingerprint sensor", path + QStringLiteral(" shows no finger"));
             }

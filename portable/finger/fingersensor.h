@@ -5,6 +5,7 @@
 
 #include <QByteArray>
 #include <QString>
+#include <opencv2/core.hpp>
 
 #include <functional>
 
@@ -24,6 +25,9 @@ struct FingerCapture
 
 /// The result of a capture that failed.
 FingerCapture failedCapture(FingerCapture::Failure failure);
+
+/// The result of a capture that gave this picture, 8-bit grey.
+FingerCapture captureOf(const cv::Mat &gray, bool isSimulated);
 
 /// A simulated sensor: a folder of pictures, one of which is the finger on the sensor.
 class FingerSensor

@@ -1,68 +1,44 @@
 // SPDX-License-Identifier: MIT
 #include "portable/picture/barcodeprocess.h"
 
-#include "portable/base/module.h"
-
-#include <QFile>
 #include <poll.h>
-#include <spawn.h>
 #include <sys/socket.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
-#include <csignal>
 #include <cstring>
 #include <stdexcept>
-#include <string>
 
 namespace portable {
 
 namespace {
 
-/// Starts the program with `socket` as its standard input. \return an error number, 0 for none
-int start(const QByteArray &path, int socket, pid_t *process)
+struct SocketPair
 {
-    posix_spawn_file_actions_t actions;
-    posix_spawn_file_actions_init(&actions);
-    posix_spawn_file_actions_adddup2(&actions, socket, STDIN_FILENO);
-    posix_spawnattr_t attributes;
-    posix_spawnattr_init(&attributes);
-    sigset_t none;
-    sigemptyset(&none);
-    posix_spawnattr_setsigmask(&attributes, &none); // threads of the server block some
-    posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGMASK);
-    QByteArray name = path;
-    char *arguments[] = {name.data(), nullptr};
-    const int error =
-        posix_spawn(process, path.constData(), &actions, &attributes, arguments, environ);
-    posix_spawnattr_destroy(&attributes);
-    posix_spawn_file_actions_destroy(&actions);
-    return error;
-}
-
-[[noreturn]] void fail(const QByteArray &path, int error)
-{
-    throw std::runtime_error(path.toStdString() + ": " + std::strerror(error));
-}
+    SocketPair()
+    {
+        if (::socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, ends) != 0) {
+            throw std::runtime_error(std::strerror(errno));
+        }
+    }
+    int ends[2];
+};
 
 } // namespace
 
 BarcodeProcess::BarcodeProcess()
 {
-    const QByteArray path = QFile::encodeName(besideLibrary(QStringLiteral("barcodeworker")));
-    int sockets[2];
-    if (::socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, sockets) != 0) {
-        fail(path, errno);
+    const SocketPair sockets;
+    m_socket = sockets.ends[0];
+    try {
+        m_program = std::make_unique<HelperProgram>("barcodeworker", sockets.ends[1], -1);
+    } catch (const std::exception &) {
+        ::close(sockets.ends[0]);
+        ::close(sockets.ends[1]);
+        throw;
     }
-    const int error = start(path, sockets[1], &m_process);
-    ::close(sockets[1]);
-    if (error != 0) {
-        ::close(sockets[0]);
-        fail(path, error);
-    }
-    m_socket = sockets[0];
+    ::close(sockets.ends[1]);
 }
 
 BarcodeProcess::~BarcodeProcess()
@@ -115,17 +91,7 @@ BarcodeProcess::Reception BarcodeProcess::receive(Clock::time_point deadline, QB
 
 QString BarcodeProcess::end()
 {
-    if (m_process == 0) {
-        return {};
-    }
-    int status = 0;
-    ::kill(m_process, SIGKILL); // changes nothing for one that has ended
-    while (::waitpid(m_process, &status, 0) < 0 && errno == EINTR) { }
-    m_process = 0;
-    return WIFSIGNALED(status) ? QStringLiteral("signal %1 (%2)")
-                                     .arg(WTERMSIG(status))
-                                     .arg(QString::fromLocal8Bit(::strsignal(WTERMSIG(status))))
-                               : QStringLiteral("exit code %1").arg(WEXITSTATUS(status));
+    return m_program->end();
 }
 
 } // namespace portable

@@ -2,12 +2,13 @@
 #pragma once
 
 #include "portable/barcodeworker/messages.h"
+#include "portable/base/helperprogram.h"
 
 #include <QByteArray>
 #include <QString>
-#include <sys/types.h>
 
 #include <chrono>
+#include <memory>
 
 namespace portable {
 
@@ -43,7 +44,7 @@ public:
     QString end();
 
 private:
-    pid_t m_process = 0; // 0 once it is reaped
+    std::unique_ptr<HelperProgram> m_program; // never null
     int m_socket = -1;
 };
 

@@ -4,6 +4,7 @@
 #include "portable/base/atomicfile.h"
 #include "portable/base/failure.h"
 #include "portable/base/writecheck.h"
+#include "portable/camera/pageturning.h"
 #include "portable/picture/bookfold.h"
 #include "portable/picture/picturewriter.h"
 #include "portable/picture/stillness.h"
@@ -161,7 +162,8 @@ Scanner::Scan Scanner::motionScan(const QString &name, const ScanFiles &files) c
     scan.name = name;
     scan.files = files;
     // Shared because a std::function is copyable.
-    scan.isDue = [this, stillness = std::make_shared<Stillness>(stillPeriod)](Camera &camera) {
+    scan.isDue = [this, stillness = std::make_shared<Stillness>(stillPeriod),
+                  turning = std::make_shared<PageTurning>()](Camera &camera) {
         cv::Mat frame;
         return camera.currentFrame(frame) && stillness->look(frame, m_clock.now());
     };
