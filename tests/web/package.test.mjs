@@ -39,8 +39,8 @@ before(async () => {
   }
 });
 after(async () => {
-  mock.stdin.end('quit\n');
-  await Promise.all([browser && browser.close(), new Promise((resolve) => { mock.once('exit', resolve); })]);
+  mock?.stdin.end('quit\n');
+  await Promise.all([browser && browser.close(), mock && new Promise((resolve) => { mock.once('exit', resolve); })]);
   rmSync(folder, { recursive: true, force: true });
 });
 
