@@ -71,6 +71,12 @@ AccessControl::~AccessControl()
     }
 }
 
+QString AccessControl::modeText() const
+{
+    return m_found.policy ? QString::fromLatin1(modeName(m_found.policy->mode))
+                          : QStringLiteral("none");
+}
+
 void AccessControl::restrictDevices() const
 {
     if (m_found.policy) {

@@ -61,6 +61,11 @@ public:
     /// The policy in force; null if !isActive().
     const Policy *policy() const { return isActive() ? &m_doorkeeper->policy() : nullptr; }
 
+    /// "off", "report", "enforce", or "none" if there is no policy.
+    QString modeText() const;
+    /// Path of the policy's file; empty if there is none.
+    QString file() const { return m_found.policy ? m_found.policy->file : QString(); }
+
     /// Answer to a handshake.
     struct Admission
     {

@@ -73,6 +73,14 @@ bool exists(const QString &path)
 
 } // namespace
 
+PolicyPlaces PolicyPlaces::of(const QString &program, const QString &data)
+{
+    PolicyPlaces places;
+    places.own = data + QStringLiteral("/access.ini");
+    places.ownFolders = QStringList{program, data};
+    return places;
+}
+
 FoundPolicy findPolicy(const PolicyPlaces &places)
 {
     const bool isSystem = exists(places.system);

@@ -16,6 +16,9 @@ namespace accesspolicy {
 /// environment only that of the user's own, which counts where there is no system's.
 struct PolicyPlaces
 {
+    /// Those of a server. \param program  its folder  \param data  its data folder
+    static PolicyPlaces of(const QString &program, const QString &data);
+
     QString system = QStringLiteral("/etc/rvowebsocketserver/access.ini");
     uid_t systemOwner = 0; ///< who alone may be able to write it, and to replace it
     QString own; ///< taken if there is no system's; belongs to root or this user

@@ -8,10 +8,14 @@
 #include "app/singleinstance.h"
 #include "base/datafolder.h"
 #include "base/display.h"
+#include "base/freememory.h"
 #include "base/logtext.h"
+#include "base/statuspath.h"
 #include "devicelib/doccamera.h"
 #include "dispatch/deviceguard.h"
 #include "log/qlog.h"
+#include "statussocket/statuslistener.h"
+#include "statussocket/statusreport.h"
 #include "transport/websocketservermanager.h"
 
 #include <QApplication>
@@ -119,12 +123,22 @@ void exitIfAnotherRuns()
 std::unique_ptr<accesspolicy::AccessControl> readPolicy()
 {
     const QString program = QCoreApplication::applicationDirPath();
-    const QString own = base::dataFolder();
-    accesspolicy::PolicyPlaces places;
-    places.own = own + QStringLiteral("/access.ini");
-    places.ownFolders = QStringList{program, own};
-    return std::make_unique<accesspolicy::AccessControl>(places, own + QStringLiteral("/log"),
-                                                         program + QStringLiteral("/webSite"));
+    const QString data = base::dataFolder();
+    return std::make_unique<accesspolicy::AccessControl>(
+        accesspolicy::PolicyPlaces::of(program, data), data + QStringLiteral("/log"),
+        program + QStringLiteral("/webSite"));
+}
+
+/// What this program is, for its status.
+statussocket::Program programFacts()
+{
+    statussocket::Program program;
+    program.version = QStringLiteral(SERVER_VERSION);
+    program.built = QStringLiteral("%1 %2").arg(QLatin1String(buildDate), QLatin1String(buildTime));
+    program.folder = QCoreApplication::applicationDirPath();
+    program.dataFolder = base::dataFolder();
+    program.logFolder = QLog::instance()->logPath();
+    return program;
 }
 
 /// Says why it is none, on standard error and in the log, and ends the program.
@@ -158,6 +172,7 @@ int main(int argc, char *argv[])
 
     QLog::instance()->handler(QLog::LogToFile);
     raiseDescriptorLimit();
+    base::returnFreeMemory();
     if (!access->error().isEmpty()) {
         endForFaultyPolicy(access->error());
     }
@@ -172,6 +187,9 @@ int main(int argc, char *argv[])
         new WebSocketServerManager(QStringLiteral("boreaTcp"), QWebSocketServer::NonSecureMode);
     manager->setAccess(access.get());
     manager->websocke_server_start(QHostAddress::Any, port);
+    statussocket::StatusReport report(programFacts(), *manager, *access);
+    const statussocket::StatusListener statusListener(base::statusSocketPath(),
+                                                      [&report] { return report.make(); });
     QGuiApplication::setQuitOnLastWindowClosed(false);
     return QApplication::exec();
 }

@@ -77,6 +77,11 @@ QString findData(const QString &name)
         .find(name);
 }
 
+QString usualDataFolder(const QString &program)
+{
+    return isWritable(program) ? program : stateFolder();
+}
+
 QString chooseDataFolder(const QString &named, const QString &program)
 {
     const QString wanted = named.isEmpty() ? qEnvironmentVariable(dataFolderVariable) : named;

@@ -34,6 +34,10 @@ QString dataFolder();
 /// DataPlaces::find() in the folders of this process.
 QString findData(const QString &name);
 
+/// The data folder of a server that was told of none: `program` if this user can write it, or else
+/// the one in the user's state. Creates nothing.
+QString usualDataFolder(const QString &program);
+
 /**
  * Chooses the data folder of this process and of those it starts: the one that was named, or the
  * program's own if that can be written, or else that of the user's state ($XDG_STATE_HOME), which

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include <QProcessEnvironment>
+
 namespace base {
 
 /**
@@ -8,5 +10,8 @@ namespace base {
  * be reached. Call before creating the application. A QT_QPA_PLATFORM that is already set is kept.
  */
 void allowNoDisplay();
+
+/// The environment for programs of the desktop: without what allowNoDisplay() has chosen for ours.
+QProcessEnvironment desktopEnvironment();
 
 } // namespace base

@@ -33,6 +33,7 @@ constexpr int noCamera = -1;
 constexpr int failuresBeforeRestart = 5; // the next one restarts the camera
 constexpr int maxQueuedFrames = 2;
 constexpr int maxScale = 10; // frames are not enlarged beyond this
+constexpr auto longestInterval = 2s; // between frames of a preview that runs
 
 enum class Rotation { None, AsSet };
 
@@ -97,6 +98,32 @@ int truncated(double value)
     return int(std::clamp<double>(value, Limits::min(), Limits::max()));
 }
 
+/// A running mean, written by one thread and read by any.
+class Mean
+{
+public:
+    void add(base::Clock::Duration duration)
+    {
+        const qint64 before = m_nanoseconds.load(std::memory_order_relaxed);
+        const qint64 now = std::chrono::nanoseconds(duration).count();
+        m_nanoseconds.store(before == 0 ? now : before + (now - before) / 16,
+                            std::memory_order_relaxed);
+    }
+    void forget() { m_nanoseconds.store(0, std::memory_order_relaxed); }
+    std::chrono::nanoseconds value() const
+    {
+        return std::chrono::nanoseconds(m_nanoseconds.load(std::memory_order_relaxed));
+    }
+
+private:
+    std::atomic<qint64> m_nanoseconds{0};
+};
+
+void count(std::atomic<quint64> &counter)
+{
+    counter.fetch_add(1, std::memory_order_relaxed);
+}
+
 } // namespace
 
 struct CaptureImgThread::Record
@@ -118,7 +145,7 @@ struct CaptureImgThread::Record
     std::mutex mutex;
     std::condition_variable wake;
     bool running = true; // guarded by mutex
-    int currentCamera = noCamera; // guarded by mutex
+    std::atomic<int> currentCamera{noCamera}; // written under mutex only
     std::list<enumCameraOPeration> queue; // guarded by mutex
 
     // The pause has its own lock: setPause() must not wait for a pass to end.
@@ -133,6 +160,16 @@ struct CaptureImgThread::Record
     std::atomic<bool> previewEnabled{true};
 
     std::atomic<int> queuedFrames{0};
+
+    // For figures() alone; relaxed, since nothing depends on their order.
+    std::atomic<quint64> fetched{0};
+    std::atomic<quint64> pushed{0};
+    std::atomic<quint64> dropped{0};
+    std::atomic<quint64> failed{0};
+    Mean fetching;
+    Mean encoding;
+    Mean interval; // between frames of the device
+    std::atomic<qint64> lastFrame{0}; // ns of the clock; 0: none yet
 };
 
 /// The thread's loop and the state that only the thread uses.
@@ -155,6 +192,7 @@ private:
     void open(const Start &start);
     bool tryThreeTimes(const Start &start);
     void fetchFrame();
+    void noteFetched(base::Clock::TimePoint started);
     void push(const QImage &frame);
     void recoverFromFailure();
     void emitResult(const char *name, bool result);
@@ -288,11 +326,37 @@ QSize CaptureImgThread::previewSize() const
     return {d->previewWidth, d->previewHeight};
 }
 
+CaptureImgThread::Figures CaptureImgThread::figures() const
+{
+    Figures figures;
+    figures.camera = std::max(0, d->currentCamera.load());
+    {
+        const std::lock_guard<std::mutex> lock(d->pauseMutex);
+        figures.isPaused = d->paused;
+    }
+    figures.fetched = d->fetched;
+    figures.pushed = d->pushed;
+    figures.dropped = d->dropped;
+    figures.failed = d->failed;
+    figures.queued = d->queuedFrames;
+    figures.fetching = d->fetching.value();
+    figures.encoding = d->encoding.value();
+    const std::chrono::nanoseconds now = d->clock.now().time_since_epoch();
+    const auto interval = d->interval.value().count();
+    const std::chrono::nanoseconds last(d->lastFrame);
+    if (interval > 0 && now - last < longestInterval) {
+        figures.framesPerSecond = 1e9 / double(interval);
+    }
+    return figures;
+}
+
 void CaptureImgThread::pushFrame(const QByteArray &text)
 {
     if (d->queuedFrames >= maxQueuedFrames) {
+        count(d->dropped);
         return;
     }
+    count(d->pushed);
     ++d->queuedFrames;
     Q_EMIT sig_frame(text);
     Q_EMIT frameEmitted(QPrivateSignal());
@@ -308,10 +372,18 @@ bool CaptureImgThread::Loop::pass()
 {
     waitWhilePaused();
     std::unique_lock<std::mutex> lock(d.mutex);
+    if (d.running && d.currentCamera > 0) {
+        d.clock.waitFor(d.wake, lock, passWait);
+    } else {
+        // Until there is an operation: a terminal at rest is not woken for nothing.
+        d.wake.wait(lock, [this] { return !d.running || !d.queue.empty(); });
+        lock.unlock();
+        waitWhilePaused(); // it may have been paused meanwhile
+        lock.lock();
+    }
     if (!d.running) {
         return false;
     }
-    d.clock.waitFor(d.wake, lock, passWait);
     if (!d.queue.empty()) {
         const enumCameraOPeration operation = d.queue.front();
         d.queue.pop_front();
@@ -382,10 +454,15 @@ bool CaptureImgThread::Loop::tryThreeTimes(const Start &start)
 void CaptureImgThread::Loop::fetchFrame()
 {
     QImage frame;
+    const auto started = d.clock.now();
     const bool isFetched =
         guarded(QStringLiteral("getVideoFrame"), false, [&frame] { return getVideoFrame(frame); });
+    if (isFetched && !frame.isNull()) {
+        noteFetched(started);
+    }
     if (!isFetched || frame.isNull()) {
         ++m_failures;
+        count(d.failed);
         recoverFromFailure();
     } else if (d.previewEnabled) {
         guarded(QStringLiteral("getVideoFrame"), false, [this, &frame] {
@@ -399,10 +476,26 @@ void CaptureImgThread::Loop::fetchFrame()
     }
 }
 
+void CaptureImgThread::Loop::noteFetched(base::Clock::TimePoint started)
+{
+    const auto now = d.clock.now();
+    count(d.fetched);
+    d.fetching.add(now - started);
+    const std::chrono::nanoseconds time = now.time_since_epoch();
+    const std::chrono::nanoseconds last(d.lastFrame.load(std::memory_order_relaxed));
+    if (last.count() == 0 || time - last > longestInterval) {
+        d.interval.forget(); // another preview has begun
+    } else {
+        d.interval.add(std::chrono::duration_cast<base::Clock::Duration>(time - last));
+    }
+    d.lastFrame.store(time.count(), std::memory_order_relaxed);
+}
+
 void CaptureImgThread::Loop::push(const QImage &frame)
 {
     // The main thread is busy: don't encode a frame that would be dropped.
     if (d.queuedFrames >= maxQueuedFrames) {
+        count(d.dropped);
         return;
     }
 
@@ -411,7 +504,9 @@ void CaptureImgThread::Loop::push(const QImage &frame)
     if (size.width() >= maxSize.width() || size.height() >= maxSize.height()) {
         size = maxSize;
     }
+    const auto started = d.clock.now();
     const QByteArray text = m_encoder.encode(frame, size);
+    d.encoding.add(d.clock.now() - started);
     if (text.isEmpty()) {
         if (m_refusedSize != size) {
             qWarning() << "capture: no preview frames: cannot encode a JPEG of size" << size;
@@ -432,7 +527,7 @@ void CaptureImgThread::Loop::recoverFromFailure()
     qDebug() << "capture error";
     stopPlay();
     d.clock.sleepFor(restartWait);
-    if (const Start *start = findStart(&Start::camera, d.currentCamera)) {
+    if (const Start *start = findStart(&Start::camera, d.currentCamera.load())) {
         guarded(QLatin1String(start->name), false, [start] { return start->start(0); });
     }
     m_failures = 0;

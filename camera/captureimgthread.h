@@ -7,6 +7,7 @@
 #include <QSize>
 #include <QThread>
 
+#include <chrono>
 #include <memory>
 
 /// Operations on the capture thread's queue; openCamera() maps its codes to these.
@@ -96,6 +97,24 @@ public:
 
     /// The size of the pushed frames in pixels, as set.
     QSize previewSize() const;
+
+    /// The preview in figures; times are running means over some 16 frames.
+    struct Figures
+    {
+        int camera = 0; ///< that is open, by its number of the start commands; 0: none
+        bool isPaused = false;
+        double framesPerSecond = 0; ///< that the device delivers; 0 if none came for 2 s
+        quint64 fetched = 0; ///< frames since the start of the program, as below
+        quint64 pushed = 0;
+        quint64 dropped = 0; ///< because the main thread was busy
+        quint64 failed = 0; ///< not delivered by the device
+        int queued = 0; ///< frames on their way to the main thread
+        std::chrono::nanoseconds fetching{}; ///< time of a frame in the device library
+        std::chrono::nanoseconds encoding{};
+    };
+
+    /// Never waits, not even for a pass in progress.
+    Figures figures() const;
 
 Q_SIGNALS:
     /// A framed result. Emitted by this thread, and by the device library's for liveness.

@@ -5,7 +5,7 @@
 # packages of single modules have only headers and libraries, which is all we need.
 include(FindPackageHandleStandardArgs)
 
-set(_modules core imgproc imgcodecs videoio dnn)
+set(_modules core imgproc imgcodecs dnn)
 find_path(OpenCVModules_INCLUDE_DIR opencv2/core.hpp PATH_SUFFIXES opencv4)
 set(_required OpenCVModules_INCLUDE_DIR)
 foreach(_module IN LISTS _modules)

@@ -16,7 +16,7 @@ endif()
 # Runtime: the server, and the companions that it starts by their scripts
 set(_programs rvowebSocketServer imageencoder elecsign webbrowser)
 if(NOT DEVICE_LIBRARIES)
-    list(APPEND _programs devicehost barcodeworker fingerworker
+    list(APPEND _programs devicehost barcodeworker fingerworker portablevideo
         devicestub doccamera cardreader portabledoccamera portablecardreader)
 endif()
 install(TARGETS ${_programs}
@@ -41,8 +41,11 @@ install(CODE "
     set(bin \$ENV{DESTDIR}\${CMAKE_INSTALL_PREFIX}/${CMAKE_INSTALL_BINDIR})
     file(MAKE_DIRECTORY \${bin})
     file(CREATE_LINK ${_to_program} \${bin}/rvowebSocketServer SYMBOLIC)" COMPONENT Runtime)
-# Each program for the terminal's technician installs itself: RUNTIME DESTINATION
-# ${CMAKE_INSTALL_BINDIR}, its man page in docs/man/.
+# For the terminal's technician
+install(TARGETS devicectl RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT Runtime)
+install(FILES packaging/devicectl.bash
+    DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions COMPONENT Runtime
+    RENAME devicectl)
 file(GLOB _man_pages CONFIGURE_DEPENDS docs/man/*.1)
 install(FILES ${_man_pages} DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT Runtime)
 

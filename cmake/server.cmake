@@ -1,18 +1,26 @@
 # SPDX-License-Identifier: MIT
-# The server: a static library, which tests link too, and the program itself.
-add_library(server_core STATIC
-    access/accesscontrol.cpp
+# The rules of the access policy: for the server, and for devicectl, which explains them.
+add_library(access_rules STATIC
     access/argumentrules.cpp
-    access/auditlog.cpp
-    access/devicefolders.cpp
     access/doorkeeper.cpp
     access/handshake.cpp
     access/origin.cpp
     access/pathrules.cpp
     access/policyfile.cpp
     access/policyparser.cpp
-    access/policywatch.cpp
     access/realpath.cpp
+    dispatch/arguments.cpp
+    dispatch/commandfacts.cpp
+    dispatch/failureresult.cpp)
+target_include_directories(access_rules PUBLIC ${PROJECT_SOURCE_DIR})
+target_link_libraries(access_rules PUBLIC base Qt5::Core Qt5::Network PRIVATE warnings)
+
+# The server: a static library, which tests link too, and the program itself.
+add_library(server_core STATIC
+    access/accesscontrol.cpp
+    access/auditlog.cpp
+    access/devicefolders.cpp
+    access/policywatch.cpp
     app/descriptorlimit.cpp
     app/singleinstance.cpp
     camera/capturecommands.cpp
@@ -33,13 +41,10 @@ add_library(server_core STATIC
     companionclients/signsouthinterface.cpp
     companionclients/webbrowser.cpp
     companionclients/webbrowsersouthinterface.cpp
-    dispatch/arguments.cpp
     dispatch/base64.cpp
     dispatch/base64commands.cpp
     dispatch/clientqueue.cpp
-    dispatch/commandfacts.cpp
     dispatch/deviceguard.cpp
-    dispatch/failureresult.cpp
     dispatch/loggedtext.cpp
     dispatch/messagerun.cpp
     files/filecommands.cpp
@@ -56,6 +61,8 @@ add_library(server_core STATIC
     log/refusallog.cpp
     log/trace.cpp
     status/statuscommands.cpp
+    statussocket/statuslistener.cpp
+    statussocket/statusreport.cpp
     transport/clientlink.cpp
     transport/framescanner.cpp
     transport/pagelistener.cpp
@@ -66,7 +73,7 @@ add_library(server_core STATIC
     upload/uploadpool.cpp)
 target_include_directories(server_core PUBLIC ${PROJECT_SOURCE_DIR})
 target_link_libraries(server_core
-    PUBLIC base devicelib Qt5::Core Qt5::Gui Qt5::Network Qt5::WebSockets Qt5::Widgets
+    PUBLIC access_rules base devicelib Qt5::Core Qt5::Gui Qt5::Network Qt5::WebSockets Qt5::Widgets
     PRIVATE companion_common warnings OpenCV::imgproc JPEG::JPEG Threads::Threads ${CMAKE_DL_LIBS})
 
 add_library(imageencoder MODULE camera/imageencodermodule.cpp)
@@ -79,6 +86,8 @@ add_custom_command(OUTPUT ${_build_date}
     DEPENDS server_core app/main.cpp app/builddate.h cmake/builddate.cmake
     VERBATIM)
 set_source_files_properties(${_build_date} PROPERTIES SKIP_AUTOGEN ON)
+set_source_files_properties(app/main.cpp PROPERTIES
+    COMPILE_DEFINITIONS SERVER_VERSION="${PROJECT_VERSION}")
 add_executable(rvowebSocketServer app/main.cpp app/icons.qrc ${_build_date})
 target_link_libraries(rvowebSocketServer PRIVATE server_core warnings)
 add_dependencies(rvowebSocketServer imageencoder)

@@ -20,6 +20,8 @@ struct PictureHeader
     std::int32_t height = 0;
     std::int32_t format = 0; ///< QImage::Format, or the type of a cv::Mat.
     std::uint64_t bytesPerLine = 0;
+    std::int32_t dotsPerMeterX = 0; ///< Of a QImage; 0: nothing has set it.
+    std::int32_t dotsPerMeterY = 0;
 };
 
 /// Where shared pixels begin; follows the header.

@@ -143,12 +143,25 @@ ClientQueue::Hold ClientQueue::hold(QObject *object)
     return hold;
 }
 
-void ClientQueue::forget(QObject *object)
+int ClientQueue::leave(QObject *object)
 {
-    if (const ClientPtr client = m_clients.take(object)) {
-        m_bytes -= std::exchange(client->bytes, 0);
-        client->texts.clear();
+    const base::Clock &clock = base::Clock::shared();
+    const auto end = clock.now() + m_farewell;
+    const ClientPtr client = m_clients.value(object);
+    while (client && client->mayRun() && clock.now() <= end) {
+        runNext(client);
     }
+    return forget(object);
+}
+
+int ClientQueue::forget(QObject *object)
+{
+    const ClientPtr client = m_clients.take(object);
+    if (!client) {
+        return 0;
+    }
+    m_bytes -= std::exchange(client->bytes, 0);
+    return int(std::exchange(client->texts, {}).size());
 }
 
 int ClientQueue::waitingTexts(QObject *object) const

@@ -66,6 +66,9 @@ public:
     /// Sets how long one client's texts may take before the event loop turns.
     void setTurn(base::Clock::Duration turn) { m_turn = turn; }
 
+    /// Sets how long the last texts of a client that leaves may take; one that has begun goes on.
+    void setFarewell(base::Clock::Duration farewell) { m_farewell = farewell; }
+
     /// Appends a text. It is carried out by run(), or at a later turn of the event loop.
     void push(QObject *client, const QString &text);
 
@@ -79,8 +82,16 @@ public:
      */
     Hold hold(QObject *client);
 
-    /// Drops the texts of a client that has gone, and its holds.
-    void forget(QObject *client);
+    /**
+     * A client says goodbye or has gone: carries out now what it sent before, for as long as
+     * setFarewell() admits, and drops the rest, as well as all of a client that is held or in the
+     * middle of a text.
+     * \return how many texts were dropped
+     */
+    int leave(QObject *client);
+
+    /// Drops the texts of a client, and its holds. \return how many texts
+    int forget(QObject *client);
 
     /// Texts of a client that wait.
     int waitingTexts(QObject *client) const;
@@ -98,6 +109,7 @@ private:
 
     Run m_run;
     base::Clock::Duration m_turn = std::chrono::milliseconds(50);
+    base::Clock::Duration m_farewell = std::chrono::seconds(1);
     QHash<QObject *, ClientPtr> m_clients;
     std::deque<ClientPtr> m_ring; // those with texts that may be carried out, by turns
     std::vector<ClientPtr> m_touched; // got a text or had one carried out since the last turn

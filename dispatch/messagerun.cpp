@@ -16,9 +16,39 @@
 #include <QTimer>
 #include <QWebSocket>
 
+#include <atomic>
+
 QPointer<QWebSocket> gpWebSocket;
 
 namespace {
+
+// Written by the main thread, read by any: what it is carrying out, and since when.
+std::atomic<const commands::Facts *> s_workingOn{nullptr};
+std::atomic<std::chrono::steady_clock::rep> s_workingSince{0};
+
+/// While it lives, underWay() names the command. A command within another one comes first.
+class WorkingOn
+{
+public:
+    explicit WorkingOn(const QString &name)
+        : m_outer(s_workingOn.load(std::memory_order_relaxed))
+        , m_outerSince(s_workingSince)
+    {
+        s_workingSince = std::chrono::steady_clock::now().time_since_epoch().count();
+        s_workingOn.store(commands::factsOf(name), std::memory_order_release);
+    }
+    ~WorkingOn()
+    {
+        s_workingSince = m_outerSince;
+        s_workingOn.store(m_outer, std::memory_order_release);
+    }
+    WorkingOn(const WorkingOn &) = delete;
+    WorkingOn &operator=(const WorkingOn &) = delete;
+
+private:
+    const commands::Facts *const m_outer;
+    const std::chrono::steady_clock::rep m_outerSince;
+};
 
 void sendTo(QWebSocket *client, const QString &text)
 {
@@ -65,6 +95,7 @@ void MessageRun::handle_msg_slot(QString msg, QObject *)
 /// The one guard around all callbacks: an exception of the device library is answered as a failure.
 void MessageRun::carryOut(Callback callback, const QString &name, const QString &args)
 {
+    const WorkingOn working(name);
     try {
         callback(name, args, this);
     } catch (...) {
@@ -73,6 +104,18 @@ void MessageRun::carryOut(Callback callback, const QString &name, const QString 
             reply(name, *result);
         }
     }
+}
+
+MessageRun::UnderWay MessageRun::underWay()
+{
+    using std::chrono::steady_clock;
+    const commands::Facts *facts = s_workingOn.load(std::memory_order_acquire);
+    if (!facts) {
+        return {};
+    }
+    const steady_clock::time_point since{steady_clock::duration(s_workingSince.load())};
+    return {facts->name,
+            std::chrono::duration_cast<std::chrono::milliseconds>(steady_clock::now() - since)};
 }
 
 void MessageRun::send_msg(QString text)

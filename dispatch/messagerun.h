@@ -6,6 +6,7 @@
 #include <QPointer>
 #include <QString>
 
+#include <chrono>
 #include <type_traits>
 
 class ClientQueue;
@@ -47,6 +48,16 @@ public:
 
     /// The texts of all clients that wait to be carried out. The transport fills it.
     ClientQueue *clientQueue() const { return m_clientQueue; }
+
+    /// A command that the main thread is carrying out.
+    struct UnderWay
+    {
+        QString name; ///< empty: none
+        std::chrono::milliseconds since{};
+    };
+
+    /// What the main thread is at. Any thread.
+    static UnderWay underWay();
 
     /// Sends a text to the current client; drops it if there is none. Main thread only.
     static void send_msg(QString text);

@@ -169,6 +169,11 @@ struct QLog::Record
     bool isStopped = false; // for want of space
     qint64 skippedLines = 0; // while stopped
 
+    mutable std::mutex problemsMutex; // who reads them must not wait for the disk
+    QVector<Problem> problems; // a ring once it is full; this and the next need problemsMutex
+    int nextProblem = 0; // of the ring, which is the oldest then
+
+    void noteProblem(QtMsgType type, const QString &text);
     void writeLine(const QString &text);
     void write(const QString &text, qint64 now);
     bool mayWrite(qint64 now);
@@ -195,6 +200,18 @@ void QLog::Record::writeLine(const QString &text)
         write(shortened(text), now);
     } else {
         ++skippedLines;
+    }
+}
+
+void QLog::Record::noteProblem(QtMsgType type, const QString &text)
+{
+    const Problem problem{clock(), type, text.left(longestProblem)};
+    const std::lock_guard<std::mutex> lock(problemsMutex);
+    if (problems.size() < mostProblems) {
+        problems.append(problem);
+    } else {
+        problems[nextProblem] = problem;
+        nextProblem = (nextProblem + 1) % mostProblems;
     }
 }
 
@@ -375,19 +392,22 @@ void QLog::handler(HandlerFlags flags)
     }
 }
 
-void QLog::handleMessage(QtMsgType, const QMessageLogContext &, const QString &message)
+void QLog::handleMessage(QtMsgType type, const QMessageLogContext &, const QString &message)
 {
     if (t_holdsMutex || t_isNetThread) {
         return;
     }
     const Lock lock;
     if (s_log) {
-        s_log->log(message);
+        s_log->log(type, message);
     }
 }
 
-void QLog::log(const QString &message)
+void QLog::log(QtMsgType type, const QString &message)
 {
+    if (type == QtWarningMsg || type == QtCriticalMsg || type == QtFatalMsg) {
+        m_record->noteProblem(type, message);
+    }
     const HandlerFlags flags = m_record->flags;
     if (flags.testFlag(LogToFile)) {
         m_record->writeLine(message);
@@ -399,6 +419,14 @@ void QLog::log(const QString &message)
     if (flags.testFlag(LogToSignal)) {
         newLog(message);
     }
+}
+
+QVector<QLog::Problem> QLog::problems() const
+{
+    const std::lock_guard<std::mutex> lock(m_record->problemsMutex);
+    const QVector<Problem> &kept = m_record->problems;
+    const int first = kept.size() < mostProblems ? 0 : m_record->nextProblem;
+    return kept.mid(first) + kept.mid(0, first);
 }
 
 unsigned short QLog::saveDay() const

@@ -3,6 +3,7 @@
 
 #include <QObject>
 #include <QString>
+#include <QVector>
 
 #include <functional>
 #include <memory>
@@ -96,6 +97,19 @@ public:
     /// Stops the network log on the old port before returning; the next message starts the new one.
     void setPort(unsigned short port);
 
+    /// A warning or an error, as it was logged, but shortened to longestProblem characters.
+    struct Problem
+    {
+        qint64 time = 0; ///< milliseconds since the epoch
+        QtMsgType type = QtWarningMsg;
+        QString text;
+    };
+    static constexpr int mostProblems = 50;
+    static constexpr int longestProblem = 500;
+
+    /// The latest warnings and errors, at most mostProblems, oldest first.
+    QVector<Problem> problems() const;
+
     /// Emits sig_newLog().
     void newLog(const QString &message);
     /// Emits sig_toNet().
@@ -125,7 +139,7 @@ private:
     QLog();
     static void handleMessage(QtMsgType type, const QMessageLogContext &context,
                               const QString &message);
-    void log(const QString &message);
+    void log(QtMsgType type, const QString &message);
 
     struct Record;
     const std::unique_ptr<Record> m_record;

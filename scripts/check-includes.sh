@@ -12,9 +12,10 @@ git ls-files -co --exclude-standard '*.cpp' '*.h' ':!tests/' ':!bench/' ':!scrip
 function rule(room, allowed) { rules[room] = " base " allowed " " }
 BEGIN {
     families = "camera identity status upload files companionclients"
-    rule("app", "transport access " families " dispatch log devicelib")
+    rule("app", "statussocket transport access " families " dispatch log devicelib")
     rule("transport", families " access dispatch log devicelib")
     rule("access", "dispatch log") # no family of commands knows of it
+    rule("statussocket", "transport camera access dispatch log") # looks, and changes nothing
     rule("camera", "dispatch log devicelib")
     rule("identity", "dispatch log devicelib camera") # liveness is shown in the preview
     rule("status", "dispatch log devicelib")
@@ -25,15 +26,15 @@ BEGIN {
     rule("log", "")
     rule("base", "")
     rule("devicelib", "")
-    rule("base", "")
 
     rule("portable/base", "devicelib")
     rule("portable/fingerworker", "") # a program of its own, with few libraries
     rule("portable/barcodeworker", "") # a program of its own, with few libraries
     rule("portable/picture", "devicelib portable/base portable/barcodeworker")
-    rule("portable/camera", "devicelib portable/picture portable/base")
+    rule("portable/video", "portable/picture portable/base") # its module/ is compiled by itself
+    rule("portable/camera", "devicelib portable/video portable/picture portable/base")
     rule("portable/document", "devicelib portable/picture portable/base")
-    rule("portable/recording", "devicelib portable/camera portable/picture portable/base")
+    rule("portable/recording", "devicelib portable/video portable/camera portable/picture portable/base")
     rule("portable/system", "devicelib portable/picture portable/base")
     rule("portable/face", "devicelib portable/camera portable/base")
     rule("portable/finger", "devicelib portable/picture portable/base")
@@ -43,6 +44,7 @@ BEGIN {
         "portable/card")
 
     rule("deviceprocess", "devicelib")
+    rule("devicectl", "access dispatch") # the rules of a policy, the list of commands
     rule("docs", "devicelib") # the example of a device library
 
     rule("companions/common", "")

@@ -29,6 +29,7 @@ architecture=$(dpkg-deb -f "$package" Architecture)
 app=$work/to/opt/apps/$id
 mkdir -p "$work/to/DEBIAN" "$app/entries/autostart"
 cp -a "$work/from/usr/lib/rvowebsocketserver" "$app/files"
+cp -a "$work/from/usr/bin/devicectl" "$app/files/"
 cp -a "$work/from"/etc/rvowebsocketserver/*.ini "$app/files/"
 cp -a "$work/from/usr/share/doc/rvowebsocketserver" "$app/files/doc"
 sed "s|/usr/lib/rvowebsocketserver|/opt/apps/$id/files|" \

@@ -4,6 +4,7 @@
 
 #include "portable/camera/framesource.h"
 
+#include <atomic>
 #include <chrono>
 #include <condition_variable>
 #include <memory>
@@ -38,6 +39,17 @@ public:
     void failOnce(const QString &reason)
     {
         change([=] { m_failureOnce = reason; });
+    }
+
+    /// Whether its frames can be left out, and how many have been.
+    std::atomic<bool> canSkip{false};
+    std::atomic<int> skipped{0};
+
+    /// How many frames have been taken.
+    int number() const
+    {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        return m_number;
     }
 
     std::vector<cv::Size> opened() const
@@ -123,6 +135,13 @@ public:
         const int number = m_isOpen ? m_device->next(error) : 0;
         frame = cv::Mat(m_size, CV_8UC3, cv::Scalar::all(number % 256));
         return number > 0;
+    }
+    bool canSkip() const override { return m_device->canSkip; }
+    bool skip(QString *error) override
+    {
+        const bool isThere = m_isOpen && m_device->next(error) > 0;
+        m_device->skipped += isThere;
+        return isThere;
     }
     double framesPerSecond() const override { return m_framesPerSecond; }
     std::vector<cv::Size> sizes() const override { return {{80, 60}, {40, 30}}; }

@@ -752,6 +752,23 @@ private Q_SLOTS:
         QFile::remove(own);
     }
 
+    void theServersFoldersStayClosed()
+    {
+        PolicyPlaces places = PolicyPlaces::of(at("prog"), at("data"));
+        QCOMPARE(places.system, line("/etc/rvowebsocketserver/access.ini"));
+        QCOMPARE(places.own, at("data/access.ini"));
+        places.system = at("etc/access.ini");
+        places.systemOwner = getuid();
+        writeFile(places.system, policyText(line("[files] read = %1").arg(m_folder.path())));
+        const PathRules rules = findPolicy(places).policy->paths;
+        for (const char *name : {"prog/a", "data/a", "data/log/a", "etc/a", "scan/a"}) {
+            writeFile(at(name));
+            QCOMPARE(rules.decide(at(name), PathRules::Right::Read).isAllowed,
+                     at(name).contains(line("scan")));
+        }
+        QFile::remove(places.system);
+    }
+
     void onlyItsOwnFilesAreWatched()
     {
         writeFile(at("watch/a"));

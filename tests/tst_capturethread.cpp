@@ -360,13 +360,37 @@ private Q_SLOTS:
         QCOMPARE(capture.messages.next(), QByteArray("BeginbStartPlay2trueEndbStartPlay2"));
     }
 
-    void pauseCostsNothing()
+    void restCostsNothing_data()
     {
+        const Rows<bool> row("isPaused");
+        row("paused", true);
+        row("no camera", false);
+    }
+
+    void restCostsNothing()
+    {
+        QFETCH(bool, isPaused);
         PausedCapture capture;
+        capture.thread.setPause(isPaused);
+        std::this_thread::sleep_for(10ms); // it gets to its wait
+        capture.clock.takeWaits();
         const std::clock_t before = std::clock(); // of the whole process
         std::this_thread::sleep_for(100ms); // the period that is measured
         QVERIFY((std::clock() - before) * 1000 / CLOCKS_PER_SEC < 50);
         QVERIFY(capture.clock.takeWaits().empty());
+    }
+
+    void aPauseHoldsWhatComesToAThreadAtRest()
+    {
+        Capture capture;
+        std::this_thread::sleep_for(10ms); // it gets to its wait
+        recording::takeCalls();
+        capture.thread.setPause(true);
+        capture.thread.closeCamera();
+        std::this_thread::sleep_for(50ms);
+        QCOMPARE(recording::takeText(), QString());
+        capture.thread.setPause(false);
+        QCOMPARE(capture.messages.next(), QByteArray("BeginbStopPlaytrueEndbStopPlay"));
     }
 
     void pausedThreadEnds()
@@ -382,8 +406,7 @@ private Q_SLOTS:
         ManualClock clock;
         CaptureImgThread thread(clock);
         Messages messages(&thread);
-        QVERIFY(clock.waitForWaiter(20ms));
-        thread.openCamera(1); // ends the wait
+        thread.openCamera(1);
         QVERIFY(messages.next().contains("true"));
         for (int frame = 1; frame <= 3; ++frame) {
             QVERIFY(clock.waitForWaiter(20ms));

@@ -121,9 +121,28 @@ private Q_SLOTS:
         other.release();
     }
 
+    void clientsThatLeave()
+    {
+        m_queue->setFarewell(100ms);
+        m_onText[QStringLiteral("slow")] = [this] { m_clock->advance(60ms); };
+        arrive(&m_a, {"slow", "2", "3"});
+        QCOMPARE(m_queue->leave(&m_a), 0); // though its turn is over
+        QCOMPARE(done(), "aslow a2 a3");
+        arrive(&m_a, {"slow", "slow", "slow", "4", "5"});
+        QCOMPARE(m_queue->leave(&m_a), 2); // too much
+        QCOMPARE(done(), "aslow aslow aslow");
+        QCOMPARE(m_queue->waitingBytes(), 0);
+        arrive(&m_a, {"1"});
+        const ClientQueue::Hold hold = m_queue->hold(&m_a);
+        arrive(&m_a, {"2"});
+        QCOMPARE(m_queue->leave(&m_a), 1);
+        QCOMPARE(m_queue->leave(&m_a), 0);
+        QCOMPARE(done(), "a1");
+    }
+
     void aClientThatGoesDuringItsCommand()
     {
-        m_onText[QStringLiteral("leave")] = [this] { m_queue->forget(&m_a); };
+        m_onText[QStringLiteral("leave")] = [this] { QCOMPARE(m_queue->leave(&m_a), 1); };
         arrive(&m_a, {"leave", "2"});
         turn(2);
         QCOMPARE(done(), "aleave");

@@ -10,6 +10,10 @@
 #include <QDateTime>
 #include <QDir>
 #include <QImage>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
+#include <QMap>
 #include <QProcess>
 #include <QTcpSocket>
 #include <QTemporaryDir>
@@ -46,13 +50,14 @@ private Q_SLOTS:
         m_folder = QStringLiteral("/tmp/rvo-e2e-%1").arg(QCoreApplication::applicationPid());
         QVERIFY(QDir().mkpath(m_folder));
         const QDir built = QFileInfo(QStringLiteral(PROGRAM)).dir();
-        for (const char *name :
-             {"rvowebSocketServer", "devicehost", "libdevicestub.so", "libdoccamera.so",
-              "libcardreader.so", "libportabledoccamera.so", "libportablecardreader.so"}) {
+        for (const char *name : {"rvowebSocketServer", "devicehost", "libdevicestub.so",
+                                 "libdoccamera.so", "libcardreader.so", "devicectl",
+                                 "libportabledoccamera.so", "libportablecardreader.so"}) {
             const QString file = QString::fromUtf8(name);
             QVERIFY2(QFile::copy(built.filePath(file), inFolder(file)), name);
         }
         writeFile(inFolder(line("devices.ini")), "[cameras]\n1=scene\n2=image:/nowhere.png\n");
+        qputenv("XDG_RUNTIME_DIR", m_folder.toUtf8());
         start();
     }
 
@@ -99,6 +104,38 @@ private Q_SLOTS:
         QCOMPARE(second.exitCode(), 0);
         QVERIFY(second.readAll().contains("process[rvowebSocketServer] is already running!!!"));
         QVERIFY(Page(port).isConnected());
+    }
+
+    void devicectlFindsTheServer()
+    {
+        const auto devicectl = [this](const QString &commandLine) {
+            QProcess process;
+            process.start(inFolder(line("devicectl")), words(Utf8(commandLine)));
+            return process.waitForFinished() ? process.readAllStandardOutput() : QByteArray();
+        };
+        QCOMPARE(devicectl(line("call --force getVersion")), QByteArray("V1.0.2\n"));
+        const QString picture = inFolder(line("frame.jpg"));
+        devicectl(line("call --force --frame %1 bStartPlay").arg(picture));
+        QVERIFY(!QImage(picture).isNull());
+
+        const auto status = QJsonDocument::fromJson(devicectl(line("status --json")));
+        QCOMPARE(status[line("pid")].toInt(), int(m_server.processId()));
+        QCOMPARE(status[line("folders")][line("data")].toString(), m_folder);
+        QVERIFY(status[line("deviceProcess")][line("residentKiB")].toInt() > 1000);
+        QVERIFY(status[line("simulation")].toBool());
+
+        QMap<QString, QString> levels;
+        const auto findings = QJsonDocument::fromJson(devicectl(line("doctor --json"))).array();
+        for (const QJsonValue &finding : findings) {
+            levels[finding[line("id")].toString()] = finding[line("level")].toString();
+        }
+        for (const char *good : {"process", "port", "instance", "status", "program-folder",
+                                 "data-folder", "log-folder", "device-process", "library"}) {
+            QVERIFY2(levels[line(good)] == line("ok"), good);
+        }
+        QCOMPARE(levels[line("display")], line("warning")); // there is one, but not for it
+        QCOMPARE(levels[line("simulation")], line("warning"));
+        QVERIFY(devicectl(line("bundle ") + inFolder(line("b.tgz"))).endsWith("b.tgz\n"));
     }
 
     void theLogShowsWhatHappened()

@@ -20,6 +20,7 @@
 #include <QSemaphore>
 #include <QtTest>
 #include <sys/resource.h>
+#include <sys/socket.h>
 #include <unistd.h>
 
 #include <memory>
@@ -345,6 +346,7 @@ private Q_SLOTS:
     void othersAreServedBetweenSlowCommands()
     {
         m_limits.turn = 10ms;
+        m_limits.farewell = 50ms;
         start();
         Page busy(port());
         Page other(port());
@@ -364,7 +366,7 @@ private Q_SLOTS:
         }
         QCOMPARE(recording::count("sGetBarCode"), commands);
 
-        // Those of a page that leaves are forgotten.
+        // Those of a page that leaves go on for a moment.
         recording::takeCalls();
         for (int i = 0; i < commands; ++i) {
             busy.send(QStringLiteral("sGetBarCode(%1)").arg(i));
@@ -380,22 +382,49 @@ private Q_SLOTS:
 
     void commandsBeforeAGoodbye_data()
     {
-        const Rows<QByteArray> row("goodbye");
-        row("close frame", RawPage::frame(RawPage::fin | RawPage::close, bytes({3, 0xE8})));
-        row("none", "");
+        const Rows<QByteArray, bool> row("goodbye", "duringTheFirst");
+        const QByteArray close = RawPage::frame(RawPage::fin | RawPage::close, bytes({3, 0xE8}));
+        row("close frame", close, false);
+        row("none", "", false);
+        row("close frame, during a command", close, true);
+        row("none, during a command", "", true);
     }
 
+    /// They are carried out, though the first takes longer than a turn, and answered if they can
+    /// be.
     void commandsBeforeAGoodbye()
     {
         QFETCH(QByteArray, goodbye);
+        QFETCH(bool, duringTheFirst);
+        m_limits.turn = 10ms;
         start();
         RawPage page(port());
         QTRY_COMPARE(pages(), 1);
-        page.write(RawPage::message("sGetBarCode(1)") + RawPage::message("sGetBarCode(2)")
-                   + goodbye);
-        page.socket().disconnectFromHost();
+        const QByteArray first = RawPage::message("sGetBarCode(1)");
+        const auto leave = [&](const QByteArray &before) {
+            page.write(before + RawPage::message("sGetBarCode(2)")
+                       + RawPage::message("sGetBarCode(3)") + goodbye);
+            page.socket().flush();
+            if (goodbye.isEmpty()) { // it still reads, or the kernel would throw away what it sent
+                shutdown(int(page.socket().socketDescriptor()), SHUT_WR);
+            }
+        };
+        recording::whenCalled("sGetBarCode", [&](const QStringList &arguments) {
+            if (duringTheFirst && arguments.first() == QLatin1String("1")) {
+                leave({});
+            }
+            QThread::msleep(20);
+        });
+        if (duringTheFirst) {
+            page.write(first);
+        } else {
+            leave(first);
+        }
         QTRY_COMPARE(pages(), 0);
-        QCOMPARE(recording::count("sGetBarCode"), 2);
+        QCOMPARE(recording::count("sGetBarCode"), 3);
+        if (!goodbye.isEmpty()) {
+            QCOMPARE(page.readUpTo(bytes({3, 0xE8})).count("BeginsGetBarCode"), 3);
+        }
     }
 
     void nothingIsReadWhileTooManyTextsWait()

@@ -5,7 +5,6 @@
 #include "portable/camera/filesources.h"
 #include "portable/camera/pairsource.h"
 #include "portable/camera/previewwatch.h"
-#include "portable/camera/v4l2source.h"
 #include "tests/fakesource.h"
 #include "tests/manualclock.h"
 #include "tests/portabletest.h"
@@ -115,6 +114,58 @@ private Q_SLOTS:
         one.clock.advance(frameTimeout);
         QVERIFY(current.get());
         QCOMPARE(frame.cols, 40);
+    }
+
+    void framesThatNobodyTakesAreSkipped()
+    {
+        OneCamera one;
+        one.device->canSkip = true;
+        QVERIFY(one.startHeld());
+        cv::Mat frame;
+        quint64 sequence = 0;
+        QVERIFY(one.camera.nextFrame(sequence, frame));
+        one.clock.advance(idleAfter - 1ms);
+        one.device->deliver(2); // the third one's read begins now
+        while (frameNumber(frame) < 3) {
+            const quint64 before = sequence;
+            QVERIFY(one.camera.nextFrame(sequence, frame));
+            QVERIFY(sequence > before);
+        }
+        QCOMPARE(int(one.device->skipped), 0);
+        one.clock.advance(idleAfter);
+        one.device->deliver(4); // the first one's read may have begun
+        QTRY_VERIFY(one.device->skipped >= 3);
+        QVERIFY(one.camera.hasFrame());
+
+        quint64 other = 0; // the frame there is isn't for this reader either
+        cv::Mat fresh;
+        auto next =
+            std::async(std::launch::async, [&] { return one.camera.nextFrame(other, fresh); });
+        QVERIFY(one.clock.waitForWaiter(frameTimeout));
+        one.device->deliver(2); // one may have been left out when the reader came
+        QVERIFY(next.get());
+        QVERIFY(frameNumber(fresh) > 6);
+        QVERIFY(one.camera.currentFrame(frame));
+
+        const int before = one.device->skipped;
+        one.clock.advance(idleAfter);
+        one.device->deliver(3);
+        QTRY_VERIFY(one.device->skipped > before && one.device->number() == 12);
+        auto late = std::async(std::launch::async, [&] { return one.camera.currentFrame(frame); });
+        QVERIFY(one.clock.waitForWaiter(frameTimeout));
+        one.clock.advance(frameTimeout);
+        QVERIFY(!late.get()); // an old one would show what is gone
+        QVERIFY(frame.empty());
+        one.clock.advance(idleAfter);
+        one.settings.setResolution(1, {80, 60}); // wanted, if only for its size
+        one.device->deliver(3);
+        QTRY_COMPARE(one.camera.size(), cv::Size(80, 60));
+        auto current =
+            std::async(std::launch::async, [&] { return one.camera.currentFrame(fresh); });
+        while (current.wait_for(1ms) == std::future_status::timeout) {
+            one.device->deliver(1);
+        }
+        QCOMPARE(fresh.size(), cv::Size(80, 60));
     }
 
     void sourceIsReadAtItsRate()
@@ -521,31 +572,6 @@ private Q_SLOTS:
         PairSource none(std::make_unique<PictureSource>(path("absent"), PlaybackSettings()),
                         std::make_unique<FakeSource>(right));
         QVERIFY(none.sizes().empty());
-    }
-
-    void captureFormat_data()
-    {
-        const Rows<bool, bool, QString> row("hasMjpeg", "hasSizes", "expected");
-        // OpenCV's numbers: 3 width, 4 height, 5 frame rate, 6 format
-        row("MJPEG", true, true, "6=1196444237 3=1280 4=720 5=30");
-        row("other formats only", false, true, "3=1280 4=720 5=30");
-        row("sizes unknown", true, false, "6=1196444237 5=30");
-    }
-
-    void captureFormat()
-    {
-        QFETCH(bool, hasMjpeg);
-        QFETCH(bool, hasSizes);
-        V4l2Formats formats;
-        formats.hasMjpeg = hasMjpeg;
-        if (hasSizes) {
-            formats.sizes = {{1920, 1080}, {1280, 720}};
-        }
-        QStringList texts;
-        for (const auto &property : captureProperties(formats, {1270, 700})) {
-            texts << QStringLiteral("%1=%2").arg(property.first).arg(property.second, 0, 'f', 0);
-        }
-        QTEST(texts.join(QLatin1Char(' ')), "expected");
     }
 };
 

@@ -8,6 +8,7 @@
 #include "portable/face/livenesspage.h"
 #include "portable/face/modelweights.h"
 #include "portable/picture/imageconversion.h"
+#include "portable/video/videofile.h"
 #include "tests/drawnface.h"
 #include "tests/manualclock.h"
 #include "tests/portabletest.h"
@@ -15,7 +16,6 @@
 #include <QWindow>
 #include <QtTest>
 #include <opencv2/imgproc.hpp>
-#include <opencv2/videoio.hpp>
 
 #include <functional>
 
@@ -726,16 +726,16 @@ private:
     QString livingVideo() const
     {
         QString file = path("living.avi");
-        constexpr int framesPerSecond = 15;
-        cv::VideoWriter writer(file.toStdString(), cv::CAP_OPENCV_MJPEG,
-                               cv::VideoWriter::fourcc('M', 'J', 'P', 'G'), framesPerSecond,
-                               {640, 480});
-        for (int i = 0; i < 2 * framesPerSecond; ++i) {
+        QString error;
+        const auto video = VideoFile::create(file, VideoFormat::Legacy, {640, 480}, &error);
+        for (int i = 0; video && i < 2 * videoFrameRate; ++i) {
             DrawnFace face = oneFace();
-            const bool isTurning = i > framesPerSecond;
-            face.turn = isTurning ? std::sin(i * 2 * CV_PI / framesPerSecond) : 0;
-            face.eyesOpen = i >= 10 && i < 14 ? 0 : 1;
-            writer.write(toMat(portrait(face)));
+            face.turn = i > videoFrameRate ? std::sin(i * 2 * CV_PI / videoFrameRate) : 0;
+            face.eyesOpen = i >= 16 && i < 23 ? 0 : 1;
+            video->add(i, toMat(portrait(face)), &error);
+        }
+        if (!video || !video->finish(&error)) {
+            QTest::qFail(qPrintable(error), __FILE__, __LINE__);
         }
         return file;
     }

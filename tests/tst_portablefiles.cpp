@@ -331,11 +331,15 @@ private Q_SLOTS:
         QVERIFY(IsExeExist());
         QVERIFY(!OpenFile("-a b.pdf")); // no display
         qputenv("DISPLAY", ":99");
+        const QByteArray platform = qgetenv("QT_QPA_PLATFORM");
+        qputenv("QT_QPA_PLATFORM", "xcb;offscreen"); // ours, not that of the desktop's programs
         QVERIFY(OpenFile("-a b.pdf"));
         QTRY_COMPARE(contentOf(path("opened")), utf8("-a b.pdf").bytes + "\n");
+        qputenv("QT_QPA_PLATFORM", "xcb");
         QVERIFY(QDir().mkpath(path("http:/example.com")));
         QVERIFY(bDispPath("http://example.com")); // a folder with that name, not the page
-        QTRY_VERIFY(contentOf(path("opened")).endsWith(utf8("http:/example.com").bytes + "\n"));
+        QTRY_VERIFY(contentOf(path("opened")).endsWith(utf8("http:/example.com").bytes + "xcb\n"));
+        qputenv("QT_QPA_PLATFORM", platform);
         QCOMPARE(contentOf(path("opened")).count('\n'), 2);
         QCOMPARE(PortableLog::takeLines().size(), 1);
 
@@ -434,7 +438,8 @@ private:
     void installOpener()
     {
         writeFile(path("bin/xdg-open"),
-                  "#!/bin/sh\necho \"$@\" >> '" + m_folder->path().toUtf8() + "/opened'\n");
+                  "#!/bin/sh\necho \"$@$QT_QPA_PLATFORM\" >> '" + m_folder->path().toUtf8()
+                      + "/opened'\n");
         QVERIFY(QFile::setPermissions(path("bin/xdg-open"),
                                       QFile::ReadOwner | QFile::WriteOwner | QFile::ExeOwner));
         qputenv("PATH", m_folder->path().toUtf8() + "/bin:" + m_path);

@@ -535,6 +535,7 @@ private Q_SLOTS:
     {
         // A copy of this program, since devices.ini is looked for beside it.
         QVERIFY(QFile::copy(QCoreApplication::applicationFilePath(), path("child")));
+        QVERIFY(QFile::link(besideProgram("libportablevideo.so"), path("libportablevideo.so")));
         writeFile(path("devices.ini"), "[cameras]\n1=scene\n[scene]\nsize=640x480\n");
         QProcess child;
         child.setProcessChannelMode(QProcess::MergedChannels);

@@ -34,8 +34,10 @@ void ClientLink::sendFrame(const QByteArray &frame)
         m_written = 0;
     }
     if (m_waiting.size() >= frameLimit) {
+        ++m_framesDropped;
         return;
     }
+    ++m_framesSent;
     m_page->write(frame);
     m_waiting.enqueue(m_written + m_page->bytesToWrite());
     m_page->flush(); // now, not after a turn of the event loop

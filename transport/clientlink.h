@@ -56,6 +56,16 @@ public:
     /// Bytes that the page has still to read, what the kernel keeps excepted.
     qint64 unread() const;
 
+    /// \name For the status of the server
+    ///@{
+    quint64 framesSent() const { return m_framesSent; }
+    quint64 framesDropped() const { return m_framesDropped; }
+    /// Remembers what the page has sent; see lastText().
+    void noteText(const QString &text) { m_lastText = text.left(longestName); }
+    /// The beginning of the page's last text, long enough for the name of a command.
+    QString lastText() const { return m_lastText; }
+    ///@}
+
     /// Replaces the limits.
     void setLimits(const Limits &limits) { m_limits = limits; }
 
@@ -91,6 +101,10 @@ private:
     base::Clock::TimePoint m_lastRead{};
     qint64 m_unread = 0; // when it was last looked at
     bool m_told = false; // that its commands wait
+    static constexpr int longestName = 64;
+    QString m_lastText;
+    quint64 m_framesSent = 0;
+    quint64 m_framesDropped = 0;
     qint64 m_written = 0; // bytes written since the queue was last empty
     QQueue<qint64> m_waiting; // end of each queued frame, counted like m_written
 };

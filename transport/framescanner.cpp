@@ -13,6 +13,7 @@ constexpr uchar controlBit = 0x08;
 constexpr uchar maskBit = 0x80;
 constexpr uchar lengthBits = 0x7F;
 
+constexpr uchar closeOpcode = 8;
 constexpr uchar lastDataOpcode = 2; // continuation 0, text 1, binary 2
 constexpr uchar lastControlOpcode = 10; // close 8, ping 9, pong 10
 constexpr uchar twoByteLength = 126;
@@ -74,6 +75,7 @@ FrameScanner::Frame FrameScanner::look(const uchar *bytes, qint64 count) const
 
     const uchar opcode = bytes[0] & opcodeBits;
     frame.control = (opcode & controlBit) != 0;
+    frame.closes = opcode == closeOpcode;
     const quint64 before = opcode == 0 ? m_unfinished : 0;
     if (!frame.control && (payload > m_longest || before > m_longest - payload)) {
         return refuse(QWebSocketProtocol::CloseCodeTooMuchData, "the message is too long");

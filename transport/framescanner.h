@@ -20,6 +20,7 @@ public:
         quint64 message = 0; ///< payload bytes of its message up to and including this frame
         bool endsMessage = false; ///< no data of this message follows (always for control frames)
         bool control = false;
+        bool closes = false; ///< a close frame: the goodbye
         quint16 refusal = 0; ///< close code for a frame that must be refused, 0 for a good one
         const char *reason = ""; ///< of the refusal
     };

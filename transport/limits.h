@@ -29,6 +29,8 @@ struct Limits
 
     /// How long one page's commands may run before the other pages have their turn.
     std::chrono::milliseconds turn{50};
+    /// How long the last commands of a page that leaves may run; what is left then is dropped.
+    std::chrono::milliseconds farewell = std::chrono::seconds(1);
     /// Texts of one page that wait to be carried out; beyond it nothing is read from the page.
     int waitingTexts = 10000;
     qint64 waitingBytes = 64 * MiB; ///< the same in bytes of memory

@@ -39,6 +39,7 @@ PageSocket::PageSocket(std::shared_ptr<PageSockets> shared, qintptr descriptor, 
     connect(&m_feedLater, &QTimer::timeout, this, &PageSocket::feed);
     // The first of all who listen to it.
     connect(this, &QTcpSocket::readyRead, this, &PageSocket::enterReadyRead);
+    connect(this, QOverload<SocketError>::of(&QTcpSocket::error), this, &PageSocket::takeLast);
     if (setSocketDescriptor(descriptor)) {
         m_peer = QStringLiteral("%1-%2").arg(peerAddress().toString()).arg(peerPort());
     }
@@ -98,6 +99,21 @@ void PageSocket::leaveReadyRead()
     takeQueuedReads();
     m_view = View::Everything;
     feed();
+}
+
+/// The page has gone. What it sent before is handed out, but for what would take long.
+void PageSocket::takeLast(SocketError error)
+{
+    if (error != RemoteHostClosedError || m_feeding || m_refused || m_paused || !m_webSocket) {
+        return;
+    }
+    m_feeding = true;
+    m_view = View::Everything;
+    const auto end = now() + m_shared->limits.farewell;
+    while (!m_refused && state() == ConnectedState && now() <= end && feedFrame()) {
+        Q_EMIT frameTaken();
+    }
+    m_feeding = false;
 }
 
 /// Lets QWebSocket read now: its connection to readyRead() is a queued one in some versions of Qt.
@@ -222,6 +238,12 @@ bool PageSocket::feedFrame()
     }
 
     m_needed = 0;
+    if (frame.closes) {
+        Q_EMIT goodbyeCame();
+        if (m_refused || state() != ConnectedState) {
+            return false;
+        }
+    }
     m_scanner.advance(frame);
     m_frameStart = buffered;
     m_frameSize = qint64(frame.size);

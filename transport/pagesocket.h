@@ -116,6 +116,8 @@ public:
 Q_SIGNALS:
     /// The head of the handshake is there, its empty line included; see awaitHead().
     void headArrived(const QByteArray &head);
+    /// The page says goodbye. QWebSocket is still to answer it: nothing can be sent after that.
+    void goodbyeCame();
     /// QWebSocket has dealt with a frame; commands may be carried out here.
     void frameTaken();
     /// The page has been refused; it gets nothing any more, and will disconnect.
@@ -129,6 +131,7 @@ private:
 
     void enterReadyRead();
     void leaveReadyRead();
+    void takeLast(SocketError error);
     void takeQueuedReads();
     void checkHandshake();
     void feed();

@@ -2,12 +2,14 @@
 #include "transport/websocketservermanager.h"
 
 #include "access/accesscontrol.h"
+#include "base/logtext.h"
 #include "camera/captureimgthread.h"
 #include "camera/stoprecthread.h"
 #include "companionclients/companionclient.h"
 #include "companionclients/signsouthinterface.h"
 #include "companionclients/webbrowser.h"
 #include "dispatch/clientqueue.h"
+#include "dispatch/commandfacts.h"
 #include "dispatch/devicetext.h"
 #include "dispatch/loggedtext.h"
 #include "dispatch/messagerun.h"
@@ -31,6 +33,16 @@ namespace {
 QString clientKey(const QString &ip, int port)
 {
     return QStringLiteral("%1-%2").arg(ip).arg(port);
+}
+
+/// The name alone: what isn't a known command may be anything, and hold anything.
+QString commandName(const QString &text)
+{
+    if (text.isEmpty() || text[0] == QLatin1Char('#') || text[0] == QLatin1Char('@')) {
+        return text.left(1);
+    }
+    const QString name = text.section(QLatin1Char('('), 0, 0);
+    return commands::factsOf(name) ? name : QStringLiteral("(unknown)");
 }
 
 /// Without an early exit, so that the compiler can vectorize the loop.
@@ -96,6 +108,7 @@ void WebSocketServerManager::websocke_server_start(QHostAddress address, quint16
         connect(m_listener, &PageListener::tick, this, &WebSocketServerManager::checkTimes);
         m_listener->setAccess(m_access);
         m_messageRun->clientQueue()->setTurn(m_limits.turn);
+        m_messageRun->clientQueue()->setFarewell(m_limits.farewell);
     }
     m_listenAddress = address;
     m_listenPort = port;
@@ -165,8 +178,8 @@ void WebSocketServerManager::slot_newConnection()
             &WebSocketServerManager::slot_textMessageReceived);
     ClientQueue *queue = m_messageRun->clientQueue();
     connect(page, &PageSocket::frameTaken, queue, [queue, socket] { queue->run(socket); });
-    // A page that says goodbye, or is refused, has no commands any more.
-    connect(socket, &QWebSocket::aboutToClose, queue, [queue, socket] { queue->forget(socket); });
+    connect(page, &PageSocket::goodbyeCame, this, [this, socket, page] { leave(socket, page); });
+    // One that is refused has no commands any more.
     connect(page, &PageSocket::refused, this, [this, queue, socket, page](int closeCode) {
         queue->forget(socket);
         if (closeCode == QWebSocketProtocol::CloseCodeTooMuchData && m_access
@@ -236,6 +249,7 @@ void WebSocketServerManager::slot_textMessageReceived(const QString &message)
         return;
     }
     link->page()->noteText();
+    link->noteText(message);
     m_messageRun->clientQueue()->push(socket, message);
     pauseOrResume(link);
 }
@@ -383,12 +397,13 @@ void WebSocketServerManager::slot_disconnected()
     if (!socket) {
         return;
     }
+    ClientLink *link = m_links.value(socket);
+    leave(socket, link ? link->page() : nullptr);
     gpWebSocket = nullptr; // no matter which page has left
-    m_messageRun->clientQueue()->forget(socket);
     if (stopsPreviews(socket)) {
         stopPreviews();
     }
-    ClientLink *link = m_links.take(socket);
+    m_links.remove(socket);
     m_unreadNoted.remove(link);
     if (link && m_clients.value(link->page()->peer()) == socket) {
         m_clients.remove(link->page()->peer());
@@ -408,6 +423,15 @@ void WebSocketServerManager::slot_closed()
     }
     stopPreviews();
     Q_EMIT signal_close();
+}
+
+/// What a page sent before it leaves is carried out; not what would take long.
+void WebSocketServerManager::leave(QWebSocket *socket, PageSocket *page)
+{
+    const int dropped = m_messageRun->clientQueue()->leave(socket);
+    if (dropped > 0 && page) {
+        page->log(QStringLiteral("has left: %1 of its commands are dropped").arg(dropped));
+    }
 }
 
 bool WebSocketServerManager::stopsPreviews(QWebSocket *leaving) const
@@ -470,12 +494,43 @@ void WebSocketServerManager::slot_frame(const QByteArray &bytes)
         slot_captureImgThread(text);
         return;
     }
+    const auto started = std::chrono::steady_clock::now();
     QByteArray &frame = m_frames[m_nextFrame++ % m_frames.size()];
     ClientLink::webSocketTextFrame(text, frame);
     const auto links = m_links;
     for (ClientLink *link : links) {
         link->sendFrame(frame);
     }
+    const std::chrono::nanoseconds taken = std::chrono::steady_clock::now() - started;
+    m_frameSending += m_frameSending.count() == 0 ? taken : (taken - m_frameSending) / 16;
+}
+
+PagesStatus WebSocketServerManager::pages(int most) const
+{
+    PagesStatus pages;
+    pages.count = m_links.size();
+    pages.first.reserve(qMin(most, pages.count));
+    for (auto each = m_links.cbegin(); each != m_links.cend(); ++each) {
+        pages.bytesWaiting += each.value()->unread();
+        if (pages.first.size() < most) {
+            pages.first.append(pageStatus(each.key(), *each.value()));
+        }
+    }
+    return pages;
+}
+
+PageStatus WebSocketServerManager::pageStatus(QWebSocket *socket, const ClientLink &link) const
+{
+    constexpr int longestOrigin = 256;
+    PageStatus page;
+    page.address = link.page()->peer();
+    page.origin = base::oneLine(socket->origin().left(longestOrigin));
+    page.framesSent = link.framesSent();
+    page.framesDropped = link.framesDropped();
+    page.bytesWaiting = link.unread();
+    page.textsWaiting = m_messageRun->clientQueue()->waitingTexts(socket);
+    page.lastCommand = commandName(link.lastText());
+    return page;
 }
 
 QWebSocket *WebSocketServerManager::client(const QString &ip, int port) const

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "transport/limits.h"
+#include "transport/pagestatus.h"
 
 #include <QAbstractSocket>
 #include <QHash>
@@ -14,6 +15,7 @@
 #include <QWebSocketServer>
 
 #include <array>
+#include <chrono>
 
 namespace accesspolicy {
 class AccessControl;
@@ -21,6 +23,7 @@ class AccessControl;
 class ClientLink;
 class MessageRun;
 class PageListener;
+class PageSocket;
 
 /**
  * The server's endpoint: accepts pages, keeps the table of their connections, routes what they
@@ -61,6 +64,12 @@ public:
 
     /// The port listened on, 0 if not running; useful after a start at port 0.
     quint16 port() const;
+
+    /// The pages that are connected now, and what they were sent: all in sum, `most` one by one.
+    PagesStatus pages(int most) const;
+
+    /// Running mean of the time that it takes to send a preview frame to all pages.
+    std::chrono::nanoseconds frameSending() const { return m_frameSending; }
 
     /// The dispatcher, owned by this object.
     MessageRun *dispatcher() const { return m_messageRun; }
@@ -105,7 +114,9 @@ public Q_SLOTS:
 private:
     template <class Worker> void broadcastMessagesOf(Worker *worker);
     QWebSocket *client(const QString &ip, int port) const;
+    PageStatus pageStatus(QWebSocket *socket, const ClientLink &link) const;
     void stopPreviews();
+    void leave(QWebSocket *socket, PageSocket *page);
     void carryOut(QWebSocket *socket, const QString &message);
     void route(const QString &message, QWebSocket *socket);
     void deliver(const QString &message, QWebSocket *socket);
@@ -143,4 +154,5 @@ private:
     QHash<QWebSocket *, ClientLink *> m_links; // of all open connections
     std::array<QByteArray, 4> m_frames; // reused in turn; those being written are still shared
     std::size_t m_nextFrame = 0;
+    std::chrono::nanoseconds m_frameSending{};
 };

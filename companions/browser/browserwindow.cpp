@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "companions/browser/browserwindow.h"
 
+#include "base/display.h"
 #include "base/logtext.h"
 #include "companions/common/customerscreen.h"
 
@@ -92,6 +93,7 @@ BrowserWindow::BrowserWindow(const BrowserTimes &times)
     m_settling.setInterval(times.settle);
     m_browser.setProcessChannelMode(QProcess::MergedChannels);
     m_browser.setStandardInputFile(QProcess::nullDevice());
+    m_browser.setProcessEnvironment(base::desktopEnvironment());
     connect(&m_settling, &QTimer::timeout, this, &BrowserWindow::opened);
     connect(&m_browser, &QProcess::readyRead, this, &BrowserWindow::keepLastOutput);
     connect(&m_browser, QOverload<int, QProcess::ExitStatus>::of(&QProcess::finished), this,

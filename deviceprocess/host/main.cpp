@@ -5,6 +5,7 @@
 // with the server.
 
 #include "base/display.h"
+#include "base/freememory.h"
 #include "base/mainthread.h"
 #include "base/memorylimit.h"
 #include "deviceprocess/host/callerlink.h"
@@ -167,6 +168,7 @@ int main(int argc, char **argv)
     base::allowNoDisplay();
     QApplication application(argc, argv);
     QApplication::setQuitOnLastWindowClosed(false);
+    base::returnFreeMemory();
 
     // [library] of devices.ini, as the server read it.
     const auto path = [](const char *variable, const char *usual) {

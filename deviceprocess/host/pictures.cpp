@@ -5,6 +5,20 @@
 
 namespace deviceprocess {
 
+namespace {
+
+/// A color table would have to travel, too. Grey stays grey: its JPEG has one component.
+QImage withoutColorTable(const QImage &picture)
+{
+    if (picture.colorCount() == 0) {
+        return picture;
+    }
+    return picture.convertToFormat(picture.allGray() ? QImage::Format_Grayscale8
+                                                     : QImage::Format_RGB32);
+}
+
+} // namespace
+
 bool Pictures::writeShared(Writer &writer, PictureHeader header, const uchar *pixels, Held held)
 {
     Segment segment;
@@ -57,13 +71,17 @@ void Pictures::write(Writer &writer, const QImage &picture)
         writer.value(header);
         return;
     }
-    // One without a color table: that would have to travel, too.
-    const QImage plain =
-        picture.colorCount() > 0 ? picture.convertToFormat(QImage::Format_RGB32) : picture;
+    const QImage plain = withoutColorTable(picture);
     header.width = plain.width();
     header.height = plain.height();
     header.format = plain.format();
     header.bytesPerLine = std::uint64_t(plain.bytesPerLine());
+    const QImage usual(1, 1, QImage::Format_Grayscale8); // as the display has it
+    if (plain.dotsPerMeterX() != usual.dotsPerMeterX()
+        || plain.dotsPerMeterY() != usual.dotsPerMeterY()) {
+        header.dotsPerMeterX = plain.dotsPerMeterX();
+        header.dotsPerMeterY = plain.dotsPerMeterY();
+    }
     if (writeShared(writer, header, plain.constBits(), {{}, plain})) {
         return;
     }

@@ -3,12 +3,11 @@
 
 #include "deviceprocess/stub/mappedpictures.h"
 #include "deviceprocess/stub/owedresults.h"
+#include "deviceprocess/stub/spawn.h"
 
 #include <QFile>
 #include <QStringList>
 #include <QtDebug>
-#include <fcntl.h>
-#include <spawn.h>
 #include <sys/socket.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
@@ -34,8 +33,6 @@ constexpr milliseconds pingAfter{500}; ///< A call that takes longer makes us as
 constexpr milliseconds lookEvery{100}; ///< During a call, whether the process has been stopped.
 constexpr milliseconds pongLimit{
     1000}; ///< For a thread of the process that has nothing else to do.
-constexpr int lowestDescriptor = 10; ///< Ours are above those that the process gets as 3 and 4.
-constexpr int longestSetting = 1 << 20; ///< In bytes: more is not kept for a new process.
 constexpr int eventsPerSecond = 2000; ///< What no camera or reader says; the process runs wild.
 
 thread_local quint64 threadGeneration = 0;
@@ -45,61 +42,9 @@ milliseconds scaled(milliseconds time, double factor)
     return milliseconds(qint64(double(time.count()) * factor));
 }
 
-/// A descriptor that is not among those which posix_spawn fills.
-bool moveUp(int *descriptor)
-{
-    const int moved = fcntl(*descriptor, F_DUPFD_CLOEXEC, lowestDescriptor);
-    close(*descriptor);
-    *descriptor = moved;
-    return moved >= 0;
-}
-
-/**
- * Starts the program with `control` and `events` as descriptors 3 and 4, in a process group of its
- * own, so that its children end with it. Its name on the process list is "devicehost" alone: the
- * server's own name in a path would count as a second server.
- */
-int spawn(const QByteArray &program, const std::vector<QByteArray> &furtherEnvironment, int control,
-          int events, pid_t *pid)
-{
-    posix_spawn_file_actions_t actions;
-    posix_spawn_file_actions_init(&actions);
-    posix_spawn_file_actions_addopen(&actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
-    posix_spawn_file_actions_adddup2(&actions, control, 3);
-    posix_spawn_file_actions_adddup2(&actions, events, 4);
-    posix_spawnattr_t attributes;
-    posix_spawnattr_init(&attributes);
-    sigset_t none;
-    sigemptyset(&none);
-    posix_spawnattr_setsigmask(&attributes, &none);
-    posix_spawnattr_setpgroup(&attributes, 0);
-    posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETPGROUP | POSIX_SPAWN_SETSIGMASK);
-    char name[] = "devicehost";
-    char *const arguments[] = {name, nullptr};
-    std::vector<char *> variables;
-    for (char **variable = environ; *variable; ++variable) {
-        variables.push_back(*variable);
-    }
-    for (const QByteArray &variable : furtherEnvironment) {
-        variables.push_back(const_cast<char *>(variable.constData()));
-    }
-    variables.push_back(nullptr);
-    const int error =
-        posix_spawn(pid, program.constData(), &actions, &attributes, arguments, variables.data());
-    posix_spawnattr_destroy(&attributes);
-    posix_spawn_file_actions_destroy(&actions);
-    return error;
-}
-
 QString nameOf(FunctionId function)
 {
     return QString::fromLatin1(functionName(std::uint32_t(function)));
-}
-
-QByteArray previewKey(FunctionId function)
-{
-    const bool isFourth = function == FunctionId::bStartPlay4 || function == FunctionId::bStopPlay4;
-    return isFourth ? "fourth preview" : "preview";
 }
 
 /// Passes a line of the host on to the server's log. The body: its QtMsgType, then the text.
@@ -189,6 +134,32 @@ int DeviceHost::restarts() const
     return m_restarts;
 }
 
+std::optional<DeviceHost::Status> DeviceHost::status() const
+{
+    std::unique_lock<std::mutex> lock(m_mutex, std::try_to_lock);
+    for (int tries = 0; !lock && tries < 10; ++tries) {
+        std::this_thread::sleep_for(std::chrono::microseconds(100));
+        lock.try_lock();
+    }
+    if (!lock) {
+        return {};
+    }
+    const auto now = Clock::now();
+    const auto since = [now](Clock::time_point time) {
+        return std::chrono::duration_cast<milliseconds>(now - time);
+    };
+    Status status;
+    status.pid = m_pid;
+    status.restarts = m_restarts;
+    status.lastReason = m_lastReason.toUtf8();
+    status.running = m_pid > 0 ? since(m_started) : milliseconds(0);
+    for (const auto &call : m_underWay) {
+        status.calls.push_back(
+            {functionName(std::uint32_t(call.second.function)), since(call.second.since)});
+    }
+    return status;
+}
+
 void DeviceHost::setTimeLimits(const TimeLimits &limits)
 {
     m_callFactor = limits.callFactor;
@@ -251,62 +222,17 @@ int DeviceHost::newCaller(bool isMainThread)
     return sockets[0];
 }
 
-void DeviceHost::keepSetting(FunctionId function, FunctionKind kind, const QByteArray &arguments)
-{
-    if (kind != FunctionKind::Setting && kind != FunctionKind::SettingOf) {
-        return;
-    }
-    QByteArray key = functionName(std::uint32_t(function));
-    if (kind == FunctionKind::SettingOf) {
-        key += arguments.left(int(sizeof(int)));
-    }
-    forgetSetting({function, key, {}});
-    if (arguments.size() > longestSetting) {
-        qWarning().noquote() << "device process: the setting of" << nameOf(function)
-                             << "is too long to be repeated";
-        return;
-    }
-    const std::lock_guard<std::mutex> lock(m_mutex);
-    m_settings.push_back({function, key, arguments});
-}
-
-/// Before the call: one that ends the process closes the preview as well.
-void DeviceHost::forgetPreview(FunctionId function, FunctionKind kind)
-{
-    if (kind == FunctionKind::Opening || kind == FunctionKind::Closing) {
-        forgetSetting({function, previewKey(function), {}});
-    }
-}
-
-/// A preview that is open is opened again in a new process, before anybody notices more than a gap.
-void DeviceHost::keepPreview(FunctionId function, FunctionKind kind, const QByteArray &arguments,
-                             const Message &reply)
-{
-    Reader answer(reply);
-    if (kind == FunctionKind::Opening && answer.value<bool>()) {
-        const std::lock_guard<std::mutex> lock(m_mutex);
-        m_settings.push_back({function, previewKey(function), arguments});
-    }
-}
-
-void DeviceHost::forgetSetting(const Setting &setting)
-{
-    const std::lock_guard<std::mutex> lock(m_mutex);
-    m_settings.remove_if([&](const Setting &one) { return one.key == setting.key; });
-}
-
 bool DeviceHost::call(FunctionId function, FunctionKind kind, const Writer &arguments,
                       Message *reply)
 {
-    keepSetting(function, kind, arguments.body());
-    forgetPreview(function, kind);
+    m_settings.noteCall(function, kind, arguments.body());
     const auto until = deadline(function);
     bool isAnswered = attempt(function, arguments, until, reply);
     if (!isAnswered && kind == FunctionKind::Frame && isReplaced(threadGeneration, until)) {
         isAnswered = attempt(function, arguments, until, reply);
     }
     if (isAnswered) {
-        keepPreview(function, kind, arguments.body(), *reply);
+        m_settings.noteReply(function, kind, arguments.body(), *reply);
     }
     return isAnswered;
 }
@@ -333,7 +259,7 @@ bool DeviceHost::attempt(FunctionId function, const Writer &arguments, Clock::ti
     threadGeneration = link->generation;
     {
         const std::lock_guard<std::mutex> lock(m_mutex);
-        m_underWay[std::this_thread::get_id()] = function;
+        m_underWay[std::this_thread::get_id()] = {function, Clock::now()};
     }
     const Received result = exchange(*link, function, arguments, until, reply);
     {
@@ -502,7 +428,7 @@ bool DeviceHost::start()
                 environment.push_back("DEVICEHOST_FOLDERS=" + m_folders);
             }
         }
-        error = spawn(QFile::encodeName(m_program), environment, control[1], events[1], &pid);
+        error = spawnHost(QFile::encodeName(m_program), environment, control[1], events[1], &pid);
     }
     closeDescriptor(&control[1]);
     closeDescriptor(&events[1]);
@@ -558,26 +484,24 @@ bool DeviceHost::waitUntilUp()
 
 bool DeviceHost::sendSettings()
 {
-    std::list<Setting> settings;
     Connection own;
     {
         const std::lock_guard<std::mutex> lock(m_mutex);
         if (m_generation == 1) {
             return true; // the first call of all sets what it sets
         }
-        settings = m_settings;
         own.generation = m_generation;
         own.socket = newCaller(false);
     }
     const auto until = Clock::now() + m_startLimit.load();
-    for (const Setting &setting : settings) {
+    for (const KeptSettings::Setting &setting : m_settings.all()) {
         Writer arguments;
         arguments.raw(setting.arguments);
         Message reply;
         if (own.socket < 0
             || exchange(own, setting.function, arguments, until, &reply) != Received::Message) {
             // Once more might end the next process as well.
-            forgetSetting(setting);
+            m_settings.forget(setting);
             end(own.generation, nameOf(setting.function) + QStringLiteral(" was not answered"));
             return false;
         }
@@ -646,7 +570,7 @@ QString DeviceHost::callsUnderWay() const
         names << nameOf(function);
     }
     for (const auto &call : m_underWay) {
-        names << nameOf(call.second);
+        names << nameOf(call.second.function);
     }
     return names.isEmpty() ? QStringLiteral("no call") : names.join(QStringLiteral(", "));
 }
@@ -680,6 +604,7 @@ void DeviceHost::reap()
                 : QStringLiteral("status %1").arg(WEXITSTATUS(status));
         }
     }
+    m_lastReason = QStringLiteral("%1: %2").arg(callsUnderWay(), how);
     if (m_state != State::Stopping) {
         qWarning().noquote() << QStringLiteral("device process: ended during %1 (%2); restart %3")
                                     .arg(callsUnderWay(), how)

@@ -1,8 +1,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
-#include "deviceprocess/arguments.h"
-#include "deviceprocess/wire.h"
+#include "deviceprocess/stub/keptsettings.h"
 
 #include <QByteArray>
 #include <QString>
@@ -12,10 +11,10 @@
 #include <chrono>
 #include <condition_variable>
 #include <cstdint>
-#include <list>
 #include <map>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <thread>
 #include <utility>
 #include <vector>
@@ -93,16 +92,32 @@ public:
     /// How often it was started after the first time.
     int restarts() const;
 
+    /// The process, for the status of the server.
+    struct Status
+    {
+        struct Call
+        {
+            const char *function;
+            std::chrono::milliseconds since;
+        };
+
+        pid_t pid = 0; ///< 0 while none runs
+        int restarts = 0;
+        QByteArray lastReason; ///< why the last one ended, in UTF-8; empty: none has
+        std::chrono::milliseconds running{}; ///< since when it does
+        std::vector<Call> calls; ///< under way
+    };
+
+    /**
+     * Calls nothing of the library, and waits for at most a millisecond or two: the lock is held
+     * while something is sent to the process.
+     * \return nullopt when it would take longer
+     */
+    std::optional<Status> status() const;
+
 private:
     enum class State { Idle, Starting, Running, Waiting, Stopping };
     struct Connection;
-    /// A call that a new process gets first.
-    struct Setting
-    {
-        FunctionId function;
-        QByteArray key; ///< A later call with the same one takes its place.
-        QByteArray arguments;
-    };
 
     std::shared_ptr<Connection> connection(Clock::time_point until);
     bool isUsable(const Connection &connection) const;
@@ -115,11 +130,6 @@ private:
     bool isReplaced(quint64 generation, Clock::time_point until);
     bool hasStopped(quint64 generation);
     bool isAlive(quint64 generation);
-    void keepSetting(FunctionId function, FunctionKind kind, const QByteArray &arguments);
-    void forgetPreview(FunctionId function, FunctionKind kind);
-    void keepPreview(FunctionId function, FunctionKind kind, const QByteArray &arguments,
-                     const Message &reply);
-    void forgetSetting(const Setting &setting);
     void end(quint64 generation, const QString &reason);
 
     void supervise();
@@ -140,6 +150,7 @@ private:
     std::atomic<bool> m_isTaking{false}; ///< The supervisor is busy with an event.
     std::vector<QByteArray> m_environment;
     QByteArray m_folders; ///< Guarded by m_mutex.
+    KeptSettings m_settings;
     mutable std::mutex m_mutex;
     std::condition_variable m_changed;
     std::thread m_supervisor;
@@ -156,8 +167,13 @@ private:
     /// When the oldest ping without an answer was sent, or the last event since; else unset.
     Clock::time_point m_pinged;
     bool m_isPausing = false; ///< Between two processes, as they keep dying.
-    std::list<Setting> m_settings; ///< In the order of their last calls.
-    std::map<std::thread::id, FunctionId> m_underWay;
+    QString m_lastReason; ///< Why the process before this one ended.
+    struct UnderWay
+    {
+        FunctionId function;
+        Clock::time_point since;
+    };
+    std::map<std::thread::id, UnderWay> m_underWay;
     std::vector<FunctionId> m_lost; ///< Calls that failed with this process.
 };
 

@@ -228,6 +228,8 @@ bool readPicture(Reader &reader, const MakeRelease &release, QImage *picture)
     *picture = QImage(
         data, header.width, header.height, int(header.bytesPerLine), format,
         [](void *held) { delete static_cast<Pixels *>(held); }, pixels.release());
+    picture->setDotsPerMeterX(header.dotsPerMeterX);
+    picture->setDotsPerMeterY(header.dotsPerMeterY);
     return !picture->isNull();
 }
 

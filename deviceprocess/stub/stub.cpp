@@ -8,6 +8,9 @@
 #include <QCoreApplication>
 #include <QFile>
 #include <QFileInfo>
+#include <QJsonArray>
+#include <QJsonDocument>
+#include <QJsonObject>
 #include <QSettings>
 #include <QtDebug>
 #include <dlfcn.h>
@@ -15,6 +18,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cstring>
 
 namespace deviceprocess {
 
@@ -119,6 +123,42 @@ extern "C" bool restrictDeviceProcess(const char *folders)
     }
     deviceprocess::DeviceHost::instance().setFolders(folders);
     return true;
+}
+
+/**
+ * For the server, which looks for it at run time, as the function above.
+ * \param json    receives one object, terminated by NUL: pid, restarts, ... or "inside" or "busy"
+ * \return its length; 0 if it takes more than `size` bytes
+ */
+extern "C" int deviceProcessStatus(char *json, int size)
+{
+    using deviceprocess::setting;
+    static const QString library = setting("camera"); // one process has one
+    static const bool isInside = setting("process") == QLatin1String("inside");
+    QJsonObject object{{QStringLiteral("library"),
+                        library.isEmpty() ? QStringLiteral("libportabledoccamera.so") : library}};
+    if (isInside) {
+        object.insert(QStringLiteral("inside"), true);
+    } else if (const auto status = deviceprocess::DeviceHost::instance().status()) {
+        object.insert(QStringLiteral("pid"), int(status->pid));
+        object.insert(QStringLiteral("restarts"), status->restarts);
+        object.insert(QStringLiteral("lastReason"), QString::fromUtf8(status->lastReason));
+        object.insert(QStringLiteral("runningSeconds"), double(status->running.count()) / 1000);
+        QJsonArray calls;
+        for (const auto &call : status->calls) {
+            calls.append(QJsonObject{{QStringLiteral("function"), QLatin1String(call.function)},
+                                     {QStringLiteral("forMs"), double(call.since.count())}});
+        }
+        object.insert(QStringLiteral("calls"), calls);
+    } else {
+        object.insert(QStringLiteral("busy"), true);
+    }
+    const QByteArray text = QJsonDocument(object).toJson(QJsonDocument::Compact);
+    if (text.size() >= size) {
+        return 0;
+    }
+    std::memcpy(json, text.constData(), std::size_t(text.size()) + 1);
+    return text.size();
 }
 
 namespace deviceprocess {

@@ -3,6 +3,7 @@
 #include "portable/base/failure.h"
 #include "portable/camera/cameraset.h"
 #include "portable/camera/camerasources.h"
+#include "portable/camera/capturebutton.h"
 
 #include <atomic>
 
@@ -201,14 +202,16 @@ int igetBookScannerMode()
     return int(settings().bookMode());
 }
 
-void vSetCapturePin(void (*)(int, int, int, unsigned int, int, void *))
+void vSetCapturePin(void (*listener)(int, int, int, unsigned int, int, void *))
 {
-    // Camera buttons are vendor-specific, so this library can't listen to any.
-    static std::atomic<bool> isSaid{false};
-    if (!isSaid.exchange(true)) {
-        qInfo("portable: capture buttons are not supported by this library: pages that asked for "
-              "one get no events");
-    }
+    using Listener = void (*)(int, int, int, unsigned int, int, void *);
+    static std::atomic<Listener> current{nullptr};
+    current = listener;
+    static const portable::CaptureButton button([] {
+        if (const Listener heard = current) {
+            heard(1, 0, 0, 0, 0, nullptr);
+        }
+    });
 }
 
 } // namespace portable::api

@@ -1,9 +1,9 @@
 // SPDX-License-Identifier: MIT
 #include "portable/base/helperprogram.h"
 
+#include "portable/base/module.h"
+
 #include <QFile>
-#include <QFileInfo>
-#include <dlfcn.h>
 #include <spawn.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -17,16 +17,6 @@
 namespace portable {
 
 namespace {
-
-/// Beside the file that this code was loaded from.
-QByteArray pathOfProgram(const char *name)
-{
-    static const char here = 0;
-    Dl_info info{};
-    const bool isKnown = ::dladdr(&here, &info) != 0;
-    const QFileInfo file(isKnown ? QFile::decodeName(info.dli_fname) : QString());
-    return QFile::encodeName(file.absolutePath()) + '/' + name;
-}
 
 /// \return an error number, 0 for none
 int start(const QByteArray &path, int standardInput, int standardOutput, pid_t *process)
@@ -58,7 +48,7 @@ int start(const QByteArray &path, int standardInput, int standardOutput, pid_t *
 
 HelperProgram::HelperProgram(const char *name, int standardInput, int standardOutput)
 {
-    const QByteArray path = pathOfProgram(name);
+    const QByteArray path = QFile::encodeName(besideLibrary(QString::fromLatin1(name)));
     const int error = start(path, standardInput, standardOutput, &m_process);
     if (error != 0) {
         throw std::runtime_error(path.toStdString() + ": " + std::strerror(error));

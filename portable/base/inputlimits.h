@@ -45,6 +45,9 @@ constexpr qint64 jpegScanPixels = 4'000'000'000;
 /// From the first byte of a picture to the last. The largest take 2 to 3 s on a fast machine.
 constexpr std::chrono::seconds decoding{10};
 
+/// Of a video. 8K has 33 million.
+constexpr qint64 videoPixels = 40'000'000;
+
 // Documents and the disk.
 
 /// What stays free on a disk; see diskspace.h.

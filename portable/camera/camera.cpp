@@ -39,6 +39,7 @@ bool Camera::start()
     }
     logInfo() << cameraName(m_number) << "started:" << m_source->name() + QLatin1Char(',')
               << sizeText(size());
+    m_lastTaken = m_clock.now();
     m_thread = std::thread(&Camera::run, this);
     return true;
 }
@@ -60,9 +61,10 @@ void Camera::stop()
 bool Camera::nextFrame(quint64 &last, cv::Mat &frame)
 {
     std::unique_lock<std::mutex> lock(m_mutex);
-    m_clock.waitFor(m_published, lock, frameTimeout,
-                    [&] { return m_stop || (m_hasFrame && m_sequence > last); });
-    if (!m_hasFrame || m_sequence <= last) {
+    m_lastTaken = m_clock.now();
+    const auto isNew = [&] { return m_hasFrame && !m_isStale && m_sequence > last; };
+    m_clock.waitFor(m_published, lock, frameTimeout, [&] { return m_stop || isNew(); });
+    if (!isNew()) {
         frame.release();
         return false;
     }
@@ -75,12 +77,18 @@ bool Camera::currentFrame(cv::Mat &frame)
 {
     const Settings::View settings = m_settings.view(m_number);
     std::unique_lock<std::mutex> lock(m_mutex);
+    m_lastTaken = m_clock.now();
     const auto isWanted = [&] { return m_resolution == settings.resolution; };
     const auto timeout = isWanted() ? frameTimeout : resizeTimeout;
     m_clock.waitFor(m_published, lock, timeout,
-                    [&] { return !m_hasFrame || m_revision >= settings.revision; });
+                    [&] { return !m_hasFrame || (!m_isStale && m_revision >= settings.revision); });
     if (m_hasFrame && m_revision < settings.revision && !isWanted()) {
         logWarning() << cameraName(m_number) << "has no picture of the new size yet";
+        frame.release();
+        return false;
+    }
+    if (m_hasFrame && m_isStale) {
+        logWarning() << cameraName(m_number) << "delivers no new picture";
         frame.release();
         return false;
     }
@@ -178,11 +186,14 @@ void Camera::adjustSource(const Settings::View &settings)
     }
 }
 
-/// Reads a frame and publishes it.
+/// Reads a frame and publishes it, unless nobody wants one.
 bool Camera::grab(QString *error)
 {
     const Settings::View settings = m_settings.view(m_number);
     try {
+        if (m_source->canSkip() && isIdle(settings)) {
+            return m_source->skip(error);
+        }
         cv::Mat frame;
         if (!read(settings, frame, error)) {
             return false;
@@ -193,6 +204,16 @@ bool Camera::grab(QString *error)
         *error = QString::fromLocal8Bit(failure.what());
         return false;
     }
+}
+
+/// Whether nobody takes frames, so that the one there is from now on is out of date.
+bool Camera::isIdle(const Settings::View &settings)
+{
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    const bool isTaken = m_clock.now() < m_lastTaken + idleAfter;
+    const bool isUpToDate = m_hasFrame && m_revision == settings.revision;
+    m_isStale = isUpToDate && !isTaken;
+    return m_isStale;
 }
 
 bool Camera::read(const Settings::View &settings, cv::Mat &frame, QString *error)
@@ -232,6 +253,7 @@ void Camera::publish(const cv::Mat &frame, const cv::Size &size, const Settings:
         m_resolution = settings.resolution;
         m_sequence = ++lastSequence;
         m_hasFrame = true;
+        m_isStale = false;
     }
     m_published.notify_all();
 }

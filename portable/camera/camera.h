@@ -18,6 +18,9 @@ constexpr std::chrono::seconds frameTimeout{2}; ///< How long readers wait for a
 /// How long currentFrame() waits for the first frame of another size: some cameras adapt to the
 /// light first.
 constexpr std::chrono::seconds resizeTimeout{6};
+/// When nobody has taken a frame for so long, no more are decoded, where the source can do without.
+constexpr std::chrono::seconds idleAfter{3};
+static_assert(idleAfter > frameTimeout, "a waiting reader wants a frame");
 /// Between attempts to reopen a lost source; the first one is made at once.
 constexpr std::chrono::milliseconds reopenInterval{500};
 
@@ -72,9 +75,11 @@ public:
     bool nextFrame(quint64 &last, cv::Mat &frame);
 
     /**
-     * The newest frame, without waiting; after a change of settings, the first one taken with them.
-     * If that doesn't come in frameTimeout, the newest one; but never one of a former size.
-     * \return false, with `frame` empty, when there is none
+     * The newest frame, without waiting; after a change of settings, the first one taken with them,
+     * and after a time without readers (idleAfter), the next one. If that doesn't come in
+     * frameTimeout, the newest one; but never one of a former size, or from before that time.
+     * \return false, with `frame`
+     * empty, when there is none
      */
     bool currentFrame(cv::Mat &frame);
 
@@ -87,6 +92,7 @@ private:
     bool openSource(const Settings::View &settings, QString *error);
     void adjustSource(const Settings::View &settings);
     bool grab(QString *error);
+    bool isIdle(const Settings::View &settings);
     bool read(const Settings::View &settings, cv::Mat &frame, QString *error);
     cv::Mat processed(const cv::Mat &frame, const Orientation &orientation);
     void publish(const cv::Mat &frame, const cv::Size &size, const Settings::View &settings);
@@ -116,6 +122,8 @@ private:
     quint64 m_revision = 0; // of the settings m_frame was taken with
     cv::Size m_resolution; // requested in them
     bool m_hasFrame = false;
+    bool m_isStale = false; // later ones than m_frame have been skipped
+    base::Clock::TimePoint m_lastTaken; // when a reader came
     bool m_stop = false;
     base::Clock::TimePoint m_end = base::Clock::TimePoint::max();
 };

@@ -2,14 +2,10 @@
 #include "portable/camera/filesources.h"
 
 #include "portable/base/failure.h"
-#include "portable/base/filereader.h"
 #include "portable/picture/picturereader.h"
 
 #include <QDir>
-#include <QFile>
 #include <QImageReader>
-
-#include <limits>
 
 namespace portable {
 
@@ -33,21 +29,6 @@ QStringList pictures(const QString &path)
         paths << folder.filePath(name);
     }
     return paths;
-}
-
-/// Why the file can't be read; empty when it can.
-QString fileObstacle(const QString &path)
-{
-    QString error;
-    RegularFile file;
-    file.open(path, std::numeric_limits<qint64>::max(), &error);
-    return error;
-}
-
-/// With FFmpeg only: OpenCV's other backends take file names for patterns and pipelines.
-bool openVideo(cv::VideoCapture &video, const QString &path)
-{
-    return video.open(QFile::encodeName(path).toStdString(), cv::CAP_FFMPEG);
 }
 
 } // namespace
@@ -118,50 +99,38 @@ VideoSource::VideoSource(const QString &path)
 
 bool VideoSource::open(const cv::Size & /*wanted*/, QString *error)
 {
-    *error = fileObstacle(m_path);
-    if (!error->isEmpty()) {
+    m_video = VideoReader::open(m_path, error);
+    if (!m_video) {
         return false;
     }
-    if (!openVideo(m_video, m_path)) {
-        *error = QStringLiteral("not a video that can be read here");
-        return false;
-    }
-    const double rate = m_video.get(cv::CAP_PROP_FPS);
+    const double rate = m_video->framesPerSecond();
     m_framesPerSecond = rate >= 1 && rate <= 120 ? rate : 25; // some files have none
     return true;
 }
 
 void VideoSource::close()
 {
-    m_video.release();
-    m_pool.clear();
+    m_video.reset();
 }
 
 bool VideoSource::read(cv::Mat &frame, QString *error)
 {
-    const cv::Size size(int(m_video.get(cv::CAP_PROP_FRAME_WIDTH)),
-                        int(m_video.get(cv::CAP_PROP_FRAME_HEIGHT)));
-    frame = m_pool.take(size);
-    if (m_video.read(frame)) {
+    if (m_video && m_video->read(frame)) {
         return true;
     }
     // At the end. Reopening works with every container, seeking doesn't.
     if (!open({}, error)) {
         return false;
     }
-    if (m_video.read(frame)) {
-        return true;
-    }
-    *error = QStringLiteral("no frame of the video can be decoded here");
-    return false;
+    return m_video->read(frame)
+        || setError(QStringLiteral("no frame of the video can be decoded here"), error);
 }
 
 std::vector<cv::Size> VideoSource::sizes() const
 {
-    cv::VideoCapture video;
-    openVideo(video, m_path);
-    const cv::Size size(int(video.get(cv::CAP_PROP_FRAME_WIDTH)),
-                        int(video.get(cv::CAP_PROP_FRAME_HEIGHT)));
+    QString unused;
+    const auto video = VideoReader::open(m_path, &unused);
+    const cv::Size size = video ? video->size() : cv::Size();
     return size.empty() ? std::vector<cv::Size>() : std::vector<cv::Size>{size};
 }
 

@@ -4,10 +4,11 @@
 
 #include "base/clock.h"
 #include "portable/camera/framesource.h"
-#include "portable/picture/framepool.h"
+#include "portable/video/videoreader.h"
 
 #include <QStringList>
-#include <opencv2/videoio.hpp>
+
+#include <memory>
 
 namespace portable {
 
@@ -59,9 +60,8 @@ public:
 
 private:
     const QString m_path;
-    cv::VideoCapture m_video;
+    std::unique_ptr<VideoReader> m_video; // while open
     double m_framesPerSecond = 25;
-    FramePool m_pool;
 };
 
 } // namespace portable

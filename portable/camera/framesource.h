@@ -46,6 +46,16 @@ public:
      */
     virtual bool read(cv::Mat &frame, QString *error) = 0;
 
+    /// Whether skip() costs less than read().
+    virtual bool canSkip() const { return false; }
+
+    /// Waits for the next frame as read() does, and leaves it out.
+    virtual bool skip(QString *error)
+    {
+        cv::Mat unused;
+        return read(unused, error);
+    }
+
     /// How often to call read(); 0 when read() itself waits for the next frame.
     virtual double framesPerSecond() const = 0;
 

@@ -5,6 +5,7 @@
 #include "portable/camera/framesource.h"
 #include "portable/camera/usbdevices.h"
 #include "portable/camera/v4l2node.h"
+#include "portable/camera/v4l2pixels.h"
 
 #include <QDir>
 #include <QFile>
@@ -16,6 +17,7 @@
 #include <cerrno>
 #include <cstring>
 #include <limits>
+#include <set>
 
 namespace portable {
 
@@ -174,20 +176,39 @@ QString v4l2Labels(const V4l2Devices &devices)
     return labels.isEmpty() ? QStringLiteral("none") : labels.join(QStringLiteral(", "));
 }
 
+std::vector<unsigned> V4l2Formats::codesFor(const cv::Size &size) const
+{
+    std::vector<unsigned> listing;
+    std::vector<unsigned> others;
+    for (const auto &[code, codeSizes] : all) {
+        const bool lists = std::find(codeSizes.begin(), codeSizes.end(), size) != codeSizes.end();
+        (lists ? listing : others).push_back(code);
+    }
+    listing.insert(listing.end(), others.begin(), others.end());
+    return listing;
+}
+
 V4l2Formats v4l2Formats(const QString &path)
 {
-    V4l2Formats formats;
     const V4l2Node node(path);
-    std::vector<cv::Size> mjpegSizes;
+    std::set<unsigned> offered;
     auto format = zeroed<v4l2_fmtdesc>();
     format.type = V4L2_BUF_TYPE_VIDEO_CAPTURE;
     for (; node.ioctl(VIDIOC_ENUM_FMT, format); ++format.index) {
-        const bool isMjpeg = format.pixelformat == V4L2_PIX_FMT_MJPEG;
-        formats.hasMjpeg = formats.hasMjpeg || isMjpeg;
-        addSizes(isMjpeg ? mjpegSizes : formats.sizes, node, format.pixelformat);
+        offered.insert(format.pixelformat);
     }
-    if (!mjpegSizes.empty()) {
-        formats.sizes = mjpegSizes;
+    V4l2Formats formats;
+    for (const unsigned code : decodableCodes()) {
+        if (offered.count(code) == 0) {
+            continue;
+        }
+        std::vector<cv::Size> sizes;
+        addSizes(sizes, node, code);
+        if (formats.sizes.empty() || formats.all.front().first != V4L2_PIX_FMT_MJPEG
+            || formats.all.front().second.empty()) {
+            formats.sizes.insert(formats.sizes.end(), sizes.begin(), sizes.end());
+        }
+        formats.all.emplace_back(code, std::move(sizes));
     }
     sortSizes(formats.sizes);
     return formats;

@@ -5,6 +5,7 @@
 #include <opencv2/core.hpp>
 
 #include <functional>
+#include <utility>
 #include <vector>
 
 namespace portable {
@@ -43,11 +44,15 @@ const V4l2Device *findV4l2Device(const V4l2Devices &devices, const QString &text
 /// The labels of `devices`, for the log; "none" without any.
 QString v4l2Labels(const V4l2Devices &devices);
 
-/// What cv::VideoCapture can't tell about a node.
+/// What a node offers.
 struct V4l2Formats
 {
-    std::vector<cv::Size> sizes; ///< Largest first; those of MJPEG if it is supported.
-    bool hasMjpeg = false;
+    /// Those we decode (V4L2_PIX_FMT_...), best first, each with its sizes, which it may not list.
+    std::vector<std::pair<unsigned, std::vector<cv::Size>>> all;
+    std::vector<cv::Size> sizes; ///< Largest first; those of MJPEG if it has any.
+
+    /// What to ask for, in this order: formats that list the size come first.
+    std::vector<unsigned> codesFor(const cv::Size &size) const;
 };
 V4l2Formats v4l2Formats(const QString &path);
 

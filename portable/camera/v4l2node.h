@@ -4,15 +4,18 @@
 #include <QFile>
 #include <QString>
 #include <fcntl.h>
+#include <poll.h>
 #include <sys/ioctl.h>
+#include <sys/mman.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <chrono>
 #include <cstring>
 
 namespace portable {
 
-/// An open device node for ioctls, independent of the stream.
+/// An open device node: its ioctls, its memory and the wait for its frames.
 class V4l2Node
 {
 public:
@@ -39,6 +42,27 @@ public:
             result = ::ioctl(m_fd, request, &argument);
         } while (result < 0 && errno == EINTR);
         return result >= 0;
+    }
+
+    /// Waits until a buffer can be dequeued. \return false when none can be in that time, or ever
+    bool waitForFrame(std::chrono::milliseconds time) const
+    {
+        const auto deadline = std::chrono::steady_clock::now() + time;
+        pollfd wait{m_fd, POLLIN, 0};
+        int result;
+        do {
+            result = ::poll(&wait, 1, int(time.count()));
+            time = std::chrono::duration_cast<std::chrono::milliseconds>(
+                deadline - std::chrono::steady_clock::now());
+        } while (result < 0 && errno == EINTR && time.count() > 0);
+        return result > 0 && (wait.revents & POLLIN) != 0;
+    }
+
+    /// A buffer's memory, to be read; munmap() ends it. \return null with errno set
+    void *map(std::size_t length, unsigned offset) const
+    {
+        void *data = ::mmap(nullptr, length, PROT_READ, MAP_SHARED, m_fd, off_t(offset));
+        return data == MAP_FAILED ? nullptr : data;
     }
 
 private:

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "portable/camera/v4l2source.h"
 
-#include <QFile>
+#include "portable/base/failure.h"
 
 #include <algorithm>
 
@@ -9,44 +9,11 @@ namespace portable {
 
 namespace {
 
-constexpr double requestedFramesPerSecond = 30; // cameras deliver up to this
-constexpr int64 frameWaitNs = 2'000'000'000;
-constexpr int64 firstFrameWaitNs = 5'000'000'000; // some adapt to the light first
+constexpr std::chrono::seconds frameWait{2};
+constexpr std::chrono::seconds firstFrameWait{5}; // some adapt to the light first
 constexpr int maxDamagedFrames = 10; // in a row; bad cables corrupt some MJPEG frames
 
-QString obstacleOr(const QString &path, const QString &otherwise)
-{
-    const QString obstacle = v4l2Obstacle(path);
-    return obstacle.isEmpty() ? otherwise : obstacle;
-}
-
-/// Waits for the next frame. \return false when none came or the device reports an error
-bool hasFrame(const cv::VideoCapture &capture, int64 waitNs)
-{
-    try {
-        std::vector<int> ready;
-        return cv::VideoCapture::waitAny({capture}, ready, waitNs);
-    } catch (const cv::Exception &) { // thrown when the device is gone
-        return false;
-    }
-}
-
 } // namespace
-
-std::vector<CaptureProperty> captureProperties(const V4l2Formats &formats, const cv::Size &wanted)
-{
-    std::vector<CaptureProperty> properties;
-    if (formats.hasMjpeg) { // the full rate at large sizes needs it, set before the size
-        properties.emplace_back(cv::CAP_PROP_FOURCC, cv::VideoWriter::fourcc('M', 'J', 'P', 'G'));
-    }
-    const cv::Size size = chooseSize(formats.sizes, wanted);
-    if (!size.empty()) {
-        properties.emplace_back(cv::CAP_PROP_FRAME_WIDTH, size.width);
-        properties.emplace_back(cv::CAP_PROP_FRAME_HEIGHT, size.height);
-    }
-    properties.emplace_back(cv::CAP_PROP_FPS, requestedFramesPerSecond);
-    return properties;
-}
 
 V4l2Source::V4l2Source(const QString &text, V4l2Lister lister)
     : m_text(text)
@@ -88,42 +55,70 @@ bool V4l2Source::open(const cv::Size &wanted, QString *error)
         return false;
     }
     m_device = device;
-    if (!m_capture.open(QFile::encodeName(device.path).toStdString(), cv::CAP_V4L2)) {
-        *error = obstacleOr(device.path, QStringLiteral("it can't be opened as a camera"));
-        return false;
+    const V4l2Formats formats = v4l2Formats(device.path);
+    const cv::Size size = chooseSize(formats.sizes, wanted);
+    const std::vector<unsigned> codes = formats.codesFor(size);
+    m_stream =
+        V4l2Stream::start(device.path, codes.empty() ? decodableCodes() : codes, size, error);
+    if (!m_stream) {
+        const QString obstacle = v4l2Obstacle(device.path);
+        return setError(obstacle.isEmpty() ? *error : obstacle, error);
     }
-    for (const auto &[property, value] : captureProperties(v4l2Formats(device.path), wanted)) {
-        m_capture.set(property, value);
-    }
+    m_pixels = std::make_unique<V4l2Pixels>();
     m_hasDelivered = false;
+    m_toleratesDamage = false;
     return true;
 }
 
 void V4l2Source::close()
 {
     m_controls.reset();
-    m_capture.release();
-    m_pool.clear();
+    m_stream.reset();
+    m_pixels.reset();
 }
 
 bool V4l2Source::read(cv::Mat &frame, QString *error)
 {
-    const cv::Size size(int(m_capture.get(cv::CAP_PROP_FRAME_WIDTH)),
-                        int(m_capture.get(cv::CAP_PROP_FRAME_HEIGHT)));
-    const int64 wait = m_hasDelivered ? frameWaitNs : firstFrameWaitNs;
-    for (int attempt = 0; attempt < maxDamagedFrames; ++attempt) {
-        if (!hasFrame(m_capture, wait) || !m_capture.grab()) {
-            break;
-        }
-        frame = m_pool.take(size);
-        if (m_capture.retrieve(frame)) {
-            m_hasDelivered = true;
-            return true;
+    const auto decode = [&](const V4l2Bytes &bytes) {
+        return m_pixels->decode(m_stream->format(), bytes, frame);
+    };
+    V4l2Stream::Next next = pastDamage(decode);
+    if (next == V4l2Stream::Next::Damaged && !m_toleratesDamage) {
+        // In the frames of some cameras there is always a flaw that hardly anybody sees.
+        m_toleratesDamage = true;
+        m_pixels->tolerateDamage();
+        next = pastDamage(decode);
+        if (next == V4l2Stream::Next::Good) {
+            logWarning() << name() << "delivers damaged frames only: they are used as they are";
         }
     }
-    m_capture.release(); // or v4l2Obstacle() would find it busy with us
-    *error = obstacleOr(m_device.path, QStringLiteral("it delivers no frames"));
-    return false;
+    return next == V4l2Stream::Next::Good || fail(error);
+}
+
+bool V4l2Source::skip(QString *error)
+{
+    const auto leaveOut = [](const V4l2Bytes &) { return true; };
+    return pastDamage(leaveOut) == V4l2Stream::Next::Good || fail(error);
+}
+
+/// Waits for the first whole frame. \return Damaged when too many in a row are
+V4l2Stream::Next V4l2Source::pastDamage(const V4l2Stream::Use &use)
+{
+    auto next = V4l2Stream::Next::Damaged;
+    for (int i = 0; i < maxDamagedFrames && next == V4l2Stream::Next::Damaged; ++i) {
+        next = m_stream ? m_stream->next(m_hasDelivered ? frameWait : firstFrameWait, use)
+                        : V4l2Stream::Next::None;
+    }
+    m_hasDelivered = m_hasDelivered || next == V4l2Stream::Next::Good;
+    return next;
+}
+
+/// Ends the stream. \return false, with the reason
+bool V4l2Source::fail(QString *error)
+{
+    m_stream.reset(); // or v4l2Obstacle() would find it busy with us
+    const QString obstacle = v4l2Obstacle(m_device.path);
+    return setError(obstacle.isEmpty() ? QStringLiteral("it delivers no frames") : obstacle, error);
 }
 
 std::vector<cv::Size> V4l2Source::sizes() const

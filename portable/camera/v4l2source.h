@@ -4,21 +4,13 @@
 #include "portable/camera/framesource.h"
 #include "portable/camera/v4l2controls.h"
 #include "portable/camera/v4l2devices.h"
-#include "portable/picture/framepool.h"
-
-#include <opencv2/videoio.hpp>
+#include "portable/camera/v4l2pixels.h"
+#include "portable/camera/v4l2stream.h"
 
 #include <memory>
-#include <utility>
 #include <vector>
 
 namespace portable {
-
-/// A property of cv::VideoCapture and its value.
-using CaptureProperty = std::pair<int, double>;
-
-/// The properties to set when a camera is opened, in this order.
-std::vector<CaptureProperty> captureProperties(const V4l2Formats &formats, const cv::Size &wanted);
 
 /// A V4L2 camera.
 class V4l2Source : public FrameSource
@@ -32,6 +24,8 @@ public:
     bool open(const cv::Size &wanted, QString *error) override;
     void close() override;
     bool read(cv::Mat &frame, QString *error) override;
+    bool canSkip() const override { return true; }
+    bool skip(QString *error) override;
     double framesPerSecond() const override { return 0; }
     std::vector<cv::Size> sizes() const override;
     Adjustments adjust(const Adjustments &wanted) override;
@@ -40,14 +34,17 @@ public:
 private:
     V4l2Device find(const V4l2Devices &devices) const;
     V4l2Controls &controls();
+    V4l2Stream::Next pastDamage(const V4l2Stream::Use &use);
+    bool fail(QString *error);
 
     const QString m_text;
     const V4l2Lister m_lister;
     V4l2Device m_device; // the last one opened; no path before
-    cv::VideoCapture m_capture;
+    std::unique_ptr<V4l2Stream> m_stream; // while open
+    std::unique_ptr<V4l2Pixels> m_pixels; // while open
     std::unique_ptr<V4l2Controls> m_controls; // while open, created on first use
     bool m_hasDelivered = false; // since open()
-    FramePool m_pool;
+    bool m_toleratesDamage = false; // since open(): all frames were damaged
 };
 
 } // namespace portable

@@ -3,14 +3,9 @@
 
 #include "portable/base/failure.h"
 #include "portable/base/inputlimits.h"
+#include "portable/picture/jpegfailure.h"
 
 #include <chrono>
-#include <csetjmp>
-#include <cstdio>
-
-// After <cstdio>, which it needs.
-#include <jerror.h>
-#include <jpeglib.h>
 
 namespace portable {
 
@@ -18,40 +13,6 @@ namespace {
 
 constexpr UINT8 dotsPerInch = 1; // density units of a JFIF head
 constexpr UINT8 dotsPerCentimetre = 2;
-
-/// Makes libjpeg's errors, and warnings of a damaged picture, jump back instead of ending the
-/// process.
-struct Failure : jpeg_error_mgr
-{
-    std::jmp_buf back;
-    char reason[JMSG_LENGTH_MAX] = {};
-
-    jpeg_error_mgr *install()
-    {
-        jpeg_std_error(this);
-        error_exit = [](j_common_ptr jpeg) { of(jpeg)->jump(jpeg); };
-        emit_message = [](j_common_ptr jpeg, int level) {
-            if (level < 0 && !isHarmless(jpeg->err->msg_code)) {
-                of(jpeg)->jump(jpeg);
-            }
-        };
-        return this;
-    }
-
-    static Failure *of(j_common_ptr jpeg) { return static_cast<Failure *>(jpeg->err); }
-
-    /// Warnings that leave every pixel intact.
-    static bool isHarmless(int code)
-    {
-        return code == JWRN_EXTRANEOUS_DATA || code == JWRN_JFIF_MAJOR || code == JWRN_ADOBE_XFORM;
-    }
-
-    [[noreturn]] void jump(j_common_ptr jpeg)
-    {
-        format_message(jpeg, reason);
-        std::longjmp(back, 1);
-    }
-};
 
 class Reader
 {
@@ -136,7 +97,7 @@ private:
     bool m_isLate = false;
     jpeg_decompress_struct m_jpeg{};
     jpeg_progress_mgr m_progress{};
-    Failure m_failure;
+    JpegFailure m_failure;
 };
 
 /// What says how much work a JPEG makes.
@@ -247,7 +208,7 @@ private:
     }
 
     jpeg_compress_struct m_jpeg{};
-    Failure m_failure;
+    JpegFailure m_failure;
     jpeg_destination_mgr m_destination{};
     QByteArray m_bytes;
 };

@@ -3,7 +3,7 @@
 
 #include "base/clock.h"
 #include "portable/camera/previewwatch.h"
-#include "portable/recording/videofile.h"
+#include "portable/video/videofile.h"
 
 #include <condition_variable>
 #include <memory>

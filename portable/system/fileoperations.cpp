@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "portable/system/fileoperations.h"
 
+#include "base/display.h"
 #include "portable/base/diskspace.h"
 #include "portable/base/failure.h"
 #include "portable/base/filereader.h"
@@ -177,6 +178,7 @@ bool openOnDesktop(const QFileInfo &file, QString *error)
     }
     QProcess process;
     process.setProgram(program);
+    process.setProcessEnvironment(base::desktopEnvironment());
     // An absolute path is never taken for an option or a URL.
     process.setArguments({resolved(file)});
     process.setStandardInputFile(QProcess::nullDevice());

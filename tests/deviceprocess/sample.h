@@ -42,7 +42,17 @@ template <class Type> Type number(std::size_t index)
 }
 
 /// Pictures that go different ways.
-enum Picture { Empty, Small, Large, PartOfSmall, PartOfLarge, WithPalette, Cube, PictureCount };
+enum Picture {
+    Empty,
+    Small,
+    Large,
+    PartOfSmall,
+    PartOfLarge,
+    WithPalette,
+    GreyPalette,
+    Cube,
+    PictureCount
+};
 
 /// \param shade  of its first pixel
 inline cv::Mat matrix(int picture, int shade)
@@ -71,9 +81,14 @@ inline cv::Mat matrix(int picture, int shade)
 
 inline QImage image(int picture, int shade)
 {
-    if (picture == WithPalette) {
+    if (picture == WithPalette || picture == GreyPalette) {
         QImage indexed(7, 5, QImage::Format_Indexed8);
         indexed.setColorTable({qRgb(1, 2, 3), qRgb(4, 5, 6)});
+        if (picture == GreyPalette) {
+            indexed.setColorTable({qRgb(1, 1, 1), qRgb(5, 5, 5)});
+        }
+        indexed.setDotsPerMeterX(3000);
+        indexed.setDotsPerMeterY(4000);
         indexed.fill(1);
         return indexed;
     }

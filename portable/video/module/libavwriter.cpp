@@ -1,64 +1,25 @@
 // SPDX-License-Identifier: MIT
-#include "portable/recording/videofile.h"
+#include "portable/video/module/libavwriter.h"
 
 #include "portable/base/failure.h"
-#include "portable/base/writecheck.h"
-#include "portable/camera/framesource.h"
 
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
 #include <opencv2/imgproc.hpp>
 extern "C" {
-#include <libavcodec/avcodec.h>
-#include <libavformat/avformat.h>
 #include <libavutil/imgutils.h>
 #include <libavutil/opt.h>
 }
 
-#include <algorithm>
 #include <array>
-#include <cmath>
 #include <utility>
 
 namespace portable {
 
 namespace {
 
-constexpr int minSide = 16;
-constexpr int maxSide = 4096;
 constexpr int mpeg4Quantizer = 4; // 2 is the best quality, 31 the worst
-
-struct Container
-{
-    const char *extension;
-    const char *muxer;
-};
-constexpr std::array<Container, 3> containers{
-    {{"mp4", "mp4"}, {"avi", "avi"}, {"mkv", "matroska"}}};
-
-/// The container of a path's extension; null for any other.
-const Container *containerOf(const QString &path)
-{
-    const QString suffix = QFileInfo(path).suffix().toLower();
-    const auto *const found =
-        std::find_if(containers.begin(), containers.end(), [&](const Container &container) {
-            return suffix == QLatin1String(container.extension);
-        });
-    return found == containers.end() ? nullptr : found;
-}
-
-int even(double side)
-{
-    return int(std::clamp(side, double(minSide), double(maxSide))) & ~1;
-}
-
-QString errorText(int code)
-{
-    std::array<char, AV_ERROR_MAX_STRING_SIZE> text{};
-    av_strerror(code, text.data(), text.size());
-    return QString::fromLocal8Bit(text.data());
-}
 
 void freeMuxer(AVFormatContext *muxer)
 {
@@ -66,62 +27,14 @@ void freeMuxer(AVFormatContext *muxer)
     avformat_free_context(muxer);
 }
 
-void freeEncoder(AVCodecContext *encoder)
-{
-    avcodec_free_context(&encoder);
-}
-
-void freeFrame(AVFrame *frame)
-{
-    av_frame_free(&frame);
-}
-
-void freePacket(AVPacket *packet)
-{
-    av_packet_free(&packet);
-}
-
 } // namespace
 
-QString videoPath(const QString &path, VideoFormat format)
-{
-    if (containerOf(path)) {
-        return path;
-    }
-    return path + QLatin1String(format == VideoFormat::Standard ? ".mp4" : ".avi");
-}
-
-cv::Size videoSize(const cv::Size &picture, qint64 width, qint64 height)
-{
-    if (width > 0 && height > 0) {
-        return {even(double(width)), even(double(height))};
-    }
-    const double scale = std::min(1.0, double(maxSide) / std::max(picture.width, picture.height));
-    return {even(picture.width * scale), even(picture.height * scale)};
-}
-
-cv::Rect fitInto(const cv::Size &frame, const cv::Size &picture)
-{
-    const double scale =
-        std::min(double(frame.width) / picture.width, double(frame.height) / picture.height);
-    const auto side = [scale](int ofPicture, int ofFrame) {
-        const int scaled = std::max(1, int(std::lround(ofPicture * scale)));
-        return ofFrame - scaled < 2 ? ofFrame : scaled; // no bars of one pixel
-    };
-    const cv::Size size(side(picture.width, frame.width), side(picture.height, frame.height));
-    return {{(frame.width - size.width) / 2, (frame.height - size.height) / 2}, size};
-}
-
-std::unique_ptr<VideoFile> VideoFile::create(const QString &path, VideoFormat format,
-                                             const cv::Size &size, QString *error)
+std::unique_ptr<VideoFile> LibavWriter::create(const QString &path, VideoFormat format,
+                                               const cv::Size &size, QString *error)
 {
     av_log_set_level(AV_LOG_QUIET); // it would write to stderr
-    // Before anything is changed on the disk.
-    if (!canWriteFile(path, error)) {
-        return nullptr;
-    }
-    std::unique_ptr<VideoFile> file(new VideoFile(path, size)); // the constructor is private
-    const QLatin1String muxer(containerOf(path)->muxer);
+    std::unique_ptr<LibavWriter> file(new LibavWriter(path, size)); // the constructor is private
+    const QLatin1String muxer(videoMuxer(path));
     AVFormatContext *context = nullptr;
     const int code = avformat_alloc_output_context2(&context, nullptr, muxer.data(), nullptr);
     if (code < 0) {
@@ -133,28 +46,31 @@ std::unique_ptr<VideoFile> VideoFile::create(const QString &path, VideoFormat fo
     const bool isMpeg4 = format == VideoFormat::Legacy || muxer == QLatin1String("avi");
     const bool ready = (!isMpeg4 && file->openEncoder("libx264", globalHeader, error))
         || file->openEncoder("mpeg4", globalHeader, error);
-    return ready && file->openFile(error) ? std::move(file) : nullptr;
+    if (!ready || !file->openFile(error)) {
+        return nullptr;
+    }
+    return file;
 }
 
-VideoFile::VideoFile(QString path, const cv::Size &size)
+LibavWriter::LibavWriter(QString path, const cv::Size &size)
     : m_path(std::move(path))
     , m_size(size)
     , m_muxer(nullptr, freeMuxer)
-    , m_encoder(nullptr, freeEncoder)
-    , m_frame(av_frame_alloc(), freeFrame)
-    , m_packet(av_packet_alloc(), freePacket)
+    , m_encoder(nullptr, libav::freeCodec)
+    , m_frame(av_frame_alloc(), libav::freeFrame)
+    , m_packet(av_packet_alloc(), libav::freePacket)
     , m_canvas(size, CV_8UC3, cv::Scalar::all(0))
     , m_place({}, size)
 {
 }
 
-VideoFile::~VideoFile()
+LibavWriter::~LibavWriter()
 {
     QString unused;
     close(&unused);
 }
 
-bool VideoFile::openEncoder(const char *encoder, bool globalHeader, QString *error)
+bool LibavWriter::openEncoder(const char *encoder, bool globalHeader, QString *error)
 {
     const AVCodec *codec = avcodec_find_encoder_by_name(encoder);
     m_encoder.reset(codec ? avcodec_alloc_context3(codec) : nullptr);
@@ -187,7 +103,7 @@ bool VideoFile::openEncoder(const char *encoder, bool globalHeader, QString *err
 }
 
 /// Opens the file and writes its header.
-bool VideoFile::openFile(QString *error)
+bool LibavWriter::openFile(QString *error)
 {
     m_frame->format = m_encoder->pix_fmt;
     m_frame->width = m_size.width;
@@ -224,7 +140,7 @@ bool VideoFile::openFile(QString *error)
     return code >= 0 || fail(code, error);
 }
 
-bool VideoFile::add(qint64 index, const cv::Mat &picture, QString *error)
+bool LibavWriter::add(qint64 index, const cv::Mat &picture, QString *error)
 {
     if (!picture.empty()) {
         const int code = av_frame_make_writable(m_frame.get()); // the encoder may still have it
@@ -238,7 +154,7 @@ bool VideoFile::add(qint64 index, const cv::Mat &picture, QString *error)
 }
 
 /// Puts a picture, fitted, into m_frame.
-void VideoFile::draw(const cv::Mat &picture)
+void LibavWriter::draw(const cv::Mat &picture)
 {
     const cv::Size spare = picture.size() - m_size;
     if (spare.width >= 0 && spare.width < 2 && spare.height >= 0 && spare.height < 2) {
@@ -265,7 +181,7 @@ void VideoFile::draw(const cv::Mat &picture)
 }
 
 /// Sends the encoder a frame, or null at the end, and writes the packets it returns.
-bool VideoFile::encode(const AVFrame *frameOrNull, QString *error)
+bool LibavWriter::encode(const AVFrame *frameOrNull, QString *error)
 {
     int code = avcodec_send_frame(m_encoder.get(), frameOrNull);
     if (code < 0) {
@@ -280,7 +196,7 @@ bool VideoFile::encode(const AVFrame *frameOrNull, QString *error)
 }
 
 /// Writes m_packet.
-bool VideoFile::write(QString *error)
+bool LibavWriter::write(QString *error)
 {
     m_packet->stream_index = m_stream->index;
     m_packet->duration = 1;
@@ -293,7 +209,7 @@ bool VideoFile::write(QString *error)
     return code >= 0 || fail(code, error);
 }
 
-bool VideoFile::finish(QString *error)
+bool LibavWriter::finish(QString *error)
 {
     if (!encode(nullptr, error)) {
         return false;
@@ -305,7 +221,7 @@ bool VideoFile::finish(QString *error)
     return (code >= 0 || fail(code, error)) && close(error);
 }
 
-bool VideoFile::close(QString *error)
+bool LibavWriter::close(QString *error)
 {
     if (!m_muxer || !m_muxer->pb) {
         return true;
@@ -320,7 +236,7 @@ bool VideoFile::close(QString *error)
 }
 
 /// Flushes FFmpeg's buffer to the file. \return its error code; updates m_goodSize on success
-int VideoFile::flushed()
+int LibavWriter::flushed()
 {
     avio_flush(m_muxer->pb);
     if (m_muxer->pb->error >= 0) {
@@ -329,16 +245,16 @@ int VideoFile::flushed()
     return m_muxer->pb->error;
 }
 
-QString VideoFile::description() const
+QString LibavWriter::description() const
 {
-    return m_path + QStringLiteral(", ") + sizeText(m_size)
+    return QStringLiteral("%1, %2 x %3").arg(m_path).arg(m_size.width).arg(m_size.height)
         + QLatin1String(m_encoder->codec_id == AV_CODEC_ID_H264 ? ", H.264" : ", MPEG-4");
 }
 
 /// Sets the error to the path and FFmpeg's reason. \return false
-bool VideoFile::fail(int code, QString *error) const
+bool LibavWriter::fail(int code, QString *error) const
 {
-    return setError(m_path + QStringLiteral(": ") + errorText(code), error);
+    return setError(m_path + QStringLiteral(": ") + libav::errorText(code), error);
 }
 
 } // namespace portable

@@ -1,17 +1,10 @@
 // SPDX-License-Identifier: MIT
-/// \file Writes video files with FFmpeg's libraries.
 #pragma once
 
 #include <QString>
 #include <opencv2/core.hpp>
 
 #include <memory>
-
-struct AVCodecContext;
-struct AVFormatContext;
-struct AVFrame;
-struct AVPacket;
-struct AVStream;
 
 namespace portable {
 
@@ -22,6 +15,9 @@ enum class VideoFormat {
 
 /// Frames per second of all videos.
 constexpr int videoFrameRate = 25;
+
+/// The muxer of FFmpeg for a path's extension; null for any but .mp4, .avi and .mkv.
+const char *videoMuxer(const QString &path);
 
 /// `path` if it ends in .mp4, .avi or .mkv, in any case; else with the format's extension added.
 QString videoPath(const QString &path, VideoFormat format);
@@ -60,7 +56,7 @@ public:
      * Closes the file. An unfinished one is truncated to what plays, and removed when that is
      * nothing.
      */
-    ~VideoFile();
+    virtual ~VideoFile() = default;
     VideoFile(const VideoFile &) = delete;
     VideoFile &operator=(const VideoFile &) = delete;
 
@@ -71,41 +67,18 @@ public:
      * \param picture  8-bit BGR of any size, letterboxed to the video's shape; empty: repeats the
      *                 last one
      */
-    bool add(qint64 index, const cv::Mat &picture, QString *error);
+    virtual bool add(qint64 index, const cv::Mat &picture, QString *error) = 0;
 
     /// Writes what is still pending and closes the file. \return whether it is complete
-    bool finish(QString *error);
+    virtual bool finish(QString *error) = 0;
 
-    QString path() const { return m_path; }
+    virtual QString path() const = 0;
 
     /// "/tmp/a.mp4, 1280 x 720, H.264", for the log.
-    QString description() const;
+    virtual QString description() const = 0;
 
-private:
-    template <class T> using Handle = std::unique_ptr<T, void (*)(T *)>;
-
-    VideoFile(QString path, const cv::Size &size);
-    bool openEncoder(const char *encoder, bool globalHeader, QString *error);
-    bool openFile(QString *error);
-    void draw(const cv::Mat &picture);
-    bool encode(const AVFrame *frameOrNull, QString *error);
-    bool write(QString *error);
-    bool close(QString *error);
-    int flushed();
-    bool fail(int code, QString *error) const;
-
-    const QString m_path;
-    const cv::Size m_size;
-    Handle<AVFormatContext> m_muxer;
-    Handle<AVCodecContext> m_encoder;
-    Handle<AVFrame> m_frame;
-    Handle<AVPacket> m_packet;
-    AVStream *m_stream = nullptr; // of m_muxer
-    cv::Mat m_canvas; // BGR with bars
-    cv::Rect m_place; // of the picture in m_canvas
-    cv::Mat m_yuv; // planar 4:2:0
-    qint64 m_headerSize = 0;
-    qint64 m_goodSize = 0; // of the file after the last successful write
+protected:
+    VideoFile() = default;
 };
 
 } // namespace portable
