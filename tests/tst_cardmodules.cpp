@@ -105,7 +105,7 @@ private Q_SLOTS:
         row("silent in the middle",           but(find, QByteArray()),                          "!2 find a card: it doesn't answer");
         row("unplugged in the middle",        but(select, "hang up"),                           "!2 select the card: ");
         row("noise in the middle",            but(find, noise),                                 "!2 find a card: it sends something else");
-        row("noise only",                     [=](int, const QByteArray &) { return noise; },   "!0 PORT: no ID-card module answers at 115200, 57600, 38400, 19200, 9600 bit/s (status: it sends something else)");
+        row("noise only",                     [=](int, const QByteArray &) { return QByteArray(noise); },   "!0 PORT: no ID-card module answers at 115200, 57600, 38400, 19200, 9600 bit/s (status: it sends something else)");
         row("silent",                         [](int, const QByteArray &) { return QByteArray(); }, "!0 PORT: no ID-card module answers at 115200, 57600, 38400, 19200, 9600 bit/s (status: it doesn't answer)");
         row("no lengths",                     but(read, moduleFrame("000090010000")),           "!2 the lengths in its answer are wrong");
         row("lengths beyond the end",         but(read, moduleFrame("000090FFFFFFFF0000")),     "!2 the lengths in its answer are wrong");
@@ -178,7 +178,7 @@ private Q_SLOTS:
 
     void otherSpeeds()
     {
-        for (const speed_t speed : {B9600, B57600}) {
+        for (const speed_t speed : {speed_t(B9600), speed_t(B57600)}) {
             const ModuleOnPty module({}, speed);
             CardModules modules([&] { return QStringList{module.port()}; });
             QCOMPARE(textOf(modules.read({})), zhangSan);

@@ -381,7 +381,7 @@ private Q_SLOTS:
         QCOMPARE(capture(noFinger, 1500).score, -1);
         const auto pressed = [&](const cv::Mat &print) {
             std::thread hand([&] { putOnVirtualSensor(print); });
-            const Captured result = capture(noFinger, 20000);
+            Captured result = capture(noFinger, 20000);
             hand.join();
             return result;
         };

@@ -315,7 +315,7 @@ QByteArray CardReaders::moduleNumber()
     const CardConfig config = this->config();
     QString reason;
     QString port;
-    const QByteArray number =
+    QByteArray number =
         findModulePort(config, &port) ? m_modules.number(port, &reason) : QByteArray();
     if (!number.isEmpty()) {
         return number;

@@ -124,7 +124,7 @@ QJsonObject decodeIdCardText(const QByteArray &block, QString *error)
         setError(QStringLiteral("its text has %1 bytes instead of 256").arg(block.size()), error);
         return {};
     }
-    const QJsonObject fields = decodedByLayout(block);
+    QJsonObject fields = decodedByLayout(block);
     if (!isNumber(fields.value(QLatin1String("number")).toString())) {
         // Other layouts end here, too: there is no number where it is expected.
         setError(QStringLiteral("its text has no valid number"), error);

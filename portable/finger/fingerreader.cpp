@@ -102,9 +102,9 @@ SensorPicture parsed(QByteArray answer)
     using Outcome = SensorPicture::Outcome;
     const auto takeLine = [&answer] {
         const int end = answer.indexOf('\n');
-        const QString line = QString::fromUtf8(answer.left(end));
+        QString text = QString::fromUtf8(answer.left(end));
         answer.remove(0, end < 0 ? answer.size() : end + 1);
-        return line;
+        return text;
     };
     QString line = takeLine();
     if (line.startsWith(QLatin1String("waiting "))) {

@@ -9,7 +9,12 @@
  * limit and can't be interrupted. libfprint is loaded and not linked: a terminal can do without it.
  */
 #include <dlfcn.h>
+#include <poll.h>
+#include <sys/prctl.h>
+#include <unistd.h>
 
+#include <cmath>
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -107,10 +112,21 @@ int fail(const char *step, const char *sensor, const GError *error)
     return EXIT_FAILURE;
 }
 
+/// Makes this process end with the thread that started it: it would keep the sensor for ever.
+void endWithStarter()
+{
+    ::prctl(PR_SET_PDEATHSIG, SIGKILL);
+    pollfd output{STDOUT_FILENO, 0, 0};
+    if (::poll(&output, 1, 0) > 0) { // nobody reads it: the starter has ended already
+        std::_Exit(EXIT_FAILURE);
+    }
+}
+
 } // namespace
 
 int main()
 {
+    endWithStarter();
     Library library{};
     if (!load(&library)) {
         return EXIT_FAILURE;
@@ -134,7 +150,7 @@ int main()
     size_t size = 0;
     const unsigned char *const pixels = library.pixelsOf(image, &size);
     std::printf("image %u %u %d\n", library.widthOf(image), library.heightOf(image),
-                int(library.pixelsPerMillimeter(image) * 25.4 + 0.5));
+                int(std::lround(library.pixelsPerMillimeter(image) * 25.4)));
     std::fwrite(pixels, 1, size, stdout);
     std::fflush(stdout);
     std::_Exit(EXIT_SUCCESS); // a driver can take long to close
