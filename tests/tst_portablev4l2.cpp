@@ -545,7 +545,7 @@ private Q_SLOTS:
         QFETCH(int, bytesPerLine);
         QFETCH(int, missing);
         const QStringList parts = answer.split(QRegularExpression(line("[ x]")));
-        const QString format = parts[0];
+        const QString &format = parts[0];
         FakeDriver &driver = streamingNode(line("MJPG 64x48")); // another is answered
         driver.answeredCode = codeOf(format);
         driver.answeredSize = {parts.value(1, line("64")).toInt(),
