@@ -46,29 +46,54 @@ function escapeValue(value) {
 }
 
 /**
- * A parsed data text: pairs "key=value" separated by ",".
+ * The pairs of "key=value,key=value".
  *
  * A part without "=" belongs to the previous value, as in "text=Hello, please wait"; before the first
- * pair it is the value of "text". Keys are compared in lower case.
+ * pair it is the value of "text".
  */
+function pairsOfText(source) {
+  const pairs = [];
+  let text = null;
+  for (const part of source.split(',')) {
+    const equals = part.indexOf('=');
+    const key = equals > 0 ? part.slice(0, equals).trim() : '';
+    if (key)
+      pairs.push([key, part.slice(equals + 1)]);
+    else if (pairs.length > 0)
+      pairs[pairs.length - 1][1] += ',' + part;
+    else
+      text = text === null ? part : text + ',' + part;
+  }
+  if (text)
+    pairs.unshift(['text', text]);
+  for (const pair of pairs)
+    pair[1] = pair[1].replace(/%(2c|25|0a)/gi, (escape) => ESCAPES[escape.toLowerCase()]).trim();
+  return pairs;
+}
+
+/** What a page shows of a JSON value. */
+function textOfJson(value) {
+  if (value === null)
+    return '';
+  return typeof value === 'object' ? JSON.stringify(value) : String(value).trim();
+}
+
+/** The members of a JSON object, one pair for each item of a list; null if the text is no object. */
+function pairsOfJson(source) {
+  let object = null;
+  try {
+    object = source.trim().startsWith('{') ? JSON.parse(source) : null;
+  } catch (error) {
+    return null; // a text that begins with a brace
+  }
+  return object && [].concat(...Object.entries(object).map(([key, value]) =>
+    [].concat(value).map((item) => [key.trim(), textOfJson(item)])));
+}
+
+/** A parsed data text: a JSON object or "key=value,...". Keys are compared in lower case. */
 class Data {
   constructor(source) {
-    this.pairs = [];
-    let text = null;
-    for (const part of source.split(',')) {
-      const equals = part.indexOf('=');
-      const key = equals > 0 ? part.slice(0, equals).trim() : '';
-      if (key)
-        this.pairs.push([key, part.slice(equals + 1)]);
-      else if (this.pairs.length > 0)
-        this.pairs[this.pairs.length - 1][1] += ',' + part;
-      else
-        text = text === null ? part : text + ',' + part;
-    }
-    if (text)
-      this.pairs.unshift(['text', text]);
-    for (const pair of this.pairs)
-      pair[1] = pair[1].replace(/%(2c|25|0a)/gi, (escape) => ESCAPES[escape.toLowerCase()]).trim();
+    this.pairs = pairsOfJson(source) || pairsOfText(source);
   }
 
   /** All values of a key, in order. */
