@@ -112,6 +112,7 @@ private Q_SLOTS:
         row("text is too short",              text(usual.left(254)),                            "!2 its text has 254 bytes instead of 256");
         row("text of zeros",                  text(QByteArray(256, '\0')),                      "!2 its text has no valid number");
         row("text of blanks",                 text(cardField("", 256)),                         "!2 its text has no valid number");
+        row("byte order mark for a layout",   text(QByteArray(usual).replace(248, 2, "\xFF\xFE")), zhangSan);
         row("control characters in a name",   text(cardOfZhangSan(cardField("张\n\x01三", 30))), zhangSan);
         row("half a surrogate pair",          text(cardOfZhangSan(QByteArray::fromHex("00D8") + cardField("三", 28))), QString(zhangSan).replace(line("张"), line("?")));
         // clang-format on

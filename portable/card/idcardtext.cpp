@@ -106,7 +106,10 @@ bool isNumber(const QString &text)
 
 QJsonObject decodedByLayout(const QByteArray &block)
 {
-    switch (textAt(block, layoutOffset, 2).at(0).unicode()) {
+    if (block[layoutOffset + 1] != 0) {
+        return decoded(block, resident);
+    }
+    switch (block[layoutOffset]) { // a letter in UTF-16
     case 'I':
         return decoded(block, foreigner);
     case 'J':
