@@ -60,6 +60,6 @@ for name in $builds; do
     esac
     scripts/fetch-face-models.sh "build/$name/models" || true # without them the face tests are skipped
     say "testing build/$name"
-    (cd "build/$name" && ctest -j"$(nproc)" --output-on-failure)
+    (cd "build/$name" && ctest -j"$(($(nproc) + 1))" --output-on-failure)
 done
 [ "$fuzz" = no ] || scripts/fuzz.sh --no-install all 0.5
