@@ -111,6 +111,7 @@ double cpuOfFrame(const Functions &functions)
 
 int main(int argc, char **argv)
 {
+    qputenv("DEVICE_SIMULATION", "1"); // for a camera
     const auto begin = Clock::now();
     iGetRotate();
     const double start = microseconds(Clock::now() - begin) / 1000;
