@@ -531,6 +531,8 @@ private Q_SLOTS:
         row("no padding at the end", "YUYV", 160, 32, "colors");
         row("a byte is missing", "YUYV", 160, 33, "it delivers no frames");
         row("a byte of the color is missing", "NV12", 0, 1, "it delivers no frames");
+        row("no padding at the end of a plane", "YV12", 256, 96, "colors");
+        row("a byte of that plane is missing", "YV12", 256, 97, "it delivers no frames");
         row("nearly all is missing", "YV12", 256, 9000, "it delivers no frames");
         row("lines of 4 GB", "YUYV", -1, 0, "it delivers no frames");
         row("odd width", "YUYV 63x48", 0, 0, "its format YUYV of 63 x 48 can't be decoded");

@@ -57,6 +57,18 @@ bool hasThreePlanes(const RawFormat &raw)
     return raw.code == V4L2_PIX_FMT_YUV420 || raw.code == V4L2_PIX_FMT_YVU420;
 }
 
+/// Bytes of a frame; behind the last line there may be no padding.
+std::size_t bytesNeeded(const RawFormat &raw, const V4l2FrameFormat &format)
+{
+    const auto width = std::size_t(format.size.width);
+    const auto height = std::size_t(format.size.height);
+    if (hasThreePlanes(raw)) {
+        return format.bytesPerLine * height + format.bytesPerLine / 2 * (height - 1) + width / 2;
+    }
+    const std::size_t rows = raw.isHalvedDown ? height * 3 / 2 : height;
+    return format.bytesPerLine * (rows - 1) + width * std::size_t(raw.bytesPerPixel);
+}
+
 /// Without the padding of its lines, which OpenCV expects elsewhere.
 cv::Mat packedPlanes(const V4l2FrameFormat &format, uchar *data)
 {
@@ -108,12 +120,11 @@ bool V4l2Pixels::decode(const V4l2FrameFormat &format, const V4l2Bytes &bytes, c
     if (!raw) {
         return decodeJpeg(format.size, bytes, frame);
     }
-    const int rows = raw->isHalvedDown ? format.size.height * 3 / 2 : format.size.height;
-    const std::size_t line = std::size_t(format.size.width) * std::size_t(raw->bytesPerPixel);
-    // Behind the last line there may be no padding.
-    if (bytes.size < format.bytesPerLine * std::size_t(rows - 1) + line) {
+    if (bytes.size < bytesNeeded(*raw, format)) {
         return false;
     }
+    const int rows = raw->isHalvedDown ? format.size.height * 3 / 2 : format.size.height;
+    const std::size_t line = std::size_t(format.size.width) * std::size_t(raw->bytesPerPixel);
     auto *data = const_cast<uchar *>(bytes.data); // only read
     const bool isPadded = format.bytesPerLine != line;
     const cv::Mat source = hasThreePlanes(*raw) && isPadded
