@@ -122,6 +122,8 @@ private Q_SLOTS:
         QCOMPARE(status[line("pid")].toInt(), int(m_server.processId()));
         QCOMPARE(status[line("folders")][line("data")].toString(), m_folder);
         QVERIFY(status[line("deviceProcess")][line("residentKiB")].toInt() > 1000);
+        const double running = status[line("deviceProcess")][line("runningSeconds")].toDouble();
+        QVERIFY(running > 0 && running < 600);
         QVERIFY(status[line("simulation")].toBool());
 
         QMap<QString, QString> levels;

@@ -84,11 +84,12 @@ inline QImage image(int picture, int shade)
     if (picture == WithPalette || picture == GreyPalette) {
         QImage indexed(7, 5, QImage::Format_Indexed8);
         indexed.setColorTable({qRgb(1, 2, 3), qRgb(4, 5, 6)});
+        indexed.setDotsPerMeterY(4000);
         if (picture == GreyPalette) {
             indexed.setColorTable({qRgb(1, 1, 1), qRgb(5, 5, 5)});
+        } else {
+            indexed.setDotsPerMeterX(3000);
         }
-        indexed.setDotsPerMeterX(3000);
-        indexed.setDotsPerMeterY(4000);
         indexed.fill(1);
         return indexed;
     }

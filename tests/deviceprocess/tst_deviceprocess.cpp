@@ -292,6 +292,8 @@ private Q_SLOTS:
         QVERIFY(!host.call(FunctionId::iGetRotate, FunctionKind::Query, Writer(), &reply));
         QVERIFY(waitFor([&] { return host.restarts() > 3; }));
         QCOMPARE(host.processId(), 0);
+        const auto status = host.status();
+        QVERIFY(!status || status->running.count() == 0);
         host.stop();
         QVERIFY(!host.call(FunctionId::iGetRotate, FunctionKind::Query, Writer(), &reply));
     }
