@@ -77,9 +77,10 @@ void Pictures::write(Writer &writer, const QImage &picture)
     header.format = plain.format();
     header.bytesPerLine = std::uint64_t(plain.bytesPerLine());
     const QImage usual(1, 1, QImage::Format_Grayscale8); // as the display has it
-    if (plain.dotsPerMeterX() != usual.dotsPerMeterX()
-        || plain.dotsPerMeterY() != usual.dotsPerMeterY()) {
+    if (plain.dotsPerMeterX() != usual.dotsPerMeterX()) {
         header.dotsPerMeterX = plain.dotsPerMeterX();
+    }
+    if (plain.dotsPerMeterY() != usual.dotsPerMeterY()) {
         header.dotsPerMeterY = plain.dotsPerMeterY();
     }
     if (writeShared(writer, header, plain.constBits(), {{}, plain})) {
