@@ -11,16 +11,17 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cerrno>
 #include <cstring>
-#include <optional>
 #include <vector>
 
 namespace base {
 
 namespace {
 
-std::optional<uid_t> s_testUser;
+constexpr uid_t nobodyElse = uid_t(-1); ///< No user has this id.
+std::atomic<uid_t> s_testUser{nobodyElse}; ///< Threads of the status socket ask as well.
 
 QString systemError()
 {
@@ -36,7 +37,8 @@ void setOwnUser(uid_t user)
 
 uid_t ownUser()
 {
-    return s_testUser.value_or(geteuid());
+    const uid_t user = s_testUser;
+    return user == nobodyElse ? geteuid() : user;
 }
 
 QString userText(uid_t user)
