@@ -34,7 +34,7 @@ QString dataFolder();
 /// DataPlaces::find() in the folders of this process.
 QString findData(const QString &name);
 
-/// The data folder of a server that was told of none: `program` if this user can write it, or else
+/// The data folder of a server without a named one: `program` if this user can write it, or else
 /// the one in the user's state. Creates nothing.
 QString usualDataFolder(const QString &program);
 

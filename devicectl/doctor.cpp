@@ -604,7 +604,7 @@ Finding browser(const Environment &environment)
         join(names));
 }
 
-/// The origins that a policy of the browser lets reach this machine.
+/// The origins that the browser policies admit to this machine.
 QStringList originsOfBrowserPolicies(const Environment &environment)
 {
     QStringList origins;
@@ -634,7 +634,7 @@ Finding browserPolicy(const Environment &environment)
                    "没有浏览器策略：新版浏览器会在网页连接前询问柜员"},
                   {"name the pages in LoopbackNetworkAllowedForUrls",
                    "请在 LoopbackNetworkAllowedForUrls 中列出网页"})
-        : good({"the browser lets these pages connect: %1", "浏览器允许这些网页连接：%1"},
+        : good({"these pages may connect from the browser: %1", "浏览器允许这些网页连接：%1"},
                join(origins));
 }
 
@@ -771,10 +771,11 @@ Finding restarts(const Environment &environment)
         return good({"the device process was restarted for another access policy",
                      "设备进程因访问策略变更而重启"});
     }
-    return bad(count < 5 ? Level::Warning : Level::Fault,
-               {"the device process was restarted: %1", "设备进程重启次数：%1"},
-               {"tell the maker of the device library this reason", "请将此原因告知设备库厂商"},
-               QStringLiteral("%1, %2").arg(count).arg(reason));
+    return bad(
+        count < 5 ? Level::Warning : Level::Fault,
+        {"the device process was restarted: %1", "设备进程重启次数：%1"},
+        {"report this reason to the maker of the device library", "请将此原因告知设备库厂商"},
+        QStringLiteral("%1, %2").arg(count).arg(reason));
 }
 
 Finding deviceCalls(const Environment &environment)

@@ -20,10 +20,10 @@ QString programFolder()
 
 } // namespace
 
-Places findPlaces(const QJsonObject &told)
+Places findPlaces(const QJsonObject &folders)
 {
-    const auto folder = [&told](const char *name) {
-        return told.value(QLatin1String(name)).toString();
+    const auto folder = [&folders](const char *name) {
+        return folders.value(QLatin1String(name)).toString();
     };
     Places places;
     places.files.program = folder("program");

@@ -16,6 +16,6 @@ struct Places
 /**
  * The places of the server that answers, or else those of one that is started now by this user: the
  * one next to devicectl, as in a build, or the installed one.
- * \param told  the member "folders" of the server's status; empty: it doesn't answer
+ * \param folders  the member "folders" of the server's status; empty: it doesn't answer
  */
-Places findPlaces(const QJsonObject &told);
+Places findPlaces(const QJsonObject &folders);

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: MIT
 //
-// A device library that does wrong what it is told to: the file named by HOSTILE_ORDER holds a
+// A device library that misbehaves on request: the file named by HOSTILE_ORDER holds a
 // function's name, "any" or "load", what it does when it is called, and a number for that. Every
 // other function fails quietly.
 

@@ -71,7 +71,7 @@ QByteArray Heard::s_lines;
 
 namespace {
 
-/// Everything that tells a picture from another.
+/// Everything that distinguishes two pictures.
 QByteArray seen(const cv::Mat &picture)
 {
     QCryptographicHash pixels(QCryptographicHash::Md5);
