@@ -39,11 +39,9 @@ const char *modeName(Policy::Mode mode)
     return "enforce";
 }
 
-QJsonObject eventOf(const char *name, const QString &origin, const QString &peer)
+AuditEvent eventOf(const char *name, const QString &origin, const QString &peer)
 {
-    return {{QStringLiteral("event"), QString::fromLatin1(name)},
-            {QStringLiteral("origin"), origin},
-            {QStringLiteral("page"), peer}};
+    return AuditEvent(name).with("origin", origin).with("page", peer);
 }
 
 } // namespace
@@ -104,8 +102,7 @@ void AccessControl::reload()
                 found.error ? found.error->text() : QStringLiteral("the policy is gone");
             qCritical().noquote() << "access:" << base::oneLine(reason)
                                   << "- the former policy stays in force";
-            m_audit.write({{QStringLiteral("event"), QStringLiteral("faulty policy")},
-                           {QStringLiteral("reason"), reason}});
+            m_audit.write(AuditEvent("faulty policy").with("reason", reason));
         }
         return;
     }
@@ -142,9 +139,9 @@ void AccessControl::apply()
     if (policy.grants.empty()) {
         qWarning("access: the policy has no grant: every command is refused");
     }
-    m_audit.write({{QStringLiteral("event"), QStringLiteral("policy")},
-                   {QStringLiteral("file"), policy.file},
-                   {QStringLiteral("mode"), QString::fromLatin1(modeName(policy.mode))}});
+    m_audit.write(AuditEvent("policy")
+                      .with("file", policy.file)
+                      .with("mode", QString::fromLatin1(modeName(policy.mode))));
 }
 
 /// " (access.ini:23)", or nothing if no line decided.
@@ -162,12 +159,11 @@ void AccessControl::refused(const QString &what, const QString &origin, const QS
     const QString verb = isEnforcing() ? QStringLiteral("refused") : QStringLiteral("would refuse");
     m_log.write(QStringLiteral("%1 %2 from %3: %4%5")
                     .arg(verb, what, origin, base::oneLine(refusal.reason), lineText(refusal.key)));
-    QJsonObject line = eventOf(isEnforcing() ? "refused" : "would refuse", origin, peer);
-    line.insert(QStringLiteral("what"), what);
-    line.insert(QStringLiteral("reason"), refusal.reason);
-    line.insert(QStringLiteral("rule"), refusal.key);
-    line.insert(QStringLiteral("line"), policy()->lineOf(refusal.key));
-    m_audit.write(line);
+    m_audit.write(eventOf(isEnforcing() ? "refused" : "would refuse", origin, peer)
+                      .with("what", what)
+                      .with("reason", refusal.reason)
+                      .with("rule", refusal.key)
+                      .with("line", policy()->lineOf(refusal.key)));
 
     const bool isNamed = m_counts.contains(origin) || m_counts.size() < mostOrigins;
     const QString rule = refusal.key.isEmpty() ? refusal.reason : refusal.key;
@@ -212,9 +208,8 @@ AccessControl::Passage AccessControl::atText(Visitor &visitor, const QString &me
         refused(decision.what, visitor.originText(), visitor.peer(), *decision.refusal);
         passage.isOpen = !isEnforcing();
     } else if (decision.facts && m_audit.isWanted()) {
-        QJsonObject line = eventOf("carried out", visitor.originText(), visitor.peer());
-        line.insert(QStringLiteral("what"), decision.what);
-        m_audit.write(line);
+        m_audit.write(eventOf("carried out", visitor.originText(), visitor.peer())
+                          .with("what", decision.what));
     }
     if (passage.isOpen) {
         passage.message = isEnforcing() ? decision.message : message;

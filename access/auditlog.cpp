@@ -5,6 +5,7 @@
 #include <QDateTime>
 #include <QDebug>
 #include <QJsonDocument>
+#include <QJsonObject>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -93,8 +94,7 @@ void AuditLog::takeUpChain()
         const QString intact = QString::fromLatin1(m_previous);
         m_previous = hashOf(end.right(torn));
         m_file.write("\n");
-        writeNow({{QStringLiteral("event"), QStringLiteral("resumed")},
-                  {QStringLiteral("intact"), intact}});
+        writeNow(AuditEvent("resumed").with("intact", intact));
     }
     qInfo().noquote() << "access: the audit goes on behind line" << m_number << m_previous;
 }
@@ -122,7 +122,7 @@ void AuditLog::rotate()
     openFile();
 }
 
-void AuditLog::write(QJsonObject event)
+void AuditLog::write(AuditEvent event)
 {
     if (m_settings.path.isEmpty()) {
         return;
@@ -132,8 +132,7 @@ void AuditLog::write(QJsonObject event)
         m_second = now;
         m_lines = 0;
         if (m_leftOut > 0) {
-            writeNow({{QStringLiteral("event"), QStringLiteral("left out")},
-                      {QStringLiteral("lines"), double(std::exchange(m_leftOut, 0))}});
+            writeNow(AuditEvent("left out").with("lines", std::exchange(m_leftOut, 0)));
         }
     }
     if (++m_lines > linesPerSecond) {
@@ -143,7 +142,7 @@ void AuditLog::write(QJsonObject event)
     writeNow(std::move(event));
 }
 
-void AuditLog::writeNow(QJsonObject event)
+void AuditLog::writeNow(AuditEvent event)
 {
     if (m_file.isOpen() && m_size >= m_settings.longest) {
         rotate();
@@ -153,12 +152,11 @@ void AuditLog::writeNow(QJsonObject event)
     if (!m_file.isOpen()) {
         return;
     }
-    event.insert(QStringLiteral("n"), double(++m_number));
-    event.insert(QStringLiteral("time"), timeText());
+    event.with("n", ++m_number).with("time", timeText());
     if (m_settings.isChained) {
-        event.insert(QStringLiteral("prev"), QString::fromLatin1(m_previous));
+        event.with("prev", QString::fromLatin1(m_previous));
     }
-    const QByteArray line = QJsonDocument(event).toJson(QJsonDocument::Compact);
+    const QByteArray line = event.line();
     if (m_file.write(line + '\n') == line.size() + 1) {
         m_isBroken = false;
         m_previous = hashOf(line);

@@ -1,11 +1,11 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include "access/auditevent.h"
 #include "base/clock.h"
 
 #include <QByteArray>
 #include <QFile>
-#include <QJsonObject>
 #include <QString>
 
 namespace accesspolicy {
@@ -41,10 +41,10 @@ public:
     bool isWanted() const { return !m_settings.path.isEmpty(); }
 
     /// Writes an event, with its time and number.
-    void write(QJsonObject event);
+    void write(AuditEvent event);
 
 private:
-    void writeNow(QJsonObject event);
+    void writeNow(AuditEvent event);
     void openFile();
     void takeUpChain();
     QString timeText();

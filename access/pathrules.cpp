@@ -3,21 +3,14 @@
 
 #include <QDir>
 #include <QFile>
-#include <fcntl.h>
 #include <pwd.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <iterator>
 
 namespace accesspolicy {
 
 namespace {
-
-/// What libraries add to the names of captures and documents.
-constexpr const char *addedExtensions[] = {"",     ".jpg", ".jpeg", ".tif", ".tiff",
-                                           ".bmp", ".png", ".pdf",  ".ofd"};
 
 const char *keyOf(PathRules::Right right)
 {
@@ -32,9 +25,17 @@ const char *keyOf(PathRules::Right right)
     return "delete";
 }
 
+bool isPlain(QChar character)
+{
+    return character >= QLatin1Char(' ') && character <= QLatin1Char('~');
+}
+
 /// Why a path isn't one that all layers below read alike; empty if it is.
 QString textProblem(const QString &path)
 {
+    if (std::all_of(path.begin(), path.end(), isPlain)) {
+        return {}; // nearly all; what follows takes longer
+    }
     for (int i = 0; i < path.size(); ++i) {
         const QChar character = path[i];
         if (character.category() == QChar::Other_Control) {
@@ -71,26 +72,6 @@ QByteArray placeOf(const QByteArray &folder)
 bool endAlike(const QByteArray &one, const QByteArray &other)
 {
     return one.mid(one.lastIndexOf('/')) == other.mid(other.lastIndexOf('/'));
-}
-
-/// Which of the files that libraries make of a name is a link already: its extension; else null.
-const char *extensionOfLink(const QByteArray &path)
-{
-    const int slash = path.lastIndexOf('/');
-    const int folder = ::open(path.left(slash + 1).constData(), O_PATH | O_DIRECTORY | O_CLOEXEC);
-    if (folder < 0) {
-        return nullptr; // it doesn't exist yet
-    }
-    const auto isLink = [&](const char *extension) {
-        struct stat status = {};
-        return fstatat(folder, (path.mid(slash + 1) + extension).constData(), &status,
-                       AT_SYMLINK_NOFOLLOW)
-            == 0
-            && S_ISLNK(status.st_mode);
-    };
-    const auto found = std::find_if(std::begin(addedExtensions), std::end(addedExtensions), isLink);
-    ::close(folder);
-    return found == std::end(addedExtensions) ? nullptr : *found;
 }
 
 } // namespace
@@ -192,7 +173,11 @@ bool PathRules::isInFolders(const QByteArray &path, Right right) const
 /// Any part of the name counts: "libx.so.1" is a library.
 bool PathRules::hasDeniedExtension(const QByteArray &path) const
 {
-    const QString name = QFile::decodeName(path.mid(path.lastIndexOf('/') + 1)).toLower();
+    const QByteArray file = path.mid(path.lastIndexOf('/') + 1);
+    if (!file.contains('.')) {
+        return false; // like most captures
+    }
+    const QString name = QFile::decodeName(file).toLower();
     const auto parts = name.splitRef(QLatin1Char('.'));
     return std::any_of(parts.begin() + 1, parts.end(), [&](const QStringRef &part) {
         const QStringRef extension = part.trimmed();
@@ -255,9 +240,7 @@ PathRules::Answer PathRules::decideNew(const QString &path) const
     if (name.isEmpty() || dots.startsWith(name)) {
         return refused(keyOf(Right::Write), QStringLiteral("it has no name"));
     }
-    const Answer answer = decideEntry(path, Right::Write);
-    const char *link = answer.isAllowed ? extensionOfLink(answer.path) : nullptr;
-    return link ? refused(keyOf(Right::Write), QStringLiteral("a link has that name")) : answer;
+    return decided(path, Right::Write, LastLink::None);
 }
 
 } // namespace accesspolicy

@@ -7,12 +7,14 @@
 #include <sys/vfs.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <atomic>
 #include <cerrno>
 #include <climits>
 #include <cstdint>
 #include <cstring>
+#include <iterator>
 #include <utility>
 
 namespace accesspolicy {
@@ -28,6 +30,10 @@ struct OpenHow
     std::uint64_t mode;
     std::uint64_t resolve;
 };
+
+/// What libraries add to the names of captures and documents.
+constexpr const char *addedExtensions[] = {".jpg", ".jpeg", ".tif", ".tiff",
+                                           ".bmp", ".png",  ".pdf", ".ofd"};
 
 constexpr long procMagic = 0x9fa0; // PROC_SUPER_MAGIC, linux/magic.h
 constexpr int mostLinks = 40; // as the kernel follows
@@ -193,6 +199,20 @@ bool isDots(const QByteArray &name)
     return name == "." || name == "..";
 }
 
+/// Whether one of the files that libraries make of a name is a link already.
+bool isLinkWithExtension(const Descriptor &folder, QByteArray name)
+{
+    const int length = name.size();
+    const auto isLink = [&](const char *extension) {
+        name.truncate(length);
+        name += extension;
+        struct stat status = {};
+        return fstatat(folder.get(), name.constData(), &status, AT_SYMLINK_NOFOLLOW) == 0
+            && S_ISLNK(status.st_mode);
+    };
+    return std::any_of(std::begin(addedExtensions), std::end(addedExtensions), isLink);
+}
+
 /// Places a name in a folder that exists. The name may be a link: to nothing, or one to keep.
 RealPath inFolder(const Descriptor &folder, const QByteArray &name, LastLink lastLink)
 {
@@ -205,15 +225,21 @@ RealPath inFolder(const Descriptor &folder, const QByteArray &name, LastLink las
     }
     result.path += result.path.endsWith('/') ? name : '/' + name;
     struct stat status = {};
-    if (fstatat(folder.get(), name.constData(), &status, AT_SYMLINK_NOFOLLOW) != 0) {
+    if (fstatat(folder.get(), name.constData(), &status, AT_SYMLINK_NOFOLLOW) == 0) {
+        result.type = typeOf(status);
+        result.size = status.st_size;
+    } else if (errno == ENOENT) {
         result.type = RealPath::Type::Missing;
-        return errno == ENOENT ? result : failed(QString::fromLocal8Bit(strerror(errno)));
+    } else {
+        return failed(QString::fromLocal8Bit(strerror(errno)));
     }
-    if (S_ISLNK(status.st_mode) && lastLink == LastLink::Follow) {
+    const bool isLink = result.type == RealPath::Type::Link;
+    if (isLink && lastLink == LastLink::Follow) {
         return failed(QStringLiteral("it is a link to nothing"));
     }
-    result.type = typeOf(status);
-    result.size = status.st_size;
+    if (lastLink == LastLink::None && (isLink || isLinkWithExtension(folder, name))) {
+        return failed(QStringLiteral("a link has that name"));
+    }
     return result;
 }
 
@@ -250,7 +276,8 @@ RealPath follow(const QByteArray &path)
     }
 }
 
-RealPath keepLast(const QByteArray &path)
+/// Follows links up to the folder of the last name.
+RealPath followToLast(const QByteArray &path, LastLink lastLink)
 {
     const int slash = path.lastIndexOf('/');
     const QByteArray name = path.mid(slash + 1);
@@ -258,7 +285,7 @@ RealPath keepLast(const QByteArray &path)
         return failed(QStringLiteral("it names no entry of a folder"));
     }
     const Descriptor folder = openPath(path.left(slash + 1));
-    return folder ? inFolder(folder, name, LastLink::Keep)
+    return folder ? inFolder(folder, name, lastLink)
                   : failed(QString::fromLocal8Bit(strerror(errno)));
 }
 
@@ -277,7 +304,7 @@ RealPath realPath(const QByteArray &path, LastLink lastLink)
     if (path.isEmpty() || path.contains('\0') || absolute.size() >= PATH_MAX) {
         return failed(QStringLiteral("it is no path"));
     }
-    return lastLink == LastLink::Follow ? follow(absolute) : keepLast(absolute);
+    return lastLink == LastLink::Follow ? follow(absolute) : followToLast(absolute, lastLink);
 }
 
 void setOpenat2Used(bool used)

@@ -28,6 +28,9 @@ struct RealPath
 enum class LastLink {
     Follow,
     Keep, ///< the link itself is meant, as when it is deleted
+    /// A file is meant that a library will make, with this name or with an extension added to it;
+    /// a link with one of these names is a problem.
+    None,
 };
 
 /**

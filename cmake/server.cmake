@@ -18,6 +18,7 @@ target_link_libraries(access_rules PUBLIC base Qt5::Core Qt5::Network PRIVATE wa
 # The server: a static library, which tests link too, and the program itself.
 add_library(server_core STATIC
     access/accesscontrol.cpp
+    access/auditevent.cpp
     access/auditlog.cpp
     access/devicefolders.cpp
     access/policywatch.cpp

@@ -791,9 +791,9 @@ private Q_SLOTS:
         const QString path = at("audit.log");
         const auto write = [&](int lines, bool isChained = true) {
             AuditLog audit;
-            audit.open({path, 2000, 3, isChained});
+            audit.open({path, 2200, 3, isChained});
             for (int i = 0; i < lines; ++i) {
-                audit.write({{line("event"), line("refused")}, {line("what"), line("Öffnen\n")}});
+                audit.write(AuditEvent("refused").with("what", line("\"Öffnen\\\n")));
             }
         };
         QProcess verify;
@@ -803,6 +803,8 @@ private Q_SLOTS:
         };
         write(20);
         QCOMPARE(verdict(), 0);
+        QCOMPARE(QJsonDocument::fromJson(contentOf(path).split('\n')[0])[line("what")].toString(),
+                 line("\"Öffnen\\\n"));
         QVERIFY(QFile::exists(path + line(".1")));
         QCOMPARE(QFileInfo(path).permissions() & 0x0077, QFile::Permissions());
         write(30); // goes on, and drops the oldest
@@ -831,7 +833,7 @@ private Q_SLOTS:
         QCOMPARE(verdict(), 1); // there is no chain
         AuditLog none;
         none.open({});
-        none.write({});
+        none.write(AuditEvent("refused"));
     }
 
     void theLogHides_data()
