@@ -18,8 +18,13 @@ AuditEvent::AuditEvent(const char *name)
 
 AuditEvent &AuditEvent::with(const char *key, const QString &value)
 {
+    return with(key, value.toUtf8()); // half a character becomes a question mark
+}
+
+AuditEvent &AuditEvent::with(const char *key, const QByteArray &utf8)
+{
     begin(key);
-    append(value.toUtf8()); // half a character becomes a question mark
+    append(utf8);
     return *this;
 }
 
@@ -41,17 +46,18 @@ void AuditEvent::begin(const char *key)
 void AuditEvent::append(const QByteArray &utf8)
 {
     m_members += '"';
-    for (const char character : utf8) {
-        if (character == '"' || character == '\\') {
-            m_members += '\\';
-            m_members += character;
-        } else if (uchar(character) < 0x20) {
-            m_members += "\\u00";
-            m_members += QByteArray(1, character).toHex();
-        } else {
-            m_members += character;
+    int written = 0;
+    for (int i = 0; i < utf8.size(); ++i) {
+        const char character = utf8[i];
+        const bool isControl = uchar(character) < 0x20;
+        if (isControl || character == '"' || character == '\\') {
+            m_members.append(utf8.constData() + written, i - written);
+            m_members += isControl ? "\\u00" + QByteArray(1, character).toHex()
+                                   : QByteArray(1, '\\') + character;
+            written = i + 1;
         }
     }
+    m_members.append(utf8.constData() + written, utf8.size() - written);
     m_members += '"';
 }
 

@@ -19,6 +19,7 @@ public:
 
     /// \param key  plain ASCII without quotes
     AuditEvent &with(const char *key, const QString &value);
+    AuditEvent &with(const char *key, const QByteArray &utf8);
     AuditEvent &with(const char *key, qint64 value);
 
     /// The object, in UTF-8, without a line break.

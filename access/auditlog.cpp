@@ -91,7 +91,7 @@ void AuditLog::takeUpChain()
         qMax(m_number,
              qint64(QJsonDocument::fromJson(last).object().value(QLatin1String("n")).toDouble()));
     if (torn > 0) {
-        const QString intact = QString::fromLatin1(m_previous);
+        const QByteArray intact = m_previous;
         m_previous = hashOf(end.right(torn));
         m_file.write("\n");
         writeNow(AuditEvent("resumed").with("intact", intact));
@@ -100,15 +100,16 @@ void AuditLog::takeUpChain()
 }
 
 /// Now, in UTC, as in ISO 8601, to the millisecond.
-QString AuditLog::timeText()
+QByteArray AuditLog::timeText()
 {
     const qint64 now = QDateTime::currentMSecsSinceEpoch();
     if (now / 1000 != m_timeSecond) {
         m_timeSecond = now / 1000;
         m_time = QDateTime::fromSecsSinceEpoch(m_timeSecond, Qt::UTC)
-                     .toString(QStringLiteral("yyyy-MM-ddThh:mm:ss"));
+                     .toString(QStringLiteral("yyyy-MM-ddThh:mm:ss"))
+                     .toLatin1();
     }
-    return QStringLiteral("%1.%2Z").arg(m_time).arg(now % 1000, 3, 10, QLatin1Char('0'));
+    return m_time + '.' + QByteArray::number(now % 1000).rightJustified(3, '0') + 'Z';
 }
 
 void AuditLog::rotate()
@@ -154,7 +155,7 @@ void AuditLog::writeNow(AuditEvent event)
     }
     event.with("n", ++m_number).with("time", timeText());
     if (m_settings.isChained) {
-        event.with("prev", QString::fromLatin1(m_previous));
+        event.with("prev", m_previous);
     }
     const QByteArray line = event.line();
     if (m_file.write(line + '\n') == line.size() + 1) {

@@ -47,7 +47,7 @@ private:
     void writeNow(AuditEvent event);
     void openFile();
     void takeUpChain();
-    QString timeText();
+    QByteArray timeText();
     void rotate();
 
     Settings m_settings;
@@ -55,7 +55,7 @@ private:
     QByteArray m_previous; // hash of the last line
     qint64 m_number = 0; // of the last line
     qint64 m_timeSecond = -1; // since the epoch, of m_time
-    QString m_time; // "2026-11-22T02:11:38", which takes longer to make than all the rest
+    QByteArray m_time; // "2026-11-22T02:11:38", which takes longer to make than all the rest
     qint64 m_size = 0; // of the file
     bool m_isBroken = false; // and that has been said
     base::Clock::TimePoint m_second{};
