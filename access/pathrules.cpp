@@ -235,7 +235,7 @@ PathRules::Answer PathRules::decideEntry(const QString &path, Right right) const
 
 PathRules::Answer PathRules::decideNew(const QString &path) const
 {
-    const QString name = path.section(QLatin1Char('/'), -1);
+    const QString name = path.mid(path.lastIndexOf(QLatin1Char('/')) + 1);
     const QString dots = QStringLiteral("..");
     if (name.isEmpty() || dots.startsWith(name)) {
         return refused(keyOf(Right::Write), QStringLiteral("it has no name"));
