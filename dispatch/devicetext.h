@@ -5,6 +5,7 @@
 #include <QString>
 
 #include <cstdlib>
+#include <cstring>
 #include <memory>
 
 /// Frees a text that the device library allocated with malloc.
@@ -30,6 +31,7 @@ inline QString latin1Of(const DeviceText &text)
 /// The bytes before the first NUL, which some device libraries count in a message's length.
 inline QByteArray upToNul(const QByteArray &bytes)
 {
-    const int nul = bytes.indexOf('\0');
-    return nul < 0 ? bytes : bytes.left(nul);
+    // Not QByteArray::indexOf(), which takes a twentieth of a preview frame's time.
+    const void *nul = std::memchr(bytes.constData(), '\0', std::size_t(bytes.size()));
+    return nul ? bytes.left(int(static_cast<const char *>(nul) - bytes.constData())) : bytes;
 }

@@ -156,9 +156,12 @@ void PageSocket::refuseHandshake(int status)
 /// Names the subprotocol behind the status line of the response, which QWebSocketServer can't.
 qint64 PageSocket::writeData(const char *data, qint64 size)
 {
+    if (m_subprotocol.isEmpty()) {
+        return QTcpSocket::writeData(data, size);
+    }
     static const char accepted[] = "HTTP/1.1 101";
     const void *lineEnd = memchr(data, '\n', std::size_t(size));
-    if (m_subprotocol.isEmpty() || !lineEnd
+    if (!lineEnd
         || std::strncmp(data, accepted, std::min(std::size_t(size), std::strlen(accepted))) != 0) {
         return QTcpSocket::writeData(data, size);
     }

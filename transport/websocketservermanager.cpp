@@ -24,7 +24,6 @@
 #include <QThread>
 #include <QWebSocket>
 
-#include <functional>
 #include <numeric>
 #include <utility>
 
@@ -49,7 +48,8 @@ QString commandName(const QString &text)
 bool isAscii(const QByteArray &text)
 {
     const auto bytes = reinterpret_cast<const uchar *>(text.constData());
-    return std::accumulate(bytes, bytes + text.size(), 0U, std::bit_or<>()) < 0x80;
+    const auto either = [](uchar one, uchar other) { return uchar(one | other); };
+    return std::accumulate(bytes, bytes + text.size(), uchar(0), either) < 0x80;
 }
 
 } // namespace
