@@ -6,6 +6,7 @@
 //     bench_pagefinder --kind card           only kinds whose name has this in it
 //     bench_pagefinder --failures DIR        writes what is missed or wrong, drawn into the
 //     pictures
+#include "bench/table.h"
 #include "bench/pagecorpus/corpus.h"
 #include "portable/picture/pagefinder.h"
 
@@ -157,5 +158,13 @@ int main(int argc, char **argv)
     print("pages (held out)", sums[1][1], true);
     print("empty desks", sums[0][0], false);
     print("empty desks (held out)", sums[1][0], false);
+    const auto row = [](const char *measure, const Tally &tally) {
+        printRow(measure, tally.found, tally.pictures, "pages", ">= 0.95");
+        printRow(std::string(measure) + ", time (median)", quantile(tally.milliseconds, 0.5), "ms",
+                 "<= 25 ms");
+    };
+    row("pages found within 1 % of the diagonal", sums[0][1]);
+    row("held-out pages found within 1 %", sums[1][1]);
+    printRow("pages found on empty desks", sums[0][0].wrong + sums[1][0].wrong, "", "0");
     return 0;
 }

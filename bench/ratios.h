@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include "bench/table.h"
+
 #include <benchmark/benchmark.h>
 
 #include <cstdio>
@@ -18,7 +20,7 @@
  *         run.printRatio("log line: ours / text stream", "BM_logLine", "BM_textStream", 0.25);
  *     }
  *
- * prints, after the table, "log line: ours / text stream = 0.21 (limit 0.25)".
+ * prints, after the benchmarks, a row of the table of bench/table.h.
  */
 class RatioRun
 {
@@ -45,6 +47,7 @@ public:
     /**
      * Prints the ratio of the medians of two benchmarks (wall-clock time if they use it, otherwise
      * CPU time), or "not measured" when one was filtered out or failed.
+     * \param limit  that the ratio should keep
      */
     void printRatio(const std::string &what, const std::string &ours, const std::string &plain,
                     double limit) const
@@ -55,7 +58,9 @@ public:
             std::printf("%s: not measured\n", what.c_str());
             return;
         }
-        std::printf("%s = %.2f (limit %.2f)\n", what.c_str(), our->second / other->second, limit);
+        char goal[32];
+        std::snprintf(goal, sizeof goal, "<= %.4g", limit);
+        printRow(what, our->second * 1000, other->second * 1000, "ms", goal);
     }
 
 private:

@@ -1,0 +1,115 @@
+// SPDX-License-Identifier: MIT
+//
+// What many pages do to each other: a reply beside eight previews, the frames of one page among
+// fifty, replies to two hundred. Needs port 1818. Argument: replies in each measurement.
+
+#include "bench/serverprocess.h"
+#include "bench/table.h"
+
+namespace {
+
+constexpr int usualReplies = 2000;
+constexpr int replyPauseUs = 3000; ///< so that replies meet all moments of a frame
+constexpr int previews = 8;
+constexpr int crowd = 50;
+constexpr int allPages = 200;
+constexpr int framesOfRate = 300;
+
+double percentile(std::vector<double> values, double share)
+{
+    const auto at = values.begin() + std::ptrdiff_t(share * double(values.size() - 1));
+    std::nth_element(values.begin(), at, values.end());
+    return *at;
+}
+
+struct Replies
+{
+    double half = 0; ///< ms; 50 % came in that time
+    double nearlyAll = 0; ///< 99 %
+};
+
+Replies replies(ServerProcess &server, int count)
+{
+    std::vector<double> times;
+    times.reserve(std::size_t(count));
+    for (int i = 0; i < count; ++i) {
+        times.push_back(server.call("sGetTempPath"));
+        usleep(replyPauseUs);
+    }
+    return {percentile(times, 0.5), percentile(times, 0.99)};
+}
+
+std::vector<RawClient> pages(int count)
+{
+    std::vector<RawClient> clients;
+    for (int i = 0; i < count; ++i) {
+        clients.emplace_back();
+        if (!clients.back().open(serverPort)) {
+            fail("a page isn't let in");
+        }
+    }
+    return clients;
+}
+
+/// The preview ends whenever a page leaves.
+void startPreview(ServerProcess &server)
+{
+    if (!server.page.call("bStartPlay()", "BeginbStartPlaytrue")) {
+        fail("no preview");
+    }
+}
+
+/// Frames a second that one page gets, with others beside it.
+double rateBeside(ServerProcess &server, int others)
+{
+    const Readers readers(pages(others));
+    startPreview(server);
+    server.frames(framesOfRate / 5);
+    return framesOfRate / server.frames(framesOfRate);
+}
+
+int answered(int count)
+{
+    std::vector<RawClient> clients = pages(count);
+    for (RawClient &client : clients) {
+        client.send("sGetTempPath()");
+    }
+    return int(std::count_if(clients.begin(), clients.end(), [](RawClient &client) {
+        return client.call("sGetTempPath()", "BeginsGetTempPath");
+    }));
+}
+
+} // namespace
+
+int main(int argc, char **argv)
+{
+    qputenv("QT_QPA_PLATFORM", "offscreen");
+    const QCoreApplication application(argc, argv);
+    const int count = argc > 1 ? std::max(100, std::atoi(argv[1])) : usualReplies;
+    const Product product;
+    product.configure("own");
+    const QString bare = QCoreApplication::applicationDirPath() + QStringLiteral("/bareserver");
+
+    const Replies idle = [&] {
+        ServerProcess server(product.folder(), bare);
+        return replies(server, count);
+    }();
+    ServerProcess server(product.folder(), product.program());
+    const Replies atRest = replies(server, count);
+    const double alone = rateBeside(server, 0);
+    const Replies busy = [&] {
+        const Readers readers(pages(previews - 1));
+        startPreview(server);
+        return replies(server, count);
+    }();
+    const double amongMany = rateBeside(server, crowd - 1);
+    const int heard = answered(allPages);
+
+    printRow("a reply at rest, 50 % / bare echo", atRest.half, idle.half, "ms", "");
+    printRow("a reply beside eight previews, 50 % / bare echo", busy.half, idle.half, "ms", "");
+    printRow("a reply beside eight previews, 99 % / bare echo", busy.nearlyAll, idle.nearlyAll,
+             "ms", "<= 2.5");
+    printRow("frames a second among 50 pages / alone", amongMany, alone, "/s", ">= 0.98");
+    printRow("pages of 200 that got both replies", heard, allPages, "pages", "1");
+    return 0;
+}
