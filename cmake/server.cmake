@@ -98,7 +98,10 @@ else()
     target_link_libraries(rvowebSocketServer PRIVATE doccamera cardreader)
     add_dependencies(rvowebSocketServer devicehost portabledoccamera portablecardreader)
 endif()
-# Libraries next to the program are found; LD_LIBRARY_PATH takes precedence (DT_RUNPATH).
-set_target_properties(rvowebSocketServer PROPERTIES
-    BUILD_RPATH "\$ORIGIN" INSTALL_RPATH "\$ORIGIN" BUILD_RPATH_USE_ORIGIN ON)
+# Libraries next to the program are found; LD_LIBRARY_PATH takes precedence (DT_RUNPATH). CMake pads a
+# build's own path, which leaves an empty entry: the current folder.
+set_target_properties(rvowebSocketServer PROPERTIES BUILD_RPATH "\$ORIGIN" INSTALL_RPATH "\$ORIGIN")
+if(NOT DEVICE_LIBRARIES)
+    set_target_properties(rvowebSocketServer PROPERTIES BUILD_WITH_INSTALL_RPATH ON)
+endif()
 target_link_options(rvowebSocketServer PRIVATE -Wl,--enable-new-dtags)
