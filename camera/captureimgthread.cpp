@@ -12,6 +12,7 @@
 #include <algorithm>
 #include <atomic>
 #include <condition_variable>
+#include <deque>
 #include <limits>
 #include <list>
 #include <mutex>
@@ -160,6 +161,8 @@ struct CaptureImgThread::Record
     std::atomic<bool> previewEnabled{true};
 
     std::atomic<int> queuedFrames{0};
+    std::mutex timesMutex;
+    std::deque<base::Clock::TimePoint> fetchTimes; // of the queued frames
 
     // For figures() alone; relaxed, since nothing depends on their order.
     std::atomic<quint64> fetched{0};
@@ -193,7 +196,7 @@ private:
     bool tryThreeTimes(const Start &start);
     void fetchFrame();
     void noteFetched(base::Clock::TimePoint started);
-    void push(const QImage &frame);
+    void push(const QImage &frame, base::Clock::TimePoint fetched);
     void recoverFromFailure();
     void emitResult(const char *name, bool result);
 
@@ -215,7 +218,12 @@ CaptureImgThread::CaptureImgThread(base::Clock &clock)
 {
     setObjectName(QStringLiteral("capture"));
     connect(
-        this, &CaptureImgThread::frameEmitted, this, [this] { --d->queuedFrames; },
+        this, &CaptureImgThread::frameEmitted, this,
+        [this] {
+            const std::lock_guard<std::mutex> lock(d->timesMutex);
+            d->fetchTimes.pop_front();
+            --d->queuedFrames;
+        },
         Qt::QueuedConnection);
     start();
 }
@@ -350,13 +358,23 @@ CaptureImgThread::Figures CaptureImgThread::figures() const
     return figures;
 }
 
-void CaptureImgThread::pushFrame(const QByteArray &text)
+base::Clock::TimePoint CaptureImgThread::fetchTimeOfFrame() const
+{
+    const std::lock_guard<std::mutex> lock(d->timesMutex);
+    return d->fetchTimes.empty() ? base::Clock::TimePoint() : d->fetchTimes.front();
+}
+
+void CaptureImgThread::pushFrame(const QByteArray &text, base::Clock::TimePoint fetched)
 {
     if (d->queuedFrames >= maxQueuedFrames) {
         count(d->dropped);
         return;
     }
     count(d->pushed);
+    {
+        const std::lock_guard<std::mutex> lock(d->timesMutex);
+        d->fetchTimes.push_back(fetched);
+    }
     ++d->queuedFrames;
     Q_EMIT sig_frame(text);
     Q_EMIT frameEmitted(QPrivateSignal());
@@ -465,8 +483,9 @@ void CaptureImgThread::Loop::fetchFrame()
         count(d.failed);
         recoverFromFailure();
     } else if (d.previewEnabled) {
-        guarded(QStringLiteral("getVideoFrame"), false, [this, &frame] {
-            push(frame); // out of memory, at worst
+        const auto fetched = d.clock.now();
+        guarded(QStringLiteral("getVideoFrame"), false, [this, &frame, fetched] {
+            push(frame, fetched); // out of memory, at worst
             return true;
         });
         m_failures = 0;
@@ -491,7 +510,7 @@ void CaptureImgThread::Loop::noteFetched(base::Clock::TimePoint started)
     d.lastFrame.store(time.count(), std::memory_order_relaxed);
 }
 
-void CaptureImgThread::Loop::push(const QImage &frame)
+void CaptureImgThread::Loop::push(const QImage &frame, base::Clock::TimePoint fetched)
 {
     // The main thread is busy: don't encode a frame that would be dropped.
     if (d.queuedFrames >= maxQueuedFrames) {
@@ -515,7 +534,7 @@ void CaptureImgThread::Loop::push(const QImage &frame)
         return;
     }
     m_refusedSize = QSize();
-    m_thread.pushFrame(text);
+    m_thread.pushFrame(text, fetched);
 }
 
 void CaptureImgThread::Loop::recoverFromFailure()

@@ -90,10 +90,15 @@ public:
     void vZoomOriginal();
 
     /**
-     * Pushes a frame of the liveness check, which has the camera to itself.
-     * \param text  base64 of a JPEG; dropped, like the thread's own, while the main thread is busy
+     * Pushes a frame: the thread's own, or one of the liveness check, which has the camera to
+     * itself. \param text     base64 of a JPEG; dropped while the main thread is busy \param
+     * fetched  when the picture came from the device library; zero: unknown
      */
-    void pushFrame(const QByteArray &text);
+    void pushFrame(const QByteArray &text, base::Clock::TimePoint fetched = {});
+
+    /// The time given to pushFrame() for the frame whose sig_frame is being received. Main thread
+    /// only; zero if it is unknown.
+    base::Clock::TimePoint fetchTimeOfFrame() const;
 
     /// The size of the pushed frames in pixels, as set.
     QSize previewSize() const;

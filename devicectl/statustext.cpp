@@ -83,12 +83,14 @@ QStringList deviceLines(const QJsonObject &process)
 QString pageLine(const QJsonObject &page)
 {
     const auto at = [&page](const char *name) { return page.value(QLatin1String(name)); };
-    return said({"  %1 %2: %3 frames, %4 dropped, %5 bytes waiting, last command %6",
-                 "  %1 %2：%3 帧，丢弃 %4，待读 %5 字节，最后命令 %6"})
+    return said({"  %1 %2: %3 frames, %4 dropped, %7 ms old (99 %: %8), %5 bytes waiting, last "
+                 "command %6",
+                 "  %1 %2：%3 帧，丢弃 %4，延迟 %7 毫秒（99 %：%8），待读 %5 字节，最后命令 %6"})
         .arg(at("address").toString(),
              at("origin").toString().isEmpty() ? QStringLiteral("-") : at("origin").toString(),
              number(at("framesSent")), number(at("framesDropped")), number(at("bytesWaiting")),
-             at("lastCommand").toString());
+             at("lastCommand").toString(), number(at("frameAgeMs"), 1),
+             number(at("oldestFrameMs"), 1));
 }
 
 } // namespace

@@ -124,6 +124,8 @@ QJsonArray listed(const QVector<PageStatus> &pages)
                                 {QStringLiteral("origin"), page.origin},
                                 {QStringLiteral("framesSent"), double(page.framesSent)},
                                 {QStringLiteral("framesDropped"), double(page.framesDropped)},
+                                {QStringLiteral("frameAgeMs"), page.frameAgeMs},
+                                {QStringLiteral("oldestFrameMs"), page.oldestFrameMs},
                                 {QStringLiteral("bytesWaiting"), double(page.bytesWaiting)},
                                 {QStringLiteral("textsWaiting"), page.textsWaiting},
                                 {QStringLiteral("lastCommand"), page.lastCommand}});

@@ -195,7 +195,8 @@ private Q_SLOTS:
         page.send(QStringLiteral("SetPersonInfo(MARK)")); // no known command: its name isn't shown
         page.send(QStringLiteral("bSaveJPG(/MARK,MARK)"));
         page.nextReply();
-        Q_EMIT CaptureImgThread::instance()->sig_frame("/9j/AAAA");
+        const auto fetched = base::Clock::shared().now() - std::chrono::milliseconds(40);
+        CaptureImgThread::instance()->pushFrame("/9j/AAAA", fetched);
         page.next();
         recording::reset();
         QByteArray text;
@@ -214,6 +215,7 @@ private Q_SLOTS:
         QCOMPARE(one.value(QStringLiteral("lastCommand")).toString(), QStringLiteral("bSaveJPG"));
         QCOMPARE(one.value(QStringLiteral("framesSent")).toInt(), 1);
         QCOMPARE(one.value(QStringLiteral("framesDropped")).toInt(), 0);
+        QVERIFY(one.value(QStringLiteral("frameAgeMs")).toDouble() >= 40);
         const QJsonObject camera = status.value(QStringLiteral("camera")).toObject();
         QCOMPARE(camera.value(QStringLiteral("source")).toInt(), 0);
         QVERIFY(camera.value(QStringLiteral("paused")).toBool());

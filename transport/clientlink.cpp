@@ -23,7 +23,7 @@ ClientLink::ClientLink(QWebSocket *socket, PageSocket *page, ClientQueue *queue,
     connect(socket, &QWebSocket::bytesWritten, this, &ClientLink::dequeueWritten);
 }
 
-void ClientLink::sendFrame(const QByteArray &frame)
+void ClientLink::sendFrame(const QByteArray &frame, base::Clock::TimePoint fetched)
 {
     Q_ASSERT(QThread::currentThread() == thread());
     if (m_page->state() != QAbstractSocket::ConnectedState || m_page->isRefused()) {
@@ -39,7 +39,7 @@ void ClientLink::sendFrame(const QByteArray &frame)
     }
     ++m_framesSent;
     m_page->write(frame);
-    m_waiting.enqueue(m_written + m_page->bytesToWrite());
+    m_waiting.enqueue({m_written + m_page->bytesToWrite(), fetched});
     m_page->flush(); // now, not after a turn of the event loop
 }
 
@@ -98,8 +98,11 @@ void ClientLink::dequeueWritten(qint64 bytes)
 {
     m_lastRead = base::Clock::shared().now();
     m_written += bytes;
-    while (!m_waiting.isEmpty() && m_waiting.head() <= m_written) {
-        m_waiting.dequeue();
+    while (!m_waiting.isEmpty() && m_waiting.head().end <= m_written) {
+        const Waiting frame = m_waiting.dequeue();
+        if (frame.fetched != base::Clock::TimePoint()) {
+            m_ages.add(m_lastRead - frame.fetched);
+        }
     }
     noteUnread();
 }

@@ -3,6 +3,7 @@
 
 #include "base/clock.h"
 #include "dispatch/clientqueue.h"
+#include "transport/frameages.h"
 #include "transport/limits.h"
 
 #include <QByteArray>
@@ -49,9 +50,10 @@ public:
 
     /**
      * Sends a frame; drops it if frameLimit are queued or the connection is closing.
-     * \param frame  the result of webSocketTextFrame()
+     * \param frame    the result of webSocketTextFrame()
+     * \param fetched  when its picture came from the device library; zero: unknown
      */
-    void sendFrame(const QByteArray &frame);
+    void sendFrame(const QByteArray &frame, base::Clock::TimePoint fetched = {});
 
     /// Bytes that the page has still to read, what the kernel keeps excepted.
     qint64 unread() const;
@@ -60,6 +62,7 @@ public:
     ///@{
     quint64 framesSent() const { return m_framesSent; }
     quint64 framesDropped() const { return m_framesDropped; }
+    const FrameAges &frameAges() const { return m_ages; }
     /// Remembers what the page has sent; see lastText().
     void noteText(const QString &text) { m_lastText = text.left(longestName); }
     /// The beginning of the page's last text, long enough for the name of a command.
@@ -106,5 +109,11 @@ private:
     quint64 m_framesSent = 0;
     quint64 m_framesDropped = 0;
     qint64 m_written = 0; // bytes written since the queue was last empty
-    QQueue<qint64> m_waiting; // end of each queued frame, counted like m_written
+    struct Waiting
+    {
+        qint64 end; // counted like m_written
+        base::Clock::TimePoint fetched;
+    };
+    QQueue<Waiting> m_waiting; // a queued frame each
+    FrameAges m_ages;
 };

@@ -497,9 +497,10 @@ void WebSocketServerManager::slot_frame(const QByteArray &bytes)
     const auto started = std::chrono::steady_clock::now();
     QByteArray &frame = m_frames[m_nextFrame++ % m_frames.size()];
     ClientLink::webSocketTextFrame(text, frame);
+    const auto fetched = CaptureImgThread::instance()->fetchTimeOfFrame();
     const auto links = m_links;
     for (ClientLink *link : links) {
-        link->sendFrame(frame);
+        link->sendFrame(frame, fetched);
     }
     const std::chrono::nanoseconds taken = std::chrono::steady_clock::now() - started;
     m_frameSending += m_frameSending.count() == 0 ? taken : (taken - m_frameSending) / 16;
@@ -527,6 +528,11 @@ PageStatus WebSocketServerManager::pageStatus(QWebSocket *socket, const ClientLi
     page.origin = base::oneLine(socket->origin().left(longestOrigin));
     page.framesSent = link.framesSent();
     page.framesDropped = link.framesDropped();
+    const auto age = [&link](double share) {
+        return std::chrono::duration<double, std::milli>(link.frameAges().quantile(share)).count();
+    };
+    page.frameAgeMs = age(0.5);
+    page.oldestFrameMs = age(0.99);
     page.bytesWaiting = link.unread();
     page.textsWaiting = m_messageRun->clientQueue()->waitingTexts(socket);
     page.lastCommand = commandName(link.lastText());
