@@ -3,6 +3,7 @@
 # Tries the Debian packages in a minimal system: installation, use, upgrade, removal.
 cd "$(dirname "$0")/.."
 . scripts/common.sh
+. scripts/minimal-system.sh
 
 usage() {
     cat <<'TEXT'
@@ -47,14 +48,9 @@ version=$(dpkg-deb -f "$server" Version)
 policy=build/packages/rvowebsocketserver-policy_${version}_all.deb
 dev=build/packages/rvowebsocketserver-dev_${version}_all.deb
 
-base=$PWD/build/try-package/$suite.tar
 work=$(mktemp -d --tmpdir rvo-try-XXXXXX)
 root=$work/root
-cleanup() {
-    umount "$root/var/cache/apt/archives" "$root/proc" 2>/dev/null || true
-    rm -rf --one-file-system "$work"
-}
-trap cleanup EXIT
+trap 'remove_system "$work"' EXIT
 
 step() { printf '\n'; say "$* ($(($(date +%s) - begin)) s)"; }
 # check WHAT COMMAND...: fails with the text if the command does.
@@ -107,28 +103,8 @@ repack() {
 }
 
 begin=$(date +%s)
-if [ ! -e "$base" ]; then
-    step "making a minimal $suite"
-    mkdir -p "$(dirname "$base")"
-    debootstrap --variant=minbase "$suite" "$root" "$mirror" >"$work/debootstrap.log" 2>&1 \
-        || { tail -n 5 "$work/debootstrap.log" >&2; fail "debootstrap"; }
-    rm -f "$root"/var/cache/apt/archives/*.deb
-    tar -cf "$base.new" -C "$root" .
-    mv "$base.new" "$base"
-    rm -rf "$root"
-fi
-mkdir -p "$root"
-tar -xf "$base" -C "$root"
-mount --types proc proc "$root/proc"
-mkdir -p "$(dirname "$base")/archives/partial" # what was downloaded before
-mount --bind "$(dirname "$base")/archives" "$root/var/cache/apt/archives"
-cp --dereference /etc/resolv.conf "$root/etc/resolv.conf"
-for file in /etc/apt/apt.conf /etc/apt/apt.conf.d/*proxy*; do
-    [ ! -e "$file" ] || cp "$file" "$root/etc/apt/apt.conf.d/"
-done
-printf '#!/bin/sh\nexit 101\n' >"$root/usr/sbin/policy-rc.d" # no services
-chmod +x "$root/usr/sbin/policy-rc.d"
-echo force-unsafe-io >"$root/etc/dpkg/dpkg.cfg.d/unsafe" # it is thrown away
+step "making a minimal $suite"
+minimal_system "$suite" "$mirror" "$root"
 mkdir "$root/packages"
 cp "$server" "$root/packages/server.deb"
 cp "$policy" "$root/packages/policy.deb"
