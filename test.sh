@@ -52,9 +52,13 @@ if [ "$install" = yes ]; then
     [ "$fuzz" = no ] || install_packages fuzz
     install_npm_packages
 fi
-say "checking layout and includes"
-scripts/format.sh --check
-scripts/check-includes.sh
+if [ -e .git ]; then
+    say "checking layout and includes"
+    scripts/format.sh --check
+    scripts/check-includes.sh
+else
+    say "not a git checkout: layout and includes are not checked"
+fi
 choose_platform
 for name in $builds; do
     case "$name" in

@@ -32,7 +32,7 @@ install_packages() {
         while read -r package program; do
             [ -z "$program" ] || ! command -v "$program" >/dev/null || continue
             is_installed "$package" || missing="$missing $package"
-        done < <(awk -v group="$group" '$1 == group { print $2, $3 }' scripts/packages.txt)
+        done <<<"$(awk -v group="$group" '$1 == group { print $2, $3 }' scripts/packages.txt)"
     done
     [ -n "$missing" ] || return 0
 

@@ -10,8 +10,8 @@ usage() {
 usage: scripts/try-package.sh [option]
 
 Installs the packages of build/packages/ (scripts/package.sh) in a minimal Debian in a folder of its own,
-starts the server there as a plain user, connects a page, upgrades, downgrades, removes and purges, and
-says at each step what doesn't hold. Prints what has to be downloaded and unpacked. Needs root.
+starts the server there as a plain user, connects a page, asks devicectl, upgrades, downgrades, removes and
+purges, and says at each step what doesn't hold. Prints what has to be downloaded and unpacked. Needs root.
 
   --suite NAME    the release of Debian (default: bookworm)
   --mirror URL    where it comes from (default: http://deb.debian.org/debian)
@@ -45,6 +45,7 @@ architecture=$(dpkg --print-architecture)
 server=$(find build/packages -name "rvowebsocketserver_*_$architecture.deb" 2>/dev/null | sort -V | tail -n 1)
 [ -n "$server" ] || fail "no package in build/packages: run scripts/package.sh"
 version=$(dpkg-deb -f "$server" Version)
+modules=(build/packages/rvowebsocketserver-{imgcodecs,video}_"${version}_$architecture.deb")
 policy=build/packages/rvowebsocketserver-policy_${version}_all.deb
 dev=build/packages/rvowebsocketserver-dev_${version}_all.deb
 
@@ -71,25 +72,45 @@ files() {
 # sizes OPTION...: what apt would download and unpack.
 sizes() { inside apt-get -q --assume-no "$@" 2>&1 | grep -E '^(Need to get|After this operation|[0-9]+ upgraded)' || true; }
 
-# use_server: a server of a plain user, on a network of its own, and a page that uses it.
+# use_server: a server of a plain user, on a network of its own, a page and a technician that use it.
 use_server() {
     # shellcheck disable=SC2016 # for the other shell
     unshare --net bash -eu -c '
         root=$1 page=$2
         ip link set lo up
-        start() {
+        clerk() {
             exec chroot --userspec=clerk:clerk "$root" env -i HOME=/home/clerk PATH=/usr/bin:/bin LC_ALL=C.UTF-8 \
-                QT_QPA_PLATFORM=offscreen /usr/lib/rvowebsocketserver/rvowebSocketServer "$@"
+                QT_QPA_PLATFORM=offscreen "$@"
+        }
+        start() { clerk /usr/lib/rvowebsocketserver/rvowebSocketServer "$@"; }
+        # expect STATUS VERB...: devicectl ends with that status.
+        expect() {
+            local expected=$1 result=0
+            shift
+            output=$(clerk devicectl "$@" 2>&1) || result=$?
+            [ "$result" -eq "$expected" ] && return
+            echo "devicectl $*: $result instead of $expected"
+            echo "$output"
+            exit 1
         }
         start --simulate >"$root/tmp/output.log" 2>&1 &
         server=$!
         python3 "$page" 30 /home/clerk/scan || { cat "$root/tmp/output.log"; exit 1; }
         second=$(start 2>&1) || { echo "the second server ended with $?"; exit 1; }
         case "$second" in *"is already running"*) ;; *) echo "the second server: $second"; exit 1 ;; esac
+        expect 0 status --json
+        case "$output" in *"\"pid\": $server"* | *"\"pid\":$server"*) ;; *) echo "status: $output"; exit 1 ;; esac
+        expect 0 call --frame /home/clerk/scan/frame.jpg bStartPlay
+        expect 0 call --before bStartPlay bSaveJPG /home/clerk/scan capture2
+        expect 0 doctor
+        echo "devicectl doctor: $(grep -c ^ok <<<"$output") checks are ok; others:"
+        grep -v ^ok <<<"$output" || true
         kill "$server"
         wait "$server" || true
+        expect 3 status
+        expect 1 doctor
     ' use_server "$root" "$PWD/scripts/try-package/page.py"
-    rm "$root/home/clerk/scan/capture.jpg" || fail "there is no capture"
+    rm "$root"/home/clerk/scan/{capture,capture2,frame}.jpg || fail "there is no capture"
 }
 
 # repack VERSION: the server package as an earlier one, whose settings have other defaults.
@@ -108,6 +129,7 @@ minimal_system "$suite" "$mirror" "$root"
 mkdir "$root/packages"
 cp "$server" "$root/packages/server.deb"
 cp "$policy" "$root/packages/policy.deb"
+cp "${modules[@]}" "$root/packages/"
 repack "$version~before"
 inside useradd --create-home clerk
 inside install -d -o clerk -g clerk /home/clerk/scan
@@ -115,15 +137,23 @@ apt update >/dev/null
 files >"$work/before"
 
 step "sizes in a minimal $suite"
-say "without recommended packages:"
-sizes install --no-install-recommends /packages/server.deb
-say "with them, the browser among them:"
-sizes install /packages/server.deb
+size() {
+    local what=$1
+    shift
+    say "$what: $(sizes install --no-install-recommends "$@" | tr '\n' ' ')"
+}
+module() { printf '/packages/rvowebsocketserver-%s_%s_%s.deb' "$1" "$version" "$architecture"; }
+size "Qt 5 with windows, which a desktop has" libqt5widgets5 libqt5websockets5
+size "the server alone" /packages/server.deb
+size "with -video" /packages/server.deb "$(module video)"
+size "with -imgcodecs" /packages/server.deb "$(module imgcodecs)"
+say "with all that is recommended, the browser among it:"
+sizes install /packages/server.deb "$(module video)" "$(module imgcodecs)"
 
 step "installing $version~before"
 apt install --no-install-recommends /packages/old.deb >"$work/install.log" 2>&1 || { tail "$work/install.log"; fail "installation"; }
 find "$root/usr/lib/rvowebsocketserver" -maxdepth 1 -printf '%f ' && echo
-for program in "$root"/usr/lib/rvowebsocketserver/{rvowebSocketServer,devicehost,barcodeworker,fingerworker,elecsign,webbrowser,*.so}; do
+for program in "$root"/usr/lib/rvowebsocketserver/{rvowebSocketServer,devicehost,barcodeworker,fingerworker,elecsign,webbrowser,*.so} "$root/usr/bin/devicectl"; do
     check "libraries of $(basename "$program")" bash -c "! chroot '$root' ldd '${program#"$root"}' | grep 'not found'"
 done
 
