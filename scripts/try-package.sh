@@ -72,11 +72,12 @@ files() {
 # sizes OPTION...: what apt would download and unpack.
 sizes() { inside apt-get -q --assume-no "$@" 2>&1 | grep -E '^(Need to get|After this operation|[0-9]+ upgraded)' || true; }
 
-# use_server: a server of a plain user, on a network of its own, a page and a technician that use it.
+# use_server RECORDS: a server of a plain user, on a network of its own, a page and a technician that use
+# it. Whether it can record, which depends on -video.
 use_server() {
     # shellcheck disable=SC2016 # for the other shell
     unshare --net bash -eu -c '
-        root=$1 page=$2
+        root=$1 page=$2 records=$3
         ip link set lo up
         clerk() {
             exec chroot --userspec=clerk:clerk "$root" env -i HOME=/home/clerk PATH=/usr/bin:/bin LC_ALL=C.UTF-8 \
@@ -102,6 +103,9 @@ use_server() {
         case "$output" in *"\"pid\": $server"* | *"\"pid\":$server"*) ;; *) echo "status: $output"; exit 1 ;; esac
         expect 0 call --frame /home/clerk/scan/frame.jpg bStartPlay
         expect 0 call --before bStartPlay bSaveJPG /home/clerk/scan capture2
+        expect "$([ "$records" = true ] && echo 0 || echo 1)" \
+            call --before bStartPlay bStartRec /home/clerk/scan/video.mp4
+        expect 0 call --before bStartPlay sGetJpgBase64
         expect 0 doctor
         echo "devicectl doctor: $(grep -c ^ok <<<"$output") checks are ok; others:"
         grep -v ^ok <<<"$output" || true
@@ -109,7 +113,8 @@ use_server() {
         wait "$server" || true
         expect 3 status
         expect 1 doctor
-    ' use_server "$root" "$PWD/scripts/try-package/page.py"
+    ' use_server "$root" "$PWD/scripts/try-package/page.py" "$1"
+    rm -f "$root/home/clerk/scan/video.mp4"
     rm "$root"/home/clerk/scan/{capture,capture2,frame}.jpg || fail "there is no capture"
 }
 
@@ -134,7 +139,6 @@ repack "$version~before"
 inside useradd --create-home clerk
 inside install -d -o clerk -g clerk /home/clerk/scan
 apt update >/dev/null
-files >"$work/before"
 
 step "sizes in a minimal $suite"
 size() {
@@ -149,6 +153,8 @@ size "with -video" /packages/server.deb "$(module video)"
 size "with -imgcodecs" /packages/server.deb "$(module imgcodecs)"
 say "with all that is recommended, the browser among it:"
 sizes install /packages/server.deb "$(module video)" "$(module imgcodecs)"
+apt install --no-install-recommends systemd >/dev/null 2>&1 || fail "systemd, for the user unit"
+files >"$work/before"
 
 step "installing $version~before"
 apt install --no-install-recommends /packages/old.deb >"$work/install.log" 2>&1 || { tail "$work/install.log"; fail "installation"; }
@@ -158,7 +164,7 @@ for program in "$root"/usr/lib/rvowebsocketserver/{rvowebSocketServer,devicehost
 done
 
 step "using it as a plain user"
-use_server
+use_server false
 data=$root/home/clerk/.local/state/rvowebsocketserver
 check "the data folder is the user's alone" test "$(stat -c '%a %U' "$data")" = "700 $(stat -c %U "$root/home/clerk")"
 check "the log says where it is" grep -q 'data folder: "/home/clerk/.local/state/rvowebsocketserver"' "$data"/log/vx_log_*.txt
@@ -166,17 +172,25 @@ check "nothing is written beside the program" test ! -e "$root/usr/lib/rvowebsoc
 
 step "upgrading to $version with changed settings"
 echo '; mine' >>"$root/etc/rvowebsocketserver/devices.ini"
-apt install --no-install-recommends /packages/server.deb /packages/policy.deb >"$work/upgrade.log" 2>&1 || { tail "$work/upgrade.log"; fail "upgrade"; }
+apt install --no-install-recommends /packages/server.deb /packages/policy.deb "$(module video)" "$(module imgcodecs)" \
+    >"$work/upgrade.log" 2>&1 || { tail "$work/upgrade.log"; fail "upgrade"; }
 check "the changed settings are kept" grep -q '^; mine' "$root/etc/rvowebsocketserver/devices.ini"
 check "the others are the new ones" bash -c "! grep -q 'earlier default' '$root/etc/rvowebsocketserver/server.ini'"
 check "the policy is installed" test -e "$root/etc/rvowebsocketserver/access.ini"
-use_server
+use_server true
 check "the policy reports" grep -q 'access:' "$data"/log/vx_log_*.txt
+result=0
+scripts/try-package/user-unit.sh "$root" clerk || result=$?
+if [ "$result" -eq 77 ]; then
+    say "  no service manager can run here: the user unit was only checked"
+else
+    check "the user unit" test "$result" -eq 0
+fi
 
 step "downgrading"
 apt install --no-install-recommends --allow-downgrades /packages/old.deb >"$work/downgrade.log" 2>&1 || { tail "$work/downgrade.log"; fail "downgrade"; }
 check "the changed settings are kept" grep -q '^; mine' "$root/etc/rvowebsocketserver/devices.ini"
-use_server
+use_server false
 
 step "upgrading and removing while it runs"
 unshare --net chroot --userspec=clerk:clerk "$root" env -i HOME=/home/clerk PATH=/usr/bin:/bin QT_QPA_PLATFORM=offscreen \

@@ -77,8 +77,9 @@ step() {
     say "$suite: $what, $(($(date +%s) - begin)) s"
 }
 
-# version PACKAGE...: those installed, in a few words.
+# versions: those of compiler and libraries, in a few words.
 versions() {
+    # shellcheck disable=SC2016 # for dpkg-query
     inside dpkg-query -W -f='${db:Status-Status} ${source:Package} ${source:Upstream-Version}\n' \
         g++-[0-9]* qtbase5-dev libopencv-core-dev 'libzxing*-dev' libcurl4-openssl-dev nodejs 2>/dev/null \
         | awk '$1 == "installed" { printf "%s%s %s", comma, $2, $3; comma = ", " } END { print "" }'
@@ -86,6 +87,7 @@ versions() {
 
 # serve: the server as run.sh starts it, and a page that uses it.
 serve() {
+    # shellcheck disable=SC2016 # for the other shell
     unshare --net bash -eu -c '
         root=$1 tree=$2 scripts=$3 answers=$4
         ip link set lo up
