@@ -79,7 +79,8 @@ private Q_SLOTS:
         const QString own = line("/proc/%1/").arg(m_server.processId());
         QByteArray loaded = contentOf(own + line("maps"));
         for (const QString &thread : QDir(own + line("task")).entryList({line("[0-9]*")})) {
-            const QByteArray child = contentOf(own + line("task/%1/children").arg(thread)).trimmed();
+            const QByteArray child =
+                contentOf(own + line("task/%1/children").arg(thread)).trimmed();
             loaded += contentOf(line("/proc/%1/maps").arg(QString::fromLatin1(child)));
         }
         QVERIFY(loaded.contains("/devicehost") && loaded.contains("libportabledoccamera"));
