@@ -106,6 +106,7 @@ use_server() {
         expect "$([ "$records" = true ] && echo 0 || echo 1)" \
             call --before bStartPlay bStartRec /home/clerk/scan/video.mp4
         expect 0 call --before bStartPlay sGetJpgBase64
+        sleep 2 # until the preview has ended
         expect 0 doctor
         echo "devicectl doctor: $(grep -c ^ok <<<"$output") checks are ok; others:"
         grep -v ^ok <<<"$output" || true

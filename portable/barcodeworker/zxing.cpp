@@ -3,7 +3,7 @@
 
 #if __has_include(<ZXing/ReaderOptions.h>)
 #define ZXING_API 2 // 2.2 and later
-#elif __has_include(<ZXing/ZXVersion.h>)
+#elif __has_include(<ZXing/ImageView.h>)
 #define ZXING_API 1 // 1.4
 #else
 #define ZXING_API 0 // 1.1
