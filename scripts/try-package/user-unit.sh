@@ -7,7 +7,13 @@ set -eu
 root=$1
 user=$2
 if [ -z "${IN_NAMESPACE_OF_UNIT:-}" ]; then
-    IN_NAMESPACE_OF_UNIT=yes exec unshare --mount --cgroup --net --pid --fork --kill-child "$0" "$@"
+    result=0
+    IN_NAMESPACE_OF_UNIT=yes unshare --mount --cgroup --net --pid --fork --kill-child "$0" "$@" || result=$?
+    # Control groups stay when their processes have ended.
+    # shellcheck disable=SC2016 # for the other shell
+    unshare --mount --cgroup bash -c 'mount -t cgroup2 cgroup "$0" && find "$0" -depth -path "$0/user-unit-*" -type d \
+        -exec rmdir {} +' "$root/sys"
+    exit "$result"
 fi
 
 ip link set lo up
@@ -19,8 +25,7 @@ install -d -o "$id" -m 700 "$root/run/user/$id"
 mount -t tmpfs sys "$root/sys"
 mkdir -p "$root/sys/fs/cgroup"
 mount -t cgroup2 cgroup "$root/sys/fs/cgroup" || exit 77
-group=$root/sys/fs/cgroup/user-unit-$$
-mkdir "$group" || exit 77
+group=$(mktemp -d "$root/sys/fs/cgroup/user-unit-XXXXXX") || exit 77
 chown -R "$id" "$group"
 echo $$ >"$group/cgroup.procs"
 
