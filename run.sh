@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # SPDX-License-Identifier: MIT
 # Installs missing packages, builds, starts the server.
+[ -n "${BASH_VERSION:-}" ] || exec bash "$0" "$@" # as in: sh run.sh
 cd "$(dirname "$0")"
 . scripts/common.sh
 

@@ -119,6 +119,19 @@ void exitIfAnotherRuns()
     exit(EXIT_SUCCESS);
 }
 
+/// The last line on the terminal: everything else goes to the log.
+void sayWhereItListens(bool listens)
+{
+    if (listens) {
+        printf("listening on ws://127.0.0.1:%d, log in %s\n", int(port),
+               QFile::encodeName(QLog::instance()->logPath()).constData());
+    } else {
+        printf("not listening: port %d can't be used, the log in %s says why\n", int(port),
+               QFile::encodeName(QLog::instance()->logPath()).constData());
+    }
+    fflush(stdout);
+}
+
 /// The access policy: the system's, or that of the data folder.
 std::unique_ptr<accesspolicy::AccessControl> readPolicy()
 {
@@ -187,6 +200,7 @@ int main(int argc, char *argv[])
         new WebSocketServerManager(QStringLiteral("boreaTcp"), QWebSocketServer::NonSecureMode);
     manager->setAccess(access.get());
     manager->websocke_server_start(QHostAddress::Any, port);
+    sayWhereItListens(manager->running());
     statussocket::StatusReport report(programFacts(), *manager, *access);
     const statussocket::StatusListener statusListener(base::statusSocketPath(),
                                                       [&report] { return report.make(); });

@@ -16,7 +16,7 @@ endif()
 # Runtime: the server, and the companions that it starts by their scripts
 set(_programs rvowebSocketServer imageencoder elecsign webbrowser)
 if(NOT DEVICE_LIBRARIES)
-    list(APPEND _programs devicehost barcodeworker fingerworker portablevideo
+    list(APPEND _programs devicehost barcodeworker fingerworker portablefaces portablevideo
         devicestub doccamera cardreader portabledoccamera portablecardreader)
 endif()
 install(TARGETS ${_programs}

@@ -6,33 +6,64 @@ set -eu
 say() { printf '==> %s\n' "$*"; }
 fail() { printf 'error: %s\n' "$*" >&2; exit 1; }
 
+# is_installed PACKAGE: whether it is installed, or another one of those that | separates.
+is_installed() {
+    local name
+    for name in ${1//|/ }; do
+        ! dpkg-query -W -f='${db:Status-Status}\n' "$name" 2>/dev/null | grep -qx installed || return 0
+    done
+    return 1
+}
+
+# known_package PACKAGE: the first of its names that this system's archive has; as it is if it has none.
+known_package() {
+    local name
+    for name in ${1//|/ }; do
+        [ -z "$(apt-cache --quiet=0 show "$name" 2>/dev/null)" ] || { echo "$name"; return 0; }
+    done
+    echo "${1%%|*}"
+}
+
 # install_packages GROUP...: installs the missing Debian packages of these groups (packages.txt).
 install_packages() {
-    local group package program missing=''
+    local group package program missing='' names=''
     command -v dpkg-query >/dev/null || fail "this needs a Debian-family system (no dpkg-query found)"
     for group in "$@"; do
         while read -r package program; do
             [ -z "$program" ] || ! command -v "$program" >/dev/null || continue
-            dpkg-query -W -f='${db:Status-Status}\n' "$package" 2>/dev/null | grep -qx installed \
-                || missing="$missing $package"
-        done < <(awk -v group="$group" '$1 == group { print $2, $3 }' scripts/packages.txt)
+            is_installed "$package" || missing="$missing $package"
+        done <<<"$(awk -v group="$group" '$1 == group { print $2, $3 }' scripts/packages.txt)"
     done
     [ -n "$missing" ] || return 0
 
-    say "installing packages:$missing"
     local root=''
     if [ "$(id -u)" -ne 0 ]; then
-        command -v sudo >/dev/null || fail "neither root nor sudo available: install them manually, then run this again"
+        command -v sudo >/dev/null || fail "packages are missing, and there is no sudo. As root, run
+    apt-get update && apt-get install --no-install-recommends$(for package in $missing; do printf ' %s' "$(known_package "$package")"; done)
+then run this again."
         root=sudo
     fi
-    $root apt-get -q update
-    # shellcheck disable=SC2086 # a list of words
-    $root env DEBIAN_FRONTEND=noninteractive apt-get -q install -y --no-install-recommends $missing
+    say "packages are missing:$missing"
+    $root apt-get -q -q update
+    for package in $missing; do
+        names="$names $(known_package "$package")"
+    done
+    # shellcheck disable=SC2086 # lists of words
+    {
+        LC_ALL=C apt-get -q --assume-no install --no-install-recommends $names 2>/dev/null \
+            | sed -n -e 's/^Need to get \(.*\) of archives\.$/==> to be downloaded: \1/p' \
+                -e 's/^After this operation, \(.*\) of additional disk space will be used\.$/==> to be installed: \1/p'
+        $root env DEBIAN_FRONTEND=noninteractive apt-get -q install -y --no-install-recommends $names
+    }
 }
 
 # Installs the npm packages of the web tests in tests/web/, as their lock file specifies.
 install_npm_packages() {
     local lock=tests/web/package-lock.json installed=tests/web/node_modules/.installed-lock.json
+    if [ "$(node -p 'Number(process.versions.node.split(".")[0]) >= 18')" != true ]; then
+        say "node $(node -v) is too old: the web tests will be skipped"
+        return 0
+    fi
     ! cmp -s "$lock" "$installed" || return 0
     say "installing the npm packages of the web tests"
     (cd tests/web && npm ci --no-audit --no-fund) || fail "npm could not install them (use --no-install to skip the web tests)"
@@ -52,13 +83,17 @@ choose_platform() {
     fi
 }
 
-# build NAME TARGET [cmake option ...]: builds the target in build/NAME.
+# build NAME TARGET [cmake option ...]: builds the target in build/NAME. A warning stops it only where that
+# is asked for: other systems' compilers warn of more.
 build() {
-    local name=$1 target=$2 type=Debug
+    local name=$1 target=$2 type=Debug program
     shift 2
     [ "$name" != release ] || type=Release
+    for program in cmake ninja c++; do
+        command -v "$program" >/dev/null || fail "$program is not installed (without --no-install it would be)"
+    done
     say "building $target in build/$name"
-    cmake -S . -B "build/$name" -G Ninja -DCMAKE_BUILD_TYPE="$type" -DWARNINGS_AS_ERRORS=ON \
-        --log-level=WARNING "$@"
+    cmake -S . -B "build/$name" -G Ninja -DCMAKE_BUILD_TYPE="$type" --log-level=WARNING \
+        ${WARNINGS_AS_ERRORS:+-DWARNINGS_AS_ERRORS="$WARNINGS_AS_ERRORS"} "$@"
     cmake --build "build/$name" --target "$target"
 }

@@ -3,14 +3,15 @@
 # Tries the Debian packages in a minimal system: installation, use, upgrade, removal.
 cd "$(dirname "$0")/.."
 . scripts/common.sh
+. scripts/minimal-system.sh
 
 usage() {
     cat <<'TEXT'
 usage: scripts/try-package.sh [option]
 
 Installs the packages of build/packages/ (scripts/package.sh) in a minimal Debian in a folder of its own,
-starts the server there as a plain user, connects a page, upgrades, downgrades, removes and purges, and
-says at each step what doesn't hold. Prints what has to be downloaded and unpacked. Needs root.
+starts the server there as a plain user, connects a page, asks devicectl, upgrades, downgrades, removes and
+purges, and says at each step what doesn't hold. Prints what has to be downloaded and unpacked. Needs root.
 
   --suite NAME    the release of Debian (default: bookworm)
   --mirror URL    where it comes from (default: http://deb.debian.org/debian)
@@ -44,17 +45,13 @@ architecture=$(dpkg --print-architecture)
 server=$(find build/packages -name "rvowebsocketserver_*_$architecture.deb" 2>/dev/null | sort -V | tail -n 1)
 [ -n "$server" ] || fail "no package in build/packages: run scripts/package.sh"
 version=$(dpkg-deb -f "$server" Version)
+modules=(build/packages/rvowebsocketserver-{imgcodecs,video}_"${version}_$architecture.deb")
 policy=build/packages/rvowebsocketserver-policy_${version}_all.deb
 dev=build/packages/rvowebsocketserver-dev_${version}_all.deb
 
-base=$PWD/build/try-package/$suite.tar
 work=$(mktemp -d --tmpdir rvo-try-XXXXXX)
 root=$work/root
-cleanup() {
-    umount "$root/var/cache/apt/archives" "$root/proc" 2>/dev/null || true
-    rm -rf --one-file-system "$work"
-}
-trap cleanup EXIT
+trap 'remove_system "$work"' EXIT
 
 step() { printf '\n'; say "$* ($(($(date +%s) - begin)) s)"; }
 # check WHAT COMMAND...: fails with the text if the command does.
@@ -75,25 +72,51 @@ files() {
 # sizes OPTION...: what apt would download and unpack.
 sizes() { inside apt-get -q --assume-no "$@" 2>&1 | grep -E '^(Need to get|After this operation|[0-9]+ upgraded)' || true; }
 
-# use_server: a server of a plain user, on a network of its own, and a page that uses it.
+# use_server RECORDS: a server of a plain user, on a network of its own, a page and a technician that use
+# it. Whether it can record, which depends on -video.
 use_server() {
     # shellcheck disable=SC2016 # for the other shell
     unshare --net bash -eu -c '
-        root=$1 page=$2
+        root=$1 page=$2 records=$3
         ip link set lo up
-        start() {
+        clerk() {
             exec chroot --userspec=clerk:clerk "$root" env -i HOME=/home/clerk PATH=/usr/bin:/bin LC_ALL=C.UTF-8 \
-                QT_QPA_PLATFORM=offscreen /usr/lib/rvowebsocketserver/rvowebSocketServer "$@"
+                QT_QPA_PLATFORM=offscreen "$@"
+        }
+        start() { clerk /usr/lib/rvowebsocketserver/rvowebSocketServer "$@"; }
+        # expect STATUS VERB...: devicectl ends with that status.
+        expect() {
+            local expected=$1 result=0
+            shift
+            output=$(clerk devicectl "$@" 2>&1) || result=$?
+            [ "$result" -eq "$expected" ] && return
+            echo "devicectl $*: $result instead of $expected"
+            echo "$output"
+            exit 1
         }
         start --simulate >"$root/tmp/output.log" 2>&1 &
         server=$!
         python3 "$page" 30 /home/clerk/scan || { cat "$root/tmp/output.log"; exit 1; }
         second=$(start 2>&1) || { echo "the second server ended with $?"; exit 1; }
         case "$second" in *"is already running"*) ;; *) echo "the second server: $second"; exit 1 ;; esac
+        expect 0 status --json
+        case "$output" in *"\"pid\": $server"* | *"\"pid\":$server"*) ;; *) echo "status: $output"; exit 1 ;; esac
+        expect 0 call --frame /home/clerk/scan/frame.jpg bStartPlay
+        expect 0 call --before bStartPlay bSaveJPG /home/clerk/scan capture2
+        expect "$([ "$records" = true ] && echo 0 || echo 1)" \
+            call --before bStartPlay bStartRec /home/clerk/scan/video.mp4
+        expect 0 call --before bStartPlay sGetJpgBase64
+        sleep 2 # until the preview has ended
+        expect 0 doctor
+        echo "devicectl doctor: $(grep -c ^ok <<<"$output") checks are ok; others:"
+        grep -v ^ok <<<"$output" || true
         kill "$server"
         wait "$server" || true
-    ' use_server "$root" "$PWD/scripts/try-package/page.py"
-    rm "$root/home/clerk/scan/capture.jpg" || fail "there is no capture"
+        expect 3 status
+        expect 1 doctor
+    ' use_server "$root" "$PWD/scripts/try-package/page.py" "$1"
+    rm -f "$root/home/clerk/scan/video.mp4"
+    rm "$root"/home/clerk/scan/{capture,capture2,frame}.jpg || fail "there is no capture"
 }
 
 # repack VERSION: the server package as an earlier one, whose settings have other defaults.
@@ -107,52 +130,42 @@ repack() {
 }
 
 begin=$(date +%s)
-if [ ! -e "$base" ]; then
-    step "making a minimal $suite"
-    mkdir -p "$(dirname "$base")"
-    debootstrap --variant=minbase "$suite" "$root" "$mirror" >"$work/debootstrap.log" 2>&1 \
-        || { tail -n 5 "$work/debootstrap.log" >&2; fail "debootstrap"; }
-    rm -f "$root"/var/cache/apt/archives/*.deb
-    tar -cf "$base.new" -C "$root" .
-    mv "$base.new" "$base"
-    rm -rf "$root"
-fi
-mkdir -p "$root"
-tar -xf "$base" -C "$root"
-mount --types proc proc "$root/proc"
-mkdir -p "$(dirname "$base")/archives/partial" # what was downloaded before
-mount --bind "$(dirname "$base")/archives" "$root/var/cache/apt/archives"
-cp --dereference /etc/resolv.conf "$root/etc/resolv.conf"
-for file in /etc/apt/apt.conf /etc/apt/apt.conf.d/*proxy*; do
-    [ ! -e "$file" ] || cp "$file" "$root/etc/apt/apt.conf.d/"
-done
-printf '#!/bin/sh\nexit 101\n' >"$root/usr/sbin/policy-rc.d" # no services
-chmod +x "$root/usr/sbin/policy-rc.d"
-echo force-unsafe-io >"$root/etc/dpkg/dpkg.cfg.d/unsafe" # it is thrown away
+step "making a minimal $suite"
+minimal_system "$suite" "$mirror" "$root"
 mkdir "$root/packages"
 cp "$server" "$root/packages/server.deb"
 cp "$policy" "$root/packages/policy.deb"
+cp "${modules[@]}" "$root/packages/"
 repack "$version~before"
 inside useradd --create-home clerk
 inside install -d -o clerk -g clerk /home/clerk/scan
 apt update >/dev/null
-files >"$work/before"
 
 step "sizes in a minimal $suite"
-say "without recommended packages:"
-sizes install --no-install-recommends /packages/server.deb
-say "with them, the browser among them:"
-sizes install /packages/server.deb
+size() {
+    local what=$1
+    shift
+    say "$what: $(sizes install --no-install-recommends "$@" | tr '\n' ' ')"
+}
+module() { printf '/packages/rvowebsocketserver-%s_%s_%s.deb' "$1" "$version" "$architecture"; }
+size "Qt 5 with windows, which a desktop has" libqt5widgets5 libqt5websockets5
+size "the server alone" /packages/server.deb
+size "with -video" /packages/server.deb "$(module video)"
+size "with -imgcodecs" /packages/server.deb "$(module imgcodecs)"
+say "with all that is recommended, the browser among it:"
+sizes install /packages/server.deb "$(module video)" "$(module imgcodecs)"
+apt install --no-install-recommends systemd >/dev/null 2>&1 || fail "systemd, for the user unit"
+files >"$work/before"
 
 step "installing $version~before"
 apt install --no-install-recommends /packages/old.deb >"$work/install.log" 2>&1 || { tail "$work/install.log"; fail "installation"; }
 find "$root/usr/lib/rvowebsocketserver" -maxdepth 1 -printf '%f ' && echo
-for program in "$root"/usr/lib/rvowebsocketserver/{rvowebSocketServer,devicehost,barcodeworker,fingerworker,elecsign,webbrowser,*.so}; do
+for program in "$root"/usr/lib/rvowebsocketserver/{rvowebSocketServer,devicehost,barcodeworker,fingerworker,elecsign,webbrowser,*.so} "$root/usr/bin/devicectl"; do
     check "libraries of $(basename "$program")" bash -c "! chroot '$root' ldd '${program#"$root"}' | grep 'not found'"
 done
 
 step "using it as a plain user"
-use_server
+use_server false
 data=$root/home/clerk/.local/state/rvowebsocketserver
 check "the data folder is the user's alone" test "$(stat -c '%a %U' "$data")" = "700 $(stat -c %U "$root/home/clerk")"
 check "the log says where it is" grep -q 'data folder: "/home/clerk/.local/state/rvowebsocketserver"' "$data"/log/vx_log_*.txt
@@ -160,17 +173,25 @@ check "nothing is written beside the program" test ! -e "$root/usr/lib/rvowebsoc
 
 step "upgrading to $version with changed settings"
 echo '; mine' >>"$root/etc/rvowebsocketserver/devices.ini"
-apt install --no-install-recommends /packages/server.deb /packages/policy.deb >"$work/upgrade.log" 2>&1 || { tail "$work/upgrade.log"; fail "upgrade"; }
+apt install --no-install-recommends /packages/server.deb /packages/policy.deb "$(module video)" "$(module imgcodecs)" \
+    >"$work/upgrade.log" 2>&1 || { tail "$work/upgrade.log"; fail "upgrade"; }
 check "the changed settings are kept" grep -q '^; mine' "$root/etc/rvowebsocketserver/devices.ini"
 check "the others are the new ones" bash -c "! grep -q 'earlier default' '$root/etc/rvowebsocketserver/server.ini'"
 check "the policy is installed" test -e "$root/etc/rvowebsocketserver/access.ini"
-use_server
+use_server true
 check "the policy reports" grep -q 'access:' "$data"/log/vx_log_*.txt
+result=0
+scripts/try-package/user-unit.sh "$root" clerk || result=$?
+if [ "$result" -eq 77 ]; then
+    say "  no service manager can run here: the user unit was only checked"
+else
+    check "the user unit" test "$result" -eq 0
+fi
 
 step "downgrading"
 apt install --no-install-recommends --allow-downgrades /packages/old.deb >"$work/downgrade.log" 2>&1 || { tail "$work/downgrade.log"; fail "downgrade"; }
 check "the changed settings are kept" grep -q '^; mine' "$root/etc/rvowebsocketserver/devices.ini"
-use_server
+use_server false
 
 step "upgrading and removing while it runs"
 unshare --net chroot --userspec=clerk:clerk "$root" env -i HOME=/home/clerk PATH=/usr/bin:/bin QT_QPA_PLATFORM=offscreen \

@@ -69,6 +69,26 @@ private Q_SLOTS:
         }
     }
 
+    void atRest()
+    {
+        const QByteArray last =
+            "listening on ws://127.0.0.1:1818, log in " + m_folder.toUtf8() + "/log\n";
+        QByteArray printed;
+        QTRY_VERIFY((printed += m_server.readAllStandardOutput()).endsWith(last));
+        // What brings many libraries along is loaded when it is needed, in neither process before.
+        const QString own = line("/proc/%1/").arg(m_server.processId());
+        QByteArray loaded = contentOf(own + line("maps"));
+        for (const QString &thread : QDir(own + line("task")).entryList({line("[0-9]*")})) {
+            const QByteArray child =
+                contentOf(own + line("task/%1/children").arg(thread)).trimmed();
+            loaded += contentOf(line("/proc/%1/maps").arg(QString::fromLatin1(child)));
+        }
+        QVERIFY(loaded.contains("/devicehost") && loaded.contains("libportabledoccamera"));
+        for (const char *heavy : {"imgcodecs", "libavcodec", "opencv_dnn"}) {
+            QVERIFY2(!loaded.contains(heavy), heavy);
+        }
+    }
+
     void aPageSeesTheDeskScene()
     {
         Page page(port);

@@ -3,7 +3,6 @@
 #include "devicelib/doccamera.h"
 #include "portable/camera/camerasources.h"
 #include "portable/camera/testscenesource.h"
-#include "portable/camera/testsheet.h"
 #include "portable/camera/v4l2source.h"
 #include "portable/picture/imageconversion.h"
 #include "portable/picture/orientation.h"
@@ -12,8 +11,6 @@
 #include <QtTest>
 
 #define ZX_USE_UTF8 1
-#include <ZXing/ReadBarcode.h>
-#include <opencv2/imgproc.hpp>
 
 #include <set>
 
@@ -32,17 +29,6 @@ V4l2Devices machineWith(int cameras)
                            {}});
     }
     return devices;
-}
-
-std::string readCode(const cv::Mat &frame, ZXing::BarcodeFormat format)
-{
-    cv::Mat grey;
-    cv::cvtColor(frame, grey, cv::COLOR_BGR2GRAY);
-    const ZXing::ImageView view(grey.data, grey.cols, grey.rows, ZXing::ImageFormat::Lum,
-                                int(grey.step));
-    const auto hints =
-        ZXing::DecodeHints().setTryHarder(true).setTryRotate(true).setFormats(format);
-    return ZXing::ReadBarcode(view, hints).text();
 }
 
 /// `frame` turned by a quarter clockwise, pixel by pixel.
@@ -236,18 +222,6 @@ private Q_SLOTS:
         scene.drawClock(late, QTime(4, 40, 2)); // over another time's hands
         scene.drawClock(late, QTime(10, 9, 30, 100));
         QVERIFY(equal(early, late));
-    }
-
-    void sceneCodesCanBeRead()
-    {
-        TestSceneSource scene({1920, 1080}, 30);
-        cv::Mat frame;
-        QString error;
-        QVERIFY(scene.open({}, &error) && scene.read(frame, &error));
-        QCOMPARE(frame.size(), cv::Size(1920, 1080));
-        QCOMPARE(readCode(frame, ZXing::BarcodeFormat::QRCode), testSheetQrText().toStdString());
-        QCOMPARE(readCode(frame, ZXing::BarcodeFormat::Code128),
-                 testSheetCode128Text().toStdString());
     }
 
     void sceneReusesFramesThatNobodyHolds()

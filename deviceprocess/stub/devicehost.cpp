@@ -137,11 +137,12 @@ int DeviceHost::restarts() const
 std::optional<DeviceHost::Status> DeviceHost::status() const
 {
     std::unique_lock<std::mutex> lock(m_mutex, std::try_to_lock);
-    for (int tries = 0; !lock && tries < 10; ++tries) {
+    bool isLocked = lock.owns_lock();
+    for (int tries = 0; !isLocked && tries < 10; ++tries) {
         std::this_thread::sleep_for(std::chrono::microseconds(100));
-        lock.try_lock();
+        isLocked = lock.try_lock();
     }
-    if (!lock) {
+    if (!isLocked) {
         return {};
     }
     const auto now = Clock::now();

@@ -30,7 +30,7 @@ struct BarcodeReply
         Failed ///< A reason follows as text.
     };
     Type type = Done;
-    std::int32_t format = 0; ///< The type of the code, a number of ZXing's.
+    std::uint32_t format = 0; ///< The type of the code, of BarcodeFormats.
     std::int32_t hasEncoding = 0; ///< Whether the code says how its text is encoded.
     std::uint32_t textSize = 0;
 };

@@ -2,13 +2,14 @@
 #include "portable/barcodeworker/search.h"
 
 #include "portable/barcodeworker/zbar.h"
+#include "portable/barcodeworker/zxing.h"
 
-#define ZX_USE_UTF8 1
-#include <ZXing/ReadBarcode.h>
 #include <opencv2/imgproc.hpp>
 
 #include <algorithm>
 #include <cmath>
+#include <iterator>
+#include <optional>
 #include <set>
 #include <utility>
 #include <vector>
@@ -17,87 +18,37 @@ namespace portable {
 
 namespace {
 
-using ZXing::BarcodeFormat;
-using ZXing::BarcodeFormats;
 using Clock = std::chrono::steady_clock;
 
 constexpr size_t maxCodes = 32;
 constexpr int maxRepeats = 8; // in a row, of a code that painting over doesn't remove
 
-/// The kinds of sGetBarCodeEx; None for any other number.
+/// The kinds of sGetBarCodeEx; nothing for any other number.
 BarcodeFormats formatsOf(int kind)
 {
-    switch (kind) {
-    case 0:
-        return BarcodeFormat::Any;
-    case 1:
-        return BarcodeFormat::QRCode | BarcodeFormat::MicroQRCode;
-    case 2:
-        return BarcodeFormat::DataMatrix;
-    case 3:
-        return BarcodeFormat::PDF417;
-    case 4:
-        return BarcodeFormat::Code128;
-    case 5:
-        return BarcodeFormat::Code39;
-    case 6:
-        return BarcodeFormat::EAN13 | BarcodeFormat::EAN8 | BarcodeFormat::UPCA
-            | BarcodeFormat::UPCE;
-    case 7:
-        return BarcodeFormat::Code93;
-    case 8:
-        return BarcodeFormat::Codabar;
-    case 9:
-        return BarcodeFormat::ITF;
-    case 10:
-        return BarcodeFormat::Aztec;
-    case 11:
-        return BarcodeFormat::DataBar | BarcodeFormat::DataBarExpanded;
-    default:
-        return BarcodeFormat::None;
-    }
+    using namespace barcode;
+    constexpr BarcodeFormats kinds[] = {
+        any,    qr | microQr, dataMatrix, pdf417, code128,   code39, ean13 | ean8 | upcA | upcE,
+        code93, codabar,      itf,        aztec,  allDataBar};
+    return kind >= 0 && kind < int(std::size(kinds)) ? kinds[kind] : 0;
 }
 
-/// Those of `formats` that are not of the DataBar family.
-BarcodeFormats withoutDataBar(BarcodeFormats formats)
+bool isLinear(const ReadCode &code)
 {
-    BarcodeFormats others;
-    for (const BarcodeFormat format :
-         formats.empty() ? BarcodeFormats(BarcodeFormat::Any) : formats) {
-        if (format != BarcodeFormat::DataBar && format != BarcodeFormat::DataBarExpanded) {
-            others |= format;
-        }
-    }
-    return others;
-}
-
-bool isLinear(const ZXing::Result &code)
-{
-    return BarcodeFormats(BarcodeFormat::LinearCodes).testFlag(code.format());
-}
-
-/// The corners of a matrix code; for a linear code the ends of some scan lines.
-std::vector<cv::Point> cornersOf(const ZXing::Result &code)
-{
-    std::vector<cv::Point> corners;
-    for (const ZXing::PointI &corner : code.position()) {
-        corners.emplace_back(corner.x, corner.y);
-    }
-    return corners;
+    return (code.found.format & barcode::linear) != 0;
 }
 
 /// The scan line on which a linear code was read.
-std::pair<cv::Point, cv::Point> scanLineOf(const ZXing::Result &code)
+std::pair<cv::Point, cv::Point> scanLineOf(const ReadCode &code)
 {
-    const auto corners = cornersOf(code);
-    return {(corners[0] + corners[3]) / 2, (corners[1] + corners[2]) / 2};
+    return {(code.corners[0] + code.corners[3]) / 2, (code.corners[1] + code.corners[2]) / 2};
 }
 
 /**
  * Paints the code over. The height of a linear one is unknown: a band around its scan line is
  * painted, a higher one each time the code is read again.
  */
-void erase(cv::Mat &grey, const ZXing::Result &code, int repeats)
+void erase(cv::Mat &grey, const ReadCode &code, int repeats)
 {
     const cv::Scalar paper(255);
     if (isLinear(code)) {
@@ -106,7 +57,7 @@ void erase(cv::Mat &grey, const ZXing::Result &code, int repeats)
         cv::line(grey, start, end, paper, height * (repeats + 1));
         return;
     }
-    const auto corners = cornersOf(code);
+    const std::vector<cv::Point> corners(code.corners.begin(), code.corners.end());
     cv::fillConvexPoly(grey, corners, paper);
     cv::polylines(grey, corners, true, paper, 5); // the frayed edge
 }
@@ -118,11 +69,10 @@ double withinEighthTurn(double degrees)
 }
 
 /// The rotation of the code in degrees, clockwise, from -45 to 45.
-double tiltOf(const cv::Mat &grey, const ZXing::Result &code)
+double tiltOf(const cv::Mat &grey, const ReadCode &code)
 {
     if (!isLinear(code)) {
-        const auto corners = cornersOf(code);
-        const cv::Point top = corners[1] - corners[0];
+        const cv::Point top = code.corners[1] - code.corners[0];
         return withinEighthTurn(std::atan2(top.y, top.x) * 180 / CV_PI);
     }
     // The scan line may cross the bars at an angle; the gradients along it are at right angles to
@@ -240,9 +190,8 @@ private:
     {
         read(grey, m_formats);
         // ZXing looks for these only around the center of a picture.
-        const auto central =
-            m_formats & (BarcodeFormats(BarcodeFormat::DataMatrix) | BarcodeFormat::Aztec);
-        if (!central.empty()) {
+        const BarcodeFormats central = m_formats & (barcode::dataMatrix | barcode::aztec);
+        if (central != 0) {
             for (const cv::Rect &patch : squarePatches(grey)) {
                 read(grey(patch), central);
             }
@@ -255,18 +204,14 @@ private:
      */
     void read(cv::Mat grey, BarcodeFormats formats)
     {
-        // With fewer agreeing lines, parts of linear codes are taken for codes.
-        const auto hints = ZXing::DecodeHints().setFormats(formats).setMinLineCount(4);
         int repeats = 0;
         while (m_found.size() < maxCodes && repeats <= maxRepeats && isInTime()) {
-            const ZXing::ImageView view(grey.data, grey.cols, grey.rows, ZXing::ImageFormat::Lum,
-                                        int(grey.step));
-            const ZXing::Result code = ZXing::ReadBarcode(view, hints);
-            if (!code.isValid()) {
+            const std::optional<ReadCode> code = readWithZxing(grey, formats);
+            if (!code) {
                 return;
             }
-            repeats = add(grey, code) ? 0 : repeats + 1;
-            erase(grey, code, repeats);
+            repeats = add(grey, *code) ? 0 : repeats + 1;
+            erase(grey, *code, repeats);
         }
     }
 
@@ -274,7 +219,7 @@ private:
     void lookWithZbar(const cv::Mat &grey)
     {
         const auto isLinearFormat = [](const auto &code) {
-            return BarcodeFormats(BarcodeFormat::LinearCodes).testFlag(code.first);
+            return (code.first & barcode::linear) != 0;
         };
         if (std::any_of(m_found.begin(), m_found.end(), isLinearFormat) || !isInTime()) {
             return;
@@ -284,25 +229,22 @@ private:
             codes = readWithZbar(sharpened(grey), m_formats);
         }
         for (const FoundBarcode &code : codes) {
-            if (m_found.size() < maxCodes
-                && m_found.emplace(BarcodeFormat(code.format), code.text).second) {
+            if (m_found.size() < maxCodes && m_found.emplace(code.format, code.text).second) {
                 m_report(code);
             }
         }
     }
 
     /// \return false for a code that was found before
-    bool add(const cv::Mat &grey, const ZXing::Result &code)
+    bool add(const cv::Mat &grey, const ReadCode &code)
     {
-        if (!m_found.emplace(code.format(), code.text()).second) {
+        if (!m_found.emplace(code.found.format, code.found.text).second) {
             return false;
         }
         if (m_found.size() == 1) {
             m_tilt = tiltOf(grey, code);
         }
-        m_report({int(code.format()), code.hasECI(), code.text(),
-                  std::string(reinterpret_cast<const char *>(code.bytes().data()),
-                              code.bytes().size())});
+        m_report(code.found);
         return true;
     }
 
@@ -316,7 +258,7 @@ private:
     const Clock::time_point m_end;
     const std::function<void(const FoundBarcode &)> &m_report;
     bool m_isLate = false;
-    std::set<std::pair<BarcodeFormat, std::string>> m_found;
+    std::set<std::pair<BarcodeFormats, std::string>> m_found;
     double m_tilt = 0; // of the first code, in the picture it was found in
 };
 
@@ -350,10 +292,10 @@ bool searchBarcodes(const cv::Mat &grey, int kind, bool withDataBar, Clock::time
 {
     BarcodeFormats formats = formatsOf(kind);
     if (!withDataBar) {
-        formats = withoutDataBar(formats);
-        if (formats.empty()) { // which ZXing would take for all of them
-            return true;
-        }
+        formats &= ~barcode::allDataBar;
+    }
+    if (formats == 0) { // which ZXing would take for all of them
+        return true;
     }
     Search search(formats, end, report);
     // Codes are read at 200 dpi and less: an A4 page of 600 dpi has 35 million pixels.

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include "portable/barcodeworker/formats.h"
+
 #include <opencv2/core.hpp>
 
 #include <chrono>
@@ -12,7 +14,7 @@ namespace portable {
 /// A code as ZXing or ZBar reads it.
 struct FoundBarcode
 {
-    int format = 0; ///< A number of ZXing's.
+    BarcodeFormats format = 0; ///< One.
     bool hasEncoding = false; ///< Whether the code says how its text is encoded.
     std::string text; ///< UTF-8; a guess where the code doesn't say its encoding.
     std::string bytes; ///< What the code holds.

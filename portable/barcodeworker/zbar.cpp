@@ -10,24 +10,21 @@ namespace portable {
 
 namespace {
 
-using ZXing::BarcodeFormat;
-
 // From zbar.h, the same since 0.10. The library is loaded and not linked: a terminal can do without
 // it, and its development package depends on that of ImageMagick.
 constexpr int setEnabled = 0; // ZBAR_CFG_ENABLE
 constexpr int setMinLength = 0x20; // ZBAR_CFG_MIN_LEN
 constexpr unsigned long grey8 = 0x30303859; // "Y800"
 
-/// ZBar's number of a type of codes, and ZXing's.
+/// ZBar's number of a type of codes, and ours.
 struct Type
 {
     int zbar;
-    BarcodeFormat format;
+    BarcodeFormats format;
 };
 constexpr Type types[] = {
-    {8, BarcodeFormat::EAN8},    {9, BarcodeFormat::UPCE},      {12, BarcodeFormat::UPCA},
-    {13, BarcodeFormat::EAN13},  {25, BarcodeFormat::ITF},      {39, BarcodeFormat::Code39},
-    {93, BarcodeFormat::Code93}, {128, BarcodeFormat::Code128},
+    {8, barcode::ean8}, {9, barcode::upcE},    {12, barcode::upcA},   {13, barcode::ean13},
+    {25, barcode::itf}, {39, barcode::code39}, {93, barcode::code93}, {128, barcode::code128},
 };
 constexpr int itf = 25;
 constexpr int shortestItf = 6; // digits, as ZXing: parts of other codes look like short ones
@@ -78,7 +75,7 @@ struct Library
 
 } // namespace
 
-std::vector<FoundBarcode> readWithZbar(const cv::Mat &grey, ZXing::BarcodeFormats formats)
+std::vector<FoundBarcode> readWithZbar(const cv::Mat &grey, BarcodeFormats formats)
 {
     static const Library zbar;
     std::vector<FoundBarcode> found;
@@ -88,7 +85,7 @@ std::vector<FoundBarcode> readWithZbar(const cv::Mat &grey, ZXing::BarcodeFormat
     void *scanner = zbar.createScanner();
     zbar.configure(scanner, 0, setEnabled, 0); // all types
     for (const Type &type : types) {
-        const bool isWanted = formats.empty() || formats.testFlag(type.format);
+        const bool isWanted = (formats & type.format) != 0;
         zbar.configure(scanner, type.zbar, setEnabled, isWanted ? 1 : 0);
     }
     zbar.configure(scanner, itf, setMinLength, shortestItf);
@@ -103,7 +100,7 @@ std::vector<FoundBarcode> readWithZbar(const cv::Mat &grey, ZXing::BarcodeFormat
         });
         if (type != std::end(types)) {
             const std::string text(zbar.dataOf(code), zbar.sizeOf(code));
-            found.push_back({int(type->format), false, text, text});
+            found.push_back({type->format, false, text, text});
         }
     }
     zbar.destroyImage(image);

@@ -3,8 +3,6 @@
 
 #include "portable/barcodeworker/search.h"
 
-#include <ZXing/BarcodeFormat.h>
-
 #include <vector>
 
 namespace portable {
@@ -15,6 +13,6 @@ namespace portable {
  * \param grey  8-bit
  * \return nothing where libzbar is not installed
  */
-std::vector<FoundBarcode> readWithZbar(const cv::Mat &grey, ZXing::BarcodeFormats formats);
+std::vector<FoundBarcode> readWithZbar(const cv::Mat &grey, BarcodeFormats formats);
 
 } // namespace portable

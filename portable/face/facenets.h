@@ -3,7 +3,6 @@
 
 #include <QString>
 #include <opencv2/core.hpp>
-#include <opencv2/dnn.hpp>
 
 #include <array>
 #include <memory>
@@ -37,25 +36,30 @@ using FaceDescriptor = std::array<float, 128>;
 class FaceNets
 {
 public:
-    /// Builds the networks. \return null, with the reason in `error`, without usable weights
+    /**
+     * Builds the networks, in a module that is loaded then.
+     * \return null, with the reason in `error`, without usable weights or without the module
+     */
     static std::unique_ptr<FaceNets> load(const QString &folder, QString *error);
+
+    virtual ~FaceNets() = default;
+    FaceNets(const FaceNets &) = delete;
+    FaceNets &operator=(const FaceNets &) = delete;
 
     /**
      * The faces of a picture, most confident first.
      * \param size  side in pixels, a multiple of 32, that the picture is scaled to: larger finds
      *              smaller faces and takes longer
      */
-    std::vector<FaceBox> detect(const cv::Mat &picture, int size);
+    virtual std::vector<FaceBox> detect(const cv::Mat &picture, int size) = 0;
 
     /// The landmarks of a face that detect() found.
-    FacePoints points(const cv::Mat &picture, const FaceBox &face);
+    virtual FacePoints points(const cv::Mat &picture, const FaceBox &face) = 0;
 
-    FaceDescriptor describe(const cv::Mat &picture, const FacePoints &points);
+    virtual FaceDescriptor describe(const cv::Mat &picture, const FacePoints &points) = 0;
 
-private:
-    cv::dnn::Net m_detector;
-    cv::dnn::Net m_points;
-    cv::dnn::Net m_descriptor;
+protected:
+    FaceNets() = default;
 };
 
 /// What OpenCV says about a failure, with its version, in one line for the log.

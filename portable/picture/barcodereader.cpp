@@ -11,6 +11,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdint>
 #include <cstring>
 #include <memory>
 #include <mutex>
@@ -110,7 +111,7 @@ private:
 /// A code that a worker has found.
 struct Code
 {
-    int format = 0;
+    std::uint32_t format = 0;
     bool hasEncoding = false;
     QByteArray text; ///< UTF-8
     QByteArray bytes;
@@ -225,7 +226,7 @@ private:
     const milliseconds m_time;
     const SharedPicture m_picture;
     BarcodeRequest m_request;
-    std::set<std::pair<int, QByteArray>> m_found;
+    std::set<std::pair<std::uint32_t, QByteArray>> m_found;
     QStringList m_texts;
     QString m_end; // how the last worker ended, when it did too early
 };

@@ -87,4 +87,5 @@ def main():
     print("captured")
 
 
-main()
+if __name__ == "__main__":
+    main()

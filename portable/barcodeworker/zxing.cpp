@@ -1,0 +1,202 @@
+// SPDX-License-Identifier: MIT
+#include "portable/barcodeworker/zxing.h"
+
+#if __has_include(<ZXing/ReaderOptions.h>)
+#define ZXING_API 2 // 2.2 and later
+#elif __has_include(<ZXing/ImageView.h>)
+#define ZXING_API 1 // 1.4
+#else
+#define ZXING_API 0 // 1.1
+#endif
+#define ZX_USE_UTF8 1
+#include <ZXing/ReadBarcode.h>
+
+#include <algorithm>
+#include <iterator>
+
+namespace portable {
+
+namespace {
+
+struct Format
+{
+    BarcodeFormats ours;
+    ZXing::BarcodeFormat theirs;
+};
+
+using Theirs = ZXing::BarcodeFormat;
+#if ZXING_API > 0
+constexpr Format formatTable[] = {
+    {barcode::aztec, Theirs::Aztec},
+    {barcode::codabar, Theirs::Codabar},
+    {barcode::code39, Theirs::Code39},
+    {barcode::code93, Theirs::Code93},
+    {barcode::code128, Theirs::Code128},
+    {barcode::dataBar, Theirs::DataBar},
+    {barcode::dataBarExpanded, Theirs::DataBarExpanded},
+    {barcode::dataMatrix, Theirs::DataMatrix},
+    {barcode::ean8, Theirs::EAN8},
+    {barcode::ean13, Theirs::EAN13},
+    {barcode::itf, Theirs::ITF},
+    {barcode::maxiCode, Theirs::MaxiCode},
+    {barcode::microQr, Theirs::MicroQRCode},
+    {barcode::pdf417, Theirs::PDF417},
+    {barcode::qr, Theirs::QRCode},
+    {barcode::upcA, Theirs::UPCA},
+    {barcode::upcE, Theirs::UPCE},
+};
+#else
+constexpr Format formatTable[] = {
+    {barcode::aztec, Theirs::AZTEC},
+    {barcode::codabar, Theirs::CODABAR},
+    {barcode::code39, Theirs::CODE_39},
+    {barcode::code93, Theirs::CODE_93},
+    {barcode::code128, Theirs::CODE_128},
+    {barcode::dataBar, Theirs::RSS_14},
+    {barcode::dataBarExpanded, Theirs::RSS_EXPANDED},
+    {barcode::dataMatrix, Theirs::DATA_MATRIX},
+    {barcode::ean8, Theirs::EAN_8},
+    {barcode::ean13, Theirs::EAN_13},
+    {barcode::itf, Theirs::ITF},
+    {barcode::maxiCode, Theirs::MAXICODE},
+    {barcode::pdf417, Theirs::PDF_417},
+    {barcode::qr, Theirs::QR_CODE},
+    {barcode::upcA, Theirs::UPC_A},
+    {barcode::upcE, Theirs::UPC_E},
+};
+#endif
+
+ZXing::BarcodeFormats theirFormats(BarcodeFormats formats)
+{
+    ZXing::BarcodeFormats theirs;
+    for (const Format &format : formatTable) {
+        if ((formats & format.ours) != 0) {
+            theirs |= format.theirs;
+        }
+    }
+    return theirs;
+}
+
+BarcodeFormats ourFormat(ZXing::BarcodeFormat theirs)
+{
+    const auto *const found =
+        std::find_if(std::begin(formatTable), std::end(formatTable),
+                     [theirs](const Format &format) { return format.theirs == theirs; });
+    return found == std::end(formatTable) ? 0 : found->ours;
+}
+
+ZXing::Result decode(const cv::Mat &grey, BarcodeFormats formats)
+{
+#if ZXING_API == 2
+    ZXing::ReaderOptions options;
+    options.setTextMode(
+        ZXing::TextMode::Plain); // HRI puts brackets and names of control characters
+    options.setTryCode39ExtendedMode(false);
+    options.setTryInvert(false);
+#else
+    ZXing::DecodeHints options;
+#endif
+#if ZXING_API > 0
+    // With fewer agreeing lines, parts of linear codes are taken for codes.
+    options.setMinLineCount(4);
+#else
+    // As bytes. A code that says its encoding comes decoded all the same.
+    options.setCharacterSet("ISO8859_1");
+#endif
+    options.setFormats(theirFormats(formats));
+    const ZXing::ImageView view(grey.data, grey.cols, grey.rows, ZXing::ImageFormat::Lum,
+                                int(grey.step));
+    return ZXing::ReadBarcode(view, options);
+}
+
+#if ZXING_API > 0
+
+FoundBarcode found(const ZXing::Result &code)
+{
+    std::string text = code.text();
+    const auto &raw = code.bytes();
+    std::string bytes(reinterpret_cast<const char *>(raw.data()), raw.size());
+#if ZXING_API == 2
+    if (code.format() == Theirs::Codabar && text.size() >= 2) { // its start and stop letters
+        text = text.substr(1, text.size() - 2);
+        bytes = text;
+    }
+#endif
+    return {ourFormat(code.format()), code.hasECI(), std::move(text), std::move(bytes)};
+}
+
+#else
+
+bool isUtf8(const std::string &bytes)
+{
+    for (std::size_t i = 0; i < bytes.size();) {
+        const auto first = static_cast<unsigned char>(bytes[i]);
+        const std::size_t more = first < 0x80 ? 0
+            : first >= 0xc2 && first < 0xe0   ? 1
+            : first >= 0xe0 && first < 0xf0   ? 2
+            : first >= 0xf0 && first < 0xf5   ? 3
+                                              : bytes.size();
+        for (std::size_t k = 1; k <= more; ++k) {
+            if (i + k >= bytes.size()
+                || (static_cast<unsigned char>(bytes[i + k]) & 0xc0) != 0x80) {
+                return false;
+            }
+        }
+        i += more + 1;
+    }
+    return true;
+}
+
+void appendUtf8(std::uint32_t character, std::string *text)
+{
+    if (character < 0x80) {
+        text->push_back(char(character));
+    } else if (character < 0x800) {
+        text->push_back(char(0xc0 | (character >> 6)));
+        text->push_back(char(0x80 | (character & 0x3f)));
+    } else if (character < 0x10000) {
+        text->push_back(char(0xe0 | (character >> 12)));
+        text->push_back(char(0x80 | ((character >> 6) & 0x3f)));
+        text->push_back(char(0x80 | (character & 0x3f)));
+    } else {
+        text->push_back(char(0xf0 | (character >> 18)));
+        text->push_back(char(0x80 | ((character >> 12) & 0x3f)));
+        text->push_back(char(0x80 | ((character >> 6) & 0x3f)));
+        text->push_back(char(0x80 | (character & 0x3f)));
+    }
+}
+
+FoundBarcode found(const ZXing::Result &code)
+{
+    std::string bytes;
+    std::string text;
+    bool isDecoded = false;
+    for (const wchar_t character : code.text()) {
+        isDecoded = isDecoded || character > 0xff;
+        bytes.push_back(char(character));
+        appendUtf8(std::uint32_t(character), &text);
+    }
+    if (!isDecoded && isUtf8(bytes)) {
+        text = bytes;
+    }
+    return {ourFormat(code.format()), isDecoded, std::move(text), std::move(bytes)};
+}
+
+#endif
+
+} // namespace
+
+std::optional<ReadCode> readWithZxing(const cv::Mat &grey, BarcodeFormats formats)
+{
+    const ZXing::Result code = decode(grey, formats);
+    if (!code.isValid()) {
+        return {};
+    }
+    ReadCode result;
+    result.found = found(code);
+    std::transform(code.position().begin(), code.position().end(), result.corners.begin(),
+                   [](const ZXing::PointI &corner) { return cv::Point(corner.x, corner.y); });
+    return result;
+}
+
+} // namespace portable
