@@ -573,6 +573,43 @@ private Q_SLOTS:
                         std::make_unique<FakeSource>(right));
         QVERIFY(none.sizes().empty());
     }
+
+    /// No picture is copied, and none is decoded while nobody looks.
+    void pairIsMadeInPlace()
+    {
+        struct InPlace : FakeSource
+        {
+            using FakeSource::FakeSource;
+            bool read(cv::Mat &frame, QString *error) override
+            {
+                isInPlace = !frame.empty();
+                cv::Mat picture;
+                const bool isThere = FakeSource::read(picture, error);
+                picture.copyTo(frame); // keeps the memory if the size is right
+                return isThere;
+            }
+            bool isInPlace = false;
+        };
+        const auto device = std::make_shared<FakeDevice>();
+        auto left = std::make_unique<InPlace>(device);
+        auto right = std::make_unique<InPlace>(device);
+        InPlace *const sources[] = {left.get(), right.get()};
+        PairSource pair(std::move(left), std::move(right));
+        QString error;
+        QVERIFY(pair.open({}, &error));
+        cv::Mat first;
+        cv::Mat second;
+        QVERIFY(pair.read(first, &error) && pair.read(second, &error));
+        QVERIFY(sources[0]->isInPlace && sources[1]->isInPlace);
+        QCOMPARE(first.at<cv::Vec3b>(29, 39), cv::Vec3b::all(1));
+        QCOMPARE(first.at<cv::Vec3b>(0, 40), cv::Vec3b::all(2));
+        QCOMPARE(second.at<cv::Vec3b>(29, 39), cv::Vec3b::all(3));
+        QCOMPARE(second.at<cv::Vec3b>(0, 40), cv::Vec3b::all(4));
+        QVERIFY(!pair.canSkip());
+        device->canSkip = true;
+        QVERIFY(pair.canSkip() && pair.skip(&error));
+        QCOMPARE(device->skipped.load(), 2);
+    }
 };
 
 QTEST_GUILESS_MAIN(TestPortableCameras)

@@ -2,6 +2,7 @@
 // The portable library's recordings: what ffmpeg finds in the files, and how recordings end.
 #include "devicelib/doccamera.h"
 #include "portable/recording/recorder.h"
+#include "tests/fakemicrophone.h"
 #include "tests/fakesource.h"
 #include "tests/fulldisk.h"
 #include "tests/manualclock.h"
@@ -29,7 +30,8 @@ namespace {
 
 /**
  * Cameras of 80 x 60 that share one device, number 1 open with one frame, and a recorder. Frames
- * come when the test shows them, and the recorder's time moves when the test says so.
+ * come when the test shows them, and the recorder's time moves when the test says so. The
+ * microphone isn't there until the test plugs it in.
  */
 struct Studio
 {
@@ -73,6 +75,16 @@ struct Studio
         QVERIFY(clock.waitForWaiter());
     }
 
+    /// The same with sound: clicks at the whole seconds from `origin`, each 40 ms captured as one.
+    void recordSound(int frames, base::Clock::TimePoint origin)
+    {
+        for (int i = 0; i < frames; ++i) {
+            const std::chrono::duration<double> time = clock.now() - origin;
+            microphone->capture({clock.now(), clicks(time.count(), soundRate / videoFrameRate)});
+            record(1);
+        }
+    }
+
     /// Resumes the recording; returns when its thread has noticed.
     bool resume()
     {
@@ -87,7 +99,11 @@ struct Studio
     ManualClock clock;
     std::shared_ptr<FakeDevice> device = std::make_shared<FakeDevice>();
     CameraSet cameras{[this](int, QString *) { return std::make_unique<FakeSource>(device); }};
-    Recorder recorder{cameras, clock};
+    std::shared_ptr<FakeMicrophoneDevice> microphone = std::make_shared<FakeMicrophoneDevice>();
+    Recorder recorder{cameras, clock, [this](QString *error) {
+                          return SoundCapture::start(FakeMicrophone::opener(microphone), clock,
+                                                     error);
+                      }};
 };
 
 /// What ffprobe says about a video, having counted its frames.
@@ -102,6 +118,7 @@ struct Probe
         const QJsonObject root = QJsonDocument::fromJson(json).object();
         const QJsonArray all = root[line("streams")].toArray();
         const QJsonObject stream = all.at(0).toObject();
+        sound = all.at(1).toObject()[line("codec_name")].toString();
         streams = all.size();
         codec = stream[line("codec_name")].toString();
         rate = stream[line("avg_frame_rate")].toString();
@@ -115,6 +132,7 @@ struct Probe
 
     int streams = 0;
     QString codec;
+    QString sound; // its codec
     QString rate;
     cv::Size size;
     int frames = 0;
@@ -144,6 +162,48 @@ QList<int> greysOf(const QString &path)
         greys << picture.at<uchar>(picture.rows / 2, picture.cols / 2);
     }
     return greys;
+}
+
+/// When the clicks of a video are heard, in seconds.
+std::vector<double> clicksIn(const QString &path)
+{
+    const QByteArray bytes = outputOf(
+        "ffmpeg",
+        words("-v error -i") << line("file:") + path
+                             << words("-map 0:a -af aresample=async=1:first_pts=0 -f s16le -ac 1 "
+                                      "-ar 48000 -"));
+    const auto *samples = reinterpret_cast<const qint16 *>(bytes.constData());
+    std::vector<double> times;
+    for (int i = 0; i < bytes.size() / 2; ++i) {
+        const double time = double(i) / soundRate;
+        if (std::abs(int(samples[i])) > 6000 && (times.empty() || time > times.back() + 0.5)) {
+            times.push_back(time);
+        }
+    }
+    return times;
+}
+
+/// The clicks' seconds, where all are within 10 ms of a whole one.
+QList<int> secondsOf(const std::vector<double> &clicks)
+{
+    QList<int> seconds;
+    for (const double time : clicks) {
+        if (std::abs(time - std::round(time)) > 0.01) {
+            qWarning("a click at %.3f s", time);
+            return {};
+        }
+        seconds << int(std::round(time));
+    }
+    return seconds;
+}
+
+QList<int> range(int begin, int end)
+{
+    QList<int> numbers;
+    for (int i = begin; i < end; ++i) {
+        numbers << i;
+    }
+    return numbers;
 }
 
 /// Whether the greys are these, apart from what the codec loses.
@@ -209,8 +269,8 @@ private Q_SLOTS:
         Studio studio;
         QVERIFY(studio.recorder.start(path(name), format));
         QCOMPARE(m_log->lines().last(),
-                 line("recording, without sound: %1, 80 x 60, ").arg(path(file))
-                     + line(codec == line("h264") ? "H.264" : "MPEG-4"));
+                 line("recording, without sound: %1, 80 x 60, %2; there is no microphone")
+                     .arg(path(file), line(codec == line("h264") ? "H.264" : "MPEG-4")));
         QVERIFY(studio.recorder.isRecording());
         studio.clock.advance(1200ms);
         QVERIFY(studio.recorder.stop());
@@ -305,6 +365,84 @@ private Q_SLOTS:
             + (expected[0] == expected[1] ? 1 : 0);
         QVERIFY(
             m_log->lines().last().endsWith(line("1.2 s, %1 different pictures").arg(different)));
+    }
+
+    void soundStaysWithThePicture_data()
+    {
+        const Rows<VideoFormat, QString, QString, int, int> row("format", "name", "codec", "ppm",
+                                                                "gapEnd");
+        row("exact", VideoFormat::Standard, "a.mp4", "aac", 0, 20);
+        row("fast microphone", VideoFormat::Standard, "a.mp4", "aac", 400, 20);
+        row("slow microphone", VideoFormat::Legacy, "a.avi", "mp3", -400, 20);
+        row("lost for 5 s", VideoFormat::Standard, "a.mkv", "aac", 100, 25);
+        row("lost for 0.5 s", VideoFormat::Legacy, "a.mp4", "mp3", -100, -1);
+        row("AVI", VideoFormat::Standard, "a.avi", "mp3", 0, 20);
+    }
+
+    /// For a minute; without correction, 400 ppm are 24 ms then.
+    void soundStaysWithThePicture()
+    {
+        QFETCH(VideoFormat, format);
+        QFETCH(int, ppm);
+        QFETCH(int, gapEnd);
+        QFETCH(QString, name);
+        QString error;
+        auto file = VideoFile::create(path(name), format, {80, 60}, true, &error);
+        QVERIFY2(file, qPrintable(error));
+        constexpr int seconds = 60;
+        constexpr int block = soundRate / 10;
+        const double rate = soundRate * (1 + ppm / 1e6); // samples in a second
+        const double gap = gapEnd < 0 ? 20.55 : gapEnd;
+        int blocks = 0;
+        for (int i = 0; i < seconds * videoFrameRate; ++i) {
+            const cv::Mat picture = i == 0 ? cv::Mat(60, 80, CV_8UC3, cv::Scalar()) : cv::Mat();
+            QVERIFY(file->add(i, picture, &error));
+            for (; (blocks + 1) * block / rate < double(i) / videoFrameRate; ++blocks) {
+                const double time = blocks * block / rate;
+                const double jitter = (blocks * 5 % 7 - 3) * 0.001;
+                if (time < 20.05 || time > gap) {
+                    const std::chrono::duration<double> at(std::max(0.0, time + jitter));
+                    QVERIFY(file->addSound(std::chrono::duration_cast<base::Clock::Duration>(at),
+                                           clicks(time, block, rate), &error));
+                }
+            }
+        }
+        QVERIFY(file->finish(&error));
+        const Probe probe(path(name));
+        QTEST(probe.sound, "codec");
+        QVERIFY2(std::abs(probe.seconds - seconds) < 0.1,
+                 qPrintable(QString::number(probe.seconds)));
+        // Encoders leave the first one out, which is where they begin.
+        QCOMPARE(secondsOf(clicksIn(path(name))),
+                 range(1, 21) + range(std::max(21, int(gap) + 1), seconds));
+    }
+
+    void recordsTheMicrophone()
+    {
+        Studio studio;
+        studio.microphone->plug(true);
+        QVERIFY(studio.recorder.start(path("a"), VideoFormat::Standard));
+        QCOMPARE(m_log->lines().last(),
+                 line("recording: %1, 80 x 60, H.264, AAC from Fake").arg(path("a.mp4")));
+        const auto origin = studio.clock.now();
+        studio.recordSound(55, origin); // clicks at 1 s and 2 s
+        QVERIFY(studio.recorder.pause());
+        studio.clock.advance(800ms); // a click at 3 s, which is left out
+        studio.recorder.resume();
+        studio.recordSound(30, origin + 800ms); // at 3 s of the video
+        studio.microphone->plug(false);
+        QTRY_VERIFY(m_log->lines().contains(line("microphone lost: Fake: unplugged")));
+        studio.record(50);
+        studio.microphone->plug(true);
+        while (!m_log->lines().contains(line("microphone is back: Fake"))) {
+            studio.record(1);
+        }
+        const auto now = studio.clock.now() - origin - 800ms;
+        const int second = int(now / 1s) + 1;
+        studio.recordSound(30, origin + 800ms);
+        studio.recorder.finish();
+        QCOMPARE(Probe(path("a.mp4")).streams, 2);
+        QCOMPARE(secondsOf(clicksIn(path("a.mp4"))), range(1, 4) + range(second, second + 1));
     }
 
     void recorderFarBehindSkipsFrames()
@@ -518,16 +656,20 @@ private Q_SLOTS:
 
     void unfinishedFilePlays() // as after a kill, but for its last second
     {
-        for (const VideoFormat format : {VideoFormat::Standard, VideoFormat::Legacy}) {
-            Studio studio;
-            QVERIFY(studio.recorder.start(path("a"), format));
-            studio.record(55);
-            const QString file = everythingIn(m_folder->path()).value(0);
-            QVERIFY(QFile::copy(path(file), path("copy.") + QFileInfo(file).suffix()));
-            studio.recorder.finish();
-            const auto copy = play(path("copy.") + QFileInfo(file).suffix());
-            QVERIFY2(copy.size() >= 50, qPrintable(QString::number(copy.size())));
-            QVERIFY(QDir(m_folder->path()).removeRecursively() && QDir().mkpath(m_folder->path()));
+        for (const QString &name : {line("a.mp4"), line("a.avi")}) {
+            for (const bool withSound : {false, true}) {
+                QString error;
+                const auto file = VideoFile::create(path(name), VideoFormat::Standard, {80, 60},
+                                                    withSound, &error);
+                for (int i = 0; i < 55; ++i) {
+                    QVERIFY(file->addSound(i * 40ms, clicks(i * 0.04, 1920), &error));
+                    QVERIFY(file->add(i, cv::Mat(60, 80, CV_8UC3, cv::Scalar::all(i)), &error));
+                }
+                QVERIFY(QFile::copy(path(name), path(line("copy-") + name)));
+                const auto copy = play(path(line("copy-") + name));
+                QVERIFY2(copy.size() >= 50, qPrintable(QString::number(copy.size())));
+                QVERIFY(QFile::remove(path(line("copy-") + name)));
+            }
         }
     }
 

@@ -43,6 +43,8 @@ public:
     /**
      * The next frame, 8-bit BGR. Waits for hardware, a few seconds at most; sources with a
      * framesPerSecond() return immediately. A source never writes to a matrix that is still in use.
+     * \param frame  empty, or memory that a picture of just this size may be put into, which saves
+     *               the caller a copy; otherwise it is replaced
      */
     virtual bool read(cv::Mat &frame, QString *error) = 0;
 

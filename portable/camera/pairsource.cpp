@@ -47,24 +47,52 @@ void PairSource::close()
     m_left->close();
     m_right->close();
     m_pool.clear();
+    m_leftSize = m_rightSize = {};
+}
+
+bool PairSource::skip(QString *error)
+{
+    return (m_left->skip(error) || prefixError(m_left->name(), error))
+        && (m_right->skip(error) || prefixError(m_right->name(), error));
 }
 
 bool PairSource::read(cv::Mat &frame, QString *error)
 {
-    cv::Mat left;
-    cv::Mat right;
+    // Pictures of the sizes of the last ones are put straight into the frame.
+    Places places = take();
+    cv::Mat left = places.left;
+    cv::Mat right = m_rightSize == places.right.size() ? places.right : cv::Mat();
     if (!m_left->read(left, error)) {
         return prefixError(m_left->name(), error);
     }
     if (!m_right->read(right, error)) {
         return prefixError(m_right->name(), error);
     }
-    const cv::Size beside = atHeight(right.size(), left.rows);
-    frame = m_pool.take({left.cols + beside.width, left.rows});
-    left.copyTo(frame.colRange(0, left.cols));
-    cv::resize(right, frame.colRange(left.cols, frame.cols),
-               beside); // copies if the sizes are equal
+    if (left.size() != m_leftSize || right.size() != m_rightSize) {
+        m_leftSize = left.size();
+        m_rightSize = right.size();
+        places = take();
+    }
+    if (left.data != places.left.data) {
+        left.copyTo(places.left);
+    }
+    if (right.data != places.right.data) {
+        cv::resize(right, places.right, places.right.size()); // copies if the sizes are equal
+    }
+    frame = places.frame;
     return true;
+}
+
+/// A frame for pictures of the sizes of the last ones; empty before the first.
+PairSource::Places PairSource::take()
+{
+    if (m_leftSize.empty() || m_rightSize.empty()) {
+        return {};
+    }
+    const int width = m_leftSize.width;
+    cv::Mat frame =
+        m_pool.take({width + atHeight(m_rightSize, m_leftSize.height).width, m_leftSize.height});
+    return {frame, frame.colRange(0, width), frame.colRange(width, frame.cols)};
 }
 
 /// The slower one's rate; 0 if one of them is hardware.

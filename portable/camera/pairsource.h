@@ -19,13 +19,27 @@ public:
     bool open(const cv::Size &wanted, QString *error) override;
     void close() override;
     bool read(cv::Mat &frame, QString *error) override;
+    bool canSkip() const override { return m_left->canSkip() || m_right->canSkip(); }
+    bool skip(QString *error) override;
     double framesPerSecond() const override;
     std::vector<cv::Size> sizes() const override;
     bool focus() override;
 
 private:
+    /// A frame, and where in it the pictures go.
+    struct Places
+    {
+        cv::Mat frame;
+        cv::Mat left;
+        cv::Mat right;
+    };
+
+    Places take();
+
     const std::unique_ptr<FrameSource> m_left;
     const std::unique_ptr<FrameSource> m_right;
+    cv::Size m_leftSize; // of the last pictures
+    cv::Size m_rightSize;
     FramePool m_pool;
 };
 

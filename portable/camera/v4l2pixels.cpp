@@ -130,13 +130,21 @@ bool V4l2Pixels::decode(const V4l2FrameFormat &format, const V4l2Bytes &bytes, c
     const cv::Mat source = hasThreePlanes(*raw) && isPadded
         ? packedPlanes(format, data)
         : cv::Mat(rows, format.size.width, CV_8UC(raw->bytesPerPixel), data, format.bytesPerLine);
-    frame = m_pool.take(format.size);
+    fit(frame, format.size);
     if (raw->conversion == noConversion) {
         source.copyTo(frame);
     } else {
         cv::cvtColor(source, frame, raw->conversion);
     }
     return true;
+}
+
+/// Replaces a frame of another size by one of the pool.
+void V4l2Pixels::fit(cv::Mat &frame, const cv::Size &size)
+{
+    if (frame.size() != size || frame.type() != CV_8UC3) {
+        frame = m_pool.take(size);
+    }
 }
 
 bool V4l2Pixels::decodeJpeg(const cv::Size &largest, const V4l2Bytes &bytes, cv::Mat &frame)
@@ -146,7 +154,7 @@ bool V4l2Pixels::decodeJpeg(const cv::Size &largest, const V4l2Bytes &bytes, cv:
         || size.height >= largest.height + maxBlock) {
         return false;
     }
-    frame = m_pool.take(size);
+    fit(frame, size);
     return m_jpeg.decode(frame);
 }
 

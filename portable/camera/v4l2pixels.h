@@ -27,7 +27,8 @@ class V4l2Pixels
 {
 public:
     /**
-     * \param frame  one of a pool, of the format's size; a JPEG may be smaller than that
+     * \param frame  of the format's size; a JPEG may be smaller than that. One of a pool, unless
+     *               it has the picture's size already
      * \return false for a frame that is damaged or too short
      */
     bool decode(const V4l2FrameFormat &format, const V4l2Bytes &bytes, cv::Mat &frame);
@@ -36,6 +37,7 @@ public:
     void tolerateDamage() { m_jpeg.tolerateDamage(); }
 
 private:
+    void fit(cv::Mat &frame, const cv::Size &size);
     bool decodeJpeg(const cv::Size &largest, const V4l2Bytes &bytes, cv::Mat &frame);
 
     JpegDecoder m_jpeg;

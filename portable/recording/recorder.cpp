@@ -3,6 +3,7 @@
 
 #include "portable/base/diskspace.h"
 #include "portable/base/failure.h"
+#include "portable/recording/videoqueue.h"
 
 #include <QCoreApplication>
 #include <QDebug>
@@ -44,10 +45,27 @@ Duration lengthOf(qint64 frames)
 class Recorder::ConstantRateVideo
 {
 public:
-    explicit ConstantRateVideo(VideoFile &file)
+    /// \param sound  null: without
+    ConstantRateVideo(VideoFile &file, std::shared_ptr<SoundCapture> sound)
         : m_file(file)
+        , m_queue(file)
+        , m_sound(std::move(sound))
+        , m_soundPosition(m_sound ? m_sound->end() : 0)
     {
     }
+
+    /// What the microphone has captured since the last call.
+    std::vector<Sound> newSound()
+    {
+        return m_sound ? m_sound->take(m_soundPosition) : std::vector<Sound>();
+    }
+
+    bool addSound(Duration at, Samples samples, QString *error)
+    {
+        return m_queue.addSound(at, std::move(samples), error);
+    }
+
+    bool finish(QString *error) { return m_queue.finish(error); }
 
     /// Extends it to `count` frames, the last one `frame`; if that is empty, repeats the last.
     bool growTo(qint64 count, const cv::Mat &frame, QString *error)
@@ -55,8 +73,9 @@ public:
         m_count = std::max(m_count, count - maxRepeats);
         for (; m_count < count; ++m_count) {
             // Comparing addresses is enough: while m_last holds the frame, its memory isn't reused.
-            const bool isNew = m_count == count - 1 && !frame.empty() && frame.data != m_last.data;
-            if (!m_file.add(m_count, isNew ? frame : cv::Mat(), error)) {
+            const bool isNew = m_count == count - 1 && !frame.empty() && frame.data != m_last.data
+                && m_queue.hasRoomFor(frame);
+            if (!m_queue.add(m_count, isNew ? frame : cv::Mat(), error)) {
                 return false;
             }
             if (isNew) {
@@ -80,6 +99,9 @@ public:
 
 private:
     VideoFile &m_file;
+    VideoQueue m_queue;
+    const std::shared_ptr<SoundCapture> m_sound;
+    quint64 m_soundPosition;
     cv::Mat m_last; // the last frame added, except the first
     qint64 m_count = 1;
     qint64 m_different = 1;
@@ -97,9 +119,10 @@ Recorder &Recorder::instance()
     return recorder;
 }
 
-Recorder::Recorder(const CameraSet &cameras, base::Clock &clock)
+Recorder::Recorder(const CameraSet &cameras, base::Clock &clock, SoundOpener openSound)
     : m_cameras(cameras)
     , m_clock(clock)
+    , m_openSound(std::move(openSound))
 {
 }
 
@@ -131,9 +154,13 @@ bool Recorder::begin(const QString &path, VideoFormat format, QString *error)
     if (previous.joinable()) {
         previous.join();
     }
-    auto file = open(path, format, error);
+    QString silence;
+    auto sound = m_openSound(&silence);
+    auto file = open(path, format, sound != nullptr, error);
     if (file) {
-        logInfo() << "recording, without sound:" << file->description();
+        logInfo() << (sound ? "recording:" : "recording, without sound:")
+                  << file->description() + QLatin1String(sound ? " from " : "; ")
+                + (sound ? sound->name() : silence);
     }
     lock.lock();
     m_state = file ? State::Running : State::Idle;
@@ -141,9 +168,8 @@ bool Recorder::begin(const QString &path, VideoFormat format, QString *error)
     if (!file) {
         return false;
     }
-    m_recordedBefore = {};
-    m_resumedAt = m_clock.now();
-    m_thread = std::thread(&Recorder::run, this, std::move(file));
+    m_parts = {{m_clock.now()}};
+    m_thread = std::thread(&Recorder::run, this, std::move(file), std::move(sound));
     return true;
 }
 
@@ -163,7 +189,7 @@ bool Recorder::pause()
     if (m_state != State::Running) {
         return false;
     }
-    m_recordedBefore = recorded();
+    m_parts.back().end = m_clock.now();
     m_state = State::Paused;
     return true;
 }
@@ -174,7 +200,10 @@ bool Recorder::resume()
     if (m_state != State::Paused) {
         return false;
     }
-    m_resumedAt = m_clock.now();
+    Part next;
+    next.begin = m_clock.now();
+    next.before = recorded();
+    m_parts.push_back(next);
     m_state = State::Running;
     m_changed.notify_all();
     return true;
@@ -210,7 +239,8 @@ void Recorder::finish()
 }
 
 /// Creates the file with its first frame.
-std::unique_ptr<VideoFile> Recorder::open(const QString &path, VideoFormat format, QString *error)
+std::unique_ptr<VideoFile> Recorder::open(const QString &path, VideoFormat format, bool withSound,
+                                          QString *error)
 try {
     cv::Mat frame;
     const auto camera = m_cameras.mainCamera();
@@ -235,24 +265,25 @@ try {
         height = m_height;
     }
     auto video = VideoFile::create(videoPath(path, format), format,
-                                   videoSize(frame.size(), width, height), error);
+                                   videoSize(frame.size(), width, height), withSound, error);
     return video && video->add(0, frame, error) ? std::move(video) : nullptr;
 } catch (const std::exception &failure) { // OpenCV's, or out of memory
     *error = QString::fromLocal8Bit(failure.what());
     return nullptr;
 }
 
-void Recorder::run(std::unique_ptr<VideoFile> file)
+void Recorder::run(std::unique_ptr<VideoFile> file, std::shared_ptr<SoundCapture> sound)
 {
-    ConstantRateVideo video(*file);
     QString error;
+    QString summary;
     bool isComplete = false;
     try {
-        isComplete = record(video, &error) && file->finish(&error);
+        ConstantRateVideo video(*file, std::move(sound));
+        isComplete = record(video, &error) && takeSound(video, &error) && video.finish(&error);
+        summary = video.summary();
     } catch (const std::exception &failure) { // OpenCV's, or out of memory
         error = QString::fromLocal8Bit(failure.what());
     }
-    const QString summary = video.summary();
     file.reset();
     if (isComplete) {
         logInfo() << "recorded:" << summary;
@@ -270,6 +301,9 @@ bool Recorder::record(ConstantRateVideo &video, QString *error)
     qint64 due = 1;
     qint64 nextCheck = videoFrameRate; // of the disk: each second
     while (waitForFrame(&due)) {
+        if (!takeSound(video, error)) {
+            return false;
+        }
         const auto camera = preview.camera();
         if (preview.ended()) {
             qInfo("portable: the recording ends with the preview");
@@ -298,6 +332,38 @@ bool Recorder::record(ConstantRateVideo &video, QString *error)
     return video.growTo(due, {}, error);
 }
 
+/// Adds what the microphone has captured while the recording ran.
+bool Recorder::takeSound(ConstantRateVideo &video, QString *error)
+{
+    for (Sound &sound : video.newSound()) {
+        const Duration at = cut(sound);
+        if (!sound.samples.empty() && !video.addSound(at, std::move(sound.samples), error)) {
+            return false;
+        }
+    }
+    return true;
+}
+
+/// Leaves of a sound what was captured while the recording ran. \return the recording time of that
+Duration Recorder::cut(Sound &sound) const
+{
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    const auto soundEnd = sound.capturedAt + soundLength(qint64(sound.samples.size()));
+    const auto part = std::find_if(m_parts.rbegin(), m_parts.rend(), [&](const Part &candidate) {
+        return candidate.begin < soundEnd && candidate.end > sound.capturedAt;
+    });
+    if (part == m_parts.rend()) {
+        sound.samples.clear();
+        return {};
+    }
+    const auto begin = std::max(part->begin, sound.capturedAt);
+    const auto end = std::min(part->end, soundEnd);
+    const auto first = sound.samples.begin();
+    sound.samples = Samples(first + samplesIn(begin - sound.capturedAt),
+                            first + samplesIn(end - sound.capturedAt));
+    return part->before + (begin - part->begin);
+}
+
 /**
  * Waits until the next frame is due or the state changes.
  * \param due  number of frames due before the call; set to the number due now
@@ -317,8 +383,10 @@ bool Recorder::waitForFrame(qint64 *due)
 /// Stops the recording time. Call with m_mutex held.
 void Recorder::end()
 {
+    if (m_state == State::Running) {
+        m_parts.back().end = m_clock.now();
+    }
     if (m_state == State::Running || m_state == State::Paused) {
-        m_recordedBefore = recorded();
         m_state = State::Ending;
         m_changed.notify_all();
     }
@@ -327,8 +395,8 @@ void Recorder::end()
 /// Recording time so far. Call with m_mutex held.
 Duration Recorder::recorded() const
 {
-    return m_state == State::Running ? m_recordedBefore + (m_clock.now() - m_resumedAt)
-                                     : m_recordedBefore;
+    const Part &last = m_parts.back();
+    return last.before + (std::min(m_clock.now(), last.end) - last.begin);
 }
 
 } // namespace portable

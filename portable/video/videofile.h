@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include "portable/video/sound.h"
+
 #include <QString>
 #include <opencv2/core.hpp>
 
@@ -15,6 +17,9 @@ enum class VideoFormat {
 
 /// Frames per second of all videos.
 constexpr int videoFrameRate = 25;
+
+/// How far the sound of a video may be behind its pictures before it is taken for missing.
+constexpr std::chrono::milliseconds soundPatience{1000};
 
 /// The muxer of FFmpeg for a path's extension; null for any but .mp4, .avi and .mkv.
 const char *videoMuxer(const QString &path);
@@ -32,11 +37,12 @@ cv::Size videoSize(const cv::Size &picture, qint64 width, qint64 height);
 cv::Rect fitInto(const cv::Size &frame, const cv::Size &picture);
 
 /**
- * Writes a video file without sound. The file has its final name from the start, and if the process
- * is killed, all but the last second plays.
+ * Writes a video file, with sound or without. The file has its final name from the start, and if
+ * the process is killed, all but the last second plays.
  *
- * The path's extension selects the container (MP4, AVI, Matroska). The codec is H.264, but MPEG-4
- * part 2 for VideoFormat::Legacy, in AVI, and where there is no H.264 encoder.
+ * The path's extension selects the container (MP4, AVI, Matroska). The codecs are H.264 and AAC,
+ * but MPEG-4 part 2 and MP3 for VideoFormat::Legacy and in AVI. Where an encoder is missing,
+ * MPEG-4, and AAC or MP3.
  *
  * Not thread-safe: one thread uses an object at a time.
  */
@@ -47,10 +53,11 @@ public:
      * Opens encoder and file, creating missing directories and replacing an existing file.
      * \param path  from videoPath()
      * \param size  from videoSize()
+     * \param withSound  whether addSound() will be called; without an encoder it does nothing
      * \return null, with a reason for the log that names the path, and no file left behind
      */
     static std::unique_ptr<VideoFile> create(const QString &path, VideoFormat format,
-                                             const cv::Size &size, QString *error);
+                                             const cv::Size &size, bool withSound, QString *error);
 
     /**
      * Closes the file. An unfinished one is truncated to what plays, and removed when that is
@@ -69,12 +76,19 @@ public:
      */
     virtual bool add(qint64 index, const cv::Mat &picture, QString *error) = 0;
 
+    /**
+     * Adds sound, in the order of its time. What is missing, or comes more than soundPatience after
+     * the picture of its time, becomes silence.
+     * \param at  time of the first sample in the video
+     */
+    virtual bool addSound(base::Clock::Duration at, const Samples &samples, QString *error) = 0;
+
     /// Writes what is still pending and closes the file. \return whether it is complete
     virtual bool finish(QString *error) = 0;
 
     virtual QString path() const = 0;
 
-    /// "/tmp/a.mp4, 1280 x 720, H.264", for the log.
+    /// "/tmp/a.mp4, 1280 x 720, H.264, AAC", for the log.
     virtual QString description() const = 0;
 
 protected:

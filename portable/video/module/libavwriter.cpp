@@ -21,6 +21,12 @@ namespace {
 
 constexpr int mpeg4Quantizer = 4; // 2 is the best quality, 31 the worst
 
+/// When a picture is shown.
+base::Clock::Duration lengthOfFrames(qint64 count)
+{
+    return std::chrono::milliseconds(count * 1000 / videoFrameRate);
+}
+
 void freeMuxer(AVFormatContext *muxer)
 {
     avio_closep(&muxer->pb);
@@ -30,7 +36,7 @@ void freeMuxer(AVFormatContext *muxer)
 } // namespace
 
 std::unique_ptr<VideoFile> LibavWriter::create(const QString &path, VideoFormat format,
-                                               const cv::Size &size, QString *error)
+                                               const cv::Size &size, bool withSound, QString *error)
 {
     av_log_set_level(AV_LOG_QUIET); // it would write to stderr
     std::unique_ptr<LibavWriter> file(new LibavWriter(path, size)); // the constructor is private
@@ -43,9 +49,12 @@ std::unique_ptr<VideoFile> LibavWriter::create(const QString &path, VideoFormat 
     }
     file->m_muxer.reset(context);
     const bool globalHeader = (context->oformat->flags & AVFMT_GLOBALHEADER) != 0;
-    const bool isMpeg4 = format == VideoFormat::Legacy || muxer == QLatin1String("avi");
-    const bool ready = (!isMpeg4 && file->openEncoder("libx264", globalHeader, error))
+    const bool isLegacy = format == VideoFormat::Legacy || muxer == QLatin1String("avi");
+    const bool ready = (!isLegacy && file->openEncoder("libx264", globalHeader, error))
         || file->openEncoder("mpeg4", globalHeader, error);
+    if (ready && withSound) {
+        file->openSound(isLegacy, globalHeader);
+    }
     if (!ready || !file->openFile(error)) {
         return nullptr;
     }
@@ -102,6 +111,19 @@ bool LibavWriter::openEncoder(const char *encoder, bool globalHeader, QString *e
     return code >= 0 || fail(code, error);
 }
 
+void LibavWriter::openSound(bool isMp3First, bool globalHeader)
+{
+    m_sound = std::make_unique<LibavSound>(
+        [this](AVPacket *packet) { return write(packet, m_sound->encoder(), m_soundStream); });
+    const auto codecs = isMp3First ? std::vector{AV_CODEC_ID_MP3, AV_CODEC_ID_AAC}
+                                   : std::vector{AV_CODEC_ID_AAC, AV_CODEC_ID_MP3};
+    const int code = m_sound->open(codecs, globalHeader);
+    if (code < 0) {
+        logWarning() << "no encoder for sound:" << libav::errorText(code);
+        m_sound.reset();
+    }
+}
+
 /// Opens the file and writes its header.
 bool LibavWriter::openFile(QString *error)
 {
@@ -109,12 +131,11 @@ bool LibavWriter::openFile(QString *error)
     m_frame->width = m_size.width;
     m_frame->height = m_size.height;
     int code = av_frame_get_buffer(m_frame.get(), 0);
-    m_stream = avformat_new_stream(m_muxer.get(), nullptr);
-    if (code < 0 || !m_stream) {
+    m_stream = newStream(m_encoder.get());
+    m_soundStream = m_sound ? newStream(m_sound->encoder()) : nullptr;
+    if (code < 0 || !m_stream || (m_sound && !m_soundStream)) {
         return fail(AVERROR(ENOMEM), error);
     }
-    avcodec_parameters_from_context(m_stream->codecpar, m_encoder.get());
-    m_stream->time_base = m_encoder->time_base;
     m_stream->avg_frame_rate = m_encoder->framerate;
     if (m_encoder->codec_id == AV_CODEC_ID_MPEG4
         && QLatin1String(m_muxer->oformat->name) == QLatin1String("avi")) {
@@ -140,6 +161,17 @@ bool LibavWriter::openFile(QString *error)
     return code >= 0 || fail(code, error);
 }
 
+/// \return null when memory runs out
+AVStream *LibavWriter::newStream(const AVCodecContext *encoder)
+{
+    AVStream *stream = avformat_new_stream(m_muxer.get(), nullptr);
+    if (!stream || avcodec_parameters_from_context(stream->codecpar, encoder) < 0) {
+        return nullptr;
+    }
+    stream->time_base = encoder->time_base;
+    return stream;
+}
+
 bool LibavWriter::add(qint64 index, const cv::Mat &picture, QString *error)
 {
     if (!picture.empty()) {
@@ -150,7 +182,15 @@ bool LibavWriter::add(qint64 index, const cv::Mat &picture, QString *error)
         draw(picture);
     }
     m_frame->pts = index;
-    return encode(m_frame.get(), error);
+    m_count = index + 1;
+    const int code = m_sound ? m_sound->growTo(lengthOfFrames(index) - soundPatience) : 0;
+    return code >= 0 ? encode(m_frame.get(), error) : fail(code, error);
+}
+
+bool LibavWriter::addSound(base::Clock::Duration at, const Samples &samples, QString *error)
+{
+    const int code = m_sound ? m_sound->add(at, samples) : 0;
+    return code >= 0 || fail(code, error);
 }
 
 /// Puts a picture, fitted, into m_frame.
@@ -184,29 +224,23 @@ void LibavWriter::draw(const cv::Mat &picture)
 bool LibavWriter::encode(const AVFrame *frameOrNull, QString *error)
 {
     int code = avcodec_send_frame(m_encoder.get(), frameOrNull);
-    if (code < 0) {
-        return fail(code, error);
-    }
-    while ((code = avcodec_receive_packet(m_encoder.get(), m_packet.get())) >= 0) {
-        if (!write(error)) {
-            return false;
+    while (code >= 0) {
+        code = avcodec_receive_packet(m_encoder.get(), m_packet.get());
+        if (code >= 0) {
+            m_packet->duration = 1;
+            code = write(m_packet.get(), m_encoder.get(), m_stream);
         }
     }
     return code == AVERROR(EAGAIN) || code == AVERROR_EOF || fail(code, error);
 }
 
-/// Writes m_packet.
-bool LibavWriter::write(QString *error)
+/// Writes a packet of an encoder, which is empty afterwards. \return FFmpeg's result
+int LibavWriter::write(AVPacket *packet, const AVCodecContext *encoder, const AVStream *stream)
 {
-    m_packet->stream_index = m_stream->index;
-    m_packet->duration = 1;
-    av_packet_rescale_ts(m_packet.get(), m_encoder->time_base, m_stream->time_base);
-    int code = av_write_frame(m_muxer.get(), m_packet.get());
-    av_packet_unref(m_packet.get());
-    if (code >= 0) {
-        code = flushed();
-    }
-    return code >= 0 || fail(code, error);
+    packet->stream_index = stream->index;
+    av_packet_rescale_ts(packet, encoder->time_base, stream->time_base);
+    const int code = av_interleaved_write_frame(m_muxer.get(), packet);
+    return code >= 0 ? flushed() : code;
 }
 
 bool LibavWriter::finish(QString *error)
@@ -214,7 +248,13 @@ bool LibavWriter::finish(QString *error)
     if (!encode(nullptr, error)) {
         return false;
     }
-    int code = av_write_trailer(m_muxer.get());
+    int code = m_sound ? m_sound->growTo(lengthOfFrames(m_count)) : 0;
+    if (code >= 0 && m_sound) {
+        code = m_sound->finish();
+    }
+    if (code >= 0) {
+        code = av_write_trailer(m_muxer.get());
+    }
     if (code >= 0) {
         code = flushed();
     }
@@ -248,7 +288,10 @@ int LibavWriter::flushed()
 QString LibavWriter::description() const
 {
     return QStringLiteral("%1, %2 x %3").arg(m_path).arg(m_size.width).arg(m_size.height)
-        + QLatin1String(m_encoder->codec_id == AV_CODEC_ID_H264 ? ", H.264" : ", MPEG-4");
+        + QLatin1String(m_encoder->codec_id == AV_CODEC_ID_H264 ? ", H.264" : ", MPEG-4")
+        + QLatin1String(!m_sound                                              ? ""
+                            : m_sound->encoder()->codec_id == AV_CODEC_ID_AAC ? ", AAC"
+                                                                              : ", MP3");
 }
 
 /// Sets the error to the path and FFmpeg's reason. \return false

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: MIT
 // What libportablevideo.so exports; portable/video/videomodule.cpp loads it.
+#include "portable/video/module/alsamicrophone.h"
 #include "portable/video/module/libavreader.h"
 #include "portable/video/module/libavwriter.h"
 #include "portable/video/videomodule.h"
@@ -8,5 +9,5 @@ extern "C" {
 extern __attribute__((visibility("default"))) const portable::VideoModule portableVideo;
 }
 
-const portable::VideoModule portableVideo{portable::LibavWriter::create,
-                                          portable::LibavReader::open};
+const portable::VideoModule portableVideo{
+    portable::LibavWriter::create, portable::LibavReader::open, portable::AlsaMicrophone::open};
