@@ -30,12 +30,12 @@ install_packages() {
     $root env DEBIAN_FRONTEND=noninteractive apt-get -q install -y --no-install-recommends $missing
 }
 
-# Installs the npm packages of the web tests in tests/web/, as their lock file specifies.
+# install_npm_packages FOLDER: installs the npm packages of this folder, as its lock file specifies.
 install_npm_packages() {
-    local lock=tests/web/package-lock.json installed=tests/web/node_modules/.installed-lock.json
+    local lock=$1/package-lock.json installed=$1/node_modules/.installed-lock.json
     ! cmp -s "$lock" "$installed" || return 0
-    say "installing the npm packages of the web tests"
-    (cd tests/web && npm ci --no-audit --no-fund) || fail "npm could not install them (use --no-install to skip the web tests)"
+    say "installing the npm packages of $1"
+    (cd "$1" && npm ci --no-audit --no-fund) || fail "npm could not install them (use --no-install to do without)"
     cp "$lock" "$installed"
 }
 
