@@ -18,6 +18,8 @@ const languages = ['en', 'zh'];
 /** Files that pages link to and that a reader may want; of all others only the name is shown. */
 const isForReaders = (path) => /^docs\/(images|examples)\//.test(path) || path.endsWith('.sample');
 
+const isChinese = (character) => /[\u3000-\u303f\u4e00-\u9fff\uff00-\uffef]/.test(character);
+
 const nameOf = (source) => (source.endsWith('README.md') ? posix.dirname(source) : posix.basename(source, '.md')).toLowerCase();
 const titleOf = (source) => headings(read(source))[0].text;
 
@@ -95,6 +97,12 @@ export default function configure(site) {
         }
       }
     });
+    // Where a line of Chinese text breaks in the source there is no blank.
+    markdown.renderer.rules.softbreak = (tokens, at) => {
+      const before = tokens.slice(0, at).findLast(({ content }) => content)?.content ?? '';
+      const next = tokens.slice(at).find(({ content }) => content)?.content ?? '';
+      return isChinese(before.slice(-1)) && isChinese(next[0]) ? '' : '\n';
+    };
     // So that a wide table scrolls, not the page.
     markdown.renderer.rules.table_open = () => '<div class="wide"><table>\n';
     markdown.renderer.rules.table_close = () => '</table></div>\n';
