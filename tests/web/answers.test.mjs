@@ -14,7 +14,7 @@ import { DeviceClient } from '../../client/deviceclient.js';
 import { Server } from './server.mjs';
 
 const path = (relative) => fileURLToPath(new URL(relative, import.meta.url));
-const { commands } = JSON.parse(readFileSync(path('../../docs/commands.json')));
+const { commands, events } = JSON.parse(readFileSync(path('../../docs/commands.json')));
 const commandOf = (name) => commands.find((command) => command.name === name);
 
 const types = { boolean: 'boolean', number: 'number', text: 'string', empty: 'undefined', none: 'undefined' };
@@ -111,6 +111,41 @@ for (const family of new Set(commands.map((command) => command.family))) {
       check(command, await carryOut(command));
   });
 }
+
+test('pushed texts are of the kind that their examples show', async () => {
+  await server.kill();
+  await server.start();
+  const image = join(server.folder, 'face1.jpg');
+  const relay = (id) => client.send(`#${events.find((event) => event.id === id).form}`);
+  // vSetCapturePin and bStartPlay need a button, and a library with a preview of its own.
+  const causes = {
+    frame: () => client.call('bStartPlay'),
+    iAutoScan: () => client.call('iAutoScan', 1, server.folder, 'auto'),
+    bStopPlay: async () => {
+      const other = new DeviceClient({ WebSocket });
+      await other.connect();
+      other.close();
+    },
+    AfterbImageMatchOnline: () => client.call('bStartPlay2').then(() => client.call('bImageMatchOnline', image, 2, 0, 0)),
+    AfterbFaceFeatureGetOnline: () => client.call('bFaceFeatureGetOnline', 2, 0),
+    AfterbLivingBodyDetectOnline: () => client.call('bLivingBodyDetectOnline', 2, 0),
+    AfterbLivingBodyDetectEvent2: () => client.call('AutoLivingBody'),
+    AfterDoGWQ_StartInfo: relay,
+    AfterDoGWQ_StartEvaluator: relay,
+  };
+  for (const [id, cause] of Object.entries(causes)) {
+    const { kind, example = '/9j/...' } = events.find((event) => event.id === id);
+    const heard = client.once(id, { timeout: 40000 });
+    await cause(id);
+    const value = await heard;
+    if (kind === 'json')
+      assert.deepEqual(Object.keys(value).sort(), Object.keys(JSON.parse(example)).sort(), id);
+    else
+      assert.equal(typeof value, types[kind], id);
+    if (cause === relay || id === 'frame')
+      assert.ok(shows(example, value), id);
+  }
+});
 
 test('examples of the introduction', async () => {
   for (const page of ['', '.zh']) {
