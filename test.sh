@@ -52,12 +52,12 @@ fi
 say "checking layout and includes"
 scripts/format.sh --check
 scripts/check-includes.sh
+choose_platform
 if [ -d site/node_modules ]; then
     scripts/docs.sh --no-install
 else
     say "the site of the documents is not built: the npm packages of site/ are not installed"
 fi
-choose_platform
 for name in $builds; do
     case "$name" in
     release) build release all ;;

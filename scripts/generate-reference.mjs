@@ -32,7 +32,7 @@
 //     pushes     events that may follow
 //   events    id, kind (of the result), to (all, current), form, pattern, summary, example; match: what it
 //             returns of the request that it belongs to
-import { existsSync, readFileSync, writeFileSync } from 'node:fs';
+import { readFileSync, writeFileSync } from 'node:fs';
 import { fileURLToPath } from 'node:url';
 import { headings, slug } from '../site/headings.mjs';
 
@@ -403,16 +403,24 @@ const phrases = {
 };
 
 const documents = new Map();
+/** Headings of a page; null if there is none, as of one that is not translated. */
 function headingsOf(file) {
-  if (!documents.has(file))
-    documents.set(file, existsSync(new URL(`docs/${file}`, root)) ? headings(read(`docs/${file}`)) : null);
+  if (!documents.has(file)) {
+    try {
+      documents.set(file, headings(read(`docs/${file}`)));
+    } catch (error) {
+      if (error.code !== 'ENOENT')
+        throw error;
+      documents.set(file, null);
+    }
+  }
   return documents.get(file);
 }
 
 /** Text and address of a heading; in Chinese, if there is such a page, of the same one there. */
 function headingOf(link, language) {
   const [file, fragment] = link.split('#');
-  const english = headingsOf(file);
+  const english = headingsOf(file) ?? [];
   const at = fragment ? english.findIndex((each) => each.fragment === fragment) : 0;
   const translated = file.replace(/\.md$/, '.zh.md');
   const own = language === 'zh' && headingsOf(translated) ? translated : file;
