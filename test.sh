@@ -10,8 +10,8 @@ usage() {
 usage: ./test.sh [option]
 
 Installs missing Debian packages (as root or with sudo) and the npm packages of the web tests
-(tests/web/), checks the layout of the sources and the direction of their includes, builds, and
-runs the tests.
+(tests/web/) and of the documents (site/), checks the layout of the sources and the direction of their
+includes, builds the site of the documents and checks its links, builds, and runs the tests.
 
   --sanitizers   also run them with the address and thread sanitizers, then each fuzz target for
                  half a minute
@@ -50,7 +50,8 @@ fi
 if [ "$install" = yes ]; then
     install_packages build run test format
     [ "$fuzz" = no ] || install_packages fuzz
-    install_npm_packages
+    install_npm_packages tests/web
+    install_npm_packages site
 fi
 if [ -e .git ]; then
     say "checking layout and includes"
@@ -60,6 +61,11 @@ else
     say "not a git checkout: layout and includes are not checked"
 fi
 choose_platform
+if [ -d site/node_modules ]; then
+    scripts/docs.sh --no-install
+else
+    say "the site of the documents is not built: the npm packages of site/ are not installed"
+fi
 for name in $builds; do
     case "$name" in
     release) build release all ;;

@@ -26,7 +26,7 @@ for option in "$@"; do
 done
 
 install_packages build run test
-install_npm_packages
+install_npm_packages tests/web
 build release product
 choose_platform
 folder=$(mktemp -d)

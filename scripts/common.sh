@@ -57,16 +57,16 @@ then run this again."
     }
 }
 
-# Installs the npm packages of the web tests in tests/web/, as their lock file specifies.
+# install_npm_packages FOLDER: installs the npm packages of this folder, as its lock file specifies.
 install_npm_packages() {
-    local lock=tests/web/package-lock.json installed=tests/web/node_modules/.installed-lock.json
+    local lock=$1/package-lock.json installed=$1/node_modules/.installed-lock.json
     if [ "$(node -p 'Number(process.versions.node.split(".")[0]) >= 18')" != true ]; then
-        say "node $(node -v) is too old: the web tests will be skipped"
+        say "node $(node -v) is too old for the npm packages of $1: what needs them will be skipped"
         return 0
     fi
     ! cmp -s "$lock" "$installed" || return 0
-    say "installing the npm packages of the web tests"
-    (cd tests/web && npm ci --no-audit --no-fund) || fail "npm could not install them (use --no-install to skip the web tests)"
+    say "installing the npm packages of $1"
+    (cd "$1" && npm ci --no-audit --no-fund) || fail "npm could not install them (use --no-install to do without)"
     cp "$lock" "$installed"
 }
 

@@ -2,19 +2,24 @@
 // SPDX-License-Identifier: MIT
 //
 // Generates everything derived from docs/commands.json: the JavaScript client's tables and types, the
-// console's list and docs/protocol.md; and from the client's module the classic script. With --check
-// nothing is written: it fails if an output is stale or the facts are inconsistent.
+// console's list, docs/protocol.md and docs/protocol.zh.md; and from the client's module the classic script.
+// With --check nothing is written: it fails if an output is stale or the facts are inconsistent.
 //
 // docs/commands.json:
-//   families  id, title (en, zh), in display order
+//   families  id, title (en, zh), in display order; topics, errors: headings of docs/ that its commands
+//             link to
+//   topics    commands with other topics or errors than their family's
 //   commands  name, family, summary, and
+//     needs      commands whose examples are carried out before this one's
 //     split      how the server reads the argument text: none (not at all), whole (one field, commas
 //                included), comma (split at ",", empty fields kept)
 //     arguments  name, type (text, base64, hex: unchanged; integer; number; boolean, sent as 1 or 0;
 //                color: 0xRRGGBB or decimal), example, about; choices if values have meanings;
 //                optional, with the server's default; repeat: any number of this one
 //     reply      kind (boolean, number, text, json, list separated by "|", pair "(x,y)", empty, none: no
-//                answer at all), example; and where they apply: always (nothing else is answered), late
+//                answer at all), example ("..." leaves something out, and so does JSON leave out members),
+//                which a test compares with the server's answer; and where they apply: pattern (a regular
+//                expression of the answer, if it depends on the machine), always (nothing else is answered), late
 //                (from a worker, when the work is done), to (all: to every client), mistakable (why a
 //                page can't know whose request is answered; see mistakes below), alone (a second
 //                request before the answer gets none of its own, or is answered out of order), dropped
@@ -29,6 +34,7 @@
 //             returns of the request that it belongs to
 import { readFileSync, writeFileSync } from 'node:fs';
 import { fileURLToPath } from 'node:url';
+import { headings, slug } from '../site/headings.mjs';
 
 const root = new URL('..', import.meta.url);
 const read = (path) => readFileSync(new URL(path, root), 'utf8');
@@ -69,6 +75,10 @@ function faults() {
     need(families.includes(command.family), here('no such family'));
     need(bothLanguages(command.summary), here('a summary in both languages'));
     need(!command.note || bothLanguages(command.note), here('a note in both languages'));
+    for (const name of command.needs || [])
+      need(names.includes(name), here(`no such command: ${name}`));
+    const { pattern, example } = command.reply;
+    need(!pattern || new RegExp(`^(${pattern})$`).test(example.replaceAll('...', '')), here('the example does not match the pattern'));
     need(splits.includes(command.split), here('no such split'));
     need(kinds.includes(command.reply.kind), here('no such kind of reply'));
     need((command.reply.kind === 'none') === (command.reply.example === undefined), here('reply example'));
@@ -93,6 +103,10 @@ function faults() {
     for (const id of command.pushes || [])
       need(events.includes(id), here(`no such event: ${id}`));
   }
+  for (const name of facts.topics.flatMap((each) => each.commands))
+    need(names.includes(name), `topics: no such command: ${name}`);
+  for (const link of [...facts.families, ...facts.topics].flatMap(({ topics, errors = [] }) => [...topics, ...errors]))
+    need(headingOf(link, 'en') && headingOf(link, 'zh'), `no such heading: ${link}`);
   for (const event of facts.events)
     need(bothLanguages(event.summary) && kinds.includes(event.kind), `event ${event.id}`);
   return found;
@@ -317,92 +331,199 @@ window.deviceCommands = ${JSON.stringify(facts)};
 `;
 }
 
-// ---- docs/protocol.md ---------------------------------------------------------------------------
+// ---- docs/protocol.md, docs/protocol.zh.md ------------------------------------------------------
 
 const code = (text) => `\`${text}\``;
 const bothOf = ({ en, zh }) => (en === zh ? en : `${en} ${zh}`);
 const cell = (text) => text.replace(/\|/g, '\\|');
 const call = (command, pick) => `${command.name}(${command.arguments.map(pick).join(',')})`;
 
-const kindNames = {
-  boolean: '`true` or `false`', number: 'a number', text: 'a text', json: 'JSON', list: 'a list separated by `|`',
-  pair: 'two numbers in parentheses', empty: 'the frame only',
+const phrases = {
+  en: {
+    kinds: {
+      boolean: '`true` or `false`', number: 'a number', text: 'a text', json: 'JSON', list: 'a list separated by `|`',
+      pair: 'two numbers in parentheses', empty: 'the frame only',
+    },
+    mistakes,
+    stop: '. ', end: '.', comma: ', ',
+    noAnswer: 'No answer.',
+    answer: 'Answer: ',
+    always: (example) => `always ${example}`,
+    latin1: ', its bytes as characters',
+    example: (request, text) => `For example ${request} is answered ${text}`,
+    otherFrames: (frames) => `, or framed with ${frames}`,
+    depends: 'It depends on the machine',
+    question: '`false` is not a failure',
+    late: 'It is sent when the work is done',
+    whose: (why) => `${why}: [whose request it answers](#whose-answer-it-is) can't be known`,
+    few: (result) => `With too few arguments nothing is done, and the answer is ${result || 'empty'}`,
+    optional: 'Optional', byDefault: (value) => `Optional; default ${value}`, repeat: 'Repeatable', switch: 'switch',
+    types: {}, columns: '| Argument | Type | Meaning | Example |',
+    whole: 'Takes the whole text between the parentheses, commas included.',
+    needs: (commands) => `Comes after ${commands}.`,
+    pushes: (events) => `May be followed by ${events}.`,
+    more: (topics, errors) => `More: ${topics}. If it fails: ${errors}.`,
+    unframed: 'Without a frame: ', to: { all: 'to every client', current: 'to the current client' },
+    match: (key) => ` It belongs to the request with the same ${key}.`,
+    unknown: ' [Whose request](#whose-answer-it-is) it belongs to can\'t be known.',
+    index: 'Index', family: 'Family', commands: 'Commands', pushed: 'Pushed texts', event: 'Event',
+  },
+  zh: {
+    kinds: {
+      boolean: '`true` 或 `false`', number: '数字', text: '文本', json: 'JSON', list: '以 `|` 分隔的列表',
+      pair: '括号中的两个数字', empty: '只有名称，结果为空',
+    },
+    mistakes: {
+      broadcast: '所有客户端都会收到', unasked: '所有客户端都会收到，没有请求时服务也会发送',
+      current: '发给那时最后发出命令的客户端，可能已是另一个',
+    },
+    stop: '。', end: '。', comma: '、',
+    noAnswer: '没有应答。',
+    answer: '应答：',
+    always: (example) => `总是 ${example}`,
+    latin1: '，每个字节作为一个字符',
+    example: (request, text) => `例如 ${request} 的应答是 ${text}`,
+    otherFrames: (frames) => `，或以 ${frames} 为名称`,
+    depends: '内容因机器而异',
+    question: '`false` 不表示失败',
+    late: '工作完成后才发送',
+    whose: (why) => `${why}，因此无法知道[应答属于谁](#应答属于谁)`,
+    few: (result) => `参数不足时什么也不做，应答${result ? `为 ${result}` : '为空'}`,
+    optional: '可省略', byDefault: (value) => `可省略，默认 ${value}`, repeat: '可重复', switch: '开关',
+    types: { text: '文本', integer: '整数', number: '数字', color: '颜色' }, columns: '| 参数 | 类型 | 含义 | 示例 |',
+    whole: '括号内的全部文本作为一个参数，逗号也包括在内。',
+    needs: (commands) => `在 ${commands} 之后使用。`,
+    pushes: (events) => `之后可能推送 ${events}。`,
+    more: (topics, errors) => `详见：${topics}。失败时：${errors}。`,
+    unframed: '不带名称：', to: { all: '发给所有客户端', current: '发给当前客户端' },
+    match: (key) => `与 ${key} 相同的请求对应。`,
+    unknown: '无法知道[属于哪个请求](#应答属于谁)。',
+    index: '索引', family: '类别', commands: '命令', pushed: '推送的文本', event: '事件',
+  },
 };
 
-function answerOf({ name, reply, tooFew }) {
-  if (reply.kind === 'none')
-    return 'No answer.';
-  const what = reply.always && reply.kind === 'boolean' ? `always \`${reply.example}\`` : kindNames[reply.kind];
-  const parts = [`Answer: ${what}${reply.latin1 ? ', its bytes as characters' : ''}: ${code(`Begin${name}${reply.example}End${name}`)}`];
-  if (reply.otherFrames)
-    parts.push(`or framed with ${reply.otherFrames.map(code).join(', ')}`);
-  const text = `${parts.join(', ')}.`;
-  const question = reply.question ? ' `false` is not a failure.' : '';
-  const late = reply.late ? ' It is sent when the work is done.' : '';
-  const whose = !reply.mistakable ? '' : ` ${mistakes[reply.mistakable]}: [whose request it answers](#whose-answer-it-is) can't be known.`;
-  const few = tooFew === undefined ? '' : ` With too few arguments nothing is done, and the answer is ${tooFew ? code(tooFew) : 'empty'}.`;
-  return text + question + late + whose + few;
+const documents = new Map();
+/** Headings of a page; null if there is none, as of one that is not translated. */
+function headingsOf(file) {
+  if (!documents.has(file)) {
+    try {
+      documents.set(file, headings(read(`docs/${file}`)));
+    } catch (error) {
+      if (error.code !== 'ENOENT')
+        throw error;
+      documents.set(file, null);
+    }
+  }
+  return documents.get(file);
 }
 
-function argumentRow(argument) {
-  const choices = argument.choices ? ` ${argument.choices.map((each) => `${code(each.value)} ${each.en}`).join(', ')}.` : '';
-  const missing = !argument.optional ? ''
-    : argument.default ? ` Optional; default ${code(argument.default)}.` : ' Optional.';
-  const repeat = argument.repeat ? ' Repeatable.' : '';
-  const example = argument.example ? code(cell(argument.example)) : '';
-  const type = argument.type === 'boolean' ? 'switch' : argument.type;
-  return `| ${argument.name} | ${type} | ${cell(argument.about.en + choices + missing + repeat)} | ${example} |\n`;
+/** Text and address of a heading; in Chinese, if there is such a page, of the same one there. */
+function headingOf(link, language) {
+  const [file, fragment] = link.split('#');
+  const english = headingsOf(file) ?? [];
+  const at = fragment ? english.findIndex((each) => each.fragment === fragment) : 0;
+  const translated = file.replace(/\.md$/, '.zh.md');
+  const own = language === 'zh' && headingsOf(translated) ? translated : file;
+  const heading = headingsOf(own)[at];
+  return heading && { text: heading.text, address: own + (fragment ? `#${heading.fragment}` : '') };
 }
 
-function commandSection(command) {
-  const rows = command.arguments.map(argumentRow).join('');
-  const table = rows ? `\n| Argument | Type | Meaning | Example |\n|---|---|---|---|\n${rows}` : '';
-  const whole = command.split === 'whole' && ['text', 'base64'].includes(command.arguments[0].type)
-    ? '\nTakes the whole text between the parentheses, commas included.\n' : '';
-  const note = command.note ? `\n${command.note.en}\n` : '';
-  const pushes = command.pushes ? `\nMay be followed by ${command.pushes.map((id) => `[${id}](#event-${id.toLowerCase()})`).join(', ')}.\n` : '';
-  return `### ${command.name}
+class Page {
+  constructor(language) {
+    this.language = language;
+    this.words = phrases[language];
+  }
 
-${bothOf(command.summary)}
+  /** Sentences, each without its end. */
+  sentences(texts) {
+    const { stop, end } = this.words;
+    return texts.filter(Boolean).join(stop) + end;
+  }
 
-    ${call(command, (argument) => argument.name + (argument.repeat ? ',...' : ''))}
-${table}${whole}
-${answerOf(command)}
-${note}${pushes}
+  answer(command) {
+    const { name, reply, tooFew } = command;
+    const { words } = this;
+    if (reply.kind === 'none')
+      return words.noAnswer;
+    const what = reply.always && reply.kind === 'boolean' ? words.always(code(reply.example)) : words.kinds[reply.kind];
+    const text = code(`Begin${name}${reply.example}End${name}`);
+    const others = reply.otherFrames ? words.otherFrames(reply.otherFrames.map(code).join(words.comma)) : '';
+    return words.answer + this.sentences([
+      what + (reply.latin1 ? words.latin1 : ''),
+      words.example(code(call(command, ({ example }) => example)), text) + others,
+      reply.pattern && !['boolean', 'number'].includes(reply.kind) && words.depends,
+      reply.question && words.question,
+      reply.late && words.late,
+      reply.mistakable && words.whose(words.mistakes[reply.mistakable]),
+      tooFew !== undefined && words.few(tooFew && code(tooFew)),
+    ]);
+  }
+
+  argumentRow(argument) {
+    const { words, language } = this;
+    const choices = (argument.choices ?? []).map((each) => `${code(each.value)} ${each[language]}`).join(words.comma);
+    const missing = argument.optional && (argument.default ? words.byDefault(code(argument.default)) : words.optional);
+    const about = this.sentences([argument.about[language].replace(/[.。]$/, ''), choices, missing, argument.repeat && words.repeat]);
+    const type = argument.type === 'boolean' ? words.switch : words.types[argument.type] ?? argument.type;
+    return `| ${argument.name} | ${type} | ${cell(about)} | ${argument.example ? code(cell(argument.example)) : ''} |\n`;
+  }
+
+  links(targets) {
+    return targets.map((target) => headingOf(target, this.language)).map(({ text, address }) => `[${text}](${address})`)
+        .join(this.words.comma);
+  }
+
+  commandSection(command) {
+    const { words, language } = this;
+    const rows = command.arguments.map((argument) => this.argumentRow(argument)).join('');
+    const family = facts.families.find(({ id }) => id === command.family);
+    const own = facts.topics.find(({ commands }) => commands.includes(command.name));
+    const toCommand = (name) => `[${name}](#${name.toLowerCase()})`;
+    const toEvent = (id) => `[${id}](#${slug(`${words.event} ${id}`)})`;
+    return [
+      `### ${command.name}`,
+      command.summary[language],
+      `    ${call(command, (argument) => argument.name + (argument.repeat ? ',...' : ''))}`,
+      rows && `${words.columns}\n|---|---|---|---|\n${rows.trimEnd()}`,
+      command.split === 'whole' && ['text', 'base64'].includes(command.arguments[0].type) && words.whole,
+      this.answer(command),
+      command.note && command.note[language],
+      command.needs && words.needs(command.needs.map(toCommand).join(words.comma)),
+      command.pushes && words.pushes(command.pushes.map(toEvent).join(words.comma)),
+      words.more(this.links((own ?? family).topics), this.links(own?.errors ?? family.errors)),
+    ].filter(Boolean).join('\n\n');
+  }
+
+  /** Of an event that ends what a command has started. */
+  requestOf({ id, match }) {
+    return match ? this.words.match(code(match)) : id.startsWith('After') ? this.words.unknown : '';
+  }
+
+  eventSection(event) {
+    const { words, language } = this;
+    const form = isFramed(event) ? code(event.form) : words.unframed + (language === 'zh' && event.formZh || event.form);
+    return [`### ${words.event} ${event.id}`, event.summary[language],
+      `${form}${language === 'zh' ? '；' : '; '}${words.to[event.to]}${words.end}${this.requestOf(event)}`].join('\n\n');
+  }
+
+  text() {
+    const { words, language } = this;
+    const intro = `docs/protocol-intro${language === 'zh' ? '.zh' : ''}.md`;
+    const ofFamily = ({ id }) => facts.commands.filter((command) => command.family === id);
+    const index = facts.families.map((family) => `| [${family.title[language]}](#${slug(family.title[language])}) | ${
+      ofFamily(family).map(({ name }) => `[${name}](#${name.toLowerCase()})`).join(' ')} |`);
+    return `<!-- Generated from ${intro} and ${source}. -->
+${[
+    read(intro).replace(/^<!--.*-->\n/, '').trim(),
+    `## ${words.index}`,
+    `| ${words.family} | ${words.commands} |\n|---|---|\n${index.join('\n')}`,
+    ...facts.families.flatMap((family) =>
+      [`## ${family.title[language]}`, ...ofFamily(family).map((command) => this.commandSection(command))]),
+    `## ${words.pushed}`,
+    ...facts.events.map((event) => this.eventSection(event)),
+  ].join('\n\n')}
 `;
-}
-
-/** Of an event that ends what a command has started. */
-function requestOf({ id, match }) {
-  if (match)
-    return ` It belongs to the request with the same \`${match}\`.`;
-  return id.startsWith('After') ? ' [Whose request](#whose-answer-it-is) it belongs to can\'t be known.' : '';
-}
-
-function protocolPage() {
-  const ofFamily = ({ id }) => facts.commands.filter((command) => command.family === id);
-  const index = facts.families.map((family) =>
-    `| ${bothOf(family.title)} | ${ofFamily(family).map(({ name }) => `[${name}](#${name.toLowerCase()})`).join(' ')} |\n`);
-  const sections = facts.families.map((family) =>
-    `## ${bothOf(family.title)}\n\n${ofFamily(family).map(commandSection).join('')}`);
-  const events = facts.events.map((event) => `### Event ${event.id}
-
-${bothOf(event.summary)}
-
-${isFramed(event) ? code(event.form) : `Without a frame: ${event.form}`}; to ${event.to === 'all' ? 'every client' : 'the current client'}.${requestOf(event)}
-`);
-  return `<!-- Generated from docs/protocol-intro.md and ${source}. -->
-${read('docs/protocol-intro.md').replace(/^<!--.*-->\n/, '').trim()}
-
-## Index
-
-| Family | Commands |
-|---|---|
-${index.join('')}
-${sections.join('')}
-## Pushed texts
-
-${events.join('\n')}`.replace(/\n{3,}/g, '\n\n');
+  }
 }
 
 // ---- Writing ------------------------------------------------------------------------------------
@@ -412,7 +533,8 @@ const outputs = {
   'client/commands.d.ts': clientTypes,
   'client/deviceclient.global.js': globalScript,
   'console/commands.js': consoleScript,
-  'docs/protocol.md': protocolPage,
+  'docs/protocol.md': () => new Page('en').text(),
+  'docs/protocol.zh.md': () => new Page('zh').text(),
 };
 
 function main() {

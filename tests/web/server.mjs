@@ -37,8 +37,11 @@ async function until(condition, what) {
 }
 
 export class Server {
-  /** @param settings  text of devices.ini; the usual scene is small, which is drawn sooner */
-  constructor({ settings = '[cameras]\n1=scene\n[scene]\nsize=640x480\n' } = {}) {
+  /**
+   * @param settings  text of devices.ini; the usual scene is small, which is drawn sooner
+   * @param environment  more variables, of its folder
+   */
+  constructor({ settings = '[cameras]\n1=scene\n[scene]\nsize=640x480\n', environment = () => ({}) } = {}) {
     // No "sh" in the name: such processes are not counted as instances.
     this.folder = mkdtempSync(join(tmpdir(), 'rvo-web-'));
     this.process = null;
@@ -46,11 +49,13 @@ export class Server {
     for (const program of ['rvowebSocketServer', 'devicehost'])
       copyFileSync(join(buildFolder, program), join(this.folder, program));
     for (const name of ['libdevicestub.so', 'libdoccamera.so', 'libcardreader.so',
-      'libportabledoccamera.so', 'libportablecardreader.so', 'cards', 'fingers', 'models']) {
+      'libportabledoccamera.so', 'libportablecardreader.so', 'libportablevideo.so', 'barcodeworker', 'cards',
+      'fingers', 'models']) {
       if (existsSync(join(buildFolder, name)))
         symlinkSync(join(buildFolder, name), join(this.folder, name));
     }
     writeFileSync(join(this.folder, 'devices.ini'), settings);
+    this.environment = environment(this.folder);
   }
 
   /** Starts it, once the port is free, and waits until it listens. */
@@ -59,7 +64,7 @@ export class Server {
     let ended = '';
     this.process = spawn(join(this.folder, 'rvowebSocketServer'), ['--simulate'], {
       cwd: this.folder,
-      env: { QT_QPA_PLATFORM: 'offscreen', ...process.env },
+      env: { QT_QPA_PLATFORM: 'offscreen', ...process.env, ...this.environment },
       stdio: ['ignore', 'ignore', 'pipe'],
     });
     this.process.stderr.on('data', (text) => { ended += text; });
