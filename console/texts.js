@@ -51,7 +51,7 @@ const TEXTS = {
   'commands.missing': ['The command list (commands.js) is missing', '缺少命令列表 (commands.js)'],
   'client.missing': ['../client/deviceclient.global.js is missing: can’t connect without it',
     '缺少 ../client/deviceclient.global.js，无法连接'],
-  'search.commands': ['Search names and descriptions', '搜索名称或说明'],
+  'search.commands': ['Search: photo, qr, …', '搜索：拍照、二维码……'],
   'search.nothing': ['No matching commands.', '没有符合的命令。'],
   'search.count': ['{0} of {1}', '{0} / {1}'],
   'favourites': ['Favorites', '收藏'],
