@@ -46,7 +46,7 @@ export class Server {
     for (const program of ['rvowebSocketServer', 'devicehost'])
       copyFileSync(join(buildFolder, program), join(this.folder, program));
     for (const name of ['libdevicestub.so', 'libdoccamera.so', 'libcardreader.so',
-      'libportabledoccamera.so', 'libportablecardreader.so', 'cards', 'fingers', 'models']) {
+      'libportabledoccamera.so', 'libportablecardreader.so', 'barcodeworker', 'cards', 'fingers', 'models']) {
       if (existsSync(join(buildFolder, name)))
         symlinkSync(join(buildFolder, name), join(this.folder, name));
     }
