@@ -32,7 +32,7 @@ fingerprint: fingerCaptureRawData | print: bPrint | watermark: vSetWaterPrint | 
 delete file: bDeleteFile | list files: sGetAllFormatFiles | read a file: Base64Encode | too dark: vSetBrightness vSetExposure
 blurry: AutoFocus | image size: setResolutionXY vSetPreViewSize vSetResolution | crop: bSetMode bSetImageArea | sign document: DoGWQ_StartSign
 customer rating: DoGWQ_StartEvaluator | queue number: GWQ_CallNumber | payment: GWQ_PaymentInfo | is the camera connected: GetDeviceStatus
-version: getVersion version sServerVersion | USB devices: sEnumUSBDevice | BSAVEJPG: bSaveJPG | getvers: getVersion
+version: getVersion version sServerVersion | USB devices: sEnumUSBDevice | scanning: iAutoScan | mirrored: vSetFlip | BSAVEJPG: bSaveJPG | getvers: getVersion
 拍照: bSaveJPG | 怎么拍照片: bSaveJPG | 二维码: sGetBarCode | 扫描二维码: sGetBarCodeOnline sGetBarCode | 扫描: iAutoScan
 打开摄像头: bStartPlay | 关闭摄像头: bStopPlay | 图片转PDF: bAddPDFColorPage | 合并图片: bSaveMergeStart | 读身份证: readIDMsg
 社保卡: iReadCardBas_noPasam iReadCardBasEx | 银行卡: GetBankCardInfo | 人脸比对: lImageMatch bImageMatch lFaceMatch
