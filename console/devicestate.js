@@ -13,7 +13,7 @@ const bool = (text) => ({ true: t('on'), false: t('off') }[text] || text);
 /** Rows: key of the label, commands, and how to show their results; wide ones take the whole line. */
 const STATE_ROWS = [
   { label: 'device.camera', commands: ['GetDeviceStatus()'], help: 'device.camera.help',
-    say: ([status]) => attached(status.split('|')[0]) },
+    say: ([status], live) => camera(status.split('|')[0], live) },
   { label: 'device.module', commands: ['GetDeviceStatus()'],
     say: ([status]) => attached(status.split('|')[1] || '') },
   { label: 'device.version', commands: ['getVersion()'] },
@@ -46,6 +46,12 @@ function attached(text) {
   return text.endsWith('已连接') ? { text: t('device.attached'), lamp: 'on' } : text;
 }
 
+/** A camera that the server doesn't know by its USB ID may deliver pictures all the same. */
+function camera(text, live) {
+  const state = attached(text);
+  return live && state.lamp === 'off' ? { text: t('device.other'), lamp: 'on' } : state;
+}
+
 function sizes(json) {
   try {
     return JSON.parse(json).map((size) => `${size.width}×${size.height}`).join(', ');
@@ -57,12 +63,14 @@ function sizes(json) {
 class DeviceState {
   /**
    * @param ask   sends a text, resolves to { outcome, result, milliseconds }
+   * @param live  returns whether the preview runs
    * @param done  called after reading all rows with the number of commands, the milliseconds and
    *              the unanswered commands
    */
-  constructor(view, ask, done) {
+  constructor(view, ask, live, done) {
     this.view = view;
     this.ask = ask;
+    this.live = live;
     this.done = done;
     this.results = new Map(); // command text to its result; null: no answer
     this.readAt = null;
@@ -121,7 +129,7 @@ class DeviceState {
     if (results.includes(null)) {
       value.append(element('span', 'bad', t('status.noanswer')));
     } else if (!results.includes(undefined)) {
-      const reading = row.say ? row.say(results) : results[0];
+      const reading = row.say ? row.say(results, this.live()) : results[0];
       const text = reading.text || String(reading);
       if (reading.lamp)
         value.append(element('span', `lamp ${reading.lamp}`));

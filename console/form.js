@@ -14,6 +14,8 @@ class CommandForm {
     this.send = sent;
     this.command = null;
     this.inputs = []; // of the arguments, in order
+    this.warnings = []; // their lines for what is wrong
+    this.tried = ''; // name of the command that was sent from here
     this.history = session.get('history', []);
     this.place = this.history.length; // history.length: the text being typed
     this.typed = '';
@@ -74,12 +76,12 @@ class CommandForm {
       this.showHint(t('hint.offline'));
       return;
     }
-    this.place = this.history.length;
+    this.tried = this.command ? this.command.name : '';
     if (this.history[this.history.length - 1] !== text && text.length < 10000)
       this.history = [...this.history, text].slice(-HISTORY_LIMIT);
     this.place = this.history.length;
     session.set('history', this.history);
-    this.showHint('');
+    this.check();
   }
 
   // ---- Facts ----
@@ -92,6 +94,12 @@ class CommandForm {
     this.showBadges();
     this.showReply();
     removeChildren(byId('fields'));
+    this.warnings = command.arguments.map((argument, index) => {
+      const line = element('p', 'field-warning');
+      line.id = `warning-${index}`;
+      line.setAttribute('role', 'status');
+      return line;
+    });
     this.inputs = command.arguments.map((argument, index) => {
       const input = this.inputOf(argument, index);
       byId('fields').append(this.fieldOf(argument, input, index));
@@ -145,7 +153,7 @@ class CommandForm {
     const kind = element('span', 'dim', this.kindOf(argument));
     const about = element('p', 'about', said(argument.about));
     about.id = `about-${index}`;
-    input.setAttribute('aria-describedby', about.id);
+    input.setAttribute('aria-describedby', `${this.warnings[index].id} ${about.id}`);
     const line = element('div', 'field-line');
     line.append(input);
     if (argument.type === 'base64')
@@ -153,7 +161,7 @@ class CommandForm {
     const head = element('div', 'field-head');
     head.append(label, ' ', kind);
     head.title = kind.textContent;
-    field.append(head, line, about);
+    field.append(head, line, this.warnings[index], about);
     return field;
   }
 
@@ -218,9 +226,20 @@ class CommandForm {
         && (this.command.arguments[values.length - 1].optional || values.every((each) => each === '')))
       values.pop();
     this.setRaw(`${this.command.name}(${values.join(',')})`);
-    const splits = this.command.split === 'comma' && values.some((value, index) =>
-      value.includes(',') && !this.command.arguments[index].repeat);
-    this.showHint(splits ? t('hint.comma') : '');
+    this.check();
+  }
+
+  /** Says beside each field what is likely wrong with it, and below the text what is with that. */
+  check() {
+    const text = this.raw.value;
+    const known = facts.byName.get(commandName(text)) === this.command && this.command;
+    const started = this.inputs.some((input) => input.value !== '') || this.tried === commandName(text);
+    this.inputs.forEach((input, index) => {
+      const warning = known ? argumentWarning(known.arguments[index], input.value, started) : '';
+      this.warnings[index].textContent = warning;
+      input.setAttribute('aria-invalid', String(Boolean(warning)));
+    });
+    this.showHint(typingHint(text) || (known && started && countWarning(known, text)) || '');
   }
 
   setRaw(text) {
@@ -238,7 +257,7 @@ class CommandForm {
     }
     if (command)
       this.parse(argumentText(text));
-    this.showHint(typingHint(text));
+    this.check();
   }
 
   parse(text) {

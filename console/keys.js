@@ -6,8 +6,8 @@
 
 const HELP_KEYS = [
   ['/   Ctrl+K', 'help.search'], ['↑ ↓ ← →', 'help.tree'], ['Enter', 'help.enter'],
-  ['F', 'help.favourite'], ['Ctrl+Enter', 'help.send'], ['Alt+1  2  3  4', 'help.tabs'],
-  ['+  −  0  1  ↑ ↓ ← →', 'help.preview'], ['↑ ↓  Enter  C  R', 'help.log'],
+  ['F', 'help.favourite'], ['Ctrl+Enter', 'help.send'], ['Alt+1  2  3  4  5', 'help.tabs'],
+  ['+  −  0  1  ↑ ↓ ← →', 'help.preview'], ['↑ ↓  Enter  C  R  W', 'help.log'],
   ['← → ↑ ↓  Home', 'help.split'], ['Esc', 'help.escape'], ['?   F1', 'help.here'],
 ];
 
@@ -38,6 +38,7 @@ const PANE_KEYS = {
   2: () => { showTab('script'); byId('script').focus(); },
   3: () => byId('log').focus(),
   4: () => byId('stage').focus(),
+  5: () => { showTab('recipes'); byId('recipes').querySelector('button').focus(); },
 };
 
 document.addEventListener('keydown', (event) => {
@@ -46,7 +47,7 @@ document.addEventListener('keydown', (event) => {
   const typing = /^(INPUT|TEXTAREA|SELECT)$/.test(event.target.tagName);
   let act = null;
   if (event.ctrlKey && event.key === 'Enter')
-    act = byId('pane-command').hidden ? () => script.run() : () => form.submit();
+    act = byId('pane-script').hidden ? () => form.submit() : () => script.run();
   else if (event.ctrlKey && keyOf(event) === 'k')
     act = focusSearch;
   else if (event.altKey && PANE_KEYS[event.key])

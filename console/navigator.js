@@ -21,6 +21,7 @@ class CommandTree {
     this.current = ''; // name of the command being shown
     this.rows = []; // visible rows, { element, group, command }
     this.active = -1;
+    this.drawnQuery = '';
     view.tree.tabIndex = 0;
     view.tree.addEventListener('keydown', (event) => this.key(event));
     view.tree.addEventListener('focus', () => this.activate(Math.max(this.active, 0)));
@@ -69,33 +70,34 @@ class CommandTree {
   }
 
   draw() {
-    const words = this.view.search.value.toLowerCase().split(/\s+/).filter(Boolean);
+    const query = this.view.search.value.trim();
     const before = this.rows[this.active];
     const scroll = this.view.tree.scrollTop;
     removeChildren(this.view.tree);
     this.rows = [];
-    let found = 0;
-    for (const group of this.groups()) {
-      const own = ['favourites', 'recent'].includes(group.id);
-      const commands = words.length ? group.commands.filter((each) => fits(each, words))
-        : group.commands;
-      if (words.length && (own || !commands.length))
-        continue; // the same commands are listed in their families
-      if (!own)
-        found += commands.length;
-      this.drawGroup(group, commands, words.length > 0 || this.open.has(group.id));
-    }
-    this.view.empty.hidden = found > 0;
+    const found = query ? searchCommands(query) : facts.commands;
+    if (query)
+      this.drawFound(found);
+    else
+      this.groups().forEach((group) => this.drawGroup(group, group.commands, this.open.has(group.id)));
+    this.view.empty.hidden = found.length > 0;
     this.view.empty.textContent = t(facts.commands.length ? 'search.nothing' : 'commands.missing');
-    this.view.count.textContent = words.length ? t('search.count', found, facts.commands.length)
+    this.view.count.textContent = query ? t('search.count', found.length, facts.commands.length)
       : facts.commands.length;
-    this.view.tree.scrollTop = scroll;
+    this.view.tree.scrollTop = query === this.drawnQuery ? scroll : 0;
+    this.drawnQuery = query;
     const again = before ? this.rows.findIndex((row) => row.group.id === before.group.id
       && row.command === before.command) : -1;
     this.active = -1;
     if (again >= 0)
       this.activate(again, false);
     this.mark(this.current);
+  }
+
+  /** The commands that were found, best first, without families. */
+  drawFound(commands) {
+    for (const command of commands)
+      this.view.tree.append(this.commandRow({ id: 'found' }, command));
   }
 
   drawGroup(group, commands, open) {
@@ -201,10 +203,4 @@ class CommandTree {
       this.draw();
     }
   }
-}
-
-function fits(command, words) {
-  const text = [command.name, command.summary.en, command.summary.zh,
-    ...command.arguments.map((each) => each.name)].join(' ').toLowerCase();
-  return words.every((word) => text.includes(word));
 }

@@ -97,9 +97,8 @@ function send(text, report = () => {}) {
   const hint = typingHint(text) && (() => typingHint(text));
   const answered = isAnswered(text);
   const entry = log.add('sent', { text, hint, status: answered ? () => t('status.waiting') : null });
-  tree.used(name);
   if (answered)
-    exchanges.sent(name, (what, ...more) => {
+    exchanges.sent(text, (what, ...more) => {
       log.update(entry, outcomeOf(what, name, hint));
       report(what, ...more);
     });
@@ -132,25 +131,43 @@ function askQuietly(text) {
       report('offline');
       return;
     }
-    exchanges.sent(commandName(text), report, true);
+    exchanges.sent(text, report, true);
   });
 }
 
 function received(raw) {
-  if (raw.startsWith(FRAME_START))
+  if (raw.startsWith(FRAME_START)) {
+    script.heard('frame', '');
     return; // shown, not logged
+  }
   const answer = DeviceClient.parseAnswer(raw);
   if (!answer) {
     log.add('pushed', { text: raw, status: () => t('status.unframed') });
+    script.heard('text', raw);
     return;
   }
   const exchange = exchanges.answered(answer.name, answer.result);
   if (exchange && exchange.quiet)
     return;
-  log.add(exchange ? 'answer' : 'pushed', {
-    name: answer.name, text: answer.result, raw, error: isFailure(answer.name, answer.result),
+  const failed = isFailure(answer.name, answer.result);
+  const entry = log.add(exchange ? 'answer' : 'pushed', {
+    name: answer.name, text: answer.result, raw, error: failed, asked: exchange ? exchange.text : '',
     status: exchange ? () => duration(exchange.milliseconds) : null,
   });
+  if (failed && exchange)
+    log.update(entry, { hint: () => [whyButton(entry)] });
+  if (!exchange)
+    script.heard(answer.name, answer.result);
+}
+
+/** What a failure offers below it. */
+function whyButton(entry) {
+  const made = button('link', t('why.look'), (event) => {
+    event.stopPropagation();
+    reasons.explain(entry);
+  });
+  made.tabIndex = -1; // key: W
+  return made;
 }
 
 // ---- Preview ------------------------------------------------------------------------------------
@@ -168,11 +185,16 @@ const CAMERAS = [
 const zoom = new Zoom(byId('stage'), byId('picture'), showZoom);
 const picture = new LivePicture(byId('picture'), () => zoom.place());
 
+let wasLive = false;
+
 function showPicture() {
   const { shown, newest } = picture;
   const { dropped, broken } = picture.figures();
   const connected = connection.state === 'open';
   const live = connected && picture.isLive();
+  if (live !== wasLive)
+    deviceState.draw();
+  wasLive = live;
   byId('live').className = `badge ${live ? 'live' : ''}`;
   setText('live', live ? t('live')
     : shown ? t('still', clock(newest.time).slice(0, 8)) : t('no.picture'));
@@ -226,12 +248,14 @@ byId('save-frame').addEventListener('click', () => {
 
 const log = new Log(
   { list: byId('log'), latest: byId('log-latest'), empty: byId('log-empty'), count: byId('log-count') },
-  { showWhole, again: (entry) => { showTab('command'); form.bringBack(entry.text); } });
+  { showWhole, why: (entry) => reasons.explain(entry),
+    again: (entry) => { showTab('command'); form.bringBack(entry.text); } });
+const reasons = new Reasons(askQuietly, log);
 
 byId('log-clear').addEventListener('click', () => log.clear());
-byId('log-copy').addEventListener('click', () => copyText(log.asText()));
+byId('log-copy').addEventListener('click', () => copyText(log.asParts(false).join('')));
 byId('log-save').addEventListener('click', () => {
-  saveFile(`console-${fileStamp(new Date())}.txt`, log.asText(), 'text/plain;charset=utf-8');
+  saveFile(`console-${fileStamp(new Date())}.txt`, log.asParts(true), 'text/plain;charset=utf-8');
 });
 byId('log-pause').addEventListener('click', () => {
   log.pause(!log.paused);
@@ -254,23 +278,31 @@ const tree = new CommandTree(
     showTab('command');
     form.choose(command, focus);
   });
-const form = new CommandForm(tree, (text) => send(text));
+const form = new CommandForm(tree, (text) => {
+  const sent = send(text);
+  if (sent)
+    tree.used(commandName(text));
+  return sent;
+});
 const script = new Script({
   text: byId('script'), marks: byId('script-marks'), results: byId('script-results'),
   state: byId('script-state'), run: byId('script-run'), step: byId('script-step'),
-  stop: byId('script-stop'), halt: byId('script-halt'),
+  stop: byId('script-stop'), halt: byId('script-halt'), table: byId('script-table'),
 }, ask);
+const results = new Results(script, () => connection.address);
 const deviceState = new DeviceState(
   { list: byId('device-facts'), time: byId('device-time'), read: byId('device-read'),
-    simulation: byId('simulation') }, askQuietly,
+    simulation: byId('simulation') }, askQuietly, () => connection.state === 'open' && picture.isLive(),
   (asked, milliseconds, silent) => log.add('note', {
     error: silent.length > 0,
     say: () => (silent.length ? t('note.device.failed', silent.join(', '))
       : t('note.device', asked, duration(milliseconds))),
   }));
 
+const TABS = ['command', 'script', 'recipes'];
+
 function showTab(name) {
-  for (const each of ['command', 'script']) {
+  for (const each of TABS) {
     const chosen = each === name;
     byId(`tab-${each}`).setAttribute('aria-selected', String(chosen));
     byId(`tab-${each}`).tabIndex = chosen ? 0 : -1;
@@ -279,16 +311,28 @@ function showTab(name) {
   settings.set('tab', name);
 }
 
-for (const name of ['command', 'script'])
+for (const name of TABS)
   byId(`tab-${name}`).addEventListener('click', () => showTab(name));
 document.querySelector('[role=tablist]').addEventListener('keydown', (event) => {
-  if (!['ArrowLeft', 'ArrowRight'].includes(event.key))
+  const by = { ArrowLeft: TABS.length - 1, ArrowRight: 1 }[event.key];
+  if (!by)
     return;
-  const other = byId('pane-script').hidden ? 'script' : 'command';
+  const now = TABS.findIndex((name) => !byId(`pane-${name}`).hidden);
+  const other = TABS[(now + by) % TABS.length];
   showTab(other);
   byId(`tab-${other}`).focus();
 });
-byId('script-example').addEventListener('click', () => script.setText(SCRIPT_EXAMPLE));
+
+/** Puts a recipe into the script, and starts it. */
+function openRecipe(text, run) {
+  if (script.running)
+    return;
+  showTab('script');
+  script.setText(text);
+  if (run)
+    script.run(false);
+}
+
 byId('script-save').addEventListener('click', () => {
   saveFile(`script-${fileStamp(new Date())}.txt`, byId('script').value, 'text/plain;charset=utf-8');
 });
@@ -304,6 +348,30 @@ byId('device-auto').checked = settings.get('device.auto', true);
 byId('device-auto').addEventListener('change', () => {
   settings.set('device.auto', byId('device-auto').checked);
 });
+
+/** Saves the state, the log, the script's results and the frame. */
+async function saveReport() {
+  await deviceState.readAll();
+  const frame = picture.newest;
+  const rows = (pairs) => pairs.map((cells) => ({ cells }));
+  saveFile(`report-${fileStamp(new Date())}.html`, reportHtml({
+    title: t('report.title', `${day(new Date())} ${clock(new Date())}`),
+    facts: rows([
+      [t('server'), connection.address], [t('report.state'), byId('state-text').textContent],
+      [t('report.frames'), byId('figures').innerText.replace(/\s*\n\s*/g, ' · ')],
+      [t('report.browser'), navigator.userAgent], [t('report.screen'), `${window.innerWidth}×${window.innerHeight}`],
+      [t('tab.script'), script.saying()],
+    ]),
+    device: rows([...deviceState.results].map(([command, result]) => [command, result === null ? t('status.noanswer') : result])),
+    log: reportLog(log.entries),
+    results: script.records.map(({ line, text, mark, result, milliseconds }) => ({ bad: mark === 'bad',
+      cells: [line, MARKS[mark], text, result, duration(milliseconds)] })),
+    frame: frame ? frame.base64 : '',
+    caption: frame ? `${day(frame.time)} ${clock(frame.time)}` : '',
+  }), 'text/html;charset=utf-8');
+}
+
+byId('report').addEventListener('click', saveReport);
 
 function foldDevice(open) {
   byId('device-facts').hidden = !open;
@@ -336,13 +404,14 @@ i18n.onChange(() => {
   log.draw();
   deviceState.draw();
   script.draw();
+  listRecipes(byId('recipes'), openRecipe);
   showConnection();
 });
 
 i18n.apply();
 press(themeButtons, 'themeChoice', theme.choice);
 press(kindButtons, 'kind', 'all');
-showTab(settings.get('tab', 'command'));
+showTab(TABS.includes(settings.get('tab')) ? settings.get('tab') : 'command');
 foldDevice(settings.get('device.open', true));
 makeSplitter(byId('split-navigator'), '--navigator', document.querySelector('.navigator'), false);
 makeSplitter(byId('split-work'), '--work', byId('work'), true);

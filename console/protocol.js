@@ -50,9 +50,14 @@ function argumentText(text) {
   return bracket < 0 ? '' : text.slice(bracket + 1, Math.max(bracket + 1, text.length - 1));
 }
 
+/** The facts about a command, by the name of an answer; undefined if there are none. */
+function commandOf(name) {
+  return facts.byName.get(facts.byFrame.get(name) || name);
+}
+
 /** Whether a result means failure; the "false" of a question doesn't. */
 function isFailure(name, result) {
-  const known = facts.byName.get(facts.byFrame.get(name) || name);
+  const known = commandOf(name);
   return result === 'false' && !(known && known.reply.question);
 }
 
@@ -110,17 +115,19 @@ const WAITING_LIMIT = 500;
 /** Finds the command that an answer belongs to. The protocol offers only the name for that. */
 class Exchanges {
   constructor() {
-    this.waiting = []; // { name, quiet, sent, late, timer, report }, oldest first
+    this.waiting = []; // { name, text, quiet, sent, late, timer, report }, oldest first
   }
 
   /**
+   * @param text    what was sent
    * @param report  called with ('answered', result, milliseconds), ('late'), which 'answered' may still
    *              follow, or ('lost') if it is given up before it was late
    * @param quiet whether to keep the answer out of the log
    */
-  sent(name, report, quiet = false) {
+  sent(text, report, quiet = false) {
+    const name = commandName(text);
     const known = facts.byName.get(name);
-    const exchange = { name, quiet, sent: performance.now(), late: false, timer: 0, report };
+    const exchange = { name, text, quiet, sent: performance.now(), late: false, timer: 0, report };
     exchange.timer = setTimeout(() => {
       exchange.late = true;
       report('late');
@@ -130,7 +137,7 @@ class Exchanges {
       this.giveUp(this.waiting.splice(0, 1));
   }
 
-  /** @returns { milliseconds, quiet } of the command; null if none waits for this name */
+  /** @returns { milliseconds, quiet, text } of the command; null if none waits for this name */
   answered(answerName, result) {
     const name = facts.byFrame.get(answerName) || answerName;
     const ofName = (exchange) => exchange.name === answerName || exchange.name === name;
@@ -143,7 +150,7 @@ class Exchanges {
     clearTimeout(exchange.timer);
     this.waiting.splice(this.waiting.indexOf(exchange), 1);
     exchange.report('answered', result, milliseconds);
-    return { milliseconds, quiet: exchange.quiet };
+    return { milliseconds, quiet: exchange.quiet, text: exchange.text };
   }
 
   /** Gives up all pending commands after the connection is lost. */

@@ -40,6 +40,38 @@ function press(group, attribute, value) {
     each.setAttribute('aria-pressed', String(each.dataset[attribute] === value));
 }
 
+/** Milliseconds between two drawings while much happens: the browser needs tens of them for each. */
+const BUSY_PAUSE = 500;
+
+/** Draws once for many changes: with the screen's next frame, or less often while the page is busy. */
+class Redraw {
+  constructor(draw) {
+    this.draw = draw;
+    this.waiting = false;
+  }
+
+  soon() {
+    if (this.waiting)
+      return;
+    this.waiting = true;
+    if (Redraw.busy)
+      setTimeout(() => this.atFrame(), BUSY_PAUSE - performance.now() % BUSY_PAUSE); // all of them in one frame
+    else
+      this.atFrame();
+  }
+
+  now() {
+    this.waiting = false;
+    this.draw();
+  }
+
+  atFrame() {
+    requestAnimationFrame(() => this.waiting && this.now());
+  }
+}
+
+Redraw.busy = false; // a script is running
+
 /** How long a short message is shown. */
 const MESSAGE_MILLISECONDS = 1800;
 
@@ -81,8 +113,10 @@ function fileStamp(date) {
   return `${day(date)}-${clock(date).replace(/[:.]/g, '')}`;
 }
 
+const numberFormat = new Intl.NumberFormat('en'); // toLocaleString() makes one each time
+
 function count(number) {
-  return number.toLocaleString('en');
+  return numberFormat.format(number);
 }
 
 function duration(milliseconds) {
@@ -113,9 +147,10 @@ function base64Of(buffer) {
   return btoa(characters);
 }
 
+/** @param content  a text or bytes, or a list of them */
 function saveFile(name, content, type) {
   const link = document.createElement('a');
-  link.href = URL.createObjectURL(new Blob([content], { type }));
+  link.href = URL.createObjectURL(new Blob(Array.isArray(content) ? content : [content], { type }));
   link.download = name;
   link.click();
   setTimeout(() => URL.revokeObjectURL(link.href), 60000); // the browser reads it only later

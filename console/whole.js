@@ -10,28 +10,39 @@ const WHOLE_SHOWN = 300000;
 let wholePictures = [];
 let wholeForms = ['', '']; // the text as received, and as formatted JSON
 
-function showWhole(entry) {
-  const text = entry.raw || (entry.say ? entry.say() : '');
+async function showWhole(entry) {
+  const text = await wholeTextOf(entry);
+  const answer = entry.kind === 'sent' ? null : DeviceClient.parseAnswer(text);
   setText('whole-title', `${DIRECTIONS[entry.kind]} ${entry.name || commandName(text).slice(0, NAME_LIMIT)}`);
-  setText('whole-size', `${clock(entry.time)} · ${t('characters', count(text.length))}`);
+  setText('whole-size', `${clock(entry.time)} · ${t('characters', count(entry.length || text.length))}`);
   setText('whole-copy', t('copy'));
-  wholeForms = [text, formattedJson(entry.text)];
+  wholeForms = [text, text.length <= PICTURE_TEXT ? formattedJson(answer ? answer.result : text) : ''];
   byId('whole-format').hidden = !wholeForms[1];
   formatWhole(Boolean(wholeForms[1]));
-  wholePictures = entry.kind === 'sent' ? [] : picturesIn(text);
-  removeChildren(byId('whole-pictures'));
-  for (const url of wholePictures) {
-    const image = element('img');
-    image.alt = t('log.picture');
-    image.src = url;
-    byId('whole-pictures').append(image);
-  }
-  byId('whole-pictures').hidden = !wholePictures.length;
-  byId('whole-save').hidden = !wholePictures.length;
+  showWholePictures(entry.kind === 'sent' || text.length > PICTURE_TEXT ? [] : picturesIn(text));
   byId('whole').showModal();
   byId('whole-text').focus();
   byId('whole-text').setSelectionRange(0, 0);
   byId('whole-text').scrollTop = 0;
+}
+
+/** Shows those that are pictures; only those can be saved. */
+function showWholePictures(urls) {
+  wholePictures = [];
+  removeChildren(byId('whole-pictures'));
+  for (const each of ['whole-pictures', 'whole-save'])
+    byId(each).hidden = true;
+  for (const url of urls) {
+    const image = element('img');
+    image.alt = t('log.picture');
+    image.addEventListener('load', () => {
+      wholePictures.push(url);
+      byId('whole-pictures').append(image);
+      for (const each of ['whole-pictures', 'whole-save'])
+        byId(each).hidden = false;
+    });
+    image.src = url;
+  }
 }
 
 function formatWhole(formatted) {

@@ -32,6 +32,7 @@
 //     pushes     events that may follow
 //   events    id, kind (of the result), to (all, current), form, pattern, summary, example; match: what it
 //             returns of the request that it belongs to
+//   words     more words to find a command by, or all of a family: English, then Chinese
 import { readFileSync, writeFileSync } from 'node:fs';
 import { fileURLToPath } from 'node:url';
 import { headings, slug } from '../site/headings.mjs';
@@ -109,6 +110,8 @@ function faults() {
     need(headingOf(link, 'en') && headingOf(link, 'zh'), `no such heading: ${link}`);
   for (const event of facts.events)
     need(bothLanguages(event.summary) && kinds.includes(event.kind), `event ${event.id}`);
+  for (const name of Object.keys(facts.words))
+    need(names.includes(name) || families.includes(name), `words of ${name}, which is no command or family`);
   return found;
 }
 

@@ -337,11 +337,13 @@ function fit() {
   const boxes = [main].concat(Array.from(main.querySelectorAll('section, .huge, .amount')));
   const isCutOff = (box) => box.scrollWidth > box.clientWidth + 1
       || (!box.matches('p') && box.scrollHeight > box.clientHeight + 1);
-  main.classList.remove('crowded');
-  const fits = SIZES.some((size) => {
+  const fitsAt = (size) => {
     main.style.zoom = size;
     return !boxes.some(isCutOff);
-  });
+  };
+  main.classList.remove('crowded');
+  // The largest that fits; a text that doesn't fit at the smallest takes long to lay out at each.
+  const fits = fitsAt(1) || (fitsAt(SIZES[SIZES.length - 1]) && SIZES.some(fitsAt));
   main.classList.toggle('crowded', !fits);
 }
 
@@ -455,15 +457,23 @@ function showInfo(data, server) {
   const ask = data.get('ask');
   fillRows(data.others(['title', 'ask', 'asklength', ask.toLowerCase()]));
   const answerOf = ask ? showEntry(ask, data) : () => [];
+  if (!ask && !data.get('text') && !byId('rows').hasChildNodes()) {
+    say(byId('text'), '目前没有需要您确认的信息', 'There is nothing to confirm at the moment');
+    document.querySelector('.actions').remove();
+    document.querySelector('main').classList.add('alone');
+    return;
+  }
 
   const answer = async (result, chinese, english) => {
     await sendAnswer(server, 'DoGWQ_StartInfo', data,
                      [['result', result]].concat(result === 'ok' ? answerOf() : []));
     showEnd(drawing(CHECK_MARK), ...chinese.concat(english));
   };
-  byId('ok').onclick = () => answer('ok', [['已确认，谢谢！', 'Confirmed, thank you!']],
-                                    [['请稍候，柜员正在为您办理', 'One moment, please.']]);
-  byId('wrong').onclick = () => answer('wrong', [['已告知柜员', 'Your teller has been informed']],
+  // The server doesn't say whether a page of the teller has received it.
+  byId('ok').onclick = () => answer('ok', [['已提交，谢谢！', 'Sent, thank you!']],
+                                    [['请稍候；若柜员没有收到，请直接告知柜员',
+                                      'One moment, please. If your teller has not received it, please say so.']]);
+  byId('wrong').onclick = () => answer('wrong', [['已提交', 'Sent']],
                                        [['请向柜员说明有误之处', 'Please tell the teller what is wrong.']]);
 }
 
@@ -496,7 +506,8 @@ function showEntry(ask, data) {
     button.hidden = !key;
     byId('pad').append(button);
   }
-  const back = element('button', 'back', '⌫');
+  const back = element('button', 'back'); // drawn: not every font has a sign for it
+  back.append(drawing('<path d="M38 24h46v52h-46l-24-26zM50 40l20 20M70 40l-20 20"></path>'));
   back.type = 'button';
   back.setAttribute('aria-label', '删除 Delete');
   back.onclick = () => { field.value = field.value.slice(0, -1); update(); };

@@ -2,7 +2,7 @@
 //
 // The console in Chromium, from file://, against the real server.
 import assert from 'node:assert/strict';
-import { readFileSync, readdirSync, writeFileSync } from 'node:fs';
+import { readFileSync, readdirSync, statSync, writeFileSync } from 'node:fs';
 import { join } from 'node:path';
 import { after, afterEach, before, test } from 'node:test';
 import { Browser, skip } from './browser.mjs';
@@ -178,29 +178,145 @@ test('fields compose the text, and the text fills the fields', { skip }, async (
   assert.ok(await page.locator('#tree .command-name', { hasText: 'vSetFlip' }).count());
 });
 
+/** Runs a script to its end. */
+async function runScript(text) {
+  await page.click('#tab-script');
+  await page.evaluate((lines) => script.setText(lines), text);
+  await page.click('#script-run');
+  await page.waitForFunction(() => !script.running);
+}
+
+const marks = () => page.$$eval('#script-marks .mark', (all) => all.map((each) => each.textContent));
+
+test('says what is wrong with arguments beside their fields, and sends them all the same', { skip }, async () => {
+  await openConnected();
+  await page.fill('#command', 'vSetPreViewSize(abc,700)');
+  assert.deepEqual(await page.locator('.field-warning').allInnerTexts(), ['Not a whole number: read as 0.', '']);
+  await page.press('#command', 'Enter');
+  assert.equal(await answerOf('vSetPreViewSize'), '(empty)');
+  await page.fill('#command', 'bSaveJPG(/tmp)');
+  assert.deepEqual(await page.locator('.field-warning').allInnerTexts(), ['', 'Missing.']);
+  assert.match(await page.innerText('#command-hint'), /^Takes 2 arguments, and these are 1: .* the answer is false\.$/);
+  await page.fill('#fields input >> nth=1', 'a');
+  assert.equal(await page.locator('.field-warning:visible').count(), 0);
+});
+
+test('a failure leads to its reason in the server’s log', { skip }, async () => {
+  await openConnected();
+  const advice = page.locator('#log .advice').last();
+  for (const file of ['one', 'two', 'one']) {
+    await send(`bDeleteFile(/nowhere/${file})`);
+    await page.waitForFunction(() => !exchanges.waiting.length);
+  }
+  const whys = page.locator('#log .advice button');
+  await whys.nth(1).click();
+  await page.locator('#log .advice', { hasText: '"/nowhere/two": there is no such file' }).waitFor();
+  await page.evaluate(() => { window.logFolders = () => ['/nowhere']; });
+  await send('bDeleteFile(/nowhere/three)');
+  await whys.nth(2).waitFor();
+  await page.focus('#log');
+  await page.keyboard.press('End');
+  await page.keyboard.press('w');
+  await page.locator('#log .advice', { hasText: 'On the terminal: devicectl status' }).waitFor();
+  assert.ok(await advice.locator('input').isVisible());
+});
+
 test('runs a script and marks its lines', { skip }, async () => {
   await openConnected();
-  await page.click('#tab-script');
-  await page.fill('#script', '# versions\ngetVersion()\nwait 1\nbDirIsExist(/nowhere)\ndisplayVideoPara()\nversion()');
-  const marks = () => page.$$eval('#script-marks .mark', (all) => all.map((each) => each.textContent));
-  const done = () => page.waitForFunction(() => !script.running);
-  await page.click('#script-run');
-  await done();
+  await runScript('# versions\ngetVersion()\nwait 1\nbDirIsExist(/nowhere)\ndisplayVideoPara()\nversion()');
   assert.deepEqual(await marks(), ['', '✓', '·', '✓', '✗', '✓']);
   assert.match(await page.innerText('#script-results'), /V1\.0\.2/);
-
   await page.check('#script-halt');
-  await page.click('#script-run');
-  await done();
-  assert.deepEqual(await marks(), ['', '✓', '·', '✓', '✗', '']);
+  await runScript('displayVideoPara()\nversion()');
+  assert.deepEqual(await marks(), ['✗', '']);
+  assert.match(await page.innerText('#script-state'), /^0 passed, 1 failed, .*stopped at line 1$/);
+  await page.click('[data-language=zh]');
+  await page.locator('#script-state', { hasText: /^0 成功，1 失败/ }).waitFor();
+  await page.click('[data-language=en]');
 
-  await page.fill('#script', 'getVersion()\nwait 600000');
-  await page.click('#script-run');
-  await page.waitForFunction(() => script.next === 1);
-  await page.keyboard.press('Escape');
-  await done();
+  await runScript('repeat 2\nx = version()\nfor y in a, b\nbDirIsExist(/nowhere${n}${y}${x})\nexpect false\nend\nend\n'
+    + 'displayVideoPara()\nexpect false\nbStartPlay()\nwait for frame\nwait for Nothing 0');
+  assert.deepEqual(await marks(), ['·', '✓', '·', '✓', '✓', '·', '·', '✓', '✓', '✓', '✓', '✗']);
+  const sent = await page.evaluate(() => script.records.map((each) => each.text).filter((text) => text.startsWith('bDir')));
+  assert.deepEqual(sent, ['1a', '1b', '2a', '2b'].map((each) => `bDirIsExist(/nowhere${each}linux_kylin_arm64)`));
+  await runScript('getVersion()\nrepeat x\nend');
+  assert.equal(await page.innerText('#script-state'), '2 lines aren’t understood: not started');
+});
+
+test('a script leaves results, which lead to its lines', { skip }, async () => {
+  await openConnected();
+  await runScript('version()\n'.repeat(200) + 'displayVideoPara()');
+  assert.match(await page.innerText('#script-state'), /^200 passed, 1 failed/);
+  await page.click('#script-table');
+  assert.equal(await page.innerText('#results-count'), '201 of 201');
+  await page.check('#results-failed');
+  const [download] = await Promise.all([page.waitForEvent('download'), page.click('#results-junit')]);
+  assert.match(readFileSync(await download.path(), 'utf8'), /tests="201" failures="1"/);
+  await page.click('#results-rows button');
+  assert.ok(await page.evaluate(() => byId('script').scrollTop) > 3000, 'its line is shown');
+});
+
+test('a long script is drawn where it is seen, and stops at once', { skip }, async () => {
+  await openConnected();
+  await page.click('#tab-script');
+  for (const text of ['version()\n'.repeat(5000), 'repeat 999999999\nx = 1\nend', 'wait 600000']) {
+    await page.evaluate((lines) => script.setText(lines), text);
+    await page.click('#script-run');
+    await page.waitForFunction(() => script.running && script.outcomes.size > 0);
+    await page.click('#script-stop');
+    await page.waitForFunction(() => !script.running, null, { timeout: 2000 });
+    assert.ok(await page.locator('#script-marks li').count() < 60);
+  }
   await page.reload();
-  assert.equal(await page.inputValue('#script'), 'getVersion()\nwait 600000');
+  assert.equal(await page.inputValue('#script'), 'wait 600000');
+});
+
+test('a recipe takes one click', { skip }, async () => {
+  await openConnected();
+  await page.fill('#search', 'take photo');
+  await page.press('#search', 'Enter');
+  assert.equal(await page.innerText('#command-name'), 'bSaveJPG');
+  await page.click('#tab-recipes');
+  await page.locator('#recipes .recipe', { hasText: 'Photo, PDF, barcodes' }).getByRole('button', { name: 'Run' }).click();
+  await page.waitForFunction(() => !script.running && script.records.length);
+  assert.equal(await page.evaluate(() => script.records.filter((each) => each.mark === 'bad').map((each) => each.text).join()), '');
+});
+
+test('large results neither empty the log nor stay in the page', { skip }, async () => {
+  await openConnected();
+  const large = 4e7;
+  await page.evaluate((length) => {
+    log.clear();
+    for (let i = 0; i < 42; i += 1)
+      received(`BeginEvent${i}EndEvent${i}`);
+    for (const letter of 'AB')
+      received(`BeginBase64Encode${letter.repeat(length)}EndBase64Encode`);
+    received(`BeginBase64Encode/9j/${'A'.repeat(100)}EndBase64Encode`); // begins like a picture
+  }, large);
+  await page.waitForFunction(() => document.querySelectorAll('#log li').length === 45);
+  assert.ok(await page.evaluate(() => log.entries.every((entry) => entry.raw.length < 5000)));
+  const [download] = await Promise.all([page.waitForEvent('download'), page.click('#log-save')]);
+  assert.ok(statSync(await download.path()).size > 2 * large);
+  await page.locator('#log li').last().dblclick();
+  await page.waitForSelector('#whole[open]');
+  assert.equal(await page.isVisible('#whole-save'), false);
+  await page.keyboard.press('Escape');
+  await page.locator('#log li').nth(43).dblclick();
+  await page.locator('#whole-size', { hasText: '40,000,032 characters' }).waitFor();
+  assert.match(await page.inputValue('#whole-text'), /^BeginBase64EncodeBBBB/);
+});
+
+test('a report has the state, the log and the frame', { skip }, async () => {
+  await openConnected();
+  await page.click('#start');
+  await page.locator('#live', { hasText: 'live' }).waitFor();
+  assert.match(await page.innerText('#device-facts'), /Camera\s+other, running/);
+  await send('bDeleteFile(<b>&)');
+  const [download] = await Promise.all([page.waitForEvent('download'), page.click('#report')]);
+  assert.match(download.suggestedFilename(), /^report-.*\.html$/);
+  const html = readFileSync(await download.path(), 'utf8');
+  for (const part of [/GetDeviceStatus\(\)/, /bDeleteFile\(&#60;b&#62;&#38;\)/, /src="data:image\/jpeg;base64,\/9j\//])
+    assert.match(html, part);
 });
 
 test('remembers language and colors, and never scrolls as a whole', { skip }, async () => {

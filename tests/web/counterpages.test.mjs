@@ -128,6 +128,26 @@ test('much data is shown smaller and whole; too much is cut off at its end only'
   }
 });
 
+test('buttons stay in view with 100 kB of text, and there are none for nothing', { skip }, async () => {
+  const long = '长文本 long '.repeat(10000);
+  for (const [name, data] of [['evaluate', `text=${long}`], ['evaluate', `name=Li,text=${long},note=${long}`], ['evaluate', `name=${long}`],
+                              ['infoExchange', `name=Li,ask=phone,text=${long}`], ['infoExchange', `ask=phone,title=${long}`]]) {
+    const page = await open(name, data, { width: 800, height: 600 });
+    const outside = await page.$$eval('main button:not([hidden]), .actions button', (all) => all.filter((each) => {
+      const { top, bottom, height } = each.getBoundingClientRect();
+      return top < 0 || bottom > innerHeight + 1 || height < 20;
+    }).length);
+    assert.equal(outside, 0, `${name} ${data.slice(0, 20)}`);
+    assert.ok(await page.evaluate(() => [...document.querySelectorAll('button:not([hidden])')].every((each) => each.innerText.trim()
+        || each.querySelector('svg'))));
+    await close(page);
+  }
+  const page = await open('infoExchange', 'title=Data');
+  assert.match(await seen(page), /目前没有需要您确认的信息/);
+  assert.equal(await page.locator('.actions').count(), 0);
+  await close(page);
+});
+
 test('data is never read as markup, and pictures come from this machine only', { skip }, async () => {
   const markup = '<img src=x onerror=alert(1)><script>alert(2)</script>';
   for (const name of pages) {

@@ -49,8 +49,8 @@ export class Server {
     for (const program of ['rvowebSocketServer', 'devicehost'])
       copyFileSync(join(buildFolder, program), join(this.folder, program));
     for (const name of ['libdevicestub.so', 'libdoccamera.so', 'libcardreader.so',
-      'libportabledoccamera.so', 'libportablecardreader.so', 'libportablevideo.so', 'barcodeworker', 'cards',
-      'fingers', 'models']) {
+      'libportabledoccamera.so', 'libportablecardreader.so', 'libportablevideo.so', 'libportablefaces.so',
+      'libimageencoder.so', 'barcodeworker', 'cards', 'fingers', 'models']) {
       if (existsSync(join(buildFolder, name)))
         symlinkSync(join(buildFolder, name), join(this.folder, name));
     }
