@@ -179,6 +179,26 @@ private Q_SLOTS:
         }
     }
 
+    void noFrameFollowsAResult()
+    {
+        std::vector<std::unique_ptr<Page>> pages;
+        for (int i = 0; i < 7; ++i) {
+            pages.push_back(std::make_unique<Page>(port()));
+        }
+        QVERIFY(pagesBecome(7));
+        const QStringList expected{QString::fromLatin1(frameText('A')),
+                                   QString::fromLatin1(frameText('B')), QStringLiteral("result")};
+        show(frameText('A'));
+        show(frameText('B'));
+        say("result");
+        for (const auto &page : pages) {
+            QTRY_COMPARE(page->received(), expected);
+        }
+        show(frameText('C'));
+        pages.resize(2);
+        QTRY_COMPARE(pages.front()->received().size(), 4);
+    }
+
     void textsThatLookLikeFrames()
     {
         Page page(port());

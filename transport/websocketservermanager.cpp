@@ -479,6 +479,7 @@ void WebSocketServerManager::slot_textFrameReceived(const QString &frame, bool i
 void WebSocketServerManager::slot_captureImgThread(QByteArray byte)
 {
     Q_ASSERT(QThread::currentThread() == thread());
+    sendFrame(m_frame.links.size()); // no frame may follow the reply that ends the preview
     const QString message = QString::fromUtf8(upToNul(byte));
     const auto clients = m_clients; // writing to a page may remove it from the table
     for (QWebSocket *socket : clients) {
@@ -494,16 +495,43 @@ void WebSocketServerManager::slot_frame(const QByteArray &bytes)
         slot_captureImgThread(text);
         return;
     }
+    sendFrame(m_frame.links.size()); // the rest of the one before
     const auto started = std::chrono::steady_clock::now();
     QByteArray &frame = m_frames[m_nextFrame++ % m_frames.size()];
     ClientLink::webSocketTextFrame(text, frame);
-    const auto fetched = CaptureImgThread::instance()->fetchTimeOfFrame();
-    const auto links = m_links;
-    for (ClientLink *link : links) {
-        link->sendFrame(frame, fetched);
+    m_frame.text = frame;
+    m_frame.fetched = CaptureImgThread::instance()->fetchTimeOfFrame();
+    m_frame.sending = std::chrono::steady_clock::now() - started;
+    m_frame.links.reserve(std::size_t(m_links.size()));
+    for (ClientLink *link : qAsConst(m_links)) {
+        m_frame.links.emplace_back(link);
     }
-    const std::chrono::nanoseconds taken = std::chrono::steady_clock::now() - started;
-    m_frameSending += m_frameSending.count() == 0 ? taken : (taken - m_frameSending) / 16;
+    sendFrame(pagesAtOnce);
+}
+
+/// Sends the frame to some more pages. Between them, commands are read and answered.
+void WebSocketServerManager::sendFrame(std::size_t pages)
+{
+    if (m_frame.links.empty()) {
+        return;
+    }
+    const auto started = std::chrono::steady_clock::now();
+    for (; pages > 0 && !m_frame.links.empty(); --pages) {
+        const QPointer<ClientLink> link = m_frame.links.back();
+        m_frame.links.pop_back();
+        if (link) {
+            link->sendFrame(m_frame.text, m_frame.fetched);
+        }
+    }
+    m_frame.sending += std::chrono::steady_clock::now() - started;
+    if (!m_frame.links.empty()) {
+        QMetaObject::invokeMethod(
+            this, [this] { sendFrame(pagesAtOnce); }, Qt::QueuedConnection);
+        return;
+    }
+    m_frame.text = QByteArray(); // whose memory is used again
+    m_frameSending +=
+        m_frameSending.count() == 0 ? m_frame.sending : (m_frame.sending - m_frameSending) / 16;
 }
 
 PagesStatus WebSocketServerManager::pages(int most) const

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include "base/clock.h"
 #include "transport/limits.h"
 #include "transport/pagestatus.h"
 
@@ -16,6 +17,7 @@
 
 #include <array>
 #include <chrono>
+#include <vector>
 
 namespace accesspolicy {
 class AccessControl;
@@ -112,6 +114,18 @@ public Q_SLOTS:
     void slot_frame(const QByteArray &bytes);
 
 private:
+    /// A preview frame that is being sent to one page after the other.
+    struct Frame
+    {
+        QByteArray text;
+        base::Clock::TimePoint fetched;
+        std::vector<QPointer<ClientLink>> links; // that still have to get it
+        std::chrono::nanoseconds sending{}; // time it has taken so far
+    };
+    /// Pages that get a frame before a command is looked at, which would wait for all of them.
+    static constexpr std::size_t pagesAtOnce = 2;
+
+    void sendFrame(std::size_t pages);
     template <class Worker> void broadcastMessagesOf(Worker *worker);
     QWebSocket *client(const QString &ip, int port) const;
     PageStatus pageStatus(QWebSocket *socket, const ClientLink &link) const;
@@ -154,5 +168,6 @@ private:
     QHash<QWebSocket *, ClientLink *> m_links; // of all open connections
     std::array<QByteArray, 4> m_frames; // reused in turn; those being written are still shared
     std::size_t m_nextFrame = 0;
+    Frame m_frame;
     std::chrono::nanoseconds m_frameSending{};
 };
