@@ -69,6 +69,11 @@ private:
     {
         std::map<std::string, double> medians;
 
+        Reporter()
+            : ConsoleReporter(OO_None) // no colors: the output goes into a table
+        {
+        }
+
         void ReportRuns(const std::vector<Run> &runs) override
         {
             for (const Run &run : runs) {
