@@ -106,6 +106,7 @@ BENCHMARK(BM_findAndStraighten)->UseRealTime();
 
 int main(int argc, char **argv)
 {
+    qputenv("DEVICE_SIMULATION", "1"); // for a camera
     qputenv("QT_QPA_PLATFORM", "offscreen");
     const QGuiApplication application(argc, argv);
     if (!bStartPlay(0)) {

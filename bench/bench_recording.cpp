@@ -101,6 +101,7 @@ void record(const char *what, bool (*start)(const char *), const QString &path, 
 
 int main(int argc, char **argv)
 {
+    qputenv("DEVICE_SIMULATION", "1"); // for a camera
     qputenv("QT_QPA_PLATFORM", "offscreen");
     const QGuiApplication application(argc, argv);
     const QTemporaryDir directory;
