@@ -233,12 +233,15 @@ test('runs a script and marks its lines', { skip }, async () => {
   await page.click('[data-language=zh]');
   await page.locator('#script-state', { hasText: /^0 成功，1 失败/ }).waitFor();
   await page.click('[data-language=en]');
+  await page.uncheck('#script-halt');
 
   await runScript('repeat 2\nx = version()\nfor y in a, b\nbDirIsExist(/nowhere${n}${y}${x})\nexpect false\nend\nend\n'
     + 'displayVideoPara()\nexpect false\nbStartPlay()\nwait for frame\nwait for Nothing 0');
   assert.deepEqual(await marks(), ['·', '✓', '·', '✓', '✓', '·', '·', '✓', '✓', '✓', '✓', '✗']);
   const sent = await page.evaluate(() => script.records.map((each) => each.text).filter((text) => text.startsWith('bDir')));
   assert.deepEqual(sent, ['1a', '1b', '2a', '2b'].map((each) => `bDirIsExist(/nowhere${each}linux_kylin_arm64)`));
+  await runScript('for x in displayVideoPara, version\n${x}()\nend');
+  assert.deepEqual(await marks(), ['·', '✗', '·'], 'one round has failed');
   await runScript('getVersion()\nrepeat x\nend');
   assert.equal(await page.innerText('#script-state'), '2 lines aren’t understood: not started');
 });
