@@ -64,9 +64,9 @@ check() {
 inside() { chroot "$root" env -i PATH=/usr/sbin:/usr/bin:/sbin:/bin LC_ALL=C.UTF-8 DEBIAN_FRONTEND=noninteractive "$@"; }
 apt() { inside apt-get -q -y -o Dpkg::Use-Pty=0 -o Dpkg::Options::=--force-confold "$@"; }
 
-# files: all of the system but its users' own and what it downloads.
+# files: all of the system but its users' own, what it downloads, and what the next start empties.
 files() {
-    find "$root" \( -path "$root/proc" -o -path "$root/home" -o -path "$root/var/cache/apt" \) -prune -o -print | sort
+    find "$root" \( -path "$root/proc" -o -path "$root/home" -o -path "$root/tmp" -o -path "$root/run" -o -path "$root/var/cache/apt" \) -prune -o -print | sort
 }
 
 # sizes OPTION...: what apt would download and unpack.

@@ -12,7 +12,7 @@ usage: scripts/try-systems.sh [option] [suite...]
 Makes a minimal Debian of each suite (default: bullseye bookworm trixie) in a folder of its own, clones
 the latest commit there and runs ./run.sh and ./test.sh; a page connects to the server meanwhile. Says
 what each system has and what passed, and compares what the page was answered. The output is in
-build/systems/SUITE.*.txt. Needs root, git and python3.
+build/systems/SUITE.*.txt. Needs root.
 
   --mirror URL    where the systems come from (default: http://deb.debian.org/debian)
   --build-only    build and start only, without the tests
@@ -43,7 +43,7 @@ done
 [ ${#suites[@]} -gt 0 ] || suites=(bullseye bookworm trixie)
 [ "$(id -u)" -eq 0 ] || fail "this needs root, for chroot"
 if [ -z "${IN_NAMESPACE:-}" ]; then
-    [ "$install" = no ] || install_packages package
+    [ "$install" = no ] || install_packages systems
     # Mounts and processes of its own: all of them end with this script.
     IN_NAMESPACE=yes exec unshare --mount --pid --fork --kill-child --mount-proc "$0" "${arguments[@]}"
 fi
@@ -111,9 +111,9 @@ try_suite() {
     mkdir -p "$root/root"
     git clone --quiet --depth 1 "file://$PWD" "$root$tree" || return 1
     inside apt-get -q -q update || return 1
-    # A clone needs git, and git certificates; the comparison needs pictures of codes.
+    # What a clone has needed.
     inside env DEBIAN_FRONTEND=noninteractive apt-get -q -q -y install --no-install-recommends \
-        git ca-certificates zint >/dev/null 2>&1 || return 1
+        git ca-certificates >/dev/null 2>&1 || return 1
     if [ "$ccache" = yes ]; then
         inside env DEBIAN_FRONTEND=noninteractive apt-get -q -q -y install ccache >/dev/null 2>&1 || return 1
         mkdir -p "$results/$suite.ccache" "$root/var/cache/ccache"

@@ -323,7 +323,7 @@ private:
         const QString output = path("code.png");
         writeFile(input, content);
         outputOf("zint",
-                 words("--binary --notext --quietzones --scale %3 -b %1 --height %2 -i")
+                 words("--binary --notext --scale %3 -b %1 --height %2 -i")
                          .replaceInStrings(line("%1"), QString::number(type))
                          .replaceInStrings(line("%2"), QString::number(height))
                          .replaceInStrings(line("%3"), line(scale))

@@ -12,6 +12,14 @@ namespace portable {
 
 namespace {
 
+#if __has_include(<ZXing/ImageView.h>)
+constexpr ZXing::BarcodeFormat qrCode = ZXing::BarcodeFormat::QRCode;
+constexpr ZXing::BarcodeFormat code128 = ZXing::BarcodeFormat::Code128;
+#else // 1.1
+constexpr ZXing::BarcodeFormat qrCode = ZXing::BarcodeFormat::QR_CODE;
+constexpr ZXing::BarcodeFormat code128 = ZXing::BarcodeFormat::CODE_128;
+#endif
+
 const QColor ink(34, 36, 42);
 
 /// The color of a page's letterhead.
@@ -239,20 +247,16 @@ void paintBarcode(QPainter &painter, const ZXing::BitMatrix &code, const QRectF 
 
 void paintBarcodes(QPainter &painter, int page)
 {
-    using ZXing::BarcodeFormat;
     using ZXing::MultiFormatWriter;
-    const auto qr = MultiFormatWriter(BarcodeFormat::QRCode)
-                        .setMargin(4)
-                        .setEccLevel(4)
-                        .encode(testSheetQrText(page).toStdWString(), 1, 1);
+    const auto qr = MultiFormatWriter(qrCode).setMargin(4).setEccLevel(4).encode(
+        testSheetQrText(page).toStdWString(), 1, 1);
     paintBarcode(painter, qr, {980, 530, 280, 280});
     paintText(painter, {910, 812, 420, 30}, QStringLiteral("扫码查看 Scan me"), textFont(20),
               QColor(96, 100, 108), Qt::AlignHCenter);
 
-    const auto code128 = MultiFormatWriter(BarcodeFormat::Code128)
-                             .setMargin(10)
-                             .encode(testSheetCode128Text(page).toStdWString(), 1, 1);
-    paintBarcode(painter, code128, {40, 790, 560, 100});
+    const auto linear = MultiFormatWriter(code128).setMargin(10).encode(
+        testSheetCode128Text(page).toStdWString(), 1, 1);
+    paintBarcode(painter, linear, {40, 790, 560, 100});
     paintText(painter, {40, 894, 560, 36}, testSheetCode128Text(page), textFont(25), ink,
               Qt::AlignHCenter);
 }
