@@ -727,7 +727,7 @@ private:
     {
         QString file = path("living.avi");
         QString error;
-        const auto video = VideoFile::create(file, VideoFormat::Legacy, {640, 480}, &error);
+        const auto video = VideoFile::create(file, VideoFormat::Legacy, {640, 480}, false, &error);
         for (int i = 0; video && i < 2 * videoFrameRate; ++i) {
             DrawnFace face = oneFace();
             face.turn = i > videoFrameRate ? std::sin(i * 2 * CV_PI / videoFrameRate) : 0;
