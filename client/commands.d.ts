@@ -83,7 +83,7 @@ export interface Commands {
    */
   bStartPlay6(): boolean;
   /**
-   * Turns the device library's own image display on or off; the portable library has none. 切换设备库自带的图像显示；便携库不提供。
+   * Shows or hides the device library's own image display; with the portable library, the window of bAVPreview. 显示或隐藏设备库自带的图像显示；便携库为 bAVPreview 的窗口。
    * @param on Whether it is shown.
    */
   vSetImageDispFlag(on: Flag): void;
@@ -132,10 +132,10 @@ export interface Commands {
    */
   bStartPlay9(): boolean;
   /**
-   * Starts the device library's own audio and video preview; the portable library has none. 设备库自带的音视频预览；便携库不提供。
+   * Shows the preview with the level of the microphone in a window of the device library's own. 在设备库自带的窗口中显示预览画面和麦克风音量。
    * After true the main preview restarts: a second text, the answer of bStartPlay, follows.
-   * @param first Implementation-defined.
-   * @param second Implementation-defined.
+   * @param first Implementation-defined. Portable library: 0 closes the window, any other number opens it.
+   * @param second Implementation-defined. Portable library: the number of the microphone, also for recordings that begin later; 0 is the one in devices.ini.
    */
   bAVPreview(first: Numeric, second: Numeric): boolean;
   /**

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 // The portable library's recordings: what ffmpeg finds in the files, and how recordings end.
 #include "devicelib/doccamera.h"
+#include "portable/recording/avpreview.h"
 #include "portable/recording/recorder.h"
 #include "tests/fakemicrophone.h"
 #include "tests/fakesource.h"
@@ -14,6 +15,7 @@
 #include <QJsonObject>
 #include <QProcess>
 #include <QTimer>
+#include <QWindow>
 #include <QtTest>
 #include <opencv2/imgproc.hpp>
 #include <sys/stat.h>
@@ -100,10 +102,10 @@ struct Studio
     std::shared_ptr<FakeDevice> device = std::make_shared<FakeDevice>();
     CameraSet cameras{[this](int, QString *) { return std::make_unique<FakeSource>(device); }};
     std::shared_ptr<FakeMicrophoneDevice> microphone = std::make_shared<FakeMicrophoneDevice>();
-    Recorder recorder{cameras, clock, [this](QString *error) {
-                          return SoundCapture::start(FakeMicrophone::opener(microphone), clock,
-                                                     error);
-                      }};
+    SoundOpener openSound = [this](QString *error) {
+        return SoundCapture::start(FakeMicrophone::opener(microphone), clock, error);
+    };
+    Recorder recorder{cameras, clock, openSound};
 };
 
 /// What ffprobe says about a video, having counted its frames.
@@ -443,6 +445,57 @@ private Q_SLOTS:
         studio.recorder.finish();
         QCOMPARE(Probe(path("a.mp4")).streams, 2);
         QCOMPARE(secondsOf(clicksIn(path("a.mp4"))), range(1, 4) + range(second, second + 1));
+    }
+
+    void previewWindow()
+    {
+        Studio studio;
+        studio.device->deliverFreely();
+        studio.microphone->plug(true);
+        QVERIFY(studio.cameras.start(4));
+        AvPreview preview(studio.cameras, studio.clock, studio.openSound);
+        const auto window = [] { return QGuiApplication::topLevelWindows().value(0); };
+        preview.open();
+        studio.microphone->capture({studio.clock.now(), clicks(0, 1920)});
+        studio.record(2);
+        QVERIFY(!preview.picture().main.isNull() && !preview.picture().inset.isNull());
+        QVERIFY(preview.picture().hasMicrophone);
+        QVERIFY(std::abs(preview.picture().level - 20000.0 / 32768) < 0.01);
+        QTRY_VERIFY(window() && window()->isVisible());
+        preview.setVisible(false);
+        QTRY_VERIFY(!window()->isVisible());
+        preview.setVisible(true);
+        QTRY_VERIFY(window()->isVisible());
+        QVERIFY(window()->close()); // by the person
+        studio.clock.advance(40ms);
+        QTRY_VERIFY(!preview.isOpen() && !window());
+        studio.microphone->plug(false);
+        preview.open();
+        studio.record(2);
+        QVERIFY(preview.isOpen() && !preview.picture().hasMicrophone);
+        studio.cameras.announceEnd();
+        studio.cameras.stopMain();
+        studio.clock.advance(40ms);
+        QTRY_VERIFY(!preview.isOpen());
+    }
+
+    void contentOfThePreviewWindow()
+    {
+        AvPicture picture;
+        picture.main = QImage(200, 100, QImage::Format_RGB888);
+        picture.main.fill(Qt::blue);
+        picture.inset = QImage(40, 40, QImage::Format_RGB888);
+        picture.inset.fill(Qt::yellow);
+        picture.hasMicrophone = true;
+        picture.level = 0.0316; // -30 dB, half of the bar
+        const QImage page = paintAvPreview({800, 640}, picture);
+        const QColor middle = page.pixelColor(400, 300);
+        QCOMPARE(middle, QColor(Qt::blue));
+        QCOMPARE(page.pixelColor(700, 430), QColor(Qt::yellow)); // 28 % of the main picture
+        QCOMPARE(page.pixelColor(560, 430), middle);
+        QCOMPARE(page.pixelColor(400, 10), page.pixelColor(400, 590)); // above and below
+        QCOMPARE(page.pixelColor(20, 620), page.pixelColor(390, 620));
+        QVERIFY(page.pixelColor(20, 620) != page.pixelColor(410, 620));
     }
 
     void recorderFarBehindSkipsFrames()

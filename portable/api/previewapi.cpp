@@ -1,17 +1,26 @@
 // SPDX-License-Identifier: MIT
 #include "devicelib/doccamera.h"
+#include "portable/base/failure.h"
 #include "portable/base/simulation.h"
-#include "portable/base/unsupported.h"
 #include "portable/camera/cameraset.h"
 #include "portable/camera/camerasources.h"
 #include "portable/picture/imageconversion.h"
+#include "portable/recording/avpreview.h"
 
 #include <QDebug>
 #include <QImage>
 
+#include <algorithm>
+
 using portable::CameraSet;
 
 namespace portable::api {
+
+namespace {
+
+constexpr qint64 maxMicrophone = 1000; // no machine has more
+
+} // namespace
 
 bool bStartPlay(short rotation)
 {
@@ -88,14 +97,23 @@ bool getVideoFrameMatEx(cv::Mat &frame)
     return CameraSet::instance().currentFrame(frame);
 }
 
-bool bAVPreview(qint64, qint64)
+bool bAVPreview(qint64 on, qint64 microphone)
 {
-    return portable::unsupported<bool>(__func__);
+    if (on == 0) {
+        AvPreview::instance().close();
+        return true;
+    }
+    if (!PageWindow::isDisplayThere()) {
+        return logFailure(__func__, QStringLiteral("there is no display"));
+    }
+    chooseMicrophone(int(std::clamp<qint64>(microphone, 0, maxMicrophone)));
+    AvPreview::instance().open();
+    return true;
 }
 
-void vSetImageDispFlag(bool)
+void vSetImageDispFlag(bool on)
 {
-    // There is no display of its own to switch.
+    AvPreview::instance().setVisible(on);
 }
 
 void doccameraVeriosn(char *buffer, int capacity)

@@ -96,6 +96,14 @@ bool Camera::currentFrame(cv::Mat &frame)
     return m_hasFrame;
 }
 
+bool Camera::peekFrame(cv::Mat &frame)
+{
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    m_lastTaken = m_clock.now();
+    frame = m_isStale ? cv::Mat() : m_frame;
+    return !frame.empty();
+}
+
 bool Camera::hasFrame() const
 {
     const std::lock_guard<std::mutex> lock(m_mutex);

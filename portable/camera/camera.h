@@ -83,6 +83,9 @@ public:
      */
     bool currentFrame(cv::Mat &frame);
 
+    /// The newest frame without any wait. \return false, with `frame` empty, when it is out of date
+    bool peekFrame(cv::Mat &frame);
+
     /// Frame size in pixels, before rotation.
     cv::Size size() const;
 

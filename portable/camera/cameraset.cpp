@@ -174,6 +174,11 @@ std::shared_ptr<Camera> CameraSet::mainCamera() const
     return get(m_main);
 }
 
+std::shared_ptr<Camera> CameraSet::fourthCamera() const
+{
+    return get(m_fourth);
+}
+
 bool CameraSet::nextPreviewFrame(cv::Mat &frame)
 {
     const Slot camera = get(m_main);

@@ -74,6 +74,9 @@ public:
     /// The camera of the main preview, for readers that keep their own position; null without one.
     std::shared_ptr<Camera> mainCamera() const;
 
+    /// Camera 4; null while it isn't open.
+    std::shared_ptr<Camera> fourthCamera() const;
+
     /// The preview's next frame; all callers share one position. See Camera::nextFrame.
     bool nextPreviewFrame(cv::Mat &frame);
 

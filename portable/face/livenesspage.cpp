@@ -1,17 +1,11 @@
 // SPDX-License-Identifier: MIT
 #include "portable/face/livenesspage.h"
 
-#include "base/mainthread.h"
 #include "portable/base/failure.h"
 
-#include <QCloseEvent>
-#include <QGuiApplication>
+#include <QFont>
 #include <QPainter>
 #include <QPainterPath>
-#include <QPointer>
-#include <QRasterWindow>
-#include <QScreen>
-#include <opencv2/imgproc.hpp>
 
 #include <algorithm>
 #include <mutex>
@@ -21,19 +15,9 @@ namespace portable {
 
 namespace {
 
-constexpr int maxShownWidth = 1280; // pixels of the camera's picture
 const QColor background(24, 28, 36);
 const QColor doneColor(46, 160, 92);
 const QColor openColor(72, 80, 96);
-
-/// A font with Chinese glyphs; Qt substitutes the closest one it has.
-QFont textFont(double pixels)
-{
-    QFont font(QStringLiteral("WenQuanYi Micro Hei"));
-    font.setStyleHint(QFont::SansSerif);
-    font.setPixelSize(std::max(int(pixels), 8));
-    return font;
-}
 
 /// A step and whether it is done, in a rounded box.
 void paintStep(QPainter &painter, const QRectF &area, const QString &text, bool isDone)
@@ -42,7 +26,7 @@ void paintStep(QPainter &painter, const QRectF &area, const QString &text, bool 
     painter.setBrush(isDone ? doneColor : openColor);
     painter.drawRoundedRect(area, area.height() / 2, area.height() / 2);
     painter.setPen(Qt::white);
-    painter.setFont(textFont(area.height() * 0.5));
+    painter.setFont(pageFont(area.height() * 0.5));
     painter.drawText(area, Qt::AlignCenter, isDone ? QStringLiteral("✓ ") + text : text);
 }
 
@@ -67,31 +51,6 @@ void paintCamera(QPainter &painter, const QRectF &area, const QImage &picture, b
     painter.drawEllipse(oval);
 }
 
-/// 8-bit RGB, no wider than is shown, with memory of its own. QImage has BGR only since Qt 5.14.
-QImage shownImage(const cv::Mat &frame)
-{
-    cv::Mat small = frame;
-    if (frame.cols > maxShownWidth) {
-        const double scale = double(maxShownWidth) / frame.cols;
-        cv::resize(frame, small, {}, scale, scale, cv::INTER_AREA);
-    }
-    QImage image(small.cols, small.rows, QImage::Format_RGB888);
-    cv::Mat pixels(small.rows, small.cols, CV_8UC3, image.bits(), size_t(image.bytesPerLine()));
-    cv::cvtColor(small, pixels, cv::COLOR_BGR2RGB);
-    return image;
-}
-
-/// The second screen; null if there is none.
-QScreen *customerScreen()
-{
-    for (QScreen *screen : QGuiApplication::screens()) {
-        if (screen != QGuiApplication::primaryScreen()) {
-            return screen;
-        }
-    }
-    return nullptr;
-}
-
 } // namespace
 
 QString livenessHint(const LivenessResult &progress)
@@ -114,7 +73,7 @@ QImage paintLivenessPage(const QSize &size, const QImage &picture, const Livenes
     paintCamera(painter, all.adjusted(line / 4, line / 4, -line / 4, -3 * line), picture, hasFace);
 
     painter.setPen(Qt::white);
-    painter.setFont(textFont(line * 0.62));
+    painter.setFont(pageFont(line * 0.62));
     painter.drawText(QRectF(0, all.height() - 2.8 * line, all.width(), line), Qt::AlignCenter,
                      livenessHint(progress));
     const double width = std::min(3.4 * line, all.width() / 2.4);
@@ -126,110 +85,40 @@ QImage paintLivenessPage(const QSize &size, const QImage &picture, const Livenes
     return page;
 }
 
-/// What the window shows; shared with the thread of the check.
+/// What the window shows; shared with the main thread.
 struct LivenessPage::Content
 {
     std::mutex mutex;
     QImage picture; // guarded by mutex, like all below
     LivenessResult progress;
-    bool isUpdating = false; // the main thread is about to show it
-    bool isClosed = false; // by the person
-    QPointer<Window> window; // used by the main thread only
-};
-
-class LivenessPage::Window : public QRasterWindow
-{
-public:
-    explicit Window(std::shared_ptr<Content> content)
-        : m_content(std::move(content))
-    {
-        setTitle(QStringLiteral("活体检测"));
-        setFlags(Qt::Window | Qt::WindowStaysOnTopHint);
-        // Whoever still lives when the application ends goes with it.
-        connect(qApp, &QCoreApplication::aboutToQuit, this, [this] { delete this; });
-    }
-
-    void open()
-    {
-        if (QScreen *const screen = customerScreen()) {
-            setScreen(screen);
-            setGeometry(screen->geometry());
-            showFullScreen();
-            return;
-        }
-        const QRect room = QGuiApplication::primaryScreen()->availableGeometry();
-        QRect area(QPoint(), QSize(960, 800).boundedTo(room.size() * 0.9));
-        area.moveCenter(room.center());
-        setGeometry(area);
-        show();
-    }
-
-protected:
-    void paintEvent(QPaintEvent *) override
-    {
-        QImage picture;
-        LivenessResult progress;
-        {
-            const std::lock_guard<std::mutex> lock(m_content->mutex);
-            picture = m_content->picture;
-            progress = m_content->progress;
-        }
-        const double ratio = devicePixelRatio();
-        QImage page = paintLivenessPage(size() * ratio, picture, progress);
-        page.setDevicePixelRatio(ratio);
-        QPainter(this).drawImage(0, 0, page);
-    }
-
-    bool event(QEvent *event) override
-    {
-        if (event->type() == QEvent::Close) {
-            const std::lock_guard<std::mutex> lock(m_content->mutex);
-            m_content->isClosed = true;
-        }
-        return QRasterWindow::event(event);
-    }
-
-private:
-    const std::shared_ptr<Content> m_content;
 };
 
 LivenessPage::LivenessPage()
     : m_content(std::make_shared<Content>())
+    , m_window({QStringLiteral("活体检测"), true}, [content = m_content](const QSize &size) {
+        std::unique_lock<std::mutex> lock(content->mutex);
+        const QImage picture = content->picture;
+        const LivenessResult progress = content->progress;
+        lock.unlock();
+        return paintLivenessPage(size, picture, progress);
+    })
 {
-    base::postToMainThread([content = m_content] {
-        if (!qobject_cast<QGuiApplication *>(QCoreApplication::instance())
-            || QGuiApplication::platformName() == QLatin1String("offscreen")) {
-            logFailure("the page of the liveness check isn't seen",
-                       QStringLiteral("there is no display"));
-        }
-        if (qobject_cast<QGuiApplication *>(QCoreApplication::instance())) {
-            content->window = new Window(content);
-            content->window->open();
-        }
-    });
-}
-
-LivenessPage::~LivenessPage()
-{
-    base::postToMainThread([content = m_content] { delete content->window; });
+    if (!PageWindow::isDisplayThere()) {
+        logFailure("the page of the liveness check isn't seen",
+                   QStringLiteral("there is no display"));
+    }
 }
 
 bool LivenessPage::show(const cv::Mat &frame, const LivenessResult &progress)
 {
     QImage picture = shownImage(frame);
-    const std::lock_guard<std::mutex> lock(m_content->mutex);
-    m_content->picture = std::move(picture);
-    m_content->progress = progress;
-    if (!std::exchange(m_content->isUpdating, true)) {
-        base::postToMainThread([content = m_content] {
-            if (content->window) {
-                content->window->update();
-            }
-            const std::lock_guard<std::mutex> inner(content->mutex);
-            content->isUpdating = false;
-        });
+    {
+        const std::lock_guard<std::mutex> lock(m_content->mutex);
+        m_content->picture = std::move(picture);
+        m_content->progress = progress;
     }
-    return !m_content->isClosed;
+    m_window.update();
+    return !m_window.isClosed();
 }
 
 } // namespace portable

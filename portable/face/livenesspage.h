@@ -2,6 +2,7 @@
 /// \file The page that a person sees during a liveness check.
 #pragma once
 
+#include "portable/camera/pagewindow.h"
 #include "portable/face/facewatch.h"
 
 #include <QImage>
@@ -15,24 +16,22 @@ QString livenessHint(const LivenessResult &progress);
 
 /**
  * The content of the page: the camera's picture as in a mirror, the hint, and which of the steps
- * are done. \param size      of the page, in pixels \param picture   8-bit RGB, may be null \param
- * progress  of the check
+ * are done.
+ * \param size      of the page, in pixels
+ * \param picture   8-bit RGB, may be null
+ * \param progress  of the check
  */
 QImage paintLivenessPage(const QSize &size, const QImage &picture, const LivenessResult &progress);
 
 /**
  * The page in a window of its own while the object lives: on the second screen, which is the
- * customer's, if there is one. The window belongs to the main thread, which opens and closes it as
- * soon as it can; the object may be used by any thread. Without a display nothing is seen, which
+ * customer's, if there is one. May be used by any thread. Without a display nothing is seen, which
  * the log says.
  */
 class LivenessPage
 {
 public:
     LivenessPage();
-    ~LivenessPage();
-    LivenessPage(const LivenessPage &) = delete;
-    LivenessPage &operator=(const LivenessPage &) = delete;
 
     /**
      * Shows a frame, 8-bit BGR, and the hint that goes with it. Doesn't wait for the main thread;
@@ -43,9 +42,9 @@ public:
 
 private:
     struct Content;
-    class Window;
 
     const std::shared_ptr<Content> m_content;
+    PageWindow m_window;
 };
 
 } // namespace portable

@@ -7,16 +7,12 @@
 #include "portable/video/videofile.h"
 
 #include <condition_variable>
-#include <functional>
 #include <memory>
 #include <mutex>
 #include <thread>
 #include <vector>
 
 namespace portable {
-
-/// The sound of the microphone in force; null, with a reason for the log, when there is none.
-using SoundOpener = std::function<std::shared_ptr<SoundCapture>(QString *error)>;
 
 /**
  * Records the main preview to a file, one recording at a time, at a constant 25 frames per second

@@ -72,6 +72,9 @@ private:
     std::thread m_thread;
 };
 
+/// The sound of the microphone in force; null, with a reason for the log, when there is none.
+using SoundOpener = std::function<std::shared_ptr<SoundCapture>(QString *error)>;
+
 /// Which microphone SoundCapture::shared() opens; 0: that of devices.ini, else its number.
 void chooseMicrophone(int number);
 
