@@ -17,7 +17,7 @@ export const groups = [
     title: { en: 'Devices', zh: '设备' },
     pages: ['docs/portable.md', 'docs/cards.md', 'docs/faces.md', 'docs/fingers.md', 'docs/maker.md'],
   },
-  { title: { en: 'Development', zh: '开发' }, pages: ['docs/architecture.md', 'CONTRIBUTING.md', 'CHANGELOG.md'] },
+  { title: { en: 'Development', zh: '开发' }, pages: ['docs/architecture.md', 'docs/performance.md', 'CONTRIBUTING.md', 'CHANGELOG.md'] },
 ];
 
 /** Texts of the site itself. */
