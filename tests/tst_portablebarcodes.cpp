@@ -323,12 +323,17 @@ private:
         const QString output = path("code.png");
         writeFile(input, content);
         outputOf("zint",
-                 words("--binary --notext --scale %3 -b %1 --height %2 -i")
+                 words("--binary --notext --scale %3 -b %1 --height %2 -o")
                          .replaceInStrings(line("%1"), QString::number(type))
                          .replaceInStrings(line("%2"), QString::number(height))
                          .replaceInStrings(line("%3"), line(scale))
-                     << input << line("-o") << output);
-        return QImage(output);
+                     << output << line("-i") << input); // in this order for 2.9
+        const QImage bare(output);
+        const int quiet = int(20 * QByteArray(scale).toDouble()); // 10 modules
+        QImage framed(bare.size() + QSize(2 * quiet, 2 * quiet), QImage::Format_RGB32);
+        framed.fill(Qt::white);
+        QPainter(&framed).drawImage(quiet, quiet, bare);
+        return bare.isNull() ? bare : framed;
     }
 
     /// Draws a code on the page around a point, turned clockwise.

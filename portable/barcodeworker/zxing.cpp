@@ -10,8 +10,10 @@
 #endif
 #define ZX_USE_UTF8 1
 #include <ZXing/ReadBarcode.h>
+#include <opencv2/imgproc.hpp>
 
 #include <algorithm>
+#include <cstdlib>
 #include <iterator>
 
 namespace portable {
@@ -184,9 +186,7 @@ FoundBarcode found(const ZXing::Result &code)
 
 #endif
 
-} // namespace
-
-std::optional<ReadCode> readWithZxing(const cv::Mat &grey, BarcodeFormats formats)
+std::optional<ReadCode> read(const cv::Mat &grey, BarcodeFormats formats)
 {
     const ZXing::Result code = decode(grey, formats);
     if (!code.isValid()) {
@@ -197,6 +197,54 @@ std::optional<ReadCode> readWithZxing(const cv::Mat &grey, BarcodeFormats format
     std::transform(code.position().begin(), code.position().end(), result.corners.begin(),
                    [](const ZXing::PointI &corner) { return cv::Point(corner.x, corner.y); });
     return result;
+}
+
+#if ZXING_API == 0
+
+constexpr int reach = 8; ///< Of the lines beside that of a linear code, in pixels.
+
+/// Whether lines beside the one that a linear code was read on say the same.
+bool isConfirmed(const cv::Mat &grey, const ReadCode &code)
+{
+    constexpr int needed = 3; // four in all, as for the later versions
+    const cv::Point along = code.corners[1] - code.corners[0];
+    const bool isLevel = std::abs(along.x) >= std::abs(along.y);
+    const cv::Mat lines = isLevel ? grey : cv::Mat(grey.t());
+    const int at = isLevel ? code.corners[0].y : code.corners[0].x;
+    int agreeing = 0;
+    for (int line = std::max(0, at - reach); line < std::min(lines.rows, at + reach + 1);
+         line += 2) {
+        const std::optional<ReadCode> other =
+            line == at ? std::nullopt : read(lines.row(line), code.found.format);
+        agreeing += other && other->found.text == code.found.text ? 1 : 0;
+    }
+    return agreeing >= needed;
+}
+
+#endif
+
+} // namespace
+
+std::optional<ReadCode> readWithZxing(const cv::Mat &grey, BarcodeFormats formats)
+{
+    std::optional<ReadCode> code = read(grey, formats);
+#if ZXING_API == 0
+    // DataBar is read from several lines anyway.
+    constexpr BarcodeFormats onOneLine = barcode::linear & ~barcode::allDataBar;
+    constexpr int maxTries = 8;
+    cv::Mat rest;
+    for (int tries = 0; code && (code->found.format & onOneLine) != 0 && !isConfirmed(grey, *code);
+         ++tries) {
+        if (tries == 0) {
+            rest = grey.clone();
+        } else if (tries == maxTries) {
+            return {};
+        }
+        cv::line(rest, code->corners[0], code->corners[1], cv::Scalar(255), 2 * reach);
+        code = read(rest, formats);
+    }
+#endif
+    return code;
 }
 
 } // namespace portable
