@@ -13,6 +13,7 @@
 #include <opencv2/imgproc.hpp>
 
 #include <algorithm>
+#include <cstdint>
 #include <cstdlib>
 #include <iterator>
 
@@ -132,15 +133,14 @@ FoundBarcode found(const ZXing::Result &code)
 bool isUtf8(const std::string &bytes)
 {
     for (std::size_t i = 0; i < bytes.size();) {
-        const auto first = static_cast<unsigned char>(bytes[i]);
+        const auto first = std::uint8_t(bytes[i]);
         const std::size_t more = first < 0x80 ? 0
             : first >= 0xc2 && first < 0xe0   ? 1
             : first >= 0xe0 && first < 0xf0   ? 2
             : first >= 0xf0 && first < 0xf5   ? 3
                                               : bytes.size();
         for (std::size_t k = 1; k <= more; ++k) {
-            if (i + k >= bytes.size()
-                || (static_cast<unsigned char>(bytes[i + k]) & 0xc0) != 0x80) {
+            if (i + k >= bytes.size() || (std::uint8_t(bytes[i + k]) & 0xc0) != 0x80) {
                 return false;
             }
         }
