@@ -47,8 +47,9 @@ table=$(printf '| Measure | Ours | Yardstick | Ratio | Goal |\n|---|---|---|---|
 say "all ratios"
 printf '%s\n' "$table"
 if [ "$write" = yes ]; then
-    machine="$(date +%F), $(nproc) × $(sed -n 's/^model name[^:]*: //p' /proc/cpuinfo | head -n 1), $(uname -m), $(
-        . /etc/os-release && printf '%s' "$PRETTY_NAME"), load $(cut -d ' ' -f 1-3 /proc/loadavg)"
+    cpu=$(sed -n 's/^model name[^:]*: //p' /proc/cpuinfo | head -n 1)
+    system=$(sed -n 's/^PRETTY_NAME="\(.*\)"/\1/p' /etc/os-release)
+    machine="$(date +%F), $(nproc) × ${cpu:-processor}, $(uname -m), $system, load at the end $(cut -d ' ' -f 1-3 /proc/loadavg)"
     MACHINE=$machine TABLE=$table perl -0pi -e \
         's/(<!-- figures -->\n).*?(<!-- end -->)/$1\n$ENV{MACHINE}:\n\n$ENV{TABLE}\n\n$2/s' docs/performance.md
 fi
