@@ -45,6 +45,9 @@ public:
     std::atomic<bool> canSkip{false};
     std::atomic<int> skipped{0};
 
+    /// How old its frames are.
+    std::atomic<std::chrono::milliseconds> age{std::chrono::milliseconds(0)};
+
     /// How many frames have been taken.
     int number() const
     {
@@ -136,6 +139,7 @@ public:
         frame = cv::Mat(m_size, CV_8UC3, cv::Scalar::all(number % 256));
         return number > 0;
     }
+    base::Clock::Duration age() const override { return m_device->age.load(); }
     bool canSkip() const override { return m_device->canSkip; }
     bool skip(QString *error) override
     {

@@ -12,6 +12,7 @@ namespace portable {
 namespace {
 
 std::atomic<quint64> lastSequence{0}; // shared by all cameras
+constexpr int delaySmoothing = 8; // frames
 
 } // namespace
 
@@ -126,6 +127,12 @@ bool Camera::hasEnded() const
 {
     const std::lock_guard<std::mutex> lock(m_mutex);
     return m_stop || m_clock.now() >= m_end;
+}
+
+base::Clock::Duration Camera::delay() const
+{
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    return m_delay;
 }
 
 cv::Size Camera::size() const
@@ -255,6 +262,8 @@ void Camera::publish(const cv::Mat &frame, const cv::Size &size, const Settings:
         if (m_stop) {
             return; // stop() has withdrawn the frame already
         }
+        const auto delay = m_source->age();
+        m_delay += m_hasFrame ? (delay - m_delay) / delaySmoothing : delay - m_delay;
         m_frame = frame;
         m_size = size;
         m_revision = settings.revision;

@@ -86,6 +86,9 @@ public:
     /// The newest frame without any wait. \return false, with `frame` empty, when it is out of date
     bool peekFrame(cv::Mat &frame);
 
+    /// How long before its publication a frame was captured, on average.
+    base::Clock::Duration delay() const;
+
     /// Frame size in pixels, before rotation.
     cv::Size size() const;
 
@@ -121,6 +124,7 @@ private:
     std::condition_variable m_stopped; // wakes the thread
     cv::Mat m_frame; // guarded by m_mutex, like all below; empty while there is none
     cv::Size m_size;
+    base::Clock::Duration m_delay{};
     quint64 m_sequence = 0;
     quint64 m_revision = 0; // of the settings m_frame was taken with
     cv::Size m_resolution; // requested in them

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include "base/clock.h"
 #include "portable/picture/adjustments.h"
 
 #include <QString>
@@ -47,6 +48,9 @@ public:
      *               the caller a copy; otherwise it is replaced
      */
     virtual bool read(cv::Mat &frame, QString *error) = 0;
+
+    /// How long before the end of read() its frame was captured; 0 when that isn't known.
+    virtual base::Clock::Duration age() const { return {}; }
 
     /// Whether skip() costs less than read().
     virtual bool canSkip() const { return false; }

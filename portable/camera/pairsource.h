@@ -19,6 +19,7 @@ public:
     bool open(const cv::Size &wanted, QString *error) override;
     void close() override;
     bool read(cv::Mat &frame, QString *error) override;
+    base::Clock::Duration age() const override { return m_left->age(); }
     bool canSkip() const override { return m_left->canSkip() || m_right->canSkip(); }
     bool skip(QString *error) override;
     double framesPerSecond() const override;

@@ -10,6 +10,8 @@ namespace portable {
 namespace {
 
 constexpr std::chrono::seconds frameWait{2};
+/// Older frames have a wrong time: some cameras' clocks run wild.
+constexpr std::chrono::milliseconds maxAge{500};
 constexpr std::chrono::seconds firstFrameWait{5}; // some adapt to the light first
 constexpr int maxDamagedFrames = 10; // in a row; bad cables corrupt some MJPEG frames
 
@@ -92,7 +94,12 @@ bool V4l2Source::read(cv::Mat &frame, QString *error)
             logWarning() << name() << "delivers damaged frames only: they are used as they are";
         }
     }
-    return next == V4l2Stream::Next::Good || fail(error);
+    if (next != V4l2Stream::Next::Good) {
+        return fail(error);
+    }
+    const auto age = std::chrono::steady_clock::now() - m_stream->capturedAt();
+    m_age = age > age.zero() && age < maxAge ? age : age.zero();
+    return true;
 }
 
 bool V4l2Source::skip(QString *error)

@@ -24,6 +24,7 @@ public:
     bool open(const cv::Size &wanted, QString *error) override;
     void close() override;
     bool read(cv::Mat &frame, QString *error) override;
+    base::Clock::Duration age() const override { return m_age; }
     bool canSkip() const override { return true; }
     bool skip(QString *error) override;
     double framesPerSecond() const override { return 0; }
@@ -43,6 +44,7 @@ private:
     std::unique_ptr<V4l2Stream> m_stream; // while open
     std::unique_ptr<V4l2Pixels> m_pixels; // while open
     std::unique_ptr<V4l2Controls> m_controls; // while open, created on first use
+    base::Clock::Duration m_age{}; // of the last frame that was read
     bool m_hasDelivered = false; // since open()
     bool m_toleratesDamage = false; // since open(): all frames were damaged
 };

@@ -28,6 +28,16 @@ v4l2_buffer bufferAt(unsigned index)
     return buffer;
 }
 
+/// When a buffer was filled; the epoch if the driver doesn't say by which clock.
+base::Clock::TimePoint timeOf(const v4l2_buffer &buffer)
+{
+    if ((buffer.flags & V4L2_BUF_FLAG_TIMESTAMP_MASK) != V4L2_BUF_FLAG_TIMESTAMP_MONOTONIC) {
+        return {};
+    }
+    return base::Clock::TimePoint(std::chrono::seconds(buffer.timestamp.tv_sec)
+                                  + std::chrono::microseconds(buffer.timestamp.tv_usec));
+}
+
 /// "YUYV"
 QString codeText(unsigned code)
 {
@@ -185,6 +195,7 @@ V4l2Stream::Next V4l2Stream::next(std::chrono::milliseconds wait, const Use &use
     if (!newest) {
         return Next::Damaged;
     }
+    m_capturedAt = timeOf(*newest);
     const auto *data = static_cast<const uchar *>(m_buffers[newest->index].data);
     const bool isWhole = use({data, newest->bytesused});
     queue(newest->index); // where it fails, the next wait does

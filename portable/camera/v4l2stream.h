@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include "base/clock.h"
 #include "portable/camera/v4l2node.h"
 
 #include <opencv2/core.hpp>
@@ -63,6 +64,10 @@ public:
      */
     Next next(std::chrono::milliseconds wait, const Use &use);
 
+    /// When the last frame of next() was captured, as the driver says; by the steady clock. The
+    /// epoch when it doesn't.
+    base::Clock::TimePoint capturedAt() const { return m_capturedAt; }
+
 private:
     explicit V4l2Stream(const QString &path);
     bool agree(const std::vector<unsigned> &codes, const cv::Size &wanted, QString *error);
@@ -78,6 +83,7 @@ private:
 
     const V4l2Node m_node;
     V4l2FrameFormat m_format;
+    base::Clock::TimePoint m_capturedAt;
     std::vector<Buffer> m_buffers; // mapped
 };
 

@@ -97,6 +97,8 @@ public:
             .arg(m_different);
     }
 
+    Duration delay{}; ///< Of the pictures, and so of the sound.
+
 private:
     VideoFile &m_file;
     VideoQueue m_queue;
@@ -335,9 +337,14 @@ bool Recorder::record(ConstantRateVideo &video, QString *error)
 /// Adds what the microphone has captured while the recording ran.
 bool Recorder::takeSound(ConstantRateVideo &video, QString *error)
 {
+    // Pictures are recorded when they come, later than they were captured.
+    if (const auto camera = m_cameras.mainCamera()) {
+        video.delay = camera->delay();
+    }
     for (Sound &sound : video.newSound()) {
         const Duration at = cut(sound);
-        if (!sound.samples.empty() && !video.addSound(at, std::move(sound.samples), error)) {
+        if (!sound.samples.empty()
+            && !video.addSound(at, std::move(sound.samples), error)) {
             return false;
         }
     }
