@@ -27,7 +27,7 @@ install(PROGRAMS ${PROJECT_BINARY_DIR}/run-elecsign.sh ${PROJECT_BINARY_DIR}/run
 # The mock of the client comes with its npm package.
 install(DIRECTORY webSite console client portable/samples/cards portable/samples/fingers
     DESTINATION ${PROGRAM_INSTALL_DIR} COMPONENT Runtime
-    PATTERN README.md EXCLUDE PATTERN mock EXCLUDE)
+    PATTERN "README*.md" EXCLUDE PATTERN mock EXCLUDE)
 install(PROGRAMS scripts/fetch-face-models.sh
     DESTINATION ${PROGRAM_INSTALL_DIR}/scripts COMPONENT Runtime)
 install(FILES scripts/common.sh DESTINATION ${PROGRAM_INSTALL_DIR}/scripts COMPONENT Runtime)

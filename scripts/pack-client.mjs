@@ -36,8 +36,10 @@ function minify(name, options) {
 
 rmSync(folder, { recursive: true, force: true });
 mkdirSync(folder, { recursive: true });
-for (const name of ['README.md', 'commands.js', 'commands.d.ts', 'deviceclient.d.ts', 'deviceclient.global.d.ts'])
+for (const name of ['commands.js', 'commands.d.ts', 'deviceclient.d.ts', 'deviceclient.global.d.ts'])
   copyFileSync(inClient(name), inPackage(name));
+// Without the link to the Chinese page, which stays in the source tree.
+writeFileSync(inPackage('README.md'), readFileSync(inClient('README.md'), 'utf8').replace('[中文](README.zh.md). ', ''));
 cpSync(inClient('mock'), inPackage('mock'), { recursive: true });
 copyFileSync(join(root, 'docs/commands.json'), inPackage('mock/commands.json'));
 copyFileSync(join(root, 'LICENSE'), inPackage('LICENSE'));

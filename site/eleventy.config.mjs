@@ -18,6 +18,9 @@ const languages = ['en', 'zh'];
 /** Files that pages link to and that a reader may want; of all others only the name is shown. */
 const isForReaders = (path) => /^docs\/(images|examples)\//.test(path) || path.endsWith('.sample');
 
+/** Characters of a name that is not broken at the end of a line. */
+const longestWhole = 12;
+
 const isChinese = (character) => /[\u3000-\u303f\u4e00-\u9fff\uff00-\uffef]/.test(character);
 
 const nameOf = (source) => (source.endsWith('README.md') ? posix.dirname(source) : posix.basename(source, '.md')).toLowerCase();
@@ -102,6 +105,11 @@ export default function configure(site) {
       const before = tokens.slice(0, at).findLast(({ content }) => content)?.content ?? '';
       const next = tokens.slice(at).find(({ content }) => content)?.content ?? '';
       return isChinese(before.slice(-1)) && isChinese(next[0]) ? '' : '\n';
+    };
+    // A short name is not broken, however narrow its column.
+    markdown.renderer.rules.code_inline = (tokens, at) => {
+      const text = markdown.utils.escapeHtml(tokens[at].content);
+      return tokens[at].content.length <= longestWhole ? `<code class="whole">${text}</code>` : `<code>${text}</code>`;
     };
     // So that a wide table scrolls, not the page.
     markdown.renderer.rules.table_open = () => '<div class="wide"><table>\n';
