@@ -344,7 +344,7 @@ bool Recorder::takeSound(ConstantRateVideo &video, QString *error)
     for (Sound &sound : video.newSound()) {
         const Duration at = cut(sound);
         if (!sound.samples.empty()
-            && !video.addSound(at, std::move(sound.samples), error)) {
+            && !video.addSound(at + video.delay, std::move(sound.samples), error)) {
             return false;
         }
     }
