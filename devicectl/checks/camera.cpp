@@ -26,8 +26,7 @@ Finding cameraPresent(const Environment &environment)
     if (!nodes.isEmpty()) {
         return good({"cameras: %1", "摄像头：%1"}, join(nodes));
     }
-    const bool isSimulated =
-        environment.status().value_or(QJsonObject()).value(QStringLiteral("simulation")).toBool();
+    const bool isSimulated = statusMember(environment, "simulation").toBool();
     return bad(isSimulated ? Finding::Level::Warning : Finding::Level::Fault, noCamera,
                {"plug it in; lsusb and dmesg show whether the system sees it",
                 "请连接；可用 lsusb 和 dmesg 查看系统是否识别"});
@@ -67,17 +66,13 @@ Finding cameraBusy(const Environment &environment)
     return good({"no other program has a camera open", "没有其他程序占用摄像头"});
 }
 
-Finding cameraDelivers(const Environment &environment)
+Finding cameraDelivers(const QJsonObject &status)
 {
-    const auto status = environment.status();
-    if (!status) {
-        return unknown();
-    }
-    const double rate = member(*status, "camera", "framesPerSecond").toDouble();
-    if (member(*status, "camera", "source").toInt() == 0) {
+    const double rate = member(status, "camera", "framesPerSecond").toDouble();
+    if (member(status, "camera", "source").toInt() == 0) {
         return good({"no preview runs", "没有正在运行的预览"});
     }
-    if (member(*status, "camera", "paused").toBool()) {
+    if (member(status, "camera", "paused").toBool()) {
         return good({"the preview is paused", "预览已暂停"});
     }
     const QString frames = QString::number(rate, 'f', 1);
@@ -101,7 +96,7 @@ std::vector<Check> cameraChecks()
         {"camera", {"camera", "摄像头"}, cameraPresent},
         {"camera-permission", {"camera permission", "摄像头权限"}, cameraPermitted},
         {"camera-busy", {"camera use", "摄像头占用"}, cameraBusy},
-        {"camera-frames", {"camera frames", "摄像头画面"}, cameraDelivers},
+        {"camera-frames", {"camera frames", "摄像头画面"}, withStatus<cameraDelivers>},
     };
 }
 

@@ -8,13 +8,9 @@ namespace checks {
 
 namespace {
 
-Finding deviceProcess(const Environment &environment)
+Finding deviceProcess(const QJsonObject &status)
 {
-    const auto status = environment.status();
-    if (!status) {
-        return unknown();
-    }
-    const QJsonObject process = status->value(QStringLiteral("deviceProcess")).toObject();
+    const QJsonObject process = status.value(QStringLiteral("deviceProcess")).toObject();
     if (process.isEmpty() || process.value(QStringLiteral("inside")).toBool()) {
         return warning({"the device library runs inside the server", "设备库运行在服务进程内"},
                        {"remove process=inside from devices.ini: its crash would end the server",
@@ -28,14 +24,10 @@ Finding deviceProcess(const Environment &environment)
                 process.value(QStringLiteral("lastReason")).toString());
 }
 
-Finding restarts(const Environment &environment)
+Finding restarts(const QJsonObject &status)
 {
-    const auto status = environment.status();
-    if (!status) {
-        return unknown();
-    }
-    const int count = member(*status, "deviceProcess", "restarts").toInt();
-    const QString reason = member(*status, "deviceProcess", "lastReason").toString();
+    const int count = member(status, "deviceProcess", "restarts").toInt();
+    const QString reason = member(status, "deviceProcess", "lastReason").toString();
     if (count == 0) {
         return good({"the device process was never restarted", "设备进程从未重启"});
     }
@@ -50,13 +42,9 @@ Finding restarts(const Environment &environment)
         QStringLiteral("%1, %2").arg(count).arg(reason));
 }
 
-Finding deviceCalls(const Environment &environment)
+Finding deviceCalls(const QJsonObject &status)
 {
-    const auto status = environment.status();
-    if (!status) {
-        return unknown();
-    }
-    const auto calls = member(*status, "deviceProcess", "calls").toArray();
+    const auto calls = member(status, "deviceProcess", "calls").toArray();
     for (const QJsonValue &call : calls) {
         const QJsonObject object = call.toObject();
         if (object.value(QStringLiteral("forMs")).toDouble() > 5000) {
@@ -72,9 +60,7 @@ Finding deviceCalls(const Environment &environment)
 
 Finding libraryFunctions(const Environment &environment)
 {
-    const QString day = environment.now().toString(QStringLiteral("yyyy-MM-dd"));
-    const QByteArray log = environment.end(
-        QStringLiteral("%1/vx_log_%2.txt").arg(environment.places().log, day), 4 * MiB);
+    const QByteArray log = logOfDay(environment, environment.now().date());
     const QByteArray mark = "the library doesn't have ";
     const int at = log.lastIndexOf(mark);
     if (at < 0) {
@@ -87,13 +73,9 @@ Finding libraryFunctions(const Environment &environment)
         QString::fromUtf8(log.mid(start, log.indexOf('\n', start) - start).left(200)));
 }
 
-Finding simulation(const Environment &environment)
+Finding simulation(const QJsonObject &status)
 {
-    const auto status = environment.status();
-    if (!status) {
-        return unknown();
-    }
-    return status->value(QStringLiteral("simulation")).toBool()
+    return status.value(QStringLiteral("simulation")).toBool()
         ? warning({"missing devices are simulated", "缺少的设备由程序模拟"},
                   {"not on a terminal at work: remove --simulate and [simulation] of devices.ini",
                    "正式终端上不可使用：请去掉 --simulate 和 devices.ini 的 [simulation]"})
@@ -105,11 +87,11 @@ Finding simulation(const Environment &environment)
 std::vector<Check> deviceProcessChecks()
 {
     return {
-        {"device-process", {"device process", "设备进程"}, deviceProcess},
-        {"device-restarts", {"device restarts", "设备进程重启"}, restarts},
-        {"device-calls", {"device calls", "设备调用"}, deviceCalls},
+        {"device-process", {"device process", "设备进程"}, withStatus<deviceProcess>},
+        {"device-restarts", {"device restarts", "设备进程重启"}, withStatus<restarts>},
+        {"device-calls", {"device calls", "设备调用"}, withStatus<deviceCalls>},
         {"library", {"device library", "设备库"}, libraryFunctions},
-        {"simulation", {"simulation", "模拟设备"}, simulation},
+        {"simulation", {"simulation", "模拟设备"}, withStatus<simulation>},
     };
 }
 

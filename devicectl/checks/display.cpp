@@ -13,8 +13,7 @@ namespace {
 /// A variable of the server, or of this program if it doesn't run: who looks may have come by ssh.
 QString variable(const Environment &environment, const char *name)
 {
-    const QString id = QString::number(qint64(
-        environment.status().value_or(QJsonObject()).value(QStringLiteral("pid")).toDouble()));
+    const QString id = QString::number(qint64(statusMember(environment, "pid").toDouble()));
     const QByteArray all = environment.end(QStringLiteral("/proc/%1/environ").arg(id));
     if (all.isEmpty()) {
         return environment.variable(name);
@@ -32,8 +31,7 @@ QString variable(const Environment &environment, const char *name)
 /// Whether the server's latest warnings and errors have this text.
 bool hasProblem(const Environment &environment, const char *text)
 {
-    const auto problems =
-        environment.status().value_or(QJsonObject()).value(QStringLiteral("problems")).toArray();
+    const auto problems = statusMember(environment, "problems").toArray();
     return std::any_of(problems.begin(), problems.end(), [text](const QJsonValue &problem) {
         return problem.toObject()
             .value(QStringLiteral("text"))

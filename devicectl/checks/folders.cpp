@@ -111,12 +111,8 @@ Finding logErrors(const Environment &environment)
     int count = 0;
     QString last;
     for (int daysAgo : {1, 0}) {
-        const QString day =
-            environment.now().addDays(-daysAgo).toString(QStringLiteral("yyyy-MM-dd"));
         const QList<QByteArray> lines =
-            environment
-                .end(QStringLiteral("%1/vx_log_%2.txt").arg(environment.places().log, day), 4 * MiB)
-                .split('\n');
+            logOfDay(environment, environment.now().date().addDays(-daysAgo)).split('\n');
         for (const QByteArray &line : lines) {
             if (std::any_of(std::begin(marks), std::end(marks),
                             [&line](const char *mark) { return line.contains(mark); })) {

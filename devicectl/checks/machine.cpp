@@ -26,10 +26,8 @@ Finding memory(const Environment &environment)
 bool runs(const Environment &environment, const char *name)
 {
     const auto processes = environment.processes();
-    return std::any_of(processes.begin(), processes.end(), [name](const auto &process) {
-        return process.commandLine.section(QLatin1Char(' '), 0, 0).section(QLatin1Char('/'), -1)
-            == QLatin1String(name);
-    });
+    return std::any_of(processes.begin(), processes.end(),
+                       [name](const auto &process) { return isProgram(process, name); });
 }
 
 Finding clock(const Environment &environment)

@@ -8,13 +8,9 @@ namespace checks {
 
 namespace {
 
-Finding slowPages(const Environment &environment)
+Finding slowPages(const QJsonObject &status)
 {
-    const auto status = environment.status();
-    if (!status) {
-        return unknown();
-    }
-    const auto pages = status->value(QStringLiteral("pages")).toArray();
+    const auto pages = status.value(QStringLiteral("pages")).toArray();
     for (const QJsonValue &value : pages) {
         const QJsonObject page = value.toObject();
         if (page.value(QStringLiteral("bytesWaiting")).toDouble() > 16.0 * double(MiB)) {
@@ -79,7 +75,7 @@ Finding policyInForce(const Environment &environment)
 std::vector<Check> pageChecks()
 {
     return {
-        {"pages", {"pages", "网页"}, slowPages},
+        {"pages", {"pages", "网页"}, withStatus<slowPages>},
         {"policy", {"access policy", "访问策略"}, policyFile},
         {"policy-mode", {"policy mode", "策略模式"}, policyMode},
         {"policy-in-force", {"policy in force", "生效的策略"}, policyInForce},

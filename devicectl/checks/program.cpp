@@ -116,15 +116,11 @@ Finding statusSocket(const Environment &environment)
                 servers(environment).isEmpty() ? QStringLiteral("-") : join(servers(environment)));
 }
 
-Finding mainThread(const Environment &environment)
+Finding mainThread(const QJsonObject &status)
 {
-    const auto status = environment.status();
-    if (!status) {
-        return unknown();
-    }
     constexpr double longCommand = 5000; // ms
-    const double duration = member(*status, "mainThread", "forMs").toDouble();
-    const QString command = member(*status, "mainThread", "command").toString();
+    const double duration = member(status, "mainThread", "forMs").toDouble();
+    const QString command = member(status, "mainThread", "command").toString();
     if (!command.isEmpty() && duration > longCommand) {
         return fault({"%1 keeps the server busy, pages wait", "%1 正占用服务，网页在等待"},
                      {"look whether the device hangs: unplug it and plug it in again",
@@ -143,7 +139,7 @@ std::vector<Check> programChecks()
         {"port", {"port 1818", "1818 端口"}, port},
         {"instance", {"single instance", "单实例检查"}, instance},
         {"status", {"status socket", "状态套接字"}, statusSocket},
-        {"main-thread", {"responsiveness", "响应"}, mainThread},
+        {"main-thread", {"responsiveness", "响应"}, withStatus<mainThread>},
     };
 }
 
