@@ -49,6 +49,8 @@ QString linkTarget(const QString &link)
 
 } // namespace
 
+Environment::~Environment() = default;
+
 SystemEnvironment::SystemEnvironment()
     : m_status(askForStatus(base::statusSocketPath(), &m_statusError))
 {

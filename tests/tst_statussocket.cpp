@@ -76,6 +76,23 @@ int silentPeer(const QString &path)
     return isConnected ? peer : -1;
 }
 
+/// A server without an access policy, whose socket reports on it at each connection.
+struct ReportingServer
+{
+    ReportingServer(const QString &folder, const QString &path)
+        : access({folder + QStringLiteral("/none.ini"), 0, {}, {}}, folder, folder)
+        , report({QStringLiteral("9.9"), {}, folder, {}, {}}, manager, access)
+        , listener(
+              path, [this] { return report.make(); }, std::chrono::milliseconds(0))
+    {
+    }
+
+    WebSocketServerManager manager{QStringLiteral("test"), QWebSocketServer::NonSecureMode};
+    const accesspolicy::AccessControl access;
+    StatusReport report;
+    const StatusListener listener;
+};
+
 } // namespace
 
 class TestStatusSocket : public QObject
@@ -182,16 +199,10 @@ private Q_SLOTS:
             qWarning("trouble %d", i);
         }
         qInfo("no trouble");
-        WebSocketServerManager manager(QStringLiteral("test"), QWebSocketServer::NonSecureMode);
-        manager.websocke_server_start(QHostAddress::Any, 0);
-        accesspolicy::PolicyPlaces places;
-        places.system = m_folder->filePath(QStringLiteral("none.ini"));
-        const accesspolicy::AccessControl access(places, m_folder->path(), m_folder->path());
-        StatusReport report({QStringLiteral("9.9"), {}, m_folder->path(), {}, {}}, manager, access);
-        const StatusListener listener(
-            m_path, [&report] { return report.make(); }, std::chrono::milliseconds(0));
+        ReportingServer server(m_folder->path(), m_path);
+        server.manager.websocke_server_start(QHostAddress::Any, 0);
 
-        Page page(manager.port());
+        Page page(server.manager.port());
         page.send(QStringLiteral("SetPersonInfo(MARK)")); // no known command: its name isn't shown
         page.send(QStringLiteral("bSaveJPG(/MARK,MARK)"));
         page.nextReply();
@@ -207,7 +218,7 @@ private Q_SLOTS:
         QVERIFY2(!text.contains("MARK"), text.constData());
         QCOMPARE(recording::takeText(), QString()); // nothing of the device library
         QCOMPARE(status.value(QStringLiteral("version")).toString(), QStringLiteral("9.9"));
-        QCOMPARE(status.value(QStringLiteral("port")).toInt(), int(manager.port()));
+        QCOMPARE(status.value(QStringLiteral("port")).toInt(), int(server.manager.port()));
         const QJsonArray pages = status.value(QStringLiteral("pages")).toArray();
         QCOMPARE(pages.size(), 1);
         QCOMPARE(status.value(QStringLiteral("pageCount")).toInt(), 1);
@@ -240,13 +251,7 @@ private Q_SLOTS:
 
     void itAnswersWhileTheMainThreadIsBusy()
     {
-        WebSocketServerManager manager(QStringLiteral("test"), QWebSocketServer::NonSecureMode);
-        accesspolicy::PolicyPlaces places;
-        places.system = m_folder->filePath(QStringLiteral("none.ini"));
-        const accesspolicy::AccessControl access(places, m_folder->path(), m_folder->path());
-        StatusReport report({QStringLiteral("9.9"), {}, m_folder->path(), {}, {}}, manager, access);
-        const StatusListener listener(
-            m_path, [&report] { return report.make(); }, std::chrono::milliseconds(0));
+        const ReportingServer server(m_folder->path(), m_path);
         QVERIFY(waitFor([this] { return answers(answerOf(m_path)); }));
 
         QLocalSocket socket; // without an event loop: nobody serves the main thread's events
