@@ -3,6 +3,16 @@
 # A minimal Debian in a folder, for the scripts that try something there. They source it after common.sh,
 # run as root, and have mounts of their own.
 
+# enter_namespace INSTALL GROUP ARGUMENT...: starts the script again, with these arguments and with mounts and
+# processes of its own: all of them end with it. Before, unless INSTALL is "no", it installs the packages of
+# GROUP.
+enter_namespace() {
+    [ "$(id -u)" -eq 0 ] || fail "this needs root, for chroot"
+    [ -z "${IN_NAMESPACE:-}" ] || return 0
+    [ "$1" = no ] || install_packages "$2"
+    IN_NAMESPACE=yes exec unshare --mount --pid --fork --kill-child --mount-proc "$0" "${@:3}"
+}
+
 # minimal_system SUITE MIRROR FOLDER: a minimal Debian in that folder, made once and kept as an archive.
 minimal_system() {
     local kept=$PWD/build/systems/$1.tar log

@@ -34,12 +34,7 @@ while [ $# -gt 0 ]; do
     esac
     shift
 done
-[ "$(id -u)" -eq 0 ] || fail "this needs root, for chroot"
-if [ -z "${IN_NAMESPACE:-}" ]; then
-    [ "$install" = no ] || install_packages package
-    # Mounts and processes of its own: all of them end with this script.
-    IN_NAMESPACE=yes exec unshare --mount --pid --fork --kill-child --mount-proc "$0" "${arguments[@]}"
-fi
+enter_namespace "$install" package "${arguments[@]}"
 
 server=$(find build/packages -name "rvowebsocketserver_*_$(dpkg --print-architecture).deb" 2>/dev/null | sort -V | tail -n 1)
 [ -n "$server" ] || fail "no package in build/packages: run scripts/package.sh"

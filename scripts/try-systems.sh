@@ -41,12 +41,7 @@ while [ $# -gt 0 ]; do
     shift
 done
 [ ${#suites[@]} -gt 0 ] || suites=(bullseye bookworm trixie)
-[ "$(id -u)" -eq 0 ] || fail "this needs root, for chroot"
-if [ -z "${IN_NAMESPACE:-}" ]; then
-    [ "$install" = no ] || install_packages systems
-    # Mounts and processes of its own: all of them end with this script.
-    IN_NAMESPACE=yes exec unshare --mount --pid --fork --kill-child --mount-proc "$0" "${arguments[@]}"
-fi
+enter_namespace "$install" systems "${arguments[@]}"
 
 results=$PWD/build/systems
 work=$(mktemp -d --tmpdir rvo-systems-XXXXXX)
