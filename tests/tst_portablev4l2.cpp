@@ -789,10 +789,12 @@ private Q_SLOTS:
         const auto file = [&](const QString &name) { return path("event-") + name; };
         std::map<QString, int> ends;
         const auto plugIn = [&](const QString &name) {
-            drivers[file(name)].keys = devices.at(name);
             ::mkfifo(Utf8(file(name)), 0600);
             ends[name] = ::open(Utf8(file(name)), O_RDWR | O_NONBLOCK);
         };
+        for (const auto &each : devices) { // before the button's thread looks for one
+            drivers[file(each.first)].keys = each.second;
+        }
         for (const char *name : {"button", "board", "mouse"}) {
             plugIn(line(name));
         }

@@ -60,7 +60,24 @@ private Q_SLOTS:
         QVERIFY(m_page->isConnected());
     }
 
-    // First: settings of other functions would be repeated to each process, and fail as well.
+    // Before the process has died so often that it is given a pause.
+    void aFrameIsAskedForAgain()
+    {
+        order("getVideoFrame nap 1000");
+        bool isFetched = false;
+        std::thread capture([&] {
+            QImage frame;
+            isFetched = getVideoFrame(frame);
+        });
+        QTest::qWait(300);
+        order("any obey");
+        kill(DeviceHost::instance().processId(), SIGSTOP); // noticed before the nap is over
+        capture.join();
+        QVERIFY(isFetched);
+    }
+
+    // Before others: settings of other functions would be repeated to each process, and fail as
+    // well.
     void everyCommand_data()
     {
         QTest::addColumn<QString>("what");
@@ -91,21 +108,6 @@ private Q_SLOTS:
         }
         signalProcess(SIGKILL); // it may have no memory left
         QCOMPARE(wrong.join(QLatin1Char('\n')), QString());
-    }
-
-    void aFrameIsAskedForAgain()
-    {
-        order("getVideoFrame nap 1000");
-        bool isFetched = false;
-        std::thread capture([&] {
-            QImage frame;
-            isFetched = getVideoFrame(frame);
-        });
-        QTest::qWait(300);
-        order("any obey");
-        kill(DeviceHost::instance().processId(), SIGSTOP); // noticed before the nap is over
-        capture.join();
-        QVERIFY(isFetched);
     }
 
     void settingsAreRepeated()
