@@ -50,7 +50,8 @@ tree=/root/server
 
 inside() {
     chroot "$root" env -i HOME=/root PATH=/usr/lib/ccache:/usr/sbin:/usr/bin:/sbin:/bin LC_ALL=C.UTF-8 \
-        CCACHE_DIR=/var/cache/ccache CCACHE_COMPILERCHECK=content "$@"
+        CCACHE_DIR=/var/cache/ccache CCACHE_COMPILERCHECK=content \
+        NODE_EXTRA_CA_CERTS=/etc/ssl/certs/ca-certificates.crt "$@"
 }
 
 # alone COMMAND...: inside, on a network of its own, for only one server can have the port.
@@ -109,6 +110,8 @@ try_suite() {
     # What a clone has needed.
     inside env DEBIAN_FRONTEND=noninteractive apt-get -q -q -y install --no-install-recommends \
         git ca-certificates >/dev/null 2>&1 || return 1
+    # A proxy's certificate may be among what this machine trusts.
+    cp /etc/ssl/certs/ca-certificates.crt "$root/etc/ssl/certs/" || return 1
     if [ "$ccache" = yes ]; then
         inside env DEBIAN_FRONTEND=noninteractive apt-get -q -q -y install ccache >/dev/null 2>&1 || return 1
         mkdir -p "$results/$suite.ccache" "$root/var/cache/ccache"
