@@ -6,8 +6,8 @@
 //     bench_pagefinder --kind card           only kinds whose name has this in it
 //     bench_pagefinder --failures DIR        writes what is missed or wrong, drawn into the
 //     pictures
-#include "bench/table.h"
 #include "bench/pagecorpus/corpus.h"
+#include "bench/table.h"
 #include "portable/picture/pagefinder.h"
 
 #include <QCommandLineParser>
