@@ -77,4 +77,5 @@ void StopRecThread::run()
     if (guarded(command, true, [this, &isComplete] { return waitForFile(&isComplete); })) {
         Q_EMIT sig_msg(MessageRun::framed(command, MessageRun::truth(isComplete)).toLocal8Bit());
     }
+    const std::lock_guard<std::mutex> lock(m_mutex); // for the sanitizer, see the destructor
 }
