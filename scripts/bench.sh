@@ -33,7 +33,8 @@ done
 [ "$install" = no ] || install_packages build run bench
 choose_platform
 build release all -DBUILD_BENCH=ON
-[ "${#programs[@]}" -gt 0 ] || programs=(build/release/bench/bench_*)
+[ "${#programs[@]}" -gt 0 ] \
+    || mapfile -t programs < <(find build/release/bench -maxdepth 1 -type f -name 'bench_*' | sort)
 
 output=$(mktemp)
 trap 'rm -f "$output"' EXIT

@@ -490,6 +490,9 @@ void WebSocketServerManager::slot_captureImgThread(QByteArray byte)
 void WebSocketServerManager::slot_frame(const QByteArray &bytes)
 {
     Q_ASSERT(QThread::currentThread() == thread());
+    // First: its lock shows the thread sanitizer, which does not know Qt's, that the frame is
+    // whole.
+    const auto fetched = CaptureImgThread::instance()->fetchTimeOfFrame();
     const QByteArray text = upToNul(bytes);
     if (!isAscii(text)) { // not base64: sent like any text, which makes it valid UTF-8
         slot_captureImgThread(text);
@@ -500,7 +503,7 @@ void WebSocketServerManager::slot_frame(const QByteArray &bytes)
     QByteArray &frame = m_frames[m_nextFrame++ % m_frames.size()];
     ClientLink::webSocketTextFrame(text, frame);
     m_frame.text = frame;
-    m_frame.fetched = CaptureImgThread::instance()->fetchTimeOfFrame();
+    m_frame.fetched = fetched;
     m_frame.sending = std::chrono::steady_clock::now() - started;
     m_frame.links.reserve(std::size_t(m_links.size()));
     for (ClientLink *link : qAsConst(m_links)) {
