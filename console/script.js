@@ -21,7 +21,7 @@ const EVENT_LIMIT = 100;
 
 const MARKS = { now: '▸', good: '✓', bad: '✗', done: '·' };
 
-/** Lets the browser handle what has come in meanwhile. */
+/** Yields to the browser, which handles pending events. */
 function pageTurn() {
   return new Promise((resolve) => {
     const { port1, port2 } = new MessageChannel(); // unlike timers, not slowed down in a hidden page

@@ -3,6 +3,24 @@
 # A minimal Debian in a folder, for the scripts that try something there. They source it after common.sh,
 # run as root, and have mounts of their own.
 
+# read_options ARGUMENT...: sets $suite, $mirror and $install from the options of a script that tries one system.
+# shellcheck disable=SC2034 # that script uses them
+read_options() {
+    install=yes
+    suite=bookworm
+    mirror=http://deb.debian.org/debian
+    while [ $# -gt 0 ]; do
+        case "$1" in
+        --suite) [ $# -ge 2 ] || { usage >&2; exit 2; }; suite=$2; shift ;;
+        --mirror) [ $# -ge 2 ] || { usage >&2; exit 2; }; mirror=$2; shift ;;
+        --no-install) install=no ;;
+        --help | -h) usage; exit 0 ;;
+        *) usage >&2; exit 2 ;;
+        esac
+        shift
+    done
+}
+
 # enter_namespace INSTALL GROUP ARGUMENT...: starts the script again, with these arguments and with mounts and
 # processes of its own: all of them end with it. Before, unless INSTALL is "no", it installs the packages of
 # GROUP.

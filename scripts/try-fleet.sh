@@ -15,26 +15,15 @@ with the programs of Debian and the files of docs/examples/fleet, and the packag
 forwards the log, scrapes the figures. Says at each step what doesn't hold. Needs root. Nothing of this machine
 is changed, and no service stays behind.
 
-  --mirror URL    where Debian comes from (default: http://deb.debian.org/debian)
+  --suite NAME    the release of Debian (default: bookworm)
+  --mirror URL    where it comes from (default: http://deb.debian.org/debian)
   --no-install    do not install packages on this machine
   --help          show this text
 TEXT
 }
 
-install=yes
-suite=bookworm
-mirror=http://deb.debian.org/debian
-arguments=("$@")
-while [ $# -gt 0 ]; do
-    case "$1" in
-    --mirror) [ $# -ge 2 ] || { usage >&2; exit 2; }; mirror=$2; shift ;;
-    --no-install) install=no ;;
-    --help | -h) usage; exit 0 ;;
-    *) usage >&2; exit 2 ;;
-    esac
-    shift
-done
-enter_namespace "$install" package "${arguments[@]}"
+read_options "$@"
+enter_namespace "$install" package "$@"
 
 server=$(find build/packages -name "rvowebsocketserver_*_$(dpkg --print-architecture).deb" 2>/dev/null | sort -V | tail -n 1)
 [ -n "$server" ] || fail "no package in build/packages: run scripts/package.sh"

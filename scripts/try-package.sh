@@ -20,21 +20,8 @@ purges, and says at each step what doesn't hold. Prints what has to be downloade
 TEXT
 }
 
-install=yes
-suite=bookworm
-mirror=http://deb.debian.org/debian
-arguments=("$@")
-while [ $# -gt 0 ]; do
-    case "$1" in
-    --suite) [ $# -ge 2 ] || { usage >&2; exit 2; }; suite=$2; shift ;;
-    --mirror) [ $# -ge 2 ] || { usage >&2; exit 2; }; mirror=$2; shift ;;
-    --no-install) install=no ;;
-    --help | -h) usage; exit 0 ;;
-    *) usage >&2; exit 2 ;;
-    esac
-    shift
-done
-enter_namespace "$install" package "${arguments[@]}"
+read_options "$@"
+enter_namespace "$install" package "$@"
 
 architecture=$(dpkg --print-architecture)
 server=$(find build/packages -name "rvowebsocketserver_*_$architecture.deb" 2>/dev/null | sort -V | tail -n 1)

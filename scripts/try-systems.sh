@@ -46,7 +46,7 @@ enter_namespace "$install" systems "${arguments[@]}"
 results=$PWD/build/systems
 work=$(mktemp -d --tmpdir rvo-systems-XXXXXX)
 trap 'remove_system "$work"' EXIT
-tree=/root/server
+tree=/srv/server
 
 inside() {
     chroot "$root" env -i HOME=/root PATH=/usr/lib/ccache:/usr/sbin:/usr/bin:/sbin:/bin LC_ALL=C.UTF-8 \
@@ -104,7 +104,7 @@ serve() {
 
 # try_suite: everything, in the system at $root.
 try_suite() {
-    mkdir -p "$root/root"
+    mkdir -p "$root/srv"
     git clone --quiet --depth 1 "file://$PWD" "$root$tree" || return 1
     inside apt-get -q -q update || return 1
     # What a clone has needed.

@@ -19,7 +19,7 @@ constexpr int bitRate = 96000;
 /// From this error on, 40 ms, samples have been lost: silence takes their place, or they are cut
 /// off.
 constexpr qint64 stepLimit = soundRate / 25;
-/// A smaller error is mended by resampling, inaudibly, in this time: at 1000 ppm, 10 ms remain.
+/// Resampling corrects a smaller error over this time, inaudibly. A drift of 1000 ppm leaves 10 ms.
 constexpr int mendingTime = 10 * soundRate;
 /// Capture times vary by the moments at which the operating system wakes the reader.
 constexpr double smoothing = 0.1;
