@@ -115,7 +115,7 @@ class Script {
     faults.forEach((step) => this.finish(step, 'bad', t(step.fault), 0));
     if (faults.length) {
       this.saying = () => t('script.faults', faults.length);
-      this.draw();
+      this.redraw.now();
       return;
     }
     const start = performance.now();
