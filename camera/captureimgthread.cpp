@@ -141,6 +141,9 @@ struct CaptureImgThread::Record
         return {truncated(width + width * factor), truncated(height + height * factor)};
     }
 
+    /// In ns of the clock.
+    qint64 now() const { return std::chrono::nanoseconds(clock.now().time_since_epoch()).count(); }
+
     base::Clock &clock;
 
     std::mutex mutex;
@@ -173,6 +176,7 @@ struct CaptureImgThread::Record
     Mean encoding;
     Mean interval; // between frames of the device
     std::atomic<qint64> lastFrame{0}; // ns of the clock; 0: none yet
+    std::atomic<qint64> waitingSince{0}; // ns of the clock; for the next frame
 };
 
 /// The thread's loop and the state that only the thread uses.
@@ -355,6 +359,9 @@ CaptureImgThread::Figures CaptureImgThread::figures() const
     if (interval > 0 && now - last < longestInterval) {
         figures.framesPerSecond = 1e9 / double(interval);
     }
+    if (figures.camera > 0 && !figures.isPaused) {
+        figures.waiting = now - std::chrono::nanoseconds(d->waitingSince);
+    }
     return figures;
 }
 
@@ -415,7 +422,10 @@ bool CaptureImgThread::Loop::pass()
 void CaptureImgThread::Loop::waitWhilePaused()
 {
     std::unique_lock<std::mutex> lock(d.pauseMutex);
-    d.pauseWake.wait(lock, [this] { return !d.paused || d.ending; });
+    if (d.paused && !d.ending) {
+        d.pauseWake.wait(lock, [this] { return !d.paused || d.ending; });
+        d.waitingSince = d.now();
+    }
 }
 
 void CaptureImgThread::Loop::perform(enumCameraOPeration operation)
@@ -444,6 +454,7 @@ void CaptureImgThread::Loop::open(const Start &start)
     }
     const bool started = tryThreeTimes(start);
     if (started) {
+        d.waitingSince = d.now();
         d.currentCamera = start.stored;
     }
     emitResult(start.name, started);
@@ -508,6 +519,7 @@ void CaptureImgThread::Loop::noteFetched(base::Clock::TimePoint started)
         d.interval.add(std::chrono::duration_cast<base::Clock::Duration>(time - last));
     }
     d.lastFrame.store(time.count(), std::memory_order_relaxed);
+    d.waitingSince.store(time.count(), std::memory_order_relaxed);
 }
 
 void CaptureImgThread::Loop::push(const QImage &frame, base::Clock::TimePoint fetched)

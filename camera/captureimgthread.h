@@ -91,8 +91,9 @@ public:
 
     /**
      * Pushes a frame: the thread's own, or one of the liveness check, which has the camera to
-     * itself. \param text     base64 of a JPEG; dropped while the main thread is busy \param
-     * fetched  when the picture came from the device library; zero: unknown
+     * itself.
+     * \param text  base64 of a JPEG; dropped while the main thread is busy
+     * \param fetched  when the picture came from the device library; zero: unknown
      */
     void pushFrame(const QByteArray &text, base::Clock::TimePoint fetched = {});
 
@@ -109,6 +110,7 @@ public:
         int camera = 0; ///< that is open, by its number of the start commands; 0: none
         bool isPaused = false;
         double framesPerSecond = 0; ///< that the device delivers; 0 if none came for 2 s
+        std::chrono::nanoseconds waiting{}; ///< for the next frame; 0 if closed or paused
         quint64 fetched = 0; ///< frames since the start of the program, as below
         quint64 pushed = 0;
         quint64 dropped = 0; ///< because the main thread was busy

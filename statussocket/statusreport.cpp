@@ -63,6 +63,7 @@ QJsonObject camera()
             {QStringLiteral("width"), size.width()},
             {QStringLiteral("height"), size.height()},
             {QStringLiteral("framesPerSecond"), qRound(figures.framesPerSecond * 10) / 10.0},
+            {QStringLiteral("waitingMs"), milliseconds(figures.waiting)},
             {QStringLiteral("framesFetched"), double(figures.fetched)},
             {QStringLiteral("framesPushed"), double(figures.pushed)},
             {QStringLiteral("framesDropped"), double(figures.dropped)},

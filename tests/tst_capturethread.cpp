@@ -393,6 +393,33 @@ private Q_SLOTS:
         QCOMPARE(capture.messages.next(), QByteArray("BeginbStopPlaytrueEndbStopPlay"));
     }
 
+    void howLongItWaitsForAFrame()
+    {
+        recording::answer("bStartPlay", true);
+        ManualClock clock;
+        CaptureImgThread thread(clock);
+        Messages messages(&thread);
+        clock.advance(1h);
+        thread.openCamera(1);
+        QVERIFY(messages.next().contains("true"));
+        QVERIFY(clock.waitForWaiter(20ms));
+        clock.advance(15ms);
+        QVERIFY(thread.figures().waiting == 15ms);
+        clock.advance(5ms);
+        QVERIFY(recording::waitFor("getVideoFrame", 1));
+        QVERIFY(clock.waitForWaiter(20ms));
+        QVERIFY(thread.figures().waiting == 0ms);
+        thread.setPause(true);
+        clock.advance(20ms);
+        QVERIFY(recording::waitFor("getVideoFrame", 2));
+        std::this_thread::sleep_for(10ms); // it gets to its wait
+        clock.advance(1h);
+        QVERIFY(thread.figures().waiting == 0ms);
+        thread.setPause(false);
+        QVERIFY(clock.waitForWaiter(20ms));
+        QVERIFY(thread.figures().waiting == 0ms);
+    }
+
     void pausedThreadEnds()
     {
         PausedCapture capture;

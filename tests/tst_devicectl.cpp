@@ -239,6 +239,8 @@ const std::vector<FaultyTerminal> &faultyTerminals()
         {"camera-permission", mode("/dev/video0", 0400), "fault", "/dev/video0"},
         {"camera-busy", runs("cheese"), "fault", "99"},
         {"camera-frames", status("camera", R"({"framesPerSecond":0})"), "fault", "no frames"},
+        {"camera-frames", status("camera", R"({"framesPerSecond":0,"waitingMs":3500})"), "fault",
+         "no frames"},
         {"camera-frames", status("camera", R"({"framesPerSecond":2})"), "warning", "2.0"},
         {"pcscd", without("/run/pcscd/pcscd.comm"), "warning", "pcscd"},
         {"card-reader", content("/sys/bus/usb/devices/1-1:1.0/bInterfaceClass", "03\n"), "warning",
@@ -403,6 +405,15 @@ private Q_SLOTS:
         FakeTerminal terminal;
         terminal.m_processes.append({99, commandLine});
         QCOMPARE(levelName(allChecks()[2].look(terminal).level), line("ok"));
+    }
+
+    void aPreviewThatStartsIsNoFault()
+    {
+        FakeTerminal terminal;
+        status("camera", R"({"framesPerSecond":0,"waitingMs":1500})")(terminal);
+        for (const Check &check : allChecks()) {
+            QCOMPARE(levelName(check.look(terminal).level), line("ok"));
+        }
     }
 
     void prometheusReadsTheFigures()

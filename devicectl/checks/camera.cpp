@@ -66,6 +66,9 @@ Finding cameraBusy(const Environment &environment)
     return good({"no other program has a camera open", "没有其他程序占用摄像头"});
 }
 
+/// A sound camera delivers its first frame within this time.
+constexpr double startMs = 3000;
+
 Finding cameraDelivers(const QJsonObject &status)
 {
     const double rate = member(status, "camera", "framesPerSecond").toDouble();
@@ -76,6 +79,9 @@ Finding cameraDelivers(const QJsonObject &status)
         return good({"the preview is paused", "预览已暂停"});
     }
     const QString frames = QString::number(rate, 'f', 1);
+    if (rate <= 0 && member(status, "camera", "waitingMs").toDouble(startMs) < startMs) {
+        return good({"the preview is starting", "预览正在启动"});
+    }
     if (rate <= 0) {
         return fault({"the camera is open but delivers no frames", "摄像头已打开但没有画面"},
                      {"unplug it and plug it in again; the log has \"capture error\"",
