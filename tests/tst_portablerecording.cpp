@@ -369,6 +369,33 @@ private Q_SLOTS:
             m_log->lines().last().endsWith(line("1.2 s, %1 different pictures").arg(different)));
     }
 
+    void aFrameWaitsForALatePicture()
+    {
+        ManualClock clock;
+        const auto device = std::make_shared<FakeDevice>();
+        device->holdFrames();
+        device->deliver(1);
+        CameraSet cameras([&](int, QString *) { return std::make_unique<FakeSource>(device); },
+                          clock);
+        cameras.settings().setResolution(1, {80, 60});
+        cameras.start(1);
+        Recorder recorder(cameras, clock, [](QString *) { return nullptr; });
+        QVERIFY(recorder.start(path("a"), VideoFormat::Standard));
+        QVERIFY(clock.waitForWaiter(60ms));
+        clock.advance(60ms); // the second frame: the first picture, which is current
+        for (int frame = 3; frame <= 4; ++frame) {
+            QVERIFY(clock.waitForWaiter(40ms));
+            clock.advance(40ms);
+            QVERIFY(clock.waitForWaiter(20ms));
+            device->deliver(1); // after the frame was due
+        }
+        QVERIFY(clock.waitForWaiter(40ms));
+        recorder.finish();
+        device->fail(line("the test is over")); // ends a read in progress
+        const QString log = m_log->lines().join(QLatin1Char('\n'));
+        QVERIFY2(log.contains(line("0.2 s, 4 different pictures")), qPrintable(log));
+    }
+
     void soundStaysWithThePicture_data()
     {
         const Rows<VideoFormat, QString, QString, int, int> row("format", "name", "codec", "ppm",

@@ -59,12 +59,12 @@ void Camera::stop()
     m_source->close();
 }
 
-bool Camera::nextFrame(quint64 &last, cv::Mat &frame)
+bool Camera::nextFrame(quint64 &last, cv::Mat &frame, base::Clock::Duration timeout)
 {
     std::unique_lock<std::mutex> lock(m_mutex);
     m_lastTaken = m_clock.now();
     const auto isNew = [&] { return m_hasFrame && !m_isStale && m_sequence > last; };
-    m_clock.waitFor(m_published, lock, frameTimeout, [&] { return m_stop || isNew(); });
+    m_clock.waitFor(m_published, lock, timeout, [&] { return m_stop || isNew(); });
     if (!isNew()) {
         frame.release();
         return false;

@@ -66,20 +66,20 @@ public:
     bool hasEnded() const;
 
     /**
-     * Waits up to frameTimeout for a frame newer than the reader's last one.
+     * Waits for a frame newer than the reader's last one.
      * \param last   sequence number of the reader's last frame, 0 before its first; set to that of
      *               `frame`. Sequence numbers increase, also from one camera to the next.
      * \param frame  8-bit BGR
+     * \param timeout  how long at most
      * \return false, with `frame` empty, when none came
      */
-    bool nextFrame(quint64 &last, cv::Mat &frame);
+    bool nextFrame(quint64 &last, cv::Mat &frame, base::Clock::Duration timeout = frameTimeout);
 
     /**
      * The newest frame, without waiting; after a change of settings, the first one taken with them,
      * and after a time without readers (idleAfter), the next one. If that doesn't come in
      * frameTimeout, the newest one; but never one of a former size, or from before that time.
-     * \return false, with `frame`
-     * empty, when there is none
+     * \return false, with `frame` empty, when there is none
      */
     bool currentFrame(cv::Mat &frame);
 

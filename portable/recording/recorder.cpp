@@ -22,6 +22,9 @@ using Duration = base::Clock::Duration;
 /// Further behind than this, frames are skipped instead of repeated.
 constexpr qint64 maxRepeats = qint64(2) * videoFrameRate;
 
+/// How long a frame that is due waits for the camera's next picture instead of repeating the last.
+constexpr std::chrono::milliseconds lateness{500 / videoFrameRate};
+
 /// How often a paused recording checks whether the preview has ended.
 constexpr std::chrono::seconds pausedPollInterval{1};
 
@@ -67,19 +70,30 @@ public:
 
     bool finish(QString *error) { return m_queue.finish(error); }
 
+    /**
+     * Extends it to `count` frames, the last one the camera's next picture; if that doesn't come
+     * soon enough, repeats the last.
+     * \param camera  null: there is none at present
+     */
+    bool growTo(qint64 count, Camera *camera, QString *error)
+    {
+        cv::Mat frame;
+        if (camera && count > m_count) {
+            camera->nextFrame(m_sequence, frame, lateness);
+        }
+        return growTo(count, frame, error);
+    }
+
     /// Extends it to `count` frames, the last one `frame`; if that is empty, repeats the last.
     bool growTo(qint64 count, const cv::Mat &frame, QString *error)
     {
         m_count = std::max(m_count, count - maxRepeats);
         for (; m_count < count; ++m_count) {
-            // Comparing addresses is enough: while m_last holds the frame, its memory isn't reused.
-            const bool isNew = m_count == count - 1 && !frame.empty() && frame.data != m_last.data
-                && m_queue.hasRoomFor(frame);
+            const bool isNew = m_count == count - 1 && !frame.empty() && m_queue.hasRoomFor(frame);
             if (!m_queue.add(m_count, isNew ? frame : cv::Mat(), error)) {
                 return false;
             }
             if (isNew) {
-                m_last = frame;
                 ++m_different;
             }
         }
@@ -104,7 +118,7 @@ private:
     VideoQueue m_queue;
     const std::shared_ptr<SoundCapture> m_sound;
     quint64 m_soundPosition;
-    cv::Mat m_last; // the last frame added, except the first
+    quint64 m_sequence = 0; // of the camera's picture taken last
     qint64 m_count = 1;
     qint64 m_different = 1;
 };
@@ -325,13 +339,11 @@ bool Recorder::record(ConstantRateVideo &video, QString *error)
         if (!camera) {
             continue; // a switch of cameras, perhaps; missing frames are added afterwards
         }
-        cv::Mat frame;
-        camera->currentFrame(frame);
-        if (!video.growTo(due, frame, error)) {
+        if (!video.growTo(due, camera.get(), error)) {
             return false;
         }
     }
-    return video.growTo(due, {}, error);
+    return video.growTo(due, nullptr, error);
 }
 
 /// Adds what the microphone has captured while the recording ran.
