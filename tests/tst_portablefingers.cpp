@@ -410,8 +410,8 @@ private Q_SLOTS:
         QCOMPARE(refused.score, -3);
         QCOMPARE(refused.message, line("指纹仪正在采集"));
         QCOMPARE(waiting.calls, 0);
+        QVERIFY(m_clock->waitForWaiter()); // it has looked
         saveGray(pressFinger(finger(0)), path("finger.png"));
-        QVERIFY(m_clock->waitForWaiter());
         m_clock->advance(std::chrono::milliseconds(200));
         QTRY_COMPARE_WITH_TIMEOUT(waiting.calls, 1, 20000);
         QVERIFY2(waiting.score > 80, qPrintable(waiting.message));
