@@ -22,11 +22,13 @@
 #include <QDateTime>
 #include <QDebug>
 #include <QFile>
+#include <dlfcn.h>
 
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <memory>
+#include <utility>
 
 namespace {
 
@@ -108,9 +110,26 @@ void logMissingDisplay()
     }
 }
 
-void exitIfAnotherRuns()
+/**
+ * Starts the device process before the first call, so that its libraries are loaded while this
+ * process goes on with its own start. A maker's library in this process has no such function.
+ */
+void startDevices()
 {
-    const InstanceCount instances = countInstances();
+    using Start = void (*)();
+    if (const auto start = reinterpret_cast<Start>(dlsym(RTLD_DEFAULT, "startDeviceProcess"))) {
+        start();
+    }
+}
+
+void exitIfAnotherRuns(InstanceCounting &counting)
+{
+    InstanceCount instances = counting.result();
+    if (instances.anotherRuns()) {
+        // A device process that died while it was counted was replaced by one that may have been
+        // taken for a second server.
+        instances = InstanceCounting().result();
+    }
     startLine() << instances.line.constData();
     if (!instances.anotherRuns()) {
         return;
@@ -135,7 +154,7 @@ void sayWhereItListens(bool listens)
 /// The access policy: the system's, or that of the data folder.
 std::unique_ptr<accesspolicy::AccessControl> readPolicy()
 {
-    const QString program = QCoreApplication::applicationDirPath();
+    const QString program = base::programFolder();
     const QString data = base::dataFolder();
     return std::make_unique<accesspolicy::AccessControl>(
         accesspolicy::PolicyPlaces::of(program, data), data + QStringLiteral("/log"),
@@ -175,13 +194,15 @@ int main(int argc, char *argv[])
         putenv(simulation);
     }
     base::allowNoDisplay(); // the companions and the device process take over what it chooses
-    QApplication application(argc, argv);
     chooseDataFolder(namedDataFolder(argc, argv));
-    // Before the first call of the device library.
-    const std::unique_ptr<accesspolicy::AccessControl> access = readPolicy();
-    access->restrictDevices();
+    auto policy = readPolicy();
+    policy->restrictDevices(); // before there is a device process
+    startDevices();
+    InstanceCounting counting; // after that: nothing that looks like this process may begin now
+    QApplication application(argc, argv);
+    const std::unique_ptr<accesspolicy::AccessControl> access = std::move(policy); // ends before it
     logVersions();
-    exitIfAnotherRuns();
+    exitIfAnotherRuns(counting);
 
     QLog::instance()->handler(QLog::LogToFile);
     raiseDescriptorLimit();

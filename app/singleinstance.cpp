@@ -2,11 +2,12 @@
 #include "app/singleinstance.h"
 
 #include <QtGlobal>
+#include <fcntl.h>
 
-#include <cstdio>
 #include <cstdlib>
+#include <utility>
 
-InstanceCount countInstances()
+InstanceCounting::InstanceCounting()
 {
     static const char pipeline[] =
         "ps -ef |grep rvowebSocketServer  | grep -v sh | grep -v txt | grep -v -i qtcreator "
@@ -16,22 +17,35 @@ InstanceCount countInstances()
     const bool wasSet = qEnvironmentVariableIsSet(libraryPath);
     const QByteArray saved = qgetenv(libraryPath);
     qputenv(libraryPath, QByteArray());
-    FILE *pipe = popen(pipeline, "r");
+    m_pipe = popen(pipeline, "r");
     if (wasSet) {
         qputenv(libraryPath, saved);
     } else {
         qunsetenv(libraryPath);
     }
+    if (m_pipe) {
+        fcntl(fileno(m_pipe), F_SETFD, FD_CLOEXEC);
+    }
+}
 
+InstanceCounting::~InstanceCounting()
+{
+    if (m_pipe) {
+        pclose(m_pipe);
+    }
+}
+
+InstanceCount InstanceCounting::result()
+{
     InstanceCount instances;
-    if (!pipe) {
+    if (!m_pipe) {
         return instances;
     }
     char line[100] = {};
-    if (fgets(line, sizeof line, pipe)) {
+    if (fgets(line, sizeof line, m_pipe)) {
         instances.line = QByteArray(line).trimmed();
     }
-    pclose(pipe);
+    pclose(std::exchange(m_pipe, nullptr));
     instances.count = strtol(instances.line.constData(), nullptr, 10);
     return instances;
 }

@@ -64,16 +64,23 @@ QString DataPlaces::find(const QString &name) const
     return own;
 }
 
+QString programFolder()
+{
+    static const QString folder =
+        QFileInfo(QFileInfo(QStringLiteral("/proc/self/exe")).canonicalFilePath()).path();
+    return folder;
+}
+
 QString dataFolder()
 {
     const QByteArray chosen = qgetenv(dataFolderVariable);
-    return chosen.isEmpty() ? QCoreApplication::applicationDirPath() : QFile::decodeName(chosen);
+    return chosen.isEmpty() ? programFolder() : QFile::decodeName(chosen);
 }
 
 QString findData(const QString &name)
 {
     return DataPlaces{dataFolder(), QStringLiteral("/etc/") + QLatin1String(dataFolderName),
-                      QCoreApplication::applicationDirPath()}
+                      programFolder()}
         .find(name);
 }
 

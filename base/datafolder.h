@@ -2,7 +2,6 @@
 /// \file Where the log, the settings and the simulated cards and fingers are.
 #pragma once
 
-#include <QCoreApplication>
 #include <QString>
 
 namespace base {
@@ -28,6 +27,10 @@ struct DataPlaces
     QString find(const QString &name) const;
 };
 
+/// The folder of this program; unlike QCoreApplication::applicationDirPath() before there is an
+/// application, too.
+QString programFolder();
+
 /// The folder that the server writes its log and settings to, for every process of it.
 QString dataFolder();
 
@@ -46,7 +49,6 @@ QString usualDataFolder(const QString &program);
  * \param program  its own folder
  * \return why the folder can't be used; empty: it can. The program's own remains chosen then.
  */
-QString chooseDataFolder(const QString &named,
-                         const QString &program = QCoreApplication::applicationDirPath());
+QString chooseDataFolder(const QString &named, const QString &program = programFolder());
 
 } // namespace base

@@ -11,7 +11,7 @@
 #include "dispatch/messagerun.h"
 
 #include <QDebug>
-#include <opencv2/imgproc.hpp>
+#include <opencv2/core.hpp>
 
 namespace {
 
@@ -170,7 +170,5 @@ void MessageRun::OnSengImgMessage()
     if (!m_pushImages || !getVideoFrameMat(frame) || frame.empty()) {
         return;
     }
-    cv::Mat scaled;
-    cv::resize(frame, scaled, cv::Size(800, 600), 0, 0, cv::INTER_NEAREST);
-    send_msg(QString::fromStdString(Mat2Base64(scaled, "JPG")));
+    send_msg(QString::fromStdString(Mat2Base64(nearestScaled(frame, 800, 600), "JPG")));
 }

@@ -16,8 +16,9 @@ endif()
 # Runtime: the server, and the companions that it starts by their scripts
 set(_programs rvowebSocketServer imageencoder elecsign webbrowser)
 if(NOT DEVICE_LIBRARIES)
-    list(APPEND _programs devicehost barcodeworker fingerworker portablefaces portablevideo
-        devicestub doccamera cardreader portabledoccamera portablecardreader)
+    list(APPEND _programs devicehost barcodeworker fingerworker portabledocuments portablefaces
+        portabletransfer portablevideo devicestub doccamera cardreader portabledoccamera
+        portablecardreader)
 endif()
 install(TARGETS ${_programs}
     RUNTIME DESTINATION ${PROGRAM_INSTALL_DIR} COMPONENT Runtime

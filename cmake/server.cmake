@@ -75,7 +75,7 @@ add_library(server_core STATIC
 target_include_directories(server_core PUBLIC ${PROJECT_SOURCE_DIR})
 target_link_libraries(server_core
     PUBLIC access_rules base devicelib Qt5::Core Qt5::Gui Qt5::Network Qt5::WebSockets Qt5::Widgets
-    PRIVATE companion_common warnings OpenCV::imgproc JPEG::JPEG Threads::Threads ${CMAKE_DL_LIBS})
+    PRIVATE companion_common warnings JPEG::JPEG Threads::Threads ${CMAKE_DL_LIBS})
 
 add_library(imageencoder MODULE camera/imageencodermodule.cpp)
 target_link_libraries(imageencoder PRIVATE warnings OpenCV::core OpenCV::imgcodecs)

@@ -47,8 +47,8 @@ else
     trap 'rm -rf "$folder"' EXIT
 fi
 for file in rvowebSocketServer devicehost libdevicestub.so libdoccamera.so libcardreader.so \
-    libportabledoccamera.so libportablecardreader.so libportablefaces.so libportablevideo.so \
-    libimageencoder.so barcodeworker fingerworker elecsign webbrowser run-elecsign.sh run-webbrowser.sh; do
+    libportabledoccamera.so libportablecardreader.so libportabledocuments.so libportablefaces.so \
+    libportabletransfer.so libportablevideo.so libimageencoder.so barcodeworker fingerworker elecsign webbrowser run-elecsign.sh run-webbrowser.sh; do
     cp "build/$name/$file" "$folder/"
 done
 mkdir "$folder/pictures" "$folder/out"

@@ -244,6 +244,13 @@ private Q_SLOTS:
         QCOMPARE(back.size(), picture.size());
         QVERIFY(cv::norm(back, picture, cv::NORM_INF) < 8);
         QCOMPARE(Mat2Base64(cv::Mat(), "JPG"), std::string());
+        cv::Mat noise(1080, 1920, CV_8UC3);
+        cv::randu(noise, 0, 256);
+        for (const cv::Size size : {cv::Size(800, 600), cv::Size(2500, 7)}) {
+            cv::Mat scaled;
+            cv::resize(noise, scaled, size, 0, 0, cv::INTER_NEAREST);
+            QCOMPARE(cv::norm(nearestScaled(noise, size.width, size.height), scaled), 0.0);
+        }
         QCOMPARE(Mat2Base64(picture, "no such type"), std::string());
     }
 

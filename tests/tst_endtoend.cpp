@@ -42,7 +42,7 @@ private Q_SLOTS:
     void initTestCase()
     {
         QVERIFY2(!somebodyListens(), "port 1818 is taken: stop the running server, then try again");
-        QVERIFY2(countInstances().count == 0,
+        QVERIFY2(InstanceCounting().result().count == 0,
                  "the server would not start: a running process has its name on the command line "
                  "(ps -ef)");
         // A folder of its own for settings and log. The server does not count instances with "sh"
@@ -84,7 +84,7 @@ private Q_SLOTS:
             loaded += contentOf(line("/proc/%1/maps").arg(QString::fromLatin1(child)));
         }
         QVERIFY(loaded.contains("/devicehost") && loaded.contains("libportabledoccamera"));
-        for (const char *heavy : {"imgcodecs", "libavcodec", "opencv_dnn"}) {
+        for (const char *heavy : {"imgcodecs", "libavcodec", "opencv_dnn", "libcurl", "libqpdf"}) {
             QVERIFY2(!loaded.contains(heavy), heavy);
         }
     }
@@ -124,6 +124,7 @@ private Q_SLOTS:
         QCOMPARE(second.exitCode(), 0);
         QVERIFY(second.readAll().contains("process[rvowebSocketServer] is already running!!!"));
         QVERIFY(Page(port).isConnected());
+        QTRY_COMPARE(deviceProcesses(), 1);
     }
 
     void devicectlFindsTheServer()
@@ -246,6 +247,14 @@ private Q_SLOTS:
 
 private:
     QString inFolder(const QString &name) const { return m_folder + QLatin1Char('/') + name; }
+    int deviceProcesses() const
+    {
+        const QStringList all = QDir(line("/proc")).entryList({line("[0-9]*")});
+        return int(std::count_if(all.begin(), all.end(), [this](const QString &process) {
+            return QFile::symLinkTarget(line("/proc/%1/exe").arg(process))
+                == inFolder(line("devicehost"));
+        }));
+    }
     QString program() const { return inFolder(line("rvowebSocketServer")); }
     QByteArray log() const
     {

@@ -193,7 +193,7 @@ private Q_SLOTS:
         qputenv("PATH", folder.path().toLocal8Bit() + ':' + path);
         const QByteArray oldPath = qgetenv("LD_LIBRARY_PATH");
         qputenv("LD_LIBRARY_PATH", "/some/where");
-        const InstanceCount instances = countInstances();
+        const InstanceCount instances = InstanceCounting().result();
         qputenv("PATH", path);
         QCOMPARE(qgetenv("LD_LIBRARY_PATH"), QByteArray("/some/where"));
         QCOMPARE(instances.line, QByteArray("10"));
@@ -205,7 +205,7 @@ private Q_SLOTS:
         getrlimit(RLIMIT_NOFILE, &before);
         const rlimit none{3, before.rlim_max}; // no pipe can be made
         setrlimit(RLIMIT_NOFILE, &none);
-        const InstanceCount unknown = countInstances();
+        const InstanceCount unknown = InstanceCounting().result();
         setrlimit(RLIMIT_NOFILE, &before);
         QCOMPARE(unknown.count, 0L);
         InstanceCount one;

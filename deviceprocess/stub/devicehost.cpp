@@ -179,6 +179,21 @@ bool DeviceHost::isUsable(const Connection &connection) const
         && connection.socket >= 0;
 }
 
+void DeviceHost::begin()
+{
+    std::unique_lock<std::mutex> lock(m_mutex);
+    beginLocked();
+    m_changed.wait(lock, [this] { return m_generation > 0 || m_state != State::Starting; });
+}
+
+void DeviceHost::beginLocked()
+{
+    if (m_state == State::Idle) {
+        m_state = State::Starting;
+        m_supervisor = std::thread(&DeviceHost::supervise, this);
+    }
+}
+
 /// The calling thread's connection to the process that runs; starts it first, or waits for that.
 std::shared_ptr<DeviceHost::Connection> DeviceHost::connection(Clock::time_point until)
 {
@@ -187,10 +202,7 @@ std::shared_ptr<DeviceHost::Connection> DeviceHost::connection(Clock::time_point
     if (own && isUsable(*own)) {
         return own;
     }
-    if (m_state == State::Idle) {
-        m_state = State::Starting;
-        m_supervisor = std::thread(&DeviceHost::supervise, this);
-    }
+    beginLocked();
     const auto latest = std::min(until, Clock::now() + m_startLimit.load());
     m_changed.wait_until(lock, latest, [this] { return m_state != State::Starting; });
     if (m_state != State::Running) {
@@ -450,6 +462,7 @@ bool DeviceHost::start()
     m_events = events[0];
     m_endReason.clear();
     m_pinged = {};
+    m_changed.notify_all();
     qInfo("device process: started, process %d", int(pid));
     return m_state != State::Stopping;
 }

@@ -53,6 +53,9 @@ public:
     DeviceHost(const DeviceHost &) = delete;
     DeviceHost &operator=(const DeviceHost &) = delete;
 
+    /// Starts the process already, if none has been. Returns when it has its own program and name.
+    void begin();
+
     /**
      * Carries a call out.
      * \param kind       settings are kept, and repeated to a new process
@@ -119,6 +122,7 @@ private:
     enum class State { Idle, Starting, Running, Waiting, Stopping };
     struct Connection;
 
+    void beginLocked();
     std::shared_ptr<Connection> connection(Clock::time_point until);
     bool isUsable(const Connection &connection) const;
     int newCaller(bool isMainThread);

@@ -125,8 +125,16 @@ extern "C" bool restrictDeviceProcess(const char *folders)
     return true;
 }
 
+/// Starts the device process before its first call: it loads its libraries meanwhile. As above.
+extern "C" void startDeviceProcess()
+{
+    if (deviceprocess::setting("process") != QLatin1String("inside")) {
+        deviceprocess::DeviceHost::instance().begin();
+    }
+}
+
 /**
- * For the server, which looks for it at run time, as the function above.
+ * For the server, which looks for it at run time, as the functions above.
  * \param json    receives one object, terminated by NUL: pid, restarts, ... or "inside" or "busy"
  * \return its length; 0 if it takes more than `size` bytes
  */

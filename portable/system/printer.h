@@ -3,9 +3,12 @@
 
 #include <QByteArray>
 #include <QMarginsF>
+#include <QRectF>
 #include <QSizeF>
 #include <QString>
 #include <opencv2/core.hpp>
+
+#include <algorithm>
 
 namespace portable {
 
@@ -26,6 +29,17 @@ struct Sheet
     QSizeF size{210, 297};
     QMarginsF margins; ///< Area the printer can't print on.
 };
+
+/// The part of the sheet to print on; leaves a small margin even on borderless printers.
+inline QRectF printableArea(const Sheet &sheet)
+{
+    constexpr double minMargin = 5;
+    const QMarginsF &margins = sheet.margins;
+    return QRectF(QPointF(), sheet.size)
+        .marginsRemoved({std::max(margins.left(), minMargin), std::max(margins.top(), minMargin),
+                         std::max(margins.right(), minMargin),
+                         std::max(margins.bottom(), minMargin)});
+}
 
 /**
  * A page with the job's picture, centered, as large as fits; rotated by 90 degrees if it is larger

@@ -286,10 +286,23 @@ private Q_SLOTS:
         QCOMPARE(logged.value(QtInfoMsg), QStringLiteral("info line;"));
     }
 
+    void itIsStartedBeforeTheFirstCall()
+    {
+        DeviceHost host(QCoreApplication::applicationDirPath()
+                        + QStringLiteral("/../../devicehost"));
+        host.begin();
+        const pid_t process = host.processId();
+        QVERIFY(process > 0);
+        Message reply;
+        QVERIFY(host.call(FunctionId::iGetRotate, FunctionKind::Query, Writer(), &reply));
+        QCOMPARE(host.processId(), process);
+    }
+
     void aProgramThatCannotBeStarted()
     {
         DeviceHost host(QStringLiteral("/nowhere/devicehost"));
         host.setTimeLimits({0.001, 0.001});
+        host.begin();
         Message reply;
         QVERIFY(!host.call(FunctionId::iGetRotate, FunctionKind::Query, Writer(), &reply));
         QVERIFY(waitFor([&] { return host.restarts() > 3; }));

@@ -50,7 +50,7 @@ export class Server {
       copyFileSync(join(buildFolder, program), join(this.folder, program));
     for (const name of ['libdevicestub.so', 'libdoccamera.so', 'libcardreader.so',
       'libportabledoccamera.so', 'libportablecardreader.so', 'libportablevideo.so', 'libportablefaces.so',
-      'libimageencoder.so', 'barcodeworker', 'cards', 'fingers', 'models']) {
+      'libportabledocuments.so', 'libportabletransfer.so', 'libimageencoder.so', 'barcodeworker', 'cards', 'fingers', 'models']) {
       if (existsSync(join(buildFolder, name)))
         symlinkSync(join(buildFolder, name), join(this.folder, name));
     }

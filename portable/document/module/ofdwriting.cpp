@@ -1,8 +1,6 @@
 // SPDX-License-Identifier: MIT
 // The structure follows GB/T 33190-2016, chapter 7; in each file the order of elements matters.
-#include "portable/document/ofddocument.h"
-
-#include "portable/base/atomicfile.h"
+#include "portable/document/documentmodule.h"
 
 #include <QDate>
 #include <QFile>
@@ -263,7 +261,9 @@ private:
     QString m_reason; // why it couldn't be created
 };
 
-bool writeTo(const QString &path, const PageSpool &spool, QString *error)
+} // namespace
+
+bool writeOfdByZip(const QString &path, const PageSpool &spool, QString *error)
 {
     const Pages &pages = spool.pages();
     const QByteArray images = spool.path();
@@ -282,16 +282,6 @@ bool writeTo(const QString &path, const PageSpool &spool, QString *error)
         return false;
     }
     return true;
-}
-
-} // namespace
-
-bool writeOfd(const PageSpool &pages, const QString &path, QString *error)
-{
-    const auto write = [&pages](const QString &temporary, QString *why) {
-        return writeTo(temporary, pages, why);
-    };
-    return writeWholeFile(path, write, error);
 }
 
 } // namespace portable

@@ -1,12 +1,9 @@
 // SPDX-License-Identifier: MIT
 // Section numbers are those of ISO 32000-1 (PDF 1.7).
-#include "portable/document/pdfdocument.h"
-
-#include "portable/base/atomicfile.h"
+#include "portable/document/documentmodule.h"
 
 #include <QDateTime>
 #include <QFile>
-#include <QFileInfo>
 #if QT_VERSION >= QT_VERSION_CHECK(5, 14, 0)
 #include <QColorSpace>
 #endif
@@ -209,9 +206,11 @@ struct CloseFile
     void operator()(std::FILE *file) const { std::fclose(file); }
 };
 
-/// Writes through a FILE of our own: qpdf doesn't report a full disk.
-bool writeTo(const QString &path, const PageSpool &pages, const QString &title, PdfKind kind,
-             QString *error)
+} // namespace
+
+// Through a FILE of our own: qpdf doesn't report a full disk.
+bool writePdfByQpdf(const QString &path, const PageSpool &pages, const QString &title, PdfKind kind,
+                    QString *error)
 {
     std::unique_ptr<std::FILE, CloseFile> file(
         std::fopen(QFile::encodeName(path).constData(), "wb"));
@@ -246,17 +245,6 @@ bool writeTo(const QString &path, const PageSpool &pages, const QString &title, 
         return false;
     }
     return true;
-}
-
-} // namespace
-
-bool writePdf(const PageSpool &pages, const QString &path, PdfKind kind, QString *error)
-{
-    const QString title = QFileInfo(path).completeBaseName();
-    const auto write = [&](const QString &temporary, QString *why) {
-        return writeTo(temporary, pages, title, kind, why);
-    };
-    return writeWholeFile(path, write, error);
 }
 
 } // namespace portable
