@@ -28,8 +28,12 @@ struct Scene
     int hardShadows = 0;
     bool isUnderWindow = false;
     int handsOnPage = 0;
+    int handsOnCorners = 0;
     int handsOnDesk = 0;
     int things = 0;
+    bool hasKeyboard = false;
+    bool isStack = false; ///< its sheets overlap; the last one lies on top
+    Camera camera;
     int reflections = 0;
 
     Sheet &page() { return sheets.front(); }
@@ -258,13 +262,54 @@ const std::vector<Recipe> &withPage()
              setAnyDesk(r, s);
              s.things = r.uniform(2, 6);
          }},
-        {"everything at once", true, [](cv::RNG &r, Scene &s) {
+        {"everything at once", true,
+         [](cv::RNG &r, Scene &s) {
              setAnyDesk(r, s);
              s.fallOff = r.uniform(0.05, 0.3);
              s.hardShadows = r.uniform(0, 2);
              s.handsOnPage = r.uniform(0, 2);
              s.things = r.uniform(0, 3);
              s.reflections = r.uniform(0, 2);
+         }},
+        {"out of focus", true,
+         [](cv::RNG &r, Scene &s) {
+             setAnyDesk(r, s);
+             s.camera.blur = r.uniform(0.5, 2.0);
+         }},
+        {"little light", true,
+         [](cv::RNG &r, Scene &s) {
+             setAnyDesk(r, s);
+             s.camera.exposure = r.uniform(0.2, 0.5);
+             s.camera.noise = r.uniform(4.0, 10.0);
+         }},
+        {"strong compression", true,
+         [](cv::RNG &r, Scene &s) {
+             setAnyDesk(r, s);
+             s.camera.quality = r.uniform(12, 35);
+         }},
+        {"fingers on corners", true,
+         [](cv::RNG &r, Scene &s) {
+             setAnyDesk(r, s);
+             s.handsOnCorners = r.uniform(1, 3);
+             s.page().least = 0.55;
+         }},
+        {"crumpled page", true,
+         [](cv::RNG &r, Scene &s) {
+             setAnyDesk(r, s);
+             s.page().curl = 3;
+             s.page().creases = r.uniform(0.04, 0.1);
+         }},
+        {"page on a page", true,
+         [](cv::RNG &r, Scene &s) {
+             setAnyDesk(r, s);
+             s.isStack = true;
+             s.sheets.push_back(s.page());
+             s.page().content = printedContent(r);
+         }},
+        {"beside a keyboard", true, [](cv::RNG &r, Scene &s) {
+             setAnyDesk(r, s);
+             s.hasKeyboard = true;
+             s.things = r.uniform(0, 3);
          }}};
     return recipes;
 }
@@ -309,13 +354,28 @@ const std::vector<Recipe> &withoutPage()
              s.second = grey(r, 20, 90);
              s.things = r.uniform(0, 4);
          }},
-        {"empty: everything", true, [](cv::RNG &r, Scene &s) {
+        {"empty: everything", true,
+         [](cv::RNG &r, Scene &s) {
              setAnyDesk(r, s);
              s.fallOff = r.uniform(0.05, 0.3);
              s.hardShadows = r.uniform(0, 3);
              s.handsOnDesk = r.uniform(0, 3);
              s.things = r.uniform(0, 4);
              s.reflections = r.uniform(0, 3);
+         }},
+        {"empty: little light", true,
+         [](cv::RNG &r, Scene &s) {
+             setAnyDesk(r, s);
+             s.things = r.uniform(0, 4);
+             s.camera.exposure = r.uniform(0.2, 0.5);
+             s.camera.noise = r.uniform(4.0, 10.0);
+         }},
+        {"empty: page partly outside", true, [](cv::RNG &r, Scene &s) {
+             setAnyDesk(r, s);
+             s.sheets.assign(1, Sheet());
+             s.page().paper = paper(r);
+             s.page().content = oneOf(r, {Content::Text, Content::Letter});
+             s.page().outside = r.uniform(0.1, 0.5);
          }}};
     return recipes;
 }
@@ -344,6 +404,12 @@ void laySheet(cv::RNG &random, cv::Mat &picture, const Sheet &sheet, const Corne
         bend(shift, mask);
         bend(shift, layer);
     }
+    if (sheet.creases > 0) {
+        const cv::Mat shift = noiseField(random, picture.size(), {220, 220});
+        bend(shift, mask);
+        bend(shift, layer);
+        shade(layer, 1 + sheet.creases * noiseField(random, picture.size(), {70, 70}));
+    }
     const double reach = between(random, 2, 9);
     const cv::Matx23d move{1, 0, random.uniform(-reach, reach),
                            0, 1, random.uniform(-reach, reach)};
@@ -368,9 +434,9 @@ std::vector<Corners> laySheets(cv::RNG &random, cv::Mat &picture, const Scene &s
     for (const Sheet &sheet : scene.sheets) {
         for (int attempt = 0; attempt < 30; ++attempt) {
             const Corners corners = place(random, picture.size(), sheet);
-            const bool isFree = std::none_of(pages.begin(), pages.end(), [&](const Corners &other) {
-                return overlap(corners, other);
-            });
+            const bool isFree = scene.isStack
+                || std::none_of(pages.begin(), pages.end(),
+                                [&](const Corners &other) { return overlap(corners, other); });
             if (isFree) {
                 laySheet(random, picture, sheet, corners);
                 pages.push_back(corners);
@@ -378,7 +444,11 @@ std::vector<Corners> laySheets(cv::RNG &random, cv::Mat &picture, const Scene &s
             }
         }
     }
-    return pages;
+    if (pages.size() == 2 && overlap(pages[0], pages[1])) {
+        pages.erase(pages.begin()); // the one below
+    }
+    const bool isOutside = !scene.sheets.empty() && scene.sheets.front().outside > 0;
+    return isOutside ? std::vector<Corners>() : pages;
 }
 
 /// A point on a side or near a corner of the page, somewhat inside.
@@ -396,6 +466,9 @@ void layOnTop(cv::RNG &random, cv::Mat &picture, const Scene &scene,
 {
     for (int i = 0; i < scene.handsOnPage && !pages.empty(); ++i) {
         layHand(random, picture, heldAt(random, pages[0]));
+    }
+    for (int i = 0; i < scene.handsOnCorners && !pages.empty(); ++i) {
+        layHand(random, picture, pages[0][size_t(random.uniform(0, 4))]);
     }
     for (int i = 0; i < scene.handsOnDesk; ++i) {
         layHand(random, picture,
@@ -428,11 +501,14 @@ Sample made(cv::RNG &random, const Scene &scene)
     for (int i = 0; i < scene.things; ++i) {
         layThing(random, picture);
     }
+    if (scene.hasKeyboard) {
+        layKeyboard(random, picture);
+    }
     const std::vector<Corners> pages = laySheets(random, picture, scene);
     layOnTop(random, picture, scene, pages);
     light(random, picture, scene, pages);
     cv::setRNGSeed(int(random.next() >> 1)); // of cv::randn()
-    return {photographed(random, picture), pages};
+    return {photographed(random, picture, scene.camera), pages};
 }
 
 /// Makes seeds that follow each other independent (SplitMix64 by Steele, Lea and Flood).

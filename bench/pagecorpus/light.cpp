@@ -106,15 +106,16 @@ cv::Mat reflection(cv::RNG &random, const cv::Size &size, const cv::Point2f &cen
     return between(random, 0.5, 1.0) * softened(mask, random.uniform(4.0, 25.0));
 }
 
-cv::Mat photographed(cv::RNG &random, cv::Mat scene)
+cv::Mat photographed(cv::RNG &random, cv::Mat scene, const Camera &camera)
 {
     const double scale = scene.cols / 1920.0;
-    cv::GaussianBlur(scene, scene, {}, std::max(0.4, scale * random.uniform(0.5, 1.6)));
+    cv::GaussianBlur(scene, scene, {},
+                     std::max(0.4, scale * (random.uniform(0.5, 1.6) + camera.blur)));
     const cv::Vec3f gain{between(random, 0.9, 1.04), between(random, 0.96, 1.02),
                          between(random, 0.92, 1.04)};
-    const float exposure = between(random, 0.75, 1.04);
+    const float exposure = between(random, 0.75, 1.04) * float(camera.exposure);
     const float vignetting = between(random, 0, 0.12);
-    const float noise = between(random, 0.8, 4);
+    const float noise = between(random, 0.8, 4) + float(camera.noise);
     cv::Mat grain(scene.size(), CV_16SC3);
     cv::randn(grain, cv::Scalar::all(0), cv::Scalar::all(double(noise) * 16));
     const cv::Point2f center(float(scene.cols) / 2, float(scene.rows) / 2);
@@ -133,7 +134,7 @@ cv::Mat photographed(cv::RNG &random, cv::Mat scene)
             }
         }
     }
-    return compressed(picture, random.uniform(60, 96));
+    return compressed(picture, std::min(camera.quality, random.uniform(60, 96)));
 }
 
 } // namespace pagecorpus

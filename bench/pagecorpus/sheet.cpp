@@ -268,8 +268,21 @@ Corners place(cv::RNG &random, const cv::Size &picture, const Sheet &sheet)
         if (roomX < 0 || roomY < 0) {
             continue;
         }
-        const cv::Point2f shift(float(margin + random.uniform(0.0, roomX + 1)) - box.x,
-                                float(margin + random.uniform(0.0, roomY + 1)) - box.y);
+        cv::Point2f shift(float(margin + random.uniform(0.0, roomX + 1)) - box.x,
+                          float(margin + random.uniform(0.0, roomY + 1)) - box.y);
+        if (sheet.outside > 0) {
+            const float part = float(sheet.outside);
+            const bool isLeft = happens(random, 0.5);
+            if (happens(random, 0.5)) {
+                shift.x =
+                    (isLeft ? -part * box.width : float(picture.width) - (1 - part) * box.width)
+                    - box.x;
+            } else {
+                shift.y =
+                    (isLeft ? -part * box.height : float(picture.height) - (1 - part) * box.height)
+                    - box.y;
+            }
+        }
         for (cv::Point2f &corner : corners) {
             corner += shift;
         }

@@ -23,9 +23,11 @@ struct Sheet
     double shadow = 0.25; ///< how dark its own shadow is, at most
     double rounding = 0; ///< of its corners, a share of its width
     double curl = 0; ///< how far its sides are bent, in pixels
+    double creases = 0; ///< how much they change its brightness
+    double outside = 0; ///< the share of its size by which it reaches out of the picture
 };
 
-/// Where the camera sees the sheet: entirely within the picture.
+/// Where the camera sees the sheet: entirely within the picture unless Sheet::outside is set.
 Corners place(cv::RNG &random, const cv::Size &picture, const Sheet &sheet);
 
 /// The share of each pixel that the sheet covers. CV_32F

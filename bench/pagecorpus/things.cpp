@@ -148,6 +148,35 @@ void layHand(cv::RNG &random, cv::Mat &picture, const cv::Point2f &tip)
     lay(random, picture, sleeve, anyColor(random));
 }
 
+void layKeyboard(cv::RNG &random, cv::Mat &picture)
+{
+    const cv::Point2f middle = anywhere(random, picture);
+    const cv::Point2f along = direction(random.uniform(0.0, 2 * CV_PI));
+    const cv::Point2f across(-along.y, along.x);
+    const float key = between(random, 42, 70);
+    const auto patch = [&](float left, float top, float width, float height) {
+        const auto at = [&](float x, float y) {
+            return cv::Point(middle + along * ((x - 8) * key) + across * ((y - 3) * key));
+        };
+        cv::Mat mask = emptyMask(picture);
+        cv::fillConvexPoly(mask,
+                           std::vector<cv::Point>{at(left, top), at(left + width, top),
+                                                  at(left + width, top + height),
+                                                  at(left, top + height)},
+                           cv::Scalar(255));
+        return mask;
+    };
+    const cv::Vec3f color = anyColor(random);
+    lay(random, picture, patch(0, 0, 16, 6), color);
+    cv::Mat keys = emptyMask(picture);
+    for (int row = 0; row < 5; ++row) {
+        for (int column = 0; column < 15; ++column) {
+            keys |= patch(0.5F + float(column), 0.5F + float(row), 0.85F, 0.85F);
+        }
+    }
+    paint(picture, smooth(keys), color * between(random, 0.5, 1.4));
+}
+
 void layThing(cv::RNG &random, cv::Mat &picture)
 {
     switch (random.uniform(0, 4)) {

@@ -5,7 +5,6 @@
 #include "portable/picture/pagesearch/edges.h"
 #include "portable/picture/pagesearch/lines.h"
 #include "portable/picture/pagesearch/quads.h"
-#include "portable/picture/pagesearch/sides.h"
 
 #include <algorithm>
 
@@ -16,7 +15,6 @@ namespace {
 constexpr int minSide = 48; // pixels of the reduced picture
 constexpr size_t maxLines = 90; // text and patterned desks have many
 constexpr size_t maxQuads = 150;
-constexpr float minSharpness = 0.45F; // of a page's sides; the light of a lamp or window is softer
 
 /// Begins with the corner nearest to the top left of the picture.
 PageCorners ordered(PageCorners corners)
@@ -25,16 +23,6 @@ PageCorners ordered(PageCorners corners)
         corners.begin(), corners.end(),
         [](const cv::Point2f &a, const cv::Point2f &b) { return a.x + a.y < b.x + b.y; });
     std::rotate(corners.begin(), first, corners.end());
-    return corners;
-}
-
-/// Corners in a picture reduced by a factor, in the picture itself.
-PageCorners enlarged(PageCorners corners, int factor)
-{
-    const auto scale = float(factor);
-    for (cv::Point2f &corner : corners) {
-        corner = {(corner.x + 0.5F) * scale - 0.5F, (corner.y + 0.5F) * scale - 0.5F};
-    }
     return corners;
 }
 
@@ -47,16 +35,9 @@ std::optional<PageCorners> findPage(const cv::Mat &picture)
         return {};
     }
     const Edges edges = findEdges(picture);
-    const auto page = choosePage(edges, findQuads(edges, findLines(edges, maxLines), maxQuads));
-    if (!page) {
-        return {};
-    }
-    const PageCorners corners = enlarged(page->corners, edges.reduction);
-    const Outline outline = refined(picture, corners, edges.reduction);
-    if (outline.sharpness < minSharpness) {
-        return {};
-    }
-    return ordered(outline.corners);
+    const auto page =
+        choosePage(picture, edges, findQuads(edges, findLines(edges, maxLines), maxQuads));
+    return page ? std::optional<PageCorners>(ordered(*page)) : std::nullopt;
 }
 
 } // namespace portable

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "portable/picture/bilevel.h"
 #include "portable/picture/pagefinder.h"
+#include "portable/picture/pagesearch/perspective.h"
 
 #include <opencv2/imgproc.hpp>
 
@@ -43,26 +44,11 @@ cv::Point2f scaleOf(const cv::Mat &picture, const cv::Mat &copy)
     return {float(copy.cols) / float(picture.cols), float(copy.rows) / float(picture.rows)};
 }
 
-/**
- * Width to height of the rectangle that a camera sees with these corners, the principal point
- * being the center of the picture (Zhang and He, "Whiteboard scanning and image enhancement",
- * section 4).
- */
+/// Width to height of the rectangle that a camera sees with these corners.
 double proportions(const PageCorners &corners, const cv::Size &picture)
 {
-    const auto seen = [&](const cv::Point2f &corner) {
-        return cv::Vec3d(double(corner.x) - picture.width / 2.0,
-                         double(corner.y) - picture.height / 2.0, 1);
-    };
-    const cv::Vec3d topLeft = seen(corners[0]);
-    const cv::Vec3d topRight = seen(corners[1]);
-    const cv::Vec3d bottomRight = seen(corners[2]);
-    const cv::Vec3d bottomLeft = seen(corners[3]);
-    const cv::Vec3d diagonal = topLeft.cross(bottomRight);
-    const double right = diagonal.dot(bottomLeft) / topRight.cross(bottomRight).dot(bottomLeft);
-    const double bottom = diagonal.dot(topRight) / bottomLeft.cross(bottomRight).dot(topRight);
-    const cv::Vec3d across = right * topRight - topLeft;
-    const cv::Vec3d down = bottom * bottomLeft - topLeft;
+    const pagesearch::SeenSides sides(corners, picture);
+    const auto &[across, down] = sides;
 
     // The focal length follows from sides that converge in both directions; otherwise a usual one
     // is assumed.
@@ -74,10 +60,7 @@ double proportions(const PageCorners &corners, const cv::Size &picture)
             focalSquare = square;
         }
     }
-    const auto length = [focalSquare](const cv::Vec3d &side) {
-        return std::sqrt((side[0] * side[0] + side[1] * side[1]) / focalSquare + side[2] * side[2]);
-    };
-    return length(across) / length(down);
+    return sides.proportions(focalSquare);
 }
 
 cv::Size straightSize(const PageCorners &corners, const cv::Size &picture)

@@ -19,10 +19,13 @@ struct Evidence
 Evidence evidenceFor(const Edges &edges, const Quad &quad);
 
 /**
- * The quad that is the page: the outermost of those that are almost as certain as the most certain
- * one, for what is printed on a page has frames and tables.
+ * The corners of the page in the picture: of the outermost of the quads that are almost as certain
+ * as the most certain one, for what is printed on a page has frames and tables. Quads with soft
+ * sides are passed over: they are shadows or light.
+ * \param picture  8-bit BGR, the one in which the edges were found
  * \return nullopt when none is certain enough
  */
-std::optional<Quad> choosePage(const Edges &edges, const std::vector<Quad> &quads);
+std::optional<Corners> choosePage(const cv::Mat &picture, const Edges &edges,
+                                  const std::vector<Quad> &quads);
 
 } // namespace portable::pagesearch

@@ -17,6 +17,7 @@ constexpr int neighborhood = 33; // pixels, the side of the square that an edge 
 constexpr float darkness = 10; // grey levels: differences in what is darker are mostly noise
 constexpr float leastChange = 0.3F; // grey levels within a pixel; less may be rounding
 constexpr float leastRatio = 1.5F; // of an edge to what surrounds it
+constexpr int supportingDirection = 32; // of a line; see sameDirection
 constexpr float clearRatio = 3; // the ratio of an edge of full weight
 
 /// The means of squares of `reduction` pixels, not rounded. CV_32FC3
@@ -178,6 +179,33 @@ bool isCrest(const cv::Mat &change, const cv::Point &place, Direction direction)
 }
 
 } // namespace
+
+Direction directionOf(const cv::Point2f &vector)
+{
+    return Direction(cvRound(std::atan2(vector.y, vector.x) * 256 / float(CV_PI)) & 255);
+}
+
+NearEdge edgeNear(const Edges &edges, const cv::Point2f &place, const cv::Point2f &across,
+                  Direction normal)
+{
+    NearEdge found;
+    for (int offset = -2; offset <= 2; ++offset) {
+        const cv::Point pixel(cvRound(place.x + across.x * float(offset)),
+                              cvRound(place.y + across.y * float(offset)));
+        const bool isInside = unsigned(pixel.x) < unsigned(edges.weight.cols)
+            && unsigned(pixel.y) < unsigned(edges.weight.rows);
+        const int weight = isInside ? edges.weight.at<uchar>(pixel) : 0;
+        if (weight == 0
+            || turnBetween(edges.normal.at<uchar>(pixel), normal) > supportingDirection) {
+            continue;
+        }
+        found.weightNearby = std::max(found.weightNearby, weight);
+        if (std::abs(offset) <= 1) {
+            found.weight = std::max(found.weight, weight);
+        }
+    }
+    return found;
+}
 
 int reductionOf(const cv::Size &size)
 {

@@ -29,6 +29,24 @@ struct Edges
     int reduction = 1; ///< pixels of the picture to one of these
 };
 
+/// The direction of a vector, pointing either way.
+Direction directionOf(const cv::Point2f &vector);
+
+/// The largest weights near a place.
+struct NearEdge
+{
+    int weight = 0; ///< up to a pixel off
+    int weightNearby = 0; ///< up to two pixels off
+};
+
+/**
+ * The edges of about a direction at a place.
+ * \param across  of length 1: where to look, both ways
+ * \param normal  the direction of `across`
+ */
+NearEdge edgeNear(const Edges &edges, const cv::Point2f &place, const cv::Point2f &across,
+                  Direction normal);
+
 /// By what factor a picture of this size is reduced before the search: 1 or more.
 int reductionOf(const cv::Size &size);
 

@@ -12,7 +12,6 @@ namespace {
 
 // 256ths of 180 degrees. Where a pattern meets a side, the edges of the side sway.
 constexpr int sameDirection = 40;
-constexpr int supportingDirection = 32; // of a line
 constexpr int similarDirection = 20; // of the parts of a curve
 constexpr double maxBend = 0.8; // pixels, the standard deviation from a straight line
 constexpr float leastSegment = 8; // pixels
@@ -294,30 +293,14 @@ SupportedLine::SupportedLine(const Line &line, const Edges &edges)
     float length = 0;
     m_line = clipped(line, edges.weight.size(), length);
     const cv::Point2f across(-m_line.along.y, m_line.along.x);
-    const Direction normal =
-        Direction(cvRound(std::atan2(across.y, across.x) * 256 / float(CV_PI)) & 255);
-    const cv::Rect inside(0, 0, edges.weight.cols, edges.weight.rows);
+    const Direction normal = directionOf(across);
     m_sums.reserve(size_t(length) + 2);
     m_sums.push_back(0);
     m_sumsNearby = m_sums;
     for (float distance = 0; distance <= length; ++distance) {
-        int best = 0;
-        int bestNearby = 0;
-        for (int offset = -2; offset <= 2; ++offset) {
-            const cv::Point2f place = at(distance) + across * float(offset);
-            const cv::Point pixel(cvRound(place.x), cvRound(place.y));
-            if (!inside.contains(pixel)
-                || turnBetween(edges.normal.at<uchar>(pixel), normal) > supportingDirection) {
-                continue;
-            }
-            const int weight = edges.weight.at<uchar>(pixel);
-            bestNearby = std::max(bestNearby, weight);
-            if (std::abs(offset) <= 1) {
-                best = std::max(best, weight);
-            }
-        }
-        m_sums.push_back(m_sums.back() + float(best) / 255);
-        m_sumsNearby.push_back(m_sumsNearby.back() + float(bestNearby) / 255);
+        const NearEdge edge = edgeNear(edges, at(distance), across, normal);
+        m_sums.push_back(m_sums.back() + float(edge.weight) / 255);
+        m_sumsNearby.push_back(m_sumsNearby.back() + float(edge.weightNearby) / 255);
     }
 }
 

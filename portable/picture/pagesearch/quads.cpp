@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "portable/picture/pagesearch/quads.h"
 
+#include "portable/picture/pagesearch/perspective.h"
+
 #include <algorithm>
 #include <cmath>
 #include <limits>
@@ -13,6 +15,7 @@ constexpr double minPage = 0.01; // of the picture's area
 constexpr float minBreadth = 0.1F; // of its length; anything narrower is a pen or a ruler
 constexpr float minSupport = 0.3F; // of a side; fingers hide some of it
 constexpr double maxCosine = 0.55; // of a corner's angle: a page seen from aside
+constexpr float maxSkew = 0.18F; // bent paper has some
 constexpr float parallel = 0.8F; // the least cosine between opposite sides
 constexpr size_t maxOthers = 40; // crossing a pair of lines
 constexpr int maxConsidered = 20000; // quads, so that a grid doesn't take long
@@ -47,6 +50,18 @@ struct Side
     float to;
     float support;
 };
+
+/// As in Quad::skew.
+float skewOf(const Corners &corners, const cv::Size &picture)
+{
+    const SeenSides sides(corners, picture);
+    double least = 1;
+    for (const double focal : {0.7, 1.0, 1.6}) { // of the picture's longer side
+        const double length = focal * std::max(picture.width, picture.height);
+        least = std::min(least, std::abs(sides.cosine(length * length)));
+    }
+    return float(least);
+}
 
 void makeClockwise(Quad &quad)
 {
@@ -163,6 +178,10 @@ private:
             return;
         }
         makeClockwise(quad);
+        quad.skew = skewOf(quad.corners, m_size);
+        if (quad.skew > maxSkew) {
+            return;
+        }
         quad.score = supported / lengths + 0.5F * least - beyond
             + 0.12 * std::log(areaOf(quad.corners) / m_size.area());
         m_quads.push_back(quad);

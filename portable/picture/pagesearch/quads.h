@@ -21,6 +21,7 @@ struct Quad
     Corners corners; ///< in the reduced picture
     std::array<float, 4> support{}; ///< of each side, from a corner to the next: 0 to 1
     std::array<float, 4> beyond{}; ///< of the lines beyond the corners of each side
+    float skew = 0; ///< the cosine of its angles in space, for the usual lens that makes it least
     double score = 0; ///< orders quads; the choice of a page takes more into account
 };
 
