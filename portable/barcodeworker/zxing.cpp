@@ -196,6 +196,12 @@ std::optional<ReadCode> read(const cv::Mat &grey, BarcodeFormats formats)
     result.found = found(code);
     std::transform(code.position().begin(), code.position().end(), result.corners.begin(),
                    [](const ZXing::PointI &corner) { return cv::Point(corner.x, corner.y); });
+#if ZXING_API == 0
+    if (result.found.format == barcode::dataBar) { // from its first finder to its last
+        result.corners = {result.corners[0], result.corners[2], result.corners[2],
+                          result.corners[0]};
+    }
+#endif
     return result;
 }
 
