@@ -10,8 +10,12 @@ usage: scripts/package.sh [option] [amd64|arm64]
 
 Builds the Debian packages of the latest commit into build/packages/ and checks them with lintian. What
 isn't committed is left out. The default architecture is this machine's; another one is built across and
-needs its libraries (dpkg --add-architecture).
+needs its libraries (dpkg --add-architecture), which a system of its own (--suite) gets by itself.
 
+  --suite NAME    in a minimal Debian of this release, made for it in a folder of its own, with nothing but
+                  what the packages say they need; needs root
+  --mirror URL    where that comes from (default: http://deb.debian.org/debian)
+  --ccache        keep what was compiled there, in build/systems/, for the next time
   --version TEXT  a version other than that of debian/changelog
   --store         also the layout of app stores, /opt/apps/<id>/{entries,files,info}, as an archive
   --no-install    do not install packages
@@ -21,22 +25,66 @@ TEXT
 
 install=yes
 store=no
+suite=''
+mirror=http://deb.debian.org/debian
+ccache=no
 version=''
+passed_on=()
+arguments=("$@")
 architecture=$(dpkg --print-architecture)
 while [ $# -gt 0 ]; do
     case "$1" in
     --no-install) install=no ;;
-    --store) store=yes ;;
-    --version) [ $# -ge 2 ] || { usage >&2; exit 2; }; version=$2; shift ;;
+    --store) store=yes; passed_on+=("$1") ;;
+    --suite) [ $# -ge 2 ] || { usage >&2; exit 2; }; suite=$2; shift ;;
+    --mirror) [ $# -ge 2 ] || { usage >&2; exit 2; }; mirror=$2; shift ;;
+    --ccache) ccache=yes ;;
+    --version) [ $# -ge 2 ] || { usage >&2; exit 2; }; version=$2; passed_on+=("$1" "$2"); shift ;;
     --help | -h) usage; exit 0 ;;
     amd64 | arm64) architecture=$1 ;;
     *) usage >&2; exit 2 ;;
     esac
     shift
 done
+output=$PWD/build/packages
+
+# build_in_minimal_system: runs this script there and takes out what it has built.
+build_in_minimal_system() {
+    local work root profiles=nocheck tools=(debhelper dpkg-dev git lintian)
+    work=$(mktemp -d --tmpdir rvo-package-XXXXXX)
+    root=$work/root
+    trap 'remove_system "$work"' EXIT
+    minimal_system "$suite" "$mirror" "$root"
+    git clone --quiet --depth 1 "file://$PWD" "$root/root/server"
+    if is_foreign "$architecture"; then
+        inside dpkg --add-architecture "$architecture"
+        tools+=("crossbuild-essential-$architecture")
+        profiles=cross,nocheck
+    fi
+    say "installing what the packages need to be built"
+    {
+        inside apt-get -q update
+        inside apt-get -q -y install --no-install-recommends "${tools[@]}"
+        inside apt-get -q -y build-dep --no-install-recommends --host-architecture "$architecture" \
+            --build-profiles "$profiles" /root/server
+    } >"$work/install.log" 2>&1 || { tail "$work/install.log" >&2; fail "they can't be installed"; }
+    [ "$ccache" = no ] || use_ccache "package-$suite-$architecture"
+    environment+=("DEB_BUILD_OPTIONS=${DEB_BUILD_OPTIONS:-}")
+    local result=0
+    inside /root/server/scripts/package.sh --no-install "${passed_on[@]}" "$architecture" || result=$?
+    mkdir -p "$output"
+    find "$root/root/server/build/packages" -maxdepth 1 -type f -exec cp -t "$output" {} +
+    return "$result"
+}
+
+if [ -n "$suite" ]; then
+    . scripts/minimal-system.sh
+    enter_namespace "$install" systems "${arguments[@]}"
+    build_in_minimal_system
+    exit
+fi
 [ "$install" = no ] || install_packages build package
 
-output=$PWD/build/packages
 source=$output/source # always the same, so that a compiler cache knows it again
 rm -rf "$source"
 mkdir -p "$source"

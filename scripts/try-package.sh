@@ -11,9 +11,12 @@ usage: scripts/try-package.sh [option]
 
 Installs the packages of build/packages/ (scripts/package.sh) in a minimal Debian in a folder of its own,
 starts the server there as a plain user, connects a page, asks devicectl, upgrades, downgrades, removes and
-purges, and says at each step what doesn't hold. Prints what has to be downloaded and unpacked. Needs root.
+purges, and says at each step what doesn't hold. Prints what has to be downloaded and unpacked, and keeps what
+the page was answered in build/packages/. Needs root.
 
   --suite NAME    the release of Debian (default: bookworm)
+  --arch NAME     the architecture (default: this machine's). Elsewhere arm64 is emulated: slowly, and without
+                  what finds processes by their program, which for the kernel is the emulator
   --mirror URL    where it comes from (default: http://deb.debian.org/debian)
   --no-install    do not install packages on this machine
   --help          show this text
@@ -21,19 +24,26 @@ TEXT
 }
 
 read_options "$@"
+[ "$install" = no ] || ! is_foreign "$architecture" || install_packages arm64
 enter_namespace "$install" package "$@"
 
-architecture=$(dpkg --print-architecture)
 server=$(find build/packages -name "rvowebsocketserver_*_$architecture.deb" 2>/dev/null | sort -V | tail -n 1)
 [ -n "$server" ] || fail "no package in build/packages: run scripts/package.sh"
 version=$(dpkg-deb -f "$server" Version)
 modules=(build/packages/rvowebsocketserver-{imgcodecs,video}_"${version}_$architecture.deb")
 policy=build/packages/rvowebsocketserver-policy_${version}_all.deb
 dev=build/packages/rvowebsocketserver-dev_${version}_all.deb
+answers=$PWD/build/packages/answers-$suite-$architecture.txt
 
 work=$(mktemp -d --tmpdir rvo-try-XXXXXX)
 root=$work/root
-trap 'remove_system "$work"' EXIT
+trap 'stop_emulating; remove_system "$work"' EXIT
+patience=30 # seconds
+faults='' # that doctor may find
+if is_foreign "$architecture"; then
+    patience=300
+    faults='server|port 1818|single instance' # which look for the server's process
+fi
 
 step() { printf '\n'; say "$* ($(($(date +%s) - begin)) s)"; }
 # check WHAT COMMAND...: fails with the text if the command does.
@@ -43,7 +53,6 @@ check() {
     "$@" || fail "$what"
     say "  ok: $what"
 }
-inside() { chroot "$root" env -i PATH=/usr/sbin:/usr/bin:/sbin:/bin LC_ALL=C.UTF-8 DEBIAN_FRONTEND=noninteractive "$@"; }
 apt() { inside apt-get -q -y -o Dpkg::Use-Pty=0 -o Dpkg::Options::=--force-confold "$@"; }
 
 # files: all of the system but its users' own, what it downloads, and what the next start empties.
@@ -59,7 +68,7 @@ sizes() { inside apt-get -q --assume-no "$@" 2>&1 | grep -E '^(Need to get|After
 use_server() {
     # shellcheck disable=SC2016 # for the other shell
     unshare --net bash -eu -c '
-        root=$1 page=$2 records=$3
+        root=$1 scripts=$2 records=$3 patience=$4 answers=$5 faults=$6
         ip link set lo up
         clerk() {
             exec chroot --userspec=clerk:clerk "$root" env -i HOME=/home/clerk PATH=/usr/bin:/bin LC_ALL=C.UTF-8 \
@@ -78,7 +87,8 @@ use_server() {
         }
         start --simulate >"$root/tmp/output.log" 2>&1 &
         server=$!
-        python3 "$page" 30 /home/clerk/scan || { cat "$root/tmp/output.log"; exit 1; }
+        python3 "$scripts/page.py" "$patience" /home/clerk/scan || { cat "$root/tmp/output.log"; exit 1; }
+        python3 "$scripts/answers.py" "$patience" "$root" /home/clerk/scan >"$answers"
         second=$(start 2>&1) || { echo "the second server ended with $?"; exit 1; }
         case "$second" in *"is already running"*) ;; *) echo "the second server: $second"; exit 1 ;; esac
         expect 0 status --json
@@ -89,16 +99,18 @@ use_server() {
             call --before bStartPlay bStartRec /home/clerk/scan/video.mp4
         expect 0 call --before bStartPlay sGetJpgBase64
         sleep 2 # until the preview has ended
-        expect 0 doctor
+        expect "$([ -n "$faults" ] && echo 1 || echo 0)" doctor
         echo "devicectl doctor: $(grep -c ^ok <<<"$output") checks are ok; others:"
         grep -v ^ok <<<"$output" || true
+        ! grep ^fault <<<"$output" | grep -qvE "^fault +(${faults:-none}):" || exit 1
         kill "$server"
         wait "$server" || true
         expect 3 status
         expect 1 doctor
-    ' use_server "$root" "$PWD/scripts/try-package/page.py" "$1"
+    ' use_server "$root" "$PWD/scripts/try-package" "$1" "$patience" "$answers" "$faults"
     rm -f "$root/home/clerk/scan/video.mp4"
-    rm "$root"/home/clerk/scan/{capture,capture2,frame}.jpg || fail "there is no capture"
+    rm "$root"/home/clerk/scan/{answer,capture,capture2,frame}.jpg "$root/home/clerk/scan/answer.pdf" \
+        || fail "there is no capture"
 }
 
 # repack VERSION: the server package as an earlier one, whose settings have other defaults.
@@ -112,8 +124,9 @@ repack() {
 }
 
 begin=$(date +%s)
-step "making a minimal $suite"
-minimal_system "$suite" "$mirror" "$root"
+step "making a minimal $suite for $architecture"
+emulate "$architecture"
+minimal_system "$suite" "$mirror" "$root" "$architecture"
 mkdir "$root/packages"
 cp "$server" "$root/packages/server.deb"
 cp "$policy" "$root/packages/policy.deb"
@@ -162,8 +175,9 @@ check "the others are the new ones" bash -c "! grep -q 'earlier default' '$root/
 check "the policy is installed" test -e "$root/etc/rvowebsocketserver/access.ini"
 use_server true
 check "the policy reports" grep -q 'access:' "$data"/log/vx_log_*.txt
-result=0
-scripts/try-package/user-unit.sh "$root" clerk || result=$?
+check "each code is read" bash -c "! grep '^code .*: \$' '$answers'"
+result=77
+is_foreign "$architecture" || { result=0; scripts/try-package/user-unit.sh "$root" clerk || result=$?; }
 if [ "$result" -eq 77 ]; then
     say "  no service manager can run here: the user unit was only checked"
 else
@@ -176,13 +190,15 @@ check "the changed settings are kept" grep -q '^; mine' "$root/etc/rvowebsockets
 use_server false
 
 step "upgrading and removing while it runs"
-unshare --net chroot --userspec=clerk:clerk "$root" env -i HOME=/home/clerk PATH=/usr/bin:/bin QT_QPA_PLATFORM=offscreen \
-    /usr/lib/rvowebsocketserver/rvowebSocketServer >/dev/null 2>&1 &
 runs() { inside pgrep -f ^/usr/lib/rvowebsocketserver/ >/dev/null; }
-for _ in $(seq 100); do ! runs || break; sleep 0.1; done
+if ! is_foreign "$architecture"; then
+    unshare --net chroot --userspec=clerk:clerk "$root" env -i HOME=/home/clerk PATH=/usr/bin:/bin QT_QPA_PLATFORM=offscreen \
+        /usr/lib/rvowebsocketserver/rvowebSocketServer >/dev/null 2>&1 &
+    for _ in $(seq 100); do ! runs || break; sleep 0.1; done
+fi
 apt install --no-install-recommends /packages/server.deb >"$work/upgrade.log" 2>&1 || { tail "$work/upgrade.log"; fail "upgrade"; }
 # shellcheck disable=SC2016 # for eval
-check "it runs on, which apt says" eval 'runs && grep -q "before is still running" "$work/upgrade.log"'
+is_foreign "$architecture" || check "it runs on, which apt says" eval 'runs && grep -q "before is still running" "$work/upgrade.log"'
 apt remove rvowebsocketserver >"$work/remove.log" 2>&1 || { tail "$work/remove.log"; fail "removal"; }
 for _ in $(seq 100); do runs || break; sleep 0.1; done
 check "it has ended" eval '! runs'

@@ -48,12 +48,6 @@ work=$(mktemp -d --tmpdir rvo-systems-XXXXXX)
 trap 'remove_system "$work"' EXIT
 tree=/srv/server
 
-inside() {
-    chroot "$root" env -i HOME=/root PATH=/usr/lib/ccache:/usr/sbin:/usr/bin:/sbin:/bin LC_ALL=C.UTF-8 \
-        CCACHE_DIR=/var/cache/ccache CCACHE_COMPILERCHECK=content \
-        NODE_EXTRA_CA_CERTS=/etc/ssl/certs/ca-certificates.crt "$@"
-}
-
 # alone COMMAND...: inside, on a network of its own, for only one server can have the port.
 alone() {
     unshare --net bash -c 'ip link set lo up; "$@"' alone "$@"
@@ -92,7 +86,7 @@ serve() {
         server=$!
         result=0
         python3 "$scripts/page.py" 60 /tmp || result=1
-        python3 "$scripts/answers.py" "$root" >"$answers" || result=1
+        python3 "$scripts/answers.py" 60 "$root" /tmp >"$answers" || result=1
         kill "$server"
         wait "$server" || true
         cat "$root/tmp/output.txt"
@@ -108,15 +102,10 @@ try_suite() {
     git clone --quiet --depth 1 "file://$PWD" "$root$tree" || return 1
     inside apt-get -q -q update || return 1
     # What a clone has needed.
-    inside env DEBIAN_FRONTEND=noninteractive apt-get -q -q -y install --no-install-recommends \
-        git ca-certificates >/dev/null 2>&1 || return 1
+    inside apt-get -q -q -y install --no-install-recommends git ca-certificates >/dev/null 2>&1 || return 1
     # A proxy's certificate may be among what this machine trusts.
     cp /etc/ssl/certs/ca-certificates.crt "$root/etc/ssl/certs/" || return 1
-    if [ "$ccache" = yes ]; then
-        inside env DEBIAN_FRONTEND=noninteractive apt-get -q -q -y install ccache >/dev/null 2>&1 || return 1
-        mkdir -p "$results/$suite.ccache" "$root/var/cache/ccache"
-        mount --bind "$results/$suite.ccache" "$root/var/cache/ccache"
-    fi
+    [ "$ccache" = no ] || use_ccache "$suite" || return 1
     # sh: not every user knows that it is bash's.
     step run inside sh "$tree/run.sh" --build-only || return 1
     say "$suite: $(versions)"
@@ -131,6 +120,7 @@ failed=''
 mkdir -p "$results"
 for suite in "${suites[@]}"; do
     root=$work/$suite
+    environment=(NODE_EXTRA_CA_CERTS=/etc/ssl/certs/ca-certificates.crt)
     minimal_system "$suite" "$mirror" "$root"
     mount --rbind /dev "$root/dev"
     try_suite || failed="$failed $suite"

@@ -217,10 +217,11 @@ private Q_SLOTS:
         place(code(code128, "AND THIS"), {950, 500}, 90); // found after the others
         const QByteArray file = savedPage();
         const QStringList texts = sorted(taken(sGetBarCode(file.constData())));
-        QVERIFY2(texts.contains(line("STILL READ")) && texts.contains(line("AND THIS")),
+        const bool isRead = type != dataBar || texts.contains(line("09501101530010"));
+        QVERIFY2(isRead && texts.contains(line("STILL READ")) && texts.contains(line("AND THIS")),
                  qPrintable(texts.join(QLatin1Char('|'))));
-        m_log->takeLines(); // whether the decoder fails depends on its version
         taken(sGetBarCodeEx(11, file.constData()));
+        QCOMPARE(m_log->takeLines(), QStringList()); // the decoder hasn't failed
     }
 
     /// All triples of what looks like a corner of a QR code are tried: hours.

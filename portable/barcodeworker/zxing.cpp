@@ -88,7 +88,7 @@ BarcodeFormats ourFormat(ZXing::BarcodeFormat theirs)
     return found == std::end(formatTable) ? 0 : found->ours;
 }
 
-ZXing::Result decode(const cv::Mat &grey, BarcodeFormats formats)
+ZXing::Result decodeOnce(const cv::Mat &grey, BarcodeFormats formats)
 {
 #if ZXING_API == 2
     ZXing::ReaderOptions options;
@@ -101,7 +101,8 @@ ZXing::Result decode(const cv::Mat &grey, BarcodeFormats formats)
 #endif
 #if ZXING_API > 0
     // With fewer agreeing lines, parts of linear codes are taken for codes.
-    options.setMinLineCount(4);
+    const bool isDataBar = (formats & ~barcode::allDataBar) == 0; // which has a checksum
+    options.setMinLineCount(isDataBar ? 1 : 4);
 #else
     // As bytes. A code that says its encoding comes decoded all the same.
     options.setCharacterSet("ISO8859_1");
@@ -110,6 +111,20 @@ ZXing::Result decode(const cv::Mat &grey, BarcodeFormats formats)
     const ZXing::ImageView view(grey.data, grey.cols, grey.rows, ZXing::ImageFormat::Lum,
                                 int(grey.step));
     return ZXing::ReadBarcode(view, options);
+}
+
+ZXing::Result decode(const cv::Mat &grey, BarcodeFormats formats)
+{
+#if ZXING_API == 1
+    // This version aborts when it compares lines of a DataBar, each of which is put together from
+    // several. So that has a pass of its own, in which one line is enough.
+    const BarcodeFormats dataBar = formats & barcode::allDataBar;
+    if (dataBar != 0 && dataBar != formats) {
+        ZXing::Result code = decodeOnce(grey, formats & ~dataBar);
+        return code.isValid() ? code : decodeOnce(grey, dataBar);
+    }
+#endif
+    return decodeOnce(grey, formats);
 }
 
 #if ZXING_API > 0
@@ -122,6 +137,10 @@ FoundBarcode found(const ZXing::Result &code)
 #if ZXING_API == 2
     if (code.format() == Theirs::Codabar && text.size() >= 2) { // its start and stop letters
         text = text.substr(1, text.size() - 2);
+        bytes = text;
+    }
+    if (code.format() == Theirs::DataBar && text.size() == 16) { // "01", and a number of 14 digits
+        text = text.substr(2);
         bytes = text;
     }
 #endif
@@ -196,6 +215,12 @@ std::optional<ReadCode> read(const cv::Mat &grey, BarcodeFormats formats)
     result.found = found(code);
     std::transform(code.position().begin(), code.position().end(), result.corners.begin(),
                    [](const ZXing::PointI &corner) { return cv::Point(corner.x, corner.y); });
+#if ZXING_API == 0
+    if (result.found.format == barcode::dataBar) { // from its first finder to its last
+        result.corners = {result.corners[0], result.corners[2], result.corners[2],
+                          result.corners[0]};
+    }
+#endif
     return result;
 }
 

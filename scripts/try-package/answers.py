@@ -2,7 +2,8 @@
 # SPDX-License-Identifier: MIT
 """Prints what a page is answered, for comparison with another system.
 
-usage: answers.py ROOT   the folder of the server's system; zint draws codes there
+usage: answers.py SECONDS ROOT FOLDER   waits so long for each answer; ROOT is the server's system, where zint draws
+codes, and FOLDER is in it, for what the server writes
 """
 import subprocess
 import sys
@@ -23,18 +24,18 @@ COMMANDS = [
     ("sServerVersion", ""), ("version", ""), ("getVersion", ""), ("igetBookScannerMode", ""),
     ("vSetPreViewSize", "640,480"), ("bStartPlay", ""), ("bGetPreviewEnable", ""), ("sGetImageQuality", ""),
     ("iGetRotate", ""), ("iGetFlip", ""), ("vGetDPI", ""), ("lGetImageAreaX1", ""), ("lGetImageAreaY2", ""),
-    ("sGetBarCodeOnline", ""), ("bSaveJPG", "/tmp,answer"), ("Base64Encode", "/etc/debian-no-such-file"),
-    ("lFaceMatch", "/tmp/answer.jpg"), ("lImageMatch", "/tmp/answer.jpg,/tmp/answer.jpg"),
-    ("GetBankCardInfo", "2"), ("iReadCardBas_noPasam", "1"), ("GetDeviceStatus", ""), ("bSavePDFStart", "/tmp/a.pdf"),
+    ("sGetBarCodeOnline", ""), ("bSaveJPG", "FOLDER,answer"), ("Base64Encode", "/etc/debian-no-such-file"),
+    ("lFaceMatch", "FOLDER/answer.jpg"), ("lImageMatch", "FOLDER/answer.jpg,FOLDER/answer.jpg"),
+    ("GetBankCardInfo", "2"), ("iReadCardBas_noPasam", "1"), ("GetDeviceStatus", ""), ("bSavePDFStart", "FOLDER,answer"),
     ("bSavePDFColorPage", ""), ("bSavePDFEnd", ""), ("bStopPlay", ""),
 ]
 
 
 def main():
-    root = sys.argv[1]
-    page = Page(30)
+    seconds, root, folder = float(sys.argv[1]), sys.argv[2], sys.argv[3]
+    page = Page(seconds)
     for name, arguments in COMMANDS:
-        print(f"{name}({arguments}): {page.call(name, arguments)}")
+        print(f"{name}({arguments}): {page.call(name, arguments.replace('FOLDER', folder))}")
     for number, content in CODES:
         with open(f"{root}/tmp/content", "wb") as file:
             file.write(content)

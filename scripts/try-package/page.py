@@ -2,7 +2,7 @@
 # SPDX-License-Identifier: MIT
 """A page, by WebSocket: starts the preview, receives frames, takes a capture.
 
-usage: page.py SECONDS FOLDER   waits so long for the server; the capture goes into FOLDER
+usage: page.py SECONDS FOLDER   waits so long for the server and each answer; the capture goes into FOLDER
 """
 import base64
 import os
@@ -19,7 +19,7 @@ class Page:
         end = time.monotonic() + seconds
         while True:
             try:
-                self.socket = socket.create_connection(("127.0.0.1", 1818), timeout=20)
+                self.socket = socket.create_connection(("127.0.0.1", 1818), timeout=seconds)
                 break
             except OSError:
                 if time.monotonic() > end:
@@ -80,7 +80,7 @@ def main():
         jpeg = text.find("/9j/")  # FF D8 FF in base64
         if jpeg >= 0:
             sizes.append(len(text))
-        assert time.monotonic() - begin < 20, f"only {len(sizes)} frames"
+        assert time.monotonic() - begin < seconds, f"only {len(sizes)} frames"
     print(f"{FRAMES} frames in {time.monotonic() - begin:.1f} s, {max(sizes)} characters the longest")
     answer = page.call("bSaveJPG", f"{folder},capture")
     assert answer == "true", f"bSaveJPG: {answer}"
