@@ -10,6 +10,7 @@
 #include "base/display.h"
 #include "base/freememory.h"
 #include "base/logtext.h"
+#include "base/shortturns.h"
 #include "base/statuspath.h"
 #include "devicelib/doccamera.h"
 #include "dispatch/deviceguard.h"
@@ -199,6 +200,7 @@ int main(int argc, char *argv[])
     policy->restrictDevices(); // before there is a device process
     startDevices();
     InstanceCounting counting; // after that: nothing that looks like this process may begin now
+    base::takeShortTurns(base::ShortTurns::OfThisThread); // commands
     QApplication application(argc, argv);
     const std::unique_ptr<accesspolicy::AccessControl> access = std::move(policy); // ends before it
     logVersions();

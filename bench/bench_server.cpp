@@ -21,6 +21,7 @@ constexpr int settleMs = 2000;
 constexpr int firstFrames = 30;
 constexpr int usualFrames = 240; // eight seconds
 constexpr int compressions = 50;
+constexpr int documentPages = 200;
 
 /// What is measured of a server, by name; a value a round.
 using Figures = std::map<std::string, std::vector<double>>;
@@ -93,6 +94,33 @@ void measureFrames(ServerProcess &server, int frames, Figures &figures)
     figures["compression, ms"].push_back(compressionMs(server));
 }
 
+/// The most memory that the device process has had, which isn't the server.
+double peakOfDevicesMiB(const ServerProcess &server)
+{
+    double peak = 0;
+    for (const qint64 process : server.family()) {
+        peak = std::max(peak, process == server.process() ? 0 : peakMiB(process));
+    }
+    return peak;
+}
+
+/// A PDF of captures, beside the preview that they need.
+void measureDocument(ServerProcess &server, const Product &product, Figures &figures)
+{
+    const auto call = [&server](const std::string &name, const std::string &arguments) {
+        if (!server.page.call(name + '(' + arguments + ')', "Begin" + name + "true")) {
+            fail("no PDF");
+        }
+    };
+    figures["peak of the preview, MiB"].push_back(peakOfDevicesMiB(server));
+    call("bSavePDFStart", product.folder().toStdString() + ",pages");
+    for (int page = 0; page < documentPages; ++page) {
+        call("bSavePDFColorPage", "");
+    }
+    call("bSavePDFEnd", "");
+    figures["peak of a PDF, MiB"].push_back(peakOfDevicesMiB(server));
+}
+
 Figures measured(const Product &product, const char *mode, int frames, Figures figures)
 {
     product.configure(mode);
@@ -101,6 +129,7 @@ Figures measured(const Product &product, const char *mode, int frames, Figures f
     figures["first device answer, ms"].push_back(server.call("iGetRotate"));
     measureMemory(server, figures);
     measureFrames(server, frames, figures);
+    measureDocument(server, product, figures);
     return figures;
 }
 
@@ -144,6 +173,9 @@ int main(int argc, char **argv)
              of(bare, "server, MiB"), "MiB", "<= 60 MiB");
     printRow("CPU of a pushed frame: device process own / inside", of(own, "CPU of a frame, ms"),
              of(inside, "CPU of a frame, ms"), "ms", "<= 1.03");
+    printRow("device process's peak: a PDF of 200 captures / the preview alone",
+             of(own, "peak of a PDF, MiB"), of(own, "peak of the preview, MiB"), "MiB",
+             "<= 60 MiB more");
     // Of the server alone: its device process makes the picture.
     printRow("CPU of a pushed frame in the server / Qt's compression of its picture",
              of(own, "CPU of a frame in the server, ms"), of(own, "compression, ms"), "ms",

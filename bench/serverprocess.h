@@ -59,6 +59,14 @@ inline double residentMiB(qint64 process)
         / (1 << 20);
 }
 
+/// The most memory that a process has had so far.
+inline double peakMiB(qint64 process)
+{
+    const QByteArray status = fileOf(process, "status");
+    const QByteArray rest = status.mid(status.indexOf("VmHWM:") + 6);
+    return rest.left(rest.indexOf("kB")).trimmed().toDouble() / 1024;
+}
+
 inline double median(std::vector<double> values)
 {
     std::nth_element(values.begin(), values.begin() + values.size() / 2, values.end());

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "camera/captureimgthread.h"
 
+#include "base/shortturns.h"
 #include "camera/frameencoder.h"
 #include "devicelib/doccamera.h"
 #include "dispatch/deviceguard.h"
@@ -389,6 +390,7 @@ void CaptureImgThread::pushFrame(const QByteArray &text, base::Clock::TimePoint 
 
 void CaptureImgThread::run()
 {
+    base::takeShortTurns(base::ShortTurns::OfThisThread); // others wait during a compression
     Loop loop(*this);
     while (loop.pass()) { }
 }

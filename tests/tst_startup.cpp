@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "app/singleinstance.h"
 #include "base/datafolder.h"
+#include "base/shortturns.h"
 #include "companionclients/configini.h"
 #include "tests/files.h"
 #include "tests/rows.h"
@@ -10,7 +11,11 @@
 #include <QTemporaryDir>
 #include <QtTest>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <unistd.h>
+
+#include <array>
+#include <thread>
 
 namespace {
 
@@ -215,6 +220,32 @@ private Q_SLOTS:
         if (!oldPath.isNull()) {
             qputenv("LD_LIBRARY_PATH", oldPath);
         }
+    }
+
+    void aThreadTakesShortTurns()
+    {
+        const auto turnUs = [] {
+            std::array<quint64, 7>
+                attributes{}; // of 64 bits; the fourth is the turn in nanoseconds
+            syscall(SYS_sched_getattr, 0, attributes.data(), sizeof attributes, 0);
+            return attributes[3] / 1000;
+        };
+        const auto turnOfChild = [&turnUs](base::ShortTurns which) {
+            quint64 child = 0;
+            std::thread([&] {
+                base::takeShortTurns(which);
+                QCOMPARE(turnUs(), quint64(200));
+                std::thread([&] { child = turnUs(); }).join();
+            }).join();
+            return child;
+        };
+        const quint64 usual = turnUs();
+        if (usual == 0) {
+            QSKIP("this kernel has no turns of ordinary threads");
+        }
+        QCOMPARE(turnOfChild(base::ShortTurns::OfThisThread), usual);
+        QCOMPARE(turnOfChild(base::ShortTurns::AlsoOfItsChildren), quint64(200));
+        QCOMPARE(turnUs(), usual);
     }
 };
 

@@ -8,6 +8,7 @@
 #include "base/freememory.h"
 #include "base/mainthread.h"
 #include "base/memorylimit.h"
+#include "base/shortturns.h"
 #include "deviceprocess/host/callerlink.h"
 #include "deviceprocess/host/landlock.h"
 #include "deviceprocess/host/library.h"
@@ -163,6 +164,7 @@ int main(int argc, char **argv)
         restrictFolders(qgetenv("DEVICEHOST_FOLDERS")); // before there is any other thread
     }
 
+    base::takeShortTurns(base::ShortTurns::AlsoOfItsChildren); // calls, beside frames
     static SharedMemory memory;
     cv::Mat::setDefaultAllocator(&memory);
     base::allowNoDisplay();
