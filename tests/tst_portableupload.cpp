@@ -253,7 +253,7 @@ private Q_SLOTS:
         shortAnswer.answerBytes = 5;
         // clang-format off
         row("slow server",    "/silent", soonOver,       "timed out");
-        row("half an answer", "/cut",    UploadLimits(), "closed");
+        row("half an answer", "/cut",    UploadLimits(), "5 bytes"); // missing, or remaining
         row("no web server",  "/noise",  UploadLimits(), "HTTP/0.9");
         row("endless answer", "/up",     shortAnswer,    "longer than 5 bytes");
         row("long headers",   "/up",     shortHeaders,   "headers are longer than 20 bytes");
