@@ -50,7 +50,7 @@ output=$PWD/build/packages
 
 # build_in_minimal_system: runs this script there and takes out what it has built.
 build_in_minimal_system() {
-    local work root profiles=nocheck tools=(debhelper dpkg-dev git lintian)
+    local profiles=nocheck tools=(debhelper dpkg-dev git lintian)
     work=$(mktemp -d --tmpdir rvo-package-XXXXXX)
     root=$work/root
     trap 'remove_system "$work"' EXIT

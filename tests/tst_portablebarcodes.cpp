@@ -217,7 +217,8 @@ private Q_SLOTS:
         place(code(code128, "AND THIS"), {950, 500}, 90); // found after the others
         const QByteArray file = savedPage();
         const QStringList texts = sorted(taken(sGetBarCode(file.constData())));
-        const bool isRead = type != dataBar || texts.contains(line("09501101530010"));
+        const bool canBeRead = type == dataBar && angle <= 25; // by each version of ZXing
+        const bool isRead = !canBeRead || texts.contains(line("09501101530010"));
         QVERIFY2(isRead && texts.contains(line("STILL READ")) && texts.contains(line("AND THIS")),
                  qPrintable(texts.join(QLatin1Char('|'))));
         taken(sGetBarCodeEx(11, file.constData()));

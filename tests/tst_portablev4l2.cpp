@@ -27,6 +27,7 @@
 #include <cstring>
 #include <deque>
 #include <map>
+#include <set>
 
 using namespace portable;
 
@@ -36,6 +37,8 @@ struct FakeControl
 {
     int minimum, maximum, step, defaultValue, value;
     unsigned flags = 0;
+    unsigned type = V4L2_CTRL_TYPE_INTEGER;
+    const char *name = "";
 };
 
 struct FakeFormat
@@ -89,6 +92,7 @@ struct FakeDriver
     bool isGone = false; ///< At the end of what is ready.
     bool streams = false;
     QString path;
+    std::set<unsigned> subscribed; ///< Controls.
 
     int wait(pollfd *wait, int milliseconds)
     {
@@ -125,6 +129,9 @@ struct FakeDriver
         case VIDIOC_G_CTRL:
         case VIDIOC_S_CTRL:
             return access(static_cast<v4l2_control *>(argument), request == VIDIOC_S_CTRL);
+        case VIDIOC_SUBSCRIBE_EVENT:
+            subscribed.insert(static_cast<v4l2_event_subscription *>(argument)->id);
+            return 0;
         case VIDIOC_G_PARM:
             static_cast<v4l2_streamparm *>(argument)->parm.capture.capability =
                 V4L2_CAP_TIMEPERFRAME;
@@ -227,10 +234,15 @@ private:
 
     int query(v4l2_queryctrl *query) const
     {
-        const auto found = controls.find(query->id);
+        const unsigned id = query->id & V4L2_CTRL_ID_MASK;
+        const bool isNext = id != query->id;
+        const auto found = isNext ? controls.upper_bound(id) : controls.find(id);
         if (found == controls.end()) {
             return EINVAL;
         }
+        query->id = found->first;
+        query->type = found->second.type;
+        std::strcpy(reinterpret_cast<char *>(query->name), found->second.name);
         query->minimum = found->second.minimum;
         query->maximum = found->second.maximum;
         query->step = found->second.step;
@@ -434,6 +446,9 @@ extern "C" int ioctl(int file, unsigned long request, ...) noexcept
     if (!driver) {
         return int(::syscall(SYS_ioctl, file, request, argument));
     }
+    if (request == VIDIOC_DQEVENT) { // what has been written to the node
+        return ::read(file, argument, sizeof(v4l2_event)) > 0 ? 0 : -1;
+    }
     errno = interruptions-- > 0 ? EINTR : driver->answer(request, argument);
     return errno == 0 ? 0 : -1;
 }
@@ -447,7 +462,16 @@ int fakePoll(pollfd *waits, nfds_t count, int milliseconds)
         return interruptions-- > 0 ? -1 : driver->wait(waits, milliseconds);
     }
     const timespec time{milliseconds / 1000, milliseconds % 1000 * 1000000L};
-    return int(::syscall(SYS_ppoll, waits, count, milliseconds < 0 ? nullptr : &time, nullptr, 0));
+    std::vector<pollfd> pipes(waits, waits + count); // have no exceptional condition
+    for (pollfd &pipe : pipes) {
+        pipe.events = POLLIN;
+    }
+    const auto result = int(
+        ::syscall(SYS_ppoll, pipes.data(), count, milliseconds < 0 ? nullptr : &time, nullptr, 0));
+    for (nfds_t i = 0; i < count; ++i) {
+        waits[i].revents = pipes[i].revents == POLLIN ? waits[i].events : pipes[i].revents;
+    }
+    return result;
 }
 
 class TestPortableV4l2 : public PortableTest
@@ -800,7 +824,8 @@ private Q_SLOTS:
         }
         std::atomic<int> presses{0};
         const CaptureButton button([&] { ++presses; },
-                                   {device.isEmpty() ? device : file(device), key}, path(""));
+                                   {device.isEmpty() ? device : file(device), key, {}}, path(""),
+                                   path(""));
         plugIn(line("later"));
         QString pressed;
         const auto press = [&](const QString &name) {
@@ -826,6 +851,65 @@ private Q_SLOTS:
         for (const auto &end : ends) {
             close(end.second);
         }
+    }
+
+    void buttonControls_data()
+    {
+        const Rows<QString, QString> row("control", "pressed");
+        row("the driver's own", "", "shutter again");
+        row("by number", "0x00981a02", "snapshot");
+        row("by name", "Snapshot", "snapshot");
+        row("a standard one", "Auto Focus, Start", "focus");
+    }
+
+    /// Each control that is listened to reports a change of its range, then a value.
+    void buttonControls()
+    {
+        QFETCH(QString, control);
+        const unsigned button = V4L2_CTRL_TYPE_BUTTON;
+        const unsigned shutter = V4L2_CID_USER_BASE | 0x1101;
+        const unsigned snapshot = 0x00981a02;
+        FakeDriver &driver = node("video0");
+        driver.controls = {
+            {V4L2_CID_AUTO_FOCUS_START, {0, 0, 0, 0, 0, 0, button, "Auto Focus, Start"}},
+            {shutter, {0, 0, 0, 0, 0, 0, button, "Shutter"}},
+            {snapshot, {0, 1, 1, 0, 0, 0, V4L2_CTRL_TYPE_BOOLEAN, "Snapshot"}}};
+        const int end = ::open(utf8("video0"), O_RDWR | O_NONBLOCK);
+        FakeDriver &metadata = node("video1");
+        metadata.capabilities = V4L2_CAP_META_CAPTURE;
+        metadata.controls = driver.controls;
+        std::atomic<int> presses{0};
+        QString pressed;
+        {
+            const CaptureButton watch([&] { ++presses; }, {QString(), KEY_CAMERA, control},
+                                      path(""), path(""));
+            const auto report = [&](const char *name, unsigned id) {
+                if (driver.subscribed.count(id) == 0) {
+                    return;
+                }
+                const int before = presses;
+                for (const auto &change : {std::pair(V4L2_EVENT_CTRL_CH_RANGE, 1),
+                                           std::pair(V4L2_EVENT_CTRL_CH_VALUE, 1)}) {
+                    v4l2_event event{};
+                    event.type = V4L2_EVENT_CTRL;
+                    event.id = id;
+                    event.u.ctrl.changes = unsigned(change.first);
+                    event.u.ctrl.value = change.second;
+                    QCOMPARE(write(end, &event, sizeof event), ssize_t(sizeof event));
+                }
+                if (QTest::qWaitFor([&] { return presses > before; }, 1000)) {
+                    pressed += line(pressed.isEmpty() ? "" : " ") + line(name);
+                }
+                QCOMPARE(presses, before + 1);
+            };
+            report("focus", V4L2_CID_AUTO_FOCUS_START);
+            report("shutter", shutter);
+            report("snapshot", snapshot);
+            report("again", control.isEmpty() ? shutter : 0);
+        }
+        QVERIFY(metadata.subscribed.empty());
+        QTEST(pressed, "pressed");
+        close(end);
     }
 
 private:

@@ -34,6 +34,8 @@ public:
 
     bool isOpen() const { return m_fd >= 0; } ///< If not, errno has the reason.
 
+    int descriptor() const { return m_fd; } ///< To be waited for; stays this object's.
+
     /// Repeats the ioctl when interrupted. \return false with errno set
     template <class Argument> bool ioctl(unsigned long request, Argument &argument) const
     {
