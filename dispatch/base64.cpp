@@ -38,7 +38,7 @@ void encode(const unsigned char *bytes, std::size_t length, char *text, const Pa
     // Six bytes at a time, of eight that are read: a third faster than three.
     for (; wholeEnd - bytes >= 8; bytes += 6, text += 8) {
         const auto bits = qFromBigEndian<quint64>(bytes);
-        for (unsigned i = 0; i < 4; ++i) {
+        for (std::size_t i = 0; i < 4; ++i) {
             std::memcpy(text + 2 * i, &pairs[2 * ((bits >> (52 - 12 * i)) & 4095U)], 2);
         }
     }
