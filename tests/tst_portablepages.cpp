@@ -61,13 +61,17 @@ class TestPortablePages : public QObject
 private Q_SLOTS:
     void photographs_data()
     {
-        QTest::addColumn<QString>("kind");
-        QTest::addColumn<int>("seed");
+        const Rows<QString, int> row("kind", "seed");
         for (const char *kind : {"wooden desk", "printed border", "white desk", "card",
                                  "hand on the page", "patterned desk", "empty: lamp",
                                  "empty: pattern", "empty: things", "empty: planks"}) {
-            QTest::newRow(kind) << QString::fromLatin1(kind) << 7;
+            row(kind, kind, 7);
         }
+        row("sides half hidden by a hand", "hand on the page", 8);
+        row("a finger like a side", "everything at once", 17);
+        row("a soft shadow around", "receipt", 502);
+        row("window light, askew", "empty: window light", 4);
+        row("a narrow board", "empty: planks", 9);
     }
 
     void photographs()

@@ -29,10 +29,13 @@ float ramp(float value, float least, float most)
     return std::clamp((value - least) / (most - least), 0.0F, 1.0F);
 }
 
-cv::Vec3f colorAt(const cv::Mat &colors, const cv::Point2f &place)
+cv::Vec3f colorAt(const Edges &edges, const cv::Point2f &place)
 {
-    return colors.at<cv::Vec3f>(std::clamp(cvRound(place.y), 0, colors.rows - 1),
-                                std::clamp(cvRound(place.x), 0, colors.cols - 1));
+    const cv::Mat &plane = edges.colors[0];
+    const cv::Point pixel(std::clamp(cvRound(place.x), 0, plane.cols - 1),
+                          std::clamp(cvRound(place.y), 0, plane.rows - 1));
+    return {plane.at<float>(pixel), edges.colors[1].at<float>(pixel),
+            edges.colors[2].at<float>(pixel)};
 }
 
 /// How the colors differ on both sides of a side.
@@ -48,7 +51,6 @@ constexpr std::array<float, 7> offsets{-6, -3, -1.5F, 0, 1.5F, 3, 6}; // pixels,
 
 Look lookAt(const Edges &edges, const cv::Point2f &from, const cv::Point2f &to)
 {
-    const cv::Mat &colors = edges.colors;
     const cv::Point2f side = to - from;
     const cv::Point2f inwards = cv::Point2f(-side.y, side.x) / std::max(cv::norm(side), 1e-3);
     const Direction normal = directionOf(inwards);
@@ -59,7 +61,7 @@ Look lookAt(const Edges &edges, const cv::Point2f &from, const cv::Point2f &to)
         const float weight = float(edgeNear(edges, place, inwards, normal).weight) / 255;
         std::array<cv::Vec3f, offsets.size()> here;
         for (size_t k = 0; k < offsets.size(); ++k) {
-            here[k] = weight * colorAt(colors, place + inwards * offsets[k]);
+            here[k] = weight * colorAt(edges, place + inwards * offsets[k]);
             sums[k] += here[k];
         }
         sizes += float(cv::norm(here[5] - here[1]));

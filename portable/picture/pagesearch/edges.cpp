@@ -20,69 +20,103 @@ constexpr float leastRatio = 1.5F; // of an edge to what surrounds it
 constexpr int supportingDirection = 32; // of a line; see sameDirection
 constexpr float clearRatio = 3; // the ratio of an edge of full weight
 
-/// The means of squares of `reduction` pixels, not rounded. CV_32FC3
-cv::Mat reduced(const cv::Mat &picture, int reduction)
+/// Calls `visit` with each row, in several threads.
+template <class Visit> void inParallel(const cv::Range &rows, Visit visit)
 {
-    const cv::Size size(picture.cols / reduction, picture.rows / reduction);
-    const int width = size.width * reduction * 3;
-    const float share = 1 / float(reduction * reduction);
-    cv::Mat result(size, CV_32FC3);
-    std::vector<uint16_t> sums(size_t(width), 0);
-    for (int y = 0; y < size.height; ++y) {
-        std::fill(sums.begin(), sums.end(), uint16_t(0));
-        for (int i = 0; i < reduction; ++i) {
-            const uchar *line = picture.ptr(y * reduction + i);
-            for (int x = 0; x < width; ++x) {
-                sums[size_t(x)] = uint16_t(sums[size_t(x)] + line[x]);
-            }
+    cv::parallel_for_(rows, [&visit](const cv::Range &some) {
+        for (int y = some.start; y < some.end; ++y) {
+            visit(y);
         }
-        auto *row = result.ptr<cv::Vec3f>(y);
-        const uint16_t *next = sums.data();
-        for (int x = 0; x < size.width; ++x) {
-            int blue = 0;
-            int green = 0;
-            int red = 0;
-            for (int i = 0; i < reduction; ++i, next += 3) {
-                blue += next[0];
-                green += next[1];
-                red += next[2];
-            }
-            row[x] = {float(blue) * share, float(green) * share, float(red) * share};
-        }
-    }
-    return result;
-}
-
-/// Lightness in grey levels, above 0.
-cv::Mat lightnessOf(const cv::Mat &bgr)
-{
-    cv::Mat lightness;
-    cv::transform(bgr, lightness, cv::Matx14f(0.25F, 0.5F, 0.25F, darkness));
-    return lightness;
+    });
 }
 
 /**
- * Log lightness, and red and blue relative to the lightness: the light on the desk adds to the
- * first what changes slowly, and hardly changes the others. CV_32FC3
+ * The sums of squares of `reduction` pixels, blue, green and red; those of one square are
+ * 3 * reduction from those of the next. What is between is of squares between them, for adding
+ * everywhere is faster than adding only where it is needed.
  */
-cv::Mat relativeColors(const cv::Mat &bgr, const cv::Mat &lightness)
+class SquareSums
 {
-    cv::Mat logarithm;
-    cv::log(lightness, logarithm);
-    cv::Mat colors(bgr.size(), CV_32FC3);
-    for (int y = 0; y < bgr.rows; ++y) {
-        const auto *line = bgr.ptr<cv::Vec3f>(y);
-        const auto *light = lightness.ptr<float>(y);
-        const auto *first = logarithm.ptr<float>(y);
-        auto *color = colors.ptr<cv::Vec3f>(y);
-        for (int x = 0; x < bgr.cols; ++x) {
-            const cv::Vec3f &pixel = line[x];
-            const float scale = 1 / light[x];
-            color[x] = {first[x], (pixel[2] - pixel[1]) * scale, (pixel[0] - pixel[1]) * scale};
-        }
+public:
+    SquareSums(const cv::Mat &picture, int reduction)
+        : m_picture(picture)
+        , m_reduction(reduction)
+        , m_columns(size_t(picture.cols / reduction * reduction) * 3)
+        , m_squares(m_columns.size())
+    {
     }
-    cv::GaussianBlur(colors, colors, {5, 5}, 1);
-    return colors;
+
+    const std::vector<uint32_t> &ofRow(int y)
+    {
+        std::fill(m_columns.begin(), m_columns.end(), uint16_t(0));
+        for (int i = 0; i < m_reduction; ++i) {
+            const uchar *line = m_picture.ptr(y * m_reduction + i);
+            for (size_t x = 0; x < m_columns.size(); ++x) {
+                m_columns[x] = uint16_t(m_columns[x] + line[x]);
+            }
+        }
+        std::copy(m_columns.begin(), m_columns.end(), m_squares.begin());
+        for (int i = 1; i < m_reduction; ++i) {
+            const uint16_t *column = m_columns.data() + ptrdiff_t(3) * i;
+            const size_t count = m_columns.size() - size_t(3) * size_t(i);
+            for (size_t x = 0; x < count; ++x) {
+                m_squares[x] += column[x];
+            }
+        }
+        return m_squares;
+    }
+
+private:
+    const cv::Mat &m_picture;
+    int m_reduction;
+    std::vector<uint16_t> m_columns;
+    std::vector<uint32_t> m_squares;
+};
+
+/// A picture reduced, a plane for each of its features. CV_32F all
+struct Features
+{
+    explicit Features(const cv::Size &size)
+        : lightness(size, CV_32F)
+        , colors{cv::Mat(size, CV_32F), cv::Mat(size, CV_32F), cv::Mat(size, CV_32F)}
+    {
+    }
+
+    cv::Mat lightness; ///< grey levels, above 0
+    std::array<cv::Mat, 3> colors; ///< as in Edges
+};
+
+/**
+ * Lightness, its logarithm, and red and blue relative to it: the light on the desk adds to the
+ * logarithm what changes slowly, and hardly changes the colors. Nothing is rounded.
+ */
+Features featuresOf(const cv::Mat &picture, int reduction)
+{
+    Features features({picture.cols / reduction, picture.rows / reduction});
+    const float share = 1 / float(reduction * reduction);
+    cv::parallel_for_({0, features.lightness.rows}, [&](const cv::Range &rows) {
+        SquareSums sums(picture, reduction);
+        for (int y = rows.start; y < rows.end; ++y) {
+            const uint32_t *next = sums.ofRow(y).data();
+            auto *light = features.lightness.ptr<float>(y);
+            auto *red = features.colors[1].ptr<float>(y);
+            auto *blue = features.colors[2].ptr<float>(y);
+            for (int x = 0; x < features.lightness.cols; ++x, next += ptrdiff_t(3) * reduction) {
+                light[x] = float(next[0] + 2 * next[1] + next[2]) * share / 4 + darkness;
+                red[x] = float(int(next[2]) - int(next[1])) * share;
+                blue[x] = float(int(next[0]) - int(next[1])) * share;
+            }
+            for (int x = 0; x < features.lightness.cols; ++x) {
+                red[x] /= light[x];
+                blue[x] /= light[x];
+            }
+            cv::log(features.lightness.row(y), features.colors[0].row(y));
+        }
+    });
+    for (cv::Mat &plane : features.colors) {
+        cv::GaussianBlur(plane, plane, {5, 5}, 1);
+    }
+    return features;
 }
 
 /**
@@ -102,80 +136,76 @@ cv::Mat usualChange(const cv::Mat &change)
     return mean;
 }
 
-/// The sums over all channels of the products of the derivatives (Di Zenzo's tensor).
-struct Tensor
+/**
+ * How much the colors change at each pixel, and in which direction: the larger eigenvalue of the
+ * sums over all planes of the products of the derivatives (Di Zenzo's tensor), and its vector.
+ */
+struct Changes
 {
-    float xx = 0;
-    float xy = 0;
-    float yy = 0;
-
-    /// The largest change in any direction.
-    float change() const
+    explicit Changes(const std::array<cv::Mat, 3> &colors)
+        : size(colors[0].size(), CV_32F, cv::Scalar(0))
+        , cosine(size.size(), CV_32F)
+        , sine(size.size(), CV_32F)
     {
-        const float difference = xx - yy;
-        return std::sqrt(0.5F * (xx + yy + std::sqrt(difference * difference + 4 * xy * xy)));
+        inParallel({1, size.rows - 1}, [&](int y) { find(colors, y); });
     }
 
-    /// The direction of the largest change.
-    Direction direction() const
+    Direction direction(int x, int y) const
     {
-        const float doubled = cv::fastAtan2(2 * xy, xx - yy); // in degrees, of 360
-        return Direction(cvRound(doubled * 256 / 360) & 255);
+        const float doubled = cv::fastAtan2(sine.at<float>(y, x), cosine.at<float>(y, x));
+        return Direction(cvRound(doubled * 256 / 360) & 255); // of 360 degrees
+    }
+
+    cv::Mat size; ///< 0 at the border
+    cv::Mat cosine; ///< of twice the angle of the direction, of any length; not at the border
+    cv::Mat sine;
+
+private:
+    void find(const std::array<cv::Mat, 3> &colors, int y)
+    {
+        const int inner = size.cols - 2;
+        auto *sum = size.ptr<float>(y) + 1;
+        auto *difference = cosine.ptr<float>(y) + 1;
+        auto *mixed = sine.ptr<float>(y) + 1;
+        std::fill(difference, difference + inner, 0.0F);
+        std::fill(mixed, mixed + inner, 0.0F);
+        for (const cv::Mat &plane : colors) {
+            const auto *above = plane.ptr<float>(y - 1) + 1;
+            const auto *line = plane.ptr<float>(y) + 1;
+            const auto *below = plane.ptr<float>(y + 1) + 1;
+            for (int x = 0; x < inner; ++x) {
+                const float dx = line[x + 1] - line[x - 1];
+                const float dy = below[x] - above[x];
+                sum[x] += dx * dx + dy * dy;
+                difference[x] += dx * dx - dy * dy;
+                mixed[x] += 2 * dx * dy;
+            }
+        }
+        const cv::Range columns(1, size.cols - 1);
+        cv::Mat row = size(cv::Range(y, y + 1), columns);
+        cv::Mat root;
+        cv::magnitude(cosine(cv::Range(y, y + 1), columns), sine(cv::Range(y, y + 1), columns),
+                      root);
+        row += root;
+        row *= 0.125; // half, of derivatives over two pixels
+        cv::sqrt(row, row);
     }
 };
 
-Tensor tensorAt(const cv::Vec3f *above, const cv::Vec3f *line, const cv::Vec3f *below, int x)
-{
-    Tensor tensor;
-    for (int i = 0; i < 3; ++i) {
-        const float dx = 0.5F * (line[x + 1][i] - line[x - 1][i]);
-        const float dy = 0.5F * (below[x][i] - above[x][i]);
-        tensor.xx += dx * dx;
-        tensor.xy += dx * dy;
-        tensor.yy += dy * dy;
-    }
-    return tensor;
-}
-
-/// Calls `visit` with each inner pixel and its tensor.
-template <class Visit> void visitTensors(const cv::Mat &colors, int y, Visit visit)
-{
-    const auto *above = colors.ptr<cv::Vec3f>(y - 1);
-    const auto *line = colors.ptr<cv::Vec3f>(y);
-    const auto *below = colors.ptr<cv::Vec3f>(y + 1);
-    for (int x = 1; x + 1 < colors.cols; ++x) {
-        visit(x, [=] { return tensorAt(above, line, below, x); });
-    }
-}
-
-cv::Mat changes(const cv::Mat &colors)
-{
-    cv::Mat result(colors.size(), CV_32F, cv::Scalar(0));
-    for (int y = 1; y + 1 < colors.rows; ++y) {
-        auto *row = result.ptr<float>(y);
-        visitTensors(colors, y, [row](int x, auto tensor) { row[x] = tensor().change(); });
-    }
-    return result;
-}
-
-/// The neighboring pixel in each direction.
-std::array<cv::Point, 256> neighbors()
-{
-    std::array<cv::Point, 256> result;
-    for (size_t i = 0; i < result.size(); ++i) {
-        const double angle = double(i) * CV_PI / 256;
-        result[i] = {cvRound(std::cos(angle) * 1.2), cvRound(std::sin(angle) * 1.2)};
-    }
-    return result;
-}
-
 /// True where the change is larger than at both neighbors across the edge.
-bool isCrest(const cv::Mat &change, const cv::Point &place, Direction direction)
+bool isCrest(const Changes &changes, const cv::Point &place)
 {
-    static const std::array<cv::Point, 256> steps = neighbors();
-    const cv::Point &step = steps[direction];
-    const float here = change.at<float>(place);
-    return here >= change.at<float>(place + step) && here > change.at<float>(place - step);
+    const float cosine = changes.cosine.at<float>(place);
+    const float sine = changes.sine.at<float>(place);
+    // The neighbor is a diagonal one from 25 to 65 degrees, where its step rounds to 1 both ways.
+    constexpr float steep = 0.743F; // the square of the tangent of 2 * 65 degrees, inverted
+    cv::Point step(cosine > 0 ? 1 : 0, cosine > 0 ? 0 : 1);
+    if (cosine * cosine < steep * sine * sine) {
+        step = {sine > 0 ? 1 : -1, 1};
+    }
+    const float here = changes.size.at<float>(place);
+    return here >= changes.size.at<float>(place + step)
+        && here > changes.size.at<float>(place - step);
 }
 
 } // namespace
@@ -216,33 +246,32 @@ Edges findEdges(const cv::Mat &picture)
 {
     Edges edges;
     edges.reduction = reductionOf(picture.size());
-    const cv::Mat bgr = reduced(picture, edges.reduction);
-    const cv::Mat lightness = lightnessOf(bgr);
-    edges.colors = relativeColors(bgr, lightness);
-    const cv::Mat change = changes(edges.colors);
-    const cv::Mat usual = usualChange(change);
+    Features features = featuresOf(picture, edges.reduction);
+    const Changes changes(features.colors);
+    const cv::Mat usual = usualChange(changes.size);
 
-    edges.weight = cv::Mat::zeros(change.size(), CV_8U);
-    edges.normal = cv::Mat::zeros(change.size(), CV_8U);
-    for (int y = 1; y + 1 < change.rows; ++y) {
-        const auto *here = change.ptr<float>(y);
+    edges.weight = cv::Mat::zeros(changes.size.size(), CV_8U);
+    edges.normal = cv::Mat::zeros(changes.size.size(), CV_8U);
+    inParallel({1, changes.size.rows - 1}, [&](int y) {
+        const auto *here = changes.size.ptr<float>(y);
         const auto *around = usual.ptr<float>(y / 2);
-        const auto *light = lightness.ptr<float>(y);
+        const auto *light = features.lightness.ptr<float>(y);
         uchar *weight = edges.weight.ptr(y);
         uchar *normal = edges.normal.ptr(y);
-        visitTensors(edges.colors, y, [&](int x, auto tensor) {
-            const float ratio = here[x] / (around[x / 2] + leastChange / light[x]);
-            if (ratio < leastRatio) {
-                return;
+        for (int x = 1; x + 1 < changes.size.cols; ++x) {
+            const float usually = around[x / 2] + leastChange / light[x];
+            if (here[x] < leastRatio * usually) {
+                continue;
             }
-            const Direction direction = tensor().direction();
-            if (isCrest(change, {x, y}, direction)) {
+            const float ratio = here[x] / usually;
+            if (isCrest(changes, {x, y})) {
                 const float share = (ratio - leastRatio + 0.5F) / (clearRatio - leastRatio + 0.5F);
                 weight[x] = uchar(std::min(255.0F, 255 * share));
-                normal[x] = direction;
+                normal[x] = changes.direction(x, y);
             }
-        });
-    }
+        }
+    });
+    edges.colors = std::move(features.colors);
     return edges;
 }
 

@@ -3,6 +3,7 @@
 
 #include <opencv2/core.hpp>
 
+#include <array>
 #include <cstdint>
 
 namespace portable::pagesearch {
@@ -25,7 +26,8 @@ struct Edges
 {
     cv::Mat weight; ///< 8-bit: 0 for no edge, up to 255 for one that is clear at its place
     cv::Mat normal; ///< 8-bit: the Direction across the edge
-    cv::Mat colors; ///< CV_32FC3, smoothed: log lightness, red and blue relative to it
+    /// Smoothed, CV_32F: log lightness, red and blue relative to the lightness.
+    std::array<cv::Mat, 3> colors;
     int reduction = 1; ///< pixels of the picture to one of these
 };
 

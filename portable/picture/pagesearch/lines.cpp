@@ -154,18 +154,17 @@ private:
     Segment grown(const cv::Point &seed, int tolerance)
     {
         static const std::array<cv::Point2f, 256> doubled = doubledDirections();
+        const auto leastCosine = float(std::cos(tolerance * CV_PI / 128));
         m_points.assign(1, seed);
         m_left.at<uchar>(seed) = 0;
         Segment segment;
         cv::Point2f sum; // directions are averaged with their angles doubled
-        Direction mean = m_edges.normal.at<uchar>(seed);
         for (size_t i = 0; i < m_points.size(); ++i) {
             const cv::Point point = m_points[i];
             segment.moments.add(point.x, point.y, m_edges.weight.at<uchar>(point));
-            const cv::Point2f &vector = doubled[m_edges.normal.at<uchar>(point)];
-            sum += vector;
-            mean = Direction(cvRound(cv::fastAtan2(sum.y, sum.x) * 256 / 360) & 255);
-            takeNeighbors(point, mean, tolerance);
+            sum += doubled[m_edges.normal.at<uchar>(point)];
+            const float least = leastCosine * std::sqrt(sum.dot(sum));
+            takeNeighbors(point, [&](uchar normal) { return sum.dot(doubled[normal]) >= least; });
         }
         const Line line = segment.moments.line();
         float first = 0;
@@ -180,12 +179,12 @@ private:
         return segment;
     }
 
-    void takeNeighbors(const cv::Point &point, Direction mean, int tolerance)
+    template <class Condition> void takeNeighbors(const cv::Point &point, Condition isSimilar)
     {
         for (int y = point.y - 1; y <= point.y + 1; ++y) {
             for (int x = point.x - 1; x <= point.x + 1; ++x) {
                 uchar &weight = m_left.at<uchar>(y, x); // edges keep a pixel from the border
-                if (weight > 0 && turnBetween(m_edges.normal.at<uchar>(y, x), mean) <= tolerance) {
+                if (weight > 0 && isSimilar(m_edges.normal.at<uchar>(y, x))) {
                     weight = 0;
                     m_points.push_back({x, y});
                 }
