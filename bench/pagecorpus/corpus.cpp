@@ -44,7 +44,7 @@ using Change = std::function<void(cv::RNG &random, Scene &scene)>;
 struct Recipe
 {
     const char *name;
-    bool isHeldOut;
+    Group group;
     Change change;
 };
 
@@ -160,109 +160,109 @@ void setSize(cv::RNG &random, Scene &scene)
 const std::vector<Recipe> &withPage()
 {
     static const std::vector<Recipe> recipes{
-        {"dark desk", false, [](cv::RNG &r, Scene &s) { s.color = grey(r, 20, 90); }},
-        {"perspective", false,
+        {"dark desk", Group::Tuned, [](cv::RNG &r, Scene &s) { s.color = grey(r, 20, 90); }},
+        {"perspective", Group::Tuned,
          [](cv::RNG &r, Scene &s) {
              s.color = grey(r, 30, 150);
              s.page().tilt = 32;
              s.page().turn = 25;
          }},
-        {"wooden desk", false, [](cv::RNG &r, Scene &s) { setWood(r, s); }},
-        {"printed border", false,
+        {"wooden desk", Group::Tuned, [](cv::RNG &r, Scene &s) { setWood(r, s); }},
+        {"printed border", Group::Tuned,
          [](cv::RNG &r, Scene &s) {
              s.color = grey(r, 40, 160);
              s.page().content = Content::Framed;
          }},
-        {"white desk", false,
+        {"white desk", Group::Tuned,
          [](cv::RNG &r, Scene &s) {
              setWhite(r, s);
              s.fallOff = r.uniform(0.0, 0.2);
              s.page().shadow = r.uniform(0.12, 0.4);
          }},
-        {"receipt", false,
+        {"receipt", Group::Tuned,
          [](cv::RNG &r, Scene &s) {
              setAnyDesk(r, s);
              setReceipt(r, s);
          }},
-        {"card", false,
+        {"card", Group::Tuned,
          [](cv::RNG &r, Scene &s) {
              setAnyDesk(r, s);
              setCard(r, s);
          }},
-        {"patterned desk", false, [](cv::RNG &r, Scene &s) { setPattern(r, s); }},
-        {"grey desk, turned", false,
+        {"patterned desk", Group::Tuned, [](cv::RNG &r, Scene &s) { setPattern(r, s); }},
+        {"grey desk, turned", Group::Tuned,
          [](cv::RNG &r, Scene &s) {
              s.color = grey(r, 110, 205);
              s.page().turn = 45;
          }},
-        {"hard shadow", false,
+        {"hard shadow", Group::Tuned,
          [](cv::RNG &r, Scene &s) {
              s.color = grey(r, 60, 200);
              s.hardShadows = r.uniform(1, 3);
          }},
-        {"hand on the page", false,
+        {"hand on the page", Group::Tuned,
          [](cv::RNG &r, Scene &s) {
              setAnyDesk(r, s);
              s.handsOnPage = r.uniform(1, 3);
              s.page().least = 0.5;
          }},
-        {"lamp", false,
+        {"lamp", Group::Tuned,
          [](cv::RNG &r, Scene &s) {
              s.color = grey(r, 100, 235);
              s.fallOff = r.uniform(0.1, 0.3);
          }},
-        {"two pages", false,
+        {"two pages", Group::Tuned,
          [](cv::RNG &r, Scene &s) {
              setAnyDesk(r, s);
              s.page().most = 0.6;
              s.sheets.push_back(s.page());
          }},
-        {"dark paper", false,
+        {"dark paper", Group::Tuned,
          [](cv::RNG &r, Scene &s) {
              s.color = grey(r, 120, 235);
              s.page().paper = grey(r, 25, 90);
          }},
-        {"glossy", false,
+        {"glossy", Group::Tuned,
          [](cv::RNG &r, Scene &s) {
              s.color = grey(r, 30, 200);
              s.reflections = r.uniform(1, 4);
              s.page().content = Content::Photo;
          }},
-        {"blank page", false,
+        {"blank page", Group::Tuned,
          [](cv::RNG &r, Scene &s) {
              setAnyDesk(r, s);
              s.page().content = Content::Blank;
          }},
-        {"other sizes", false,
+        {"other sizes", Group::Tuned,
          [](cv::RNG &r, Scene &s) {
              setAnyDesk(r, s);
              setSize(r, s);
          }},
-        {"marble desk", true, [](cv::RNG &r, Scene &s) { setMarble(r, s); }},
-        {"planks", true, [](cv::RNG &r, Scene &s) { setPlanks(r, s); }},
-        {"open book", true,
+        {"marble desk", Group::HeldOut, [](cv::RNG &r, Scene &s) { setMarble(r, s); }},
+        {"planks", Group::HeldOut, [](cv::RNG &r, Scene &s) { setPlanks(r, s); }},
+        {"open book", Group::HeldOut,
          [](cv::RNG &r, Scene &s) {
              setAnyDesk(r, s);
              s.page().content = Content::Book;
              s.page().ratio = 1 / 1.41;
          }},
-        {"over the desk's edge", true,
+        {"over the desk's edge", Group::HeldOut,
          [](cv::RNG &r, Scene &s) {
              s.desk = Desk::TwoTone;
              s.color = grey(r, 90, 220);
              s.second = grey(r, 20, 90);
          }},
-        {"curled page", true,
+        {"curled page", Group::HeldOut,
          [](cv::RNG &r, Scene &s) {
              setAnyDesk(r, s);
              s.page().curl = 5;
          }},
-        {"among things", true,
+        {"among things", Group::HeldOut,
          [](cv::RNG &r, Scene &s) {
              setAnyDesk(r, s);
              s.things = r.uniform(2, 6);
          }},
-        {"everything at once", true,
+        {"everything at once", Group::HeldOut,
          [](cv::RNG &r, Scene &s) {
              setAnyDesk(r, s);
              s.fallOff = r.uniform(0.05, 0.3);
@@ -271,42 +271,42 @@ const std::vector<Recipe> &withPage()
              s.things = r.uniform(0, 3);
              s.reflections = r.uniform(0, 2);
          }},
-        {"out of focus", true,
+        {"out of focus", Group::Harsh,
          [](cv::RNG &r, Scene &s) {
              setAnyDesk(r, s);
              s.camera.blur = r.uniform(0.5, 2.0);
          }},
-        {"little light", true,
+        {"little light", Group::Harsh,
          [](cv::RNG &r, Scene &s) {
              setAnyDesk(r, s);
              s.camera.exposure = r.uniform(0.2, 0.5);
              s.camera.noise = r.uniform(4.0, 10.0);
          }},
-        {"strong compression", true,
+        {"strong compression", Group::Harsh,
          [](cv::RNG &r, Scene &s) {
              setAnyDesk(r, s);
              s.camera.quality = r.uniform(12, 35);
          }},
-        {"fingers on corners", true,
+        {"fingers on corners", Group::Harsh,
          [](cv::RNG &r, Scene &s) {
              setAnyDesk(r, s);
              s.handsOnCorners = r.uniform(1, 3);
              s.page().least = 0.55;
          }},
-        {"crumpled page", true,
+        {"crumpled page", Group::Harsh,
          [](cv::RNG &r, Scene &s) {
              setAnyDesk(r, s);
              s.page().curl = 3;
              s.page().creases = r.uniform(0.04, 0.1);
          }},
-        {"page on a page", true,
+        {"page on a page", Group::Harsh,
          [](cv::RNG &r, Scene &s) {
              setAnyDesk(r, s);
              s.isStack = true;
              s.sheets.push_back(s.page());
              s.page().content = printedContent(r);
          }},
-        {"beside a keyboard", true, [](cv::RNG &r, Scene &s) {
+        {"beside a keyboard", Group::Harsh, [](cv::RNG &r, Scene &s) {
              setAnyDesk(r, s);
              s.hasKeyboard = true;
              s.things = r.uniform(0, 3);
@@ -317,44 +317,44 @@ const std::vector<Recipe> &withPage()
 const std::vector<Recipe> &withoutPage()
 {
     static const std::vector<Recipe> recipes{
-        {"empty: plain", false, [](cv::RNG &r, Scene &s) { s.color = grey(r, 20, 245); }},
-        {"empty: lamp", false,
+        {"empty: plain", Group::Tuned, [](cv::RNG &r, Scene &s) { s.color = grey(r, 20, 245); }},
+        {"empty: lamp", Group::Tuned,
          [](cv::RNG &r, Scene &s) {
              s.color = grey(r, 80, 245);
              s.fallOff = r.uniform(0.09, 0.35);
          }},
-        {"empty: wood", false, [](cv::RNG &r, Scene &s) { setWood(r, s); }},
-        {"empty: pattern", false, [](cv::RNG &r, Scene &s) { setPattern(r, s); }},
-        {"empty: hard shadow", false,
+        {"empty: wood", Group::Tuned, [](cv::RNG &r, Scene &s) { setWood(r, s); }},
+        {"empty: pattern", Group::Tuned, [](cv::RNG &r, Scene &s) { setPattern(r, s); }},
+        {"empty: hard shadow", Group::Tuned,
          [](cv::RNG &r, Scene &s) {
              setAnyDesk(r, s);
              s.hardShadows = r.uniform(1, 4);
          }},
-        {"empty: hands", false,
+        {"empty: hands", Group::Tuned,
          [](cv::RNG &r, Scene &s) {
              setAnyDesk(r, s);
              s.handsOnDesk = r.uniform(1, 3);
          }},
-        {"empty: things", false,
+        {"empty: things", Group::Tuned,
          [](cv::RNG &r, Scene &s) {
              setAnyDesk(r, s);
              s.things = r.uniform(1, 7);
          }},
-        {"empty: window light", false,
+        {"empty: window light", Group::Tuned,
          [](cv::RNG &r, Scene &s) {
              setAnyDesk(r, s);
              s.isUnderWindow = true;
          }},
-        {"empty: marble", true, [](cv::RNG &r, Scene &s) { setMarble(r, s); }},
-        {"empty: planks", true, [](cv::RNG &r, Scene &s) { setPlanks(r, s); }},
-        {"empty: desk's edge", true,
+        {"empty: marble", Group::HeldOut, [](cv::RNG &r, Scene &s) { setMarble(r, s); }},
+        {"empty: planks", Group::HeldOut, [](cv::RNG &r, Scene &s) { setPlanks(r, s); }},
+        {"empty: desk's edge", Group::HeldOut,
          [](cv::RNG &r, Scene &s) {
              s.desk = Desk::TwoTone;
              s.color = grey(r, 90, 220);
              s.second = grey(r, 20, 90);
              s.things = r.uniform(0, 4);
          }},
-        {"empty: everything", true,
+        {"empty: everything", Group::HeldOut,
          [](cv::RNG &r, Scene &s) {
              setAnyDesk(r, s);
              s.fallOff = r.uniform(0.05, 0.3);
@@ -363,14 +363,14 @@ const std::vector<Recipe> &withoutPage()
              s.things = r.uniform(0, 4);
              s.reflections = r.uniform(0, 3);
          }},
-        {"empty: little light", true,
+        {"empty: little light", Group::Harsh,
          [](cv::RNG &r, Scene &s) {
              setAnyDesk(r, s);
              s.things = r.uniform(0, 4);
              s.camera.exposure = r.uniform(0.2, 0.5);
              s.camera.noise = r.uniform(4.0, 10.0);
          }},
-        {"empty: page partly outside", true, [](cv::RNG &r, Scene &s) {
+        {"empty: page partly outside", Group::Harsh, [](cv::RNG &r, Scene &s) {
              setAnyDesk(r, s);
              s.sheets.assign(1, Sheet());
              s.page().paper = paper(r);
@@ -526,10 +526,10 @@ std::vector<Kind> kinds()
 {
     std::vector<Kind> result;
     for (const Recipe &recipe : withPage()) {
-        result.push_back({recipe.name, true, recipe.isHeldOut});
+        result.push_back({recipe.name, true, recipe.group});
     }
     for (const Recipe &recipe : withoutPage()) {
-        result.push_back({recipe.name, false, recipe.isHeldOut});
+        result.push_back({recipe.name, false, recipe.group});
     }
     return result;
 }

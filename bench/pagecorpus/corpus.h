@@ -18,11 +18,17 @@ struct Sample
     std::vector<Corners> pages; ///< any of them may be found; none on an empty desk
 };
 
+enum class Group {
+    Tuned, ///< the search was tuned by it
+    HeldOut, ///< not tuned by it
+    Harsh, ///< so, and harder: bad cameras, paper that is crumpled or partly hidden
+};
+
 struct Kind
 {
     std::string name;
     bool hasPage;
-    bool isHeldOut; ///< the search was not tuned by it
+    Group group;
 };
 
 /// All kinds of pictures; those without a page last.
