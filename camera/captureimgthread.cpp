@@ -289,6 +289,9 @@ void CaptureImgThread::destory()
 void CaptureImgThread::setPause(bool pause)
 {
     const std::lock_guard<std::mutex> lock(d->pauseMutex);
+    if (d->paused && !pause) {
+        d->waitingSince = d->now();
+    }
     d->paused = pause;
     d->pauseWake.notify_one();
 }
@@ -424,10 +427,7 @@ bool CaptureImgThread::Loop::pass()
 void CaptureImgThread::Loop::waitWhilePaused()
 {
     std::unique_lock<std::mutex> lock(d.pauseMutex);
-    if (d.paused && !d.ending) {
-        d.pauseWake.wait(lock, [this] { return !d.paused || d.ending; });
-        d.waitingSince = d.now();
-    }
+    d.pauseWake.wait(lock, [this] { return !d.paused || d.ending; });
 }
 
 void CaptureImgThread::Loop::perform(enumCameraOPeration operation)
