@@ -303,7 +303,7 @@ int FrameEncoder::Compressor::gatherRows(const QImage &frame, int first)
     return count;
 }
 
-/// Lets libjpeg read the rows of a frame that isn't scaled where they are. \return their number
+/// Points m_rows to rows of the frame itself, which isn't scaled. \return their number
 int FrameEncoder::Compressor::takeRows(const QImage &frame, int first)
 {
     const int count = qMin(rowsPerBatch, frame.height() - first);

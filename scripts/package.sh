@@ -50,12 +50,12 @@ output=$PWD/build/packages
 
 # build_in_minimal_system: runs this script there and takes out what it has built.
 build_in_minimal_system() {
-    local profiles=nocheck tools=(debhelper dpkg-dev git lintian)
+    local profiles=nocheck tools=(debhelper dpkg-dev git lintian) tree=/srv/server
     work=$(mktemp -d --tmpdir rvo-package-XXXXXX)
-    root=$work/root
+    root=$work/system
     trap 'remove_system "$work"' EXIT
     minimal_system "$suite" "$mirror" "$root"
-    git clone --quiet --depth 1 "file://$PWD" "$root/root/server"
+    git clone --quiet --depth 1 "file://$PWD" "$root$tree"
     if is_foreign "$architecture"; then
         inside dpkg --add-architecture "$architecture"
         tools+=("crossbuild-essential-$architecture")
@@ -66,14 +66,14 @@ build_in_minimal_system() {
         inside apt-get -q update
         inside apt-get -q -y install --no-install-recommends "${tools[@]}"
         inside apt-get -q -y build-dep --no-install-recommends --host-architecture "$architecture" \
-            --build-profiles "$profiles" /root/server
+            --build-profiles "$profiles" "$tree"
     } >"$work/install.log" 2>&1 || { tail "$work/install.log" >&2; fail "they can't be installed"; }
     [ "$ccache" = no ] || use_ccache "package-$suite-$architecture"
     environment+=("DEB_BUILD_OPTIONS=${DEB_BUILD_OPTIONS:-}")
     local result=0
-    inside /root/server/scripts/package.sh --no-install "${passed_on[@]}" "$architecture" || result=$?
+    inside "$tree/scripts/package.sh" --no-install "${passed_on[@]}" "$architecture" || result=$?
     mkdir -p "$output"
-    find "$root/root/server/build/packages" -maxdepth 1 -type f -exec cp -t "$output" {} +
+    find "$root$tree/build/packages" -maxdepth 1 -type f -exec cp -t "$output" {} +
     return "$result"
 }
 
