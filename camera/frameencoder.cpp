@@ -11,8 +11,10 @@
 #include <jerror.h>
 #include <jpeglib.h>
 
+#include <algorithm>
 #include <cmath>
 #include <csetjmp>
+#include <cstdint>
 #include <cstdio>
 #include <cstring>
 
@@ -100,13 +102,28 @@ void mapByTransformation(int source, int target, int runLength, std::vector<int>
     }
 }
 
-/// \param map  places of pixels in the row, in bytes
-template <int bytesPerPixel>
-void gatherRow(const uchar *source, const std::vector<int> &map, uchar *target)
+// Rows of pixels picked from a row of the frame. The map has their places there, in bytes.
+
+void gatherRowOfOne(const uchar *source, const std::vector<int> &map, uchar *target)
 {
     for (const int place : map) {
-        std::memcpy(target, source + place, bytesPerPixel);
-        target += bytesPerPixel;
+        *target++ = source[place];
+    }
+}
+
+/// Moves four bytes for each place. In pairs: the compiler makes one write of two pixels.
+void gatherFours(const uchar *source, const int *map, std::size_t count, uchar *target)
+{
+    constexpr std::size_t pair = 2;
+    std::size_t i = 0;
+    for (; i + pair <= count; i += pair) {
+        std::array<std::uint32_t, pair> pixels{};
+        std::memcpy(&pixels[0], source + map[i], 4);
+        std::memcpy(&pixels[1], source + map[i + 1], 4);
+        std::memcpy(target + 4 * i, pixels.data(), sizeof pixels);
+    }
+    if (i < count) {
+        std::memcpy(target + 4 * i, source + map[i], 4);
     }
 }
 
@@ -116,12 +133,11 @@ void gatherRow(const uchar *source, const std::vector<int> &map, uchar *target)
  */
 void gatherRowOfThree(const uchar *source, const std::vector<int> &map, int last, uchar *target)
 {
-    auto place = map.begin();
-    for (; place != map.end() && *place < last; ++place, target += 4) {
-        std::memcpy(target, source + *place, 4);
-    }
-    for (; place != map.end(); ++place, target += 4) {
-        std::memcpy(target, source + last, 3);
+    const auto end = std::lower_bound(map.begin(), map.end(), last); // places never go back
+    const auto before = std::size_t(end - map.begin());
+    gatherFours(source, map.data(), before, target);
+    for (std::size_t i = before; i < map.size(); ++i) {
+        std::memcpy(target + 4 * i, source + last, 3);
     }
 }
 
@@ -293,9 +309,9 @@ int FrameEncoder::Compressor::gatherRows(const QImage &frame, int first)
         const uchar *source = frame.constScanLine(m_rowMap[std::size_t(first) + uint(i)]);
         uchar *target = m_rows[std::size_t(i)];
         if (frame.depth() == 32) {
-            gatherRow<4>(source, m_columnMap, target);
+            gatherFours(source, m_columnMap.data(), m_columnMap.size(), target);
         } else if (frame.depth() == 8) {
-            gatherRow<1>(source, m_columnMap, target);
+            gatherRowOfOne(source, m_columnMap, target);
         } else {
             gatherRowOfThree(source, m_columnMap, 3 * (frame.width() - 1), target);
         }
