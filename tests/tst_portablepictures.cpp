@@ -350,11 +350,10 @@ private Q_SLOTS:
         watermark.text = line("H");
         watermark.points = 36;
         watermark.color = Qt::black;
+        const cv::Mat picture(600, 800, CV_8UC3, cv::Scalar::all(255));
         const auto boxOf = [&](int dpi, const QPoint &position) {
-            cv::Mat picture(600, 800, CV_8UC3, cv::Scalar::all(255));
             watermark.position = position;
-            stamp(picture, watermark, dpi);
-            return inkBox(picture);
+            return inkBox(stamped(picture, watermark, dpi));
         };
         QVERIFY(boxOf(100, {}).empty()); // off
         watermark.isOn = true;
@@ -369,6 +368,7 @@ private Q_SLOTS:
         QVERIFY(beyond.br().x > 780 && beyond.y < 25);
         watermark.text = line(" \n");
         QVERIFY(boxOf(100, {}).empty());
+        QVERIFY(inkBox(picture).empty()); // which the preview shows as well
     }
 
     void framesOfAPool()

@@ -28,7 +28,7 @@ cv::Mat cropped(const cv::Mat &frame, const CaptureSettings &settings)
             settings.areaBegin.x, settings.areaBegin.y, settings.areaEnd.x, settings.areaEnd.y,
             frame.cols, frame.rows);
     }
-    return frame.clone();
+    return frame;
 }
 
 cv::Mat pageOrWhole(const cv::Mat &frame)
@@ -36,7 +36,7 @@ cv::Mat pageOrWhole(const cv::Mat &frame)
     cv::Mat page = straightenedPage(frame);
     if (page.empty()) {
         qInfo("portable: no page is found; the whole picture is taken");
-        return frame.clone();
+        return frame;
     }
     return page;
 }
@@ -57,7 +57,7 @@ cv::Mat takePlainShot(const CaptureSettings &settings)
     case ShotMode::Page:
         return pageOrWhole(frame);
     }
-    return frame.clone();
+    return frame;
 }
 
 } // namespace
@@ -65,9 +65,8 @@ cv::Mat takePlainShot(const CaptureSettings &settings)
 Shot takeShot()
 {
     const CaptureSettings settings = captureSettings();
-    cv::Mat picture = takePlainShot(settings);
-    stamp(picture, settings.watermark, settings.dpi.y);
-    return {picture, settings.quality, settings.dpi};
+    return {stamped(takePlainShot(settings), settings.watermark, settings.dpi.y), settings.quality,
+            settings.dpi};
 }
 
 cv::Mat takePlainShot()

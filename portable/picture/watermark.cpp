@@ -37,11 +37,11 @@ int beginOf(int position, int length, int whole)
 
 } // namespace
 
-void stamp(cv::Mat &picture, const Watermark &watermark, int dpi)
+cv::Mat stamped(const cv::Mat &picture, const Watermark &watermark, int dpi)
 {
     const QString text = watermark.text.left(longestText);
     if (!watermark.isOn || text.trimmed().isEmpty() || picture.empty()) {
-        return;
+        return picture;
     }
     const QRect whole(0, 0, picture.cols, picture.rows);
     const QFont font = fontOf(watermark, dpi, picture.rows);
@@ -54,7 +54,8 @@ void stamp(cv::Mat &picture, const Watermark &watermark, int dpi)
     const QRect touched = place.adjusted(-margin, -margin, margin, margin).intersected(whole);
 
     // Qt can paint on 24-bit BGR only from 5.14 on.
-    cv::Mat part = picture(cv::Rect(touched.x(), touched.y(), touched.width(), touched.height()));
+    cv::Mat result = picture.clone();
+    cv::Mat part = result(cv::Rect(touched.x(), touched.y(), touched.width(), touched.height()));
     cv::Mat pixels;
     cv::cvtColor(part, pixels, cv::COLOR_BGR2BGRA);
     QImage image(pixels.data, pixels.cols, pixels.rows, int(pixels.step), QImage::Format_RGB32);
@@ -66,6 +67,7 @@ void stamp(cv::Mat &picture, const Watermark &watermark, int dpi)
     painter.drawText(place.translated(-touched.topLeft()), layout, text);
     painter.end();
     cv::cvtColor(pixels, part, cv::COLOR_BGRA2BGR);
+    return result;
 }
 
 } // namespace portable

@@ -23,10 +23,12 @@ struct Watermark
 };
 
 /**
- * Draws the watermark on an 8-bit BGR picture, wrapped to its width. Text that would leave the
- * picture is moved into it, and clipped when it is larger. Needs a QGuiApplication for the fonts.
+ * A copy of an 8-bit BGR picture with the watermark on it, wrapped to its width. Text that would
+ * leave the picture is moved into it, and clipped when it is larger. Needs a QGuiApplication for
+ * the fonts.
  * \param dpi  vertical resolution of the picture
+ * \return the picture itself, with shared pixels, when there is nothing to draw
  */
-void stamp(cv::Mat &picture, const Watermark &watermark, int dpi);
+cv::Mat stamped(const cv::Mat &picture, const Watermark &watermark, int dpi);
 
 } // namespace portable
