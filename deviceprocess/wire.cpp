@@ -20,6 +20,7 @@ struct Header
     std::uint32_t kind;
     std::uint32_t function;
     std::uint64_t length;
+    std::uint64_t released;
 };
 
 /// Room for the control data of one descriptor.
@@ -120,9 +121,10 @@ Received readBody(int socket, std::size_t size, Clock::time_point until, Message
 } // namespace
 
 bool sendMessage(int socket, MessageKind kind, std::uint32_t function, const Writer &content,
-                 Clock::time_point until)
+                 Clock::time_point until, std::uint64_t released)
 {
-    const Header header{std::uint32_t(kind), function, std::uint64_t(content.body().size())};
+    const Header header{std::uint32_t(kind), function, std::uint64_t(content.body().size()),
+                        released};
     iovec parts[2] = {
         {const_cast<Header *>(&header), sizeof header},
         {const_cast<char *>(content.body().constData()), std::size_t(content.body().size())}};
@@ -181,6 +183,7 @@ Received receiveMessage(int socket, Message *message, Clock::time_point until)
     }
     message->kind = MessageKind(header.kind);
     message->function = header.function;
+    message->released = header.released;
     return readBody(socket, std::size_t(header.length), until, message);
 }
 

@@ -32,6 +32,7 @@ struct Message
     std::uint32_t function = 0; ///< Index in functions.h.
     QByteArray body;
     int descriptor = -1; ///< Travels along; owned by whoever took the message. -1: none.
+    std::uint64_t released = 0; ///< In a call: a picture that isn't looked at any more; 0: none.
 };
 
 /// Puts values into the body of a message. Same byte order and sizes on both sides: one machine.
@@ -130,12 +131,14 @@ enum class Received { Message, Closed, TimedOut, Invalid };
 
 /**
  * Sends a whole message; waits while the other end doesn't read.
- * \param until  moment by which it has to be sent
+ * \param until     moment by which it has to be sent
+ * \param released  see Message
  * \return false when the other end is gone or too slow; the connection is of no use then
  */
 bool sendMessage(
     int socket, MessageKind kind, std::uint32_t function, const Writer &content,
-    std::chrono::steady_clock::time_point until = std::chrono::steady_clock::time_point::max());
+    std::chrono::steady_clock::time_point until = std::chrono::steady_clock::time_point::max(),
+    std::uint64_t released = 0);
 
 /**
  * Waits for a whole message.

@@ -2,6 +2,7 @@
 #include "deviceprocess/host/callerlink.h"
 
 #include "deviceprocess/host/library.h"
+#include "deviceprocess/host/pictures.h"
 
 #include <unistd.h>
 
@@ -56,6 +57,7 @@ bool CallerLink::serveOne()
     if (received != Received::Message || call.kind != MessageKind::Call) {
         return false;
     }
+    m_pictures.release(call.released);
     Writer reply;
     MessageKind kind = MessageKind::Reply;
     try {

@@ -302,7 +302,8 @@ bool DeviceHost::attempt(FunctionId function, const Writer &arguments, Clock::ti
 Received DeviceHost::exchange(Connection &link, FunctionId function, const Writer &arguments,
                               Clock::time_point until, Message *reply)
 {
-    if (!sendMessage(link.socket, MessageKind::Call, std::uint32_t(function), arguments, until)) {
+    if (!sendMessage(link.socket, MessageKind::Call, std::uint32_t(function), arguments, until,
+                     takeReleased(link))) {
         return Clock::now() >= until ? Received::TimedOut : Received::Closed;
     }
     for (;;) {
@@ -395,12 +396,23 @@ void DeviceHost::end(quint64 generation, const QString &reason)
 
 void DeviceHost::release(quint64 generation, std::uint64_t held)
 {
-    Writer content;
-    content.value(held);
     const std::lock_guard<std::mutex> lock(m_mutex);
-    if (generation == m_generation && m_control >= 0) {
+    if (generation != m_generation || m_control < 0) {
+        return;
+    }
+    const std::uint64_t former = std::exchange(m_toRelease, held);
+    if (former != 0) { // no call has taken it along
+        Writer content;
+        content.value(former);
         sendMessage(m_control, MessageKind::Release, 0, content, Clock::now() + seconds(1));
     }
+}
+
+/// What the next call on this connection takes along.
+std::uint64_t DeviceHost::takeReleased(const Connection &link)
+{
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    return link.generation == m_generation ? std::exchange(m_toRelease, 0) : 0;
 }
 
 void DeviceHost::supervise()
@@ -457,6 +469,7 @@ bool DeviceHost::start()
         return false;
     }
     ++m_generation;
+    m_toRelease = 0;
     m_pid = pid;
     m_control = control[0];
     m_events = events[0];

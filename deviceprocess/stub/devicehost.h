@@ -68,7 +68,10 @@ public:
     /// The process has sent what can't be: it is ended, and the calls under way fail.
     void rejectGarbage(FunctionId function, quint64 generation);
 
-    /// Gives a held picture back. Nothing for those of a process that has gone.
+    /**
+     * Gives a held picture back: with the next call, which saves a message for each frame of a
+     * preview. Nothing for those of a process that has gone.
+     */
     void release(quint64 generation, std::uint64_t held);
 
     /// Ends the process; calls fail from then on, and no listener is called any more.
@@ -127,6 +130,7 @@ private:
     bool isUsable(const Connection &connection) const;
     int newCaller(bool isMainThread);
     Clock::time_point deadline(FunctionId function) const;
+    std::uint64_t takeReleased(const Connection &connection);
     Received exchange(Connection &connection, FunctionId function, const Writer &arguments,
                       Clock::time_point until, Message *reply);
     bool attempt(FunctionId function, const Writer &arguments, Clock::time_point until,
@@ -161,7 +165,8 @@ private:
     State m_state = State::Idle; // guarded by m_mutex, as all below
     quint64 m_generation = 0; ///< Counts the processes.
     pid_t m_pid = 0;
-    int m_control = -1; ///< New callers, and pictures given back.
+    int m_control = -1; ///< New callers, and pictures given back that no call takes along.
+    std::uint64_t m_toRelease = 0; ///< The picture that the next call gives back; 0: none.
     int m_events = -1; ///< Used by the supervisor alone while it is open.
     QString m_endReason; ///< Why this process was ended by us; empty: it ended by itself.
     int m_restarts = 0;

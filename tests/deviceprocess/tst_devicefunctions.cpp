@@ -544,13 +544,14 @@ private Q_SLOTS:
         QVERIFY(makeSocketPair(ends));
         large.setDescriptor(ends[1]);
         std::thread reader([&] { receiveMessage(ends[1], &got, now() + 10s); });
-        QVERIFY(sendMessage(ends[0], MessageKind::Event, 7, large, now() + 10s));
+        QVERIFY(sendMessage(ends[0], MessageKind::Event, 7, large, now() + 10s, 9));
         reader.join();
         QCOMPARE(got.body, large.body());
         QCOMPARE(got.function, 7U);
+        QCOMPARE(got.released, std::uint64_t(9));
         QCOMPARE(int(got.kind), int(MessageKind::Event));
         QVERIFY(got.descriptor >= 0 && fcntl(got.descriptor, F_GETFD) == FD_CLOEXEC);
-        const std::uint64_t tooLong[] = {1, maxBody + 1};
+        const std::uint64_t tooLong[] = {1, maxBody + 1, 0};
         QCOMPARE(write(ends[0], tooLong, sizeof tooLong), ssize_t(sizeof tooLong));
         QCOMPARE(int(receiveMessage(ends[1], &got, now() + 1s)), int(Received::Invalid));
         QCOMPARE(got.descriptor, -1);

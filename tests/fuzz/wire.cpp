@@ -288,7 +288,7 @@ QList<QByteArray> fuzz::seeds()
     captured.value(80);
     captured.bytes("message");
     captured.value(std::uint64_t(0));
-    const std::uint32_t header[] = {std::uint32_t(MessageKind::Reply), 3, 5, 0};
+    const std::uint32_t header[] = {std::uint32_t(MessageKind::Reply), 3, 5, 0, 0, 0};
     const QByteArray message =
         QByteArray(reinterpret_cast<const char *>(header), sizeof header) + "hello";
     return {
