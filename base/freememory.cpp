@@ -15,11 +15,14 @@ constexpr std::chrono::minutes interval{1}; // takes some milliseconds, and as m
 
 } // namespace
 
-void returnFreeMemory()
+void returnFreeMemory(const std::function<void()> &further)
 {
     auto *timer = new QTimer(QCoreApplication::instance());
     timer->setTimerType(Qt::VeryCoarseTimer);
-    QObject::connect(timer, &QTimer::timeout, timer, [] { malloc_trim(0); });
+    QObject::connect(timer, &QTimer::timeout, timer, [further] {
+        further();
+        malloc_trim(0);
+    });
     timer->start(interval);
 }
 

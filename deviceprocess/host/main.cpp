@@ -170,7 +170,7 @@ int main(int argc, char **argv)
     base::allowNoDisplay();
     QApplication application(argc, argv);
     QApplication::setQuitOnLastWindowClosed(false);
-    base::returnFreeMemory();
+    base::returnFreeMemory([] { memory.dropUnused(); });
 
     // [library] of devices.ini, as the server read it.
     const auto path = [](const char *variable, const char *usual) {

@@ -35,6 +35,27 @@ std::size_t layOut(int dims, const int *sizes, int type, std::size_t *step)
 
 } // namespace
 
+void SharedMemory::dropUnused()
+{
+    std::vector<Segment> unused;
+    {
+        const std::lock_guard<std::mutex> lock(m_mutex);
+        const auto begin = std::stable_partition(m_free.begin(), m_free.end(),
+                                                 [](const Segment &one) { return !one.isUnused; });
+        unused.assign(begin, m_free.end());
+        m_free.erase(begin, m_free.end());
+        for (Segment &segment : m_free) {
+            segment.isUnused = true;
+        }
+        for (const Segment &segment : unused) {
+            m_total -= segment.size;
+        }
+    }
+    for (const Segment &segment : unused) {
+        destroy(segment);
+    }
+}
+
 cv::UMatData *SharedMemory::allocate(int dims, const int *sizes, int type, void *data, size_t *step,
                                      cv::AccessFlag flags, cv::UMatUsageFlags usage) const
 {
@@ -97,6 +118,7 @@ bool SharedMemory::take(std::size_t size, Segment *segment) const
                                           [size](const Segment &one) { return one.size == size; });
         if (fitting != m_free.end()) {
             *segment = *fitting;
+            segment->isUnused = false;
             m_free.erase(fitting);
             m_used[segment->data] = *segment;
             return true;

@@ -17,6 +17,7 @@ struct Segment
     std::size_t size = 0; ///< In bytes, whole pages.
     uchar *data = nullptr;
     int descriptor = -1; ///< Read-only, for the server.
+    bool isUnused = false; ///< Free since the last dropUnused(), at least.
 };
 
 /**
@@ -37,6 +38,9 @@ public:
 
     /// Where the bytes lie. \return false when they are not in shared memory
     bool find(const uchar *data, Segment *segment, std::size_t *offset) const;
+
+    /// Gives what was free all the time since the last call back to the system.
+    void dropUnused();
 
     cv::UMatData *allocate(int dims, const int *sizes, int type, void *data, size_t *step,
                            cv::AccessFlag flags, cv::UMatUsageFlags usage) const override;

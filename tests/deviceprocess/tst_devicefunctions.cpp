@@ -6,6 +6,7 @@
 #include "devicelib/biometrics.h"
 #include "devicelib/cardreader.h"
 #include "devicelib/doccamera.h"
+#include "deviceprocess/host/sharedmemory.h"
 #include "deviceprocess/pictureheader.h"
 #include "deviceprocess/stub/forward.h"
 #include "deviceprocess/stub/mappedpictures.h"
@@ -497,6 +498,34 @@ private Q_SLOTS:
                 close(file);
             }
         }
+    }
+
+    void memoryThatNobodyWantsGoesBack()
+    {
+        SharedMemory memory;
+        const auto make = [&memory](int rows) {
+            cv::Mat picture;
+            picture.allocator = &memory;
+            picture.create(rows, 1 << 20, CV_8U);
+            return picture;
+        };
+        cv::Mat used = make(1);
+        const int others = mappings() - 1;
+        make(2); // free from now on
+        make(3);
+        QCOMPARE(mappings() - others, 3);
+        memory.dropUnused();
+        QCOMPARE(mappings() - others, 3); // not for long yet
+        make(3);
+        memory.dropUnused();
+        QCOMPARE(mappings() - others, 2);
+        memory.dropUnused();
+        QCOMPARE(mappings() - others, 1);
+        used = 1; // it is still there
+        used.release();
+        memory.dropUnused();
+        memory.dropUnused();
+        QCOMPARE(mappings(), others);
     }
 
     void linesOfMatricesHoldWholeNumbers()
