@@ -50,7 +50,8 @@ then run this again."
     done
     # shellcheck disable=SC2086 # lists of words
     {
-        LC_ALL=C apt-get -q --assume-no install --no-install-recommends $names 2>/dev/null \
+        # --print-uris: nothing is installed, nor locked, which only root could do.
+        LC_ALL=C apt-get -q --print-uris --assume-yes install --no-install-recommends $names \
             | sed -n -e 's/^Need to get \(.*\) of archives\.$/==> to be downloaded: \1/p' \
                 -e 's/^After this operation, \(.*\) of additional disk space will be used\.$/==> to be installed: \1/p'
         $root env DEBIAN_FRONTEND=noninteractive apt-get -q install -y --no-install-recommends $names
