@@ -14,6 +14,7 @@
 #include "base/statuspath.h"
 #include "devicelib/doccamera.h"
 #include "dispatch/deviceguard.h"
+#include "log/earlywarnings.h"
 #include "log/qlog.h"
 #include "statussocket/statuslistener.h"
 #include "statussocket/statusreport.h"
@@ -194,6 +195,7 @@ int main(int argc, char *argv[])
         static char simulation[] = "DEVICE_SIMULATION=1"; // for the device process as well
         putenv(simulation);
     }
+    keepEarlyWarnings();
     base::allowNoDisplay(); // the companions and the device process take over what it chooses
     chooseDataFolder(namedDataFolder(argc, argv));
     auto policy = readPolicy();
@@ -207,6 +209,7 @@ int main(int argc, char *argv[])
     exitIfAnotherRuns(counting);
 
     QLog::instance()->handler(QLog::LogToFile);
+    repeatEarlyWarnings();
     raiseDescriptorLimit();
     base::returnFreeMemory();
     if (!access->error().isEmpty()) {

@@ -56,6 +56,7 @@ add_library(server_core STATIC
     identity/livingbodydetectthread.cpp
     identity/readidcardthread.cpp
     identity/requestthread.cpp
+    log/earlywarnings.cpp
     log/longtext.cpp
     log/qlog.cpp
     log/qlogtonet.cpp

@@ -23,7 +23,7 @@ enum class MessageKind : std::uint32_t {
     Log = 5, ///< Host to server: a line for the log.
     Release = 6, ///< Server to host: a picture isn't looked at any more.
     Ping = 7, ///< Server to host: are you there?
-    Pong = 8, ///< Host to server: yes.
+    Pong = 8, ///< Host to server: yes. The first: it is ready; what its library lacks, two texts.
 };
 
 struct Message

@@ -6,6 +6,7 @@
 #include "tests/accesspolicy.h"
 #include "tests/files.h"
 #include "tests/pages.h"
+#include "tests/rows.h"
 
 #include <QDateTime>
 #include <QDir>
@@ -129,11 +130,6 @@ private Q_SLOTS:
 
     void devicectlFindsTheServer()
     {
-        const auto devicectl = [this](const QString &commandLine) {
-            QProcess process;
-            process.start(inFolder(line("devicectl")), words(Utf8(commandLine)));
-            return process.waitForFinished() ? process.readAllStandardOutput() : QByteArray();
-        };
         QCOMPARE(devicectl(line("call --force getVersion")), QByteArray("V1.0.2\n"));
         const QString picture = inFolder(line("frame.jpg"));
         devicectl(line("call --force --frame %1 bStartPlay").arg(picture));
@@ -147,11 +143,7 @@ private Q_SLOTS:
         QVERIFY(running > 0 && running < 600);
         QVERIFY(status[line("simulation")].toBool());
 
-        QMap<QString, QString> levels;
-        const auto findings = QJsonDocument::fromJson(devicectl(line("doctor --json"))).array();
-        for (const QJsonValue &finding : findings) {
-            levels[finding[line("id")].toString()] = finding[line("level")].toString();
-        }
+        const auto levels = diagnosis();
         for (const char *good : {"process", "port", "instance", "status", "program-folder",
                                  "data-folder", "log-folder", "device-process", "library"}) {
             QVERIFY2(levels[line(good)] == line("ok"), good);
@@ -221,6 +213,37 @@ private Q_SLOTS:
         start();
     }
 
+    void libraries_data()
+    {
+        const Rows<QString, QString, QString> row("library", "level", "reason");
+        row("with two functions", line(EXAMPLE_LIBRARY), "warning",
+            "device process: the library doesn't have bStartPlay2, ");
+        row("that isn't there", inFolder(line("none.so")), "fault", "none.so: cannot open");
+    }
+
+    /// The library is loaded before there is a log: a technician finds the reason all the same.
+    void libraries()
+    {
+        QFETCH(QString, library);
+        QFETCH(QString, reason);
+        end();
+        const QString settings = inFolder(line("devices.ini"));
+        const QByteArray usual = contentOf(settings);
+        writeFile(settings, "[library]\ncamera=" + library.toUtf8() + '\n');
+        const int before = log().size();
+        start();
+        Page page(port);
+        page.send(line("bStartPlay2()"));
+        QCOMPARE(page.nextReply(), line("BeginbStartPlay2falseEndbStartPlay2"));
+        const QByteArray lines = log().mid(before);
+        QVERIFY2(lines.contains(reason.toUtf8()), lines.constData());
+        QVERIFY(!lines.contains("logging rule")); // the server's, which Qt doesn't understand
+        QTEST(diagnosis()[line("library")], "level");
+        end();
+        writeFile(settings, usual);
+        start();
+    }
+
     // The last one: it leaves the policy behind.
     void thePolicyBesideTheProgram()
     {
@@ -254,6 +277,22 @@ private:
             return QFile::symLinkTarget(line("/proc/%1/exe").arg(process))
                 == inFolder(line("devicehost"));
         }));
+    }
+    QByteArray devicectl(const QString &commandLine) const
+    {
+        QProcess process;
+        process.start(inFolder(line("devicectl")), words(Utf8(commandLine)));
+        return process.waitForFinished() ? process.readAllStandardOutput() : QByteArray();
+    }
+    /// The levels of doctor's checks.
+    QMap<QString, QString> diagnosis() const
+    {
+        QMap<QString, QString> levels;
+        const auto findings = QJsonDocument::fromJson(devicectl(line("doctor --json"))).array();
+        for (const QJsonValue &finding : findings) {
+            levels[finding[line("id")].toString()] = finding[line("level")].toString();
+        }
+        return levels;
     }
     QString program() const { return inFolder(line("rvowebSocketServer")); }
     QByteArray log() const

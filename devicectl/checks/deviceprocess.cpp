@@ -58,19 +58,24 @@ Finding deviceCalls(const QJsonObject &status)
     return good({"no call of the device takes long", "没有耗时过长的设备调用"});
 }
 
-Finding libraryFunctions(const Environment &environment)
+Finding libraryFunctions(const QJsonObject &status)
 {
-    const QByteArray log = logOfDay(environment, environment.now().date());
-    const QByteArray mark = "the library doesn't have ";
-    const int at = log.lastIndexOf(mark);
-    if (at < 0) {
+    constexpr int shown = 200; // characters
+    const QString error = member(status, "deviceProcess", "libraryError").toString();
+    if (!error.isEmpty()) {
+        return fault({"the device library can't be loaded: %1", "无法加载设备库：%1"},
+                     {"look at [library] of devices.ini, and at what ldd says of that file",
+                      "请检查 devices.ini 的 [library]，并用 ldd 检查该文件"},
+                     error.left(shown));
+    }
+    const QString missing = member(status, "deviceProcess", "missing").toString();
+    if (missing.isEmpty()) {
         return good({"the device library has all functions", "设备库函数齐全"});
     }
-    const int start = at + mark.size();
     return warning(
         {"the device library has no %1", "设备库缺少 %1"},
         {"commands that need them fail; ask its maker", "需要它们的命令会失败；请联系厂商"},
-        QString::fromUtf8(log.mid(start, log.indexOf('\n', start) - start).left(200)));
+        missing.left(shown));
 }
 
 Finding simulation(const QJsonObject &status)
@@ -90,7 +95,7 @@ std::vector<Check> deviceProcessChecks()
         {"device-process", {"device process", "设备进程"}, withStatus<deviceProcess>},
         {"device-restarts", {"device restarts", "设备进程重启"}, withStatus<restarts>},
         {"device-calls", {"device calls", "设备调用"}, withStatus<deviceCalls>},
-        {"library", {"device library", "设备库"}, libraryFunctions},
+        {"library", {"device library", "设备库"}, withStatus<libraryFunctions>},
         {"simulation", {"simulation", "模拟设备"}, withStatus<simulation>},
     };
 }

@@ -29,22 +29,26 @@ constexpr Half halves[] = {
 #include "devicelib/functions.h"
 };
 
-void *open(const QString &configured)
+/// \return null, with a line in the log and in `error`, on failure
+void *open(const QString &configured, QByteArray *error)
 {
     const QString beside = QCoreApplication::applicationDirPath() + QLatin1Char('/') + configured;
     const QString path = QFileInfo::exists(beside) ? beside : configured;
     void *library = dlopen(QFile::encodeName(path).constData(), RTLD_NOW | RTLD_GLOBAL);
     if (!library) {
-        qWarning("device process: %s", dlerror());
+        const QByteArray reason = dlerror();
+        qWarning("device process: %s", reason.constData());
+        *error += (error->isEmpty() ? "" : "; ") + reason;
     }
     return library;
 }
 
 } // namespace
 
-void Library::load(const QString &camera, const QString &cards)
+Shortcomings Library::load(const QString &camera, const QString &cards)
 {
-    void *const libraries[] = {open(camera), open(cards)};
+    Shortcomings found;
+    void *const libraries[] = {open(camera, &found.error), open(cards, &found.error)};
     QStringList missing;
     for (std::size_t i = 0; i < functionCount; ++i) {
         const char *name = functionName(std::uint32_t(i));
@@ -55,9 +59,11 @@ void Library::load(const QString &camera, const QString &cards)
         }
     }
     if (!missing.isEmpty()) {
-        qWarning().noquote() << "device process: the library doesn't have"
-                             << missing.join(QStringLiteral(", "));
+        const QString names = missing.join(QStringLiteral(", "));
+        qWarning().noquote() << "device process: the library doesn't have" << names;
+        found.missing = names.toUtf8();
     }
+    return found;
 }
 
 void Library::execute(std::uint32_t function, Reader &arguments, Writer &reply, Pictures &pictures)

@@ -12,16 +12,23 @@ namespace deviceprocess {
 
 class Pictures;
 
+/// What a library lacks, for the server's status; UTF-8, empty where nothing does.
+struct Shortcomings
+{
+    QByteArray error; ///< Why one can't be loaded.
+    QByteArray missing; ///< Functions, with commas.
+};
+
 /// The real device library: the portable one, or a maker's.
 class Library
 {
 public:
     /**
-     * Loads both libraries; what is missing is named in the log, and fails when it is called.
-     * \param camera, cards  paths; a bare name is looked for beside the program, then as the
-     *                       dynamic loader does
+     * Loads both libraries; what is missing is named in the log as well, and fails when it is
+     * called. \param camera, cards  paths; a bare name is looked for beside the program, then as
+     * the dynamic loader does
      */
-    void load(const QString &camera, const QString &cards);
+    Shortcomings load(const QString &camera, const QString &cards);
 
     /**
      * Carries a call out on this thread. Throws what the library throws, and std::runtime_error for

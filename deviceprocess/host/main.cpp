@@ -67,8 +67,11 @@ void limitResources(int memoryMiB)
 }
 
 /// Lines go to the server's log, with the text that they have there today.
-void sendLogLine(QtMsgType type, const QMessageLogContext &, const QString &text)
+void sendLogLine(QtMsgType type, const QMessageLogContext &context, const QString &text)
 {
+    if (qstrcmp(context.category, "qt.core.logging") == 0) {
+        return; // about the server's logging rules, which we have inherited
+    }
     Writer line;
     line.value(std::int32_t(type));
     line.bytes(text.toUtf8());
@@ -181,11 +184,14 @@ int main(int argc, char **argv)
     limitResources(memoryMiB > 0 ? memoryMiB : usualMemoryMiB);
 
     static Library library;
-    library.load(path("DEVICEHOST_CAMERA", "libportabledoccamera.so"),
-                 path("DEVICEHOST_CARDS", "libportablecardreader.so"));
+    const Shortcomings lacking = library.load(path("DEVICEHOST_CAMERA", "libportabledoccamera.so"),
+                                              path("DEVICEHOST_CARDS", "libportablecardreader.so"));
     static Pictures pictures(memory);
     makeRelay();
-    CallerLink::sendApart(MessageKind::Pong, 0, Writer()); // ready
+    Writer ready;
+    ready.bytes(lacking.error);
+    ready.bytes(lacking.missing);
+    CallerLink::sendApart(MessageKind::Pong, 0, ready);
     std::thread(takeControl, std::ref(library), std::ref(pictures)).detach();
     return QApplication::exec();
 }

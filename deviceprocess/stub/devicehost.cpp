@@ -153,6 +153,8 @@ std::optional<DeviceHost::Status> DeviceHost::status() const
     status.pid = m_pid;
     status.restarts = m_restarts;
     status.lastReason = m_lastReason.toUtf8();
+    status.libraryError = m_libraryError;
+    status.missing = m_missing;
     status.running = m_pid > 0 ? since(m_started) : milliseconds(0);
     for (const auto &call : m_underWay) {
         status.calls.push_back(
@@ -537,6 +539,22 @@ bool DeviceHost::sendSettings()
     return true;
 }
 
+/// The first one of a process says what its library lacks.
+void DeviceHost::takePong(const Message &pong)
+{
+    constexpr int longest = 4096; // the names of all functions; the status has room for them
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    if (!m_isUp) {
+        Reader reader(pong);
+        m_libraryError = reader.bytes().left(longest);
+        m_missing = reader.bytes().left(longest);
+    }
+    m_pinged = {};
+    m_isUp = true;
+    m_isTaking = false;
+    m_changed.notify_all();
+}
+
 /// On a busy machine a pong is late behind many events.
 void DeviceHost::noteSignOfLife()
 {
@@ -559,11 +577,7 @@ void DeviceHost::takeEvents()
             count = 0;
         }
         if (message.kind == MessageKind::Pong) {
-            const std::lock_guard<std::mutex> lock(m_mutex);
-            m_pinged = {};
-            m_isUp = true;
-            m_isTaking = false;
-            m_changed.notify_all();
+            takePong(message);
             continue;
         }
         noteSignOfLife();

@@ -110,6 +110,8 @@ public:
         pid_t pid = 0; ///< 0 while none runs
         int restarts = 0;
         QByteArray lastReason; ///< why the last one ended, in UTF-8; empty: none has
+        QByteArray libraryError; ///< why a library can't be loaded, in UTF-8; empty: both are
+        QByteArray missing; ///< functions that the libraries don't have
         std::chrono::milliseconds running{}; ///< since when it does
         std::vector<Call> calls; ///< under way
     };
@@ -145,6 +147,7 @@ private:
     void repeatSettings();
     bool waitUntilUp();
     bool sendSettings();
+    void takePong(const Message &pong);
     void noteSignOfLife();
     void takeEvents();
     void reap();
@@ -177,6 +180,8 @@ private:
     Clock::time_point m_pinged;
     bool m_isPausing = false; ///< Between two processes, as they keep dying.
     QString m_lastReason; ///< Why the process before this one ended.
+    QByteArray m_libraryError; ///< As in Status.
+    QByteArray m_missing;
     struct UnderWay
     {
         FunctionId function;
