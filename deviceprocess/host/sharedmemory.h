@@ -2,6 +2,7 @@
 #pragma once
 
 #include <opencv2/core.hpp>
+#include <unistd.h>
 
 #include <cstdint>
 #include <map>
@@ -13,7 +14,7 @@ namespace deviceprocess {
 /// A piece of memory that the server can map.
 struct Segment
 {
-    std::uint64_t id = 0; ///< Never used again.
+    std::uint64_t id = 0; ///< Never used again, nor by another process.
     std::size_t size = 0; ///< In bytes, whole pages.
     uchar *data = nullptr;
     int descriptor = -1; ///< Read-only, for the server.
@@ -58,7 +59,8 @@ private:
     mutable std::map<const uchar *, Segment> m_used; // guarded by m_mutex, as all below
     mutable std::vector<Segment> m_free;
     mutable std::size_t m_total = 0;
-    mutable std::uint64_t m_lastId = 0;
+    /// The server may still have memory of a former process mapped: no id comes again.
+    mutable std::uint64_t m_lastId = std::uint64_t(getpid()) << 32;
 };
 
 } // namespace deviceprocess
