@@ -227,8 +227,9 @@ bool Camera::isIdle(const Settings::View &settings)
     const std::lock_guard<std::mutex> lock(m_mutex);
     const bool isTaken = m_clock.now() < m_lastTaken + idleAfter;
     const bool isUpToDate = m_hasFrame && m_revision == settings.revision;
-    m_isStale = isUpToDate && !isTaken;
-    return m_isStale;
+    const bool isIdle = isUpToDate && !isTaken;
+    m_isStale = m_isStale || isIdle; // until the next one is published
+    return isIdle;
 }
 
 bool Camera::read(const Settings::View &settings, cv::Mat &frame, QString *error)
