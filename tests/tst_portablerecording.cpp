@@ -396,6 +396,24 @@ private Q_SLOTS:
         QVERIFY2(log.contains(line("0.2 s, 4 different pictures")), qPrintable(log));
     }
 
+    void aStartThatRunsOutOfMemoryIsNoRecording()
+    {
+        ManualClock clock;
+        const auto device = std::make_shared<FakeDevice>();
+        CameraSet cameras([&](int, QString *) { return std::make_unique<FakeSource>(device); },
+                          clock);
+        cameras.start(1);
+        bool hasMemory = false;
+        Recorder recorder(cameras, clock, [&](QString *) -> std::shared_ptr<SoundCapture> {
+            return hasMemory ? nullptr : throw std::bad_alloc();
+        });
+        QVERIFY(!recorder.start(path("a"), VideoFormat::Standard));
+        QVERIFY(m_log->takeLines().join(QString()).contains(line("bad_alloc")));
+        hasMemory = true;
+        QVERIFY(recorder.start(path("a"), VideoFormat::Standard));
+        recorder.finish();
+    }
+
     void soundStaysWithThePicture_data()
     {
         const Rows<VideoFormat, QString, QString, int, int> row("format", "name", "codec", "ppm",

@@ -175,7 +175,20 @@ AvPicture AvPreview::picture() const
     return m_content->picture;
 }
 
-void AvPreview::run(std::shared_ptr<SoundCapture> sound)
+void AvPreview::run(const std::shared_ptr<SoundCapture> &sound)
+{
+    try {
+        show(sound);
+    } catch (const std::exception &failure) { // OpenCV's, or out of memory
+        logWarning() << "the preview window closes:" << failure.what();
+    }
+    const std::lock_guard<std::mutex> lock(m_mutex);
+    m_window.reset();
+    m_isOpen = false;
+}
+
+/// Until the preview ends, or its window is closed.
+void AvPreview::show(const std::shared_ptr<SoundCapture> &sound)
 {
     PreviewWatch preview(m_cameras, m_clock);
     cv::Mat shown;
@@ -215,9 +228,6 @@ void AvPreview::run(std::shared_ptr<SoundCapture> sound)
             break;
         }
     }
-    const std::lock_guard<std::mutex> lock(m_mutex);
-    m_window.reset();
-    m_isOpen = false;
 }
 
 /// Until the next picture is due. \return false when the window is to close

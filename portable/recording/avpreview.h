@@ -56,7 +56,8 @@ public:
 private:
     struct Content;
 
-    void run(std::shared_ptr<SoundCapture> sound);
+    void run(const std::shared_ptr<SoundCapture> &sound);
+    void show(const std::shared_ptr<SoundCapture> &sound);
     bool wait();
     void end();
 

@@ -170,22 +170,36 @@ bool Recorder::begin(const QString &path, VideoFormat format, QString *error)
     if (previous.joinable()) {
         previous.join();
     }
+    bool isRunning = false;
+    try {
+        isRunning = launch(path, format, error);
+    } catch (const std::exception &failure) { // no memory, or no thread
+        *error = QString::fromLocal8Bit(failure.what());
+    }
+    lock.lock();
+    if (!isRunning) {
+        m_state = State::Idle;
+    }
+    m_changed.notify_all();
+    return isRunning;
+}
+
+/// From Starting to Running. \return false, with a reason, when the file can't be written
+bool Recorder::launch(const QString &path, VideoFormat format, QString *error)
+{
     QString silence;
     auto sound = m_openSound(&silence);
     auto file = open(path, format, sound != nullptr, error);
-    if (file) {
-        logInfo() << (sound ? "recording:" : "recording, without sound:")
-                  << file->description() + QLatin1String(sound ? " from " : "; ")
-                + (sound ? sound->name() : silence);
-    }
-    lock.lock();
-    m_state = file ? State::Running : State::Idle;
-    m_changed.notify_all();
     if (!file) {
         return false;
     }
+    logInfo() << (sound ? "recording:" : "recording, without sound:")
+              << file->description() + QLatin1String(sound ? " from " : "; ")
+            + (sound ? sound->name() : silence);
+    const std::lock_guard<std::mutex> lock(m_mutex);
     m_parts = {{m_clock.now()}};
     m_thread = std::thread(&Recorder::run, this, std::move(file), std::move(sound));
+    m_state = State::Running;
     return true;
 }
 

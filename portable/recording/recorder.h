@@ -73,6 +73,7 @@ private:
     };
 
     bool begin(const QString &path, VideoFormat format, QString *error);
+    bool launch(const QString &path, VideoFormat format, QString *error);
     std::unique_ptr<VideoFile> open(const QString &path, VideoFormat format, bool withSound,
                                     QString *error);
     void run(std::unique_ptr<VideoFile> file, std::shared_ptr<SoundCapture> sound);

@@ -100,6 +100,17 @@ bool SoundCapture::isStopped() const
 
 void SoundCapture::run()
 {
+    try {
+        listen();
+    } catch (const std::exception &failure) { // no memory: silence from now on
+        logWarning() << "microphone lost:" << m_name + QLatin1Char(':') << failure.what();
+        m_level = 0;
+    }
+}
+
+/// Until it is stopped.
+void SoundCapture::listen()
+{
     while (!isStopped()) {
         Sound sound;
         QString error;

@@ -54,6 +54,7 @@ public:
 private:
     SoundCapture(MicrophoneOpener open, std::unique_ptr<Microphone> microphone, base::Clock &clock);
     void run();
+    void listen();
     bool reopen();
     void add(Sound sound);
     bool isStopped() const;
