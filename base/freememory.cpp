@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "base/freememory.h"
 
+#include <QByteArray>
 #include <QCoreApplication>
 #include <QTimer>
 #include <malloc.h>
@@ -14,6 +15,15 @@ namespace {
 constexpr std::chrono::minutes interval{1}; // takes some milliseconds, and as many to get it again
 
 } // namespace
+
+void resizeBuffer(QByteArray &buffer, int size)
+{
+    constexpr int small = 1 << 20;
+    if (buffer.capacity() > small && buffer.capacity() / 4 > size) {
+        buffer = QByteArray();
+    }
+    buffer.resize(size);
+}
 
 void returnFreeMemory(const std::function<void()> &further)
 {

@@ -3,7 +3,15 @@
 
 #include <functional>
 
+class QByteArray;
+
 namespace base {
+
+/**
+ * Resizes a buffer that is used again and again. One that is much too large gives its memory back:
+ * a single huge picture would keep it for good.
+ */
+void resizeBuffer(QByteArray &buffer, int size);
 
 /**
  * From now on gives free memory back to the system once a minute; without it glibc keeps between

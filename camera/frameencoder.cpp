@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "camera/frameencoder.h"
 
+#include "base/freememory.h"
 #include "dispatch/base64.h"
 
 #include <QBuffer>
@@ -22,7 +23,9 @@ namespace {
 
 constexpr int rowsPerBatch = 8; // of 800 pixels: they stay in the first cache
 constexpr int maxDimension = 65500; // libjpeg's JPEG_MAX_DIMENSION
+constexpr std::size_t maxLength = std::size_t(512) << 20; // bytes; QByteArray has room for 2 GiB
 constexpr int defaultQuality = 75; // Qt's meaning of quality -1
+constexpr std::size_t leastOutput = std::size_t(256) * 1024; // bytes
 constexpr int engineBuffer = 2048; // pixels that Qt's raster engine processes at a time
 constexpr int engineLimit = 32766; // beyond this, Qt's raster engine clips
 
@@ -175,6 +178,7 @@ private:
     {
         return static_cast<Compressor *>(jpeg->client_data);
     }
+    void startOutput();
     static void growOutput(Compressor *self, std::size_t used);
     void begin(const QImage &frame, int bytesPerPixel);
     void setDensity(const QImage &frame);
@@ -186,6 +190,7 @@ private:
     Failure m_failure{};
     jpeg_destination_mgr m_destination{};
     std::vector<uchar> m_output;
+    std::size_t m_lastLength = 0; ///< Of what the picture before took.
     std::vector<uchar> m_gathered;
     std::array<uchar *, rowsPerBatch> m_rows{};
     bool m_isScaled = true;
@@ -197,7 +202,7 @@ private:
 };
 
 FrameEncoder::Compressor::Compressor()
-    : m_output(std::size_t(256) * 1024)
+    : m_output(leastOutput)
 {
     m_jpeg.err = jpeg_std_error(&m_failure);
     m_failure.error_exit = [](j_common_ptr jpeg) {
@@ -206,7 +211,7 @@ FrameEncoder::Compressor::Compressor()
     m_failure.output_message = [](j_common_ptr) {};
     jpeg_create_compress(&m_jpeg);
     m_jpeg.client_data = this;
-    m_destination.init_destination = [](j_compress_ptr jpeg) { growOutput(of(jpeg), 0); };
+    m_destination.init_destination = [](j_compress_ptr jpeg) { of(jpeg)->startOutput(); };
     m_destination.empty_output_buffer = [](j_compress_ptr jpeg) -> boolean {
         Compressor *self = of(jpeg);
         const std::size_t used = self->m_output.size(); // the whole buffer, by libjpeg's contract
@@ -216,6 +221,15 @@ FrameEncoder::Compressor::Compressor()
     };
     m_destination.term_destination = [](j_compress_ptr) {};
     m_jpeg.dest = &m_destination;
+}
+
+/// Smaller again if the picture before needed only a little of the buffer.
+void FrameEncoder::Compressor::startOutput()
+{
+    if (m_output.size() > leastOutput && m_output.size() / 8 > m_lastLength) {
+        m_output = std::vector<uchar>(m_output.size() / 2);
+    }
+    growOutput(this, 0);
 }
 
 void FrameEncoder::Compressor::growOutput(Compressor *self, std::size_t used)
@@ -248,6 +262,7 @@ bool FrameEncoder::Compressor::compress(const QImage &frame, QSize size, J_COLOR
         jpeg_write_scanlines(&m_jpeg, m_rows.data(), JDIMENSION(rows));
     }
     jpeg_finish_compress(&m_jpeg);
+    m_lastLength = length();
     return true;
 }
 
@@ -347,7 +362,7 @@ QByteArray FrameEncoder::encode(const QImage &frame, QSize size)
         || qMax(size.width(), size.height()) > engineLimit) {
         return encodeByQt(frame, size);
     }
-    if (!m_compressor->compress(frame, size, space)) {
+    if (!m_compressor->compress(frame, size, space) || m_compressor->length() > maxLength) {
         return {};
     }
     return textOf(m_compressor->data(), m_compressor->length());
@@ -385,7 +400,7 @@ QByteArray FrameEncoder::textOf(const unsigned char *jpeg, std::size_t length)
     if (!text.isDetached()) {
         text = QByteArray(); // still queued for a page, which keeps the old one
     }
-    text.resize(int(base64Length(length)));
+    base::resizeBuffer(text, int(base64Length(length)));
     base64EncodeInto(jpeg, length, text.data());
     return text;
 }

@@ -156,6 +156,20 @@ private Q_SLOTS:
         }
         QVERIFY(kept == copies);
     }
+
+    void oneHugeFrameKeepsNoMemory()
+    {
+        FrameEncoder encoder;
+        const QImage frame = picture({800, 600}, QImage::Format_RGB888);
+        for (int i = 0; i < 4; ++i) {
+            QVERIFY(encoder.encode(frame, {8000, 6000}).size() > 4 << 20);
+        }
+        for (int i = 0; i < 8; ++i) { // its buffers take turns, and shrink by and by
+            const QByteArray text = encoder.encode(frame, {400, 300});
+            QVERIFY2(text.capacity() < 4 << 20, qPrintable(QString::number(text.capacity())));
+            QVERIFY(text == expected(frame, {400, 300}));
+        }
+    }
 };
 
 QTEST_GUILESS_MAIN(TestFrameEncoder)

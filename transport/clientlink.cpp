@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "transport/clientlink.h"
 
+#include "base/freememory.h"
 #include "transport/pagesocket.h"
 
 #include <QThread>
@@ -126,7 +127,7 @@ void ClientLink::webSocketTextFrame(const QByteArray &text, QByteArray &buffer)
     if (!buffer.isDetached()) {
         buffer = QByteArray();
     }
-    buffer.resize(headerLength + text.size());
+    base::resizeBuffer(buffer, headerLength + text.size());
     std::memcpy(buffer.data(), header, std::size_t(headerLength));
     std::memcpy(buffer.data() + headerLength, text.constData(), std::size_t(text.size()));
 }
