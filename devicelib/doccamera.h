@@ -97,7 +97,8 @@ bool getVideoFrameMatEx(cv::Mat &frame);
 
 /**
  * Runs the library's own audio and video preview; when it returns true, the caller restarts the
- * main preview. Both options are implementation-defined.
+ * main preview. Both options are implementation-defined. It may return when its window is closed,
+ * within an hour; the server's other commands wait for that.
  */
 bool bAVPreview(qint64 option1, qint64 option2);
 

@@ -38,7 +38,7 @@ DEVICE(doccamera, Closing,    30, bool, bStopPlay4, (), ())
 DEVICE(doccamera, Frame,       5, bool, getVideoFrame, (QImage &frame), (frame))
 DEVICE(doccamera, Frame,       5, bool, getVideoFrameMat, (cv::Mat &frame), (frame))
 DEVICE(doccamera, Frame,       5, bool, getVideoFrameMatEx, (cv::Mat &frame), (frame))
-DEVICE(doccamera, Query,      30, bool, bAVPreview, (qint64 first, qint64 second), (first, second))
+DEVICE(doccamera, Query,    3600, bool, bAVPreview, (qint64 first, qint64 second), (first, second))
 DEVICE(doccamera, Setting,     5, void, vSetImageDispFlag, (bool on), (on))
 
 // Settings
