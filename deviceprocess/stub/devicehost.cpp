@@ -197,7 +197,7 @@ void DeviceHost::beginLocked()
 }
 
 /// The calling thread's connection to the process that runs; starts it first, or waits for that.
-std::shared_ptr<DeviceHost::Connection> DeviceHost::connection(Clock::time_point until)
+std::shared_ptr<DeviceHost::Connection> DeviceHost::connection()
 {
     thread_local std::shared_ptr<Connection> own;
     std::unique_lock<std::mutex> lock(m_mutex);
@@ -205,8 +205,7 @@ std::shared_ptr<DeviceHost::Connection> DeviceHost::connection(Clock::time_point
         return own;
     }
     beginLocked();
-    const auto latest = std::min(until, Clock::now() + m_startLimit.load());
-    m_changed.wait_until(lock, latest, [this] { return m_state != State::Starting; });
+    m_changed.wait_for(lock, m_startLimit.load(), [this] { return m_state != State::Starting; });
     if (m_state != State::Running) {
         return nullptr;
     }
@@ -241,10 +240,13 @@ bool DeviceHost::call(FunctionId function, FunctionKind kind, const Writer &argu
                       Message *reply)
 {
     m_settings.noteCall(function, kind, arguments.body());
-    const auto until = deadline(function);
-    bool isAnswered = attempt(function, arguments, until, reply);
-    if (!isAnswered && kind == FunctionKind::Frame && isReplaced(threadGeneration, until)) {
-        isAnswered = attempt(function, arguments, until, reply);
+    bool isAnswered = attempt(function, arguments, reply);
+    if (!isAnswered && kind == FunctionKind::Frame
+        && isReplaced(threadGeneration, deadline(function))) {
+        isAnswered = attempt(function, arguments, reply);
+    }
+    if (kind == FunctionKind::Closing) {
+        forgetMappings(); // of the preview that has ended
     }
     if (isAnswered) {
         m_settings.noteReply(function, kind, arguments.body(), *reply);
@@ -262,10 +264,10 @@ bool DeviceHost::isReplaced(quint64 generation, Clock::time_point until)
     return isNew();
 }
 
-bool DeviceHost::attempt(FunctionId function, const Writer &arguments, Clock::time_point until,
-                         Message *reply)
+bool DeviceHost::attempt(FunctionId function, const Writer &arguments, Message *reply)
 {
-    const auto link = connection(until);
+    const auto link = connection();
+    const auto until = deadline(function); // the start of the process has a limit of its own
     if (!link) {
         qWarning().noquote() << "device process:" << nameOf(function)
                              << "failed: the process doesn't run";

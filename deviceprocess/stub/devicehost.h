@@ -128,15 +128,14 @@ private:
     struct Connection;
 
     void beginLocked();
-    std::shared_ptr<Connection> connection(Clock::time_point until);
+    std::shared_ptr<Connection> connection();
     bool isUsable(const Connection &connection) const;
     int newCaller(bool isMainThread);
     Clock::time_point deadline(FunctionId function) const;
     std::uint64_t takeReleased(const Connection &connection);
     Received exchange(Connection &connection, FunctionId function, const Writer &arguments,
                       Clock::time_point until, Message *reply);
-    bool attempt(FunctionId function, const Writer &arguments, Clock::time_point until,
-                 Message *reply);
+    bool attempt(FunctionId function, const Writer &arguments, Message *reply);
     bool isReplaced(quint64 generation, Clock::time_point until);
     bool hasStopped(quint64 generation);
     bool isAlive(quint64 generation);

@@ -25,7 +25,7 @@ bool readPicture(Reader &reader, const std::function<ReleasePixels(std::uint64_t
 bool readPicture(Reader &reader, const std::function<ReleasePixels(std::uint64_t held)> &release,
                  QImage *picture);
 
-/// Forgets the mappings of a host that has gone, as soon as nobody looks at them.
+/// Forgets mappings that are kept for the next pictures, as soon as nobody looks at them.
 void forgetMappings();
 
 } // namespace deviceprocess

@@ -96,7 +96,10 @@ DeviceHost &DeviceHost::instance()
             bool isNumber = false;
             const double factor = setting("timeFactor").toDouble(&isNumber);
             if (isNumber && factor > 0) {
-                host.setTimeLimits({factor, factor});
+                TimeLimits limits{factor, factor};
+                limits.start = std::chrono::milliseconds(
+                    qint64(double(limits.start.count()) * std::max(1.0, factor)));
+                host.setTimeLimits(limits);
             }
             // Not on its command line, which may not hold the server's name.
             host.setEnvironment({"DEVICEHOST_CAMERA=" + QFile::encodeName(setting("camera")),

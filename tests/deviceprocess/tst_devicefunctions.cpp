@@ -403,6 +403,8 @@ private Q_SLOTS:
             QVERIFY(getVideoFrameMat(frame));
         }
         QTRY_VERIFY(mappings() <= 8);
+        bStopPlay();
+        QCOMPARE(mappings(), 0);
         QVERIFY(QDir(ownFiles).count() < before + 10);
         const QDir opened(QStringLiteral("/proc/%1/fd").arg(DeviceHost::instance().processId()));
         QVERIFY2(opened.count() < 40, qPrintable(QString::number(opened.count())));
