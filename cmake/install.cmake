@@ -8,8 +8,9 @@
 set(PROGRAM_INSTALL_DIR lib/rvowebsocketserver CACHE STRING "Where the programs and their files go")
 set(_documents ${CMAKE_INSTALL_DATADIR}/doc/rvowebsocketserver)
 set(_settings ${CMAKE_INSTALL_FULL_SYSCONFDIR}/rvowebsocketserver)
-if(PROGRAM_INSTALL_DIR MATCHES "sh|txt|sudo|grep|qtcreator")
-    message(FATAL_ERROR "PROGRAM_INSTALL_DIR must not contain \"${CMAKE_MATCH_0}\": "
+string(TOLOWER "${CMAKE_INSTALL_PREFIX}/${PROGRAM_INSTALL_DIR}" _lower) # qtcreator is, in any case
+if("${CMAKE_INSTALL_PREFIX}/${PROGRAM_INSTALL_DIR}" MATCHES "sh|txt|sudo|grep" OR _lower MATCHES "qtcreator")
+    message(FATAL_ERROR "The programs' folder must not contain \"${CMAKE_MATCH_0}\": "
         "a second server would not notice the first")
 endif()
 
