@@ -18,6 +18,7 @@
 
 #include <QtTest>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <future>

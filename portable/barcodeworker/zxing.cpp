@@ -16,6 +16,7 @@
 #include <cstdint>
 #include <cstdlib>
 #include <iterator>
+#include <regex>
 
 namespace portable {
 
@@ -50,6 +51,7 @@ constexpr Format formatTable[] = {
 };
 #else
 constexpr Format formatTable[] = {
+    // No MaxiCode: this version gets its letters wrong.
     {barcode::aztec, Theirs::AZTEC},
     {barcode::codabar, Theirs::CODABAR},
     {barcode::code39, Theirs::CODE_39},
@@ -61,7 +63,6 @@ constexpr Format formatTable[] = {
     {barcode::ean8, Theirs::EAN_8},
     {barcode::ean13, Theirs::EAN_13},
     {barcode::itf, Theirs::ITF},
-    {barcode::maxiCode, Theirs::MAXICODE},
     {barcode::pdf417, Theirs::PDF_417},
     {barcode::qr, Theirs::QR_CODE},
     {barcode::upcA, Theirs::UPC_A},
@@ -187,6 +188,27 @@ void appendUtf8(std::uint32_t character, std::string *text)
     }
 }
 
+/**
+ * The fields of a DataBar Expanded as later versions give them: "(10)AB(21)7" becomes 10AB, the
+ * separator GS, 217. No separator follows identifiers whose fields have a fixed length (GS1 General
+ * Specifications, 7.8.5).
+ */
+std::string withoutBrackets(const std::string &text)
+{
+    static const std::regex identifier("\\(([0-9]{2,4})\\)");
+    static const std::regex fixedLength("(0[0-4]|1[1-9]|20|3[1-6]|41)[0-9]*");
+    std::string plain;
+    std::string rest = text;
+    bool isOpen = false;
+    for (std::sregex_iterator each(text.begin(), text.end(), identifier), end; each != end;
+         ++each) {
+        plain += each->prefix().str() + (isOpen ? "\x1d" : "") + each->str(1);
+        isOpen = !std::regex_match(each->str(1), fixedLength);
+        rest = each->suffix();
+    }
+    return plain + rest;
+}
+
 FoundBarcode found(const ZXing::Result &code)
 {
     std::string bytes;
@@ -196,6 +218,9 @@ FoundBarcode found(const ZXing::Result &code)
         isDecoded = isDecoded || character > 0xff;
         bytes.push_back(char(character));
         appendUtf8(std::uint32_t(character), &text);
+    }
+    if (code.format() == Theirs::RSS_EXPANDED) {
+        bytes = withoutBrackets(bytes);
     }
     if (!isDecoded && isUtf8(bytes)) {
         text = bytes;
