@@ -17,7 +17,7 @@ needs its libraries (dpkg --add-architecture), which a system of its own (--suit
   --mirror URL    where that comes from (default: http://deb.debian.org/debian)
   --ccache        keep what was compiled there, in build/systems/, for the next time
   --version TEXT  a version other than that of debian/changelog
-  --store         also the layout of app stores, /opt/apps/<id>/{entries,files,info}, as an archive
+  --store         also the layout of app stores, /opt/apps/<id>/{entries,files,info}, with all modules
   --no-install    do not install packages
   --help          show this text
 TEXT
@@ -105,13 +105,11 @@ export DEB_BUILD_OPTIONS="${DEB_BUILD_OPTIONS:-} noautodbgsym" DEB_CFLAGS_STRIP=
 (cd "$source" && dpkg-buildpackage --build=binary --no-sign "${cross[@]}") >"$output/build.log" 2>&1 \
     || { tail -n 40 "$output/build.log" >&2; fail "the build failed, see $output/build.log"; }
 
+packages=("$output/rvowebsocketserver"{,-imgcodecs,-video}"_${version}_$architecture.deb")
 say "checking the packages"
-lintian --fail-on error,warning --tag-display-limit 0 --no-cfg \
-    "$output/rvowebsocketserver_${version}_$architecture.changes" \
+lintian --fail-on error,warning --tag-display-limit 0 --no-cfg "$output/rvowebsocketserver_${version}_$architecture.changes" \
     || fail "lintian has found something; what is right as it is goes into debian/*.lintian-overrides, with its reason"
-if [ "$store" = yes ]; then
-    scripts/store-layout.sh "$output/rvowebsocketserver_${version}_$architecture.deb"
-fi
+[ "$store" = no ] || scripts/store-layout.sh "${packages[@]}"
 rm -rf "$source"
 for file in "$output"/*_"${version}"_*.deb; do
     say "$(basename "$file"): $(($(stat -c %s "$file") / 1024)) KiB, unpacked $(dpkg-deb -f "$file" Installed-Size) KiB"
