@@ -46,7 +46,7 @@ rvowebsocketserver-models ($version) unstable; urgency=medium
 
  -- $maintainer  $date
 TEXT
-chmod -R u=rwX,go=rX "$work"
+find "$work" -type d -exec chmod 755 {} + -o -exec chmod 644 {} +
 (cd "$work" && find usr -type f -printf '%P\n' | sort | sed 's|^|usr/|' | xargs md5sum >DEBIAN/md5sums)
 cat >"$work/DEBIAN/control" <<TEXT
 Package: rvowebsocketserver-models

@@ -43,7 +43,7 @@ while [ $# -gt 0 ]; do
     --models)
         models=yes
         if [[ "${2:-}" == *.tgz ]]; then
-            weights=$2
+            weights=$(realpath -e "$2")
             shift
         fi
         ;;
@@ -75,7 +75,8 @@ build_in_minimal_system() {
     if [ "$models" = yes ]; then
         tools+=(ca-certificates curl)
         passed_on+=(--models)
-        [ ! -d build/release/models ] || install -D -t "$root$tree/build/release/models" build/release/models/*
+        mkdir -p "$root$tree/build/release"
+        [ ! -d build/release/models ] || cp -r build/release/models "$root$tree/build/release/"
         if [ -n "$weights" ]; then
             cp "$weights" "$root/srv/weights.tgz"
             passed_on+=(/srv/weights.tgz)
