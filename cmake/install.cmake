@@ -63,7 +63,16 @@ install(FILES ${PROJECT_BINARY_DIR}/rvowebsocketserver.service
 # Runtime: documents
 install(FILES README.md CHANGELOG.md DESTINATION ${_documents} COMPONENT Runtime)
 install(DIRECTORY docs DESTINATION ${_documents} COMPONENT Runtime
-    PATTERN man EXCLUDE PATTERN library EXCLUDE)
+    PATTERN man EXCLUDE PATTERN library EXCLUDE PATTERN "*.png" EXCLUDE)
+# The screenshots would be a quarter of the package: without them, and without the lines that show them.
+install(CODE "
+    file(GLOB documents \$ENV{DESTDIR}\${CMAKE_INSTALL_PREFIX}/${_documents}/*.md
+        \$ENV{DESTDIR}\${CMAKE_INSTALL_PREFIX}/${_documents}/docs/*.md)
+    foreach(document IN LISTS documents)
+        file(READ \${document} text)
+        string(REGEX REPLACE \"!\\\\[[^\n]*\\\\.png\\\\)\n\n\" \"\" text \"\${text}\")
+        file(WRITE \${document} \"\${text}\")
+    endforeach()" COMPONENT Runtime)
 
 # Policy
 install(FILES docs/examples/access.ini DESTINATION ${_settings} COMPONENT Policy)

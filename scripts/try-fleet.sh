@@ -28,6 +28,7 @@ enter_namespace "$install" package "$@"
 server=$(find build/packages -name "rvowebsocketserver_*_$(dpkg --print-architecture).deb" 2>/dev/null | sort -V | tail -n 1)
 [ -n "$server" ] || fail "no package in build/packages: run scripts/package.sh"
 version=$(dpkg-deb -f "$server" Version)
+modules=(build/packages/rvowebsocketserver-{imgcodecs,video}_"${version}_$(dpkg --print-architecture)".deb)
 
 work=$(mktemp -d --tmpdir rvo-fleet-XXXXXX)
 root=$work/root
@@ -41,17 +42,25 @@ programs="ansible-core curl gnupg openssl prometheus prometheus-node-exporter py
     inside apt-get -q update
     # shellcheck disable=SC2086 # a list of words
     inside apt-get -q -y -o Dpkg::Use-Pty=0 install --no-install-recommends $programs
-    inside apt-get -q -y -o Dpkg::Use-Pty=0 satisfy --no-install-recommends "$(dpkg-deb -f "$server" Depends)"
+    for package in "$server" "${modules[@]}"; do
+        inside apt-get -q -y -o Dpkg::Use-Pty=0 satisfy --no-install-recommends \
+            "$(dpkg-deb -f "$package" Depends | sed 's/rvowebsocketserver ([^)]*), //')"
+    done
 } >"$work/install.log" 2>&1 || { tail "$work/install.log" >&2; fail "the programs can't be installed"; }
 
-# The packages, and a later version of the server whose settings have other defaults.
-mkdir "$root/packages"
+# The packages, and a later version of the server, whose settings have other defaults, and of its modules.
+mkdir -p "$root/packages/later"
 cp build/packages/rvowebsocketserver{,-*}_"${version}"_*.deb "$root/packages/"
 rm -f "$root"/packages/*-dev_*
-dpkg-deb -R "$server" "$work/later"
-sed -i "s/^Version: .*/Version: $version+later/" "$work/later/DEBIAN/control"
-echo '; a later default' | tee -a "$work/later/etc/rvowebsocketserver/devices.ini" >>"$work/later/etc/rvowebsocketserver/server.ini"
-dpkg-deb --root-owner-group -Znone -b "$work/later" "$root/packages/later.deb" >/dev/null
+for package in "$server" "${modules[@]}"; do
+    rm -rf "$work/later"
+    dpkg-deb -R "$package" "$work/later"
+    sed -i -e "s/^Version: .*/Version: $version+later/" -e "s/(= $version)/(= $version+later)/" "$work/later/DEBIAN/control"
+    for settings in "$work"/later/etc/rvowebsocketserver/*.ini; do
+        [ ! -e "$settings" ] || echo '; a later default' >>"$settings"
+    done
+    dpkg-deb --root-owner-group -Znone -b "$work/later" "$root/packages/later/$(basename "$package")" >/dev/null
+done
 inside useradd --create-home clerk
 
 # A network of its own: the ports are free, and nothing but the bank's repository can be reached.

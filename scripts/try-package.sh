@@ -11,8 +11,9 @@ usage: scripts/try-package.sh [option]
 
 Installs the packages of build/packages/ (scripts/package.sh) in a minimal Debian in a folder of its own,
 starts the server there as a plain user, connects a page, asks devicectl, upgrades, downgrades, removes and
-purges, and says at each step what doesn't hold. Prints what has to be downloaded and unpacked, and keeps what
-the page was answered in build/packages/. Needs root.
+purges, and says at each step what doesn't hold. Then the same with what app stores get, and a device library
+built with -dev as docs/maker.md says. Prints what has to be downloaded and unpacked, and keeps what the page was
+answered in build/packages/. Needs root.
 
   --suite NAME    the release of Debian (default: bookworm)
   --arch NAME     the architecture (default: this machine's). Elsewhere arm64 is emulated: slowly, and without
@@ -33,6 +34,7 @@ version=$(dpkg-deb -f "$server" Version)
 modules=(build/packages/rvowebsocketserver-{imgcodecs,video}_"${version}_$architecture.deb")
 policy=build/packages/rvowebsocketserver-policy_${version}_all.deb
 dev=build/packages/rvowebsocketserver-dev_${version}_all.deb
+models=$(find build/packages -name 'rvowebsocketserver-models_*_all.deb' | sort -V | tail -n 1)
 answers=$PWD/build/packages/answers-$suite-$architecture.txt
 
 work=$(mktemp -d --tmpdir rvo-try-XXXXXX)
@@ -63,18 +65,18 @@ files() {
 # sizes OPTION...: what apt would download and unpack.
 sizes() { inside apt-get -q --assume-no "$@" 2>&1 | grep -E '^(Need to get|After this operation|[0-9]+ upgraded)' || true; }
 
-# use_server RECORDS: a server of a plain user, on a network of its own, a page and a technician that use
-# it. Whether it can record, which depends on -video.
-use_server() {
+# on_its_own FOLDER COMMANDS: shell commands on a network of their own, in which "start" is the server in that
+# folder and "expect" devicectl, both for a plain user.
+on_its_own() {
     # shellcheck disable=SC2016 # for the other shell
-    unshare --net bash -eu -c '
-        root=$1 scripts=$2 records=$3 patience=$4 answers=$5 faults=$6
+    root=$root scripts=$PWD/scripts/try-package folder=$1 patience=$patience answers=$answers faults=$faults \
+        unshare --net bash -eu -c '
         ip link set lo up
         clerk() {
-            exec chroot --userspec=clerk:clerk "$root" env -i HOME=/home/clerk PATH=/usr/bin:/bin LC_ALL=C.UTF-8 \
+            exec chroot --userspec=clerk:clerk "$root" env -i HOME=/home/clerk PATH="/usr/bin:/bin:$folder" LC_ALL=C.UTF-8 \
                 QT_QPA_PLATFORM=offscreen "$@"
         }
-        start() { clerk /usr/lib/rvowebsocketserver/rvowebSocketServer "$@"; }
+        start() { clerk "$folder/rvowebSocketServer" "$@"; }
         # expect STATUS VERB...: devicectl ends with that status.
         expect() {
             local expected=$1 result=0
@@ -84,7 +86,15 @@ use_server() {
             echo "devicectl $*: $result instead of $expected"
             echo "$output"
             exit 1
-        }
+        }'"
+        $2"
+}
+
+# use_server RECORDS [FOLDER]: a server, a page and a technician that use it. Whether it can record, which depends
+# on -video; where it is.
+use_server() {
+    # shellcheck disable=SC2016 # for the other shell
+    on_its_own "${2:-/usr/lib/rvowebsocketserver}" "records=$1"'
         start --simulate >"$root/tmp/output.log" 2>&1 &
         server=$!
         python3 "$scripts/page.py" "$patience" /home/clerk/scan || { cat "$root/tmp/output.log"; exit 1; }
@@ -106,11 +116,18 @@ use_server() {
         kill "$server"
         wait "$server" || true
         expect 3 status
-        expect 1 doctor
-    ' use_server "$root" "$PWD/scripts/try-package" "$1" "$patience" "$answers" "$faults"
+        expect 1 doctor'
     rm -f "$root/home/clerk/scan/video.mp4"
     rm "$root"/home/clerk/scan/{answer,capture,capture2,frame}.jpg "$root/home/clerk/scan/answer.pdf" \
         || fail "there is no capture"
+}
+
+# check_libraries FOLDER [PROGRAM]: what the programs there, and this one, are linked with is installed.
+check_libraries() {
+    local program
+    for program in "$root$1"/{rvowebSocketServer,devicehost,barcodeworker,fingerworker,elecsign,webbrowser,*.so} "$root${2:-$1/devicectl}"; do
+        check "libraries of $(basename "$program")" bash -c "! chroot '$root' ldd '${program#"$root"}' | grep 'not found'"
+    done
 }
 
 # repack VERSION: the server package as an earlier one, whose settings have other defaults.
@@ -130,7 +147,13 @@ minimal_system "$suite" "$mirror" "$root" "$architecture"
 mkdir "$root/packages"
 cp "$server" "$root/packages/server.deb"
 cp "$policy" "$root/packages/policy.deb"
+cp "$dev" "$root/packages/dev.deb"
 cp "${modules[@]}" "$root/packages/"
+managed=(/packages/server.deb /packages/policy.deb)
+if [ -n "$models" ]; then
+    cp "$models" "$root/packages/models.deb"
+    managed+=(/packages/models.deb)
+fi
 repack "$version~before"
 inside useradd --create-home clerk
 inside install -d -o clerk -g clerk /home/clerk/scan
@@ -149,15 +172,13 @@ size "with -video" /packages/server.deb "$(module video)"
 size "with -imgcodecs" /packages/server.deb "$(module imgcodecs)"
 say "with all that is recommended, the browser among it:"
 sizes install /packages/server.deb "$(module video)" "$(module imgcodecs)"
-apt install --no-install-recommends systemd >/dev/null 2>&1 || fail "systemd, for the user unit"
+apt install --no-install-recommends systemd udev >/dev/null 2>&1 || fail "systemd, for the user unit and udev's rules"
 files >"$work/before"
 
 step "installing $version~before"
 apt install --no-install-recommends /packages/old.deb >"$work/install.log" 2>&1 || { tail "$work/install.log"; fail "installation"; }
 find "$root/usr/lib/rvowebsocketserver" -maxdepth 1 -printf '%f ' && echo
-for program in "$root"/usr/lib/rvowebsocketserver/{rvowebSocketServer,devicehost,barcodeworker,fingerworker,elecsign,webbrowser,*.so} "$root/usr/bin/devicectl"; do
-    check "libraries of $(basename "$program")" bash -c "! chroot '$root' ldd '${program#"$root"}' | grep 'not found'"
-done
+check_libraries /usr/lib/rvowebsocketserver /usr/bin/devicectl
 
 step "using it as a plain user"
 use_server false
@@ -168,7 +189,7 @@ check "nothing is written beside the program" test ! -e "$root/usr/lib/rvowebsoc
 
 step "upgrading to $version with changed settings"
 echo '; mine' >>"$root/etc/rvowebsocketserver/devices.ini"
-apt install --no-install-recommends /packages/server.deb /packages/policy.deb "$(module video)" "$(module imgcodecs)" \
+apt install --no-install-recommends "${managed[@]}" "$(module video)" "$(module imgcodecs)" \
     >"$work/upgrade.log" 2>&1 || { tail "$work/upgrade.log"; fail "upgrade"; }
 check "the changed settings are kept" grep -q '^; mine' "$root/etc/rvowebsocketserver/devices.ini"
 check "the others are the new ones" bash -c "! grep -q 'earlier default' '$root/etc/rvowebsocketserver/server.ini'"
@@ -176,6 +197,16 @@ check "the policy is installed" test -e "$root/etc/rvowebsocketserver/access.ini
 use_server true
 check "the policy reports" grep -q 'access:' "$data"/log/vx_log_*.txt
 check "each code is read" bash -c "! grep '^code .*: \$' '$answers' | grep -vE '$not_everywhere'"
+if [ -n "$models" ]; then
+    check "the face networks find no face on a paper" grep -q '^lImageMatch(.*: -2$' "$answers"
+else
+    say "  no package of the face networks (scripts/package.sh --models): not tried"
+fi
+if inside udevadm verify --help >/dev/null 2>&1; then
+    check "the udev rules" inside udevadm verify /usr/lib/udev/rules.d/70-rvowebsocketserver.rules
+else
+    say "  the udev rules were not checked: that takes systemd 254, as Debian 13 has"
+fi
 result=77
 is_foreign "$architecture" || { result=0; scripts/try-package/user-unit.sh "$root" clerk || result=$?; }
 if [ "$result" -eq 77 ]; then
@@ -215,10 +246,50 @@ check "nothing else is left${left:+: $left}" test -z "$left"
 others=$(comm -13 "$work/before" "$work/after" | wc -l)
 say "  (the packages that it needed leave $others files behind, such as caches)"
 
-if [ -e /usr/include/opencv4/opencv2/core.hpp ] && command -v cmake c++ >/dev/null; then
-    step "building the example device library"
-    dpkg-deb -x "$dev" "$work/dev"
-    check "it builds" bash -c "cmake -S '$work/dev/usr/share/doc/rvowebsocketserver-dev/examples/library' \
-        -B '$work/example' -DCMAKE_PREFIX_PATH='$work/dev/usr' >/dev/null && cmake --build '$work/example' >/dev/null"
+step "the package of app stores"
+scripts/store-layout.sh "$root/packages/server.deb" "$root$(module video)" "$root$(module imgcodecs)"
+store=$(find "$root/packages" -name '*.rvowebsocketserver_*.deb')
+id=$(dpkg-deb -f "$store" Package)
+folder=/opt/apps/$id/files
+others=$(dpkg-deb -f "$store" Depends Recommends | grep -o 'rvowebsocketserver[^ ,]*' || true)
+check "it asks for no other package of ours${others:+: $others}" test -z "$others"
+check "it has no maintainer scripts" test "$(dpkg-deb --ctrl-tarfile "$store" | tar -t | grep -c '^\./.')" = 1
+check "all of it is in its folder" bash -c "! dpkg-deb --fsys-tarfile '$store' | tar -t | grep -v '/$' | grep -v '^\./opt/apps/$id/'"
+apt install --no-install-recommends "${store#"$root"}" >"$work/store.log" 2>&1 || { tail "$work/store.log"; fail "installation"; }
+check_libraries "$folder"
+for entry in applications autostart; do
+    program=$(sed -n 's/^Exec=//p' "$root/opt/apps/$id/entries/$entry/$id.desktop")
+    check "the program of its entry in $entry" test "$program" = "$folder/rvowebSocketServer"
+done
+use_server true "$folder"
+check "nothing is written beside the program" test ! -e "$root$folder/log"
+apt purge "$id" >"$work/store.log" 2>&1 || { tail "$work/store.log"; fail "removal"; }
+check "nothing of it is left" test ! -e "$root/opt/apps"
+
+if is_foreign "$architecture"; then
+    say "no device library was built for $architecture: compiling takes too long in the emulator"
+else
+    step "a maker's device library, as docs/maker.md says"
+    guide=docs/maker.md
+    tools=$(sed -n 's|^    sudo apt install ./rvowebsocketserver-dev_\*.deb ||p' "$guide")
+    # make is among what is recommended.
+    # shellcheck disable=SC2086 # a list of words
+    apt install --no-install-recommends /packages/server.deb /packages/dev.deb $tools make >"$work/dev.log" 2>&1 \
+        || { tail "$work/dev.log"; fail "installation"; }
+    sed -n '/^    cp -r .*examples.library/,/^    cmake/s/^    //p' "$guide" >"$root/tmp/build"
+    sed -n '/^    \[library\]/,/^    camera=/s/^    //p' "$guide" | sed 's|/home/me/|/home/clerk/|' >"$data/devices.ini"
+    # shellcheck disable=SC2016 # for the other shell
+    on_its_own /usr/lib/rvowebsocketserver '
+        (clerk bash -eu -c "cd; . /tmp/build") >"$root/tmp/build.log" 2>&1 || { tail "$root/tmp/build.log"; exit 1; }
+        start >"$root/tmp/output.log" 2>&1 &
+        server=$!
+        for _ in $(seq "$((patience * 10))"); do ! (clerk devicectl status) >/dev/null 2>&1 || break; sleep 0.1; done
+        expect 0 call --frame /home/clerk/scan/blue.jpg bStartPlay
+        expect 1 call bSaveJPG /home/clerk/scan blue
+        kill "$server"
+        wait "$server" || true' || fail "it doesn't run"
+    check "it builds, and the server takes frames from it" test -s "$root/home/clerk/scan/blue.jpg"
+    # On standard error, for the device process starts before the log is open.
+    check "the server says what it doesn't have" grep -q "the library doesn't have bStartPlay2" "$root/tmp/output.log"
 fi
 step "everything holds"

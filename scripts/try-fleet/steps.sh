@@ -42,9 +42,8 @@ cp "$examples/distributions" "$repository/conf/"
 inside gpg --quiet --batch --passphrase '' --quick-generate-key 'Counter Bank <packages@bank.example>' rsa3072 sign never
 inside gpg --quiet --export packages@bank.example >"$root/srv/playbook/counter.gpg"
 include() { inside bash -c "for file in $2; do reprepro -b /srv/counter includedeb $1 \$file || exit; done"; }
-packages=$(cd "$root/packages" && for file in rvo*.deb; do echo "${file%%_*}"; done)
-# shellcheck disable=SC2086 # a list of words
-promote() { inside reprepro -b /srv/counter copy stable pilot $packages; }
+promotion=$(sed -n 's/^    \(reprepro .* copymatched .*\)/\1/p' docs/fleet.md)
+promote() { inside bash -c "${promotion:?}"; }
 check "reprepro takes the packages for the pilot" include pilot '/packages/rvo*.deb'
 check "and they are promoted" promote
 inside python3 -m http.server --bind 127.0.0.1 --directory /srv 80 >"$root/tmp/http.log" 2>&1 &
@@ -83,7 +82,7 @@ check "and the one before stays" refused contains nonsense "$root/etc/rvowebsock
 check "the units are valid" inside systemd-analyze verify /etc/systemd/system/counter-figures.service /etc/systemd/system/counter-figures.timer
 
 step "an unattended upgrade"
-include pilot /packages/later.deb
+include pilot '/packages/later/*.deb'
 inside apt-get -q update >/dev/null
 inside unattended-upgrade >"$root/tmp/check.log" 2>&1
 check "a version of the pilot isn't for the others" installed rvowebsocketserver "$version"
@@ -94,7 +93,9 @@ inside unattended-upgrade >"$root/tmp/check.log" 2>&1
 check "without --force-confold a package with changed settings is held back" installed rvowebsocketserver "$version"
 cp "$examples/52counter-upgrades" "$root/etc/apt/apt.conf.d/"
 check "it upgrades" inside unattended-upgrade --verbose
-check "with it, to the version that was promoted" installed rvowebsocketserver "$version+later"
+for package in rvowebsocketserver{,-imgcodecs,-video}; do
+    check "with it, to the version that was promoted: $package" installed "$package" "$version+later"
+done
 check "the settings of the bank are kept" refused contains 'a later default' "$root/etc/rvowebsocketserver/devices.ini"
 check "the others are the new ones" contains 'a later default' "$root/etc/rvowebsocketserver/server.ini"
 
