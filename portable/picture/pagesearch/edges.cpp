@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "portable/picture/pagesearch/edges.h"
 
+#include "portable/picture/parallel.h"
+
 #include <opencv2/imgproc.hpp>
 
 #include <algorithm>
@@ -19,16 +21,6 @@ constexpr float leastChange = 0.3F; // grey levels within a pixel; less may be r
 constexpr float leastRatio = 1.5F; // of an edge to what surrounds it
 constexpr int supportingDirection = 32; // of a line; see sameDirection
 constexpr float clearRatio = 3; // the ratio of an edge of full weight
-
-/// Calls `visit` with each row, in several threads.
-template <class Visit> void inParallel(const cv::Range &rows, Visit visit)
-{
-    cv::parallel_for_(rows, [&visit](const cv::Range &some) {
-        for (int y = some.start; y < some.end; ++y) {
-            visit(y);
-        }
-    });
-}
 
 /**
  * The sums of squares of `reduction` pixels, blue, green and red; those of one square are
