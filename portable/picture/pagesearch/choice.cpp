@@ -2,6 +2,7 @@
 #include "portable/picture/pagesearch/choice.h"
 
 #include "portable/picture/pagesearch/sides.h"
+#include "portable/picture/parallel.h"
 
 #include <algorithm>
 #include <cmath>
@@ -185,13 +186,16 @@ public:
         : m_picture(picture)
         , m_reduction(edges.reduction)
     {
-        for (const Quad &quad : quads) {
-            Evidence evidence = evidenceFor(edges, quad);
+        std::vector<Evidence> evidences(quads.size());
+        inParallel({0, int(quads.size())},
+                   [&](int i) { evidences[size_t(i)] = evidenceFor(edges, quads[size_t(i)]); });
+        for (size_t i = 0; i < quads.size(); ++i) {
+            Evidence &evidence = evidences[i];
             std::sort(evidence.sides.begin(), evidence.sides.end());
             if (evidence.all >= almostCertain) {
                 const bool isCertain = evidence.all >= certain && evidence.sides[0] >= leastSide
                     && evidence.sides[1] >= certainSide;
-                m_candidates.push_back({&quad, evidence.all, isCertain, {}});
+                m_candidates.push_back({&quads[i], evidence.all, isCertain, {}});
             }
         }
         std::sort(m_candidates.begin(), m_candidates.end(),
