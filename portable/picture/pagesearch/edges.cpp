@@ -22,6 +22,16 @@ constexpr float leastRatio = 1.5F; // of an edge to what surrounds it
 constexpr int supportingDirection = 32; // of a line; see sameDirection
 constexpr float clearRatio = 3; // the ratio of an edge of full weight
 
+/// Calls `visit` with some rows at a time, few enough to remain in the processor's cache.
+template <class Visit> void inBands(const cv::Range &rows, Visit visit)
+{
+    constexpr int band = 32;
+    inParallel({0, (rows.size() + band - 1) / band}, [&](int i) {
+        const int start = rows.start + i * band;
+        visit(cv::Range(start, std::min(start + band, rows.end)));
+    });
+}
+
 /// The rows of a picture reduced: the sums of squares of `reduction` pixels.
 class ReducedRows
 {
@@ -115,23 +125,19 @@ Features sharpFeatures(const cv::Mat &picture, int reduction, const cv::Range &r
 Features featuresOf(const cv::Mat &picture, int reduction)
 {
     constexpr int reach = 2; // of the smoothing, in rows
-    constexpr int band = 64; // rows, which remain in the processor's cache
     Features features({picture.cols / reduction, picture.rows / reduction});
     const cv::Range all(0, features.rounding.rows);
-    cv::parallel_for_(
-        all,
-        [&](const cv::Range &rows) {
-            const cv::Range around = cv::Range(rows.start - reach, rows.end + reach) & all;
-            const cv::Range inner = rows - around.start;
-            const Features sharp = sharpFeatures(picture, reduction, around);
-            sharp.rounding.rowRange(inner).copyTo(features.rounding.rowRange(rows));
-            for (size_t i = 0; i < sharp.colors.size(); ++i) {
-                // Reads what is around the rows, too.
-                cv::GaussianBlur(sharp.colors[i].rowRange(inner), features.colors[i].rowRange(rows),
-                                 {5, 5}, 1);
-            }
-        },
-        std::max(1, all.size() / band));
+    inBands(all, [&](const cv::Range &rows) {
+        const cv::Range around = cv::Range(rows.start - reach, rows.end + reach) & all;
+        const cv::Range inner = rows - around.start;
+        const Features sharp = sharpFeatures(picture, reduction, around);
+        sharp.rounding.rowRange(inner).copyTo(features.rounding.rowRange(rows));
+        for (size_t i = 0; i < sharp.colors.size(); ++i) {
+            // Reads what is around the rows, too.
+            cv::GaussianBlur(sharp.colors[i].rowRange(inner), features.colors[i].rowRange(rows),
+                             {5, 5}, 1);
+        }
+    });
     return features;
 }
 
@@ -163,7 +169,7 @@ struct Changes
         , cosine(size.size(), CV_32F)
         , sine(size.size(), CV_32F)
     {
-        cv::parallel_for_({1, size.rows - 1}, [&](const cv::Range &rows) {
+        inBands({1, size.rows - 1}, [&](const cv::Range &rows) {
             for (int y = rows.start; y < rows.end; ++y) {
                 addProducts(colors, y);
             }
