@@ -2,6 +2,7 @@
 #include "portable/picture/pagesearch/quads.h"
 
 #include "portable/picture/pagesearch/perspective.h"
+#include "portable/picture/parallel.h"
 
 #include <algorithm>
 #include <cmath>
@@ -98,26 +99,34 @@ void makeClockwise(Quad &quad)
     }
 }
 
+/// The quads with a common side.
 class QuadSearch
 {
 public:
-    QuadSearch(const Edges &edges, const std::vector<SupportedLine> &lines)
-        : m_size(edges.weight.size())
+    struct Found
+    {
+        std::vector<Quad> quads;
+        std::vector<int> before; ///< how many were considered before each of them
+        int considered = 0;
+    };
+
+    QuadSearch(const cv::Size &size, const std::vector<SupportedLine> &lines,
+               const Crossings &crossings)
+        : m_size(size)
         , m_lines(lines)
-        , m_crossings(lines)
+        , m_crossings(crossings)
     {
     }
 
-    std::vector<Quad> all()
+    /// The quads of this side and of opposite ones that come after it.
+    Found withSide(size_t line)
     {
-        for (size_t i = 0; i < m_lines.size(); ++i) {
-            for (size_t j = i + 1; j < m_lines.size(); ++j) {
-                if (areOpposite(i, j)) {
-                    searchBetween(i, j);
-                }
+        for (size_t other = line + 1; other < m_lines.size(); ++other) {
+            if (areOpposite(line, other)) {
+                searchBetween(line, other);
             }
         }
-        return std::move(m_quads);
+        return std::move(m_found);
     }
 
 private:
@@ -154,7 +163,8 @@ private:
                 [](const Other &a, const Other &b) { return a.across.support > b.across.support; });
             m_others.erase(m_others.begin() + maxOthers, m_others.end());
         }
-        for (size_t a = 0; a < m_others.size() && m_considered < maxConsidered; ++a) {
+        for (size_t a = 0; a < m_others.size() && m_found.considered < maxConsidered; ++a) {
+            m_before = m_found.considered;
             for (size_t b = a + 1; b < m_others.size(); ++b) {
                 // Each quad is met twice, once by each pair of its opposite sides.
                 if (top < m_others[a].line && areOpposite(m_others[a].line, m_others[b].line)) {
@@ -172,7 +182,7 @@ private:
         if (!bottom) {
             return;
         }
-        ++m_considered;
+        ++m_found.considered;
         Quad quad;
         for (size_t i = 0; i < 4; ++i) {
             quad.corners[i] =
@@ -202,7 +212,8 @@ private:
         }
         quad.score = supported / lengths + 0.5F * least - beyond
             + 0.12 * std::log(areaOf(quad.corners) / m_size.area());
-        m_quads.push_back(quad);
+        m_found.quads.push_back(quad);
+        m_found.before.push_back(m_before);
     }
 
     /// The support of the line before and after the side.
@@ -264,11 +275,31 @@ private:
 
     cv::Size m_size;
     const std::vector<SupportedLine> &m_lines;
-    Crossings m_crossings;
+    const Crossings &m_crossings;
     std::vector<Other> m_others;
-    std::vector<Quad> m_quads;
-    int m_considered = 0;
+    Found m_found;
+    int m_before = 0;
 };
+
+/// All quads; those of the first lines only if there are too many.
+std::vector<Quad> quadsOf(const cv::Size &size, const std::vector<SupportedLine> &lines)
+{
+    const Crossings crossings(lines);
+    std::vector<QuadSearch::Found> found(lines.size());
+    inParallel({0, int(lines.size())}, [&](int i) {
+        found[size_t(i)] = QuadSearch(size, lines, crossings).withSide(size_t(i));
+    });
+    std::vector<Quad> all;
+    int considered = 0;
+    for (const QuadSearch::Found &some : found) {
+        for (size_t i = 0; i < some.quads.size() && considered + some.before[i] < maxConsidered;
+             ++i) {
+            all.push_back(some.quads[i]);
+        }
+        considered += some.considered;
+    }
+    return all;
+}
 
 double squareOf(const cv::Point2f &vector)
 {
@@ -302,7 +333,7 @@ double areaOf(const Corners &corners)
 std::vector<Quad> findQuads(const Edges &edges, const std::vector<SupportedLine> &lines,
                             size_t count)
 {
-    const std::vector<Quad> all = QuadSearch(edges, lines).all();
+    const std::vector<Quad> all = quadsOf(edges.weight.size(), lines);
     std::vector<const Quad *> compared(all.size());
     std::transform(all.begin(), all.end(), compared.begin(),
                    [](const Quad &quad) { return &quad; });
