@@ -2,6 +2,7 @@
 #include "portable/picture/bilevel.h"
 #include "portable/picture/pagefinder.h"
 #include "portable/picture/pagesearch/perspective.h"
+#include "portable/picture/parallel.h"
 #include "portable/picture/perspectivewarp.h"
 
 #include <opencv2/imgproc.hpp>
@@ -190,14 +191,18 @@ double skewAngle(const cv::Mat &page)
     };
     double best = 0;
     const auto tryAround = [&](const std::vector<cv::Point> &tried, double reach, double step) {
-        const double centre = best;
-        double bestValue = distinctness(tried, inner.rows, centre);
-        for (int i = -cvRound(reach / step); i <= cvRound(reach / step); ++i) {
-            const double slope = centre + i * step;
-            const double value = distinctness(tried, inner.rows, slope);
-            if (value > bestValue) {
-                bestValue = value;
-                best = slope;
+        const int steps = cvRound(reach / step);
+        const double center = best;
+        const auto slopeOf = [=](size_t i) { return center + (int(i) - steps) * step; };
+        std::vector<double> values(size_t(2 * steps + 1));
+        inParallel({0, int(values.size())}, [&](int i) {
+            values[size_t(i)] = distinctness(tried, inner.rows, slopeOf(size_t(i)));
+        });
+        double bestValue = values[size_t(steps)];
+        for (size_t i = 0; i < values.size(); ++i) {
+            if (values[i] > bestValue) {
+                bestValue = values[i];
+                best = slopeOf(i);
             }
         }
         return bestValue;
