@@ -6,7 +6,6 @@
 #include <algorithm>
 #include <array>
 #include <cmath>
-#include <iterator>
 #include <limits>
 
 namespace portable::pagesearch {
@@ -243,8 +242,12 @@ public:
         , m_isUsed(segments.size())
         , m_isTaken(segments.size())
     {
-        std::transform(segments.begin(), segments.end(), std::back_inserter(m_stretches),
-                       [](const Segment &segment) { return segment.stretch; });
+        for (const Segment &segment : segments) {
+            m_stretches.push_back(segment.stretch);
+            m_beginX.push_back(segment.stretch.begin.x);
+            m_beginY.push_back(segment.stretch.begin.y);
+        }
+        m_offsets.resize(segments.size());
     }
 
     /// What the first segments can be extended to, but those that others have been; at most
@@ -309,9 +312,15 @@ private:
         const size_t before = m_taken.size();
         const float reach = std::max(20.0F, m_last - m_first);
         const Line line = m_line;
+        for (size_t i = 0; i < m_offsets.size(); ++i) { // in the processor's vectors
+            m_offsets[i] = offsetFrom(line, {m_beginX[i], m_beginY[i]});
+        }
         for (size_t i = 0; i < m_stretches.size(); ++i) {
+            if (m_offsets[i] > nearby || m_isTaken[i] != 0) {
+                continue;
+            }
             const Stretch &stretch = m_stretches[i];
-            if (m_isTaken[i] != 0 || !isInLine(stretch, line)) {
+            if (!isInLine(stretch, line)) {
                 continue;
             }
             const float begin = placeOn(line, stretch.begin);
@@ -324,10 +333,14 @@ private:
     }
 
     const std::vector<Segment> &m_segments;
-    std::vector<Stretch> m_stretches; // theirs, close together: all are looked at many times
+    // Theirs, close together: all are looked at many times.
+    std::vector<Stretch> m_stretches;
+    std::vector<float> m_beginX;
+    std::vector<float> m_beginY;
     std::vector<uchar> m_isUsed; // by any candidate
 
     // The candidate that is being extended:
+    std::vector<float> m_offsets; // from its line
     std::vector<uchar> m_isTaken;
     std::vector<size_t> m_taken;
     Moments m_moments;
