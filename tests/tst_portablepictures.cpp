@@ -7,6 +7,7 @@
 #include "portable/picture/imageconversion.h"
 #include "portable/picture/orientation.h"
 #include "portable/picture/pagefinder.h"
+#include "portable/picture/perspectivewarp.h"
 #include "portable/picture/picturereader.h"
 #include "portable/picture/picturewriter.h"
 #include "portable/picture/stillness.h"
@@ -596,6 +597,46 @@ private Q_SLOTS:
         cv::randu(photo, 0, 255);
         QCOMPARE(skewAngle(photo), 0.0);
         QCOMPARE(skewAngle(cv::Mat(850, 1200, CV_8UC3, cv::Scalar::all(240))), 0.0);
+    }
+
+    void warpIsThatOfOpenCv_data()
+    {
+        using Point = cv::Point2f;
+        const Rows<QSize, QSize, PageCorners> row("picture", "size", "corners");
+        row("turned", {640, 480}, {403, 302}, turnedPage({320, 240}, 400, 300, 12));
+        row("upside down", {640, 480}, {400, 300}, turnedPage({320, 240}, 400, 300, 178));
+        row("enlarged", {640, 480}, {900, 700}, turnedPage({320, 240}, 90, 70, -40));
+        row("from aside", {640, 480}, {500, 400},
+            {Point(200, 40), Point(400, 40), Point(600, 460), Point(30, 440)});
+        row("all of the picture", {64, 48}, {64, 48},
+            {Point(0, 0), Point(64, 0), Point(64, 48), Point(0, 48)});
+        row("beyond the picture", {64, 48}, {200, 150}, turnedPage({32, 24}, 100, 80, 30));
+        row("a narrow picture", {2, 90}, {33, 60}, turnedPage({1, 45}, 2, 60, 0));
+        row("one pixel", {1, 1}, {35, 2}, turnedPage({0, 0}, 3, 3, 0));
+    }
+
+    void warpIsThatOfOpenCv()
+    {
+        QFETCH(QSize, picture);
+        QFETCH(QSize, size);
+        QFETCH(PageCorners, corners);
+        cv::Mat noise(picture.height(), picture.width(), CV_8UC3);
+        cv::RNG(5).fill(noise, cv::RNG::UNIFORM, 0, 256);
+        cv::blur(noise, noise, {5, 5});
+        cv::normalize(noise, noise, 0, 255, cv::NORM_MINMAX);
+        const float right = float(size.width());
+        const float bottom = float(size.height());
+        const PageCorners target{cv::Point2f(0, 0), cv::Point2f(right, 0),
+                                 cv::Point2f(right, bottom), cv::Point2f(0, bottom)};
+        const cv::Mat transform = cv::getPerspectiveTransform(corners.data(), target.data());
+        const cv::Size all(size.width(), size.height());
+        cv::Mat difference;
+        cv::warpPerspective(noise, difference, transform, all, cv::INTER_LINEAR,
+                            cv::BORDER_REPLICATE);
+        cv::absdiff(difference, warpedPerspective(noise, transform, all), difference);
+        const double mean = cv::mean(difference.reshape(1))[0];
+        const double most = cv::norm(difference, cv::NORM_INF);
+        QVERIFY2(mean < 0.4 && most < 6, qPrintable(QStringLiteral("%1 %2").arg(mean).arg(most)));
     }
 };
 

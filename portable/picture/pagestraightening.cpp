@@ -2,6 +2,8 @@
 #include "portable/picture/bilevel.h"
 #include "portable/picture/pagefinder.h"
 #include "portable/picture/pagesearch/perspective.h"
+#include "portable/picture/parallel.h"
+#include "portable/picture/perspectivewarp.h"
 
 #include <opencv2/imgproc.hpp>
 
@@ -13,14 +15,14 @@ namespace portable {
 
 namespace {
 
-// Minimum length in pixels of the longer side of pictures searched for text skew.
+// Minimum length in pixels of the longer side of pages searched for text skew.
 constexpr int skewSide = 450;
 
-/// Halved, which is the cheapest way, while the longer side keeps at least this many pixels.
-cv::Mat shrunken(const cv::Mat &picture, int leastSide)
+/// Halved, which is the cheapest way, while a page of this size keeps skewSide pixels.
+cv::Mat shrunken(const cv::Mat &picture, const cv::Size &page)
 {
     cv::Mat result = picture;
-    while (std::max(result.cols, result.rows) / 2 >= leastSide) {
+    for (int side = std::max(page.width, page.height); side / 2 >= skewSide; side /= 2) {
         cv::Mat half;
         cv::resize(result, half, {std::max(1, result.cols / 2), std::max(1, result.rows / 2)}, 0, 0,
                    cv::INTER_AREA);
@@ -29,19 +31,30 @@ cv::Mat shrunken(const cv::Mat &picture, int leastSide)
     return result;
 }
 
-/// The corners in a copy of the picture that is scaled by `scale`.
-PageCorners scaled(const PageCorners &corners, const cv::Point2f &scale)
+/// The part of a picture that a page covers, of a size that can be halved a few times.
+cv::Rect areaOf(const PageCorners &corners, const cv::Size &picture)
 {
-    PageCorners result;
-    std::transform(corners.begin(), corners.end(), result.begin(), [&](const cv::Point2f &corner) {
-        return cv::Point2f((corner.x + 0.5F) * scale.x - 0.5F, (corner.y + 0.5F) * scale.y - 0.5F);
-    });
-    return result;
+    constexpr int unit = 16; // pixels
+    const cv::Rect page =
+        cv::boundingRect(std::vector<cv::Point2f>(corners.begin(), corners.end()));
+    const cv::Point from(page.x / unit * unit, page.y / unit * unit);
+    const cv::Point to((page.br().x / unit + 1) * unit, (page.br().y / unit + 1) * unit);
+    const cv::Rect whole({}, picture);
+    const cv::Rect area = cv::Rect(from, to) & whole;
+    return area.empty() ? whole : area;
 }
 
-cv::Point2f scaleOf(const cv::Mat &picture, const cv::Mat &copy)
+/// The corners in a copy of an area of the picture.
+PageCorners cornersIn(const cv::Mat &copy, const PageCorners &corners, const cv::Rect &area)
 {
-    return {float(copy.cols) / float(picture.cols), float(copy.rows) / float(picture.rows)};
+    const cv::Point2f scale(float(copy.cols) / float(area.width),
+                            float(copy.rows) / float(area.height));
+    PageCorners result;
+    std::transform(corners.begin(), corners.end(), result.begin(), [&](const cv::Point2f &corner) {
+        return cv::Point2f((corner.x - float(area.x) + 0.5F) * scale.x - 0.5F,
+                           (corner.y - float(area.y) + 0.5F) * scale.y - 0.5F);
+    });
+    return result;
 }
 
 /// Width to height of the rectangle that a camera sees with these corners.
@@ -88,11 +101,16 @@ cv::Mat transformation(const PageCorners &corners, const cv::Size &size)
     return cv::getPerspectiveTransform(corners.data(), target.data());
 }
 
-cv::Mat warped(const cv::Mat &picture, const cv::Mat &transform, const cv::Size &size)
+/// A straightened page of this size, reduced to what its skew is measured on.
+cv::Mat smallPage(const cv::Mat &picture, const PageCorners &corners, const cv::Size &size)
 {
-    cv::Mat result;
-    cv::warpPerspective(picture, result, transform, size, cv::INTER_LINEAR, cv::BORDER_REPLICATE);
-    return result;
+    const cv::Rect area = areaOf(corners, picture.size());
+    const cv::Mat small = shrunken(picture(area), size);
+    const double scale = std::min(1.0, double(skewSide) / std::max(size.width, size.height));
+    const cv::Size smallSize(std::max(1, cvRound(size.width * scale)),
+                             std::max(1, cvRound(size.height * scale)));
+    return warpedPerspective(small, transformation(cornersIn(small, corners, area), smallSize),
+                             smallSize);
 }
 
 /// Rotates a picture of `size` about its center so that lines of this slope become level.
@@ -130,19 +148,12 @@ cv::Mat straightened(const cv::Mat &picture, const PageCorners &corners)
 {
     const cv::Size size = straightSize(corners, picture.size());
     cv::Mat transform = transformation(corners, size);
-
     // The skew is measured on a small page, so that the large one is interpolated only once.
-    const cv::Mat small = greyOf(shrunken(picture, 2 * skewSide));
-    const double shrink = std::min(1.0, double(skewSide) / std::max(size.width, size.height));
-    const cv::Size smallSize(std::max(1, cvRound(size.width * shrink)),
-                             std::max(1, cvRound(size.height * shrink)));
-    const PageCorners smallCorners = scaled(corners, scaleOf(picture, small));
-    const double slope =
-        skewAngle(warped(small, transformation(smallCorners, smallSize), smallSize));
+    const double slope = skewAngle(smallPage(picture, corners, size));
     if (slope != 0) {
         transform = levelling(size, slope) * transform;
     }
-    return warped(picture, transform, size);
+    return warpedPerspective(picture, transform, size);
 }
 
 cv::Mat straightenedPage(const cv::Mat &picture)
@@ -153,7 +164,7 @@ cv::Mat straightenedPage(const cv::Mat &picture)
 
 double skewAngle(const cv::Mat &page)
 {
-    const cv::Mat grey = greyOf(shrunken(page, skewSide));
+    const cv::Mat grey = greyOf(shrunken(page, page.size()));
     if (std::min(grey.cols, grey.rows) < 50) {
         return 0;
     }
@@ -180,14 +191,18 @@ double skewAngle(const cv::Mat &page)
     };
     double best = 0;
     const auto tryAround = [&](const std::vector<cv::Point> &tried, double reach, double step) {
-        const double centre = best;
-        double bestValue = distinctness(tried, inner.rows, centre);
-        for (int i = -cvRound(reach / step); i <= cvRound(reach / step); ++i) {
-            const double slope = centre + i * step;
-            const double value = distinctness(tried, inner.rows, slope);
-            if (value > bestValue) {
-                bestValue = value;
-                best = slope;
+        const int steps = cvRound(reach / step);
+        const double center = best;
+        const auto slopeOf = [=](size_t i) { return center + (int(i) - steps) * step; };
+        std::vector<double> values(size_t(2 * steps + 1));
+        inParallel({0, int(values.size())}, [&](int i) {
+            values[size_t(i)] = distinctness(tried, inner.rows, slopeOf(size_t(i)));
+        });
+        double bestValue = values[size_t(steps)];
+        for (size_t i = 0; i < values.size(); ++i) {
+            if (values[i] > bestValue) {
+                bestValue = values[i];
+                best = slopeOf(i);
             }
         }
         return bestValue;

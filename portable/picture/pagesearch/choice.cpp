@@ -2,6 +2,7 @@
 #include "portable/picture/pagesearch/choice.h"
 
 #include "portable/picture/pagesearch/sides.h"
+#include "portable/picture/parallel.h"
 
 #include <algorithm>
 #include <cmath>
@@ -140,7 +141,14 @@ float breadthOf(const Corners &corners)
 Evidence evidenceFor(const Edges &edges, const Quad &quad)
 {
     Evidence evidence;
+    const float skewed = againstSkew * ramp(quad.skew, 0.04F, 0.16F);
+    const float narrow = againstNarrowness * (1 - ramp(breadthOf(quad.corners), 0.1F, 0.3F));
+    float most = -skewed - narrow; // the evidence if all that isn't known yet were perfect
     float beyond = 0;
+    for (size_t i = 0; i < 4; ++i) {
+        most += (quad.support[i] - quad.beyond[i]) / 4;
+        beyond += quad.beyond[i] / 4;
+    }
     std::array<cv::Vec3f, 4> differences;
     for (size_t i = 0; i < 4; ++i) {
         const Look look = lookAt(edges, quad.corners[i], quad.corners[(i + 1) % 4]);
@@ -148,12 +156,14 @@ Evidence evidenceFor(const Edges &edges, const Quad &quad)
             * ramp(look.sharpness, 0.2F, 0.45F) * (0.75F + 0.25F * look.step);
         evidence.sides[i] = quad.support[i] * (edgeAlone + (1 - edgeAlone) * difference);
         evidence.all += evidence.sides[i] / 4;
-        beyond += quad.beyond[i] / 4;
         differences[i] = look.difference;
+        most -= (quad.support[i] - evidence.sides[i]) / 4;
+        if (most < almostCertain - 0.01F) {
+            evidence.all = most;
+            return evidence;
+        }
     }
-    evidence.all -= beyond + againstDisagreement * disagreement(differences)
-        + againstSkew * ramp(quad.skew, 0.04F, 0.16F)
-        + againstNarrowness * (1 - ramp(breadthOf(quad.corners), 0.1F, 0.3F));
+    evidence.all -= beyond + againstDisagreement * disagreement(differences) + skewed + narrow;
     return evidence;
 }
 
@@ -185,13 +195,16 @@ public:
         : m_picture(picture)
         , m_reduction(edges.reduction)
     {
-        for (const Quad &quad : quads) {
-            Evidence evidence = evidenceFor(edges, quad);
+        std::vector<Evidence> evidences(quads.size());
+        inParallel({0, int(quads.size())},
+                   [&](int i) { evidences[size_t(i)] = evidenceFor(edges, quads[size_t(i)]); });
+        for (size_t i = 0; i < quads.size(); ++i) {
+            Evidence &evidence = evidences[i];
             std::sort(evidence.sides.begin(), evidence.sides.end());
             if (evidence.all >= almostCertain) {
                 const bool isCertain = evidence.all >= certain && evidence.sides[0] >= leastSide
                     && evidence.sides[1] >= certainSide;
-                m_candidates.push_back({&quad, evidence.all, isCertain, {}});
+                m_candidates.push_back({&quads[i], evidence.all, isCertain, {}});
             }
         }
         std::sort(m_candidates.begin(), m_candidates.end(),

@@ -16,6 +16,8 @@ struct Evidence
     float all = 0; ///< of the four together, less what speaks against a page
 };
 
+/// Looks only at as many sides as show that a quad is none; the evidence is the most it can be
+/// then.
 Evidence evidenceFor(const Edges &edges, const Quad &quad);
 
 /**

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "portable/picture/pagesearch/edges.h"
 
+#include "portable/picture/parallel.h"
+
 #include <opencv2/imgproc.hpp>
 
 #include <algorithm>
@@ -20,33 +22,30 @@ constexpr float leastRatio = 1.5F; // of an edge to what surrounds it
 constexpr int supportingDirection = 32; // of a line; see sameDirection
 constexpr float clearRatio = 3; // the ratio of an edge of full weight
 
-/// Calls `visit` with each row, in several threads.
-template <class Visit> void inParallel(const cv::Range &rows, Visit visit)
+/// Calls `visit` with some rows at a time, few enough to remain in the processor's cache.
+template <class Visit> void inBands(const cv::Range &rows, Visit visit)
 {
-    cv::parallel_for_(rows, [&visit](const cv::Range &some) {
-        for (int y = some.start; y < some.end; ++y) {
-            visit(y);
-        }
+    constexpr int band = 32;
+    inParallel({0, (rows.size() + band - 1) / band}, [&](int i) {
+        const int start = rows.start + i * band;
+        visit(cv::Range(start, std::min(start + band, rows.end)));
     });
 }
 
-/**
- * The sums of squares of `reduction` pixels, blue, green and red; those of one square are
- * 3 * reduction from those of the next. What is between is of squares between them, for adding
- * everywhere is faster than adding only where it is needed.
- */
-class SquareSums
+/// The rows of a picture reduced: the sums of squares of `reduction` pixels.
+class ReducedRows
 {
 public:
-    SquareSums(const cv::Mat &picture, int reduction)
+    ReducedRows(const cv::Mat &picture, int reduction)
         : m_picture(picture)
         , m_reduction(reduction)
         , m_columns(size_t(picture.cols / reduction * reduction) * 3)
-        , m_squares(m_columns.size())
     {
+        m_planes.fill(std::vector<int>(size_t(picture.cols / reduction)));
     }
 
-    const std::vector<uint32_t> &ofRow(int y)
+    /// \return blue, green and red; changed by the next call
+    const std::array<std::vector<int>, 3> &row(int y)
     {
         std::fill(m_columns.begin(), m_columns.end(), uint16_t(0));
         for (int i = 0; i < m_reduction; ++i) {
@@ -55,67 +54,90 @@ public:
                 m_columns[x] = uint16_t(m_columns[x] + line[x]);
             }
         }
-        std::copy(m_columns.begin(), m_columns.end(), m_squares.begin());
+        // What is between the squares is added too, which is faster than leaving it out.
+        m_squares = m_columns;
         for (int i = 1; i < m_reduction; ++i) {
             const uint16_t *column = m_columns.data() + ptrdiff_t(3) * i;
             const size_t count = m_columns.size() - size_t(3) * size_t(i);
             for (size_t x = 0; x < count; ++x) {
-                m_squares[x] += column[x];
+                m_squares[x] = uint16_t(m_squares[x] + column[x]);
             }
         }
-        return m_squares;
+        for (size_t i = 0; i < m_planes.size(); ++i) {
+            const uint16_t *square = m_squares.data() + i;
+            for (int &sum : m_planes[i]) {
+                sum = *square;
+                square += ptrdiff_t(3) * m_reduction;
+            }
+        }
+        return m_planes;
     }
 
 private:
     const cv::Mat &m_picture;
     int m_reduction;
     std::vector<uint16_t> m_columns;
-    std::vector<uint32_t> m_squares;
+    std::vector<uint16_t> m_squares;
+    std::array<std::vector<int>, 3> m_planes;
 };
 
 /// A picture reduced, a plane for each of its features. CV_32F all
 struct Features
 {
     explicit Features(const cv::Size &size)
-        : lightness(size, CV_32F)
+        : rounding(size, CV_32F)
         , colors{cv::Mat(size, CV_32F), cv::Mat(size, CV_32F), cv::Mat(size, CV_32F)}
     {
     }
 
-    cv::Mat lightness; ///< grey levels, above 0
+    cv::Mat rounding; ///< changes of the logarithm that may be due to rounded grey levels
     std::array<cv::Mat, 3> colors; ///< as in Edges
 };
 
 /**
  * Lightness, its logarithm, and red and blue relative to it: the light on the desk adds to the
  * logarithm what changes slowly, and hardly changes the colors. Nothing is rounded.
+ * \param rows  of the reduced picture
  */
+Features sharpFeatures(const cv::Mat &picture, int reduction, const cv::Range &rows)
+{
+    Features features({picture.cols / reduction, rows.size()});
+    const float share = 1 / float(reduction * reduction);
+    ReducedRows reduced(picture, reduction);
+    for (int y = 0; y < rows.size(); ++y) {
+        const auto &[blue, green, red] = reduced.row(rows.start + y);
+        auto *light = features.colors[0].ptr<float>(y);
+        auto *rounding = features.rounding.ptr<float>(y);
+        auto *relativeRed = features.colors[1].ptr<float>(y);
+        auto *relativeBlue = features.colors[2].ptr<float>(y);
+        for (size_t x = 0; x < green.size(); ++x) {
+            light[x] = float(blue[x] + 2 * green[x] + red[x]) * share / 4 + darkness;
+            relativeRed[x] = float(red[x] - green[x]) * share / light[x];
+            relativeBlue[x] = float(blue[x] - green[x]) * share / light[x];
+            rounding[x] = leastChange / light[x];
+        }
+    }
+    cv::log(features.colors[0], features.colors[0]);
+    return features;
+}
+
+/// The same with smoothed colors.
 Features featuresOf(const cv::Mat &picture, int reduction)
 {
+    constexpr int reach = 2; // of the smoothing, in rows
     Features features({picture.cols / reduction, picture.rows / reduction});
-    const float share = 1 / float(reduction * reduction);
-    cv::parallel_for_({0, features.lightness.rows}, [&](const cv::Range &rows) {
-        SquareSums sums(picture, reduction);
-        for (int y = rows.start; y < rows.end; ++y) {
-            const uint32_t *next = sums.ofRow(y).data();
-            auto *light = features.lightness.ptr<float>(y);
-            auto *red = features.colors[1].ptr<float>(y);
-            auto *blue = features.colors[2].ptr<float>(y);
-            for (int x = 0; x < features.lightness.cols; ++x, next += ptrdiff_t(3) * reduction) {
-                light[x] = float(next[0] + 2 * next[1] + next[2]) * share / 4 + darkness;
-                red[x] = float(int(next[2]) - int(next[1])) * share;
-                blue[x] = float(int(next[0]) - int(next[1])) * share;
-            }
-            for (int x = 0; x < features.lightness.cols; ++x) {
-                red[x] /= light[x];
-                blue[x] /= light[x];
-            }
-            cv::log(features.lightness.row(y), features.colors[0].row(y));
+    const cv::Range all(0, features.rounding.rows);
+    inBands(all, [&](const cv::Range &rows) {
+        const cv::Range around = cv::Range(rows.start - reach, rows.end + reach) & all;
+        const cv::Range inner = rows - around.start;
+        const Features sharp = sharpFeatures(picture, reduction, around);
+        sharp.rounding.rowRange(inner).copyTo(features.rounding.rowRange(rows));
+        for (size_t i = 0; i < sharp.colors.size(); ++i) {
+            // Reads what is around the rows, too.
+            cv::GaussianBlur(sharp.colors[i].rowRange(inner), features.colors[i].rowRange(rows),
+                             {5, 5}, 1);
         }
     });
-    for (cv::Mat &plane : features.colors) {
-        cv::GaussianBlur(plane, plane, {5, 5}, 1);
-    }
     return features;
 }
 
@@ -147,7 +169,12 @@ struct Changes
         , cosine(size.size(), CV_32F)
         , sine(size.size(), CV_32F)
     {
-        inParallel({1, size.rows - 1}, [&](int y) { find(colors, y); });
+        inBands({1, size.rows - 1}, [&](const cv::Range &rows) {
+            for (int y = rows.start; y < rows.end; ++y) {
+                addProducts(colors, y);
+            }
+            takeRoots({rows, cv::Range(1, size.cols - 1)});
+        });
     }
 
     Direction direction(int x, int y) const
@@ -161,7 +188,7 @@ struct Changes
     cv::Mat sine;
 
 private:
-    void find(const std::array<cv::Mat, 3> &colors, int y)
+    void addProducts(const std::array<cv::Mat, 3> &colors, int y)
     {
         const int inner = size.cols - 2;
         auto *sum = size.ptr<float>(y) + 1;
@@ -181,14 +208,16 @@ private:
                 mixed[x] += 2 * dx * dy;
             }
         }
-        const cv::Range columns(1, size.cols - 1);
-        cv::Mat row = size(cv::Range(y, y + 1), columns);
+    }
+
+    void takeRoots(const std::array<cv::Range, 2> &area)
+    {
+        cv::Mat sum = size(area.data());
         cv::Mat root;
-        cv::magnitude(cosine(cv::Range(y, y + 1), columns), sine(cv::Range(y, y + 1), columns),
-                      root);
-        row += root;
-        row *= 0.125; // half, of derivatives over two pixels
-        cv::sqrt(row, row);
+        cv::magnitude(cosine(area.data()), sine(area.data()), root);
+        sum += root;
+        sum *= 0.125; // half, of derivatives over two pixels
+        cv::sqrt(sum, sum);
     }
 };
 
@@ -239,7 +268,8 @@ NearEdge edgeNear(const Edges &edges, const cv::Point2f &place, const cv::Point2
 
 int reductionOf(const cv::Size &size)
 {
-    return std::max(1, cvRound(std::max(size.width, size.height) / searchedSide));
+    constexpr int most = 16; // the sums of such squares have at most 16 bits
+    return std::clamp(cvRound(std::max(size.width, size.height) / searchedSide), 1, most);
 }
 
 Edges findEdges(const cv::Mat &picture)
@@ -255,11 +285,11 @@ Edges findEdges(const cv::Mat &picture)
     inParallel({1, changes.size.rows - 1}, [&](int y) {
         const auto *here = changes.size.ptr<float>(y);
         const auto *around = usual.ptr<float>(y / 2);
-        const auto *light = features.lightness.ptr<float>(y);
+        const auto *rounding = features.rounding.ptr<float>(y);
         uchar *weight = edges.weight.ptr(y);
         uchar *normal = edges.normal.ptr(y);
         for (int x = 1; x + 1 < changes.size.cols; ++x) {
-            const float usually = around[x / 2] + leastChange / light[x];
+            const float usually = around[x / 2] + rounding[x];
             if (here[x] < leastRatio * usually) {
                 continue;
             }

@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "portable/picture/pagesearch/lines.h"
 
+#include "portable/picture/parallel.h"
+
 #include <algorithm>
 #include <array>
 #include <cmath>
@@ -15,6 +17,7 @@ constexpr int sameDirection = 40;
 constexpr int similarDirection = 20; // of the parts of a curve
 constexpr double maxBend = 0.8; // pixels, the standard deviation from a straight line
 constexpr float leastSegment = 8; // pixels
+constexpr size_t leastPoints = 7; // of such a segment, along a diagonal
 constexpr float leastLine = 16; // pixels of edge
 constexpr size_t maxSegments = 700; // text has thousands of short ones
 constexpr float nearby = 1.3F; // pixels from a line
@@ -70,14 +73,19 @@ struct Moments
     }
 };
 
+/// Part of a line.
+struct Stretch
+{
+    cv::Point2f begin;
+    cv::Point2f end;
+    float length = 0;
+};
+
 /// Adjacent edges of about the same direction.
 struct Segment
 {
     Moments moments;
-    cv::Point2f begin;
-    cv::Point2f end;
-
-    float length() const { return float(cv::norm(end - begin)); }
+    Stretch stretch;
 };
 
 float offsetFrom(const Line &line, const cv::Point2f &point)
@@ -102,12 +110,18 @@ std::array<cv::Point2f, 256> doubledDirections()
     return result;
 }
 
-bool isInLine(const Segment &segment, const Line &line)
+bool isInLine(const Stretch &stretch, const Line &line)
 {
-    const cv::Point2f along = segment.end - segment.begin;
+    const cv::Point2f along = stretch.end - stretch.begin;
     const float turn = line.along.x * along.y - line.along.y * along.x;
-    return offsetFrom(line, segment.begin) <= nearby && offsetFrom(line, segment.end) <= nearby
-        && std::abs(turn) <= inLine * segment.length();
+    return offsetFrom(line, stretch.begin) <= nearby && offsetFrom(line, stretch.end) <= nearby
+        && std::abs(turn) <= inLine * stretch.length;
+}
+
+/// The cosine of twice the angle between two directions.
+float doubledCosine(int turn)
+{
+    return float(std::cos(turn * CV_PI / 128));
 }
 
 /// Grows a segment from one edge pixel; clears the weight of its pixels in `left`.
@@ -124,12 +138,13 @@ public:
     {
         std::vector<Segment> segments;
         for (int y = 1; y + 1 < m_left.rows; ++y) {
+            const uchar *left = m_left.ptr(y);
             for (int x = 1; x + 1 < m_left.cols; ++x) {
-                if (m_left.at<uchar>(y, x) == 0) {
+                if (left[x] == 0) {
                     continue;
                 }
                 const Segment segment = straight({x, y});
-                if (segment.length() >= leastSegment) {
+                if (segment.stretch.length >= leastSegment) {
                     segments.push_back(segment);
                 }
             }
@@ -141,20 +156,19 @@ private:
     /// A curve is taken in parts.
     Segment straight(const cv::Point &seed)
     {
-        const Segment segment = grown(seed, sameDirection);
+        const Segment segment = grown(seed, m_same);
         if (segment.moments.bend() <= maxBend * maxBend) {
             return segment;
         }
         for (const cv::Point &point : m_points) {
             m_left.at<uchar>(point) = m_edges.weight.at<uchar>(point);
         }
-        return grown(seed, similarDirection);
+        return grown(seed, m_similar);
     }
 
-    Segment grown(const cv::Point &seed, int tolerance)
+    /// \param leastCosine  as doubledCosine() of the most that directions may differ
+    Segment grown(const cv::Point &seed, float leastCosine)
     {
-        static const std::array<cv::Point2f, 256> doubled = doubledDirections();
-        const auto leastCosine = float(std::cos(tolerance * CV_PI / 128));
         m_points.assign(1, seed);
         m_left.at<uchar>(seed) = 0;
         Segment segment;
@@ -162,11 +176,32 @@ private:
         for (size_t i = 0; i < m_points.size(); ++i) {
             const cv::Point point = m_points[i];
             segment.moments.add(point.x, point.y, m_edges.weight.at<uchar>(point));
-            sum += doubled[m_edges.normal.at<uchar>(point)];
+            sum += m_doubled[m_edges.normal.at<uchar>(point)];
             const float least = leastCosine * std::sqrt(sum.dot(sum));
-            takeNeighbors(point, [&](uchar normal) { return sum.dot(doubled[normal]) >= least; });
+            takeNeighbors(point, [&](uchar normal) { return sum.dot(m_doubled[normal]) >= least; });
         }
-        const Line line = segment.moments.line();
+        if (m_points.size() >= leastPoints) {
+            segment.stretch = stretchOn(segment.moments.line());
+        }
+        return segment;
+    }
+
+    template <class Condition> void takeNeighbors(const cv::Point &point, Condition isSimilar)
+    {
+        for (int y = point.y - 1; y <= point.y + 1; ++y) { // edges keep a pixel from the border
+            uchar *left = m_left.ptr(y);
+            const uchar *normal = m_edges.normal.ptr(y);
+            for (int x = point.x - 1; x <= point.x + 1; ++x) {
+                if (left[x] > 0 && isSimilar(normal[x])) {
+                    left[x] = 0;
+                    m_points.emplace_back(x, y);
+                }
+            }
+        }
+    }
+
+    Stretch stretchOn(const Line &line) const
+    {
         float first = 0;
         float last = 0;
         for (const cv::Point &point : m_points) {
@@ -174,25 +209,15 @@ private:
             first = std::min(first, place);
             last = std::max(last, place);
         }
-        segment.begin = line.point + line.along * first;
-        segment.end = line.point + line.along * last;
-        return segment;
-    }
-
-    template <class Condition> void takeNeighbors(const cv::Point &point, Condition isSimilar)
-    {
-        for (int y = point.y - 1; y <= point.y + 1; ++y) {
-            for (int x = point.x - 1; x <= point.x + 1; ++x) {
-                uchar &weight = m_left.at<uchar>(y, x); // edges keep a pixel from the border
-                if (weight > 0 && isSimilar(m_edges.normal.at<uchar>(y, x))) {
-                    weight = 0;
-                    m_points.push_back({x, y});
-                }
-            }
-        }
+        Stretch stretch{line.point + line.along * first, line.point + line.along * last};
+        stretch.length = float(cv::norm(stretch.end - stretch.begin));
+        return stretch;
     }
 
     const Edges &m_edges;
+    const std::array<cv::Point2f, 256> m_doubled = doubledDirections();
+    const float m_same = doubledCosine(sameDirection);
+    const float m_similar = doubledCosine(similarDirection);
     cv::Mat m_left;
     std::vector<cv::Point> m_points;
 };
@@ -208,61 +233,132 @@ struct Candidate
     float rank() const { return length * length / std::max(extent, length); }
 };
 
-/**
- * Extends a segment by others in line with it. The gap may be as long as what is known so far:
- * that is how far its direction can be trusted.
- */
-Candidate extended(size_t seed, const std::vector<Segment> &segments, std::vector<bool> &isUsed)
+/// Joins segments that are in line with each other.
+class SegmentJoiner
 {
-    std::vector<bool> isTaken(segments.size(), false);
-    isTaken[seed] = true;
-    Moments moments = segments[seed].moments;
-    Candidate candidate;
-    candidate.line = moments.line();
-    candidate.length = segments[seed].length();
-    float first = placeOn(candidate.line, segments[seed].begin);
-    float last = placeOn(candidate.line, segments[seed].end);
-    if (first > last) {
-        std::swap(first, last);
-    }
-    for (bool isGrowing = true; isGrowing;) {
-        isGrowing = false;
-        const float reach = std::max(20.0F, last - first);
-        const Line line = candidate.line;
-        for (size_t i = 0; i < segments.size(); ++i) {
-            const Segment &segment = segments[i];
-            if (isTaken[i] || !isInLine(segment, line)) {
-                continue;
-            }
-            const float begin = placeOn(line, segment.begin);
-            const float end = placeOn(line, segment.end);
-            if (std::min(begin, end) > last + reach || std::max(begin, end) < first - reach) {
-                continue;
-            }
-            isTaken[i] = true;
-            isGrowing = true;
-            moments.add(segment.moments);
-            candidate.length += segment.length();
+public:
+    explicit SegmentJoiner(const std::vector<Segment> &segments)
+        : m_segments(segments)
+        , m_isUsed(segments.size())
+        , m_isTaken(segments.size())
+    {
+        for (const Segment &segment : segments) {
+            m_stretches.push_back(segment.stretch);
+            m_beginX.push_back(segment.stretch.begin.x);
+            m_beginY.push_back(segment.stretch.begin.y);
         }
-        if (isGrowing) {
-            candidate.line = moments.line();
-            first = 0;
-            last = 0;
-            for (size_t i = 0; i < segments.size(); ++i) {
-                if (isTaken[i]) {
-                    for (const cv::Point2f &end : {segments[i].begin, segments[i].end}) {
-                        first = std::min(first, placeOn(candidate.line, end));
-                        last = std::max(last, placeOn(candidate.line, end));
-                    }
-                }
+        m_offsets.resize(segments.size());
+    }
+
+    /// What the first segments can be extended to, but those that others have been; at most
+    /// `count`.
+    std::vector<Candidate> all(size_t count)
+    {
+        std::vector<Candidate> candidates;
+        for (size_t i = 0; i < m_segments.size() && candidates.size() < count; ++i) {
+            if (m_isUsed[i] == 0) {
+                candidates.push_back(extended(i));
             }
         }
+        return candidates;
     }
-    candidate.extent = last - first;
-    for (size_t i = 0; i < segments.size(); ++i) {
-        isUsed[i] = isUsed[i] || isTaken[i];
+
+private:
+    /**
+     * Extends a segment by others in line with it. The gap may be as long as what is known so far:
+     * that is how far its direction can be trusted.
+     */
+    Candidate extended(size_t seed)
+    {
+        m_moments = Moments();
+        take(seed);
+        do {
+            measure();
+        } while (takeInLine());
+        Candidate candidate{m_line, 0, m_last - m_first};
+        for (const size_t i : m_taken) {
+            candidate.length += m_stretches[i].length;
+            m_isTaken[i] = 0;
+            m_isUsed[i] = 1;
+        }
+        m_taken.clear();
+        return candidate;
     }
-    return candidate;
+
+    void take(size_t i)
+    {
+        m_moments.add(m_segments[i].moments);
+        m_taken.push_back(i);
+        m_isTaken[i] = 1;
+    }
+
+    /// The line through all that is taken, and how far it reaches.
+    void measure()
+    {
+        m_line = m_moments.line();
+        m_first = 0;
+        m_last = 0;
+        for (const size_t i : m_taken) {
+            for (const cv::Point2f &end : {m_stretches[i].begin, m_stretches[i].end}) {
+                m_first = std::min(m_first, placeOn(m_line, end));
+                m_last = std::max(m_last, placeOn(m_line, end));
+            }
+        }
+    }
+
+    /// False when there is nothing more to take.
+    bool takeInLine()
+    {
+        const size_t before = m_taken.size();
+        const float reach = std::max(20.0F, m_last - m_first);
+        const Line line = m_line;
+        for (size_t i = 0; i < m_offsets.size(); ++i) { // in the processor's vectors
+            m_offsets[i] = offsetFrom(line, {m_beginX[i], m_beginY[i]});
+        }
+        for (size_t i = 0; i < m_stretches.size(); ++i) {
+            if (m_offsets[i] > nearby || m_isTaken[i] != 0) {
+                continue;
+            }
+            const Stretch &stretch = m_stretches[i];
+            if (!isInLine(stretch, line)) {
+                continue;
+            }
+            const float begin = placeOn(line, stretch.begin);
+            const float end = placeOn(line, stretch.end);
+            if (std::min(begin, end) <= m_last + reach && std::max(begin, end) >= m_first - reach) {
+                take(i);
+            }
+        }
+        return m_taken.size() > before;
+    }
+
+    const std::vector<Segment> &m_segments;
+    // Theirs, close together: all are looked at many times.
+    std::vector<Stretch> m_stretches;
+    std::vector<float> m_beginX;
+    std::vector<float> m_beginY;
+    std::vector<uchar> m_isUsed; // by any candidate
+
+    // The candidate that is being extended:
+    std::vector<float> m_offsets; // from its line
+    std::vector<uchar> m_isTaken;
+    std::vector<size_t> m_taken;
+    Moments m_moments;
+    Line m_line;
+    float m_first = 0;
+    float m_last = 0;
+};
+
+using Candidates = std::vector<Candidate>;
+
+/// The lines of some candidates, with the edges along them.
+std::vector<SupportedLine> supported(Candidates::const_iterator first,
+                                     Candidates::const_iterator last, const Edges &edges)
+{
+    std::vector<SupportedLine> lines(size_t(last - first));
+    inParallel({0, int(lines.size())},
+               [&](int i) { lines[size_t(i)] = SupportedLine(first[i].line, edges); });
+    return lines;
 }
 
 /// Moves the point of a line to where it enters the picture.
@@ -293,24 +389,16 @@ SupportedLine::SupportedLine(const Line &line, const Edges &edges)
     m_line = clipped(line, edges.weight.size(), length);
     const cv::Point2f across(-m_line.along.y, m_line.along.x);
     const Direction normal = directionOf(across);
-    m_sums.reserve(size_t(length) + 2);
+    m_length = std::floor(length) + 1;
+    m_sums.reserve(size_t(m_length) + 1);
+    m_sumsNearby.reserve(m_sums.capacity());
     m_sums.push_back(0);
-    m_sumsNearby = m_sums;
+    m_sumsNearby.push_back(0);
     for (float distance = 0; distance <= length; ++distance) {
         const NearEdge edge = edgeNear(edges, at(distance), across, normal);
         m_sums.push_back(m_sums.back() + float(edge.weight) / 255);
         m_sumsNearby.push_back(m_sumsNearby.back() + float(edge.weightNearby) / 255);
     }
-}
-
-float SupportedLine::share(const std::vector<float> &sums, float from, float to) const
-{
-    const float first = std::clamp(from, 0.0F, length());
-    const float last = std::clamp(to, 0.0F, length());
-    if (last - first < 1) {
-        return 0;
-    }
-    return (sums[size_t(last)] - sums[size_t(first)]) / (to - from);
 }
 
 bool SupportedLine::crossesPicture() const
@@ -335,26 +423,26 @@ float SupportedLine::crossing(const SupportedLine &other) const
 std::vector<SupportedLine> findLines(const Edges &edges, size_t count)
 {
     std::vector<Segment> segments = SegmentGrower(edges).all();
-    std::sort(segments.begin(), segments.end(),
-              [](const Segment &a, const Segment &b) { return a.length() > b.length(); });
+    std::sort(segments.begin(), segments.end(), [](const Segment &a, const Segment &b) {
+        return a.stretch.length > b.stretch.length;
+    });
     segments.resize(std::min(segments.size(), maxSegments));
-    std::vector<bool> isUsed(segments.size(), false);
-    std::vector<Candidate> candidates;
-    for (size_t i = 0; i < segments.size(); ++i) {
-        if (!isUsed[i] && candidates.size() < 3 * count) {
-            candidates.push_back(extended(i, segments, isUsed));
-        }
-    }
+    std::vector<Candidate> candidates = SegmentJoiner(segments).all(3 * count);
     std::sort(candidates.begin(), candidates.end(),
               [](const Candidate &a, const Candidate &b) { return a.rank() > b.rank(); });
+    candidates.erase(std::remove_if(candidates.begin(), candidates.end(),
+                                    [](const Candidate &each) { return each.length < leastLine; }),
+                     candidates.end());
+
     std::vector<SupportedLine> lines;
     std::vector<SupportedLine> crossing;
-    for (const Candidate &candidate : candidates) {
-        if (lines.size() == count || candidate.length < leastLine) {
-            continue;
+    for (auto next = candidates.begin(); next != candidates.end() && lines.size() < count;) {
+        // As many as there is room for if none of them cross the picture.
+        const auto some = std::min(std::ptrdiff_t(count - lines.size()), candidates.end() - next);
+        for (SupportedLine &line : supported(next, next + some, edges)) {
+            (line.crossesPicture() ? crossing : lines).push_back(std::move(line));
         }
-        SupportedLine line(candidate.line, edges);
-        (line.crossesPicture() ? crossing : lines).push_back(std::move(line));
+        next += some;
     }
     const auto room = std::ptrdiff_t(std::min(count - lines.size(), crossing.size()));
     lines.insert(lines.end(), crossing.begin(), crossing.begin() + room);

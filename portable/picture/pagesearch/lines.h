@@ -5,6 +5,7 @@
 
 #include <opencv2/core.hpp>
 
+#include <algorithm>
 #include <vector>
 
 namespace portable::pagesearch {
@@ -20,6 +21,7 @@ struct Line
 class SupportedLine
 {
 public:
+    SupportedLine() = default; ///< to be assigned to
     SupportedLine(const Line &line, const Edges &edges);
 
     const cv::Point2f &along() const { return m_line.along; }
@@ -27,13 +29,35 @@ public:
     /// The point at a distance from the begin, in pixels.
     cv::Point2f at(float distance) const { return m_line.point + m_line.along * distance; }
 
-    float length() const { return float(m_sums.size()) - 1; }
+    float length() const { return m_length; }
 
-    /// The share of the line between two distances that has an edge, 0 to 1; 0 outside the picture.
-    float support(float from, float to) const { return share(m_sums, from, to); }
+    /// A place on the line, kept where the support between it and many others is needed.
+    struct Place
+    {
+        float distance; ///< from the begin
+        float inside; ///< the same, or that of the nearer end when it is outside the picture
+        float sum; ///< of the edges up to there
+    };
+
+    Place placeAt(float distance) const { return placeIn(m_sums, distance); }
+
+    /**
+     * The share of the line between two of its places that has an edge, 0 to 1; 0 outside the
+     * picture.
+     */
+    static float supportBetween(const Place &from, const Place &to)
+    {
+        return to.inside - from.inside < 1 ? 0
+                                           : (to.sum - from.sum) / (to.distance - from.distance);
+    }
+
+    float support(float from, float to) const { return supportBetween(placeAt(from), placeAt(to)); }
 
     /// The same for edges up to two pixels off, like those on the other side of a groove.
-    float supportNearby(float from, float to) const { return share(m_sumsNearby, from, to); }
+    float supportNearby(float from, float to) const
+    {
+        return supportBetween(placeIn(m_sumsNearby, from), placeIn(m_sumsNearby, to));
+    }
 
     /// True for an edge from one border to another: of the desk, of its pattern, of a shadow.
     bool crossesPicture() const;
@@ -42,9 +66,14 @@ public:
     float crossing(const SupportedLine &other) const;
 
 private:
-    float share(const std::vector<float> &sums, float from, float to) const;
+    Place placeIn(const std::vector<float> &sums, float distance) const
+    {
+        const float inside = std::clamp(distance, 0.0F, length());
+        return {distance, inside, sums[size_t(inside)]};
+    }
 
     Line m_line; // its point is the begin
+    float m_length = 0; // of the sums, in whole pixels
     std::vector<float> m_sums; // of the weights up to each pixel
     std::vector<float> m_sumsNearby;
 };

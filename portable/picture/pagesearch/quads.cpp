@@ -2,10 +2,12 @@
 #include "portable/picture/pagesearch/quads.h"
 
 #include "portable/picture/pagesearch/perspective.h"
+#include "portable/picture/parallel.h"
 
 #include <algorithm>
 #include <cmath>
 #include <limits>
+#include <optional>
 
 namespace portable::pagesearch {
 
@@ -22,30 +24,53 @@ constexpr int maxConsidered = 20000; // quads, so that a grid doesn't take long
 constexpr size_t maxCompared = 2000; // of them: most quads have many that are almost the same
 constexpr float nearCorner = 4; // pixels that say nothing: rounded corners, shadows
 
-/// Where two lines cross, as distances on each of them.
-struct Crossings
+/// Where each line crosses each other one.
+class Crossings
 {
+public:
+    using Place = SupportedLine::Place;
+
     explicit Crossings(const std::vector<SupportedLine> &lines)
-        : count(lines.size())
-        , distances(count * count)
+        : m_crossed(lines.size())
+        , m_places(lines.size() * lines.size())
     {
-        for (size_t i = 0; i < count; ++i) {
-            for (size_t j = 0; j < count; ++j) {
-                distances[i * count + j] = lines[i].crossing(lines[j]);
+        constexpr float margin = 3; // pixels
+        for (size_t by = 0; by < lines.size(); ++by) {
+            for (size_t i = 0; i < lines.size(); ++i) {
+                const float distance = lines[i].crossing(lines[by]);
+                if (distance > -margin && distance < lines[i].length() + margin) {
+                    m_crossed[by].push_back(i);
+                    m_places[by * lines.size() + i] = lines[i].placeAt(distance);
+                }
             }
         }
     }
 
-    /// The distance on `line` at which `other` crosses it.
-    float on(size_t line, size_t other) const { return distances[line * count + other]; }
+    /// The lines that this one crosses within their length, in ascending order.
+    const std::vector<size_t> &crossedBy(size_t line) const { return m_crossed[line]; }
 
-    size_t count;
-    std::vector<float> distances;
+    /// Where a line is crossed by another; nullopt when that isn't within its length.
+    const std::optional<Place> &on(size_t line, size_t by) const
+    {
+        return m_places[by * m_crossed.size() + line];
+    }
+
+private:
+    std::vector<std::vector<size_t>> m_crossed;
+    std::vector<std::optional<Place>> m_places;
 };
 
 /// Part of a line, between two others.
 struct Side
 {
+    Side(const SupportedLine::Place &a, const SupportedLine::Place &b)
+        : from(std::min(a.distance, b.distance))
+        , to(std::max(a.distance, b.distance))
+        , support(a.distance < b.distance ? SupportedLine::supportBetween(a, b)
+                                          : SupportedLine::supportBetween(b, a))
+    {
+    }
+
     float from;
     float to;
     float support;
@@ -74,26 +99,34 @@ void makeClockwise(Quad &quad)
     }
 }
 
+/// The quads with a common side.
 class QuadSearch
 {
 public:
-    QuadSearch(const Edges &edges, const std::vector<SupportedLine> &lines)
-        : m_size(edges.weight.size())
+    struct Found
+    {
+        std::vector<Quad> quads;
+        std::vector<int> before; ///< how many were considered before each of them
+        int considered = 0;
+    };
+
+    QuadSearch(const cv::Size &size, const std::vector<SupportedLine> &lines,
+               const Crossings &crossings)
+        : m_size(size)
         , m_lines(lines)
-        , m_crossings(lines)
+        , m_crossings(crossings)
     {
     }
 
-    std::vector<Quad> all()
+    /// The quads of this side and of opposite ones that come after it.
+    Found withSide(size_t line)
     {
-        for (size_t i = 0; i < m_lines.size(); ++i) {
-            for (size_t j = i + 1; j < m_lines.size(); ++j) {
-                if (areOpposite(i, j)) {
-                    searchBetween(i, j);
-                }
+        for (size_t other = line + 1; other < m_lines.size(); ++other) {
+            if (areOpposite(line, other)) {
+                searchBetween(line, other);
             }
         }
-        return std::move(m_quads);
+        return std::move(m_found);
     }
 
 private:
@@ -102,42 +135,36 @@ private:
         return std::abs(m_lines[a].along().dot(m_lines[b].along())) > parallel;
     }
 
-    Side side(size_t line, size_t first, size_t second) const
+    /// The part of a line between two others; nullopt when they don't both cross it.
+    std::optional<Side> side(size_t line, size_t first, size_t second) const
     {
-        const float a = m_crossings.on(line, first);
-        const float b = m_crossings.on(line, second);
-        const float from = std::min(a, b);
-        const float to = std::max(a, b);
-        return {from, to, m_lines[line].support(from, to)};
-    }
-
-    bool isWithin(size_t line, const Side &side) const
-    {
-        constexpr float margin = 3;
-        return side.from > -margin && side.to < m_lines[line].length() + margin;
+        const auto &a = m_crossings.on(line, first);
+        const auto &b = m_crossings.on(line, second);
+        if (!a || !b) {
+            return {};
+        }
+        const Side side(*a, *b);
+        return side.support >= minSupport ? std::optional<Side>(side) : std::nullopt;
     }
 
     /// All quads of which these two are opposite sides.
     void searchBetween(size_t top, size_t bottom)
     {
         m_others.clear();
-        for (size_t i = 0; i < m_lines.size(); ++i) {
-            if (std::isnan(m_crossings.on(i, top)) || std::isnan(m_crossings.on(i, bottom))) {
-                continue;
-            }
-            const Side across = side(i, top, bottom);
-            if (across.support >= minSupport && isWithin(i, across)
-                && !goesOn(m_lines[i], across)) {
-                m_others.push_back({i, across});
+        for (const size_t i : m_crossings.crossedBy(top)) {
+            const auto across = side(i, top, bottom);
+            if (across && !goesOn(m_lines[i], *across)) {
+                m_others.push_back({i, *across});
             }
         }
         if (m_others.size() > maxOthers) {
             std::partial_sort(
                 m_others.begin(), m_others.begin() + maxOthers, m_others.end(),
                 [](const Other &a, const Other &b) { return a.across.support > b.across.support; });
-            m_others.resize(maxOthers);
+            m_others.erase(m_others.begin() + maxOthers, m_others.end());
         }
-        for (size_t a = 0; a < m_others.size() && m_considered < maxConsidered; ++a) {
+        for (size_t a = 0; a < m_others.size() && m_found.considered < maxConsidered; ++a) {
+            m_before = m_found.considered;
             for (size_t b = a + 1; b < m_others.size(); ++b) {
                 // Each quad is met twice, once by each pair of its opposite sides.
                 if (top < m_others[a].line && areOpposite(m_others[a].line, m_others[b].line)) {
@@ -150,32 +177,33 @@ private:
 
     void consider(const std::array<size_t, 4> &ring, const Side &right, const Side &left)
     {
-        const Side top = side(ring[0], ring[3], ring[1]);
-        const Side bottom = side(ring[2], ring[3], ring[1]);
-        if (top.support < minSupport || bottom.support < minSupport || !isWithin(ring[0], top)
-            || !isWithin(ring[2], bottom)) {
+        const auto top = side(ring[0], ring[3], ring[1]);
+        const auto bottom = top ? side(ring[2], ring[3], ring[1]) : std::nullopt;
+        if (!bottom) {
             return;
         }
-        ++m_considered;
+        ++m_found.considered;
         Quad quad;
-        const std::array<Side, 4> sides{top, right, bottom, left};
+        for (size_t i = 0; i < 4; ++i) {
+            quad.corners[i] =
+                m_lines[ring[i]].at(m_crossings.on(ring[i], ring[(i + 3) % 4])->distance);
+        }
+        if (!isPageShaped(quad.corners)) {
+            return;
+        }
+        const std::array<Side, 4> sides{*top, right, *bottom, left};
         float lengths = 0;
         float supported = 0;
         float least = 1;
         float beyond = 0;
         for (size_t i = 0; i < 4; ++i) {
             const Side &side = sides[i];
-            const SupportedLine &line = m_lines[ring[i]];
-            quad.corners[i] = line.at(m_crossings.on(ring[i], ring[(i + 3) % 4]));
             quad.support[i] = side.support;
-            quad.beyond[i] = beyondOf(line, side);
+            quad.beyond[i] = beyondOf(m_lines[ring[i]], side);
             lengths += side.to - side.from;
             supported += side.support * (side.to - side.from);
             least = std::min(least, side.support);
             beyond += quad.beyond[i] / 4;
-        }
-        if (!isPageShaped(quad.corners)) {
-            return;
         }
         makeClockwise(quad);
         quad.skew = skewOf(quad.corners, m_size);
@@ -184,7 +212,8 @@ private:
         }
         quad.score = supported / lengths + 0.5F * least - beyond
             + 0.12 * std::log(areaOf(quad.corners) / m_size.area());
-        m_quads.push_back(quad);
+        m_found.quads.push_back(quad);
+        m_found.before.push_back(m_before);
     }
 
     /// The support of the line before and after the side.
@@ -246,20 +275,46 @@ private:
 
     cv::Size m_size;
     const std::vector<SupportedLine> &m_lines;
-    Crossings m_crossings;
+    const Crossings &m_crossings;
     std::vector<Other> m_others;
-    std::vector<Quad> m_quads;
-    int m_considered = 0;
+    Found m_found;
+    int m_before = 0;
 };
+
+/// All quads; those of the first lines only if there are too many.
+std::vector<Quad> quadsOf(const cv::Size &size, const std::vector<SupportedLine> &lines)
+{
+    const Crossings crossings(lines);
+    std::vector<QuadSearch::Found> found(lines.size());
+    inParallel({0, int(lines.size())}, [&](int i) {
+        found[size_t(i)] = QuadSearch(size, lines, crossings).withSide(size_t(i));
+    });
+    std::vector<Quad> all;
+    int considered = 0;
+    for (const QuadSearch::Found &some : found) {
+        for (size_t i = 0; i < some.quads.size() && considered + some.before[i] < maxConsidered;
+             ++i) {
+            all.push_back(some.quads[i]);
+        }
+        considered += some.considered;
+    }
+    return all;
+}
+
+double squareOf(const cv::Point2f &vector)
+{
+    return double(vector.x) * vector.x + double(vector.y) * vector.y;
+}
 
 bool areSame(const Corners &a, const Corners &b)
 {
+    constexpr double far = 3; // pixels
     for (size_t shift = 0; shift < 4; ++shift) {
-        double farthest = 0;
-        for (size_t i = 0; i < 4; ++i) {
-            farthest = std::max(farthest, cv::norm(a[i] - b[(i + shift) % 4]));
+        size_t i = 0;
+        while (i < 4 && squareOf(a[i] - b[(i + shift) % 4]) < far * far) {
+            ++i;
         }
-        if (farthest < 3) {
+        if (i == 4) {
             return true;
         }
     }
@@ -278,21 +333,20 @@ double areaOf(const Corners &corners)
 std::vector<Quad> findQuads(const Edges &edges, const std::vector<SupportedLine> &lines,
                             size_t count)
 {
-    std::vector<Quad> all = QuadSearch(edges, lines).all();
-    const auto end = all.begin() + std::ptrdiff_t(std::min(all.size(), maxCompared));
-    std::partial_sort(all.begin(), end, all.end(),
-                      [](const Quad &a, const Quad &b) { return a.score > b.score; });
-    all.erase(end, all.end());
+    const std::vector<Quad> all = quadsOf(edges.weight.size(), lines);
+    std::vector<const Quad *> compared(all.size());
+    std::transform(all.begin(), all.end(), compared.begin(),
+                   [](const Quad &quad) { return &quad; });
+    const auto end = compared.begin() + std::ptrdiff_t(std::min(all.size(), maxCompared));
+    std::partial_sort(compared.begin(), end, compared.end(),
+                      [](const Quad *a, const Quad *b) { return a->score > b->score; });
     std::vector<Quad> best;
-    for (const Quad &quad : all) {
+    for (auto quad = compared.begin(); quad != end && best.size() < count; ++quad) {
         const bool isNew = std::none_of(best.begin(), best.end(), [&](const Quad &other) {
-            return areSame(quad.corners, other.corners);
+            return areSame((*quad)->corners, other.corners);
         });
         if (isNew) {
-            best.push_back(quad);
-            if (best.size() == count) {
-                break;
-            }
+            best.push_back(**quad);
         }
     }
     return best;
