@@ -355,6 +355,8 @@ const std::vector<FaultyTerminal> &faultyTerminals()
         {"browser-policy", content("/etc/chromium/policies/managed/a.json", "{}"), "warning",
          "no browser policy"},
         {"browser-policy", allowed("https://counter.bank.example"), "warning", "https://b.example"},
+        {"browser-policy", allowed("http://b.example"), "warning", "https://b.example"},
+        {"browser-policy", allowed("[*.]b.example:8443"), "warning", "https://b.example"},
         {"browser-policy", allowed("https://b.example\",\"https://counter.bank.example"), "warning",
          "sample page"},
         {"browser-policy",
