@@ -49,6 +49,9 @@ public:
     /// \return nullopt for a text that is no pattern, with the reason
     static std::optional<OriginPattern> from(const QString &text, QString *error);
 
+    /// As it is written, but for capitals and the scheme's usual port.
+    QString text() const { return m_isAny ? QStringLiteral("*") : m_origin.text(); }
+
     /// Scheme and port count; "*" is one whole label of the host.
     bool matches(const Origin &origin) const;
 

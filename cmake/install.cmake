@@ -50,6 +50,7 @@ install(FILES packaging/devicectl.bash
     RENAME devicectl)
 file(GLOB _man_pages CONFIGURE_DEPENDS docs/man/*.1)
 install(FILES ${_man_pages} DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT Runtime)
+install(FILES docs/man/zh_CN/devicectl.1 DESTINATION ${CMAKE_INSTALL_MANDIR}/zh_CN/man1 COMPONENT Runtime)
 
 # Runtime: how it starts with the desktop; the unit is the alternative, which is not enabled
 set(PROGRAM ${CMAKE_INSTALL_PREFIX}/${PROGRAM_INSTALL_DIR}/rvowebSocketServer)

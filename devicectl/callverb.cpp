@@ -2,6 +2,7 @@
 #include "devicectl/callverb.h"
 
 #include "devicectl/answers.h"
+#include "devicectl/problems.h"
 #include "devicectl/texts.h"
 
 #include <QEventLoop>
@@ -49,6 +50,8 @@ public:
         return m_code;
     }
 
+    int framesCounted() const { return m_framesCounted; }
+
 private:
     void end(ExitCode code)
     {
@@ -60,10 +63,8 @@ private:
     void lost()
     {
         if (!m_isOver) {
-            m_error << said(m_isConnected
-                                ? Text{"the server closed the connection", "服务关闭了连接"}
-                                : Text{"can't connect: ", "无法连接："})
-                    << (m_isConnected ? QString() : refusal()) << '\n';
+            complain(m_isConnected ? said({"the server closed the connection", "服务关闭了连接"})
+                                   : said({"can't connect: ", "无法连接："}) + refusal());
             end(ExitCode::NoServer);
         }
     }
@@ -84,8 +85,19 @@ private:
             end(m_code); // that was all that came
             return;
         }
-        m_error << said({"no answer came in time", "没有及时收到应答"}) << '\n';
+        complain(said({"no answer came in time", "没有及时收到应答"}));
         end(m_isConnected ? ExitCode::NoAnswer : ExitCode::NoServer);
+    }
+
+    void complain(const QString &text) { printProblem(text, m_call.isJson, m_out, m_error); }
+
+    /// The first one only starts the clock: the camera needs its time before it.
+    void countFrame()
+    {
+        if (m_framesCounted < 0 && m_hasAnswer) {
+            m_timer.start(m_call.countSeconds * 1000);
+        }
+        m_framesCounted += m_hasAnswer ? 1 : 0;
     }
 
     void take(const QString &text)
@@ -94,6 +106,9 @@ private:
             return;
         }
         if (isFrame(text)) {
+            if (m_call.countSeconds > 0) {
+                countFrame();
+            }
             if (!m_call.frameFile.isEmpty() && write(m_call.frameFile, bytesOf(text))) {
                 m_hasFrame = true;
                 endIfDone();
@@ -143,7 +158,9 @@ private:
     void endIfDone()
     {
         const bool hasFrame = m_call.frameFile.isEmpty() || m_hasFrame || m_code == ExitCode::Bad;
-        const bool hasEnd = m_call.until.isEmpty() ? m_call.waitSeconds == 0 : m_hasEnd;
+        const bool hasEnd = m_call.until.isEmpty()
+            ? m_call.waitSeconds == 0 || (m_call.countSeconds > 0 && m_code == ExitCode::Bad)
+            : m_hasEnd;
         if (m_hasAnswer && hasFrame && hasEnd) {
             end(m_code);
         }
@@ -181,7 +198,7 @@ private:
         if (file.open(QIODevice::WriteOnly) && file.write(bytes) == bytes.size() && file.commit()) {
             return true;
         }
-        m_error << path << ": " << file.errorString() << '\n';
+        complain(path + QStringLiteral(": ") + file.errorString());
         end(ExitCode::Trouble);
         return false;
     }
@@ -196,6 +213,7 @@ private:
     bool m_isConnected = false;
     bool m_isBeforeDone = m_call.before.isEmpty();
     bool m_hasAnswer = false;
+    int m_framesCounted = -1; // without the first one
     bool m_hasFrame = false;
     bool m_hasEnd = false;
     bool m_isOver = false;
@@ -206,4 +224,33 @@ private:
 ExitCode carryOut(const Call &call, QTextStream &out, QTextStream &error)
 {
     return Conversation(call, out, error).hold();
+}
+
+Environment::MeasuredPreview measurePreview(const QString &origin, const QString &token,
+                                            quint16 port)
+{
+    Call call;
+    call.name = QStringLiteral("bStartPlay");
+    call.text = call.name + QStringLiteral("()");
+    call.port = port;
+    call.origin = origin;
+    call.token = token;
+    call.answerSeconds = 10;
+    call.waitSeconds = 5; // for the first frame
+    call.countSeconds = 2;
+    QString answer;
+    QString problem;
+    QTextStream out(&answer);
+    QTextStream error(&problem);
+    Conversation conversation(call, out, error);
+    Environment::MeasuredPreview measured;
+    if (conversation.hold() != ExitCode::Good) {
+        out.flush();
+        error.flush();
+        measured.problem = problem.isEmpty()
+            ? QStringLiteral("bStartPlay: ") + answer.section(QLatin1Char('\n'), 0, 0)
+            : problem.trimmed();
+    }
+    measured.framesPerSecond = qMax(0, conversation.framesCounted()) / double(call.countSeconds);
+    return measured;
 }

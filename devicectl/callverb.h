@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #pragma once
 
+#include "devicectl/environment.h"
 #include "devicectl/exitcode.h"
 
 #include <QString>
@@ -20,8 +21,14 @@ struct Call
     QString until; ///< name of the answer that ends the waiting; empty: none does
     QString pictureFile; ///< gets the answer's bytes; empty: it is printed
     QString frameFile; ///< gets the next preview frame; empty: frames are ignored
+    int countSeconds =
+        0; ///< preview frames are counted for so long, from the first one; 0: they aren't
     bool isJson = false;
 };
 
 /// Connects, sends the command, prints its answer and what is pushed, one line each.
 ExitCode carryOut(const Call &call, QTextStream &out, QTextStream &error);
+
+/// Starts the preview as a page that only counts its frames, for two seconds.
+Environment::MeasuredPreview measurePreview(const QString &origin, const QString &token,
+                                            quint16 port = 1818);

@@ -6,7 +6,9 @@
 #include "devicectl/callverb.h"
 #include "devicectl/doctor.h"
 #include "devicectl/policyadvice.h"
+#include "devicectl/problems.h"
 #include "devicectl/prometheus.h"
+#include "devicectl/servertexts.h"
 #include "devicectl/statusclient.h"
 #include "devicectl/statustext.h"
 #include "devicectl/systemenvironment.h"
@@ -43,7 +45,14 @@ struct Streams
 {
     QTextStream &out;
     QTextStream &error;
+    bool isJson; ///< whether a program reads
 
+    /// Says why it isn't done. \return `code`
+    ExitCode refuse(const QString &text, ExitCode code) const
+    {
+        printProblem(text, isJson, out, error);
+        return code;
+    }
     void json(const QJsonDocument &document) const
     {
         out << QString::fromUtf8(document.toJson(QJsonDocument::Indented));
@@ -69,12 +78,9 @@ struct Verb
 };
 
 constexpr Option json = {"--json", nullptr, {"output for programs", "输出 JSON"}};
-
-ExitCode noServer(const QString &why, const Streams &streams)
-{
-    streams.error << said({"the server does not answer: ", "服务没有应答："}) << why << '\n';
-    return ExitCode::NoServer;
-}
+constexpr Option asOrigin = {
+    "--origin", "ORIGIN", {"as a page of this origin", "以此来源的网页身份"}};
+constexpr Option withToken = {"--token", "TOKEN", {"of the access policy", "访问策略的令牌"}};
 
 ExitCode showStatus(const Line &line, const Streams &streams)
 {
@@ -84,7 +90,8 @@ ExitCode showStatus(const Line &line, const Streams &streams)
         streams.out << QString::fromUtf8(prometheusText(status.value_or(QJsonObject())));
     }
     if (!status) {
-        return noServer(error, streams);
+        return streams.refuse(said({"the server does not answer: ", "服务没有应答："}) + error,
+                              ExitCode::NoServer);
     }
     if (line.has("--json")) {
         const bool isLine = line.has("--watch");
@@ -100,10 +107,9 @@ ExitCode showStatus(const Line &line, const Streams &streams)
 ExitCode statusVerb(const Line &line, const Streams &streams)
 {
     if (line.has("--json") && line.has("--prometheus")) {
-        streams.error << said(
-            {"--json and --prometheus exclude each other", "--json 与 --prometheus 不能同时使用"})
-                      << '\n';
-        return ExitCode::Usage;
+        return streams.refuse(said({"--json and --prometheus exclude each other",
+                                    "--json 与 --prometheus 不能同时使用"}),
+                              ExitCode::Usage);
     }
     if (!line.has("--watch")) {
         return showStatus(line, streams);
@@ -136,6 +142,15 @@ QStringList similarCommands(const QString &wrong)
     return names;
 }
 
+/// How many pages are connected; nullopt without a server.
+std::optional<int> connectedPages()
+{
+    QString unused;
+    const auto status = askForStatus(base::statusSocketPath(), &unused);
+    return status ? std::make_optional(status->value(QStringLiteral("pageCount")).toInt())
+                  : std::nullopt;
+}
+
 ExitCode callVerb(const Line &line, const Streams &streams)
 {
     Call call;
@@ -147,26 +162,22 @@ ExitCode callVerb(const Line &line, const Streams &streams)
                                                         : before;
     if (!wrong.isEmpty()) {
         const QStringList similar = similarCommands(wrong);
-        streams.error << said({"there is no command %1", "没有命令 %1"}).arg(wrong)
-                      << (similar.isEmpty() ? QString()
-                                            : said({"; similar ones: ", "；相近的命令："})
-                                  + similar.join(QStringLiteral(", ")))
-                      << '\n';
-        return ExitCode::Usage;
+        return streams.refuse(said({"there is no command %1", "没有命令 %1"}).arg(wrong)
+                                  + (similar.isEmpty()
+                                         ? QString()
+                                         : said({"; similar ones: ", "；相近的命令："})
+                                             + similar.join(QStringLiteral(", "))),
+                              ExitCode::Usage);
     }
-    QString unused;
-    const auto status = askForStatus(base::statusSocketPath(), &unused);
-    const int pages =
-        status.value_or(QJsonObject()).value(QStringLiteral("pages")).toArray().size();
+    const int pages = connectedPages().value_or(0);
     if (pages > 0 && !line.has("--force")) {
-        streams.error << said(
-                             {"pages are connected (%1): when devicectl leaves, their preview "
-                              "stops and late answers are lost. --force does it nevertheless.",
-                              "有网页已连接（%1）：devicectl 断开时会停止其预览并丢失未完成的应答。"
-                              "--force 可强制执行。"})
-                             .arg(pages)
-                      << '\n';
-        return ExitCode::Declined;
+        return streams.refuse(
+            said({"pages are connected (%1): when devicectl leaves, their preview stops and late "
+                  "answers are lost. --force does it nevertheless.",
+                  "有网页已连接（%1）：devicectl 断开时会停止其预览并丢失未完成的应答。"
+                  "--force 可强制执行。"})
+                .arg(pages),
+            ExitCode::Declined);
     }
     call.before = line.value("--before");
     if (!call.before.isEmpty() && !call.before.contains(QLatin1Char('('))) {
@@ -196,7 +207,12 @@ QString levelText(const QString &level)
 
 ExitCode doctorVerb(const Line &line, const Streams &streams)
 {
-    const SystemEnvironment environment;
+    std::optional<Environment::MeasuredPreview> measured;
+    if (line.has("--measure") && connectedPages() == 0) {
+        measured = measurePreview(line.value("--origin"), line.value("--token"));
+    }
+    SystemEnvironment environment;
+    environment.setMeasuredPreview(measured);
     const QJsonArray findings = examine(environment);
     bool hasFault = false;
     for (const QJsonValue &value : findings) {
@@ -226,8 +242,7 @@ ExitCode bundleVerb(const Line &line, const Streams &streams)
     const auto files = bundleFiles(environment);
     const QString problem = writeBundle(files, file);
     if (!problem.isEmpty()) {
-        streams.error << problem << '\n';
-        return ExitCode::Trouble;
+        return streams.refuse(problem, ExitCode::Trouble);
     }
     if (line.has("--json")) {
         streams.json(QJsonDocument(
@@ -277,8 +292,8 @@ ExitCode tryText(const Line &line, const std::shared_ptr<const accesspolicy::Pol
 ExitCode policyVerb(const Line &line, const Streams &streams)
 {
     if (line.has("--try") && line.words.isEmpty()) {
-        streams.error << said({"the text to be tried is missing\n", "缺少要试验的文本\n"});
-        return ExitCode::Usage;
+        return streams.refuse(said({"the text to be tried is missing", "缺少要试验的文本"}),
+                              ExitCode::Usage);
     }
     const SystemEnvironment environment;
     const auto found = line.words.isEmpty() || line.has("--try")
@@ -286,19 +301,19 @@ ExitCode policyVerb(const Line &line, const Streams &streams)
         : draftIn(line.words.first(), environment.places());
     if (found.error) {
         if (line.has("--json")) {
-            streams.json(QJsonDocument(QJsonObject{{QStringLiteral("error"), found.error->reason},
-                                                   {QStringLiteral("file"), found.error->file},
-                                                   {QStringLiteral("line"), found.error->line}}));
+            streams.json(QJsonDocument(
+                QJsonObject{{QStringLiteral("error"), inUsersLanguage(found.error->reason)},
+                            {QStringLiteral("file"), found.error->file},
+                            {QStringLiteral("line"), found.error->line}}));
         } else {
-            streams.error << found.error->text() << '\n';
+            streams.error << policyFault(*found.error) << '\n';
         }
         return ExitCode::Bad;
     }
     if (!found.policy) {
-        streams.error << said({"there is no access policy: any page may do anything",
-                               "没有访问策略：任何网页都可执行任何操作"})
-                      << '\n';
-        return ExitCode::Bad;
+        return streams.refuse(said({"there is no access policy: any page may do anything",
+                                    "没有访问策略：任何网页都可执行任何操作"}),
+                              ExitCode::Bad);
     }
     if (line.has("--try")) {
         return tryText(line, found.policy, environment.places(), streams);
@@ -307,7 +322,12 @@ ExitCode policyVerb(const Line &line, const Streams &streams)
     const QJsonArray report =
         QJsonDocument::fromJson(environment.end(reportFile, 16 << 20)).array();
     if (line.has("--propose")) {
-        streams.out << proposal(*found.policy, report);
+        const QString text = proposal(*found.policy, report);
+        if (line.has("--json")) {
+            streams.json(QJsonDocument(QJsonObject{{QStringLiteral("proposal"), text}}));
+        } else {
+            streams.out << text;
+        }
     } else if (line.has("--json")) {
         streams.json(QJsonDocument(QJsonObject{
             {QStringLiteral("file"), found.policy->file},
@@ -342,7 +362,14 @@ const std::vector<Verb> &verbs()
          0,
          {"checks the terminal, a line a check: what is wrong and what to do",
           "检查终端，每项一行：问题及处理方法"},
-         {json, {"--quiet", nullptr, {"only warnings and faults", "只显示警告和故障"}}},
+         {json,
+          {"--quiet", nullptr, {"only warnings and faults", "只显示警告和故障"}},
+          {"--measure",
+           nullptr,
+           {"start the preview for two seconds, if no page is connected",
+            "没有网页连接时启动预览两秒，测量帧数"}},
+          asOrigin,
+          withToken},
          doctorVerb},
         {"status",
          "",
@@ -371,8 +398,8 @@ const std::vector<Verb> &verbs()
            {"put a picture of the answer into a file", "将应答中的图片存入文件"}},
           {"--frame", "FILE", {"put the next preview frame into a file", "将下一帧预览存入文件"}},
           {"--timeout", "SECONDS", {"for the answer; 30", "等待应答的秒数，默认 30"}},
-          {"--origin", "ORIGIN", {"as a page of this origin", "以此来源的网页身份"}},
-          {"--token", "TOKEN", {"of the access policy", "访问策略的令牌"}},
+          asOrigin,
+          withToken,
           {"--port", "PORT", {"of the server; 1818", "服务端口，默认 1818"}},
           {"--force", nullptr, {"even though pages are connected", "即使有网页已连接"}}},
          callVerb},
@@ -552,11 +579,14 @@ ExitCode runDevicectl(const QStringList &words, QTextStream &out, QTextStream &e
         out << "devicectl " << DEVICECTL_VERSION << '\n';
         return ExitCode::Good;
     }
+    const bool isJson = words.contains(QLatin1String("--json"));
     const Verb *verb = verbOf(first);
     if (!verb) {
-        error << (first.isEmpty() ? QString()
-                                  : said({"there is no verb %1\n", "没有动词 %1\n"}).arg(first))
-              << generalHelp();
+        if (!first.isEmpty()) {
+            printProblem(said({"there is no verb %1", "没有动词 %1"}).arg(first), isJson, out,
+                         error);
+        }
+        error << (isJson ? QString() : generalHelp());
         return ExitCode::Usage;
     }
     if (words.value(1) == QLatin1String("--help")) {
@@ -566,8 +596,9 @@ ExitCode runDevicectl(const QStringList &words, QTextStream &out, QTextStream &e
     Line line;
     const QString problem = parse(*verb, words.mid(1), &line);
     if (!problem.isEmpty()) {
-        error << problem << '\n' << helpOf(*verb);
+        printProblem(problem, isJson, out, error);
+        error << (isJson ? QString() : helpOf(*verb));
         return ExitCode::Usage;
     }
-    return verb->run(line, {out, error});
+    return verb->run(line, {out, error, line.has("--json")});
 }

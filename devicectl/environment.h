@@ -39,8 +39,26 @@ public:
     struct Outcome
     {
         bool isStarted = false; ///< and ended in time
+        bool isLate = false; ///< was ended, or not even started, as there was no time left
         int status = -1;
-        QString output;
+        QString output{};
+    };
+
+    /// What CUPS says of a printer.
+    struct Printer
+    {
+        bool isAnswered = false; ///< by a print service
+        QString name{}; ///< empty: there is no such printer
+        bool isStopped = false;
+        bool isAccepting = true; ///< new jobs
+        QString reasons{}; ///< of its state, as CUPS names them: "media-empty-warning"
+    };
+
+    /// A preview that was started to be measured.
+    struct MeasuredPreview
+    {
+        double framesPerSecond = 0;
+        QString problem{}; ///< why it could not be started; empty if it could
     };
 
     Environment() = default;
@@ -61,10 +79,23 @@ public:
     virtual QStringList entries(const QString &folder) const = 0;
     virtual qint64 freeBytes(const QString &folder) const = 0;
     virtual QVector<Process> processes() const = 0;
-    /// Processes of this user that have the file open, which may be "socket:[4711]".
+    /// Processes that have the file open, which may be "socket:[4711]"; for root of all users, for
+    /// others their own.
     virtual QVector<qint64> holders(const QString &file) const = 0;
+    virtual bool isRoot() const = 0;
+    /// Whether somebody takes connections at a local socket, "/path" or "@abstract", or at
+    /// "host:port".
+    virtual bool accepts(const QString &address) const = 0;
+    /// Readers that the PC/SC service knows; nullopt: it doesn't answer.
+    virtual std::optional<QStringList> cardReaders() const = 0;
+    /// \param name  empty: the default printer
+    virtual Printer printer(const QString &name) const = 0;
+    /// Whether a node /dev/video... captures pictures; others are decoders, metadata and so on.
+    virtual bool isCamera(const QString &node) const = 0;
+    /// nullopt: none was started.
+    virtual std::optional<MeasuredPreview> measuredPreview() const = 0;
     /// Whether such a program is found in PATH, or is there if it is a path.
     virtual bool hasProgram(const QString &name) const = 0;
-    /// Runs a program, for at most two seconds.
+    /// Runs a program, for at most two seconds, or less when others have used up the time.
     virtual Outcome run(const QString &program, const QStringList &arguments) const = 0;
 };

@@ -2,6 +2,7 @@
 #include "devicectl/policyadvice.h"
 
 #include "access/doorkeeper.h"
+#include "devicectl/servertexts.h"
 #include "devicectl/texts.h"
 #include "dispatch/commandfacts.h"
 
@@ -225,8 +226,8 @@ QString refusalOf(const std::shared_ptr<const Policy> &policy, const QString &or
         return {};
     }
     const int line = refusal->key.isEmpty() ? 0 : policy->lineOf(refusal->key);
-    return line == 0 ? refusal->reason
-                     : QStringLiteral("%1 (%2:%3)")
-                           .arg(refusal->reason, QFileInfo(policy->file).fileName())
-                           .arg(line);
+    const QString reason = inUsersLanguage(refusal->reason);
+    return line == 0
+        ? reason
+        : QStringLiteral("%1 (%2:%3)").arg(reason, QFileInfo(policy->file).fileName()).arg(line);
 }

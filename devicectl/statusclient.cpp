@@ -2,6 +2,7 @@
 #include "devicectl/statusclient.h"
 
 #include "base/neighbor.h"
+#include "devicectl/servertexts.h"
 #include "devicectl/texts.h"
 
 #include <QJsonDocument>
@@ -22,7 +23,7 @@ std::optional<QJsonObject> askForStatus(const QString &path, QString *error)
                                : socket.errorString());
         return {};
     }
-    *error = base::peerProblem(socket.socketDescriptor());
+    *error = inUsersLanguage(base::peerProblem(socket.socketDescriptor()));
     if (!error->isEmpty()) {
         return {};
     }
@@ -34,7 +35,7 @@ std::optional<QJsonObject> askForStatus(const QString &path, QString *error)
     text += socket.readAll();
     const QJsonDocument report = QJsonDocument::fromJson(text);
     if (!report.isObject()) {
-        *error = path + QStringLiteral(": no report came");
+        *error = path + QStringLiteral(": ") + said({"no report came", "没有收到状态"});
         return {};
     }
     return report.object();

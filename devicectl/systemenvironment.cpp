@@ -2,6 +2,7 @@
 #include "devicectl/systemenvironment.h"
 
 #include "base/statuspath.h"
+#include "devicectl/services.h"
 #include "devicectl/statusclient.h"
 
 #include <QCoreApplication>
@@ -18,7 +19,7 @@
 
 namespace {
 
-constexpr int programTime = 2000; // ms
+constexpr int longest = 2000; ///< of one program or service, in ms
 
 QByteArray encoded(const QString &path)
 {
@@ -51,8 +52,9 @@ QString linkTarget(const QString &link)
 
 Environment::~Environment() = default;
 
-SystemEnvironment::SystemEnvironment()
-    : m_status(askForStatus(base::statusSocketPath(), &m_statusError))
+SystemEnvironment::SystemEnvironment(int patience)
+    : m_deadline(patience)
+    , m_status(askForStatus(base::statusSocketPath(), &m_statusError))
 {
     m_places =
         findPlaces(m_status.value_or(QJsonObject()).value(QStringLiteral("folders")).toObject());
@@ -147,6 +149,36 @@ QVector<qint64> SystemEnvironment::holders(const QString &file) const
     return found;
 }
 
+int SystemEnvironment::timeLeft() const
+{
+    return int(qBound<qint64>(0, m_deadline.remainingTime(), longest));
+}
+
+bool SystemEnvironment::isRoot() const
+{
+    return ::geteuid() == 0;
+}
+
+bool SystemEnvironment::accepts(const QString &address) const
+{
+    return acceptsConnections(address, timeLeft());
+}
+
+std::optional<QStringList> SystemEnvironment::cardReaders() const
+{
+    return cardReaderNames(timeLeft());
+}
+
+Environment::Printer SystemEnvironment::printer(const QString &name) const
+{
+    return printerState(name, timeLeft());
+}
+
+bool SystemEnvironment::isCamera(const QString &node) const
+{
+    return isCaptureNode(node);
+}
+
 bool SystemEnvironment::hasProgram(const QString &name) const
 {
     return !QStandardPaths::findExecutable(name).isEmpty()
@@ -159,14 +191,20 @@ Environment::Outcome SystemEnvironment::run(const QString &program,
                                             const QStringList &arguments) const
 {
     Outcome outcome;
+    const int patience = timeLeft();
+    outcome.isLate = patience == 0;
+    if (outcome.isLate) {
+        return outcome;
+    }
     QProcess process;
     process.start(program, arguments, QIODevice::ReadOnly);
-    if (process.waitForStarted(programTime) && process.waitForFinished(programTime)) {
+    if (process.waitForFinished(patience)) {
         outcome.isStarted = process.exitStatus() == QProcess::NormalExit;
         outcome.status = process.exitCode();
     } else {
+        outcome.isLate = process.error() == QProcess::Timedout;
         process.kill();
-        process.waitForFinished(programTime);
+        process.waitForFinished(longest);
     }
     outcome.output = QString::fromLocal8Bit(process.readAllStandardOutput());
     return outcome;

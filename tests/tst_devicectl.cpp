@@ -2,19 +2,25 @@
 // devicectl: each check both ways, calls against a fake server, what leaves the machine.
 #include "devicectl/answers.h"
 #include "devicectl/bundle.h"
+#include "devicectl/callverb.h"
 #include "devicectl/commandline.h"
 #include "devicectl/doctor.h"
 #include "devicectl/policyadvice.h"
 #include "devicectl/prometheus.h"
 #include "devicectl/redaction.h"
+#include "devicectl/servertexts.h"
 #include "devicectl/statustext.h"
+#include "devicectl/systemenvironment.h"
 #include "devicectl/texts.h"
 #include "tests/accesspolicy.h"
 #include "tests/files.h"
 #include "tests/rows.h"
 
+#include <QElapsedTimer>
 #include <QJsonDocument>
+#include <QLocalServer>
 #include <QRegularExpression>
+#include <QTcpServer>
 #include <QTemporaryDir>
 #include <QWebSocket>
 #include <QWebSocketServer>
@@ -62,16 +68,15 @@ public:
             add(QByteArray("/d/models/") + model, 0644);
         }
         for (const char *file :
-             {"/dev/video0", "/run/pcscd/pcscd.comm", "/run/cups/cups.sock", "/home/t/.Xauthority",
-              "/run/systemd/timesync/synchronized", "/etc/ssl/certs/ca-certificates.crt",
-              "/sys/class/drm/card0-HDMI-A-1", "/sys/class/drm/card0-HDMI-A-2",
-              "/sys/bus/usb/devices/1-1:1.0"}) {
+             {"/dev/video0", "/home/t/.Xauthority", "/run/systemd/timesync/synchronized",
+              "/etc/ssl/certs/ca-certificates.crt", "/sys/class/drm/card0-HDMI-A-1",
+              "/sys/class/drm/card0-HDMI-A-2", "/sys/bus/usb/devices/1-1:1.0"}) {
             add(file, 0700);
         }
         m_contents = {
             {line("/proc/net/tcp6"),
              "  sl  local_address\n   0: 00000000000000000000000000000000:071A "
-             "00000000000000000000000000000000:0000 0A 00000000:00000000 00:00000000 00000000  1000"
+             "00000000000000000000000000000000:0000 0A 00000000:00000000 00:00000000 00000000 54321"
              "        0 4711 1 0000000000000000 100 0 0 10 0\n"},
             {line("/proc/meminfo"), "MemTotal: 8000000 kB\nMemAvailable:    4000000 kB\n"},
             {line("/sys/class/drm/card0-HDMI-A-1/status"), "connected\n"},
@@ -120,10 +125,19 @@ public:
     qint64 freeBytes(const QString &) const override { return m_free; }
     QVector<Process> processes() const override { return m_processes; }
     QVector<qint64> holders(const QString &file) const override { return m_holders.value(file); }
+    bool isRoot() const override { return false; }
+    bool accepts(const QString &address) const override { return m_listening.contains(address); }
+    std::optional<QStringList> cardReaders() const override { return m_readers; }
+    Printer printer(const QString &name) const override
+    {
+        return name.isEmpty() ? m_printer : Printer{m_printer.isAnswered};
+    }
+    bool isCamera(const QString &node) const override { return !m_decoders.contains(node); }
+    std::optional<MeasuredPreview> measuredPreview() const override { return m_measured; }
     bool hasProgram(const QString &name) const override { return m_programs.contains(name); }
     Outcome run(const QString &program, const QStringList &) const override
     {
-        return {m_outputs.contains(program), 0, m_outputs.value(program)};
+        return {m_outputs.contains(program), m_isLate, 0, m_outputs.value(program)};
     }
 
     std::optional<QJsonObject> m_status;
@@ -137,8 +151,13 @@ public:
     QVector<Process> m_processes;
     QMap<QString, QVector<qint64>> m_holders;
     QStringList m_programs = words("ps pdftoppm xdg-open chromium");
-    QMap<QString, QString> m_outputs{{line("lpstat"), line("system default destination: office")},
-                                     {line("fc-list"), line("/usr/share/fonts/wqy.ttc")}};
+    QMap<QString, QString> m_outputs{{line("fc-list"), line("/usr/share/fonts/wqy.ttc")}};
+    bool m_isLate = false;
+    QStringList m_listening = words("/run/pcscd/pcscd.comm /tmp/.X11-unix/X0");
+    std::optional<QStringList> m_readers{words("CCID")};
+    Printer m_printer{true, line("office")};
+    QStringList m_decoders;
+    std::optional<MeasuredPreview> m_measured;
 };
 
 using Change = std::function<void(FakeTerminal &)>;
@@ -191,6 +210,33 @@ Change runs(const char *commandLine)
     };
 }
 
+struct Problem
+{
+    const char *time;
+    const char *level;
+};
+
+Change problems(const std::vector<Problem> &list)
+{
+    return [=](FakeTerminal &terminal) {
+        QJsonArray all{object(R"({"time":"2026-11-20T23:59:59.000","level":"error"})")};
+        for (const Problem &each : list) {
+            all.append(
+                QJsonObject{{line("time"), line(each.time)}, {line("level"), line(each.level)}});
+        }
+        terminal.m_status->insert(line("problems"), all);
+    };
+}
+
+/// What the browser policy allows, one pattern or several with "\",\"" between.
+Change allowed(const char *patterns)
+{
+    return [=](FakeTerminal &terminal) {
+        terminal.m_contents[line("/etc/chromium/policies/managed/a.json")] =
+            R"({"LoopbackNetworkAllowedForUrls":[")" + QByteArray(patterns) + R"("]})";
+    };
+}
+
 struct FaultyTerminal
 {
     const char *check;
@@ -205,8 +251,13 @@ const std::vector<FaultyTerminal> &faultyTerminals()
     static const std::vector<FaultyTerminal> all = {
         {"process", [](FakeTerminal &t) { t.m_processes.clear(); }, "fault", "does not run"},
         {"port", content("/proc/net/tcp6", ""), "fault", "nobody"},
-        {"port", [](FakeTerminal &t) { t.m_holders[line("socket:[4711]")] = {7}; }, "fault", "7"},
-        {"port", [](FakeTerminal &t) { t.m_holders.clear(); }, "warning", "another user"},
+        {"port",
+         [](FakeTerminal &t) {
+             t.m_holders[line("socket:[4711]")] = {99};
+             t.m_processes.append({99, line("/usr/bin/nginx -g"), line("www")});
+         },
+         "fault", "nginx, process 99 of www"},
+        {"port", [](FakeTerminal &t) { t.m_holders.clear(); }, "warning", "uid 54321"},
         {"instance", [](FakeTerminal &t) { t.m_processes[0].user = line("josh"); }, "warning", "5"},
         {"instance", runs("vi /src/rvowebSocketServer/main.cpp"), "fault", "99"},
         {"status", noStatus, "fault", "no answer at the status socket (servers: 5"},
@@ -225,6 +276,11 @@ const std::vector<FaultyTerminal> &faultyTerminals()
          },
          "warning", "6144 MiB"},
         {"log-errors", content("/d/log/vx_log_2026-11-21.txt", "capture error\n"), "warning", "1"},
+        {"log-errors", content("/d/log/vx_log_2026-11-22-000102.txt", "x\ncapture error"),
+         "warning", "1, \"capture error"},
+        {"log-errors", problems({{"2026-11-21T01:00:00.000", "error"}}), "warning", "serious"},
+        {"log-errors", problems(std::vector<Problem>(5, {"2026-11-22T01:00:00.000", "warning"})),
+         "warning", "warnings in the log since yesterday: 5"},
         {"memory", content("/proc/meminfo", "MemAvailable: 1024 kB"), "warning", "1 MiB"},
         {"clock", without("/run/systemd/timesync/synchronized"), "warning", "clock"},
         {"clock", [](FakeTerminal &t) { t.m_now = QDateTime(QDate(1970, 1, 1), QTime(0, 0)); },
@@ -236,19 +292,48 @@ const std::vector<FaultyTerminal> &faultyTerminals()
              t.m_status->insert(line("simulation"), true);
          },
          "warning", "no camera"},
+        {"camera", [](FakeTerminal &t) { t.m_decoders << line("/dev/video0"); }, "fault",
+         "no camera"},
         {"camera-permission", mode("/dev/video0", 0400), "fault", "/dev/video0"},
         {"camera-busy", runs("cheese"), "fault", "99"},
         {"camera-frames", status("camera", R"({"framesPerSecond":0})"), "fault", "no frames"},
         {"camera-frames", status("camera", R"({"framesPerSecond":0,"waitingMs":3500})"), "fault",
          "no frames"},
         {"camera-frames", status("camera", R"({"framesPerSecond":2})"), "warning", "2.0"},
-        {"pcscd", without("/run/pcscd/pcscd.comm"), "warning", "pcscd"},
-        {"card-reader", content("/sys/bus/usb/devices/1-1:1.0/bInterfaceClass", "03\n"), "warning",
-         "no card reader"},
-        {"cups", without("/run/cups/cups.sock"), "warning", "does not run"},
-        {"printer", [](FakeTerminal &t) { t.m_outputs[line("lpstat")] = line("no default"); },
-         "warning", "no default printer"},
+        {"camera-frames", [](FakeTerminal &t) { t.m_measured.emplace(); }, "fault", "no frames"},
+        {"camera-frames",
+         [](FakeTerminal &t) {
+             t.m_measured = {25, line("refused")};
+         },
+         "fault", "started: refused"},
+        {"pcscd", [](FakeTerminal &t) { t.m_listening.removeFirst(); }, "warning", "pcscd"},
+        {"card-reader", [](FakeTerminal &t) { t.m_readers.reset(); }, "warning", "does not answer"},
+        {"card-reader", [](FakeTerminal &t) { t.m_readers->clear(); }, "warning",
+         "does not know it"},
+        {"card-reader",
+         [](FakeTerminal &t) {
+             t.m_readers->clear();
+             t.m_contents[line("/sys/bus/usb/devices/1-1:1.0/bInterfaceClass")] = "03\n";
+         },
+         "warning", "no card reader"},
+        {"cups", [](FakeTerminal &t) { t.m_printer = {}; }, "warning", "no print service"},
+        {"printer", [](FakeTerminal &t) { t.m_printer = {}; }, "warning", "no print service"},
+        {"printer", [](FakeTerminal &t) { t.m_printer.name.clear(); }, "warning",
+         "no default printer"},
+        {"printer", content("/d/devices.ini", "[printing]\nprinter=bon\n"), "warning",
+         "no printer bon"},
+        {"printer",
+         [](FakeTerminal &t) {
+             t.m_printer = {true, line("a"), true, true, line("media-empty")};
+         },
+         "warning", "stopped: a (media-empty)"},
+        {"printer", [](FakeTerminal &t) { t.m_printer.isAccepting = false; }, "warning",
+         "no jobs: office"},
         {"display", [](FakeTerminal &t) { t.m_variables.clear(); }, "warning", "no display"},
+        {"display", [](FakeTerminal &t) { t.m_listening.removeLast(); }, "warning",
+         "nobody answers"},
+        {"display", [](FakeTerminal &t) { t.m_variables[line("DISPLAY")] = line("far:0"); },
+         "warning", "far:0"},
         {"display",
          [](FakeTerminal &t) {
              t.m_status->insert(line("pid"), 5);
@@ -269,9 +354,21 @@ const std::vector<FaultyTerminal> &faultyTerminals()
          "netscape"},
         {"browser-policy", content("/etc/chromium/policies/managed/a.json", "{}"), "warning",
          "no browser policy"},
+        {"browser-policy", allowed("https://counter.bank.example"), "warning", "https://b.example"},
+        {"browser-policy", allowed("http://b.example"), "warning", "https://b.example"},
+        {"browser-policy", allowed("[*.]b.example:8443"), "warning", "https://b.example"},
+        {"browser-policy", allowed("https://b.example\",\"https://counter.bank.example"), "warning",
+         "sample page"},
+        {"browser-policy",
+         [](FakeTerminal &t) {
+             t.m_policy.policy = policyOf(line("mode=enforce [grant.a] "
+                                               "origin=https://*.a.example:8443, none, file, *"));
+         },
+         "warning", "connect: https://*.a.example:8443"},
         {"models", without("/d/models/face_landmark_68_model.bin"), "warning", "landmark"},
         {"fonts", [](FakeTerminal &t) { t.m_outputs.remove(line("fc-list")); }, "warning",
          "Chinese font"},
+        {"fonts", [](FakeTerminal &t) { t.m_isLate = true; }, "warning", "fc-list did not end"},
         {"signature", without("/p/run-elecsign.sh"), "fault", "run-elecsign.sh"},
         {"browser-helper", mode("/p/webbrowser", 0644), "fault", "/p/webbrowser"},
         {"devicehost", without("/p/devicehost"), "fault", "devicehost"},
@@ -316,6 +413,16 @@ const std::vector<FaultyTerminal> &faultyTerminals()
     return all;
 }
 
+Finding findingOf(const QString &id, const FakeTerminal &terminal)
+{
+    for (const Check &check : allChecks()) {
+        if (id == QLatin1String(check.id)) {
+            return check.look(terminal);
+        }
+    }
+    return {Finding::Level::Fault, line("no such check"), {}};
+}
+
 /// What a command line prints.
 struct Printed
 {
@@ -334,6 +441,8 @@ Printed devicectl(const QStringList &commandLine)
 }
 
 } // namespace
+
+Q_DECLARE_METATYPE(Change)
 
 class TestDevicectl : public QObject
 {
@@ -378,18 +487,85 @@ private Q_SLOTS:
         const FaultyTerminal &faulty = faultyTerminals()[std::size_t(index)];
         FakeTerminal terminal;
         faulty.change(terminal);
-        for (const Check &check : allChecks()) {
-            if (qstrcmp(check.id, faulty.check) == 0) {
-                const Finding found = check.look(terminal);
-                QCOMPARE(levelName(found.level), line(faulty.level));
-                QVERIFY2(found.meaning.contains(line(faulty.meaning)), qPrintable(found.meaning));
-                QVERIFY(!found.advice.isEmpty());
-                speakChinese(true);
-                const Finding chinese = check.look(terminal);
-                QVERIFY(chinese.meaning != found.meaning && chinese.advice != found.advice);
-                QVERIFY(!chinese.meaning.contains(line("%1")));
-            }
+        const Finding found = findingOf(line(faulty.check), terminal);
+        QCOMPARE(levelName(found.level), line(faulty.level));
+        QVERIFY2(found.meaning.contains(line(faulty.meaning)), qPrintable(found.meaning));
+        QVERIFY(!found.advice.isEmpty());
+        speakChinese(true);
+        const Finding chinese = findingOf(line(faulty.check), terminal);
+        QVERIFY(chinese.meaning != found.meaning && chinese.advice != found.advice);
+        QVERIFY(!chinese.meaning.contains(line("%1")));
+    }
+
+    void aGoodTerminalMayBeDifferent_data()
+    {
+        const Rows<QString, Change> row("check", "change");
+        for (const char *pattern : {"*", "b.example", "https://b.example:443/", "[*.]example",
+                                    "https://[*.]b.example", "*://b.example:*"}) {
+            row(line("browser-policy ") + line(pattern), "browser-policy", allowed(pattern));
         }
+        row("a local page", "browser-policy", [](FakeTerminal &t) {
+            t.m_policy.policy = policyOf(line("[grant.a] origin=http://localhost:8080"));
+        });
+        row("old problems", "log-errors", problems({}));
+        row("a decoder that may not be opened", "camera-permission", [](FakeTerminal &t) {
+            t.add("/dev/video1", 0);
+            t.m_files[line("/dev/video1")].isReadable = false;
+            t.m_decoders << line("/dev/video1");
+        });
+        row("a preview that starts", "camera-frames",
+            status("camera", R"({"framesPerSecond":0,"waitingMs":1500})"));
+        row("a measured one", "camera-frames", [](FakeTerminal &t) { t.m_measured = {25}; });
+        row("an abstract socket", "display",
+            [](FakeTerminal &t) { t.m_listening = words("@/tmp/.X11-unix/X0"); });
+        row("X over the network", "display", [](FakeTerminal &t) {
+            t.m_variables[line("DISPLAY")] = line("far:1.0");
+            t.m_listening = words("far:6001");
+        });
+        row("Wayland", "display", [](FakeTerminal &t) {
+            t.m_variables = {{line("WAYLAND_DISPLAY"), line("w")},
+                             {line("XDG_RUNTIME_DIR"), line("/r")}};
+            t.m_listening = words("/r/w");
+        });
+    }
+    void aGoodTerminalMayBeDifferent()
+    {
+        QFETCH(QString, check);
+        QFETCH(Change, change);
+        FakeTerminal terminal;
+        change(terminal);
+        const Finding found = findingOf(check, terminal);
+        QVERIFY2(found.level == Finding::Level::Good, qPrintable(found.meaning));
+    }
+
+    /// The machine itself, by sockets and programs of the test.
+    void servicesOfTheMachine()
+    {
+        const SystemEnvironment machine;
+        const QString path = m_folder.filePath(line("socket"));
+        QVERIFY(!machine.accepts(path));
+        writeFile(path, "");
+        QVERIFY(!machine.accepts(path)); // a file is no service
+        QFile::remove(path);
+        QLocalServer local;
+        QVERIFY(local.listen(path) && machine.accepts(path));
+        QTcpServer tcp;
+        QVERIFY(tcp.listen(QHostAddress::LocalHost));
+        const QString address = line("127.0.0.1:%1").arg(tcp.serverPort());
+        QVERIFY(machine.accepts(address));
+        tcp.close();
+        QVERIFY(!machine.accepts(address) && !machine.accepts(line("@nobody")));
+        QVERIFY(!machine.isCamera(line("/dev/null")) && !machine.isCamera(line("/dev/none")));
+    }
+
+    void programsShareTheirTime()
+    {
+        const SystemEnvironment machine(300);
+        QVERIFY(machine.run(line("sleep"), {line("60")}).isLate);
+        QElapsedTimer timer;
+        timer.start();
+        const auto second = machine.run(line("true"), {}); // no time is left to start it
+        QVERIFY(second.isLate && !second.isStarted && timer.elapsed() < 60000);
     }
 
     void whatIsNotTakenForAnotherServer_data()
@@ -405,16 +581,7 @@ private Q_SLOTS:
         QFETCH(QString, commandLine);
         FakeTerminal terminal;
         terminal.m_processes.append({99, commandLine});
-        QCOMPARE(levelName(allChecks()[2].look(terminal).level), line("ok"));
-    }
-
-    void aPreviewThatStartsIsNoFault()
-    {
-        FakeTerminal terminal;
-        status("camera", R"({"framesPerSecond":0,"waitingMs":1500})")(terminal);
-        for (const Check &check : allChecks()) {
-            QCOMPARE(levelName(check.look(terminal).level), line("ok"));
-        }
+        QCOMPARE(levelName(findingOf(line("instance"), terminal).level), line("ok"));
     }
 
     void prometheusReadsTheFigures()
@@ -579,6 +746,12 @@ private Q_SLOTS:
             "{\"good\":true,\"name\":\"bStartPlay\",\"result\":\"true\"}\n");
         row("picture", "call --output FILE sGetJpgBase64 1", "sGetJpgBase64(1)",
             {line("BeginsGetJpgBase64/9j/4AAQSkZJRgABEndsGetJpgBase64")}, 0, "FILE\n");
+        row("counted frames", "", "bStartPlay()",
+            QStringList{line("BeginbStartPlaytrueEndbStartPlay")}
+                + QVector<QString>(21, line("/9j/AAAA")).toList(),
+            0, "10 ");
+        row("refused", "", "bStartPlay()", {line("BeginbStartPlayfalseEndbStartPlay")}, 0,
+            "0 bStartPlay: false");
         row("frame", "call --frame FILE bStartPlay", "bStartPlay()",
             {line("BeginbStartPlaytrueEndbStartPlay"), line("/9j/4AAQSkZJRgAB")}, 0, "true\n");
         row("silent", "call --timeout 1 bStartPlay", "bStartPlay()", {}, 4, "");
@@ -614,7 +787,14 @@ private Q_SLOTS:
         printed.replace(QLatin1String("FILE"), file);
         QStringList commandLine = line.split(QLatin1Char(' '));
         commandLine.insert(1, QStringLiteral("--port=%1").arg(server.serverPort()));
-        const Printed result = devicectl(commandLine);
+        Printed result{ExitCode::Good, {}, {}};
+        if (line.isEmpty()) {
+            const auto measured = measurePreview({}, {}, server.serverPort());
+            result.out =
+                QStringLiteral("%1 %2").arg(measured.framesPerSecond).arg(measured.problem);
+        } else {
+            result = devicectl(commandLine);
+        }
         QCOMPARE(received, sent);
         QCOMPARE(result.out, printed);
         QCOMPARE(int(result.code), code);
@@ -653,9 +833,64 @@ private Q_SLOTS:
         QVERIFY2((printed.out + printed.error).contains(said), qPrintable(printed.error));
     }
 
+    void programsAreAnsweredInJson_data()
+    {
+        const Rows<QString, int> row("commandLine", "code");
+        row("status", "status --json", 3);
+        row("policy", "policy --json", 1);
+        row("command", "call --json nope", 2);
+        row("call", "call --json --port 9 bStartPlay", 3);
+        row("proposal", "policy --json --propose FILE", 0);
+        row("bundle", "bundle --json /nowhere/b.tar.gz", 6);
+        row("option", "doctor --json --fly", 2);
+        row("verb", "fly --json", 2);
+    }
+    void programsAreAnsweredInJson()
+    {
+        QFETCH(QString, commandLine);
+        QFETCH(int, code);
+        const QString file = m_folder.filePath(line("draft.ini"));
+        writeFile(file, policyText(line("mode=report")));
+        const Printed printed =
+            devicectl(commandLine.replace(line("FILE"), file).split(QLatin1Char(' ')));
+        QCOMPARE(int(printed.code), code);
+        QCOMPARE(printed.error, QString());
+        const auto answer = QJsonDocument::fromJson(printed.out.toUtf8()).object();
+        QVERIFY(!answer.value(line(code == 0 ? "proposal" : "error")).toString().isEmpty());
+    }
+
+    /// What the shared code of the server gives as a reason.
+    void reasonsAreInChinese()
+    {
+        speakChinese(true);
+        static const QRegularExpression given(
+            line("(?:Fault\\{|refusal\\(|refused\\(|failed\\()[^;]*?\"((?:[^\"]|\"\\s*\")+)\"\\)"));
+        static const QRegularExpression chinese(line("^[^（]*[\\x{4e00}-\\x{9fff}].*（"));
+        int count = 0;
+        for (const char *file :
+             {"policyparser", "doorkeeper", "argumentrules", "pathrules", "realpath"}) {
+            const QString source =
+                QString::fromUtf8(contentOf(line(SOURCE_DIR "/access/%1.cpp").arg(line(file))));
+            auto each = given.globalMatch(source);
+            while (each.hasNext()) {
+                const QString reason =
+                    each.next().captured(1).remove(QRegularExpression(line("\"\\s*\"")));
+                const bool isSystems = reason == line("%1: %2"); // a path and the system's words
+                QVERIFY2(isSystems || chinese.match(inUsersLanguage(reason)).hasMatch(),
+                         qPrintable(reason));
+                ++count;
+            }
+        }
+        QVERIFY(count > 40);
+        QCOMPARE(inUsersLanguage(line("mode is one of off, on")),
+                 QString::fromUtf8("mode 只能是：off, on（mode is one of off, on）"));
+        QCOMPARE(inUsersLanguage(line("anything")), line("anything"));
+    }
+
     void everyVerbIsDocumented()
     {
         const QByteArray manual = contentOf(line(SOURCE_DIR "/docs/man/devicectl.1"));
+        const QByteArray chinese = contentOf(line(SOURCE_DIR "/docs/man/zh_CN/devicectl.1"));
         const QByteArray page = contentOf(line(SOURCE_DIR "/docs/devicectl.md"));
         const QString help = devicectl({line("--help")}).out;
         for (const QString &verb : verbNames()) {
@@ -668,8 +903,9 @@ private Q_SLOTS:
             auto each = name.globalMatch(options);
             while (each.hasNext()) {
                 const QByteArray option = each.next().captured(1).toLatin1();
-                QVERIFY2(QByteArray(manual).replace("\\-", "-").contains(option),
-                         option.constData());
+                for (QByteArray text : {manual, chinese}) {
+                    QVERIFY2(text.replace("\\-", "-").contains(option), option.constData());
+                }
             }
         }
         for (const Check &check : allChecks()) {

@@ -6,18 +6,11 @@
 #include <QJsonDocument>
 #include <QRegularExpression>
 
+#include <algorithm>
+
 namespace checks {
 
 namespace {
-
-/// The browser that server.ini names; empty if it names none.
-QString chosenBrowser(const Environment &environment)
-{
-    static const QRegularExpression line(QStringLiteral(R"(^ *browser *= *"?([^"\r\n]+))"),
-                                         QRegularExpression::MultilineOption);
-    const QString file = environment.places().files.find(QStringLiteral("server.ini"));
-    return line.match(QString::fromUtf8(environment.end(file))).captured(1).trimmed();
-}
 
 Finding browser(const Environment &environment)
 {
@@ -25,7 +18,7 @@ Finding browser(const Environment &environment)
     QStringList names{QStringLiteral("chromium"),      QStringLiteral("chromium-browser"),
                       QStringLiteral("uos-browser"),   QStringLiteral("google-chrome-stable"),
                       QStringLiteral("google-chrome"), QStringLiteral("microsoft-edge-stable")};
-    const QString chosen = chosenBrowser(environment);
+    const QString chosen = setting(environment, "server.ini", "browser");
     if (!chosen.isEmpty()) {
         names = QStringList{chosen};
     }
@@ -40,10 +33,10 @@ Finding browser(const Environment &environment)
         join(names));
 }
 
-/// The origins that the browser policies admit to this machine.
-QStringList originsOfBrowserPolicies(const Environment &environment)
+/// The patterns of pages that the browser policies admit to this machine.
+QStringList patternsOfBrowserPolicies(const Environment &environment)
 {
-    QStringList origins;
+    QStringList patterns;
     for (const char *family :
          {"chromium", "opt/chrome", "opt/edge", "chromium-browser", "opt/uos-browser"}) {
         const QString folder =
@@ -55,23 +48,99 @@ QStringList originsOfBrowserPolicies(const Environment &environment)
             const auto urls =
                 policy.value(QStringLiteral("LoopbackNetworkAllowedForUrls")).toArray();
             for (const QJsonValue &url : urls) {
-                origins << url.toString();
+                patterns << url.toString();
             }
         }
     }
+    return patterns;
+}
+
+/**
+ * Whether a browser's pattern matches an origin. "*" as scheme, host or port, and what is left out,
+ * match all; "[*.]host" matches the host and what is below it; a path doesn't count. See
+ * "Enterprise policy URL pattern format" in the browser's documentation.
+ */
+bool covers(const QString &pattern, const accesspolicy::Origin &origin)
+{
+    static const QRegularExpression form(QStringLiteral(
+        R"(^(?:([^:/]+)://)?(\[\*\.\])?(\*|\[[0-9a-fA-F:]+\]|[^:/]+)(?::(\d+|\*))?(?:/.*)?$)"));
+    const auto match = form.match(pattern.trimmed());
+    const auto part = [&match](int index) { return match.captured(index).toLower(); };
+    const auto isAll = [](const QString &text) {
+        return text.isEmpty() || text == QLatin1String("*");
+    };
+    const bool isBelow = !part(2).isEmpty() && origin.host.endsWith(QLatin1Char('.') + part(3));
+    return match.hasMatch() && (isAll(part(1)) || part(1) == origin.scheme)
+        && (isAll(part(3)) || part(3) == origin.host || isBelow)
+        && (isAll(part(4)) || part(4).toInt() == origin.port);
+}
+
+/// The origins of the access policy's grants, and of pages that are connected. A "*" in an origin
+/// is taken for some host.
+QStringList originsOfPages(const Environment &environment)
+{
+    QStringList origins;
+    if (const auto policy = environment.policy().policy) {
+        for (const accesspolicy::Grant &grant : policy->grants) {
+            for (const accesspolicy::OriginPattern &pattern : grant.origins) {
+                origins << pattern.text();
+            }
+        }
+    }
+    const auto pages = statusMember(environment, "pages").toArray();
+    for (const QJsonValue &page : pages) {
+        origins << page.toObject().value(QStringLiteral("origin")).toString();
+    }
+    origins.removeDuplicates();
     return origins;
+}
+
+/// Whether the browser asks before a page of this origin connects to this machine.
+bool isAskedFor(const QString &text, const QStringList &patterns)
+{
+    QString host = text;
+    host.replace(QLatin1String("://*."), QLatin1String("://any."));
+    const auto origin = accesspolicy::originFrom(host);
+    if (!origin || origin->kind != accesspolicy::Origin::Kind::Web) {
+        return false; // a program, a file, or "*"
+    }
+    const bool isOfThisMachine = origin->host == QLatin1String("localhost")
+        || origin->host == QLatin1String("[::1]") || origin->host.startsWith(QLatin1String("127."));
+    return !isOfThisMachine
+        && std::none_of(patterns.begin(), patterns.end(),
+                        [&](const QString &pattern) { return covers(pattern, *origin); });
 }
 
 Finding browserPolicy(const Environment &environment)
 {
-    const QStringList origins = originsOfBrowserPolicies(environment);
-    return origins.isEmpty()
-        ? warning({"no browser policy: recent browsers ask the clerk before a page may connect",
-                   "没有浏览器策略：新版浏览器会在网页连接前询问柜员"},
-                  {"name the pages in LoopbackNetworkAllowedForUrls",
-                   "请在 LoopbackNetworkAllowedForUrls 中列出网页"})
+    const QStringList patterns = patternsOfBrowserPolicies(environment);
+    constexpr Text nameThem = {"name the pages in LoopbackNetworkAllowedForUrls",
+                               "请在 LoopbackNetworkAllowedForUrls 中列出网页"};
+    if (patterns.isEmpty()) {
+        return warning(
+            {"no browser policy: recent browsers ask the clerk before a page may connect",
+             "没有浏览器策略：新版浏览器会在网页连接前询问柜员"},
+            nameThem);
+    }
+    QStringList asked;
+    const auto origins = originsOfPages(environment);
+    for (const QString &origin : origins) {
+        if (isAskedFor(origin, patterns)) {
+            asked << origin;
+        }
+    }
+    if (!asked.isEmpty()) {
+        return warning({"recent browsers ask the clerk before these pages may connect: %1",
+                        "新版浏览器会在这些网页连接前询问柜员：%1"},
+                       nameThem, join(asked));
+    }
+    const QString sample = QStringLiteral("https://counter.bank.example"); // as it is installed
+    return patterns.contains(sample)
+        ? warning(
+            {"the browser policy still names the sample page %1", "浏览器策略仍是示例网页 %1"},
+            {"put the origins of your pages in its place", "请替换为实际网页的来源"}, sample)
         : good({"these pages may connect from the browser: %1", "浏览器允许这些网页连接：%1"},
-               join(origins));
+               join(patterns));
 }
 
 } // namespace

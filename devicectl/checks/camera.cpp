@@ -11,8 +11,9 @@ QStringList cameraNodes(const Environment &environment)
     QStringList nodes;
     const auto names = environment.entries(QStringLiteral("/dev"));
     for (const QString &name : names) {
-        if (name.startsWith(QLatin1String("video"))) {
-            nodes << QLatin1String("/dev/") + name;
+        const QString node = QLatin1String("/dev/") + name;
+        if (name.startsWith(QLatin1String("video")) && environment.isCamera(node)) {
+            nodes << node;
         }
     }
     return nodes;
@@ -63,25 +64,18 @@ Finding cameraBusy(const Environment &environment)
             }
         }
     }
-    return good({"no other program has a camera open", "没有其他程序占用摄像头"});
+    return environment.isRoot()
+        ? good({"no other program has a camera open", "没有其他程序占用摄像头"})
+        : good({"no other program of this user has a camera open; root sees all",
+                "当前用户没有其他程序占用摄像头；以 root 运行可查看所有用户"});
 }
 
 /// A sound camera delivers its first frame within this time.
 constexpr double startMs = 3000;
 
-Finding cameraDelivers(const QJsonObject &status)
+Finding judged(double rate)
 {
-    const double rate = member(status, "camera", "framesPerSecond").toDouble();
-    if (member(status, "camera", "source").toInt() == 0) {
-        return good({"no preview runs", "没有正在运行的预览"});
-    }
-    if (member(status, "camera", "paused").toBool()) {
-        return good({"the preview is paused", "预览已暂停"});
-    }
     const QString frames = QString::number(rate, 'f', 1);
-    if (rate <= 0 && member(status, "camera", "waitingMs").toDouble(startMs) < startMs) {
-        return good({"the preview is starting", "预览正在启动"});
-    }
     if (rate <= 0) {
         return fault({"the camera is open but delivers no frames", "摄像头已打开但没有画面"},
                      {"unplug it and plug it in again; the log has \"capture error\"",
@@ -94,6 +88,37 @@ Finding cameraDelivers(const QJsonObject &status)
                     : good({"the camera delivers %1 frames a second", "摄像头每秒 %1 帧"}, frames);
 }
 
+Finding cameraDelivers(const Environment &environment)
+{
+    const auto measured = environment.measuredPreview();
+    if (measured) {
+        return measured->problem.isEmpty()
+            ? judged(measured->framesPerSecond)
+            : fault({"the preview can't be started: %1", "无法启动预览：%1"},
+                    {"the log says why; with an access policy, --origin and --token say who asks",
+                     "原因见日志；有访问策略时可用 --origin 和 --token 说明身份"},
+                    measured->problem);
+    }
+    const auto status = environment.status();
+    if (!status) {
+        return unknown();
+    }
+    if (member(*status, "camera", "source").toInt() == 0) {
+        return status->value(QStringLiteral("pageCount")).toInt() == 0
+            ? good({"no preview runs; doctor --measure starts one",
+                    "没有正在运行的预览；doctor --measure 可启动并测量"})
+            : good({"no preview runs, and none is started while pages are connected",
+                    "没有正在运行的预览；有网页连接时不会启动"});
+    }
+    if (member(*status, "camera", "paused").toBool()) {
+        return good({"the preview is paused", "预览已暂停"});
+    }
+    const double rate = member(*status, "camera", "framesPerSecond").toDouble();
+    return rate <= 0 && member(*status, "camera", "waitingMs").toDouble(startMs) < startMs
+        ? good({"the preview is starting", "预览正在启动"})
+        : judged(rate);
+}
+
 } // namespace
 
 std::vector<Check> cameraChecks()
@@ -102,7 +127,7 @@ std::vector<Check> cameraChecks()
         {"camera", {"camera", "摄像头"}, cameraPresent},
         {"camera-permission", {"camera permission", "摄像头权限"}, cameraPermitted},
         {"camera-busy", {"camera use", "摄像头占用"}, cameraBusy},
-        {"camera-frames", {"camera frames", "摄像头画面"}, withStatus<cameraDelivers>},
+        {"camera-frames", {"camera frames", "摄像头画面"}, cameraDelivers},
     };
 }
 

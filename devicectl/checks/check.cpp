@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "devicectl/checks/check.h"
 
+#include <QRegularExpression>
+
 namespace checks {
 
 namespace {
@@ -40,6 +42,13 @@ Finding unknown()
     return warning(noStatus, startIt);
 }
 
+Finding tooLate(const char *program)
+{
+    return warning({"unknown, as %1 did not end in time", "未知，%1 没有及时结束"},
+                   {"run it by hand, and look why it hangs", "请手动运行，查看为何没有响应"},
+                   QLatin1String(program));
+}
+
 QString join(const QStringList &list)
 {
     return list.join(QStringLiteral(", "));
@@ -56,12 +65,32 @@ QJsonValue statusMember(const Environment &environment, const char *name)
     return status ? status->value(QLatin1String(name)) : QJsonValue(QJsonValue::Undefined);
 }
 
+QString setting(const Environment &environment, const char *file, const char *key)
+{
+    const QRegularExpression line(
+        QStringLiteral(R"(^ *%1 *= *"?([^"\r\n]+))").arg(QLatin1String(key)),
+        QRegularExpression::MultilineOption);
+    const QString path = environment.places().files.find(QLatin1String(file));
+    return line.match(QString::fromUtf8(environment.end(path))).captured(1).trimmed();
+}
+
 QByteArray logOfDay(const Environment &environment, const QDate &day)
 {
-    return environment.end(
-        QStringLiteral("%1/vx_log_%2.txt")
-            .arg(environment.places().log, day.toString(QStringLiteral("yyyy-MM-dd"))),
-        4 * MiB);
+    const QString folder = environment.places().log;
+    const QString name = QStringLiteral("vx_log_") + day.toString(QStringLiteral("yyyy-MM-dd"));
+    QStringList names; // the newest first: "DAY.txt", then those that were full, "DAY-hhmmss.txt"
+    const auto entries = environment.entries(folder);
+    for (const QString &entry : entries) {
+        if (entry.startsWith(name + QLatin1Char('-'))) {
+            names.prepend(entry);
+        }
+    }
+    names.prepend(name + QLatin1String(".txt"));
+    QByteArray log;
+    for (int i = 0; i < names.size() && log.size() < 16 * MiB; ++i) {
+        log.prepend(environment.end(folder + QLatin1Char('/') + names[i], 16 * MiB - log.size()));
+    }
+    return log;
 }
 
 bool isProgram(const Environment::Process &process, const char *name)

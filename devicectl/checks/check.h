@@ -44,6 +44,9 @@ Finding fault(const Text &meaning, const Text &advice, const QString &value = {}
 /// Of a check that needs the server's status, when there is none.
 Finding unknown();
 
+/// Of a check whose program has used up its time.
+Finding tooLate(const char *program);
+
 /// Makes the `look` of a check from a function of the server's status alone; unknown() without one.
 template <Finding (*look)(const QJsonObject &status)>
 Finding withStatus(const Environment &environment)
@@ -61,7 +64,10 @@ QJsonValue member(const QJsonObject &status, const char *object, const char *nam
 /// A member of the server's status; undefined if it doesn't answer.
 QJsonValue statusMember(const Environment &environment, const char *name);
 
-/// What was logged on a day, at most 4 MiB of it.
+/// The value of a key in an INI file of the server's settings; empty if it isn't there.
+QString setting(const Environment &environment, const char *file, const char *key);
+
+/// What was logged on a day, in all files of that day; of more than 16 MiB the newest.
 QByteArray logOfDay(const Environment &environment, const QDate &day);
 
 /// Whether the program file has this name; its path may hold the name, too.

@@ -3,6 +3,7 @@
 #include "devicectl/checks/groups.h"
 
 #include <QJsonArray>
+#include <QRegularExpression>
 
 #include <algorithm>
 
@@ -40,6 +41,36 @@ bool hasProblem(const Environment &environment, const char *text)
     });
 }
 
+/**
+ * Whether there is a display server.
+ * \param name  value of DISPLAY (X(7): "[host]:number[.screen]")
+ */
+bool hasX(const Environment &environment, const QString &name)
+{
+    static const QRegularExpression form(QStringLiteral("^(.*):(\\d+)(\\.\\d+)?$"));
+    const auto match = form.match(name);
+    const QString host = match.captured(1);
+    if (!match.hasMatch()) {
+        return false;
+    }
+    if (!host.isEmpty() && host != QLatin1String("unix")) {
+        constexpr int firstPort = 6000;
+        return environment.accepts(
+            QStringLiteral("%1:%2").arg(host).arg(firstPort + match.captured(2).toInt()));
+    }
+    const QString socket = QStringLiteral("/tmp/.X11-unix/X") + match.captured(2);
+    return environment.accepts(socket) || environment.accepts(QLatin1Char('@') + socket);
+}
+
+/// The same for WAYLAND_DISPLAY, a path or a name in XDG_RUNTIME_DIR.
+bool hasWayland(const Environment &environment, const QString &name)
+{
+    return environment.accepts(name.startsWith(QLatin1Char('/'))
+                                   ? name
+                                   : variable(environment, "XDG_RUNTIME_DIR") + QLatin1Char('/')
+                                       + name);
+}
+
 Finding display(const Environment &environment)
 {
     if (hasProblem(environment, "the display can't be used")) {
@@ -49,12 +80,20 @@ Finding display(const Environment &environment)
                         "请以登录用户在桌面会话中启动服务"});
     }
     const QString wayland = variable(environment, "WAYLAND_DISPLAY");
-    const QString name = wayland.isEmpty() ? variable(environment, "DISPLAY") : wayland;
-    return name.isEmpty()
-        ? warning({"the server has no display: neither signing nor counter pages",
-                   "服务没有显示器：无法签名和显示柜台页面"},
-                  {"start the server in the desktop's session", "请在桌面会话中启动服务"})
-        : good({"the display is %1", "显示器为 %1"}, name);
+    const QString x = variable(environment, "DISPLAY");
+    if (wayland.isEmpty() && x.isEmpty()) {
+        return warning({"the server has no display: neither signing nor counter pages",
+                        "服务没有显示器：无法签名和显示柜台页面"},
+                       {"start the server in the desktop's session", "请在桌面会话中启动服务"});
+    }
+    const QString name = wayland.isEmpty() ? x : wayland;
+    return (!wayland.isEmpty() && hasWayland(environment, wayland))
+            || (!x.isEmpty() && hasX(environment, x))
+        ? good({"the display is %1", "显示器为 %1"}, name)
+        : warning({"nobody answers at the server's display %1", "服务的显示器 %1 没有应答"},
+                  {"start the server again in the session that runs now",
+                   "请在当前桌面会话中重新启动服务"},
+                  name);
 }
 
 Finding authority(const Environment &environment)

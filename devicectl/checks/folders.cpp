@@ -2,6 +2,8 @@
 #include "devicectl/checks/check.h"
 #include "devicectl/checks/groups.h"
 
+#include <QJsonArray>
+
 #include <algorithm>
 
 namespace checks {
@@ -104,28 +106,68 @@ Finding logSize(const Environment &environment)
                           : good({"the log takes %1 MiB", "日志占用 %1 MiB"}, amount);
 }
 
-Finding logErrors(const Environment &environment)
+/// Whether a line of the log is about something that keeps pages from working.
+bool isSerious(const QByteArray &line)
 {
     static const char *const marks[] = {"capture error", "device process: ended",
                                         "can't listen on port", "log: stopped"};
+    return std::any_of(std::begin(marks), std::end(marks),
+                       [&line](const char *mark) { return line.contains(mark); });
+}
+
+/// Lines, and the last one of them.
+struct Lines
+{
     int count = 0;
-    QString last;
+    QString last{};
+
+    void add(const QByteArray &line)
+    {
+        ++count;
+        last = QString::fromUtf8(line.left(160));
+    }
+    QString text() const { return QStringLiteral("%1, \"%2\"").arg(count).arg(last); }
+};
+
+Finding logErrors(const Environment &environment)
+{
+    constexpr int manyWarnings = 5;
+    const QDate yesterday = environment.now().date().addDays(-1);
+    Lines serious;
+    Lines warnings;
+    const auto problems = statusMember(environment, "problems").toArray();
+    for (const QJsonValue &value : problems) {
+        const QJsonObject problem = value.toObject();
+        const auto text = [&problem](const char *name) {
+            return problem.value(QLatin1String(name)).toString();
+        };
+        const QByteArray line = text("text").toUtf8();
+        if (QDateTime::fromString(text("time"), Qt::ISODateWithMs).date() >= yesterday
+            && !isSerious(line)) { // those are in the files
+            (text("level") == QLatin1String("error") ? serious : warnings).add(line);
+        }
+    }
     for (int daysAgo : {1, 0}) {
-        const QList<QByteArray> lines =
-            logOfDay(environment, environment.now().date().addDays(-daysAgo)).split('\n');
-        for (const QByteArray &line : lines) {
-            if (std::any_of(std::begin(marks), std::end(marks),
-                            [&line](const char *mark) { return line.contains(mark); })) {
-                ++count;
-                last = QString::fromUtf8(line.left(160));
+        const QByteArray log = logOfDay(environment, environment.now().date().addDays(-daysAgo));
+        for (int start = 0, end = 0; start < log.size(); start = end + 1) {
+            end = log.indexOf('\n', start);
+            end = end < 0 ? log.size() : end;
+            const auto line = QByteArray::fromRawData(log.constData() + start, end - start);
+            if (isSerious(line)) {
+                serious.add(line);
             }
         }
     }
-    return count == 0
-        ? good({"no serious line in the log since yesterday", "昨天以来日志中没有严重错误"})
-        : warning({"serious lines in the log since yesterday: %1", "昨天以来日志中的严重错误：%1"},
-                  {"read the log around the last one", "请查看最后一条附近的日志"},
-                  QStringLiteral("%1, \"%2\"").arg(count).arg(last));
+    constexpr Text readIt = {"read the log around the last one", "请查看最后一条附近的日志"};
+    if (serious.count > 0) {
+        return warning(
+            {"serious lines in the log since yesterday: %1", "昨天以来日志中的严重错误：%1"},
+            readIt, serious.text());
+    }
+    return warnings.count >= manyWarnings
+        ? warning({"warnings in the log since yesterday: %1", "昨天以来日志中的警告：%1"}, readIt,
+                  warnings.text())
+        : good({"no serious line in the log since yesterday", "昨天以来日志中没有严重错误"});
 }
 
 } // namespace

@@ -25,6 +25,9 @@ Finding fonts(const Environment &environment)
 {
     const auto outcome =
         environment.run(QStringLiteral("fc-list"), {QStringLiteral(":lang=zh-cn")});
+    if (outcome.isLate) {
+        return tooLate("fc-list");
+    }
     return outcome.output.trimmed().isEmpty()
         ? warning({"there is no Chinese font", "没有中文字体"},
                   {"install fonts-wqy-microhei", "请安装 fonts-wqy-microhei"})

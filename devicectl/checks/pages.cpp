@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: MIT
 #include "devicectl/checks/check.h"
 #include "devicectl/checks/groups.h"
+#include "devicectl/servertexts.h"
 
 #include <QJsonArray>
 
@@ -32,7 +33,7 @@ Finding policyFile(const Environment &environment)
         return fault({"the access policy is faulty: %1", "访问策略有误：%1"},
                      {"correct that line; the server does not start with it",
                       "请更正该行；否则服务无法启动"},
-                     found.error->text());
+                     policyFault(*found.error));
     }
     return found.policy
         ? good({"the access policy is %1", "访问策略为 %1"}, found.policy->file)

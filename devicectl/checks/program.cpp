@@ -1,8 +1,11 @@
 // SPDX-License-Identifier: MIT
+#include "base/neighbor.h"
 #include "devicectl/checks/check.h"
 #include "devicectl/checks/groups.h"
 
 #include <QRegularExpression>
+
+#include <algorithm>
 
 namespace checks {
 
@@ -30,34 +33,58 @@ Finding process(const Environment &environment)
         : good({"the server runs, process %1", "服务正在运行，进程 %1"}, join(found));
 }
 
-/// The inode of the socket that listens on port 1818 (/proc/net/tcp: local address, state 0A).
-QString inodeOfListener(const Environment &environment)
+/// The socket that listens on port 1818.
+struct Listener
+{
+    QString inode; ///< empty: there is none
+    uid_t user = 0;
+};
+
+/// In /proc/net/tcp; see proc_net_tcp.txt of Linux: local address, state (0A listens), user and
+/// inode.
+Listener listener(const Environment &environment)
 {
     static const QRegularExpression line(
-        QStringLiteral(R"(^ *\d+: [0-9A-F]+:071A [0-9A-F]+:[0-9A-F]+ 0A (?:\S+ +){5}(\d+))"),
+        QStringLiteral(
+            R"(^ *\d+: [0-9A-F]+:071A [0-9A-F]+:[0-9A-F]+ 0A (?:\S+ +){3}(\d+) +\d+ +(\d+))"),
         QRegularExpression::MultilineOption);
     for (const char *table : {"/proc/net/tcp6", "/proc/net/tcp"}) {
         const auto match =
             line.match(QString::fromLatin1(environment.end(QLatin1String(table), 8 * MiB)));
         if (match.hasMatch()) {
-            return match.captured(1);
+            return {match.captured(2), uid_t(match.captured(1).toUInt())};
         }
     }
     return {};
 }
 
+/// "cheese, process 7 of clerk".
+QString named(qint64 id, const QVector<Environment::Process> &processes)
+{
+    const auto found = std::find_if(processes.begin(), processes.end(),
+                                    [id](const auto &process) { return process.id == id; });
+    const QString program = found == processes.end()
+        ? QStringLiteral("?")
+        : found->commandLine.section(QLatin1Char(' '), 0, 0).section(QLatin1Char('/'), -1);
+    return said({"%1, process %2 of %3", "%1（进程 %2，用户 %3）"})
+        .arg(program)
+        .arg(id)
+        .arg(found == processes.end() ? QStringLiteral("?") : found->user);
+}
+
 Finding port(const Environment &environment)
 {
-    const QString inode = inodeOfListener(environment);
-    if (inode.isEmpty()) {
+    const Listener socket = listener(environment);
+    if (socket.inode.isEmpty()) {
         return fault({"nobody listens on port 1818", "没有程序监听 1818 端口"}, startIt);
     }
-    const auto holders = environment.holders(QStringLiteral("socket:[%1]").arg(inode));
+    const auto holders = environment.holders(QStringLiteral("socket:[%1]").arg(socket.inode));
     if (holders.isEmpty()) {
         return warning(
-            {"a program of another user listens on port 1818", "1818 端口被其他用户的程序监听"},
-            {"run devicectl as the user of the server, or as root",
-             "请以服务用户或 root 运行 devicectl"});
+            {"a program of the user %1 listens on port 1818", "用户 %1 的程序正在监听 1818 端口"},
+            {"to see which: run devicectl as that user, or as root",
+             "请以该用户或 root 运行 devicectl，查看是哪个程序"},
+            base::userText(socket.user));
     }
     const auto processes = environment.processes();
     for (const auto &each : processes) {
@@ -65,10 +92,9 @@ Finding port(const Environment &environment)
             return good({"the server listens on port 1818", "服务正在监听 1818 端口"});
         }
     }
-    return fault(
-        {"another program listens on port 1818: process %1", "1818 端口被其他程序占用：进程 %1"},
-        {"end that program, then start the server", "结束该程序后启动服务"},
-        QString::number(holders.first()));
+    return fault({"another program listens on port 1818: %1", "1818 端口被其他程序占用：%1"},
+                 {"end that program, then start the server", "结束该程序后启动服务"},
+                 named(holders.first(), processes));
 }
 
 /// What the server's check leaves out of its count of servers; see app/singleinstance.cpp.
