@@ -2,6 +2,7 @@
 #include "portable/picture/perspectivewarp.h"
 
 #include <algorithm>
+#include <cstdint>
 #include <cstring>
 #include <vector>
 
@@ -21,7 +22,8 @@ struct Place
     int64_t y;
 };
 
-/// Two pairs of adjacent pixels, as the compiler's vectors: all 16 bytes, 8 words, both pairs.
+// Two pairs of adjacent pixels in the compiler's vectors. The low bytes come first on all
+// processors that are built for.
 using Words = uint16_t __attribute__((vector_size(16)));
 using Pairs = uint64_t __attribute__((vector_size(16)));
 
@@ -135,7 +137,7 @@ private:
             const Words right = columns >> (fractionBits - columnBits);
             rows += rowStep;
             columns += columnStep;
-            // For the next row: without it, reading takes a fifth of the time.
+            // For the next row: without it a fifth of the time is spent waiting for memory.
             __builtin_prefetch(first + 2 * stride);
             // The bytes of two adjacent pixels: b g r b g r, and two that aren't needed.
             const Words above = pairsAt(first, second);

@@ -250,8 +250,7 @@ public:
         m_offsets.resize(segments.size());
     }
 
-    /// What the first segments can be extended to, but those that others have been; at most
-    /// `count`.
+    /// Extends the segments in their order, except those of earlier candidates; at most `count`.
     std::vector<Candidate> all(size_t count)
     {
         std::vector<Candidate> candidates;
