@@ -5,15 +5,14 @@
 # that devicectl doctor gives a check isn't the expected one. Expects a network of its own.
 cd "$(dirname "$0")/../.."
 . scripts/common.sh
-. scripts/minimal-system.sh
 root=$1
 ip link set lo up
 findings=$root/tmp/findings.json
 trap 'kill $(jobs -p) 2>/dev/null || true' EXIT
 
-clerk() {
-    chroot --userspec=clerk:clerk "$root" env -i HOME=/home/clerk PATH=/usr/bin:/bin LC_ALL=C.UTF-8 DISPLAY=:77 "$@"
-}
+# Not functions: a job that they start is the program itself, and can be ended.
+admin=(chroot "$root" env -i HOME=/root PATH=/usr/sbin:/usr/bin:/sbin:/bin LC_ALL=C.UTF-8)
+clerk=(chroot --userspec=clerk:clerk "$root" env -i HOME=/home/clerk PATH=/usr/bin:/bin LC_ALL=C.UTF-8 DISPLAY=:77)
 
 # wait_for COMMAND...: for at most 60 s.
 wait_for() {
@@ -33,7 +32,7 @@ end() {
 # examine [OPTION...]: asks the doctor; a fault, as there is no camera, makes its status 1.
 examine() {
     local result=0
-    clerk devicectl doctor --json "$@" >"$findings" || result=$?
+    "${clerk[@]}" devicectl doctor --json "$@" >"$findings" || result=$?
     [ "$result" -le 1 ] || fail "devicectl doctor: $result"
 }
 
@@ -46,20 +45,20 @@ import sys
 name, level, check, *text = sys.argv[1:]
 finding = next(each for each in json.load(open(name)) if each["id"] == check)
 good = finding["level"] == level and all(part in finding["meaning"] for part in text)
-print(f"{'  ok' if good else '  NOT'}: {check} is {finding['level']}: {finding['meaning']}")
+print(f"{'  ok' if good else '  NOT AS EXPECTED'}: {check} is {finding['level']}: {finding['meaning']}")
 sys.exit(0 if good else 1)
 TEXT
 }
 
 # start_server: without a camera; $server is its process.
 start_server() {
-    clerk /usr/lib/rvowebsocketserver/rvowebSocketServer --simulate >"$root/tmp/server.log" 2>&1 &
+    "${clerk[@]}" /usr/lib/rvowebsocketserver/rvowebSocketServer --simulate >"$root/tmp/server.log" 2>&1 &
     server=$!
-    wait_for clerk devicectl status
+    wait_for "${clerk[@]}" devicectl status
 }
 
-start_server
 if [ "$2" = without ]; then
+    start_server
     examine
     for check in pcscd card-reader cups printer browser; do
         expect warning "$check"
@@ -72,22 +71,21 @@ if [ "$2" = without ]; then
     end "$server"
     exit 0
 fi
-end "$server"
 
 mkdir -p "$root/run/pcscd" "$root/run/cups" "$root/tmp/.X11-unix"
 chmod 1777 "$root/tmp/.X11-unix"
 sed -i 's|https://counter.bank.example|https://counter.test|' \
     "$root/etc/chromium/policies/managed/rvowebsocketserver.json" "$root/etc/rvowebsocketserver/access.ini"
 polkit=''
-! inside pcscd --help | grep -q disable-polkit || polkit=--disable-polkit
+! "${admin[@]}" pcscd --help | grep -q disable-polkit || polkit=--disable-polkit
 # shellcheck disable=SC2086 # empty: no word
-inside pcscd --foreground $polkit >"$root/tmp/pcscd.log" 2>&1 &
+"${admin[@]}" pcscd --foreground $polkit >"$root/tmp/pcscd.log" 2>&1 &
 pcscd=$!
-inside cupsd -f >"$root/tmp/cupsd.log" 2>&1 &
+"${admin[@]}" cupsd -f >"$root/tmp/cupsd.log" 2>&1 &
 cupsd=$!
-clerk Xvfb :77 -nolisten tcp >"$root/tmp/xvfb.log" 2>&1 &
+"${clerk[@]}" Xvfb :77 -nolisten tcp >"$root/tmp/xvfb.log" 2>&1 &
 display=$!
-wait_for inside lpstat -r
+wait_for "${admin[@]}" lpstat -r
 wait_for test -S "$root/tmp/.X11-unix/X77" -a -S "$root/run/pcscd/pcscd.comm"
 start_server
 
@@ -100,16 +98,16 @@ expect ok display :77
 expect ok browser chromium
 expect ok browser-policy https://counter.test
 
-ppd=$(inside lpinfo -m | awk '/[Cc][Uu][Pp][Ss]-PDF/ { print $1; exit }')
-inside lpadmin -p counter -E -v cups-pdf:/ -m "$ppd" 2>/dev/null
-inside lpadmin -d counter
+ppd=$("${admin[@]}" lpinfo -m | awk '/[Cc][Uu][Pp][Ss]-PDF/ { print $1; exit }')
+"${admin[@]}" lpadmin -p counter -E -v cups-pdf:/ -m "$ppd" 2>/dev/null
+"${admin[@]}" lpadmin -d counter
 examine
 expect ok printer counter
-inside cupsdisable counter
+"${admin[@]}" cupsdisable counter
 examine
 expect warning printer stopped
-inside cupsenable counter
-inside cupsreject counter
+"${admin[@]}" cupsenable counter
+"${admin[@]}" cupsreject counter
 examine
 expect warning printer "takes no jobs"
 
@@ -117,7 +115,7 @@ sed -i 's|https://counter.test|https://other.test|' "$root/etc/rvowebsocketserve
 for process in "$pcscd" "$cupsd" "$display"; do
     end "$process" KILL # their sockets stay
 done
-inside apt-get -q -q -y remove chromium >/dev/null 2>&1
+"${admin[@]}" apt-get -q -q -y remove chromium >/dev/null 2>&1
 examine
 expect warning pcscd
 expect warning card-reader
