@@ -13,8 +13,10 @@ Finding models(const Environment &environment)
                              "face_recognition_model.bin"}) {
         if (environment.facts(folder + QLatin1Char('/') + QLatin1String(name)).size == 0) {
             return warning({"the weight %1 of the face networks is missing", "缺少人脸网络权重 %1"},
-                           {"run scripts/fetch-face-models.sh, where faces are compared",
-                            "需要人脸比对时请运行 scripts/fetch-face-models.sh"},
+                           {"install rvowebsocketserver-models or run "
+                            "scripts/fetch-face-models.sh, where faces are compared",
+                            "需要人脸比对时请安装 rvowebsocketserver-models，或运行 "
+                            "scripts/fetch-face-models.sh"},
                            QLatin1String(name));
         }
     }
