@@ -128,10 +128,12 @@ QPDFObjectHandle textString(const QString &text)
     return QPDFObjectHandle::newUnicodeString(text.toStdString());
 }
 
-/// 7.9.4: D:YYYYMMDDHHmmSS and the time zone
-QString pdfDate(const QDateTime &utc)
+/// 7.9.4: D:YYYYMMDDHHmmSS and the time zone, in ASCII: newUnicodeString() of qpdf 10.1 makes
+/// UTF-16.
+QPDFObjectHandle pdfDate(const QDateTime &utc)
 {
-    return utc.toString(QStringLiteral("'D:'yyyyMMddhhmmss'Z'"));
+    return QPDFObjectHandle::newString(
+        utc.toString(QStringLiteral("'D:'yyyyMMddhhmmss'Z'")).toStdString());
 }
 
 /// XMP (ISO 16684-1) with the same properties as the information dictionary, which PDF/A demands.
@@ -174,8 +176,8 @@ void describe(QPDF &pdf, const QString &title, PdfKind kind)
     info.replaceKey("/Title", textString(title));
     info.replaceKey("/Producer", textString(QLatin1String(producer)));
     info.replaceKey("/Creator", textString(QLatin1String(producer)));
-    info.replaceKey("/CreationDate", textString(pdfDate(now)));
-    info.replaceKey("/ModDate", textString(pdfDate(now)));
+    info.replaceKey("/CreationDate", pdfDate(now));
+    info.replaceKey("/ModDate", pdfDate(now));
     pdf.getTrailer().replaceKey("/Info", pdf.makeIndirectObject(info));
     pdf.getRoot().replaceKey(
         "/Metadata",
