@@ -114,8 +114,8 @@ int main(int argc, char **argv)
     }
     const RatioRun run(argc, argv);
     run.printRatio("bSaveJPG / compression and plain write", "BM_bSaveJPG", "BM_compressAndWrite",
-                   1.3);
+                   1.1);
     run.printRatio("finding and straightening a page / compression", "BM_findAndStraighten",
-                   "BM_compress", 2);
+                   "BM_compress", 1.6);
     return 0;
 }
