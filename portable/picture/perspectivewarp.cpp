@@ -1,6 +1,8 @@
 // SPDX-License-Identifier: MIT
 #include "portable/picture/perspectivewarp.h"
 
+#include "portable/picture/parallel.h"
+
 #include <algorithm>
 #include <cstdint>
 #include <cstring>
@@ -192,7 +194,7 @@ cv::Mat warpedPerspective(const cv::Mat &picture, const cv::Mat &transform, cons
 {
     cv::Mat result(size, CV_8UC3);
     PerspectiveWarp warp(picture, transform, result);
-    cv::parallel_for_({0, size.height}, [&](const cv::Range &rows) { warp.warpRows(rows); });
+    inRanges({0, size.height}, [&](const cv::Range &rows) { warp.warpRows(rows); });
     return result;
 }
 
