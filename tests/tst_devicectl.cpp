@@ -37,7 +37,8 @@ QJsonObject object(const char *text)
 const char *const healthyStatus = R"({"version":"1.0.2","uptimeSeconds":12.5,"port":1818,
     "mainThread":{"answers":true,"command":"","forMs":0},"simulation":false,
     "camera":{"source":1,"paused":false,"framesPerSecond":25.5,"framesFetched":100,"fetchMs":2},
-    "deviceProcess":{"pid":7,"restarts":0,"lastReason":"","calls":[],"runningSeconds":3661,"residentKiB":1024},
+    "deviceProcess":{"pid":7,"restarts":0,"lastReason":"","missing":"","calls":[],
+        "runningSeconds":3661,"residentKiB":1024},
     "pageCount":1,"queues":{"unreadBytes":3},
     "pages":[{"address":"127.0.0.1-5","origin":"https://b.example","bytesWaiting":3}],
     "access":{"mode":"enforce","file":"/etc/rvowebsocketserver/access.ini"},
@@ -248,6 +249,9 @@ struct FaultyTerminal
 const std::vector<FaultyTerminal> &faultyTerminals()
 {
     static const auto noStatus = [](FakeTerminal &t) { t.m_status.reset(); };
+    static const auto isBusy = [](FakeTerminal &t) {
+        t.m_status->insert(line("deviceProcess"), object(R"({"busy":true})"));
+    };
     static const std::vector<FaultyTerminal> all = {
         {"process", [](FakeTerminal &t) { t.m_processes.clear(); }, "fault", "does not run"},
         {"port", content("/proc/net/tcp6", ""), "fault", "nobody"},
@@ -388,6 +392,10 @@ const std::vector<FaultyTerminal> &faultyTerminals()
         {"device-calls",
          status("deviceProcess", R"({"calls":[{"function":"readIDCard","forMs":6000}]})"),
          "warning", "readIDCard"},
+        {"device-restarts", isBusy, "warning", "not known yet"},
+        {"device-calls", isBusy, "warning", "not known yet"},
+        {"library", isBusy, "warning", "not known yet"},
+        {"library", status("deviceProcess", R"({"inside":true})"), "warning", "inside the server"},
         {"library", status("deviceProcess", R"({"missing":"bStartPlay9"})"), "warning",
          "no bStartPlay9"},
         {"library", status("deviceProcess", R"({"libraryError":"no such file"})"), "fault",
