@@ -79,6 +79,7 @@ public:
 
     /// For what begins from now on.
     void setTimeLimits(const TimeLimits &limits);
+    TimeLimits timeLimits() const { return {m_callFactor, m_pauseFactor, m_startLimit}; }
 
     /// Sets what the program finds in its environment as well, "NAME=value" each.
     void setEnvironment(std::vector<QByteArray> variables) { m_environment = std::move(variables); }

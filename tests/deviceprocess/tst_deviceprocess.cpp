@@ -323,6 +323,17 @@ private Q_SLOTS:
         host.stop();
     }
 
+    /// The time of a call begins when the process is ready.
+    void aCallWaitsForASlowStart()
+    {
+        order("load nap 1500"); // longer than the call may take
+        DeviceHost::instance().setTimeLimits({0.2, hurry});
+        const int restarts = DeviceHost::instance().restarts();
+        kill(DeviceHost::instance().processId(), SIGKILL);
+        QVERIFY(waitFor([=] { return DeviceHost::instance().restarts() > restarts; }));
+        QVERIFY(isAnswered());
+    }
+
     void aProcessThatIsNotReadyInTimeIsReplaced()
     {
         QTest::ignoreMessage(
