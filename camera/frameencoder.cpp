@@ -23,7 +23,6 @@ namespace {
 
 constexpr int rowsPerBatch = 8; // of 800 pixels: they stay in the first cache
 constexpr int maxDimension = 65500; // libjpeg's JPEG_MAX_DIMENSION
-constexpr std::size_t maxLength = std::size_t(512) << 20; // bytes; QByteArray has room for 2 GiB
 constexpr int defaultQuality = 75; // Qt's meaning of quality -1
 constexpr std::size_t leastOutput = std::size_t(256) * 1024; // bytes
 constexpr int engineBuffer = 2048; // pixels that Qt's raster engine processes at a time
@@ -362,7 +361,7 @@ QByteArray FrameEncoder::encode(const QImage &frame, QSize size)
         || qMax(size.width(), size.height()) > engineLimit) {
         return encodeByQt(frame, size);
     }
-    if (!m_compressor->compress(frame, size, space) || m_compressor->length() > maxLength) {
+    if (!m_compressor->compress(frame, size, space)) {
         return {};
     }
     return textOf(m_compressor->data(), m_compressor->length());
@@ -383,6 +382,12 @@ std::vector<unsigned char> FrameEncoder::fileOf(const QImage &picture, int quali
     return {compressor.data(), compressor.data() + compressor.length()};
 }
 
+std::optional<int> FrameEncoder::textLength(std::size_t fileLength)
+{
+    constexpr std::size_t longest = std::size_t(512) << 20;
+    return fileLength <= longest ? std::optional(int(base64Length(fileLength))) : std::nullopt;
+}
+
 QByteArray FrameEncoder::encodeByQt(const QImage &frame, QSize size)
 {
     QBuffer file;
@@ -396,11 +401,15 @@ QByteArray FrameEncoder::encodeByQt(const QImage &frame, QSize size)
 
 QByteArray FrameEncoder::textOf(const unsigned char *jpeg, std::size_t length)
 {
+    const auto needed = textLength(length);
+    if (!needed) {
+        return {};
+    }
     QByteArray &text = m_texts[m_nextText++ % m_texts.size()];
     if (!text.isDetached()) {
         text = QByteArray(); // still queued for a page, which keeps the old one
     }
-    base::resizeBuffer(text, int(base64Length(length)));
+    base::resizeBuffer(text, *needed);
     base64EncodeInto(jpeg, length, text.data());
     return text;
 }

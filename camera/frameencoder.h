@@ -7,6 +7,7 @@
 
 #include <array>
 #include <memory>
+#include <optional>
 #include <vector>
 
 /**
@@ -27,7 +28,8 @@ public:
 
     /**
      * Encodes a frame as a JPEG of the given size in pixels.
-     * \return base64 text; empty for an empty frame or size, and for sizes above 65500
+     * \return base64 text; empty for an empty frame or size, for sizes above 65500, and for files
+     *         that textLength() refuses
      */
     QByteArray encode(const QImage &frame, QSize size);
 
@@ -37,6 +39,13 @@ public:
      * \return empty on failure
      */
     static std::vector<unsigned char> fileOf(const QImage &picture, int quality);
+
+    /**
+     * Length of the text of a file.
+     * \return nullopt for files beyond 512 MiB: QByteArray has room for 2 GiB, and takes more than
+     *         it is asked for
+     */
+    static std::optional<int> textLength(std::size_t fileLength);
 
 private:
     class Compressor;

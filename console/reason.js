@@ -68,15 +68,16 @@ class Reasons {
   constructor(ask, log) {
     this.ask = ask;
     this.log = log;
+    this.kept = null; // the latest reading: when it began, and a promise of the text
   }
 
   /** Puts the reason of an answer below it. */
   async explain(entry) {
     this.log.update(entry, { hint: () => t('why.reading') });
-    const text = await this.read();
+    const { time, text } = await this.logSince(entry.time);
     const sent = entry.asked;
     const later = this.log.entries.slice(this.log.entries.indexOf(entry)).filter((each) => each.kind === 'sent'
-      && each.raw === sent).length;
+      && each.raw === sent && each.time <= time).length;
     const known = commandOf(commandName(sent));
     const lines = text === null ? null : reasonLines(text, sent, later, Boolean(known && known.reply.late));
     const count = known ? () => countWarning(known, sent) : () => '';
@@ -89,6 +90,17 @@ class Reasons {
     if (lines === null)
       return [t('why.missing', this.file)];
     return lines.length ? lines : [t('why.silent')];
+  }
+
+  /** What was read after a time; reading a long log keeps the server busy for a second, so not each time. */
+  async logSince(time) {
+    if (!this.kept || this.kept.time < time)
+      this.kept = { time: new Date(), text: this.read() };
+    const { kept } = this;
+    const text = await kept.text;
+    if (text === null && this.kept === kept)
+      this.kept = null; // somebody may say where it is
+    return { time: kept.time, text };
   }
 
   /** @returns the log's end; null if it can't be read */

@@ -143,6 +143,16 @@ private Q_SLOTS:
         }
     }
 
+    void filesThatATextHasRoomFor()
+    {
+        const std::size_t MiB = std::size_t(1) << 20;
+        QVERIFY(FrameEncoder::textLength(4) == 8);
+        QVERIFY(FrameEncoder::textLength(512 * MiB).value_or(0) > int(682 * MiB));
+        for (const std::size_t tooLong : {512 * MiB + 1, 1600 * MiB, 4096 * MiB}) {
+            QVERIFY(!FrameEncoder::textLength(tooLong));
+        }
+    }
+
     void textsInUseStayUnchanged()
     {
         FrameEncoder encoder;

@@ -8,6 +8,19 @@ namespace checks {
 
 namespace {
 
+/// Of a check that needs what the device process has not said.
+Finding notKnownYet()
+{
+    return warning(
+        {"not known yet, the device process has not said it", "暂时未知，设备进程尚未报告"},
+        {"check again in a moment", "请稍后再检查"});
+}
+
+bool isBusy(const QJsonObject &status)
+{
+    return member(status, "deviceProcess", "busy").toBool();
+}
+
 Finding deviceProcess(const QJsonObject &status)
 {
     const QJsonObject process = status.value(QStringLiteral("deviceProcess")).toObject();
@@ -16,8 +29,7 @@ Finding deviceProcess(const QJsonObject &status)
                        {"remove process=inside from devices.ini: its crash would end the server",
                         "请从 devices.ini 中删除 process=inside：设备库崩溃会使服务退出"});
     }
-    return process.value(QStringLiteral("pid")).toInt() > 0
-            || process.value(QStringLiteral("busy")).toBool()
+    return process.value(QStringLiteral("pid")).toInt() > 0 || isBusy(status)
         ? good({"the device process runs", "设备进程正在运行"})
         : fault({"the device process does not run: %1", "设备进程没有运行：%1"},
                 {"the log says why it could not be started", "日志中有启动失败的原因"},
@@ -26,6 +38,9 @@ Finding deviceProcess(const QJsonObject &status)
 
 Finding restarts(const QJsonObject &status)
 {
+    if (isBusy(status)) {
+        return notKnownYet();
+    }
     const int count = member(status, "deviceProcess", "restarts").toInt();
     const QString reason = member(status, "deviceProcess", "lastReason").toString();
     if (count == 0) {
@@ -44,6 +59,9 @@ Finding restarts(const QJsonObject &status)
 
 Finding deviceCalls(const QJsonObject &status)
 {
+    if (isBusy(status)) {
+        return notKnownYet();
+    }
     const auto calls = member(status, "deviceProcess", "calls").toArray();
     for (const QJsonValue &call : calls) {
         const QJsonObject object = call.toObject();
@@ -68,7 +86,17 @@ Finding libraryFunctions(const QJsonObject &status)
                       "请检查 devices.ini 的 [library]，并用 ldd 检查该文件"},
                      error.left(shown));
     }
-    const QString missing = member(status, "deviceProcess", "missing").toString();
+    const QJsonObject process = status.value(QStringLiteral("deviceProcess")).toObject();
+    if (process.value(QStringLiteral("inside")).toBool()) {
+        return warning(
+            {"not known of a library inside the server", "设备库在服务进程内，无从得知"},
+            {"remove process=inside from devices.ini", "请从 devices.ini 中删除 process=inside"});
+    }
+    // null: the server was linked with another library, and has all that it needs.
+    if (!process.isEmpty() && !process.contains(QStringLiteral("missing"))) {
+        return notKnownYet();
+    }
+    const QString missing = process.value(QStringLiteral("missing")).toString();
     if (missing.isEmpty()) {
         return good({"the device library has all functions", "设备库函数齐全"});
     }

@@ -79,6 +79,7 @@ public:
 
     /// For what begins from now on.
     void setTimeLimits(const TimeLimits &limits);
+    TimeLimits timeLimits() const { return {m_callFactor, m_pauseFactor, m_startLimit}; }
 
     /// Sets what the program finds in its environment as well, "NAME=value" each.
     void setEnvironment(std::vector<QByteArray> variables) { m_environment = std::move(variables); }
@@ -111,7 +112,8 @@ public:
         int restarts = 0;
         QByteArray lastReason; ///< why the last one ended, in UTF-8; empty: none has
         QByteArray libraryError; ///< why a library can't be loaded, in UTF-8; empty: both are
-        QByteArray missing; ///< functions that the libraries don't have
+        /// functions that the libraries don't have; nullopt until a process has said it
+        std::optional<QByteArray> missing;
         std::chrono::milliseconds running{}; ///< since when it does
         std::vector<Call> calls; ///< under way
     };
@@ -180,7 +182,7 @@ private:
     bool m_isPausing = false; ///< Between two processes, as they keep dying.
     QString m_lastReason; ///< Why the process before this one ended.
     QByteArray m_libraryError; ///< As in Status.
-    QByteArray m_missing;
+    std::optional<QByteArray> m_missing;
     struct UnderWay
     {
         FunctionId function;

@@ -155,7 +155,9 @@ extern "C" int deviceProcessStatus(char *json, int size)
         object.insert(QStringLiteral("restarts"), status->restarts);
         object.insert(QStringLiteral("lastReason"), QString::fromUtf8(status->lastReason));
         object.insert(QStringLiteral("libraryError"), QString::fromUtf8(status->libraryError));
-        object.insert(QStringLiteral("missing"), QString::fromUtf8(status->missing));
+        if (status->missing) {
+            object.insert(QStringLiteral("missing"), QString::fromUtf8(*status->missing));
+        }
         object.insert(QStringLiteral("runningSeconds"), double(status->running.count()) / 1000);
         QJsonArray calls;
         for (const auto &call : status->calls) {

@@ -27,8 +27,12 @@ protected Q_SLOTS:
     {
         QFile ini(QCoreApplication::applicationDirPath() + QStringLiteral("/devices.ini"));
         QVERIFY(ini.open(QIODevice::WriteOnly));
-        ini.write("[library]\ncamera=" HOSTILE_LIBRARY "\ncards=" HOSTILE_LIBRARY "\nmemory=512\n");
+        ini.write("[library]\ncamera=" HOSTILE_LIBRARY "\ncards=" HOSTILE_LIBRARY
+                  "\nmemory=512\ntimeFactor=3\n");
         ini.close();
+        const auto limits = deviceprocess::DeviceHost::instance().timeLimits();
+        QCOMPARE(limits.callFactor, 3.0);
+        QCOMPARE(qint64(limits.start.count()), 3 * deviceprocess::TimeLimits().start.count());
         m_order = QCoreApplication::applicationDirPath() + QStringLiteral("/order");
         qputenv("HOSTILE_ORDER", m_order.toLocal8Bit());
         order("none none");

@@ -410,6 +410,28 @@ private Q_SLOTS:
         QVERIFY2(opened.count() < 40, qPrintable(QString::number(opened.count())));
     }
 
+    /// A reply that is read after its process has gone puts its memory back among what is known.
+    void anOldPictureIsNotShownByTheNextProcess()
+    {
+        order("any obey " + QByteArray::number(sample::Large + 10));
+        signalProcess(SIGKILL); // this process and the next one count alike
+        Message late;
+        QVERIFY(DeviceHost::instance().call(FunctionId::getVideoFrameMat, FunctionKind::Query,
+                                            Writer(), &late));
+        order("any obey " + QByteArray::number(sample::Large + 20));
+        signalProcess(SIGKILL);
+        Reader reader(late);
+        cv::Mat old;
+        QVERIFY(reader.value<bool>());
+        QVERIFY(readPicture(
+            reader, [](std::uint64_t) { return ReleasePixels(); }, &old));
+        closeDescriptor(&late.descriptor);
+        cv::Mat shown;
+        QVERIFY(getVideoFrameMat(shown));
+        QCOMPARE(seen(old), seen(sample::matrix(sample::Large, 1)));
+        QCOMPARE(seen(shown), seen(sample::matrix(sample::Large, 2)));
+    }
+
     void rawFeaturesAtTheEndOfMemory()
     {
         const auto page = std::size_t(sysconf(_SC_PAGESIZE));

@@ -255,7 +255,7 @@ private Q_SLOTS:
         QVERIFY(waitFor([&] { return status(R"("function":"iGetRotate")"); }));
         caller.join();
         order("none none");
-        QVERIFY(status(R"("calls":[])"));
+        QVERIFY(status(R"("calls":[])") && status(R"("missing":)"));
         signalProcess(SIGKILL);
         QVERIFY(status(": signal 9, "));
         const QByteArray pid = QByteArray::number(DeviceHost::instance().processId());
@@ -308,7 +308,7 @@ private Q_SLOTS:
         QVERIFY(waitFor([&] { return host.restarts() > 3; }));
         QCOMPARE(host.processId(), 0);
         const auto status = host.status();
-        QVERIFY(!status || status->running.count() == 0);
+        QVERIFY(!status || (status->running.count() == 0 && !status->missing));
         host.stop();
         QVERIFY(!host.call(FunctionId::iGetRotate, FunctionKind::Query, Writer(), &reply));
     }
@@ -321,6 +321,17 @@ private Q_SLOTS:
         host.call(FunctionId::iGetRotate, FunctionKind::Query, Writer(), &reply);
         QVERIFY(waitFor([&] { return host.restarts() > 0; })); // the next one is a long time off
         host.stop();
+    }
+
+    /// The time of a call begins when the process is ready.
+    void aCallWaitsForASlowStart()
+    {
+        order("load nap 1500"); // longer than the call may take
+        DeviceHost::instance().setTimeLimits({0.2, hurry});
+        const int restarts = DeviceHost::instance().restarts();
+        kill(DeviceHost::instance().processId(), SIGKILL);
+        QVERIFY(waitFor([=] { return DeviceHost::instance().restarts() > restarts; }));
+        QVERIFY(isAnswered());
     }
 
     void aProcessThatIsNotReadyInTimeIsReplaced()

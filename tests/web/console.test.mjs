@@ -208,9 +208,18 @@ test('a failure leads to its reason in the server’s log', { skip }, async () =
     await send(`bDeleteFile(/nowhere/${file})`);
     await page.waitForFunction(() => !exchanges.waiting.length);
   }
+  await page.evaluate(() => {
+    const { read } = reasons;
+    reasons.read = () => read.call(reasons, window.reads = (window.reads || 0) + 1);
+  });
   const whys = page.locator('#log .advice button');
   await whys.nth(1).click();
   await page.locator('#log .advice', { hasText: '"/nowhere/two": there is no such file' }).waitFor();
+  await send('bDeleteFile(/nowhere/one)'); // the log that was read doesn't have this one
+  await page.waitForFunction(() => !exchanges.waiting.length);
+  await whys.nth(0).click();
+  await page.locator('#log .advice', { hasText: '"/nowhere/one": there is no such file' }).waitFor();
+  assert.equal(await page.evaluate(() => window.reads), 1, 'it was read after this answer');
   await page.evaluate(() => { window.logFolders = () => ['/nowhere']; });
   await send('bDeleteFile(/nowhere/three)');
   await whys.nth(2).waitFor();
