@@ -122,6 +122,25 @@ cv::Mat levelling(const cv::Size &size, double slope)
     return rotation;
 }
 
+/// The places of what isn't 0, in a fraction of the time of cv::findNonZero().
+std::vector<cv::Point> placesOf(const cv::Mat &ink)
+{
+    std::vector<cv::Point> places;
+    std::vector<int> columns(size_t(ink.cols));
+    for (int y = 0; y < ink.rows; ++y) {
+        // Without a branch: where there is ink can't be foreseen.
+        size_t count = 0;
+        for (int x = 0; x < ink.cols; ++x) {
+            columns[count] = x;
+            count += ink.ptr(y)[x] != 0 ? 1 : 0;
+        }
+        for (size_t i = 0; i < count; ++i) {
+            places.emplace_back(columns[i], y);
+        }
+    }
+    return places;
+}
+
 /// How distinctly the ink forms rows of this slope: largest for the slope of the text.
 double distinctness(const std::vector<cv::Point> &ink, int height, double slope)
 {
@@ -175,8 +194,7 @@ double skewAngle(const cv::Mat &page)
     const int margin = std::min(ink.cols, ink.rows) / 25;
     const cv::Mat inner =
         ink(cv::Rect(margin, margin, ink.cols - 2 * margin, ink.rows - 2 * margin));
-    std::vector<cv::Point> points;
-    cv::findNonZero(inner, points);
+    const std::vector<cv::Point> points = placesOf(inner);
     constexpr size_t enough = 200;
     if (points.size() < enough) {
         return 0;
