@@ -25,7 +25,7 @@ inline int turnBetween(Direction a, Direction b)
 struct Edges
 {
     cv::Mat weight; ///< 8-bit: 0 for no edge, up to 255 for one that is clear at its place
-    cv::Mat normal; ///< 8-bit: the Direction across the edge
+    cv::Mat normal; ///< 8-bit: the Direction across the edge; where there is none, of any change
     /// Smoothed, CV_32F: log lightness, red and blue relative to the lightness.
     std::array<cv::Mat, 3> colors;
     int reduction = 1; ///< pixels of the picture to one of these
@@ -49,13 +49,10 @@ struct NearEdge
 NearEdge edgeNear(const Edges &edges, const cv::Point2f &place, const cv::Point2f &across,
                   Direction normal);
 
-/// By what factor a picture of this size is reduced before the search: 1 or more.
-int reductionOf(const cv::Size &size);
-
 /**
  * Finds edges of lightness and of color. An edge is measured against its own neighborhood:
  * neither the light at its place nor the pattern and the noise of the desk there decide on it.
- * \param picture  8-bit BGR, at least 3 x 3 when reduced
+ * \param picture  8-bit BGR, at least 6 x 3 when reduced
  */
 Edges findEdges(const cv::Mat &picture);
 
