@@ -18,7 +18,6 @@ namespace {
 
 constexpr int neighborhood = 33; // pixels, the side of the square that an edge is compared with
 constexpr float leastRatio = 1.5F; // of an edge to what surrounds it
-constexpr int supportingDirection = 32; // of a line; see sameDirection
 constexpr float clearRatio = 3; // the ratio of an edge of full weight
 
 /**
@@ -204,26 +203,17 @@ Direction directionOf(const cv::Point2f &vector)
     return Direction(cvRound(std::atan2(vector.y, vector.x) * 256 / float(CV_PI)) & 255);
 }
 
-NearEdge edgeNear(const Edges &edges, const cv::Point2f &place, const cv::Point2f &across,
-                  Direction normal)
+EdgesAcross::EdgesAcross(const Edges &edges, const cv::Point2f &across)
+    : m_weights(edges.weight.data)
+    , m_normals(edges.normal.data)
+    , m_stride(ptrdiff_t(edges.weight.step))
+    , m_width(edges.weight.cols)
+    , m_height(edges.weight.rows)
+    , m_normal(directionOf(across))
 {
-    NearEdge found;
-    for (int offset = -2; offset <= 2; ++offset) {
-        const cv::Point pixel(cvRound(place.x + across.x * float(offset)),
-                              cvRound(place.y + across.y * float(offset)));
-        const bool isInside = unsigned(pixel.x) < unsigned(edges.weight.cols)
-            && unsigned(pixel.y) < unsigned(edges.weight.rows);
-        const int weight = isInside ? edges.weight.at<uchar>(pixel) : 0;
-        if (weight == 0
-            || turnBetween(edges.normal.at<uchar>(pixel), normal) > supportingDirection) {
-            continue;
-        }
-        found.weightNearby = std::max(found.weightNearby, weight);
-        if (std::abs(offset) <= 1) {
-            found.weight = std::max(found.weight, weight);
-        }
+    for (size_t i = 0; i < m_offsets.size(); ++i) {
+        m_offsets[i] = across * float(int(i) - reach);
     }
-    return found;
 }
 
 Edges findEdges(const cv::Mat &picture)

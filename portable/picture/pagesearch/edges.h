@@ -3,8 +3,11 @@
 
 #include <opencv2/core.hpp>
 
+#include <algorithm>
 #include <array>
+#include <cstddef>
 #include <cstdint>
+#include <cstdlib>
 
 namespace portable::pagesearch {
 
@@ -41,13 +44,47 @@ struct NearEdge
     int weightNearby = 0; ///< up to two pixels off
 };
 
-/**
- * The edges of about a direction at a place.
- * \param across  of length 1: where to look, both ways
- * \param normal  the direction of `across`
- */
-NearEdge edgeNear(const Edges &edges, const cv::Point2f &place, const cv::Point2f &across,
-                  Direction normal);
+/// The edges of about a direction.
+class EdgesAcross
+{
+public:
+    /// \param across  of length 1: where to look, both ways, and what the normal is like
+    EdgesAcross(const Edges &edges, const cv::Point2f &across);
+
+    NearEdge near(const cv::Point2f &place) const
+    {
+        NearEdge found;
+        for (int i = 0; i < int(m_offsets.size()); ++i) {
+            const int x = cvRound(place.x + m_offsets[size_t(i)].x);
+            const int y = cvRound(place.y + m_offsets[size_t(i)].y);
+            const bool isInside =
+                unsigned(x) < unsigned(m_width) && unsigned(y) < unsigned(m_height);
+            const ptrdiff_t pixel = y * m_stride + x;
+            const int weight = isInside ? m_weights[pixel] : 0;
+            if (weight == 0 || turnBetween(m_normals[pixel], m_normal) > supporting) {
+                continue;
+            }
+            found.weightNearby = std::max(found.weightNearby, weight);
+            if (std::abs(i - reach) <= 1) {
+                found.weight = std::max(found.weight, weight);
+            }
+        }
+        return found;
+    }
+
+private:
+    static constexpr int reach = 2; // pixels, both ways
+    static constexpr int supporting = 32; // the most that directions differ, in units of Direction
+
+    // Both are looked at very often.
+    const uchar *m_weights;
+    const uchar *m_normals;
+    ptrdiff_t m_stride;
+    int m_width;
+    int m_height;
+    Direction m_normal;
+    std::array<cv::Point2f, 2 * reach + 1> m_offsets;
+};
 
 /**
  * Finds edges of lightness and of color. An edge is measured against its own neighborhood:
