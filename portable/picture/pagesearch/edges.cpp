@@ -45,12 +45,20 @@ public:
     Changes(const std::array<cv::Mat, 3> &colors, const cv::Range &rows)
         : m_colors(colors)
         , m_first(rows.start - 1)
-        , m_size(rows.size() + 2, colors[0].cols, CV_32F, cv::Scalar(0))
-        , m_cosine(m_size.size(), CV_32F, cv::Scalar(0))
-        , m_sine(m_size.size(), CV_32F, cv::Scalar(0))
+        , m_size(rows.size() + 2, colors[0].cols, CV_32F)
+        , m_cosine(m_size.size(), CV_32F)
+        , m_sine(m_size.size(), CV_32F)
     {
-        for (int y = std::max(1, m_first); y <= std::min(rows.end, colors[0].rows - 2); ++y) {
-            measure(y);
+        for (cv::Mat *plane : {&m_size, &m_cosine, &m_sine}) {
+            plane->col(0) = 0;
+            plane->col(plane->cols - 1) = 0;
+        }
+        for (int y = m_first; y <= rows.end; ++y) {
+            if (y == 0 || y == colors[0].rows - 1) {
+                m_size.row(y - m_first) = 0;
+            } else {
+                measure(y);
+            }
         }
     }
 
@@ -65,6 +73,8 @@ public:
         const float *below = size(y + 1);
         const auto *cosines = m_cosine.ptr<float>(y - m_first);
         const auto *sines = m_sine.ptr<float>(y - m_first);
+        result[0] = 0;
+        result[m_size.cols - 1] = 0;
         inFours(m_size.cols, [=](int x) {
             const Floats cosine = floatsAt(cosines + x);
             const Floats sine = floatsAt(sines + x);
@@ -136,12 +146,12 @@ private:
 /// The largest of the changes across each edge, and what is usual around them.
 struct Crests
 {
-    cv::Mat size; ///< CV_32F; 0 at all other pixels
+    cv::Mat size; ///< CV_32F; 0 at all other pixels. Without the first and the last row
     cv::Mat direction; ///< as in Edges, of all changes
     cv::Mat usual; ///< CV_32F, the logarithm, for each two by two pixels
 
     explicit Crests(const std::array<cv::Mat, 3> &colors)
-        : size(cv::Mat::zeros(colors[0].size(), CV_32F))
+        : size(colors[0].size(), CV_32F)
         , direction(cv::Mat::zeros(size.size(), CV_8U))
         , usual((size.rows + 1) / 2, (size.cols + 1) / 2, CV_32F, cv::Scalar(std::log(nothing)))
     {
@@ -173,24 +183,40 @@ private:
     }
 };
 
+/// What is usual in a row, from the logarithm for each two pixels.
+void expand(const cv::Mat &logarithm, std::vector<float> &usually)
+{
+    cv::Mat row;
+    cv::exp(logarithm, row);
+    const auto *from = row.ptr<float>();
+    float *__restrict to = usually.data();
+    for (size_t i = 0; i < usually.size() / 2; ++i) {
+        to[2 * i] = from[i];
+        to[2 * i + 1] = from[i];
+    }
+}
+
 /**
  * The weights of the edges in a row.
- * \param crests   as in Crests
- * \param usually  what an edge is compared with at each pixel
- * \param weight   0 before
+ * \param crests    as in Crests
+ * \param usually   what an edge is compared with at each pixel,
+ * \param rounding  to which this is added
+ * \param weight    0 before
  */
-void weigh(const float *crests, const float *usually, int columns, uchar *weight)
+void weigh(const float *crests, const float *usually, const float *rounding, int columns,
+           uchar *weight)
 {
     inFours(columns, [=](int first) {
         // Few of four pixels have one.
-        if (!isAnySet(floatsAt(crests + first) >= leastRatio * floatsAt(usually + first))) {
+        const Floats compared = floatsAt(usually + first) + floatsAt(rounding + first);
+        if (!isAnySet(floatsAt(crests + first) >= leastRatio * compared)) {
             return;
         }
-        for (int x = first; x < first + 4; ++x) {
-            const float ratio = crests[x] / usually[x];
+        for (int i = 0; i < 4; ++i) {
+            const float ratio = crests[first + i] / compared[i];
             if (ratio >= leastRatio) {
                 const float share = (ratio - leastRatio + 0.5F) / (clearRatio - leastRatio + 0.5F);
-                weight[x] = uchar(std::min(255.0F, 255 * share));
+                weight[first + i] = uchar(std::min(255.0F, 255 * share));
             }
         }
     });
@@ -225,15 +251,13 @@ Edges findEdges(const cv::Mat &picture)
     const Crests crests(features.colors);
     edges.weight = cv::Mat::zeros(size, CV_8U);
     inBands({1, size.height - 1}, [&](const cv::Range &rows) {
-        cv::Mat around;
-        std::vector<float> usually(size_t(size.width));
+        std::vector<float> usually(size_t(crests.usual.cols) * 2);
         for (int y = rows.start; y < rows.end; ++y) {
-            cv::exp(crests.usual.row(y / 2), around);
-            const auto *rounding = features.rounding.ptr<float>(y);
-            for (size_t x = 0; x < usually.size(); ++x) {
-                usually[x] = around.ptr<float>()[x / 2] + rounding[x];
+            if (y == rows.start || y % 2 == 0) {
+                expand(crests.usual.row(y / 2), usually);
             }
-            weigh(crests.size.ptr<float>(y), usually.data(), size.width, edges.weight.ptr(y));
+            weigh(crests.size.ptr<float>(y), usually.data(), features.rounding.ptr<float>(y),
+                  size.width, edges.weight.ptr(y));
         }
     });
     edges.normal = crests.direction;

@@ -182,11 +182,15 @@ private:
             }
             const auto &onTop = m_crossings.on(top, i);
             const auto &onBottom = m_crossings.on(bottom, i);
-            const SupportedLine &line = m_lines[i];
-            if (!onTop || !onBottom || goesOn(line, side)) {
+            if (!onTop || !onBottom) {
                 continue;
             }
-            m_between.push_back({i, line.along(), side, beyondOf(line, side),
+            const SupportedLine &line = m_lines[i];
+            const Beyond beyond = supportBeyond(line, side);
+            if (std::min(beyond.before, beyond.after) > 0.6F) {
+                continue; // It goes on both ways.
+            }
+            m_between.push_back({i, line.along(), side, share(beyond, line, side),
                                  line.at(atTop->distance), line.at(atBottom->distance), *onTop,
                                  *onBottom});
         }
@@ -242,29 +246,33 @@ private:
         m_found.before.push_back(m_before);
     }
 
-    /// The support of the line before and after the side.
-    static std::pair<float, float> supportBeyond(const SupportedLine &line, const Side &side)
+    /// The support of a line before and after one of its sides.
+    struct Beyond
+    {
+        float before;
+        float after;
+    };
+
+    static Beyond supportBeyond(const SupportedLine &line, const Side &side)
     {
         const float reach = std::clamp(0.3F * (side.to - side.from), 20.0F, 50.0F);
         return {line.supportNearby(side.from - nearCorner - reach, side.from - nearCorner),
                 line.supportNearby(side.to + nearCorner, side.to + nearCorner + reach)};
     }
 
-    /// A page's sides end at its corners; those of tiles and boards often go on.
-    static float beyondOf(const SupportedLine &line, const Side &side)
+    /// As in Quad: a page's sides end at its corners; those of tiles and boards often go on.
+    static float share(const Beyond &beyond, const SupportedLine &line, const Side &side)
     {
         constexpr float least = 2 * nearCorner; // pixels that say something
-        const auto [before, after] = supportBeyond(line, side);
         if (side.from < least) {
-            return after;
+            return beyond.after;
         }
-        return side.to > line.length() - least ? before : (before + after) / 2;
+        return side.to > line.length() - least ? beyond.before : (beyond.before + beyond.after) / 2;
     }
 
-    static bool goesOn(const SupportedLine &line, const Side &side)
+    static float beyondOf(const SupportedLine &line, const Side &side)
     {
-        const auto [before, after] = supportBeyond(line, side);
-        return std::min(before, after) > 0.6F;
+        return share(supportBeyond(line, side), line, side);
     }
 
     bool isPageShaped(const Corners &corners) const
