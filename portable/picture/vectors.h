@@ -25,6 +25,7 @@ namespace portable {
 
 using Bytes = uint8_t __attribute__((vector_size(16)));
 using Words = int16_t __attribute__((vector_size(16)));
+using UnsignedWords = uint16_t __attribute__((vector_size(16)));
 using Numbers = int32_t __attribute__((vector_size(16)));
 using LongNumbers = uint64_t __attribute__((vector_size(16)));
 using Floats = float __attribute__((vector_size(16)));
