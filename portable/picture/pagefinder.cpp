@@ -3,6 +3,7 @@
 
 #include "portable/picture/pagesearch/choice.h"
 #include "portable/picture/pagesearch/edges.h"
+#include "portable/picture/pagesearch/features.h"
 #include "portable/picture/pagesearch/lines.h"
 #include "portable/picture/pagesearch/quads.h"
 

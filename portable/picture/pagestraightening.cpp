@@ -122,17 +122,37 @@ cv::Mat levelling(const cv::Size &size, double slope)
     return rotation;
 }
 
+/// The places of what isn't 0, in a fraction of the time of cv::findNonZero().
+std::vector<cv::Point> placesOf(const cv::Mat &ink)
+{
+    std::vector<cv::Point> places;
+    std::vector<int> columns(size_t(ink.cols));
+    for (int y = 0; y < ink.rows; ++y) {
+        // Without a branch: where there is ink can't be foreseen.
+        size_t count = 0;
+        for (int x = 0; x < ink.cols; ++x) {
+            columns[count] = x;
+            count += ink.ptr(y)[x] != 0 ? 1 : 0;
+        }
+        for (size_t i = 0; i < count; ++i) {
+            places.emplace_back(columns[i], y);
+        }
+    }
+    return places;
+}
+
 /// How distinctly the ink forms rows of this slope: largest for the slope of the text.
-double distinctness(const std::vector<cv::Point> &ink, int height, double slope)
+double distinctness(const std::vector<cv::Point> &ink, const cv::Size &size, double slope)
 {
     const double tangent = std::tan(slope * CV_PI / 180);
-    const int margin = height; // sloping lines leave the picture at its sides
-    std::vector<int> rows(size_t(height + 2 * margin));
+    std::vector<int> shifts(size_t(size.width)); // of the columns, so that such rows are level
+    for (size_t x = 0; x < shifts.size(); ++x) {
+        shifts[x] = cvRound(-tangent * double(x));
+    }
+    const auto [least, most] = std::minmax(shifts.front(), shifts.back());
+    std::vector<int> rows(size_t(size.height + most - least));
     for (const cv::Point &point : ink) {
-        const int row = cvRound(point.y - tangent * point.x) + margin;
-        if (row >= 0 && size_t(row) < rows.size()) {
-            ++rows[size_t(row)];
-        }
+        ++rows[size_t(point.y + shifts[size_t(point.x)] - least)];
     }
     double sum = 0;
     for (size_t i = 1; i < rows.size(); ++i) {
@@ -175,8 +195,7 @@ double skewAngle(const cv::Mat &page)
     const int margin = std::min(ink.cols, ink.rows) / 25;
     const cv::Mat inner =
         ink(cv::Rect(margin, margin, ink.cols - 2 * margin, ink.rows - 2 * margin));
-    std::vector<cv::Point> points;
-    cv::findNonZero(inner, points);
+    const std::vector<cv::Point> points = placesOf(inner);
     constexpr size_t enough = 200;
     if (points.size() < enough) {
         return 0;
@@ -196,7 +215,7 @@ double skewAngle(const cv::Mat &page)
         const auto slopeOf = [=](size_t i) { return center + (int(i) - steps) * step; };
         std::vector<double> values(size_t(2 * steps + 1));
         inParallel({0, int(values.size())}, [&](int i) {
-            values[size_t(i)] = distinctness(tried, inner.rows, slopeOf(size_t(i)));
+            values[size_t(i)] = distinctness(tried, inner.size(), slopeOf(size_t(i)));
         });
         double bestValue = values[size_t(steps)];
         for (size_t i = 0; i < values.size(); ++i) {
@@ -211,7 +230,7 @@ double skewAngle(const cv::Mat &page)
     tryAround(some(3000), largestSlope, 0.5);
     const std::vector<cv::Point> many = some(12000);
     const double bestValue = tryAround(many, 0.4, 0.1);
-    const double level = distinctness(many, inner.rows, 0);
+    const double level = distinctness(many, inner.size(), 0);
     // Text that is level within the error of measurement, or no text at all, is left as it is.
     const bool isPlain =
         bestValue > 1.2 * level && std::abs(best) > 0.2 && std::abs(best) < largestSlope;

@@ -3,6 +3,8 @@
 
 #include <opencv2/core.hpp>
 
+#include <algorithm>
+
 namespace portable {
 
 /**
@@ -25,6 +27,16 @@ template <class Visit> void inParallel(const cv::Range &range, Visit visit)
         for (int i = some.start; i < some.end; ++i) {
             visit(i);
         }
+    });
+}
+
+/// The same with some rows at a time, few enough to remain in the processor's cache.
+template <class Visit> void inBands(const cv::Range &rows, Visit visit)
+{
+    constexpr int band = 32;
+    inParallel({0, (rows.size() + band - 1) / band}, [&](int i) {
+        const int start = rows.start + i * band;
+        visit(cv::Range(start, std::min(start + band, rows.end)));
     });
 }
 

@@ -54,12 +54,15 @@ Look lookAt(const Edges &edges, const cv::Point2f &from, const cv::Point2f &to)
 {
     const cv::Point2f side = to - from;
     const cv::Point2f inwards = cv::Point2f(-side.y, side.x) / std::max(cv::norm(side), 1e-3);
-    const Direction normal = directionOf(inwards);
+    const EdgesAcross across(edges, inwards);
     std::array<cv::Vec3f, offsets.size()> sums{};
     float sizes = 0;
     for (int i = 0; i < samples; ++i) {
         const cv::Point2f place = from + side * (0.06F + 0.88F * (float(i) + 0.5F) / samples);
-        const float weight = float(edgeNear(edges, place, inwards, normal).weight) / 255;
+        const float weight = float(across.near(place).weight) / 255;
+        if (weight == 0) {
+            continue; // It would add nothing.
+        }
         std::array<cv::Vec3f, offsets.size()> here;
         for (size_t k = 0; k < offsets.size(); ++k) {
             here[k] = weight * colorAt(edges, place + inwards * offsets[k]);

@@ -122,7 +122,7 @@ public:
     Found withSide(size_t line)
     {
         for (size_t other = line + 1; other < m_lines.size(); ++other) {
-            if (areOpposite(line, other)) {
+            if (areOpposite(m_lines[line].along(), m_lines[other].along())) {
                 searchBetween(line, other);
             }
         }
@@ -130,68 +130,99 @@ public:
     }
 
 private:
-    bool areOpposite(size_t a, size_t b) const
+    /// A line across two that are opposite, with all that is needed of it for each of its quads.
+    struct Crossing
     {
-        return std::abs(m_lines[a].along().dot(m_lines[b].along())) > parallel;
-    }
+        size_t line;
+        cv::Point2f along;
+        Side side; ///< between the two
+        float beyond; ///< as in Quad, of this side
+        cv::Point2f atTop; ///< where it crosses them
+        cv::Point2f atBottom;
+        SupportedLine::Place onTop; ///< the same on them
+        SupportedLine::Place onBottom;
+    };
 
-    /// The part of a line between two others; nullopt when they don't both cross it.
-    std::optional<Side> side(size_t line, size_t first, size_t second) const
+    static bool areOpposite(const cv::Point2f &a, const cv::Point2f &b)
     {
-        const auto &a = m_crossings.on(line, first);
-        const auto &b = m_crossings.on(line, second);
-        if (!a || !b) {
-            return {};
-        }
-        const Side side(*a, *b);
-        return side.support >= minSupport ? std::optional<Side>(side) : std::nullopt;
+        return std::abs(a.dot(b)) > parallel;
     }
 
     /// All quads of which these two are opposite sides.
     void searchBetween(size_t top, size_t bottom)
     {
-        m_others.clear();
-        for (const size_t i : m_crossings.crossedBy(top)) {
-            const auto across = side(i, top, bottom);
-            if (across && !goesOn(m_lines[i], *across)) {
-                m_others.push_back({i, *across});
-            }
-        }
-        if (m_others.size() > maxOthers) {
-            std::partial_sort(
-                m_others.begin(), m_others.begin() + maxOthers, m_others.end(),
-                [](const Other &a, const Other &b) { return a.across.support > b.across.support; });
-            m_others.erase(m_others.begin() + maxOthers, m_others.end());
-        }
-        for (size_t a = 0; a < m_others.size() && m_found.considered < maxConsidered; ++a) {
+        findCrossings(top, bottom);
+        for (size_t a = 0; a < m_between.size() && m_found.considered < maxConsidered; ++a) {
+            const Crossing &left = m_between[a];
             m_before = m_found.considered;
-            for (size_t b = a + 1; b < m_others.size(); ++b) {
-                // Each quad is met twice, once by each pair of its opposite sides.
-                if (top < m_others[a].line && areOpposite(m_others[a].line, m_others[b].line)) {
-                    consider({top, m_others[b].line, bottom, m_others[a].line}, m_others[b].across,
-                             m_others[a].across);
+            if (left.line < top) {
+                continue; // Each quad is met twice, once by each pair of its opposite sides.
+            }
+            for (size_t b = a + 1; b < m_between.size(); ++b) {
+                if (areOpposite(left.along, m_between[b].along)) {
+                    consider(m_lines[top], m_between[b], m_lines[bottom], left);
                 }
             }
         }
     }
 
-    void consider(const std::array<size_t, 4> &ring, const Side &right, const Side &left)
+    /// The lines that are supported between these two and end there.
+    void findCrossings(size_t top, size_t bottom)
     {
-        const auto top = side(ring[0], ring[3], ring[1]);
-        const auto bottom = top ? side(ring[2], ring[3], ring[1]) : std::nullopt;
-        if (!bottom) {
+        m_between.clear();
+        for (const size_t i : m_crossings.crossedBy(top)) {
+            const auto &atTop = m_crossings.on(i, top);
+            const auto &atBottom = m_crossings.on(i, bottom);
+            if (!atBottom) {
+                continue;
+            }
+            const Side side(*atTop, *atBottom);
+            if (side.support < minSupport) {
+                continue;
+            }
+            const auto &onTop = m_crossings.on(top, i);
+            const auto &onBottom = m_crossings.on(bottom, i);
+            if (!onTop || !onBottom) {
+                continue;
+            }
+            const SupportedLine &line = m_lines[i];
+            const Beyond beyond = supportBeyond(line, side);
+            if (std::min(beyond.before, beyond.after) > 0.6F) {
+                continue; // It goes on both ways.
+            }
+            m_between.push_back({i, line.along(), side, share(beyond, line, side),
+                                 line.at(atTop->distance), line.at(atBottom->distance), *onTop,
+                                 *onBottom});
+        }
+        if (m_between.size() > maxOthers) {
+            std::partial_sort(m_between.begin(), m_between.begin() + maxOthers, m_between.end(),
+                              [](const Crossing &a, const Crossing &b) {
+                                  return a.side.support > b.side.support;
+                              });
+            m_between.erase(m_between.begin() + maxOthers, m_between.end());
+        }
+    }
+
+    void consider(const SupportedLine &topLine, const Crossing &right,
+                  const SupportedLine &bottomLine, const Crossing &left)
+    {
+        const Side top(left.onTop, right.onTop);
+        if (top.support < minSupport) {
+            return;
+        }
+        const Side bottom(left.onBottom, right.onBottom);
+        if (bottom.support < minSupport) {
             return;
         }
         ++m_found.considered;
         Quad quad;
-        for (size_t i = 0; i < 4; ++i) {
-            quad.corners[i] =
-                m_lines[ring[i]].at(m_crossings.on(ring[i], ring[(i + 3) % 4])->distance);
-        }
+        quad.corners = {left.atTop, right.atTop, right.atBottom, left.atBottom};
         if (!isPageShaped(quad.corners)) {
             return;
         }
-        const std::array<Side, 4> sides{*top, right, *bottom, left};
+        const std::array<Side, 4> sides{top, right.side, bottom, left.side};
+        quad.beyond = {beyondOf(topLine, top), right.beyond, beyondOf(bottomLine, bottom),
+                       left.beyond};
         float lengths = 0;
         float supported = 0;
         float least = 1;
@@ -199,7 +230,6 @@ private:
         for (size_t i = 0; i < 4; ++i) {
             const Side &side = sides[i];
             quad.support[i] = side.support;
-            quad.beyond[i] = beyondOf(m_lines[ring[i]], side);
             lengths += side.to - side.from;
             supported += side.support * (side.to - side.from);
             least = std::min(least, side.support);
@@ -216,67 +246,63 @@ private:
         m_found.before.push_back(m_before);
     }
 
-    /// The support of the line before and after the side.
-    static std::pair<float, float> supportBeyond(const SupportedLine &line, const Side &side)
+    /// The support of a line before and after one of its sides.
+    struct Beyond
+    {
+        float before;
+        float after;
+    };
+
+    static Beyond supportBeyond(const SupportedLine &line, const Side &side)
     {
         const float reach = std::clamp(0.3F * (side.to - side.from), 20.0F, 50.0F);
         return {line.supportNearby(side.from - nearCorner - reach, side.from - nearCorner),
                 line.supportNearby(side.to + nearCorner, side.to + nearCorner + reach)};
     }
 
-    /// A page's sides end at its corners; those of tiles and boards often go on.
-    static float beyondOf(const SupportedLine &line, const Side &side)
+    /// As in Quad: a page's sides end at its corners; those of tiles and boards often go on.
+    static float share(const Beyond &beyond, const SupportedLine &line, const Side &side)
     {
         constexpr float least = 2 * nearCorner; // pixels that say something
-        const auto [before, after] = supportBeyond(line, side);
         if (side.from < least) {
-            return after;
+            return beyond.after;
         }
-        return side.to > line.length() - least ? before : (before + after) / 2;
+        return side.to > line.length() - least ? beyond.before : (beyond.before + beyond.after) / 2;
     }
 
-    static bool goesOn(const SupportedLine &line, const Side &side)
+    static float beyondOf(const SupportedLine &line, const Side &side)
     {
-        const auto [before, after] = supportBeyond(line, side);
-        return std::min(before, after) > 0.6F;
+        return share(supportBeyond(line, side), line, side);
     }
 
     bool isPageShaped(const Corners &corners) const
     {
-        double shortest = std::numeric_limits<double>::max();
-        double longest = 0;
+        std::array<cv::Point2f, 4> sides;
+        std::array<double, 4> lengths{};
+        for (size_t i = 0; i < 4; ++i) {
+            sides[i] = corners[(i + 1) % 4] - corners[i];
+            lengths[i] = cv::norm(sides[i]);
+        }
         double turns = 0;
         for (size_t i = 0; i < 4; ++i) {
-            const cv::Point2f in = corners[(i + 1) % 4] - corners[i];
-            const cv::Point2f out = corners[(i + 2) % 4] - corners[(i + 1) % 4];
-            const double length = cv::norm(in);
+            const cv::Point2f &in = sides[i];
+            const cv::Point2f &out = sides[(i + 1) % 4];
             const double turn = in.x * out.y - in.y * out.x;
-            if (turn * turns < 0 || cosineAt(in, out) > maxCosine) {
+            const double product = std::max(lengths[i] * lengths[(i + 1) % 4], 1e-3);
+            if (turn * turns < 0 || std::abs(in.dot(out)) > maxCosine * product) {
                 return false;
             }
             turns += turn;
-            shortest = std::min(shortest, length);
-            longest = std::max(longest, length);
         }
-        return shortest >= double(minBreadth) * longest
+        const auto [shortest, longest] = std::minmax_element(lengths.begin(), lengths.end());
+        return *shortest >= double(minBreadth) * *longest
             && areaOf(corners) >= minPage * m_size.area();
     }
-
-    static double cosineAt(const cv::Point2f &in, const cv::Point2f &out)
-    {
-        return std::abs(in.dot(out)) / std::max(cv::norm(in) * cv::norm(out), 1e-3);
-    }
-
-    struct Other
-    {
-        size_t line;
-        Side across;
-    };
 
     cv::Size m_size;
     const std::vector<SupportedLine> &m_lines;
     const Crossings &m_crossings;
-    std::vector<Other> m_others;
+    std::vector<Crossing> m_between; // the two that are searched
     Found m_found;
     int m_before = 0;
 };
@@ -334,19 +360,21 @@ std::vector<Quad> findQuads(const Edges &edges, const std::vector<SupportedLine>
                             size_t count)
 {
     const std::vector<Quad> all = quadsOf(edges.weight.size(), lines);
-    std::vector<const Quad *> compared(all.size());
-    std::transform(all.begin(), all.end(), compared.begin(),
-                   [](const Quad &quad) { return &quad; });
-    const auto end = compared.begin() + std::ptrdiff_t(std::min(all.size(), maxCompared));
-    std::partial_sort(compared.begin(), end, compared.end(),
-                      [](const Quad *a, const Quad *b) { return a->score > b->score; });
+    std::vector<const Quad *> left(all.size());
+    std::transform(all.begin(), all.end(), left.begin(), [](const Quad &quad) { return &quad; });
+    // A heap: mostly few of them are needed in order.
+    const auto isWorse = [](const Quad *a, const Quad *b) { return a->score < b->score; };
+    std::make_heap(left.begin(), left.end(), isWorse);
     std::vector<Quad> best;
-    for (auto quad = compared.begin(); quad != end && best.size() < count; ++quad) {
+    for (size_t i = 0; i < maxCompared && !left.empty() && best.size() < count; ++i) {
+        std::pop_heap(left.begin(), left.end(), isWorse);
+        const Quad &quad = *left.back();
+        left.pop_back();
         const bool isNew = std::none_of(best.begin(), best.end(), [&](const Quad &other) {
-            return areSame((*quad)->corners, other.corners);
+            return areSame(quad.corners, other.corners);
         });
         if (isNew) {
-            best.push_back(**quad);
+            best.push_back(quad);
         }
     }
     return best;
