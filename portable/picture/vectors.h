@@ -8,6 +8,8 @@
 #include <smmintrin.h>
 #elif defined(__aarch64__)
 #include <arm_neon.h>
+#else
+#include <cmath>
 #endif
 
 /**
@@ -42,11 +44,26 @@ inline void store(float *to, Floats floats)
     std::memcpy(to, &floats, sizeof floats);
 }
 
+/// True when any bit is set, as in what a comparison results in.
 inline bool isAnySet(Numbers mask)
 {
     const auto halves = LongNumbers(mask);
     return (halves[0] | halves[1]) != 0;
 }
+
+/// True when functions that are BYTE_VECTORS may be called.
+bool hasByteVectors();
+
+Floats rootsOf(Floats floats);
+
+/// The byte of each place in `order`; 0 where that is 255.
+BYTE_VECTORS Bytes arranged(Bytes bytes, Bytes order);
+
+/// The sums of each two adjacent bytes, multiplied by weights of at most 127.
+BYTE_VECTORS Words weightedPairs(Bytes bytes, Bytes weights);
+
+/// Each word multiplied by a share in 32768ths, rounded.
+BYTE_VECTORS Words shareOf(Words words, Words shares);
 
 #if defined(__x86_64__)
 
@@ -60,20 +77,17 @@ inline Floats rootsOf(Floats floats)
     return Floats(_mm_sqrt_ps(__m128(floats)));
 }
 
-/// The byte of each place in `order`; 0 where that is 255.
-BYTE_VECTORS inline Bytes arranged(Bytes bytes, Bytes order)
+inline Bytes arranged(Bytes bytes, Bytes order)
 {
     return Bytes(_mm_shuffle_epi8(__m128i(bytes), __m128i(order)));
 }
 
-/// The sums of each two adjacent bytes, multiplied by weights of at most 127.
-BYTE_VECTORS inline Words weightedPairs(Bytes bytes, Bytes weights)
+inline Words weightedPairs(Bytes bytes, Bytes weights)
 {
     return Words(_mm_maddubs_epi16(__m128i(bytes), __m128i(weights)));
 }
 
-/// Each word multiplied by a share in 32768ths, rounded.
-BYTE_VECTORS inline Words shareOf(Words words, Words shares)
+inline Words shareOf(Words words, Words shares)
 {
     return Words(_mm_mulhrs_epi16(__m128i(words), __m128i(shares)));
 }
@@ -105,6 +119,46 @@ inline Words weightedPairs(Bytes bytes, Bytes weights)
 inline Words shareOf(Words words, Words shares)
 {
     return Words(vqrdmulhq_s16(int16x8_t(words), int16x8_t(shares)));
+}
+
+#else // slow, so that it works on any processor
+
+inline bool hasByteVectors()
+{
+    return false;
+}
+
+inline Floats rootsOf(Floats floats)
+{
+    return Floats{std::sqrt(floats[0]), std::sqrt(floats[1]), std::sqrt(floats[2]),
+                  std::sqrt(floats[3])};
+}
+
+inline Bytes arranged(Bytes bytes, Bytes order)
+{
+    Bytes result{};
+    for (int i = 0; i < 16; ++i) {
+        result[i] = order[i] < 16 ? bytes[order[i]] : uint8_t(0);
+    }
+    return result;
+}
+
+inline Words weightedPairs(Bytes bytes, Bytes weights)
+{
+    Words result{};
+    for (int i = 0; i < 8; ++i) {
+        result[i] = int16_t(bytes[2 * i] * weights[2 * i] + bytes[2 * i + 1] * weights[2 * i + 1]);
+    }
+    return result;
+}
+
+inline Words shareOf(Words words, Words shares)
+{
+    Words result{};
+    for (int i = 0; i < 8; ++i) {
+        result[i] = int16_t((words[i] * shares[i] + (1 << 14)) >> 15);
+    }
+    return result;
 }
 
 #endif
