@@ -176,8 +176,9 @@ private:
     void sample(const float *sizes, int y)
     {
         cv::Mat row = usual.row(y);
-        for (int x = 0; x < usual.cols; ++x) {
-            row.at<float>(x) = sizes[2 * x] + nothing;
+        auto *to = row.ptr<float>();
+        for (size_t x = 0; x < size_t(row.cols); ++x) {
+            to[x] = sizes[2 * x] + nothing;
         }
         cv::log(row, row);
     }
