@@ -3,6 +3,7 @@
 // decides: sharp sides, colors, frames, corners.
 #include "bench/pagecorpus/corpus.h"
 #include "portable/picture/pagefinder.h"
+#include "portable/picture/pagesearch/edges.h"
 #include "tests/rows.h"
 
 #include <QtTest>
@@ -155,6 +156,33 @@ private Q_SLOTS:
         }
         blur(picture, 1);
         QVERIFY(!findPage(picture));
+    }
+
+    void edgesOfATurnedPictureAreTurned()
+    {
+        // Of the size that isn't reduced, and of any width: four columns are looked at together,
+        // and some rows by each thread.
+        for (const int width : {601, 603}) {
+            cv::Mat picture(403, width, CV_8UC3);
+            cv::RNG(3).fill(picture, cv::RNG::UNIFORM, 0, 256);
+            blur(picture, 1.5);
+            for (int i = 0; i < 12; ++i) { // strips that differ in how strong their edges are
+                cv::Mat strip = picture.rowRange(i * 33, i * 33 + 33);
+                strip = strip / (1 + i % 4) + cv::Scalar::all(60);
+            }
+            const cv::Mat edges = portable::pagesearch::findEdges(picture).weight > 0;
+            cv::Mat turned;
+            cv::flip(picture, turned, -1);
+            turned = portable::pagesearch::findEdges(turned).weight > 0;
+            cv::flip(turned, turned, -1);
+            const int different = cv::countNonZero(edges != turned);
+            const int all = cv::countNonZero(edges);
+            QVERIFY2(different < all / 5,
+                     qPrintable(QStringLiteral("%1 of %2").arg(different).arg(all)));
+            for (const int column : {1, 2, 3, width - 4, width - 3, width - 2}) {
+                QVERIFY(cv::countNonZero(edges.col(column)) > 5);
+            }
+        }
     }
 
     void stripsAreNoPage()

@@ -608,6 +608,8 @@ private Q_SLOTS:
         row("enlarged", {640, 480}, {900, 700}, turnedPage({320, 240}, 90, 70, -40));
         row("from aside", {640, 480}, {500, 400},
             {Point(200, 40), Point(400, 40), Point(600, 460), Point(30, 440)});
+        row("from very near", {640, 480}, {600, 450},
+            {Point(20, 185), Point(630, 10), Point(630, 470), Point(20, 295)});
         row("all of the picture", {64, 48}, {64, 48},
             {Point(0, 0), Point(64, 0), Point(64, 48), Point(0, 48)});
         row("beyond the picture", {64, 48}, {200, 150}, turnedPage({32, 24}, 100, 80, 30));

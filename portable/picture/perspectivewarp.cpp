@@ -17,7 +17,7 @@ namespace {
 
 // Pixels of the result, whose positions are interpolated linearly.
 constexpr int longestSpan = 32;
-constexpr int shortestSpan = 8;
+constexpr int shortestSpan = 4;
 constexpr int fractionBits = 16;
 constexpr int rowBits = 15; // of the weights of two rows
 constexpr int columnBits = 6; // of the weights of two columns
