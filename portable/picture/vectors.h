@@ -32,6 +32,13 @@ using Numbers = int32_t __attribute__((vector_size(16)));
 using LongNumbers = uint64_t __attribute__((vector_size(16)));
 using Floats = float __attribute__((vector_size(16)));
 
+inline uint64_t eightBytesAt(const uint8_t *from)
+{
+    uint64_t bytes = 0;
+    std::memcpy(&bytes, from, sizeof bytes);
+    return bytes;
+}
+
 inline Floats floatsAt(const float *from)
 {
     Floats floats;

@@ -99,7 +99,7 @@ public:
         cv::Mat doubled;
         cv::phase(m_cosine.rowRange(1, m_cosine.rows - 1), m_sine.rowRange(1, m_sine.rows - 1),
                   doubled, true);
-        doubled.convertTo(result, CV_8U, 256.0 / 360);
+        doubled.convertTo(result, CV_8U, 256.0 / 360); // the last half of a step becomes 255, not 0
     }
 
 private:

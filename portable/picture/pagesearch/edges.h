@@ -24,7 +24,7 @@ inline int turnBetween(Direction a, Direction b)
     return turn < 128 ? turn : 256 - turn;
 }
 
-/// The edges in a reduced picture, one pixel wide.
+/// The edges in a reduced picture, one pixel wide; all matrices are of its size, and continuous.
 struct Edges
 {
     cv::Mat weight; ///< 8-bit: 0 for no edge, up to 255 for one that is clear at its place

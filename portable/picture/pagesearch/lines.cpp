@@ -2,6 +2,7 @@
 #include "portable/picture/pagesearch/lines.h"
 
 #include "portable/picture/parallel.h"
+#include "portable/picture/vectors.h"
 
 #include <algorithm>
 #include <array>
@@ -133,13 +134,6 @@ uint64_t threeBytes(const uchar *from)
     return four & 0xffffff;
 }
 
-uint64_t eightBytes(const uchar *from)
-{
-    uint64_t eight = 0;
-    std::memcpy(&eight, from, sizeof eight);
-    return eight;
-}
-
 /// \return the highest bit of each byte that isn't 0
 uint64_t bytesAboveZero(uint64_t bytes)
 {
@@ -168,7 +162,7 @@ public:
             for (int x = 1; x + 1 < m_left.cols; ++x) {
                 if (left[x] == 0) {
                     // Most pixels have no edge.
-                    x += eightBytes(left + x) == 0 ? 7 : 0;
+                    x += eightBytesAt(left + x) == 0 ? 7 : 0;
                     continue;
                 }
                 const Segment segment = straight({x, y});
@@ -219,8 +213,8 @@ private:
     {
         static constexpr std::array<int, 8> columns{-1, 0, 1, -1, 1, -1, 0, 1};
         static constexpr std::array<int, 8> rows{-1, -1, -1, 0, 0, 1, 1, 1};
-        const uchar *above =
-            m_left.ptr(point.y - 1, point.x - 1); // edges keep a pixel from the border
+        // Edges keep a pixel from the border.
+        const uchar *above = m_left.ptr(point.y - 1, point.x - 1);
         const uchar *here = above + m_left.step;
         const uchar *below = here + m_left.step;
         // Which of the eight have an edge is found at once: eight branches would take longer.

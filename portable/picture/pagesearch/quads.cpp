@@ -130,8 +130,8 @@ public:
     }
 
 private:
-    /// A line across two that are opposite, with all that is needed of it for each of its quads.
-    struct Crossing
+    /// A line that crosses two opposite ones, with all that is needed of it for each of its quads.
+    struct Transversal
     {
         size_t line;
         cv::Point2f along;
@@ -151,9 +151,9 @@ private:
     /// All quads of which these two are opposite sides.
     void searchBetween(size_t top, size_t bottom)
     {
-        findCrossings(top, bottom);
+        findTransversals(top, bottom);
         for (size_t a = 0; a < m_between.size() && m_found.considered < maxConsidered; ++a) {
-            const Crossing &left = m_between[a];
+            const Transversal &left = m_between[a];
             m_before = m_found.considered;
             if (left.line < top) {
                 continue; // Each quad is met twice, once by each pair of its opposite sides.
@@ -167,7 +167,7 @@ private:
     }
 
     /// The lines that are supported between these two and end there.
-    void findCrossings(size_t top, size_t bottom)
+    void findTransversals(size_t top, size_t bottom)
     {
         m_between.clear();
         for (const size_t i : m_crossings.crossedBy(top)) {
@@ -196,15 +196,15 @@ private:
         }
         if (m_between.size() > maxOthers) {
             std::partial_sort(m_between.begin(), m_between.begin() + maxOthers, m_between.end(),
-                              [](const Crossing &a, const Crossing &b) {
+                              [](const Transversal &a, const Transversal &b) {
                                   return a.side.support > b.side.support;
                               });
             m_between.erase(m_between.begin() + maxOthers, m_between.end());
         }
     }
 
-    void consider(const SupportedLine &topLine, const Crossing &right,
-                  const SupportedLine &bottomLine, const Crossing &left)
+    void consider(const SupportedLine &topLine, const Transversal &right,
+                  const SupportedLine &bottomLine, const Transversal &left)
     {
         const Side top(left.onTop, right.onTop);
         if (top.support < minSupport) {
@@ -302,7 +302,7 @@ private:
     cv::Size m_size;
     const std::vector<SupportedLine> &m_lines;
     const Crossings &m_crossings;
-    std::vector<Crossing> m_between; // the two that are searched
+    std::vector<Transversal> m_between; // the two that are searched
     Found m_found;
     int m_before = 0;
 };
